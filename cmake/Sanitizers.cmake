@@ -1,0 +1,12 @@
+# TESSARIN_SANITIZE=address|thread builds everything, tests included, under the sanitizer.
+set(TESSARIN_SANITIZE "" CACHE STRING "address, thread or empty")
+if(TESSARIN_SANITIZE STREQUAL "address")
+  add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer -O1 -g1)
+  add_link_options(-fsanitize=address,undefined)
+elseif(TESSARIN_SANITIZE STREQUAL "thread")
+  add_compile_options(-fsanitize=thread -fno-omit-frame-pointer -O1 -g1)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    add_compile_options(-Wno-tsan)
+  endif()
+  add_link_options(-fsanitize=thread)
+endif()
