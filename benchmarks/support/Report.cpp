@@ -1,0 +1,119 @@
+#include "benchmarks/support/Report.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <fmt/format.h>
+
+namespace Tessarin::benchmarks {
+namespace {
+
+bool hasPeer(Row const& row) { return row.theirs > 0; }
+double judged(Row const& row) { return hasPeer(row) ? row.ours / row.theirs : row.ours; }
+
+bool isMet(Row const& row) {
+    if (row.target == 0) return true;
+    return row.better == Better::Smaller ? judged(row) <= row.target : judged(row) >= row.target;
+}
+
+std::string number(double value) { return value >= 100 ? fmt::format("{:.0f}", value) : fmt::format("{:.3g}", value); }
+
+/// How the target reads: "<= 3" against a peer is a ratio ("<= 3x"), else a bound in the row's unit.
+std::string targetText(Row const& row) {
+    if (row.target == 0) return "";
+    return fmt::format("{} {}{}", row.better == Better::Smaller ? "<=" : ">=", number(row.target), hasPeer(row) ? "x" : "");
+}
+
+std::string line(Row const& row) {
+    auto const peer = hasPeer(row) ? fmt::format("{} {}", row.peer, number(row.theirs)) : std::string{};
+    auto const ratio = hasPeer(row) ? fmt::format("{:.2f}x", judged(row)) : std::string{};
+    return fmt::format("{:<12} {:<38} {:>9} {:<7} {:>28} {:>8} {:>9}  {}\n", row.group, row.row, number(row.ours), row.unit, peer,
+                       ratio, targetText(row), isMet(row) ? "" : "<-- missed");
+}
+
+std::string quoted(std::string_view text) {
+    std::string result = "\"";
+    for (char const character : text) {
+        if (character == '"' || character == '\\') result += '\\';
+        result += character;
+    }
+    return result + '"';
+}
+
+std::string json(Row const& row) {
+    auto const orNull = [](bool present, double value) { return present ? fmt::format("{:.6g}", value) : std::string{"null"}; };
+    return fmt::format(R"({{"group":{},"row":{},"unit":{},"better":"{}","ours":{:.6g},"peer":{},"theirs":{},"ratio":{},"target":{},"met":{}}})"
+                       "\n",
+                       quoted(row.group), quoted(row.row), quoted(row.unit), row.better == Better::Smaller ? "smaller" : "larger",
+                       row.ours, quoted(row.peer), orNull(hasPeer(row), row.theirs), orNull(hasPeer(row), judged(row)),
+                       orNull(row.target != 0, row.target), isMet(row));
+}
+
+double middle(std::vector<double>& values) {
+    auto const at = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+    std::nth_element(values.begin(), at, values.end());
+    return *at;
+}
+
+} // namespace
+
+Report::Report(int argc, char** argv) {
+    for (int i = 1; i < argc; ++i) {
+        if (std::string_view{argv[i]} == "--json" && i + 1 < argc)
+            jsonFile_ = argv[++i];
+        else
+            names_.emplace_back(argv[i]);
+    }
+    std::fputs(fmt::format("{:<12} {:<38} {:>17} {:>28} {:>8} {:>9}\n", "group", "row", "ours", "peer", "ratio", "target").c_str(), stdout);
+}
+
+bool Report::wants(std::string_view group, std::string_view row) const {
+    auto const name = fmt::format("{}/{}", group, row);
+    return names_.empty() || std::ranges::any_of(names_, [&](auto const& part) { return name.find(part) != std::string::npos; });
+}
+
+void Report::add(Row row) {
+    std::fputs(line(row).c_str(), stdout);
+    std::fflush(stdout);
+    rows_.push_back(std::move(row));
+}
+
+int Report::finish() const {
+    auto const judgedRows = std::ranges::count_if(rows_, [](auto const& row) { return row.target != 0; });
+    auto const missed = std::ranges::count_if(rows_, [](auto const& row) { return !isMet(row); });
+    std::fputs(fmt::format("{} rows, {} with a target, {} missed\n", rows_.size(), judgedRows, missed).c_str(), stdout);
+    if (jsonFile_.empty()) return 0;
+
+    auto* const file = std::fopen(jsonFile_.c_str(), "w");
+    if (!file) {
+        std::perror(jsonFile_.c_str());
+        return 1;
+    }
+    bool written = true;
+    for (auto const& row : rows_) written = std::fputs(json(row).c_str(), file) >= 0 && written;
+    return std::fclose(file) == 0 && written ? 0 : 1;
+}
+
+Medians medians(int runs, FunctionRef<double()> ours, FunctionRef<double()> theirs) {
+    std::vector<double> first;
+    std::vector<double> second;
+    for (int run = 0; run < runs; ++run) {
+        first.push_back(ours());
+        second.push_back(theirs());
+    }
+    return {middle(first), middle(second)};
+}
+
+double median(int runs, FunctionRef<double()> measure) {
+    std::vector<double> values;
+    for (int run = 0; run < runs; ++run) values.push_back(measure());
+    return middle(values);
+}
+
+double secondsOf(FunctionRef<void()> work) {
+    auto const start = std::chrono::steady_clock::now();
+    work();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+} // namespace Tessarin::benchmarks
