@@ -1,8 +1,12 @@
 # Warnings are errors for our own code on both compilers.
 add_library(tessarin_warnings INTERFACE)
-target_compile_options(tessarin_warnings INTERFACE -Wall -Wextra -Wpedantic -Werror -Wshadow -Wnon-virtual-dtor -Wcast-align
+target_compile_options(tessarin_warnings INTERFACE -Wall -Wextra -Wpedantic -Werror -Wnon-virtual-dtor -Wcast-align
   -Wno-missing-field-initializers) # option structs are filled by name
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  target_compile_options(tessarin_warnings INTERFACE -Wshadow=local) # plain -Wshadow warns of scoped enumerators, too
   # g++ 12 reports these from inside its own inlined library code.
   target_compile_options(tessarin_warnings INTERFACE -Wno-maybe-uninitialized -Wno-stringop-overflow -Wno-array-bounds -Wno-restrict -Wno-dangling-pointer)
+endif()
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  target_compile_options(tessarin_warnings INTERFACE -Wshadow)
 endif()

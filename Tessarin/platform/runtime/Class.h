@@ -1,0 +1,72 @@
+#pragma once
+#include "Tessarin/Export.h"
+#include "Tessarin/platform/runtime/Closure.h"
+#include "Tessarin/platform/runtime/Ref.h"
+#include "Tessarin/platform/runtime/Selector.h"
+#include "Tessarin/platform/runtime/SelectorTable.h"
+#include <string>
+#include <string_view>
+#include <typeinfo>
+
+namespace Tessarin {
+
+template <class T, class Base = NSObject> Class const& registerClass();
+
+/// A class of the runtime: its name ("App.Editor" for App::Editor), its superclass, the selectors it answers, and how to
+/// make one. One per C++ class, made on first use, never destroyed. Any thread.
+class TESSARIN_API Class {
+public:
+    std::string const& name() const noexcept { return name_; }
+    Class const* superclass() const noexcept { return superclass_; }
+    bool isSubclassOf(Class const& other) const noexcept;
+
+    /// The entry of this class or its nearest superclass that answers `selector`; null when none does.
+    SelectorTable::Entry const* find(Selector selector) const noexcept;
+    /// A new object made with the plain `init()`; null when the class was registered without one.
+    Ref<NSObject> makeObject() const { return factory_ ? factory_() : nullptr; }
+
+private:
+    template <class T> friend Class const& classOf();
+    template <class T, class Base> friend Class const& registerClass();
+    using Factory = Ref<NSObject> (*)();
+
+    static Class& made(std::type_info const& type);
+    void publish(Class const* superclass, SelectorTable selectors, Factory factory);
+
+    std::string name_;
+    Class const* superclass_ = nullptr;
+    SelectorTable selectors_;
+    Factory factory_ = nullptr;
+};
+
+/// The class object of T. Before `registerClass<T>()` it answers no selectors of its own.
+template <class T> Class const& classOf() {
+    static Class& shared = Class::made(typeid(T));
+    return shared;
+}
+
+/// Makes T known by name, with the selectors that its static `selectors()` lists. Call it once, before objects of T are
+/// used: at the start of `main` or from a static of the .cpp file. Calling it again changes nothing.
+///
+///     SelectorTable Editor::selectors() { return {{"reload:"_sel, &Editor::reload}}; }
+///     registerClass<Editor>();
+template <class T, class Base> Class const& registerClass() {
+    static_assert(std::is_base_of_v<Base, T>);
+    static bool const once = [] {
+        SelectorTable table;
+        // A subclass that lists none of its own must not list its base's a second time.
+        if constexpr (requires { T::selectors(); }) table = T::selectors();
+        Class::Factory factory = nullptr;
+        if constexpr (requires(detail::Made<T>& object) { object.start(); } && !std::is_abstract_v<detail::Made<T>>)
+            factory = []() -> Ref<NSObject> { return make<T>(); };
+        Class::made(typeid(T)).publish(std::is_same_v<T, Base> ? nullptr : &classOf<Base>(), std::move(table), factory);
+        return true;
+    }();
+    static_cast<void>(once);
+    return classOf<T>();
+}
+
+/// The registered class of that name, or null.
+TESSARIN_API Class const* classNamed(std::string_view name);
+
+} // namespace Tessarin

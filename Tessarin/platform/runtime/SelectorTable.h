@@ -1,0 +1,82 @@
+#pragma once
+#include "Tessarin/Export.h"
+#include "Tessarin/platform/runtime/Fatal.h"
+#include "Tessarin/platform/runtime/Selector.h"
+#include "Tessarin/platform/runtime/Value.h"
+#include <functional>
+#include <initializer_list>
+#include <memory>
+#include <span>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+namespace Tessarin {
+
+class NSObject;
+
+/// What a class answers: selectors, each with a pointer to a member function. The arguments of the member function are
+/// taken from values; an argument of a wrong kind or class is fatal, and so is a wrong count.
+class TESSARIN_API SelectorTable {
+public:
+    class TESSARIN_API Entry {
+    public:
+        template <class T, class Result, class... Parameters>
+        Entry(Selector selector, Result (T::*member)(Parameters...)) : Entry(selector, sizeof...(Parameters)) {
+            call_ = [member](NSObject& object, std::span<Value const> arguments, Selector name) {
+                return call<T, Result, Parameters...>(object, member, arguments, name, std::index_sequence_for<Parameters...>{});
+            };
+        }
+        template <class T, class Result, class... Parameters>
+        Entry(Selector selector, Result (T::*member)(Parameters...) const) : Entry(selector, sizeof...(Parameters)) {
+            call_ = [member](NSObject& object, std::span<Value const> arguments, Selector name) {
+                return call<T, Result, Parameters...>(object, member, arguments, name, std::index_sequence_for<Parameters...>{});
+            };
+        }
+
+        Selector selector() const noexcept { return selector_; }
+        std::size_t parameterCount() const noexcept { return count_; }
+        Value operator()(NSObject& object, std::span<Value const> arguments) const;
+
+    private:
+        Entry(Selector selector, std::size_t count) : selector_(selector), count_(count) {}
+
+        template <class T, class Result, class... Parameters, class Member, std::size_t... I>
+        static Value call(NSObject& object, Member member, std::span<Value const> arguments, Selector name, std::index_sequence<I...>) {
+            auto* receiver = dynamic_cast<T*>(&object);
+            if (!receiver) fatal("selector " + name.name() + " was registered for another class");
+            if constexpr (std::is_void_v<Result>) {
+                (receiver->*member)(argument<std::remove_cvref_t<Parameters>>(arguments[I], name)...);
+                return {};
+            } else {
+                return Value((receiver->*member)(argument<std::remove_cvref_t<Parameters>>(arguments[I], name)...));
+            }
+        }
+
+        template <class P> static P argument(Value const& value, Selector name) {
+            if constexpr (std::is_same_v<P, Value>) {
+                return value;
+            } else {
+                if constexpr (std::is_constructible_v<P, std::nullptr_t>)
+                    if (value.isAbsent()) return P(nullptr);
+                auto converted = value.as<P>();
+                if (!converted) fatal("wrong argument for selector " + name.name());
+                return *std::move(converted);
+            }
+        }
+
+        Selector selector_;
+        std::size_t count_;
+        std::function<Value(NSObject&, std::span<Value const>, Selector)> call_;
+    };
+
+    SelectorTable() = default;
+    SelectorTable(std::initializer_list<Entry> entries) : entries_(entries) {}
+
+    Entry const* find(Selector selector) const noexcept;
+
+private:
+    std::vector<Entry> entries_;
+};
+
+} // namespace Tessarin

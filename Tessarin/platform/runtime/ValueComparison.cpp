@@ -1,0 +1,140 @@
+// Equality, order, hash and description of values.
+#include "Tessarin/platform/runtime/NSObject.h"
+#include "Tessarin/platform/runtime/Value.h"
+
+#include <algorithm>
+#include <cmath>
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+namespace Tessarin {
+namespace {
+
+using Kind = Value::Kind;
+
+bool isWhole(Value const& value) { return value.kind() == Kind::Integer || value.kind() == Kind::Boolean; }
+
+std::partial_ordering compareNumbers(Value const& a, Value const& b) {
+    if (isWhole(a) && isWhole(b)) return a.integer() <=> b.integer();
+    // A whole number beside a fraction: compared exactly also beyond 2^53.
+    if (isWhole(a) && std::abs(a.integer()) > (1LL << 53)) return static_cast<long double>(a.integer()) <=> static_cast<long double>(b.number());
+    if (isWhole(b) && std::abs(b.integer()) > (1LL << 53)) return static_cast<long double>(a.number()) <=> static_cast<long double>(b.integer());
+    return a.number() <=> b.number();
+}
+
+bool equalObjects(Ref<NSObject> const& a, Ref<NSObject> const& b) { return a == b || a->isEqual(*b); }
+
+std::size_t hashBytes(void const* bytes, std::size_t size) {
+    return std::hash<std::string_view>{}({static_cast<char const*>(bytes), size});
+}
+
+std::string numberText(double value) {
+    if (std::isfinite(value) && value == std::trunc(value) && std::abs(value) < 1e15) return fmt::format("{:.0f}", value);
+    return fmt::format("{}", value);
+}
+
+template <class Range, class Each> std::string joined(Range const& range, char open, char close, Each each) {
+    std::string text(1, open);
+    for (auto const& item : range) {
+        if (text.size() > 1) text += ", ";
+        text += each(item);
+    }
+    return text + close;
+}
+
+std::string uuidText(std::array<std::uint8_t, 16> const& bytes) {
+    std::string text;
+    for (std::size_t at = 0; at < bytes.size(); ++at) {
+        if (at == 4 || at == 6 || at == 8 || at == 10) text += '-';
+        text += fmt::format("{:02X}", bytes[at]);
+    }
+    return text;
+}
+
+} // namespace
+
+bool operator==(Value const& a, Value const& b) {
+    if (a.isNumber() && b.isNumber()) return compareNumbers(a, b) == 0;
+    if (a.kind() != b.kind()) return false;
+    switch (a.kind()) {
+    case Kind::Absent: return true;
+    case Kind::Date: return a.dateSeconds() == b.dateSeconds();
+    case Kind::Text: return a.text() == b.text();
+    case Kind::UUID: return a.uuidBytes() == b.uuidBytes();
+    case Kind::Data: return std::ranges::equal(a.bytes(), b.bytes());
+    case Kind::URL: return a.urlText() == b.urlText();
+    case Kind::Decimal: return a.decimal() == b.decimal();
+    case Kind::Object: return equalObjects(a.object(), b.object());
+    case Kind::List: return a.list() == b.list();
+    case Kind::Set: return a.set() == b.set();
+    case Kind::Dictionary: return a.dictionary() == b.dictionary();
+    case Kind::ValueDictionary: return a.valueDictionary() == b.valueDictionary();
+    default: return false;
+    }
+}
+
+std::partial_ordering compareValues(Value const& a, Value const& b) {
+    if (a.isAbsent() || b.isAbsent()) return int{!a.isAbsent()} <=> int{!b.isAbsent()};
+    if (a.isNumber() && b.isNumber()) return compareNumbers(a, b);
+    auto const numeric = [](Value const& v) { return v.isNumber() || v.kind() == Kind::Decimal; };
+    if (numeric(a) && numeric(b)) return a.decimal() <=> b.decimal();
+    if (a.kind() != b.kind()) return std::partial_ordering::unordered;
+    switch (a.kind()) {
+    case Kind::Date: return a.dateSeconds() <=> b.dateSeconds();
+    case Kind::Text: return a.text() <=> b.text();
+    case Kind::URL: return a.urlText() <=> b.urlText();
+    case Kind::UUID: return a.uuidBytes() <=> b.uuidBytes();
+    case Kind::Data: return std::lexicographical_compare_three_way(a.bytes().begin(), a.bytes().end(), b.bytes().begin(), b.bytes().end());
+    default: return a == b ? std::partial_ordering::equivalent : std::partial_ordering::unordered;
+    }
+}
+
+std::size_t Value::hash() const noexcept {
+    switch (kind()) {
+    case Kind::Boolean:
+    case Kind::Integer:
+    case Kind::Float:
+    case Kind::Double: return std::hash<double>{}(number()); // equal numbers of different kinds must agree
+    case Kind::Date: return std::hash<double>{}(dateSeconds()) + 1;
+    case Kind::Text: return std::hash<std::string_view>{}(text());
+    case Kind::UUID: return hashBytes(uuidBytes().data(), 16);
+    case Kind::Data: return hashBytes(bytes().data(), bytes().size());
+    case Kind::URL: return std::hash<std::string_view>{}(urlText()) + 1;
+    case Kind::Decimal: return std::hash<std::string>{}(decimal().text());
+    case Kind::Object: return object()->hash();
+    case Kind::List: return list().size() + 7;
+    case Kind::Set: return set().size() + 11;
+    case Kind::Dictionary: return dictionary().size() + 13;
+    case Kind::ValueDictionary: return valueDictionary().size() + 17;
+    default: return 0;
+    }
+}
+
+std::string Value::description() const {
+    auto const pair = [](auto const& entry) {
+        auto const& [key, value] = entry;
+        return Value(key).description() + ": " + value.description();
+    };
+    auto const item = [](Value const& value) { return value.description(); };
+    switch (kind()) {
+    case Kind::Absent: return "nil";
+    case Kind::Boolean: return boolean() ? "true" : "false";
+    case Kind::Integer: return fmt::format("{}", integer());
+    case Kind::Float: return fmt::format("{}", static_cast<float>(number()));
+    case Kind::Double: return numberText(number());
+    case Kind::Date: return fmt::format("date({})", dateSeconds());
+    case Kind::Text: return std::string{text()};
+    case Kind::UUID: return uuidText(uuidBytes());
+    case Kind::Data: return fmt::format("data({} bytes)", bytes().size());
+    case Kind::URL: return std::string{urlText()};
+    case Kind::Decimal: return decimal().text();
+    case Kind::Object: return object()->description();
+    case Kind::List: return joined(list(), '[', ']', item);
+    case Kind::Set: return joined(set(), '{', '}', item);
+    case Kind::Dictionary: return joined(dictionary(), '{', '}', pair);
+    case Kind::ValueDictionary: return joined(valueDictionary(), '{', '}', pair);
+    }
+    return {};
+}
+
+} // namespace Tessarin
