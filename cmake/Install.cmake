@@ -1,0 +1,19 @@
+# What `cmake --install` brings: the library, its public headers, and what find_package(Tessarin) reads.
+include(CMakePackageConfigHelpers)
+set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/Tessarin)
+
+install(TARGETS tessarin EXPORT TessarinTargets)
+install(EXPORT TessarinTargets NAMESPACE Tessarin:: DESTINATION ${package_folder})
+
+# check_layers.py knows the same two exceptions, and refuses public headers that include one.
+install(DIRECTORY Tessarin/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/Tessarin
+  FILES_MATCHING PATTERN "*.h" PATTERN "*.inl"
+  PATTERN "platform/sqlite" EXCLUDE
+  PATTERN "*Private.h" EXCLUDE)
+install(FILES ${CMAKE_BINARY_DIR}/include/Tessarin/Version.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/Tessarin)
+
+configure_package_config_file(cmake/TessarinConfig.cmake.in TessarinConfig.cmake INSTALL_DESTINATION ${package_folder})
+# Before 1.0 a new minor version may change what is there.
+write_basic_package_version_file(TessarinConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/TessarinConfig.cmake ${CMAKE_CURRENT_BINARY_DIR}/TessarinConfigVersion.cmake
+  DESTINATION ${package_folder})
