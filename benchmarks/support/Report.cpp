@@ -84,7 +84,7 @@ int Report::finish() const {
     std::fputs(fmt::format("{} rows, {} with a target, {} missed\n", rows_.size(), judgedRows, missed).c_str(), stdout);
     if (jsonFile_.empty()) return 0;
 
-    auto* const file = std::fopen(jsonFile_.c_str(), "w");
+    auto* const file = std::fopen(jsonFile_.c_str(), "a");
     if (!file) {
         std::perror(jsonFile_.c_str());
         return 1;
