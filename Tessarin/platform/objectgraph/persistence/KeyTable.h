@@ -1,0 +1,118 @@
+#pragma once
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+namespace Tessarin {
+
+/// The key of a record: unique in its store, positive once it is permanent, negative while it is temporary; 0 is no record.
+using RecordKey = std::int64_t;
+
+/// A map from record keys to pointers, made for keys that are handed out in sequence: pages of 64 neighbours behind an
+/// open-addressed directory, so that walking a table touches each cache line once. Not synchronised.
+template <class T> class KeyTable {
+public:
+    T* find(RecordKey key) const noexcept {
+        auto const* page = pageOf(key);
+        return page ? page->slots[slotOf(key)] : nullptr;
+    }
+
+    /// Sets what stands under `key`; null removes. Gives back what stood there.
+    T* set(RecordKey key, T* value) {
+        auto* page = value ? &pageFor(key) : pageOf(key);
+        if (!page) return nullptr;
+        auto& slot = page->slots[slotOf(key)];
+        auto* before = slot;
+        slot = value;
+        page->used = static_cast<std::uint32_t>(static_cast<int>(page->used) + (value != nullptr) - (before != nullptr));
+        count_ += static_cast<std::size_t>(value != nullptr) - static_cast<std::size_t>(before != nullptr);
+        if (page->used == 0) freeEmptyPages();
+        return before;
+    }
+
+    std::size_t size() const noexcept { return count_; }
+
+    /// Calls `each(key, pointer)` for every entry; the table must not change meanwhile.
+    template <class Each> void forEach(Each each) const {
+        for (auto const& page : directory_) {
+            if (!page) continue;
+            for (std::size_t at = 0; at < pageSize; ++at)
+                if (page->slots[at]) each(static_cast<RecordKey>(page->number * pageSize + at), page->slots[at]);
+        }
+    }
+
+private:
+    static constexpr std::uint64_t pageSize = 64;
+    struct Page {
+        std::uint64_t number = 0;
+        std::uint32_t used = 0;
+        std::array<T*, pageSize> slots{};
+    };
+
+    static std::uint64_t numberOf(RecordKey key) noexcept { return static_cast<std::uint64_t>(key) / pageSize; }
+    static std::size_t slotOf(RecordKey key) noexcept { return static_cast<std::uint64_t>(key) % pageSize; }
+    std::size_t home(std::uint64_t number) const noexcept { return (number * 0x9E3779B97F4A7C15ULL) >> shift_; }
+
+    Page* pageOf(RecordKey key) const noexcept {
+        auto const number = numberOf(key);
+        if (last_ && last_->number == number) return last_;
+        if (directory_.empty()) return nullptr;
+        for (auto at = home(number);; at = (at + 1) & (directory_.size() - 1)) {
+            auto* page = directory_[at].get();
+            if (!page) return nullptr;
+            if (page->number == number) return last_ = page;
+        }
+    }
+
+    Page& pageFor(RecordKey key) {
+        if (auto* page = pageOf(key)) return *page;
+        if ((pages_ + 1) * 2 > directory_.size()) rebuild(directory_.empty() ? 16 : directory_.size() * 2);
+        auto page = std::make_unique<Page>();
+        page->number = numberOf(key);
+        ++pages_;
+        return *(last_ = place(std::move(page)));
+    }
+
+    Page* place(std::unique_ptr<Page> page) {
+        auto at = home(page->number);
+        while (directory_[at]) at = (at + 1) & (directory_.size() - 1);
+        directory_[at] = std::move(page);
+        return directory_[at].get();
+    }
+
+    void rebuild(std::size_t size) {
+        auto old = std::move(directory_);
+        directory_ = std::vector<std::unique_ptr<Page>>(size);
+        shift_ = 64 - std::countr_zero(size);
+        for (auto& page : old)
+            if (page) place(std::move(page));
+    }
+
+    /// Empty pages stay until they are the larger half: freeing each at once would thrash when one object comes and goes.
+    void freeEmptyPages() {
+        if (++empties_ * 2 < pages_ || empties_ < 16) return;
+        auto old = std::move(directory_);
+        std::size_t kept = 0;
+        for (auto const& page : old) kept += page && page->used != 0;
+        directory_ = std::vector<std::unique_ptr<Page>>(std::bit_ceil(std::max<std::size_t>(16, kept * 2 + 2)));
+        shift_ = 64 - std::countr_zero(directory_.size());
+        for (auto& page : old)
+            if (page && page->used != 0) place(std::move(page));
+        pages_ = kept;
+        empties_ = 0;
+        last_ = nullptr;
+    }
+
+    std::vector<std::unique_ptr<Page>> directory_; // its size is a power of two
+    std::size_t pages_ = 0;
+    std::size_t empties_ = 0; // pages that became empty since the last clean-up (some may be in use again)
+    std::size_t count_ = 0;
+    int shift_ = 64;
+    mutable Page* last_ = nullptr;
+};
+
+} // namespace Tessarin

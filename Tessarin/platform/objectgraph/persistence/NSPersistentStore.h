@@ -1,0 +1,62 @@
+#pragma once
+#include "Tessarin/Export.h"
+#include "Tessarin/platform/foundation/NSError.h"
+#include "Tessarin/platform/foundation/NSURL.h"
+#include "Tessarin/platform/objectgraph/persistence/ChangeSet.h"
+#include "Tessarin/platform/runtime/FunctionRef.h"
+#include "Tessarin/platform/runtime/NSObject.h"
+
+namespace Tessarin {
+
+class NSPredicate;
+class NSSortDescriptor;
+
+/// A question to a store.
+struct StoreQuery {
+    NSEntityDescription const* entity = nullptr;
+    bool includesSubentities = true;
+    NSPredicate const* predicate = nullptr; // null: every record
+    std::span<Ref<NSSortDescriptor> const> sortDescriptors;
+    std::size_t limit = 0; // 0: no limit
+    std::size_t offset = 0;
+};
+
+/// A store's answer: `complete` when the store applied predicate, order, limit and offset; otherwise `rows` holds at least
+/// every record that fits and the asker filters, sorts and cuts.
+struct StoreAnswer {
+    std::vector<RowRef> rows;
+    bool complete = true;
+};
+
+/// What a store made of change sets.
+struct SaveOutcome {
+    std::vector<RowRef> corrected; // records that ended with other values than the change set's, because the store's own won
+};
+
+/// One store of a coordinator: where rows come from and go to. Every operation may be called from any thread; a save
+/// excludes only other saves. Errors are returned (null: fine) and leave the store as it was.
+class TESSARIN_API NSPersistentStore : public NSObject {
+public:
+    virtual std::string const& type() const = 0;
+    virtual NSURL url() const = 0;
+    /// The text-keyed dictionary kept beside the records; written by the next save, also by one without changes.
+    virtual Dictionary metadata() const = 0;
+    virtual void setMetadata(Dictionary metadata) = 0;
+    /// The store's own identity, in its metadata under "NSStoreUUID".
+    virtual std::string identifier() const = 0;
+
+    /// Writes the sets in their order, all or nothing, and remembers their rows in the cache once that is on disk.
+    virtual Ref<NSError> save(std::span<Ref<ChangeSet const> const> sets, SaveOutcome& outcome) = 0;
+    virtual Ref<NSError> fetch(StoreQuery const& query, StoreAnswer& answer) = 0;
+    /// Counts what `fetch` would give; `complete` false: the asker must fetch and count itself.
+    virtual Ref<NSError> count(StoreQuery const& query, std::size_t& count, bool& complete) = 0;
+    /// The rows of records in the tree of `rootEntity`, in any order; keys that the store does not know are left out.
+    virtual Ref<NSError> rows(NSEntityDescription const& rootEntity, std::span<RecordKey const> keys, FunctionRef<void(RowRef)> each) = 0;
+    /// The members of a to-many relationship of each owner; of one owner in their order when the relationship has one.
+    virtual Ref<NSError> members(NSRelationshipDescription const& relationship, std::span<RecordKey const> owners,
+                                 FunctionRef<void(RecordKey owner, RecordKey member)> each) = 0;
+    /// The first of `count` neighbouring keys that nobody else has or will get; 0 with an error.
+    virtual RecordKey reserveKeys(std::size_t count, Ref<NSError>& error) = 0;
+};
+
+} // namespace Tessarin

@@ -1,0 +1,52 @@
+#pragma once
+#include "Tessarin/Export.h"
+#include "Tessarin/platform/objectgraph/persistence/KeyTable.h"
+#include "Tessarin/platform/objectgraph/persistence/Row.h"
+#include <array>
+#include <mutex>
+
+namespace Tessarin {
+
+/// The newest saved row of each record that anybody still keeps. Holds them weakly: a row leaves when nobody else keeps it.
+/// Any thread.
+class TESSARIN_API RowCache {
+public:
+    /// The row of that record, or none.
+    RowRef find(RecordKey key) const;
+    /// The cached row when it has that version or a newer one, else none.
+    RowRef find(RecordKey key, std::uint32_t version) const;
+    /// Makes `row`, just built and not yet shared with other threads, the record's row unless a newer one stands there.
+    void add(RowRef const& row);
+    /// Forgets a record, for a deletion.
+    void remove(RecordKey key);
+
+private:
+    friend class Row;
+    struct Shard {
+        mutable std::mutex mutex;
+        KeyTable<Row> rows; // guarded by mutex; pointers to rows that may just be dying
+    };
+    static constexpr std::size_t shardCount = 16;
+    Shard& shardOf(RecordKey key) const noexcept { return shards_[static_cast<std::uint64_t>(key) / 4096 % shardCount]; }
+    void drop(Row& row) noexcept;
+
+    mutable std::array<Shard, shardCount> shards_;
+};
+
+/// Everything that rows of one model share: their layouts and their cache. Kept by the coordinator, the contexts and the
+/// change sets, so that it outlives every row.
+class TESSARIN_API RowSpace {
+public:
+    explicit RowSpace(Ref<NSManagedObjectModel> model);
+
+    NSManagedObjectModel& model() const noexcept { return *model_; }
+    RowLayout const& layoutOf(NSEntityDescription const& entity) const noexcept { return layouts_[entity.index()]; }
+    RowCache& cache() noexcept { return cache_; }
+
+private:
+    Ref<NSManagedObjectModel> model_;
+    std::vector<RowLayout> layouts_; // by entity index
+    RowCache cache_;
+};
+
+} // namespace Tessarin
