@@ -4,7 +4,7 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 jobs=$(nproc)
 
 # The reason for each package stands in docs/dependencies.md.
-library_packages=(g++ cmake ninja-build ccache pkg-config libsqlite3-dev libicu-dev libfmt-dev libsimdjson-dev libpugixml-dev)
+library_packages=(g++ cmake ninja-build ccache pkg-config libsqlite3-dev libicu-dev libfmt-dev libsimdjson-dev libpugixml-dev tzdata)
 tests_packages=(libgtest-dev python3)
 demo_packages=(node-mdn-browser-compat-data)
 bench_packages=(libboost-dev)

@@ -34,7 +34,8 @@ public:
     bool wants(std::string_view group, std::string_view row) const;
     /// Prints and keeps the row.
     void add(Row row);
-    /// Appends to the file, so that several benchmarks share one, and prints the last line; gives the exit status: 0, also when targets were missed, 1 when the file failed.
+    /// Appends to the file, so that several benchmarks share one, and prints the last line. Gives the exit status: 0, also
+    /// when targets were missed, 1 when the file failed.
     int finish() const;
 
 private:
