@@ -18,14 +18,14 @@ template <class T> class KeyTable {
 public:
     T* find(RecordKey key) const noexcept {
         auto const* page = pageOf(key);
-        return page ? page->slots[slotOf(key)] : nullptr;
+        return page ? page->entries[slotOf(key)] : nullptr;
     }
 
     /// Sets what stands under `key`; null removes. Gives back what stood there.
     T* set(RecordKey key, T* value) {
         auto* page = value ? &pageFor(key) : pageOf(key);
         if (!page) return nullptr;
-        auto& slot = page->slots[slotOf(key)];
+        auto& slot = page->entries[slotOf(key)];
         auto* before = slot;
         slot = value;
         page->used = static_cast<std::uint32_t>(static_cast<int>(page->used) + (value != nullptr) - (before != nullptr));
@@ -41,7 +41,7 @@ public:
         for (auto const& page : directory_) {
             if (!page) continue;
             for (std::size_t at = 0; at < pageSize; ++at)
-                if (page->slots[at]) each(static_cast<RecordKey>(page->number * pageSize + at), page->slots[at]);
+                if (page->entries[at]) each(static_cast<RecordKey>(page->number * pageSize + at), page->entries[at]);
         }
     }
 
@@ -50,7 +50,7 @@ private:
     struct Page {
         std::uint64_t number = 0;
         std::uint32_t used = 0;
-        std::array<T*, pageSize> slots{};
+        std::array<T*, pageSize> entries{};
     };
 
     static std::uint64_t numberOf(RecordKey key) noexcept { return static_cast<std::uint64_t>(key) / pageSize; }
