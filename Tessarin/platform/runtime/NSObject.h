@@ -37,6 +37,15 @@ public:
     /// Sends a message with any arguments. Fatal as above, and when their count is wrong.
     Value invoke(Selector selector, std::initializer_list<Value> arguments);
 
+    /// The value under `key`: "self", or what the selector of that name without arguments answers. An object class with keys
+    /// of its own overrides it. Fatal for an unknown key.
+    virtual Value valueForKey(std::string_view key);
+    /// Sets the value under `key` through the selector "setKey:". Fatal for an unknown key and for a value of a wrong kind.
+    virtual void setValueForKey(Value value, std::string_view key);
+    /// What stands for this object where predicates compare it: an object that represents a record answers the record's
+    /// identity, so that two objects for one record, and the identity itself, are equal there.
+    virtual NSObject const& predicateIdentity() const { return *this; }
+
     /// This object as a kept reference of class T.
     template <class T> Ref<T> self() { return std::static_pointer_cast<T>(shared_from_this()); }
 
