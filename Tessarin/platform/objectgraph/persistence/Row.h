@@ -53,9 +53,11 @@ private:
     std::uint64_t const* cells() const noexcept { return presence() + (layout_->cells().size() + 63) / 64; }
     void destroy() noexcept;
 
-    mutable std::atomic<std::uint32_t> references_{1};
-    std::uint32_t version_ : 31;
-    mutable std::uint32_t isCached_ : 1 = 0; // set once, before the row is shared
+    // The count stands in steps of two; the lowest bit says that the cache knows this row.
+    static constexpr std::uint32_t oneReference = 2;
+    static constexpr std::uint32_t cached = 1;
+    mutable std::atomic<std::uint32_t> references_{oneReference};
+    std::uint32_t version_;
     RowLayout const* layout_;
     RecordKey key_;
 };
@@ -66,7 +68,7 @@ public:
     RowRef() noexcept = default;
     RowRef(std::nullptr_t) noexcept {}
     RowRef(RowRef const& other) noexcept : row_(other.row_) {
-        if (row_) row_->references_.fetch_add(1, std::memory_order_relaxed);
+        if (row_) row_->references_.fetch_add(Row::oneReference, std::memory_order_relaxed);
     }
     RowRef(RowRef&& other) noexcept : row_(std::exchange(other.row_, nullptr)) {}
     RowRef& operator=(RowRef other) noexcept {
@@ -74,7 +76,7 @@ public:
         return *this;
     }
     ~RowRef() {
-        if (row_ && row_->references_.fetch_sub(1, std::memory_order_acq_rel) == 1) row_->destroy();
+        if (row_ && row_->references_.fetch_sub(Row::oneReference, std::memory_order_acq_rel) < 2 * Row::oneReference) row_->destroy();
     }
 
     /// Takes over a count that the caller already holds.

@@ -15,7 +15,7 @@ public:
     RowRef find(RecordKey key) const;
     /// The cached row when it has that version or a newer one, else none.
     RowRef find(RecordKey key, std::uint32_t version) const;
-    /// Makes `row`, just built and not yet shared with other threads, the record's row unless a newer one stands there.
+    /// Makes `row` the record's row unless a newer one stands there.
     void add(RowRef const& row);
     /// Forgets a record, for a deletion.
     void remove(RecordKey key);

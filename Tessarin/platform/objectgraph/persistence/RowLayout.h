@@ -1,6 +1,8 @@
 #pragma once
 #include "Tessarin/Export.h"
+#include "Tessarin/platform/objectgraph/model/NSAttributeDescription.h"
 #include "Tessarin/platform/objectgraph/model/NSEntityDescription.h"
+#include "Tessarin/platform/objectgraph/model/NSRelationshipDescription.h"
 #include <cstdint>
 #include <span>
 #include <vector>

@@ -1,0 +1,57 @@
+#pragma once
+#include "Tessarin/Export.h"
+#include "Tessarin/platform/objectgraph/model/NSManagedObjectModel.h"
+#include "Tessarin/platform/objectgraph/persistence/NSManagedObjectID.h"
+#include "Tessarin/platform/objectgraph/persistence/NSPersistentStore.h"
+#include <atomic>
+#include <string_view>
+
+namespace Tessarin {
+
+inline constexpr char const* NSSQLiteStoreType = "SQLite";
+inline constexpr char const* NSInMemoryStoreType = "InMemory";
+/// Option keys of a store: Booleans.
+inline constexpr char const* NSMigratePersistentStoresAutomaticallyOption = "NSMigratePersistentStoresAutomaticallyOption";
+inline constexpr char const* NSInferMappingModelAutomaticallyOption = "NSInferMappingModelAutomaticallyOption";
+/// Option key: a dictionary such as {"synchronous": "NORMAL"} (FULL by default, or OFF).
+inline constexpr char const* NSSQLitePragmasOption = "NSSQLitePragmasOption";
+
+/// Stands between the contexts and a store: one model, one store, the identities and the rows that contexts share.
+/// Everything but adding a store may be used from any thread.
+///
+///     auto coordinator = make<NSPersistentStoreCoordinator>(model);
+///     Ref<NSError> error;
+///     if (!coordinator->addPersistentStoreWithType(NSSQLiteStoreType, {}, file, {}, error)) report(*error);
+class TESSARIN_API NSPersistentStoreCoordinator : public NSObject {
+public:
+    Ref<NSManagedObjectModel> const& managedObjectModel() const noexcept { return model_; }
+    /// Opens or makes the store. Waits as long as the file is locked, out of reach or out of space; null with an error when
+    /// it is no store of this model (a copy of what stood there is then kept beside its folder). One store a coordinator:
+    /// a second is refused. `configuration` absent means all entities, and so does any other for now.
+    Ref<NSPersistentStore> addPersistentStoreWithType(std::string_view type, std::optional<std::string> configuration, NSURL const& url,
+                                                      Dictionary const& options, Ref<NSError>& error);
+    std::vector<Ref<NSPersistentStore>> persistentStores() const;
+    /// The identity that a URI names; null for another store's, an unknown entity's, or a temporary one.
+    Ref<NSManagedObjectID> managedObjectIDForURIRepresentation(NSURL const& uri);
+
+    Ref<RowSpace> const& space() const noexcept { return space_; }
+    IdentityTable& identities() noexcept { return *identities_; }
+    /// The store, or null while there is none.
+    NSPersistentStore* store() const noexcept { return store_.load(std::memory_order_acquire); }
+    /// A key for a record that is not saved yet: negative, unique in the process.
+    static RecordKey temporaryKey() noexcept;
+
+protected:
+    NSPersistentStoreCoordinator() = default;
+    virtual void init(Ref<NSManagedObjectModel> managedObjectModel);
+
+private:
+    template <class T> friend struct detail::Made;
+    Ref<NSManagedObjectModel> model_;
+    Ref<RowSpace> space_;
+    Ref<IdentityTable> identities_;
+    Ref<NSPersistentStore> kept_;
+    std::atomic<NSPersistentStore*> store_{nullptr}; // set once
+};
+
+} // namespace Tessarin

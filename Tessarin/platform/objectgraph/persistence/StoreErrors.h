@@ -1,0 +1,32 @@
+#pragma once
+#include "Tessarin/Export.h"
+#include "Tessarin/platform/foundation/NSError.h"
+#include <string>
+
+namespace Tessarin {
+
+/// The domain of the object graph's errors.
+inline constexpr char const* ObjectGraphErrorDomain = "TessarinObjectGraph";
+
+enum class StoreErrorCode : std::int64_t {
+    InvalidStoreType = 134000,
+    StoreOpen = 134080,
+    StoreIncompatibleModel = 134100,
+    StoreSave = 134030,
+    StoreFetch = 134060,
+    ConstraintConflict = 133021,
+    ObjectMissing = 133000,
+    UnsupportedAttribute = 134200,
+    UnknownEntity = 134210,
+    ContextWithoutStore = 134220,
+    RelationshipDenied = 1600,
+    SeveralErrors = 1560,
+};
+
+/// An error of the object graph with its text.
+inline Ref<NSError> storeError(StoreErrorCode code, std::string text, Dictionary more = {}) {
+    more.set(NSLocalizedDescriptionKey, std::move(text));
+    return NSError::errorWithDomain(ObjectGraphErrorDomain, static_cast<std::int64_t>(code), std::move(more));
+}
+
+} // namespace Tessarin
