@@ -26,9 +26,10 @@ Value Value::uuid(std::array<std::uint8_t, 16> const& bytes) {
     ValueBoxes::put(value, Kind::UUID, bytes);
     return value;
 }
-Value Value::data(std::span<std::byte const> bytes) {
+Value Value::data(std::span<std::byte const> bytes) { return data(std::vector<std::byte>(bytes.begin(), bytes.end())); }
+Value Value::data(std::vector<std::byte> bytes) {
     Value value;
-    ValueBoxes::put(value, Kind::Data, std::vector<std::byte>(bytes.begin(), bytes.end()));
+    ValueBoxes::put(value, Kind::Data, std::move(bytes));
     return value;
 }
 Value Value::url(std::string_view text) {

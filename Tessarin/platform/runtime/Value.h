@@ -81,6 +81,7 @@ public:
     static Value date(double seconds);
     static Value uuid(std::array<std::uint8_t, 16> const& bytes);
     static Value data(std::span<std::byte const> bytes);
+    static Value data(std::vector<std::byte> bytes);
     static Value url(std::string_view text);
 
     Value(Value const& other) noexcept : CompactCell(other) {

@@ -1,0 +1,82 @@
+#include "Tessarin/platform/foundation/FilesPrivate.h"
+
+#include "Tessarin/platform/foundation/NSError.h"
+#include "Tessarin/platform/foundation/NSUUID.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <filesystem>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace Tessarin::files {
+namespace {
+
+struct Descriptor {
+    int number;
+    explicit Descriptor(int opened) : number(opened) {}
+    Descriptor(Descriptor const&) = delete;
+    Descriptor& operator=(Descriptor const&) = delete;
+    ~Descriptor() {
+        if (number >= 0) ::close(number);
+    }
+};
+
+bool writeAll(int descriptor, std::span<std::byte const> bytes) {
+    while (!bytes.empty()) {
+        auto const written = ::write(descriptor, bytes.data(), bytes.size());
+        if (written < 0 && errno != EINTR) return false;
+        if (written > 0) bytes = bytes.subspan(static_cast<std::size_t>(written));
+    }
+    return true;
+}
+
+/// The file itself, where `path` is a symbolic link to one.
+std::string resolved(std::string const& path) {
+    std::error_code ignored;
+    if (!std::filesystem::is_symlink(path, ignored)) return path;
+    auto const target = std::filesystem::canonical(path, ignored);
+    return ignored ? path : target.native();
+}
+
+bool fill(std::string const& temporary, std::string const& target, std::span<std::byte const> bytes) {
+    Descriptor const file{::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666)};
+    if (file.number < 0) return false;
+    struct stat existing {};
+    if (::stat(target.c_str(), &existing) == 0 && ::fchmod(file.number, existing.st_mode & 07777) != 0) return false;
+    return writeAll(file.number, bytes) && ::fsync(file.number) == 0;
+}
+
+} // namespace
+
+void fail(std::string const& path) { throw ErrorException(NSError::errorWithErrno(errno, path)); }
+
+std::vector<std::byte> read(std::string const& path) {
+    Descriptor const file{::open(path.c_str(), O_RDONLY | O_CLOEXEC)};
+    struct stat status {};
+    if (file.number < 0 || ::fstat(file.number, &status) != 0) fail(path);
+    std::vector<std::byte> bytes(static_cast<std::size_t>(std::max<off_t>(status.st_size, 0)) + 1); // one more, to see the end
+    std::size_t filled = 0;
+    for (;;) {
+        auto const count = ::read(file.number, bytes.data() + filled, bytes.size() - filled);
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0) fail(path);
+        if (count == 0) break;
+        filled += static_cast<std::size_t>(count);
+        if (filled == bytes.size()) bytes.resize(filled * 2);
+    }
+    bytes.resize(filled);
+    return bytes;
+}
+
+void writeAtomically(std::string const& path, std::span<std::byte const> bytes) {
+    auto const target = resolved(path);
+    auto const temporary = target + "." + NSUUID::UUID().UUIDString().substr(0, 8);
+    if (fill(temporary, target, bytes) && ::rename(temporary.c_str(), target.c_str()) == 0) return;
+    auto const reason = errno;
+    ::unlink(temporary.c_str());
+    errno = reason;
+    fail(path);
+}
+
+} // namespace Tessarin::files
