@@ -1,0 +1,98 @@
+#include "Tessarin/platform/queues/engine/Pool.h"
+#include "Tessarin/platform/queues/engine/Specifics.h"
+
+#include "Tessarin/platform/queues/Queue.h"
+#include "Tessarin/platform/runtime/Fatal.h"
+#include <cstring>
+#include <mutex>
+
+namespace Tessarin {
+
+using namespace engine;
+
+namespace {
+
+constinit GlobalQueue background{"global.background", "dispatch-bgrnd", 15};
+constinit GlobalQueue utility{"global.utility", "dispatch-util", 5};
+constinit GlobalQueue standard{"global.default", "dispatch-default", 0};
+constinit GlobalQueue userInitiated{"global.user-initiated", "dispatch-userin", 0};
+constinit GlobalQueue userInteractive{"global.user-interactive", "dispatch-userac", 0};
+
+char* copyOfLabel(char const* label) {
+    if (!label || !*label) return nullptr;
+    auto const size = std::strlen(label) + 1;
+    return static_cast<char*>(std::memcpy(new char[size], label, size));
+}
+
+} // namespace
+
+namespace engine {
+
+constinit Lock rareLock;
+
+GlobalQueue* globalQueue(std::intptr_t identifier) noexcept {
+    switch (identifier) {
+    case QOS_CLASS_BACKGROUND:
+    case DISPATCH_QUEUE_PRIORITY_BACKGROUND: return &background;
+    case QOS_CLASS_UTILITY:
+    case DISPATCH_QUEUE_PRIORITY_LOW: return &utility;
+    case QOS_CLASS_DEFAULT:
+    case DISPATCH_QUEUE_PRIORITY_DEFAULT: return &standard;
+    case QOS_CLASS_USER_INITIATED:
+    case DISPATCH_QUEUE_PRIORITY_HIGH: return &userInitiated;
+    case QOS_CLASS_USER_INTERACTIVE: return &userInteractive;
+    default: return nullptr;
+    }
+}
+
+DispatchQueue& defaultGlobalQueue() noexcept { return standard; }
+
+bool inspectPools(Nanoseconds now) noexcept {
+    bool busy = false;
+    for (auto* queue : {&background, &utility, &standard, &userInitiated, &userInteractive}) busy = queue->pool.inspect(now) || busy;
+    return busy;
+}
+
+} // namespace engine
+
+dispatch_queue_t dispatch_queue_create(char const* label, dispatch_queue_attr_t attribute) {
+    auto* target = globalQueue(attribute.qualityOfService == QOS_CLASS_UNSPECIFIED ? QOS_CLASS_DEFAULT : attribute.qualityOfService);
+    if (!target) target = &standard;
+    auto const kind = attribute.concurrent ? DispatchQueue::Kind::Concurrent : DispatchQueue::Kind::Serial;
+    target->retain();
+    return dispatch_queue_t::adopt(new DispatchQueue(kind, copyOfLabel(label), target));
+}
+
+void DispatchQueue::setTarget(DispatchQueue& above) {
+    if (isRoot()) fatal("dispatch_set_target_queue: the main queue and the global queues have no target");
+    {
+        std::lock_guard const hold(rareLock); // keeps every target where it is
+        for (auto const* queue = &above; queue; queue = queue->target())
+            if (queue == this) fatal("dispatch_set_target_queue: the queue would target itself");
+    }
+    above.retain();
+    if (!tryClaim(Access::Exclusive)) return push(newItem([this, &above] { replaceTarget(above); }, ItemKind::Barrier));
+    replaceTarget(above);
+    leaveExclusive();
+}
+
+void DispatchQueue::replaceTarget(DispatchQueue& above) noexcept {
+    std::unique_lock hold(rareLock);
+    auto* const before = target_.exchange(&above, std::memory_order_relaxed);
+    hold.unlock();
+    before->release();
+}
+
+void DispatchQueue::dispose() noexcept {
+    if (state_.load(std::memory_order_relaxed) & state::Suspended) fatal("dispatch: a suspended queue was released");
+    auto* const above = target();
+    auto* const context = context_.load(std::memory_order_relaxed);
+    auto const finalizer = finalizer_.load(std::memory_order_relaxed);
+    if (finalizer && context) above->submit(newItem([=] { finalizer(context); }));
+    destroySpecifics(specifics_.load(std::memory_order_relaxed));
+    delete[] label_;
+    delete this;
+    above->release();
+}
+
+} // namespace Tessarin

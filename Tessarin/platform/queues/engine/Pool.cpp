@@ -1,0 +1,246 @@
+#include "Tessarin/platform/queues/engine/Pool.h"
+
+#include "Tessarin/platform/queues/engine/Thread.h"
+#include "Tessarin/platform/queues/engine/Timekeeper.h"
+#include "Tessarin/platform/runtime/Fatal.h"
+#include <csignal>
+#include <mutex>
+#include <pthread.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace Tessarin::engine {
+namespace {
+
+constexpr Nanoseconds searchTime = 10'000;
+constexpr Nanoseconds idleTime = 4'000'000'000;
+constexpr int mostThreads = 512;
+
+} // namespace
+
+int processorCount() noexcept {
+    static int const count = static_cast<int>(sysconf(_SC_NPROCESSORS_ONLN));
+    return count > 2 ? count : 2;
+}
+
+void Pool::pushInbox(WorkItem* item) noexcept {
+    auto* first = inbox_.load(std::memory_order_relaxed);
+    do item->setNext(first);
+    while (!inbox_.compare_exchange_weak(first, item, std::memory_order_seq_cst, std::memory_order_relaxed));
+}
+
+void Pool::submit(WorkItem* item) noexcept {
+    pushInbox(item);
+    wakeIfUseful();
+}
+
+void Pool::submitQueue(WorkItem* item) noexcept {
+    auto* const worker = thisThread.worker;
+    if (!worker || &worker->pool != this) return submit(item);
+    worker->keptCount.fetch_add(1, std::memory_order_relaxed);
+    auto* const before = worker->kept.exchange(item, std::memory_order_seq_cst);
+    callMonitor();
+    if (before) submit(before);
+}
+
+// Whoever changes searching_ or mayWake_ looks at the inbox afterwards, and here the order is the other way round, so an item
+// cannot fall between the two.
+void Pool::wakeIfUseful() noexcept {
+    if (searching_.load(std::memory_order_seq_cst) > 0) return;
+    if (mayWake_.load(std::memory_order_seq_cst))
+        wakeOne();
+    else
+        callMonitor();
+}
+
+void Pool::wakeOne() noexcept {
+    std::unique_lock hold(lock_);
+    if (searching_.load(std::memory_order_relaxed) > 0 || !mayWake_.load(std::memory_order_relaxed)) return;
+    searching_.store(1, std::memory_order_seq_cst);
+    ++running_;
+    if (auto* const worker = sleepers_) {
+        sleepers_ = worker->nextSleeper;
+        worker->sleeps = false;
+        updateCounts();
+        hold.unlock();
+        worker->called.store(1, std::memory_order_release);
+        unpark(worker->called);
+        return;
+    }
+    ++threads_;
+    updateCounts();
+    hold.unlock();
+    if (startThread()) return;
+    hold.lock();
+    searching_.store(0, std::memory_order_seq_cst);
+    --running_;
+    --threads_;
+    updateCounts();
+    if (threads_ == 0) fatal("dispatch: no thread can be started");
+}
+
+void Pool::updateCounts() noexcept {
+    tooManyRun_.store(running_ > processorCount(), std::memory_order_relaxed);
+    mayWake_.store(running_ < processorCount() && (sleepers_ || threads_ < mostThreads), std::memory_order_seq_cst);
+}
+
+bool Pool::startThread() noexcept {
+    auto* const worker = new Worker(*this);
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+    sigset_t all; // the application's signals are its own threads' business
+    sigfillset(&all);
+    pthread_attr_setsigmask_np(&attributes, &all);
+    pthread_t thread;
+    bool const started = pthread_create(&thread, &attributes, &Pool::threadMain, worker) == 0;
+    pthread_attr_destroy(&attributes);
+    if (!started) delete worker;
+    return started;
+}
+
+void* Pool::threadMain(void* argument) {
+    auto* const worker = static_cast<Worker*>(argument);
+    auto& pool = worker->pool;
+    worker->thread = static_cast<pid_t>(syscall(SYS_gettid));
+    thisThread.worker = worker;
+    pthread_setname_np(pthread_self(), pool.name_);
+    if (pool.niceness_ > 0) setpriority(PRIO_PROCESS, static_cast<id_t>(worker->thread), pool.niceness_);
+    {
+        std::lock_guard const hold(pool.lock_);
+        worker->next = pool.workers_;
+        pool.workers_ = worker;
+    }
+    pool.run(*worker);
+    thisThread.worker = nullptr;
+    delete worker;
+    return nullptr;
+}
+
+/// A worker comes as the one that searches, and leaves when it has slept for long.
+void Pool::run(Worker& worker) noexcept {
+    FrameScope const frame(queue_);
+    bool searching = true;
+    for (;;) {
+        auto* item = wantsWorkersBack() ? nullptr : worker.kept.exchange(nullptr, std::memory_order_acq_rel);
+        if (!item) item = searching ? search() : take();
+        if (!item) item = worker.kept.exchange(nullptr, std::memory_order_acq_rel);
+        if (!item) {
+            int nobody = 0;
+            if (!searching && searching_.compare_exchange_strong(nobody, 1, std::memory_order_seq_cst)) {
+                searching = true;
+                continue;
+            }
+            if (!sleep(worker, std::exchange(searching, true))) return;
+            searching = worker.called.exchange(0, std::memory_order_acquire) == 1;
+            continue;
+        }
+        if (std::exchange(searching, false)) stopSearching();
+        runAndRecycle(item);
+        thisThread.chainPassedOn = false;
+        if (worker.blocked.load(std::memory_order_relaxed)) workerResumes(worker);
+        if (tooManyRun_.load(std::memory_order_relaxed)) {
+            if (auto* const kept = worker.kept.exchange(nullptr, std::memory_order_acq_rel)) submit(kept);
+            if (!sleep(worker, false)) return;
+            searching = worker.called.exchange(0, std::memory_order_acquire) == 1;
+        }
+    }
+}
+
+WorkItem* Pool::take() noexcept {
+    std::lock_guard const hold(lock_);
+    if (!head_) head_ = reversed(inbox_.exchange(nullptr, std::memory_order_acq_rel));
+    auto* const item = head_;
+    if (!item) return nullptr;
+    head_ = item->next();
+    ++taken_;
+    wantsWorkersBack_.store(false, std::memory_order_relaxed);
+    return item;
+}
+
+WorkItem* Pool::search() noexcept {
+    WorkItem* item = take();
+    if (!item) spin(searchTime, [&] { return inbox_.load(std::memory_order_relaxed) && (item = take()); });
+    return item;
+}
+
+/// The searcher has found something: whatever else is queued needs another one.
+void Pool::stopSearching() noexcept {
+    searching_.store(0, std::memory_order_seq_cst);
+    lock_.lock();
+    bool const more = hasQueued();
+    lock_.unlock();
+    if (more) wakeIfUseful();
+}
+
+/// Sleeps until somebody calls the worker, unless it is needed at once; false when it is to end.
+bool Pool::sleep(Worker& worker, bool searching) noexcept {
+    {
+        std::lock_guard const hold(lock_);
+        bool const needed = running_ <= processorCount();
+        --running_;
+        worker.sleeps = true;
+        worker.nextSleeper = sleepers_;
+        sleepers_ = &worker;
+        if (searching) searching_.store(0, std::memory_order_seq_cst);
+        updateCounts();
+        if (needed && hasQueued()) {
+            leaveSleepers(worker);
+            ++running_;
+            updateCounts();
+            return true;
+        }
+    }
+    auto const deadline = monotonicNow() + idleTime;
+    while (worker.called.load(std::memory_order_acquire) == 0) {
+        if (park(worker.called, 0, deadline)) continue;
+        std::lock_guard const hold(lock_);
+        if (!worker.sleeps) continue; // called at the last moment
+        leaveSleepers(worker);
+        forget(worker);
+        return false;
+    }
+    return true;
+}
+
+void Pool::leaveSleepers(Worker& worker) noexcept {
+    auto** link = &sleepers_;
+    while (*link != &worker) link = &(*link)->nextSleeper;
+    *link = worker.nextSleeper;
+    worker.sleeps = false;
+}
+
+void Pool::forget(Worker& worker) noexcept {
+    auto** link = &workers_;
+    while (*link != &worker) link = &(*link)->next;
+    *link = worker.next;
+    --threads_;
+    updateCounts();
+}
+
+void Pool::workerBlocks(Worker& worker) noexcept {
+    if (auto* const item = worker.kept.exchange(nullptr, std::memory_order_acq_rel)) pushInbox(item);
+    std::unique_lock hold(lock_);
+    if (!worker.blocked.exchange(true, std::memory_order_relaxed)) --running_;
+    updateCounts();
+    bool const queued = hasQueued();
+    hold.unlock();
+    if (queued) wakeIfUseful();
+}
+
+void Pool::workerResumes(Worker& worker) noexcept {
+    std::lock_guard const hold(lock_);
+    if (worker.blocked.exchange(false, std::memory_order_relaxed)) ++running_;
+    updateCounts();
+}
+
+BlockingScope::BlockingScope() noexcept {
+    if (auto* const worker = thisThread.worker) worker->pool.workerBlocks(*worker);
+}
+
+BlockingScope::~BlockingScope() {
+    if (auto* const worker = thisThread.worker) worker->pool.workerResumes(*worker);
+}
+
+} // namespace Tessarin::engine

@@ -1,0 +1,108 @@
+#pragma once
+#include "Tessarin/platform/queues/engine/DispatchQueue.h"
+#include <atomic>
+#include <cstdint>
+#include <sys/types.h>
+
+namespace Tessarin::engine {
+
+class Pool;
+
+/// One thread of a pool.
+class Worker {
+public:
+    explicit Worker(Pool& owner) noexcept : pool(owner) {}
+
+    Pool& pool;
+    std::atomic<std::uint32_t> called = 0; // what it sleeps on
+    /// What this worker made runnable last and will run next itself. The monitor takes it away when it stays too long.
+    std::atomic<WorkItem*> kept = nullptr;
+    std::atomic<std::uint32_t> keptCount = 0;
+    std::uint32_t keptCountSeen = 0; // the monitor's
+    pid_t thread = 0;
+
+    // Guarded by the pool's lock:
+    Worker* nextSleeper = nullptr;
+    Worker* next = nullptr;
+    bool sleeps = false;
+    std::atomic<bool> blocked = false; // said so, or the monitor found it asleep inside an item
+};
+
+/// The threads of one quality of service. There are as many running workers as processors; a worker that blocks makes room for
+/// another one. Idle workers sleep, and end after a few seconds. A submission wakes nobody while a searching worker is about
+/// to look, and there is at most one of those; it wakes the next when it has found something and there is more.
+class Pool {
+public:
+    constexpr Pool(DispatchQueue& queue, char const* name, int niceness) noexcept : queue_(queue), name_(name), niceness_(niceness) {}
+    Pool(Pool const&) = delete;
+    Pool& operator=(Pool const&) = delete;
+
+    void submit(WorkItem* item) noexcept;
+    /// For an item that drains a queue: a worker of this pool keeps the last one for itself, while it is still warm.
+    void submitQueue(WorkItem* item) noexcept;
+
+    /// Others have waited for some milliseconds: a worker with a long queue is to put it back in line.
+    bool wantsWorkersBack() const noexcept { return wantsWorkersBack_.load(std::memory_order_relaxed); }
+
+    void workerBlocks(Worker& worker) noexcept;
+    /// Counts the worker as running again, if it was not.
+    void workerResumes(Worker& worker) noexcept;
+
+    /// The monitor's visit: takes kept items that nobody runs, finds blocked workers. Whether anything is queued.
+    bool inspect(Nanoseconds now) noexcept;
+
+private:
+    static void* threadMain(void* worker);
+    void run(Worker& worker) noexcept;
+    WorkItem* take() noexcept;
+    WorkItem* search() noexcept;
+    void stopSearching() noexcept;
+    bool sleep(Worker& worker, bool searching) noexcept;
+    void leaveSleepers(Worker& worker) noexcept;
+    void forget(Worker& worker) noexcept;
+
+    void pushInbox(WorkItem* item) noexcept;
+    void wakeIfUseful() noexcept;
+    void wakeOne() noexcept;
+    bool startThread() noexcept;
+    bool hasQueued() const noexcept { return head_ || inbox_.load(std::memory_order_seq_cst); } // under the lock
+    void updateCounts() noexcept;
+    bool collectKept() noexcept;
+    bool findBlocked() noexcept;
+
+    std::atomic<WorkItem*> inbox_ = nullptr; // newest first
+    alignas(64) std::atomic<int> searching_ = 0;
+    std::atomic<bool> mayWake_ = true; // fewer workers run than may
+    std::atomic<bool> tooManyRun_ = false; // blocked ones have come back
+    std::atomic<bool> wantsWorkersBack_ = false;
+
+    alignas(64) Lock lock_; // guards the rest
+    WorkItem* head_ = nullptr; // oldest first; what was in the inbox before
+    Worker* sleepers_ = nullptr;
+    Worker* workers_ = nullptr;
+    int running_ = 0;
+    int threads_ = 0;
+    std::uint64_t taken_ = 0;
+    std::uint64_t takenSeen_ = 0;
+    Nanoseconds stalledSince_ = 0;
+
+    DispatchQueue& queue_;
+    char const* const name_;
+    int const niceness_;
+};
+
+class GlobalQueue : public DispatchQueue {
+public:
+    constexpr GlobalQueue(char const* label, char const* threadName, int niceness) noexcept
+        : DispatchQueue(Kind::Global, label, nullptr), pool(*this, threadName, niceness) {}
+    Pool pool;
+};
+
+/// How many workers may run at a time; two where there is but one processor.
+int processorCount() noexcept;
+/// The queue of a class or priority number; null for others.
+GlobalQueue* globalQueue(std::intptr_t identifier) noexcept;
+/// Visits all pools; see Pool::inspect.
+bool inspectPools(Nanoseconds now) noexcept;
+
+} // namespace Tessarin::engine

@@ -1,0 +1,55 @@
+#pragma once
+#include <cstdint>
+
+namespace Tessarin {
+class DispatchQueue;
+}
+
+namespace Tessarin::engine {
+
+class Worker;
+
+/// One queue that the thread runs something for; the innermost is the current queue.
+struct Frame {
+    DispatchQueue* queue;
+    Frame const* outer;
+};
+
+struct ThreadContext {
+    Frame const* frames = nullptr;
+    Worker* worker = nullptr; // null but on the engine's own threads
+    /// A waiting thread has got the queues that this worker held: leave them alone, back to the pool.
+    bool chainPassedOn = false;
+    enum class Role : std::uint8_t { Unknown, Main, Other } role = Role::Unknown;
+};
+extern constinit thread_local ThreadContext thisThread [[gnu::tls_model("initial-exec")]];
+
+bool askWhetherMainThread() noexcept;
+/// Whether this is the process's first thread.
+inline bool isMainThread() noexcept {
+    if (thisThread.role == ThreadContext::Role::Unknown) [[unlikely]]
+        return askWhetherMainThread();
+    return thisThread.role == ThreadContext::Role::Main;
+}
+
+class FrameScope {
+public:
+    explicit FrameScope(DispatchQueue& queue) noexcept : frame_{&queue, thisThread.frames} { thisThread.frames = &frame_; }
+    FrameScope(FrameScope const&) = delete;
+    FrameScope& operator=(FrameScope const&) = delete;
+    ~FrameScope() { thisThread.frames = frame_.outer; }
+
+private:
+    Frame const frame_;
+};
+
+/// Around every wait of the engine: tells the pool that this worker cannot run anything, so that another one steps in.
+class BlockingScope {
+public:
+    BlockingScope() noexcept;
+    BlockingScope(BlockingScope const&) = delete;
+    BlockingScope& operator=(BlockingScope const&) = delete;
+    ~BlockingScope();
+};
+
+} // namespace Tessarin::engine

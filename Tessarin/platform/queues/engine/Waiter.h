@@ -1,0 +1,52 @@
+#pragma once
+#include "Tessarin/platform/queues/engine/DispatchQueue.h"
+#include "Tessarin/platform/queues/engine/Thread.h"
+#include "Tessarin/platform/runtime/FunctionRef.h"
+
+namespace Tessarin::engine {
+
+/// Runs borrowed work; an exception that leaves it ends the process with its message.
+inline void runInQueue(DispatchQueue& queue, FunctionRef<void()> work) noexcept {
+    FrameScope const frame(queue);
+    work();
+}
+
+/// A sync that waits in line, on the stack of its thread.
+struct Waiter : WorkItem {
+    enum Outcome : std::uint32_t { Waiting, Asleep, Granted, Done };
+
+    Waiter(DispatchQueue& home, FunctionRef<void()> borrowed) noexcept : queue(home), function(borrowed) {}
+
+    /// Queues it on `at`, and waits until the queues from there up are this thread's (Granted) or the main thread has run the
+    /// work (Done).
+    Outcome waitOn(DispatchQueue& at, Access access) noexcept {
+        line(at, access);
+        if (spin(3'000, [this] { return outcome.load(std::memory_order_acquire) >= Granted; })) return result();
+        BlockingScope const blocking;
+        std::uint32_t expected = Waiting;
+        outcome.compare_exchange_strong(expected, Asleep, std::memory_order_acq_rel);
+        while (outcome.load(std::memory_order_acquire) == Asleep) park(outcome, Asleep);
+        return result();
+    }
+    void line(DispatchQueue& at, Access access) noexcept {
+        level = &at;
+        setKind(access == Access::Shared ? ItemKind::SharedWaiter : ItemKind::Waiter);
+        at.submit(this);
+    }
+    /// The last thing that others do with a waiter: it is gone as soon as its thread sees the outcome.
+    void settle(Outcome how) noexcept {
+        if (outcome.exchange(how, std::memory_order_acq_rel) == Asleep) unpark(outcome);
+    }
+    void runHere() noexcept {
+        runInQueue(queue, function);
+        settle(Done);
+    }
+    Outcome result() const noexcept { return static_cast<Outcome>(outcome.load(std::memory_order_acquire)); }
+
+    DispatchQueue& queue;         // whose work it is
+    DispatchQueue* level = nullptr; // on whose list it stands
+    FunctionRef<void()> function;
+    std::atomic<std::uint32_t> outcome = Waiting;
+};
+
+} // namespace Tessarin::engine

@@ -1,0 +1,35 @@
+#pragma once
+#include "Tessarin/platform/runtime/Closure.h"
+#include <cstddef>
+#include <cstdint>
+
+namespace Tessarin::engine {
+
+/// What a queue has to do with an item; concurrent queues tell all four apart, serial ones only whether somebody waits.
+enum class ItemKind : std::uintptr_t { Plain = 0, Barrier = 1, Waiter = 2, SharedWaiter = 3 };
+
+/// One piece of queued work: a cache line of its own, so that the lower bits of its address are free for flags. The link to the
+/// next item and the item's own kind share a word in the closure's tail padding.
+struct alignas(64) WorkItem {
+    [[no_unique_address]] Closure<void()> work;
+    std::uintptr_t link = 0;
+
+    WorkItem* next() const noexcept { return reinterpret_cast<WorkItem*>(link & ~std::uintptr_t{63}); }
+    ItemKind kind() const noexcept { return static_cast<ItemKind>(link & 3); }
+    void setNext(WorkItem* next) noexcept { link = reinterpret_cast<std::uintptr_t>(next) | (link & 3); }
+    void setKind(ItemKind kind) noexcept { link = (link & ~std::uintptr_t{3}) | static_cast<std::uintptr_t>(kind); }
+};
+static_assert(sizeof(WorkItem) == 64);
+
+/// An item from the calling thread's cache.
+WorkItem* newItem(Closure<void()>&& work, ItemKind kind = ItemKind::Plain);
+/// Destroys the closure and gives the item to the calling thread's cache.
+void recycle(WorkItem* item) noexcept;
+
+/// Runs the closure where it lies, then recycles. An exception that leaves it ends the process with its message.
+void runAndRecycle(WorkItem* item) noexcept;
+
+/// Turns a list that was pushed at its front into the order of submission.
+WorkItem* reversed(WorkItem* list) noexcept;
+
+} // namespace Tessarin::engine
