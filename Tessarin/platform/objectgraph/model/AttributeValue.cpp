@@ -1,0 +1,88 @@
+// Conversion of values to what an attribute of some type keeps.
+#include "Tessarin/platform/foundation/NSUUID.h"
+#include "Tessarin/platform/objectgraph/model/NSAttributeDescription.h"
+
+#include <charconv>
+#include <cmath>
+
+namespace Tessarin {
+namespace {
+
+using Kind = Value::Kind;
+
+std::string_view trimmed(std::string_view text) {
+    auto const blank = [](char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; };
+    while (!text.empty() && blank(text.front())) text.remove_prefix(1);
+    while (!text.empty() && blank(text.back())) text.remove_suffix(1);
+    return text;
+}
+
+template <class Number> std::optional<Number> parsed(std::string_view text) {
+    if (text.starts_with('+')) text.remove_prefix(1);
+    Number number{};
+    auto const [end, problem] = std::from_chars(text.data(), text.data() + text.size(), number);
+    return problem == std::errc{} && end == text.data() + text.size() && !text.empty() ? std::optional(number) : std::nullopt;
+}
+
+/// The number that a text stands for: "12", "0.0", also "YES" and "NO".
+Value numberOf(std::string_view written) {
+    auto const text = trimmed(written);
+    for (auto const* yes : {"YES", "yes", "true", "TRUE"})
+        if (text == yes) return true;
+    for (auto const* no : {"NO", "no", "false", "FALSE"})
+        if (text == no) return false;
+    if (auto const whole = parsed<std::int64_t>(text)) return *whole;
+    if (auto const number = parsed<double>(text); number && std::isfinite(*number)) return *number;
+    return {};
+}
+
+Value decimalOf(Value const& value) {
+    if (value.isText())
+        if (auto const exact = Decimal::fromText(trimmed(value.text()))) return *exact;
+    auto const number = value.isText() ? numberOf(value.text()) : value;
+    return number.isNumber() || number.kind() == Kind::Decimal ? Value(number.decimal()) : Value();
+}
+
+Value uuidOf(Value const& value) {
+    if (value.isText()) return Value(NSUUID::UUIDWithString(value.text()));
+    return value.kind() == Kind::UUID ? value : Value();
+}
+
+Value urlOf(Value const& value) {
+    if (value.isText()) return value.text().empty() ? Value() : Value::url(value.text());
+    return value.kind() == Kind::URL ? value : Value();
+}
+
+Value numberFor(NSAttributeType type, Value const& value) {
+    auto number = value.isText() ? numberOf(value.text()) : value;
+    if (number.kind() == Kind::Decimal) number = number.number();
+    if (!number.isNumber()) return {};
+    switch (type) {
+    case NSAttributeType::Boolean: return number.boolean();
+    case NSAttributeType::Double: return number.number();
+    case NSAttributeType::Float: return static_cast<float>(number.number());
+    default: return number.integer();
+    }
+}
+
+} // namespace
+
+Value attributeValue(NSAttributeType type, Value const& value) {
+    switch (type) {
+    case NSAttributeType::Integer16:
+    case NSAttributeType::Integer32:
+    case NSAttributeType::Integer64:
+    case NSAttributeType::Double:
+    case NSAttributeType::Float:
+    case NSAttributeType::Boolean: return numberFor(type, value);
+    case NSAttributeType::Decimal: return decimalOf(value);
+    case NSAttributeType::String: return value.isText() ? value : Value();
+    case NSAttributeType::Date: return value.kind() == Kind::Date ? value : Value();
+    case NSAttributeType::BinaryData: return value.kind() == Kind::Data ? value : Value();
+    case NSAttributeType::UUID: return uuidOf(value);
+    case NSAttributeType::URI: return urlOf(value);
+    default: return value;
+    }
+}
+
+} // namespace Tessarin
