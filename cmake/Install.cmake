@@ -5,10 +5,11 @@ set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/Tessarin)
 install(TARGETS tessarin EXPORT TessarinTargets)
 install(EXPORT TessarinTargets NAMESPACE Tessarin:: DESTINATION ${package_folder})
 
-# check_layers.py knows the same two exceptions, and refuses public headers that include one.
+# check_layers.py knows the same exceptions, and refuses public headers that include one.
 install(DIRECTORY Tessarin/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/Tessarin
   FILES_MATCHING PATTERN "*.h" PATTERN "*.inl"
   PATTERN "platform/sqlite" EXCLUDE
+  PATTERN "engine" EXCLUDE
   PATTERN "*Private.h" EXCLUDE)
 install(FILES ${CMAKE_BINARY_DIR}/include/Tessarin/Version.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/Tessarin)
 

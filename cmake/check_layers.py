@@ -66,8 +66,9 @@ def is_header(path):
 
 
 def is_installed(path):
-    """Headers of platform/sqlite, and those named …Private.h, stay inside the library. Tessarin/CMakeLists.txt does the same."""
-    return path.startswith("Tessarin/") and is_header(path) and room_of(path) != "platform/sqlite" and not path.endswith("Private.h")
+    """Whether a file is a public header. cmake/Install.cmake leaves out the same ones."""
+    inside = room_of(path) == "platform/sqlite" or "/engine/" in path or path.endswith("Private.h")
+    return path.startswith("Tessarin/") and is_header(path) and not inside
 
 
 def is_door(path, target):
@@ -165,6 +166,7 @@ def self_test():
         "Tessarin/platform/runtime/Ref.h", "Tessarin/platform/queues/Queue.h", "Tessarin/platform/foundation/NSDate.h",
         "Tessarin/platform/sqlite/Statement.h", "Tessarin/platform/objectgraph/model/Entity.h",
         "Tessarin/platform/objectgraph/context/Context.h", "Tessarin/platform/queues/LanePrivate.h",
+        "Tessarin/platform/queues/engine/Pool.h",
         "Tessarin/dates/NSDate+Ages.h", "Tessarin/dates/NSDate+Ages.inl", "Tessarin/dispatch/Dispatcher.h",
         "Tessarin/notifications/Notifier.h", "Tessarin/state/State.h", "Tessarin/store/Store.h")}
     inc = '#include "Tessarin/{}"\n'.format
@@ -194,6 +196,8 @@ def self_test():
         ("platform/queues/A.h", '#include "Queue.h"\n', 'included as "Tessarin/'),
         ("platform/queues/A.h", inc("platform/queues/LanePrivate.h"), "is not installed"),
         ("platform/queues/A.cpp", inc("platform/queues/LanePrivate.h"), None),
+        ("platform/queues/A.h", inc("platform/queues/engine/Pool.h"), "is not installed"),
+        ("platform/queues/engine/A.h", inc("platform/queues/engine/Pool.h") + inc("platform/queues/LanePrivate.h"), None),
         ("platform/objectgraph/context/A.h", inc("platform/sqlite/Statement.h"), "is not installed"),
         ("platform/objectgraph/context/A.cpp", inc("platform/sqlite/Statement.h"), None),
         ("../integration/gtk/A.h", inc("platform/queues/LanePrivate.h"), "is not public"),
