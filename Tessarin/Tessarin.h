@@ -66,5 +66,6 @@
 #include "Tessarin/platform/objectgraph/persistence/RowCache.h"
 #include "Tessarin/platform/objectgraph/persistence/RowLayout.h"
 #include "Tessarin/platform/objectgraph/persistence/StoreErrors.h"
+#include "Tessarin/dispatch/Dispatcher.h"
 #include "Tessarin/notifications/NSObject+Observing.h"
 #include "Tessarin/store/NSFileManager+Directories.h"

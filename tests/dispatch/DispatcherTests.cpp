@@ -1,0 +1,152 @@
+#include "Tessarin/dispatch/Dispatcher.h"
+
+#include "tests/support/MainThread.h"
+#include <chrono>
+#include <cmath>
+#include <limits>
+#include <thread>
+
+namespace Tessarin {
+namespace {
+
+TEST(Dispatcher, ConstructionKeepsLabelTypeAndQueue) {
+    auto const standard = make<Dispatcher>();
+    auto const again = make<Dispatcher>(QueueOptions{});
+    EXPECT_STREQ(dispatch_queue_get_label(standard->queue()), "customDISPATCHQueue");
+    EXPECT_STREQ(dispatch_queue_get_label(again->queue()), "customDISPATCHQueue");
+    EXPECT_NE(standard->queue(), again->queue());
+    EXPECT_EQ(standard->type(), Dispatcher::customQueueQOS);
+
+    auto const byClass = make<Dispatcher>(QualityOfService{QOS_CLASS_DEFAULT}); // has no shared instance
+    EXPECT_EQ(byClass->queue(), dispatch_get_global_queue(QOS_CLASS_DEFAULT, 0));
+    EXPECT_EQ(byClass->type(), QOS_CLASS_DEFAULT);
+
+    auto const main = make<Dispatcher>(QualityOfService{0});
+    EXPECT_EQ(main->queue(), dispatch_get_main_queue());
+    EXPECT_EQ(main->type(), 0u);
+}
+
+TEST(Dispatcher, SharedInstancesAreTheSystemsQueues) {
+    struct {
+        Ref<Dispatcher> shared;
+        qos_class_t type;
+    } const rows[] = {{Dispatcher::userInteractive(), 33}, {Dispatcher::userInitiated(), 25}, {Dispatcher::utility(), 17}, {Dispatcher::background(), 9}};
+    for (auto const& row : rows) {
+        EXPECT_EQ(row.shared->type(), row.type);
+        EXPECT_EQ(row.shared->queue(), dispatch_get_global_queue(row.type, 0));
+        EXPECT_FALSE(row.shared->isMainQueue());
+    }
+    EXPECT_EQ(Dispatcher::main(), Dispatcher::main());
+    EXPECT_EQ(Dispatcher::main()->type(), 0u);
+    EXPECT_TRUE(Dispatcher::main()->isMainQueue());
+}
+
+TEST(Dispatcher, MainByClassOwnsAPrivateQueueWhenMadeByIdentifier) {
+    auto const odd = make<DispatchMain>(QueueOptions{.identifier = "x", .serial = true});
+    EXPECT_TRUE(odd->isMainQueue());
+    EXPECT_NE(odd->queue(), dispatch_get_main_queue());
+    bool inMain = true;
+    std::thread::id thread;
+    odd->now([&] {
+        inMain = Dispatcher::inMainQueue();
+        thread = std::this_thread::get_id();
+    });
+    EXPECT_FALSE(inMain);
+    EXPECT_EQ(thread, std::this_thread::get_id());
+}
+
+TEST(Dispatcher, InMainQueueFollowsTheQueueAndNotTheThread) {
+    auto const answerOn = [](auto const& dispatcher) {
+        bool answer = false;
+        dispatcher->sync([&] { answer = Dispatcher::inMainQueue(); });
+        return answer;
+    };
+    auto const onMain = make<Dispatcher>();
+    dispatch_set_target_queue(onMain->queue(), dispatch_get_main_queue());
+    auto const elsewhere = make<Dispatcher>();
+    EXPECT_FALSE(Dispatcher::inMainQueue());
+    EXPECT_TRUE(answerOn(Dispatcher::main()));
+    EXPECT_TRUE(answerOn(onMain));
+    EXPECT_FALSE(answerOn(elsewhere));
+    EXPECT_FALSE(answerOn(Dispatcher::background()));
+
+    bool outside = false;
+    bool inPrivateSync = true;
+    tests::onMainThread([&] {
+        outside = Dispatcher::inMainQueue();
+        inPrivateSync = answerOn(elsewhere);
+    });
+    EXPECT_TRUE(outside);
+    EXPECT_FALSE(inPrivateSync);
+
+    Dispatcher::mainQueueKey() = "another text"; // the storage is the tag, not the text
+    EXPECT_TRUE(answerOn(Dispatcher::main()));
+    Dispatcher::mainQueueKey() = "key";
+}
+
+TEST(Dispatcher, NowRunsInlineInTheMainQueueAndElseThroughTheOverriddenSync) {
+    class Counting : public DispatchMain {
+    public:
+        int syncs = 0;
+        void sync(FunctionRef<void()> closure) override {
+            ++syncs;
+            DispatchMain::sync(closure);
+        }
+    };
+    auto const counting = make<Counting>(QualityOfService{0});
+    std::string order;
+    counting->now([&] {
+        order += "a";
+        counting->now([&] { order += "b"; });
+        dispatch_now_main([&] { order += "c"; });
+        order += "d";
+    });
+    EXPECT_EQ(order, "abcd");
+    EXPECT_EQ(counting->syncs, 1);
+}
+
+TEST(Dispatcher, AsyncToASerialQueueKeepsTheOrderAndAConcurrentOneOverlaps) {
+    auto const serial = make<Dispatcher>();
+    std::string order;
+    for (char const c : std::string{"abcdef"}) serial->async([&order, c] { order += c; });
+    serial->sync([&] { order += "!"; });
+    EXPECT_EQ(order, "abcdef!");
+
+    auto const concurrent = make<Dispatcher>(QueueOptions{.identifier = "a", .serial = false});
+    auto const first = dispatch_semaphore_create(0);
+    auto const second = dispatch_semaphore_create(0);
+    concurrent->async([=] { dispatch_semaphore_wait(first, DISPATCH_TIME_FOREVER), dispatch_semaphore_signal(second); });
+    concurrent->async([=] { dispatch_semaphore_signal(first); });
+    EXPECT_EQ(dispatch_semaphore_wait(second, dispatch_time(DISPATCH_TIME_NOW, 10 * NSEC_PER_SEC)), 0);
+}
+
+TEST(Dispatcher, DelayWithoutSecondsRunsHereAndWithSecondsOnTheMainQueue) {
+    std::thread::id here;
+    delay(std::nullopt, [&] { here = std::this_thread::get_id(); });
+    EXPECT_EQ(here, std::this_thread::get_id());
+
+    auto const ran = dispatch_semaphore_create(0);
+    bool inMain = false;
+    auto const start = std::chrono::steady_clock::now();
+    delay(0.02, [&] {
+        inMain = Dispatcher::inMainQueue();
+        dispatch_semaphore_signal(ran);
+    });
+    delay(-5.0, [&] { dispatch_semaphore_signal(ran); });
+    dispatch_async_main([&] { dispatch_semaphore_signal(ran); });
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(dispatch_semaphore_wait(ran, dispatch_time(DISPATCH_TIME_NOW, 10 * NSEC_PER_SEC)), 0);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds{20});
+    EXPECT_TRUE(inMain);
+}
+
+TEST(DispatcherDeathTest, MisuseIsFatal) {
+    double const infinity = std::numeric_limits<double>::infinity();
+    for (double const seconds : {infinity, -infinity, std::nan(""), 9.3e9, -9.3e9})
+        EXPECT_DEATH(Dispatcher::main()->wait(seconds, [] {}), "does not fit 64-bit nanoseconds") << seconds;
+    EXPECT_DEATH(delay(infinity, [] {}), "does not fit 64-bit nanoseconds");
+    EXPECT_DEATH(make<Dispatcher>(QualityOfService{5}), "no queue of quality of service 5");
+    Dispatcher::main()->wait(9.2e9, [] {}); // fits
+}
+
+} // namespace
+} // namespace Tessarin
