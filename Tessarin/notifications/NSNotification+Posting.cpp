@@ -1,0 +1,44 @@
+#include "Tessarin/notifications/NSNotification+Posting.h"
+
+#include "Tessarin/platform/foundation/NSNotification.h"
+#include "Tessarin/platform/foundation/NSNotificationCenter.h"
+#include "Tessarin/platform/queues/Queue.h"
+#include "Tessarin/platform/runtime/Fatal.h"
+
+namespace Tessarin {
+
+void NSNotificationPosting::postNotification(std::string_view name, Ref<NSObject> object, Value userInfo) {
+    NSNotificationCenter::defaultCenter()->postNotificationName(name, std::move(object), std::move(userInfo));
+}
+
+void NSNotificationPosting::postNotificationOnMainThread(std::string_view name, Ref<NSObject> object, Value userInfo) {
+    dispatch_async(dispatch_get_main_queue(), [name = Text{name}, object = std::move(object), userInfo = std::move(userInfo)] {
+        postNotification(name, object, userInfo);
+    });
+}
+
+void NSNotificationPosting::Observation::init() { fatal("\"init()\" not implemented on \"Tessarin.Observation\""); }
+
+void NSNotificationPosting::Observation::init(ObservationOptions options) {
+    NSObject::init();
+    auto deliver = [weak = WeakRef<Observation>(self<Observation>()), oneOff = options.oneOff,
+                    block = std::move(options.block)](Ref<NSNotification> const& notification) {
+        if (block) block(notification);
+        auto const observation = oneOff ? weak.lock() : nullptr;
+        if (!observation) return;
+        if (auto const token = observation->token()) NSNotificationCenter::defaultCenter()->removeObserver(*token);
+    };
+    setToken(NSNotificationCenter::defaultCenter()->addObserverForName(*options.name, options.object, std::move(options.queue), std::move(deliver)));
+}
+
+void NSNotificationPosting::Observation::modifyToken(FunctionRef<void(Ref<NSObject>&)> change) {
+    auto changed = token();
+    change(changed);
+    setToken(std::move(changed));
+}
+
+NSNotificationPosting::Observation::~Observation() {
+    if (auto const token = token_.get()) NSNotificationCenter::defaultCenter()->removeObserver(*token);
+}
+
+} // namespace Tessarin
