@@ -3,6 +3,8 @@
 #include "Tessarin/platform/foundation/NotificationListPrivate.h"
 #include "Tessarin/platform/foundation/NotificationRegistryPrivate.h"
 
+#include <algorithm>
+
 namespace Tessarin {
 
 NSNotificationChannel::NSNotificationChannel(Text name, WeakRef<NotificationRegistry> registry, Ref<NSNotificationChannel> everyName)
@@ -26,10 +28,23 @@ NSNotificationChannel::Reading::~Reading() {
     if (--list_->readers == 0 && list_ != channel_.list_.get()) left.reset(list_);
 }
 
+Ref<NotificationRegistration> NSNotificationChannel::List::take(std::uint64_t sequence) {
+    auto const at = std::ranges::lower_bound(places, sequence, {}, &Place::sequence);
+    auto taken = std::move(at->registration);
+    if (++removed * 2 > places.size()) dropRemoved();
+    return taken;
+}
+
+void NSNotificationChannel::List::dropRemoved() {
+    std::erase_if(places, [](Place const& place) { return !place.registration; });
+    removed = 0;
+}
+
 NSNotificationChannel::List& NSNotificationChannel::writable() {
     if (list_->readers == 0) return *list_;
     auto copy = std::make_unique<List>();
-    copy->registrations = list_->registrations;
+    copy->places = list_->places;
+    copy->dropRemoved();
     static_cast<void>(list_.release()); // the last of its readers destroys it
     list_ = std::move(copy);
     return *list_;
@@ -38,20 +53,21 @@ NSNotificationChannel::List& NSNotificationChannel::writable() {
 void NSNotificationChannel::post(Ref<NSNotification> const& notification) {
     NotificationPost post{notification};
     bool sawDead = false;
-    auto const offer = [&](NotificationRegistration& registration) {
-        if (registration.isActive() && registration.accepts(post.sender)) sawDead |= !registration.deliver(post);
+    auto const offer = [&](List::Place const& place) {
+        auto* const registration = place.registration.get();
+        if (registration && registration->isActive() && registration->accepts(post.sender)) sawDead |= !registration->deliver(post);
     };
     Reading const own(*this);
     if (!everyName_ || everyName_->count_.load(std::memory_order_acquire) == 0) {
-        for (auto const& registration : own.registrations()) offer(*registration);
+        for (auto const& place : own.places()) offer(place);
     } else {
         Reading const every(*everyName_);
-        auto at = own.registrations().begin(), end = own.registrations().end();
-        for (auto const& registration : every.registrations()) { // two lists in order of registration, merged
-            for (; at != end && (*at)->sequence() < registration->sequence(); ++at) offer(**at);
-            offer(*registration);
+        auto at = own.places().begin(), end = own.places().end();
+        for (auto const& place : every.places()) { // two lists in order of registration, merged
+            for (; at != end && at->sequence < place.sequence; ++at) offer(*at);
+            offer(place);
         }
-        for (; at != end; ++at) offer(**at);
+        for (; at != end; ++at) offer(*at);
     }
     if (!sawDead) return;
     if (auto const registry = registry_.lock()) {

@@ -36,7 +36,6 @@ public:
     bool isActive() const noexcept { return isActive_.load(std::memory_order_acquire); }
     bool accepts(NSObject const* sender) const noexcept { return !senderAddress_ || senderAddress_ == sender; }
     bool matches(std::optional<std::string_view> name, NSObject const* sender) const;
-    std::uint64_t sequence() const noexcept { return sequence_; }
     void setSender(Ref<NSObject> const& sender) {
         sender_ = sender;
         senderAddress_ = sender.get();

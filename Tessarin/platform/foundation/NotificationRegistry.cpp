@@ -3,6 +3,7 @@
 #include "Tessarin/platform/foundation/NotificationListPrivate.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace Tessarin {
 
@@ -55,7 +56,7 @@ void NotificationRegistry::addLocked(NSNotificationChannel& channel, Ref<Notific
     auto const* const observer = registration->observer();
     if (observer != registration.get()) byObserver_[observer].push_back(registration);
     std::lock_guard const hold(channel.mutex_);
-    channel.writable().registrations.push_back(std::move(registration));
+    channel.writable().places.push_back({lastSequence_, std::move(registration)});
     channel.count_.fetch_add(1, std::memory_order_release);
 }
 
@@ -78,10 +79,7 @@ void NotificationRegistry::retire(NotificationRegistration& registration, Regist
     registration.isActive_.store(false, std::memory_order_release); // a post that walks an older list passes over it
     auto& channel = *registration.channel_;
     std::lock_guard const hold(channel.mutex_);
-    auto& all = channel.writable().registrations;
-    auto const at = std::ranges::lower_bound(all, registration.sequence_, {}, [](auto const& each) { return each->sequence_; });
-    gone.push_back(std::move(*at));
-    all.erase(at);
+    gone.push_back(channel.writable().take(registration.sequence_));
     channel.count_.fetch_sub(1, std::memory_order_release);
 }
 
@@ -95,7 +93,8 @@ void NotificationRegistry::sweepLocked(NSNotificationChannel& channel, Registrat
     Registrations dead;
     {
         std::lock_guard const hold(channel.mutex_);
-        std::ranges::copy_if(channel.list_->registrations, std::back_inserter(dead), [](auto const& each) { return each->isDead(); });
+        for (auto const& place : channel.list_->places)
+            if (place.registration && place.registration->isDead()) dead.push_back(place.registration);
     }
     for (auto const& registration : dead) {
         retire(*registration, gone);
@@ -120,7 +119,8 @@ void NotificationRegistry::removeAll() {
 
 void NotificationRegistry::silence(NSNotificationChannel& channel) {
     std::lock_guard const hold(channel.mutex_);
-    for (auto const& registration : channel.list_->registrations) registration->isActive_.store(false, std::memory_order_release);
+    for (auto const& place : channel.list_->places)
+        if (place.registration) place.registration->isActive_.store(false, std::memory_order_release);
 }
 
 } // namespace Tessarin
