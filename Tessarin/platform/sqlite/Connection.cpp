@@ -1,0 +1,89 @@
+#include "Tessarin/platform/sqlite/Connection.h"
+
+#include <sqlite3.h>
+
+#include <cstring>
+
+namespace Tessarin::SQLite {
+namespace {
+
+int flagsOf(Access access) {
+    int const common = SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_PRIVATECACHE;
+    switch (access) {
+    case Access::Read: return common | SQLITE_OPEN_READONLY;
+    case Access::Write: return common | SQLITE_OPEN_READWRITE;
+    case Access::Create: return common | SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
+    }
+    return common;
+}
+
+} // namespace
+
+Connection::Connection(std::string path, ConnectionOptions const& options) : path_(std::move(path)) {
+    sqlite3* opened = nullptr;
+    auto const code = sqlite3_open_v2(path_.c_str(), &opened, flagsOf(options.access), nullptr);
+    handle_.reset(opened); // also after a failure, whose words it holds
+    if (code != SQLITE_OK) throw Failure::of(opened, code, path_);
+    sqlite3_extended_result_codes(opened, 1);
+    sqlite3_busy_timeout(opened, static_cast<int>(options.busySeconds * 1000));
+    execute("PRAGMA cache_size = -" + std::to_string(options.cacheKilobytes));
+    execute(options.isDurable ? "PRAGMA synchronous = FULL" : "PRAGMA synchronous = NORMAL");
+    execute("PRAGMA secure_delete = OFF"); // Debian's SQLite overwrites deleted content with zeros by default
+}
+
+void Connection::Close::operator()(sqlite3* handle) const noexcept { sqlite3_close_v2(handle); }
+
+void Connection::execute(std::string const& sql) {
+    auto const code = sqlite3_exec(handle(), sql.c_str(), nullptr, nullptr, nullptr);
+    if (code != SQLITE_OK) throw Failure::of(handle(), code, path_);
+}
+
+StatementUse Connection::use(std::string_view sql) {
+    if (auto const found = statements_.find(sql); found != statements_.end()) {
+        if (!StatementUse::isInUse(*found->second)) return StatementUse(*found->second);
+        return StatementUse(*extras_.emplace_back(std::make_unique<Statement>(*this, sql)));
+    }
+    if (statements_.size() >= keptStatements) forgetStatements();
+    auto made = std::make_unique<Statement>(*this, sql);
+    return StatementUse(*statements_.emplace(sql, std::move(made)).first->second);
+}
+
+void Connection::forgetStatements() {
+    std::erase_if(statements_, [](auto const& entry) { return !StatementUse::isInUse(*entry.second); });
+    std::erase_if(extras_, [](auto const& extra) { return !StatementUse::isInUse(*extra); });
+}
+
+std::int64_t Connection::integer(std::string_view sql) {
+    auto const query = use(sql);
+    return query->step() ? query->integer(0) : 0;
+}
+
+std::string Connection::text(std::string_view sql) {
+    auto const query = use(sql);
+    return query->step() ? std::string(query->text(0)) : std::string();
+}
+
+bool Connection::isInTransaction() const noexcept { return sqlite3_get_autocommit(handle()) == 0; }
+
+// The first 48 bytes of the log's shared index change with every commit of any process. They are read through the
+// connection's own mapping: opening the file a second time and closing it would drop this process's locks on it.
+std::array<std::uint64_t, 6> Connection::logState() const noexcept {
+    std::array<std::uint64_t, 6> state{};
+    sqlite3_file* file = nullptr;
+    void volatile* region = nullptr;
+    if (sqlite3_file_control(handle(), nullptr, SQLITE_FCNTL_FILE_POINTER, &file) != SQLITE_OK || !file || !file->pMethods) return state;
+    if (file->pMethods->iVersion < 2 || !file->pMethods->xShmMap) return state;
+    if (file->pMethods->xShmMap(file, 0, 32 * 1024, 0, &region) != SQLITE_OK || !region) return state;
+    auto const volatile* words = static_cast<std::uint64_t const volatile*>(region);
+    for (std::size_t at = 0; at < state.size(); ++at) state[at] = words[at];
+    return state;
+}
+
+void Connection::noteCommits() noexcept { seenLog_ = logState(); }
+
+bool Connection::hasNewerCommits() const noexcept {
+    auto const now = logState();
+    return now == std::array<std::uint64_t, 6>{} || now != seenLog_;
+}
+
+} // namespace Tessarin::SQLite

@@ -1,0 +1,70 @@
+#pragma once
+#include "Tessarin/platform/sqlite/Failure.h"
+#include "Tessarin/platform/sqlite/Statement.h"
+#include <memory>
+#include <unordered_map>
+
+struct sqlite3;
+
+namespace Tessarin::SQLite {
+
+enum class Access { Read, Write, Create };
+
+struct ConnectionOptions {
+    Access access = Access::Create;
+    double busySeconds = 30;          // how long a statement waits while somebody else holds the lock it needs
+    std::int64_t cacheKilobytes = 8192; // of database pages
+    bool isDurable = true;            // each commit is synced (FULL); false: only checkpoints are (NORMAL)
+};
+
+/// A connection to one database file. Used by one thread at a time; what fails throws Failure.
+///
+///     Connection connection("/tmp/a.db");
+///     auto const name = connection.use("SELECT name FROM author WHERE id = ?");
+///     name->bind(1, key);
+///     if (name->step()) show(name->text(0));
+class TESSARIN_API Connection {
+public:
+    explicit Connection(std::string path, ConnectionOptions const& options = {});
+    ~Connection() = default;
+    Connection(Connection const&) = delete;
+    Connection& operator=(Connection const&) = delete;
+
+    sqlite3* handle() const noexcept { return handle_.get(); }
+    std::string const& path() const noexcept { return path_; }
+
+    /// Runs statements that bind and give nothing; the text is not kept prepared.
+    void execute(std::string const& sql);
+    /// The prepared statement of that text, made on first use and kept; another one while the kept one is in use.
+    StatementUse use(std::string_view sql);
+    /// The first column of the first row; 0 or empty when there is none.
+    std::int64_t integer(std::string_view sql);
+    std::string text(std::string_view sql);
+
+    bool isInTransaction() const noexcept;
+    /// Whether anybody, this process or another, has committed since the read transaction that this connection holds began.
+    /// Only meaningful within one, and in a file with a write-ahead log. Costs a look at shared memory.
+    bool hasNewerCommits() const noexcept;
+    /// Remembers the state of the log for `hasNewerCommits`; call it right after the read transaction's first read.
+    void noteCommits() noexcept;
+
+private:
+    static constexpr std::size_t keptStatements = 200;
+    struct Close {
+        void operator()(sqlite3* handle) const noexcept;
+    };
+    struct TextHash {
+        using is_transparent = void;
+        std::size_t operator()(std::string_view text) const noexcept { return std::hash<std::string_view>{}(text); }
+    };
+    void forgetStatements();
+    std::array<std::uint64_t, 6> logState() const noexcept;
+
+    std::string path_;
+    std::unique_ptr<sqlite3, Close> handle_; // before the statements, which go first
+    std::unordered_map<std::string, std::unique_ptr<Statement>, TextHash, std::equal_to<>> statements_;
+    std::vector<std::unique_ptr<Statement>> extras_; // made while the kept one was in use; freed with the connection
+    std::array<std::uint64_t, 6> seenLog_{};
+};
+
+} // namespace Tessarin::SQLite
