@@ -27,7 +27,7 @@ Connection::Connection(std::string path, ConnectionOptions const& options) : pat
     sqlite3_extended_result_codes(opened, 1);
     sqlite3_busy_timeout(opened, static_cast<int>(options.busySeconds * 1000));
     execute("PRAGMA cache_size = -" + std::to_string(options.cacheKilobytes));
-    execute(options.isDurable ? "PRAGMA synchronous = FULL" : "PRAGMA synchronous = NORMAL");
+    execute("PRAGMA synchronous = " + std::to_string(static_cast<int>(options.synchronous)));
     execute("PRAGMA secure_delete = OFF"); // Debian's SQLite overwrites deleted content with zeros by default
 }
 
@@ -64,6 +64,12 @@ std::string Connection::text(std::string_view sql) {
 }
 
 bool Connection::isInTransaction() const noexcept { return sqlite3_get_autocommit(handle()) == 0; }
+
+bool Connection::isReadOnly() const noexcept { return sqlite3_db_readonly(handle(), "main") == 1; }
+
+void Connection::leavesLog(bool leaves) noexcept {
+    sqlite3_db_config(handle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, leaves ? 1 : 0, nullptr);
+}
 
 // The first 48 bytes of the log's shared index change with every commit of any process. They are read through the
 // connection's own mapping: opening the file a second time and closing it would drop this process's locks on it.

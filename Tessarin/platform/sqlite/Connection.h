@@ -9,12 +9,14 @@ struct sqlite3;
 namespace Tessarin::SQLite {
 
 enum class Access { Read, Write, Create };
+/// What a commit waits for: nothing, nothing but in checkpoints, or that it is on the disk.
+enum class Synchronous { Off, Normal, Full };
 
 struct ConnectionOptions {
     Access access = Access::Create;
     double busySeconds = 30;          // how long a statement waits while somebody else holds the lock it needs
     std::int64_t cacheKilobytes = 8192; // of database pages
-    bool isDurable = true;            // each commit is synced (FULL); false: only checkpoints are (NORMAL)
+    Synchronous synchronous = Synchronous::Full;
 };
 
 /// A connection to one database file. Used by one thread at a time; what fails throws Failure.
@@ -42,6 +44,10 @@ public:
     std::string text(std::string_view sql);
 
     bool isInTransaction() const noexcept;
+    /// Whether the file could only be opened for reading.
+    bool isReadOnly() const noexcept;
+    /// Leaves file and log exactly as they are when this goes, instead of moving the log's content into the file.
+    void leavesLog(bool leaves) noexcept;
     /// Whether anybody, this process or another, has committed since the read transaction that this connection holds began.
     /// Only meaningful within one, and in a file with a write-ahead log. Costs a look at shared memory.
     bool hasNewerCommits() const noexcept;

@@ -1,0 +1,51 @@
+#pragma once
+#include "Tessarin/platform/objectgraph/persistence/NSPersistentStore.h"
+#include <map>
+#include <mutex>
+#include <unordered_map>
+
+namespace Tessarin {
+
+/// A store without a file: it holds what was saved for as long as it lives. Predicates and order are the asker's. Any thread.
+class TESSARIN_API InMemoryStore : public NSPersistentStore {
+public:
+    static Ref<InMemoryStore> open(NSURL const& url, Ref<RowSpace> space);
+
+    std::string const& type() const override;
+    NSURL url() const override { return *url_; }
+    Dictionary metadata() const override;
+    void setMetadata(Dictionary metadata) override;
+    std::string identifier() const override { return identifier_; }
+    Ref<NSError> save(std::span<Ref<ChangeSet const> const> const sets, SaveOutcome& outcome) override;
+    Ref<NSError> fetch(StoreQuery const& query, StoreAnswer& answer) override;
+    Ref<NSError> count(StoreQuery const& query, std::size_t& count, bool& complete) override;
+    Ref<NSError> rows(NSEntityDescription const& rootEntity, std::span<RecordKey const> keys, FunctionRef<void(RowRef)> each) override;
+    Ref<NSError> members(NSRelationshipDescription const& relationship, std::span<RecordKey const> owners,
+                         FunctionRef<void(RecordKey owner, RecordKey member)> each) override;
+    RecordKey reserveKeys(std::size_t count, Ref<NSError>& error) override;
+
+protected:
+    InMemoryStore() = default;
+    using NSPersistentStore::init;
+    virtual void init(NSURL url, Ref<RowSpace> space);
+
+private:
+    using Records = std::map<RecordKey, RowRef>;
+    using Links = std::unordered_map<RecordKey, std::vector<RecordKey>>;
+    Ref<NSError> conflictIn(std::span<Ref<ChangeSet const> const> sets) const;
+    void apply(RecordChange const& change, SaveOutcome& outcome);
+    void replace(Records& records, RecordKey key, RowRef row);
+    void remove(RecordChange const& change);
+    void applyLinks(RecordChange const& change);
+
+    std::optional<NSURL> url_; // constant after init, like the next two
+    Ref<RowSpace> space_;
+    std::string identifier_;
+    mutable std::mutex mutex_; // guards what follows
+    Dictionary metadata_;
+    RecordKey next_ = 1;
+    std::unordered_map<NSEntityDescription const*, Records> records_; // by root entity
+    std::unordered_map<NSRelationshipDescription const*, Links> links_;
+};
+
+} // namespace Tessarin

@@ -1,0 +1,152 @@
+#include "Tessarin/platform/objectgraph/persistence/SQLiteOpeningPrivate.h"
+
+#include "Tessarin/platform/foundation/NSUUID.h"
+#include "Tessarin/platform/objectgraph/persistence/SQLiteInferencePrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/SQLiteVerdictPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/StoreErrors.h"
+#include "Tessarin/platform/objectgraph/persistence/StoreRescuePrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/ValueJSON.h"
+#include "Tessarin/platform/sqlite/Transaction.h"
+
+#include <cerrno>
+#include <chrono>
+#include <filesystem>
+#include <fmt/format.h>
+#include <numeric>
+#include <sys/stat.h>
+#include <thread>
+
+namespace Tessarin {
+namespace {
+
+constexpr std::int64_t applicationID = 0x54657373; // "Tess"
+constexpr std::int64_t formatVersion = 1;
+
+SQLite::ConnectionOptions connectionOptions(SQLiteStoreOptions const& options) {
+    return {.access = SQLite::Access::Write,
+            .busySeconds = options.busySeconds,
+            .cacheKilobytes = options.cacheKilobytes,
+            .synchronous = static_cast<SQLite::Synchronous>(options.synchronous)};
+}
+
+bool isEmpty(SQLite::Connection& connection) { return connection.integer("SELECT count(*) FROM sqlite_schema") == 0; }
+
+} // namespace
+
+SQLiteOpening::SQLiteOpening(NSURL const& file, Ref<RowSpace> space, SQLiteStoreOptions options)
+    : file_(file), path_(file.path()), space_(std::move(space)), options_(options), connectionOptions_(connectionOptions(options)) {}
+
+std::unique_ptr<SQLiteStore::Impl> SQLiteOpening::run(Ref<NSError>& error) {
+    using namespace std::chrono_literals;
+    for (auto pause = 5ms;; pause = std::min<std::chrono::milliseconds>(pause * 2, 1s)) {
+        try {
+            return attempt();
+        } catch (Refused const& refused) {
+            error = refused.error();
+            return nullptr;
+        } catch (ErrorException const&) { // postponed, or the rescue of a refused file had to be
+        } catch (std::bad_alloc const&) {
+        }
+        std::this_thread::sleep_for(pause);
+    }
+}
+
+std::unique_ptr<SQLiteStore::Impl> SQLiteOpening::attempt() {
+    checkPlace();
+    std::unique_ptr<SQLite::Connection> connection;
+    try {
+        auto options = connectionOptions_;
+        options.access = SQLite::Access::Create;
+        connection = std::make_unique<SQLite::Connection>(path_, options);
+        connection->leavesLog(true);
+        if (connection->isReadOnly()) throwVerdict(EROFS, path_);
+        makeIfEmpty(*connection);
+        checkFormat(*connection);
+        auto impl = std::make_unique<SQLiteStore::Impl>(file_, space_, bringToModel(*connection), connectionOptions_);
+        impl->modelGeneration = connection->integer("SELECT value FROM tessarin_store WHERE key = 'modelGeneration'");
+        impl->metadata.read(*connection);
+        impl->identifier = impl->metadata.get()["NSStoreUUID"].text();
+        if (impl->identifier.empty()) throw Refused::because("its identity is missing");
+        connection->leavesLog(false);
+        impl->readers->add(std::move(connection));
+        return impl;
+    } catch (SQLite::Failure const& failure) {
+        try {
+            throwVerdict(failure);
+        } catch (Refused const&) {
+            rescueStore(path_);
+            throw;
+        }
+    } catch (Refused const&) {
+        rescueStore(path_); // before the connection goes
+        throw;
+    }
+}
+
+/// What stands at the path, before SQLite looks at it.
+void SQLiteOpening::checkPlace() const {
+    if (!file_.isFileURL() || path_.empty()) throw Refused::because("it is no file: " + file_.absoluteString());
+    struct stat status {};
+    if (::stat(path_.c_str(), &status) == 0) {
+        if (S_ISDIR(status.st_mode)) throwVerdict(EISDIR, path_);
+        if (!S_ISREG(status.st_mode)) throw Refused::because("it is neither a file nor absent: " + path_);
+        return;
+    }
+    auto const reason = errno;
+    // A file where the store's own folder should be is the owner's to remove; further up, a mount may be missing.
+    auto const folder = std::filesystem::path(path_).parent_path();
+    if (reason == ENOTDIR && ::stat(folder.c_str(), &status) == 0) throw Refused::because("its folder is a file: " + folder.string());
+    if (reason != ENOENT) throwVerdict(reason, path_);
+    if (::stat(folder.empty() ? "." : folder.c_str(), &status) != 0) throwVerdict(errno, folder.string());
+}
+
+void SQLiteOpening::makeIfEmpty(SQLite::Connection& connection) {
+    if (!isEmpty(connection)) return;
+    if (auto const other = connection.integer("PRAGMA application_id"); other != 0 && other != applicationID)
+        throw Refused::because("it is another application's: " + path_);
+    connection.execute("PRAGMA journal_mode = WAL");
+    SQLite::Transaction transaction(connection);
+    if (!isEmpty(connection)) return; // another process was faster
+    create(connection);
+    transaction.commit();
+}
+
+void SQLiteOpening::create(SQLite::Connection& connection) {
+    auto const& entities = space_->model().entities();
+    std::vector<std::int64_t> numbers(entities.size());
+    std::iota(numbers.begin(), numbers.end(), 1);
+
+    connection.execute(fmt::format("PRAGMA application_id = {}", applicationID));
+    connection.execute(fmt::format("PRAGMA user_version = {}", formatVersion));
+    connection.execute("CREATE TABLE tessarin_store (key TEXT PRIMARY KEY, value) WITHOUT ROWID;"
+                       "CREATE TABLE tessarin_metadata (key TEXT PRIMARY KEY, value TEXT NOT NULL) WITHOUT ROWID;"
+                       "CREATE TABLE tessarin_entity (number INTEGER PRIMARY KEY, name TEXT NOT NULL, \"table\" TEXT NOT NULL);"
+                       "INSERT INTO tessarin_store VALUES ('nextKey', 1), ('modelGeneration', 1)");
+    for (auto const& statement : SQLiteSchema(*space_, numbers).createStatements()) connection.execute(statement);
+    writeStoredModel(connection, *space_, numbers);
+
+    StoreMetadata metadata;
+    metadata.set({{"NSStoreType", "SQLite"}, {"NSStoreUUID", NSUUID::UUID().UUIDString()}, {"NSStoreModelVersionHashes", modelHashes(space_->model())}});
+    metadata.write(connection);
+}
+
+/// A quick look, whose cost does not grow with the file: a truncated one and a damaged directory of tables are found.
+void SQLiteOpening::checkFormat(SQLite::Connection& connection) const {
+    if (connection.integer("PRAGMA application_id") != applicationID) throw Refused::because("it is another application's: " + path_);
+    if (connection.integer("PRAGMA user_version") > formatVersion)
+        throw Postponed(storeError(StoreErrorCode::StoreOpen, "The store was written by a newer version: " + path_));
+}
+
+std::vector<std::int64_t> SQLiteOpening::bringToModel(SQLite::Connection& connection) {
+    auto numbers = storedNumbers(connection, space_->model());
+    if (numbers && connection.text("SELECT value FROM tessarin_store WHERE key = 'model'") == storedModelText(space_->model(), *numbers)) return *numbers;
+    if (!options_.infersMapping) throw Refused::because("it was written with another model, and inferring a mapping is not asked for");
+    SQLite::Transaction transaction(connection);
+    auto const stored = storedModelOfText(connection.text("SELECT value FROM tessarin_store WHERE key = 'model'"));
+    if (!stored) throw Refused::because("the description of its model is damaged");
+    auto result = inferAndMigrate(connection, *stored, *space_);
+    transaction.commit();
+    return result;
+}
+
+} // namespace Tessarin

@@ -1,0 +1,112 @@
+#include "Tessarin/platform/objectgraph/persistence/SQLiteReaderPrivate.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+
+namespace Tessarin {
+namespace {
+
+std::vector<RecordKey> sorted(std::span<RecordKey const> keys) {
+    std::vector<RecordKey> copy(keys.begin(), keys.end());
+    if (!std::ranges::is_sorted(copy)) std::ranges::sort(copy);
+    copy.erase(std::unique(copy.begin(), copy.end()), copy.end());
+    return copy;
+}
+
+} // namespace
+
+bool areDense(std::span<RecordKey const> sortedKeys) {
+    if (sortedKeys.size() < 8) return false;
+    return sortedKeys.back() - sortedKeys.front() < static_cast<RecordKey>(sortedKeys.size()) * 4;
+}
+
+SQLiteRowDecoder& SQLiteReader::decoderFor(NSEntityDescription const& entity, bool includesSubentities) {
+    auto const key = std::pair(entity.index(), includesSubentities);
+    if (auto const found = decoders_.find(key); found != decoders_.end()) return found->second;
+    return decoders_.try_emplace(key, schema_, entity, includesSubentities).first->second;
+}
+
+void SQLiteReader::rows(NSEntityDescription const& rootEntity, std::span<RecordKey const> keys, FunctionRef<void(RowRef)> each) {
+    auto& decoder = decoderFor(rootEntity, true);
+    auto const wanted = sorted(keys);
+    auto const select = fmt::format("SELECT {} FROM {} AS t0 WHERE t0.id ", decoder.columns(), schema_.tableOf(rootEntity).name);
+    if (areDense(wanted)) {
+        auto const query = connection_.use(select + "BETWEEN ? AND ? ORDER BY t0.id");
+        query->bind(1, wanted.front());
+        query->bind(2, wanted.back());
+        for (auto next = wanted.begin(); query->step();) {
+            auto const key = query->integer(0);
+            while (next != wanted.end() && *next < key) ++next;
+            if (next == wanted.end() || *next != key) continue;
+            if (auto row = decoder.row(*query)) each(std::move(row));
+        }
+        return;
+    }
+    auto const query = connection_.use(select + "= ?");
+    for (auto const key : wanted) {
+        query->bind(1, key);
+        if (query->step())
+            if (auto row = decoder.row(*query)) each(std::move(row));
+        query->reset();
+    }
+}
+
+RowRef SQLiteReader::row(NSEntityDescription const& rootEntity, RecordKey key) {
+    RowRef found;
+    rows(rootEntity, {&key, 1}, [&](RowRef row) { found = std::move(row); });
+    return found;
+}
+
+void SQLiteReader::members(NSRelationshipDescription const& relationship, std::span<RecordKey const> owners,
+                           FunctionRef<void(RecordKey owner, RecordKey member)> each) {
+    auto const* link = schema_.linkOf(relationship);
+    if (!link) return;
+    auto const wanted = sorted(owners);
+    auto const select = fmt::format("SELECT {1}, {2} FROM {0} WHERE {1} ", link->table, link->owner, link->member);
+    auto const order = link->position.empty() ? link->member : fmt::format("{}, {}", link->position, link->member);
+    if (areDense(wanted)) {
+        auto const query = connection_.use(select + fmt::format("BETWEEN ? AND ? ORDER BY {}, {}", link->owner, order));
+        query->bind(1, wanted.front());
+        query->bind(2, wanted.back());
+        for (auto next = wanted.begin(); query->step();) {
+            auto const owner = query->integer(0);
+            while (next != wanted.end() && *next < owner) ++next;
+            if (next != wanted.end() && *next == owner) each(owner, query->integer(1));
+        }
+        return;
+    }
+    auto const query = connection_.use(select + fmt::format("= ? ORDER BY {}", order));
+    for (auto const owner : wanted) {
+        query->bind(1, owner);
+        while (query->step()) each(owner, query->integer(1));
+        query->reset();
+    }
+}
+
+void SQLiteReader::fetch(StoreQuery const& query, StoreAnswer& answer) {
+    auto& decoder = decoderFor(*query.entity, query.includesSubentities);
+    auto const& table = schema_.tableOf(*query.entity);
+    auto sql = fmt::format("SELECT {} FROM {} AS t0", decoder.columns(), table.name);
+    if (table.hasEntityColumn && (query.entity->superentity() || !query.includesSubentities))
+        sql += fmt::format(" WHERE t0.entity IN ({})", query.includesSubentities ? schema_.numbersInTreeOf(*query.entity)
+                                                                               : std::to_string(schema_.numberOf(*query.entity)));
+    answer.complete = !query.predicate && query.sortDescriptors.empty();
+    if (answer.complete && (query.limit != 0 || query.offset != 0))
+        sql += fmt::format(" LIMIT {} OFFSET {}", query.limit == 0 ? -1 : static_cast<std::int64_t>(query.limit), query.offset);
+    auto const statement = connection_.use(sql);
+    while (statement->step())
+        if (auto row = decoder.row(*statement)) answer.rows.push_back(std::move(row));
+}
+
+void SQLiteReader::count(StoreQuery const& query, std::size_t& count, bool& complete) {
+    complete = !query.predicate;
+    if (!complete) return;
+    auto const& table = schema_.tableOf(*query.entity);
+    auto sql = fmt::format("SELECT count(*) FROM {} AS t0", table.name);
+    if (table.hasEntityColumn && (query.entity->superentity() || !query.includesSubentities))
+        sql += fmt::format(" WHERE t0.entity IN ({})", query.includesSubentities ? schema_.numbersInTreeOf(*query.entity)
+                                                                               : std::to_string(schema_.numberOf(*query.entity)));
+    count = static_cast<std::size_t>(connection_.integer(sql));
+}
+
+} // namespace Tessarin

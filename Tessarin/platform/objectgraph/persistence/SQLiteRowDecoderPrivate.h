@@ -1,0 +1,38 @@
+#pragma once
+#include "Tessarin/platform/objectgraph/persistence/RowBuilder.h"
+#include "Tessarin/platform/objectgraph/persistence/SQLiteSchemaPrivate.h"
+#include "Tessarin/platform/sqlite/Statement.h"
+
+namespace Tessarin {
+
+/// Which columns a query reads for an entity (and its sub-entities), and how they become rows. Used by one thread at a time.
+class TESSARIN_API SQLiteRowDecoder {
+public:
+    SQLiteRowDecoder(SQLiteSchema const& schema, NSEntityDescription const& entity, bool includesSubentities);
+
+    /// The list of columns of the table, which the query calls `t0`: id and version first.
+    std::string const& columns() const noexcept { return columns_; }
+    /// The row on which the statement stands: the cached one when it is as new, else a new one, which the cache then knows.
+    RowRef row(SQLite::Statement const& statement);
+
+private:
+    struct Cell {
+        std::size_t cell;
+        int column;
+        CellType type;
+    };
+    struct Plan {
+        RowLayout const* layout = nullptr;
+        std::vector<Cell> cells;
+    };
+    Plan const* planOf(std::int64_t entityNumber) const noexcept;
+    void addPlans(SQLiteSchema const& schema, NSEntityDescription const& entity, bool includesSubentities, std::vector<std::string>& names);
+
+    RowSpace& space_;
+    bool hasEntityColumn_;
+    std::string columns_;
+    std::vector<std::pair<std::int64_t, Plan>> plans_; // by number of the entity
+    RowBuilder builder_;
+};
+
+} // namespace Tessarin

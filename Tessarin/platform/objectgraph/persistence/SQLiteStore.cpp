@@ -1,0 +1,131 @@
+#include "Tessarin/platform/objectgraph/persistence/SQLiteStore.h"
+
+#include "Tessarin/platform/objectgraph/persistence/SQLiteOpeningPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/SQLiteStorePrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/StoreErrors.h"
+#include "Tessarin/platform/sqlite/Transaction.h"
+
+#include <new>
+
+namespace Tessarin {
+namespace {
+
+/// Runs `work`; what it throws becomes the error.
+template <class Work> Ref<NSError> caught(Work work) {
+    try {
+        work();
+    } catch (ErrorException const& failure) {
+        return failure.error();
+    } catch (std::bad_alloc const&) {
+        return NSError::errorWithErrno(ENOMEM);
+    }
+    return nullptr;
+}
+
+} // namespace
+
+SQLiteStoreOptions SQLiteStoreOptions::from(Dictionary const& options) {
+    SQLiteStoreOptions read;
+    for (auto const& [key, value] : options["NSSQLitePragmasOption"].dictionary()) {
+        auto text = value.description();
+        for (auto& c : text) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+        if (key == "synchronous") {
+            if (text == "OFF" || text == "0") read.synchronous = Synchronous::Off;
+            if (text == "NORMAL" || text == "1") read.synchronous = Synchronous::Normal;
+        }
+        auto const size = std::strtoll(text.c_str(), nullptr, 10);
+        if (key == "cache_size" && size != 0) read.cacheKilobytes = size < 0 ? -size : size * 4;
+    }
+    if (auto const& seconds = options["NSSQLiteBusyTimeoutOption"]; seconds.isNumber()) read.busySeconds = std::max(0.0, seconds.number());
+    if (auto const& infers = options["NSInferMappingModelAutomaticallyOption"]; infers.isNumber()) read.infersMapping = infers.boolean();
+    return read;
+}
+
+SQLiteStore::SQLiteStore() = default;
+SQLiteStore::~SQLiteStore() = default;
+void SQLiteStore::init(std::unique_ptr<Impl> impl) { impl_ = std::move(impl); }
+
+Ref<SQLiteStore> SQLiteStore::open(NSURL const& file, Ref<RowSpace> space, Dictionary const& options, Ref<NSError>& error) {
+    SQLiteOpening opening(file, std::move(space), SQLiteStoreOptions::from(options));
+    auto impl = opening.run(error);
+    return impl ? make<SQLiteStore>(std::move(impl)) : nullptr;
+}
+
+std::string const& SQLiteStore::type() const {
+    static std::string const name = "SQLite";
+    return name;
+}
+NSURL SQLiteStore::url() const { return impl_->url; }
+Dictionary SQLiteStore::metadata() const { return impl_->metadata.get(); }
+void SQLiteStore::setMetadata(Dictionary metadata) { impl_->metadata.set(std::move(metadata)); }
+std::string SQLiteStore::identifier() const { return impl_->identifier; }
+
+Ref<NSError> SQLiteStore::save(std::span<Ref<ChangeSet const> const> const sets, SaveOutcome& outcome) {
+    outcome.corrected.clear();
+    auto& impl = *impl_;
+    std::lock_guard const hold(impl.writing);
+    bool const isEmpty = std::ranges::all_of(sets, [](auto const& set) { return set->empty(); });
+    if (isEmpty && !impl.metadata.hasUnsaved()) return nullptr;
+    auto error = caught([&] {
+        auto& [connection, writer] = impl.writer();
+        SQLite::Transaction transaction(connection);
+        if (connection.integer("SELECT value FROM tessarin_store WHERE key = 'modelGeneration'") != impl.modelGeneration)
+            throw ErrorException(storeError(StoreErrorCode::StoreIncompatibleModel,
+                                            "The store was brought to another model by another process; open it again."));
+        writer.write(sets, outcome);
+        impl.metadata.write(connection);
+        impl.keys.topUp(connection);
+        impl.readers->endIdle(); // so that the commit finds the log free
+        transaction.commit();
+        impl.keys.confirm();
+        impl.metadata.confirm();
+        writer.publish(sets, outcome);
+    });
+    if (!error) return nullptr;
+    outcome.corrected.clear();
+    impl.writerSeat.reset(); // the next attempt starts with a connection in a known state
+    return error;
+}
+
+Ref<NSError> SQLiteStore::fetch(StoreQuery const& query, StoreAnswer& answer) {
+    auto error = caught([&] { impl_->readers->lease()->fetch(query, answer); });
+    if (error) answer.rows.clear();
+    return error;
+}
+
+Ref<NSError> SQLiteStore::count(StoreQuery const& query, std::size_t& count, bool& complete) {
+    return caught([&] { impl_->readers->lease()->count(query, count, complete); });
+}
+
+Ref<NSError> SQLiteStore::rows(NSEntityDescription const& rootEntity, std::span<RecordKey const> keys, FunctionRef<void(RowRef)> each) {
+    return caught([&] { impl_->readers->lease()->rows(rootEntity, keys, each); });
+}
+
+Ref<NSError> SQLiteStore::members(NSRelationshipDescription const& relationship, std::span<RecordKey const> owners,
+                                  FunctionRef<void(RecordKey owner, RecordKey member)> each) {
+    return caught([&] { impl_->readers->lease()->members(relationship, owners, each); });
+}
+
+RecordKey SQLiteStore::reserveKeys(std::size_t count, Ref<NSError>& error) {
+    auto& impl = *impl_;
+    count = std::max<std::size_t>(count, 1);
+    RecordKey first = impl.keys.take(count);
+    while (first == 0) {
+        std::lock_guard const hold(impl.writing);
+        first = impl.keys.take(count); // a save has perhaps reserved some meanwhile
+        if (first != 0) break;
+        error = caught([&] {
+            auto& connection = impl.writer().connection;
+            SQLite::Transaction transaction(connection);
+            impl.keys.reserve(connection, count);
+            impl.readers->endIdle();
+            transaction.commit();
+            impl.keys.confirm();
+        });
+        if (error) return impl.writerSeat.reset(), 0;
+        first = impl.keys.take(count);
+    }
+    return first;
+}
+
+} // namespace Tessarin

@@ -1,0 +1,43 @@
+#pragma once
+#include "Tessarin/platform/objectgraph/persistence/SQLiteKeyBlocksPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/SQLiteReaderPoolPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/SQLiteStore.h"
+#include "Tessarin/platform/objectgraph/persistence/SQLiteWriterPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/StoreMetadataPrivate.h"
+
+namespace Tessarin {
+
+/// What an open store consists of.
+struct SQLiteStore::Impl {
+    struct Writing {
+        SQLite::Connection connection;
+        SQLiteWriter writer;
+        Writing(SQLiteSchema const& schema, std::string const& path, SQLite::ConnectionOptions const& options)
+            : connection(path, options), writer(schema, connection) {}
+    };
+
+    Impl(NSURL file, Ref<RowSpace> rowSpace, std::vector<std::int64_t> entityNumbers, SQLite::ConnectionOptions connectionOptions)
+        : url(std::move(file)), space(std::move(rowSpace)), schema(*space, std::move(entityNumbers)), path(url.path()),
+          options(std::move(connectionOptions)), readers(std::make_shared<SQLiteReaderPool>(schema, path, options)) {}
+
+    /// The writing connection, made on first use. The caller holds `writing`.
+    Writing& writer() {
+        if (!writerSeat) writerSeat = std::make_unique<Writing>(schema, path, options);
+        return *writerSeat;
+    }
+
+    NSURL const url;
+    Ref<RowSpace> const space;
+    SQLiteSchema const schema;
+    std::string const path;
+    SQLite::ConnectionOptions const options;
+    std::string identifier;           // constant after opening
+    std::int64_t modelGeneration = 0; // likewise; counts the migrations of the file
+    Ref<SQLiteReaderPool> const readers;
+    StoreMetadata metadata;
+    SQLiteKeyBlocks keys;
+    std::mutex writing;                   // one save at a time
+    std::unique_ptr<Writing> writerSeat;  // guarded by writing
+};
+
+} // namespace Tessarin

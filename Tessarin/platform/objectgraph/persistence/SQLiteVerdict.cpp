@@ -1,0 +1,57 @@
+#include "Tessarin/platform/objectgraph/persistence/SQLiteVerdictPrivate.h"
+
+#include "Tessarin/platform/objectgraph/persistence/StoreErrors.h"
+
+#include <cerrno>
+#include <sqlite3.h>
+
+namespace Tessarin {
+namespace {
+
+/// System errors that no waiting mends: the path itself is wrong.
+bool isFinal(int systemError) {
+    return systemError == EISDIR || systemError == ENAMETOOLONG || systemError == ELOOP || systemError == EINVAL;
+}
+
+bool isFinal(SQLite::Failure const& failure) {
+    switch (failure.primaryCode()) {
+    case SQLITE_NOTADB:
+    case SQLITE_CORRUPT:
+    case SQLITE_ERROR: // a statement that does not fit the file: tables or columns are missing
+    case SQLITE_CONSTRAINT:
+    case SQLITE_MISMATCH:
+    case SQLITE_TOOBIG:
+    case SQLITE_FORMAT:
+    case SQLITE_RANGE: return true;
+    case SQLITE_CANTOPEN: return failure.code() == SQLITE_CANTOPEN_ISDIR || isFinal(failure.systemError());
+    case SQLITE_IOERR: return failure.code() == SQLITE_IOERR_DATA;
+    default: return false;
+    }
+}
+
+Ref<NSError> openingError(Ref<NSError> const& cause, std::string const& why) {
+    Dictionary more{{NSUnderlyingErrorKey, Value(cause)}};
+    if (auto const& path = cause->userInfo()[NSFilePathErrorKey]; !path.isAbsent()) more.set(NSFilePathErrorKey, path);
+    return storeError(StoreErrorCode::StoreOpen, "The store cannot be opened: " + why, std::move(more));
+}
+
+} // namespace
+
+Refused Refused::because(std::string text, Dictionary more) {
+    return Refused(storeError(StoreErrorCode::StoreOpen, "The store cannot be opened: " + std::move(text), std::move(more)));
+}
+
+void throwVerdict(SQLite::Failure const& failure) {
+    auto error = openingError(failure.error(), failure.message());
+    if (isFinal(failure)) throw Refused(std::move(error));
+    throw Postponed(std::move(error));
+}
+
+void throwVerdict(int systemError, std::string const& path) {
+    auto const cause = NSError::errorWithErrno(systemError, path);
+    auto error = openingError(cause, cause->localizedDescription());
+    if (isFinal(systemError)) throw Refused(std::move(error));
+    throw Postponed(std::move(error));
+}
+
+} // namespace Tessarin

@@ -1,0 +1,26 @@
+#pragma once
+#include "Tessarin/platform/foundation/NSError.h"
+#include "Tessarin/platform/sqlite/Failure.h"
+
+namespace Tessarin {
+
+/// Why a file cannot be opened now, though perhaps later: thrown while a store is opened.
+class Postponed : public ErrorException {
+public:
+    using ErrorException::ErrorException;
+};
+
+/// Why a file will not be opened: thrown while a store is opened.
+class Refused : public ErrorException {
+public:
+    using ErrorException::ErrorException;
+    static Refused because(std::string text, Dictionary more = {});
+};
+
+/// Throws what SQLite's failure means for opening a file: what is damaged or no database is refused, everything that may
+/// pass (locks, space, descriptors, memory, permissions, devices) is postponed.
+[[noreturn]] TESSARIN_API void throwVerdict(SQLite::Failure const& failure);
+/// The same for a failed system call on `path`.
+[[noreturn]] TESSARIN_API void throwVerdict(int systemError, std::string const& path);
+
+} // namespace Tessarin

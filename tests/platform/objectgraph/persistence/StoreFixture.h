@@ -1,0 +1,125 @@
+#pragma once
+#include "Tessarin/platform/objectgraph/model/ModelBuilder.h"
+#include "Tessarin/platform/objectgraph/persistence/RowBuilder.h"
+#include "Tessarin/platform/objectgraph/persistence/SQLiteStore.h"
+#include <filesystem>
+#include <gtest/gtest.h>
+
+namespace Tessarin::tests {
+
+/// A folder of its own, removed at the end.
+class TemporaryFolder {
+public:
+    TemporaryFolder() {
+        std::string name = std::filesystem::temp_directory_path() / "tessarin-XXXXXX";
+        path_ = ::mkdtemp(name.data());
+    }
+    ~TemporaryFolder() { std::filesystem::remove_all(path_); }
+    TemporaryFolder(TemporaryFolder const&) = delete;
+    std::filesystem::path const& path() const { return path_; }
+    NSURL url(std::string const& name) const { return NSURL::fileURLWithPath((path_ / name).string()); }
+
+private:
+    std::filesystem::path path_;
+};
+
+/// A library: books with an author and many tags, and authors with an ordered shelf.
+inline ModelBuilder libraryModel() {
+    return std::move(ModelBuilder()
+                         .entity("Author")
+                         .attribute("name", NSAttributeType::String, {.indexed = true})
+                         .toMany("books", "Book", {.inverse = "author"})
+                         .toMany("shelf", "Book", {.inverse = "shelvedBy", .ordered = true})
+                         .entity("Book")
+                         .attribute("code", NSAttributeType::String, {.indexed = true})
+                         .attribute("year", NSAttributeType::Integer32)
+                         .attribute("price", NSAttributeType::Double)
+                         .toOne("author", "Author", {.inverse = "books"})
+                         .toOne("shelvedBy", "Author", {.inverse = "shelf"})
+                         .toMany("tags", "Tag", {.inverse = "books", .ordered = true})
+                         .unique({"code"})
+                         .entity("Tag")
+                         .attribute("name", NSAttributeType::String)
+                         .toMany("books", "Book", {.inverse = "tags"})
+                         .toMany("friends", "Tag", {.inverse = "friends"}));
+}
+
+/// One open store with what it needs, and short ways to write and read records.
+class OpenStore {
+public:
+    OpenStore(NSURL const& file, Ref<NSManagedObjectModel> model, Dictionary const& options = {})
+        : space(std::make_shared<RowSpace>(std::move(model))), store(SQLiteStore::open(file, space, options, error)) {}
+
+    NSEntityDescription const& entity(std::string_view name) const { return *space->model().entityNamed(name); }
+    RecordKey newKey() {
+        auto const key = store->reserveKeys(1, error);
+        EXPECT_FALSE(error);
+        return key;
+    }
+
+    /// A row with these attributes, and to-one relationships as the integer of their keys; made on `before` when there is one.
+    RowRef row(std::string_view entityName, RecordKey key, Dictionary const& values, RowRef const& before = {}) const {
+        auto const& layout = space->layoutOf(entity(entityName));
+        RowBuilder builder;
+        if (before)
+            builder.begin(*before, before->version() + 1);
+        else
+            builder.begin(layout, key, 1);
+        for (auto const& [name, value] : values) {
+            auto const* property = entity(entityName).propertyNamed(name);
+            auto const cell = static_cast<std::size_t>(layout.cellOf(property->index()));
+            if (property->asRelationship())
+                builder.setReference(cell, value.integer());
+            else
+                EXPECT_TRUE(builder.setValue(cell, value)) << name;
+        }
+        return builder.finish();
+    }
+    RecordChange insertion(std::string_view entityName, RecordKey key, Dictionary const& values) const {
+        return {.kind = RecordChange::Kind::Insert, .key = key, .entity = &entity(entityName), .after = row(entityName, key, values)};
+    }
+    RecordChange update(RowRef const& before, Dictionary const& values) const {
+        return {.kind = RecordChange::Kind::Update, .key = before->key(), .entity = &before->entity(), .before = before,
+                .after = values.empty() ? before : row(before->entity().name(), before->key(), values, before)};
+    }
+    RecordChange deletion(RowRef const& before) const {
+        return {.kind = RecordChange::Kind::Delete, .key = before->key(), .entity = &before->entity(), .before = before};
+    }
+    RelationshipChange links(std::string_view entityName, std::string_view name, std::vector<RecordKey> added, std::vector<RecordKey> removed = {},
+                             std::optional<std::vector<RecordKey>> order = {}) const {
+        return {entity(entityName).propertyNamed(name)->asRelationship(), std::move(added), std::move(removed), std::move(order)};
+    }
+
+    Ref<NSError> save(std::vector<RecordChange> changes) {
+        Ref<ChangeSet const> const set = std::make_shared<ChangeSet>(space, std::move(changes));
+        return store->save({&set, 1}, outcome);
+    }
+
+    std::vector<RowRef> fetch(std::string_view entityName) {
+        StoreAnswer answer;
+        EXPECT_FALSE(store->fetch({.entity = &entity(entityName)}, answer));
+        return answer.rows;
+    }
+    RowRef read(std::string_view entityName, RecordKey key) {
+        RowRef found;
+        EXPECT_FALSE(store->rows(entity(entityName), {&key, 1}, [&](RowRef row) { found = std::move(row); }));
+        return found;
+    }
+    std::vector<RecordKey> members(std::string_view entityName, std::string_view name, RecordKey owner) {
+        std::vector<RecordKey> found;
+        EXPECT_FALSE(store->members(*entity(entityName).propertyNamed(name)->asRelationship(), {&owner, 1},
+                                    [&](RecordKey, RecordKey member) { found.push_back(member); }));
+        return found;
+    }
+    Value value(RowRef const& row, std::string_view name) const {
+        auto const cell = row->layout().cellOf(row->entity().propertyNamed(name)->index());
+        return row->value(static_cast<std::size_t>(cell));
+    }
+
+    Ref<RowSpace> space;
+    Ref<NSError> error;
+    Ref<SQLiteStore> store;
+    SaveOutcome outcome;
+};
+
+} // namespace Tessarin::tests
