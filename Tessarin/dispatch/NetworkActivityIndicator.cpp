@@ -7,6 +7,11 @@ namespace {
 
 } // namespace
 
-SelectorTable NetworkActivityIndicator::selectors() { return {{"hideIndicator"_sel, &NetworkActivityIndicator::hideIndicator}}; }
+SelectorTable NetworkActivityIndicator::selectors() {
+    return {{"increment"_sel, &NetworkActivityIndicator::increment},
+            {"decrement"_sel, &NetworkActivityIndicator::decrement},
+            {"isVisible"_sel, &NetworkActivityIndicator::isVisible},
+            {"hideIndicator"_sel, &NetworkActivityIndicator::hideIndicator}};
+}
 
 } // namespace Tessarin

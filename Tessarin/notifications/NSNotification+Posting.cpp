@@ -1,8 +1,8 @@
 #include "Tessarin/notifications/NSNotification+Posting.h"
 
+#include "Tessarin/dispatch/Dispatcher.h"
 #include "Tessarin/platform/foundation/NSNotification.h"
 #include "Tessarin/platform/foundation/NSNotificationCenter.h"
-#include "Tessarin/platform/queues/Queue.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 
 namespace Tessarin {
@@ -12,7 +12,7 @@ void NSNotificationPosting::postNotification(std::string_view name, Ref<NSObject
 }
 
 void NSNotificationPosting::postNotificationOnMainThread(std::string_view name, Ref<NSObject> object, Value userInfo) {
-    dispatch_async(dispatch_get_main_queue(), [name = Text{name}, object = std::move(object), userInfo = std::move(userInfo)] {
+    Dispatcher::main()->async([name = Text{name}, object = std::move(object), userInfo = std::move(userInfo)] {
         postNotification(name, object, userInfo);
     });
 }

@@ -32,7 +32,7 @@ class TESSARIN_API NSNotificationPosting {
 public:
     class Observation;
 
-    /// Posts now, on the caller's thread.
+    /// Posts now, on the caller's thread. The class answers it as "postNotification:object:userInfo:".
     static void postNotification(std::string_view name, Ref<NSObject> object = nullptr, Value userInfo = {});
     /// Posts in a later turn of the main queue, also when called on the main thread.
     static void postNotificationOnMainThread(std::string_view name, Ref<NSObject> object = nullptr, Value userInfo = {});

@@ -25,6 +25,7 @@ public:
     virtual Value const& userInfo() const { return userInfo_; }
 
     std::string description() const override;
+    static SelectorTable selectors();
 
     using NSObject::init;
     virtual void init(Text name, Ref<NSObject> object, Value userInfo);

@@ -20,9 +20,9 @@ bool SelectorRegistration::deliver(NotificationPost& post) {
     if (!entry)
         observer->performSelector(*selector, post.notification); // answered since, or fatal
     else if (entry->parameterCount() == 0)
-        (*entry)(*observer, {});
+        (*entry)(observer.get(), {});
     else
-        (*entry)(*observer, {&post.argument(), 1});
+        (*entry)(observer.get(), {&post.argument(), 1});
     return true;
 }
 

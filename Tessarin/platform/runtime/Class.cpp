@@ -64,6 +64,18 @@ SelectorTable::Entry const* Class::find(Selector selector) const noexcept {
     return nullptr;
 }
 
+SelectorTable::Entry const* Class::findOfClass(Selector selector) const noexcept {
+    for (auto const* at = this; at; at = at->superclass_)
+        if (auto const* entry = at->selectors_.find(selector, true)) return entry;
+    return nullptr;
+}
+
+Value Class::invoke(Selector selector, std::initializer_list<Value> arguments) const {
+    auto const* entry = findOfClass(selector);
+    if (!entry) fatal("class " + name_ + " does not answer " + selector.name());
+    return (*entry)(nullptr, {arguments.begin(), arguments.size()});
+}
+
 Class const* classNamed(std::string_view name) {
     auto& all = classes();
     std::lock_guard const hold(all.mutex);
@@ -71,13 +83,13 @@ Class const* classNamed(std::string_view name) {
     return found == all.byName.end() ? nullptr : found->second;
 }
 
-SelectorTable::Entry const* SelectorTable::find(Selector selector) const noexcept {
+SelectorTable::Entry const* SelectorTable::find(Selector selector, bool ofClass) const noexcept {
     for (auto const& entry : entries_)
-        if (entry.selector() == selector) return &entry;
+        if (entry.selector() == selector && entry.isOfClass() == ofClass) return &entry;
     return nullptr;
 }
 
-Value SelectorTable::Entry::operator()(NSObject& object, std::span<Value const> arguments) const {
+Value SelectorTable::Entry::operator()(NSObject* object, std::span<Value const> arguments) const {
     if (arguments.size() != count_) fatal("selector " + selector_.name() + " was sent with a wrong number of arguments");
     return call_(object, arguments, selector_);
 }

@@ -22,6 +22,10 @@ public:
 
     /// The entry of this class or its nearest superclass that answers `selector`; null when none does.
     SelectorTable::Entry const* find(Selector selector) const noexcept;
+    /// Whether the class itself, or a superclass, answers: static members in its `selectors()`.
+    bool respondsToSelector(Selector selector) const noexcept { return findOfClass(selector) != nullptr; }
+    /// Sends a message to the class. Fatal as `invoke` of an object is.
+    Value invoke(Selector selector, std::initializer_list<Value> arguments = {}) const;
     /// A new object made with the plain `init()`; null when the class was registered without one.
     Ref<NSObject> makeObject() const { return factory_ ? factory_() : nullptr; }
 
@@ -30,6 +34,7 @@ private:
     template <class T, class Base> friend Class const& registerClass();
     using Factory = Ref<NSObject> (*)();
 
+    SelectorTable::Entry const* findOfClass(Selector selector) const noexcept;
     static Class& made(std::type_info const& type);
     void publish(Class const* superclass, SelectorTable selectors, Factory factory);
 

@@ -26,7 +26,10 @@ std::optional<Parts> split(std::string_view text) {
     auto const mark = text.find_first_of("eE");
     if (mark != text.npos) {
         auto exponent = text.substr(mark + 1);
-        if (!exponent.empty() && exponent[0] == '+') exponent.remove_prefix(1);
+        if (exponent.starts_with('+')) {
+            exponent.remove_prefix(1);
+            if (exponent.starts_with('-')) return {};
+        }
         auto const end = exponent.data() + exponent.size();
         auto const [stop, error] = std::from_chars(exponent.data(), end, parts.exponent);
         if (error != std::errc{} || stop != end || std::abs(parts.exponent) > 100'000) return {};

@@ -21,13 +21,13 @@ Value NSObject::valueForKey(std::string_view key) {
     if (key == "self") return shared_from_this();
     auto const* entry = objectClass().find(Selector{key});
     if (!entry || entry->parameterCount() != 0) unknownKey(*this, key);
-    return (*entry)(*this, {});
+    return (*entry)(this, {});
 }
 
 void NSObject::setValueForKey(Value value, std::string_view key) {
     auto const* entry = objectClass().find(Selector{setterName(key)});
     if (!entry || entry->parameterCount() != 1) unknownKey(*this, key);
-    (*entry)(*this, {&value, 1});
+    (*entry)(this, {&value, 1});
 }
 
 } // namespace Tessarin

@@ -25,15 +25,15 @@ bool NSObject::respondsToSelector(Selector selector) const { return objectClass(
 Value NSObject::performSelector(Selector selector, Ref<NSObject> argument) {
     auto const* entry = objectClass().find(selector);
     if (!entry) fatal(objectClass().name() + " does not answer " + selector.name());
-    if (entry->parameterCount() == 0) return (*entry)(*this, {});
+    if (entry->parameterCount() == 0) return (*entry)(this, {});
     Value const value{std::move(argument)};
-    return (*entry)(*this, {&value, 1});
+    return (*entry)(this, {&value, 1});
 }
 
 Value NSObject::invoke(Selector selector, std::initializer_list<Value> arguments) {
     auto const* entry = objectClass().find(selector);
     if (!entry) fatal(objectClass().name() + " does not answer " + selector.name());
-    return (*entry)(*this, {arguments.begin(), arguments.size()});
+    return (*entry)(this, {arguments.begin(), arguments.size()});
 }
 
 std::ostream& operator<<(std::ostream& out, NSObject const& object) { return out << object.description(); }

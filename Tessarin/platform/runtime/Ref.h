@@ -18,14 +18,24 @@ namespace detail {
 
 /// The concrete object behind every reference-type instance: gives access to the protected constructor and initialisers.
 template <class T> struct Made : T {
-    template <class... Arguments> void start(Arguments&&... arguments) { this->init(std::forward<Arguments>(arguments)...); }
+    template <class... Arguments>
+    void start(Arguments&&... arguments)
+        requires requires { this->init(std::forward<Arguments>(arguments)...); }
+    {
+        this->init(std::forward<Arguments>(arguments)...);
+    }
 };
 
 /// The same for objects of the runtime, which also know their class.
 template <class T>
     requires std::is_base_of_v<NSObject, T>
 struct Made<T> : T {
-    template <class... Arguments> void start(Arguments&&... arguments) { this->init(std::forward<Arguments>(arguments)...); }
+    template <class... Arguments>
+    void start(Arguments&&... arguments)
+        requires requires { this->init(std::forward<Arguments>(arguments)...); }
+    {
+        this->init(std::forward<Arguments>(arguments)...);
+    }
     Class const& objectClass() const override { return classOf<T>(); }
 };
 

@@ -15,35 +15,45 @@ namespace Tessarin {
 
 class NSObject;
 
-/// What a class answers: selectors, each with a pointer to a member function. The arguments of the member function are
-/// taken from values; an argument of a wrong kind or class is fatal, and so is a wrong count.
+/// What a class answers: selectors, each with a pointer to a member function, or to a static one for messages to the class
+/// itself. The arguments are taken from values; an argument of a wrong kind or class is fatal, and so is a wrong count. An
+/// absent value is a null reference or an absent optional.
 class TESSARIN_API SelectorTable {
 public:
     class TESSARIN_API Entry {
     public:
         template <class T, class Result, class... Parameters>
         Entry(Selector selector, Result (T::*member)(Parameters...)) : Entry(selector, sizeof...(Parameters)) {
-            call_ = [member](NSObject& object, std::span<Value const> arguments, Selector name) {
+            call_ = [member](NSObject* object, std::span<Value const> arguments, Selector name) {
                 return call<T, Result, Parameters...>(object, member, arguments, name, std::index_sequence_for<Parameters...>{});
             };
         }
         template <class T, class Result, class... Parameters>
         Entry(Selector selector, Result (T::*member)(Parameters...) const) : Entry(selector, sizeof...(Parameters)) {
-            call_ = [member](NSObject& object, std::span<Value const> arguments, Selector name) {
+            call_ = [member](NSObject* object, std::span<Value const> arguments, Selector name) {
                 return call<T, Result, Parameters...>(object, member, arguments, name, std::index_sequence_for<Parameters...>{});
+            };
+        }
+        template <class Result, class... Parameters>
+        Entry(Selector selector, Result (*function)(Parameters...)) : Entry(selector, sizeof...(Parameters)) {
+            isOfClass_ = true;
+            call_ = [function](NSObject*, std::span<Value const> arguments, Selector name) {
+                return callFunction<Result, Parameters...>(function, arguments, name, std::index_sequence_for<Parameters...>{});
             };
         }
 
         Selector selector() const noexcept { return selector_; }
         std::size_t parameterCount() const noexcept { return count_; }
-        Value operator()(NSObject& object, std::span<Value const> arguments) const;
+        bool isOfClass() const noexcept { return isOfClass_; }
+        /// The receiver is null for a message to the class.
+        Value operator()(NSObject* object, std::span<Value const> arguments) const;
 
     private:
         Entry(Selector selector, std::size_t count) : selector_(selector), count_(count) {}
 
         template <class T, class Result, class... Parameters, class Member, std::size_t... I>
-        static Value call(NSObject& object, Member member, std::span<Value const> arguments, Selector name, std::index_sequence<I...>) {
-            auto* receiver = dynamic_cast<T*>(&object);
+        static Value call(NSObject* object, Member member, std::span<Value const> arguments, Selector name, std::index_sequence<I...>) {
+            auto* receiver = dynamic_cast<T*>(object);
             if (!receiver) fatal("selector " + name.name() + " was registered for another class");
             if constexpr (std::is_void_v<Result>) {
                 (receiver->*member)(argument<std::remove_cvref_t<Parameters>>(arguments[I], name)...);
@@ -53,12 +63,28 @@ public:
             }
         }
 
+        template <class Result, class... Parameters, std::size_t... I>
+        static Value callFunction(Result (*function)(Parameters...), std::span<Value const> arguments, Selector name, std::index_sequence<I...>) {
+            if constexpr (std::is_void_v<Result>) {
+                function(argument<std::remove_cvref_t<Parameters>>(arguments[I], name)...);
+                return {};
+            } else {
+                return Value(function(argument<std::remove_cvref_t<Parameters>>(arguments[I], name)...));
+            }
+        }
+
+        template <class P>
+            requires requires { typename P::value_type; } && std::is_same_v<P, std::optional<typename P::value_type>>
+        static P argument(Value const& value, Selector name) {
+            if (value.isAbsent()) return {};
+            return argument<typename P::value_type>(value, name);
+        }
         template <class P> static P argument(Value const& value, Selector name) {
             if constexpr (std::is_same_v<P, Value>) {
                 return value;
             } else {
-                if constexpr (std::is_constructible_v<P, std::nullptr_t>)
-                    if (value.isAbsent()) return P(nullptr);
+                if constexpr (requires { typename RefElement<P>::type; })
+                    if (value.isAbsent()) return nullptr;
                 auto converted = value.as<P>();
                 if (!converted) fatal("wrong argument for selector " + name.name());
                 return *std::move(converted);
@@ -67,13 +93,14 @@ public:
 
         Selector selector_;
         std::size_t count_;
-        std::function<Value(NSObject&, std::span<Value const>, Selector)> call_;
+        bool isOfClass_ = false;
+        std::function<Value(NSObject*, std::span<Value const>, Selector)> call_;
     };
 
     SelectorTable() = default;
     SelectorTable(std::initializer_list<Entry> entries) : entries_(entries) {}
 
-    Entry const* find(Selector selector) const noexcept;
+    Entry const* find(Selector selector, bool ofClass = false) const noexcept;
 
 private:
     std::vector<Entry> entries_;

@@ -16,10 +16,11 @@ bool isWhole(Value const& value) { return value.kind() == Kind::Integer || value
 
 std::partial_ordering compareNumbers(Value const& a, Value const& b) {
     if (isWhole(a) && isWhole(b)) return a.integer() <=> b.integer();
-    // A whole number beside a fraction: compared exactly also beyond 2^53.
-    if (isWhole(a) && std::abs(a.integer()) > (1LL << 53)) return static_cast<long double>(a.integer()) <=> static_cast<long double>(b.number());
-    if (isWhole(b) && std::abs(b.integer()) > (1LL << 53)) return static_cast<long double>(a.number()) <=> static_cast<long double>(b.integer());
-    return a.number() <=> b.number();
+    auto const exact = [](Value const& v) -> long double { // a long double holds 64-bit integers and doubles alike
+        if (isWhole(v)) return static_cast<long double>(v.integer());
+        return v.number();
+    };
+    return exact(a) <=> exact(b);
 }
 
 bool equalObjects(Ref<NSObject> const& a, Ref<NSObject> const& b) { return a == b || a->isEqual(*b); }
@@ -77,7 +78,8 @@ std::partial_ordering compareValues(Value const& a, Value const& b) {
     if (a.isAbsent() || b.isAbsent()) return int{!a.isAbsent()} <=> int{!b.isAbsent()};
     if (a.isNumber() && b.isNumber()) return compareNumbers(a, b);
     auto const numeric = [](Value const& v) { return v.isNumber() || v.kind() == Kind::Decimal; };
-    if (numeric(a) && numeric(b)) return a.decimal() <=> b.decimal();
+    auto const endless = [](Value const& v) { return v.isNumber() && !std::isfinite(v.number()); }; // no decimal can say that
+    if (numeric(a) && numeric(b)) return endless(a) || endless(b) ? a.number() <=> b.number() : a.decimal() <=> b.decimal();
     if (a.kind() != b.kind()) return std::partial_ordering::unordered;
     switch (a.kind()) {
     case Kind::Date: return a.dateSeconds() <=> b.dateSeconds();

@@ -1,0 +1,40 @@
+#pragma once
+// Formatting with {fmt}: fmt::format("{} saved {:>20}", document, url). Declares nothing where {fmt} is not installed; a
+// program that uses it links {fmt} itself.
+#if __has_include(<fmt/core.h>)
+#include "Tessarin/platform/runtime/NSObject.h"
+#include "Tessarin/platform/runtime/Text.h"
+#include <fmt/core.h>
+#include <concepts>
+#include <string>
+#include <string_view>
+
+namespace Tessarin {
+
+template <class T>
+concept Described = requires(T const& thing) {
+    { thing.description() } -> std::same_as<std::string>;
+};
+
+} // namespace Tessarin
+
+/// What has a description is formatted by it, with the width and fill of texts.
+template <Tessarin::Described T> struct fmt::formatter<T> : fmt::formatter<std::string_view> {
+    template <class Context> auto format(T const& thing, Context& context) const {
+        return fmt::formatter<std::string_view>::format(thing.description(), context);
+    }
+};
+
+/// A reference to a described thing is formatted as the thing; null as "nil".
+template <Tessarin::Described T> struct fmt::formatter<std::shared_ptr<T>> : fmt::formatter<std::string_view> {
+    template <class Context> auto format(std::shared_ptr<T> const& thing, Context& context) const {
+        return fmt::formatter<std::string_view>::format(thing ? thing->description() : "nil", context);
+    }
+};
+
+template <> struct fmt::formatter<Tessarin::Text> : fmt::formatter<std::string_view> {
+    template <class Context> auto format(Tessarin::Text const& text, Context& context) const {
+        return fmt::formatter<std::string_view>::format(text.view(), context);
+    }
+};
+#endif
