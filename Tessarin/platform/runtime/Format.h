@@ -1,10 +1,10 @@
 #pragma once
 // Formatting with {fmt}: fmt::format("{} saved {:>20}", document, url). Declares nothing where {fmt} is not installed; a
 // program that uses it links {fmt} itself.
-#if __has_include(<fmt/core.h>)
+#if __has_include(<fmt/format.h>)
 #include "Tessarin/platform/runtime/NSObject.h"
 #include "Tessarin/platform/runtime/Text.h"
-#include <fmt/core.h>
+#include <fmt/format.h>
 #include <concepts>
 #include <string>
 #include <string_view>

@@ -1,0 +1,115 @@
+#include "Tessarin/platform/runtime/Closure.h"
+#include "Tessarin/platform/runtime/FunctionRef.h"
+#include "Tessarin/platform/runtime/Required.h"
+#include "Tessarin/platform/runtime/Slot.h"
+
+#include <array>
+#include <cstdlib>
+#include <gtest/gtest.h>
+#include <memory>
+#include <new>
+
+namespace {
+thread_local std::size_t allocations = 0;
+} // namespace
+
+void* operator new(std::size_t size) {
+    ++allocations;
+    if (void* const memory = std::malloc(size)) return memory;
+    throw std::bad_alloc();
+}
+void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+
+namespace Tessarin {
+namespace {
+
+template <std::size_t size> struct Sized {
+    explicit Sized(std::shared_ptr<int> shared) : count(std::move(shared)) {}
+    int operator()(int add) { return *count += add; }
+    std::shared_ptr<int> count;
+    std::array<char, size - sizeof(std::shared_ptr<int>)> rest{};
+};
+
+template <std::size_t size> void checkLife(std::size_t expectedAllocations) {
+    auto const count = std::make_shared<int>(1);
+    Sized<size> callable(count);
+    auto const before = allocations;
+    Closure<int(int)> closure(std::move(callable));
+    EXPECT_EQ(allocations - before, expectedAllocations);
+    auto moved = std::move(closure);
+    EXPECT_FALSE(closure);
+    EXPECT_EQ(moved(2), 3);
+    closure = std::move(moved);
+    EXPECT_EQ(closure(1), 4);
+    EXPECT_EQ(count.use_count(), 2) << "moving neither copies nor leaks what is captured";
+    auto& same = closure;
+    closure = std::move(same);
+    EXPECT_EQ(closure(0), 4);
+    closure = nullptr;
+    EXPECT_EQ(count.use_count(), 1);
+}
+
+TEST(Closure, KeepsUpTo48BytesWithoutAllocating) {
+    checkLife<48>(0);
+    checkLife<49>(1);
+    static_assert(!std::is_copy_constructible_v<Closure<void()>>);
+}
+
+TEST(Closure, TakesMoveOnlyThingsMembersAndNothing) {
+    Closure<std::size_t(std::string const&)> const size = &std::string::size;
+    EXPECT_EQ(size("four"), 4u);
+    Closure<void(int)> const dropsResult = [owned = std::make_unique<int>(1)](int add) { return *owned + add; };
+    dropsResult(1);
+    void (*none)() = nullptr;
+    EXPECT_FALSE(Closure<void()>(none));
+    EXPECT_FALSE(Closure<void()>(nullptr));
+    Closure<std::unique_ptr<int>(std::unique_ptr<int>)> const pass = [](std::unique_ptr<int> value) { return value; };
+    EXPECT_EQ(*pass(std::make_unique<int>(7)), 7);
+}
+
+int twice(int value) { return 2 * value; }
+
+TEST(FunctionRef, BorrowsFunctionsAndStatefulLambdas) {
+    auto const call = [](FunctionRef<int(int)> function) { return function(4); };
+    int calls = 0;
+    auto const before = allocations;
+    EXPECT_EQ(call(twice), 8);
+    EXPECT_EQ(call(&twice), 8);
+    EXPECT_EQ(call([&calls](int value) mutable { return value + ++calls; }), 5);
+    EXPECT_EQ(calls, 1);
+    EXPECT_EQ(allocations, before);
+}
+
+struct LabelA {
+    Required<int> a;
+};
+struct LabelB {
+    Required<int> b;
+};
+int chosen(LabelA) { return 1; }
+int chosen(LabelB) { return 2; }
+
+TEST(Required, TellsOverloadsApartByLabelAlone) {
+    EXPECT_EQ(chosen({.a = 1}), 1);
+    EXPECT_EQ(chosen({.b = 1}), 2);
+    static_assert(!std::is_default_constructible_v<LabelA>);
+}
+
+TEST(Slot, ReadsAndWritesThroughItsHomeButIsNeverKept) {
+    struct Home {
+        Slot<Home, std::size_t, int> operator[](std::size_t at) { return {*this, at}; }
+        int slot(std::size_t at) const { return values[at]; }
+        void setSlot(std::size_t at, int value) { values[at] = value; }
+        std::array<int, 2> values{};
+    } home;
+    home[1] = 5;
+    int const read = home[1];
+    EXPECT_EQ(read, 5);
+    EXPECT_EQ(home.values[0], 0);
+    static_assert(!std::is_convertible_v<Slot<Home, std::size_t, int>&, int>);
+    static_assert(!std::is_copy_constructible_v<Slot<Home, std::size_t, int>>);
+}
+
+} // namespace
+} // namespace Tessarin

@@ -1,0 +1,61 @@
+#include "Tessarin/platform/runtime/Enumeration.h"
+#include "Tessarin/platform/runtime/Fatal.h"
+#include "Tessarin/platform/runtime/Format.h"
+
+#include <cstdio>
+#include <gtest/gtest.h>
+#include <thread>
+#include <unordered_set>
+
+namespace Tessarin {
+namespace {
+
+struct Season : Enumeration<Season> {
+    static const Season Winter, Summer;
+    Season next() const { return Season(1 - rawValue()); }
+
+private:
+    constexpr explicit Season(std::int64_t rawValue) : Enumeration(rawValue) {}
+};
+Season const Season::Winter{0};
+Season const Season::Summer{1};
+
+TEST(Enumeration, CasesAreComparedAndHashedByTheirRawValue) {
+    EXPECT_EQ(Season::Winter.next(), Season::Summer);
+    EXPECT_NE(Season::Winter, Season::Summer);
+    EXPECT_TRUE(std::unordered_set<Season>{Season::Summer}.contains(Season::Winter.next()));
+}
+
+TEST(OutputDeathTest, FatalWritesOneLineAndAborts) {
+    EXPECT_EXIT(fatal("out of tea"), testing::KilledBySignal(SIGABRT), "^out of tea\n$");
+}
+
+TEST(Output, PrintsOfSeveralLinesAreNeverMixed) {
+    testing::internal::CaptureStdout();
+    std::printf("before ");
+    print("it");
+    std::vector<std::thread> threads;
+    for (char const letter : {'a', 'b', 'c'})
+        threads.emplace_back([letter] {
+            for (int i = 0; i < 100; ++i) print(std::string(30, letter) + "\n" + std::string(30, letter));
+        });
+    for (auto& thread : threads) thread.join();
+    auto const text = testing::internal::GetCapturedStdout();
+    auto const first = text.find('\n') + 1;
+    EXPECT_EQ(text.substr(0, first), "before it\n");
+    ASSERT_EQ(text.size(), first + 300 * 62);
+    for (std::size_t at = first; at < text.size(); at += 62) ASSERT_EQ(text.substr(at, 31), text.substr(at + 31, 31));
+}
+
+TEST(Format, DescriptionsAreFormattedLikeTexts) {
+    class Named : public NSObject {
+    public:
+        std::string description() const override { return "Ada"; }
+    };
+    auto const named = make<Named>();
+    EXPECT_EQ(fmt::format("{}|{:>5}|{:<5}|{}", *named, named, Text("t"), Value(List{1, "a"})), "Ada|  Ada|t    |[1, a]");
+    EXPECT_EQ(fmt::format("{}", Ref<Named>()), "nil");
+}
+
+} // namespace
+} // namespace Tessarin

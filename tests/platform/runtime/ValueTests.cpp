@@ -1,0 +1,205 @@
+#include "Tessarin/platform/runtime/NSObject.h"
+#include "Tessarin/platform/runtime/Value.h"
+
+#include <cmath>
+#include <gtest/gtest.h>
+#include <limits>
+#include <thread>
+
+namespace Tessarin {
+namespace {
+
+using Kind = Value::Kind;
+
+Ref<NSObject> const object = make<NSObject>();
+std::array<std::uint8_t, 16> const uuid{1, 2, 3};
+std::string const longText = "a text that does not fit fourteen characters";
+
+struct Row {
+    Value value;
+    Kind kind;
+    char const* description; // null where it is not fixed
+};
+
+/// One value of each kind, no two of them equal.
+std::vector<Row> const rows = {
+    {Value(), Kind::Absent, "nil"},
+    {true, Kind::Boolean, "true"},
+    {-7, Kind::Integer, "-7"},
+    {0.25f, Kind::Float, "0.25"},
+    {2.5, Kind::Double, "2.5"},
+    {Value::date(2.5), Kind::Date, "date(2.5)"},
+    {"", Kind::Text, ""},
+    {"fourteen bytes", Kind::Text, "fourteen bytes"},
+    {longText, Kind::Text, longText.c_str()},
+    {Value::uuid(uuid), Kind::UUID, "01020300-0000-0000-0000-000000000000"},
+    {Value::data(std::vector<std::byte>(3)), Kind::Data, "data(3 bytes)"},
+    {Value::url("file:///a"), Kind::URL, "file:///a"},
+    {*Decimal::fromText("2.50"), Kind::Decimal, "2.5"},
+    {object, Kind::Object, nullptr},
+    {List{1, "a"}, Kind::List, "[1, a]"},
+    {ValueSet{Value(1)}, Kind::Set, "{1}"},
+    {Dictionary{{"k", 1}}, Kind::Dictionary, "{k: 1}"},
+    {ValueDictionary{{Value(1), Value("x")}}, Kind::ValueDictionary, "{1: x}"},
+};
+
+TEST(Value, EveryKindSurvivesCopyMoveAndAssignment) {
+    for (auto const& row : rows) {
+        SCOPED_TRACE(row.value.description());
+        EXPECT_EQ(row.value.kind(), row.kind);
+        if (row.description) { EXPECT_EQ(row.value.description(), row.description); }
+        Value copy = row.value, other = "something else that is long";
+        EXPECT_EQ(copy, row.value);
+        EXPECT_EQ(copy.hash(), row.value.hash());
+        other = copy;
+        Value const moved = std::move(copy);
+        EXPECT_TRUE(copy.isAbsent());
+        EXPECT_EQ(moved, other);
+        other = *&other;
+        EXPECT_EQ(moved, other);
+        for (auto const& another : rows) EXPECT_EQ(row.value == another.value, &row == &another) << another.value;
+    }
+    EXPECT_TRUE(Value(Ref<NSObject>()).isAbsent());
+}
+
+TEST(Value, NumbersAreOneFamilyAndCompareExactly) {
+    auto const big = (std::int64_t{1} << 53) + 1;
+    EXPECT_EQ(Value(1), Value(true));
+    EXPECT_EQ(Value(1), Value(1.0f));
+    EXPECT_EQ(Value(1).hash(), Value(1.0).hash());
+    EXPECT_NE(Value(big), Value(static_cast<double>(big)));
+    EXPECT_EQ(Value(INT64_MIN), Value(-0x1p63));
+    EXPECT_NE(Value(INT64_MAX), Value(0x1p63));
+    EXPECT_NE(Value(std::nan("")), Value(std::nan("")));
+    EXPECT_NE(Value(1), Value("1"));
+    EXPECT_NE(Value(0), Value());
+    EXPECT_NE(Value(5), Value(Decimal(5))) << "a decimal is of another kind";
+
+    struct {
+        double from;
+        std::int64_t to;
+    } const conversions[] = {{2.9, 2}, {-2.9, -2}, {1e300, INT64_MAX}, {-1e300, INT64_MIN}, {std::nan(""), 0}, {0x1p63, INT64_MAX}};
+    for (auto const& row : conversions) EXPECT_EQ(Value(row.from).integer(), row.to) << row.from;
+    EXPECT_EQ(Value("7").integer(), 0);
+    EXPECT_FALSE(Value("true").boolean());
+    EXPECT_EQ(Value(*Decimal::fromText("2.5")).number(), 2.5);
+}
+
+TEST(Value, OrdersWhatCanBeCompared) {
+    auto const infinity = std::numeric_limits<double>::infinity();
+    Value const ascending[][2] = {{Value(), false},
+                                  {1, 1.5},
+                                  {INT64_MAX - 1, INT64_MAX},
+                                  {*Decimal::fromText("1.25"), 1.5},
+                                  {Decimal(1), infinity},
+                                  {-infinity, Decimal(1)},
+                                  {Value::date(1), Value::date(2)},
+                                  {"Z", "a"},
+                                  {"a", "aa"},
+                                  {Value::url("a:"), Value::url("b:")},
+                                  {Value::data(std::vector<std::byte>{}), Value::data(std::vector<std::byte>(1))}};
+    for (auto const& [less, more] : ascending) {
+        EXPECT_TRUE(compareValues(less, more) < 0) << less << " < " << more;
+        EXPECT_TRUE(compareValues(more, less) > 0) << less << " < " << more;
+        EXPECT_TRUE(compareValues(less, less) == 0);
+    }
+    EXPECT_EQ(compareValues("1", 1), std::partial_ordering::unordered);
+    EXPECT_EQ(compareValues(object, make<NSObject>()), std::partial_ordering::unordered);
+}
+
+TEST(Value, ReadsAsATypeOnlyWhatIsOfIt) {
+    EXPECT_EQ(Value(3).as<int>(), 3);
+    EXPECT_EQ(Value(3).as<double>(), 3.0);
+    EXPECT_EQ(Value(3.0).as<int>(), std::nullopt);
+    EXPECT_EQ(Value(3).as<std::string>(), std::nullopt);
+    EXPECT_EQ(Value(3).as<bool>(), std::nullopt);
+    EXPECT_EQ(Value("x").as<std::string>(), "x");
+    EXPECT_EQ(Value(object).as<Ref<NSObject>>(), object);
+    EXPECT_EQ(Value().as<Ref<NSObject>>(), std::nullopt);
+    EXPECT_EQ(Value(std::optional<int>()), Value());
+}
+
+TEST(Value, SharesItsContentAndReleasesItOnce) {
+    WeakRef<NSObject> watched;
+    {
+        auto const kept = make<NSObject>();
+        watched = kept;
+        Value const list = List{kept, List{kept}};
+        std::vector<std::thread> threads;
+        for (int i = 0; i < 3; ++i)
+            threads.emplace_back([list] {
+                for (int round = 0; round < 1000; ++round) {
+                    Value const copy = list;
+                    ASSERT_EQ(&copy.list(), &list.list()) << "a copy shares the list";
+                }
+            });
+        for (auto& thread : threads) thread.join();
+        EXPECT_EQ(kept.use_count(), 3);
+    }
+    EXPECT_TRUE(watched.expired());
+}
+
+TEST(Text, ComparesByCharactersInlineOrShared) {
+    for (std::string const text : {"", "a", "fourteen bytes", "fifteen  bytes.", "with a \0 inside it"}) {
+        Text const made{text};
+        Text copy = made;
+        EXPECT_EQ(copy.view(), text);
+        EXPECT_EQ(copy.size(), text.size());
+        Value value{std::move(copy)};
+        EXPECT_TRUE(copy.empty());
+        EXPECT_EQ(value.text(), text);
+        EXPECT_EQ(value.toText(), made);
+        EXPECT_EQ(std::hash<Text>{}(made), std::hash<std::string_view>{}(text));
+    }
+    EXPECT_LT(Text("a"), Text(longText));
+    EXPECT_EQ(Text(longText), longText.c_str());
+}
+
+TEST(Dictionary, AnswersAlikeWhenSmallAndWhenIndexed) {
+    Dictionary dictionary;
+    for (int count = 1; count <= 40; ++count) {
+        auto const key = "key " + std::to_string(count);
+        EXPECT_EQ(dictionary.find(key), nullptr);
+        dictionary.set(key, count);
+        dictionary.set(key, count * 2); // replaces
+        for (int at = 1; at <= count; ++at) ASSERT_EQ(dictionary["key " + std::to_string(at)], Value(at * 2)) << at << " of " << count;
+        ASSERT_EQ(dictionary.size(), static_cast<std::size_t>(count));
+    }
+    Dictionary reversed;
+    for (int at = 40; at >= 1; --at) reversed.set("key " + std::to_string(at), at * 2);
+    EXPECT_EQ(dictionary, reversed) << "order does not count";
+    for (int at = 1; at <= 40; at += 2) EXPECT_TRUE(dictionary.erase("key " + std::to_string(at)));
+    EXPECT_FALSE(dictionary.erase("key 1"));
+    EXPECT_NE(dictionary, reversed);
+    for (int at = 1; at <= 40; ++at) ASSERT_EQ(dictionary.contains("key " + std::to_string(at)), at % 2 == 0) << at;
+    auto const copy = dictionary;
+    dictionary["key 2"] = "changed";
+    EXPECT_EQ(copy["key 2"], Value(4));
+    EXPECT_EQ(dictionary.begin()->value, Value("changed")) << "entries keep their order";
+    EXPECT_TRUE(copy["none"].isAbsent());
+}
+
+TEST(Decimal, ReadsWritesAndOrders) {
+    struct {
+        char const* from;
+        char const* to; // null where it is refused
+    } const rows[] = {{"12.50", "12.5"}, {"-0.0003", "-0.0003"}, {"3e-7", "0.0000003"}, {"+7", "7"}, {"1E+3", "1000"}, {"000", "0"}, {"-0", "0"},
+                      {".5", "0.5"}, {"5.", "5"}, {"12345678901234567890123456789012345678", "12345678901234567890123456789012345678"},
+                      {"123456789012345678901234567890123456789", nullptr}, {"", nullptr}, {".", nullptr}, {"1e", nullptr}, {"1e+-3", nullptr},
+                      {"1.2.3", nullptr}, {"0x1", nullptr}, {" 1", nullptr}};
+    for (auto const& row : rows) {
+        auto const read = Decimal::fromText(row.from);
+        ASSERT_EQ(read.has_value(), row.to != nullptr) << row.from;
+        if (read) { EXPECT_EQ(read->text(), row.to); }
+    }
+    EXPECT_EQ(Decimal::fromDouble(0.1).text(), "0.1");
+    EXPECT_EQ(Decimal::fromDouble(0.1).doubleValue(), 0.1);
+    EXPECT_EQ(*Decimal::fromText("100"), Decimal(100));
+    char const* const ascending[] = {"-100", "-50", "-5.5", "-0.05", "0", "0.05", "0.5", "5", "5.45", "5.5", "50"};
+    for (std::size_t i = 0; i < std::size(ascending); ++i)
+        for (std::size_t j = 0; j < std::size(ascending); ++j)
+            EXPECT_EQ(*Decimal::fromText(ascending[i]) < *Decimal::fromText(ascending[j]), i < j) << ascending[i] << " < " << ascending[j];
+}
+
+} // namespace
+} // namespace Tessarin
