@@ -1,0 +1,123 @@
+#include "Tessarin/platform/foundation/KeyPath.h"
+
+#include "Tessarin/platform/runtime/Fatal.h"
+#include "Tessarin/platform/runtime/NSObject.h"
+
+namespace Tessarin {
+namespace {
+
+using Kind = Value::Kind;
+using Components = std::span<std::string const>;
+
+bool isCollection(Value const& value) { return value.kind() == Kind::List || value.kind() == Kind::Set; }
+
+[[noreturn]] void unknownKey(Value const& value, std::string_view key) {
+    fatal(value.description() + " is not key value coding-compliant for the key \"" + std::string{key} + "\"");
+}
+
+Value followed(Value const& value, Components path);
+
+Value valueForKey(Value const& value, std::string const& key) {
+    switch (value.kind()) {
+    case Kind::Object: return value.object()->valueForKey(key);
+    case Kind::Dictionary: return value.dictionary()[key];
+    case Kind::ValueDictionary: {
+        auto const found = value.valueDictionary().find(Value(key));
+        return found == value.valueDictionary().end() ? Value() : found->second;
+    }
+    default: unknownKey(value, key);
+    }
+}
+
+std::size_t memberCount(Value const& value) {
+    switch (value.kind()) {
+    case Kind::List: return value.list().size();
+    case Kind::Set: return value.set().size();
+    case Kind::Dictionary: return value.dictionary().size();
+    case Kind::ValueDictionary: return value.valueDictionary().size();
+    default: unknownKey(value, "@count");
+    }
+}
+
+Value sum(Value const& members, bool average) {
+    double total = 0;
+    std::int64_t whole = 0, count = 0;
+    bool allWhole = true;
+    forEachMember(members, [&](Value const& member) {
+        allWhole = allWhole && (member.kind() == Kind::Integer || member.kind() == Kind::Boolean) &&
+                   !__builtin_add_overflow(whole, member.integer(), &whole);
+        total += member.number();
+        ++count;
+        return true;
+    });
+    if (average) return count ? Value(total / static_cast<double>(count)) : Value();
+    return allWhole ? Value(whole) : Value(total);
+}
+
+Value extreme(Value const& members, std::partial_ordering wanted) {
+    Value best;
+    forEachMember(members, [&](Value const& member) {
+        if (best.isAbsent() || compareValues(member, best) == wanted) best = member;
+        return true;
+    });
+    return best;
+}
+
+/// "@avg" of the members' values at the end of the rest of the path.
+Value aggregated(Value const& value, Components path) {
+    auto const& name = path.front();
+    if (name == "@count") return static_cast<std::int64_t>(memberCount(value));
+    if (!isCollection(value)) unknownKey(value, name);
+    auto const members = followed(value, path.subspan(1));
+    if (name == "@sum") return sum(members, false);
+    if (name == "@avg") return sum(members, true);
+    if (name == "@min") return extreme(members, std::partial_ordering::less);
+    if (name == "@max") return extreme(members, std::partial_ordering::greater);
+    unknownKey(value, name);
+}
+
+Value followed(Value const& start, Components path) {
+    Value value = start;
+    for (; !path.empty() && !value.isAbsent(); path = path.subspan(1)) {
+        if (path.front().starts_with('@')) return aggregated(value, path);
+        if (!isCollection(value)) {
+            value = valueForKey(value, path.front());
+            continue;
+        }
+        List members;
+        forEachMember(value, [&](Value const& member) {
+            return forEachMember(valueForKey(member, path.front()), [&](Value const& found) {
+                members.push_back(found);
+                return true;
+            });
+        });
+        value = std::move(members);
+    }
+    return value;
+}
+
+} // namespace
+
+KeyPath::KeyPath(std::string_view text) : text_(text) {
+    while (!text.empty()) {
+        auto const end = std::min(text.find('.'), text.size());
+        components_.emplace_back(text.substr(0, end));
+        text.remove_prefix(std::min(end + 1, text.size()));
+    }
+}
+
+Value KeyPath::valueFrom(Value const& object) const { return followed(object, components_); }
+
+Value valueForKeyPath(Value const& object, std::string_view path) { return KeyPath{path}.valueFrom(object); }
+
+bool forEachMember(Value const& value, FunctionRef<bool(Value const&)> each) {
+    auto const one = [&](Value const& member) { return forEachMember(member, each); };
+    switch (value.kind()) {
+    case Kind::Absent: return true;
+    case Kind::List: return std::ranges::all_of(value.list(), one);
+    case Kind::Set: return std::ranges::all_of(value.set(), one);
+    default: return each(value);
+    }
+}
+
+} // namespace Tessarin

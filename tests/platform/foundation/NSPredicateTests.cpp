@@ -1,0 +1,320 @@
+#include "Tessarin/platform/foundation/NSComparisonPredicate.h"
+#include "Tessarin/platform/foundation/NSCompoundPredicate.h"
+#include "Tessarin/platform/foundation/NSError.h"
+
+#include <gtest/gtest.h>
+#include <thread>
+
+using namespace Tessarin;
+
+namespace {
+
+/// A record as one of several contexts would show it: two records of one number stand for the same.
+class Record : public NSObject {
+public:
+    NSObject const& predicateIdentity() const override { return *identity_; }
+    Value valueForKey(std::string_view key) override { return key == "number" ? Value(number_) : NSObject::valueForKey(key); }
+    std::int64_t number() const { return number_; }
+    void setNumber(std::int64_t number) { number_ = number; }
+    static SelectorTable selectors() { return {{"twice"_sel, &Record::twice}, {"setNumber:"_sel, &Record::setNumber}}; }
+
+    using NSObject::init;
+    virtual void init(std::int64_t number, Ref<NSObject> identity) {
+        number_ = number;
+        identity_ = std::move(identity);
+    }
+
+private:
+    std::int64_t twice() const { return 2 * number_; }
+    std::int64_t number_ = 0;
+    Ref<NSObject> identity_;
+};
+
+[[maybe_unused]] Class const& recordClass = registerClass<Record>();
+
+Ref<NSObject> anIdentity() {
+    class Identity : public NSObject {};
+    return make<Identity>();
+}
+
+Value book() {
+    Dictionary const author{{"name", "Jane Austen"}, {"born", 1775}, {"agent", nullptr}, {"in", "Steventon"}};
+    List const editions{Dictionary{{"year", 1815}, {"copies", 2000}}, Dictionary{{"year", 1833}, {"copies", 500}}};
+    return Dictionary{{"title", "Emma"},
+                      {"year", 1815},
+                      {"price", Decimal::fromText("12.50").value()},
+                      {"rating", 4.5},
+                      {"isOpen", true},
+                      {"subtitle", nullptr},
+                      {"added", Value::date(100)},
+                      {"author", author},
+                      {"editions", editions},
+                      {"prequels", List{}},
+                      {"tags", ValueSet{"Novel", "CLASSIC", "Straße", "Ηπειρος"}},
+                      {"note", "Crème Brûlée\n100%"}};
+}
+
+struct Row {
+    char const* format;
+    List arguments;
+    bool expected;
+};
+
+void expectRows(std::vector<Row> const& rows, Value const& object = book()) {
+    for (auto const& [format, arguments, expected] : rows) {
+        auto const predicate = NSPredicate::predicateWithFormatArguments(format, arguments);
+        EXPECT_EQ(predicate->evaluateWithObject(object), expected) << format;
+        auto const again = NSPredicate::parse(predicate->predicateFormat());
+        // Dates, decimals and objects have no literal form; everything else reads back.
+        if (again) {
+            EXPECT_EQ(again->evaluateWithObject(object), expected) << format << " written as " << *predicate;
+        }
+    }
+}
+
+} // namespace
+
+TEST(NSPredicate, AbsentValuesAreUnequalToAllAndInNoOrder) {
+    expectRows({
+        {"subtitle != 'a'", {}, true},
+        {"subtitle == 'a'", {}, false},
+        {"subtitle = nil", {}, true},
+        {"nil == subtitle", {}, true},
+        {"subtitle != NULL", {}, false},
+        {"title != %@", {nullptr}, true},
+        {"subtitle < 5", {}, false},
+        {"subtitle >= 5", {}, false},
+        {"NOT subtitle < 5", {}, true},
+        {"subtitle <= nil", {}, false},
+        {"5 > subtitle", {}, false},
+        {"subtitle BETWEEN {1, 2}", {}, false},
+        {"subtitle IN {'a', nil}", {}, false},
+        {"NOT (subtitle IN {'a'})", {}, true},
+        {"subtitle IN %@", {nullptr}, false},
+        {"subtitle CONTAINS 'a'", {}, false},
+        {"title CONTAINS subtitle", {}, false},
+        {"subtitle LIKE '*'", {}, false},
+        {"subtitle MATCHES '.*'", {}, false},
+        {"author.agent.name == nil", {}, true},
+        {"author.agent.books.@count == 0", {}, false},
+    });
+}
+
+TEST(NSPredicate, ComparesNumbersOfAllKindsBySize) {
+    expectRows({
+        {"year == 1815", {}, true},
+        {"year=1815.0", {}, true},
+        {"year<>1815", {}, false},
+        {"1800<year&&year=<1900", {}, true},
+        {"year => 0x717", {}, true},
+        {"rating > -1.5e0", {}, true},
+        {"price == 12.5", {}, true},
+        {"price > %f AND price < %lu", {12.25, 13}, true},
+        {"price IN {12.5, 13}", {}, true},
+        {"isOpen == 1", {}, true},
+        {"isOpen = YES", {}, true},
+        {"isOpen != false", {}, true},
+        {"isOpen == %d", {true}, true},
+        {"isOpen == 2", {}, false},
+        {"year BETWEEN {1815, 1815}", {}, true},
+        {"year BETWEEN %@", {List{1816, 1900}}, false},
+        {"year BETWEEN { %d, author.born }", {1700}, false},
+        {"year == '1815'", {}, false},
+        {"title < 5", {}, false},
+        {"added < %@", {Value::date(100.5)}, true},
+        {"%@ <= added", {Value::date(101)}, false},
+    });
+}
+
+TEST(NSPredicate, ComparesTexts) {
+    expectRows({
+        {"title == 'Emma'", {}, true},
+        {"title == \"emma\"", {}, false},
+        {"title ==[c] \"eMMA\"", {}, true},
+        {"title <= 'Emma' and title > 'Alpha'", {}, true},
+        {"title <[c] 'f'", {}, true},
+        {"title < 'F'", {}, true},
+        {"title beginswith 'Em' AND title EndsWith[c] 'MA'", {}, true},
+        {"title CONTAINS 'mm'", {}, true},
+        {"'Em' IN title", {}, true},
+        {"note CONTAINS[cd] 'creme brulee'", {}, true},
+        {"note CONTAINS[c] 'CRÈME'", {}, true},
+        {"note CONTAINS[d] 'creme'", {}, false},
+        {"note BEGINSWITH[n] 'Cre\xCC\x80me'", {}, true}, // written apart
+        {"title == '%@'", {}, false},
+        {"title LIKE 'E*a'", {}, true},
+        {"title LIKE 'E?a'", {}, false},
+        {"title like[c] 'e??a'", {}, true},
+        {"note LIKE '*100\\\\%'", {}, true},
+        {"note LIKE[cd] 'cr?me*'", {}, true},
+        {"title MATCHES 'Em+a'", {}, true},
+        {"title MATCHES 'mm'", {}, false},
+        {"title MATCHES[c] %@", {"e.*"}, true},
+        {"ANY tags ==[c] 'STRASSE'", {}, true},
+        {"ANY tags CONTAINS[cd] 'ήπειρ'", {}, true},
+        {"SELF.note ENDSWITH '\\n100%'", {}, true},
+    });
+}
+
+TEST(NSPredicate, JoinsConditions) {
+    expectRows({
+        {"TRUEPREDICATE", {}, true},
+        {"falsepredicate OR NOT falsepredicate", {}, true},
+        {"year == 1 OR year == 1815 AND title == 'Emma'", {}, true},
+        {"(year == 1815 OR year == 1) AND title == 'x'", {}, false},
+        {"!(year == 1815) || title == 'Emma'", {}, true},
+        {"NOT NOT year == 1815", {}, true},
+        {"NOT year == 1 AND title == 'x'", {}, false},
+        {"((year)) == (1815)", {}, true},
+        {"((title) IN {'a', 'Emma'}) AND ((year > 1))", {}, true},
+        {"%K == %@ AND %@ IN %K.#in", {"author.name", "Jane Austen", "Stev", "author"}, true},
+        {"author.%K == 1775", {"born"}, true},
+        {"SELF.author.born == 1775", {}, true},
+    });
+}
+
+TEST(NSPredicate, LooksAtMembersOfLists) {
+    List manyNames, manyNumbers;
+    for (int at = 0; at < 5000; ++at) {
+        manyNames.push_back("name" + std::to_string(at));
+        manyNumbers.push_back(at);
+    }
+    expectRows({
+        {"ANY editions.year > 1830", {}, true},
+        {"SOME editions.year > 1833", {}, false},
+        {"ALL editions.year > 1800", {}, true},
+        {"NONE editions.year == 1815", {}, false},
+        {"ANY prequels.year > 0", {}, false},
+        {"ALL prequels.year > 0", {}, true},
+        {"NONE prequels.year > 0", {}, true},
+        {"ANY author.agent.name != 'x'", {}, false},
+        {"ANY editions.year IN {1, 1833}", {}, true},
+        {"editions.@count == 2 AND prequels.@count = 0", {}, true},
+        {"editions.@sum.copies == 2500 AND editions.@max.year == 1833 AND editions.@avg.copies == 1250", {}, true},
+        {"prequels.@min.year == nil", {}, true},
+        {"tags CONTAINS 'Novel'", {}, true},
+        {"'novel' IN[c] tags", {}, true},
+        {"title IN {}", {}, false},
+        {"title IN %@", {List{}}, false},
+        {"title IN %@", {manyNames}, false},
+        {"year IN %@", {manyNumbers}, true},
+        {"title IN[c] %@", {ValueSet{"EMMA", 5}}, true},
+        {"year IN {title, author.born, 1815}", {}, true},
+    });
+    expectRows({{"SELF IN {1, 2}", {}, true}, {"SELF > 1", {}, true}, {"self == 3", {}, false}}, 2);
+    expectRows({{"ANY SELF == 3", {}, true}, {"SELF.@count == 3", {}, true}, {"@count == 3", {}, true}}, List{1, 2, 3});
+}
+
+TEST(NSPredicate, ComparesObjectsByWhatTheyStandFor) {
+    auto const identity = anIdentity();
+    auto const one = make<Record>(7, identity), same = make<Record>(7, identity), other = make<Record>(8, anIdentity());
+    expectRows(
+        {
+            {"SELF == %@", {same}, true},
+            {"SELF == %@", {identity}, true},
+            {"SELF == %@", {other}, false},
+            {"SELF IN %@", {List{other, same}}, true},
+            {"SELF IN %@", {List{other}}, false},
+            {"%@ CONTAINS SELF", {ValueSet{identity}}, true},
+            {"self.number == 7 AND twice == 14", {}, true},
+        },
+        one);
+    auto const remote = NSPredicate::predicateWithFormat("friend == %@ AND friend.number IN %@", same, std::vector<int>{1, 7});
+    EXPECT_TRUE(remote->evaluateWithObject(Dictionary{{"friend", one}}));
+}
+
+TEST(NSPredicate, RefusesMalformedFormatsAndSaysWhere) {
+    struct {
+        char const* format;
+        List arguments;
+        char const* problem;
+    } const rows[] = {
+        {"", {}, "at character 1: the format ends"},
+        {"title ==", {}, "at character 9: the format ends"},
+        {"title", {}, "at character 6: a comparison"},
+        {"title == 'a", {}, "at character 10: this text has no closing quote"},
+        {"(title == 'a'", {}, "at character 14: a closing parenthesis"},
+        {"title == 'a')", {}, "at character 13: a condition ends here"},
+        {"a == 1 b == 2", {}, "at character 8: a condition ends here"},
+        {"a == %@", {}, "at character 6: the argument for this is missing"},
+        {"a == %@", {1, 2}, "more arguments"},
+        {"a == %d", {"x"}, "this takes a number"},
+        {"%K == 1", {1}, "%K takes a key path"},
+        {"a == %y", {1}, "after % a format has"},
+        {"a ==[x] 'b'", {}, "c, d and n"},
+        {"a BETWEEN {1}", {}, "two bounds"},
+        {"a BETWEEN %@", {5}, "two bounds"},
+        {"a MATCHES '('", {}, "malformed"},
+        {"and == 1", {}, "written #and"},
+        {"a & 1 == 1", {}, "bit operators are not supported"},
+        {"SUBQUERY(a, $x, $x > 1).@count > 0", {}, "SUBQUERY(…) is not supported"},
+        {"a > CAST(b, 'NSDate')", {}, "CAST(…) is not supported"},
+        {"a.@median.b > 1", {}, "@median is not supported"},
+        {"a[0] == 1", {}, "position"},
+        {"a == {1, 2", {}, "a comma or a closing brace"},
+        {"a.. == 1", {}, "a key is expected"},
+        {"a == 12abc", {}, "not a number"},
+        {"a == 1 \x01", {}, "no meaning"},
+    };
+    for (auto const& [format, arguments, problem] : rows) {
+        Ref<NSError> error;
+        EXPECT_EQ(NSPredicate::parse(format, arguments, &error), nullptr) << format;
+        ASSERT_TRUE(error) << format;
+        EXPECT_NE(error->localizedDescription().find(problem), std::string::npos)
+            << format << ": " << error->localizedDescription();
+    }
+    EXPECT_EQ(NSPredicate::parse(std::string(100000, '(') + "a"), nullptr); // and no overflow of the stack
+    EXPECT_EQ(NSPredicate::parse("a == " + std::string(100000, '{')), nullptr);
+    EXPECT_DEATH(NSPredicate::predicateWithFormat("a =="), "the predicate format \"a ==\" cannot be read at character 5");
+}
+
+TEST(NSPredicate, PutsValuesInPlaceOfVariables) {
+    auto const pattern = NSPredicate::predicateWithFormat("title == $TITLE AND NOT year IN $YEARS");
+    auto const ready = pattern->predicateWithSubstitutionVariables({{"TITLE", "Emma"}, {"YEARS", List{1, 2}}});
+    EXPECT_TRUE(ready->evaluateWithObject(book()));
+    EXPECT_EQ(ready->predicateFormat(), R"(title == "Emma" AND (NOT year IN {1, 2}))");
+    EXPECT_TRUE(pattern->predicateWithSubstitutionVariables({{"TITLE", "x"}})->predicateFormat().ends_with("$YEARS)"));
+    EXPECT_DEATH(pattern->evaluateWithObject(book()), "no value was given for the variable \\$TITLE");
+}
+
+TEST(NSPredicate, TellsItsPartsAndWhatItReads) {
+    auto const predicate =
+        NSPredicate::predicateWithFormat("NOT (a.b == 1 OR c IN {d, 2}) AND SELF != $x.y AND ANY e.@count BEGINSWITH[cd] 'z'");
+    EXPECT_EQ(predicate->keyPaths(), (std::set<std::string>{"a.b", "c", "d", "e.@count"}));
+    auto const* all = predicate->asCompound();
+    ASSERT_TRUE(all && all->subpredicates().size() == 3);
+    auto const* last = all->subpredicates()[2]->asComparison();
+    ASSERT_TRUE(last);
+    EXPECT_EQ(last->predicateOperatorType(), NSPredicateOperatorType::BeginsWith);
+    EXPECT_EQ(last->comparisonPredicateModifier(), NSComparisonPredicateModifier::Any);
+    EXPECT_EQ(last->options(), TextOptions::CaseInsensitive | TextOptions::DiacriticInsensitive);
+    EXPECT_EQ(last->rightExpression()->constantValue(), Value("z"));
+    EXPECT_TRUE(equal(NSPredicate::parse(predicate->predicateFormat()), predicate));
+    EXPECT_FALSE(equal(NSPredicate::parse("a == 1"), NSPredicate::parse("a == 2")));
+    EXPECT_FALSE(make<NSPredicate>(false)->evaluateWithObject({}));
+    EXPECT_TRUE(NSCompoundPredicate::andPredicateWithSubpredicates({})->evaluateWithObject({}));
+    EXPECT_FALSE(NSCompoundPredicate::orPredicateWithSubpredicates({})->evaluateWithObject({}));
+}
+
+TEST(NSPredicate, ServesManyThreadsAtOnce) {
+    auto const predicate =
+        NSPredicate::predicateWithFormat("title MATCHES '[A-Z]m+a' AND note CONTAINS[cd] 'brulee' AND year IN {1, 1815}");
+    std::vector<std::thread> threads;
+    std::atomic<int> wrong = 0;
+    for (int at = 0; at < 4; ++at)
+        threads.emplace_back([&, object = book()] {
+            for (int round = 0; round < 500; ++round) wrong += !predicate->evaluateWithObject(object);
+        });
+    for (auto& thread : threads) thread.join();
+    EXPECT_EQ(wrong, 0);
+}
+
+TEST(KeyValueCoding, AnswersThroughSelectorsAndIsFatalForUnknownKeys) {
+    auto const record = make<Record>(3, anIdentity());
+    EXPECT_EQ(record->valueForKey("twice"), Value(6));
+    record->setValueForKey(5, "number");
+    EXPECT_EQ(valueForKeyPath(Dictionary{{"record", record}}, "record.twice"), Value(10));
+    EXPECT_DEATH(record->valueForKey("thrice"), "Record.* is not key value coding-compliant for the key \"thrice\"");
+    EXPECT_DEATH(record->setValueForKey(1, "twice"), "is not key value coding-compliant for the key \"twice\"");
+    EXPECT_DEATH(valueForKeyPath("text", "length"), "is not key value coding-compliant");
+}
