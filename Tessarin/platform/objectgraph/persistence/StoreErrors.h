@@ -20,6 +20,7 @@ enum class StoreErrorCode : std::int64_t {
     UnknownEntity = 134210,
     ContextWithoutStore = 134220,
     RelationshipDenied = 1600,
+    ValueTooWide = 1660,
     SeveralErrors = 1560,
 };
 

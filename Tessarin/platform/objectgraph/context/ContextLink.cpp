@@ -1,0 +1,77 @@
+#include "Tessarin/platform/objectgraph/context/ContextLink.h"
+
+#include "Tessarin/platform/objectgraph/context/ContextStatePrivate.h"
+
+namespace Tessarin {
+namespace {
+
+/// The class for an entity's objects by its stated name: "Module.C" is Module::C, "C" and ".C" are C.
+Class const& classFor(NSEntityDescription const& entity) {
+    auto const& name = entity.managedObjectClassName();
+    auto const* found = classNamed(name.starts_with('.') ? std::string_view{name}.substr(1) : std::string_view{name});
+    if (!found || !found->isSubclassOf(classOf<NSManagedObject>())) {
+        registerClass<NSManagedObject>();
+        return classOf<NSManagedObject>();
+    }
+    return *found;
+}
+
+} // namespace
+
+ContextLink::ContextLink(Ref<NSManagedObjectContext> const& context, ContextState& state, Ref<NSPersistentStoreCoordinator> coordinator)
+    : context_(context), state_(&state), coordinator_(std::move(coordinator)), space_(coordinator_->space()),
+      classes_(space_->model().entities().size()) {}
+
+void retainObject(ContextLink& link) noexcept { link.references_.fetch_add(1, std::memory_order_relaxed); }
+void releaseObject(ContextLink& link) noexcept {
+    if (link.references_.fetch_sub(1, std::memory_order_acq_rel) == 1) delete &link;
+}
+
+void retainObject(FaultBatch& batch) noexcept { batch.references.fetch_add(1, std::memory_order_relaxed); }
+void releaseObject(FaultBatch& batch) noexcept {
+    if (batch.references.fetch_sub(1, std::memory_order_acq_rel) == 1) delete &batch;
+}
+
+Ref<NSManagedObject> ContextLink::find(RecordKey key) const {
+    std::lock_guard const hold(mutex_);
+    auto* object = objects_.find(key);
+    // An object whose last reference has just gone waits for the lock to leave; it is not given out again.
+    return object ? std::static_pointer_cast<NSManagedObject>(object->weak_from_this().lock()) : nullptr;
+}
+
+void ContextLink::add(NSManagedObject& object, RecordKey key) {
+    std::lock_guard const hold(mutex_);
+    objects_.set(key, &object);
+}
+
+void ContextLink::remove(NSManagedObject& object, RecordKey key) noexcept {
+    std::lock_guard const hold(mutex_);
+    if (objects_.find(key) == &object) objects_.set(key, nullptr);
+}
+
+std::size_t ContextLink::count() const {
+    std::lock_guard const hold(mutex_);
+    return objects_.size();
+}
+
+std::vector<Ref<NSManagedObject>> ContextLink::all() const {
+    std::vector<Ref<NSManagedObject>> result;
+    std::lock_guard const hold(mutex_);
+    result.reserve(objects_.size());
+    objects_.forEach([&](RecordKey, NSManagedObject* object) {
+        if (auto kept = std::static_pointer_cast<NSManagedObject>(object->weak_from_this().lock())) result.push_back(std::move(kept));
+    });
+    return result;
+}
+
+Ref<NSManagedObject> ContextLink::makeObject(NSEntityDescription const& entity) {
+    auto const*& known = classes_[entity.index()];
+    if (!known) known = &classFor(entity);
+    auto object = std::static_pointer_cast<NSManagedObject>(known->makeObject());
+    auto& state = GraphAccess::state(*object);
+    state.link = ContextLinkRef{this};
+    state.layout = &space_->layoutOf(entity);
+    return object;
+}
+
+} // namespace Tessarin

@@ -1,0 +1,57 @@
+#pragma once
+#include "Tessarin/platform/objectgraph/persistence/KeyTable.h"
+#include "Tessarin/platform/objectgraph/persistence/RowCache.h"
+#include "Tessarin/platform/queues/Retained.h"
+#include "Tessarin/platform/runtime/Class.h"
+#include <atomic>
+#include <mutex>
+#include <vector>
+
+namespace Tessarin {
+
+class ContextState;
+class NSManagedObject;
+class NSManagedObjectContext;
+class NSPersistentStoreCoordinator;
+
+/// What a context and its objects share, and what outlives the context: the register of its objects, held weakly. Objects
+/// may be released on any thread, so the register has a lock; everything else belongs to the context's queue.
+class ContextLink {
+public:
+    ContextLink(Ref<NSManagedObjectContext> const& context, ContextState& state, Ref<NSPersistentStoreCoordinator> coordinator);
+
+    /// The context; null once it is destroyed. Any thread.
+    Ref<NSManagedObjectContext> context() const { return context_.lock(); }
+    /// The context's inside, for use on its queue; null once it is destroyed.
+    ContextState* contextState() const noexcept { return state_.load(std::memory_order_acquire); }
+    void contextIsGone() noexcept { state_.store(nullptr, std::memory_order_release); }
+    RowSpace& space() const noexcept { return *space_; }
+    NSPersistentStoreCoordinator& coordinator() const noexcept { return *coordinator_; }
+
+    /// The living object of that record, or null.
+    Ref<NSManagedObject> find(RecordKey key) const;
+    void add(NSManagedObject& object, RecordKey key);
+    void remove(NSManagedObject& object, RecordKey key) noexcept;
+    std::size_t count() const;
+    std::vector<Ref<NSManagedObject>> all() const;
+
+    /// A new object of the entity's class: the registered one, else the generic object.
+    Ref<NSManagedObject> makeObject(NSEntityDescription const& entity);
+
+private:
+    friend void retainObject(ContextLink& link) noexcept;
+    friend void releaseObject(ContextLink& link) noexcept;
+
+    std::atomic<std::uint32_t> references_{0};
+    WeakRef<NSManagedObjectContext> const context_;
+    std::atomic<ContextState*> state_;
+    Ref<NSPersistentStoreCoordinator> coordinator_;
+    Ref<RowSpace> space_;
+    std::vector<Class const*> classes_; // by entity index, looked up on first use
+    mutable std::mutex mutex_;
+    KeyTable<NSManagedObject> objects_; // guarded by mutex_
+};
+
+using ContextLinkRef = Retained<ContextLink>;
+
+} // namespace Tessarin

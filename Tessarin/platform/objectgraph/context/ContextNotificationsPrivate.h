@@ -1,0 +1,43 @@
+#pragma once
+#include "Tessarin/platform/foundation/NSNotification.h"
+#include "Tessarin/platform/objectgraph/context/ContextStatePrivate.h"
+#include <mutex>
+
+namespace Tessarin {
+
+/// A context's notification. The sets of objects in its userInfo are made when somebody asks for them, which must happen
+/// while it is posted, on the context's queue: most observers only want to know that something changed.
+class ContextNotification : public NSNotification {
+public:
+    Value const& userInfo() const override;
+
+protected:
+    ContextNotification() = default;
+    using NSNotification::init;
+    virtual void init(Text name, Ref<NSManagedObjectContext> context);
+    virtual Dictionary makeUserInfo(NSManagedObjectContext& context) const;
+
+private:
+    mutable std::once_flag made_;
+    mutable Value lazyInfo_; // guarded by made_
+};
+
+/// Carries, beside, what a save handed on: other contexts of the coordinator merge that.
+class ContextDidSaveNotification : public ContextNotification {
+public:
+    ChangeSets const& sets() const noexcept { return sets_; }
+
+protected:
+    ContextDidSaveNotification() = default;
+    using ContextNotification::init;
+    virtual void init(Ref<NSManagedObjectContext> context, ChangeSets sets);
+    Dictionary makeUserInfo(NSManagedObjectContext& context) const override;
+
+private:
+    ChangeSets sets_;
+};
+
+void postDidSave(NSManagedObjectContext& context, ChangeSets sets);
+void postDidChange(NSManagedObjectContext& context);
+
+} // namespace Tessarin

@@ -1,0 +1,41 @@
+#pragma once
+#include "Tessarin/platform/objectgraph/context/EntityRulesPrivate.h"
+#include "Tessarin/platform/objectgraph/context/NSManagedObjectContext.h"
+#include "Tessarin/platform/objectgraph/context/PublishedChangesPrivate.h"
+#include "Tessarin/platform/runtime/Cell.h"
+
+namespace Tessarin {
+
+/// The inside of a context. Belongs to its queue but for what is constant after set-up, `published` and the cells.
+class ContextState {
+public:
+    NSManagedObjectContextConcurrencyType concurrencyType = NSManagedObjectContextConcurrencyType::PrivateQueue;
+    dispatch_queue_t queue;
+    Ref<NSManagedObjectContext> parent;
+    Ref<NSPersistentStoreCoordinator> coordinator; // of the whole line of contexts
+    ContextLinkRef link;                           // present once there is a coordinator
+    EntityRulesTable rules;
+
+    std::vector<Ref<NSManagedObject>> changed; // every object with unsaved changes
+    std::vector<std::pair<RecordKey, RecordKey>> promoted; // temporary keys that objects are still known under, and the permanent ones
+    bool hasUnannouncedChanges = false;        // since the last did-change notification
+    PublishedChanges published;                // what children handed up, not yet handed on; any thread
+
+    Cell<Ref<NSMergePolicy>> mergePolicy;
+    Cell<std::string> name;
+};
+
+/// How the files of this room reach the insides of objects and contexts.
+class GraphAccess {
+public:
+    static ObjectState& state(NSManagedObject& object) noexcept { return object.state_; }
+    static ObjectState const& state(NSManagedObject const& object) noexcept { return object.state_; }
+    static ContextState& state(NSManagedObjectContext& context) noexcept { return *context.state_; }
+    static ContextState const& state(NSManagedObjectContext const& context) noexcept { return *context.state_; }
+    static void fire(NSManagedObject& object) { object.fire(); }
+    static std::vector<Ref<NSManagedObject>> destinations(NSManagedObject& object, NSRelationshipDescription const& relationship) {
+        return object.destinations(relationship);
+    }
+};
+
+} // namespace Tessarin

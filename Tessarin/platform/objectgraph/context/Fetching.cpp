@@ -1,0 +1,201 @@
+// Fetching: what the store finds, corrected by what is not saved yet.
+#include "Tessarin/platform/foundation/NSPredicate.h"
+#include "Tessarin/platform/foundation/NSSortDescriptor.h"
+#include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
+#include "Tessarin/platform/objectgraph/context/RecordReaderPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/StoreErrors.h"
+
+#include <algorithm>
+#include <unordered_set>
+
+namespace Tessarin {
+namespace {
+
+using Objects = std::vector<Ref<NSManagedObject>>;
+
+class Fetch {
+public:
+    Fetch(ContextState& context, NSFetchRequest const& request, NSEntityDescription const& entity)
+        : context_(context), request_(request), entity_(entity), reader_(context) {}
+
+    Ref<NSError> run(Objects& objects) {
+        auto const unsaved = unsavedKeys();
+        StoreAnswer answer;
+        if (auto error = askStore(unsaved, answer)) return error;
+        objects = objectsOf(answer.rows, unsaved);
+        if (unsaved.empty() && answer.complete && !mustLookAtAll_) return nullptr;
+        addUnsaved(unsaved, objects);
+        if (!answer.complete || mustLookAtAll_) filter(objects);
+        sort(objects);
+        cut(objects);
+        return nullptr;
+    }
+
+    /// Whether the store alone can answer.
+    bool isUntouched() { return unsavedKeys().empty() && !mustLookAtAll_; }
+    StoreQuery query() const {
+        StoreQuery query;
+        query.entity = &entity_;
+        query.includesSubentities = request_.includesSubentities();
+        query.predicate = request_.predicate().get();
+        query.sortDescriptors = request_.sortDescriptors();
+        query.limit = request_.fetchLimit();
+        query.offset = request_.fetchOffset();
+        return query;
+    }
+    NSPersistentStore* store() const noexcept { return reader_.store(); }
+
+private:
+    bool isWanted(NSEntityDescription const& entity) const {
+        return request_.includesSubentities() ? entity.isKindOf(&entity_) : &entity == &entity_;
+    }
+
+    /// Records of the entity that are not in the store as this context sees them.
+    std::unordered_set<RecordKey> unsavedKeys() {
+        std::unordered_set<RecordKey> keys;
+        bool changesElsewhere = false;
+        for (auto const& set : reader_.sets()) {
+            auto const changes = set->changesOf(*entity_.rootEntity());
+            changesElsewhere = changesElsewhere || changes.size() != set->changes().size();
+            for (auto const& change : changes) {
+                if (isWanted(*change.entity)) keys.insert(change.key);
+                changesElsewhere = changesElsewhere || !change.relationships.empty();
+            }
+        }
+        for (auto const& object : context_.changed) {
+            if (isWanted(object->entity()))
+                keys.insert(object->recordKey());
+            else
+                changesElsewhere = true;
+        }
+        mustLookAtAll_ = (changesElsewhere || !keys.empty()) && asksOtherRecords();
+        return keys;
+    }
+
+    /// Whether the answer for one record depends on others, so that unsaved changes of those may turn it.
+    bool asksOtherRecords() const {
+        auto const leavesRecord = [&](std::string const& keyPath) {
+            auto const* property = entity_.propertyNamed(keyPath.substr(0, keyPath.find('.')));
+            return property && property->asRelationship();
+        };
+        if (auto const& predicate = request_.predicate(); predicate && std::ranges::any_of(predicate->keyPaths(), leavesRecord)) return true;
+        return std::ranges::any_of(request_.sortDescriptors(), [&](auto const& sort) { return leavesRecord(std::string{sort->key()}); });
+    }
+
+    Ref<NSError> askStore(std::unordered_set<RecordKey> const& unsaved, StoreAnswer& answer) {
+        if (!store()) return storeError(StoreErrorCode::ContextWithoutStore, "There is no store to fetch from.");
+        auto query = this->query();
+        if (mustLookAtAll_) query.predicate = nullptr;
+        if (!unsaved.empty() || mustLookAtAll_) {
+            // Records that the store counts may turn out to be gone or changed: as many more are needed.
+            query.limit = query.limit == 0 || mustLookAtAll_ ? 0 : query.limit + query.offset + unsaved.size();
+            query.offset = 0;
+        }
+        return store()->fetch(query, answer);
+    }
+
+    Objects objectsOf(std::vector<RowRef>& rows, std::unordered_set<RecordKey> const& unsaved) {
+        Objects objects;
+        objects.reserve(rows.size());
+        FaultBatchRef batch;
+        for (auto& row : rows) {
+            auto const key = row->key();
+            if (!unsaved.empty() && unsaved.contains(key)) continue;
+            if (!batch || batch->members.size() == FaultBatch::mostMembers) batch = makeBatch(entity_);
+            batch->members.push_back(key);
+            objects.push_back(objectWithRow(context_, std::move(row), batch));
+            if (!request_.returnsObjectsAsFaults()) GraphAccess::fire(*objects.back());
+        }
+        return objects;
+    }
+
+    void addUnsaved(std::unordered_set<RecordKey> const& unsaved, Objects& objects) {
+        std::vector<RecordKey> unread;
+        auto const add = [&](Ref<NSManagedObject> object) {
+            if (!object->isDeleted() && isWanted(object->entity()) && fits(*object)) objects.push_back(std::move(object));
+        };
+        for (auto const key : unsaved) {
+            auto living = context_.link->find(key);
+            if (living && (GraphAccess::state(*living).row || living->isInserted()))
+                add(std::move(living));
+            else
+                unread.push_back(key);
+        }
+        reader_.rows(entity_, unread, [&](RowRef row) { add(objectWithRow(context_, std::move(row), {})); });
+        if (request_.sortDescriptors().empty()) // as the store gives them: by key
+            std::ranges::sort(objects, {}, [](auto const& object) { return static_cast<std::uint64_t>(object->recordKey()); });
+    }
+
+    bool fits(NSManagedObject& object) {
+        return !request_.predicate() || request_.predicate()->evaluateWithObject(Value(object.self<NSManagedObject>()));
+    }
+
+    void filter(Objects& objects) {
+        std::erase_if(objects, [&](auto const& object) { return !fits(*object); });
+    }
+
+    void sort(Objects& objects) {
+        auto const& descriptors = request_.sortDescriptors();
+        if (descriptors.empty()) return;
+        std::ranges::stable_sort(objects, [&](auto const& a, auto const& b) {
+            for (auto const& descriptor : descriptors)
+                if (auto const order = descriptor->compareObjects(Value(a), Value(b)); order != 0) return order < 0;
+            return static_cast<std::uint64_t>(a->recordKey()) < static_cast<std::uint64_t>(b->recordKey());
+        });
+    }
+
+    void cut(Objects& objects) {
+        auto const offset = std::min(request_.fetchOffset(), objects.size());
+        objects.erase(objects.begin(), objects.begin() + static_cast<std::ptrdiff_t>(offset));
+        if (request_.fetchLimit() != 0 && objects.size() > request_.fetchLimit()) objects.resize(request_.fetchLimit());
+    }
+
+    ContextState& context_;
+    NSFetchRequest const& request_;
+    NSEntityDescription const& entity_;
+    RecordReader reader_;
+    bool mustLookAtAll_ = false;
+};
+
+NSEntityDescription const* entityOf(ContextState const& context, NSFetchRequest const& request, Ref<NSError>& error) {
+    if (!context.link) {
+        error = storeError(StoreErrorCode::ContextWithoutStore, "This context has neither a parent nor a coordinator.");
+        return nullptr;
+    }
+    auto const* entity = context.coordinator->managedObjectModel()->entityNamed(request.entityName());
+    if (!entity) error = storeError(StoreErrorCode::UnknownEntity, "There is no entity named \"" + std::string{request.entityName()} + "\" in this model.");
+    return entity;
+}
+
+} // namespace
+
+std::vector<Ref<NSManagedObject>> NSManagedObjectContext::executeFetchRequest(NSFetchRequest const& request, Ref<NSError>& error) {
+    error = nullptr;
+    processPendingChanges();
+    auto const* entity = entityOf(*state_, request, error);
+    if (!entity) return {};
+    Objects objects;
+    error = Fetch(*state_, request, *entity).run(objects);
+    if (error) objects.clear();
+    return objects;
+}
+
+std::int64_t NSManagedObjectContext::countForFetchRequest(NSFetchRequest const& request, Ref<NSError>& error) {
+    error = nullptr;
+    processPendingChanges();
+    auto const* entity = entityOf(*state_, request, error);
+    if (!entity) return NSNotFound;
+    Fetch fetch(*state_, request, *entity);
+    if (fetch.isUntouched() && fetch.store()) {
+        std::size_t count = 0;
+        bool isComplete = true;
+        error = fetch.store()->count(fetch.query(), count, isComplete);
+        if (error) return NSNotFound;
+        if (isComplete) return static_cast<std::int64_t>(count);
+    }
+    Objects objects;
+    error = fetch.run(objects);
+    return error ? NSNotFound : static_cast<std::int64_t>(objects.size());
+}
+
+} // namespace Tessarin

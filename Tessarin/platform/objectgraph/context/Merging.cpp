@@ -1,0 +1,98 @@
+#include "Tessarin/platform/objectgraph/context/MergingPrivate.h"
+
+#include "Tessarin/platform/objectgraph/context/RecordReaderPrivate.h"
+
+#include <algorithm>
+
+namespace Tessarin {
+namespace {
+
+enum class Winner { Incoming, Unsaved };
+
+void dropChanges(ContextState& context, NSManagedObject& object) {
+    auto& state = GraphAccess::state(object);
+    if (!state.has(ObjectState::Changed)) return;
+    std::erase_if(context.changed, [&](auto const& each) { return each.get() == &object; });
+    state.clear(ObjectState::Changed);
+    state.clear(ObjectState::Updated);
+    state.extras->values.clear();
+    state.extras->toMany.clear();
+}
+
+void mergeDeletion(ContextState& context, NSManagedObject& object, Winner winner) {
+    auto& state = GraphAccess::state(object);
+    // Unsaved changes to what somebody else deleted stay until a save finds the record gone.
+    if (state.has(ObjectState::Changed) && winner == Winner::Unsaved && !state.has(ObjectState::Deleted)) return;
+    dropChanges(context, object);
+    context.link->remove(object, state.key);
+    state.set(ObjectState::Deleted);
+    state.set(ObjectState::Gone);
+}
+
+void takeRow(NSManagedObject& object, RecordChange const& change, Winner winner) {
+    auto& state = GraphAccess::state(object);
+    if (!change.after || (!state.row && !state.has(ObjectState::Changed))) return; // a fault reads it when it is asked
+    state.row = rowAfter(change, state.row);
+    state.clear(ObjectState::Gone);
+    if (winner == Winner::Unsaved || !state.extras || !change.before) return;
+    std::erase_if(state.extras->values, [&](auto const& entry) {
+        auto const cell = state.layout->cellOf(entry.first);
+        return cell != RowLayout::noCell && !change.after->cellEquals(static_cast<std::size_t>(cell), *change.before);
+    });
+}
+
+void forgetMembers(ObjectState& state, std::size_t property) {
+    if (!state.extras) return;
+    auto* toMany = state.extras->find(property);
+    if (!toMany || !toMany->isLoaded || toMany->isReordered) return;
+    toMany->isLoaded = false; // read again, with what is unsaved here on top
+}
+
+void merge(ContextState& context, NSManagedObject& object, RecordChange const& change, Winner winner) {
+    if (change.kind == RecordChange::Kind::Delete) return mergeDeletion(context, object, winner);
+    takeRow(object, change, winner);
+    for (auto const& each : change.relationships) forgetMembers(GraphAccess::state(object), each.relationship->index());
+}
+
+/// Walks whichever is shorter, the set or the register.
+void merge(ContextState& context, ChangeSet const& set, Winner winner) {
+    if (context.link->count() < set.changes().size()) {
+        for (auto const& object : context.link->all())
+            if (auto const* change = set.find(object->entity(), object->recordKey())) merge(context, *object, *change, winner);
+        return;
+    }
+    for (auto const& change : set.changes())
+        if (auto const object = context.link->find(change.key)) merge(context, *object, change, winner);
+}
+
+} // namespace
+
+void applyReceived(ContextState& context) {
+    if (!context.link) return;
+    for (auto const& set : context.published.takeUnapplied()) {
+        merge(context, *set, Winner::Incoming);
+        context.hasUnannouncedChanges = true;
+    }
+}
+
+void mergeSaved(ContextState& context, ChangeSets const& sets) {
+    if (!context.link) return;
+    for (auto const& set : sets) merge(context, *set, Winner::Unsaved);
+}
+
+Ref<ChangeSet const> correctionsOf(ContextState& context, std::vector<RowRef> const& corrected) {
+    std::vector<RecordChange> changes;
+    for (auto const& row : corrected) {
+        RecordChange change;
+        change.kind = RecordChange::Kind::Update;
+        change.key = row->key();
+        change.entity = &row->entity();
+        change.after = row;
+        changes.push_back(std::move(change));
+    }
+    auto set = std::make_shared<ChangeSet const>(context.coordinator->space(), std::move(changes));
+    merge(context, *set, Winner::Unsaved);
+    return set;
+}
+
+} // namespace Tessarin

@@ -1,0 +1,141 @@
+#include "Tessarin/platform/objectgraph/context/NSManagedObject.h"
+
+#include "Tessarin/platform/objectgraph/context/NSManagedObjectContext.h"
+#include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
+#include "Tessarin/platform/runtime/Fatal.h"
+
+namespace Tessarin {
+namespace {
+
+NSPropertyDescription const& propertyOf(NSManagedObject const& object, std::string_view key) {
+    auto const* property = object.entity().propertyNamed(key);
+    if (!property) fatal("the entity " + object.entity().name() + " is not key value coding-compliant for the key \"" + std::string{key} + "\"");
+    return *property;
+}
+
+} // namespace
+
+NSPropertyDescription const& PropertyHandle::lookUp(NSEntityDescription const& entity) const {
+    auto const* property = entity.propertyNamed(name_);
+    if (!property) fatal("the entity " + entity.name() + " has no property \"" + std::string{name_} + "\"");
+    last_.store(property, std::memory_order_release);
+    return *property;
+}
+
+NSManagedObject::~NSManagedObject() {
+    if (state_.link) state_.link->remove(*this, state_.key);
+}
+
+Ref<NSManagedObjectID> NSManagedObject::objectID() const {
+    auto& extras = const_cast<ObjectState&>(state_).more();
+    if (!extras.id) extras.id = state_.link->coordinator().identities().identity(entity(), state_.key);
+    return extras.id;
+}
+
+Ref<NSManagedObjectContext> NSManagedObject::managedObjectContext() const {
+    if (!state_.link || (isDeleted() && state_.has(ObjectState::Gone))) return nullptr;
+    return state_.link->context();
+}
+
+NSObject const& NSManagedObject::predicateIdentity() const { return *objectID(); }
+
+void NSManagedObject::fireFault() {
+    state_.clear(ObjectState::Fault);
+    if (!state_.row)
+        if (auto* context = state_.link->contextState()) fillFault(*context, *this);
+    awakeFromFetch();
+}
+
+Value NSManagedObject::attributeValueAt(NSPropertyDescription const& property) {
+    fire();
+    if (state_.extras)
+        if (auto const* value = state_.extras->value(property.index())) return *value;
+    auto const cell = state_.layout->cellOf(property.index());
+    return state_.row && cell != RowLayout::noCell ? state_.row->value(static_cast<std::size_t>(cell)) : Value{};
+}
+
+std::string_view NSManagedObject::textAt(NSPropertyDescription const& property) {
+    fire();
+    if (state_.extras)
+        if (auto const* value = state_.extras->value(property.index())) return value->isText() ? value->text() : value->urlText();
+    auto const cell = state_.layout->cellOf(property.index());
+    return state_.row && cell != RowLayout::noCell ? state_.row->text(static_cast<std::size_t>(cell)) : std::string_view{};
+}
+
+double NSManagedObject::realAt(NSPropertyDescription const& property) {
+    auto const type = property.asAttribute()->attributeType();
+    if (type != NSAttributeType::Double && type != NSAttributeType::Float) return attributeValueAt(property).number();
+    fire();
+    if (state_.extras)
+        if (auto const* value = state_.extras->value(property.index())) return value->number();
+    auto const cell = state_.layout->cellOf(property.index());
+    return state_.row && cell != RowLayout::noCell ? state_.row->real(static_cast<std::size_t>(cell)) : 0;
+}
+
+std::int64_t NSManagedObject::integerAt(NSPropertyDescription const& property) {
+    fire();
+    if (state_.extras)
+        if (auto const* value = state_.extras->value(property.index())) return value->integer();
+    auto const cell = state_.layout->cellOf(property.index());
+    if (!state_.row || cell == RowLayout::noCell) return 0;
+    if (state_.layout->cells()[static_cast<std::size_t>(cell)].type != CellType::Integer) return attributeValueAt(property).integer();
+    return state_.row->integer(static_cast<std::size_t>(cell));
+}
+
+void NSManagedObject::setAttribute(NSAttributeDescription const& attribute, Value value) {
+    if (!attribute.holdsKindOf(value))
+        fatal("unacceptable value for the attribute " + entity().name() + "." + attribute.name() + ": " + value.description());
+    fire();
+    if (!value.isAbsent()) value = attributeValue(attribute.attributeType(), value);
+    auto const property = static_cast<std::uint32_t>(attribute.index());
+    auto& extras = state_.more();
+    if (auto* present = extras.value(property))
+        *present = std::move(value);
+    else
+        extras.values.emplace_back(property, std::move(value));
+    markChanged(*this, isInserted() ? ObjectState::Inserted : ObjectState::Updated);
+}
+
+Value NSManagedObject::valueForKey(std::string_view key) {
+    if (key == "self") return self<NSObject>();
+    auto const& property = propertyOf(*this, key);
+    auto const* relationship = property.asRelationship();
+    if (!relationship) return attributeValueAt(property);
+    if (!relationship->isToMany()) return destination(*relationship);
+    auto const objects = destinations(*relationship);
+    if (relationship->isOrdered()) return Value(List(objects.begin(), objects.end()));
+    return Value(ValueSet(objects.begin(), objects.end()));
+}
+
+void NSManagedObject::setValueForKey(Value value, std::string_view key) {
+    auto const& property = propertyOf(*this, key);
+    if (auto const* attribute = property.asAttribute()) return setAttribute(*attribute, std::move(value));
+    auto const& relationship = *property.asRelationship();
+    if (relationship.isToMany()) return setDestinations(relationship, value);
+    auto const object = value.objectAs<NSManagedObject>();
+    if (!object && !value.isAbsent())
+        fatal("unacceptable value for the relationship " + entity().name() + "." + relationship.name() + ": " + value.description());
+    setDestination(relationship, object.get());
+}
+
+Dictionary NSManagedObject::changedValues() {
+    Dictionary result;
+    if (!state_.extras || !hasChanges()) return result;
+    for (auto const& [index, value] : state_.extras->values) {
+        auto const* property = entity().properties()[index];
+        result.set(property->name(), property->asRelationship() ? Value(destination(*property->asRelationship())) : value);
+    }
+    return result;
+}
+
+std::string NSManagedObject::description() const {
+    auto& object = const_cast<NSManagedObject&>(*this);
+    std::string text = "<" + objectClass().name() + "> (entity: " + entity().name() + "; id: " + objectID()->description() + "; data: ";
+    if (isFault()) return text + "<fault>)";
+    text += "{";
+    for (auto const* attribute : entity().attributes())
+        text += " " + attribute->name() + " = " + object.attributeValueAt(*attribute).description() + ";";
+    return text + " })";
+}
+
+} // namespace Tessarin

@@ -1,0 +1,130 @@
+#pragma once
+#include "Tessarin/Export.h"
+#include "Tessarin/platform/foundation/NSDate.h"
+#include "Tessarin/platform/foundation/NSError.h"
+#include "Tessarin/platform/objectgraph/context/ObjectState.h"
+#include "Tessarin/platform/objectgraph/context/PropertyHandle.h"
+#include "Tessarin/platform/runtime/FunctionRef.h"
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+// What other rooms add to every managed object:
+#include "Tessarin/store/NSManagedObject+Helpers.h"
+#include "Tessarin/store/NSManagedObject+Import.h"
+
+namespace Tessarin {
+
+class MutableObjectSet;
+class NSManagedObjectContext;
+
+/// A record as an object of one context. Use it on the queue of its context only (releasing it is fine anywhere).
+/// Subclasses are registered with `registerClass` under the class name of their entity; an entity whose class is not
+/// registered uses this class.
+///
+///     auto book = context->insertNewObject("Book");
+///     book->setValueForKey("Emma", "title");
+///     book->setValueForKey(author, "author");   // keeps author.books up, too
+class TESSARIN_API NSManagedObject : public IdentifiedObject, public NSManagedObjectHelpers, public NSManagedObjectImport {
+public:
+    NSEntityDescription const& entity() const noexcept { return state_.layout->entity(); }
+    Ref<NSManagedObjectID> objectID() const;
+    RecordKey recordKey() const override { return state_.key; }
+    /// Null once the context is gone, and after the deletion of the object was saved.
+    Ref<NSManagedObjectContext> managedObjectContext() const;
+
+    /// Whether its values have not been asked for yet.
+    bool isFault() const noexcept { return state_.has(ObjectState::Fault); }
+    bool isInserted() const noexcept { return state_.has(ObjectState::Inserted); }
+    bool isUpdated() const noexcept { return state_.has(ObjectState::Updated) && !isInserted() && !isDeleted(); }
+    bool isDeleted() const noexcept { return state_.has(ObjectState::Deleted); }
+    bool hasChanges() const noexcept { return state_.has(ObjectState::Changed); }
+
+    /// Attributes as values; a to-one as an object; a to-many as a set of objects, as a list when it is ordered.
+    /// Fatal for an unknown key.
+    Value valueForKey(std::string_view key) override;
+    /// Sets any property. A number is converted to the attribute's type, absent clears. Inverse relationships follow.
+    /// Fatal for an unknown key, a value of a wrong kind, an object of another context or of a wrong entity.
+    void setValueForKey(Value value, std::string_view key) override;
+    NSObject const& predicateIdentity() const override;
+
+    /// The members of a to-many, to be added to and removed from. Fatal when there is no such to-many.
+    MutableObjectSet mutableSetValueForKey(std::string_view key);
+
+    // The same by handle. A string view stays valid until the object changes or is refreshed.
+    template <class T> T get(Attribute<T> const& attribute);
+    template <class T> Ref<T> get(ToOne<T> const& relationship);
+    template <class T> std::vector<Ref<T>> get(ToMany<T> const& relationship);
+    template <class T> void set(Attribute<T> const& attribute, T value);
+    template <class T> void set(ToOne<T> const& relationship, Ref<T> const& object);
+    template <class T> void add(ToMany<T> const& relationship, Ref<T> const& object);
+    template <class T> void remove(ToMany<T> const& relationship, Ref<T> const& object);
+
+    /// The unsaved values by name (absent for a cleared one); to-ones as objects, to-manys are left out.
+    Dictionary changedValues();
+    /// What would keep this object from being saved; null when nothing does. Called at save for inserted and updated objects;
+    /// an override calls its base.
+    virtual Ref<NSError> validateForSave();
+    std::string description() const override;
+
+    // Called at the stated moments; they do nothing here.
+    virtual void awakeFromInsert() {}
+    virtual void awakeFromFetch() {}
+    virtual void prepareForDeletion() {}
+    virtual void willSave() {}
+
+    // Hooks of the import, overridable; what they do unless overridden stands in NSManagedObject+Import.h.
+    virtual std::optional<std::string> dictionaryKeyToAttributeName(std::string const& key);
+    virtual std::optional<NSDate> dictionaryStringToDate(std::string const& text);
+    virtual Ref<NSManagedObject> findExistingRelationship(std::string const& entityName, Dictionary const& forDictionary);
+
+    ~NSManagedObject() override;
+
+protected:
+    NSManagedObject() = default;
+
+private:
+    friend class GraphAccess;
+    void fire() {
+        if (state_.has(ObjectState::Fault)) fireFault();
+    }
+    void fireFault();
+    Value attributeValueAt(NSPropertyDescription const& property);
+    std::string_view textAt(NSPropertyDescription const& property);
+    double realAt(NSPropertyDescription const& property);
+    std::int64_t integerAt(NSPropertyDescription const& property);
+    void setAttribute(NSAttributeDescription const& attribute, Value value);
+    Ref<NSManagedObject> destination(NSRelationshipDescription const& relationship);
+    std::vector<Ref<NSManagedObject>> destinations(NSRelationshipDescription const& relationship);
+    void setDestination(NSRelationshipDescription const& relationship, NSManagedObject* object);
+    void setDestinations(NSRelationshipDescription const& relationship, Value const& objects);
+    void addDestination(NSRelationshipDescription const& relationship, NSManagedObject& object);
+    void removeDestination(NSRelationshipDescription const& relationship, NSManagedObject& object);
+    friend class MutableObjectSet;
+
+    ObjectState state_;
+};
+
+/// The live members of one to-many relationship of one object; keeps the object. Same queue as the object.
+class TESSARIN_API MutableObjectSet {
+public:
+    void addObject(Ref<NSManagedObject> const& object) { owner_->addDestination(relationship_, *object); }
+    void removeObject(Ref<NSManagedObject> const& object) { owner_->removeDestination(relationship_, *object); }
+    bool containsObject(Ref<NSManagedObject> const& object) const;
+    std::size_t count() const;
+    /// The members; in their order when the relationship has one.
+    std::vector<Ref<NSManagedObject>> allObjects() const { return owner_->destinations(relationship_); }
+    /// Makes `objects` the members, in that order when the relationship has one.
+    void setObjects(std::vector<Ref<NSManagedObject>> const& objects);
+
+private:
+    friend class NSManagedObject;
+    MutableObjectSet(Ref<NSManagedObject> owner, NSRelationshipDescription const& relationship)
+        : owner_(std::move(owner)), relationship_(relationship) {}
+    Ref<NSManagedObject> owner_;
+    NSRelationshipDescription const& relationship_;
+};
+
+} // namespace Tessarin
+
+#include "Tessarin/platform/objectgraph/context/NSManagedObject.inl"

@@ -1,0 +1,55 @@
+#pragma once
+// Typed access by property handles.
+
+namespace Tessarin {
+
+namespace detail {
+template <class T> inline constexpr bool isOptional = false;
+template <class T> inline constexpr bool isOptional<std::optional<T>> = true;
+template <class T, class U> std::vector<Ref<T>> castAll(std::vector<Ref<U>> const& objects) {
+    std::vector<Ref<T>> result;
+    result.reserve(objects.size());
+    for (auto const& object : objects)
+        if (auto cast = std::dynamic_pointer_cast<T>(object)) result.push_back(std::move(cast));
+    return result;
+}
+} // namespace detail
+
+template <class T> T NSManagedObject::get(Attribute<T> const& attribute) {
+    auto const& property = attribute.in(entity());
+    if constexpr (std::is_same_v<T, bool>) {
+        return integerAt(property) != 0;
+    } else if constexpr (std::is_integral_v<T>) {
+        return static_cast<T>(integerAt(property));
+    } else if constexpr (std::is_floating_point_v<T>) {
+        return static_cast<T>(realAt(property));
+    } else if constexpr (std::is_same_v<T, std::string_view> || std::is_same_v<T, std::string>) {
+        return T(textAt(property));
+    } else if constexpr (detail::isOptional<T>) {
+        return attributeValueAt(property).template as<typename T::value_type>();
+    } else {
+        return attributeValueAt(property).template as<T>().value_or(T{});
+    }
+}
+
+template <class T> void NSManagedObject::set(Attribute<T> const& attribute, T value) {
+    setAttribute(*attribute.in(entity()).asAttribute(), Value(std::move(value)));
+}
+
+template <class T> Ref<T> NSManagedObject::get(ToOne<T> const& relationship) {
+    return std::dynamic_pointer_cast<T>(destination(*relationship.in(entity()).asRelationship()));
+}
+template <class T> void NSManagedObject::set(ToOne<T> const& relationship, Ref<T> const& object) {
+    setDestination(*relationship.in(entity()).asRelationship(), object.get());
+}
+template <class T> std::vector<Ref<T>> NSManagedObject::get(ToMany<T> const& relationship) {
+    return detail::castAll<T>(destinations(*relationship.in(entity()).asRelationship()));
+}
+template <class T> void NSManagedObject::add(ToMany<T> const& relationship, Ref<T> const& object) {
+    addDestination(*relationship.in(entity()).asRelationship(), *object);
+}
+template <class T> void NSManagedObject::remove(ToMany<T> const& relationship, Ref<T> const& object) {
+    removeDestination(*relationship.in(entity()).asRelationship(), *object);
+}
+
+} // namespace Tessarin

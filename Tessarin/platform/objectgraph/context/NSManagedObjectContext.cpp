@@ -1,0 +1,205 @@
+#include "Tessarin/platform/objectgraph/context/NSManagedObjectContext.h"
+
+#include "Tessarin/platform/foundation/NSNotificationCenter.h"
+#include "Tessarin/platform/objectgraph/context/ContextNotificationsPrivate.h"
+#include "Tessarin/platform/objectgraph/context/MergingPrivate.h"
+#include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
+#include "Tessarin/platform/objectgraph/context/RecordReaderPrivate.h"
+#include "Tessarin/platform/objectgraph/context/SaveOperationPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/StoreErrors.h"
+#include "Tessarin/platform/queues/Dispatch.h"
+#include "Tessarin/platform/runtime/Fatal.h"
+
+namespace Tessarin {
+namespace {
+
+std::vector<Ref<NSManagedObject>> changedWhere(ContextState const& context, FunctionRef<bool(NSManagedObject const&)> fits) {
+    std::vector<Ref<NSManagedObject>> result;
+    for (auto const& object : context.changed)
+        if (fits(*object)) result.push_back(object);
+    return result;
+}
+
+} // namespace
+
+NSManagedObjectContext::NSManagedObjectContext() : state_(std::make_unique<ContextState>()) {}
+
+NSManagedObjectContext::~NSManagedObjectContext() {
+    if (state_->link) state_->link->contextIsGone();
+}
+
+void NSManagedObjectContext::init(ConcurrencyType concurrencyType) {
+    state_->concurrencyType = concurrencyType;
+    state_->queue = concurrencyType == ConcurrencyType::MainQueue ? dispatch_get_main_queue() : dispatch_queue_create("NSManagedObjectContext", {});
+}
+
+NSManagedObjectContextConcurrencyType NSManagedObjectContext::concurrencyType() const noexcept { return state_->concurrencyType; }
+dispatch_queue_t const& NSManagedObjectContext::queue() const noexcept { return state_->queue; }
+Ref<NSManagedObjectContext> const& NSManagedObjectContext::parentContext() const noexcept { return state_->parent; }
+Ref<NSPersistentStoreCoordinator> NSManagedObjectContext::persistentStoreCoordinator() const { return state_->coordinator; }
+Ref<NSMergePolicy> NSManagedObjectContext::mergePolicy() const { return state_->mergePolicy.get(); }
+void NSManagedObjectContext::setMergePolicy(Ref<NSMergePolicy> policy) { state_->mergePolicy.set(std::move(policy)); }
+std::string NSManagedObjectContext::name() const { return state_->name.get(); }
+void NSManagedObjectContext::setName(std::string name) { state_->name.set(std::move(name)); }
+
+void NSManagedObjectContext::setParentContext(Ref<NSManagedObjectContext> parent) {
+    if (state_->link || state_->parent) fatal("a context's parent cannot be set once it has a parent or a coordinator");
+    state_->parent = std::move(parent);
+    if (!state_->parent || !state_->parent->state_->coordinator) return;
+    state_->coordinator = state_->parent->state_->coordinator;
+    state_->link = ContextLinkRef{new ContextLink(self<NSManagedObjectContext>(), *state_, state_->coordinator)};
+}
+
+void NSManagedObjectContext::setPersistentStoreCoordinator(Ref<NSPersistentStoreCoordinator> coordinator) {
+    if (state_->link || state_->parent) fatal("a context's coordinator cannot be set once it has a parent or a coordinator");
+    state_->coordinator = std::move(coordinator);
+    state_->link = ContextLinkRef{new ContextLink(self<NSManagedObjectContext>(), *state_, state_->coordinator)};
+}
+
+void NSManagedObjectContext::performBlock(Closure<void()> block) {
+    dispatch_async(state_->queue, [context = self<NSManagedObjectContext>(), block = std::move(block)] {
+        applyReceived(*context->state_);
+        block();
+        context->processPendingChanges();
+    });
+}
+
+void NSManagedObjectContext::performBlockAndWait(FunctionRef<void()> block) {
+    if (queueIsHeld(state_->queue)) {
+        applyReceived(*state_);
+        return block();
+    }
+    dispatch_sync(state_->queue, [&] {
+        applyReceived(*state_);
+        block();
+        processPendingChanges();
+    });
+}
+
+Ref<NSManagedObject> NSManagedObjectContext::insertNewObject(std::string_view entityName) {
+    if (!state_->link) fatal("an object cannot be made in a context without a coordinator");
+    auto const* entity = state_->coordinator->managedObjectModel()->entityNamed(entityName);
+    if (!entity) fatal("there is no entity named \"" + std::string{entityName} + "\" in this model");
+    if (entity->isAbstract()) fatal("the entity \"" + entity->name() + "\" is abstract: no object of it can be made");
+    auto object = state_->link->makeObject(*entity);
+    auto& state = GraphAccess::state(*object);
+    state.key = NSPersistentStoreCoordinator::temporaryKey();
+    state_->link->add(*object, state.key);
+    auto const& defaults = state_->rules.of(*entity).defaults;
+    for (auto const* attribute : defaults)
+        state.more().values.emplace_back(static_cast<std::uint32_t>(attribute->index()), attribute->defaultValue());
+    markChanged(*object, ObjectState::Inserted);
+    object->awakeFromInsert();
+    return object;
+}
+
+Ref<NSManagedObject> NSManagedObjectContext::objectWithID(NSManagedObjectID const& id) {
+    if (!state_->link || id.entity().managedObjectModel() != state_->coordinator->managedObjectModel().get()) return nullptr;
+    return objectWithKey(*state_, id.entity(), id.recordKey());
+}
+
+Ref<NSManagedObject> NSManagedObjectContext::existingObjectWithID(NSManagedObjectID const& id, Ref<NSError>& error) {
+    error = nullptr;
+    auto object = objectWithID(id);
+    if (object) GraphAccess::fire(*object);
+    if (object && !GraphAccess::state(*object).has(ObjectState::Gone)) return object;
+    error = storeError(StoreErrorCode::ObjectMissing, "There is no record " + id.description() + ".");
+    return nullptr;
+}
+
+Ref<NSManagedObject> NSManagedObjectContext::objectRegisteredForID(NSManagedObjectID const& id) {
+    if (!state_->link || id.entity().managedObjectModel() != state_->coordinator->managedObjectModel().get()) return nullptr;
+    return state_->link->find(id.recordKey());
+}
+
+std::vector<Ref<NSManagedObject>> NSManagedObjectContext::registeredObjects() const {
+    return state_->link ? state_->link->all() : std::vector<Ref<NSManagedObject>>{};
+}
+std::vector<Ref<NSManagedObject>> NSManagedObjectContext::insertedObjects() const {
+    return changedWhere(*state_, [](NSManagedObject const& object) { return object.isInserted() && !object.isDeleted(); });
+}
+std::vector<Ref<NSManagedObject>> NSManagedObjectContext::updatedObjects() const {
+    return changedWhere(*state_, [](NSManagedObject const& object) { return object.isUpdated(); });
+}
+std::vector<Ref<NSManagedObject>> NSManagedObjectContext::deletedObjects() const {
+    return changedWhere(*state_, [](NSManagedObject const& object) { return object.isDeleted(); });
+}
+
+bool NSManagedObjectContext::hasChanges() const { return !state_->changed.empty() || !state_->published.current()->empty(); }
+
+bool NSManagedObjectContext::save(Ref<NSError>& error) {
+    error = state_->link ? SaveOperation(*this, *state_).run()
+                         : storeError(StoreErrorCode::ContextWithoutStore, "This context has neither a parent nor a coordinator.");
+    return !error;
+}
+
+void NSManagedObjectContext::refreshObject(NSManagedObject& object, bool mergeChanges) {
+    auto& state = GraphAccess::state(object);
+    if (state.link != state_->link || state.key < 0) return; // what was never saved cannot be read again
+    if (!mergeChanges) {
+        std::erase_if(state_->changed, [&](auto const& each) { return each.get() == &object; });
+        state.flags = ObjectState::Fault;
+        if (state.extras) {
+            state.extras->values.clear();
+            state.extras->toMany.clear();
+            state.extras->denied.clear();
+        }
+        state.row = {};
+        state.batch = {};
+        return;
+    }
+    auto row = RecordReader(*state_).row(object.entity(), state.key, true);
+    if (row) state.row = std::move(row);
+    if (!state.extras) return;
+    for (auto& toMany : state.extras->toMany) toMany.isLoaded = toMany.isLoaded && toMany.isReordered;
+}
+
+void NSManagedObjectContext::refreshAllObjects() {
+    for (auto const& object : registeredObjects()) refreshObject(*object, true);
+}
+
+void NSManagedObjectContext::rollback() {
+    for (auto const& object : std::exchange(state_->changed, {})) {
+        auto& state = GraphAccess::state(*object);
+        auto const wasInserted = state.has(ObjectState::Inserted);
+        state.flags = 0;
+        if (state.extras) {
+            state.extras->values.clear();
+            state.extras->toMany.clear();
+            state.extras->denied.clear();
+        }
+        if (!wasInserted) {
+            if (!state.row) state.set(ObjectState::Fault);
+            continue;
+        }
+        state_->link->remove(*object, state.key);
+        state.set(ObjectState::Deleted);
+        state.set(ObjectState::Gone);
+    }
+    state_->promoted.clear();
+}
+
+void NSManagedObjectContext::reset() {
+    rollback();
+    for (auto const& object : registeredObjects()) {
+        auto& state = GraphAccess::state(*object);
+        state_->link->remove(*object, state.key);
+        state.set(ObjectState::Deleted);
+        state.set(ObjectState::Gone);
+        state.batch = {};
+    }
+}
+
+void NSManagedObjectContext::processPendingChanges() {
+    applyReceived(*state_);
+    if (std::exchange(state_->hasUnannouncedChanges, false)) postDidChange(*this);
+}
+
+void NSManagedObjectContext::mergeChangesFromContextDidSaveNotification(NSNotification const& notification) {
+    auto const* saved = dynamic_cast<ContextDidSaveNotification const*>(&notification);
+    auto const sender = std::dynamic_pointer_cast<NSManagedObjectContext>(notification.object());
+    if (!saved || !sender || sender.get() == this || sender->state_->coordinator != state_->coordinator) return;
+    mergeSaved(*state_, saved->sets());
+}
+
+} // namespace Tessarin

@@ -1,0 +1,117 @@
+#pragma once
+#include "Tessarin/Export.h"
+#include "Tessarin/platform/foundation/NSError.h"
+#include "Tessarin/platform/foundation/NSNotification.h"
+#include "Tessarin/platform/objectgraph/context/NSManagedObject.h"
+#include "Tessarin/platform/objectgraph/context/NSMergePolicy.h"
+#include "Tessarin/platform/objectgraph/persistence/NSPersistentStoreCoordinator.h"
+#include "Tessarin/platform/objectgraph/query/NSFetchRequest.h"
+#include "Tessarin/platform/queues/Queue.h"
+#include "Tessarin/platform/runtime/Closure.h"
+#include "Tessarin/platform/runtime/FunctionRef.h"
+#include <memory>
+#include <vector>
+// What other rooms add to every context:
+#include "Tessarin/store/NSManagedObjectContext+Operations.h"
+
+namespace Tessarin {
+
+class ContextState;
+
+enum class NSManagedObjectContextConcurrencyType : std::uint64_t {
+    PrivateQueue = 1, // a serial queue of its own
+    MainQueue = 2,
+};
+
+/// Posted after each successful save, also one without changes, on the thread that saved, with the context as the object.
+/// The userInfo holds sets of the context's objects under "inserted", "updated" and "deleted"; it is made when it is asked for.
+inline constexpr char const* NSManagedObjectContextDidSaveNotification = "NSManagingContextDidSaveChangesNotification";
+/// Posted when unsaved changes were noticed: after a block on the queue, before a fetch or save. Same userInfo.
+inline constexpr char const* NSManagedObjectContextObjectsDidChangeNotification = "NSObjectsChangedInManagingContextNotification";
+inline constexpr char const* NSInsertedObjectsKey = "inserted";
+inline constexpr char const* NSUpdatedObjectsKey = "updated";
+inline constexpr char const* NSDeletedObjectsKey = "deleted";
+/// What counting gives when it fails.
+inline constexpr std::int64_t NSNotFound = INT64_MAX;
+
+/// A scratch pad of objects over a store or over another context. Everything but `performBlock`, `performBlockAndWait`
+/// and the constant attributes belongs on its queue. One object per record; objects are held weakly unless they have
+/// unsaved changes. A save hands the changes to the parent, or writes them to the store, all or nothing.
+///
+///     auto worker = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue);
+///     worker->setParentContext(mainContext);
+///     worker->performBlock([worker] { … Ref<NSError> error; if (!worker->save(error)) report(*error); });
+class TESSARIN_API NSManagedObjectContext : public NSObject, public NSManagedObjectContextOperations {
+public:
+    using ConcurrencyType = NSManagedObjectContextConcurrencyType;
+
+    ConcurrencyType concurrencyType() const noexcept;
+    dispatch_queue_t const& queue() const noexcept;
+    Ref<NSManagedObjectContext> const& parentContext() const noexcept;
+    /// Both are set before the context is used, and only once: a context has a parent or a coordinator. Fatal otherwise.
+    void setParentContext(Ref<NSManagedObjectContext> parent);
+    void setPersistentStoreCoordinator(Ref<NSPersistentStoreCoordinator> coordinator);
+    /// Its own, or its ancestors'; null when there is none.
+    Ref<NSPersistentStoreCoordinator> persistentStoreCoordinator() const;
+    Ref<NSMergePolicy> mergePolicy() const;
+    void setMergePolicy(Ref<NSMergePolicy> policy);
+    std::string name() const;
+    void setName(std::string name);
+
+    /// Runs `block` on the context's queue; returns at once. The context lives until it has run. Any thread.
+    void performBlock(Closure<void()> block);
+    /// Runs `block` on the context's queue before it returns; inline when the thread is on that queue already, also further
+    /// up in its nested calls. Any thread.
+    void performBlockAndWait(FunctionRef<void()> block);
+
+    /// Fatal for an entity that the model does not have, or an abstract one.
+    Ref<NSManagedObject> insertNewObject(std::string_view entityName);
+    void deleteObject(NSManagedObject& object);
+    /// Results with this context's unsaved changes, and its ancestors', taken into account. On an error the list is empty
+    /// and `error` is set.
+    std::vector<Ref<NSManagedObject>> executeFetchRequest(NSFetchRequest const& request, Ref<NSError>& error);
+    /// NSNotFound on an error.
+    std::int64_t countForFetchRequest(NSFetchRequest const& request, Ref<NSError>& error);
+    /// The object of that record, as a fault when it is not in memory; whether the record exists shows when it is used.
+    /// Null for an identity of another coordinator.
+    Ref<NSManagedObject> objectWithID(NSManagedObjectID const& id);
+    /// The same, but null with an error when the record does not exist.
+    Ref<NSManagedObject> existingObjectWithID(NSManagedObjectID const& id, Ref<NSError>& error);
+    Ref<NSManagedObject> objectRegisteredForID(NSManagedObjectID const& id);
+
+    std::vector<Ref<NSManagedObject>> registeredObjects() const;
+    std::vector<Ref<NSManagedObject>> insertedObjects() const;
+    std::vector<Ref<NSManagedObject>> updatedObjects() const;
+    std::vector<Ref<NSManagedObject>> deletedObjects() const;
+    /// Whether a save would hand anything on: own changes, or what a child handed up.
+    bool hasChanges() const;
+
+    /// False with an error, and every change kept, when something is not valid or the store cannot take it.
+    bool save(Ref<NSError>& error);
+    /// Reads the record again. With `mergeChanges` the unsaved values stay; without, they are dropped and the object is a fault.
+    void refreshObject(NSManagedObject& object, bool mergeChanges);
+    void refreshAllObjects();
+    /// Drops this context's own unsaved changes. What children handed up stays: to them it is saved.
+    void rollback();
+    /// The same, and forgets every object: those still held have no context any more.
+    void reset();
+    void processPendingChanges();
+    /// Takes over what another context saved: registered objects show the new values, unsaved changes stay. Nothing for a
+    /// notification of another coordinator's context.
+    void mergeChangesFromContextDidSaveNotification(NSNotification const& notification);
+
+    ~NSManagedObjectContext() override;
+
+protected:
+    NSManagedObjectContext();
+    using NSObject::init;
+    virtual void init(ConcurrencyType concurrencyType);
+
+private:
+    friend class GraphAccess;
+    std::unique_ptr<ContextState> state_;
+};
+
+} // namespace Tessarin
+
+#include "Tessarin/store/NSManagedObjectContext+Operations.inl"

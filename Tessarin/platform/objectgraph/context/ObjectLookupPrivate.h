@@ -1,0 +1,24 @@
+#pragma once
+#include "Tessarin/platform/objectgraph/context/ContextStatePrivate.h"
+
+namespace Tessarin {
+
+/// One object per record and context: these give the one that lives, else make it. On the context's queue.
+
+/// The object of a row that was just read; takes the row over when it is newer than what an unchanged object shows.
+Ref<NSManagedObject> objectWithRow(ContextState& context, RowRef row, FaultBatchRef const& batch);
+/// The object of a record that was not read. `entity` may be an ancestor of the record's own; the record is read then.
+Ref<NSManagedObject> objectWithKey(ContextState& context, NSEntityDescription const& entity, RecordKey key, FaultBatchRef const& batch = {});
+/// The objects of several records, in their order, as faults that fill together.
+std::vector<Ref<NSManagedObject>> objectsWithKeys(ContextState& context, NSEntityDescription const& entity, std::span<RecordKey const> keys);
+/// Before the destination of a to-one is looked up: makes the destinations of the whole batch, to be filled together.
+void walkBatch(ContextState& context, FaultBatch& batch, NSRelationshipDescription const& relationship);
+/// Reads the row of a fault, and of its batch's other faults with it.
+void fillFault(ContextState& context, NSManagedObject& object);
+
+/// Keeps the object in the context's list of changed objects.
+void markChanged(NSManagedObject& object, ObjectState::Flag how);
+
+FaultBatchRef makeBatch(NSEntityDescription const& entity);
+
+} // namespace Tessarin

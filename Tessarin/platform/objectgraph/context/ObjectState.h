@@ -1,0 +1,84 @@
+#pragma once
+#include "Tessarin/platform/objectgraph/context/ContextLink.h"
+#include "Tessarin/platform/objectgraph/context/FaultBatch.h"
+#include "Tessarin/platform/objectgraph/context/KeySet.h"
+#include "Tessarin/platform/objectgraph/persistence/NSManagedObjectID.h"
+#include "Tessarin/platform/objectgraph/persistence/Row.h"
+#include <memory>
+#include <utility>
+#include <vector>
+
+namespace Tessarin {
+
+/// What a context knows of one to-many relationship of one object, beyond the store: what was added and removed since the
+/// last save, and, once it was read, the members as they are now.
+struct ToManyState {
+    std::uint32_t property = 0;
+    bool isLoaded = false;
+    KeySet members;                // when loaded, of an unordered relationship
+    std::vector<RecordKey> order;  // when loaded, of an ordered one
+    KeySet added, removed;
+    bool isReordered = false;
+
+    bool isChanged() const { return !added.empty() || !removed.empty() || isReordered; }
+    /// Temporary keys among the members give way to permanent ones.
+    template <class Translate> void toPermanent(Translate translate) {
+        for (auto& key : order) key = translate(key);
+        members.translate(translate);
+    }
+};
+
+/// What only some objects have: unsaved values, read relationships, an identity that somebody asked for.
+struct ObjectExtras {
+    std::vector<std::pair<std::uint32_t, Value>> values; // by property: unsaved attributes, and to-ones as keys (0: none)
+    std::vector<ToManyState> toMany;
+    std::vector<std::pair<std::uint32_t, RecordKey>> denied; // destinations of Deny relationships when it was deleted
+    Ref<NSManagedObjectID> id;
+
+    Value* value(std::size_t property) {
+        for (auto& [at, value] : values)
+            if (at == property) return &value;
+        return nullptr;
+    }
+    ToManyState* find(std::size_t property) {
+        for (auto& state : toMany)
+            if (state.property == property) return &state;
+        return nullptr;
+    }
+};
+
+/// The engine's part of a managed object. An object that nobody changed is a pointer to its row and little else.
+struct ObjectState {
+    enum Flag : std::uint8_t {
+        Fault = 1,     // its values have not been asked for yet
+        Inserted = 2,
+        Deleted = 4,   // pending, or saved when it has left its context
+        Updated = 8,
+        Changed = 16,  // the context keeps it in its list of changed objects
+        Gone = 32,     // its record does not exist (any more)
+    };
+
+    ContextLinkRef link;
+    RecordKey key = 0;
+    RowLayout const* layout = nullptr;
+    RowRef row;
+    FaultBatchRef batch;
+    std::unique_ptr<ObjectExtras> extras;
+    std::uint8_t flags = 0;
+
+    bool has(Flag flag) const noexcept { return flags & flag; }
+    void set(Flag flag) noexcept { flags = static_cast<std::uint8_t>(flags | flag); }
+    void clear(Flag flag) noexcept { flags = static_cast<std::uint8_t>(flags & ~flag); }
+    ObjectExtras& more() {
+        if (!extras) extras = std::make_unique<ObjectExtras>();
+        return *extras;
+    }
+    ToManyState& toMany(std::size_t property) {
+        if (auto* state = more().find(property)) return *state;
+        auto& added = extras->toMany.emplace_back();
+        added.property = static_cast<std::uint32_t>(property);
+        return added;
+    }
+};
+
+} // namespace Tessarin

@@ -1,0 +1,102 @@
+#include "Tessarin/platform/objectgraph/context/RecordReaderPrivate.h"
+
+#include "Tessarin/platform/objectgraph/persistence/RowBuilder.h"
+
+#include <algorithm>
+#include <unordered_set>
+
+namespace Tessarin {
+namespace {
+
+void apply(RelationshipChange const& change, std::vector<RecordKey>& members) {
+    if (change.order) {
+        members = *change.order;
+        return;
+    }
+    std::unordered_set<RecordKey> const removed(change.removed.begin(), change.removed.end());
+    if (!removed.empty()) std::erase_if(members, [&](RecordKey key) { return removed.contains(key); });
+    std::unordered_set<RecordKey> present(members.begin(), members.end());
+    for (auto const key : change.added)
+        if (present.insert(key).second) members.push_back(key);
+}
+
+} // namespace
+
+RowRef rowAfter(RecordChange const& change, RowRef const& current) {
+    if (change.kind == RecordChange::Kind::Delete) return {};
+    if (!change.after || !current || current == change.before) return change.after ? change.after : current;
+    if (current->version() >= change.after->version()) return current; // it has arrived there already
+    if (!change.before) return change.after;
+    return mergedRow(*change.before, *change.after, *current);
+}
+
+RecordReader::RecordReader(ContextState& context) : coordinator_(context.coordinator), store_(coordinator_ ? coordinator_->store() : nullptr) {
+    std::vector<std::shared_ptr<ChangeSets const>> levels;
+    for (auto* at = &context; at; at = at->parent ? &GraphAccess::state(*at->parent) : nullptr) levels.push_back(at->published.current());
+    for (auto level = levels.rbegin(); level != levels.rend(); ++level)
+        for (auto const& set : **level)
+            if (std::ranges::find(sets_, set) == sets_.end()) sets_.push_back(set);
+}
+
+bool RecordReader::hasChangesOf(NSEntityDescription const& entity) const {
+    return std::ranges::any_of(sets_, [&](auto const& set) { return !set->changesOf(*entity.rootEntity()).empty(); });
+}
+
+RecordReader::Pending RecordReader::pending(NSEntityDescription const& entity, RecordKey key) const {
+    Pending result;
+    for (auto const& set : sets_) {
+        auto const* change = set->find(entity, key);
+        if (!change) continue;
+        if (change->kind == RecordChange::Kind::Delete) return {true, {}};
+        auto row = rowAfter(*change, result.row);
+        if (!row) continue; // only its to-many relationships changed
+        result = {true, std::move(row)};
+    }
+    return result;
+}
+
+RowRef RecordReader::row(NSEntityDescription const& entity, RecordKey key, bool fresh) const {
+    RowRef result;
+    rows(entity, {&key, 1}, [&](RowRef row) { result = std::move(row); }, fresh);
+    return result;
+}
+
+void RecordReader::rows(NSEntityDescription const& entity, std::span<RecordKey const> keys, FunctionRef<void(RowRef)> each, bool fresh) const {
+    std::vector<RecordKey> wanted;
+    for (auto const key : keys) {
+        if (!sets_.empty())
+            if (auto const found = pending(entity, key); found.isKnown) {
+                if (found.row) each(found.row);
+                continue;
+            }
+        if (!fresh)
+            if (auto cached = coordinator_->space()->cache().find(key)) {
+                each(std::move(cached));
+                continue;
+            }
+        if (key > 0) wanted.push_back(key);
+    }
+    if (wanted.empty() || !store_) return;
+    // A record that cannot be read now is as one that is not there; the next use asks again.
+    static_cast<void>(store_->rows(*entity.rootEntity(), wanted, each));
+}
+
+std::vector<RecordKey> RecordReader::members(NSRelationshipDescription const& relationship, NSEntityDescription const& ownerEntity,
+                                             RecordKey owner) const {
+    std::vector<RecordKey> members;
+    if (store_ && owner > 0)
+        static_cast<void>(store_->members(relationship, {&owner, 1}, [&](RecordKey, RecordKey member) { members.push_back(member); }));
+    auto const& destination = *relationship.destinationEntity();
+    for (auto const& set : sets_) {
+        if (auto const* change = set->find(ownerEntity, owner))
+            for (auto const& each : change->relationships)
+                if (each.relationship == &relationship) apply(each, members);
+        std::erase_if(members, [&](RecordKey key) {
+            auto const* change = set->find(destination, key);
+            return change && change->kind == RecordChange::Kind::Delete;
+        });
+    }
+    return members;
+}
+
+} // namespace Tessarin

@@ -1,0 +1,215 @@
+// The relationships of an object: both ends are kept up at the moment of the change.
+#include "Tessarin/platform/objectgraph/context/RelationshipsPrivate.h"
+
+#include "Tessarin/platform/objectgraph/context/NSManagedObjectContext.h"
+#include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
+#include "Tessarin/platform/objectgraph/context/RecordReaderPrivate.h"
+#include "Tessarin/platform/runtime/Fatal.h"
+
+#include <algorithm>
+
+namespace Tessarin {
+namespace {
+
+ObjectState::Flag changeOf(NSManagedObject const& object) { return object.isInserted() ? ObjectState::Inserted : ObjectState::Updated; }
+
+void setReference(NSManagedObject& object, NSRelationshipDescription const& relationship, RecordKey key) {
+    GraphAccess::fire(object);
+    auto& extras = GraphAccess::state(object).more();
+    if (auto* present = extras.value(relationship.index()))
+        *present = key;
+    else
+        extras.values.emplace_back(static_cast<std::uint32_t>(relationship.index()), key);
+    markChanged(object, changeOf(object));
+}
+
+void addMember(NSManagedObject& owner, NSRelationshipDescription const& relationship, RecordKey key) {
+    if (relationship.isOrdered()) loadedMembers(owner, relationship); // a new member comes last, whatever stands before it
+    auto& state = GraphAccess::state(owner).toMany(relationship.index());
+    if (!state.removed.remove(key)) state.added.append(key);
+    if (state.isLoaded && relationship.isOrdered()) state.order.push_back(key);
+    if (state.isLoaded && !relationship.isOrdered()) state.members.append(key);
+    if (relationship.isOrdered()) state.isReordered = true;
+    markChanged(owner, changeOf(owner));
+}
+
+void removeMember(NSManagedObject& owner, NSRelationshipDescription const& relationship, RecordKey key) {
+    if (relationship.isOrdered()) loadedMembers(owner, relationship);
+    auto& state = GraphAccess::state(owner).toMany(relationship.index());
+    if (!state.added.remove(key)) state.removed.add(key);
+    if (state.isLoaded && relationship.isOrdered()) std::erase(state.order, key);
+    if (state.isLoaded && !relationship.isOrdered()) state.members.remove(key);
+    if (relationship.isOrdered()) state.isReordered = true;
+    markChanged(owner, changeOf(owner));
+}
+
+/// `object` lets go of `key` in one relationship, without looking at the other end.
+void detachEnd(NSManagedObject& object, NSRelationshipDescription const& relationship, RecordKey key) {
+    if (relationship.isToMany())
+        removeMember(object, relationship, key);
+    else if (referenceOf(object, relationship) == key)
+        setReference(object, relationship, 0);
+}
+
+/// `object` takes hold of `other` in one relationship; whoever had it there before lets go.
+void attachEnd(NSManagedObject& object, NSRelationshipDescription const& relationship, NSManagedObject& other) {
+    if (relationship.isToMany()) return addMember(object, relationship, other.recordKey());
+    auto const before = referenceOf(object, relationship);
+    if (before == other.recordKey()) return;
+    auto const* inverse = relationship.inverseRelationship();
+    if (before != 0 && inverse && relationship.isReciprocal())
+        if (auto* context = GraphAccess::state(object).link->contextState())
+            detachEnd(*objectWithKey(*context, *relationship.destinationEntity(), before), *inverse, object.recordKey());
+    setReference(object, relationship, other.recordKey());
+}
+
+void requireFits(NSManagedObject& object, NSRelationshipDescription const& relationship, NSManagedObject& other) {
+    auto const place = object.entity().name() + "." + relationship.name();
+    if (GraphAccess::state(object).link != GraphAccess::state(other).link)
+        fatal("illegal attempt to establish the relationship " + place + " between objects in different contexts");
+    if (!other.entity().isKindOf(relationship.destinationEntity()))
+        fatal("unacceptable object for the relationship " + place + ": a " + other.entity().name());
+}
+
+} // namespace
+
+RecordKey referenceOf(NSManagedObject& object, NSRelationshipDescription const& relationship) {
+    GraphAccess::fire(object);
+    auto& state = GraphAccess::state(object);
+    if (state.extras)
+        if (auto const* value = state.extras->value(relationship.index())) return value->integer();
+    auto const cell = state.layout->cellOf(relationship.index());
+    return state.row && cell != RowLayout::noCell ? state.row->reference(static_cast<std::size_t>(cell)) : 0;
+}
+
+ToManyState& loadedMembers(NSManagedObject& owner, NSRelationshipDescription const& relationship) {
+    auto& state = GraphAccess::state(owner);
+    auto& toMany = state.toMany(relationship.index());
+    if (toMany.isLoaded) return toMany;
+    toMany.isLoaded = true;
+    std::vector<RecordKey> members;
+    auto* context = state.link->contextState();
+    if (context && !relationship.isTransient()) members = RecordReader(*context).members(relationship, owner.entity(), owner.recordKey());
+    std::erase_if(members, [&](RecordKey key) { return toMany.removed.contains(key); });
+    toMany.order = relationship.isOrdered() ? members : std::vector<RecordKey>{};
+    toMany.members.clear();
+    if (relationship.isOrdered()) {
+        for (auto const key : toMany.added.keys())
+            if (std::ranges::find(members, key) == members.end()) toMany.order.push_back(key);
+    } else {
+        for (auto const key : members) toMany.members.append(key);
+        for (auto const key : toMany.added.keys()) toMany.members.add(key);
+    }
+    return toMany;
+}
+
+std::span<RecordKey const> memberKeys(NSManagedObject& owner, NSRelationshipDescription const& relationship) {
+    auto& state = loadedMembers(owner, relationship);
+    return relationship.isOrdered() ? std::span<RecordKey const>{state.order} : state.members.keys();
+}
+
+bool hasMember(NSManagedObject& owner, NSRelationshipDescription const& relationship, NSManagedObject& member) {
+    auto const* inverse = relationship.inverseRelationship();
+    if (inverse && relationship.isReciprocal() && !inverse->isToMany()) return referenceOf(member, *inverse) == owner.recordKey();
+    // A record that is not saved yet has all its links in memory; asking it spares reading the other end.
+    if (owner.recordKey() < 0 && !relationship.isOrdered()) return GraphAccess::state(owner).toMany(relationship.index()).added.contains(member.recordKey());
+    if (member.recordKey() < 0 && inverse && relationship.isReciprocal() && !inverse->isOrdered())
+        return GraphAccess::state(member).toMany(inverse->index()).added.contains(owner.recordKey());
+    auto& state = loadedMembers(owner, relationship);
+    if (relationship.isOrdered()) return std::ranges::find(state.order, member.recordKey()) != state.order.end();
+    return state.members.contains(member.recordKey());
+}
+
+void letGoAtOtherEnd(NSManagedObject& object, NSRelationshipDescription const& relationship, NSManagedObject& other) {
+    if (auto const* inverse = relationship.inverseRelationship()) detachEnd(other, *inverse, object.recordKey());
+}
+
+Ref<NSManagedObject> NSManagedObject::destination(NSRelationshipDescription const& relationship) {
+    auto const key = referenceOf(*this, relationship);
+    auto* context = state_.link->contextState();
+    if (key == 0 || !context) return nullptr;
+    if (auto living = state_.link->find(key)) return living;
+    if (state_.batch) {
+        walkBatch(*context, *state_.batch, relationship);
+        if (auto living = state_.link->find(key)) return living;
+    }
+    return objectWithKey(*context, *relationship.destinationEntity(), key);
+}
+
+std::vector<Ref<NSManagedObject>> NSManagedObject::destinations(NSRelationshipDescription const& relationship) {
+    auto* context = state_.link->contextState();
+    if (!context) return {};
+    return objectsWithKeys(*context, *relationship.destinationEntity(), memberKeys(*this, relationship));
+}
+
+void NSManagedObject::setDestination(NSRelationshipDescription const& relationship, NSManagedObject* object) {
+    if (object) requireFits(*this, relationship, *object);
+    auto const before = referenceOf(*this, relationship);
+    auto const after = object ? object->recordKey() : 0;
+    if (before == after) return;
+    auto* context = state_.link->contextState();
+    auto const* inverse = relationship.inverseRelationship();
+    if (before != 0 && inverse && context)
+        detachEnd(*objectWithKey(*context, *relationship.destinationEntity(), before), *inverse, recordKey());
+    setReference(*this, relationship, after);
+    if (object && inverse) attachEnd(*object, *inverse, *this);
+}
+
+void NSManagedObject::addDestination(NSRelationshipDescription const& relationship, NSManagedObject& object) {
+    requireFits(*this, relationship, object);
+    if (hasMember(*this, relationship, object)) return;
+    addMember(*this, relationship, object.recordKey());
+    auto const* inverse = relationship.inverseRelationship();
+    if (inverse && (inverse != &relationship || &object != this)) attachEnd(object, *inverse, *this);
+}
+
+void NSManagedObject::removeDestination(NSRelationshipDescription const& relationship, NSManagedObject& object) {
+    if (!hasMember(*this, relationship, object)) return;
+    removeMember(*this, relationship, object.recordKey());
+    auto const* inverse = relationship.inverseRelationship();
+    if (inverse && (inverse != &relationship || &object != this)) detachEnd(object, *inverse, recordKey());
+}
+
+void NSManagedObject::setDestinations(NSRelationshipDescription const& relationship, Value const& objects) {
+    std::vector<Ref<NSManagedObject>> members;
+    auto const take = [&](Value const& value) {
+        auto object = value.objectAs<NSManagedObject>();
+        if (!object) fatal("unacceptable member for the relationship " + entity().name() + "." + relationship.name() + ": " + value.description());
+        members.push_back(std::move(object));
+    };
+    if (objects.kind() == Value::Kind::Set)
+        for (auto const& value : objects.set()) take(value);
+    else if (objects.kind() == Value::Kind::List)
+        for (auto const& value : objects.list()) take(value);
+    else if (!objects.isAbsent())
+        fatal("unacceptable value for the relationship " + entity().name() + "." + relationship.name() + ": " + objects.description());
+    MutableObjectSet(self<NSManagedObject>(), relationship).setObjects(members);
+}
+
+MutableObjectSet NSManagedObject::mutableSetValueForKey(std::string_view key) {
+    auto const* property = entity().propertyNamed(key);
+    auto const* relationship = property ? property->asRelationship() : nullptr;
+    if (!relationship || !relationship->isToMany()) fatal("the entity " + entity().name() + " has no to-many relationship \"" + std::string{key} + "\"");
+    return {self<NSManagedObject>(), *relationship};
+}
+
+bool MutableObjectSet::containsObject(Ref<NSManagedObject> const& object) const { return object && hasMember(*owner_, relationship_, *object); }
+
+std::size_t MutableObjectSet::count() const { return memberKeys(*owner_, relationship_).size(); }
+
+void MutableObjectSet::setObjects(std::vector<Ref<NSManagedObject>> const& objects) {
+    for (auto const& member : allObjects())
+        if (std::ranges::find(objects, member) == objects.end()) removeObject(member);
+    for (auto const& object : objects) addObject(object);
+    if (!relationship_.isOrdered()) return;
+    auto& state = loadedMembers(*owner_, relationship_);
+    std::vector<RecordKey> order;
+    for (auto const& object : objects)
+        if (std::ranges::find(order, object->recordKey()) == order.end()) order.push_back(object->recordKey());
+    if (order == state.order) return;
+    state.order = std::move(order);
+    state.isReordered = true;
+    markChanged(*owner_, changeOf(*owner_));
+}
+
+} // namespace Tessarin

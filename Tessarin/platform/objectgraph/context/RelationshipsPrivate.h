@@ -1,0 +1,19 @@
+#pragma once
+#include "Tessarin/platform/objectgraph/context/ContextStatePrivate.h"
+#include <span>
+
+namespace Tessarin {
+
+/// The ends of relationships by key, as a context sees them now. On the context's queue.
+
+/// The destination of a to-one, or 0.
+RecordKey referenceOf(NSManagedObject& object, NSRelationshipDescription const& relationship);
+/// The state of a to-many with its members read.
+ToManyState& loadedMembers(NSManagedObject& owner, NSRelationshipDescription const& relationship);
+/// The members of a to-many, in order when it has one; valid until the relationship changes.
+std::span<RecordKey const> memberKeys(NSManagedObject& owner, NSRelationshipDescription const& relationship);
+bool hasMember(NSManagedObject& owner, NSRelationshipDescription const& relationship, NSManagedObject& member);
+/// `other`, a destination of `object`'s relationship, no longer points back to it.
+void letGoAtOtherEnd(NSManagedObject& object, NSRelationshipDescription const& relationship, NSManagedObject& other);
+
+} // namespace Tessarin

@@ -1,0 +1,38 @@
+#pragma once
+#include "Tessarin/platform/objectgraph/context/ContextStatePrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/RowBuilder.h"
+
+namespace Tessarin {
+
+/// One save of a context, step by step: check, give permanent keys, pack what changed into one immutable set, hand it on,
+/// and only then let the objects forget that they had changed. Nothing is lost when a step fails.
+class SaveOperation {
+public:
+    SaveOperation(NSManagedObjectContext& owner, ContextState& context) : owner_(owner), context_(context) {}
+
+    /// Null when everything was handed on.
+    Ref<NSError> run();
+
+private:
+    Ref<NSError> validate();
+    Ref<NSError> checkDenied(NSManagedObject& object);
+    Ref<NSError> givePermanentKeys();
+    Ref<ChangeSet const> packed();
+    RecordChange packedChange(NSManagedObject& object);
+    RowRef packedRow(NSManagedObject& object);
+    void packRelationships(NSManagedObject& object, RecordChange& change);
+    Ref<NSError> deliver();
+    void settle();
+    void settle(NSManagedObject& object, RecordChange const& change);
+    RecordKey permanent(RecordKey key) const;
+    std::vector<RecordKey> permanent(std::span<RecordKey const> keys) const;
+
+    NSManagedObjectContext& owner_;
+    ContextState& context_;
+    RowBuilder builder_;
+    ChangeSets sets_;              // what is handed on: what children handed up, then the own changes
+    Ref<ChangeSet const> own_;     // null when there are none
+    SaveOutcome outcome_;
+};
+
+} // namespace Tessarin

@@ -1,0 +1,63 @@
+// What keeps an object from being saved.
+#include "Tessarin/platform/objectgraph/context/RelationshipsPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/RowLayout.h"
+#include "Tessarin/platform/objectgraph/persistence/StoreErrors.h"
+
+#include <limits>
+
+namespace Tessarin {
+namespace {
+
+Ref<NSError> unstorable(NSManagedObject const& object, NSAttributeDescription const& attribute) {
+    return storeError(StoreErrorCode::UnsupportedAttribute,
+                      object.entity().name() + "." + attribute.name() + " is of a kind that cannot be stored: derived, transformable, composite or undefined.");
+}
+
+bool fitsWidth(NSAttributeType type, std::int64_t value) {
+    if (type == NSAttributeType::Integer16) return std::in_range<std::int16_t>(value);
+    if (type == NSAttributeType::Integer32) return std::in_range<std::int32_t>(value);
+    return true;
+}
+
+Ref<NSError> check(NSManagedObject const& object, NSAttributeDescription const& attribute, Value const& value) {
+    CellType type{};
+    bool const isStorable = !attribute.isDerived() && cellTypeOf(attribute.attributeType(), type);
+    if (!isStorable) return value.isAbsent() ? nullptr : unstorable(object, attribute);
+    if (value.isNumber() && !fitsWidth(attribute.attributeType(), value.integer()))
+        return storeError(StoreErrorCode::ValueTooWide,
+                          object.entity().name() + "." + attribute.name() + " cannot hold " + value.description() + ": it is wider than the attribute.");
+    return attribute.validate(value);
+}
+
+/// The attributes whose value has to be looked at: all of a new object, the changed ones of another.
+bool isToBeChecked(ObjectState& state, std::size_t property) {
+    return state.has(ObjectState::Inserted) || (state.extras && state.extras->value(property));
+}
+
+std::optional<std::size_t> changedCount(NSManagedObject& object, NSRelationshipDescription const& relationship) {
+    auto& state = GraphAccess::state(object);
+    if (!relationship.isToMany()) {
+        if (!isToBeChecked(state, relationship.index())) return {};
+        return referenceOf(object, relationship) != 0;
+    }
+    auto const* toMany = state.extras ? state.extras->find(relationship.index()) : nullptr;
+    if (!state.has(ObjectState::Inserted) && (!toMany || !toMany->isChanged())) return {};
+    return memberKeys(object, relationship).size();
+}
+
+} // namespace
+
+Ref<NSError> NSManagedObject::validateForSave() {
+    auto* context = state_.link->contextState();
+    if (!context) return nullptr;
+    auto const& rules = context->rules.of(entity());
+    for (auto const* attribute : rules.checkedAttributes)
+        if (isToBeChecked(state_, attribute->index()))
+            if (auto error = check(*this, *attribute, attributeValueAt(*attribute))) return error;
+    for (auto const* relationship : rules.checkedRelationships)
+        if (auto const count = changedCount(*this, *relationship))
+            if (auto error = relationship->validateCount(*count)) return error;
+    return nullptr;
+}
+
+} // namespace Tessarin

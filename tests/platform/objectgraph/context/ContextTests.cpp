@@ -1,0 +1,275 @@
+// Contexts over both kinds of store: what is saved, seen, merged and refused.
+#include "Library.h"
+#include "Tessarin/platform/foundation/NSNotificationCenter.h"
+#include <thread>
+
+using namespace Tessarin;
+using namespace Tessarin::tests;
+
+namespace {
+
+class Context : public ::testing::TestWithParam<char const*> {
+protected:
+    Library library{GetParam()};
+    Ref<NSManagedObjectContext> root = library.root;
+};
+INSTANTIATE_TEST_SUITE_P(Stores, Context, ::testing::Values("InMemory", "SQLite"), [](auto const& each) { return std::string(each.param); });
+
+NSManagedObjectID const& idOf(Ref<NSManagedObject> const& object) { return *object->objectID(); }
+
+} // namespace
+
+TEST_P(Context, AChildsSaveIsSeenAtEveryLevelBeforeAndAfterItReachesTheStore) {
+    auto const middle = library.worker(), child = Library::childOf(middle), sibling = Library::childOf(middle);
+    auto const author = inserted(*child, "Author", {{"name", "Austen"}});
+    auto const book = inserted(*child, "Book", {{"title", "Emma"}, {"author", Value(author)}});
+    EXPECT_TRUE(idOf(book).isTemporaryID());
+    EXPECT_EQ(book->valueForKey("year"), Value(1900)) << "the default";
+    EXPECT_EQ(fetched(*sibling, "Book").size(), 0u);
+
+    auto const id = book->objectID();
+    ASSERT_TRUE(saves(*child));
+    EXPECT_FALSE(id->isTemporaryID());
+    EXPECT_EQ(id, book->objectID()) << "one identity, promoted";
+    EXPECT_FALSE(child->hasChanges());
+    EXPECT_TRUE(middle->hasChanges());
+    EXPECT_FALSE(root->hasChanges());
+    EXPECT_EQ(listed(fetched(*sibling, "Book", where("author.name == %@", "Austen")), "title"), "Emma") << "not in the store yet";
+    ASSERT_TRUE(saves(*middle));
+    EXPECT_EQ(fetched(*sibling, "Book").size(), 1u);
+    ASSERT_TRUE(saves(*root));
+    EXPECT_FALSE(root->hasChanges());
+
+    auto const later = library.worker();
+    auto const again = later->objectWithID(*id);
+    EXPECT_TRUE(again->isFault());
+    EXPECT_EQ(again->valueForKey("author").objectAs<NSManagedObject>()->valueForKey("name"), Value("Austen"));
+    EXPECT_FALSE(again->isFault());
+    EXPECT_EQ(later->objectWithID(*id), again) << "one object per record and context";
+    EXPECT_EQ(members(*again->valueForKey("author").objectAs<NSManagedObject>(), "books"), "Emma");
+}
+
+TEST_P(Context, AFetchTakesUnsavedChangesIntoAccount) {
+    for (auto const* title : {"A", "B", "C", "D"}) inserted(*root, "Book", {{"title", title}, {"year", 2000}});
+    ASSERT_TRUE(saves(*root));
+    auto const worker = library.worker();
+    auto const byTitle = std::vector{NSSortDescriptor::sortDescriptorWithKey("title")};
+    auto const all = fetched(*worker, "Book", nullptr, byTitle);
+    all[0]->setValueForKey("Z", "title");
+    all[1]->setValueForKey(1999, "year");
+    worker->deleteObject(*all[2]);
+    auto const novel = inserted(*worker, "Novel", {{"title", "Bb"}, {"year", 2000}});
+
+    struct {
+        char const* what;
+        Ref<NSPredicate> predicate;
+        std::size_t limit, offset;
+        char const* expected;
+    } const rows[] = {
+        {"changed, deleted and inserted ones", nullptr, 0, 0, "B,Bb,D,Z"},
+        {"no longer fits", where("year == 2000"), 0, 0, "Bb,D,Z"},
+        {"limit counts what is seen here", nullptr, 2, 0, "B,Bb"},
+        {"offset, too", nullptr, 2, 1, "Bb,D"},
+        {"limit beyond the end", where("title > %@", "C"), 9, 0, "D,Z"},
+    };
+    for (auto const& row : rows) EXPECT_EQ(listed(fetched(*worker, "Book", row.predicate, byTitle, row.limit, row.offset), "title"), row.expected) << row.what;
+    EXPECT_EQ(listed(fetched(*worker, "Novel"), "title"), "Bb");
+    EXPECT_EQ(listed(fetched(*root, "Book", nullptr, byTitle), "title"), "A,B,C,D") << "nothing was saved";
+
+    Ref<NSError> error;
+    auto request = make<NSFetchRequest>("Book");
+    request->setPredicate(where("year == 2000"));
+    EXPECT_EQ(worker->countForFetchRequest(*request, error), 3);
+    EXPECT_EQ(root->countForFetchRequest(*request, error), 4);
+    EXPECT_EQ(worker->countForFetchRequest(*make<NSFetchRequest>("Nothing"), error), NSNotFound);
+    EXPECT_TRUE(error);
+}
+
+TEST_P(Context, APredicateOverAnotherEntitySeesItsUnsavedChanges) {
+    auto const author = inserted(*root, "Author", {{"name", "Bell"}});
+    inserted(*root, "Book", {{"title", "Jane Eyre"}, {"author", Value(author)}});
+    ASSERT_TRUE(saves(*root));
+    auto const worker = library.worker();
+    fetched(*worker, "Author").front()->setValueForKey("Brontë", "name");
+    EXPECT_EQ(fetched(*worker, "Book", where("author.name == %@", "Brontë")).size(), 1u);
+    EXPECT_EQ(fetched(*worker, "Book", where("author.name == %@", "Bell")).size(), 0u);
+}
+
+TEST_P(Context, AFailedSaveKeepsEveryChangeAndASecondTrySucceeds) {
+    auto const good = inserted(*root, "Author", {{"name", "Eliot"}, {"rating", 9}});
+    auto const nameless = inserted(*root, "Author", {{"rating", 11}});
+    Ref<NSError> error;
+    EXPECT_FALSE(root->save(error));
+    ASSERT_TRUE(error);
+    EXPECT_NE(error->localizedDescription().find("Author"), std::string::npos);
+    EXPECT_TRUE(good->isInserted() && root->hasChanges());
+    nameless->setValueForKey("Hardy", "name");
+    EXPECT_FALSE(root->save(error)) << "11 is above the maximum";
+    EXPECT_NE(error->localizedDescription().find("rating"), std::string::npos);
+    nameless->setValueForKey(8, "rating");
+    EXPECT_TRUE(root->save(error));
+    EXPECT_EQ(fetched(*library.worker(), "Author").size(), 2u);
+
+    auto const book = inserted(*root, "Book", {{"year", 70000}});
+    EXPECT_FALSE(root->save(error)) << "wider than 16 bits";
+    book->setValueForKey(2000, "year");
+    book->setValueForKey("x", "cover");
+    EXPECT_FALSE(root->save(error)) << "transformable";
+    book->setValueForKey(nullptr, "cover");
+    EXPECT_TRUE(root->save(error));
+}
+
+TEST_P(Context, MergingShowsWhatOthersSavedAndKeepsWhatIsUnsaved) {
+    inserted(*root, "Book", {{"title", "old"}, {"year", 1}});
+    inserted(*root, "Book", {{"title", "doomed"}});
+    inserted(*root, "Author", {{"name", "A"}});
+    ASSERT_TRUE(saves(*root));
+    auto const writer = library.worker(), reader = library.worker();
+    auto const mine = fetched(*reader, "Book", where("title == 'old'")).front();
+    auto const doomed = fetched(*reader, "Book", where("title == 'doomed'")).front();
+    auto const author = fetched(*reader, "Author").front();
+    EXPECT_EQ(members(*author, "books"), "");
+    mine->setValueForKey(2, "year");
+
+    auto const token = NSNotificationCenter::defaultCenter()->addObserverForName(
+        NSManagedObjectContextDidSaveNotification, writer, nullptr, [&](auto const& note) { reader->mergeChangesFromContextDidSaveNotification(*note); });
+    auto const theirs = fetched(*writer, "Book", where("title == 'old'")).front();
+    theirs->setValueForKey("new", "title");
+    theirs->setValueForKey(3, "year");
+    theirs->setValueForKey(Value(fetched(*writer, "Author").front()), "author");
+    writer->deleteObject(*fetched(*writer, "Book", where("title == 'doomed'")).front());
+    ASSERT_TRUE(saves(*writer));
+    NSNotificationCenter::defaultCenter()->removeObserver(*token);
+
+    EXPECT_EQ(mine->valueForKey("title"), Value("new"));
+    EXPECT_EQ(mine->valueForKey("year"), Value(2)) << "unsaved here";
+    EXPECT_EQ(members(*author, "books"), "new") << "a relationship that had been read";
+    EXPECT_TRUE(doomed->isDeleted());
+    EXPECT_FALSE(doomed->managedObjectContext());
+    ASSERT_TRUE(saves(*reader));
+    ASSERT_TRUE(saves(*root));
+    auto const last = fetched(*library.worker(), "Book").front();
+    EXPECT_EQ(last->valueForKey("title"), Value("new"));
+    EXPECT_EQ(last->valueForKey("year"), Value(2));
+}
+
+TEST_P(Context, ObjectsHeldByTheParentShowWhatAChildSaved) {
+    auto const kept = inserted(*root, "Book", {{"title", "before"}, {"year", 1}});
+    ASSERT_TRUE(saves(*root));
+    kept->setValueForKey("root's", "title");
+    kept->setValueForKey(2, "year");
+    auto const worker = library.worker();
+    fetched(*worker, "Book").front()->setValueForKey("child's", "title");
+    ASSERT_TRUE(saves(*worker));
+    root->processPendingChanges();
+    EXPECT_EQ(kept->valueForKey("title"), Value("child's")) << "the child's save wins over the parent's unsaved value";
+    EXPECT_EQ(kept->valueForKey("year"), Value(2)) << "which it did not touch";
+    ASSERT_TRUE(saves(*root));
+    auto const stored = fetched(*library.worker(), "Book").front();
+    EXPECT_EQ(stored->valueForKey("title"), Value("child's"));
+    EXPECT_EQ(stored->valueForKey("year"), Value(2));
+}
+
+TEST_P(Context, RefreshRollbackAndResetDropWhatTheySay) {
+    auto const book = inserted(*root, "Book", {{"title", "saved"}});
+    ASSERT_TRUE(saves(*root));
+    book->setValueForKey("unsaved", "title");
+    root->refreshObject(*book, true);
+    EXPECT_EQ(book->valueForKey("title"), Value("unsaved"));
+    root->refreshObject(*book, false);
+    EXPECT_TRUE(book->isFault());
+    EXPECT_EQ(book->valueForKey("title"), Value("saved"));
+
+    book->setValueForKey("unsaved", "title");
+    auto const fresh = inserted(*root, "Book", {{"title", "fresh"}});
+    root->deleteObject(*book);
+    root->rollback();
+    EXPECT_FALSE(root->hasChanges());
+    EXPECT_EQ(book->valueForKey("title"), Value("saved"));
+    EXPECT_FALSE(book->isDeleted());
+    EXPECT_FALSE(fresh->managedObjectContext());
+
+    auto const worker = library.worker();
+    inserted(*worker, "Book", {{"title", "handed up"}});
+    ASSERT_TRUE(saves(*worker));
+    root->reset();
+    EXPECT_FALSE(book->managedObjectContext());
+    ASSERT_TRUE(saves(*root)) << "what a child handed up is saved to it, and survives";
+    EXPECT_EQ(fetched(*root, "Book").size(), 2u);
+}
+
+TEST_P(Context, EverySaveIsAnnouncedWithItsObjects) {
+    std::string heard;
+    auto const token = NSNotificationCenter::defaultCenter()->addObserverForName(
+        NSManagedObjectContextDidSaveNotification, root, nullptr, [&](Ref<NSNotification> const& note) {
+            auto const& info = note->userInfo().dictionary();
+            for (auto const* key : {NSInsertedObjectsKey, NSUpdatedObjectsKey, NSDeletedObjectsKey})
+                heard += std::to_string(info[key].set().size());
+            heard += " ";
+        });
+    ASSERT_TRUE(saves(*root));
+    auto const book = inserted(*root, "Book", {{"title", "a"}});
+    auto const other = inserted(*root, "Book", {{"title", "b"}});
+    ASSERT_TRUE(saves(*root));
+    book->setValueForKey("c", "title");
+    root->deleteObject(*other);
+    ASSERT_TRUE(saves(*root));
+    book->setValueForKey("c", "title"); // what it is already
+    ASSERT_TRUE(saves(*root));
+    NSNotificationCenter::defaultCenter()->removeObserver(*token);
+    EXPECT_EQ(heard, "000 200 011 000 ");
+}
+
+TEST_P(Context, ObjectsOutliveTheirContextAndMayBeReleasedAnywhere) {
+    Objects kept;
+    {
+        auto const worker = library.worker();
+        for (int i = 0; i < 200; ++i) kept.push_back(inserted(*worker, "Book", {{"year", i}}));
+        ASSERT_TRUE(saves(*worker));
+        std::thread([some = Objects(kept.begin(), kept.begin() + 100)]() mutable { some.clear(); }).join();
+    }
+    EXPECT_FALSE(kept.back()->managedObjectContext());
+    EXPECT_EQ(kept.back()->valueForKey("year"), Value(199));
+    std::thread([some = std::move(kept)]() mutable { some.clear(); }).join();
+    ASSERT_TRUE(saves(*root));
+    EXPECT_EQ(fetched(*root, "Book").size(), 200u);
+}
+
+TEST_P(Context, BlocksRunInlineWhereTheThreadHoldsTheQueueAlready) {
+    auto const worker = library.worker();
+    std::string order;
+    worker->performBlockAndWait([&] {
+        order += "a";
+        root->performBlockAndWait([&] {
+            order += "b";
+            worker->performBlockAndWait([&] { order += "c"; }); // further up in the nested calls
+        });
+    });
+    EXPECT_EQ(order, "abc");
+}
+
+TEST_P(Context, AnotherCoordinatorsObjectsAndSavesMeanNothing) {
+    Library other(GetParam());
+    auto const foreign = inserted(*other.root, "Book", {{"title", "theirs"}});
+    auto const own = inserted(*root, "Book", {{"title", "ours"}});
+    ASSERT_TRUE(saves(*root));
+    auto const token = NSNotificationCenter::defaultCenter()->addObserverForName(
+        NSManagedObjectContextDidSaveNotification, other.root, nullptr, [&](auto const& note) { root->mergeChangesFromContextDidSaveNotification(*note); });
+    ASSERT_TRUE(saves(*other.root));
+    NSNotificationCenter::defaultCenter()->removeObserver(*token);
+    EXPECT_EQ(own->valueForKey("title"), Value("ours"));
+    EXPECT_FALSE(root->objectWithID(idOf(foreign)));
+    Ref<NSError> error;
+    EXPECT_FALSE(root->existingObjectWithID(idOf(foreign), error));
+    EXPECT_TRUE(error);
+    EXPECT_DEATH(own->setValueForKey(Value(inserted(*other.root, "Author", {})), "author"), "different contexts");
+}
+
+TEST_P(Context, MisuseIsFatalWithWordsThatNameIt) {
+    auto const book = inserted(*root, "Book", {});
+    EXPECT_DEATH(book->setValueForKey("x", "nothing"), "Book is not key value coding-compliant for the key \"nothing\"");
+    EXPECT_DEATH(book->setValueForKey("x", "year"), "unacceptable value for the attribute Book.year");
+    EXPECT_DEATH(book->setValueForKey(Value(book), "author"), "unacceptable object for the relationship Book.author");
+    EXPECT_DEATH(root->insertNewObject("Nothing"), "no entity named \"Nothing\"");
+    EXPECT_DEATH(root->setParentContext(library.worker()), "parent cannot be set");
+}

@@ -1,0 +1,121 @@
+#pragma once
+#include "Tessarin/platform/foundation/NSFileManager.h"
+#include "Tessarin/platform/foundation/NSSearchPath.h"
+#include "Tessarin/platform/foundation/NSUUID.h"
+#include "Tessarin/platform/objectgraph/context/NSManagedObjectContext.h"
+#include "Tessarin/platform/objectgraph/model/ModelBuilder.h"
+#include <gtest/gtest.h>
+
+namespace Tessarin::tests {
+
+using Objects = std::vector<Ref<NSManagedObject>>;
+
+inline Ref<NSManagedObjectModel> libraryModel() {
+    using Type = NSAttributeType;
+    return ModelBuilder()
+        .entity("Author")
+        .attribute("name", Type::String, {.optional = false, .indexed = true})
+        .attribute("rating", Type::Double, {.minimum = 0, .maximum = 10})
+        .toMany("books", "Book", {.inverse = "author", .deleteRule = NSDeleteRule::Nullify})
+        .toMany("awards", "Award", {.inverse = "winner", .deleteRule = NSDeleteRule::Deny})
+        .entity("Book")
+        .attribute("title", Type::String)
+        .attribute("year", Type::Integer16, {.defaultValue = 1900})
+        .attribute("draft", Type::String, {.transient = true})
+        .attribute("cover", Type::Transformable)
+        .toOne("author", "Author", {.inverse = "books"})
+        .toMany("tags", "Tag", {.inverse = "books"})
+        .toMany("chapters", "Chapter", {.inverse = "book", .deleteRule = NSDeleteRule::Cascade, .ordered = true})
+        .toMany("related", "Book", {.inverse = "related"})
+        .entity("Novel", {.parent = "Book"})
+        .attribute("genre", Type::String)
+        .entity("Tag")
+        .attribute("name", Type::String)
+        .toMany("books", "Book", {.inverse = "tags"})
+        .entity("Chapter")
+        .attribute("title", Type::String)
+        .toOne("book", "Book", {.inverse = "chapters"})
+        .entity("Award")
+        .attribute("name", Type::String)
+        .toOne("winner", "Author", {.inverse = "awards"})
+        .build();
+}
+
+/// Two levels of contexts over a fresh store of either type.
+class Library {
+public:
+    explicit Library(char const* storeType)
+        : folder(NSURL::fileURLWithPath(NSTemporaryDirectory()).URLByAppendingPathComponent("library-" + NSUUID::UUID().UUIDString())) {
+        Ref<NSError> error;
+        NSFileManager::defaultManager()->createDirectoryAtURL(folder);
+        coordinator = make<NSPersistentStoreCoordinator>(libraryModel());
+        store = coordinator->addPersistentStoreWithType(storeType, {}, folder.URLByAppendingPathComponent("library.db"), {}, error);
+        EXPECT_TRUE(store) << (error ? error->description() : "");
+        root = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue);
+        root->setPersistentStoreCoordinator(coordinator);
+    }
+    ~Library() {
+        root = nullptr;
+        store = nullptr;
+        coordinator = nullptr;
+        NSFileManager::defaultManager()->removeItemAtURL(folder);
+    }
+
+    Ref<NSManagedObjectContext> worker() const { return childOf(root); }
+    static Ref<NSManagedObjectContext> childOf(Ref<NSManagedObjectContext> const& parent) {
+        auto context = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue);
+        context->setParentContext(parent);
+        return context;
+    }
+
+    NSURL folder;
+    Ref<NSPersistentStoreCoordinator> coordinator;
+    Ref<NSPersistentStore> store;
+    Ref<NSManagedObjectContext> root;
+};
+
+inline Ref<NSManagedObject> inserted(NSManagedObjectContext& context, char const* entity, Dictionary const& values) {
+    auto object = context.insertNewObject(entity);
+    for (auto const& [key, value] : values) object->setValueForKey(value, key);
+    return object;
+}
+
+inline ::testing::AssertionResult saves(NSManagedObjectContext& context) {
+    Ref<NSError> error;
+    if (context.save(error)) return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << error->description();
+}
+
+inline Objects fetched(NSManagedObjectContext& context, char const* entity, Ref<NSPredicate> predicate = nullptr,
+                       std::vector<Ref<NSSortDescriptor>> sort = {}, std::size_t limit = 0, std::size_t offset = 0) {
+    auto request = make<NSFetchRequest>(entity);
+    request->setPredicate(std::move(predicate));
+    request->setSortDescriptors(std::move(sort));
+    request->setFetchLimit(limit);
+    request->setFetchOffset(offset);
+    Ref<NSError> error;
+    auto objects = context.executeFetchRequest(*request, error);
+    EXPECT_FALSE(error) << error->description();
+    return objects;
+}
+
+template <class... Arguments> Ref<NSPredicate> where(char const* format, Arguments const&... arguments) {
+    return NSPredicate::predicateWithFormat(format, arguments...);
+}
+
+/// The values of one key, joined: "A,B".
+inline std::string listed(Objects const& objects, char const* key) {
+    std::string text;
+    for (auto const& object : objects) text += (text.empty() ? "" : ",") + object->valueForKey(key).description();
+    return text;
+}
+
+/// The same of a to-many relationship; sorted unless it is ordered.
+inline std::string members(NSManagedObject& object, char const* relationship, char const* key = "title") {
+    auto objects = object.mutableSetValueForKey(relationship).allObjects();
+    if (!object.entity().propertyNamed(relationship)->asRelationship()->isOrdered())
+        std::ranges::sort(objects, {}, [&](auto const& each) { return each->valueForKey(key).description(); });
+    return listed(objects, key);
+}
+
+} // namespace Tessarin::tests

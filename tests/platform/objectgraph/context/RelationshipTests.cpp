@@ -1,0 +1,141 @@
+// Relationships: both ends, order, delete rules, batches of faults.
+#include "Library.h"
+
+using namespace Tessarin;
+using namespace Tessarin::tests;
+
+namespace {
+
+class Relationship : public ::testing::TestWithParam<char const*> {
+protected:
+    Library library{GetParam()};
+    Ref<NSManagedObjectContext> root = library.root;
+
+    /// The same record, read back by a new context.
+    Ref<NSManagedObject> reread(Ref<NSManagedObject> const& object) {
+        readers.push_back(library.worker());
+        return readers.back()->objectWithID(*object->objectID());
+    }
+    std::vector<Ref<NSManagedObjectContext>> readers;
+};
+INSTANTIATE_TEST_SUITE_P(Stores, Relationship, ::testing::Values("InMemory", "SQLite"), [](auto const& each) { return std::string(each.param); });
+
+Ref<NSManagedObject> toOne(Ref<NSManagedObject> const& object, char const* key) { return object->valueForKey(key).objectAs<NSManagedObject>(); }
+
+} // namespace
+
+TEST_P(Relationship, BothEndsAreKeptUpFromEitherAndSurviveTheStore) {
+    auto const first = inserted(*root, "Author", {{"name", "1"}}), second = inserted(*root, "Author", {{"name", "2"}});
+    auto const book = inserted(*root, "Book", {{"title", "a"}}), other = inserted(*root, "Book", {{"title", "b"}});
+    auto const tag = inserted(*root, "Tag", {{"name", "t"}});
+    book->setValueForKey(Value(first), "author");
+    second->mutableSetValueForKey("books").addObject(other);
+    tag->mutableSetValueForKey("books").addObject(book);
+    other->mutableSetValueForKey("tags").addObject(tag);
+    book->mutableSetValueForKey("related").addObject(other);
+    EXPECT_EQ(toOne(other, "author"), second);
+    EXPECT_EQ(members(*first, "books"), "a");
+    EXPECT_EQ(members(*book, "tags", "name"), "t");
+    EXPECT_EQ(members(*other, "related"), "a") << "its own inverse is symmetric";
+
+    second->mutableSetValueForKey("books").addObject(book); // leaves its first author
+    EXPECT_EQ(members(*first, "books"), "");
+    EXPECT_EQ(toOne(book, "author"), second);
+    ASSERT_TRUE(saves(*root));
+    EXPECT_EQ(members(*reread(second), "books"), "a,b");
+    EXPECT_EQ(members(*reread(tag), "books"), "a,b");
+    EXPECT_EQ(members(*reread(other), "related"), "a");
+
+    // Saved records, by objects that were not read yet.
+    auto const worker = library.worker();
+    auto const theBook = worker->objectWithID(*book->objectID());
+    auto const theTag = worker->objectWithID(*tag->objectID());
+    theTag->mutableSetValueForKey("books").removeObject(theBook);
+    theBook->setValueForKey(nullptr, "author");
+    theBook->mutableSetValueForKey("related").setObjects({});
+    EXPECT_EQ(members(*theBook, "tags", "name"), "");
+    ASSERT_TRUE(saves(*worker));
+    EXPECT_EQ(members(*reread(tag), "books"), "b") << "not in the store yet";
+    ASSERT_TRUE(saves(*root));
+    EXPECT_EQ(members(*reread(tag), "books"), "b");
+    EXPECT_EQ(members(*reread(second), "books"), "b");
+    EXPECT_EQ(members(*reread(other), "related"), "");
+}
+
+TEST_P(Relationship, AnOrderedOneKeepsItsOrder) {
+    auto const book = inserted(*root, "Book", {{"title", "ordered"}});
+    Objects chapters;
+    for (auto const* title : {"one", "two", "three"}) chapters.push_back(inserted(*root, "Chapter", {{"title", title}}));
+    book->setValueForKey(List{Value(chapters[2]), Value(chapters[0]), Value(chapters[1])}, "chapters");
+    ASSERT_TRUE(saves(*root));
+    EXPECT_EQ(members(*reread(book), "chapters"), "three,one,two");
+
+    auto const worker = library.worker();
+    auto const theBook = worker->objectWithID(*book->objectID());
+    inserted(*worker, "Chapter", {{"title", "last"}, {"book", Value(theBook)}});
+    auto all = theBook->mutableSetValueForKey("chapters").allObjects();
+    EXPECT_EQ(listed(all, "title"), "three,one,two,last");
+    std::ranges::reverse(all);
+    theBook->mutableSetValueForKey("chapters").setObjects(all);
+    theBook->mutableSetValueForKey("chapters").removeObject(all[1]);
+    ASSERT_TRUE(saves(*worker));
+    EXPECT_EQ(members(*reread(book), "chapters"), "last,one,three");
+    ASSERT_TRUE(saves(*root));
+    EXPECT_EQ(members(*reread(book), "chapters"), "last,one,three");
+    EXPECT_EQ(members(*book, "chapters"), "last,one,three") << "the object that the root had all the time";
+}
+
+TEST_P(Relationship, DeleteRulesWorkAtOnceAndDenialAtSave) {
+    auto const author = inserted(*root, "Author", {{"name", "A"}});
+    auto const book = inserted(*root, "Book", {{"title", "b"}, {"author", Value(author)}});
+    auto const chapter = inserted(*root, "Chapter", {{"book", Value(book)}});
+    auto const award = inserted(*root, "Award", {{"winner", Value(author)}});
+    auto const tag = inserted(*root, "Tag", {{"name", "t"}});
+    tag->mutableSetValueForKey("books").addObject(book);
+    ASSERT_TRUE(saves(*root));
+
+    root->deleteObject(*author);
+    EXPECT_FALSE(toOne(book, "author")) << "nullified";
+    Ref<NSError> error;
+    EXPECT_FALSE(root->save(error));
+    ASSERT_TRUE(error);
+    EXPECT_NE(error->localizedDescription().find("Author.awards"), std::string::npos);
+    EXPECT_TRUE(author->isDeleted() && root->hasChanges()) << "kept for the next try";
+    root->deleteObject(*award); // both go: nothing denies any more
+    root->deleteObject(*book);
+    EXPECT_TRUE(chapter->isDeleted()) << "cascaded";
+    EXPECT_EQ(members(*tag, "books"), "");
+    ASSERT_TRUE(saves(*root));
+    for (auto const* entity : {"Author", "Book", "Chapter", "Award"}) EXPECT_EQ(fetched(*library.worker(), entity).size(), 0u) << entity;
+    EXPECT_EQ(members(*reread(tag), "books"), "");
+}
+
+TEST_P(Relationship, AnInsertedObjectThatIsDeletedLeavesNoTrace) {
+    auto const author = inserted(*root, "Author", {{"name", "A"}});
+    ASSERT_TRUE(saves(*root));
+    auto const book = inserted(*root, "Book", {{"author", Value(author)}});
+    inserted(*root, "Chapter", {{"book", Value(book)}});
+    root->deleteObject(*book);
+    EXPECT_EQ(members(*author, "books"), "");
+    EXPECT_TRUE(root->insertedObjects().empty());
+    ASSERT_TRUE(saves(*root));
+    EXPECT_EQ(fetched(*root, "Chapter").size() + fetched(*root, "Book").size(), 0u);
+}
+
+TEST_P(Relationship, WalkingAToOneOfManyFillsThemTogether) {
+    Objects authors;
+    for (int i = 0; i < 10; ++i) authors.push_back(inserted(*root, "Author", {{"name", std::to_string(i)}}));
+    for (int i = 0; i < 100; ++i) inserted(*root, i % 2 ? "Book" : "Novel", {{"year", i}, {"author", Value(authors[static_cast<std::size_t>(i) % 10])}});
+    ASSERT_TRUE(saves(*root));
+    authors.clear();
+    auto const worker = library.worker();
+    auto const books = fetched(*worker, "Book", nullptr, {NSSortDescriptor::sortDescriptorWithKey("year")});
+    ASSERT_EQ(books.size(), 100u);
+    EXPECT_EQ(books[0]->entity().name(), "Novel") << "an inherited entity's request includes its children";
+    auto const first = toOne(books[0], "author");
+    EXPECT_EQ(worker->registeredObjects().size(), 110u) << "all destinations of the batch, as faults";
+    auto const& neighbour = *toOne(books[3], "author");
+    EXPECT_TRUE(neighbour.isFault());
+    EXPECT_EQ(first->valueForKey("name"), Value("0"));
+    for (int i = 0; i < 100; ++i) EXPECT_EQ(toOne(books[static_cast<std::size_t>(i)], "author")->valueForKey("name"), Value(std::to_string(i % 10)));
+}
