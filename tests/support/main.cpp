@@ -1,6 +1,8 @@
 #include "tests/support/MainThread.h"
 
 #include "Tessarin/platform/queues/MainQueue.h"
+#include <cstdlib>
+#include <filesystem>
 #include <future>
 #include <gtest/gtest.h>
 #include <mutex>
@@ -8,6 +10,26 @@
 
 namespace Tessarin::tests {
 namespace {
+
+/// The system's temporary folder of this run is one of its own, removed at the end. Death tests run as children of it and
+/// leave their files there when they die.
+class OwnTemporaryFolder {
+public:
+    OwnTemporaryFolder() {
+        if (std::getenv("TESSARIN_TEST_RUN")) return;
+        path_ = (std::filesystem::temp_directory_path() / "tessarin-tests-XXXXXX").string();
+        if (!mkdtemp(path_.data())) std::abort();
+        setenv("TMPDIR", path_.c_str(), 1);
+        setenv("TESSARIN_TEST_RUN", "1", 1);
+    }
+    ~OwnTemporaryFolder() {
+        std::error_code ignored;
+        if (!path_.empty()) std::filesystem::remove_all(path_, ignored);
+    }
+
+private:
+    std::string path_; // empty in a child
+};
 
 std::mutex mutex;
 std::function<void()> request; // guarded by mutex
@@ -42,6 +64,7 @@ void onMainThread(FunctionRef<void()> work) {
 
 int main(int argc, char** argv) {
     using namespace Tessarin;
+    tests::OwnTemporaryFolder const folder;
     testing::InitGoogleTest(&argc, argv);
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     int result = 0;
