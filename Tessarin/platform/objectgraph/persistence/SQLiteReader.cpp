@@ -1,5 +1,8 @@
 #include "Tessarin/platform/objectgraph/persistence/SQLiteReaderPrivate.h"
 
+#include "Tessarin/platform/objectgraph/query/SQLFunctionsPrivate.h"
+#include "Tessarin/platform/objectgraph/query/SQLTranslationPrivate.h"
+
 #include <algorithm>
 #include <fmt/format.h>
 
@@ -13,7 +16,25 @@ std::vector<RecordKey> sorted(std::span<RecordKey const> keys) {
     return copy;
 }
 
+void bindAll(SQLite::Statement& statement, List const& arguments) {
+    int at = 0;
+    for (auto const& argument : arguments) {
+        ++at;
+        switch (argument.kind()) {
+        case Value::Kind::Integer: statement.bind(at, argument.integer()); break;
+        case Value::Kind::Double: statement.bind(at, argument.number()); break;
+        case Value::Kind::Text: statement.bind(at, argument.text()); break;
+        case Value::Kind::Data: statement.bind(at, argument.bytes()); break;
+        default: statement.bindNull(at);
+        }
+    }
+}
+
 } // namespace
+
+SQLiteReader::SQLiteReader(SQLiteSchema const& schema, SQLite::Connection& connection) : schema_(schema), connection_(connection) {
+    registerSQLFunctions(connection);
+}
 
 bool areDense(std::span<RecordKey const> sortedKeys) {
     if (sortedKeys.size() < 8) return false;
@@ -83,30 +104,51 @@ void SQLiteReader::members(NSRelationshipDescription const& relationship, std::s
     }
 }
 
+std::string SQLiteReader::conditionOf(StoreQuery const& query, SQLTranslation const& translation) const {
+    auto condition = translation.condition();
+    // The table holds the records of the whole tree.
+    bool const isWholeTree = !query.entity->superentity() && query.includesSubentities;
+    if (!schema_.tableOf(*query.entity).hasEntityColumn || isWholeTree) return condition.empty() ? condition : " WHERE " + condition;
+    auto const numbers = query.includesSubentities ? schema_.numbersInTreeOf(*query.entity) : std::to_string(schema_.numberOf(*query.entity));
+    return fmt::format(" WHERE t0.entity IN ({}){}{}", numbers, condition.empty() ? "" : " AND ", condition);
+}
+
 void SQLiteReader::fetch(StoreQuery const& query, StoreAnswer& answer) {
     auto& decoder = decoderFor(*query.entity, query.includesSubentities);
-    auto const& table = schema_.tableOf(*query.entity);
-    auto sql = fmt::format("SELECT {} FROM {} AS t0", decoder.columns(), table.name);
-    if (table.hasEntityColumn && (query.entity->superentity() || !query.includesSubentities))
-        sql += fmt::format(" WHERE t0.entity IN ({})", query.includesSubentities ? schema_.numbersInTreeOf(*query.entity)
-                                                                               : std::to_string(schema_.numberOf(*query.entity)));
-    answer.complete = !query.predicate && query.sortDescriptors.empty();
-    if (answer.complete && (query.limit != 0 || query.offset != 0))
-        sql += fmt::format(" LIMIT {} OFFSET {}", query.limit == 0 ? -1 : static_cast<std::int64_t>(query.limit), query.offset);
-    auto const statement = connection_.use(sql);
-    while (statement->step())
-        if (auto row = decoder.row(*statement)) answer.rows.push_back(std::move(row));
+    SQLTranslation translation(schema_, *query.entity);
+    answer.complete = (!query.predicate || translation.addPredicate(*query.predicate)) && translation.addOrder(query.sortDescriptors);
+    auto const condition = conditionOf(query, translation);
+    auto sql = fmt::format("SELECT {} FROM {} AS t0{}{}", decoder.columns(), schema_.tableOf(*query.entity).name, translation.joins(), condition);
+    if (!translation.order().empty()) sql += " ORDER BY " + translation.order();
+    auto arguments = translation.arguments();
+    if (answer.complete && (query.limit != 0 || query.offset != 0)) {
+        sql += " LIMIT ? OFFSET ?";
+        arguments.push_back(query.limit == 0 ? -1 : static_cast<std::int64_t>(query.limit));
+        arguments.push_back(static_cast<std::int64_t>(query.offset));
+    }
+    auto const run = [&](SQLite::Statement& statement) {
+        bindAll(statement, arguments);
+        while (statement.step())
+            if (auto row = decoder.row(statement)) answer.rows.push_back(std::move(row));
+    };
+    if (!translation.isReusable()) {
+        SQLite::Statement once(connection_, sql);
+        return run(once);
+    }
+    run(*connection_.use(sql));
 }
 
 void SQLiteReader::count(StoreQuery const& query, std::size_t& count, bool& complete) {
-    complete = !query.predicate;
+    SQLTranslation translation(schema_, *query.entity);
+    complete = !query.predicate || translation.addPredicate(*query.predicate);
     if (!complete) return;
-    auto const& table = schema_.tableOf(*query.entity);
-    auto sql = fmt::format("SELECT count(*) FROM {} AS t0", table.name);
-    if (table.hasEntityColumn && (query.entity->superentity() || !query.includesSubentities))
-        sql += fmt::format(" WHERE t0.entity IN ({})", query.includesSubentities ? schema_.numbersInTreeOf(*query.entity)
-                                                                               : std::to_string(schema_.numberOf(*query.entity)));
-    count = static_cast<std::size_t>(connection_.integer(sql));
+    auto const sql = fmt::format("SELECT count(*) FROM {} AS t0{}{}", schema_.tableOf(*query.entity).name, translation.joins(), conditionOf(query, translation));
+    SQLite::Statement statement(connection_, sql);
+    bindAll(statement, translation.arguments());
+    if (!statement.step()) return;
+    auto const all = static_cast<std::size_t>(statement.integer(0));
+    auto const left = all - std::min(all, query.offset);
+    count = query.limit == 0 ? left : std::min(left, query.limit);
 }
 
 } // namespace Tessarin

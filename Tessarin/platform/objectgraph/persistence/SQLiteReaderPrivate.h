@@ -6,10 +6,12 @@
 
 namespace Tessarin {
 
+class SQLTranslation;
+
 /// Answers questions over one connection. Used by one thread at a time; what fails throws ErrorException.
 class TESSARIN_API SQLiteReader {
 public:
-    SQLiteReader(SQLiteSchema const& schema, SQLite::Connection& connection) : schema_(schema), connection_(connection) {}
+    SQLiteReader(SQLiteSchema const& schema, SQLite::Connection& connection);
 
     void fetch(StoreQuery const& query, StoreAnswer& answer);
     void count(StoreQuery const& query, std::size_t& count, bool& complete);
@@ -19,6 +21,7 @@ public:
                  FunctionRef<void(RecordKey owner, RecordKey member)> each);
 
 private:
+    std::string conditionOf(StoreQuery const& query, SQLTranslation const& translation) const;
     SQLiteRowDecoder& decoderFor(NSEntityDescription const& entity, bool includesSubentities);
 
     SQLiteSchema const& schema_;

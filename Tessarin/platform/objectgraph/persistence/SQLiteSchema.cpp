@@ -1,6 +1,7 @@
 #include "Tessarin/platform/objectgraph/persistence/SQLiteSchemaPrivate.h"
 
 #include "Tessarin/platform/objectgraph/model/NSManagedObjectModel.h"
+#include "Tessarin/platform/objectgraph/persistence/NSManagedObjectID.h"
 #include "Tessarin/platform/objectgraph/persistence/RelationshipStorage.h"
 
 #include <algorithm>
@@ -137,6 +138,14 @@ SQLiteSchema::Link const* SQLiteSchema::inverseOf(Link const& link) const noexce
     auto const* found = inverse && inverse != link.relationship ? linkOf(*inverse) : nullptr;
     return found && found->table == link.table ? found : nullptr;
 }
+
+std::optional<SQLSchema::Members> SQLiteSchema::membersOf(NSRelationshipDescription const& relationship) const {
+    auto const* link = linkOf(relationship);
+    if (!link) return {};
+    return Members{link->table, link->owner, link->member, !link->isJoinTable};
+}
+
+std::int64_t SQLiteSchema::keyOf(Value const& value) const { return recordKeyOf(value); }
 
 NSEntityDescription const* SQLiteSchema::entityNumbered(std::int64_t number) const noexcept {
     auto const at = std::ranges::find(numbers_, number) - numbers_.begin();

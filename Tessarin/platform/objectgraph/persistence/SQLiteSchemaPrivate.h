@@ -1,5 +1,6 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/persistence/RowCache.h"
+#include "Tessarin/platform/objectgraph/query/SQLSchemaPrivate.h"
 #include <string>
 #include <unordered_set>
 #include <vector>
@@ -8,7 +9,7 @@ namespace Tessarin {
 
 /// How the entities of a model stand in tables, columns and indexes; a pure function of the model and of the numbers that
 /// the file gave to its entities. All names are quoted, ready for SQL. docs/store-format.md tells the rules. Immutable.
-class TESSARIN_API SQLiteSchema {
+class TESSARIN_API SQLiteSchema final : public SQLSchema {
 public:
     struct Column {
         NSPropertyDescription const* property; // null: the position in an ordered relationship
@@ -61,6 +62,11 @@ public:
     NSEntityDescription const* entityNumbered(std::int64_t number) const noexcept;
     /// The numbers of the entity and its descendants, as "1, 2, 3".
     std::string numbersInTreeOf(NSEntityDescription const& entity) const;
+
+    std::string tableNameOf(NSEntityDescription const& entity) const override { return tableOf(entity).name; }
+    std::string columnNameOf(NSPropertyDescription const& property) const override { return columnOf(property); }
+    std::optional<Members> membersOf(NSRelationshipDescription const& relationship) const override;
+    std::int64_t keyOf(Value const& value) const override;
 
     static std::string createTable(Table const& table);
     static std::string createJoinTable(Link const& link, Link const* inverse);

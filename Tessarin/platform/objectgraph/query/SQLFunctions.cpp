@@ -1,0 +1,101 @@
+#include "Tessarin/platform/objectgraph/query/SQLFunctionsPrivate.h"
+
+#include "Tessarin/platform/foundation/PredicateComparisonPrivate.h"
+
+#include <sqlite3.h>
+
+namespace Tessarin {
+namespace {
+
+constexpr std::pair<TextComparison, char const*> collations[] = {
+    {TextComparison::CaseInsensitive, "tessarin_caseless"},
+    {TextComparison::Localized, "tessarin_localized"},
+    {TextComparison::LocalizedCaseInsensitive, "tessarin_localized_caseless"},
+    {TextComparison::LocalizedStandard, "tessarin_localized_standard"},
+};
+
+bool isText(sqlite3_value* value) { return sqlite3_value_type(value) == SQLITE_TEXT; }
+
+std::string_view textOf(sqlite3_value* value) {
+    auto const* text = reinterpret_cast<char const*>(sqlite3_value_text(value));
+    return {text ? text : "", static_cast<std::size_t>(sqlite3_value_bytes(value))};
+}
+
+TextOptions optionsOf(sqlite3_value* value) { return static_cast<TextOptions>(sqlite3_value_int(value)); }
+
+/// Runs a function's body; an exception must not pass through SQLite.
+template <class Body> void guarded(sqlite3_context* context, Body body) noexcept {
+    try {
+        body();
+    } catch (...) {
+        sqlite3_result_error_nomem(context);
+    }
+}
+
+// What is no text gives NULL, which counts as false.
+void compareText(sqlite3_context* context, int, sqlite3_value** arguments) {
+    if (!isText(arguments[0])) return;
+    guarded(context, [&] {
+        auto const type = static_cast<NSPredicateOperatorType>(sqlite3_value_int(arguments[2]));
+        FoldedText const folded(textOf(arguments[0]), optionsOf(arguments[3]));
+        sqlite3_result_int(context, compareFoldedTexts(type, folded.view(), textOf(arguments[1])));
+    });
+}
+
+void fold(sqlite3_context* context, int, sqlite3_value** arguments) {
+    if (!isText(arguments[0])) return;
+    guarded(context, [&] {
+        FoldedText const folded(textOf(arguments[0]), optionsOf(arguments[1]));
+        sqlite3_result_text64(context, folded.view().data(), folded.view().size(), SQLITE_TRANSIENT, SQLITE_UTF8);
+    });
+}
+
+void matches(sqlite3_context* context, int, sqlite3_value** arguments) {
+    if (!isText(arguments[0])) return;
+    guarded(context, [&] {
+        using Pattern = Ref<TextPattern const>;
+        auto* pattern = static_cast<Pattern*>(sqlite3_get_auxdata(context, 1)); // compiled once per query
+        Pattern compiled;
+        if (!pattern) {
+            compiled = TextPattern::compile(textOf(arguments[1]), optionsOf(arguments[2]));
+            sqlite3_set_auxdata(context, 1, new Pattern(compiled), [](void* kept) { delete static_cast<Pattern*>(kept); });
+        }
+        auto const& used = pattern ? *pattern : compiled;
+        sqlite3_result_int(context, used && used->matchesWhole(textOf(arguments[0])));
+    });
+}
+
+std::string_view piece(void const* text, int size) { return {static_cast<char const*>(text), static_cast<std::size_t>(size)}; }
+
+int compareForSorting(void* comparison, int aSize, void const* a, int bSize, void const* b) {
+    auto const order = compareTexts(piece(a, aSize), piece(b, bSize), static_cast<TextComparison>(reinterpret_cast<std::intptr_t>(comparison)));
+    return order < 0 ? -1 : order > 0 ? 1 : 0;
+}
+
+int compareDecimals(void*, int aSize, void const* a, int bSize, void const* b) {
+    auto const order = Decimal::fromText(piece(a, aSize)).value_or(Decimal()) <=> Decimal::fromText(piece(b, bSize)).value_or(Decimal());
+    return order < 0 ? -1 : order > 0 ? 1 : 0;
+}
+
+} // namespace
+
+std::string collationFor(TextComparison comparison) {
+    for (auto const& [each, name] : collations)
+        if (each == comparison) return name;
+    return {};
+}
+
+void registerSQLFunctions(SQLite::Connection& connection) {
+    auto const add = [&](char const* name, int count, void (*function)(sqlite3_context*, int, sqlite3_value**)) {
+        sqlite3_create_function_v2(connection.handle(), name, count, SQLITE_UTF8 | SQLITE_DETERMINISTIC, nullptr, function, nullptr, nullptr, nullptr);
+    };
+    add("tessarin_text", 4, compareText);
+    add("tessarin_fold", 2, fold);
+    add("tessarin_matches", 3, matches);
+    for (auto const& [comparison, name] : collations)
+        sqlite3_create_collation_v2(connection.handle(), name, SQLITE_UTF8, reinterpret_cast<void*>(static_cast<std::intptr_t>(comparison)),
+                                    compareForSorting, nullptr);
+    sqlite3_create_collation_v2(connection.handle(), decimalCollation, SQLITE_UTF8, nullptr, compareDecimals, nullptr);
+}
+
+} // namespace Tessarin
