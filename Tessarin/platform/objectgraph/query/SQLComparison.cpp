@@ -52,9 +52,11 @@ Bound bound(SQLSchema const& schema, SQLKind kind, Value const& value) {
     case SQLKind::Text: return value.isText() ? Bound{value} : Bound{};
     case SQLKind::URL: return value.kind() == Kind::URL ? Bound{Value(value.urlText())} : Bound{};
     case SQLKind::Data: return value.kind() == Kind::Data ? Bound{value} : Bound{};
-    case SQLKind::UUID:
+    case SQLKind::UUID: {
         if (value.kind() != Kind::UUID) return {};
-        return {Value::data(std::as_bytes(std::span(value.uuidBytes())))};
+        auto const bytes = value.uuidBytes();
+        return {Value::data(std::as_bytes(std::span(bytes)))};
+    }
     case SQLKind::Object: {
         auto const key = value.kind() == Kind::Object ? schema.keyOf(value) : 0;
         return key > 0 ? Bound{key} : Bound{};

@@ -114,7 +114,8 @@ SQLTranslation::Said SQLTranslation::said(NSComparisonPredicate const& predicate
         auto const condition = compared(predicate, *operand, type, *right, scope);
         // ALL of an absent value has nothing to contradict it, ANY nothing to fulfil it.
         if (!condition || modifier == Modifier::Direct) return condition;
-        return fmt::format(modifier == Modifier::All ? "({0} IS NULL OR {1})" : "({0} IS NOT NULL AND {1})", operand->sql, *condition);
+        auto const* const guard = modifier == Modifier::All ? "NULL OR" : "NOT NULL AND";
+        return fmt::format("({} IS {} {})", operand->sql, guard, *condition);
     }
     if (!right->isConstant()) return {};
     auto const value = right->expressionValueWithObject({});
