@@ -2,6 +2,7 @@
 #include "Tessarin/platform/foundation/JSON.h"
 #include "Tessarin/platform/foundation/NSError.h"
 
+#include <charconv>
 #include <cmath>
 #include <fmt/format.h>
 
@@ -33,6 +34,12 @@ void writeText(std::string& out, std::string_view text) {
     out += '"';
 }
 
+/// The shortest digits that read back; a float in its own: 0.1f is 0.1 and not 0.10000000149011612.
+template <class Number> void writeNumber(std::string& out, Number number) {
+    char digits[32];
+    out.append(digits, std::to_chars(digits, digits + sizeof digits, number).ptr);
+}
+
 void write(std::string& out, Value const& value);
 
 template <class Entries> void writeObject(std::string& out, Entries const& entries) {
@@ -62,13 +69,11 @@ void write(std::string& out, Value const& value) {
     switch (value.kind()) {
     case Kind::Absent: out += "null"; return;
     case Kind::Boolean: out += value.boolean() ? "true" : "false"; return;
-    case Kind::Integer: out += fmt::format("{}", value.integer()); return;
+    case Kind::Integer: return writeNumber(out, value.integer());
     case Kind::Float:
     case Kind::Double:
         if (!std::isfinite(value.number())) refuse(value);
-        // A float in its own digits: 0.1f is 0.1 and not 0.10000000149011612.
-        out += value.kind() == Kind::Float ? fmt::format("{}", static_cast<float>(value.number())) : fmt::format("{}", value.number());
-        return;
+        return value.kind() == Kind::Float ? writeNumber(out, static_cast<float>(value.number())) : writeNumber(out, value.number());
     case Kind::Decimal: out += value.decimal().text(); return;
     case Kind::Text: writeText(out, value.text()); return;
     case Kind::List: writeList(out, value.list()); return;
