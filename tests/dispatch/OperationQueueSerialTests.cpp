@@ -1,0 +1,55 @@
+#include "Tessarin/dispatch/NetworkActivityIndicator.h"
+#include "Tessarin/platform/foundation/NSOperationQueue.h"
+
+#include <csignal>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+namespace Tessarin {
+namespace {
+
+TEST(SerialOperationQueue, HasOneAtATimeOnlyWhenAskedFor) {
+    EXPECT_EQ(make<NSOperationQueue>(Serial::Yes)->maxConcurrentOperationCount(), 1);
+    EXPECT_EQ(make<NSOperationQueue>(Serial::No)->maxConcurrentOperationCount(), make<NSOperationQueue>()->maxConcurrentOperationCount());
+    auto const queue = make<NSOperationQueue>();
+    queue->invoke("initWithSerial:"_sel, {true});
+    EXPECT_EQ(queue->maxConcurrentOperationCount(), 1);
+}
+
+TEST(SerialOperationQueue, WaitingClosuresRunInOrderBeforeTheirCallsReturn) {
+    auto const queue = make<NSOperationQueue>(Serial::Yes);
+    std::vector<int> order;
+    queue->addOperationWithBlock([&] { order.push_back(0); });
+    for (int i = 1; i <= 3; ++i) {
+        queue->addOperationWithBlockAndWait([&] { order.push_back(i); });
+        EXPECT_EQ(order.size(), static_cast<std::size_t>(i) + 1);
+    }
+    EXPECT_EQ(order, (std::vector{0, 1, 2, 3}));
+}
+
+TEST(SerialOperationQueueDeathTest, WaitingInsideItsOwnOperationNeverReturns) {
+    // In a process of its own, which an alarm ends while the call still blocks.
+    EXPECT_EXIT(
+        {
+            ::ualarm(200'000, 0);
+            auto const queue = make<NSOperationQueue>(Serial::Yes);
+            queue->addOperationWithBlockAndWait([&] { queue->addOperationWithBlockAndWait([] {}); });
+            ::_exit(0);
+        },
+        testing::KilledBySignal(SIGALRM), "");
+}
+
+TEST(NetworkActivityIndicator, NeverShowsAndAnswersMessages) {
+    NetworkActivityIndicator::increment();
+    EXPECT_FALSE(NetworkActivityIndicator::isVisible());
+    NetworkActivityIndicator::decrement();
+    auto const* const type = classNamed("Tessarin.NetworkActivityIndicator");
+    ASSERT_NE(type, nullptr);
+    type->invoke("increment"_sel);
+    EXPECT_EQ(type->invoke("isVisible"_sel), Value(false));
+    EXPECT_TRUE(type->respondsToSelector("decrement"_sel));
+    EXPECT_TRUE(type->makeObject()->respondsToSelector("hideIndicator"_sel));
+}
+
+} // namespace
+} // namespace Tessarin

@@ -1,0 +1,241 @@
+#include "Tessarin/platform/foundation/NSNotificationCenter.h"
+#include "Tessarin/platform/foundation/NSNotificationChannel.h"
+#include "Tessarin/platform/foundation/NSOperationQueue.h"
+
+#include <algorithm>
+#include <atomic>
+#include <future>
+#include <gtest/gtest.h>
+#include <random>
+#include <thread>
+
+namespace Tessarin {
+namespace {
+
+class Listener : public NSObject {
+public:
+    void heard(Ref<NSNotification> notification) { log_->push_back(mark_ + notification->name().string()); }
+    void poked() { log_->push_back(mark_ + "poked"); }
+    void direct(Ref<NSNotification> const& notification) { heard(notification); }
+    static SelectorTable selectors() { return {{"heard:"_sel, &Listener::heard}, {"poked"_sel, &Listener::poked}}; }
+
+    using NSObject::init;
+    virtual void init(std::string mark, std::vector<std::string>& log) {
+        mark_ = std::move(mark);
+        log_ = &log;
+    }
+
+private:
+    std::string mark_;
+    std::vector<std::string>* log_ = nullptr;
+};
+
+class NotificationCenter : public testing::Test {
+protected:
+    NotificationCenter() { registerClass<Listener>(); }
+
+    Ref<Listener> listener(std::string mark) { return make<Listener>(std::move(mark), log); }
+    Ref<NSObject> observe(std::string mark, std::optional<std::string_view> name, Ref<NSObject> const& sender = nullptr) {
+        return center->addObserverForName(name, sender, nullptr,
+                                          [this, mark](auto const& notification) { log.push_back(mark + notification->name().string()); });
+    }
+    std::vector<std::string> posted(std::string_view name, Ref<NSObject> sender = nullptr) {
+        log.clear();
+        center->postNotificationName(name, std::move(sender));
+        return log;
+    }
+
+    using Log = std::vector<std::string>;
+    Ref<NSNotificationCenter> center = make<NSNotificationCenter>();
+    Log log;
+};
+
+TEST_F(NotificationCenter, ReachesMatchingObserversInOrderOfRegistration) {
+    Ref<NSObject> const sender = make<NSObject>(), other = make<NSObject>();
+    auto const selector = listener("1"), everything = listener("2"), direct = listener("5");
+    center->addObserver(selector, "heard:"_sel, "A");
+    center->addObserver(everything, "heard:"_sel);
+    auto const third = observe("3", "A", sender);
+    auto const fourth = observe("4", {}, sender);
+    center->channelForName("A")->addObserver(direct, &Listener::direct);
+    center->addObserver(selector, "poked"_sel, "A", other);
+
+    EXPECT_EQ(posted("A"), (Log{"1A", "2A", "5A"}));
+    EXPECT_EQ(posted("A", sender), (Log{"1A", "2A", "3A", "4A", "5A"}));
+    EXPECT_EQ(posted("A", other), (Log{"1A", "2A", "5A", "1poked"}));
+    EXPECT_EQ(posted("B", sender), (Log{"2B", "4B"}));
+    EXPECT_EQ(posted("", sender), (Log{"2", "4"}));
+    EXPECT_EQ(posted("B"), (Log{"2B"}));
+}
+
+TEST_F(NotificationCenter, RemovesByObserverNameAndSender) {
+    Ref<NSObject> const sender = make<NSObject>();
+    auto const a = listener("a");
+    for (char const* name : {"A", "B", "C"}) center->addObserver(a, "heard:"_sel, name);
+    center->addObserver(a, "heard:"_sel, "A", sender);
+    auto const token = observe("t", "A");
+    EXPECT_EQ(posted("A", sender), (Log{"aA", "aA", "tA"}));
+    center->removeObserver(*a, "A", sender);
+    EXPECT_EQ(posted("A", sender), (Log{"aA", "tA"}));
+    center->removeObserver(*a, "A");
+    EXPECT_EQ(posted("A", sender), (Log{"tA"}));
+    EXPECT_EQ(posted("B"), (Log{"aB"}));
+    center->removeObserver(*token, "B");
+    make<NSNotificationCenter>()->removeObserver(*token);
+    EXPECT_EQ(posted("A"), (Log{"tA"})) << "neither another name nor another centre removes it";
+    center->removeObserver(*token);
+    center->removeObserver(*token);
+    center->removeObserver(*a);
+    for (char const* name : {"A", "B", "C"}) EXPECT_EQ(posted(name), Log{});
+}
+
+TEST_F(NotificationCenter, HoldsObserversWeaklyAndForgetsDestroyedOnes) {
+    auto const channel = center->channelForName("A");
+    auto a = listener("a"), b = listener("b");
+    Ref<NSObject> sender = make<NSObject>();
+    center->addObserver(a, "heard:"_sel, "A");
+    channel->addObserver(b, &Listener::direct);
+    EXPECT_EQ(a.use_count(), 1);
+    b.reset();
+    EXPECT_EQ(posted("A"), Log{"aA"});
+    a.reset();
+    EXPECT_EQ(posted("A"), Log{});
+    EXPECT_FALSE(channel->hasObservers()) << "a post has swept them";
+
+    WeakRef<NSObject> kept;
+    for (int i = 0; i < 1000; ++i) { // nobody ever posts: adding sweeps now and then
+        auto const short_lived = listener("x");
+        if (i == 0) kept = short_lived;
+        center->addObserver(short_lived, "heard:"_sel, "A");
+    }
+    auto const last = listener("l");
+    center->addObserver(last, "heard:"_sel, "A");
+    EXPECT_EQ(posted("A"), Log{"lA"});
+}
+
+TEST_F(NotificationCenter, ChangesDuringAPostCountFromTheNextOneOnButRemovalAtOnce) {
+    Ref<NSObject> second, later;
+    auto const first = center->addObserverForName("A", nullptr, nullptr, [&](auto const&) {
+        log.push_back("1");
+        if (second) center->removeObserver(*second);
+        if (!later) later = observe("3", "A");
+    });
+    second = observe("2", "A");
+    EXPECT_EQ(posted("A"), Log{"1"});
+    EXPECT_EQ(posted("A"), (Log{"1", "3A"}));
+    center->removeObserver(*first);
+
+    Ref<NSObject> self;
+    auto const captured = std::make_shared<int>(0);
+    self = center->addObserverForName("A", nullptr, nullptr, [&, captured](auto const&) { // ends itself while it runs
+        log.push_back("self");
+        center->removeObserver(*self);
+        self.reset();
+        EXPECT_EQ(captured.use_count(), 2) << "what it captured lives until it returns";
+        center->postNotificationName("A");
+    });
+    EXPECT_EQ(posted("A"), (Log{"3A", "self", "3A"}));
+    EXPECT_EQ(captured.use_count(), 1);
+}
+
+TEST_F(NotificationCenter, ManyRemovalsKeepTheOrderOfTheRest) {
+    // A slow and obvious list as the judge of random additions and removals.
+    std::mt19937 random(7);
+    std::vector<std::pair<std::string, Ref<NSObject>>> model;
+    for (int round = 0; round < 2000; ++round) {
+        if (model.empty() || random() % 5 < 2) {
+            auto const mark = std::to_string(round) + " ";
+            model.emplace_back(mark, observe(mark, random() % 4 == 0 ? std::nullopt : std::optional<std::string_view>("A")));
+        } else {
+            auto const at = model.begin() + static_cast<std::ptrdiff_t>(random() % model.size());
+            center->removeObserver(*at->second);
+            model.erase(at);
+        }
+        if (round % 50 != 0) continue;
+        Log expected;
+        for (auto const& [mark, token] : model) expected.push_back(mark + "A");
+        ASSERT_EQ(posted("A"), expected);
+    }
+}
+
+TEST_F(NotificationCenter, AnObserverThatDoesNotAnswerIsFatal) {
+    auto const a = listener("a");
+    center->addObserver(a, "fly:"_sel, "A");
+    EXPECT_DEATH(posted("A"), "Tessarin..anonymous namespace..Listener does not answer fly:");
+}
+
+TEST_F(NotificationCenter, QueuesRunWhatIsStillWantedThen) {
+    auto const queue = make<NSOperationQueue>(Serial::Yes);
+    std::promise<void> open;
+    auto const opened = open.get_future().share();
+    queue->addOperationWithBlock([opened] { opened.wait(); });
+    auto const heard = [this](auto const& notification) { log.push_back(notification->name().string()); };
+    auto const kept = center->addObserverForName("A", nullptr, queue, heard);
+    auto const removed = center->addObserverForName("B", nullptr, queue, heard);
+    EXPECT_EQ(posted("A"), Log{}) << "the post does not wait";
+    center->postNotificationName("B");
+    center->removeObserver(*removed);
+    open.set_value();
+    queue->waitUntilAllOperationsAreFinished();
+    EXPECT_EQ(log, Log{"A"});
+}
+
+TEST_F(NotificationCenter, ChannelsOutliveTheirCentreInSilence) {
+    auto const channel = center->channelForName("A");
+    auto const token = channel->addObserver(nullptr, [](auto const&) { FAIL(); });
+    center.reset();
+    channel->post(NSNotification::notificationWithName("A"));
+    static_cast<void>(channel->addObserver(nullptr, [](auto const&) { FAIL(); }));
+}
+
+/// An observer whose members must not be touched once it is gone.
+class Fragile : public NSObject {
+public:
+    ~Fragile() override { alive_ = false; }
+    void heard(Ref<NSNotification> const&) {
+        if (!alive_) ++deliveredAfterTheEnd;
+        count_ = count_ + 1;
+    }
+    static inline std::atomic<int> deliveredAfterTheEnd{0};
+
+private:
+    bool alive_ = true;
+    std::atomic<int> count_{0};
+};
+
+TEST_F(NotificationCenter, PostsAdditionsRemovalsAndEndsOnManyThreadsAreSafe) {
+    std::atomic<int> changersLeft{2}, counted{0};
+    auto const steady = center->addObserverForName("A", nullptr, nullptr, [&](auto const&) { ++counted; });
+    std::atomic<int> posts{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back([&, i] {
+            auto const channel = center->channelForName("A");
+            do {
+                if (i % 2 == 0)
+                    center->postNotificationName("A");
+                else
+                    channel->post(NSNotification::notificationWithName("A"));
+                ++posts;
+            } while (changersLeft > 0);
+        });
+    for (int i = 0; i < 2; ++i)
+        threads.emplace_back([&] {
+            for (int round = 0; round < 1500; ++round) {
+                auto const observer = make<Fragile>();
+                center->channelForName("A")->addObserver(observer, &Fragile::heard);
+                auto const data = std::make_shared<int>(round);
+                auto const token = center->addObserverForName(round % 3 == 0 ? std::nullopt : std::optional<std::string_view>("A"), nullptr, nullptr,
+                                                              [data](auto const&) { static_cast<void>(*data); });
+                if (round % 2 == 0) center->removeObserver(*observer);
+                center->removeObserver(*token);
+            }
+            --changersLeft;
+        });
+    for (auto& thread : threads) thread.join();
+    EXPECT_EQ(counted, posts);
+    EXPECT_EQ(Fragile::deliveredAfterTheEnd, 0);
+}
+
+} // namespace
+} // namespace Tessarin
