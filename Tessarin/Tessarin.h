@@ -71,6 +71,7 @@
 #include "Tessarin/platform/objectgraph/query/NSFetchRequest.h"
 #include "Tessarin/platform/objectgraph/persistence/ChangeSet.h"
 #include "Tessarin/platform/objectgraph/persistence/InMemoryStore.h"
+#include "Tessarin/platform/objectgraph/persistence/KeyPromotions.h"
 #include "Tessarin/platform/objectgraph/persistence/KeyTable.h"
 #include "Tessarin/platform/objectgraph/persistence/NSManagedObjectID.h"
 #include "Tessarin/platform/objectgraph/persistence/NSPersistentStore.h"

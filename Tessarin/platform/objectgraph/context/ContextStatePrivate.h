@@ -20,6 +20,9 @@ public:
     std::vector<std::pair<RecordKey, RecordKey>> promoted; // temporary keys that objects are still known under, and the permanent ones
     bool hasUnannouncedChanges = false;        // since the last did-change notification
     PublishedChanges published;                // what children handed up, not yet handed on; any thread
+    std::atomic<int> children{0};              // contexts whose parent this is; any thread
+    std::size_t promotionsSeen = 0;            // of the coordinator's log
+    bool knowsForeignTemporaries = false;      // has objects for unsaved records of an ancestor
 
     Cell<Ref<NSMergePolicy>> mergePolicy;
     Cell<std::string> name;

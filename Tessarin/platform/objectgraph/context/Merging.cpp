@@ -1,5 +1,6 @@
 #include "Tessarin/platform/objectgraph/context/MergingPrivate.h"
 
+#include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
 #include "Tessarin/platform/objectgraph/context/RecordReaderPrivate.h"
 
 #include <algorithm>
@@ -29,15 +30,38 @@ void mergeDeletion(ContextState& context, NSManagedObject& object, Winner winner
     state.set(ObjectState::Gone);
 }
 
-void takeRow(NSManagedObject& object, RecordChange const& change, Winner winner) {
+/// Whether the child itself changed that cell, rather than carrying along what was unsaved here.
+bool isChildsOwn(RecordChange const& change, std::size_t cell, ChangeSet const* unsaved) {
+    if (change.after->cellEquals(cell, *change.before)) return false;
+    auto const* own = unsaved ? unsaved->find(*change.entity, change.key) : nullptr;
+    return !own || !own->after || !own->after->cellEquals(cell, *change.after);
+}
+
+/// An object that only lives here yet takes a child's values as unsaved ones.
+void takeValues(ObjectState& state, RecordChange const& change) {
+    for (std::size_t cell = 0; cell < state.layout->cells().size(); ++cell) {
+        if (change.before && change.after->cellEquals(cell, *change.before)) continue;
+        auto const& [property, type] = state.layout->cells()[cell];
+        auto value = type == CellType::Reference ? Value(change.after->reference(cell)) : change.after->value(cell);
+        if (auto* present = state.more().value(property->index()))
+            *present = std::move(value);
+        else
+            state.extras->values.emplace_back(static_cast<std::uint32_t>(property->index()), std::move(value));
+    }
+}
+
+void takeRow(ContextState& context, NSManagedObject& object, RecordChange const& change, Winner winner) {
     auto& state = GraphAccess::state(object);
-    if (!change.after || (!state.row && !state.has(ObjectState::Changed))) return; // a fault reads it when it is asked
+    if (!change.after) return;
+    if (state.has(ObjectState::Inserted)) return takeValues(state, change);
+    if (!state.row && !state.has(ObjectState::Changed)) return; // a fault reads it when it is asked
     state.row = rowAfter(change, state.row);
     state.clear(ObjectState::Gone);
     if (winner == Winner::Unsaved || !state.extras || !change.before) return;
+    auto const unsaved = context.published.unsaved();
     std::erase_if(state.extras->values, [&](auto const& entry) {
         auto const cell = state.layout->cellOf(entry.first);
-        return cell != RowLayout::noCell && !change.after->cellEquals(static_cast<std::size_t>(cell), *change.before);
+        return cell != RowLayout::noCell && isChildsOwn(change, static_cast<std::size_t>(cell), unsaved.get());
     });
 }
 
@@ -50,7 +74,7 @@ void forgetMembers(ObjectState& state, std::size_t property) {
 
 void merge(ContextState& context, NSManagedObject& object, RecordChange const& change, Winner winner) {
     if (change.kind == RecordChange::Kind::Delete) return mergeDeletion(context, object, winner);
-    takeRow(object, change, winner);
+    takeRow(context, object, change, winner);
     for (auto const& each : change.relationships) forgetMembers(GraphAccess::state(object), each.relationship->index());
 }
 
@@ -69,6 +93,7 @@ void merge(ContextState& context, ChangeSet const& set, Winner winner) {
 
 void applyReceived(ContextState& context) {
     if (!context.link) return;
+    applyPromotions(context);
     for (auto const& set : context.published.takeUnapplied()) {
         merge(context, *set, Winner::Incoming);
         context.hasUnannouncedChanges = true;
@@ -77,6 +102,7 @@ void applyReceived(ContextState& context) {
 
 void mergeSaved(ContextState& context, ChangeSets const& sets) {
     if (!context.link) return;
+    applyPromotions(context);
     for (auto const& set : sets) merge(context, *set, Winner::Unsaved);
 }
 

@@ -13,6 +13,14 @@
 namespace Tessarin {
 namespace {
 
+/// Shows the unsaved changes to child contexts, as they are now.
+void publishUnsaved(ContextState& context) {
+    if (context.children.load(std::memory_order_relaxed) == 0 || !context.link) return;
+    context.published.setUnsaved(ChangePacker(context).pack());
+    for (auto const& object : context.changed)
+        if (object->recordKey() < 0) GraphAccess::state(*object).set(ObjectState::Published);
+}
+
 std::vector<Ref<NSManagedObject>> changedWhere(ContextState const& context, FunctionRef<bool(NSManagedObject const&)> fits) {
     std::vector<Ref<NSManagedObject>> result;
     for (auto const& object : context.changed)
@@ -25,6 +33,7 @@ std::vector<Ref<NSManagedObject>> changedWhere(ContextState const& context, Func
 NSManagedObjectContext::NSManagedObjectContext() : state_(std::make_unique<ContextState>()) {}
 
 NSManagedObjectContext::~NSManagedObjectContext() {
+    if (state_->parent) state_->parent->state_->children.fetch_sub(1, std::memory_order_relaxed);
     if (state_->link) state_->link->contextIsGone();
 }
 
@@ -45,6 +54,13 @@ void NSManagedObjectContext::setName(std::string name) { state_->name.set(std::m
 void NSManagedObjectContext::setParentContext(Ref<NSManagedObjectContext> parent) {
     if (state_->link || state_->parent) fatal("a context's parent cannot be set once it has a parent or a coordinator");
     state_->parent = std::move(parent);
+    if (state_->parent && state_->parent->state_->children.fetch_add(1, std::memory_order_relaxed) == 0) {
+        // From its first child on, a context shows its unsaved changes to those below.
+        if (queueIsHeld(state_->parent->queue()))
+            publishUnsaved(*state_->parent->state_);
+        else
+            dispatch_async(state_->parent->queue(), [parent = state_->parent] { publishUnsaved(*parent->state_); });
+    }
     if (!state_->parent || !state_->parent->state_->coordinator) return;
     state_->coordinator = state_->parent->state_->coordinator;
     state_->link = ContextLinkRef{new ContextLink(self<NSManagedObjectContext>(), *state_, state_->coordinator)};
@@ -177,6 +193,7 @@ void NSManagedObjectContext::rollback() {
         state.set(ObjectState::Gone);
     }
     state_->promoted.clear();
+    state_->published.setUnsaved(nullptr);
 }
 
 void NSManagedObjectContext::reset() {
@@ -192,7 +209,9 @@ void NSManagedObjectContext::reset() {
 
 void NSManagedObjectContext::processPendingChanges() {
     applyReceived(*state_);
-    if (std::exchange(state_->hasUnannouncedChanges, false)) postDidChange(*this);
+    if (!std::exchange(state_->hasUnannouncedChanges, false)) return;
+    publishUnsaved(*state_);
+    postDidChange(*this);
 }
 
 void NSManagedObjectContext::mergeChangesFromContextDidSaveNotification(NSNotification const& notification) {

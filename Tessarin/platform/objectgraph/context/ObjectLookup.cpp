@@ -16,6 +16,7 @@ Ref<NSManagedObject> madeFault(ContextState& context, NSEntityDescription const&
     state.batch = batch;
     state.set(ObjectState::Fault);
     context.link->add(*object, key);
+    if (key < 0) context.knowsForeignTemporaries = true;
     return object;
 }
 
@@ -108,6 +109,24 @@ void fillFault(ContextState& context, NSManagedObject& object) {
     });
     auto& state = GraphAccess::state(object);
     if (!state.row) state.set(ObjectState::Gone);
+}
+
+void promoteObject(ContextState& context, NSManagedObject& object, RecordKey permanent) {
+    auto& state = GraphAccess::state(object);
+    context.coordinator->identities().promote(state.key, permanent);
+    context.link->add(object, permanent);
+    context.promoted.emplace_back(state.key, permanent);
+    state.key = permanent;
+    state.clear(ObjectState::Published);
+}
+
+void applyPromotions(ContextState& context) {
+    auto& promotions = context.coordinator->promotions();
+    if (promotions.count() == context.promotionsSeen) return;
+    auto const log = promotions.since(context.promotionsSeen);
+    context.promotionsSeen += log.size();
+    for (auto const& [temporary, permanent] : log)
+        if (auto const object = context.link->find(temporary); object && object->recordKey() == temporary) promoteObject(context, *object, permanent);
 }
 
 void markChanged(NSManagedObject& object, ObjectState::Flag how) {

@@ -56,6 +56,7 @@ struct ObjectState {
         Updated = 8,
         Changed = 16,  // the context keeps it in its list of changed objects
         Gone = 32,     // its record does not exist (any more)
+        Published = 64, // inserted, and visible to child contexts under its temporary key
     };
 
     ContextLinkRef link;

@@ -1,9 +1,44 @@
 #include "Tessarin/platform/objectgraph/context/PublishedChangesPrivate.h"
 
+#include "Tessarin/platform/objectgraph/persistence/RowBuilder.h"
+
 #include <algorithm>
 #include <utility>
 
 namespace Tessarin {
+namespace {
+
+RecordChange const* basisOf(RecordChange const& change, ChangeSet const& unsaved) {
+    if (!change.before) return nullptr;
+    auto const* basis = unsaved.find(*change.entity, change.key);
+    return basis && basis->before && basis->after == change.before && basis->before != basis->after ? basis : nullptr;
+}
+
+Ref<ChangeSet const> rebased(ChangeSet const& set, ChangeSet const& unsaved) {
+    std::vector<RecordChange> changes(set.changes().begin(), set.changes().end());
+    RowBuilder builder;
+    for (auto& change : changes) {
+        auto const* basis = basisOf(change, unsaved);
+        if (!basis) continue;
+        change.before = basis->before;
+        if (!change.after) continue;
+        builder.begin(*change.after, basis->before->version() + 1);
+        change.after = builder.finish();
+    }
+    return std::make_shared<ChangeSet const>(set.sharedSpace(), std::move(changes));
+}
+
+} // namespace
+
+ChangeSets rebased(ChangeSets const& sets, Ref<ChangeSet const> const& unsaved) {
+    if (!unsaved) return sets;
+    ChangeSets result;
+    for (auto const& set : sets) {
+        bool const isBuiltOnIt = std::ranges::any_of(set->changes(), [&](auto const& change) { return basisOf(change, *unsaved); });
+        result.push_back(isBuiltOnIt ? rebased(*set, *unsaved) : set);
+    }
+    return result;
+}
 
 void PublishedChanges::receive(ChangeSets const& sets) {
     std::lock_guard const hold(mutex_);
@@ -16,6 +51,37 @@ void PublishedChanges::receive(ChangeSets const& sets) {
 std::shared_ptr<ChangeSets const> PublishedChanges::current() const {
     std::lock_guard const hold(mutex_);
     return current_;
+}
+
+ChangeSets PublishedChanges::forChildren() const {
+    std::lock_guard const hold(mutex_);
+    auto sets = *current_;
+    if (unsaved_) sets.push_back(unsaved_);
+    return sets;
+}
+
+Ref<ChangeSet const> PublishedChanges::unsaved() const {
+    std::lock_guard const hold(mutex_);
+    return unsaved_;
+}
+
+void PublishedChanges::setUnsaved(Ref<ChangeSet const> unsaved) {
+    std::lock_guard const hold(mutex_);
+    std::swap(unsaved_, unsaved);
+}
+
+void PublishedChanges::stage(Ref<ChangeSet const> const& own) {
+    std::lock_guard const hold(mutex_);
+    auto next = std::make_shared<ChangeSets>(*current_);
+    if (own) next->push_back(own);
+    current_ = std::move(next);
+    unsaved_ = nullptr;
+}
+
+void PublishedChanges::unstage(Ref<ChangeSet const> const& own) {
+    if (!own) return;
+    remove({own});
+    setUnsaved(own);
 }
 
 ChangeSets PublishedChanges::takeUnapplied() {

@@ -8,13 +8,23 @@ namespace Tessarin {
 
 using ChangeSets = std::vector<Ref<ChangeSet const>>;
 
-/// The change sets that children handed to a context and that it has not handed on yet, in their order. Readers of the
-/// levels below take the whole list without entering the context's queue. Any thread.
+/// The change sets that children handed to a context and that it has not handed on yet, in their order, and on top of them
+/// the context's own unsaved changes as they were when it last looked. Readers of the levels below take both without
+/// entering the context's queue. Any thread.
 class PublishedChanges {
 public:
     void receive(ChangeSets const& sets);
     /// The sets that stand here now.
     std::shared_ptr<ChangeSets const> current() const;
+    /// The same with the unsaved changes: what children see.
+    ChangeSets forChildren() const;
+    /// The context's own changes; null for none.
+    Ref<ChangeSet const> unsaved() const;
+    void setUnsaved(Ref<ChangeSet const> unsaved);
+    /// A save begins: the own changes, with permanent keys now, become one of the sets.
+    void stage(Ref<ChangeSet const> const& own);
+    /// The save failed: they are unsaved again.
+    void unstage(Ref<ChangeSet const> const& own);
     /// The sets received since the last call: their effect on registered objects is the context's to apply.
     ChangeSets takeUnapplied();
     /// Handed on (to the parent, or to the file): they leave, in whatever order others have come meanwhile.
@@ -24,6 +34,11 @@ private:
     mutable std::mutex mutex_;
     std::shared_ptr<ChangeSets const> current_ = std::make_shared<ChangeSets>(); // guarded by mutex_, like what follows
     ChangeSets unapplied_;
+    Ref<ChangeSet const> unsaved_;
 };
+
+/// Sets that a child made on top of a parent's unsaved changes, told from what the parent had read instead: the parent's
+/// changes to the same records come along, so that a set never builds on something that may not be saved before it.
+ChangeSets rebased(ChangeSets const& sets, Ref<ChangeSet const> const& unsaved);
 
 } // namespace Tessarin

@@ -31,10 +31,11 @@ RowRef rowAfter(RecordChange const& change, RowRef const& current) {
 }
 
 RecordReader::RecordReader(ContextState& context) : coordinator_(context.coordinator), store_(coordinator_ ? coordinator_->store() : nullptr) {
-    std::vector<std::shared_ptr<ChangeSets const>> levels;
-    for (auto* at = &context; at; at = at->parent ? &GraphAccess::state(*at->parent) : nullptr) levels.push_back(at->published.current());
+    std::vector<ChangeSets> levels;
+    levels.push_back(*context.published.current()); // its own unsaved changes are in its objects
+    for (auto* at = context.parent.get(); at; at = at->parentContext().get()) levels.push_back(GraphAccess::state(*at).published.forChildren());
     for (auto level = levels.rbegin(); level != levels.rend(); ++level)
-        for (auto const& set : **level)
+        for (auto const& set : *level)
             if (std::ranges::find(sets_, set) == sets_.end()) sets_.push_back(set);
 }
 

@@ -1,6 +1,5 @@
 #pragma once
-#include "Tessarin/platform/objectgraph/context/ContextStatePrivate.h"
-#include "Tessarin/platform/objectgraph/persistence/RowBuilder.h"
+#include "Tessarin/platform/objectgraph/context/ChangePackerPrivate.h"
 
 namespace Tessarin {
 
@@ -17,20 +16,16 @@ private:
     Ref<NSError> validate();
     Ref<NSError> checkDenied(NSManagedObject& object);
     Ref<NSError> givePermanentKeys();
-    Ref<ChangeSet const> packed();
-    RecordChange packedChange(NSManagedObject& object);
-    RowRef packedRow(NSManagedObject& object);
-    void packRelationships(NSManagedObject& object, RecordChange& change);
+    Ref<NSError> promotePublished();
     Ref<NSError> deliver();
     void settle();
     void settle(NSManagedObject& object, RecordChange const& change);
-    RecordKey permanent(RecordKey key) const;
-    std::vector<RecordKey> permanent(std::span<RecordKey const> keys) const;
 
     NSManagedObjectContext& owner_;
     ContextState& context_;
-    RowBuilder builder_;
-    ChangeSets sets_;              // what is handed on: what children handed up, then the own changes
+    ChangePacker packer_{context_};
+    ChangeSets sets_;          // what is handed on: what children handed up, then the own changes
+    ChangeSets handed_;        // the same as the parent took it
     Ref<ChangeSet const> own_;     // null when there are none
     SaveOutcome outcome_;
 };

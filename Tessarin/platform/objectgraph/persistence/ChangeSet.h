@@ -33,7 +33,7 @@ class TESSARIN_API ChangeSet {
 public:
     ChangeSet(Ref<RowSpace> space, std::vector<RecordChange> changes);
 
-    RowSpace& space() const noexcept { return *space_; }
+    Ref<RowSpace> const& sharedSpace() const noexcept { return space_; }
     /// All changes, sorted by the index of the record's root entity, then by key.
     std::span<RecordChange const> changes() const noexcept { return changes_; }
     std::span<RecordChange const> changesOf(NSEntityDescription const& rootEntity) const noexcept;

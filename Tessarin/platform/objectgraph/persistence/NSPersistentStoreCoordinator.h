@@ -1,6 +1,7 @@
 #pragma once
 #include "Tessarin/Export.h"
 #include "Tessarin/platform/objectgraph/model/NSManagedObjectModel.h"
+#include "Tessarin/platform/objectgraph/persistence/KeyPromotions.h"
 #include "Tessarin/platform/objectgraph/persistence/NSManagedObjectID.h"
 #include "Tessarin/platform/objectgraph/persistence/NSPersistentStore.h"
 #include <atomic>
@@ -36,6 +37,7 @@ public:
 
     Ref<RowSpace> const& space() const noexcept { return space_; }
     IdentityTable& identities() noexcept { return *identities_; }
+    KeyPromotions& promotions() noexcept { return promotions_; }
     /// The store, or null while there is none.
     NSPersistentStore* store() const noexcept { return store_.load(std::memory_order_acquire); }
     /// A key for a record that is not saved yet: negative, unique in the process.
@@ -50,6 +52,7 @@ private:
     Ref<NSManagedObjectModel> model_;
     Ref<RowSpace> space_;
     Ref<IdentityTable> identities_;
+    KeyPromotions promotions_;
     Ref<NSPersistentStore> kept_;
     std::atomic<NSPersistentStore*> store_{nullptr}; // set once
 };

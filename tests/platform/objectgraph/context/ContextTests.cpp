@@ -170,6 +170,40 @@ TEST_P(Context, ObjectsHeldByTheParentShowWhatAChildSaved) {
     EXPECT_EQ(stored->valueForKey("year"), Value(2));
 }
 
+TEST_P(Context, AChildSeesItsParentsUnsavedChangesAndBuildsOnThem) {
+    auto const saved = inserted(*root, "Book", {{"title", "saved"}, {"year", 1}});
+    ASSERT_TRUE(saves(*root));
+    auto const worker = library.worker();
+    auto const author = inserted(*root, "Author", {{"name", "unsaved"}});
+    saved->setValueForKey("edited", "title");
+    saved->setValueForKey(Value(author), "author");
+    root->processPendingChanges();
+
+    auto const theBook = fetched(*worker, "Book", where("author.name == 'unsaved'")).front();
+    EXPECT_EQ(theBook->valueForKey("title"), Value("edited"));
+    auto const theAuthor = theBook->valueForKey("author").objectAs<NSManagedObject>();
+    EXPECT_TRUE(idOf(theAuthor).isTemporaryID());
+    EXPECT_EQ(theAuthor->objectID(), author->objectID());
+    EXPECT_EQ(members(*theAuthor, "books"), "edited");
+    theAuthor->setValueForKey("child's", "name");
+    theBook->setValueForKey(2, "year");
+    inserted(*worker, "Book", {{"title", "new"}, {"author", Value(theAuthor)}});
+    saved->setValueForKey("edited again", "title"); // after the child looked
+    ASSERT_TRUE(saves(*worker));
+    EXPECT_FALSE(idOf(theAuthor).isTemporaryID());
+
+    root->processPendingChanges();
+    EXPECT_EQ(author->valueForKey("name"), Value("child's"));
+    EXPECT_EQ(members(*author, "books"), "edited again,new");
+    ASSERT_TRUE(saves(*root));
+    auto const later = library.worker();
+    auto const stored = later->objectWithID(*author->objectID());
+    EXPECT_EQ(stored->valueForKey("name"), Value("child's"));
+    EXPECT_EQ(members(*stored, "books"), "edited again,new");
+    EXPECT_EQ(fetched(*later, "Book", where("title == 'edited again'")).front()->valueForKey("year"), Value(2));
+    EXPECT_EQ(fetched(*later, "Author").size(), 1u);
+}
+
 TEST_P(Context, RefreshRollbackAndResetDropWhatTheySay) {
     auto const book = inserted(*root, "Book", {{"title", "saved"}});
     ASSERT_TRUE(saves(*root));

@@ -1,0 +1,88 @@
+#include "Tessarin/platform/objectgraph/context/ChangePackerPrivate.h"
+
+namespace Tessarin {
+
+RecordKey ChangePacker::current(RecordKey key) const {
+    if (key >= 0) return key;
+    auto const object = context_.link->find(key);
+    return object ? object->recordKey() : 0;
+}
+
+std::vector<RecordKey> ChangePacker::current(std::span<RecordKey const> keys) const {
+    std::vector<RecordKey> result;
+    result.reserve(keys.size());
+    for (auto const key : keys)
+        if (auto const found = current(key); found != 0) result.push_back(found);
+    return result;
+}
+
+Ref<ChangeSet const> ChangePacker::pack() {
+    std::vector<RecordChange> changes;
+    changes.reserve(context_.changed.size());
+    for (auto const& object : context_.changed) changes.push_back(packedChange(*object));
+    std::erase_if(changes, [](RecordChange const& change) {
+        return change.kind == RecordChange::Kind::Update && change.before == change.after && change.relationships.empty();
+    });
+    return changes.empty() ? nullptr : std::make_shared<ChangeSet const>(context_.coordinator->space(), std::move(changes));
+}
+
+RecordChange ChangePacker::packedChange(NSManagedObject& object) {
+    auto const& state = GraphAccess::state(object);
+    RecordChange change;
+    change.key = state.key;
+    change.entity = &object.entity();
+    change.before = state.row;
+    if (object.isDeleted()) {
+        change.kind = RecordChange::Kind::Delete;
+        return change;
+    }
+    change.kind = object.isInserted() ? RecordChange::Kind::Insert : RecordChange::Kind::Update;
+    change.after = packedRow(object);
+    packRelationships(object, change);
+    return change;
+}
+
+RowRef ChangePacker::packedRow(NSManagedObject& object) {
+    auto const& state = GraphAccess::state(object);
+    bool const isNew = object.isInserted();
+    if (!isNew && (!state.extras || state.extras->values.empty())) return state.row;
+    if (!isNew && !state.row) return {}; // its record is gone: there is nothing to change
+    if (isNew)
+        builder_.begin(*state.layout, state.key, 1);
+    else
+        builder_.begin(*state.row, state.row->version() + 1);
+    bool differs = isNew;
+    if (state.extras)
+        for (auto const& [property, value] : state.extras->values) {
+            auto const cell = state.layout->cellOf(property);
+            if (cell == RowLayout::noCell) continue;
+            auto const at = static_cast<std::size_t>(cell);
+            if (state.layout->cells()[at].type == CellType::Reference)
+                builder_.setReference(at, current(value.integer()));
+            else
+                builder_.setValue(at, value);
+            differs = true;
+        }
+    if (!differs) return state.row;
+    auto row = builder_.finish();
+    if (isNew) return row;
+    for (std::size_t cell = 0; cell < state.layout->cells().size(); ++cell)
+        if (!row->cellEquals(cell, *state.row)) return row;
+    return state.row; // set to what it was
+}
+
+void ChangePacker::packRelationships(NSManagedObject& object, RecordChange& change) {
+    auto const& state = GraphAccess::state(object);
+    if (!state.extras) return;
+    for (auto const& toMany : state.extras->toMany) {
+        auto const* relationship = object.entity().properties()[toMany.property]->asRelationship();
+        if (!toMany.isChanged() || relationship->isTransient()) continue;
+        auto& packed = change.relationships.emplace_back();
+        packed.relationship = relationship;
+        packed.added = current(toMany.added.keys());
+        packed.removed = current(toMany.removed.keys());
+        if (relationship->isOrdered()) packed.order = current(toMany.order);
+    }
+}
+
+} // namespace Tessarin
