@@ -1,7 +1,8 @@
 #include "Tessarin/platform/objectgraph/persistence/SQLiteOpeningPrivate.h"
 
 #include "Tessarin/platform/foundation/NSUUID.h"
-#include "Tessarin/platform/objectgraph/persistence/SQLiteInferencePrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/SQLiteMigrationPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/SQLiteStoredModelPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/SQLiteVerdictPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/StoreErrors.h"
 #include "Tessarin/platform/objectgraph/persistence/StoreRescuePrivate.h"
@@ -144,7 +145,7 @@ std::vector<std::int64_t> SQLiteOpening::bringToModel(SQLite::Connection& connec
     SQLite::Transaction transaction(connection);
     auto const stored = storedModelOfText(connection.text("SELECT value FROM tessarin_store WHERE key = 'model'"));
     if (!stored) throw Refused::because("the description of its model is damaged");
-    auto result = inferAndMigrate(connection, *stored, *space_);
+    auto result = migrate(connection, *stored, *space_);
     transaction.commit();
     return result;
 }

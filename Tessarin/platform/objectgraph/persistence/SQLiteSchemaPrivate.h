@@ -69,6 +69,7 @@ public:
     std::int64_t keyOf(Value const& value) const override;
 
     static std::string createTable(Table const& table);
+    static std::string addColumn(Table const& table, Column const& column);
     static std::string createJoinTable(Link const& link, Link const* inverse);
     /// Everything that makes an empty file hold this schema.
     std::vector<std::string> createStatements() const;

@@ -36,6 +36,10 @@ std::string SQLiteSchema::createTable(Table const& table) {
     return sql + ")";
 }
 
+std::string SQLiteSchema::addColumn(Table const& table, Column const& column) {
+    return fmt::format("ALTER TABLE {} ADD COLUMN {} {}", table.name, column.name, typeName(column.type));
+}
+
 std::string SQLiteSchema::createJoinTable(Link const& link, Link const* inverse) {
     auto sql = fmt::format("CREATE TABLE {} (owner INTEGER NOT NULL, member INTEGER NOT NULL", link.table);
     if (!link.position.empty()) sql += ", position INTEGER";

@@ -41,6 +41,11 @@ Refused Refused::because(std::string text, Dictionary more) {
     return Refused(storeError(StoreErrorCode::StoreOpen, "The store cannot be opened: " + std::move(text), std::move(more)));
 }
 
+Refused Refused::noRule(std::string const& entity, std::string const& property, std::string reason) {
+    auto text = "The store's records cannot be brought to this model: " + entity + "." + property + ": " + reason + ".";
+    return Refused(storeError(StoreErrorCode::StoreIncompatibleModel, std::move(text), {{"entity", entity}, {"property", property}, {"reason", reason}}));
+}
+
 void throwVerdict(SQLite::Failure const& failure) {
     auto error = openingError(failure.error(), failure.message());
     if (isFinal(failure)) throw Refused(std::move(error));

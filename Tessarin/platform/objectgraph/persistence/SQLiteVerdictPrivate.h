@@ -15,6 +15,8 @@ class Refused : public ErrorException {
 public:
     using ErrorException::ErrorException;
     static Refused because(std::string text, Dictionary more = {});
+    /// No rule leads from the model of the file to the one it is opened with.
+    static Refused noRule(std::string const& entity, std::string const& property, std::string reason);
 };
 
 /// Throws what SQLite's failure means for opening a file: what is damaged or no database is refused, everything that may

@@ -15,6 +15,11 @@ void put(Dictionary& into, char const* key, bool flag, bool usual = false) {
     if (flag != usual) into.append(key, flag);
 }
 
+/// Without one, a renaming identifier is the own name.
+void putFormerName(Dictionary& into, std::string const& identifier, std::string const& name) {
+    if (identifier != name) put(into, "renamedFrom", identifier);
+}
+
 Value described(AttributeDefinition const& attribute) {
     auto const& options = attribute.options;
     Dictionary entry{{"name", attribute.name}, {"type", static_cast<int>(attribute.type)}};
@@ -22,7 +27,7 @@ Value described(AttributeDefinition const& attribute) {
     put(entry, "transient", options.transient);
     put(entry, "derived", options.derived);
     put(entry, "indexed", options.indexed);
-    put(entry, "renamedFrom", options.renamingIdentifier);
+    putFormerName(entry, options.renamingIdentifier, attribute.name);
     put(entry, "hashModifier", options.versionHashModifier);
     return entry;
 }
@@ -36,7 +41,7 @@ Value described(RelationshipDefinition const& relationship) {
     put(entry, "ordered", options.ordered);
     put(entry, "optional", options.optional, true);
     put(entry, "transient", options.transient);
-    put(entry, "renamedFrom", options.renamingIdentifier);
+    putFormerName(entry, options.renamingIdentifier, relationship.name);
     put(entry, "hashModifier", options.versionHashModifier);
     return entry;
 }
@@ -59,7 +64,7 @@ Value described(EntityDefinition const& entity, std::int64_t number) {
     Dictionary entry{{"name", entity.name}, {"number", number}};
     put(entry, "parent", entity.options.parent);
     put(entry, "abstract", entity.options.isAbstract);
-    put(entry, "renamedFrom", entity.options.renamingIdentifier);
+    putFormerName(entry, entity.options.renamingIdentifier, entity.name);
     put(entry, "hashModifier", entity.options.versionHashModifier);
     putAll(entry, "attributes", entity.attributes);
     putAll(entry, "relationships", entity.relationships);

@@ -13,8 +13,4 @@ void writeStoredModel(SQLite::Connection& connection, RowSpace& space, std::vect
 /// The numbers that the file gave to the model's entities; absent when it does not know one of them.
 std::optional<std::vector<std::int64_t>> storedNumbers(SQLite::Connection& connection, NSManagedObjectModel const& model);
 
-/// Brings a file from its model to that of `space`, within a transaction of the caller, and gives the entities' numbers.
-/// Throws Refused, which names entity, property and reason, where no rule leads from the one to the other.
-std::vector<std::int64_t> inferAndMigrate(SQLite::Connection& connection, StoredModel const& stored, RowSpace& space);
-
 } // namespace Tessarin

@@ -1,7 +1,6 @@
-#include "Tessarin/platform/objectgraph/persistence/SQLiteInferencePrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/SQLiteStoredModelPrivate.h"
 
 #include "Tessarin/platform/objectgraph/persistence/SQLiteSchemaPrivate.h"
-#include "Tessarin/platform/objectgraph/persistence/SQLiteVerdictPrivate.h"
 
 namespace Tessarin {
 namespace {
@@ -44,11 +43,6 @@ std::optional<std::vector<std::int64_t>> storedNumbers(SQLite::Connection& conne
         }
     if (found != numbers.size()) return {};
     return numbers;
-}
-
-std::vector<std::int64_t> inferAndMigrate(SQLite::Connection& connection, StoredModel const& stored, RowSpace& space) {
-    static_cast<void>(connection), static_cast<void>(stored), static_cast<void>(space);
-    throw Refused::because("it was written with another model");
 }
 
 } // namespace Tessarin
