@@ -22,7 +22,7 @@ struct Row {
 };
 
 /// One value of each kind, no two of them equal.
-std::vector<Row> const rows = {
+std::vector<Row> const values = {
     {Value(), Kind::Absent, "nil"},
     {true, Kind::Boolean, "true"},
     {-7, Kind::Integer, "-7"},
@@ -44,7 +44,7 @@ std::vector<Row> const rows = {
 };
 
 TEST(Value, EveryKindSurvivesCopyMoveAndAssignment) {
-    for (auto const& row : rows) {
+    for (auto const& row : values) {
         SCOPED_TRACE(row.value.description());
         EXPECT_EQ(row.value.kind(), row.kind);
         if (row.description) { EXPECT_EQ(row.value.description(), row.description); }
@@ -57,7 +57,7 @@ TEST(Value, EveryKindSurvivesCopyMoveAndAssignment) {
         EXPECT_EQ(moved, other);
         other = *&other;
         EXPECT_EQ(moved, other);
-        for (auto const& another : rows) EXPECT_EQ(row.value == another.value, &row == &another) << another.value;
+        for (auto const& another : values) EXPECT_EQ(row.value == another.value, &row == &another) << another.value;
     }
     EXPECT_TRUE(Value(Ref<NSObject>()).isAbsent());
 }

@@ -28,7 +28,7 @@ Ref<NSError> combined(std::vector<Ref<NSError>> errors) {
 
 Ref<NSError> SaveOperation::run() {
     owner_.processPendingChanges();
-    for (std::size_t at = 0; at < context_.changed.size(); ++at) Ref(context_.changed[at])->willSave(); // which may change more
+    for (std::size_t at = 0; at < context_.changed.size(); ++at) Ref<NSManagedObject>(context_.changed[at])->willSave(); // which may change more
     if (auto error = validate()) return error;
     if (auto error = givePermanentKeys()) return error;
     own_ = packer_.pack();
