@@ -12,16 +12,19 @@
 #include <cerrno>
 #include <chrono>
 #include <filesystem>
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <numeric>
 #include <sys/stat.h>
 #include <thread>
+#include <unistd.h>
 
 namespace Tessarin {
 namespace {
 
 constexpr std::int64_t applicationID = 0x54657373; // "Tess"
 constexpr std::int64_t formatVersion = 1;
+constexpr std::int64_t smallFilePages = 64;
 
 SQLite::ConnectionOptions connectionOptions(SQLiteStoreOptions const& options) {
     return {.access = SQLite::Access::Write,
@@ -63,6 +66,7 @@ std::unique_ptr<SQLiteStore::Impl> SQLiteOpening::attempt() {
         if (connection->isReadOnly()) throwVerdict(EROFS, path_);
         makeIfEmpty(*connection);
         checkFormat(*connection);
+        checkPages(*connection);
         auto impl = std::make_unique<SQLiteStore::Impl>(file_, space_, bringToModel(*connection), connectionOptions_);
         impl->modelGeneration = connection->integer("SELECT value FROM tessarin_store WHERE key = 'modelGeneration'");
         impl->metadata.read(*connection);
@@ -91,6 +95,8 @@ void SQLiteOpening::checkPlace() const {
     if (::stat(path_.c_str(), &status) == 0) {
         if (S_ISDIR(status.st_mode)) throwVerdict(EISDIR, path_);
         if (!S_ISREG(status.st_mode)) throw Refused::because("it is neither a file nor absent: " + path_);
+        // SQLite would open it for reading then, and make a log with the same mode, which stays after the permission has come.
+        if (::faccessat(AT_FDCWD, path_.c_str(), R_OK | W_OK, AT_EACCESS) != 0) throwVerdict(errno, path_);
         return;
     }
     auto const reason = errno;
@@ -131,11 +137,25 @@ void SQLiteOpening::create(SQLite::Connection& connection) {
     metadata.write(connection);
 }
 
-/// A quick look, whose cost does not grow with the file: a truncated one and a damaged directory of tables are found.
 void SQLiteOpening::checkFormat(SQLite::Connection& connection) const {
     if (connection.integer("PRAGMA application_id") != applicationID) throw Refused::because("it is another application's: " + path_);
     if (connection.integer("PRAGMA user_version") > formatVersion)
         throw Postponed(storeError(StoreErrorCode::StoreOpen, "The store was written by a newer version: " + path_));
+}
+
+/// A look whose cost does not grow with the file: a small one is checked wholly, of a large one the ends of every table.
+void SQLiteOpening::checkPages(SQLite::Connection& connection) const {
+    connection.execute("PRAGMA journal_mode = WAL"); // another tool may have changed it
+    if (connection.integer("PRAGMA page_count") <= smallFilePages) {
+        if (auto const problem = connection.text("PRAGMA quick_check(1)"); problem != "ok") throw Refused::because("it is damaged: " + problem);
+        return;
+    }
+    std::string ends;
+    {
+        auto const tables = connection.use("SELECT DISTINCT \"table\" FROM tessarin_entity");
+        while (tables->step()) ends += fmt::format("{}SELECT min(id) + max(id) FROM {}", ends.empty() ? "" : " UNION ALL ", quoted(tables->text(0)));
+    }
+    if (!ends.empty()) connection.execute(ends);
 }
 
 std::vector<std::int64_t> SQLiteOpening::bringToModel(SQLite::Connection& connection) {

@@ -18,6 +18,7 @@ private:
     void makeIfEmpty(SQLite::Connection& connection);
     void create(SQLite::Connection& connection);
     void checkFormat(SQLite::Connection& connection) const;
+    void checkPages(SQLite::Connection& connection) const;
     std::vector<std::int64_t> bringToModel(SQLite::Connection& connection);
 
     NSURL const file_;

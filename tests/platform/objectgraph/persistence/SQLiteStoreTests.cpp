@@ -56,7 +56,7 @@ TEST(SQLiteStore, EveryTypeComesBackAfterReopening) {
     }
 }
 
-class LibraryStore : public testing::Test {
+class LibraryInAnyStore : public testing::TestWithParam<OpenStore::Kind> {
 protected:
     void SetUp() override {
         ASSERT_TRUE(open.store) << open.error->description();
@@ -80,11 +80,16 @@ protected:
     }
 
     TemporaryFolder folder;
-    OpenStore open{folder.url("library.db"), libraryModel().build()};
+    OpenStore open{folder.url("library.db"), libraryModel().build(), GetParam()};
     RecordKey ada = 0, emma = 0, orla = 0, red = 0, blue = 0, green = 0;
 };
 
-TEST_F(LibraryStore, LinksAreFoundFromBothSidesInTheirOrder) {
+class LibraryInSQLite : public LibraryInAnyStore {};
+
+INSTANTIATE_TEST_SUITE_P(Stores, LibraryInAnyStore, testing::Values(OpenStore::Kind::SQLite, OpenStore::Kind::Memory));
+INSTANTIATE_TEST_SUITE_P(Stores, LibraryInSQLite, testing::Values(OpenStore::Kind::SQLite));
+
+TEST_P(LibraryInAnyStore, LinksAreFoundFromBothSidesInTheirOrder) {
     saveLibrary();
     EXPECT_EQ(open.members("Author", "books", ada), (Keys{emma, orla}));
     EXPECT_EQ(open.members("Author", "shelf", ada), (Keys{orla, emma}));
@@ -94,7 +99,7 @@ TEST_F(LibraryStore, LinksAreFoundFromBothSidesInTheirOrder) {
     EXPECT_EQ(open.members("Tag", "friends", blue), (Keys{red}));
 }
 
-TEST_F(LibraryStore, RemovedReorderedAndDeletedLinksLeaveNothingBehind) {
+TEST_P(LibraryInAnyStore, RemovedReorderedAndDeletedLinksLeaveNothingBehind) {
     saveLibrary();
     auto change = open.update(open.read("Book", emma), {});
     change.relationships = {open.links("Book", "tags", {}, {red}, Keys{blue, green})};
@@ -112,7 +117,7 @@ TEST_F(LibraryStore, RemovedReorderedAndDeletedLinksLeaveNothingBehind) {
     EXPECT_FALSE(open.read("Book", orla));
 }
 
-TEST_F(LibraryStore, TwoWritersOfOneRecordBothKeepWhatOnlyTheyChanged) {
+TEST_P(LibraryInSQLite, TwoWritersOfOneRecordBothKeepWhatOnlyTheyChanged) {
     saveLibrary();
     OpenStore other(folder.url("library.db"), libraryModel().build());
     ASSERT_TRUE(other.store);
@@ -128,7 +133,7 @@ TEST_F(LibraryStore, TwoWritersOfOneRecordBothKeepWhatOnlyTheyChanged) {
     }
 }
 
-TEST_F(LibraryStore, ARecordThatSomebodyElseDeletedStaysDeleted) {
+TEST_P(LibraryInSQLite, ARecordThatSomebodyElseDeletedStaysDeleted) {
     saveLibrary();
     OpenStore other(folder.url("library.db"), libraryModel().build());
     auto const mine = open.read("Book", emma);
@@ -140,7 +145,7 @@ TEST_F(LibraryStore, ARecordThatSomebodyElseDeletedStaysDeleted) {
     EXPECT_EQ(open.members("Tag", "books", blue), Keys{});
 }
 
-TEST_F(LibraryStore, AUniquenessConflictNamesEntityAndAttributesAndSavesNothing) {
+TEST_P(LibraryInAnyStore, AUniquenessConflictNamesEntityAndAttributesAndSavesNothing) {
     saveLibrary();
     auto const key = open.newKey();
     auto const failure = open.save({open.insertion("Author", key, {{"name", "Nobody"}}), open.insertion("Book", open.newKey(), {{"code", "E"}})});
@@ -152,7 +157,7 @@ TEST_F(LibraryStore, AUniquenessConflictNamesEntityAndAttributesAndSavesNothing)
     EXPECT_FALSE(open.save({open.deletion(open.read("Book", emma)), open.insertion("Book", open.newKey(), {{"code", "E"}})}));
 }
 
-TEST_F(LibraryStore, MetadataOfEveryKindIsWrittenByASaveWithoutChanges) {
+TEST_P(LibraryInSQLite, MetadataOfEveryKindIsWrittenByASaveWithoutChanges) {
     Dictionary const written{{"text", "\"ä\"\n"}, {"flag", true}, {"count", 3}, {"whole", 3.0}, {"single", 0.5F}, {"date", Value::date(1.5)},
                              {"data", Value::data(std::as_bytes(std::span("\0\xff", 2)))}, {"uuid", Value::uuid({9})}, {"url", Value::url("a:b")},
                              {"decimal", Decimal::fromText("0.1")}, {"list", List{1, "two", List{}}}, {"$odd", Dictionary{{"$key", 1}}},
@@ -178,7 +183,7 @@ TEST_F(LibraryStore, MetadataOfEveryKindIsWrittenByASaveWithoutChanges) {
     EXPECT_FALSE(third.store->metadata().contains("list"));
 }
 
-TEST_F(LibraryStore, ManyRecordsAreReadInOneRangeOrOneByOne) {
+TEST_P(LibraryInSQLite, ManyRecordsAreReadInOneRangeOrOneByOne) {
     std::vector<RecordChange> changes;
     auto const first = open.store->reserveKeys(3000, open.error);
     for (RecordKey key = first; key < first + 3000; ++key) {

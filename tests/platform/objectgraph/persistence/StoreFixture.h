@@ -1,5 +1,6 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/model/ModelBuilder.h"
+#include "Tessarin/platform/objectgraph/persistence/InMemoryStore.h"
 #include "Tessarin/platform/objectgraph/persistence/RowBuilder.h"
 #include "Tessarin/platform/objectgraph/persistence/SQLiteStore.h"
 #include <filesystem>
@@ -47,8 +48,13 @@ inline ModelBuilder libraryModel() {
 /// One open store with what it needs, and short ways to write and read records.
 class OpenStore {
 public:
-    OpenStore(NSURL const& file, Ref<NSManagedObjectModel> model, Dictionary const& options = {})
-        : space(std::make_shared<RowSpace>(std::move(model))), store(SQLiteStore::open(file, space, options, error)) {}
+    enum class Kind { SQLite, Memory };
+    OpenStore(NSURL const& file, Ref<NSManagedObjectModel> model, Kind kind = Kind::SQLite) : space(std::make_shared<RowSpace>(std::move(model))) {
+        if (kind == Kind::SQLite)
+            store = SQLiteStore::open(file, space, {}, error);
+        else
+            store = InMemoryStore::open(file, space);
+    }
 
     NSEntityDescription const& entity(std::string_view name) const { return *space->model().entityNamed(name); }
     RecordKey newKey() {
@@ -117,8 +123,8 @@ public:
     }
 
     Ref<RowSpace> space;
-    Ref<NSError> error;
-    Ref<SQLiteStore> store;
+    Ref<NSError> error; // of opening, or of the last key
+    Ref<NSPersistentStore> store;
     SaveOutcome outcome;
 };
 
