@@ -100,6 +100,7 @@
 #include "Tessarin/collections/Array.h"
 #include "Tessarin/notifications/NSNotification+Posting.h"
 #include "Tessarin/notifications/NSObject+Observing.h"
+#include "Tessarin/store/ManagedObjectStore.h"
 #include "Tessarin/store/NSFileManager+Directories.h"
 #include "Tessarin/store/NSManagedObject+Helpers.h"
 #include "Tessarin/store/NSManagedObject+Import.h"

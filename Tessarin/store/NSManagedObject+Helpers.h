@@ -24,8 +24,8 @@ public:
 
     /// `object["title"]` reads `valueForKey`, `object["title"] = "Emma"` writes; writing absent clears the value.
     KeySlot operator[](std::string_view key) { return {*this, std::string{key}}; }
-    Value slot(std::string const& key);
-    void setSlot(std::string const& key, Value value);
+    Value slot(std::string_view key);
+    void setSlot(std::string_view key, Value value);
 
     /// The object's context, or null.
     Ref<NSManagedObjectContext> moc() const;
@@ -47,6 +47,10 @@ public:
 
 protected:
     ~NSManagedObjectHelpers() = default;
+
+private:
+    NSManagedObject& home() noexcept;
+    NSManagedObject const& home() const noexcept;
 };
 
 /// A record's identity, to be handed to another queue: no context, no values. The only value of the object graph that is

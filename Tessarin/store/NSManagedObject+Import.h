@@ -8,6 +8,7 @@
 namespace Tessarin {
 
 class NSManagedObject;
+class NSRelationshipDescription;
 
 /// Filling objects from text-keyed dictionaries, typically decoded JSON. Runs on the caller's thread, which is the queue of
 /// the object's context. Three hooks of NSManagedObject may be overridden: `dictionaryKeyToAttributeName` (unless
@@ -33,6 +34,10 @@ public:
 
 protected:
     ~NSManagedObjectImport() = default;
+
+private:
+    NSManagedObject& home() noexcept;
+    Ref<NSManagedObject> existing(NSRelationshipDescription const& relationship, Dictionary const& dictionary);
 };
 
 } // namespace Tessarin

@@ -78,6 +78,8 @@ protected:
     ~NSManagedObjectContextOperations() = default;
 
 private:
+    NSManagedObjectContext& home() noexcept;
+    Ref<NSManagedObject> objectInMemory(std::string_view entityName, NSPredicate const* predicate);
     Ref<NSManagedObject> objectOf(NSManagedObjectHelpers::ThreadsafeToken const& token);
     Ref<NSManagedObject> objectLike(NSManagedObject const& object);
 };

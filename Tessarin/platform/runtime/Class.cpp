@@ -32,13 +32,14 @@ std::string nameOf(std::type_info const& type) {
 
 } // namespace
 
-Class& Class::made(std::type_info const& type) {
+Class& Class::made(std::type_info const& type, SelectorTable selectors) {
     auto& all = classes();
     std::lock_guard const hold(all.mutex);
     auto& entry = all.byType[type];
     if (!entry) {
         entry = new Class;
         entry->name_ = nameOf(type);
+        entry->selectors_ = std::move(selectors);
     }
     return *entry;
 }

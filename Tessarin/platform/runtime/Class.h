@@ -35,7 +35,7 @@ private:
     using Factory = Ref<NSObject> (*)();
 
     SelectorTable::Entry const* findOfClass(Selector selector) const noexcept;
-    static Class& made(std::type_info const& type);
+    static Class& made(std::type_info const& type, SelectorTable selectors = {});
     void publish(Class const* superclass, SelectorTable selectors, Factory factory);
 
     std::string name_;
@@ -44,9 +44,14 @@ private:
     Factory factory_ = nullptr;
 };
 
-/// The class object of T. Before `registerClass<T>()` it answers no selectors of its own.
+/// The class object of T. Before `registerClass<T>()` it is not found by name, has no superclass, and answers what
+/// `T::selectors()` lists, be that T's own or inherited from a base.
 template <class T> Class const& classOf() {
-    static Class& shared = Class::made(typeid(T));
+    static Class& shared = []() -> Class& {
+        SelectorTable selectors;
+        if constexpr (requires { T::selectors(); }) selectors = T::selectors();
+        return Class::made(typeid(T), std::move(selectors));
+    }();
     return shared;
 }
 

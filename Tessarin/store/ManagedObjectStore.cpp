@@ -1,0 +1,118 @@
+#include "Tessarin/store/ManagedObjectStore.h"
+
+#include "Tessarin/platform/foundation/NSFileManager.h"
+#include "Tessarin/platform/runtime/Fatal.h"
+
+namespace Tessarin {
+
+SelectorTable ManagedObjectStore::selectors() { return {{"contextDidSave:"_sel, &ManagedObjectStore::contextDidSave}}; }
+
+Ref<NSManagedObjectContext> ManagedObjectStore::mainThreadContext() const { return mainThreadContext_.get(); }
+void ManagedObjectStore::setMainThreadContext(Ref<NSManagedObjectContext> context) { mainThreadContext_.set(std::move(context)); }
+void ManagedObjectStore::modifyMainThreadContext(FunctionRef<void(Ref<NSManagedObjectContext>&)> change) {
+    auto context = mainThreadContext();
+    change(context);
+    setMainThreadContext(std::move(context));
+}
+
+Ref<NSManagedObjectContext> ManagedObjectStore::newContext(NSManagedObjectContextConcurrencyType type) const {
+    return make<NSManagedObjectContext>(type);
+}
+
+void ManagedObjectStore::setupMainThreadContext() {
+    auto const context = newContext(NSManagedObjectContextConcurrencyType::MainQueue);
+    setMainThreadContext(context);
+    context->setParentContext(privateContext_);
+    context->setMergePolicy(make<NSMergePolicy>(NSMergePolicyType::MergeByPropertyStoreTrump));
+    context->setName("Main Thread Context");
+}
+
+Ref<NSManagedObjectContext> ManagedObjectStore::createWorkerContext(std::string name) {
+    updatedActiveContexts();
+    auto context = newContext(NSManagedObjectContextConcurrencyType::PrivateQueue);
+    if (auto parent = mainThreadContext()) context->setParentContext(std::move(parent));
+    context->setName(std::move(name));
+    context->setMergePolicy(make<NSMergePolicy>(NSMergePolicyType::MergeByPropertyStoreTrump));
+    registerContext(context);
+    return context;
+}
+
+void ManagedObjectStore::importBlock(Closure<void(Ref<NSManagedObjectContext> const&)> block) {
+    auto const worker = createWorkerContext();
+    worker->performBlock([worker, block = std::move(block)] {
+        block(worker);
+        worker->saveAndWait({.wait = false});
+    });
+}
+
+void ManagedObjectStore::contextDidSave(Ref<NSNotification> const& notification) {
+    auto const saved = std::dynamic_pointer_cast<NSManagedObjectContext>(notification->object());
+    if (!saved) return;
+    if (saved != privateContext_ && saved->parentContext()) climb(*saved);
+    for (auto const& entry : activeContexts()) {
+        auto const context = entry->context();
+        if (!context || context->isEqual(*saved)) continue;
+        context->performBlock([context, notification] { context->mergeChangesFromContextDidSaveNotification(*notification); });
+    }
+}
+
+void ManagedObjectStore::climb(NSManagedObjectContext& saved) {
+    dispatch_group_enter(saveDispatchGroup_);
+    saved.parentContext()->saveAndWait({.wait = false, .completion = [group = saveDispatchGroup_](Ref<NSError> const&) { dispatch_group_leave(group); }});
+}
+
+NSPersistentStore& ManagedObjectStore::onlyStore() const {
+    auto* store = coordinator_->store();
+    if (!store) fatal("the coordinator of a ManagedObjectStore has no store");
+    return *store;
+}
+
+Value ManagedObjectStore::metadata(std::string const& key) const {
+    auto const all = onlyStore().metadata();
+    auto const* value = all.find(key);
+    return value ? *value : Value();
+}
+
+void ManagedObjectStore::setMetadata(std::string const& key, Value value) {
+    auto& store = onlyStore();
+    auto all = store.metadata();
+    if (value.isAbsent())
+        all.erase(key);
+    else
+        all.set(key, std::move(value));
+    store.setMetadata(std::move(all));
+}
+
+void ManagedObjectStore::modifyMetadata(std::string const& key, FunctionRef<void(Value&)> change) {
+    auto value = metadata(key);
+    change(value);
+    setMetadata(key, std::move(value));
+}
+
+namespace {
+
+void deleteAll(NSManagedObjectContext& context, NSEntityDescription const& entity) {
+    if (entity.name().empty()) fatal("an entity without a name cannot be deleted");
+    auto const request = make<NSFetchRequest>(entity.name());
+    request->setPredicate(NSPredicate::predicateWithValue(true));
+    request->setReturnsObjectsAsFaults(true);
+    Ref<NSError> ignored; // an entity that cannot be fetched is left as it is
+    for (auto const& object : context.executeFetchRequest(*request, ignored)) object->deleteFromContext(false);
+}
+
+} // namespace
+
+void ManagedObjectStore::deleteAllData(std::optional<std::vector<Ref<NSEntityDescription>>> entities, Closure<void()> completion) {
+    privateContext_->performBlockAndWait([&] {
+        for (auto const& entity : entities ? *entities : model_->entities()) deleteAll(*privateContext_, *entity);
+        Ref<NSError> ignored;
+        privateContext_->save(ignored);
+    });
+    // The old main context is not reset, and workers keep it as their parent.
+    Dispatcher::main()->async([store = self<ManagedObjectStore>(), completion = std::move(completion)] {
+        store->setupMainThreadContext();
+        if (completion) completion();
+    });
+}
+
+} // namespace Tessarin

@@ -1,0 +1,114 @@
+#include "Tessarin/store/NSManagedObject+Import.h"
+
+#include "Tessarin/platform/objectgraph/context/NSManagedObjectContext.h"
+
+#include <charconv>
+
+namespace Tessarin {
+namespace {
+
+/// What a conversion says: a value to store (absent clears), or to leave the attribute as it is.
+using Converted = std::optional<Value>;
+
+template <class Number> std::optional<Number> parsed(std::string_view text) {
+    if (text.starts_with('+')) text.remove_prefix(1); // a sign that from_chars does not know
+    Number number{};
+    auto const end = text.data() + text.size();
+    auto const [stop, error] = std::from_chars(text.data(), end, number);
+    if (error != std::errc{} || stop != end || text.empty()) return {};
+    return number;
+}
+
+/// Numbers as they are, texts that read as one; anything else clears.
+template <class Number> Value number(Value const& value) {
+    if (value.isNumber()) return value;
+    if (!value.isText()) return {};
+    auto const result = parsed<Number>(value.text());
+    return result ? Value(*result) : Value();
+}
+
+bool isTrue(std::string_view text) { return text == "true" || text == "1" || text == "y"; }
+
+Converted boolean(Value const& value) {
+    if (value.isText()) return Value(isTrue(value.text()));
+    if (value.isNumber()) return Value(value.boolean());
+    return {};
+}
+
+Converted date(NSManagedObject& object, Value const& value) {
+    if (!value.isText()) return {};
+    return Value(object.dictionaryStringToDate(std::string{value.text()}));
+}
+
+Converted converted(NSManagedObject& object, NSAttributeType type, Value const& value) {
+    switch (type) {
+    case NSAttributeType::Integer16:
+    case NSAttributeType::Integer32:
+    case NSAttributeType::Integer64: return number<std::int64_t>(value);
+    case NSAttributeType::Double: return number<double>(value);
+    case NSAttributeType::Float: return number<float>(value);
+    case NSAttributeType::Decimal: // single precision is meant: callers round their amounts to it
+        return value.isNumber() ? Value(static_cast<float>(value.number())) : number<float>(value);
+    case NSAttributeType::String: return value.isText() ? value : Value();
+    case NSAttributeType::Boolean: return boolean(value);
+    case NSAttributeType::Date: return date(object, value);
+    default: return {}; // of no other kind is anything imported
+    }
+}
+
+Ref<NSManagedObject> attached(NSManagedObject& owner, NSRelationshipDescription const& relationship, Ref<NSManagedObject> object, Dictionary const& dictionary) {
+    // Before the nested import, so that the object is linked when its own relationships are imported.
+    if (relationship.isToMany())
+        owner.mutableSetValueForKey(relationship.name()).addObject(object);
+    else
+        owner.setValueForKey(object, relationship.name());
+    object->importDictionary(dictionary);
+    return object;
+}
+
+} // namespace
+
+NSManagedObject& NSManagedObjectImport::home() noexcept { return static_cast<NSManagedObject&>(*this); }
+
+void NSManagedObjectImport::importDictionary(Dictionary const& dictionary) {
+    auto& object = home();
+    auto const& entity = object.entity();
+    for (auto const& [key, value] : dictionary) {
+        auto const name = object.dictionaryKeyToAttributeName(key.string());
+        if (!name) continue;
+        // Looked up under the raw key, stored under the name: a hook that renames has to keep the raw key an attribute, too.
+        auto const* property = entity.propertyNamed(key.view());
+        if (!property) continue;
+        if (auto const* attribute = property->asAttribute()) {
+            if (auto result = converted(object, attribute->attributeType(), value)) object.setValueForKey(*std::move(result), *name);
+        } else if (value.kind() == Value::Kind::Dictionary) {
+            importRelationship(key.view(), value.dictionary());
+        }
+    }
+}
+
+Ref<NSManagedObject> NSManagedObjectImport::existing(NSRelationshipDescription const& relationship, Dictionary const& dictionary) {
+    return home().findExistingRelationship(relationship.destinationEntity()->name(), dictionary);
+}
+
+Ref<NSManagedObject> NSManagedObjectImport::importRelationship(std::string_view relationship, Dictionary const& fromDictionary) {
+    auto const* property = home().entity().propertyNamed(relationship);
+    auto const* description = property ? property->asRelationship() : nullptr;
+    if (!description) return nullptr;
+    if (auto found = existing(*description, fromDictionary)) return attached(home(), *description, std::move(found), fromDictionary);
+    return addRelationship(relationship, fromDictionary);
+}
+
+Ref<NSManagedObject> NSManagedObjectImport::addRelationship(std::string_view relationship, Dictionary const& fromDictionary) {
+    auto const* property = home().entity().propertyNamed(relationship);
+    auto const* description = property ? property->asRelationship() : nullptr;
+    if (!description) return nullptr;
+    auto object = existing(*description, fromDictionary);
+    if (!object)
+        if (auto const context = home().moc()) object = context->insertNewObject(description->destinationEntity()->name());
+    return object ? attached(home(), *description, std::move(object), fromDictionary) : nullptr;
+}
+
+std::optional<bool> NSManagedObjectImport::dictionaryStringToBool(std::string_view text) { return isTrue(text); }
+
+} // namespace Tessarin

@@ -1,0 +1,122 @@
+#include "Tessarin/store/NSManagedObjectContext+Operations.h"
+
+#include "Tessarin/platform/objectgraph/context/NSManagedObjectContext.h"
+#include "Tessarin/platform/runtime/Fatal.h"
+
+namespace Tessarin {
+namespace {
+
+/// The opening parenthesis is never closed; readers of logs know the line like that.
+void printFetchError(NSError const& error, NSFetchRequest const& request) {
+    print("Error (" + error.description() + " executing fetch request: " + request.description());
+}
+
+/// Saves the ancestors, nearest first. One that fails keeps its changes, and those above it are saved all the same.
+void saveAncestors(NSManagedObjectContext const& context) {
+    for (auto ancestor = context.parentContext(); ancestor; ancestor = ancestor->parentContext())
+        ancestor->performBlockAndWait([&] {
+            Ref<NSError> ignored;
+            ancestor->save(ignored);
+        });
+}
+
+/// On the context's queue.
+void saveHere(NSManagedObjectContext& context, SaveOptions const& options) {
+    Ref<NSError> error;
+    if (!context.save(error))
+        print("Error while saving context: " + error->description());
+    else if (options.toDisk)
+        saveAncestors(context);
+    if (options.completion) options.completion(error);
+}
+
+} // namespace
+
+NSManagedObjectContext& NSManagedObjectContextOperations::home() noexcept { return static_cast<NSManagedObjectContext&>(*this); }
+
+Ref<NSFetchRequest> NSManagedObjectContextOperations::fetchRequest(std::string_view entityName) {
+    return make<NSFetchRequest>(entityName);
+}
+
+Ref<NSManagedObject> NSManagedObjectContextOperations::insertEntityNamed(std::string_view entityName) {
+    return home().insertNewObject(entityName);
+}
+
+Ref<NSManagedObject> NSManagedObjectContextOperations::insertObjectNamed(std::string_view entityName) {
+    return home().insertNewObject(entityName);
+}
+
+std::int64_t NSManagedObjectContextOperations::count(std::string_view entityName, Ref<NSPredicate> predicate) {
+    auto const request = fetchRequest(entityName);
+    request->setPredicate(std::move(predicate));
+    Ref<NSError> error;
+    auto const count = home().countForFetchRequest(*request, error);
+    if (error) print("Error while counting fetch request for " + std::string{entityName} + ": " + error->description());
+    return count;
+}
+
+std::vector<Ref<NSManagedObject>> NSManagedObjectContextOperations::allObjects(std::string_view entityName, FetchOptions options) {
+    auto const request = fetchRequest(entityName);
+    if (options.predicate) request->setPredicate(std::move(options.predicate));
+    if (!options.sortedBy.empty()) request->setSortDescriptors(std::move(options.sortedBy));
+    Ref<NSError> error;
+    auto objects = home().executeFetchRequest(*request, error);
+    if (!error) return objects;
+    printFetchError(*error, *request);
+    return {};
+}
+
+Ref<NSManagedObject> NSManagedObjectContextOperations::anyObjectNamed(std::string_view entityName, AnyObjectOptions options) {
+    if (options.sortBy.empty())
+        if (auto object = objectInMemory(entityName, options.predicate.get())) return object;
+    auto const request = fetchRequest(entityName);
+    if (options.predicate) request->setPredicate(std::move(options.predicate));
+    request->setFetchLimit(1);
+    if (!options.sortBy.empty()) request->setSortDescriptors(std::move(options.sortBy));
+    Ref<NSError> error;
+    auto const objects = home().executeFetchRequest(*request, error);
+    if (error) printFetchError(*error, *request);
+    return error || objects.empty() ? nullptr : objects.front();
+}
+
+Ref<NSManagedObject> NSManagedObjectContextOperations::objectInMemory(std::string_view entityName, NSPredicate const* predicate) {
+    for (auto& object : home().registeredObjects()) {
+        if (object->isFault() || object->entity().name() != entityName) continue;
+        if (!predicate || predicate->evaluateWithObject(object)) return std::move(object);
+    }
+    return nullptr;
+}
+
+bool NSManagedObjectContextOperations::deleteRecords(std::string_view entityName, DeleteOptions options) {
+    auto const request = fetchRequest(entityName);
+    request->setPredicate(std::move(options.matching).get());
+    if (options.singleRecord) request->setFetchLimit(1);
+    Ref<NSError> error;
+    auto const objects = home().executeFetchRequest(*request, error);
+    if (error) throw ErrorException(error);
+    for (auto const& object : objects) home().deleteObject(*object);
+    return !objects.empty();
+}
+
+void NSManagedObjectContextOperations::saveAndWait(SaveOptions options) {
+    auto& context = home();
+    if (options.wait) return context.performBlockAndWait([&] { saveHere(context, options); });
+    // The block itself keeps the context until it has run.
+    context.performBlock([&context, options = std::move(options)] { saveHere(context, options); });
+}
+
+void NSManagedObjectContextOperations::refreshAllFaults() {
+    auto faults = home().registeredObjects();
+    std::erase_if(faults, [](auto const& object) { return !object->isFault(); });
+    for (auto const& object : faults) home().refreshObject(*object, true);
+}
+
+Ref<NSManagedObject> NSManagedObjectContextOperations::objectOf(NSManagedObjectHelpers::ThreadsafeToken const& token) {
+    return home().objectWithID(*token.objectID());
+}
+
+Ref<NSManagedObject> NSManagedObjectContextOperations::objectLike(NSManagedObject const& object) {
+    return home().objectWithID(*object.objectID());
+}
+
+} // namespace Tessarin
