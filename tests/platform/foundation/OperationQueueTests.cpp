@@ -108,15 +108,19 @@ TEST(NSOperationQueue, WaitingAddsReturnAfterTheirOperations) {
 
 TEST(NSOperationQueue, PendingOperationsKeepTheirQueueAlive) {
     for (auto const serial : {Serial::Yes, Serial::No}) {
-        Gate gate;
-        std::promise<void> done;
+        // Shared with the operations, which may still be on their way out of them when the test ends.
+        auto const gate = std::make_shared<Gate>();
+        auto const done = std::make_shared<std::promise<void>>();
+        auto const left = std::make_shared<std::atomic<int>>(2);
         auto queue = make<NSOperationQueue>(serial);
-        WeakRef<NSOperationQueue> const watched = queue;
-        queue->addOperationWithBlock([&] { gate.wait(); });
-        queue->addOperationWithBlock([&] { done.set_value(); });
+        for (int i = 0; i < 2; ++i)
+            queue->addOperationWithBlock([gate, done, left] {
+                gate->wait();
+                if (--*left == 0) done->set_value();
+            });
         queue.reset();
-        gate.open();
-        EXPECT_EQ(done.get_future().wait_for(std::chrono::seconds(30)), std::future_status::ready);
+        gate->open();
+        EXPECT_EQ(done->get_future().wait_for(std::chrono::seconds(30)), std::future_status::ready);
     }
 }
 

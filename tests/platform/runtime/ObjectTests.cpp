@@ -52,9 +52,12 @@ public:
 };
 
 class Stranger : public NSObject {};
-class Unplain : public NSObject { // hides the plain init: it cannot be made by name
+class Unplain : public NSObject { // without a plain init it cannot be made by name
 public:
     virtual void init(std::string const&) {}
+
+private:
+    using NSObject::init;
 };
 
 } // namespace App

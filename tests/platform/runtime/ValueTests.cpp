@@ -183,11 +183,11 @@ TEST(Decimal, ReadsWritesAndOrders) {
     struct {
         char const* from;
         char const* to; // null where it is refused
-    } const rows[] = {{"12.50", "12.5"}, {"-0.0003", "-0.0003"}, {"3e-7", "0.0000003"}, {"+7", "7"}, {"1E+3", "1000"}, {"000", "0"}, {"-0", "0"},
+    } const texts[] = {{"12.50", "12.5"}, {"-0.0003", "-0.0003"}, {"3e-7", "0.0000003"}, {"+7", "7"}, {"1E+3", "1000"}, {"000", "0"}, {"-0", "0"},
                       {".5", "0.5"}, {"5.", "5"}, {"12345678901234567890123456789012345678", "12345678901234567890123456789012345678"},
                       {"123456789012345678901234567890123456789", nullptr}, {"", nullptr}, {".", nullptr}, {"1e", nullptr}, {"1e+-3", nullptr},
                       {"1.2.3", nullptr}, {"0x1", nullptr}, {" 1", nullptr}};
-    for (auto const& row : rows) {
+    for (auto const& row : texts) {
         auto const read = Decimal::fromText(row.from);
         ASSERT_EQ(read.has_value(), row.to != nullptr) << row.from;
         if (read) { EXPECT_EQ(read->text(), row.to); }
