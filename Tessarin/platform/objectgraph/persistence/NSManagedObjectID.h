@@ -24,6 +24,7 @@ public:
 
 protected:
     NSManagedObjectID() = default;
+    using NSObject::init;
     void init(Ref<IdentityTable> table, NSEntityDescription const& entity, RecordKey key);
     ~NSManagedObjectID() override;
 

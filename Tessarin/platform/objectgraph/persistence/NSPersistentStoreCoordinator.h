@@ -45,6 +45,7 @@ public:
 
 protected:
     NSPersistentStoreCoordinator() = default;
+    using NSObject::init;
     virtual void init(Ref<NSManagedObjectModel> managedObjectModel);
 
 private:
