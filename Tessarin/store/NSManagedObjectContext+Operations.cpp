@@ -80,8 +80,11 @@ Ref<NSManagedObject> NSManagedObjectContextOperations::anyObjectNamed(std::strin
 }
 
 Ref<NSManagedObject> NSManagedObjectContextOperations::objectInMemory(std::string_view entityName, NSPredicate const* predicate) {
-    for (auto& object : home().registeredObjects()) {
-        if (object->isFault() || object->entity().name() != entityName) continue;
+    auto const coordinator = home().persistentStoreCoordinator();
+    auto const* entity = coordinator ? coordinator->managedObjectModel()->entityNamed(entityName) : nullptr;
+    if (!entity) return nullptr;
+    for (auto& object : home().registeredObjects(*entity)) {
+        if (object->isFault()) continue;
         if (!predicate || predicate->evaluateWithObject(object)) return std::move(object);
     }
     return nullptr;

@@ -54,11 +54,12 @@ std::size_t ContextLink::count() const {
     return objects_.size();
 }
 
-std::vector<Ref<NSManagedObject>> ContextLink::all() const {
+std::vector<Ref<NSManagedObject>> ContextLink::all(NSEntityDescription const* entity) const {
     std::vector<Ref<NSManagedObject>> result;
     std::lock_guard const hold(mutex_);
-    result.reserve(objects_.size());
+    if (!entity) result.reserve(objects_.size());
     objects_.forEach([&](RecordKey, NSManagedObject* object) {
+        if (entity && &GraphAccess::state(*object).layout->entity() != entity) return;
         if (auto kept = std::static_pointer_cast<NSManagedObject>(object->weak_from_this().lock())) result.push_back(std::move(kept));
     });
     return result;

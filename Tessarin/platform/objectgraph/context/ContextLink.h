@@ -33,7 +33,8 @@ public:
     void add(NSManagedObject& object, RecordKey key);
     void remove(NSManagedObject& object, RecordKey key) noexcept;
     std::size_t count() const;
-    std::vector<Ref<NSManagedObject>> all() const;
+    /// The living objects; of one entity, without its sub-entities, when one is given.
+    std::vector<Ref<NSManagedObject>> all(NSEntityDescription const* entity = nullptr) const;
 
     /// A new object of the entity's class: the registered one, else the generic object.
     Ref<NSManagedObject> makeObject(NSEntityDescription const& entity);

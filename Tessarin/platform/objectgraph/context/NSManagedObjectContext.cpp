@@ -131,6 +131,9 @@ Ref<NSManagedObject> NSManagedObjectContext::objectRegisteredForID(NSManagedObje
 std::vector<Ref<NSManagedObject>> NSManagedObjectContext::registeredObjects() const {
     return state_->link ? state_->link->all() : std::vector<Ref<NSManagedObject>>{};
 }
+std::vector<Ref<NSManagedObject>> NSManagedObjectContext::registeredObjects(NSEntityDescription const& entity) const {
+    return state_->link ? state_->link->all(&entity) : std::vector<Ref<NSManagedObject>>{};
+}
 std::vector<Ref<NSManagedObject>> NSManagedObjectContext::insertedObjects() const {
     return changedWhere(*state_, [](NSManagedObject const& object) { return object.isInserted() && !object.isDeleted(); });
 }

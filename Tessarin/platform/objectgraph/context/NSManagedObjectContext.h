@@ -80,6 +80,8 @@ public:
     Ref<NSManagedObject> objectRegisteredForID(NSManagedObjectID const& id);
 
     std::vector<Ref<NSManagedObject>> registeredObjects() const;
+    /// Those of one entity, without its sub-entities.
+    std::vector<Ref<NSManagedObject>> registeredObjects(NSEntityDescription const& entity) const;
     std::vector<Ref<NSManagedObject>> insertedObjects() const;
     std::vector<Ref<NSManagedObject>> updatedObjects() const;
     std::vector<Ref<NSManagedObject>> deletedObjects() const;
