@@ -18,6 +18,7 @@
 #include "Tessarin/platform/runtime/Selector.h"
 #include "Tessarin/platform/runtime/SelectorTable.h"
 #include "Tessarin/platform/runtime/Slot.h"
+#include "Tessarin/platform/runtime/SpinLock.h"
 #include "Tessarin/platform/runtime/StaticText.h"
 #include "Tessarin/platform/runtime/Text.h"
 #include "Tessarin/platform/runtime/Value.h"

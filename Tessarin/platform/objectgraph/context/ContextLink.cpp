@@ -39,6 +39,16 @@ Ref<NSManagedObject> ContextLink::find(RecordKey key) const {
     return object ? std::static_pointer_cast<NSManagedObject>(object->weak_from_this().lock()) : nullptr;
 }
 
+Ref<NSManagedObject> ContextLink::findOrMake(RecordKey key, NSEntityDescription const& entity, bool& isNew) {
+    auto object = find(key);
+    isNew = !object;
+    if (object) return object;
+    object = makeObject(entity); // which runs the application's initialiser: not under the lock
+    GraphAccess::state(*object).key = key;
+    add(*object, key);
+    return object;
+}
+
 void ContextLink::add(NSManagedObject& object, RecordKey key) {
     std::lock_guard const hold(mutex_);
     objects_.set(key, &object);

@@ -3,6 +3,7 @@
 #include "Tessarin/platform/objectgraph/persistence/RowCache.h"
 #include "Tessarin/platform/queues/Retained.h"
 #include "Tessarin/platform/runtime/Class.h"
+#include "Tessarin/platform/runtime/SpinLock.h"
 #include <atomic>
 #include <mutex>
 #include <vector>
@@ -31,6 +32,8 @@ public:
     /// The living object of that record, or null.
     Ref<NSManagedObject> find(RecordKey key) const;
     void add(NSManagedObject& object, RecordKey key);
+    /// The living object of that record; else a new one, for the caller to fill, and `isNew`.
+    Ref<NSManagedObject> findOrMake(RecordKey key, NSEntityDescription const& entity, bool& isNew);
     void remove(NSManagedObject& object, RecordKey key) noexcept;
     std::size_t count() const;
     /// The living objects; of one entity, without its sub-entities, when one is given.
@@ -49,7 +52,7 @@ private:
     Ref<NSPersistentStoreCoordinator> coordinator_;
     Ref<RowSpace> space_;
     std::vector<Class const*> classes_; // by entity index, looked up on first use
-    mutable std::mutex mutex_;
+    mutable SpinLock mutex_;
     KeyTable<NSManagedObject> objects_; // guarded by mutex_
 };
 

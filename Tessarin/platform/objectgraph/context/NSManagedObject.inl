@@ -1,17 +1,30 @@
 #pragma once
 // Typed access by property handles.
+#include <typeinfo>
 
 namespace Tessarin {
 
 namespace detail {
 template <class T> inline constexpr bool isOptional = false;
 template <class T> inline constexpr bool isOptional<std::optional<T>> = true;
-template <class T, class U> std::vector<Ref<T>> castAll(std::vector<Ref<U>> const& objects) {
-    std::vector<Ref<T>> result;
-    result.reserve(objects.size());
-    for (auto const& object : objects)
-        if (auto cast = std::dynamic_pointer_cast<T>(object)) result.push_back(std::move(cast));
-    return result;
+/// Those objects that are Ts. Neighbours are mostly of one class, which is asked once.
+template <class T, class U> std::vector<Ref<T>> castAll(std::vector<Ref<U>> objects) {
+    if constexpr (std::is_same_v<T, U>) {
+        return objects;
+    } else {
+        std::vector<Ref<T>> result;
+        result.reserve(objects.size());
+        std::type_info const* known = nullptr;
+        for (auto& object : objects) {
+            auto const& reference = *object;
+            if (!known || *known != typeid(reference)) {
+                if (!dynamic_cast<T*>(object.get())) continue;
+                known = &typeid(reference);
+            }
+            result.push_back(std::static_pointer_cast<T>(std::move(object)));
+        }
+        return result;
+    }
 }
 } // namespace detail
 

@@ -8,11 +8,10 @@
 namespace Tessarin {
 namespace {
 
-Ref<NSManagedObject> madeFault(ContextState& context, NSEntityDescription const& entity, RecordKey key, RowRef row, FaultBatchRef const& batch) {
+Ref<NSManagedObject> madeFault(ContextState& context, NSEntityDescription const& entity, RecordKey key, FaultBatchRef const& batch) {
     auto object = context.link->makeObject(entity);
     auto& state = GraphAccess::state(*object);
     state.key = key;
-    state.row = std::move(row);
     state.batch = batch;
     state.set(ObjectState::Fault);
     context.link->add(*object, key);
@@ -42,25 +41,26 @@ FaultBatchRef makeBatch(NSEntityDescription const& entity) {
 }
 
 Ref<NSManagedObject> objectWithRow(ContextState& context, RowRef row, FaultBatchRef const& batch) {
-    auto const key = row->key();
-    auto living = context.link->find(key);
-    if (!living) {
-        auto const& entity = row->entity();
-        return madeFault(context, entity, key, std::move(row), batch);
+    bool isNew = false;
+    auto object = context.link->findOrMake(row->key(), row->entity(), isNew);
+    auto& state = GraphAccess::state(*object);
+    if (isNew) {
+        state.batch = batch;
+        state.set(ObjectState::Fault);
+        if (row->key() < 0) context.knowsForeignTemporaries = true;
+    } else if (state.has(ObjectState::Changed) || (state.row && state.row->version() >= row->version())) {
+        return object;
     }
-    auto& state = GraphAccess::state(*living);
-    if (!state.has(ObjectState::Changed) && (!state.row || state.row->version() < row->version())) {
-        state.row = std::move(row);
-        state.clear(ObjectState::Gone);
-    }
-    return living;
+    state.row = std::move(row);
+    state.clear(ObjectState::Gone);
+    return object;
 }
 
 Ref<NSManagedObject> objectWithKey(ContextState& context, NSEntityDescription const& entity, RecordKey key, FaultBatchRef const& batch) {
     if (auto living = context.link->find(key)) return living;
     if (!entity.subentities().empty())
         if (auto row = RecordReader(context).row(entity, key)) return objectWithRow(context, std::move(row), batch);
-    return madeFault(context, entity, key, {}, batch);
+    return madeFault(context, entity, key, batch);
 }
 
 std::vector<Ref<NSManagedObject>> objectsWithKeys(ContextState& context, NSEntityDescription const& entity, std::span<RecordKey const> keys) {

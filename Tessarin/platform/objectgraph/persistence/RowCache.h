@@ -2,6 +2,7 @@
 #include "Tessarin/Export.h"
 #include "Tessarin/platform/objectgraph/persistence/KeyTable.h"
 #include "Tessarin/platform/objectgraph/persistence/Row.h"
+#include "Tessarin/platform/runtime/SpinLock.h"
 #include <array>
 #include <mutex>
 
@@ -23,7 +24,7 @@ public:
 private:
     friend class Row;
     struct Shard {
-        mutable std::mutex mutex;
+        mutable SpinLock mutex;
         KeyTable<Row> rows; // guarded by mutex; pointers to rows that may just be dying
     };
     static constexpr std::size_t shardCount = 16;
