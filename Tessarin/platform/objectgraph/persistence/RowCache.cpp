@@ -42,6 +42,15 @@ void RowCache::remove(RecordKey key) {
     shard.rows.set(key, nullptr);
 }
 
+std::size_t RowCache::size() const {
+    std::size_t count = 0;
+    for (auto const& shard : shards_) {
+        std::lock_guard const hold(shard.mutex);
+        count += shard.rows.size();
+    }
+    return count;
+}
+
 void RowCache::drop(Row& row) noexcept {
     auto& shard = shardOf(row.key());
     std::lock_guard const hold(shard.mutex);

@@ -20,6 +20,8 @@ public:
     void add(RowRef const& row);
     /// Forgets a record, for a deletion.
     void remove(RecordKey key);
+    /// How many records it knows a row of.
+    std::size_t size() const;
 
 private:
     friend class Row;

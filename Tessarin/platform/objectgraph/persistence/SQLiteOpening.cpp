@@ -153,7 +153,7 @@ void SQLiteOpening::checkPages(SQLite::Connection& connection) const {
     std::string ends;
     {
         auto const tables = connection.use("SELECT DISTINCT \"table\" FROM tessarin_entity");
-        while (tables->step()) ends += fmt::format("{}SELECT min(id) + max(id) FROM {}", ends.empty() ? "" : " UNION ALL ", quoted(tables->text(0)));
+        while (tables->step()) ends += fmt::format("{0}SELECT min(id) FROM {1} UNION ALL SELECT max(id) FROM {1}", ends.empty() ? "" : " UNION ALL ", quoted(tables->text(0)));
     }
     if (!ends.empty()) connection.execute(ends);
 }

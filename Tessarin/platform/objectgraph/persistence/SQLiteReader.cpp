@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <fmt/format.h>
+#include <unordered_map>
 
 namespace Tessarin {
 namespace {
@@ -117,25 +118,49 @@ void SQLiteReader::fetch(StoreQuery const& query, StoreAnswer& answer) {
     auto& decoder = decoderFor(*query.entity, query.includesSubentities);
     SQLTranslation translation(schema_, *query.entity);
     answer.complete = (!query.predicate || translation.addPredicate(*query.predicate)) && translation.addOrder(query.sortDescriptors);
+    bool const isCut = answer.complete && (query.limit != 0 || query.offset != 0);
+    bool const byKeys = !isCut && decoder.expectsCached();
     auto const condition = conditionOf(query, translation);
-    auto sql = fmt::format("SELECT {} FROM {} AS t0{}{}", decoder.columns(), schema_.tableOf(*query.entity).name, translation.joins(), condition);
+    auto sql = fmt::format("SELECT {} FROM {} AS t0{}{}", byKeys ? "t0.id, t0.version" : decoder.columns(), schema_.tableOf(*query.entity).name,
+                           translation.joins(), condition);
     if (!translation.order().empty()) sql += " ORDER BY " + translation.order();
     auto arguments = translation.arguments();
-    if (answer.complete && (query.limit != 0 || query.offset != 0)) {
+    if (isCut) {
         sql += " LIMIT ? OFFSET ?";
         arguments.push_back(query.limit == 0 ? -1 : static_cast<std::int64_t>(query.limit));
         arguments.push_back(static_cast<std::int64_t>(query.offset));
     }
     auto const run = [&](SQLite::Statement& statement) {
         bindAll(statement, arguments);
-        while (statement.step())
-            if (auto row = decoder.row(statement)) answer.rows.push_back(std::move(row));
+        byKeys ? readByKeys(statement, query, answer.rows) : decoder.readAll(statement, answer.rows);
     };
-    if (!translation.isReusable()) {
-        SQLite::Statement once(connection_, sql);
-        return run(once);
+    if (translation.isReusable())
+        run(*connection_.use(sql));
+    else
+        run(*std::make_unique<SQLite::Statement>(connection_, sql));
+    if (!isCut) decoder.noteCount(answer.rows.size());
+}
+
+/// For records of which most are at hand: reads keys and versions, then the records that are not.
+void SQLiteReader::readByKeys(SQLite::Statement& statement, StoreQuery const& query, std::vector<RowRef>& rows) {
+    auto& cache = schema_.space().cache();
+    std::vector<RecordKey> missing;
+    std::vector<std::size_t> places;
+    while (statement.step()) {
+        auto const key = statement.integer(0);
+        rows.push_back(cache.find(key, static_cast<std::uint32_t>(statement.integer(1))));
+        if (rows.back()) continue;
+        missing.push_back(key);
+        places.push_back(rows.size() - 1);
     }
-    run(*connection_.use(sql));
+    if (missing.empty()) return;
+    std::unordered_map<RecordKey, std::size_t> placeOf;
+    for (std::size_t at = 0; at < missing.size(); ++at) placeOf.emplace(missing[at], places[at]);
+    this->rows(*query.entity->rootEntity(), missing, [&](RowRef row) {
+        auto& place = rows[placeOf[row->key()]];
+        place = std::move(row);
+    });
+    std::erase(rows, RowRef()); // of an entity that this model does not know
 }
 
 void SQLiteReader::count(StoreQuery const& query, std::size_t& count, bool& complete) {

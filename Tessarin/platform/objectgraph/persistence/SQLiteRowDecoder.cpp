@@ -70,4 +70,9 @@ RowRef SQLiteRowDecoder::row(SQLite::Statement const& statement) {
     return row;
 }
 
+void SQLiteRowDecoder::readAll(SQLite::Statement& statement, std::vector<RowRef>& rows) {
+    while (statement.step())
+        if (auto row = this->row(statement)) rows.push_back(std::move(row));
+}
+
 } // namespace Tessarin

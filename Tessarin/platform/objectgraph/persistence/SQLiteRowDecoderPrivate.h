@@ -14,8 +14,16 @@ public:
     std::string const& columns() const noexcept { return columns_; }
     /// The row on which the statement stands: the cached one when it is as new, else a new one, which the cache then knows.
     RowRef row(SQLite::Statement const& statement);
+    /// All rows that are left.
+    void readAll(SQLite::Statement& statement, std::vector<RowRef>& rows);
+
+    /// Whether a query like the last one will probably find most of its rows in the cache. Reading only keys and versions is
+    /// then four times as fast.
+    bool expectsCached() const { return lastCount_ >= manyRows && space_.cache().size() >= lastCount_; }
+    void noteCount(std::size_t count) noexcept { lastCount_ = count; }
 
 private:
+    static constexpr std::size_t manyRows = 200;
     struct Cell {
         std::size_t cell;
         int column;
@@ -33,6 +41,7 @@ private:
     std::string columns_;
     std::vector<std::pair<std::int64_t, Plan>> plans_; // by number of the entity
     RowBuilder builder_;
+    std::size_t lastCount_ = 0;
 };
 
 } // namespace Tessarin

@@ -191,7 +191,18 @@ TEST_P(LibraryInSQLite, ManyRecordsAreReadInOneRangeOrOneByOne) {
         changes.back().relationships = {open.links("Book", "tags", {key % 2 ? red : blue})};
     }
     ASSERT_FALSE(open.save(std::move(changes)));
-    EXPECT_EQ(open.fetch("Book").size(), 3000U);
+    auto all = open.fetch("Book");
+    EXPECT_EQ(all.size(), 3000U);
+    // The same again with every record, and with some of them, at hand.
+    std::vector<RowRef> some(all.begin(), all.begin() + 2500);
+    EXPECT_EQ(open.fetch("Book"), all);
+    all.clear();
+    auto const again = open.fetch("Book");
+    ASSERT_EQ(again.size(), 3000U);
+    for (std::size_t at = 0; at < again.size(); ++at) {
+        EXPECT_EQ(again[at]->key(), first + static_cast<RecordKey>(at));
+        EXPECT_TRUE(at >= some.size() || again[at] == some[at]);
+    }
     EXPECT_EQ(open.members("Author", "books", ada).size(), 3000U);
     EXPECT_EQ(open.members("Tag", "books", red).size(), 1500U);
     Keys dense, sparse;
