@@ -3,7 +3,7 @@
 namespace Tessarin::SQLite {
 
 Transaction::~Transaction() {
-    if (!connection_.isInTransaction()) return; // committed, or SQLite took it back by itself
+    if (isCommitted_ || !connection_.isInTransaction()) return; // SQLite takes some back by itself
     try {
         connection_.use("ROLLBACK")->run();
     } catch (Failure const&) {

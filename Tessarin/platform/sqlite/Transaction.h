@@ -13,10 +13,14 @@ public:
     Transaction& operator=(Transaction const&) = delete;
 
     /// What was done is in the file when this returns; when it throws, nothing is.
-    void commit() { connection_.use("COMMIT")->run(); }
+    void commit() {
+        connection_.use("COMMIT")->run();
+        isCommitted_ = true;
+    }
 
 private:
     Connection& connection_;
+    bool isCommitted_ = false;
 };
 
 } // namespace Tessarin::SQLite

@@ -64,6 +64,8 @@ std::unique_ptr<SQLiteStore::Impl> SQLiteOpening::attempt() {
         connection = std::make_unique<SQLite::Connection>(path_, options);
         connection->leavesLog(true);
         if (connection->isReadOnly()) throwVerdict(EROFS, path_);
+        // One read transaction around all that is looked at: each of its own costs four locks.
+        connection->execute("BEGIN");
         makeIfEmpty(*connection);
         checkFormat(*connection);
         checkPages(*connection);
@@ -72,6 +74,7 @@ std::unique_ptr<SQLiteStore::Impl> SQLiteOpening::attempt() {
         impl->metadata.read(*connection);
         impl->identifier = impl->metadata.get()["NSStoreUUID"].text();
         if (impl->identifier.empty()) throw Refused::because("its identity is missing");
+        connection->execute("COMMIT");
         connection->leavesLog(false);
         impl->readers->add(std::move(connection));
         return impl;
@@ -111,11 +114,13 @@ void SQLiteOpening::makeIfEmpty(SQLite::Connection& connection) {
     if (!isEmpty(connection)) return;
     if (auto const other = connection.integer("PRAGMA application_id"); other != 0 && other != applicationID)
         throw Refused::because("it is another application's: " + path_);
-    connection.execute("PRAGMA journal_mode = WAL");
-    SQLite::Transaction transaction(connection);
-    if (!isEmpty(connection)) return; // another process was faster
-    create(connection);
-    transaction.commit();
+    connection.execute("COMMIT; PRAGMA journal_mode = WAL");
+    {
+        SQLite::Transaction transaction(connection);
+        if (isEmpty(connection)) create(connection); // unless another process was faster
+        transaction.commit();
+    }
+    connection.execute("BEGIN");
 }
 
 void SQLiteOpening::create(SQLite::Connection& connection) {
@@ -145,7 +150,7 @@ void SQLiteOpening::checkFormat(SQLite::Connection& connection) const {
 
 /// A look whose cost does not grow with the file: a small one is checked wholly, of a large one the ends of every table.
 void SQLiteOpening::checkPages(SQLite::Connection& connection) const {
-    connection.execute("PRAGMA journal_mode = WAL"); // another tool may have changed it
+    if (connection.text("PRAGMA journal_mode") != "wal") connection.execute("COMMIT; PRAGMA journal_mode = WAL; BEGIN"); // another tool changed it
     if (connection.integer("PRAGMA page_count") <= smallFilePages) {
         if (auto const problem = connection.text("PRAGMA quick_check(1)"); problem != "ok") throw Refused::because("it is damaged: " + problem);
         return;
@@ -162,11 +167,13 @@ std::vector<std::int64_t> SQLiteOpening::bringToModel(SQLite::Connection& connec
     auto numbers = storedNumbers(connection, space_->model());
     if (numbers && connection.text("SELECT value FROM tessarin_store WHERE key = 'model'") == storedModelText(space_->model(), *numbers)) return *numbers;
     if (!options_.infersMapping) throw Refused::because("it was written with another model, and inferring a mapping is not asked for");
+    connection.execute("COMMIT");
     SQLite::Transaction transaction(connection);
     auto const stored = storedModelOfText(connection.text("SELECT value FROM tessarin_store WHERE key = 'model'"));
     if (!stored) throw Refused::because("the description of its model is damaged");
     auto result = migrate(connection, *stored, *space_);
     transaction.commit();
+    connection.execute("BEGIN");
     return result;
 }
 

@@ -81,14 +81,17 @@ std::unique_ptr<SQLiteReaderPool::Seat> SQLiteReaderPool::take() {
 
 void SQLiteReaderPool::giveBack(std::unique_ptr<Seat> seat) {
     std::unique_ptr<Seat> surplus; // closed after the lock is released
+    auto const now = std::chrono::steady_clock::now();
     {
         std::lock_guard const hold(mutex_);
         --inUse_;
+        bool const isOneOfMany = now - std::exchange(lastUse_, now) < burst;
+        if (!isOneOfMany) seat->end();
         if (idle_.size() < keptIdle)
             idle_.push_back(std::move(seat));
         else
             surplus = std::move(seat);
-        if (!isEndingLater_) endIdleLater();
+        if (isOneOfMany && !isEndingLater_) endIdleLater();
     }
     returned_.notify_one();
 }

@@ -1,5 +1,6 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/persistence/SQLiteReaderPrivate.h"
+#include <chrono>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
@@ -7,8 +8,8 @@
 namespace Tessarin {
 
 /// The connections over which a store is read, so that fetches run beside a save and beside one another. A connection
-/// keeps its read transaction from one use to the next for as long as nobody commits, which makes small look-ups cheaper
-/// by half; a moment after the last use it is ended, because it would keep the log from being emptied. Any thread.
+/// keeps its read transaction through a quick succession of uses for as long as nobody commits, which makes small look-ups
+/// cheaper by half; a moment after the last use it is ended, because it would keep the log from being emptied. Any thread.
 class TESSARIN_API SQLiteReaderPool : public std::enable_shared_from_this<SQLiteReaderPool> {
     struct Seat;
 
@@ -38,6 +39,7 @@ public:
 
 private:
     static constexpr std::size_t keptIdle = 4;
+    static constexpr std::chrono::milliseconds burst{5};
     std::unique_ptr<Seat> take();
     void giveBack(std::unique_ptr<Seat> seat);
     void endIdleLater();
@@ -51,6 +53,7 @@ private:
     std::vector<std::unique_ptr<Seat>> idle_;
     std::size_t inUse_ = 0;
     std::uint64_t uses_ = 0;
+    std::chrono::steady_clock::time_point lastUse_;
     bool isEndingLater_ = false;
 };
 
