@@ -13,7 +13,9 @@ struct SQLiteStore::Impl {
         SQLite::Connection connection;
         SQLiteWriter writer;
         Writing(SQLiteSchema const& schema, std::string const& path, SQLite::ConnectionOptions const& options)
-            : connection(path, options), writer(schema, connection) {}
+            : connection(path, options), writer(schema, connection) {
+            connection.execute("PRAGMA journal_size_limit = 16777216"); // a log that one large save made long does not stay so
+        }
     };
 
     Impl(NSURL file, Ref<RowSpace> rowSpace, std::vector<std::int64_t> entityNumbers, SQLite::ConnectionOptions connectionOptions)

@@ -6,6 +6,7 @@
 #include "Tessarin/platform/objectgraph/persistence/StoreErrors.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <sqlite3.h>
 
 namespace Tessarin {
@@ -45,8 +46,7 @@ void SQLiteWriter::write(std::span<Ref<ChangeSet const> const> sets, SaveOutcome
 void SQLiteWriter::writeSet(ChangeSet const& set, SaveOutcome& outcome) {
     dropIndexesBefore(set);
     writeDeletions(set);
-    for (auto const& change : set.changes())
-        if (change.kind == Kind::Update) update(change, outcome);
+    writeUpdates(set, outcome);
     for (auto const& change : set.changes()) {
         if (change.kind != Kind::Insert) continue;
         writerOf(*change.entity).insert(*change.after);
@@ -66,6 +66,33 @@ void SQLiteWriter::writeDeletions(ChangeSet const& set) {
         if (keys.empty()) continue;
         links_.removeAllOf(*table.root, keys);
         runForKeys(connection_, fmt::format("DELETE FROM {} WHERE id", table.name), keys);
+    }
+}
+
+// Two records may exchange values that must be unique: those that met a conflict first give theirs up, then take the new ones.
+void SQLiteWriter::writeUpdates(ChangeSet const& set, SaveOutcome& outcome) {
+    std::vector<RecordChange const*> again;
+    for (auto const& change : set.changes()) {
+        if (change.kind != Kind::Update) continue;
+        try {
+            update(change, outcome);
+        } catch (SQLite::Failure const& failure) {
+            if (failure.code() != SQLITE_CONSTRAINT_UNIQUE) throw;
+            again.push_back(&change);
+        }
+    }
+    for (auto const* change : again) giveUpUniqueValues(*change);
+    for (auto const* change : again) update(*change, outcome);
+}
+
+void SQLiteWriter::giveUpUniqueValues(RecordChange const& change) {
+    auto const& table = schema_.tableOf(*change.entity).name;
+    for (auto const& index : schema_.indexes()) {
+        if (!index.isUnique || index.table != table) continue;
+        auto const statement = connection_.use(fmt::format("UPDATE {} SET {} = NULL WHERE id = ? AND version = ?", table, fmt::join(index.columns, " = NULL, ")));
+        statement->bind(1, change.key);
+        statement->bind(2, std::int64_t{change.before->version()});
+        statement->run();
     }
 }
 

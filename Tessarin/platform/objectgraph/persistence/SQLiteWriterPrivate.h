@@ -20,6 +20,8 @@ public:
 private:
     void writeSet(ChangeSet const& set, SaveOutcome& outcome);
     void writeDeletions(ChangeSet const& set);
+    void writeUpdates(ChangeSet const& set, SaveOutcome& outcome);
+    void giveUpUniqueValues(RecordChange const& change);
     void update(RecordChange const& change, SaveOutcome& outcome);
     void resolve(RecordChange const& change, SaveOutcome& outcome);
     void dropIndexesBefore(ChangeSet const& set);
