@@ -9,7 +9,8 @@
 /// JSON text to values and back. An object becomes a Dictionary (of two equal keys the last counts), an array a List, null
 /// an absent value, a number without "." and exponent an Integer where it fits 64 bits, any other number a Double. Any thread.
 ///
-///     for (auto const& book : JSON::contentsOfURL(url).list()) import(book.dictionary());
+///     auto const books = JSON::contentsOfURL(url); // kept: list() refers into it
+///     for (auto const& book : books.list()) import(book.dictionary());
 namespace Tessarin::JSON {
 
 /// Throws ErrorException (NSFormatErrorDomain) for ill-formed text, text that is not UTF-8, anything behind the value, and
