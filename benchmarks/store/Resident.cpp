@@ -1,0 +1,69 @@
+// W12: memory is measured in a process that has done nothing else before.
+#include "benchmarks/store/Contender.h"
+
+#include <cstdio>
+#include <fmt/format.h>
+#include <fstream>
+#include <spawn.h>
+#include <stdexcept>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+extern char** environ;
+
+namespace Tessarin::benchmarks {
+namespace {
+
+/// Runs this program again with `arguments`; what it prints.
+std::string outputOfChild(std::vector<std::string> arguments) {
+    int ends[2];
+    if (pipe(ends) != 0) throw std::runtime_error("no pipe");
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
+    arguments.insert(arguments.begin(), "bench_store");
+    std::vector<char*> pointers;
+    for (auto& argument : arguments) pointers.push_back(argument.data());
+    pointers.push_back(nullptr);
+    pid_t child = 0;
+    auto const failed = posix_spawn(&child, "/proc/self/exe", &actions, nullptr, pointers.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    close(ends[1]);
+    std::string output;
+    char buffer[256];
+    for (ssize_t count; !failed && (count = read(ends[0], buffer, sizeof buffer)) > 0;)
+        output.append(buffer, static_cast<std::size_t>(count));
+    close(ends[0]);
+    int status = 0;
+    if (failed || waitpid(child, &status, 0) != child || status != 0) throw std::runtime_error("the measuring process failed");
+    return output;
+}
+
+} // namespace
+
+Reading residentInChild(Contender& contender, Workload const&, std::string const& file) {
+    auto const output = outputOfChild({"--resident", contender.name(), file});
+    Reading reading;
+    unsigned long long checksum = 0;
+    if (std::sscanf(output.c_str(), "%lf %llu", &reading.value, &checksum) != 2)
+        throw std::runtime_error("no figures in " + output);
+    reading.checksum = checksum;
+    return reading;
+}
+
+int measureResident(std::string const& contender, std::string const& file) {
+    auto const side = contender == makeOurs()->name() ? makeOurs() : makeRaw();
+    auto const reading = side->residentBooks(file);
+    fmt::print("{} {}\n", reading.value, reading.checksum);
+    return 0;
+}
+
+double residentMiB() {
+    std::ifstream statm("/proc/self/statm");
+    std::size_t total = 0, resident = 0;
+    statm >> total >> resident;
+    return static_cast<double>(resident) * static_cast<double>(sysconf(_SC_PAGESIZE)) / (1 << 20);
+}
+
+} // namespace Tessarin::benchmarks
