@@ -8,6 +8,9 @@
 namespace Tessarin {
 namespace {
 
+/// What stands beside the root is kept, so that it can be refused; comments and the declaration are not.
+constexpr auto parsing = pugi::parse_default | pugi::parse_fragment;
+
 bool isUTF8(std::string_view text) {
     auto const* bytes = reinterpret_cast<std::uint8_t const*>(text.data());
     UChar32 character = 0;
@@ -41,6 +44,8 @@ std::optional<ModelDefinition> parseModelDocument(std::string_view xml, std::str
         problem = std::string{"it is not well-formed: "} + result.description();
     } else if (auto const root = document.document_element(); std::string_view{root.name()} != "model") {
         problem = "its root is not a model";
+    } else if (document.first_child() != document.last_child()) {
+        problem = "it is not well-formed: something stands beside its root";
     } else {
         ModelDocumentReader reader{root};
         auto definition = reader.read();

@@ -46,7 +46,7 @@ ModelDefinition NSManagedObjectModel::definition() const {
 }
 
 std::string NSManagedObjectModel::description() const {
-    std::string text = "model " + versionIdentifier_ + " {";
+    std::string text = "model " + versionIdentifier_ + (versionIdentifier_.empty() ? "{" : " {");
     for (auto const& entity : entities_) text += (entity->index() ? ", " : "") + entity->name();
     return text + "}";
 }

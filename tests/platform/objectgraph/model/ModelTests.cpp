@@ -1,0 +1,196 @@
+#include "Tessarin/platform/foundation/NSError.h"
+#include "Tessarin/platform/objectgraph/model/ModelBuilder.h"
+#include "Tessarin/platform/objectgraph/model/NSValidationError.h"
+#include "Tessarin/platform/runtime/FunctionRef.h"
+
+#include <algorithm>
+#include <gtest/gtest.h>
+
+using namespace Tessarin;
+
+namespace {
+
+using Type = NSAttributeType;
+
+ModelBuilder library() {
+    ModelBuilder builder{"1"};
+    builder.entity("Person", {.isAbstract = true})
+        .attribute("name", Type::String, {.optional = false})
+        .toMany("books", "Book", {.inverse = "people"})
+        .entity("Author", {.parent = "Person"})
+        .attribute("pen", Type::String)
+        .entity("Poet", {.parent = "Author"})
+        .attribute("metre", Type::Integer16, {.defaultValue = 5.0})
+        .entity("Book")
+        .attribute("title", Type::String)
+        .toMany("people", "Person", {.inverse = "books"})
+        .unique({"title"});
+    return builder;
+}
+
+/// The hash of Book after one change of its description.
+std::string hashAfter(FunctionRef<void(EntityDefinition&)> change) {
+    auto definition = library().definition();
+    change(definition.entities.back());
+    return NSManagedObjectModel::modelWithDefinition(std::move(definition))->entityNamed("Book")->versionHash();
+}
+
+} // namespace
+
+TEST(Model, InheritedPropertiesKeepTheirPlaces) {
+    auto const model = library().build();
+    auto const *person = model->entityNamed("Person"), *poet = model->entityNamed("Poet");
+    ASSERT_EQ(poet->properties().size(), 4U);
+    for (auto const* property : poet->properties()) {
+        EXPECT_EQ(poet->properties()[property->index()], property);
+        EXPECT_EQ(property->entity()->properties()[property->index()], property);
+        EXPECT_EQ(poet->propertyNamed(property->name()), property);
+    }
+    EXPECT_EQ(poet->propertyNamed("title"), nullptr);
+    EXPECT_EQ(poet->propertyNamed(""), nullptr);
+    EXPECT_EQ(person->properties().size(), 2U);
+    EXPECT_EQ(poet->rootEntity(), person);
+    EXPECT_EQ(person->subentities().size(), 1U);
+    EXPECT_TRUE(poet->isKindOf(person) && poet->isKindOf(poet) && !person->isKindOf(poet));
+    EXPECT_EQ(poet->attributesByName().at("metre")->defaultValue().kind(), Value::Kind::Integer);
+    EXPECT_EQ(poet->managedObjectClassName(), "NSManagedObject");
+    EXPECT_TRUE(poet->relationshipsByName().at("books")->isReciprocal());
+    EXPECT_EQ(model->entities()[poet->index()].get(), poet);
+    EXPECT_EQ(model->entityNamed("Nobody"), nullptr);
+}
+
+TEST(Model, FindsEveryOneOfManyNames) {
+    ModelBuilder builder;
+    builder.entity("E");
+    for (int at = 0; at < 1000; ++at) builder.attribute("a" + std::to_string(at), Type::Integer64);
+    auto const model = builder.build();
+    for (std::size_t at = 0; at < 1000; ++at)
+        EXPECT_EQ(model->entityNamed("E")->propertyNamed("a" + std::to_string(at))->index(), at);
+    EXPECT_EQ(model->entityNamed("E")->propertyNamed("a1000"), nullptr);
+}
+
+TEST(Model, HashChangesWithStorageAndWithNothingElse) {
+    auto const original = hashAfter([](auto&) {});
+    EXPECT_EQ(original, "0731b1242fd42ac5f4948237409b9da9"); // stands in files: never changes
+    struct {
+        char const* what;
+        void (*change)(EntityDefinition&);
+        bool changes;
+    } const rows[] = {
+        {"name of an attribute",
+         [](auto& e) {
+             e.attributes[0].name = "t";
+             e.uniquenessConstraints = {{"t"}};
+         },
+         true},
+        {"type", [](auto& e) { e.attributes[0].type = Type::Date; }, true},
+        {"mandatory", [](auto& e) { e.attributes[0].options.optional = false; }, true},
+        {"stored beside", [](auto& e) { e.attributes[0].options.allowsExternalBinaryDataStorage = true; }, true},
+        {"one more",
+         [](auto& e) {
+             e.attributes.push_back({"x", Type::Date, {}});
+         },
+         true},
+        {"to-one", [](auto& e) { e.relationships[0].toMany = false; }, true},
+        {"ordered", [](auto& e) { e.relationships[0].options.ordered = true; }, true},
+        {"one-way", [](auto& e) { e.relationships[0].options.inverse.clear(); }, true},
+        {"destination", [](auto& e) { e.relationships[0].destination = "Author"; }, true},
+        {"parent",
+         [](auto& e) {
+             e.options.parent = "Person";
+             e.relationships.clear();
+         },
+         true},
+        {"constraint", [](auto& e) { e.uniquenessConstraints.clear(); }, true},
+        {"index",
+         [](auto& e) {
+             e.indexes = {{"i", {{"title", true}}}};
+         },
+         true},
+        {"modifier", [](auto& e) { e.attributes[0].options.versionHashModifier = "2"; }, true},
+        {"transient",
+         [](auto& e) {
+             e.attributes.push_back({"x", Type::Date, {.transient = true}});
+         },
+         false},
+        {"default", [](auto& e) { e.attributes[0].options.defaultValue = "x"; }, false},
+        {"bounds", [](auto& e) { e.attributes[0].options.maximum = 5; }, false},
+        {"delete rule", [](auto& e) { e.relationships[0].options.deleteRule = NSDeleteRule::Deny; }, false},
+        {"former name", [](auto& e) { e.attributes[0].options.renamingIdentifier = "old"; }, false},
+        {"class", [](auto& e) { e.options.className = "C"; }, false},
+        {"empty constraint", [](auto& e) { e.uniquenessConstraints.push_back({}); }, false},
+        {"constraint of the unknown", [](auto& e) { e.uniquenessConstraints.push_back({"gone"}); }, false},
+    };
+    for (auto const& [what, change, changes] : rows) EXPECT_EQ(hashAfter(change) != original, changes) << what;
+
+    auto reversed = library().definition();
+    std::ranges::reverse(reversed.entities);
+    EXPECT_EQ(NSManagedObjectModel::modelWithDefinition(reversed)->versionHash(), library().build()->versionHash());
+    EXPECT_EQ(NSManagedObjectModel::modelWithDefinition(library().build()->definition())->versionHash(),
+              library().build()->versionHash());
+}
+
+TEST(Model, ValidatesValues) {
+    auto const model = ModelBuilder()
+                           .entity("E")
+                           .attribute("must", Type::Boolean, {.optional = false})
+                           .attribute("age", Type::Integer16, {.minimum = -1, .maximum = 100000})
+                           .attribute("price", Type::Decimal, {.minimum = 0.5})
+                           .attribute("word", Type::String, {.minimum = 2, .maximum = 3, .regularExpression = "[a-zé]*"})
+                           .attribute("day", Type::Date, {.minimum = 0, .maximum = 10})
+                           .attribute("odd", Type::String, {.regularExpression = "("})
+                           .attribute("any", Type::Transformable)
+                           .build();
+    constexpr auto fine = static_cast<NSValidationError>(0);
+    struct {
+        char const* name;
+        Value value;
+        NSValidationError expected;
+    } const rows[] = {
+        {"must", {}, NSValidationError::MissingMandatoryProperty},
+        {"must", false, fine},
+        {"age", {}, fine},
+        {"age", -1, fine},
+        {"age", -2, NSValidationError::NumberTooSmall},
+        {"age", 100001, NSValidationError::NumberTooLarge},
+        {"age", "5", NSValidationError::WrongKind},
+        {"price", Decimal::fromText("0.49").value(), NSValidationError::NumberTooSmall},
+        {"price", 0.5, fine},
+        {"word", "é", NSValidationError::StringTooShort},
+        {"word", "éé", fine}, // four bytes, two code points
+        {"word", "abcd", NSValidationError::StringTooLong},
+        {"word", "ab1", NSValidationError::StringPatternMatching},
+        {"day", Value::date(-1), NSValidationError::DateTooSoon},
+        {"day", Value::date(11), NSValidationError::DateTooLate},
+        {"odd", "anything", fine},
+        {"any", List{1}, fine},
+    };
+    for (auto const& [name, value, expected] : rows) {
+        auto const error = model->entityNamed("E")->propertyNamed(name)->asAttribute()->validate(value);
+        EXPECT_EQ(error ? error->code() : 0, static_cast<int>(expected)) << name << ' ' << value;
+        if (!error) continue;
+        EXPECT_TRUE(error->localizedDescription().starts_with("E." + std::string{name} + " ")) << *error;
+        EXPECT_EQ(error->userInfo()[NSValidationKeyErrorKey], Value(name));
+    }
+}
+
+TEST(Model, ValidatesCounts) {
+    struct {
+        bool optional;
+        std::size_t minimum, maximum, count;
+        bool fine;
+    } const rows[] = {{true, 2, 3, 0, true},   {true, 2, 3, 1, true},   {true, 2, 3, 4, false}, {false, 0, 0, 0, false},
+                      {false, 2, 0, 1, false}, {false, 2, 0, 99, true}, {false, 2, 3, 3, true}};
+    for (auto const& [optional, minimum, maximum, count, fine] : rows) {
+        auto const model =
+            ModelBuilder().entity("E").toMany("r", "E", {.optional = optional, .minCount = minimum, .maxCount = maximum}).build();
+        EXPECT_EQ(model->entityNamed("E")->relationships().front()->validateCount(count) == nullptr, fine)
+            << minimum << ' ' << count;
+    }
+}
+
+TEST(Model, BuilderIsFatalWhereTheDescriptionIsWrong) {
+    EXPECT_DEATH(ModelBuilder().entity("E").toOne("r", "F").build(),
+                 "the model cannot be built: the destination F of E.r is missing");
+    EXPECT_DEATH(ModelBuilder().attribute("a", Type::String), "attribute stands before the first entity");
+}
