@@ -67,7 +67,8 @@ void ManagedObjectStore::init() { fatal("use of unimplemented initializer 'init(
 
 void ManagedObjectStore::init(StoreOptions options) {
     dispatch_ = make<Dispatcher>(QualityOfService{17});
-    registry_ = make<Dispatcher>(QueueOptions{.identifier = "ManagedObjectStore registry"});
+    registry_ = dispatch_queue_create("ManagedObjectStore registry", DISPATCH_QUEUE_SERIAL);
+    dispatch_set_target_queue(registry_, dispatch_->queue());
     saveDispatchGroup_ = dispatch_group_create();
     auto const location = options.modelURL ? options.modelURL : modelURL();
     auto name = options.filename ? options.filename : filename();

@@ -27,9 +27,8 @@ void ManagedObjectStore::modifyActiveContexts(FunctionRef<void(ActiveContexts&)>
 }
 
 void ManagedObjectStore::changeRegistry(Closure<void(ActiveContexts&)> change) {
-    // The global queue runs several of these at once; without the second queue one could undo another.
-    dispatch_->async([store = self<ManagedObjectStore>(), change = std::move(change)] {
-        store->registry_->sync([&] { store->modifyActiveContexts([&](ActiveContexts& contexts) { change(contexts); }); });
+    dispatch_async(registry_, [store = self<ManagedObjectStore>(), change = std::move(change)] {
+        store->modifyActiveContexts([&](ActiveContexts& contexts) { change(contexts); });
     });
 }
 

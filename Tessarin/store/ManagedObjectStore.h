@@ -55,6 +55,7 @@ public:
         type().setAppGroupIdentifier(std::move(identifier), std::move(filename));
     }
     static void preload() { type().preload(); }
+    static std::optional<NSURL> generatedModelURL() { return type().generatedModelURL(); }
     static SelectorTable selectors();
 
     // Settings of the process, shared by all stores; used where a store is made without its own.
@@ -116,8 +117,9 @@ public:
     /// Deletes every object of the entities (absent: of all), saves, and returns. Then, on the main queue, the main context is
     /// replaced by an empty one and `completion` runs. Errors are ignored.
     virtual void deleteAllData(std::optional<std::vector<Ref<NSEntityDescription>>> entities, Closure<void()> completion);
+    void deleteAllData(Closure<void()> completion) { deleteAllData(std::nullopt, std::move(completion)); }
 
-    /// The three return at once; the registry changes on the store's dispatcher.
+    /// The three return at once; the registry changes on the store's dispatcher, in the order of these calls.
     void registerContext(Ref<NSManagedObjectContext> const& context);
     void unregisterContext(Ref<NSManagedObjectContext> const& context);
     void updatedActiveContexts();
@@ -138,7 +140,7 @@ private:
     std::optional<NSURL> storeURL_;
     Ref<NSManagedObjectContext> privateContext_;
     Ref<Dispatcher> dispatch_;
-    Ref<Dispatcher> registry_; // orders the changes of the registry, which dispatch_ by itself would not
+    dispatch_queue_t registry_; // orders what runs on dispatch_, so that no change of the registry undoes another
     dispatch_group_t saveDispatchGroup_;
     Cell<Ref<NSManagedObjectContext>> mainThreadContext_;
     Cell<ActiveContexts> activeContexts_;

@@ -20,10 +20,10 @@ class TESSARIN_API NSManagedObjectHelpers {
 
 public:
     class ThreadsafeToken;
-    using KeySlot = Slot<NSManagedObjectHelpers, std::string, Value>;
+    using KeySlot = Slot<NSManagedObjectHelpers, std::string_view, Value>;
 
     /// `object["title"]` reads `valueForKey`, `object["title"] = "Emma"` writes; writing absent clears the value.
-    KeySlot operator[](std::string_view key) { return {*this, std::string{key}}; }
+    KeySlot operator[](std::string_view key) { return {*this, key}; }
     Value slot(std::string_view key);
     void setSlot(std::string_view key, Value value);
 
@@ -75,8 +75,10 @@ TESSARIN_API std::string lastPieceOfClassName(std::string_view name);
 
 /// The entity of an object class: what its own static `entityName()` says, else the class's name without its namespaces.
 template <class T> std::string entityName() {
-    if (&T::entityName != &NSManagedObjectHelpers::entityName) return T::entityName();
-    return lastPieceOfClassName(classOf<T>().name());
+    if constexpr (&T::entityName != &NSManagedObjectHelpers::entityName)
+        return T::entityName();
+    else
+        return lastPieceOfClassName(classOf<T>().name());
 }
 
 /// Tokens for a list of objects, in their order.

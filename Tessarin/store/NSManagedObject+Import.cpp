@@ -19,9 +19,11 @@ template <class Number> std::optional<Number> parsed(std::string_view text) {
     return number;
 }
 
+bool isNumber(Value const& value) { return value.isNumber() || value.kind() == Value::Kind::Decimal; }
+
 /// Numbers as they are, texts that read as one; anything else clears.
 template <class Number> Value number(Value const& value) {
-    if (value.isNumber()) return value;
+    if (isNumber(value)) return value;
     if (!value.isText()) return {};
     auto const result = parsed<Number>(value.text());
     return result ? Value(*result) : Value();
@@ -31,7 +33,7 @@ bool isTrue(std::string_view text) { return text == "true" || text == "1" || tex
 
 Converted boolean(Value const& value) {
     if (value.isText()) return Value(isTrue(value.text()));
-    if (value.isNumber()) return Value(value.boolean());
+    if (isNumber(value)) return Value(value.number() != 0);
     return {};
 }
 
@@ -48,7 +50,7 @@ Converted converted(NSManagedObject& object, NSAttributeType type, Value const& 
     case NSAttributeType::Double: return number<double>(value);
     case NSAttributeType::Float: return number<float>(value);
     case NSAttributeType::Decimal: // single precision is meant: callers round their amounts to it
-        return value.isNumber() ? Value(static_cast<float>(value.number())) : number<float>(value);
+        return isNumber(value) ? Value(static_cast<float>(value.number())) : number<float>(value);
     case NSAttributeType::String: return value.isText() ? value : Value();
     case NSAttributeType::Boolean: return boolean(value);
     case NSAttributeType::Date: return date(object, value);

@@ -1,0 +1,125 @@
+#include "tests/store/StoreFixture.h"
+
+namespace Tessarin {
+namespace {
+using tests::insert;
+using tests::Person;
+using tests::printedBy;
+
+constexpr char const* banner =
+    "************************************************************************ \n"
+    "******* WARNING: findExistingRelationship(::) should be overridden and an actual implementation provided\n"
+    "************************************************************************\n";
+
+/// Imports are made on the context's queue; the hooks are put back afterwards.
+class Import : public testing::Test {
+protected:
+    ~Import() override {
+        Person::rename = nullptr;
+        Person::find = nullptr;
+    }
+    void with(FunctionRef<void(Person&)> work) const {
+        context->performBlockAndWait([&] { work(*context->insertObject<Person>()); });
+    }
+    Ref<NSManagedObjectContext> const context = tests::contextInMemory();
+};
+
+TEST_F(Import, ConvertsToTheAttributesType) {
+    auto const date = Value::date(446904000); // 2015-03-01 12:00:00 UTC
+    auto const stays = std::nullopt;
+    Value const absent;
+    struct {
+        char const* key;
+        Value from;
+        std::optional<Value> to;
+    } const rows[] = {
+        {"age", "42", 42}, {"age", "-42", -42}, {"age", "+42", 42}, {"age", "4x", absent}, {"age", " 42", absent}, {"age", "4.0", absent},
+        {"age", 42, 42}, {"age", 3.7, 3}, {"age", true, 1}, {"age", "", absent}, {"age", List{1}, absent}, {"age", absent, absent},
+        {"height", "1.75", 1.75}, {"height", "1e-3", 0.001}, {"height", 2, 2.0}, {"height", "tall", absent}, {"height", date, absent},
+        {"weight", "0.1", 0.1f}, {"weight", 0.1, 0.1f}, {"weight", "heavy", absent},
+        {"balance", "0.1", Decimal::fromDouble(0.1f)}, {"balance", 0.1, Decimal::fromDouble(0.1f)}, // single precision
+        {"balance", *Decimal::fromText("2.5"), *Decimal::fromText("2.5")},
+        {"name", "Emma", "Emma"}, {"name", 7, absent}, {"name", Dictionary{{"a", 1}}, absent},
+        {"active", "true", true}, {"active", "1", true}, {"active", "y", true}, {"active", "Y", false}, {"active", "yes", false},
+        {"active", 2, true}, {"active", 0.5, true}, {"active", 0, false}, {"active", List{}, stays}, {"active", absent, stays},
+        {"born", "2015-03-01T12:00:00.000+0000", date}, {"born", "Sun, 01 Mar 2015 12:00:00 GMT", date}, {"born", "2015-03-01", absent},
+        {"born", Value::date(0), stays}, {"born", 1425211200, stays}, {"photo", "cat", stays}, {"photo", absent, stays},
+    };
+    Dictionary const earlier{{"age", 1}, {"height", 1.0}, {"weight", 1.0f}, {"balance", Decimal(1)}, {"name", "old"}, {"active", true},
+                             {"born", Value::date(1)}, {"photo", Value::data(std::vector{std::byte{1}})}};
+    for (auto const& row : rows)
+        with([&](Person& person) {
+            SCOPED_TRACE(std::string{row.key} + " from " + row.from.description());
+            person.setValueForKey(earlier[row.key], row.key);
+            person.importDictionary({{row.key, row.from}, {"unknown", 1}});
+            EXPECT_EQ(person.valueForKey(row.key), row.to ? *row.to : earlier[row.key]);
+            EXPECT_EQ(person.valueForKey(row.key).kind(), row.to ? row.to->kind() : earlier[row.key].kind());
+        });
+}
+
+TEST_F(Import, WarnsTwiceForEachNestedDictionaryAndMakesNewObjects) {
+    with([&](Person& person) {
+        Dictionary const values{{"boss", Dictionary{{"name", "Ada"}, {"reports", List{Dictionary{{"name", "none"}}}}}}};
+        EXPECT_EQ(printedBy([&] { person.importDictionary(values); }), std::string{banner} + banner);
+        auto const boss = person.valueForKey("boss").objectAs<Person>();
+        ASSERT_TRUE(boss);
+        EXPECT_EQ(boss->valueForKey("name"), "Ada");
+        EXPECT_EQ(boss->mutableSetValueForKey("reports").count(), 1u) << "the list was ignored; the inverse stands";
+
+        EXPECT_EQ(printedBy([&] { person.importDictionary({{"pets", Dictionary{{"name", "Rex"}}}}); }), std::string{banner} + banner);
+        EXPECT_EQ(printedBy([&] { EXPECT_TRUE(person.addRelationship("pets", {{"name", "Tom"}})); }), banner);
+        EXPECT_EQ(person.mutableSetValueForKey("pets").count(), 2u);
+        EXPECT_EQ(context->count("Pet"), 2);
+        for (auto const* name : {"name", "unknown"}) {
+            EXPECT_FALSE(person.importRelationship(name, {}));
+            EXPECT_FALSE(person.addRelationship(name, {}));
+        }
+        person.importDictionary({{"boss", "Ada"}, {"pets", Value()}});
+        EXPECT_EQ(person.valueForKey("boss"), Value(boss)) << "a relationship takes nothing but dictionaries";
+    });
+}
+
+TEST_F(Import, HookFindsObjectsThatAreAttachedBeforeTheyAreFilled) {
+    with([&](Person& person) {
+        auto const ada = std::static_pointer_cast<Person>(insert(*context, "Person", "Ada"));
+        Person::find = [&](Person& asked, std::string const& entity, Dictionary const& values) -> Ref<NSManagedObject> {
+            if (entity == "Pet") {
+                EXPECT_EQ(&asked, ada.get());
+                EXPECT_EQ(person.valueForKey("boss"), Value(ada)) << "attached before its own relationships are imported";
+                return nullptr;
+            }
+            return values["name"] == "Ada" ? ada : nullptr;
+        };
+        EXPECT_EQ(printedBy([&] {
+            EXPECT_EQ(person.importRelationship("boss", {{"name", "Ada"}, {"age", "36"}, {"pets", Dictionary{{"name", "Rex"}}}}), ada);
+            EXPECT_EQ(ada->importRelationship("reports", {{"name", "Ada"}}), ada);
+        }), "");
+        EXPECT_EQ(ada->valueForKey("age"), 36);
+        EXPECT_TRUE(ada->mutableSetValueForKey("reports").containsObject(ada));
+        EXPECT_EQ(context->count("Person"), 2);
+        EXPECT_EQ(context->count("Pet"), 1);
+    });
+}
+
+TEST_F(Import, HookRenamesWhatWasLookedUpUnderTheRawKey) {
+    Person::rename = [](std::string const& key) -> std::optional<std::string> {
+        if (key == "age") return "height";
+        if (key == "weight") return {};
+        return key == "fullName" ? "name" : key;
+    };
+    with([](Person& person) {
+        person.importDictionary({{"age", "3"}, {"weight", 4}, {"fullName", "Ada"}});
+        EXPECT_EQ(person.valueForKey("height"), 3.0) << "converted as the raw key's attribute, stored under the other";
+        for (auto const* key : {"age", "weight", "name"}) EXPECT_TRUE(person.valueForKey(key).isAbsent()) << key;
+    });
+}
+
+TEST_F(Import, TextsToBooleansAreMatchedWhole) {
+    with([](Person& person) {
+        for (auto const* text : {"true", "1", "y"}) EXPECT_EQ(person.dictionaryStringToBool(text), true) << text;
+        for (auto const* text : {"True", "yes", "Y", "0", "", "true "}) EXPECT_EQ(person.dictionaryStringToBool(text), false) << text;
+    });
+}
+
+} // namespace
+} // namespace Tessarin

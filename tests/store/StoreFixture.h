@@ -1,0 +1,162 @@
+#pragma once
+#include "Tessarin/platform/foundation/NSFileManager.h"
+#include "Tessarin/platform/foundation/NSNotificationCenter.h"
+#include "Tessarin/platform/objectgraph/model/ModelDocument.h"
+#include "Tessarin/store/ManagedObjectStore.h"
+#include "tests/support/MainThread.h"
+#include "tests/support/TemporaryFolder.h"
+#include <chrono>
+#include <gtest/gtest.h>
+#include <thread>
+
+namespace Tessarin::tests {
+
+/// A person whose import may be bent by the test that runs.
+struct Person : NSManagedObject {
+    std::optional<std::string> dictionaryKeyToAttributeName(std::string const& key) override {
+        return rename ? rename(key) : NSManagedObject::dictionaryKeyToAttributeName(key);
+    }
+    Ref<NSManagedObject> findExistingRelationship(std::string const& entity, Dictionary const& values) override {
+        return find ? find(*this, entity, values) : NSManagedObject::findExistingRelationship(entity, values);
+    }
+    static inline std::function<std::optional<std::string>(std::string const&)> rename;
+    static inline std::function<Ref<NSManagedObject>(Person&, std::string const&, Dictionary const&)> find;
+};
+struct Pet : NSManagedObject {};
+
+inline constexpr char const* peopleAndPets = R"(<model>
+  <entity name="Person" representedClassName="Tessarin.tests.Person">
+    <attribute name="name" optional="YES" attributeType="String"/><attribute name="age" optional="YES" attributeType="Integer 16"/>
+    <attribute name="height" optional="YES" attributeType="Double"/><attribute name="weight" optional="YES" attributeType="Float"/>
+    <attribute name="balance" optional="YES" attributeType="Decimal"/><attribute name="active" optional="YES" attributeType="Boolean"/>
+    <attribute name="born" optional="YES" attributeType="Date"/><attribute name="photo" optional="YES" attributeType="Binary"/>
+    <relationship name="boss" optional="YES" maxCount="1" destinationEntity="Person" inverseName="reports" inverseEntity="Person"/>
+    <relationship name="reports" optional="YES" toMany="YES" destinationEntity="Person" inverseName="boss" inverseEntity="Person"/>
+    <relationship name="pets" optional="YES" toMany="YES" destinationEntity="Pet" inverseName="owner" inverseEntity="Pet"/>
+  </entity>
+  <entity name="Pet" representedClassName="Tessarin.tests.Pet">
+    <attribute name="name" optional="NO" attributeType="String"/>
+    <relationship name="owner" optional="YES" maxCount="1" destinationEntity="Person" inverseName="pets" inverseEntity="Person"/>
+  </entity>
+</model>)";
+
+inline Ref<NSManagedObjectModel> peopleModel() {
+    registerClass<Person, NSManagedObject>();
+    registerClass<Pet, NSManagedObject>();
+    std::string problem;
+    return NSManagedObjectModel::modelWithDefinition(parseModelDocument(peopleAndPets, problem).value(), &problem);
+}
+
+/// A user's home with a model document in it; stores made here keep their files in its Documents.
+class StoreHome {
+public:
+    StoreHome() {
+        peopleModel();
+        folder.write("People.xcdatamodel/contents", peopleAndPets);
+    }
+    template <class Store = ManagedObjectStore> Ref<Store> store(std::string const& name = "Notes") const {
+        return make<Store>(StoreOptions{.modelURL = url("People.xcdatamodel"), .filename = name});
+    }
+    NSURL url(std::string_view name) const { return NSURL::fileURLWithPath(folder.path(name)); }
+    NSURL documents(std::string const& name) const { return url("Documents/" + name); }
+
+    TemporaryFolder folder;
+
+private:
+    Environment variables_[3] = {{"HOME", folder.path()}, {"XDG_CONFIG_HOME", std::nullopt}, {"XDG_DATA_HOME", folder.path("data")}};
+};
+
+/// A context over an empty store in memory, of the model above.
+inline Ref<NSManagedObjectContext> contextInMemory() {
+    auto coordinator = make<NSPersistentStoreCoordinator>(peopleModel());
+    Ref<NSError> error;
+    coordinator->addPersistentStoreWithType(NSInMemoryStoreType, {}, NSURL::fileURLWithPath("/nowhere"), {}, error);
+    auto context = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue);
+    context->setPersistentStoreCoordinator(coordinator);
+    return context;
+}
+
+/// How many records the store itself has, whatever its contexts have not saved.
+inline std::int64_t countInStore(NSManagedObjectContext const& context, char const* entity) {
+    auto const reader = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue);
+    reader->setPersistentStoreCoordinator(context.persistentStoreCoordinator());
+    std::int64_t count = 0;
+    reader->performBlockAndWait([&] { count = reader->count(entity); });
+    return count;
+}
+
+inline Ref<NSManagedObjectContext> childOf(Ref<NSManagedObjectContext> const& parent) {
+    auto context = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue);
+    context->setParentContext(parent);
+    return context;
+}
+
+inline Ref<NSManagedObject> insert(NSManagedObjectContext& context, char const* entity, std::string const& name) {
+    auto object = context.insertEntityNamed(entity);
+    (*object)["name"] = name;
+    return object;
+}
+
+/// Adds a record by way of a worker, without waiting for the file.
+inline Ref<NSManagedObjectContext> saveOne(ManagedObjectStore& store, std::string const& name) {
+    auto worker = store.createWorkerContext();
+    worker->performBlockAndWait([&] { insert(*worker, "Person", name); });
+    worker->saveAndWait();
+    return worker;
+}
+
+inline void waitForFile(ManagedObjectStore& store) {
+    ASSERT_EQ(dispatch_group_wait(store.saveDispatchGroup(), dispatch_time(DISPATCH_TIME_NOW, 60'000'000'000)), 0);
+}
+
+/// The names in the file of a store, sorted, as another coordinator reads them.
+inline std::string namesInFile(ManagedObjectStore const& store, std::string const& entity = "Person") {
+    auto coordinator = make<NSPersistentStoreCoordinator>(store.model());
+    Ref<NSError> error;
+    auto const name = store.storeURL().lastPathComponent() + ".db";
+    coordinator->addPersistentStoreWithType(NSSQLiteStoreType, {}, store.storeURL().URLByAppendingPathComponent(name), {}, error);
+    auto context = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue);
+    context->setPersistentStoreCoordinator(coordinator);
+    std::string names;
+    context->performBlockAndWait([&] {
+        for (auto const& each : context->allObjects(entity, {.sortedBy = {NSSortDescriptor::sortDescriptorWithKey("name")}}))
+            names += (names.empty() ? "" : ",") + each->valueForKey("name").description();
+    });
+    return names;
+}
+
+inline bool eventually(std::function<bool()> const& holds) {
+    auto const end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (!holds() && std::chrono::steady_clock::now() < end) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    return holds();
+}
+
+inline std::string printedBy(std::function<void()> const& work) {
+    testing::internal::CaptureStdout();
+    work();
+    return testing::internal::GetCapturedStdout();
+}
+
+/// The names of the contexts that save while it lives, in their order.
+class SaveLog {
+public:
+    SaveLog() {
+        token_ = NSNotificationCenter::defaultCenter()->addObserverForName(
+            NSManagedObjectContextDidSaveNotification, nullptr, nullptr, [this](Ref<NSNotification> const& note) {
+                dispatch_sync(order_, [&] { text_ += std::static_pointer_cast<NSManagedObjectContext>(note->object())->name() + "; "; });
+            });
+    }
+    ~SaveLog() { NSNotificationCenter::defaultCenter()->removeObserver(*token_); }
+    std::string text() const {
+        std::string copy;
+        dispatch_sync(order_, [&] { copy = text_; });
+        return copy;
+    }
+
+private:
+    dispatch_queue_t const order_ = dispatch_queue_create("SaveLog", DISPATCH_QUEUE_SERIAL);
+    std::string text_; // on order_
+    Ref<NSObject> token_;
+};
+
+} // namespace Tessarin::tests
