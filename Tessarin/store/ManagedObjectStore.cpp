@@ -62,7 +62,7 @@ void ManagedObjectStore::climb(NSManagedObjectContext& saved) {
 }
 
 NSPersistentStore& ManagedObjectStore::onlyStore() const {
-    auto* store = coordinator_->store();
+    auto* store = coordinator_ ? coordinator_->store() : nullptr;
     if (!store) fatal("the coordinator of a ManagedObjectStore has no store");
     return *store;
 }

@@ -47,15 +47,36 @@ inline Ref<NSManagedObjectModel> peopleModel() {
     return NSManagedObjectModel::modelWithDefinition(parseModelDocument(peopleAndPets, problem).value(), &problem);
 }
 
-/// A user's home with a model document in it; stores made here keep their files in its Documents.
+inline bool eventually(std::function<bool()> const& holds) {
+    auto const end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (!holds() && std::chrono::steady_clock::now() < end) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    return holds();
+}
+
+/// A user's home with a model document in it; stores made here keep their files in its Documents, and end with it: one that
+/// lives on hears the saves of later tests.
 class StoreHome {
 public:
     StoreHome() {
         peopleModel();
         folder.write("People.xcdatamodel/contents", peopleAndPets);
     }
-    template <class Store = ManagedObjectStore> Ref<Store> store(std::string const& name = "Notes") const {
-        return make<Store>(StoreOptions{.modelURL = url("People.xcdatamodel"), .filename = name});
+    ~StoreHome() {
+        EXPECT_TRUE(eventually([&] {
+            std::erase_if(made_, [](auto const& each) {
+                if (auto const store = each.lock()) store->setActiveContexts({});
+                return each.expired();
+            });
+            return made_.empty();
+        }));
+    }
+    template <class Store = ManagedObjectStore> Ref<Store> store(std::string const& name = "Notes") {
+        return store<Store>(StoreOptions{.modelURL = url("People.xcdatamodel"), .filename = name});
+    }
+    template <class Store = ManagedObjectStore> Ref<Store> store(StoreOptions options) {
+        auto store = make<Store>(std::move(options));
+        made_.push_back(store);
+        return store;
     }
     NSURL url(std::string_view name) const { return NSURL::fileURLWithPath(folder.path(name)); }
     NSURL documents(std::string const& name) const { return url("Documents/" + name); }
@@ -63,6 +84,7 @@ public:
     TemporaryFolder folder;
 
 private:
+    std::vector<WeakRef<ManagedObjectStore>> made_;
     Environment variables_[3] = {{"HOME", folder.path()}, {"XDG_CONFIG_HOME", std::nullopt}, {"XDG_DATA_HOME", folder.path("data")}};
 };
 
@@ -125,25 +147,21 @@ inline std::string namesInFile(ManagedObjectStore const& store, std::string cons
     return names;
 }
 
-inline bool eventually(std::function<bool()> const& holds) {
-    auto const end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-    while (!holds() && std::chrono::steady_clock::now() < end) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    return holds();
-}
-
 inline std::string printedBy(std::function<void()> const& work) {
     testing::internal::CaptureStdout();
     work();
     return testing::internal::GetCapturedStdout();
 }
 
-/// The names of the contexts that save while it lives, in their order.
+/// The names of the contexts that save while it lives, in the order of their first save. To hear them in that order it has to
+/// be there before a store whose observing sets off the next save.
 class SaveLog {
 public:
     SaveLog() {
         token_ = NSNotificationCenter::defaultCenter()->addObserverForName(
             NSManagedObjectContextDidSaveNotification, nullptr, nullptr, [this](Ref<NSNotification> const& note) {
-                dispatch_sync(order_, [&] { text_ += std::static_pointer_cast<NSManagedObjectContext>(note->object())->name() + "; "; });
+                auto const name = std::static_pointer_cast<NSManagedObjectContext>(note->object())->name() + "; ";
+                dispatch_sync(order_, [&] { text_ += text_.find(name) == text_.npos ? name : ""; });
             });
     }
     ~SaveLog() { NSNotificationCenter::defaultCenter()->removeObserver(*token_); }
@@ -151,6 +169,9 @@ public:
         std::string copy;
         dispatch_sync(order_, [&] { copy = text_; });
         return copy;
+    }
+    void clear() {
+        dispatch_sync(order_, [&] { text_.clear(); });
     }
 
 private:
