@@ -4,6 +4,7 @@
 #include <condition_variable>
 #include <filesystem>
 #include <fstream>
+#include <malloc.h>
 #include <mutex>
 #include <unistd.h>
 
@@ -107,15 +108,28 @@ TEST(Pool, LongQueuesDoNotKeepOthersOut) {
     EXPECT_EQ(dispatch_group_wait(group, limit()), 0);
 }
 
-TEST(Pool, AnIdleProcessHasNoWakeUpsAndItsWorkersLeave) {
+TEST(Pool, AnIdleProcessHasNoWakeUpsAndItsWorkersAndMemoryGo) {
+    auto const bytes = [] {
+        auto const heap = mallinfo2();
+        return heap.uordblks + heap.hblkhd;
+    };
+    auto const before = bytes();
+    constexpr std::size_t backlog = 200'000;
+    auto const queue = serialQueue();
+    dispatch_suspend(queue);
+    for (std::size_t i = 0; i < backlog; ++i) dispatch_async(queue, [] {});
+    dispatch_resume(queue);
+    dispatch_sync(queue, [] {});
     for (int i = 0; i < 100; ++i) dispatch_sync(queueOn(serialQueue()), [] {}), dispatch_async(serialQueue(), [] {});
+    EXPECT_GT(threadsNow().workers, 0);
     EXPECT_TRUE(eventually([] {
-        auto const before = threadsNow();
+        auto const first = threadsNow();
         std::this_thread::sleep_for(std::chrono::milliseconds{200});
-        auto const after = threadsNow();
-        return after.sleeps == before.sleeps && after.workers == before.workers;
+        auto const second = threadsNow();
+        return first.sleeps == second.sleeps && first.workers == second.workers;
     }));
     EXPECT_TRUE(eventually([] { return threadsNow().workers == 0; }));
+    EXPECT_LT(bytes(), before + backlog * 16);
 }
 
 } // namespace

@@ -51,8 +51,7 @@ bool Pool::collectKept() noexcept {
         auto const count = worker->keptCount.load(std::memory_order_relaxed);
         if (!worker->kept.load(std::memory_order_relaxed)) continue;
         any = true;
-        if (worker->keptCountSeen == count)
-            if (auto* const item = worker->kept.exchange(nullptr, std::memory_order_acq_rel)) pushInbox(item);
+        if (worker->keptCountSeen == count) giveUpKept(*worker);
         worker->keptCountSeen = count;
     }
     return any;

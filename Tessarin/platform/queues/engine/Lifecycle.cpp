@@ -12,11 +12,12 @@ using namespace engine;
 
 namespace {
 
-constinit GlobalQueue background{"global.background", "dispatch-bgrnd", 15};
-constinit GlobalQueue utility{"global.utility", "dispatch-util", 5};
-constinit GlobalQueue standard{"global.default", "dispatch-default", 0};
-constinit GlobalQueue userInitiated{"global.user-initiated", "dispatch-userin", 0};
-constinit GlobalQueue userInteractive{"global.user-interactive", "dispatch-userac", 0};
+// A thread's name has at most 15 characters.
+constinit GlobalQueue background{"global.background", "dispatch-backgr", 15};
+constinit GlobalQueue utility{"global.utility", "dispatch-utilit", 5};
+constinit GlobalQueue standard{"global.default", "dispatch-normal", 0};
+constinit GlobalQueue userInitiated{"global.user-initiated", "dispatch-initia", 0};
+constinit GlobalQueue userInteractive{"global.user-interactive", "dispatch-intera", 0};
 
 char* copyOfLabel(char const* label) {
     if (!label || !*label) return nullptr;

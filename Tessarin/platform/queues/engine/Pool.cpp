@@ -1,8 +1,10 @@
 #include "Tessarin/platform/queues/engine/Pool.h"
 
+#include "Tessarin/platform/queues/engine/ItemDepot.h"
 #include "Tessarin/platform/queues/engine/Thread.h"
 #include "Tessarin/platform/queues/engine/Timekeeper.h"
 #include "Tessarin/platform/runtime/Fatal.h"
+#include <algorithm>
 #include <csignal>
 #include <mutex>
 #include <pthread.h>
@@ -38,10 +40,24 @@ void Pool::submit(WorkItem* item) noexcept {
 void Pool::submitQueue(WorkItem* item) noexcept {
     auto* const worker = thisThread.worker;
     if (!worker || &worker->pool != this) return submit(item);
+    item->setNext(nullptr);
+    bool const gaveUp = giveUpKept(*worker);
     worker->keptCount.fetch_add(1, std::memory_order_relaxed);
-    auto* const before = worker->kept.exchange(item, std::memory_order_seq_cst);
+    worker->kept.store(item, std::memory_order_seq_cst);
     callMonitor();
-    if (before) submit(before);
+    if (gaveUp) wakeIfUseful();
+}
+
+/// Lets others run what the worker kept; whether there was anything.
+bool Pool::giveUpKept(Worker& worker) noexcept {
+    auto* item = worker.kept.exchange(nullptr, std::memory_order_acq_rel);
+    if (!item) return false;
+    while (item) {
+        auto* const next = item->next();
+        pushInbox(item);
+        item = next;
+    }
+    return true;
 }
 
 // Whoever changes searching_ or mayWake_ looks at the inbox afterwards, and here the order is the other way round, so an item
@@ -113,6 +129,7 @@ void* Pool::threadMain(void* argument) {
         pool.workers_ = worker;
     }
     pool.run(*worker);
+    itemDepot().trim(); // it has been quiet for a while
     thisThread.worker = nullptr;
     delete worker;
     return nullptr;
@@ -123,9 +140,9 @@ void Pool::run(Worker& worker) noexcept {
     FrameScope const frame(queue_);
     bool searching = true;
     for (;;) {
-        auto* item = wantsWorkersBack() ? nullptr : worker.kept.exchange(nullptr, std::memory_order_acq_rel);
-        if (!item) item = searching ? search() : take();
-        if (!item) item = worker.kept.exchange(nullptr, std::memory_order_acq_rel);
+        if (wantsWorkersBack()) giveUpKept(worker);
+        auto* item = takeKept(worker);
+        if (!item) item = searching ? search(worker) : take(worker);
         if (!item) {
             int nobody = 0;
             if (!searching && searching_.compare_exchange_strong(nobody, 1, std::memory_order_seq_cst)) {
@@ -141,27 +158,53 @@ void Pool::run(Worker& worker) noexcept {
         thisThread.chainPassedOn = false;
         if (worker.blocked.load(std::memory_order_relaxed)) workerResumes(worker);
         if (tooManyRun_.load(std::memory_order_relaxed)) {
-            if (auto* const kept = worker.kept.exchange(nullptr, std::memory_order_acq_rel)) submit(kept);
+            if (giveUpKept(worker)) wakeIfUseful();
             if (!sleep(worker, false)) return;
             searching = worker.called.exchange(0, std::memory_order_acquire) == 1;
         }
     }
 }
 
-WorkItem* Pool::take() noexcept {
-    std::lock_guard const hold(lock_);
-    if (!head_) head_ = reversed(inbox_.exchange(nullptr, std::memory_order_acq_rel));
-    auto* const item = head_;
-    if (!item) return nullptr;
-    head_ = item->next();
-    ++taken_;
-    wantsWorkersBack_.store(false, std::memory_order_relaxed);
+WorkItem* Pool::takeKept(Worker& worker) noexcept {
+    if (!worker.kept.load(std::memory_order_relaxed)) return nullptr;
+    auto* const item = worker.kept.exchange(nullptr, std::memory_order_acq_rel);
+    if (!item) return nullptr; // the monitor was here
+    if (auto* const rest = item->next()) {
+        worker.keptCount.fetch_add(1, std::memory_order_relaxed);
+        worker.kept.store(rest, std::memory_order_release);
+    }
     return item;
 }
 
-WorkItem* Pool::search() noexcept {
-    WorkItem* item = take();
-    if (!item) spin(searchTime, [&] { return inbox_.load(std::memory_order_relaxed) && (item = take()); });
+/// The oldest item. Behind a long backlog the worker takes a few more under the same lock, and keeps them.
+WorkItem* Pool::take(Worker& worker) noexcept {
+    constexpr std::size_t mostAtOnce = 8;
+    constexpr std::size_t longBacklog = 16; // for each item that is taken
+    std::unique_lock hold(lock_);
+    if (!backlog_.first) backlog_ = reversed(inbox_.exchange(nullptr, std::memory_order_acq_rel));
+    if (!backlog_.first) return nullptr;
+
+    auto const count = std::clamp<std::size_t>(backlog_.count / longBacklog, 1, mostAtOnce);
+    auto* const item = backlog_.first;
+    auto* last = item;
+    for (std::size_t i = 1; i < count; ++i) last = last->next();
+    backlog_ = {last->next(), backlog_.count - count};
+    ++taken_;
+    wantsWorkersBack_.store(false, std::memory_order_relaxed);
+    hold.unlock();
+
+    if (count > 1) {
+        last->setNext(nullptr);
+        worker.keptCount.fetch_add(1, std::memory_order_relaxed);
+        worker.kept.store(item->next(), std::memory_order_seq_cst);
+        callMonitor();
+    }
+    return item;
+}
+
+WorkItem* Pool::search(Worker& worker) noexcept {
+    WorkItem* item = take(worker);
+    if (!item) spin(searchTime, [&] { return inbox_.load(std::memory_order_relaxed) && (item = take(worker)); });
     return item;
 }
 
@@ -220,7 +263,7 @@ void Pool::forget(Worker& worker) noexcept {
 }
 
 void Pool::workerBlocks(Worker& worker) noexcept {
-    if (auto* const item = worker.kept.exchange(nullptr, std::memory_order_acq_rel)) pushInbox(item);
+    giveUpKept(worker);
     std::unique_lock hold(lock_);
     if (!worker.blocked.exchange(true, std::memory_order_relaxed)) --running_;
     updateCounts();

@@ -15,7 +15,8 @@ public:
 
     Pool& pool;
     std::atomic<std::uint32_t> called = 0; // what it sleeps on
-    /// What this worker made runnable last and will run next itself. The monitor takes it away when it stays too long.
+    /// What it will run next, a list: the queue that it made runnable last, or a few items taken at once from a long backlog. The
+    /// monitor takes them away when they stay too long.
     std::atomic<WorkItem*> kept = nullptr;
     std::atomic<std::uint32_t> keptCount = 0;
     std::uint32_t keptCountSeen = 0; // the monitor's
@@ -54,8 +55,10 @@ public:
 private:
     static void* threadMain(void* worker);
     void run(Worker& worker) noexcept;
-    WorkItem* take() noexcept;
-    WorkItem* search() noexcept;
+    WorkItem* takeKept(Worker& worker) noexcept;
+    WorkItem* take(Worker& worker) noexcept;
+    WorkItem* search(Worker& worker) noexcept;
+    bool giveUpKept(Worker& worker) noexcept;
     void stopSearching() noexcept;
     bool sleep(Worker& worker, bool searching) noexcept;
     void leaveSleepers(Worker& worker) noexcept;
@@ -65,7 +68,7 @@ private:
     void wakeIfUseful() noexcept;
     void wakeOne() noexcept;
     bool startThread() noexcept;
-    bool hasQueued() const noexcept { return head_ || inbox_.load(std::memory_order_seq_cst); } // under the lock
+    bool hasQueued() const noexcept { return backlog_.first || inbox_.load(std::memory_order_seq_cst); } // under the lock
     void updateCounts() noexcept;
     bool collectKept() noexcept;
     bool findBlocked() noexcept;
@@ -77,7 +80,7 @@ private:
     std::atomic<bool> wantsWorkersBack_ = false;
 
     alignas(64) Lock lock_; // guards the rest
-    WorkItem* head_ = nullptr; // oldest first; what was in the inbox before
+    ItemList backlog_; // oldest first; what was in the inbox before
     Worker* sleepers_ = nullptr;
     Worker* workers_ = nullptr;
     int running_ = 0;

@@ -10,61 +10,43 @@ using namespace engine;
 
 namespace {
 
-Specific* find(SpecificTable const* table, void const* key) noexcept {
-    if (!table) return nullptr;
-    auto const count = table->count.load(std::memory_order_acquire);
-    for (std::size_t i = 0; i < count; ++i)
-        if (table->entries[i].key == key) return &table->entries[i];
-    return nullptr;
-}
-
 void destroyLater(void* value, dispatch_function_t destructor) {
     if (value && destructor) defaultGlobalQueue().submit(newItem([=] { destructor(value); }));
 }
 
-SpecificTable* grown(SpecificTable* table) {
-    auto* const larger = new SpecificTable(table ? 2 * table->capacity : 2);
-    larger->before = table;
-    auto const count = table ? table->count.load(std::memory_order_relaxed) : 0;
-    for (std::size_t i = 0; i < count; ++i) {
-        larger->entries[i].key = table->entries[i].key;
-        larger->entries[i].value.store(table->entries[i].value.load(std::memory_order_relaxed), std::memory_order_relaxed);
-        larger->entries[i].destructor = table->entries[i].destructor;
+/// The entry of the key, or a free one in a block that may have to be made.
+Specific& entryFor(std::atomic<SpecificTable*>& first, void const* key) {
+    for (auto* link = &first;; link = &link->load(std::memory_order_relaxed)->next) {
+        if (!link->load(std::memory_order_relaxed)) link->store(new SpecificTable, std::memory_order_release);
+        for (auto& entry : link->load(std::memory_order_relaxed)->entries)
+            if (auto const* const present = entry.key.load(std::memory_order_relaxed); present == key || !present) return entry;
     }
-    larger->count.store(count, std::memory_order_relaxed);
-    return larger;
 }
 
 } // namespace
 
 void DispatchQueue::setSpecific(void const* key, void* value, dispatch_function_t destructor) {
+    if (!key) return;
     std::unique_lock hold(rareLock);
-    auto* table = specifics_.load(std::memory_order_relaxed);
-    auto* entry = find(table, key);
-    if (!entry) {
-        if (!value) return;
-        auto const count = table ? table->count.load(std::memory_order_relaxed) : 0;
-        if (!table || count == table->capacity) table = grown(table);
-        entry = &table->entries[count];
-        entry->key = key;
-        table->count.store(count + 1, std::memory_order_release);
-        specifics_.store(table, std::memory_order_release);
-    }
-    auto* const before = entry->value.exchange(value, std::memory_order_acq_rel);
-    auto const destructorBefore = std::exchange(entry->destructor, destructor);
+    auto& entry = entryFor(specifics_, key);
+    auto* const before = entry.value.exchange(value, std::memory_order_acq_rel);
+    auto const destructorBefore = std::exchange(entry.destructor, destructor);
+    entry.key.store(key, std::memory_order_release);
     hold.unlock();
     destroyLater(before, destructorBefore);
 }
 
 void* DispatchQueue::specific(void const* key) const noexcept {
-    auto const* const entry = find(specifics_.load(std::memory_order_acquire), key);
+    auto* const table = specifics_.load(std::memory_order_acquire);
+    auto const* const entry = table && key ? table->find(key) : nullptr;
     return entry ? entry->value.load(std::memory_order_acquire) : nullptr;
 }
 
 void engine::destroySpecifics(SpecificTable* table) {
-    auto const count = table ? table->count.load(std::memory_order_acquire) : 0;
-    for (std::size_t i = 0; i < count; ++i) destroyLater(table->entries[i].value.load(std::memory_order_acquire), table->entries[i].destructor);
-    delete table;
+    while (table) {
+        for (auto const& entry : table->entries) destroyLater(entry.value.load(std::memory_order_acquire), entry.destructor);
+        delete std::exchange(table, table->next.load(std::memory_order_acquire));
+    }
 }
 
 DispatchQueue* engine::currentQueue() noexcept {

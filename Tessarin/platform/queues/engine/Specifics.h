@@ -1,27 +1,26 @@
 #pragma once
 #include "Tessarin/platform/queues/engine/DispatchQueue.h"
+#include <array>
 
 namespace Tessarin::engine {
 
 struct Specific {
-    void const* key = nullptr;
+    std::atomic<void const*> key = nullptr; // null: free
     std::atomic<void*> value = nullptr;
     dispatch_function_t destructor = nullptr; // guarded by rareLock
 };
 
-/// A queue's values. Readers take no lock, so keys never change place: a new key that does not fit makes a table twice as long, and
-/// the old one lives on behind it, for a reader that may still be in it, until the queue dies.
+/// A queue's values, in blocks that are only ever added to, since readers take no lock. A removed value leaves its key behind.
 struct SpecificTable {
-    explicit SpecificTable(std::size_t size) : capacity(size), entries(new Specific[size]) {}
-    ~SpecificTable() {
-        delete[] entries;
-        delete before;
-    }
+    std::array<Specific, 4> entries{};
+    std::atomic<SpecificTable*> next = nullptr;
 
-    std::size_t const capacity;
-    std::atomic<std::size_t> count = 0;
-    Specific* const entries;
-    SpecificTable* before = nullptr;
+    Specific* find(void const* key) noexcept {
+        for (auto* block = this; block; block = block->next.load(std::memory_order_acquire))
+            for (auto& entry : block->entries)
+                if (entry.key.load(std::memory_order_relaxed) == key) return &entry; // the value has an order of its own
+        return nullptr;
+    }
 };
 
 /// Hands every value to its destructor, and frees the table.

@@ -51,7 +51,7 @@ void DispatchQueue::submitToTarget() noexcept {
 
 bool DispatchQueue::detach() noexcept {
     auto const bits = state_.fetch_and(~state::Items, std::memory_order_acq_rel);
-    fifo_ = reversed(itemsOf(bits));
+    fifo_ = reversed(itemsOf(bits)).first;
     return fifo_ != nullptr;
 }
 

@@ -16,11 +16,15 @@ constexpr Nanoseconds shortestRound = 50'000;
 constexpr Nanoseconds longestRound = 2'000'000;
 constexpr int quietRounds = 10; // then the monitor goes home
 
+// Where timers are dense, they are submitted in batches this far apart: one wake-up for several.
+constexpr Nanoseconds batching = 50'000;
+
 struct Timer {
     Nanoseconds when;
     std::uint64_t sequence; // equal moments keep the order of submission
-    DispatchQueue* queue;
-    WorkItem* item;
+    WorkItem* item;         // its link, which nobody else uses yet, is the queue
+
+    DispatchQueue* queue() const noexcept { return reinterpret_cast<DispatchQueue*>(item->link); }
 };
 
 bool isLater(Timer const& left, Timer const& right) {
@@ -33,7 +37,9 @@ public:
         bool isNext = false;
         {
             std::lock_guard const hold(lock_);
-            timers_.push_back({when, ++sequence_, &queue, item});
+            if (timers_.size() == timers_.capacity()) timers_.reserve(timers_.size() + timers_.size() / 4 + 8); // they may be many
+            item->link = reinterpret_cast<std::uintptr_t>(&queue);
+            timers_.push_back({when, ++sequence_, item});
             std::push_heap(timers_.begin(), timers_.end(), isLater);
             isNext = when < wakesAt_;
         }
@@ -84,12 +90,15 @@ private:
             }
             wakesAt_ = timers_.empty() ? never : timers_.front().when;
         }
+        if (due_.empty()) return wakesAt_;
         for (auto const& timer : due_) {
-            timer.queue->submit(timer.item);
-            timer.queue->release();
+            auto* const queue = timer.queue();
+            timer.item->link = 0;
+            queue->submit(timer.item);
+            queue->release();
         }
         due_.clear();
-        return wakesAt_;
+        return std::max(wakesAt_, now + batching);
     }
 
     Nanoseconds doRound() noexcept {

@@ -29,7 +29,11 @@ void recycle(WorkItem* item) noexcept;
 /// Runs the closure where it lies, then recycles. An exception that leaves it ends the process with its message.
 void runAndRecycle(WorkItem* item) noexcept;
 
+struct ItemList {
+    WorkItem* first = nullptr;
+    std::size_t count = 0;
+};
 /// Turns a list that was pushed at its front into the order of submission.
-WorkItem* reversed(WorkItem* list) noexcept;
+ItemList reversed(WorkItem* list) noexcept;
 
 } // namespace Tessarin::engine

@@ -1,0 +1,125 @@
+#include "benchmarks/queues/Groups.h"
+
+#include "Tessarin/platform/queues/Dispatch.h"
+#include <algorithm>
+#include <chrono>
+#include <mutex>
+
+namespace Tessarin::benchmarks {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+void uncontended(Report& report) {
+    if (!report.wants("sync", "uncontended")) return;
+    constexpr int count = 3'000'000;
+    auto const queue = dispatch_queue_create("bench", DISPATCH_QUEUE_SERIAL);
+    dispatch_async(queue, [] {}); // glibc's mutex is not atomic while a process has but one thread
+    std::mutex mutex;
+    long value = 0;
+    auto const result = medians(
+        runs,
+        [&] {
+            return secondsOf([&] {
+                       for (int i = 0; i < count; ++i) dispatch_sync(queue, [&] { touch(value); });
+                   }) / count * 1e9;
+        },
+        [&] {
+            return secondsOf([&] {
+                       for (int i = 0; i < count; ++i) {
+                           std::lock_guard const hold(mutex);
+                           touch(value);
+                       }
+                   }) / count * 1e9;
+        });
+    report.add({.group = "sync", .row = "uncontended", .unit = "ns", .ours = result.ours, .peer = "std::mutex", .theirs = result.theirs, .target = 3});
+}
+
+void contended(Report& report, int threads) {
+    auto const row = "contended, " + std::to_string(threads) + " threads";
+    if (!report.wants("sync", row)) return;
+    constexpr int count = 400'000;
+    auto const queue = dispatch_queue_create("bench", DISPATCH_QUEUE_SERIAL);
+    std::mutex mutex;
+    long value = 0;
+    auto const rate = [&](auto const& step) {
+        return threads * count / 1e6 / secondsOnThreads(threads, [&](int) {
+                   for (int i = 0; i < count; ++i) step();
+               });
+    };
+    auto const result = medians(
+        runs, [&] { return rate([&] { dispatch_sync(queue, [&] { ++value; }); }); },
+        [&] {
+            return rate([&] {
+                std::lock_guard const hold(mutex);
+                ++value;
+            });
+        });
+    report.add({.group = "sync", .row = row, .unit = "M/s", .ours = result.ours, .peer = "std::mutex", .theirs = result.theirs, .target = 0.25, .better = Better::Larger});
+}
+
+void burn(std::chrono::nanoseconds time) {
+    for (auto const end = Clock::now() + time; Clock::now() < end;) {
+    }
+}
+
+struct Thinking {
+    double thousandsPerSecond;
+    double p99; // microseconds
+};
+
+/// A microsecond inside, a microsecond outside, two threads.
+template <class Step> Thinking think(Step const& step) {
+    constexpr int count = 60'000;
+    std::vector<double> waits[2];
+    double const seconds = secondsOnThreads(2, [&](int thread) {
+        auto& mine = waits[thread];
+        mine.reserve(count);
+        for (int i = 0; i < count; ++i) {
+            auto const start = Clock::now();
+            step([] { burn(std::chrono::microseconds{1}); });
+            mine.push_back(std::chrono::duration<double, std::micro>(Clock::now() - start).count() - 1);
+            burn(std::chrono::microseconds{1});
+        }
+    });
+    auto& all = waits[0];
+    all.insert(all.end(), waits[1].begin(), waits[1].end());
+    auto const at = all.begin() + static_cast<std::ptrdiff_t>(all.size() * 99 / 100);
+    std::nth_element(all.begin(), at, all.end());
+    return {2 * count / seconds / 1e3, *at};
+}
+
+void thinking(Report& report) {
+    if (!report.wants("sync", "1 us work, 1 us think, 2 threads")) return;
+    auto const queue = dispatch_queue_create("bench", DISPATCH_QUEUE_SERIAL);
+    std::mutex mutex;
+    double ourWait = 0;
+    double theirWait = 0;
+    auto const result = medians(
+        runs,
+        [&] {
+            auto const one = think([&](auto const& work) { dispatch_sync(queue, work); });
+            ourWait = one.p99;
+            return one.thousandsPerSecond;
+        },
+        [&] {
+            auto const one = think([&](auto const& work) {
+                std::lock_guard const hold(mutex);
+                work();
+            });
+            theirWait = one.p99;
+            return one.thousandsPerSecond;
+        });
+    report.add({.group = "sync", .row = "1 us work, 1 us think, 2 threads", .unit = "k/s", .ours = result.ours, .peer = "std::mutex", .theirs = result.theirs, .target = 0.86, .better = Better::Larger});
+    report.add({.group = "sync", .row = "1 us work, 1 us think, 99% wait", .unit = "us", .ours = ourWait, .peer = "std::mutex", .theirs = theirWait});
+}
+
+} // namespace
+
+void benchSync(Report& report) {
+    uncontended(report);
+    for (int const threads : {2, 4, 8}) contended(report, threads);
+    thinking(report);
+}
+
+} // namespace Tessarin::benchmarks
