@@ -22,8 +22,8 @@ public:
     }
 
     bool wait(dispatch_time_t timeout) noexcept {
-        if (spin(timeout == DISPATCH_TIME_NOW ? 0 : spinTime, [this] { return tryTake(); })) return true;
-        if (timeout == DISPATCH_TIME_NOW) return false;
+        if (timeout == DISPATCH_TIME_NOW) return tryTake();
+        if (spin(spinTime, [this] { return tryTake(); })) return true;
         if (value_.fetch_sub(1, std::memory_order_acq_rel) > 0) return true;
         BlockingScope const blocking;
         auto const deadline = deadlineOf(timeout);

@@ -221,6 +221,8 @@ void Pool::stopSearching() noexcept {
 bool Pool::sleep(Worker& worker, bool searching) noexcept {
     {
         std::lock_guard const hold(lock_);
+        // The monitor may have taken it for blocked just now, and then it counts as running no more.
+        if (worker.blocked.exchange(false, std::memory_order_relaxed)) ++running_;
         bool const needed = running_ <= processorCount();
         --running_;
         worker.sleeps = true;
