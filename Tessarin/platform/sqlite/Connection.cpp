@@ -77,7 +77,8 @@ std::array<std::uint64_t, 6> Connection::logState() const noexcept {
     std::array<std::uint64_t, 6> state{};
     sqlite3_file* file = nullptr;
     void volatile* region = nullptr;
-    if (sqlite3_file_control(handle(), nullptr, SQLITE_FCNTL_FILE_POINTER, &file) != SQLITE_OK || !file || !file->pMethods) return state;
+    if (sqlite3_file_control(handle(), nullptr, SQLITE_FCNTL_FILE_POINTER, &file) != SQLITE_OK || !file || !file->pMethods)
+        return state;
     if (file->pMethods->iVersion < 2 || !file->pMethods->xShmMap) return state;
     if (file->pMethods->xShmMap(file, 0, 32 * 1024, 0, &region) != SQLITE_OK || !region) return state;
     auto const volatile* words = static_cast<std::uint64_t const volatile*>(region);

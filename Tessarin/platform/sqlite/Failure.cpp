@@ -15,7 +15,10 @@ Ref<NSError> errorOf(int code, int systemError, std::string const& message, std:
 } // namespace
 
 Failure::Failure(int code, int systemError, std::string message, std::string const& path)
-    : ErrorException(errorOf(code, systemError, message, path)), code_(code), systemError_(systemError), message_(std::move(message)) {}
+    : ErrorException(errorOf(code, systemError, message, path)),
+      code_(code),
+      systemError_(systemError),
+      message_(std::move(message)) {}
 
 Failure Failure::of(sqlite3* handle, int code, std::string const& path) {
     if (!handle) return {code, 0, sqlite3_errstr(code), path};
@@ -23,7 +26,8 @@ Failure Failure::of(sqlite3* handle, int code, std::string const& path) {
     auto const extended = sqlite3_extended_errcode(handle);
     bool const isLast = (extended & 0xFF) == (code & 0xFF);
     auto const isSystems = (code & 0xFF) == SQLITE_IOERR || (code & 0xFF) == SQLITE_CANTOPEN || (code & 0xFF) == SQLITE_FULL;
-    return {isLast ? extended : code, isSystems ? sqlite3_system_errno(handle) : 0, isLast ? sqlite3_errmsg(handle) : sqlite3_errstr(code), path};
+    return {isLast ? extended : code, isSystems ? sqlite3_system_errno(handle) : 0,
+            isLast ? sqlite3_errmsg(handle) : sqlite3_errstr(code), path};
 }
 
 } // namespace Tessarin::SQLite

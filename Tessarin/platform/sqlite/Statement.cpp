@@ -7,7 +7,8 @@
 namespace Tessarin::SQLite {
 
 Statement::Statement(Connection& connection, std::string_view sql) : connection_(connection) {
-    check(sqlite3_prepare_v3(connection.handle(), sql.data(), static_cast<int>(sql.size()), SQLITE_PREPARE_PERSISTENT, &handle_, nullptr));
+    check(sqlite3_prepare_v3(connection.handle(), sql.data(), static_cast<int>(sql.size()), SQLITE_PREPARE_PERSISTENT, &handle_,
+                             nullptr));
 }
 
 Statement::~Statement() { sqlite3_finalize(handle_); }
@@ -23,7 +24,8 @@ void Statement::bind(int at, std::string_view text) {
     check(sqlite3_bind_text64(handle_, at, text.data() ? text.data() : "", text.size(), SQLITE_STATIC, SQLITE_UTF8));
 }
 void Statement::bind(int at, std::span<std::byte const> bytes) {
-    check(sqlite3_bind_blob64(handle_, at, bytes.data() ? static_cast<void const*>(bytes.data()) : "", bytes.size(), SQLITE_STATIC));
+    check(sqlite3_bind_blob64(handle_, at, bytes.data() ? static_cast<void const*>(bytes.data()) : "", bytes.size(),
+                              SQLITE_STATIC));
 }
 void Statement::bindNull(int at) { check(sqlite3_bind_null(handle_, at)); }
 void Statement::clearBindings() noexcept { sqlite3_clear_bindings(handle_); }

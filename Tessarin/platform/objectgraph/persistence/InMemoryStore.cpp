@@ -36,12 +36,15 @@ NSRelationshipDescription const* manySideOf(RowLayout::Cell const& cell) {
 }
 
 NSRelationshipDescription const* otherSideOf(NSRelationshipDescription const& relationship) {
-    return relationship.isReciprocal() && relationship.inverseRelationship() != &relationship ? relationship.inverseRelationship() : nullptr;
+    return relationship.isReciprocal() && relationship.inverseRelationship() != &relationship ? relationship.inverseRelationship()
+                                                                                              : nullptr;
 }
 
 } // namespace
 
-Ref<InMemoryStore> InMemoryStore::open(NSURL const& url, Ref<RowSpace> space) { return make<InMemoryStore>(url, std::move(space)); }
+Ref<InMemoryStore> InMemoryStore::open(NSURL const& url, Ref<RowSpace> space) {
+    return make<InMemoryStore>(url, std::move(space));
+}
 
 void InMemoryStore::init(NSURL url, Ref<RowSpace> space) {
     url_ = std::move(url);
@@ -101,7 +104,8 @@ Ref<NSError> InMemoryStore::conflictIn(std::span<Ref<ChangeSet const> const> set
                 if (!values || holders.emplace(std::move(*values), key).second) continue;
                 List names;
                 for (auto const* property : constraint) names.push_back(property->name());
-                return storeError(StoreErrorCode::ConstraintConflict, entity->name() + ": another record has the same " + Value(names).description(),
+                return storeError(StoreErrorCode::ConstraintConflict,
+                                  entity->name() + ": another record has the same " + Value(names).description(),
                                   {{"entity", entity->name()}, {"attributes", Value(std::move(names))}});
             }
         }
@@ -146,12 +150,14 @@ void InMemoryStore::remove(RecordChange const& change) {
     if (auto const found = records.find(change.key); found != records.end()) {
         auto const& row = *found->second;
         for (std::size_t cell = 0; cell < row.layout().cells().size(); ++cell)
-            if (auto const* many = manySideOf(row.layout().cells()[cell]); many && row.isPresent(cell)) std::erase(links_[many][row.reference(cell)], change.key);
+            if (auto const* many = manySideOf(row.layout().cells()[cell]); many && row.isPresent(cell))
+                std::erase(links_[many][row.reference(cell)], change.key);
         records.erase(found);
     }
     for (auto& [relationship, links] : links_) {
         if (relationship->entity()->rootEntity() == change.entity->rootEntity()) links.erase(change.key);
-        if (relationship->destinationEntity()->rootEntity() != change.entity->rootEntity() || isKeptInInverse(*relationship)) continue;
+        if (relationship->destinationEntity()->rootEntity() != change.entity->rootEntity() || isKeptInInverse(*relationship))
+            continue;
         for (auto& [owner, members] : links) std::erase(members, change.key);
     }
     space_->cache().remove(change.key);
@@ -198,11 +204,13 @@ Ref<NSError> InMemoryStore::count(StoreQuery const& query, std::size_t& count, b
     std::lock_guard const hold(mutex_);
     complete = !query.predicate && query.limit == 0 && query.offset == 0;
     auto const& records = records_[query.entity->rootEntity()];
-    count = static_cast<std::size_t>(std::ranges::count_if(records, [&](auto const& entry) { return belongsTo(*entry.second, query); }));
+    count = static_cast<std::size_t>(
+        std::ranges::count_if(records, [&](auto const& entry) { return belongsTo(*entry.second, query); }));
     return nullptr;
 }
 
-Ref<NSError> InMemoryStore::rows(NSEntityDescription const& rootEntity, std::span<RecordKey const> keys, FunctionRef<void(RowRef)> each) {
+Ref<NSError> InMemoryStore::rows(NSEntityDescription const& rootEntity, std::span<RecordKey const> keys,
+                                 FunctionRef<void(RowRef)> each) {
     std::vector<RowRef> found; // handed out after the lock is released
     {
         std::lock_guard const hold(mutex_);

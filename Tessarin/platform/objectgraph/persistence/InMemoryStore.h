@@ -19,7 +19,8 @@ public:
     Ref<NSError> save(std::span<Ref<ChangeSet const> const> const sets, SaveOutcome& outcome) override;
     Ref<NSError> fetch(StoreQuery const& query, StoreAnswer& answer) override;
     Ref<NSError> count(StoreQuery const& query, std::size_t& count, bool& complete) override;
-    Ref<NSError> rows(NSEntityDescription const& rootEntity, std::span<RecordKey const> keys, FunctionRef<void(RowRef)> each) override;
+    Ref<NSError> rows(NSEntityDescription const& rootEntity, std::span<RecordKey const> keys,
+                      FunctionRef<void(RowRef)> each) override;
     Ref<NSError> members(NSRelationshipDescription const& relationship, std::span<RecordKey const> owners,
                          FunctionRef<void(RecordKey owner, RecordKey member)> each) override;
     RecordKey reserveKeys(std::size_t count, Ref<NSError>& error) override;

@@ -16,7 +16,7 @@ template <class Old, class New> Old const* sourceAmong(std::span<Old const* cons
     Old const* best = nullptr;
     int bestRank = 0;
     for (auto const* old : all) {
-        int const rank = !identifier.empty() && old->name() == identifier                  ? 3
+        int const rank = !identifier.empty() && old->name() == identifier                 ? 3
                          : !identifier.empty() && old->renamingIdentifier() == identifier ? 2
                          : old->name() == thing.name()                                    ? 1
                                                                                           : 0;
@@ -59,7 +59,9 @@ bool isStored(NSAttributeDescription const& attribute) {
 
 bool isWidening(NSAttributeType from, NSAttributeType to) noexcept {
     using Type = NSAttributeType;
-    auto const width = [](Type type) { return type == Type::Integer16 ? 16 : type == Type::Integer32 ? 32 : type == Type::Integer64 ? 64 : 0; };
+    auto const width = [](Type type) {
+        return type == Type::Integer16 ? 16 : type == Type::Integer32 ? 32 : type == Type::Integer64 ? 64 : 0;
+    };
     if (width(from) != 0) {
         if (width(to) != 0) return width(to) > width(from);
         return to == Type::Decimal || (to == Type::Double && width(from) <= 32) || (to == Type::Float && width(from) == 16);
@@ -90,13 +92,15 @@ void ModelMapping::findEntities() {
     dropsEntities_ = taken.size() != old.size();
 }
 
-NSPropertyDescription const* ModelMapping::sourceOf(NSEntityDescription const& entity, NSPropertyDescription const& property) const {
+NSPropertyDescription const* ModelMapping::sourceOf(NSEntityDescription const& entity,
+                                                    NSPropertyDescription const& property) const {
     auto const* source = sourceOf(entity);
     if (!source) return nullptr;
     auto const* found = sourceAmong(source->properties(), property);
     // One that says that it was this one has it; a new property of the old name starts empty.
     for (auto const* other : entity.properties())
-        if (found && other != &property && property.name() == found->name() && other->renamingIdentifier() == found->name()) return nullptr;
+        if (found && other != &property && property.name() == found->name() && other->renamingIdentifier() == found->name())
+            return nullptr;
     return found;
 }
 
@@ -121,7 +125,8 @@ void ModelMapping::check(NSEntityDescription const& entity, NSPropertyDescriptio
         checkRelationship(entity, *property.asRelationship(), source);
 }
 
-void ModelMapping::checkAttribute(NSEntityDescription const& entity, NSAttributeDescription const& attribute, NSPropertyDescription const* source) const {
+void ModelMapping::checkAttribute(NSEntityDescription const& entity, NSAttributeDescription const& attribute,
+                                  NSPropertyDescription const* source) const {
     if (!isStored(attribute)) return;
     if (source && !source->asAttribute()) refuse(entity, attribute, "it was a relationship and is an attribute");
     bool const hasValues = source && isStored(*source->asAttribute());
@@ -149,7 +154,8 @@ void ModelMapping::checkRelationship(NSEntityDescription const& entity, NSRelati
     for (auto const& destination : to_.entities()) {
         auto const* was = sourceOf(*destination);
         if (was && was->isKindOf(old->destinationEntity()) && !destination->isKindOf(relationship.destinationEntity()))
-            refuse(entity, relationship, "it may have led to a " + was->name() + ", which is no " + relationship.destinationEntity()->name() + " now");
+            refuse(entity, relationship,
+                   "it may have led to a " + was->name() + ", which is no " + relationship.destinationEntity()->name() + " now");
     }
 }
 

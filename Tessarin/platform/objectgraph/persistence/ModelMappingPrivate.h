@@ -22,8 +22,10 @@ public:
 private:
     void findEntities();
     void check(NSEntityDescription const& entity, NSPropertyDescription const& property) const;
-    void checkAttribute(NSEntityDescription const& entity, NSAttributeDescription const& attribute, NSPropertyDescription const* source) const;
-    void checkRelationship(NSEntityDescription const& entity, NSRelationshipDescription const& relationship, NSPropertyDescription const* source) const;
+    void checkAttribute(NSEntityDescription const& entity, NSAttributeDescription const& attribute,
+                        NSPropertyDescription const* source) const;
+    void checkRelationship(NSEntityDescription const& entity, NSRelationshipDescription const& relationship,
+                           NSPropertyDescription const* source) const;
 
     NSManagedObjectModel const& from_;
     NSManagedObjectModel const& to_;

@@ -11,7 +11,8 @@ std::vector<bool> keptOf(std::span<OrderedMember const> order) {
     std::vector<std::size_t> previous(order.size());
     for (std::size_t at = 0; at < order.size(); ++at) {
         if (!order[at].position) continue;
-        auto const place = std::ranges::lower_bound(ends, *order[at].position, {}, [&](std::size_t end) { return *order[end].position; });
+        auto const place =
+            std::ranges::lower_bound(ends, *order[at].position, {}, [&](std::size_t end) { return *order[end].position; });
         previous[at] = place == ends.begin() ? order.size() : *std::prev(place);
         if (place == ends.end())
             ends.push_back(at);
@@ -49,7 +50,8 @@ std::vector<OrderedMember> changedPositions(std::span<OrderedMember const> order
         auto low = before.value_or(end < order.size() ? *order[end].position - (count + 1) * step : 0);
         auto const high = end < order.size() ? *order[end].position : low + (count + 1) * step;
         if (high - low <= count) return renumbered(order);
-        for (std::int64_t index = 1; at < end; ++at, ++index) changed.push_back({order[at].member, low + (high - low) * index / (count + 1)});
+        for (std::int64_t index = 1; at < end; ++at, ++index)
+            changed.push_back({order[at].member, low + (high - low) * index / (count + 1)});
         before = changed.back().position;
     }
     return changed;

@@ -14,7 +14,9 @@ inline bool isKeptInInverse(NSRelationshipDescription const& relationship) {
 inline bool writesItsLinks(NSRelationshipDescription const& relationship) {
     auto const* inverse = relationship.inverseRelationship();
     if (!relationship.isReciprocal() || inverse == &relationship || !inverse->isToMany() || inverse->isTransient()) return true;
-    auto const place = [](NSRelationshipDescription const& r) { return std::pair(std::string_view(r.entity()->name()), std::string_view(r.name())); };
+    auto const place = [](NSRelationshipDescription const& r) {
+        return std::pair(std::string_view(r.entity()->name()), std::string_view(r.name()));
+    };
     return place(relationship) < place(*inverse);
 }
 

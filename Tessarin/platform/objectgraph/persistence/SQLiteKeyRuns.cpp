@@ -38,7 +38,8 @@ void runForKeys(SQLite::Connection& connection, std::string const& sql, std::spa
     if (singles.size() >= listSize) {
         auto const statement = connection.use(sql + listOfParameters());
         for (; singles.size() - at >= listSize; at += listSize) {
-            for (std::size_t place = 0; place < listSize; ++place) statement->bind(static_cast<int>(place) + 1, singles[at + place]);
+            for (std::size_t place = 0; place < listSize; ++place)
+                statement->bind(static_cast<int>(place) + 1, singles[at + place]);
             statement->run();
         }
     }

@@ -45,7 +45,8 @@ void SQLiteLinkWriter::forget() noexcept {
 void SQLiteLinkWriter::writeRemoved(std::size_t at) {
     auto& removed = tables_[at].removed;
     if (removed.empty()) return;
-    auto const statement = connection_.use(fmt::format("DELETE FROM {} WHERE owner = ? AND member = ?", schema_.links()[at].table));
+    auto const statement =
+        connection_.use(fmt::format("DELETE FROM {} WHERE owner = ? AND member = ?", schema_.links()[at].table));
     std::ranges::sort(removed);
     for (auto const& [owner, member] : removed) {
         statement->bind(1, owner);
@@ -90,7 +91,8 @@ std::vector<OrderedMember> SQLiteLinkWriter::stored(SQLiteSchema::Link const& li
 void SQLiteLinkWriter::writeOrder(std::size_t at) {
     auto const& link = schema_.links()[at];
     if (tables_[at].ordered.empty()) return;
-    auto const statement = connection_.use(fmt::format("UPDATE {} SET {} = ? WHERE {} = ? AND {} = ?", link.table, link.position, link.owner, link.member));
+    auto const statement = connection_.use(
+        fmt::format("UPDATE {} SET {} = ? WHERE {} = ? AND {} = ?", link.table, link.position, link.owner, link.member));
     for (auto const& order : tables_[at].ordered)
         for (auto const& [member, position] : changedPositions(stored(link, order))) {
             statement->bind(1, *position);

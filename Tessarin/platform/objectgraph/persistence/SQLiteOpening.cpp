@@ -38,7 +38,11 @@ bool isEmpty(SQLite::Connection& connection) { return connection.integer("SELECT
 } // namespace
 
 SQLiteOpening::SQLiteOpening(NSURL const& file, Ref<RowSpace> space, SQLiteStoreOptions options)
-    : file_(file), path_(file.path()), space_(std::move(space)), options_(options), connectionOptions_(connectionOptions(options)) {}
+    : file_(file),
+      path_(file.path()),
+      space_(std::move(space)),
+      options_(options),
+      connectionOptions_(connectionOptions(options)) {}
 
 std::unique_ptr<SQLiteStore::Impl> SQLiteOpening::run(Ref<NSError>& error) {
     using namespace std::chrono_literals;
@@ -49,8 +53,7 @@ std::unique_ptr<SQLiteStore::Impl> SQLiteOpening::run(Ref<NSError>& error) {
             error = refused.error();
             return nullptr;
         } catch (ErrorException const&) { // postponed, or the rescue of a refused file had to be
-        } catch (std::bad_alloc const&) {
-        }
+        } catch (std::bad_alloc const&) {}
         std::this_thread::sleep_for(pause);
     }
 }
@@ -105,7 +108,8 @@ void SQLiteOpening::checkPlace() const {
     auto const reason = errno;
     // A file where the store's own folder should be is the owner's to remove; further up, a mount may be missing.
     auto const folder = std::filesystem::path(path_).parent_path();
-    if (reason == ENOTDIR && ::stat(folder.c_str(), &status) == 0) throw Refused::because("its folder is a file: " + folder.string());
+    if (reason == ENOTDIR && ::stat(folder.c_str(), &status) == 0)
+        throw Refused::because("its folder is a file: " + folder.string());
     if (reason != ENOENT) throwVerdict(reason, path_);
     if (::stat(folder.empty() ? "." : folder.c_str(), &status) != 0) throwVerdict(errno, folder.string());
 }
@@ -138,40 +142,50 @@ void SQLiteOpening::create(SQLite::Connection& connection) {
     writeStoredModel(connection, *space_, numbers);
 
     StoreMetadata metadata;
-    metadata.set({{"NSStoreType", "SQLite"}, {"NSStoreUUID", NSUUID::UUID().UUIDString()}, {"NSStoreModelVersionHashes", modelHashes(space_->model())}});
+    metadata.set({{"NSStoreType", "SQLite"},
+                  {"NSStoreUUID", NSUUID::UUID().UUIDString()},
+                  {"NSStoreModelVersionHashes", modelHashes(space_->model())}});
     metadata.write(connection);
 }
 
 void SQLiteOpening::checkFormat(SQLite::Connection& connection) const {
-    if (connection.integer("PRAGMA application_id") != applicationID) throw Refused::because("it is another application's: " + path_);
+    if (connection.integer("PRAGMA application_id") != applicationID)
+        throw Refused::because("it is another application's: " + path_);
     if (connection.integer("PRAGMA user_version") > formatVersion)
         throw Postponed(storeError(StoreErrorCode::StoreOpen, "The store was written by a newer version: " + path_));
 }
 
 /// A look whose cost does not grow with the file: a small one is checked wholly, of a large one the ends of every table.
 void SQLiteOpening::checkPages(SQLite::Connection& connection) const {
-    if (connection.text("PRAGMA journal_mode") != "wal") connection.execute("COMMIT; PRAGMA journal_mode = WAL; BEGIN"); // another tool changed it
+    if (connection.text("PRAGMA journal_mode") != "wal")
+        connection.execute("COMMIT; PRAGMA journal_mode = WAL; BEGIN"); // another tool changed it
     if (connection.integer("PRAGMA page_count") <= smallFilePages) {
-        if (auto const problem = connection.text("PRAGMA quick_check(1)"); problem != "ok") throw Refused::because("it is damaged: " + problem);
+        if (auto const problem = connection.text("PRAGMA quick_check(1)"); problem != "ok")
+            throw Refused::because("it is damaged: " + problem);
         return;
     }
     std::string ends;
     {
         auto const tables = connection.use("SELECT DISTINCT \"table\" FROM tessarin_entity");
-        while (tables->step()) ends += fmt::format("{0}SELECT min(id) FROM {1} UNION ALL SELECT max(id) FROM {1}", ends.empty() ? "" : " UNION ALL ", quoted(tables->text(0)));
+        while (tables->step())
+            ends += fmt::format("{0}SELECT min(id) FROM {1} UNION ALL SELECT max(id) FROM {1}", ends.empty() ? "" : " UNION ALL ",
+                                quoted(tables->text(0)));
     }
     if (!ends.empty()) connection.execute(ends);
 }
 
 std::vector<std::int64_t> SQLiteOpening::bringToModel(SQLite::Connection& connection) {
     auto numbers = storedNumbers(connection, space_->model());
-    if (numbers && connection.text("SELECT value FROM tessarin_store WHERE key = 'model'") == storedModelText(space_->model(), *numbers)) return *numbers;
-    if (!options_.infersMapping) throw Refused::because("it was written with another model, and inferring a mapping is not asked for");
+    if (numbers &&
+        connection.text("SELECT value FROM tessarin_store WHERE key = 'model'") == storedModelText(space_->model(), *numbers))
+        return *numbers;
+    if (!options_.infersMapping)
+        throw Refused::because("it was written with another model, and inferring a mapping is not asked for");
     connection.execute("COMMIT");
     SQLite::Transaction transaction(connection);
     auto const stored = storedModelOfText(connection.text("SELECT value FROM tessarin_store WHERE key = 'model'"));
     if (!stored) throw Refused::because("the description of its model is damaged");
-    auto result = migrate(connection, *stored, *space_);
+    auto result = SQLiteMigration(connection, *stored, *space_).run();
     transaction.commit();
     connection.execute("BEGIN");
     return result;

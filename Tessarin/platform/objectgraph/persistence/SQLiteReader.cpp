@@ -33,7 +33,8 @@ void bindAll(SQLite::Statement& statement, List const& arguments) {
 
 } // namespace
 
-SQLiteReader::SQLiteReader(SQLiteSchema const& schema, SQLite::Connection& connection) : schema_(schema), connection_(connection) {
+SQLiteReader::SQLiteReader(SQLiteSchema const& schema, SQLite::Connection& connection)
+    : schema_(schema), connection_(connection) {
     registerSQLFunctions(connection);
 }
 
@@ -109,20 +110,23 @@ std::string SQLiteReader::conditionOf(StoreQuery const& query, SQLTranslation co
     auto condition = translation.condition();
     // The table holds the records of the whole tree.
     bool const isWholeTree = !query.entity->superentity() && query.includesSubentities;
-    if (!schema_.tableOf(*query.entity).hasEntityColumn || isWholeTree) return condition.empty() ? condition : " WHERE " + condition;
-    auto const numbers = query.includesSubentities ? schema_.numbersInTreeOf(*query.entity) : std::to_string(schema_.numberOf(*query.entity));
+    if (!schema_.tableOf(*query.entity).hasEntityColumn || isWholeTree)
+        return condition.empty() ? condition : " WHERE " + condition;
+    auto const numbers =
+        query.includesSubentities ? schema_.numbersInTreeOf(*query.entity) : std::to_string(schema_.numberOf(*query.entity));
     return fmt::format(" WHERE t0.entity IN ({}){}{}", numbers, condition.empty() ? "" : " AND ", condition);
 }
 
 void SQLiteReader::fetch(StoreQuery const& query, StoreAnswer& answer) {
     auto& decoder = decoderFor(*query.entity, query.includesSubentities);
     SQLTranslation translation(schema_, *query.entity);
-    answer.complete = (!query.predicate || translation.addPredicate(*query.predicate)) && translation.addOrder(query.sortDescriptors);
+    answer.complete =
+        (!query.predicate || translation.addPredicate(*query.predicate)) && translation.addOrder(query.sortDescriptors);
     bool const isCut = answer.complete && (query.limit != 0 || query.offset != 0);
     bool const byKeys = !isCut && decoder.expectsCached();
     auto const condition = conditionOf(query, translation);
-    auto sql = fmt::format("SELECT {} FROM {} AS t0{}{}", byKeys ? "t0.id, t0.version" : decoder.columns(), schema_.tableOf(*query.entity).name,
-                           translation.joins(), condition);
+    auto sql = fmt::format("SELECT {} FROM {} AS t0{}{}", byKeys ? "t0.id, t0.version" : decoder.columns(),
+                           schema_.tableOf(*query.entity).name, translation.joins(), condition);
     if (!translation.order().empty()) sql += " ORDER BY " + translation.order();
     auto arguments = translation.arguments();
     if (isCut) {
@@ -167,7 +171,8 @@ void SQLiteReader::count(StoreQuery const& query, std::size_t& count, bool& comp
     SQLTranslation translation(schema_, *query.entity);
     complete = !query.predicate || translation.addPredicate(*query.predicate);
     if (!complete) return;
-    auto const sql = fmt::format("SELECT count(*) FROM {} AS t0{}{}", schema_.tableOf(*query.entity).name, translation.joins(), conditionOf(query, translation));
+    auto const sql = fmt::format("SELECT count(*) FROM {} AS t0{}{}", schema_.tableOf(*query.entity).name, translation.joins(),
+                                 conditionOf(query, translation));
     SQLite::Statement statement(connection_, sql);
     bindAll(statement, translation.arguments());
     if (!statement.step()) return;

@@ -5,7 +5,8 @@
 namespace Tessarin {
 
 struct SQLiteReaderPool::Seat {
-    Seat(SQLiteSchema const& schema, std::unique_ptr<SQLite::Connection> opened) : connection(std::move(opened)), reader(schema, *connection) {}
+    Seat(SQLiteSchema const& schema, std::unique_ptr<SQLite::Connection> opened)
+        : connection(std::move(opened)), reader(schema, *connection) {}
 
     void begin() {
         if (connection->isInTransaction()) {
@@ -27,7 +28,8 @@ struct SQLiteReaderPool::Seat {
     SQLiteReader reader;
 };
 
-SQLiteReaderPool::Lease::Lease(SQLiteReaderPool& pool, std::unique_ptr<Seat> seat) noexcept : pool_(pool), seat_(std::move(seat)) {}
+SQLiteReaderPool::Lease::Lease(SQLiteReaderPool& pool, std::unique_ptr<Seat> seat) noexcept
+    : pool_(pool), seat_(std::move(seat)) {}
 SQLiteReaderPool::Lease::~Lease() {
     if (seat_) pool_.giveBack(std::move(seat_));
 }

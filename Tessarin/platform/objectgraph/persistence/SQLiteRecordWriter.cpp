@@ -4,7 +4,8 @@
 
 namespace Tessarin {
 
-SQLiteRecordWriter::SQLiteRecordWriter(SQLite::Connection& connection, SQLiteSchema const& schema, NSEntityDescription const& entity)
+SQLiteRecordWriter::SQLiteRecordWriter(SQLite::Connection& connection, SQLiteSchema const& schema,
+                                       NSEntityDescription const& entity)
     : connection_(connection), schema_(schema), entity_(entity), layout_(schema.space().layoutOf(entity)) {
     auto const& table = schema.tableOf(entity);
     auto columns = std::string("id, version");
@@ -17,7 +18,8 @@ SQLiteRecordWriter::SQLiteRecordWriter(SQLite::Connection& connection, SQLiteSch
         columns += ", " + schema.columnOf(*layout_.cells()[cell].property);
         values += fmt::format(", ?{}", cell + 3);
     }
-    insert_ = std::make_unique<SQLite::Statement>(connection, fmt::format("INSERT INTO {} ({}) VALUES ({})", table.name, columns, values));
+    insert_ = std::make_unique<SQLite::Statement>(connection,
+                                                  fmt::format("INSERT INTO {} ({}) VALUES ({})", table.name, columns, values));
 }
 
 void SQLiteRecordWriter::bind(SQLite::Statement& statement, int at, Row const& row, std::size_t cell) const {
@@ -42,7 +44,8 @@ std::unique_ptr<SQLite::Statement> SQLiteRecordWriter::updateOf(Mask const& mask
     auto sql = fmt::format("UPDATE {} SET version = ?1", schema_.tableOf(entity_).name);
     int at = 4;
     for (std::size_t cell = 0; cell < layout_.cells().size(); ++cell)
-        if (mask[cell / 64] >> (cell % 64) & 1) sql += fmt::format(", {} = ?{}", schema_.columnOf(*layout_.cells()[cell].property), at++);
+        if (mask[cell / 64] >> (cell % 64) & 1)
+            sql += fmt::format(", {} = ?{}", schema_.columnOf(*layout_.cells()[cell].property), at++);
     return std::make_unique<SQLite::Statement>(connection_, sql + " WHERE id = ?2 AND version = ?3");
 }
 

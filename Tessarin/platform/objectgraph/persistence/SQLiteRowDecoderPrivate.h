@@ -34,7 +34,8 @@ private:
         std::vector<Cell> cells;
     };
     Plan const* planOf(std::int64_t entityNumber) const noexcept;
-    void addPlans(SQLiteSchema const& schema, NSEntityDescription const& entity, bool includesSubentities, std::vector<std::string>& names);
+    void addPlans(SQLiteSchema const& schema, NSEntityDescription const& entity, bool includesSubentities,
+                  std::vector<std::string>& names);
 
     RowSpace& space_;
     bool hasEntityColumn_;

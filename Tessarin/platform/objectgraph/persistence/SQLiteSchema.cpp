@@ -38,13 +38,16 @@ std::string quoted(std::string_view name) {
 
 /// Underscores are appended until the name is free.
 std::string SQLiteSchema::Names::take(std::string name) {
-    auto const isReserved = [](std::string const& lower) { return lower.starts_with("sqlite_") || lower.starts_with("tessarin_"); };
+    auto const isReserved = [](std::string const& lower) {
+        return lower.starts_with("sqlite_") || lower.starts_with("tessarin_");
+    };
     if (name.empty() || isReserved(lowered(name))) name.insert(0, "_");
     while (!taken_.insert(lowered(name)).second) name += '_';
     return name;
 }
 
-SQLiteSchema::SQLiteSchema(RowSpace& space, std::vector<std::int64_t> entityNumbers) : space_(space), numbers_(std::move(entityNumbers)) {
+SQLiteSchema::SQLiteSchema(RowSpace& space, std::vector<std::int64_t> entityNumbers)
+    : space_(space), numbers_(std::move(entityNumbers)) {
     auto const& entities = space.model().entities();
     tableOfEntity_.resize(entities.size());
     columns_.resize(entities.size());
@@ -149,7 +152,8 @@ std::int64_t SQLiteSchema::keyOf(Value const& value) const { return recordKeyOf(
 
 NSEntityDescription const* SQLiteSchema::entityNumbered(std::int64_t number) const noexcept {
     auto const at = std::ranges::find(numbers_, number) - numbers_.begin();
-    return static_cast<std::size_t>(at) < numbers_.size() ? space_.model().entities()[static_cast<std::size_t>(at)].get() : nullptr;
+    return static_cast<std::size_t>(at) < numbers_.size() ? space_.model().entities()[static_cast<std::size_t>(at)].get()
+                                                          : nullptr;
 }
 
 std::string SQLiteSchema::numbersInTreeOf(NSEntityDescription const& entity) const {

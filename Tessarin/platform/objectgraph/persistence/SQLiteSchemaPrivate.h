@@ -79,6 +79,7 @@ private:
     class Names {
     public:
         std::string take(std::string name);
+
     private:
         std::unordered_set<std::string> taken_; // in lower case, as SQLite compares
     };
@@ -88,7 +89,8 @@ private:
     Link columnLink(NSRelationshipDescription const& relationship);
     Link joinLink(NSRelationshipDescription const& relationship, Names& names);
     void addIndexes(Names& names);
-    void addIndex(Names& names, Index index, std::string_view label, std::string const& columns, std::string const& condition = {});
+    void addIndex(Names& names, Index index, std::string_view label, std::string const& columns,
+                  std::string const& condition = {});
 
     RowSpace& space_;
     std::vector<std::int64_t> numbers_;

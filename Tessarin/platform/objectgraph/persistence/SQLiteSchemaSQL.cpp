@@ -47,9 +47,11 @@ std::string SQLiteSchema::createJoinTable(Link const& link, Link const* inverse)
     return sql + ", PRIMARY KEY (owner, member)) WITHOUT ROWID";
 }
 
-void SQLiteSchema::addIndex(Names& names, Index index, std::string_view label, std::string const& columns, std::string const& condition) {
+void SQLiteSchema::addIndex(Names& names, Index index, std::string_view label, std::string const& columns,
+                            std::string const& condition) {
     index.name = quoted(names.take(fmt::format("{}.{}", plain(index.table), label)));
-    index.statement = fmt::format("CREATE {}INDEX {} ON {} ({})", index.isUnique ? "UNIQUE " : "", index.name, index.table, columns);
+    index.statement =
+        fmt::format("CREATE {}INDEX {} ON {} ({})", index.isUnique ? "UNIQUE " : "", index.name, index.table, columns);
     if (!condition.empty()) index.statement += " WHERE " + condition;
     indexes_.push_back(std::move(index));
 }
@@ -71,7 +73,8 @@ void SQLiteSchema::addIndexes(Names& names) {
             if (index.columns.empty() || index.columns.size() != constraint.size()) continue;
             auto const columns = fmt::format("{}", fmt::join(index.columns, ", "));
             // Below the root, a constraint binds that entity's own tree only.
-            auto const condition = entity->superentity() ? fmt::format("entity IN ({})", numbersInTreeOf(*entity)) : std::string();
+            auto const condition =
+                entity->superentity() ? fmt::format("entity IN ({})", numbersInTreeOf(*entity)) : std::string();
             if (!isNew(index.table, columns + condition)) continue;
             std::string label = "unique";
             for (auto const& column : index.columns) label += "." + plain(column);
@@ -90,9 +93,11 @@ void SQLiteSchema::addIndexes(Names& names) {
         for (auto const& index : entity->indexes()) {
             std::vector<std::string> parts;
             for (auto const& element : index.elements)
-                if (auto const& column = columnOf(*element.property); !column.empty()) parts.push_back(column + (element.ascending ? "" : " DESC"));
+                if (auto const& column = columnOf(*element.property); !column.empty())
+                    parts.push_back(column + (element.ascending ? "" : " DESC"));
             auto const columns = fmt::format("{}", fmt::join(parts, ", "));
-            if (!parts.empty() && isNew(table, columns)) addIndex(names, {.table = table}, index.name.empty() ? plain(parts[0]) : index.name, columns);
+            if (!parts.empty() && isNew(table, columns))
+                addIndex(names, {.table = table}, index.name.empty() ? plain(parts[0]) : index.name, columns);
         }
     }
 

@@ -36,8 +36,10 @@ SQLiteStoreOptions SQLiteStoreOptions::from(Dictionary const& options) {
         auto const size = std::strtoll(text.c_str(), nullptr, 10);
         if (key == "cache_size" && size != 0) read.cacheKilobytes = size < 0 ? -size : size * 4;
     }
-    if (auto const& seconds = options["NSSQLiteBusyTimeoutOption"]; seconds.isNumber()) read.busySeconds = std::max(0.0, seconds.number());
-    if (auto const& infers = options["NSInferMappingModelAutomaticallyOption"]; infers.isNumber()) read.infersMapping = infers.boolean();
+    if (auto const& seconds = options["NSSQLiteBusyTimeoutOption"]; seconds.isNumber())
+        read.busySeconds = std::max(0.0, seconds.number());
+    if (auto const& infers = options["NSInferMappingModelAutomaticallyOption"]; infers.isNumber())
+        read.infersMapping = infers.boolean();
     return read;
 }
 
@@ -97,7 +99,8 @@ Ref<NSError> SQLiteStore::count(StoreQuery const& query, std::size_t& count, boo
     return caught([&] { impl_->readers->lease()->count(query, count, complete); });
 }
 
-Ref<NSError> SQLiteStore::rows(NSEntityDescription const& rootEntity, std::span<RecordKey const> keys, FunctionRef<void(RowRef)> each) {
+Ref<NSError> SQLiteStore::rows(NSEntityDescription const& rootEntity, std::span<RecordKey const> keys,
+                               FunctionRef<void(RowRef)> each) {
     return caught([&] { impl_->readers->lease()->rows(rootEntity, keys, each); });
 }
 

@@ -19,8 +19,12 @@ struct SQLiteStore::Impl {
     };
 
     Impl(NSURL file, Ref<RowSpace> rowSpace, std::vector<std::int64_t> entityNumbers, SQLite::ConnectionOptions connectionOptions)
-        : url(std::move(file)), space(std::move(rowSpace)), schema(*space, std::move(entityNumbers)), path(url.path()),
-          options(std::move(connectionOptions)), readers(std::make_shared<SQLiteReaderPool>(schema, path, options)) {}
+        : url(std::move(file)),
+          space(std::move(rowSpace)),
+          schema(*space, std::move(entityNumbers)),
+          path(url.path()),
+          options(std::move(connectionOptions)),
+          readers(std::make_shared<SQLiteReaderPool>(schema, path, options)) {}
 
     /// The writing connection, made on first use. The caller holds `writing`.
     Writing& writer() {

@@ -43,7 +43,8 @@ Refused Refused::because(std::string text, Dictionary more) {
 
 Refused Refused::noRule(std::string const& entity, std::string const& property, std::string reason) {
     auto text = "The store's records cannot be brought to this model: " + entity + "." + property + ": " + reason + ".";
-    return Refused(storeError(StoreErrorCode::StoreIncompatibleModel, std::move(text), {{"entity", entity}, {"property", property}, {"reason", reason}}));
+    return Refused(storeError(StoreErrorCode::StoreIncompatibleModel, std::move(text),
+                              {{"entity", entity}, {"property", property}, {"reason", reason}}));
 }
 
 void throwVerdict(SQLite::Failure const& failure) {

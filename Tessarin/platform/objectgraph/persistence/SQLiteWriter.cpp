@@ -20,7 +20,10 @@ constexpr std::size_t manyRows = 1000;
 } // namespace
 
 SQLiteWriter::SQLiteWriter(SQLiteSchema const& schema, SQLite::Connection& connection)
-    : schema_(schema), connection_(connection), reader_(schema, connection), links_(connection, schema),
+    : schema_(schema),
+      connection_(connection),
+      reader_(schema, connection),
+      links_(connection, schema),
       writers_(schema.space().model().entities().size()) {}
 
 SQLiteRecordWriter& SQLiteWriter::writerOf(NSEntityDescription const& entity) {
@@ -89,7 +92,8 @@ void SQLiteWriter::giveUpUniqueValues(RecordChange const& change) {
     auto const& table = schema_.tableOf(*change.entity).name;
     for (auto const& index : schema_.indexes()) {
         if (!index.isUnique || index.table != table) continue;
-        auto const statement = connection_.use(fmt::format("UPDATE {} SET {} = NULL WHERE id = ? AND version = ?", table, fmt::join(index.columns, " = NULL, ")));
+        auto const statement = connection_.use(
+            fmt::format("UPDATE {} SET {} = NULL WHERE id = ? AND version = ?", table, fmt::join(index.columns, " = NULL, ")));
         statement->bind(1, change.key);
         statement->bind(2, std::int64_t{change.before->version()});
         statement->run();
@@ -98,7 +102,8 @@ void SQLiteWriter::giveUpUniqueValues(RecordChange const& change) {
 
 void SQLiteWriter::update(RecordChange const& change, SaveOutcome& outcome) {
     if (gone_.contains(change.key)) return;
-    if (change.after != change.before && !writerOf(*change.entity).update(*change.before, *change.after)) resolve(change, outcome);
+    if (change.after != change.before && !writerOf(*change.entity).update(*change.before, *change.after))
+        resolve(change, outcome);
     if (!change.relationships.empty() && !gone_.contains(change.key)) links_.collect(change);
 }
 
@@ -171,7 +176,8 @@ void SQLiteWriter::explain(SQLite::Failure const& failure) const {
             names.push_back(property->name());
             text += (text.empty() ? "" : ", ") + property->name();
         }
-        throw ErrorException(storeError(StoreErrorCode::ConstraintConflict, fmt::format("{}: another record has the same {}", index.entity->name(), text),
+        throw ErrorException(storeError(StoreErrorCode::ConstraintConflict,
+                                        fmt::format("{}: another record has the same {}", index.entity->name(), text),
                                         {{"entity", Value(index.entity->name())}, {"attributes", Value(std::move(names))}}));
     }
     throw failure;

@@ -30,7 +30,8 @@ fs::path makePlace(fs::path const& folder) {
     auto const now = std::chrono::system_clock::now().time_since_epoch();
     auto const nanoseconds = std::chrono::duration_cast<std::chrono::nanoseconds>(now).count();
     for (int attempt = 0;; ++attempt) {
-        auto const place = folder / fmt::format("{:%Y%m%d-%H%M%S}.{:09}-{}-{}", fmt::gmtime(static_cast<std::time_t>(nanoseconds / 1'000'000'000)),
+        auto const place = folder / fmt::format("{:%Y%m%d-%H%M%S}.{:09}-{}-{}",
+                                                fmt::gmtime(static_cast<std::time_t>(nanoseconds / 1'000'000'000)),
                                                 nanoseconds % 1'000'000'000, ::getpid(), attempt);
         if (fs::create_directory(place)) return place;
     }

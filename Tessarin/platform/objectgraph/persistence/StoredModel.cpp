@@ -76,27 +76,39 @@ Value described(EntityDefinition const& entity, std::int64_t number) {
 // Reading.
 
 std::string text(Dictionary const& entry, char const* key) { return std::string(entry[key].text()); }
-bool flag(Dictionary const& entry, char const* key, bool usual = false) { return entry.contains(key) ? entry[key].boolean() : usual; }
+bool flag(Dictionary const& entry, char const* key, bool usual = false) {
+    return entry.contains(key) ? entry[key].boolean() : usual;
+}
 
 AttributeDefinition attributeOf(Dictionary const& entry) {
     AttributeDefinition attribute{.name = text(entry, "name"), .type = static_cast<NSAttributeType>(entry["type"].integer())};
-    attribute.options = {.optional = flag(entry, "optional", true), .transient = flag(entry, "transient"), .indexed = flag(entry, "indexed"),
-                         .derived = flag(entry, "derived"), .renamingIdentifier = text(entry, "renamedFrom"),
+    attribute.options = {.optional = flag(entry, "optional", true),
+                         .transient = flag(entry, "transient"),
+                         .indexed = flag(entry, "indexed"),
+                         .derived = flag(entry, "derived"),
+                         .renamingIdentifier = text(entry, "renamedFrom"),
                          .versionHashModifier = text(entry, "hashModifier")};
     return attribute;
 }
 
 RelationshipDefinition relationshipOf(Dictionary const& entry) {
-    RelationshipDefinition relationship{.name = text(entry, "name"), .destination = text(entry, "destination"), .toMany = flag(entry, "toMany")};
-    relationship.options = {.inverse = text(entry, "inverse"), .inverseEntity = text(entry, "inverseEntity"),
-                            .optional = flag(entry, "optional", true), .ordered = flag(entry, "ordered"), .transient = flag(entry, "transient"),
-                            .renamingIdentifier = text(entry, "renamedFrom"), .versionHashModifier = text(entry, "hashModifier")};
+    RelationshipDefinition relationship{
+        .name = text(entry, "name"), .destination = text(entry, "destination"), .toMany = flag(entry, "toMany")};
+    relationship.options = {.inverse = text(entry, "inverse"),
+                            .inverseEntity = text(entry, "inverseEntity"),
+                            .optional = flag(entry, "optional", true),
+                            .ordered = flag(entry, "ordered"),
+                            .transient = flag(entry, "transient"),
+                            .renamingIdentifier = text(entry, "renamedFrom"),
+                            .versionHashModifier = text(entry, "hashModifier")};
     return relationship;
 }
 
 EntityDefinition entityOf(Dictionary const& entry) {
     EntityDefinition entity{.name = text(entry, "name")};
-    entity.options = {.parent = text(entry, "parent"), .isAbstract = flag(entry, "abstract"), .renamingIdentifier = text(entry, "renamedFrom"),
+    entity.options = {.parent = text(entry, "parent"),
+                      .isAbstract = flag(entry, "abstract"),
+                      .renamingIdentifier = text(entry, "renamedFrom"),
                       .versionHashModifier = text(entry, "hashModifier")};
     for (auto const& item : entry["attributes"].list()) entity.attributes.push_back(attributeOf(item.dictionary()));
     for (auto const& item : entry["relationships"].list()) entity.relationships.push_back(relationshipOf(item.dictionary()));
@@ -107,7 +119,8 @@ EntityDefinition entityOf(Dictionary const& entry) {
     for (auto const& item : entry["indexes"].list()) {
         auto& index = entity.indexes.emplace_back(IndexDefinition{.name = text(item.dictionary(), "name")});
         for (auto const& element : item.dictionary()["elements"].list())
-            if (element.list().size() == 2) index.elements.push_back({std::string(element.list()[0].text()), element.list()[1].boolean()});
+            if (element.list().size() == 2)
+                index.elements.push_back({std::string(element.list()[0].text()), element.list()[1].boolean()});
     }
     return entity;
 }
@@ -116,7 +129,8 @@ EntityDefinition entityOf(Dictionary const& entry) {
 
 std::string storedModelText(NSManagedObjectModel const& model, std::vector<std::int64_t> const& entityNumbers) {
     List entities;
-    for (auto const& entity : model.entities()) entities.push_back(described(entity->definition(), entityNumbers[entity->index()]));
+    for (auto const& entity : model.entities())
+        entities.push_back(described(entity->definition(), entityNumbers[entity->index()]));
     return typedJSON(Dictionary{{"entities", std::move(entities)}});
 }
 

@@ -91,7 +91,8 @@ void write(std::string& out, Value const& value) {
 std::vector<std::byte> bytesOf(std::string_view text) {
     auto const digit = [](char c) { return c <= '9' ? c - '0' : (c | 0x20) - 'a' + 10; };
     std::vector<std::byte> bytes;
-    for (std::size_t at = 0; at + 1 < text.size(); at += 2) bytes.push_back(static_cast<std::byte>(digit(text[at]) << 4 | digit(text[at + 1])));
+    for (std::size_t at = 0; at + 1 < text.size(); at += 2)
+        bytes.push_back(static_cast<std::byte>(digit(text[at]) << 4 | digit(text[at + 1])));
     return bytes;
 }
 

@@ -48,7 +48,8 @@ Bound bound(SQLSchema const& schema, SQLKind kind, Value const& value) {
         if (value.kind() != Kind::Decimal && !value.isNumber()) return {};
         if (!std::isfinite(value.number())) return {{}, false};
         return {Value(value.decimal().text())};
-    case SQLKind::Date: return value.kind() == Kind::Date && !std::isnan(value.dateSeconds()) ? Bound{Value(value.dateSeconds())} : Bound{};
+    case SQLKind::Date:
+        return value.kind() == Kind::Date && !std::isnan(value.dateSeconds()) ? Bound{Value(value.dateSeconds())} : Bound{};
     case SQLKind::Text: return value.isText() ? Bound{value} : Bound{};
     case SQLKind::URL: return value.kind() == Kind::URL ? Bound{Value(value.urlText())} : Bound{};
     case SQLKind::Data: return value.kind() == Kind::Data ? Bound{value} : Bound{};
@@ -88,7 +89,8 @@ SQLTranslation::Said SQLTranslation::withValue(SQLOperand const& left, Operator 
     }
     if (value.isAbsent()) return "0";
     if (left.kind == SQLKind::Text && value.isText()) return withText(left, type, options, value.text());
-    if (type != Operator::EqualTo && type != Operator::NotEqualTo && !isOrder(type)) return "0"; // the others are for texts and lists
+    if (type != Operator::EqualTo && type != Operator::NotEqualTo && !isOrder(type))
+        return "0"; // the others are for texts and lists
     auto const [other, exact] = bound(schema_, left.kind, value);
     if (!exact || (left.kind == SQLKind::Object && isOrder(type))) return {};
     if (!other) return type == Operator::NotEqualTo ? "1" : "0";
@@ -139,7 +141,8 @@ SQLTranslation::Said SQLTranslation::withList(SQLOperand const& left, TextOption
     return fmt::format("{} IN ({})", column, parameters);
 }
 
-SQLTranslation::Said SQLTranslation::withOperand(SQLOperand const& left, Operator type, TextOptions options, SQLOperand const& right) const {
+SQLTranslation::Said SQLTranslation::withOperand(SQLOperand const& left, Operator type, TextOptions options,
+                                                 SQLOperand const& right) const {
     if (left.kind != right.kind || options != TextOptions::None) return {};
     if (type == Operator::EqualTo) return fmt::format("{} IS {}", left.sql, right.sql); // two absent values are equal
     if (type == Operator::NotEqualTo) return fmt::format("{} IS NOT {}", left.sql, right.sql);

@@ -68,12 +68,14 @@ void matches(sqlite3_context* context, int, sqlite3_value** arguments) {
 std::string_view piece(void const* text, int size) { return {static_cast<char const*>(text), static_cast<std::size_t>(size)}; }
 
 int compareForSorting(void* comparison, int aSize, void const* a, int bSize, void const* b) {
-    auto const order = compareTexts(piece(a, aSize), piece(b, bSize), static_cast<TextComparison>(reinterpret_cast<std::intptr_t>(comparison)));
+    auto const order =
+        compareTexts(piece(a, aSize), piece(b, bSize), static_cast<TextComparison>(reinterpret_cast<std::intptr_t>(comparison)));
     return order < 0 ? -1 : order > 0 ? 1 : 0;
 }
 
 int compareDecimals(void*, int aSize, void const* a, int bSize, void const* b) {
-    auto const order = Decimal::fromText(piece(a, aSize)).value_or(Decimal()) <=> Decimal::fromText(piece(b, bSize)).value_or(Decimal());
+    auto const order =
+        Decimal::fromText(piece(a, aSize)).value_or(Decimal()) <=> Decimal::fromText(piece(b, bSize)).value_or(Decimal());
     return order < 0 ? -1 : order > 0 ? 1 : 0;
 }
 
@@ -87,14 +89,15 @@ std::string collationFor(TextComparison comparison) {
 
 void registerSQLFunctions(SQLite::Connection& connection) {
     auto const add = [&](char const* name, int count, void (*function)(sqlite3_context*, int, sqlite3_value**)) {
-        sqlite3_create_function_v2(connection.handle(), name, count, SQLITE_UTF8 | SQLITE_DETERMINISTIC, nullptr, function, nullptr, nullptr, nullptr);
+        sqlite3_create_function_v2(connection.handle(), name, count, SQLITE_UTF8 | SQLITE_DETERMINISTIC, nullptr, function,
+                                   nullptr, nullptr, nullptr);
     };
     add("tessarin_text", 4, compareText);
     add("tessarin_fold", 2, fold);
     add("tessarin_matches", 3, matches);
     for (auto const& [comparison, name] : collations)
-        sqlite3_create_collation_v2(connection.handle(), name, SQLITE_UTF8, reinterpret_cast<void*>(static_cast<std::intptr_t>(comparison)),
-                                    compareForSorting, nullptr);
+        sqlite3_create_collation_v2(connection.handle(), name, SQLITE_UTF8,
+                                    reinterpret_cast<void*>(static_cast<std::intptr_t>(comparison)), compareForSorting, nullptr);
     sqlite3_create_collation_v2(connection.handle(), decimalCollation, SQLITE_UTF8, nullptr, compareDecimals, nullptr);
 }
 

@@ -22,12 +22,14 @@ std::optional<SQLKind> sqlKindOf(NSAttributeType type) {
     }
 }
 
-std::optional<SQLOperand> SQLPaths::property(NSEntityDescription const& entity, std::string const& alias, std::string const& name) const {
+std::optional<SQLOperand> SQLPaths::property(NSEntityDescription const& entity, std::string const& alias,
+                                             std::string const& name) const {
     auto const* property = entity.propertyNamed(name);
     auto const column = property ? schema_.columnNameOf(*property) : std::string();
     if (column.empty()) return {};
     auto sql = alias + "." + column;
-    if (auto const* relationship = property->asRelationship()) return SQLOperand{std::move(sql), SQLKind::Object, relationship->destinationEntity()};
+    if (auto const* relationship = property->asRelationship())
+        return SQLOperand{std::move(sql), SQLKind::Object, relationship->destinationEntity()};
     auto const kind = sqlKindOf(property->asAttribute()->attributeType());
     if (!kind) return {};
     return SQLOperand{std::move(sql), *kind};
@@ -63,8 +65,9 @@ std::optional<SQLOperand> SQLPaths::count(SQLOperand const& owner, NSRelationshi
     auto const members = schema_.membersOf(relationship);
     if (!members) return {};
     auto const alias = newAlias();
-    return SQLOperand{fmt::format("CASE WHEN {0} IS NULL THEN NULL ELSE (SELECT count(*) FROM {1} AS {2} WHERE {2}.{3} = {0}) END", owner.sql,
-                                  members->table, alias, members->owner)};
+    return SQLOperand{
+        fmt::format("CASE WHEN {0} IS NULL THEN NULL ELSE (SELECT count(*) FROM {1} AS {2} WHERE {2}.{3} = {0}) END", owner.sql,
+                    members->table, alias, members->owner)};
 }
 
 std::optional<SQLMembers> SQLPaths::members(std::span<std::string const> path, SQLScope& scope) {
@@ -95,8 +98,8 @@ std::optional<SQLMembers> SQLPaths::members(std::span<std::string const> path, S
             return found;
         }
         found.scope.alias = newAlias();
-        found.from += fmt::format(" JOIN {0} AS {1} ON {1}.id = {2}.{3}", schema_.tableNameOf(*relationship->destinationEntity()), found.scope.alias,
-                                  table, stored->member);
+        found.from += fmt::format(" JOIN {0} AS {1} ON {1}.id = {2}.{3}", schema_.tableNameOf(*relationship->destinationEntity()),
+                                  found.scope.alias, table, stored->member);
     }
     auto member = operand(rest, found.scope);
     if (!member) return {};

@@ -45,7 +45,8 @@ public:
 
 private:
     SQLOperand itself(SQLScope const& scope) const { return {scope.alias + ".id", SQLKind::Object, scope.entity}; }
-    std::optional<SQLOperand> property(NSEntityDescription const& entity, std::string const& alias, std::string const& name) const;
+    std::optional<SQLOperand> property(NSEntityDescription const& entity, std::string const& alias,
+                                       std::string const& name) const;
     std::string join(SQLScope& scope, SQLOperand const& toOne);
     std::optional<SQLOperand> count(SQLOperand const& owner, NSRelationshipDescription const& relationship);
 

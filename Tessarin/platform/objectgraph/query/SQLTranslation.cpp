@@ -57,7 +57,8 @@ std::string SQLTranslation::parameter(Value value) {
 
 // Of conditions that must all hold, each that can be said is.
 bool SQLTranslation::addPredicate(NSPredicate const& predicate) {
-    if (auto const* compound = predicate.asCompound(); compound && compound->compoundPredicateType() == NSCompoundPredicateType::And) {
+    if (auto const* compound = predicate.asCompound();
+        compound && compound->compoundPredicateType() == NSCompoundPredicateType::And) {
         bool complete = true;
         for (auto const& part : compound->subpredicates()) complete = addPredicate(*part) && complete;
         return complete;
@@ -128,8 +129,8 @@ SQLTranslation::Said SQLTranslation::said(NSComparisonPredicate const& predicate
     return withMembers(predicate, *path, type, modifier, value, scope);
 }
 
-SQLTranslation::Said SQLTranslation::compared(NSComparisonPredicate const& predicate, SQLOperand const& left, Operator type, NSExpression const& right,
-                                              SQLScope& scope) {
+SQLTranslation::Said SQLTranslation::compared(NSComparisonPredicate const& predicate, SQLOperand const& left, Operator type,
+                                              NSExpression const& right, SQLScope& scope) {
     if (right.isConstant()) return withValue(left, type, predicate.options(), right.expressionValueWithObject({}));
     auto const path = pathOf(right);
     if (!path) return {};
@@ -137,15 +138,15 @@ SQLTranslation::Said SQLTranslation::compared(NSComparisonPredicate const& predi
     return {};
 }
 
-SQLTranslation::Said SQLTranslation::withMembers(NSComparisonPredicate const& predicate, std::span<std::string const> path, Operator type,
-                                                 Modifier modifier, Value const& value, SQLScope& scope) {
+SQLTranslation::Said SQLTranslation::withMembers(NSComparisonPredicate const& predicate, std::span<std::string const> path,
+                                                 Operator type, Modifier modifier, Value const& value, SQLScope& scope) {
     auto members = paths_.members(path, scope);
     if (!members) return {};
     auto const condition = withValue(members->member, type, predicate.options(), value);
     if (!condition) return {};
     // Members whose value is absent are not looked at.
-    auto const exists = fmt::format("EXISTS (SELECT 1 {}{} WHERE {} AND {} IS NOT NULL AND ", members->from, members->scope.joins, members->condition,
-                                    members->member.sql);
+    auto const exists = fmt::format("EXISTS (SELECT 1 {}{} WHERE {} AND {} IS NOT NULL AND ", members->from, members->scope.joins,
+                                    members->condition, members->member.sql);
     if (modifier == Modifier::Any) return exists + *condition + ")";
     return fmt::format("NOT {}({}) IS NOT TRUE)", exists, *condition);
 }

@@ -30,7 +30,8 @@ private:
     Said said(NSPredicate const& predicate, SQLScope& scope);
     Said said(NSCompoundPredicate const& predicate, SQLScope& scope);
     Said said(NSComparisonPredicate const& predicate, SQLScope& scope);
-    Said compared(NSComparisonPredicate const& predicate, SQLOperand const& left, NSPredicateOperatorType type, NSExpression const& right, SQLScope& scope);
+    Said compared(NSComparisonPredicate const& predicate, SQLOperand const& left, NSPredicateOperatorType type,
+                  NSExpression const& right, SQLScope& scope);
     Said withMembers(NSComparisonPredicate const& predicate, std::span<std::string const> path, NSPredicateOperatorType type,
                      NSComparisonPredicateModifier modifier, Value const& value, SQLScope& scope);
     Said withValue(SQLOperand const& left, NSPredicateOperatorType type, TextOptions options, Value const& value);

@@ -14,10 +14,12 @@ struct Stored {
 
     std::size_t write() {
         std::vector<OrderedMember> members;
-        for (auto const key : order) members.push_back({key, positions.contains(key) ? std::optional(positions[key]) : std::nullopt});
+        for (auto const key : order)
+            members.push_back({key, positions.contains(key) ? std::optional(positions[key]) : std::nullopt});
         auto const changed = changedPositions(members);
         for (auto const& [member, position] : changed) positions[member] = *position;
-        for (std::size_t at = 1; at < order.size(); ++at) EXPECT_LT(positions[order[at - 1]], positions[order[at]]) << "at " << at;
+        for (std::size_t at = 1; at < order.size(); ++at)
+            EXPECT_LT(positions[order[at - 1]], positions[order[at]]) << "at " << at;
         return changed.size();
     }
 };
@@ -44,7 +46,8 @@ TEST(OrderPositions, AnyChangesLeaveThemAscending) {
     for (int round = 0; round < 2000; ++round) {
         auto const place = [&] { return list.order.begin() + static_cast<std::ptrdiff_t>(random() % list.order.size()); };
         if (list.order.size() < 5 || random() % 3 == 0)
-            list.order.insert(list.order.begin() + std::min<std::ptrdiff_t>(3, std::ssize(list.order)), next++); // always at one place: room runs out there
+            list.order.insert(list.order.begin() + std::min<std::ptrdiff_t>(3, std::ssize(list.order)),
+                              next++); // always at one place: room runs out there
         else if (random() % 3 == 0)
             list.order.erase(place());
         else if (random() % 20 == 0)

@@ -78,7 +78,10 @@ protected:
             if (!change.entity->propertyNamed("foods")) continue;
             std::vector<RecordKey> eaten;
             for (auto const food : keys("Food"))
-                if (!one(10)) continue; else eaten.push_back(food);
+                if (!one(10))
+                    continue;
+                else
+                    eaten.push_back(food);
             connect(change.key, eaten);
             if (!eaten.empty()) change.relationships = {open.links("Animal", "foods", eaten)};
         }
@@ -91,7 +94,8 @@ protected:
     std::size_t below(std::size_t bound) { return random() % bound; }
     Value number() { return one(3) ? Value(static_cast<std::int64_t>(below(6))) : Value(static_cast<double>(below(12)) / 2); }
     Value word() {
-        static char const* const words[] = {"", "a", "A", "ab", "Äb", "äB", "Straße", "STRASSE", "é", "e\u0301", "b%_*?", "日本", "ba", "\xF0\x9F\x90\xB6"};
+        static char const* const words[] = {"",        "a", "A",       "ab",    "Äb",   "äB", "Straße",
+                                            "STRASSE", "é", "e\u0301", "b%_*?", "日本", "ba", "\xF0\x9F\x90\xB6"};
         return words[below(std::size(words))];
     }
     Dictionary text(char const* name) { return one(6) ? Dictionary() : Dictionary{{name, word()}}; }
@@ -147,11 +151,15 @@ protected:
     }
     Value object(std::string_view entity) { return records[keys(entity)[below(keys(entity).size())]]; }
 
-    StoreAnswer ask(std::string_view entity, Ref<NSPredicate> const& predicate, std::vector<Ref<NSSortDescriptor>> const& order = {},
-                    std::size_t limit = 0, std::size_t offset = 0) {
+    StoreAnswer ask(std::string_view entity, Ref<NSPredicate> const& predicate,
+                    std::vector<Ref<NSSortDescriptor>> const& order = {}, std::size_t limit = 0, std::size_t offset = 0) {
         StoreAnswer answer;
-        auto const failure = open.store->fetch({.entity = &open.entity(entity), .predicate = predicate.get(), .sortDescriptors = order, .limit = limit,
-                                                .offset = offset}, answer);
+        auto const failure = open.store->fetch({.entity = &open.entity(entity),
+                                                .predicate = predicate.get(),
+                                                .sortDescriptors = order,
+                                                .limit = limit,
+                                                .offset = offset},
+                                               answer);
         EXPECT_FALSE(failure) << failure->description() << "\n" << predicate->description();
         return answer;
     }
@@ -197,44 +205,142 @@ TEST_F(SQLPredicate, EachFormAnswersAsInMemory) {
     List ages;
     for (int at = 0; at < 5000; ++at) ages.push_back(at * 3);
     std::vector<Case> const table{
-        {"name == 'a'", {}}, {"name != 'a'", {}}, {"NOT name == 'a'", {}}, {"name == nil", {}}, {"name != nil", {}}, {"'a' == name", {}},
-        {"name ==[c] 'STRASSE'", {}}, {"name !=[cd] 'ab'", {}}, {"name ==[d] 'e'", {}}, {"name <[c] 'B'", {}},
-        {"name CONTAINS 'b'", {}}, {"name CONTAINS[cd] 'AB'", {}}, {"name CONTAINS ''", {}}, {"NOT name CONTAINS 'b'", {}},
-        {"name BEGINSWITH 'a'", {}}, {"name BEGINSWITH ''", {}}, {"name BEGINSWITH[cd] 'A'", {}}, {"name BEGINSWITH %@", {"\xF0\x9F"}},
-        {"name ENDSWITH 'b'", {}}, {"name ENDSWITH '\u0301'", {}}, {"name ENDSWITH[c] 'B'", {}},
-        {"name LIKE '*b'", {}}, {"name LIKE[c] '?b'", {}}, {"name LIKE 'b%_\\\\*\\\\?'", {}}, {"name LIKE '*%*'", {}}, {"name MATCHES '[a-z]+'", {}},
-        {"name MATCHES[c] 'A.?'", {}}, {"name IN {'a', 'ab', 'nix'}", {}}, {"name IN[cd] {'A', 'E'}", {}}, {"name IN 'xaby'", {}}, {"name IN %@", {Value(List{})}},
-        {"NOT name IN %@", {Value(List{"a", nullptr})}}, {"age IN %@", {Value(ages)}}, {"NOT age IN %@", {Value(ages)}}, {"age IN %@", {Value(List{1, 2.0, true, "x", nullptr})}},
-        {"age < 3", {}}, {"NOT age < 3", {}}, {"3 >= age", {}}, {"age < nil", {}}, {"age == 2.0", {}}, {"age < 1.5", {}}, {"age != 'a'", {}}, {"age == 'a'", {}},
-        {"age BETWEEN {0, 3}", {}}, {"NOT age BETWEEN {0, 3}", {}}, {"weight BETWEEN %@", {Value(List{1, 2.5})}}, {"age == %@", {Decimal::fromText("2")}},
-        {"weight >= %@", {Decimal::fromText("2.5")}}, {"ratio == 0.1", {}}, {"ratio == %@", {0.1F}}, {"ratio > 0.1", {}},
-        {"tame == YES", {}}, {"tame != YES", {}}, {"tame == 0", {}}, {"tame == nil OR tame == NO", {}},
-        {"born < %@", {Value::date(0)}}, {"born == %@", {Value::date(-0.5)}}, {"born == 0", {}}, {"born != %@", {Value::date(0.5)}},
-        {"cost == %@", {Decimal::fromText("10")}}, {"cost < 10", {}}, {"cost >= %@", {Decimal::fromText("9.1")}}, {"cost IN %@", {Value(List{1, Decimal::fromText("2.10")})}},
-        {"page == %@", {Value::url("https://example.org/1")}}, {"page == 'https://example.org/1'", {}}, {"chip == %@", {Value::uuid({1})}}, {"chip != %@", {Value::uuid({1})}},
-        {"age == weight", {}}, {"age != weight", {}}, {"age > weight", {}}, {"name == keeper.name", {}},
-        {"keeper == %@", {keeper}}, {"keeper != %@", {keeper}}, {"keeper == nil", {}}, {"keeper IN %@", {Value(List{keeper, object("Keeper")})}}, {"%@ == keeper", {keeper}},
-        {"SELF == %@", {object("Animal")}}, {"SELF IN %@", {Value(List{object("Animal"), object("Animal")})}}, {"keeper == 3", {}},
-        {"keeper.name == 'a'", {}}, {"keeper.name != 'a'", {}}, {"keeper.name == nil", {}}, {"keeper.boss.name CONTAINS[c] 'A'", {}}, {"keeper.boss == %@", {keeper}},
-        {"NOT keeper.boss.name == nil", {}}, {"keeper.name < keeper.boss.name", {}},
-        {"ANY foods == %@", {food}}, {"foods CONTAINS %@", {food}}, {"%@ IN foods", {food}}, {"NONE foods == %@", {food}}, {"NOT foods CONTAINS %@", {food}},
-        {"ANY foods.name == 'a'", {}}, {"ANY foods.name != 'a'", {}}, {"ALL foods.name != 'a'", {}}, {"ALL foods.price > 1", {}}, {"NONE foods.name BEGINSWITH 'a'", {}},
-        {"ANY foods.name IN {'a', 'ab'}", {}}, {"ANY keeper.staff.name == 'a'", {}}, {"ANY keeper.animals == %@", {object("Animal")}},
-        {"foods.@count == 0", {}}, {"foods.@count > 1", {}}, {"keeper.animals.@count > 12", {}}, {"keeper.animals.@count == 0", {}}, {"foods.@count == age", {}},
-        {"foods.name CONTAINS 'a'", {}}, {"ANY name == 'a'", {}}, {"ALL keeper.name == 'a'", {}},
-        {"TRUEPREDICATE", {}}, {"FALSEPREDICATE", {}}, {"NOT (age > 1 AND NOT (tame == YES OR name == nil))", {}},
+        {"name == 'a'", {}},
+        {"name != 'a'", {}},
+        {"NOT name == 'a'", {}},
+        {"name == nil", {}},
+        {"name != nil", {}},
+        {"'a' == name", {}},
+        {"name ==[c] 'STRASSE'", {}},
+        {"name !=[cd] 'ab'", {}},
+        {"name ==[d] 'e'", {}},
+        {"name <[c] 'B'", {}},
+        {"name CONTAINS 'b'", {}},
+        {"name CONTAINS[cd] 'AB'", {}},
+        {"name CONTAINS ''", {}},
+        {"NOT name CONTAINS 'b'", {}},
+        {"name BEGINSWITH 'a'", {}},
+        {"name BEGINSWITH ''", {}},
+        {"name BEGINSWITH[cd] 'A'", {}},
+        {"name BEGINSWITH %@", {"\xF0\x9F"}},
+        {"name ENDSWITH 'b'", {}},
+        {"name ENDSWITH '\u0301'", {}},
+        {"name ENDSWITH[c] 'B'", {}},
+        {"name LIKE '*b'", {}},
+        {"name LIKE[c] '?b'", {}},
+        {"name LIKE 'b%_\\\\*\\\\?'", {}},
+        {"name LIKE '*%*'", {}},
+        {"name MATCHES '[a-z]+'", {}},
+        {"name MATCHES[c] 'A.?'", {}},
+        {"name IN {'a', 'ab', 'nix'}", {}},
+        {"name IN[cd] {'A', 'E'}", {}},
+        {"name IN 'xaby'", {}},
+        {"name IN %@", {Value(List{})}},
+        {"NOT name IN %@", {Value(List{"a", nullptr})}},
+        {"age IN %@", {Value(ages)}},
+        {"NOT age IN %@", {Value(ages)}},
+        {"age IN %@", {Value(List{1, 2.0, true, "x", nullptr})}},
+        {"age < 3", {}},
+        {"NOT age < 3", {}},
+        {"3 >= age", {}},
+        {"age < nil", {}},
+        {"age == 2.0", {}},
+        {"age < 1.5", {}},
+        {"age != 'a'", {}},
+        {"age == 'a'", {}},
+        {"age BETWEEN {0, 3}", {}},
+        {"NOT age BETWEEN {0, 3}", {}},
+        {"weight BETWEEN %@", {Value(List{1, 2.5})}},
+        {"age == %@", {Decimal::fromText("2")}},
+        {"weight >= %@", {Decimal::fromText("2.5")}},
+        {"ratio == 0.1", {}},
+        {"ratio == %@", {0.1F}},
+        {"ratio > 0.1", {}},
+        {"tame == YES", {}},
+        {"tame != YES", {}},
+        {"tame == 0", {}},
+        {"tame == nil OR tame == NO", {}},
+        {"born < %@", {Value::date(0)}},
+        {"born == %@", {Value::date(-0.5)}},
+        {"born == 0", {}},
+        {"born != %@", {Value::date(0.5)}},
+        {"cost == %@", {Decimal::fromText("10")}},
+        {"cost < 10", {}},
+        {"cost >= %@", {Decimal::fromText("9.1")}},
+        {"cost IN %@", {Value(List{1, Decimal::fromText("2.10")})}},
+        {"page == %@", {Value::url("https://example.org/1")}},
+        {"page == 'https://example.org/1'", {}},
+        {"chip == %@", {Value::uuid({1})}},
+        {"chip != %@", {Value::uuid({1})}},
+        {"age == weight", {}},
+        {"age != weight", {}},
+        {"age > weight", {}},
+        {"name == keeper.name", {}},
+        {"keeper == %@", {keeper}},
+        {"keeper != %@", {keeper}},
+        {"keeper == nil", {}},
+        {"keeper IN %@", {Value(List{keeper, object("Keeper")})}},
+        {"%@ == keeper", {keeper}},
+        {"SELF == %@", {object("Animal")}},
+        {"SELF IN %@", {Value(List{object("Animal"), object("Animal")})}},
+        {"keeper == 3", {}},
+        {"keeper.name == 'a'", {}},
+        {"keeper.name != 'a'", {}},
+        {"keeper.name == nil", {}},
+        {"keeper.boss.name CONTAINS[c] 'A'", {}},
+        {"keeper.boss == %@", {keeper}},
+        {"NOT keeper.boss.name == nil", {}},
+        {"keeper.name < keeper.boss.name", {}},
+        {"ANY foods == %@", {food}},
+        {"foods CONTAINS %@", {food}},
+        {"%@ IN foods", {food}},
+        {"NONE foods == %@", {food}},
+        {"NOT foods CONTAINS %@", {food}},
+        {"ANY foods.name == 'a'", {}},
+        {"ANY foods.name != 'a'", {}},
+        {"ALL foods.name != 'a'", {}},
+        {"ALL foods.price > 1", {}},
+        {"NONE foods.name BEGINSWITH 'a'", {}},
+        {"ANY foods.name IN {'a', 'ab'}", {}},
+        {"ANY keeper.staff.name == 'a'", {}},
+        {"ANY keeper.animals == %@", {object("Animal")}},
+        {"foods.@count == 0", {}},
+        {"foods.@count > 1", {}},
+        {"keeper.animals.@count > 12", {}},
+        {"keeper.animals.@count == 0", {}},
+        {"foods.@count == age", {}},
+        {"foods.name CONTAINS 'a'", {}},
+        {"ANY name == 'a'", {}},
+        {"ALL keeper.name == 'a'", {}},
+        {"TRUEPREDICATE", {}},
+        {"FALSEPREDICATE", {}},
+        {"NOT (age > 1 AND NOT (tame == YES OR name == nil))", {}},
     };
     for (auto const& [format, arguments] : table)
-        for (auto const* entity : {"Animal", "Dog"}) expectSame(entity, NSPredicate::predicateWithFormatArguments(format, arguments));
+        for (auto const* entity : {"Animal", "Dog"})
+            expectSame(entity, NSPredicate::predicateWithFormatArguments(format, arguments));
     expectSame("Keeper", NSPredicate::predicateWithFormat("ANY animals.age > 3 AND staff.@count < 2"));
     expectSame("Dog", NSPredicate::predicateWithFormat("breed == nil OR breed ENDSWITH 'b'"));
 }
 
 TEST_F(SQLPredicate, RandomConditionsAnswerAsInMemory) {
-    static char const* const forms[] = {"name == %@", "name != %@", "name <= %@", "name CONTAINS[cd] %@", "name BEGINSWITH %@", "keeper.name == %@", "keeper.boss.name != %@",
+    static char const* const forms[] = {"name == %@",
+                                        "name != %@",
+                                        "name <= %@",
+                                        "name CONTAINS[cd] %@",
+                                        "name BEGINSWITH %@",
+                                        "keeper.name == %@",
+                                        "keeper.boss.name != %@",
                                         "ANY foods.name >[c] %@"};
-    static char const* const numbers[] = {"age == %@", "weight != %@", "age > %@", "weight <= %@", "ratio >= %@", "foods.@count < %@", "ANY foods.price > %@",
-                                          "cost > %@", "keeper.animals.@count != %@"};
+    static char const* const numbers[] = {"age == %@",
+                                          "weight != %@",
+                                          "age > %@",
+                                          "weight <= %@",
+                                          "ratio >= %@",
+                                          "foods.@count < %@",
+                                          "ANY foods.price > %@",
+                                          "cost > %@",
+                                          "keeper.animals.@count != %@"};
     std::function<std::string(int, List&)> const condition = [&](int depth, List& arguments) -> std::string {
         if (depth > 0 && one(2)) return "NOT (" + condition(depth - 1, arguments) + ")";
         if (depth > 0) {
@@ -256,8 +362,10 @@ TEST_F(SQLPredicate, OrderLimitAndOffsetAreTheStoresWhereItCanSayThem) {
     using Sort = NSSortDescriptor;
     std::vector<std::vector<Ref<Sort>>> const orders{
         {Sort::sortDescriptorWithKey("name")},
-        {Sort::sortDescriptorWithKey("name", {.ascending = false, .comparison = TextComparison::CaseInsensitive}), Sort::sortDescriptorWithKey("age")},
-        {Sort::sortDescriptorWithKey("keeper.name", {.comparison = TextComparison::Localized}), Sort::sortDescriptorWithKey("cost", {.ascending = false})},
+        {Sort::sortDescriptorWithKey("name", {.ascending = false, .comparison = TextComparison::CaseInsensitive}),
+         Sort::sortDescriptorWithKey("age")},
+        {Sort::sortDescriptorWithKey("keeper.name", {.comparison = TextComparison::Localized}),
+         Sort::sortDescriptorWithKey("cost", {.ascending = false})},
         {Sort::sortDescriptorWithKey("tame"), Sort::sortDescriptorWithKey("born")},
         {Sort::sortDescriptorWithKey("foods.@count", {.ascending = false})},
     };
@@ -277,11 +385,11 @@ TEST_F(SQLPredicate, OrderLimitAndOffsetAreTheStoresWhereItCanSayThem) {
 
 TEST_F(SQLPredicate, WhatSQLCannotSayLeavesTheRestToTheStore) {
     // Transient attributes are not in the file; the other condition is applied, limit and order are not.
-    auto const answer = ask("Animal", NSPredicate::predicateWithFormat("age > 2 AND note == nil"), {NSSortDescriptor::sortDescriptorWithKey("name")}, 1);
+    auto const answer = ask("Animal", NSPredicate::predicateWithFormat("age > 2 AND note == nil"),
+                            {NSSortDescriptor::sortDescriptorWithKey("name")}, 1);
     EXPECT_FALSE(answer.complete);
     EXPECT_EQ(keysOf(answer), judged("Animal", *NSPredicate::predicateWithFormat("age > 2")));
-    for (auto const* format : {"note == 'x' OR age == 1", "name == page", "keeper.nothing == 1", "foods.@sum.price > 1"})
-    {
+    for (auto const* format : {"note == 'x' OR age == 1", "name == page", "keeper.nothing == 1", "foods.@sum.price > 1"}) {
         auto const predicate = NSPredicate::parse(format);
         ASSERT_TRUE(predicate) << format;
         EXPECT_FALSE(ask("Animal", predicate).complete) << format;

@@ -41,8 +41,9 @@ protected:
         club.relationships = {open.links("Club", "members", {ann, bob})};
         first.relationships.push_back(open.links("Person", "clubs", {chess}));
         second.relationships.push_back(open.links("Child", "clubs", {chess}));
-        ASSERT_FALSE(open.save({first, second, open.insertion("Pet", rex, {{"name", "Rex"}, {"owner", ann}}), club,
-                                open.insertion("Pet", tom, {{"owner", ann}}), open.insertion("House", villa, {{"street", "Via"}})}));
+        ASSERT_FALSE(
+            open.save({first, second, open.insertion("Pet", rex, {{"name", "Rex"}, {"owner", ann}}), club,
+                       open.insertion("Pet", tom, {{"owner", ann}}), open.insertion("House", villa, {{"street", "Via"}})}));
     }
     std::unique_ptr<OpenStore> reopened(ModelBuilder const& model) {
         auto open = std::make_unique<OpenStore>(file, model.build());
@@ -58,7 +59,8 @@ protected:
             builder.entity(entity.name, entity.options);
             for (auto const& attribute : entity.attributes) builder.attribute(attribute.name, attribute.type, attribute.options);
             for (auto const& link : entity.relationships)
-                link.toMany ? builder.toMany(link.name, link.destination, link.options) : builder.toOne(link.name, link.destination, link.options);
+                link.toMany ? builder.toMany(link.name, link.destination, link.options)
+                            : builder.toOne(link.name, link.destination, link.options);
             for (auto const& constraint : entity.uniquenessConstraints) builder.unique(constraint);
         }
         return builder;
@@ -127,9 +129,11 @@ TEST_F(Migration, ToOneBecomesToManyAndAParentIsAdded) {
         auto& person = model.entities[PersonAt];
         person.relationships[0].toMany = true; // home: many houses now, with an inverse that is new
         person.relationships[0].options = {.inverse = "people"};
-        model.entities[HouseAt].relationships = {{.name = "people", .destination = "Person", .toMany = true, .options = {.inverse = "home"}}};
+        model.entities[HouseAt].relationships = {
+            {.name = "people", .destination = "Person", .toMany = true, .options = {.inverse = "home"}}};
         model.entities[PetAt].relationships[0].toMany = true; // owner: many, so that both ends are
-        model.entities.push_back({.name = "Animal", .attributes = {{"name", Type::String, {}}}}); // pets get a parent with their name
+        model.entities.push_back(
+            {.name = "Animal", .attributes = {{"name", Type::String, {}}}}); // pets get a parent with their name
         model.entities[PetAt].options.parent = "Animal";
         model.entities[PetAt].attributes.clear();
     }));
@@ -155,11 +159,15 @@ TEST_F(Migration, WhereNoRuleLeadsTheFileStaysAndTheErrorNamesTheProperty) {
         std::function<void(ModelDefinition&)> change;
     };
     std::vector<Case> const table{
-        {"Person.new", [](auto& model) { model.entities[PersonAt].attributes.push_back({"new", Type::String, {.optional = false}}); }},
+        {"Person.new",
+         [](auto& model) {
+             model.entities[PersonAt].attributes.push_back({"new", Type::String, {.optional = false}});
+         }},
         {"Person.name", [](auto& model) { model.entities[PersonAt].attributes[0].options.optional = false; }},
         {"Person.age", [](auto& model) { model.entities[PersonAt].attributes[1].type = Type::String; }},
         {"Person.age", [](auto& model) { model.entities[PersonAt].attributes[1].type = Type::Date; }},
-        {"Person.city", [](auto& model) {
+        {"Person.city",
+         [](auto& model) {
              model.entities[PersonAt].attributes.pop_back();
              model.entities[PersonAt].relationships.push_back({.name = "city", .destination = "House"});
          }},
@@ -173,7 +181,9 @@ TEST_F(Migration, WhereNoRuleLeadsTheFileStaysAndTheErrorNamesTheProperty) {
         OpenStore open(file, changed(change).build());
         EXPECT_FALSE(open.store) << property;
         if (!open.error) continue;
-        EXPECT_EQ(std::string(open.error->userInfo()["entity"].text()) + "." + std::string(open.error->userInfo()["property"].text()), property);
+        EXPECT_EQ(std::string(open.error->userInfo()["entity"].text()) + "." +
+                      std::string(open.error->userInfo()["property"].text()),
+                  property);
         EXPECT_NE(open.error->localizedDescription().find(property), std::string::npos);
     }
     // Two pets without a name may stay; two of one name may not become unique.
@@ -192,7 +202,9 @@ TEST_F(Migration, WhereNoRuleLeadsTheFileStaysAndTheErrorNamesTheProperty) {
 TEST_F(Migration, AProcessWithTheFormerModelCanNoLongerSave) {
     OpenStore before(file, firstVersion().build());
     auto const row = before.read("Pet", rex);
-    auto open = reopened(changed([](ModelDefinition& model) { model.entities[PetAt].attributes.push_back({"color", Type::String, {}}); }));
+    auto open = reopened(changed([](ModelDefinition& model) {
+        model.entities[PetAt].attributes.push_back({"color", Type::String, {}});
+    }));
     ASSERT_TRUE(open);
     EXPECT_TRUE(before.save({before.update(row, {{"name", "Max"}})}));
     EXPECT_EQ(open->value(open->read("Pet", rex), "name"), Value("Rex"));

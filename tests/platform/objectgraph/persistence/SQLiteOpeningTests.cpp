@@ -37,7 +37,8 @@ protected:
         OpenStore open(url, libraryModel().build());
         ASSERT_TRUE(open.store);
         std::vector<RecordChange> changes;
-        for (int at = 0; at < 200; ++at) changes.push_back(open.insertion("Author", open.newKey(), {{"name", std::string(100, 'x')}}));
+        for (int at = 0; at < 200; ++at)
+            changes.push_back(open.insertion("Author", open.newKey(), {{"name", std::string(100, 'x')}}));
         ASSERT_FALSE(open.save(std::move(changes)));
     }
     std::size_t rescued() const {
@@ -72,8 +73,12 @@ TEST_F(Opening, WhatIsNoStoreIsRefusedAndKeptAside) {
         char const* name;
         std::string content;
     };
-    std::vector<Case> const table{{"text", "not a database"}, {"long text", std::string(10'000, 'x')}, {"truncated", good.substr(0, good.size() / 2)},
-                                  {"truncated within a page", good.substr(0, 5000)}, {"a header alone", good.substr(0, 100)}, {"noise in the first page", noise},
+    std::vector<Case> const table{{"text", "not a database"},
+                                  {"long text", std::string(10'000, 'x')},
+                                  {"truncated", good.substr(0, good.size() / 2)},
+                                  {"truncated within a page", good.substr(0, 5000)},
+                                  {"a header alone", good.substr(0, 100)},
+                                  {"noise in the first page", noise},
                                   {"noise among records", inside}};
     std::size_t kept = 0;
     for (auto const& [name, content] : table) {
@@ -157,12 +162,14 @@ TEST_F(Opening, AFileWithoutPermissionIsWaitedFor) {
         fs::perms without, with;
     };
     fs::permissions(place, fs::perms::all);
-    for (auto const& [path, without, with] : {Case{place, fs::perms::none, fs::perms::all}, Case{place, fs::perms::others_read, fs::perms::all},
-                                              Case{place.parent_path(), fs::perms::none, fs::perms::all}}) {
+    for (auto const& [path, without, with] :
+         {Case{place, fs::perms::none, fs::perms::all}, Case{place, fs::perms::others_read, fs::perms::all},
+          Case{place.parent_path(), fs::perms::none, fs::perms::all}}) {
         fs::permissions(path, without);
         int ends[2];
         ASSERT_EQ(::pipe(ends), 0);
         auto const child = ::fork();
+        ASSERT_GE(child, 0);
         if (child == 0) {
             if (::setgid(65534) != 0 || ::setuid(65534) != 0) ::_exit(9);
             OpenStore open(url, libraryModel().build());

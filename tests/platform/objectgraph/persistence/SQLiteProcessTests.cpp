@@ -28,6 +28,7 @@ protected:
         int ends[2];
         EXPECT_EQ(::pipe(ends), 0);
         auto const process = ::fork();
+        if (process < 0) std::abort(); // a signal to -1 would go to everybody
         if (process == 0) {
             ::close(ends[0]);
             OpenStore open(file, libraryModel().build());
@@ -37,7 +38,9 @@ protected:
         ::close(ends[1]);
         return {process, ends[0]};
     }
-    static void tell(int output, RecordKey key) { EXPECT_EQ(::write(output, &key, sizeof key), static_cast<ssize_t>(sizeof key)); }
+    static void tell(int output, RecordKey key) {
+        EXPECT_EQ(::write(output, &key, sizeof key), static_cast<ssize_t>(sizeof key));
+    }
     /// Everything that the child has told, until it ends.
     static std::vector<RecordKey> told(Child const& child) {
         std::vector<RecordKey> keys;
@@ -50,7 +53,9 @@ protected:
     void expectSound() const {
         sqlite3* handle = nullptr;
         ASSERT_EQ(sqlite3_open(file.path().c_str(), &handle), SQLITE_OK);
-        auto const isOk = [](void* ok, int, char** values, char**) { return *static_cast<bool*>(ok) = std::string_view(values[0]) == "ok", 0; };
+        auto const isOk = [](void* ok, int, char** values, char**) {
+            return *static_cast<bool*>(ok) = std::string_view(values[0]) == "ok", 0;
+        };
         bool ok = false;
         EXPECT_EQ(sqlite3_exec(handle, "PRAGMA integrity_check", isOk, &ok, nullptr), SQLITE_OK);
         EXPECT_TRUE(ok);
@@ -112,7 +117,8 @@ TEST_F(Processes, ASaveThatWasReportedSurvivesKillAndTheFileStaysSound) {
     std::ranges::sort(books);
     for (auto const key : reported) EXPECT_TRUE(std::ranges::binary_search(books, key)) << key << " was lost";
     EXPECT_EQ(books.size() % 20, 0U) << "half a save is in the file";
-    EXPECT_FALSE(open.store->members(*open.entity("Book").propertyNamed("tags")->asRelationship(), books, [&](RecordKey owner, RecordKey) { ++links[owner]; }));
+    EXPECT_FALSE(open.store->members(*open.entity("Book").propertyNamed("tags")->asRelationship(), books,
+                                     [&](RecordKey owner, RecordKey) { ++links[owner]; }));
     EXPECT_EQ(links.size(), books.size());
 }
 
@@ -122,7 +128,8 @@ TEST_F(Processes, ASaveThatFoundNoSpaceChangesNothingAndSucceedsLater) {
         auto const key = open.store->reserveKeys(2000, open.error);
         auto const changes = [&] {
             std::vector<RecordChange> made;
-            for (RecordKey at = key; at < key + 2000; ++at) made.push_back(open.insertion("Author", at, {{"name", std::string(200, 'n')}}));
+            for (RecordKey at = key; at < key + 2000; ++at)
+                made.push_back(open.insertion("Author", at, {{"name", std::string(200, 'n')}}));
             return made;
         };
         rlimit limit{};
@@ -160,7 +167,8 @@ TEST_F(Processes, FetchesBesideASaveSeeAllOfItOrNothing) {
         std::vector<RecordChange> changes;
         for (RecordKey key = first; key < first + 50; ++key) changes.push_back(open.insertion("Author", key, {{"name", "x"}}));
         EXPECT_FALSE(open.save(std::move(changes)));
-        EXPECT_EQ(open.fetch("Author").size(), static_cast<std::size_t>(round + 1) * 50) << "a save is not seen by the next fetch";
+        EXPECT_EQ(open.fetch("Author").size(), static_cast<std::size_t>(round + 1) * 50)
+            << "a save is not seen by the next fetch";
     }
     done = true;
     for (auto& reader : readers) reader.join();

@@ -65,7 +65,8 @@ protected:
     /// Two books of one author, shelved in order, with tags in order; written from both sides as contexts do.
     void saveLibrary() {
         auto author = open.insertion("Author", ada, {{"name", "Ada"}});
-        author.relationships = {open.links("Author", "books", {emma, orla}), open.links("Author", "shelf", {emma, orla}, {}, Keys{orla, emma})};
+        author.relationships = {open.links("Author", "books", {emma, orla}),
+                                open.links("Author", "shelf", {emma, orla}, {}, Keys{orla, emma})};
         auto first = open.insertion("Book", emma, {{"code", "E"}, {"year", 1815}, {"author", ada}, {"shelvedBy", ada}});
         first.relationships = {open.links("Book", "tags", {red, blue, green}, {}, Keys{green, red, blue})};
         auto second = open.insertion("Book", orla, {{"code", "O"}, {"author", ada}, {"shelvedBy", ada}});
@@ -148,13 +149,15 @@ TEST_P(LibraryInSQLite, ARecordThatSomebodyElseDeletedStaysDeleted) {
 TEST_P(LibraryInAnyStore, AUniquenessConflictNamesEntityAndAttributesAndSavesNothing) {
     saveLibrary();
     auto const key = open.newKey();
-    auto const failure = open.save({open.insertion("Author", key, {{"name", "Nobody"}}), open.insertion("Book", open.newKey(), {{"code", "E"}})});
+    auto const failure =
+        open.save({open.insertion("Author", key, {{"name", "Nobody"}}), open.insertion("Book", open.newKey(), {{"code", "E"}})});
     ASSERT_TRUE(failure);
     EXPECT_EQ(failure->userInfo()["entity"], Value("Book"));
     EXPECT_EQ(failure->userInfo()["attributes"], Value(List{"code"}));
     EXPECT_FALSE(open.read("Author", key));
     // Values may change hands within one save.
-    ASSERT_FALSE(open.save({open.update(open.read("Book", emma), {{"code", "O"}}), open.update(open.read("Book", orla), {{"code", "E"}, {"year", 3}})}));
+    ASSERT_FALSE(open.save({open.update(open.read("Book", emma), {{"code", "O"}}),
+                            open.update(open.read("Book", orla), {{"code", "E"}, {"year", 3}})}));
     EXPECT_EQ(open.value(open.read("Book", emma), "code"), Value("O"));
     EXPECT_EQ(open.value(open.read("Book", orla), "year"), Value(3));
     // What a deletion frees may be taken in the same save.
@@ -162,10 +165,20 @@ TEST_P(LibraryInAnyStore, AUniquenessConflictNamesEntityAndAttributesAndSavesNot
 }
 
 TEST_P(LibraryInSQLite, MetadataOfEveryKindIsWrittenByASaveWithoutChanges) {
-    Dictionary const written{{"text", "\"ä\"\n"}, {"flag", true}, {"count", 3}, {"whole", 3.0}, {"single", 0.5F}, {"date", Value::date(1.5)},
-                             {"data", Value::data(std::as_bytes(std::span("\0\xff", 2)))}, {"uuid", Value::uuid({9})}, {"url", Value::url("a:b")},
-                             {"decimal", Decimal::fromText("0.1")}, {"list", List{1, "two", List{}}}, {"$odd", Dictionary{{"$key", 1}}},
-                             {"infinite", std::numeric_limits<double>::infinity()}, {"set", ValueSet{1, 2}}};
+    Dictionary const written{{"text", "\"ä\"\n"},
+                             {"flag", true},
+                             {"count", 3},
+                             {"whole", 3.0},
+                             {"single", 0.5F},
+                             {"date", Value::date(1.5)},
+                             {"data", Value::data(std::as_bytes(std::span("\0\xff", 2)))},
+                             {"uuid", Value::uuid({9})},
+                             {"url", Value::url("a:b")},
+                             {"decimal", Decimal::fromText("0.1")},
+                             {"list", List{1, "two", List{}}},
+                             {"$odd", Dictionary{{"$key", 1}}},
+                             {"infinite", std::numeric_limits<double>::infinity()},
+                             {"set", ValueSet{1, 2}}};
     auto metadata = open.store->metadata();
     EXPECT_EQ(metadata["NSStoreUUID"], Value(open.store->identifier()));
     for (auto const& [key, value] : written) metadata.set(key, value);

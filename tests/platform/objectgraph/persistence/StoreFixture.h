@@ -49,7 +49,8 @@ inline ModelBuilder libraryModel() {
 class OpenStore {
 public:
     enum class Kind { SQLite, Memory };
-    OpenStore(NSURL const& file, Ref<NSManagedObjectModel> model, Kind kind = Kind::SQLite) : space(std::make_shared<RowSpace>(std::move(model))) {
+    OpenStore(NSURL const& file, Ref<NSManagedObjectModel> model, Kind kind = Kind::SQLite)
+        : space(std::make_shared<RowSpace>(std::move(model))) {
         if (kind == Kind::SQLite)
             store = SQLiteStore::open(file, space, {}, error);
         else
@@ -82,17 +83,21 @@ public:
         return builder.finish();
     }
     RecordChange insertion(std::string_view entityName, RecordKey key, Dictionary const& values) const {
-        return {.kind = RecordChange::Kind::Insert, .key = key, .entity = &entity(entityName), .after = row(entityName, key, values)};
+        return {
+            .kind = RecordChange::Kind::Insert, .key = key, .entity = &entity(entityName), .after = row(entityName, key, values)};
     }
     RecordChange update(RowRef const& before, Dictionary const& values) const {
-        return {.kind = RecordChange::Kind::Update, .key = before->key(), .entity = &before->entity(), .before = before,
+        return {.kind = RecordChange::Kind::Update,
+                .key = before->key(),
+                .entity = &before->entity(),
+                .before = before,
                 .after = values.empty() ? before : row(before->entity().name(), before->key(), values, before)};
     }
     RecordChange deletion(RowRef const& before) const {
         return {.kind = RecordChange::Kind::Delete, .key = before->key(), .entity = &before->entity(), .before = before};
     }
-    RelationshipChange links(std::string_view entityName, std::string_view name, std::vector<RecordKey> added, std::vector<RecordKey> removed = {},
-                             std::optional<std::vector<RecordKey>> order = {}) const {
+    RelationshipChange links(std::string_view entityName, std::string_view name, std::vector<RecordKey> added,
+                             std::vector<RecordKey> removed = {}, std::optional<std::vector<RecordKey>> order = {}) const {
         return {entity(entityName).propertyNamed(name)->asRelationship(), std::move(added), std::move(removed), std::move(order)};
     }
 
