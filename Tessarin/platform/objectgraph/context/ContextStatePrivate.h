@@ -21,6 +21,7 @@ public:
     bool hasUnannouncedChanges = false;        // since the last did-change notification
     PublishedChanges published;                // what children handed up, not yet handed on; any thread
     std::atomic<int> children{0};              // contexts whose parent this is; any thread
+    bool isShowingUnsaved = false;             // had a child when it last processed its changes
     std::size_t promotionsSeen = 0;            // of the coordinator's log
     bool knowsForeignTemporaries = false;      // has objects for unsaved records of an ancestor
 

@@ -15,7 +15,8 @@ namespace {
 
 /// Shows the unsaved changes to child contexts, as they are now.
 void publishUnsaved(ContextState& context) {
-    if (context.children.load(std::memory_order_relaxed) == 0 || !context.link) return;
+    if (!context.link) return;
+    if (!context.isShowingUnsaved) return context.published.setUnsaved(nullptr);
     context.published.setUnsaved(ChangePacker(context).pack());
     for (auto const& object : context.changed)
         if (object->recordKey() < 0) GraphAccess::state(*object).set(ObjectState::Published);
@@ -54,13 +55,7 @@ void NSManagedObjectContext::setName(std::string name) { state_->name.set(std::m
 void NSManagedObjectContext::setParentContext(Ref<NSManagedObjectContext> parent) {
     if (state_->link || state_->parent) fatal("a context's parent cannot be set once it has a parent or a coordinator");
     state_->parent = std::move(parent);
-    if (state_->parent && state_->parent->state_->children.fetch_add(1, std::memory_order_relaxed) == 0) {
-        // From its first child on, a context shows its unsaved changes to those below.
-        if (queueIsHeld(state_->parent->queue()))
-            publishUnsaved(*state_->parent->state_);
-        else
-            dispatch_async(state_->parent->queue(), [parent = state_->parent] { publishUnsaved(*parent->state_); });
-    }
+    if (state_->parent) state_->parent->state_->children.fetch_add(1, std::memory_order_relaxed);
     if (!state_->parent || !state_->parent->state_->coordinator) return;
     state_->coordinator = state_->parent->state_->coordinator;
     state_->link = ContextLinkRef{new ContextLink(self<NSManagedObjectContext>(), *state_, state_->coordinator)};
@@ -212,9 +207,11 @@ void NSManagedObjectContext::reset() {
 
 void NSManagedObjectContext::processPendingChanges() {
     applyReceived(*state_);
-    if (!std::exchange(state_->hasUnannouncedChanges, false)) return;
-    publishUnsaved(*state_);
-    postDidChange(*this);
+    bool const hasChildren = state_->children.load(std::memory_order_relaxed) != 0;
+    bool const wasShowing = std::exchange(state_->isShowingUnsaved, hasChildren);
+    bool const hasNews = std::exchange(state_->hasUnannouncedChanges, false);
+    if (hasNews || hasChildren != wasShowing) publishUnsaved(*state_);
+    if (hasNews) postDidChange(*this);
 }
 
 void NSManagedObjectContext::mergeChangesFromContextDidSaveNotification(NSNotification const& notification) {
