@@ -8,8 +8,6 @@
 namespace Tessarin {
 namespace {
 
-/// What stands beside the root is kept, so that it can be refused; comments and the declaration are not.
-
 bool isUTF8(std::string_view text) {
     auto const* bytes = reinterpret_cast<std::uint8_t const*>(text.data());
     UChar32 character = 0;
