@@ -39,6 +39,14 @@ struct Made<T> : T {
     Class const& objectClass() const override { return classOf<T>(); }
 };
 
+/// A class whose objects are made in great numbers names an allocator for them.
+template <class T> auto allocated() {
+    if constexpr (requires { typename T::template ObjectAllocator<Made<T>>; })
+        return std::allocate_shared<Made<T>>(typename T::template ObjectAllocator<Made<T>>());
+    else
+        return std::make_shared<Made<T>>();
+}
+
 } // namespace detail
 
 /// Makes a reference-type object: the trivial protected constructor, then the virtual `init(arguments…)`, so that a step
@@ -46,7 +54,7 @@ struct Made<T> : T {
 ///
 ///     auto queue = make<Dispatcher>(QueueOptions{.identifier = "images"});
 template <class T, class... Arguments> Ref<T> make(Arguments&&... arguments) {
-    auto object = std::make_shared<detail::Made<T>>();
+    auto object = detail::allocated<T>();
     object->start(std::forward<Arguments>(arguments)...);
     return object;
 }

@@ -22,13 +22,24 @@ ContextLink::ContextLink(Ref<NSManagedObjectContext> const& context, ContextStat
     : context_(context), state_(&state), coordinator_(std::move(coordinator)), space_(coordinator_->space()),
       classes_(space_->model().entities().size()) {}
 
-void retainObject(ContextLink& link) noexcept { link.references_.fetch_add(1, std::memory_order_relaxed); }
+void retainObject(ContextLink& link, std::uint32_t count) noexcept { link.references_.fetch_add(count, std::memory_order_relaxed); }
 void releaseObject(ContextLink& link) noexcept {
     if (link.references_.fetch_sub(1, std::memory_order_acq_rel) == 1) delete &link;
 }
 
-void retainObject(FaultBatch& batch) noexcept { batch.references.fetch_add(1, std::memory_order_relaxed); }
+FaultBatch::FaultBatch(ContextLink& owner, NSEntityDescription const& entity) : link(owner), rootEntity(entity.rootEntity()) {
+    retainObject(link);
+}
+FaultBatch::~FaultBatch() {
+    if (!isLone()) releaseObject(link);
+}
+
+void retainObject(FaultBatch& batch, std::uint32_t count) noexcept {
+    if (batch.isLone()) return retainObject(batch.link, count);
+    batch.references.fetch_add(count, std::memory_order_relaxed);
+}
 void releaseObject(FaultBatch& batch) noexcept {
+    if (batch.isLone()) return releaseObject(batch.link);
     if (batch.references.fetch_sub(1, std::memory_order_acq_rel) == 1) delete &batch;
 }
 
@@ -39,14 +50,25 @@ Ref<NSManagedObject> ContextLink::find(RecordKey key) const {
     return object ? std::static_pointer_cast<NSManagedObject>(object->weak_from_this().lock()) : nullptr;
 }
 
-Ref<NSManagedObject> ContextLink::findOrMake(RecordKey key, NSEntityDescription const& entity, bool& isNew) {
-    auto object = find(key);
-    isNew = !object;
-    if (object) return object;
-    object = makeObject(entity); // which runs the application's initialiser: not under the lock
-    GraphAccess::state(*object).key = key;
-    add(*object, key);
-    return object;
+void ContextLink::findAll(std::span<RowRef const> rows, std::span<Ref<NSManagedObject>> objects) const {
+    std::lock_guard const hold(mutex_);
+    for (std::size_t at = 0; at < rows.size(); ++at)
+        if (auto* object = objects_.find(rows[at]->key()))
+            objects[at] = std::static_pointer_cast<NSManagedObject>(object->weak_from_this().lock());
+}
+
+void ContextLink::addAll(std::span<Ref<NSManagedObject>> objects) {
+    std::vector<Ref<NSManagedObject>> replaced; // to be released when the lock is not held
+    std::lock_guard const hold(mutex_);
+    for (auto& object : objects) {
+        auto const key = GraphAccess::state(*object).key;
+        auto* present = objects_.find(key);
+        if (present == object.get()) continue;
+        if (auto living = present ? present->weak_from_this().lock() : nullptr)
+            replaced.push_back(std::exchange(object, std::static_pointer_cast<NSManagedObject>(std::move(living))));
+        else
+            objects_.set(key, object.get());
+    }
 }
 
 void ContextLink::add(NSManagedObject& object, RecordKey key) {
@@ -75,13 +97,14 @@ std::vector<Ref<NSManagedObject>> ContextLink::all(NSEntityDescription const* en
     return result;
 }
 
-Ref<NSManagedObject> ContextLink::makeObject(NSEntityDescription const& entity) {
+Ref<NSManagedObject> ContextLink::makeObject(NSEntityDescription const& entity, RecordKey key, FaultBatchRef batch) {
     auto const*& known = classes_[entity.index()];
     if (!known) known = &classFor(entity);
     auto object = std::static_pointer_cast<NSManagedObject>(known->makeObject());
     auto& state = GraphAccess::state(*object);
-    state.link = ContextLinkRef{this};
+    state.batch = batch ? std::move(batch) : lone();
     state.layout = &space_->layoutOf(entity);
+    state.key = key;
     return object;
 }
 

@@ -1,4 +1,5 @@
 #pragma once
+#include "Tessarin/platform/objectgraph/context/FaultBatch.h"
 #include "Tessarin/platform/objectgraph/persistence/KeyTable.h"
 #include "Tessarin/platform/objectgraph/persistence/RowCache.h"
 #include "Tessarin/platform/queues/Retained.h"
@@ -6,6 +7,7 @@
 #include "Tessarin/platform/runtime/SpinLock.h"
 #include <atomic>
 #include <mutex>
+#include <span>
 #include <vector>
 
 namespace Tessarin {
@@ -32,18 +34,22 @@ public:
     /// The living object of that record, or null.
     Ref<NSManagedObject> find(RecordKey key) const;
     void add(NSManagedObject& object, RecordKey key);
-    /// The living object of that record; else a new one, for the caller to fill, and `isNew`.
-    Ref<NSManagedObject> findOrMake(RecordKey key, NSEntityDescription const& entity, bool& isNew);
+    /// The living objects of those rows' records, null where there is none.
+    void findAll(std::span<RowRef const> rows, std::span<Ref<NSManagedObject>> objects) const;
+    /// Enters many. Where a record has another living object already, that one takes its place in the list.
+    void addAll(std::span<Ref<NSManagedObject>> objects);
     void remove(NSManagedObject& object, RecordKey key) noexcept;
     std::size_t count() const;
     /// The living objects; of one entity, without its sub-entities, when one is given.
     std::vector<Ref<NSManagedObject>> all(NSEntityDescription const* entity = nullptr) const;
 
-    /// A new object of the entity's class: the registered one, else the generic object.
-    Ref<NSManagedObject> makeObject(NSEntityDescription const& entity);
+    /// A new object of the entity's class, the registered one or else the generic object; in `batch` when there is one.
+    Ref<NSManagedObject> makeObject(NSEntityDescription const& entity, RecordKey key, FaultBatchRef batch = {});
+    /// The batch of objects that came alone.
+    FaultBatchRef lone() noexcept { return FaultBatchRef{&lone_}; }
 
 private:
-    friend void retainObject(ContextLink& link) noexcept;
+    friend void retainObject(ContextLink& link, std::uint32_t count) noexcept;
     friend void releaseObject(ContextLink& link) noexcept;
 
     std::atomic<std::uint32_t> references_{0};
@@ -51,10 +57,13 @@ private:
     std::atomic<ContextState*> state_;
     Ref<NSPersistentStoreCoordinator> coordinator_;
     Ref<RowSpace> space_;
+    FaultBatch lone_{*this};
     std::vector<Class const*> classes_; // by entity index, looked up on first use
     mutable SpinLock mutex_;
     KeyTable<NSManagedObject> objects_; // guarded by mutex_
 };
+
+void retainObject(ContextLink& link, std::uint32_t count = 1) noexcept;
 
 using ContextLinkRef = Retained<ContextLink>;
 

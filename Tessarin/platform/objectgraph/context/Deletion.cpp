@@ -10,7 +10,7 @@ namespace {
 std::vector<Ref<NSManagedObject>> destinationsOf(NSManagedObject& object, NSRelationshipDescription const& relationship) {
     if (relationship.isToMany()) return GraphAccess::destinations(object, relationship);
     auto const key = referenceOf(object, relationship);
-    auto* context = GraphAccess::state(object).link->contextState();
+    auto* context = GraphAccess::state(object).link()->contextState();
     if (key == 0 || !context) return {};
     return {objectWithKey(*context, *relationship.destinationEntity(), key)};
 }
@@ -49,7 +49,7 @@ void NSManagedObjectContext::deleteObject(NSManagedObject& first) {
         auto const object = std::move(doomed.back());
         doomed.pop_back();
         auto& state = GraphAccess::state(*object);
-        if (state.has(ObjectState::Deleted) || state.link != state_->link) continue;
+        if (state.has(ObjectState::Deleted) || state.link() != state_->link.get()) continue;
         object->prepareForDeletion();
         GraphAccess::fire(*object);
         markChanged(*object, ObjectState::Deleted);

@@ -97,15 +97,12 @@ private:
     Objects objectsOf(std::vector<RowRef>& rows, std::unordered_set<RecordKey> const& unsaved) {
         Objects objects;
         objects.reserve(rows.size());
-        FaultBatchRef batch;
-        for (auto& row : rows) {
-            auto const key = row->key();
-            if (!unsaved.empty() && unsaved.contains(key)) continue;
-            if (!batch || batch->members.size() == FaultBatch::mostMembers) batch = makeBatch(entity_);
-            batch->members.push_back(key);
-            objects.push_back(objectWithRow(context_, std::move(row), batch));
-            if (!request_.returnsObjectsAsFaults()) GraphAccess::fire(*objects.back());
-        }
+        if (!unsaved.empty()) std::erase_if(rows, [&](RowRef const& row) { return unsaved.contains(row->key()); });
+        objectsWithRows(context_, entity_, rows, [&](std::span<Ref<NSManagedObject>> run) {
+            objects.insert(objects.end(), std::move_iterator(run.begin()), std::move_iterator(run.end()));
+        });
+        if (!request_.returnsObjectsAsFaults())
+            for (auto const& object : objects) GraphAccess::fire(*object);
         return objects;
     }
 

@@ -23,18 +23,18 @@ NSPropertyDescription const& PropertyHandle::lookUp(NSEntityDescription const& e
 }
 
 NSManagedObject::~NSManagedObject() {
-    if (state_.link) state_.link->remove(*this, state_.key);
+    if (state_.link()) state_.link()->remove(*this, state_.key);
 }
 
 Ref<NSManagedObjectID> NSManagedObject::objectID() const {
     auto& extras = const_cast<ObjectState&>(state_).more();
-    if (!extras.id) extras.id = state_.link->coordinator().identities().identity(entity(), state_.key);
+    if (!extras.id) extras.id = state_.link()->coordinator().identities().identity(entity(), state_.key);
     return extras.id;
 }
 
 Ref<NSManagedObjectContext> NSManagedObject::managedObjectContext() const {
-    if (!state_.link || (isDeleted() && state_.has(ObjectState::Gone))) return nullptr;
-    return state_.link->context();
+    if (!state_.link() || (isDeleted() && state_.has(ObjectState::Gone))) return nullptr;
+    return state_.link()->context();
 }
 
 NSObject const& NSManagedObject::predicateIdentity() const { return *objectID(); }
@@ -42,7 +42,7 @@ NSObject const& NSManagedObject::predicateIdentity() const { return *objectID();
 void NSManagedObject::fireFault() {
     state_.clear(ObjectState::Fault);
     if (!state_.row)
-        if (auto* context = state_.link->contextState()) fillFault(*context, *this);
+        if (auto* context = state_.link()->contextState()) fillFault(*context, *this);
     awakeFromFetch();
 }
 

@@ -5,6 +5,7 @@
 #include "Tessarin/platform/objectgraph/context/ObjectState.h"
 #include "Tessarin/platform/objectgraph/context/PropertyHandle.h"
 #include "Tessarin/platform/runtime/FunctionRef.h"
+#include "Tessarin/platform/runtime/ObjectSlab.h"
 #include <optional>
 #include <string>
 #include <string_view>
@@ -27,6 +28,8 @@ class NSManagedObjectContext;
 ///     book->setValueForKey(author, "author");   // keeps author.books up, too
 class TESSARIN_API NSManagedObject : public IdentifiedObject, public NSManagedObjectHelpers, public NSManagedObjectImport {
 public:
+    template <class T> using ObjectAllocator = ObjectSlabAllocator<T>;
+
     NSEntityDescription const& entity() const noexcept { return state_.layout->entity(); }
     Ref<NSManagedObjectID> objectID() const;
     RecordKey recordKey() const override { return state_.key; }

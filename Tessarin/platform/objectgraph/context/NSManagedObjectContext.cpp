@@ -92,9 +92,8 @@ Ref<NSManagedObject> NSManagedObjectContext::insertNewObject(std::string_view en
     auto const* entity = state_->coordinator->managedObjectModel()->entityNamed(entityName);
     if (!entity) fatal("there is no entity named \"" + std::string{entityName} + "\" in this model");
     if (entity->isAbstract()) fatal("the entity \"" + entity->name() + "\" is abstract: no object of it can be made");
-    auto object = state_->link->makeObject(*entity);
+    auto object = state_->link->makeObject(*entity, NSPersistentStoreCoordinator::temporaryKey());
     auto& state = GraphAccess::state(*object);
-    state.key = NSPersistentStoreCoordinator::temporaryKey();
     state_->link->add(*object, state.key);
     auto const& defaults = state_->rules.of(*entity).defaults;
     for (auto const* attribute : defaults)
@@ -149,7 +148,7 @@ bool NSManagedObjectContext::save(Ref<NSError>& error) {
 
 void NSManagedObjectContext::refreshObject(NSManagedObject& object, bool mergeChanges) {
     auto& state = GraphAccess::state(object);
-    if (state.link != state_->link || state.key < 0) return; // what was never saved cannot be read again
+    if (state.link() != state_->link.get() || state.key < 0) return; // what was never saved cannot be read again
     if (!mergeChanges) {
         std::erase_if(state_->changed, [&](auto const& each) { return each.get() == &object; });
         state.flags = ObjectState::Fault;
@@ -159,7 +158,7 @@ void NSManagedObjectContext::refreshObject(NSManagedObject& object, bool mergeCh
             state.extras->denied.clear();
         }
         state.row = {};
-        state.batch = {};
+        state.batch = state_->link->lone();
         return;
     }
     auto row = RecordReader(*state_).row(object.entity(), state.key, true);
@@ -201,7 +200,7 @@ void NSManagedObjectContext::reset() {
         state_->link->remove(*object, state.key);
         state.set(ObjectState::Deleted);
         state.set(ObjectState::Gone);
-        state.batch = {};
+        state.batch = state_->link->lone();
     }
 }
 

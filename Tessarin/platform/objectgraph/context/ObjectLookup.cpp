@@ -3,27 +3,73 @@
 #include "Tessarin/platform/objectgraph/context/RecordReaderPrivate.h"
 
 #include <algorithm>
+#include <array>
 #include <unordered_set>
 
 namespace Tessarin {
 namespace {
 
+constexpr std::size_t longestRun = 256; // objects that are entered together
+
 Ref<NSManagedObject> madeFault(ContextState& context, NSEntityDescription const& entity, RecordKey key, FaultBatchRef const& batch) {
-    auto object = context.link->makeObject(entity);
-    auto& state = GraphAccess::state(*object);
-    state.key = key;
-    state.batch = batch;
-    state.set(ObjectState::Fault);
+    auto object = context.link->makeObject(entity, key, batch);
+    GraphAccess::state(*object).set(ObjectState::Fault);
     context.link->add(*object, key);
     if (key < 0) context.knowsForeignTemporaries = true;
     return object;
+}
+
+/// Takes a row over when it is newer than what an unchanged object shows.
+void takeRow(ObjectState& state, RowRef row) {
+    if (state.has(ObjectState::Changed) || (state.row && state.row->version() >= row->version())) return;
+    state.row = std::move(row);
+    state.clear(ObjectState::Gone);
+}
+
+/// References to a batch that were counted in one go.
+class BatchShare {
+public:
+    BatchShare(FaultBatch& batch, std::size_t count) noexcept : batch_(batch), left_(static_cast<std::uint32_t>(count)) {
+        retainObject(batch, left_);
+    }
+    BatchShare(BatchShare const&) = delete;
+    BatchShare& operator=(BatchShare const&) = delete;
+    ~BatchShare() {
+        while (left_-- != 0) releaseObject(batch_);
+    }
+    FaultBatchRef one() noexcept {
+        --left_;
+        return FaultBatchRef::adopt(&batch_);
+    }
+
+private:
+    FaultBatch& batch_;
+    std::uint32_t left_;
+};
+
+/// The objects of a run of rows, entered into the register under one lock.
+void findOrMake(ContextState& context, std::span<RowRef> rows, FaultBatch& batch, std::span<Ref<NSManagedObject>> objects) {
+    context.link->findAll(rows, objects);
+    auto const missing = static_cast<std::size_t>(std::ranges::count(objects, nullptr));
+    {
+        BatchShare share(batch, missing);
+        for (std::size_t at = 0; at < rows.size(); ++at) {
+            auto const key = rows[at]->key();
+            batch.members.push_back(key);
+            if (objects[at]) continue;
+            objects[at] = context.link->makeObject(rows[at]->entity(), key, share.one()); // runs the application's initialiser
+            GraphAccess::state(*objects[at]).set(ObjectState::Fault);
+            if (key < 0) context.knowsForeignTemporaries = true;
+        }
+    }
+    if (missing != 0) context.link->addAll(objects);
+    for (std::size_t at = 0; at < rows.size(); ++at) takeRow(GraphAccess::state(*objects[at]), std::move(rows[at]));
 }
 
 /// Faults of the batch, this one first, that have no row yet.
 std::vector<RecordKey> unfilledMembers(ContextState& context, NSManagedObject& object) {
     auto const& state = GraphAccess::state(object);
     std::vector<RecordKey> keys{state.key};
-    if (!state.batch) return keys;
     for (auto const key : state.batch->members) {
         if (key == state.key) continue;
         auto const other = context.link->find(key);
@@ -34,26 +80,28 @@ std::vector<RecordKey> unfilledMembers(ContextState& context, NSManagedObject& o
 
 } // namespace
 
-FaultBatchRef makeBatch(NSEntityDescription const& entity) {
-    FaultBatchRef batch{new FaultBatch};
-    batch->rootEntity = entity.rootEntity();
-    return batch;
+FaultBatchRef makeBatch(ContextState& context, NSEntityDescription const& entity) {
+    return FaultBatchRef{new FaultBatch(*context.link, entity)};
 }
 
 Ref<NSManagedObject> objectWithRow(ContextState& context, RowRef row, FaultBatchRef const& batch) {
-    bool isNew = false;
-    auto object = context.link->findOrMake(row->key(), row->entity(), isNew);
-    auto& state = GraphAccess::state(*object);
-    if (isNew) {
-        state.batch = batch;
-        state.set(ObjectState::Fault);
-        if (row->key() < 0) context.knowsForeignTemporaries = true;
-    } else if (state.has(ObjectState::Changed) || (state.row && state.row->version() >= row->version())) {
-        return object;
-    }
-    state.row = std::move(row);
-    state.clear(ObjectState::Gone);
+    auto object = context.link->find(row->key());
+    if (!object) object = madeFault(context, row->entity(), row->key(), batch); // runs the application's initialiser
+    takeRow(GraphAccess::state(*object), std::move(row));
     return object;
+}
+
+void objectsWithRows(ContextState& context, NSEntityDescription const& entity, std::span<RowRef> rows,
+                     FunctionRef<void(std::span<Ref<NSManagedObject>>)> take) {
+    FaultBatchRef batch;
+    while (!rows.empty()) {
+        auto const run = rows.first(std::min(rows.size(), longestRun));
+        if (!batch || batch->members.size() + run.size() > FaultBatch::mostMembers) batch = makeBatch(context, entity);
+        std::array<Ref<NSManagedObject>, longestRun> objects;
+        findOrMake(context, run, *batch, std::span(objects).first(run.size()));
+        take(std::span(objects).first(run.size()));
+        rows = rows.subspan(run.size());
+    }
 }
 
 Ref<NSManagedObject> objectWithKey(ContextState& context, NSEntityDescription const& entity, RecordKey key, FaultBatchRef const& batch) {
@@ -72,7 +120,7 @@ std::vector<Ref<NSManagedObject>> objectsWithKeys(ContextState& context, NSEntit
     objects.reserve(keys.size());
     FaultBatchRef batch;
     for (auto const key : keys) {
-        if (!batch || batch->members.size() == FaultBatch::mostMembers) batch = makeBatch(entity);
+        if (!batch || batch->members.size() == FaultBatch::mostMembers) batch = makeBatch(context, entity);
         batch->members.push_back(key);
         objects.push_back(objectWithKey(context, entity, key, batch));
     }
@@ -132,7 +180,7 @@ void applyPromotions(ContextState& context) {
 void markChanged(NSManagedObject& object, ObjectState::Flag how) {
     auto& state = GraphAccess::state(object);
     state.set(how);
-    auto* context = state.link->contextState();
+    auto* context = state.link()->contextState();
     if (!context) return;
     context->hasUnannouncedChanges = true;
     if (state.has(ObjectState::Changed)) return;

@@ -7,6 +7,9 @@ namespace Tessarin {
 
 /// The object of a row that was just read; takes the row over when it is newer than what an unchanged object shows.
 Ref<NSManagedObject> objectWithRow(ContextState& context, RowRef row, FaultBatchRef const& batch);
+/// The same for many, which fill and are walked together; hands them on in runs.
+void objectsWithRows(ContextState& context, NSEntityDescription const& entity, std::span<RowRef> rows,
+                     FunctionRef<void(std::span<Ref<NSManagedObject>>)> take);
 /// The object of a record that was not read. `entity` may be an ancestor of the record's own; the record is read then.
 Ref<NSManagedObject> objectWithKey(ContextState& context, NSEntityDescription const& entity, RecordKey key, FaultBatchRef const& batch = {});
 /// The objects of several records, in their order, as faults that fill together.
@@ -24,6 +27,6 @@ void promoteObject(ContextState& context, NSManagedObject& object, RecordKey per
 /// Goes through what became permanent elsewhere since the last time.
 void applyPromotions(ContextState& context);
 
-FaultBatchRef makeBatch(NSEntityDescription const& entity);
+FaultBatchRef makeBatch(ContextState& context, NSEntityDescription const& entity);
 
 } // namespace Tessarin

@@ -59,14 +59,14 @@ struct ObjectState {
         Published = 64, // inserted, and visible to child contexts under its temporary key
     };
 
-    ContextLinkRef link;
+    FaultBatchRef batch; // null only before the object is in a context
     RecordKey key = 0;
     RowLayout const* layout = nullptr;
     RowRef row;
-    FaultBatchRef batch;
     std::unique_ptr<ObjectExtras> extras;
     std::uint8_t flags = 0;
 
+    ContextLink* link() const noexcept { return batch ? &batch->link : nullptr; }
     bool has(Flag flag) const noexcept { return flags & flag; }
     void set(Flag flag) noexcept { flags = static_cast<std::uint8_t>(flags | flag); }
     void clear(Flag flag) noexcept { flags = static_cast<std::uint8_t>(flags & ~flag); }

@@ -58,14 +58,14 @@ void attachEnd(NSManagedObject& object, NSRelationshipDescription const& relatio
     if (before == other.recordKey()) return;
     auto const* inverse = relationship.inverseRelationship();
     if (before != 0 && inverse && relationship.isReciprocal())
-        if (auto* context = GraphAccess::state(object).link->contextState())
+        if (auto* context = GraphAccess::state(object).link()->contextState())
             detachEnd(*objectWithKey(*context, *relationship.destinationEntity(), before), *inverse, object.recordKey());
     setReference(object, relationship, other.recordKey());
 }
 
 void requireFits(NSManagedObject& object, NSRelationshipDescription const& relationship, NSManagedObject& other) {
     auto const place = object.entity().name() + "." + relationship.name();
-    if (GraphAccess::state(object).link != GraphAccess::state(other).link)
+    if (GraphAccess::state(object).link() != GraphAccess::state(other).link())
         fatal("illegal attempt to establish the relationship " + place + " between objects in different contexts");
     if (!other.entity().isKindOf(relationship.destinationEntity()))
         fatal("unacceptable object for the relationship " + place + ": a " + other.entity().name());
@@ -88,7 +88,7 @@ ToManyState& loadedMembers(NSManagedObject& owner, NSRelationshipDescription con
     if (toMany.isLoaded) return toMany;
     toMany.isLoaded = true;
     std::vector<RecordKey> members;
-    auto* context = state.link->contextState();
+    auto* context = state.link()->contextState();
     if (context && !relationship.isTransient()) members = RecordReader(*context).members(relationship, owner.entity(), owner.recordKey());
     std::erase_if(members, [&](RecordKey key) { return toMany.removed.contains(key); });
     toMany.order = relationship.isOrdered() ? members : std::vector<RecordKey>{};
@@ -126,18 +126,18 @@ void letGoAtOtherEnd(NSManagedObject& object, NSRelationshipDescription const& r
 
 Ref<NSManagedObject> NSManagedObject::destination(NSRelationshipDescription const& relationship) {
     auto const key = referenceOf(*this, relationship);
-    auto* context = state_.link->contextState();
+    auto* context = state_.link()->contextState();
     if (key == 0 || !context) return nullptr;
-    if (auto living = state_.link->find(key)) return living;
-    if (state_.batch) {
+    if (auto living = state_.link()->find(key)) return living;
+    if (!state_.batch->isLone()) {
         walkBatch(*context, *state_.batch, relationship);
-        if (auto living = state_.link->find(key)) return living;
+        if (auto living = state_.link()->find(key)) return living;
     }
     return objectWithKey(*context, *relationship.destinationEntity(), key);
 }
 
 std::vector<Ref<NSManagedObject>> NSManagedObject::destinations(NSRelationshipDescription const& relationship) {
-    auto* context = state_.link->contextState();
+    auto* context = state_.link()->contextState();
     if (!context) return {};
     return objectsWithKeys(*context, *relationship.destinationEntity(), memberKeys(*this, relationship));
 }
@@ -147,7 +147,7 @@ void NSManagedObject::setDestination(NSRelationshipDescription const& relationsh
     auto const before = referenceOf(*this, relationship);
     auto const after = object ? object->recordKey() : 0;
     if (before == after) return;
-    auto* context = state_.link->contextState();
+    auto* context = state_.link()->contextState();
     auto const* inverse = relationship.inverseRelationship();
     if (before != 0 && inverse && context)
         detachEnd(*objectWithKey(*context, *relationship.destinationEntity(), before), *inverse, recordKey());

@@ -48,7 +48,7 @@ std::optional<std::size_t> changedCount(NSManagedObject& object, NSRelationshipD
 } // namespace
 
 Ref<NSError> NSManagedObject::validateForSave() {
-    auto* context = state_.link->contextState();
+    auto* context = state_.link()->contextState();
     if (!context) return nullptr;
     auto const& rules = context->rules.of(entity());
     for (auto const* attribute : rules.checkedAttributes)

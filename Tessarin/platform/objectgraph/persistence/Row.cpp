@@ -1,6 +1,7 @@
 #include "Tessarin/platform/objectgraph/persistence/Row.h"
 
 #include "Tessarin/platform/objectgraph/persistence/RowCache.h"
+#include "Tessarin/platform/runtime/PagePool.h"
 
 #include <algorithm>
 
@@ -39,15 +40,28 @@ Value Row::value(std::size_t cell) const {
 bool Row::cellEquals(std::size_t cell, Row const& other) const noexcept {
     if (isPresent(cell) != other.isPresent(cell)) return false;
     if (!isPresent(cell)) return true;
-    auto const type = layout_->cells()[cell].type;
-    if (type == CellType::Text || type == CellType::Bytes) return text(cell) == other.text(cell);
-    return cells()[cell] == other.cells()[cell];
+    return isHeapCell(layout_->cells()[cell].type) ? text(cell) == other.text(cell) : integer(cell) == other.integer(cell);
 }
 
-void Row::destroy() noexcept {
-    if (references_.load(std::memory_order_relaxed) & cached) layout_->space().cache().drop(*this);
-    this->~Row();
-    ::operator delete(this);
+static_assert(RowBlock::most == PagePool::pageSize);
+
+RowBlock* RowBlock::make(std::size_t capacity, std::uint32_t references) {
+    auto* block = ::new (capacity == most ? PagePool::take() : ::operator new(capacity)) RowBlock;
+    block->references.store(references, std::memory_order_relaxed);
+    block->capacity = static_cast<std::uint32_t>(capacity);
+    return block;
+}
+
+bool RowBlock::retainIfAlive() noexcept {
+    auto count = references.load(std::memory_order_relaxed);
+    while (count != 0)
+        if (references.compare_exchange_weak(count, count + 1, std::memory_order_acquire, std::memory_order_relaxed)) return true;
+    return false;
+}
+
+void RowBlock::destroy() noexcept {
+    if (isCached.load(std::memory_order_relaxed)) first()->layout().space().cache().drop(*this);
+    capacity == most ? PagePool::give(this) : ::operator delete(this);
 }
 
 } // namespace Tessarin

@@ -12,12 +12,14 @@
 
 namespace Tessarin {
 
-class RowBuilder;
+class RowBlockWriter;
 class RowCache;
+class RowRef;
+struct RowBlock;
 
-/// The values of one record at one version: immutable, counted, packed into one allocation (header, a bit per cell that is
-/// present, fixed cells of 8 bytes, then text and bytes). Shared between contexts, change sets and the store; any thread.
-/// A row does not keep its layout alive: whoever keeps rows keeps their RowSpace.
+/// The values of one record at one version: immutable, packed (header, cells in their widths, a bit per cell that is present,
+/// texts and bytes). Shared between contexts, change sets and the store; any thread. A row does not keep its layout alive:
+/// whoever keeps rows keeps their RowSpace.
 class TESSARIN_API Row {
 public:
     RowLayout const& layout() const noexcept { return *layout_; }
@@ -26,14 +28,25 @@ public:
     /// 1 for a record that was just made, one more for each saved change.
     std::uint32_t version() const noexcept { return version_; }
 
-    bool isPresent(std::size_t cell) const noexcept { return (presence()[cell / 64] >> (cell % 64)) & 1; }
+    bool isPresent(std::size_t cell) const noexcept {
+        return (static_cast<unsigned char>(at(packing().presence + static_cast<std::uint32_t>(cell / 8))[0]) >> (cell % 8)) & 1;
+    }
     // An absent cell reads as 0 or empty.
-    std::int64_t integer(std::size_t cell) const noexcept { return static_cast<std::int64_t>(cells()[cell]); }
-    double real(std::size_t cell) const noexcept { return std::bit_cast<double>(cells()[cell]); }
-    RecordKey reference(std::size_t cell) const noexcept { return integer(cell); }
+    std::int64_t integer(std::size_t cell) const noexcept {
+        auto const& place = packing().places[cell];
+        switch (place.width) {
+        case 1: return load<std::int8_t>(place.offset);
+        case 2: return load<std::int16_t>(place.offset);
+        case 4: return load<std::int32_t>(place.offset);
+        default: return load<std::int64_t>(place.offset);
+        }
+    }
+    double real(std::size_t cell) const noexcept { return load<double>(packing().places[cell].offset); }
+    RecordKey reference(std::size_t cell) const noexcept { return load<RecordKey>(packing().places[cell].offset); }
     std::string_view text(std::size_t cell) const noexcept {
-        auto const place = cells()[cell]; // offset from the row's start, and size
-        return {reinterpret_cast<char const*>(this) + (place >> 32), static_cast<std::size_t>(place & 0xFFFF'FFFF)};
+        auto const& place = packing().places[cell];
+        auto const begin = place.textBefore ? load<std::uint32_t>(place.textBefore) : packing().heap;
+        return {at(begin), load<std::uint32_t>(place.offset) - begin};
     }
     std::span<std::byte const> bytes(std::size_t cell) const noexcept {
         auto const content = text(cell);
@@ -44,23 +57,59 @@ public:
     bool cellEquals(std::size_t cell, Row const& other) const noexcept;
 
 private:
-    friend class RowBuilder;
+    friend class RowBlockWriter;
     friend class RowCache;
     friend class RowRef;
+    friend struct RowBlock;
 
-    Row(RowLayout const& layout, RecordKey key, std::uint32_t version) noexcept : version_(version), layout_(&layout), key_(key) {}
-    std::uint64_t const* presence() const noexcept { return reinterpret_cast<std::uint64_t const*>(this + 1); }
-    std::uint64_t const* cells() const noexcept { return presence() + (layout_->cells().size() + 63) / 64; }
-    void destroy() noexcept;
+    Row(RowLayout const& layout, RecordKey key, std::uint32_t version, bool isWide) noexcept
+        : version_(version & 0x7FFF'FFFF), isWide_(isWide), layout_(&layout), key_(key) {}
+    RowLayout::Packing const& packing() const noexcept { return layout_->packing(isWide_); }
+    char const* at(std::uint32_t offset) const noexcept { return reinterpret_cast<char const*>(this) + offset; }
+    template <class T> T load(std::uint32_t offset) const noexcept {
+        T value;
+        std::memcpy(&value, at(offset), sizeof value);
+        return value;
+    }
+    inline RowBlock& block() const noexcept;
 
-    // The count stands in steps of two; the lowest bit says that the cache knows this row.
-    static constexpr std::uint32_t oneReference = 2;
-    static constexpr std::uint32_t cached = 1;
-    mutable std::atomic<std::uint32_t> references_{oneReference};
-    std::uint32_t version_;
+    std::uint16_t place_ = 0; // from the start of the block
+    std::uint16_t next_ = 0;  // the next row of the block, in steps of 8 bytes; 0: this is the last
+    std::uint32_t version_ : 31;
+    std::uint32_t isWide_ : 1;
     RowLayout const* layout_;
     RecordKey key_;
 };
+
+/// Rows that were made one after another, in one allocation with one count: a fetch of many rows costs an allocation for
+/// every few dozen, and a row that is kept keeps its neighbours (at most `most` bytes of them).
+struct TESSARIN_API RowBlock {
+    static constexpr std::uint32_t most = 4096;
+
+    std::atomic<std::uint32_t> references; // to any of its rows
+    std::atomic<bool> isCached{false};     // the cache knows some of its rows
+    std::uint32_t used = sizeof(RowBlock);
+    std::uint32_t capacity;
+
+    Row* first() noexcept { return reinterpret_cast<Row*>(this + 1); }
+    Row* after(Row& row) noexcept {
+        return row.next_ ? reinterpret_cast<Row*>(reinterpret_cast<char*>(this) + row.next_ * std::uint32_t{8}) : nullptr;
+    }
+    static RowBlock* make(std::size_t capacity, std::uint32_t references);
+    void retain() noexcept { references.fetch_add(1, std::memory_order_relaxed); }
+    void release(std::uint32_t count = 1) noexcept {
+        if (references.fetch_sub(count, std::memory_order_acq_rel) == count) destroy();
+    }
+    /// One more reference, unless the last has just gone and the block waits for the cache's lock to leave.
+    bool retainIfAlive() noexcept;
+
+private:
+    void destroy() noexcept;
+};
+
+RowBlock& Row::block() const noexcept {
+    return *reinterpret_cast<RowBlock*>(const_cast<char*>(reinterpret_cast<char const*>(this)) - place_);
+}
 
 /// A kept row, or none.
 class TESSARIN_API RowRef {
@@ -68,7 +117,7 @@ public:
     RowRef() noexcept = default;
     RowRef(std::nullptr_t) noexcept {}
     RowRef(RowRef const& other) noexcept : row_(other.row_) {
-        if (row_) row_->references_.fetch_add(Row::oneReference, std::memory_order_relaxed);
+        if (row_) row_->block().retain();
     }
     RowRef(RowRef&& other) noexcept : row_(std::exchange(other.row_, nullptr)) {}
     RowRef& operator=(RowRef other) noexcept {
@@ -76,7 +125,7 @@ public:
         return *this;
     }
     ~RowRef() {
-        if (row_ && row_->references_.fetch_sub(Row::oneReference, std::memory_order_acq_rel) < 2 * Row::oneReference) row_->destroy();
+        if (row_) row_->block().release();
     }
 
     /// Takes over a count that the caller already holds.

@@ -1,5 +1,6 @@
 #include "Tessarin/platform/objectgraph/persistence/RowBuilder.h"
 
+#include "Tessarin/platform/objectgraph/persistence/RowBlockWriter.h"
 #include "Tessarin/platform/runtime/Decimal.h"
 
 #include <algorithm>
@@ -7,7 +8,8 @@
 namespace Tessarin {
 namespace {
 
-bool isHeld(CellType type) { return type == CellType::Text || type == CellType::Bytes; }
+// The low bytes of a number come first, so that a narrow cell takes just those.
+static_assert(std::endian::native == std::endian::little);
 
 } // namespace
 
@@ -37,7 +39,7 @@ void RowBuilder::setText(std::size_t cell, std::string_view text) noexcept {
 void RowBuilder::setCell(std::size_t cell, Row const& from) noexcept {
     if (!from.isPresent(cell))
         setAbsent(cell);
-    else if (isHeld(layout_->cells()[cell].type))
+    else if (isHeapCell(layout_->cells()[cell].type))
         setText(cell, from.text(cell));
     else
         setInteger(cell, from.integer(cell));
@@ -91,33 +93,51 @@ bool RowBuilder::setValue(std::size_t cell, Value const& value) {
     }
 }
 
-RowRef RowBuilder::finish() {
-    auto const cells = layout_->cells();
-    auto const words = presence_.size();
-    std::size_t size = sizeof(Row) + (words + cells.size()) * sizeof(std::uint64_t);
-    auto const isThere = [&](std::size_t cell) { return (presence_[cell / 64] >> (cell % 64)) & 1; };
-    std::size_t heap = 0;
-    for (std::size_t cell = 0; cell < cells.size(); ++cell)
-        if (isHeld(cells[cell].type) && isThere(cell)) heap += texts_[cell].size();
-
-    auto* memory = static_cast<char*>(::operator new(size + heap));
-    auto* row = ::new (memory) Row(*layout_, key_, version_);
-    auto* bits = reinterpret_cast<std::uint64_t*>(memory + sizeof(Row));
-    std::copy(presence_.begin(), presence_.end(), bits);
-    bits += words;
+RowBuilder::Content RowBuilder::measured() const noexcept {
+    Content content;
+    auto const& cells = layout_->cells();
+    auto const& places = layout_->packing(false).places;
     for (std::size_t cell = 0; cell < cells.size(); ++cell) {
-        if (!isThere(cell)) {
-            bits[cell] = 0;
-        } else if (isHeld(cells[cell].type)) {
-            auto const text = texts_[cell];
-            if (!text.empty()) std::memcpy(memory + size, text.data(), text.size());
-            bits[cell] = static_cast<std::uint64_t>(size) << 32 | text.size();
-            size += text.size();
-        } else {
-            bits[cell] = cells_[cell];
+        if (!isThere(cell)) continue;
+        if (isHeapCell(cells[cell].type))
+            content.heap += texts_[cell].size();
+        else
+            content.isWide = content.isWide || !places[cell].holds(static_cast<std::int64_t>(cells_[cell]));
+    }
+    return content;
+}
+
+RowRef RowBuilder::finish(RowBlockWriter* blocks) {
+    auto const content = measured();
+    auto const size = layout_->packing(content.isWide).heap + content.heap;
+    if (!blocks || content.isWide || size > RowBlockWriter::longest) {
+        auto row = RowBlockWriter::alone(*layout_, key_, version_, content.isWide, size);
+        write(reinterpret_cast<char*>(const_cast<Row*>(row.get())), content.isWide);
+        return row;
+    }
+    write(blocks->room(size).row, false);
+    return blocks->commit(*layout_, key_, version_, size);
+}
+
+/// Everything behind the header.
+void RowBuilder::write(char* row, bool isWide) const noexcept {
+    auto const& packing = layout_->packing(isWide);
+    auto const cells = layout_->cells();
+    std::memset(row + sizeof(Row), 0, packing.heap - sizeof(Row));
+    auto end = packing.heap;
+    for (std::size_t cell = 0; cell < cells.size(); ++cell) {
+        auto const& place = packing.places[cell];
+        if (isThere(cell)) packing.setPresent(row, cell);
+        if (isHeapCell(cells[cell].type)) {
+            if (isThere(cell) && !texts_[cell].empty()) {
+                std::memcpy(row + end, texts_[cell].data(), texts_[cell].size());
+                end += static_cast<std::uint32_t>(texts_[cell].size());
+            }
+            std::memcpy(row + place.offset, &end, sizeof end);
+        } else if (isThere(cell)) {
+            std::memcpy(row + place.offset, &cells_[cell], place.width);
         }
     }
-    return RowRef::adopt(row);
 }
 
 RowRef mergedRow(Row const& base, Row const& mine, Row const& theirs) {

@@ -5,6 +5,8 @@
 
 namespace Tessarin {
 
+class RowBlockWriter;
+
 /// Makes rows, one after another. Every cell starts absent; texts and bytes are only looked at until `finish`, which
 /// copies them once, into the row.
 ///
@@ -32,9 +34,17 @@ public:
     /// the cell is then absent. The value must live until `finish` (decimals and UUIDs are copied).
     bool setValue(std::size_t cell, Value const& value);
 
-    RowRef finish();
+    /// With `blocks`, the row shares a block with others; else it stands alone.
+    RowRef finish(RowBlockWriter* blocks = nullptr);
 
 private:
+    struct Content { // of the row that is being made
+        bool isWide = false;
+        std::size_t heap = 0;
+    };
+    Content measured() const noexcept;
+    void write(char* row, bool isWide) const noexcept;
+    bool isThere(std::size_t cell) const noexcept { return (presence_[cell / 64] >> (cell % 64)) & 1; }
     void put(std::size_t cell, std::uint64_t bits) noexcept {
         cells_[cell] = bits;
         presence_[cell / 64] |= 1ULL << (cell % 64);

@@ -5,13 +5,26 @@
 namespace Tessarin {
 namespace {
 
-/// One more reference, unless the last has just gone and the row waits for the lock to leave.
-bool retainIfAlive(std::atomic<std::uint32_t>& references, std::uint32_t oneReference) {
-    auto count = references.load(std::memory_order_relaxed);
-    while (count >= oneReference)
-        if (references.compare_exchange_weak(count, count + oneReference, std::memory_order_acquire, std::memory_order_relaxed)) return true;
-    return false;
-}
+/// The lock of one shard after the other; neighbouring keys mostly share one.
+template <class Shard> class ShardHold {
+public:
+    ShardHold() = default;
+    ShardHold(ShardHold const&) = delete;
+    ShardHold& operator=(ShardHold const&) = delete;
+    ~ShardHold() {
+        if (shard_) shard_->mutex.unlock();
+    }
+    Shard& moveTo(Shard& shard) {
+        if (shard_ == &shard) return shard;
+        if (shard_) shard_->mutex.unlock();
+        shard_ = &shard;
+        shard.mutex.lock();
+        return shard;
+    }
+
+private:
+    Shard* shard_ = nullptr;
+};
 
 } // namespace
 
@@ -21,19 +34,32 @@ RowRef RowCache::find(RecordKey key, std::uint32_t version) const {
     auto& shard = shardOf(key);
     std::lock_guard const hold(shard.mutex);
     auto* row = shard.rows.find(key);
-    if (!row || row->version_ < version || !retainIfAlive(row->references_, Row::oneReference)) return {};
+    if (!row || row->version_ < version || !row->block().retainIfAlive()) return {};
     return RowRef::adopt(row);
 }
 
 void RowCache::add(RowRef const& added) {
-    auto* row = const_cast<Row*>(added.get());
-    auto& shard = shardOf(row->key());
-    std::lock_guard const hold(shard.mutex);
-    auto* present = shard.rows.find(row->key());
-    if (present == row) return;
-    if (present && present->version_ > row->version_ && present->references_.load(std::memory_order_relaxed) >= Row::oneReference) return;
-    row->references_.fetch_or(Row::cached, std::memory_order_relaxed);
-    shard.rows.set(row->key(), row);
+    RowRef row = added;
+    addAll({&row, 1});
+}
+
+void RowCache::addAll(std::span<RowRef> rows) {
+    std::vector<RowRef> replaced; // to be released when no lock is held
+    {
+        ShardHold<Shard> hold;
+        for (auto& each : rows) {
+            auto* row = const_cast<Row*>(each.get());
+            auto& table = hold.moveTo(shardOf(row->key_)).rows;
+            auto* present = table.find(row->key_);
+            if (present == row) continue;
+            if (present && present->version_ >= row->version_ && present->block().retainIfAlive()) {
+                replaced.push_back(std::exchange(each, RowRef::adopt(present)));
+                continue;
+            }
+            row->block().isCached.store(true, std::memory_order_relaxed);
+            table.set(row->key_, row);
+        }
+    }
 }
 
 void RowCache::remove(RecordKey key) {
@@ -51,10 +77,12 @@ std::size_t RowCache::size() const {
     return count;
 }
 
-void RowCache::drop(Row& row) noexcept {
-    auto& shard = shardOf(row.key());
-    std::lock_guard const hold(shard.mutex);
-    if (shard.rows.find(row.key()) == &row) shard.rows.set(row.key(), nullptr);
+void RowCache::drop(RowBlock& block) noexcept {
+    ShardHold<Shard> hold;
+    for (auto* row = block.first(); row; row = block.after(*row)) {
+        auto& table = hold.moveTo(shardOf(row->key_)).rows;
+        if (table.find(row->key_) == row) table.set(row->key_, nullptr);
+    }
 }
 
 RowSpace::RowSpace(Ref<NSManagedObjectModel> model) : model_(std::move(model)) {

@@ -18,20 +18,22 @@ public:
     RowRef find(RecordKey key, std::uint32_t version) const;
     /// Makes `row` the record's row unless a newer one stands there.
     void add(RowRef const& row);
+    /// The same for many. A row that is not newer than the one that stands there is replaced in `rows` by that one.
+    void addAll(std::span<RowRef> rows);
     /// Forgets a record, for a deletion.
     void remove(RecordKey key);
     /// How many records it knows a row of.
     std::size_t size() const;
 
 private:
-    friend class Row;
+    friend struct RowBlock;
     struct Shard {
         mutable SpinLock mutex;
         KeyTable<Row> rows; // guarded by mutex; pointers to rows that may just be dying
     };
     static constexpr std::size_t shardCount = 16;
     Shard& shardOf(RecordKey key) const noexcept { return shards_[static_cast<std::uint64_t>(key) / 4096 % shardCount]; }
-    void drop(Row& row) noexcept;
+    void drop(RowBlock& block) noexcept;
 
     mutable std::array<Shard, shardCount> shards_;
 };

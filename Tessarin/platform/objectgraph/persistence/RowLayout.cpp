@@ -1,6 +1,43 @@
 #include "Tessarin/platform/objectgraph/persistence/RowLayout.h"
 
+#include "Tessarin/platform/objectgraph/persistence/Row.h"
+
 namespace Tessarin {
+namespace {
+
+constexpr std::uint8_t textWidth = 4;
+
+std::uint8_t widthOf(RowLayout::Cell const& cell, bool isWide) {
+    if (isHeapCell(cell.type)) return textWidth;
+    if (isWide || cell.type != CellType::Integer) return 8;
+    switch (cell.property->asAttribute()->attributeType()) {
+    case NSAttributeType::Boolean: return 1;
+    case NSAttributeType::Integer16: return 2;
+    case NSAttributeType::Integer32: return 4;
+    default: return 8;
+    }
+}
+
+/// The widest first, so that each stands at a multiple of its width.
+RowLayout::Packing packed(std::vector<RowLayout::Cell> const& cells, bool isWide) {
+    RowLayout::Packing packing;
+    packing.places.resize(cells.size());
+    std::uint32_t offset = sizeof(Row);
+    for (std::uint8_t const width : {8, 4, 2, 1})
+        for (std::size_t cell = 0; cell < cells.size(); ++cell) {
+            if (widthOf(cells[cell], isWide) != width) continue;
+            packing.places[cell] = {.offset = offset, .textBefore = 0, .width = width};
+            offset += width;
+        }
+    std::uint32_t textBefore = 0;
+    for (std::size_t cell = 0; cell < cells.size(); ++cell)
+        if (isHeapCell(cells[cell].type)) packing.places[cell].textBefore = std::exchange(textBefore, packing.places[cell].offset);
+    packing.presence = offset;
+    packing.heap = offset + static_cast<std::uint32_t>((cells.size() + 7) / 8);
+    return packing;
+}
+
+} // namespace
 
 bool cellTypeOf(NSAttributeType type, CellType& result) {
     switch (type) {
@@ -29,6 +66,8 @@ RowLayout::RowLayout(RowSpace& space, NSEntityDescription const& entity) : space
         cellOfProperty_.push_back(isStored ? static_cast<int>(cells_.size()) : noCell);
         if (isStored) cells_.push_back({property, type});
     }
+    narrow_ = packed(cells_, false);
+    wide_ = packed(cells_, true);
 }
 
 } // namespace Tessarin

@@ -20,6 +20,9 @@ enum class CellType : std::uint8_t {
     Reference, // to-one relationship: the key of the record at the other end
 };
 
+/// Whether a cell's content stands behind the fixed cells of its row.
+constexpr bool isHeapCell(CellType type) noexcept { return type == CellType::Text || type == CellType::Bytes; }
+
 /// Which stored property of an entity has which cell of its rows. Transient properties, to-many relationships and
 /// attributes whose kind cannot be stored have none.
 class TESSARIN_API RowLayout {
@@ -30,6 +33,32 @@ public:
     };
     static constexpr int noCell = -1;
 
+    /// Where a row keeps its cells, in bytes from the row's start: numbers in the width of their attribute type, for a text
+    /// where it ends. The texts follow one another from `heap` on, each beginning where the one before it ends.
+    struct Packing {
+        struct Place {
+            std::uint32_t offset = 0;
+            std::uint32_t textBefore = 0; // the offset of the end of the text before it; 0: it is the first
+            std::uint8_t width = 8;
+
+            bool holds(std::int64_t value) const noexcept {
+                switch (width) {
+                case 1: return value == static_cast<std::int8_t>(value);
+                case 2: return value == static_cast<std::int16_t>(value);
+                case 4: return value == static_cast<std::int32_t>(value);
+                default: return true;
+                }
+            }
+        };
+        void setPresent(char* row, std::size_t cell) const noexcept {
+            auto& byte = row[presence + cell / 8];
+            byte = static_cast<char>(byte | 1 << (cell % 8));
+        }
+        std::vector<Place> places; // by cell
+        std::uint32_t presence = 0; // a bit per cell
+        std::uint32_t heap = 0;
+    };
+
     RowLayout(RowSpace& space, NSEntityDescription const& entity);
 
     RowSpace& space() const noexcept { return space_; }
@@ -37,12 +66,15 @@ public:
     std::span<Cell const> cells() const noexcept { return cells_; }
     /// The cell of the property at that index of the entity, or `noCell`.
     int cellOf(std::size_t propertyIndex) const noexcept { return cellOfProperty_[propertyIndex]; }
+    /// `isWide`: every number has 8 bytes, for rows with a number that its attribute type would cut.
+    Packing const& packing(bool isWide) const noexcept { return isWide ? wide_ : narrow_; }
 
 private:
     RowSpace& space_;
     NSEntityDescription const& entity_;
     std::vector<Cell> cells_;
     std::vector<int> cellOfProperty_;
+    Packing narrow_, wide_;
 };
 
 /// How values of an attribute type are kept; false when they cannot be (undefined, transformable, composite, object identifier).

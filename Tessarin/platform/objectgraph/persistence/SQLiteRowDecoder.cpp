@@ -21,7 +21,7 @@ void SQLiteRowDecoder::addPlans(SQLiteSchema const& schema, NSEntityDescription 
     for (std::size_t cell = 0; cell < cells.size(); ++cell) {
         auto const& name = schema.columnOf(*cells[cell].property);
         auto const found = std::ranges::find(names.begin() + 2, names.end(), name);
-        plan.cells.push_back({cell, static_cast<int>(found - names.begin()), cells[cell].type});
+        plan.cells.push_back({cell, static_cast<int>(found - names.begin()), cells[cell].type, plan.layout->packing(false).places[cell]});
         if (found == names.end()) names.push_back(name);
     }
     plans_.emplace_back(schema.numberOf(entity), std::move(plan));
@@ -29,50 +29,117 @@ void SQLiteRowDecoder::addPlans(SQLiteSchema const& schema, NSEntityDescription 
     for (auto const* child : entity.subentities()) addPlans(schema, *child, true, names);
 }
 
-SQLiteRowDecoder::Plan const* SQLiteRowDecoder::planOf(std::int64_t entityNumber) const noexcept {
-    for (auto const& [number, plan] : plans_)
-        if (number == entityNumber) return &plan;
+SQLiteRowDecoder::Plan const* SQLiteRowDecoder::planOf(sqlite3_stmt* handle) const noexcept {
+    if (!hasEntityColumn_) return &plans_.front().second;
+    auto const number = sqlite3_column_int64(handle, 2);
+    for (auto const& [known, plan] : plans_)
+        if (known == number) return &plan;
     return nullptr;
 }
 
-// SQLite's values are read directly: one look-up per column, and no lock, since a connection serves one thread at a time.
 RowRef SQLiteRowDecoder::row(SQLite::Statement const& statement) {
     auto* const handle = statement.handle();
     auto const key = sqlite3_column_int64(handle, 0);
     auto const version = static_cast<std::uint32_t>(sqlite3_column_int64(handle, 1));
     if (auto cached = space_.cache().find(key, version)) return cached;
-
-    auto const* plan = hasEntityColumn_ ? planOf(sqlite3_column_int64(handle, 2)) : &plans_.front().second;
-    if (!plan) return {}; // a record of an entity that this model does not know
-    builder_.begin(*plan->layout, key, version);
-    for (auto const& [cell, column, type] : plan->cells) {
-        auto* const value = sqlite3_column_value(handle, column);
-        if (sqlite3_value_type(value) == SQLITE_NULL) continue;
-        switch (type) {
-        case CellType::Integer:
-        case CellType::Reference: builder_.setInteger(cell, sqlite3_value_int64(value)); break;
-        case CellType::Real: builder_.setReal(cell, sqlite3_value_double(value)); break;
-        case CellType::Text: {
-            auto const* text = reinterpret_cast<char const*>(sqlite3_value_text(value));
-            if (!text) throw std::bad_alloc();
-            builder_.setText(cell, {text, static_cast<std::size_t>(sqlite3_value_bytes(value))});
-            break;
-        }
-        case CellType::Bytes: {
-            auto const* bytes = static_cast<char const*>(sqlite3_value_blob(value));
-            builder_.setText(cell, {bytes, static_cast<std::size_t>(sqlite3_value_bytes(value))});
-            break;
-        }
-        }
-    }
-    auto row = builder_.finish();
+    auto const* plan = planOf(handle);
+    if (!plan) return {};
+    auto row = decoded(handle, *plan, key, version, nullptr);
     space_.cache().add(row);
     return row;
 }
 
+// In what follows SQLite's values are read directly: one look-up per column, and no lock, since a connection serves one
+// thread at a time. What reads as zero or nothing may be NULL; only then is the type asked for.
+namespace {
+
+bool isNull(sqlite3_value* value) { return sqlite3_value_type(value) == SQLITE_NULL; }
+
+/// The text or bytes of a value, false for NULL; the memory is SQLite's until the next step.
+bool readContent(sqlite3_value* value, CellType type, std::string_view& content) {
+    auto const* bytes = static_cast<char const*>(type == CellType::Text ? sqlite3_value_text(value) : sqlite3_value_blob(value));
+    content = {bytes, bytes ? static_cast<std::size_t>(sqlite3_value_bytes(value)) : 0};
+    if (bytes) return true;
+    if (isNull(value)) return false;
+    if (sqlite3_value_bytes(value) != 0) throw std::bad_alloc();
+    return true;
+}
+
+} // namespace
+
+RowRef SQLiteRowDecoder::decoded(sqlite3_stmt* handle, Plan const& plan, RecordKey key, std::uint32_t version,
+                                 RowBlockWriter* blocks) {
+    builder_.begin(*plan.layout, key, version);
+    for (auto const& [cell, column, type, place] : plan.cells) {
+        auto* const value = sqlite3_column_value(handle, column);
+        if (isHeapCell(type)) {
+            if (std::string_view content; readContent(value, type, content)) builder_.setText(cell, content);
+        } else if (!isNull(value)) {
+            type == CellType::Real ? builder_.setReal(cell, sqlite3_value_double(value)) : builder_.setInteger(cell, sqlite3_value_int64(value));
+        }
+    }
+    return builder_.finish(blocks);
+}
+
+/// Writes the values right into the open block; false when they do not fit there.
+bool SQLiteRowDecoder::packInto(RowBlockWriter::Room room, sqlite3_stmt* handle, Plan const& plan, std::size_t& size) {
+    auto const& packing = plan.layout->packing(false);
+    auto* const row = room.row;
+    std::memset(row + sizeof(Row), 0, packing.heap - sizeof(Row));
+    auto end = packing.heap;
+    for (auto const& [cell, column, type, place] : plan.cells) {
+        auto* const value = sqlite3_column_value(handle, column);
+        if (isHeapCell(type)) {
+            std::string_view content;
+            if (readContent(value, type, content)) {
+                if (content.size() > room.size - end) return false;
+                if (!content.empty()) std::memcpy(row + end, content.data(), content.size());
+                end += static_cast<std::uint32_t>(content.size());
+                packing.setPresent(row, cell);
+            }
+            std::memcpy(row + place.offset, &end, sizeof end);
+        } else if (type == CellType::Real) {
+            auto const number = sqlite3_value_double(value);
+            if (number == 0 && isNull(value)) continue;
+            std::memcpy(row + place.offset, &number, sizeof number);
+            packing.setPresent(row, cell);
+        } else {
+            auto const number = sqlite3_value_int64(value);
+            if (number == 0 && isNull(value)) continue;
+            if (!place.holds(number)) return false;
+            std::memcpy(row + place.offset, &number, place.width);
+            packing.setPresent(row, cell);
+        }
+    }
+    size = end;
+    return true;
+}
+
 void SQLiteRowDecoder::readAll(SQLite::Statement& statement, std::vector<RowRef>& rows) {
-    while (statement.step())
-        if (auto row = this->row(statement)) rows.push_back(std::move(row));
+    static constexpr std::size_t run = 256; // rows that go into the cache together
+    struct Closing {
+        RowBlockWriter& blocks;
+        ~Closing() { blocks.close(); }
+    } const closing{blocks_};
+    auto* const handle = statement.handle();
+    auto known = rows.size();
+    auto const intoCache = [&] {
+        space_.cache().addAll(std::span(rows).subspan(known));
+        known = rows.size();
+    };
+    while (statement.step()) {
+        auto const* plan = planOf(handle);
+        if (!plan) continue;
+        auto const key = sqlite3_column_int64(handle, 0);
+        auto const version = static_cast<std::uint32_t>(sqlite3_column_int64(handle, 1));
+        auto const least = plan->layout->packing(false).heap + usualText;
+        if (std::size_t size = 0; least <= RowBlockWriter::longest && packInto(blocks_.room(least), handle, *plan, size))
+            rows.push_back(blocks_.commit(*plan->layout, key, version, size));
+        else
+            rows.push_back(decoded(handle, *plan, key, version, &blocks_));
+        if (rows.size() - known == run) intoCache();
+    }
+    intoCache();
 }
 
 } // namespace Tessarin

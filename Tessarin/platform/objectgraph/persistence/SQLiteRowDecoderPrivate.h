@@ -1,4 +1,5 @@
 #pragma once
+#include "Tessarin/platform/objectgraph/persistence/RowBlockWriter.h"
 #include "Tessarin/platform/objectgraph/persistence/RowBuilder.h"
 #include "Tessarin/platform/objectgraph/persistence/SQLiteSchemaPrivate.h"
 #include "Tessarin/platform/sqlite/Statement.h"
@@ -24,16 +25,21 @@ public:
 
 private:
     static constexpr std::size_t manyRows = 200;
+    static constexpr std::size_t usualText = 64; // of all texts of a row together; with more, the row may be made twice
     struct Cell {
         std::size_t cell;
         int column;
         CellType type;
+        RowLayout::Packing::Place place;
     };
     struct Plan {
         RowLayout const* layout = nullptr;
         std::vector<Cell> cells;
     };
-    Plan const* planOf(std::int64_t entityNumber) const noexcept;
+    /// How to read the row on which the statement stands; null for an entity that this model does not know.
+    Plan const* planOf(sqlite3_stmt* handle) const noexcept;
+    RowRef decoded(sqlite3_stmt* handle, Plan const& plan, RecordKey key, std::uint32_t version, RowBlockWriter* blocks);
+    static bool packInto(RowBlockWriter::Room room, sqlite3_stmt* handle, Plan const& plan, std::size_t& size);
     void addPlans(SQLiteSchema const& schema, NSEntityDescription const& entity, bool includesSubentities,
                   std::vector<std::string>& names);
 
@@ -42,6 +48,7 @@ private:
     std::string columns_;
     std::vector<std::pair<std::int64_t, Plan>> plans_; // by number of the entity
     RowBuilder builder_;
+    RowBlockWriter blocks_;
     std::size_t lastCount_ = 0;
 };
 

@@ -1,0 +1,72 @@
+#include "Tessarin/platform/runtime/ObjectSlab.h"
+
+#include "Tessarin/platform/runtime/PagePool.h"
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <new>
+#include <utility>
+
+namespace Tessarin {
+namespace {
+
+constexpr std::size_t step = 16;
+
+/// Stands at the start of its page.
+struct Slab {
+    // While objects are still taken from it, more are counted than fit.
+    static constexpr std::uint32_t whileOpen = 1U << 20;
+
+    std::atomic<std::uint32_t> objects{whileOpen};
+    std::uint16_t used = step;
+    std::uint16_t taken = 0;
+
+    static Slab& of(void* memory) noexcept {
+        return *reinterpret_cast<Slab*>(reinterpret_cast<std::uintptr_t>(memory) & ~std::uintptr_t{PagePool::pageSize - 1});
+    }
+    void release(std::uint32_t count) noexcept {
+        if (objects.fetch_sub(count, std::memory_order_acq_rel) == count) PagePool::give(this);
+    }
+};
+static_assert(sizeof(Slab) <= step);
+
+/// The pages from which a thread takes, by size.
+struct OpenSlabs {
+    std::array<Slab*, ObjectSlab::largest / step + 1> bySize{};
+
+    ~OpenSlabs() {
+        for (auto*& slab : bySize)
+            if (slab) close(*std::exchange(slab, nullptr));
+    }
+    static void close(Slab& slab) noexcept { slab.release(Slab::whileOpen - slab.taken); }
+};
+thread_local OpenSlabs openSlabs;
+
+} // namespace
+
+// With the address sanitizer each object is an allocation of its own, so that it sees every use after release.
+#if defined(__SANITIZE_ADDRESS__)
+void* ObjectSlab::take(std::size_t size) { return ::operator new(size); }
+void ObjectSlab::give(void* memory, std::size_t) noexcept { ::operator delete(memory); }
+#else
+void* ObjectSlab::take(std::size_t size) {
+    if (size > largest) return ::operator new(size);
+    auto const rounded = (size + step - 1) / step * step;
+    auto*& slab = openSlabs.bySize[rounded / step];
+    if (!slab || slab->used + rounded > PagePool::pageSize) {
+        if (slab) OpenSlabs::close(*std::exchange(slab, nullptr));
+        slab = ::new (PagePool::take()) Slab;
+    }
+    auto* const memory = reinterpret_cast<char*>(slab) + slab->used;
+    slab->used = static_cast<std::uint16_t>(slab->used + rounded);
+    ++slab->taken;
+    return memory;
+}
+
+void ObjectSlab::give(void* memory, std::size_t size) noexcept {
+    size > largest ? ::operator delete(memory) : Slab::of(memory).release(1);
+}
+#endif
+
+} // namespace Tessarin
