@@ -56,14 +56,22 @@ std::int64_t NSManagedObjectContextOperations::count(std::string_view entityName
 }
 
 std::vector<Ref<NSManagedObject>> NSManagedObjectContextOperations::allObjects(std::string_view entityName, FetchOptions options) {
+    std::vector<Ref<NSManagedObject>> objects;
+    takeObjects(entityName, std::move(options), [&](std::span<Ref<NSManagedObject>> run, std::size_t total) {
+        objects.reserve(total);
+        objects.insert(objects.end(), std::move_iterator(run.begin()), std::move_iterator(run.end()));
+    });
+    return objects;
+}
+
+void NSManagedObjectContextOperations::takeObjects(std::string_view entityName, FetchOptions options,
+                                                   FunctionRef<void(std::span<Ref<NSManagedObject>>, std::size_t)> take) {
     auto const request = fetchRequest(entityName);
     if (options.predicate) request->setPredicate(std::move(options.predicate));
     if (!options.sortedBy.empty()) request->setSortDescriptors(std::move(options.sortedBy));
     Ref<NSError> error;
-    auto objects = home().executeFetchRequest(*request, error);
-    if (!error) return objects;
-    printFetchError(*error, *request);
-    return {};
+    home().executeFetchRequest(*request, error, take);
+    if (error) printFetchError(*error, *request);
 }
 
 Ref<NSManagedObject> NSManagedObjectContextOperations::anyObjectNamed(std::string_view entityName, AnyObjectOptions options) {

@@ -1,8 +1,10 @@
 #pragma once
 #include "Tessarin/Export.h"
 #include "Tessarin/platform/runtime/Closure.h"
+#include "Tessarin/platform/runtime/FunctionRef.h"
 #include "Tessarin/platform/runtime/Required.h"
 #include "Tessarin/store/NSManagedObject+Helpers.h"
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -79,6 +81,8 @@ protected:
 
 private:
     NSManagedObjectContext& home() noexcept;
+    void takeObjects(std::string_view entityName, FetchOptions options,
+                     FunctionRef<void(std::span<Ref<NSManagedObject>>, std::size_t)> take);
     Ref<NSManagedObject> objectInMemory(std::string_view entityName, NSPredicate const* predicate);
     Ref<NSManagedObject> objectOf(NSManagedObjectHelpers::ThreadsafeToken const& token);
     Ref<NSManagedObject> objectLike(NSManagedObject const& object);

@@ -9,7 +9,12 @@ template <class T> Ref<T> NSManagedObjectContextOperations::insertObject() {
     return std::dynamic_pointer_cast<T>(insertObjectNamed(entityName<T>()));
 }
 template <class T> std::vector<Ref<T>> NSManagedObjectContextOperations::allObjects(FetchOptions options) {
-    return detail::castAll<T>(allObjects(entityName<T>(), std::move(options)));
+    std::vector<Ref<T>> objects;
+    takeObjects(entityName<T>(), std::move(options), [&](std::span<Ref<NSManagedObject>> run, std::size_t total) {
+        objects.reserve(total);
+        detail::appendCast<T>(run, objects);
+    });
+    return objects;
 }
 template <class T> Ref<T> NSManagedObjectContextOperations::anyObject(AnyObjectOptions options) {
     return std::dynamic_pointer_cast<T>(anyObjectNamed(entityName<T>(), std::move(options)));

@@ -31,17 +31,26 @@ struct Slab {
 };
 static_assert(sizeof(Slab) <= step);
 
-/// The pages from which a thread takes, by size.
-struct OpenSlabs {
-    std::array<Slab*, ObjectSlab::largest / step + 1> bySize{};
+void close(Slab& slab) noexcept { slab.release(Slab::whileOpen - slab.taken); }
 
-    ~OpenSlabs() {
-        for (auto*& slab : bySize)
+// The pages from which the thread takes, by size. Without a destructor of its own, so that reading it needs no check.
+[[gnu::tls_model("initial-exec")]] constinit thread_local std::array<Slab*, ObjectSlab::largest / step + 1> openSlabs{};
+
+/// Closes them when the thread ends.
+struct SlabsOfThread {
+    bool areWatched = false;
+    ~SlabsOfThread() {
+        for (auto*& slab : openSlabs)
             if (slab) close(*std::exchange(slab, nullptr));
     }
-    static void close(Slab& slab) noexcept { slab.release(Slab::whileOpen - slab.taken); }
 };
-thread_local OpenSlabs openSlabs;
+thread_local SlabsOfThread slabsOfThread;
+
+Slab* freshSlab(Slab* full) {
+    if (full) close(*full);
+    slabsOfThread.areWatched = true;
+    return ::new (PagePool::take()) Slab;
+}
 
 } // namespace
 
@@ -53,11 +62,8 @@ void ObjectSlab::give(void* memory, std::size_t) noexcept { ::operator delete(me
 void* ObjectSlab::take(std::size_t size) {
     if (size > largest) return ::operator new(size);
     auto const rounded = (size + step - 1) / step * step;
-    auto*& slab = openSlabs.bySize[rounded / step];
-    if (!slab || slab->used + rounded > PagePool::pageSize) {
-        if (slab) OpenSlabs::close(*std::exchange(slab, nullptr));
-        slab = ::new (PagePool::take()) Slab;
-    }
+    auto*& slab = openSlabs[rounded / step];
+    if (!slab || slab->used + rounded > PagePool::pageSize) slab = freshSlab(std::exchange(slab, nullptr));
     auto* const memory = reinterpret_cast<char*>(slab) + slab->used;
     slab->used = static_cast<std::uint16_t>(slab->used + rounded);
     ++slab->taken;

@@ -61,13 +61,13 @@ void ContextLink::addAll(std::span<Ref<NSManagedObject>> objects) {
     std::vector<Ref<NSManagedObject>> replaced; // to be released when the lock is not held
     std::lock_guard const hold(mutex_);
     for (auto& object : objects) {
-        auto const key = GraphAccess::state(*object).key;
-        auto* present = objects_.find(key);
+        auto place = objects_.place(GraphAccess::state(*object).key);
+        auto* const present = place.value();
         if (present == object.get()) continue;
         if (auto living = present ? present->weak_from_this().lock() : nullptr)
             replaced.push_back(std::exchange(object, std::static_pointer_cast<NSManagedObject>(std::move(living))));
         else
-            objects_.set(key, object.get());
+            place.set(*object);
     }
 }
 
@@ -78,7 +78,7 @@ void ContextLink::add(NSManagedObject& object, RecordKey key) {
 
 void ContextLink::remove(NSManagedObject& object, RecordKey key) noexcept {
     std::lock_guard const hold(mutex_);
-    if (objects_.find(key) == &object) objects_.set(key, nullptr);
+    objects_.remove(key, &object);
 }
 
 std::size_t ContextLink::count() const {

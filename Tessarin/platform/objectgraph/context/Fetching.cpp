@@ -18,16 +18,26 @@ public:
     Fetch(ContextState& context, NSFetchRequest const& request, NSEntityDescription const& entity)
         : context_(context), request_(request), entity_(entity), reader_(context) {}
 
-    Ref<NSError> run(Objects& objects) {
+    /// Hands the results on in runs; nothing on an error.
+    Ref<NSError> run(FetchedObjectsTaker take) {
         auto const unsaved = unsavedKeys();
         StoreAnswer answer;
         if (auto error = askStore(unsaved, answer)) return error;
-        objects = objectsOf(answer.rows, unsaved);
-        if (unsaved.empty() && answer.complete && !mustLookAtAll_) return nullptr;
+        if (unsaved.empty() && answer.complete && !mustLookAtAll_) {
+            auto const total = answer.rows.size();
+            objectsWithRows(context_, entity_, answer.rows, [&](std::span<Ref<NSManagedObject>> run) {
+                fireUnlessFaults(run);
+                take(run, total);
+            });
+            return nullptr;
+        }
+        auto objects = objectsOf(answer.rows, unsaved);
         addUnsaved(unsaved, objects);
         if (!answer.complete || mustLookAtAll_) filter(objects);
         sort(objects);
         cut(objects);
+        fireUnlessFaults(objects);
+        take(objects, objects.size());
         return nullptr;
     }
 
@@ -94,6 +104,11 @@ private:
         return store()->fetch(query, answer);
     }
 
+    void fireUnlessFaults(std::span<Ref<NSManagedObject> const> objects) {
+        if (request_.returnsObjectsAsFaults()) return;
+        for (auto const& object : objects) GraphAccess::fire(*object);
+    }
+
     Objects objectsOf(std::vector<RowRef>& rows, std::unordered_set<RecordKey> const& unsaved) {
         Objects objects;
         objects.reserve(rows.size());
@@ -101,8 +116,6 @@ private:
         objectsWithRows(context_, entity_, rows, [&](std::span<Ref<NSManagedObject>> run) {
             objects.insert(objects.end(), std::move_iterator(run.begin()), std::move_iterator(run.end()));
         });
-        if (!request_.returnsObjectsAsFaults())
-            for (auto const& object : objects) GraphAccess::fire(*object);
         return objects;
     }
 
@@ -167,14 +180,18 @@ NSEntityDescription const* entityOf(ContextState const& context, NSFetchRequest 
 } // namespace
 
 std::vector<Ref<NSManagedObject>> NSManagedObjectContext::executeFetchRequest(NSFetchRequest const& request, Ref<NSError>& error) {
+    Objects objects;
+    executeFetchRequest(request, error, [&](std::span<Ref<NSManagedObject>> run, std::size_t total) {
+        objects.reserve(total);
+        objects.insert(objects.end(), std::move_iterator(run.begin()), std::move_iterator(run.end()));
+    });
+    return objects;
+}
+
+void NSManagedObjectContext::executeFetchRequest(NSFetchRequest const& request, Ref<NSError>& error, FetchedObjectsTaker take) {
     error = nullptr;
     processPendingChanges();
-    auto const* entity = entityOf(*state_, request, error);
-    if (!entity) return {};
-    Objects objects;
-    error = Fetch(*state_, request, *entity).run(objects);
-    if (error) objects.clear();
-    return objects;
+    if (auto const* entity = entityOf(*state_, request, error)) error = Fetch(*state_, request, *entity).run(take);
 }
 
 std::int64_t NSManagedObjectContext::countForFetchRequest(NSFetchRequest const& request, Ref<NSError>& error) {
@@ -190,9 +207,9 @@ std::int64_t NSManagedObjectContext::countForFetchRequest(NSFetchRequest const& 
         if (error) return NSNotFound;
         if (isComplete) return static_cast<std::int64_t>(count);
     }
-    Objects objects;
-    error = fetch.run(objects);
-    return error ? NSNotFound : static_cast<std::int64_t>(objects.size());
+    std::size_t found = 0;
+    error = fetch.run([&](std::span<Ref<NSManagedObject>>, std::size_t total) { found = total; });
+    return error ? NSNotFound : static_cast<std::int64_t>(found);
 }
 
 } // namespace Tessarin

@@ -54,33 +54,19 @@ Value NSManagedObject::attributeValueAt(NSPropertyDescription const& property) {
     return state_.row && cell != RowLayout::noCell ? state_.row->value(static_cast<std::size_t>(cell)) : Value{};
 }
 
-std::string_view NSManagedObject::textAt(NSPropertyDescription const& property) {
-    fire();
+std::string_view NSManagedObject::shownText(NSPropertyDescription const& property) {
     if (state_.extras)
         if (auto const* value = state_.extras->value(property.index())) return value->isText() ? value->text() : value->urlText();
     auto const cell = state_.layout->cellOf(property.index());
     return state_.row && cell != RowLayout::noCell ? state_.row->text(static_cast<std::size_t>(cell)) : std::string_view{};
 }
 
-double NSManagedObject::realAt(NSPropertyDescription const& property) {
-    auto const type = property.asAttribute()->attributeType();
-    if (type != NSAttributeType::Double && type != NSAttributeType::Float) return attributeValueAt(property).number();
-    fire();
-    if (state_.extras)
-        if (auto const* value = state_.extras->value(property.index())) return value->number();
-    auto const cell = state_.layout->cellOf(property.index());
-    return state_.row && cell != RowLayout::noCell ? state_.row->real(static_cast<std::size_t>(cell)) : 0;
+double NSManagedObject::shownReal(NSPropertyDescription const& property) {
+    auto const value = attributeValueAt(property);
+    return value.kind() == Value::Kind::Date ? value.dateSeconds() : value.number();
 }
 
-std::int64_t NSManagedObject::integerAt(NSPropertyDescription const& property) {
-    fire();
-    if (state_.extras)
-        if (auto const* value = state_.extras->value(property.index())) return value->integer();
-    auto const cell = state_.layout->cellOf(property.index());
-    if (!state_.row || cell == RowLayout::noCell) return 0;
-    if (state_.layout->cells()[static_cast<std::size_t>(cell)].type != CellType::Integer) return attributeValueAt(property).integer();
-    return state_.row->integer(static_cast<std::size_t>(cell));
-}
+std::int64_t NSManagedObject::shownInteger(NSPropertyDescription const& property) { return attributeValueAt(property).integer(); }
 
 void NSManagedObject::setAttribute(NSAttributeDescription const& attribute, Value value) {
     if (!attribute.holdsKindOf(value))

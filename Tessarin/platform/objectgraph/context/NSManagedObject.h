@@ -92,10 +92,29 @@ private:
         if (state_.has(ObjectState::Fault)) fireFault();
     }
     void fireFault();
+    /// Where the row keeps the property, when the object shows its row as it is and the row keeps it as `type`; else null.
+    Row::Place const* plainPlace(NSPropertyDescription const& property, CellType type) {
+        fire();
+        if (state_.extras || !state_.row) return nullptr;
+        auto const& place = state_.row->placeOfProperty(property.index());
+        return place.width != 0 && place.type == type ? &place : nullptr;
+    }
+    std::string_view textAt(NSPropertyDescription const& property) {
+        auto const* place = plainPlace(property, CellType::Text);
+        return place ? state_.row->text(*place) : shownText(property);
+    }
+    double realAt(NSPropertyDescription const& property) {
+        auto const* place = plainPlace(property, CellType::Real);
+        return place ? state_.row->real(*place) : shownReal(property);
+    }
+    std::int64_t integerAt(NSPropertyDescription const& property) {
+        auto const* place = plainPlace(property, CellType::Integer);
+        return place ? state_.row->integer(*place) : shownInteger(property);
+    }
     Value attributeValueAt(NSPropertyDescription const& property);
-    std::string_view textAt(NSPropertyDescription const& property);
-    double realAt(NSPropertyDescription const& property);
-    std::int64_t integerAt(NSPropertyDescription const& property);
+    std::string_view shownText(NSPropertyDescription const& property);
+    double shownReal(NSPropertyDescription const& property);
+    std::int64_t shownInteger(NSPropertyDescription const& property);
     void setAttribute(NSAttributeDescription const& attribute, Value value);
     Ref<NSManagedObject> destination(NSRelationshipDescription const& relationship);
     std::vector<Ref<NSManagedObject>> destinations(NSRelationshipDescription const& relationship);

@@ -7,24 +7,24 @@ namespace Tessarin {
 namespace detail {
 template <class T> inline constexpr bool isOptional = false;
 template <class T> inline constexpr bool isOptional<std::optional<T>> = true;
-/// Those objects that are Ts. Neighbours are mostly of one class, which is asked once.
-template <class T, class U> std::vector<Ref<T>> castAll(std::vector<Ref<U>> objects) {
-    if constexpr (std::is_same_v<T, U>) {
-        return objects;
-    } else {
-        std::vector<Ref<T>> result;
-        result.reserve(objects.size());
-        std::type_info const* known = nullptr;
-        for (auto& object : objects) {
-            auto const& reference = *object;
-            if (!known || *known != typeid(reference)) {
-                if (!dynamic_cast<T*>(object.get())) continue;
-                known = &typeid(reference);
-            }
-            result.push_back(std::static_pointer_cast<T>(std::move(object)));
+/// Appends those objects that are Ts. Neighbours are mostly of one class, which is asked once.
+template <class T, class U> void appendCast(std::span<Ref<U>> objects, std::vector<Ref<T>>& result) {
+    std::type_info const* known = nullptr;
+    for (auto& object : objects) {
+        auto const& reference = *object;
+        if (!known || *known != typeid(reference)) {
+            if (!dynamic_cast<T*>(object.get())) continue;
+            known = &typeid(reference);
         }
-        return result;
+        result.push_back(std::static_pointer_cast<T>(std::move(object)));
     }
+}
+template <class T, class U> std::vector<Ref<T>> castAll(std::vector<Ref<U>> objects) {
+    if constexpr (std::is_same_v<T, U>) return objects;
+    std::vector<Ref<T>> result;
+    result.reserve(objects.size());
+    appendCast<T, U>(objects, result);
+    return result;
 }
 } // namespace detail
 

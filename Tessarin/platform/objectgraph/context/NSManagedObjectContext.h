@@ -10,6 +10,7 @@
 #include "Tessarin/platform/runtime/Closure.h"
 #include "Tessarin/platform/runtime/FunctionRef.h"
 #include <memory>
+#include <span>
 #include <vector>
 // What other rooms add to every context:
 #include "Tessarin/store/NSManagedObjectContext+Operations.h"
@@ -33,6 +34,9 @@ inline constexpr char const* NSUpdatedObjectsKey = "updated";
 inline constexpr char const* NSDeletedObjectsKey = "deleted";
 /// What counting gives when it fails.
 inline constexpr std::int64_t NSNotFound = INT64_MAX;
+
+/// Takes a fetch's results, run after run; `total` is the same each time.
+using FetchedObjectsTaker = FunctionRef<void(std::span<Ref<NSManagedObject>> run, std::size_t total)>;
 
 /// A scratch pad of objects over a store or over another context. Everything but `performBlock`, `performBlockAndWait`
 /// and the constant attributes belongs on its queue. One object per record; objects are held weakly unless they have
@@ -70,6 +74,9 @@ public:
     /// Results with this context's unsaved changes, and its ancestors', taken into account. On an error the list is empty
     /// and `error` is set.
     std::vector<Ref<NSManagedObject>> executeFetchRequest(NSFetchRequest const& request, Ref<NSError>& error);
+    /// The same without a list: hands the results on in runs of some hundred, with how many there are in all. `take` may move
+    /// the objects out; it is not called on an error.
+    void executeFetchRequest(NSFetchRequest const& request, Ref<NSError>& error, FetchedObjectsTaker take);
     /// NSNotFound on an error.
     std::int64_t countForFetchRequest(NSFetchRequest const& request, Ref<NSError>& error);
     /// The object of that record, as a fault when it is not in memory; whether the record exists shows when it is used.

@@ -80,10 +80,6 @@ std::vector<RecordKey> unfilledMembers(ContextState& context, NSManagedObject& o
 
 } // namespace
 
-FaultBatchRef makeBatch(ContextState& context, NSEntityDescription const& entity) {
-    return FaultBatchRef{new FaultBatch(*context.link, entity)};
-}
-
 Ref<NSManagedObject> objectWithRow(ContextState& context, RowRef row, FaultBatchRef const& batch) {
     auto object = context.link->find(row->key());
     if (!object) object = madeFault(context, row->entity(), row->key(), batch); // runs the application's initialiser
@@ -91,12 +87,18 @@ Ref<NSManagedObject> objectWithRow(ContextState& context, RowRef row, FaultBatch
     return object;
 }
 
+FaultBatchRef makeBatch(ContextState& context, NSEntityDescription const& entity, std::size_t members) {
+    FaultBatchRef batch{new FaultBatch(*context.link, entity)};
+    batch->members.reserve(std::min(members, FaultBatch::mostMembers));
+    return batch;
+}
+
 void objectsWithRows(ContextState& context, NSEntityDescription const& entity, std::span<RowRef> rows,
                      FunctionRef<void(std::span<Ref<NSManagedObject>>)> take) {
     FaultBatchRef batch;
     while (!rows.empty()) {
         auto const run = rows.first(std::min(rows.size(), longestRun));
-        if (!batch || batch->members.size() + run.size() > FaultBatch::mostMembers) batch = makeBatch(context, entity);
+        if (!batch || batch->members.size() + run.size() > FaultBatch::mostMembers) batch = makeBatch(context, entity, rows.size());
         std::array<Ref<NSManagedObject>, longestRun> objects;
         findOrMake(context, run, *batch, std::span(objects).first(run.size()));
         take(std::span(objects).first(run.size()));
@@ -120,7 +122,7 @@ std::vector<Ref<NSManagedObject>> objectsWithKeys(ContextState& context, NSEntit
     objects.reserve(keys.size());
     FaultBatchRef batch;
     for (auto const key : keys) {
-        if (!batch || batch->members.size() == FaultBatch::mostMembers) batch = makeBatch(context, entity);
+        if (!batch || batch->members.size() == FaultBatch::mostMembers) batch = makeBatch(context, entity, keys.size() - objects.size());
         batch->members.push_back(key);
         objects.push_back(objectWithKey(context, entity, key, batch));
     }

@@ -27,6 +27,4 @@ void promoteObject(ContextState& context, NSManagedObject& object, RecordKey per
 /// Goes through what became permanent elsewhere since the last time.
 void applyPromotions(ContextState& context);
 
-FaultBatchRef makeBatch(ContextState& context, NSEntityDescription const& entity);
-
 } // namespace Tessarin

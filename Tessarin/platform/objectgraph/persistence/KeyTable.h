@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <utility>
 #include <vector>
 
 namespace Tessarin {
@@ -15,6 +16,8 @@ using RecordKey = std::int64_t;
 /// A map from record keys to pointers, made for keys that are handed out in sequence: pages of 64 neighbours behind an
 /// open-addressed directory, so that walking a table touches each cache line once. Not synchronised.
 template <class T> class KeyTable {
+    struct Page;
+
 public:
     T* find(RecordKey key) const noexcept {
         auto const* page = pageOf(key);
@@ -23,16 +26,29 @@ public:
 
     /// Sets what stands under `key`; null removes. Gives back what stood there.
     T* set(RecordKey key, T* value) {
-        auto* page = value ? &pageFor(key) : pageOf(key);
-        if (!page) return nullptr;
-        auto& slot = page->entries[slotOf(key)];
-        auto* before = slot;
-        slot = value;
-        page->used = static_cast<std::uint32_t>(static_cast<int>(page->used) + (value != nullptr) - (before != nullptr));
-        count_ += static_cast<std::size_t>(value != nullptr) - static_cast<std::size_t>(before != nullptr);
-        if (page->used == 0) freeEmptyPages();
-        return before;
+        if (!value) return exchange(pageOf(key), key, nullptr);
+        return exchange(&pageFor(key), key, value);
     }
+    /// Removes `value` if it is what stands under `key`.
+    void remove(RecordKey key, T const* value) {
+        auto* page = pageOf(key);
+        if (page && page->entries[slotOf(key)] == value) exchange(page, key, nullptr);
+    }
+    /// What stands under a key, to be looked at and perhaps filled, with one look-up for both.
+    class Place {
+    public:
+        T* value() const noexcept { return page_.entries[slotOf(key_)]; }
+        void set(T& value) { table_.exchange(&page_, key_, &value); }
+
+    private:
+        friend class KeyTable;
+        Place(KeyTable& table, Page& page, RecordKey key) noexcept : table_(table), page_(page), key_(key) {}
+        KeyTable& table_;
+        Page& page_;
+        RecordKey key_;
+    };
+    /// To be filled at once: an empty place is not kept.
+    Place place(RecordKey key) { return {*this, pageFor(key), key}; }
 
     std::size_t size() const noexcept { return count_; }
 
@@ -53,6 +69,15 @@ private:
         std::array<T*, pageSize> entries{};
     };
 
+    T* exchange(Page* page, RecordKey key, T* value) {
+        if (!page) return nullptr;
+        auto* const before = std::exchange(page->entries[slotOf(key)], value);
+        auto const change = (value != nullptr) - (before != nullptr);
+        page->used = static_cast<std::uint32_t>(static_cast<int>(page->used) + change);
+        count_ += static_cast<std::size_t>(change);
+        if (page->used == 0 && before) freeEmptyPages();
+        return before;
+    }
     static std::uint64_t numberOf(RecordKey key) noexcept { return static_cast<std::uint64_t>(key) / pageSize; }
     static std::size_t slotOf(RecordKey key) noexcept { return static_cast<std::uint64_t>(key) % pageSize; }
     std::size_t home(std::uint64_t number) const noexcept { return (number * 0x9E3779B97F4A7C15ULL) >> shift_; }

@@ -43,12 +43,13 @@ bool Row::cellEquals(std::size_t cell, Row const& other) const noexcept {
     return isHeapCell(layout_->cells()[cell].type) ? text(cell) == other.text(cell) : integer(cell) == other.integer(cell);
 }
 
-static_assert(RowBlock::most == PagePool::pageSize);
+static_assert(RowBlock::most == PagePool::pageSize && sizeof(RowBlock) == RowBlock::step);
 
 RowBlock* RowBlock::make(std::size_t capacity, std::uint32_t references) {
     auto* block = ::new (capacity == most ? PagePool::take() : ::operator new(capacity)) RowBlock;
     block->references.store(references, std::memory_order_relaxed);
     block->capacity = static_cast<std::uint32_t>(capacity);
+    block->used = block->begin();
     return block;
 }
 

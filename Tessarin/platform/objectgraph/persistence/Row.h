@@ -32,8 +32,14 @@ public:
         return (static_cast<unsigned char>(at(packing().presence + static_cast<std::uint32_t>(cell / 8))[0]) >> (cell % 8)) & 1;
     }
     // An absent cell reads as 0 or empty.
-    std::int64_t integer(std::size_t cell) const noexcept {
-        auto const& place = packing().places[cell];
+    std::int64_t integer(std::size_t cell) const noexcept { return integer(packing().places[cell]); }
+    double real(std::size_t cell) const noexcept { return real(packing().places[cell]); }
+    RecordKey reference(std::size_t cell) const noexcept { return load<RecordKey>(packing().places[cell].offset); }
+    std::string_view text(std::size_t cell) const noexcept { return text(packing().places[cell]); }
+    // The same by place, for who asks by property without a detour over its cell.
+    using Place = RowLayout::Packing::Place;
+    Place const& placeOfProperty(std::size_t index) const noexcept { return packing().byProperty[index]; }
+    std::int64_t integer(Place const& place) const noexcept {
         switch (place.width) {
         case 1: return load<std::int8_t>(place.offset);
         case 2: return load<std::int16_t>(place.offset);
@@ -41,10 +47,8 @@ public:
         default: return load<std::int64_t>(place.offset);
         }
     }
-    double real(std::size_t cell) const noexcept { return load<double>(packing().places[cell].offset); }
-    RecordKey reference(std::size_t cell) const noexcept { return load<RecordKey>(packing().places[cell].offset); }
-    std::string_view text(std::size_t cell) const noexcept {
-        auto const& place = packing().places[cell];
+    double real(Place const& place) const noexcept { return load<double>(place.offset); }
+    std::string_view text(Place const& place) const noexcept {
         auto const begin = place.textBefore ? load<std::uint32_t>(place.textBefore) : packing().heap;
         return {at(begin), load<std::uint32_t>(place.offset) - begin};
     }
@@ -88,10 +92,14 @@ struct TESSARIN_API RowBlock {
 
     std::atomic<std::uint32_t> references; // to any of its rows
     std::atomic<bool> isCached{false};     // the cache knows some of its rows
-    std::uint32_t used = sizeof(RowBlock);
+    std::uint32_t used = 0;
     std::uint32_t capacity;
 
-    Row* first() noexcept { return reinterpret_cast<Row*>(this + 1); }
+    // Rows of a block that fills a page stand 8 bytes behind a multiple of 16, all others on one: so a row shows how its block
+    // is found, without being read. Releasing 100,000 rows touches a quarter of the memory ("store", W3).
+    static constexpr std::uint32_t step = 16;
+    std::uint32_t begin() const noexcept { return sizeof(RowBlock) + (capacity == most ? step / 2 : 0); }
+    Row* first() noexcept { return reinterpret_cast<Row*>(reinterpret_cast<char*>(this) + begin()); }
     Row* after(Row& row) noexcept {
         return row.next_ ? reinterpret_cast<Row*>(reinterpret_cast<char*>(this) + row.next_ * std::uint32_t{8}) : nullptr;
     }
@@ -108,7 +116,9 @@ private:
 };
 
 RowBlock& Row::block() const noexcept {
-    return *reinterpret_cast<RowBlock*>(const_cast<char*>(reinterpret_cast<char const*>(this)) - place_);
+    auto const address = reinterpret_cast<std::uintptr_t>(this);
+    bool const fillsPage = address % RowBlock::step != 0;
+    return *reinterpret_cast<RowBlock*>(fillsPage ? address & ~std::uintptr_t{RowBlock::most - 1} : address - place_);
 }
 
 /// A kept row, or none.

@@ -49,15 +49,15 @@ void RowCache::addAll(std::span<RowRef> rows) {
         ShardHold<Shard> hold;
         for (auto& each : rows) {
             auto* row = const_cast<Row*>(each.get());
-            auto& table = hold.moveTo(shardOf(row->key_)).rows;
-            auto* present = table.find(row->key_);
+            auto place = hold.moveTo(shardOf(row->key_)).rows.place(row->key_);
+            auto* const present = place.value();
             if (present == row) continue;
             if (present && present->version_ >= row->version_ && present->block().retainIfAlive()) {
                 replaced.push_back(std::exchange(each, RowRef::adopt(present)));
                 continue;
             }
             row->block().isCached.store(true, std::memory_order_relaxed);
-            table.set(row->key_, row);
+            place.set(*row);
         }
     }
 }
@@ -79,10 +79,8 @@ std::size_t RowCache::size() const {
 
 void RowCache::drop(RowBlock& block) noexcept {
     ShardHold<Shard> hold;
-    for (auto* row = block.first(); row; row = block.after(*row)) {
-        auto& table = hold.moveTo(shardOf(row->key_)).rows;
-        if (table.find(row->key_) == row) table.set(row->key_, nullptr);
-    }
+    for (auto* row = block.first(); row; row = block.after(*row))
+        hold.moveTo(shardOf(row->key_)).rows.remove(row->key_, row);
 }
 
 RowSpace::RowSpace(Ref<NSManagedObjectModel> model) : model_(std::move(model)) {

@@ -26,7 +26,7 @@ RowLayout::Packing packed(std::vector<RowLayout::Cell> const& cells, bool isWide
     for (std::uint8_t const width : {8, 4, 2, 1})
         for (std::size_t cell = 0; cell < cells.size(); ++cell) {
             if (widthOf(cells[cell], isWide) != width) continue;
-            packing.places[cell] = {.offset = offset, .textBefore = 0, .width = width};
+            packing.places[cell] = {.offset = offset, .textBefore = 0, .width = width, .type = cells[cell].type};
             offset += width;
         }
     std::uint32_t textBefore = 0;
@@ -68,6 +68,9 @@ RowLayout::RowLayout(RowSpace& space, NSEntityDescription const& entity) : space
     }
     narrow_ = packed(cells_, false);
     wide_ = packed(cells_, true);
+    for (auto* packing : {&narrow_, &wide_})
+        for (auto const cell : cellOfProperty_)
+            packing->byProperty.push_back(cell == noCell ? Packing::Place{} : packing->places[static_cast<std::size_t>(cell)]);
 }
 
 } // namespace Tessarin

@@ -4,6 +4,7 @@
 #include "Tessarin/platform/objectgraph/model/NSEntityDescription.h"
 #include "Tessarin/platform/objectgraph/model/NSRelationshipDescription.h"
 #include <cstdint>
+#include <cstring>
 #include <span>
 #include <vector>
 
@@ -39,7 +40,8 @@ public:
         struct Place {
             std::uint32_t offset = 0;
             std::uint32_t textBefore = 0; // the offset of the end of the text before it; 0: it is the first
-            std::uint8_t width = 8;
+            std::uint8_t width = 0;    // 0: there is no such cell
+            CellType type = CellType::Integer;
 
             bool holds(std::int64_t value) const noexcept {
                 switch (width) {
@@ -49,12 +51,29 @@ public:
                 default: return true;
                 }
             }
+            /// Writes it there; false when it does not fit.
+            bool hold(char* row, std::int64_t value) const noexcept {
+                switch (width) {
+                case 1: return put<std::int8_t>(row, value);
+                case 2: return put<std::int16_t>(row, value);
+                case 4: return put<std::int32_t>(row, value);
+                default: return put<std::int64_t>(row, value);
+                }
+            }
+
+        private:
+            template <class T> bool put(char* row, std::int64_t value) const noexcept {
+                auto const narrow = static_cast<T>(value);
+                std::memcpy(row + offset, &narrow, sizeof narrow);
+                return narrow == value;
+            }
         };
         void setPresent(char* row, std::size_t cell) const noexcept {
             auto& byte = row[presence + cell / 8];
             byte = static_cast<char>(byte | 1 << (cell % 8));
         }
-        std::vector<Place> places; // by cell
+        std::vector<Place> places;     // by cell
+        std::vector<Place> byProperty; // by the property's index
         std::uint32_t presence = 0; // a bit per cell
         std::uint32_t heap = 0;
     };

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <fmt/format.h>
+#include <optional>
 #include <unordered_map>
 
 namespace Tessarin {
@@ -31,12 +32,40 @@ void bindAll(SQLite::Statement& statement, List const& arguments) {
     }
 }
 
+constexpr std::int64_t longScan = 20'000; // records
+
 } // namespace
 
 SQLiteReader::SQLiteReader(SQLiteSchema const& schema, SQLite::Connection& connection)
     : schema_(schema), connection_(connection) {
     registerSQLFunctions(connection);
 }
+
+/// While it lives, a scan leaves the connection's page cache small: a table that is read from one end to the other finds none of
+/// its pages there the next time, and would only push out the others.
+class SmallCache {
+public:
+    explicit SmallCache(SQLite::Connection& connection) : connection_(connection) {
+        auto const query = connection.use("PRAGMA cache_size");
+        query->step();
+        usual_ = query->integer(0);
+        set(-256); // KiB
+    }
+    SmallCache(SmallCache const&) = delete;
+    SmallCache& operator=(SmallCache const&) = delete;
+    ~SmallCache() {
+        try {
+            set(usual_);
+        } catch (SQLite::Failure const&) { // the cache stays small
+        }
+    }
+
+private:
+    void set(std::int64_t size) { connection_.execute(fmt::format("PRAGMA cache_size = {}", size)); }
+
+    SQLite::Connection& connection_;
+    std::int64_t usual_ = 0;
+};
 
 bool areDense(std::span<RecordKey const> sortedKeys) {
     if (sortedKeys.size() < 8) return false;
@@ -138,11 +167,20 @@ void SQLiteReader::fetch(StoreQuery const& query, StoreAnswer& answer) {
         bindAll(statement, arguments);
         byKeys ? readByKeys(statement, query, answer.rows) : decoder.readAll(statement, answer.rows);
     };
+    std::optional<SmallCache> smallCache;
+    if (!query.predicate && !isCut && mayBeLong(*query.entity)) smallCache.emplace(connection_);
     if (translation.isReusable())
         run(*connection_.use(sql));
     else
         run(*std::make_unique<SQLite::Statement>(connection_, sql));
     if (!isCut) decoder.noteCount(answer.rows.size());
+}
+
+/// By the span of the keys: their number would cost a scan.
+bool SQLiteReader::mayBeLong(NSEntityDescription const& entity) {
+    auto const& table = schema_.tableOf(entity).name;
+    auto const query = connection_.use(fmt::format("SELECT (SELECT max(id) FROM {0}) - (SELECT min(id) FROM {0})", table));
+    return query->step() && query->integer(0) > longScan;
 }
 
 /// For records of which most are at hand: reads keys and versions, then the records that are not.

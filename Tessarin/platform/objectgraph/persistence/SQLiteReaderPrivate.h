@@ -21,6 +21,7 @@ public:
                  FunctionRef<void(RecordKey owner, RecordKey member)> each);
 
 private:
+    bool mayBeLong(NSEntityDescription const& entity);
     void readByKeys(SQLite::Statement& statement, StoreQuery const& query, std::vector<RowRef>& rows);
     std::string conditionOf(StoreQuery const& query, SQLTranslation const& translation) const;
     SQLiteRowDecoder& decoderFor(NSEntityDescription const& entity, bool includesSubentities);

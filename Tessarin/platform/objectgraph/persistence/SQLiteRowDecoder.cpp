@@ -58,8 +58,11 @@ bool isNull(sqlite3_value* value) { return sqlite3_value_type(value) == SQLITE_N
 /// The text or bytes of a value, false for NULL; the memory is SQLite's until the next step.
 bool readContent(sqlite3_value* value, CellType type, std::string_view& content) {
     auto const* bytes = static_cast<char const*>(type == CellType::Text ? sqlite3_value_text(value) : sqlite3_value_blob(value));
-    content = {bytes, bytes ? static_cast<std::size_t>(sqlite3_value_bytes(value)) : 0};
-    if (bytes) return true;
+    if (bytes) {
+        content = {bytes, static_cast<std::size_t>(sqlite3_value_bytes(value))};
+        return true;
+    }
+    content = {""};
     if (isNull(value)) return false;
     if (sqlite3_value_bytes(value) != 0) throw std::bad_alloc();
     return true;
@@ -88,28 +91,24 @@ bool SQLiteRowDecoder::packInto(RowBlockWriter::Room room, sqlite3_stmt* handle,
     std::memset(row + sizeof(Row), 0, packing.heap - sizeof(Row));
     auto end = packing.heap;
     for (auto const& [cell, column, type, place] : plan.cells) {
-        auto* const value = sqlite3_column_value(handle, column);
         if (isHeapCell(type)) {
             std::string_view content;
-            if (readContent(value, type, content)) {
-                if (content.size() > room.size - end) return false;
-                if (!content.empty()) std::memcpy(row + end, content.data(), content.size());
-                end += static_cast<std::uint32_t>(content.size());
-                packing.setPresent(row, cell);
-            }
+            bool const isThere = readContent(sqlite3_column_value(handle, column), type, content);
+            if (content.size() > room.size - end) return false;
+            std::memcpy(row + end, content.data(), content.size());
+            end += static_cast<std::uint32_t>(content.size());
             std::memcpy(row + place.offset, &end, sizeof end);
+            if (!isThere) continue;
         } else if (type == CellType::Real) {
-            auto const number = sqlite3_value_double(value);
-            if (number == 0 && isNull(value)) continue;
+            auto const number = sqlite3_column_double(handle, column);
+            if (number == 0 && sqlite3_column_type(handle, column) == SQLITE_NULL) continue;
             std::memcpy(row + place.offset, &number, sizeof number);
-            packing.setPresent(row, cell);
         } else {
-            auto const number = sqlite3_value_int64(value);
-            if (number == 0 && isNull(value)) continue;
-            if (!place.holds(number)) return false;
-            std::memcpy(row + place.offset, &number, place.width);
-            packing.setPresent(row, cell);
+            auto const number = sqlite3_column_int64(handle, column);
+            if (number == 0 && sqlite3_column_type(handle, column) == SQLITE_NULL) continue;
+            if (!place.hold(row, number)) return false;
         }
+        packing.setPresent(row, cell);
     }
     size = end;
     return true;
