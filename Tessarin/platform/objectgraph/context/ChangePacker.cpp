@@ -19,7 +19,10 @@ std::vector<RecordKey> ChangePacker::current(std::span<RecordKey const> keys) co
 Ref<ChangeSet const> ChangePacker::pack() {
     std::vector<RecordChange> changes;
     changes.reserve(context_.changed.size());
-    for (auto const& object : context_.changed) changes.push_back(packedChange(*object));
+    rows_.clear();
+    rows_.reserve(context_.changed.size());
+    for (auto const& object : context_.changed) rows_.push_back(changes.emplace_back(packedChange(*object)).after);
+    blocks_.close();
     std::erase_if(changes, [](RecordChange const& change) {
         return change.kind == RecordChange::Kind::Update && change.before == change.after && change.relationships.empty();
     });
@@ -64,7 +67,7 @@ RowRef ChangePacker::packedRow(NSManagedObject& object) {
             differs = true;
         }
     if (!differs) return state.row;
-    auto row = builder_.finish();
+    auto row = builder_.finish(isNew ? &blocks_ : nullptr);
     if (isNew) return row;
     for (std::size_t cell = 0; cell < state.layout->cells().size(); ++cell)
         if (!row->cellEquals(cell, *state.row)) return row;

@@ -1,5 +1,6 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/context/ContextStatePrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/RowBlockWriter.h"
 #include "Tessarin/platform/objectgraph/persistence/RowBuilder.h"
 
 namespace Tessarin {
@@ -11,6 +12,8 @@ public:
 
     /// Null when nothing differs from what was read.
     Ref<ChangeSet const> pack();
+    /// The rows that the last `pack` gave the changed objects, in their order.
+    std::vector<RowRef> const& rows() const noexcept { return rows_; }
     /// The key that a record has now, for one that it may have had before it was given its permanent one.
     RecordKey current(RecordKey key) const;
 
@@ -22,6 +25,8 @@ private:
 
     ContextState& context_;
     RowBuilder builder_;
+    RowBlockWriter blocks_;
+    std::vector<RowRef> rows_;
 };
 
 } // namespace Tessarin

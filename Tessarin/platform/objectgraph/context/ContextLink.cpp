@@ -81,6 +81,11 @@ void ContextLink::remove(NSManagedObject& object, RecordKey key) noexcept {
     objects_.remove(key, &object);
 }
 
+void ContextLink::removeTemporaries(std::span<std::pair<RecordKey, RecordKey> const> promoted) noexcept {
+    std::lock_guard const hold(mutex_);
+    for (auto const& [temporary, permanent] : promoted) objects_.set(temporary, nullptr);
+}
+
 std::size_t ContextLink::count() const {
     std::lock_guard const hold(mutex_);
     return objects_.size();

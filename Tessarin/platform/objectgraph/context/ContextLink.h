@@ -39,6 +39,8 @@ public:
     /// Enters many. Where a record has another living object already, that one takes its place in the list.
     void addAll(std::span<Ref<NSManagedObject>> objects);
     void remove(NSManagedObject& object, RecordKey key) noexcept;
+    /// Forgets the temporary keys, the first of each pair.
+    void removeTemporaries(std::span<std::pair<RecordKey, RecordKey> const> promoted) noexcept;
     std::size_t count() const;
     /// The living objects; of one entity, without its sub-entities, when one is given.
     std::vector<Ref<NSManagedObject>> all(NSEntityDescription const* entity = nullptr) const;

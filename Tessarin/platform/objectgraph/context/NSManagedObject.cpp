@@ -4,6 +4,8 @@
 #include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 
+#include <algorithm>
+
 namespace Tessarin {
 namespace {
 
@@ -77,8 +79,10 @@ void NSManagedObject::setAttribute(NSAttributeDescription const& attribute, Valu
     auto& extras = state_.more();
     if (auto* present = extras.value(property))
         *present = std::move(value);
-    else
+    else {
+        if (extras.values.empty()) extras.values.reserve(std::min<std::size_t>(8, entity().properties().size()));
         extras.values.emplace_back(property, std::move(value));
+    }
     markChanged(*this, isInserted() ? ObjectState::Inserted : ObjectState::Updated);
 }
 

@@ -117,13 +117,17 @@ Ref<NSError> SaveOperation::deliver() {
 
 void SaveOperation::settle() {
     auto const changed = std::exchange(context_.changed, {});
-    for (auto const& object : changed) {
-        RecordChange nothing;
-        auto const* change = own_ ? handed_.back()->find(object->entity(), object->recordKey()) : nullptr;
-        settle(*object, change ? *change : nothing);
+    bool const isAsPacked = !own_ || handed_.back() == own_;
+    for (std::size_t at = 0; at < changed.size(); ++at) {
+        auto& object = *changed[at];
+        if (isAsPacked) {
+            settle(object, own_ ? packer_.rows()[at] : nullptr);
+            continue;
+        }
+        auto const* change = handed_.back()->find(object.entity(), object.recordKey());
+        settle(object, change ? change->after : nullptr);
     }
-    for (auto const& [temporary, key] : context_.promoted)
-        if (auto const object = context_.link->find(temporary)) context_.link->remove(*object, temporary);
+    context_.link->removeTemporaries(context_.promoted);
     context_.promoted.clear();
     // Only now may the sets leave here: above, or in the file, they can be read already.
     context_.published.remove(sets_);
@@ -131,7 +135,7 @@ void SaveOperation::settle() {
     postDidSave(owner_, std::move(handed_));
 }
 
-void SaveOperation::settle(NSManagedObject& object, RecordChange const& change) {
+void SaveOperation::settle(NSManagedObject& object, RowRef const& row) {
     auto& state = GraphAccess::state(object);
     state.flags = static_cast<std::uint8_t>(state.flags & ~(ObjectState::Inserted | ObjectState::Updated | ObjectState::Changed));
     if (object.isDeleted()) {
@@ -139,7 +143,7 @@ void SaveOperation::settle(NSManagedObject& object, RecordChange const& change) 
         state.set(ObjectState::Gone);
         return;
     }
-    if (change.after) state.row = change.after;
+    if (row) state.row = row;
     if (!state.extras) return;
     std::erase_if(state.extras->values, [&](auto const& entry) { return !isTransient(object, entry.first); });
     for (auto& [property, value] : state.extras->values)

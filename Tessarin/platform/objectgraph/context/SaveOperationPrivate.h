@@ -19,7 +19,7 @@ private:
     Ref<NSError> promotePublished();
     Ref<NSError> deliver();
     void settle();
-    void settle(NSManagedObject& object, RecordChange const& change);
+    void settle(NSManagedObject& object, RowRef const& row);
 
     NSManagedObjectContext& owner_;
     ContextState& context_;

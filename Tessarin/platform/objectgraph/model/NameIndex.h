@@ -1,7 +1,8 @@
 #pragma once
+#include <algorithm>
 #include <bit>
 #include <cstdint>
-#include <functional>
+#include <cstring>
 #include <string_view>
 #include <vector>
 
@@ -39,8 +40,16 @@ private:
         std::uint32_t hash = 0;
         std::uint32_t position = none;
     };
+    // The length and the first and last eight bytes tell most names of one entity apart; names are looked up once per value of
+    // an import.
     static std::uint32_t hashOf(std::string_view name) noexcept {
-        return static_cast<std::uint32_t>(std::hash<std::string_view>{}(name));
+        std::uint64_t first = 0, last = 0;
+        auto const count = std::min(name.size(), sizeof first);
+        if (count == 0) return 0;
+        std::memcpy(&first, name.data(), count);
+        std::memcpy(&last, name.data() + name.size() - count, count);
+        auto const mixed = (first ^ std::rotl(last, 29) ^ name.size()) * 0x9E3779B97F4A7C15ULL;
+        return static_cast<std::uint32_t>(mixed >> 32);
     }
     std::uint32_t mask() const noexcept { return static_cast<std::uint32_t>(cells_.size() - 1); }
     void place(std::uint32_t position) {

@@ -1,18 +1,35 @@
 #include "Tessarin/platform/objectgraph/persistence/ChangeSet.h"
 
 #include <algorithm>
-#include <tuple>
+#include <compare>
 
 namespace Tessarin {
 namespace {
 
-auto placeOf(RecordChange const& change) { return std::tuple(change.entity->rootEntity()->index(), change.key); }
+struct Place {
+    std::size_t root;
+    RecordKey key;
+    std::size_t at; // where the change stands now
+    auto operator<=>(Place const&) const = default;
+};
+
+/// Sorts what is small, and then moves each change once.
+void sortChanges(std::vector<RecordChange>& changes) {
+    std::vector<Place> places;
+    places.reserve(changes.size());
+    for (auto const& change : changes) places.push_back({change.entity->rootEntity()->index(), change.key, places.size()});
+    if (std::ranges::is_sorted(places)) return;
+    std::ranges::sort(places);
+    std::vector<RecordChange> sorted;
+    sorted.reserve(changes.size());
+    for (auto const& place : places) sorted.push_back(std::move(changes[place.at]));
+    changes = std::move(sorted);
+}
 
 } // namespace
 
 ChangeSet::ChangeSet(Ref<RowSpace> space, std::vector<RecordChange> changes) : space_(std::move(space)), changes_(std::move(changes)) {
-    auto const earlier = [](RecordChange const& a, RecordChange const& b) { return placeOf(a) < placeOf(b); };
-    if (!std::ranges::is_sorted(changes_, earlier)) std::ranges::sort(changes_, earlier);
+    sortChanges(changes_);
 }
 
 std::span<RecordChange const> ChangeSet::changesOf(NSEntityDescription const& rootEntity) const noexcept {

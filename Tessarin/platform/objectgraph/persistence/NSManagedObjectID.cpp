@@ -34,12 +34,14 @@ Ref<NSManagedObjectID> IdentityTable::identity(NSEntityDescription const& entity
     if (auto* present = all_.find(key))
         // One that nobody keeps any more may still be waiting to leave the table: a new one takes its place.
         if (auto kept = std::static_pointer_cast<NSManagedObjectID>(present->weak_from_this().lock())) return kept;
+    isUsed_.store(true, std::memory_order_release);
     auto made = make<NSManagedObjectID>(shared_from_this(), entity, key);
     all_.set(key, made.get());
     return made;
 }
 
 void IdentityTable::promote(RecordKey temporary, RecordKey permanent) {
+    if (!isUsed_.load(std::memory_order_acquire)) return;
     std::lock_guard const hold(mutex_);
     auto* id = all_.set(temporary, nullptr);
     if (!id) return;

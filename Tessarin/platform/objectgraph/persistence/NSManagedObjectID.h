@@ -62,6 +62,7 @@ private:
     void leave(NSManagedObjectID& id);
 
     Ref<NSManagedObjectModel> const model_; // identities point to its entities
+    std::atomic<bool> isUsed_{false}; // most records never have an identity: promoting them takes no lock then
     mutable std::mutex mutex_;
     KeyTable<NSManagedObjectID> all_; // guarded by mutex_, like what follows
     std::string storeIdentifier_;
