@@ -1,6 +1,6 @@
 #include "Tessarin/platform/runtime/ObjectSlab.h"
 
-#include "Tessarin/platform/runtime/PagePool.h"
+#include "Tessarin/platform/runtime/PagePoolPrivate.h"
 
 #include <array>
 #include <atomic>

@@ -1,4 +1,4 @@
-#include "Tessarin/platform/runtime/PagePool.h"
+#include "Tessarin/platform/runtime/PagePoolPrivate.h"
 
 #include "Tessarin/platform/runtime/SpinLock.h"
 

@@ -1,7 +1,7 @@
 #include "Tessarin/platform/objectgraph/persistence/Row.h"
 
 #include "Tessarin/platform/objectgraph/persistence/RowCache.h"
-#include "Tessarin/platform/runtime/PagePool.h"
+#include "Tessarin/platform/runtime/PagePoolPrivate.h"
 
 #include <algorithm>
 

@@ -34,13 +34,6 @@ void bindAll(SQLite::Statement& statement, List const& arguments) {
 
 constexpr std::int64_t longScan = 20'000; // records
 
-} // namespace
-
-SQLiteReader::SQLiteReader(SQLiteSchema const& schema, SQLite::Connection& connection)
-    : schema_(schema), connection_(connection) {
-    registerSQLFunctions(connection);
-}
-
 /// While it lives, a scan leaves the connection's page cache small: a table that is read from one end to the other finds none of
 /// its pages there the next time, and would only push out the others.
 class SmallCache {
@@ -66,6 +59,13 @@ private:
     SQLite::Connection& connection_;
     std::int64_t usual_ = 0;
 };
+
+} // namespace
+
+SQLiteReader::SQLiteReader(SQLiteSchema const& schema, SQLite::Connection& connection)
+    : schema_(schema), connection_(connection) {
+    registerSQLFunctions(connection);
+}
 
 bool areDense(std::span<RecordKey const> sortedKeys) {
     if (sortedKeys.size() < 8) return false;
