@@ -91,6 +91,7 @@
 #include "Tessarin/platform/objectgraph/persistence/ValueJSON.h"
 #include "Tessarin/platform/objectgraph/context/ContextLink.h"
 #include "Tessarin/platform/objectgraph/context/FaultBatch.h"
+#include "Tessarin/platform/objectgraph/context/FetchedObjects.h"
 #include "Tessarin/platform/objectgraph/context/KeySet.h"
 #include "Tessarin/platform/objectgraph/context/NSManagedObject.h"
 #include "Tessarin/platform/objectgraph/context/NSManagedObjectContext.h"

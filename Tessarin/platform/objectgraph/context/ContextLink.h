@@ -65,7 +65,8 @@ private:
     KeyTable<NSManagedObject> objects_; // guarded by mutex_
 };
 
-void retainObject(ContextLink& link, std::uint32_t count = 1) noexcept;
+TESSARIN_API void retainObject(ContextLink& link, std::uint32_t count = 1) noexcept;
+TESSARIN_API void releaseObject(ContextLink& link) noexcept;
 
 using ContextLinkRef = Retained<ContextLink>;
 

@@ -2,6 +2,7 @@
 #include "Tessarin/platform/foundation/NSPredicate.h"
 #include "Tessarin/platform/foundation/NSSortDescriptor.h"
 #include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
+#include "Tessarin/platform/objectgraph/context/PrefetchingPrivate.h"
 #include "Tessarin/platform/objectgraph/context/RecordReaderPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/StoreErrors.h"
 
@@ -25,20 +26,34 @@ public:
         if (auto error = askStore(unsaved, answer)) return error;
         if (unsaved.empty() && answer.complete && !mustLookAtAll_) {
             auto const total = answer.rows.size();
+            Ref<NSError> error;
             objectsWithRows(context_, entity_, answer.rows, [&](std::span<Ref<NSManagedObject>> run) {
-                fireUnlessFaults(run);
-                take(run, total);
+                if (!error) error = finish(run);
+                if (!error) take(run, total);
             });
-            return nullptr;
+            return error;
         }
         auto objects = objectsOf(answer.rows, unsaved);
         addUnsaved(unsaved, objects);
         if (!answer.complete || mustLookAtAll_) filter(objects);
         sort(objects);
         cut(objects);
-        fireUnlessFaults(objects);
+        if (auto error = finish(objects)) return error;
         take(objects, objects.size());
         return nullptr;
+    }
+
+    /// The results' keys, in their order; false when the store alone cannot say.
+    bool run(std::vector<RecordKey>& keys, Ref<NSError>& error) {
+        if (!isUntouched() || !store()) return false;
+        auto query = this->query();
+        query.wantsKeysOnly = true;
+        StoreAnswer answer;
+        error = store()->fetch(query, answer);
+        if (!answer.complete) return false;
+        keys = std::move(answer.keys);
+        for (auto const& row : answer.rows) keys.push_back(row->key()); // of a store that gives rows anyway
+        return true;
     }
 
     /// Whether the store alone can answer.
@@ -63,6 +78,7 @@ private:
     /// Records of the entity that are not in the store as this context sees them.
     std::unordered_set<RecordKey> unsavedKeys() {
         std::unordered_set<RecordKey> keys;
+        if (!request_.includesPendingChanges()) return keys;
         bool changesElsewhere = false;
         for (auto const& set : reader_.sets()) {
             auto const changes = set->changesOf(*entity_.rootEntity());
@@ -92,8 +108,10 @@ private:
         return std::ranges::any_of(request_.sortDescriptors(), [&](auto const& sort) { return leavesRecord(std::string{sort->key()}); });
     }
 
+    static Ref<NSError> noStore() { return storeError(StoreErrorCode::ContextWithoutStore, "There is no store to fetch from."); }
+
     Ref<NSError> askStore(std::unordered_set<RecordKey> const& unsaved, StoreAnswer& answer) {
-        if (!store()) return storeError(StoreErrorCode::ContextWithoutStore, "There is no store to fetch from.");
+        if (!store()) return noStore();
         auto query = this->query();
         if (mustLookAtAll_) query.predicate = nullptr;
         if (!unsaved.empty() || mustLookAtAll_) {
@@ -104,9 +122,12 @@ private:
         return store()->fetch(query, answer);
     }
 
-    void fireUnlessFaults(std::span<Ref<NSManagedObject> const> objects) {
-        if (request_.returnsObjectsAsFaults()) return;
-        for (auto const& object : objects) GraphAccess::fire(*object);
+    Ref<NSError> finish(std::span<Ref<NSManagedObject> const> objects) {
+        for (auto const& keyPath : request_.relationshipKeyPathsForPrefetching())
+            if (auto error = prefetch(context_, entity_, objects, keyPath)) return error;
+        if (!request_.returnsObjectsAsFaults())
+            for (auto const& object : objects) GraphAccess::fire(*object);
+        return nullptr;
     }
 
     Objects objectsOf(std::vector<RowRef>& rows, std::unordered_set<RecordKey> const& unsaved) {
@@ -177,6 +198,15 @@ NSEntityDescription const* entityOf(ContextState const& context, NSFetchRequest 
     return entity;
 }
 
+/// What `work` returns, or the error that it throws.
+Ref<NSError> caught(FunctionRef<Ref<NSError>()> work) {
+    try {
+        return work();
+    } catch (ErrorException const& failure) {
+        return failure.error();
+    }
+}
+
 } // namespace
 
 std::vector<Ref<NSManagedObject>> NSManagedObjectContext::executeFetchRequest(NSFetchRequest const& request, Ref<NSError>& error) {
@@ -191,7 +221,29 @@ std::vector<Ref<NSManagedObject>> NSManagedObjectContext::executeFetchRequest(NS
 void NSManagedObjectContext::executeFetchRequest(NSFetchRequest const& request, Ref<NSError>& error, FetchedObjectsTaker take) {
     error = nullptr;
     processPendingChanges();
-    if (auto const* entity = entityOf(*state_, request, error)) error = Fetch(*state_, request, *entity).run(take);
+    auto const* entity = entityOf(*state_, request, error);
+    if (entity) error = caught([&] { return Fetch(*state_, request, *entity).run(take); });
+}
+
+FetchedObjects NSManagedObjectContext::fetchObjects(NSFetchRequest const& request, Ref<NSError>& error) {
+    error = nullptr;
+    processPendingChanges();
+    auto const* entity = entityOf(*state_, request, error);
+    if (!entity) return {};
+    FetchedObjects list;
+    if (Fetch fetch(*state_, request, *entity); !fetch.run(list.keys_, error))
+        error = caught([&] { return fetch.run([&](std::span<Ref<NSManagedObject>> run, std::size_t total) {
+            list.keys_.reserve(total);
+            for (auto const& object : run) {
+                if (object->recordKey() < 0) list.unsaved_.emplace_back(list.keys_.size(), object);
+                list.keys_.push_back(object->recordKey());
+            }
+        }); });
+    if (error) return {};
+    list.link_ = state_->link;
+    list.entity_ = entity;
+    list.batchSize_ = request.fetchBatchSize() != 0 ? request.fetchBatchSize() : std::max<std::size_t>(1, list.keys_.size());
+    return list;
 }
 
 std::int64_t NSManagedObjectContext::countForFetchRequest(NSFetchRequest const& request, Ref<NSError>& error) {
@@ -208,7 +260,7 @@ std::int64_t NSManagedObjectContext::countForFetchRequest(NSFetchRequest const& 
         if (isComplete) return static_cast<std::int64_t>(count);
     }
     std::size_t found = 0;
-    error = fetch.run([&](std::span<Ref<NSManagedObject>>, std::size_t total) { found = total; });
+    error = caught([&] { return fetch.run([&](std::span<Ref<NSManagedObject>>, std::size_t total) { found = total; }); });
     return error ? NSNotFound : static_cast<std::int64_t>(found);
 }
 

@@ -42,9 +42,9 @@ Ref<NSManagedObjectContext> NSManagedObject::managedObjectContext() const {
 NSObject const& NSManagedObject::predicateIdentity() const { return *objectID(); }
 
 void NSManagedObject::fireFault() {
-    state_.clear(ObjectState::Fault);
     if (!state_.row)
-        if (auto* context = state_.link()->contextState()) fillFault(*context, *this);
+        if (auto* context = state_.link()->contextState()) fillFault(*context, *this); // when it throws, this stays a fault
+    state_.clear(ObjectState::Fault);
     awakeFromFetch();
 }
 

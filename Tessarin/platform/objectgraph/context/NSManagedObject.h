@@ -21,7 +21,8 @@ class NSManagedObjectContext;
 
 /// A record as an object of one context. Use it on the queue of its context only (releasing it is fine anywhere).
 /// Subclasses are registered with `registerClass` under the class name of their entity; an entity whose class is not
-/// registered uses this class.
+/// registered uses this class. Asking a fault for a value, or an object for what it leads to, reads the store; when that fails
+/// it throws ErrorException, nothing has changed, and the next use asks again.
 ///
 ///     auto book = context->insertNewObject("Book");
 ///     book->setValueForKey("Emma", "title");

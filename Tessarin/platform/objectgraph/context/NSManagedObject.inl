@@ -1,5 +1,6 @@
 #pragma once
 // Typed access by property handles.
+#include <atomic>
 #include <typeinfo>
 
 namespace Tessarin {
@@ -50,7 +51,18 @@ template <class T> void NSManagedObject::set(Attribute<T> const& attribute, T va
 }
 
 template <class T> Ref<T> NSManagedObject::get(ToOne<T> const& relationship) {
-    return std::dynamic_pointer_cast<T>(destination(*relationship.in(entity()).asRelationship()));
+    auto object = destination(*relationship.in(entity()).asRelationship());
+    if constexpr (std::is_same_v<T, NSManagedObject>) return object;
+    // A class is what it is: asked once, most objects pass by a comparison.
+    static std::atomic<std::type_info const*> known{nullptr};
+    if (!object) return nullptr;
+    auto const& reference = *object;
+    auto const& type = typeid(reference);
+    if (known.load(std::memory_order_relaxed) != &type) {
+        if (!dynamic_cast<T*>(object.get())) return nullptr;
+        known.store(&type, std::memory_order_relaxed);
+    }
+    return std::static_pointer_cast<T>(std::move(object));
 }
 template <class T> void NSManagedObject::set(ToOne<T> const& relationship, Ref<T> const& object) {
     setDestination(*relationship.in(entity()).asRelationship(), object.get());

@@ -110,8 +110,14 @@ Ref<NSManagedObject> NSManagedObjectContext::objectWithID(NSManagedObjectID cons
 
 Ref<NSManagedObject> NSManagedObjectContext::existingObjectWithID(NSManagedObjectID const& id, Ref<NSError>& error) {
     error = nullptr;
-    auto object = objectWithID(id);
-    if (object) GraphAccess::fire(*object);
+    Ref<NSManagedObject> object;
+    try {
+        object = objectWithID(id);
+        if (object) GraphAccess::fire(*object);
+    } catch (ErrorException const& failure) {
+        error = failure.error();
+        return nullptr;
+    }
     if (object && !GraphAccess::state(*object).has(ObjectState::Gone)) return object;
     error = storeError(StoreErrorCode::ObjectMissing, "There is no record " + id.description() + ".");
     return nullptr;

@@ -2,6 +2,7 @@
 #include "Tessarin/Export.h"
 #include "Tessarin/platform/foundation/NSError.h"
 #include "Tessarin/platform/foundation/NSNotification.h"
+#include "Tessarin/platform/objectgraph/context/FetchedObjects.h"
 #include "Tessarin/platform/objectgraph/context/NSManagedObject.h"
 #include "Tessarin/platform/objectgraph/context/NSMergePolicy.h"
 #include "Tessarin/platform/objectgraph/persistence/NSPersistentStoreCoordinator.h"
@@ -77,6 +78,8 @@ public:
     /// The same without a list: hands the results on in runs of some hundred, with how many there are in all. `take` may move
     /// the objects out; it is not called on an error.
     void executeFetchRequest(NSFetchRequest const& request, Ref<NSError>& error, FetchedObjectsTaker take);
+    /// The same as a list that makes its objects where it is looked at, `fetchBatchSize` at a time. Empty on an error.
+    FetchedObjects fetchObjects(NSFetchRequest const& request, Ref<NSError>& error);
     /// NSNotFound on an error.
     std::int64_t countForFetchRequest(NSFetchRequest const& request, Ref<NSError>& error);
     /// The object of that record, as a fault when it is not in memory; whether the record exists shows when it is used.

@@ -78,15 +78,28 @@ void RecordReader::rows(NSEntityDescription const& entity, std::span<RecordKey c
         if (key > 0) wanted.push_back(key);
     }
     if (wanted.empty() || !store_) return;
-    // A record that cannot be read now is as one that is not there; the next use asks again.
-    static_cast<void>(store_->rows(*entity.rootEntity(), wanted, each));
+    if (auto error = store_->rows(*entity.rootEntity(), wanted, each)) throw ErrorException(error);
 }
 
 std::vector<RecordKey> RecordReader::members(NSRelationshipDescription const& relationship, NSEntityDescription const& ownerEntity,
                                              RecordKey owner) const {
-    std::vector<RecordKey> members;
-    if (store_ && owner > 0)
-        static_cast<void>(store_->members(relationship, {&owner, 1}, [&](RecordKey, RecordKey member) { members.push_back(member); }));
+    MembersByOwner members;
+    storedMembers(relationship, {&owner, 1}, members);
+    return withChanges(relationship, ownerEntity, owner, std::move(members[owner]));
+}
+
+void RecordReader::storedMembers(NSRelationshipDescription const& relationship, std::span<RecordKey const> owners,
+                                         MembersByOwner& members) const {
+    std::vector<RecordKey> saved;
+    for (auto const owner : owners)
+        if (owner > 0) saved.push_back(owner);
+    if (!store_ || saved.empty()) return;
+    auto const note = [&](RecordKey owner, RecordKey member) { members[owner].push_back(member); };
+    if (auto error = store_->members(relationship, saved, note)) throw ErrorException(error);
+}
+
+std::vector<RecordKey> RecordReader::withChanges(NSRelationshipDescription const& relationship, NSEntityDescription const& ownerEntity,
+                                                 RecordKey owner, std::vector<RecordKey> members) const {
     auto const& destination = *relationship.destinationEntity();
     for (auto const& set : sets_) {
         if (auto const* change = set->find(ownerEntity, owner))

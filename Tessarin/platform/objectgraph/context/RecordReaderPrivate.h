@@ -1,13 +1,19 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/context/ContextStatePrivate.h"
 
+#include <unordered_map>
+
 namespace Tessarin {
+
+using MembersByOwner = std::unordered_map<RecordKey, std::vector<RecordKey>>;
 
 /// What a context sees of records apart from its own unsaved objects: the store, under the change sets that are on their
 /// way to it. Made for one operation; never waits for another context's queue.
 ///
 /// A set that moves up while a reader is made is seen twice rather than not at all: it is published above before it
 /// leaves below, levels are read from below, and the store is read last.
+///
+/// A store that cannot be read now throws ErrorException: nothing is taken for missing because of a passing failure.
 class RecordReader {
 public:
     explicit RecordReader(ContextState& context);
@@ -23,6 +29,11 @@ public:
     void rows(NSEntityDescription const& entity, std::span<RecordKey const> keys, FunctionRef<void(RowRef)> each, bool fresh = false) const;
     /// The members of a to-many relationship, in order when it has one.
     std::vector<RecordKey> members(NSRelationshipDescription const& relationship, NSEntityDescription const& ownerEntity, RecordKey owner) const;
+    /// The members that the store knows, of many owners at once.
+    void storedMembers(NSRelationshipDescription const& relationship, std::span<RecordKey const> owners, MembersByOwner& members) const;
+    /// What the change sets make of an owner's members in the store.
+    std::vector<RecordKey> withChanges(NSRelationshipDescription const& relationship, NSEntityDescription const& ownerEntity, RecordKey owner,
+                                       std::vector<RecordKey> members) const;
 
 private:
     /// What the sets make of a record: nothing to say, gone, or this row.

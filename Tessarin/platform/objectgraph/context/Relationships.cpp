@@ -78,18 +78,29 @@ RecordKey referenceOf(NSManagedObject& object, NSRelationshipDescription const& 
     auto& state = GraphAccess::state(object);
     if (state.extras)
         if (auto const* value = state.extras->value(relationship.index())) return value->integer();
-    auto const cell = state.layout->cellOf(relationship.index());
-    return state.row && cell != RowLayout::noCell ? state.row->reference(static_cast<std::size_t>(cell)) : 0;
+    if (!state.row) return 0;
+    auto const& place = state.row->placeOfProperty(relationship.index());
+    return place.type == CellType::Reference ? state.row->integer(place) : 0;
+}
+
+bool hasLoadedMembers(NSManagedObject& owner, NSRelationshipDescription const& relationship) {
+    auto& state = GraphAccess::state(owner);
+    auto const* toMany = state.extras ? state.extras->find(relationship.index()) : nullptr;
+    return toMany && toMany->isLoaded;
 }
 
 ToManyState& loadedMembers(NSManagedObject& owner, NSRelationshipDescription const& relationship) {
     auto& state = GraphAccess::state(owner);
-    auto& toMany = state.toMany(relationship.index());
-    if (toMany.isLoaded) return toMany;
-    toMany.isLoaded = true;
+    if (auto& toMany = state.toMany(relationship.index()); toMany.isLoaded) return toMany;
     std::vector<RecordKey> members;
     auto* context = state.link()->contextState();
     if (context && !relationship.isTransient()) members = RecordReader(*context).members(relationship, owner.entity(), owner.recordKey());
+    return setLoadedMembers(owner, relationship, std::move(members));
+}
+
+ToManyState& setLoadedMembers(NSManagedObject& owner, NSRelationshipDescription const& relationship, std::vector<RecordKey> members) {
+    auto& toMany = GraphAccess::state(owner).toMany(relationship.index());
+    toMany.isLoaded = true;
     std::erase_if(members, [&](RecordKey key) { return toMany.removed.contains(key); });
     toMany.order = relationship.isOrdered() ? members : std::vector<RecordKey>{};
     toMany.members.clear();

@@ -26,7 +26,7 @@ Ref<NSError> combined(std::vector<Ref<NSError>> errors) {
 
 } // namespace
 
-Ref<NSError> SaveOperation::run() {
+Ref<NSError> SaveOperation::run() try {
     owner_.processPendingChanges();
     for (std::size_t at = 0; at < context_.changed.size(); ++at) Ref<NSManagedObject>(context_.changed[at])->willSave(); // which may change more
     if (auto error = validate()) return error;
@@ -40,6 +40,8 @@ Ref<NSError> SaveOperation::run() {
     }
     settle();
     return nullptr;
+} catch (ErrorException const& failure) { // what had to be read for it could not be
+    return failure.error();
 }
 
 Ref<NSError> SaveOperation::validate() {

@@ -19,12 +19,14 @@ struct StoreQuery {
     std::span<Ref<NSSortDescriptor> const> sortDescriptors;
     std::size_t limit = 0; // 0: no limit
     std::size_t offset = 0;
+    bool wantsKeysOnly = false; // a complete answer may give `keys` in place of `rows`
 };
 
 /// A store's answer: `complete` when the store applied predicate, order, limit and offset; otherwise `rows` holds at least
 /// every record that fits and the asker filters, sorts and cuts.
 struct StoreAnswer {
     std::vector<RowRef> rows;
+    std::vector<RecordKey> keys;
     bool complete = true;
 };
 

@@ -152,7 +152,8 @@ void SQLiteReader::fetch(StoreQuery const& query, StoreAnswer& answer) {
     answer.complete =
         (!query.predicate || translation.addPredicate(*query.predicate)) && translation.addOrder(query.sortDescriptors);
     bool const isCut = answer.complete && (query.limit != 0 || query.offset != 0);
-    bool const byKeys = !isCut && decoder.expectsCached();
+    bool const keysOnly = query.wantsKeysOnly && answer.complete;
+    bool const byKeys = keysOnly || (!isCut && decoder.expectsCached());
     auto const condition = conditionOf(query, translation);
     auto sql = fmt::format("SELECT {} FROM {} AS t0{}{}", byKeys ? "t0.id, t0.version" : decoder.columns(),
                            schema_.tableOf(*query.entity).name, translation.joins(), condition);
@@ -165,7 +166,10 @@ void SQLiteReader::fetch(StoreQuery const& query, StoreAnswer& answer) {
     }
     auto const run = [&](SQLite::Statement& statement) {
         bindAll(statement, arguments);
-        byKeys ? readByKeys(statement, query, answer.rows) : decoder.readAll(statement, answer.rows);
+        if (keysOnly)
+            while (statement.step()) answer.keys.push_back(statement.integer(0));
+        else
+            byKeys ? readByKeys(statement, query, answer.rows) : decoder.readAll(statement, answer.rows);
     };
     std::optional<SmallCache> smallCache;
     if (!query.predicate && !isCut && mayBeLong(*query.entity)) smallCache.emplace(connection_);
@@ -173,7 +177,7 @@ void SQLiteReader::fetch(StoreQuery const& query, StoreAnswer& answer) {
         run(*connection_.use(sql));
     else
         run(*std::make_unique<SQLite::Statement>(connection_, sql));
-    if (!isCut) decoder.noteCount(answer.rows.size());
+    if (!isCut && !keysOnly) decoder.noteCount(answer.rows.size());
 }
 
 /// By the span of the keys: their number would cost a scan.

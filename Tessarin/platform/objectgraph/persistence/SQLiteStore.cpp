@@ -91,7 +91,7 @@ Ref<NSError> SQLiteStore::save(std::span<Ref<ChangeSet const> const> const sets,
 
 Ref<NSError> SQLiteStore::fetch(StoreQuery const& query, StoreAnswer& answer) {
     auto error = caught([&] { impl_->readers->lease()->fetch(query, answer); });
-    if (error) answer.rows.clear();
+    if (error) answer = {};
     return error;
 }
 

@@ -37,6 +37,17 @@ public:
     bool returnsObjectsAsFaults() const noexcept { return returnsObjectsAsFaults_; }
     void setReturnsObjectsAsFaults(bool returns) noexcept { returnsObjectsAsFaults_ = returns; }
 
+    /// How many objects `fetchObjects` makes at a time; 0, all. A plain list of results has all of them anyway.
+    std::size_t fetchBatchSize() const noexcept { return fetchBatchSize_; }
+    void setFetchBatchSize(std::size_t size) noexcept { fetchBatchSize_ = size; }
+    /// Whether unsaved changes of the context and its ancestors count; true unless set. Without, the result is what the store
+    /// holds; objects that are in memory still show their unsaved values.
+    bool includesPendingChanges() const noexcept { return includesPendingChanges_; }
+    void setIncludesPendingChanges(bool includes) noexcept { includesPendingChanges_ = includes; }
+    /// Relationships that are read with the results, for all of them at once; key paths lead on from there ("author.publisher").
+    std::vector<std::string> const& relationshipKeyPathsForPrefetching() const noexcept { return prefetched_; }
+    void setRelationshipKeyPathsForPrefetching(std::vector<std::string> keyPaths) { prefetched_ = std::move(keyPaths); }
+
     std::string description() const override;
 
 protected:
@@ -51,7 +62,10 @@ private:
     std::size_t fetchLimit_ = 0;
     std::size_t fetchOffset_ = 0;
     bool includesSubentities_ = true;
+    std::size_t fetchBatchSize_ = 0;
+    std::vector<std::string> prefetched_;
     bool returnsObjectsAsFaults_ = true;
+    bool includesPendingChanges_ = true;
 };
 
 } // namespace Tessarin

@@ -1,0 +1,81 @@
+#pragma once
+#include "Tessarin/Export.h"
+#include "Tessarin/platform/objectgraph/context/NSManagedObject.h"
+#include <iterator>
+
+namespace Tessarin {
+
+/// The results of a fetch as a list that keeps 8 bytes for each and makes objects where it is looked at, the request's
+/// `fetchBatchSize` at a time: for tables that show a part of very many records. Which records there are was settled by the
+/// fetch; their values are those of the moment at which each is looked at. A record that was deleted since is an object whose
+/// record is gone. On the queue of its context; an object stays while somebody keeps it.
+///
+///     request->setFetchBatchSize(100);
+///     auto const books = context->fetchObjects(*request, error);
+///     for (auto const& book : books) print(book->valueForKey("title"));
+class TESSARIN_API FetchedObjects {
+public:
+    class Iterator;
+
+    FetchedObjects() = default;
+
+    std::size_t size() const noexcept { return keys_.size(); }
+    bool empty() const noexcept { return keys_.empty(); }
+    /// `at` is less than `size()`; fatal otherwise. Keeps the batch of that object until another is asked for.
+    Ref<NSManagedObject> operator[](std::size_t at) const;
+    /// As a T; null when it is none.
+    template <class T> Ref<T> at(std::size_t place) const { return std::dynamic_pointer_cast<T>((*this)[place]); }
+    Iterator begin() const;
+    Iterator end() const;
+
+private:
+    friend class NSManagedObjectContext;
+
+    ContextLinkRef link_;
+    NSEntityDescription const* entity_ = nullptr;
+    std::vector<RecordKey> keys_;
+    std::vector<std::pair<std::size_t, Ref<NSManagedObject>>> unsaved_; // by place: their keys will change
+    std::size_t batchSize_ = 1;
+    mutable std::size_t first_ = 0; // of the batch that is kept
+    mutable std::vector<Ref<NSManagedObject>> batch_;
+};
+
+class FetchedObjects::Iterator {
+public:
+    using iterator_category = std::input_iterator_tag; // dereferencing makes what it gives
+    using iterator_concept = std::random_access_iterator_tag;
+    using value_type = Ref<NSManagedObject>;
+    using difference_type = std::ptrdiff_t;
+    using reference = Ref<NSManagedObject>;
+    using pointer = void;
+
+    Iterator() = default;
+    Iterator(FetchedObjects const& list, difference_type at) noexcept : list_(&list), at_(at) {}
+
+    reference operator*() const { return (*list_)[static_cast<std::size_t>(at_)]; }
+    reference operator[](difference_type offset) const { return *(*this + offset); }
+    Iterator& operator+=(difference_type offset) noexcept {
+        at_ += offset;
+        return *this;
+    }
+    Iterator& operator-=(difference_type offset) noexcept { return *this += -offset; }
+    Iterator& operator++() noexcept { return *this += 1; }
+    Iterator& operator--() noexcept { return *this -= 1; }
+    Iterator operator++(int) noexcept { return std::exchange(*this, *this + 1); }
+    Iterator operator--(int) noexcept { return std::exchange(*this, *this - 1); }
+    friend Iterator operator+(Iterator it, difference_type offset) noexcept { return it += offset; }
+    friend Iterator operator+(difference_type offset, Iterator it) noexcept { return it += offset; }
+    friend Iterator operator-(Iterator it, difference_type offset) noexcept { return it -= offset; }
+    friend difference_type operator-(Iterator const& a, Iterator const& b) noexcept { return a.at_ - b.at_; }
+    friend bool operator==(Iterator const& a, Iterator const& b) noexcept { return a.at_ == b.at_; }
+    friend auto operator<=>(Iterator const& a, Iterator const& b) noexcept { return a.at_ <=> b.at_; }
+
+private:
+    FetchedObjects const* list_ = nullptr;
+    difference_type at_ = 0;
+};
+
+inline FetchedObjects::Iterator FetchedObjects::begin() const { return {*this, 0}; }
+inline FetchedObjects::Iterator FetchedObjects::end() const { return {*this, static_cast<std::ptrdiff_t>(size())}; }
+
+} // namespace Tessarin

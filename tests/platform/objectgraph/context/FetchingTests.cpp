@@ -1,0 +1,111 @@
+// Fetch requests beyond predicate and order: batches, prefetched relationships, and a store that cannot be read for a while.
+#include "Library.h"
+#include "Tessarin/platform/sqlite/Connection.h"
+#include <ranges>
+
+using namespace Tessarin;
+using namespace Tessarin::tests;
+
+namespace {
+
+class Fetching : public ::testing::TestWithParam<char const*> {
+protected:
+    void SetUp() override {
+        for (int number = 0; number < 50; ++number) {
+            auto const author = inserted(*library.root, "Author", {{"name", "A" + std::to_string(number / 10)}});
+            auto const book = inserted(*library.root, "Book", {{"title", std::to_string(100 + number)}, {"author", Value(author)}});
+            inserted(*library.root, "Chapter", {{"title", "I of " + std::to_string(100 + number)}, {"book", Value(book)}});
+        }
+        ASSERT_TRUE(saves(*library.root));
+        library.root->reset();
+        request->setSortDescriptors({NSSortDescriptor::sortDescriptorWithKey("title", {.ascending = false})});
+    }
+
+    Library library{GetParam()};
+    Ref<NSManagedObjectContext> worker = library.worker();
+    Ref<NSFetchRequest> request = make<NSFetchRequest>("Book");
+    Ref<NSError> error;
+};
+INSTANTIATE_TEST_SUITE_P(Stores, Fetching, ::testing::Values("InMemory", "SQLite"), [](auto const& each) { return std::string(each.param); });
+
+class FetchingFromSQLite : public Fetching {
+protected:
+    /// Another program's hand on the file.
+    void execute(char const* sql) { SQLite::Connection(library.folder.URLByAppendingPathComponent("library.db").path()).execute(sql); }
+};
+INSTANTIATE_TEST_SUITE_P(Stores, FetchingFromSQLite, ::testing::Values("SQLite"), [](auto const& each) { return std::string(each.param); });
+
+std::string titleOf(Ref<NSManagedObject> const& book) { return book->valueForKey("title").description(); }
+
+} // namespace
+
+TEST_P(Fetching, AListInBatchesMakesTheObjectsWhereItIsLookedAt) {
+    request->setFetchBatchSize(7);
+    auto const books = worker->fetchObjects(*request, error);
+    ASSERT_EQ(books.size(), 50u);
+    EXPECT_EQ(worker->registeredObjects().size(), 0u);
+    EXPECT_EQ(titleOf(books[49]), "100");
+    EXPECT_EQ(worker->registeredObjects().size(), 1u) << "the last batch holds one";
+    auto const first = books[0];
+    EXPECT_EQ(titleOf(first), "149");
+    EXPECT_EQ(worker->registeredObjects().size(), 7u) << "the batch before was let go";
+    EXPECT_EQ(books[0], first);
+
+    std::string titles;
+    for (auto const& book : books | std::views::drop(40) | std::views::take(3)) titles += titleOf(book) + " ";
+    EXPECT_EQ(titles, "109 108 107 ");
+    EXPECT_EQ(std::ranges::find(books, first) - books.begin(), 0);
+}
+
+TEST_P(Fetching, AListInBatchesCountsUnsavedChangesAndOutlivesTheirSave) {
+    auto const added = inserted(*worker, "Book", {{"title", "140b"}});
+    fetched(*worker, "Book", where("title == %@", "149"))[0]->setValueForKey("000", "title");
+    request->setFetchBatchSize(10);
+    auto const books = worker->fetchObjects(*request, error);
+    ASSERT_EQ(books.size(), 51u);
+    ASSERT_TRUE(saves(*worker));
+    EXPECT_EQ(titleOf(books[0]), "148");
+    EXPECT_EQ(books[8], added) << "under the place of its temporary key";
+    EXPECT_EQ(titleOf(books[50]), "000");
+
+    inserted(*worker, "Book", {{"title", "999"}});
+    request->setIncludesPendingChanges(false);
+    EXPECT_EQ(worker->executeFetchRequest(*request, error).size(), 50u) << "in the store";
+}
+
+TEST_P(FetchingFromSQLite, WhatWasPrefetchedIsReadWithTheResultsAndNothingElseIs) {
+    request->setRelationshipKeyPathsForPrefetching({"author.awards", "chapters"});
+    auto const books = worker->executeFetchRequest(*request, error);
+    ASSERT_EQ(books.size(), 50u) << error->description();
+    execute("ALTER TABLE Author RENAME TO Hidden; ALTER TABLE Chapter RENAME TO HiddenChapter; ALTER TABLE Award RENAME TO HiddenAward");
+    EXPECT_EQ(books[9]->valueForKey("author").objectAs<NSManagedObject>()->valueForKey("name"), Value("A4"));
+    EXPECT_EQ(members(*books[9], "chapters"), "I of 140");
+    EXPECT_EQ(members(*books[9]->valueForKey("author").objectAs<NSManagedObject>(), "awards"), "");
+
+    request->setRelationshipKeyPathsForPrefetching({"title"});
+    EXPECT_EQ(worker->executeFetchRequest(*request, error).size(), 0u);
+    EXPECT_TRUE(error && error->localizedDescription().find("\"title\"") != std::string::npos);
+}
+
+TEST_P(FetchingFromSQLite, AFailureToReadIsThrownAndTakesNothingForMissing) {
+    auto const books = worker->executeFetchRequest(*request, error);
+    auto const author = books[0]->valueForKey("author").objectAs<NSManagedObject>();
+    ASSERT_TRUE(author->isFault());
+    execute("ALTER TABLE Author RENAME TO Hidden; ALTER TABLE Chapter RENAME TO HiddenChapter");
+    EXPECT_THROW(author->valueForKey("name"), ErrorException);
+    EXPECT_THROW(books[0]->valueForKey("chapters"), ErrorException);
+    EXPECT_TRUE(author->isFault());
+    EXPECT_FALSE(worker->existingObjectWithID(*author->objectID(), error));
+    EXPECT_TRUE(error);
+    execute("ALTER TABLE Hidden RENAME TO Author; ALTER TABLE HiddenChapter RENAME TO Chapter");
+    EXPECT_EQ(author->valueForKey("name"), Value("A4"));
+    EXPECT_EQ(members(*books[0], "chapters"), "I of 149");
+}
+
+TEST_P(FetchingFromSQLite, ANumberWiderThanItsTypeIsReadAsItStands) {
+    execute("UPDATE Book SET year = 123456789012 WHERE title = '149'");
+    auto const books = worker->executeFetchRequest(*request, error);
+    EXPECT_EQ(books[0]->valueForKey("year"), Value(std::int64_t{123456789012}));
+    EXPECT_EQ(titleOf(books[0]), "149");
+    EXPECT_EQ(books[1]->valueForKey("year"), Value(1900));
+}
