@@ -45,7 +45,7 @@ void Checksum::addBook(std::string_view code, std::string_view title, std::int64
 void Checksum::addLink(std::string_view book, std::string_view tag) { sum_ += RecordHash('L').add(book).add(tag).value(); }
 
 std::uint64_t checksumOfFile(std::string const& file) {
-    RawDatabase database(file, RawDatabase::Synchronous::Normal);
+    RawDatabase database(file, Synchronous::Normal);
     auto integrity = database.prepare("PRAGMA integrity_check");
     integrity.step();
     if (integrity.text(0) != "ok") throw std::runtime_error(fmt::format("{} is damaged: {}", file, integrity.text(0)));

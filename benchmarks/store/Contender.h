@@ -1,6 +1,7 @@
 #pragma once
 #include "benchmarks/store/Library.h"
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace Tessarin::benchmarks {
@@ -13,14 +14,29 @@ struct Reading {
 
 /// What all rows start from, made once.
 struct Workload {
-    Library library;
-    std::string json; // of its first `imported` books
-    std::size_t imported = 50'000;
-    std::string folder; // temporary
+    explicit Workload(std::size_t books);
+
+    Library library; // what a filled file holds
+    std::vector<Library::Book> more; // 10,000 books to come
+    std::string json; // of the library's first `imported` books
+    std::size_t imported;
 };
 
+/// Every book of these years is what the rows that change or delete work on: 10,000 of 100,000, and 11,000.
+inline constexpr int changedBefore = 1934, batchedBefore = 1935;
+/// What W7 makes of a book.
+inline constexpr char const* changedTitle = "Collected edition, revised";
+inline double changedPrice(double price) { return price + 1; }
+/// What W7b makes of all books.
+inline constexpr double batchedPrice = 1.5;
+
+/// How often the rows that give the mean of several runs repeat their work.
+inline constexpr int repeats = 20;
+
+enum class Synchronous { Normal, Full };
+
 /// One way of storing the library. Each function is one run of one row on a freshly opened file; opening it is outside the
-/// time, and everything from the first statement or object to the end of the commit is inside.
+/// time, and everything from the first statement or object to the end of the commit is inside. Times are in ms.
 class Contender {
 public:
     virtual ~Contender() = default;
@@ -28,29 +44,44 @@ public:
 
     /// W1: the whole library into an empty file, one save. FULL.
     virtual Reading insertAll(Workload const& work, std::string const& file) = 0;
-    /// W3: every book, five attributes of each.
-    virtual Reading readAll(Workload const& work, std::string const& file) = 0;
+    /// W2, W13: the first `count` of `more` into a filled file, a save after each `share` of them. FULL.
+    virtual Reading insertMore(Workload const& work, std::string const& file, std::size_t count, std::size_t share) = 0;
+    /// W3: every book, five attributes of each. W3b: the time of the second reading of the same session.
+    enum class Pass { First, Second };
+    virtual Reading readAll(Workload const& work, std::string const& file, Pass timed) = 0;
+    /// W4: 10,000 look-ups by code, two attributes of each.
+    virtual Reading findByCode(Workload const& work, std::string const& file) = 0;
+    /// W5: price > 50 and title contains "foo", latest year first, then by code, the first 100; mean.
+    virtual Reading findAndSort(Workload const& work, std::string const& file) = 0;
     /// W6: every book, its author's name.
     virtual Reading walkToAuthors(Workload const& work, std::string const& file) = 0;
+    /// W7: the books before `changedBefore` are read, and each gets a title, a price and a new inPrint. FULL.
+    virtual Reading changeBooks(Workload const& work, std::string const& file) = 0;
+    /// W8: the books before `changedBefore` are read, and each is deleted with its links. FULL.
+    virtual Reading deleteBooks(Workload const& work, std::string const& file) = 0;
+    /// W9: how many books there are, and how many with price > 50; mean.
+    virtual Reading countBooks(Workload const& work, std::string const& file) = 0;
     /// W10: books from JSON text into an empty file, the author found by name or made. FULL.
     virtual Reading importJSON(Workload const& work, std::string const& file) = 0;
+    /// W11: opening the file, a look-up by code, the author's name. In a process of its own.
+    virtual Reading openAndFind(std::string const& code, std::string const& file) = 0;
     /// W12: MiB that all books add to the resident memory while they are held with five attributes each. In a process
     /// of its own.
     virtual Reading residentBooks(std::string const& file) = 0;
+
+    // One statement for many records; nothing for a contender that has no such operation. FULL.
+    /// W7b: the books before `batchedBefore` get `batchedPrice` and are not in print.
+    virtual std::optional<Reading> updateInBatch(Workload const&, std::string const&) { return {}; }
+    /// W8b: the books before `batchedBefore` are deleted with their links.
+    virtual std::optional<Reading> deleteInBatch(Workload const&, std::string const&) { return {}; }
 };
 
-std::unique_ptr<Contender> makeRaw();
 std::unique_ptr<Contender> makeOurs();
-
-/// W14: a worker saves 25,000 books five times while the main thread serves its queue: the longest time, in ms, that one turn
-/// of the main queue took. FULL. The checksum is of `library`, whose books these are.
-Reading longestMainQueueHold(Library const& library, std::string const& file);
-
-/// W12 in a new process, which is this program with `--resident CONTENDER FILE`.
-Reading residentInChild(Contender& contender, Workload const& work, std::string const& file);
-/// What that process does: prints the figure and the checksum.
-int measureResident(std::string const& contender, std::string const& file);
-/// MiB of this process that are in memory now.
-double residentMiB();
+std::unique_ptr<Contender> makeRaw();
+// Null where the peer is not installed.
+std::unique_ptr<Contender> makeSQLiteCpp();
+std::unique_ptr<Contender> makeQtSQL();
+/// All that there are: ours, raw SQLite, then the peers.
+std::vector<std::unique_ptr<Contender>> makeContenders();
 
 } // namespace Tessarin::benchmarks

@@ -92,14 +92,21 @@ std::string booksAsJSON(Library const& library, std::size_t count) {
     return json + "]";
 }
 
-std::uint64_t checksumOf(Library const& library) {
+std::vector<std::string> codesToFind(Library const& library) {
+    std::vector<std::string> codes;
+    for (std::size_t i = 0; i < 10'000; ++i) codes.push_back(library.books[i * 7919 % library.books.size()].code);
+    return codes;
+}
+
+std::uint64_t checksumOf(Library const& library, std::span<Library::Book const> more) {
     Checksum sum;
     for (auto const& author : library.authors) sum.addAuthor(author.name, author.birth, author.rating);
     for (auto const& tag : library.tags) sum.addTag(tag);
-    for (auto const& book : library.books) {
-        sum.addBook(book.code, book.title, book.year, book.price, book.inPrint, library.authors[book.author].name);
-        for (auto const tag : book.tags) sum.addLink(book.code, library.tags[tag]);
-    }
+    for (auto const& books : {std::span(library.books), more})
+        for (auto const& book : books) {
+            sum.addBook(book.code, book.title, book.year, book.price, book.inPrint, library.authors[book.author].name);
+            for (auto const tag : book.tags) sum.addLink(book.code, library.tags[tag]);
+        }
     return sum.value();
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -32,6 +33,9 @@ struct Library {
 /// The first `count` books as a JSON array of dictionaries, each with its author as a nested one; without tags.
 std::string booksAsJSON(Library const& library, std::size_t count);
 
+/// What W4 looks for: 10,000 codes of books all over the library.
+std::vector<std::string> codesToFind(Library const& library);
+
 /// A sum over records that does not depend on their order: equal for two stores exactly when they hold the same.
 class Checksum {
 public:
@@ -46,8 +50,8 @@ private:
     std::uint64_t sum_ = 0;
 };
 
-/// Of the whole library.
-std::uint64_t checksumOf(Library const& library);
+/// Of the whole library, and of books that came later.
+std::uint64_t checksumOf(Library const& library, std::span<Library::Book const> more = {});
 /// Of what `booksAsJSON` says.
 std::uint64_t checksumOfJSON(Library const& library, std::size_t count);
 /// Of a store's file, read with plain SQL: both sides name their tables and columns alike. Fails the program when damaged.
@@ -56,7 +60,11 @@ std::uint64_t checksumOfFile(std::string const& file);
 /// What a row that only reads sums up: cheap, so that it does not drown what is measured, but no property can be left unread.
 struct ReadSum {
     std::uint64_t value = 0;
-    void add(std::string_view text) { value += text.size() + static_cast<unsigned char>(text.back()) * 31u; }
+    template <class Text>
+        requires requires(Text const& text) { text.size(), text.back(); }
+    void add(Text const& text) {
+        value += static_cast<std::uint64_t>(text.size()) + static_cast<unsigned char>(text.back()) * 31u;
+    }
     void add(std::int64_t number) { value += static_cast<std::uint64_t>(number) * 7u; }
     void add(double number) { value += static_cast<std::uint64_t>(number * 100 + 0.5) * 3u; }
     void add(bool truth) { value += truth ? 11u : 5u; }

@@ -1,7 +1,7 @@
 // W14: how long a save holds up the main queue, seen as a toolkit's event loop sees it.
 #include "Tessarin/platform/queues/Group.h"
 #include "Tessarin/platform/queues/MainQueue.h"
-#include "benchmarks/store/Contender.h"
+#include "benchmarks/store/OurRows.h"
 #include "benchmarks/store/OurModel.h"
 #include "benchmarks/support/Report.h"
 
@@ -41,7 +41,7 @@ void saveUpwards(Stack const& stack, dispatch_group_t const& pending) {
 Reading longestMainQueueHold(Library const& library, std::string const& file) {
     double longest = 0;
     {
-        Stack const stack(file, Stack::Synchronous::Full);
+        Stack const stack(file, Synchronous::Full);
         auto const worker = stack.makeWorker();
         auto const pending = dispatch_group_create();
         std::unique_ptr<LibraryInserter> inserter;
@@ -49,8 +49,8 @@ Reading longestMainQueueHold(Library const& library, std::string const& file) {
         auto const share = library.books.size() / batches;
         for (std::size_t batch = 0; batch < batches; ++batch)
             worker->performBlock([&, batch] {
-                if (!inserter) inserter = std::make_unique<LibraryInserter>(*worker, library);
-                inserter->insertBooks(batch * share, share);
+                if (!inserter) inserter = std::make_unique<LibraryInserter>(*worker, library, LibraryInserter::Start::Empty);
+                inserter->insertBooks(std::span(library.books).subspan(batch * share, share));
                 saveOrThrow(*worker);
                 saveUpwards(stack, pending);
                 if (batch + 1 < batches) return;

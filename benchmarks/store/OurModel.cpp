@@ -83,19 +83,34 @@ void saveOrThrow(NSManagedObjectContext& context) {
     if (!context.save(error)) throw ErrorException(error);
 }
 
-LibraryInserter::LibraryInserter(NSManagedObjectContext& worker, Library const& library) : worker_(worker), library_(library) {
+LibraryInserter::LibraryInserter(NSManagedObjectContext& worker, Library const& library, Start start) : worker_(worker) {
+    if (start == Start::Empty)
+        insertAuthorsAndTags(library);
+    else
+        findAuthorsAndTags(library);
+}
+
+void LibraryInserter::insertAuthorsAndTags(Library const& library) {
     for (auto const& each : library.authors) {
-        auto const& author = authors_.emplace_back(worker.insertObject<Author>());
+        auto const& author = authors_.emplace_back(worker_.insertObject<Author>());
         author->set<std::string_view>(Author::name, each.name);
         author->set(Author::birth, NSDate::dateWithTimeIntervalSinceReferenceDate(each.birth));
         author->set(Author::rating, each.rating);
     }
-    for (auto const& name : library.tags) tags_.emplace_back(worker.insertObject<Tag>())->set<std::string_view>(Tag::name, name);
+    for (auto const& name : library.tags) tags_.emplace_back(worker_.insertObject<Tag>())->set<std::string_view>(Tag::name, name);
 }
 
-void LibraryInserter::insertBooks(std::size_t first, std::size_t count) {
-    for (auto i = first; i < first + count; ++i) {
-        auto const& each = library_.books[i];
+void LibraryInserter::findAuthorsAndTags(Library const& library) {
+    std::unordered_map<std::string_view, Ref<Author>> authors;
+    for (auto const& author : worker_.allObjects<Author>()) authors.emplace(author->get(Author::name), author);
+    for (auto const& author : library.authors) authors_.push_back(authors.at(author.name));
+    std::unordered_map<std::string_view, Ref<Tag>> tags;
+    for (auto const& tag : worker_.allObjects<Tag>()) tags.emplace(tag->get(Tag::name), tag);
+    for (auto const& tag : library.tags) tags_.push_back(tags.at(tag));
+}
+
+void LibraryInserter::insertBooks(std::span<Library::Book const> books) {
+    for (auto const& each : books) {
         auto const book = worker_.insertObject<Book>();
         book->set<std::string_view>(Book::code, each.code);
         book->set<std::string_view>(Book::title, each.title);

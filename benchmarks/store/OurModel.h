@@ -1,6 +1,7 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/context/NSManagedObjectContext.h"
-#include "benchmarks/store/Library.h"
+#include "benchmarks/store/Contender.h"
+#include <span>
 
 namespace Tessarin::benchmarks {
 
@@ -62,7 +63,6 @@ private:
 /// A store's file with the three levels of contexts that an application has over it.
 class Stack {
 public:
-    enum class Synchronous { Normal, Full };
     Stack(std::string const& file, Synchronous synchronous);
 
     Ref<NSManagedObjectContext> makeWorker() const;
@@ -80,12 +80,16 @@ void saveOrThrow(NSManagedObjectContext& context);
 /// Inserts the library's records into the worker, on its queue.
 class LibraryInserter {
 public:
-    LibraryInserter(NSManagedObjectContext& worker, Library const& library);
-    void insertBooks(std::size_t first, std::size_t count);
+    /// Whether the authors and tags are inserted, too, or looked up.
+    enum class Start { Empty, Filled };
+    LibraryInserter(NSManagedObjectContext& worker, Library const& library, Start start);
+    void insertBooks(std::span<Library::Book const> books);
 
 private:
+    void insertAuthorsAndTags(Library const& library);
+    void findAuthorsAndTags(Library const& library);
+
     NSManagedObjectContext& worker_;
-    Library const& library_;
     std::vector<Ref<Author>> authors_;
     std::vector<Ref<Tag>> tags_;
 };

@@ -1,18 +1,68 @@
 // Our side: the object graph as an application uses it, written through a worker, read in the main context.
 #include "Tessarin/platform/foundation/JSON.h"
-#include "benchmarks/store/Contender.h"
 #include "benchmarks/store/OurModel.h"
-#include "benchmarks/support/Report.h"
+#include "benchmarks/store/Timing.h"
 
 namespace Tessarin::benchmarks {
 namespace {
 
-void sumUp(ReadSum& sum, Book& book) {
-    sum.add(book.get(Book::code));
-    sum.add(book.get(Book::title));
-    sum.add(book.get(Book::year));
-    sum.add(book.get(Book::price));
-    sum.add(book.get(Book::inPrint));
+std::uint64_t sumOfAllBooks(std::vector<Ref<Book>> const& books) {
+    ReadSum sum;
+    for (auto const& book : books) {
+        sum.add(book->get(Book::code));
+        sum.add(book->get(Book::title));
+        sum.add(book->get(Book::year));
+        sum.add(book->get(Book::price));
+        sum.add(book->get(Book::inPrint));
+    }
+    return sum.value;
+}
+
+std::vector<Ref<NSManagedObject>> fetch(NSManagedObjectContext& context, NSFetchRequest const& request) {
+    Ref<NSError> error;
+    auto found = context.executeFetchRequest(request, error);
+    if (error) throw ErrorException(error);
+    return found;
+}
+
+std::int64_t count(NSManagedObjectContext& context, NSFetchRequest const& request) {
+    Ref<NSError> error;
+    auto const number = context.countForFetchRequest(request, error);
+    if (error) throw ErrorException(error);
+    return number;
+}
+
+/// One look-up after the other with one request.
+class ByCode {
+public:
+    explicit ByCode(NSManagedObjectContext& context) : context_(context) { request_->setFetchLimit(1); }
+    Ref<Book> find(std::string const& code) {
+        request_->setPredicate(condition_->predicateWithSubstitutionVariables({{"CODE", code}}));
+        return std::static_pointer_cast<Book>(fetch(context_, *request_).front());
+    }
+
+private:
+    NSManagedObjectContext& context_;
+    Ref<NSPredicate> condition_ = NSPredicate::predicateWithFormat("code == $CODE");
+    Ref<NSFetchRequest> request_ = make<NSFetchRequest>("Book");
+};
+
+std::vector<Ref<Book>> booksBefore(NSManagedObjectContext& context, int year) {
+    return context.allObjects<Book>({.predicate = NSPredicate::predicateWithFormat("year < %d", year)});
+}
+
+/// `work` in a worker's queue, and the saves up to the disk.
+Reading written(std::string const& file, auto const& work) {
+    double seconds = 0;
+    {
+        Stack stack(file, Synchronous::Full);
+        auto const worker = stack.makeWorker();
+        seconds = secondsOf([&] {
+            worker->performBlockAndWait([&] { work(*worker); });
+            stack.saveToDisk(*worker);
+        });
+    }
+    return {seconds * 1000, checksumOfFile(file)};
 }
 
 class Ours : public Contender {
@@ -20,61 +70,122 @@ public:
     std::string name() const override { return "ours"; }
 
     Reading insertAll(Workload const& work, std::string const& file) override {
+        return written(file, [&](NSManagedObjectContext& worker) {
+            LibraryInserter(worker, work.library, LibraryInserter::Start::Empty).insertBooks(work.library.books);
+        });
+    }
+
+    Reading insertMore(Workload const& work, std::string const& file, std::size_t count, std::size_t share) override {
         double seconds = 0;
         {
-            Stack stack(file, Stack::Synchronous::Full);
+            Stack stack(file, Synchronous::Full);
             auto const worker = stack.makeWorker();
             seconds = secondsOf([&] {
-                worker->performBlockAndWait(
-                    [&] { LibraryInserter(*worker, work.library).insertBooks(0, work.library.books.size()); });
-                stack.saveToDisk(*worker);
+                std::optional<LibraryInserter> inserter;
+                worker->performBlockAndWait([&] { inserter.emplace(*worker, work.library, LibraryInserter::Start::Filled); });
+                for (std::size_t at = 0; at < count; at += share) {
+                    worker->performBlockAndWait([&] { inserter->insertBooks(std::span(work.more).subspan(at, share)); });
+                    stack.saveToDisk(*worker);
+                }
             });
         }
         return {seconds * 1000, checksumOfFile(file)};
     }
 
-    Reading readAll(Workload const&, std::string const& file) override {
-        Stack const stack(file, Stack::Synchronous::Normal);
-        ReadSum sum;
-        auto const seconds = secondsOf([&] {
-            for (auto const& book : stack.main->allObjects<Book>()) sumUp(sum, *book);
+    Reading readAll(Workload const&, std::string const& file, Pass timed) override {
+        Stack const stack(file, Synchronous::Normal);
+        auto const pass = [&] { return sumOfAllBooks(stack.main->allObjects<Book>()); };
+        if (timed == Pass::Second) pass();
+        return timedInMs(pass);
+    }
+
+    Reading findByCode(Workload const& work, std::string const& file) override {
+        Stack const stack(file, Synchronous::Normal);
+        return timedInMs([&, codes = codesToFind(work.library)] {
+            ReadSum sum;
+            ByCode books(*stack.main);
+            for (auto const& code : codes) {
+                auto const book = books.find(code);
+                sum.add(book->get(Book::title));
+                sum.add(book->get(Book::price));
+            }
+            return sum.value;
         });
-        return {seconds * 1000, sum.value};
+    }
+
+    Reading findAndSort(Workload const&, std::string const& file) override {
+        Stack const stack(file, Synchronous::Normal);
+        return meanInMs([&, request = Ref<NSFetchRequest>()]() mutable {
+            if (!request) {
+                request = make<NSFetchRequest>("Book");
+                request->setPredicate(NSPredicate::predicateWithFormat("price > %f AND title CONTAINS %@", 50.0, "foo"));
+                request->setSortDescriptors({NSSortDescriptor::sortDescriptorWithKey("year", {.ascending = false}),
+                                             NSSortDescriptor::sortDescriptorWithKey("code")});
+                request->setFetchLimit(100);
+            }
+            ReadSum sum;
+            for (auto const& book : fetch(*stack.main, *request)) sum.add(static_cast<Book&>(*book).get(Book::code));
+            return sum.value;
+        });
     }
 
     Reading walkToAuthors(Workload const&, std::string const& file) override {
-        Stack const stack(file, Stack::Synchronous::Normal);
-        ReadSum sum;
-        auto const seconds = secondsOf([&] {
+        Stack const stack(file, Synchronous::Normal);
+        return timedInMs([&] {
+            ReadSum sum;
             for (auto const& book : stack.main->allObjects<Book>()) sum.add(book->get(Book::author)->get(Author::name));
+            return sum.value;
         });
-        return {seconds * 1000, sum.value};
+    }
+
+    Reading changeBooks(Workload const&, std::string const& file) override {
+        return written(file, [](NSManagedObjectContext& worker) {
+            for (auto const& book : booksBefore(worker, changedBefore)) {
+                book->set<std::string_view>(Book::title, changedTitle);
+                book->set(Book::price, changedPrice(book->get(Book::price)));
+                book->set(Book::inPrint, !book->get(Book::inPrint));
+            }
+        });
+    }
+
+    Reading deleteBooks(Workload const&, std::string const& file) override {
+        return written(file, [](NSManagedObjectContext& worker) {
+            for (auto const& book : booksBefore(worker, changedBefore)) worker.deleteObject(*book);
+        });
+    }
+
+    Reading countBooks(Workload const&, std::string const& file) override {
+        Stack const stack(file, Synchronous::Normal);
+        auto const all = make<NSFetchRequest>("Book"), dear = make<NSFetchRequest>("Book");
+        dear->setPredicate(NSPredicate::predicateWithFormat("price > %f", 50.0));
+        return meanInMs(
+            [&] { return static_cast<std::uint64_t>(count(*stack.main, *all) + count(*stack.main, *dear) * 1'000'000); });
     }
 
     Reading importJSON(Workload const& work, std::string const& file) override {
-        double seconds = 0;
-        {
-            Stack stack(file, Stack::Synchronous::Full);
-            auto const worker = stack.makeWorker();
-            seconds = secondsOf([&] {
-                worker->performBlockAndWait([&] {
-                    KnownAuthors const authors(*worker);
-                    auto const books = JSON::parse(work.json);
-                    for (auto const& book : books.list()) worker->insertObject<Book>()->importDictionary(book.dictionary());
-                });
-                stack.saveToDisk(*worker);
-            });
-        }
-        return {seconds * 1000, checksumOfFile(file)};
+        return written(file, [&](NSManagedObjectContext& worker) {
+            KnownAuthors const authors(worker);
+            auto const books = JSON::parse(work.json);
+            for (auto const& book : books.list()) worker.insertObject<Book>()->importDictionary(book.dictionary());
+        });
+    }
+
+    Reading openAndFind(std::string const& code, std::string const& file) override {
+        std::optional<Stack> stack; // closed outside the time
+        return timedInMs([&] {
+            stack.emplace(file, Synchronous::Normal);
+            ReadSum sum;
+            sum.add(ByCode(*stack->main).find(code)->get(Book::author)->get(Author::name));
+            return sum.value;
+        });
     }
 
     Reading residentBooks(std::string const& file) override {
-        Stack const stack(file, Stack::Synchronous::Normal);
+        Stack const stack(file, Synchronous::Normal);
         auto const before = residentMiB();
         auto const held = stack.main->allObjects<Book>();
-        ReadSum sum;
-        for (auto const& book : held) sumUp(sum, *book);
-        return {residentMiB() - before, sum.value};
+        auto const sum = sumOfAllBooks(held);
+        return {residentMiB() - before, sum};
     }
 };
 

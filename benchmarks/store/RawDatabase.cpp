@@ -13,25 +13,6 @@ RawDatabase::RawDatabase(std::string const& file, Synchronous synchronous) {
     execute("PRAGMA cache_size = -8192");
 }
 
-RawDatabase RawDatabase::create(std::string const& file, Synchronous synchronous) {
-    RawDatabase database(file, synchronous);
-    // Each relationship is indexed in both directions. The indexes exist before the rows, as in any application whose
-    // store lives longer than its first import.
-    database.execute(
-        "BEGIN;"
-        "CREATE TABLE Author (id INTEGER PRIMARY KEY, name TEXT, birth REAL, rating REAL);"
-        "CREATE TABLE Tag (id INTEGER PRIMARY KEY, name TEXT);"
-        "CREATE TABLE Book (id INTEGER PRIMARY KEY, code TEXT, title TEXT, year INTEGER, price REAL, inPrint INTEGER, author "
-        "INTEGER);"
-        "CREATE TABLE Book_tags (owner INTEGER NOT NULL, member INTEGER NOT NULL, PRIMARY KEY (owner, member)) WITHOUT ROWID;"
-        "CREATE INDEX Author_name ON Author (name);"
-        "CREATE INDEX Book_code ON Book (code);"
-        "CREATE INDEX Book_author ON Book (author);"
-        "CREATE INDEX Book_tags_member ON Book_tags (member);"
-        "COMMIT");
-    return database;
-}
-
 void RawDatabase::execute(char const* sql) {
     char* message = nullptr;
     if (sqlite3_exec(handle_.get(), sql, nullptr, nullptr, &message) == SQLITE_OK) return;

@@ -1,4 +1,5 @@
 #pragma once
+#include "benchmarks/store/Contender.h"
 #include <cstdint>
 #include <memory>
 #include <sqlite3.h>
@@ -11,6 +12,8 @@ namespace Tessarin::benchmarks {
 /// SQLite as a careful application uses it without any library: what fails throws, and nothing is done twice.
 class RawStatement {
 public:
+    using KeptText = std::string;
+
     RawStatement(sqlite3* database, std::string_view sql) {
         sqlite3_stmt* made = nullptr;
         if (sqlite3_prepare_v3(database, sql.data(), static_cast<int>(sql.size()), SQLITE_PREPARE_PERSISTENT, &made, nullptr) !=
@@ -43,6 +46,8 @@ public:
     }
     std::int64_t integer(int column) const { return sqlite3_column_int64(get(), column); }
     double real(int column) const { return sqlite3_column_double(get(), column); }
+    /// Of the record that was inserted last.
+    std::int64_t lastKey() const { return sqlite3_last_insert_rowid(sqlite3_db_handle(get())); }
 
 private:
     struct Finalize {
@@ -54,16 +59,11 @@ private:
 
 class RawDatabase {
 public:
-    enum class Synchronous { Normal, Full };
-
     /// WAL, 8 MB of page cache, one thread at a time.
     RawDatabase(std::string const& file, Synchronous synchronous);
-    /// An empty file with the tables and indexes of the library.
-    static RawDatabase create(std::string const& file, Synchronous synchronous);
 
     RawStatement prepare(std::string_view sql) { return {handle_.get(), sql}; }
     void execute(char const* sql);
-    std::int64_t lastKey() const { return sqlite3_last_insert_rowid(handle_.get()); }
 
 private:
     struct Close {

@@ -11,9 +11,11 @@ namespace {
 bool hasPeer(Row const& row) { return row.theirs > 0; }
 double judged(Row const& row) { return hasPeer(row) ? row.ours / row.theirs : row.ours; }
 
-bool isMet(Row const& row) {
-    if (row.target == 0) return true;
-    return row.better == Better::Smaller ? judged(row) <= row.target : judged(row) >= row.target;
+bool reaches(Row const& row, double bound) { return row.better == Better::Smaller ? judged(row) <= bound : judged(row) >= bound; }
+bool isMet(Row const& row) { return row.target == 0 || reaches(row, row.target); }
+char const* verdict(Row const& row) {
+    if (!isMet(row)) return "<-- missed";
+    return row.stretch != 0 && reaches(row, row.stretch) ? "stretch" : "";
 }
 
 std::string number(double value) { return value >= 100 ? fmt::format("{:.0f}", value) : fmt::format("{:.3g}", value); }
@@ -22,13 +24,6 @@ std::string number(double value) { return value >= 100 ? fmt::format("{:.0f}", v
 std::string targetText(Row const& row) {
     if (row.target == 0) return "";
     return fmt::format("{} {}{}", row.better == Better::Smaller ? "<=" : ">=", number(row.target), hasPeer(row) ? "x" : "");
-}
-
-std::string line(Row const& row) {
-    auto const peer = hasPeer(row) ? fmt::format("{} {}", row.peer, number(row.theirs)) : std::string{};
-    auto const ratio = hasPeer(row) ? fmt::format("{:.2f}x", judged(row)) : std::string{};
-    return fmt::format("{:<12} {:<38} {:>9} {:<7} {:>28} {:>8} {:>9}  {}\n", row.group, row.row, number(row.ours), row.unit, peer,
-                       ratio, targetText(row), isMet(row) ? "" : "<-- missed");
 }
 
 std::string quoted(std::string_view text) {
@@ -40,13 +35,18 @@ std::string quoted(std::string_view text) {
     return result + '"';
 }
 
-std::string json(Row const& row) {
+std::string json(Row const& row, std::vector<std::string> const& otherPeers) {
+    std::string others;
+    for (std::size_t at = 0; at < row.others.size(); ++at)
+        if (row.others[at])
+            others += fmt::format("{}{}:{:.6g}", others.empty() ? "" : ",", quoted(otherPeers[at]), *row.others[at]);
     auto const orNull = [](bool present, double value) { return present ? fmt::format("{:.6g}", value) : std::string{"null"}; };
-    return fmt::format(R"({{"group":{},"row":{},"unit":{},"better":"{}","ours":{:.6g},"peer":{},"theirs":{},"ratio":{},"target":{},"met":{}}})"
-                       "\n",
-                       quoted(row.group), quoted(row.row), quoted(row.unit), row.better == Better::Smaller ? "smaller" : "larger",
-                       row.ours, quoted(row.peer), orNull(hasPeer(row), row.theirs), orNull(hasPeer(row), judged(row)),
-                       orNull(row.target != 0, row.target), isMet(row));
+    return fmt::format(
+        R"({{"group":{},"row":{},"unit":{},"better":"{}","ours":{:.6g},"peer":{},"theirs":{},"ratio":{},"target":{},"met":{},"stretch":{},"others":{{{}}}}})"
+        "\n",
+        quoted(row.group), quoted(row.row), quoted(row.unit), row.better == Better::Smaller ? "smaller" : "larger", row.ours,
+        quoted(row.peer), orNull(hasPeer(row), row.theirs), orNull(hasPeer(row), judged(row)),
+        orNull(row.target != 0, row.target), isMet(row), orNull(row.stretch != 0, row.stretch), others);
 }
 
 double middle(std::vector<double>& values) {
@@ -57,19 +57,31 @@ double middle(std::vector<double>& values) {
 
 } // namespace
 
-Report::Report(int argc, char** argv) {
+Report::Report(int argc, char** argv, std::vector<std::string> otherPeers) : otherPeers_(std::move(otherPeers)) {
     for (int i = 1; i < argc; ++i) {
         if (std::string_view{argv[i]} == "--json" && i + 1 < argc)
             jsonFile_ = argv[++i];
         else
             names_.emplace_back(argv[i]);
     }
-    std::fputs(fmt::format("{:<12} {:<38} {:>17} {:>28} {:>8} {:>9}\n", "group", "row", "ours", "peer", "ratio", "target").c_str(), stdout);
+    auto head = fmt::format("{:<12} {:<38} {:>17} {:>28} {:>8} {:>9}", "group", "row", "ours", "peer", "ratio", "target");
+    for (auto const& peer : otherPeers_) head += fmt::format(" {:>9}", peer);
+    std::fputs((head + "\n").c_str(), stdout);
 }
 
 bool Report::wants(std::string_view group, std::string_view row) const {
     auto const name = fmt::format("{}/{}", group, row);
     return names_.empty() || std::ranges::any_of(names_, [&](auto const& part) { return name.find(part) != std::string::npos; });
+}
+
+std::string Report::line(Row const& row) const {
+    auto const peer = hasPeer(row) ? fmt::format("{} {}", row.peer, number(row.theirs)) : std::string{};
+    auto const ratio = hasPeer(row) ? fmt::format("{:.2f}x", judged(row)) : std::string{};
+    auto text = fmt::format("{:<12} {:<38} {:>9} {:<7} {:>28} {:>8} {:>9}", row.group, row.row, number(row.ours), row.unit, peer,
+                            ratio, targetText(row));
+    for (std::size_t at = 0; at < otherPeers_.size(); ++at)
+        text += fmt::format(" {:>9}", at < row.others.size() && row.others[at] ? number(*row.others[at]) : "-");
+    return fmt::format("{}  {}\n", text, verdict(row));
 }
 
 void Report::add(Row row) {
@@ -90,7 +102,7 @@ int Report::finish() const {
         return 1;
     }
     bool written = true;
-    for (auto const& row : rows_) written = std::fputs(json(row).c_str(), file) >= 0 && written;
+    for (auto const& row : rows_) written = std::fputs(json(row, otherPeers_).c_str(), file) >= 0 && written;
     return std::fclose(file) == 0 && written ? 0 : 1;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 #include "Tessarin/platform/runtime/FunctionRef.h"
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -19,6 +20,8 @@ struct Row {
     double theirs = 0;
     double target = 0;
     Better better = Better::Smaller;
+    double stretch = 0; // a target that is thought hard to reach; zero: none
+    std::vector<std::optional<double>> others = {}; // figures of the report's other peers, in their order, to be read only
 };
 
 /// Collects rows, prints them as a table in which missed ones are marked, and writes one JSON object a line on request.
@@ -28,7 +31,8 @@ struct Row {
 ///     return report.finish();
 class Report {
 public:
-    Report(int argc, char** argv);
+    /// Each of `otherPeers` gets a column after the target.
+    Report(int argc, char** argv, std::vector<std::string> otherPeers = {});
 
     /// Whether a row is to be measured: true without names on the command line, else when "group/row" contains one of them.
     bool wants(std::string_view group, std::string_view row) const;
@@ -39,6 +43,9 @@ public:
     int finish() const;
 
 private:
+    std::string line(Row const& row) const;
+
+    std::vector<std::string> otherPeers_;
     std::vector<std::string> names_;
     std::string jsonFile_;
     std::vector<Row> rows_;

@@ -1,5 +1,7 @@
-// W12: memory is measured in a process that has done nothing else before.
-#include "benchmarks/store/Contender.h"
+// W11 and W12 are measured in a process that has done nothing else before.
+#include "benchmarks/store/Children.h"
+
+#include "benchmarks/store/Timing.h"
 
 #include <cstdio>
 #include <fmt/format.h>
@@ -42,8 +44,8 @@ std::string outputOfChild(std::vector<std::string> arguments) {
 
 } // namespace
 
-Reading residentInChild(Contender& contender, Workload const&, std::string const& file) {
-    auto const output = outputOfChild({"--resident", contender.name(), file});
+Reading measureInChild(ChildTask task, Contender const& contender, std::string const& file) {
+    auto const output = outputOfChild({"--child", std::to_string(static_cast<int>(task)), contender.name(), file});
     Reading reading;
     unsigned long long checksum = 0;
     if (std::sscanf(output.c_str(), "%lf %llu", &reading.value, &checksum) != 2)
@@ -52,11 +54,16 @@ Reading residentInChild(Contender& contender, Workload const&, std::string const
     return reading;
 }
 
-int measureResident(std::string const& contender, std::string const& file) {
-    auto const side = contender == makeOurs()->name() ? makeOurs() : makeRaw();
-    auto const reading = side->residentBooks(file);
-    fmt::print("{} {}\n", reading.value, reading.checksum);
-    return 0;
+int runChild(std::string const& task, std::string const& contender, std::string const& file) {
+    for (auto* const make : {makeOurs, makeRaw, makeSQLiteCpp, makeQtSQL}) {
+        auto const side = make();
+        if (!side || side->name() != contender) continue;
+        auto const isResident = std::stoi(task) == static_cast<int>(ChildTask::Resident);
+        auto const reading = isResident ? side->residentBooks(file) : side->openAndFind(Library::generate(1).books[0].code, file);
+        fmt::print("{} {}\n", reading.value, reading.checksum);
+        return 0;
+    }
+    throw std::runtime_error("no contender " + contender);
 }
 
 double residentMiB() {

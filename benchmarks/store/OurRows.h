@@ -1,0 +1,15 @@
+#pragma once
+// Rows that only ours can run.
+#include "benchmarks/store/Contender.h"
+
+namespace Tessarin::benchmarks {
+
+/// W14: a worker saves 25,000 books five times while the main thread serves its queue: the longest time, in ms, that one turn
+/// of the main queue took. FULL. The checksum is of `library`, whose books these are.
+Reading longestMainQueueHold(Library const& library, std::string const& file);
+
+/// W15: by how much a worker's look-ups are slower beside a save of the library's books than beside a thread that only keeps a
+/// core busy. FULL. On the main thread; what is looked up, the books in `more`, is saved before.
+Reading slowdownOfFetches(Workload const& work, std::string const& file);
+
+} // namespace Tessarin::benchmarks

@@ -1,0 +1,4 @@
+#include "benchmarks/store/Contender.h"
+namespace Tessarin::benchmarks {
+std::unique_ptr<Contender> makeQtSQL() { return nullptr; }
+} // namespace Tessarin::benchmarks

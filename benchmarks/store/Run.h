@@ -1,0 +1,40 @@
+#pragma once
+#include "benchmarks/store/Session.h"
+#include "benchmarks/support/Report.h"
+
+namespace Tessarin::benchmarks {
+
+struct RunOptions {
+    std::vector<std::string> only; // identifiers of rows; empty: what the report wants
+    bool isScaled = false; // also 1,000,000 books, which takes minutes
+    std::string folder; // exists
+};
+
+/// All rows, in order, into a report.
+class Run {
+public:
+    /// Where the peers begin among the contenders; ours and the raw side stand before them.
+    static constexpr std::size_t firstPeer = 2;
+
+    Run(RunOptions const& options, Session::Contenders const& contenders, Report& report);
+    void measureAll();
+
+private:
+    bool wants(std::string const& id, std::string const& what) const;
+    Session makeSession(std::size_t books, Session::Contenders const& contenders) const;
+    void measure(RowPlan const& plan);
+    void measureGrowth();
+
+    // Rows of ours alone.
+    void addOwn(std::string const& row, char const* unit, double figure, double target, double stretch = 0);
+    void measureMainQueue();
+    void measureFetchesDuringSave();
+
+    RunOptions const& options_;
+    Session::Contenders const& contenders_;
+    Report& report_;
+    Session session_;
+    std::map<std::string, double> ratios_; // ours / raw of the rows measured so far, by identifier
+};
+
+} // namespace Tessarin::benchmarks
