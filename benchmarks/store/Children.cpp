@@ -55,9 +55,9 @@ Reading measureInChild(ChildTask task, Contender const& contender, std::string c
 }
 
 int runChild(std::string const& task, std::string const& contender, std::string const& file) {
-    for (auto* const make : {makeOurs, makeRaw, makeSQLiteCpp, makeQtSQL}) {
-        auto const side = make();
-        if (!side || side->name() != contender) continue;
+    for (auto const& kind : contenderKinds) {
+        if (kind.name != contender) continue;
+        auto const side = kind.make();
         auto const isResident = std::stoi(task) == static_cast<int>(ChildTask::Resident);
         auto const reading = isResident ? side->residentBooks(file) : side->openAndFind(Library::generate(1).books[0].code, file);
         fmt::print("{} {}\n", reading.value, reading.checksum);

@@ -39,8 +39,9 @@ enum class Synchronous { Normal, Full };
 /// time, and everything from the first statement or object to the end of the commit is inside. Times are in ms.
 class Contender {
 public:
+    explicit Contender(char const* name) : name_(name) {}
     virtual ~Contender() = default;
-    virtual std::string name() const = 0;
+    std::string const& name() const { return name_; }
 
     /// W1: the whole library into an empty file, one save. FULL.
     virtual Reading insertAll(Workload const& work, std::string const& file) = 0;
@@ -74,14 +75,22 @@ public:
     virtual std::optional<Reading> updateInBatch(Workload const&, std::string const&) { return {}; }
     /// W8b: the books before `batchedBefore` are deleted with their links.
     virtual std::optional<Reading> deleteInBatch(Workload const&, std::string const&) { return {}; }
+
+private:
+    std::string const name_;
 };
 
 std::unique_ptr<Contender> makeOurs();
 std::unique_ptr<Contender> makeRaw();
-// Null where the peer is not installed.
+// Peers, null where they are not installed.
 std::unique_ptr<Contender> makeSQLiteCpp();
 std::unique_ptr<Contender> makeQtSQL();
-/// All that there are: ours, raw SQLite, then the peers.
-std::vector<std::unique_ptr<Contender>> makeContenders();
+
+/// Ours, the raw side, and the peers after them.
+inline constexpr struct {
+    char const* name;
+    std::unique_ptr<Contender> (*make)();
+} contenderKinds[] = {{"ours", makeOurs}, {"raw SQLite", makeRaw}, {"SQLiteCpp", makeSQLiteCpp}, {"Qt SQL", makeQtSQL}};
+inline constexpr std::size_t firstPeer = 2;
 
 } // namespace Tessarin::benchmarks

@@ -67,7 +67,7 @@ Reading written(std::string const& file, auto const& work) {
 
 class Ours : public Contender {
 public:
-    std::string name() const override { return "ours"; }
+    Ours() : Contender("ours") {}
 
     Reading insertAll(Workload const& work, std::string const& file) override {
         return written(file, [&](NSManagedObjectContext& worker) {

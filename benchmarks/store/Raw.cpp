@@ -3,15 +3,6 @@
 #include "benchmarks/store/SQLContender.h"
 
 namespace Tessarin::benchmarks {
-namespace {
-
-class Raw : public SQLContender<RawDatabase> {
-public:
-    std::string name() const override { return "raw SQLite"; }
-};
-
-} // namespace
-
-std::unique_ptr<Contender> makeRaw() { return std::make_unique<Raw>(); }
+std::unique_ptr<Contender> makeRaw() { return std::make_unique<SQLContender<RawDatabase>>("raw SQLite"); }
 
 } // namespace Tessarin::benchmarks

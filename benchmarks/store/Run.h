@@ -13,9 +13,6 @@ struct RunOptions {
 /// All rows, in order, into a report.
 class Run {
 public:
-    /// Where the peers begin among the contenders; ours and the raw side stand before them.
-    static constexpr std::size_t firstPeer = 2;
-
     Run(RunOptions const& options, Session::Contenders const& contenders, Report& report);
     void measureAll();
 

@@ -9,6 +9,8 @@ namespace Tessarin::benchmarks {
 /// file with WAL and 8 MB of page cache.
 template <class Database> class SQLContender : public Contender {
 public:
+    using Contender::Contender;
+
     Reading insertAll(Workload const& work, std::string const& file) override {
         return written(file, Start::Empty, [&](Database& database) {
             sql::inTransaction(database, [&] {

@@ -10,6 +10,7 @@ using Figures = std::vector<std::optional<double>>;
 /// One size of library, and the files that hold it. Checks every checksum.
 class Session {
 public:
+    /// Null ones are left out.
     using Contenders = std::vector<std::unique_ptr<Contender>>;
 
     /// `folder` exists and is for this session alone.

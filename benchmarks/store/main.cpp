@@ -44,9 +44,10 @@ int measureAll(int argc, char** argv) {
     std::vector<char*> others;
     auto options = parse(argc, argv, others);
     options.folder = folder.path();
-    auto const contenders = makeContenders();
+    Session::Contenders contenders;
+    for (auto const& kind : contenderKinds) contenders.push_back(kind.make());
     std::vector<std::string> peers;
-    for (std::size_t at = Run::firstPeer; at < contenders.size(); ++at) peers.push_back(contenders[at]->name());
+    for (auto const& kind : std::span(contenderKinds).subspan(firstPeer)) peers.emplace_back(kind.name);
     Report report(static_cast<int>(others.size()), others.data(), peers);
     Run(options, contenders, report).measureAll();
     auto const status = report.finish();
