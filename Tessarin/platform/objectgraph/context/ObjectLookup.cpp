@@ -19,8 +19,14 @@ Ref<NSManagedObject> madeFault(ContextState& context, NSEntityDescription const&
     return object;
 }
 
+/// A record does not change its entity, but in a damaged store.
+void requireSameEntity(ObjectState const& state, Row const& row) {
+    if (&row.entity() != &state.layout->entity()) throwDamaged(row.entity(), state.layout->entity(), row.key());
+}
+
 /// Takes a row over when it is newer than what an unchanged object shows.
 void takeRow(ObjectState& state, RowRef row) {
+    requireSameEntity(state, *row);
     if (state.has(ObjectState::Changed) || (state.row && state.row->version() >= row->version())) return;
     state.row = std::move(row);
     state.clear(ObjectState::Gone);
@@ -56,7 +62,10 @@ void findOrMake(ContextState& context, std::span<RowRef> rows, FaultBatch& batch
         for (std::size_t at = 0; at < rows.size(); ++at) {
             auto const key = rows[at]->key();
             batch.members.push_back(key);
-            if (objects[at]) continue;
+            if (objects[at]) {
+                requireSameTree(objects[at]->entity(), rows[at]->entity(), key);
+                continue;
+            }
             objects[at] = context.link->makeObject(rows[at]->entity(), key, share.one()); // runs the application's initialiser
             GraphAccess::state(*objects[at]).set(ObjectState::Fault);
             if (key < 0) context.knowsForeignTemporaries = true;
@@ -82,6 +91,7 @@ std::vector<RecordKey> unfilledMembers(ContextState& context, NSManagedObject& o
 
 Ref<NSManagedObject> objectWithRow(ContextState& context, RowRef row, FaultBatchRef const& batch) {
     auto object = context.link->find(row->key());
+    if (object) requireSameTree(object->entity(), row->entity(), row->key());
     if (!object) object = madeFault(context, row->entity(), row->key(), batch); // runs the application's initialiser
     takeRow(GraphAccess::state(*object), std::move(row));
     return object;
@@ -107,7 +117,10 @@ void objectsWithRows(ContextState& context, NSEntityDescription const& entity, s
 }
 
 Ref<NSManagedObject> objectWithKey(ContextState& context, NSEntityDescription const& entity, RecordKey key, FaultBatchRef const& batch) {
-    if (auto living = context.link->find(key)) return living;
+    if (auto living = context.link->find(key)) {
+        requireSameTree(living->entity(), entity, key);
+        return living;
+    }
     if (!entity.subentities().empty())
         if (auto row = RecordReader(context).row(entity, key)) return objectWithRow(context, std::move(row), batch);
     return madeFault(context, entity, key, batch);
@@ -152,10 +165,11 @@ void walkBatch(ContextState& context, FaultBatch& batch, NSRelationshipDescripti
 void fillFault(ContextState& context, NSManagedObject& object) {
     auto const keys = unfilledMembers(context, object);
     RecordReader(context).rows(object.entity(), keys, [&](RowRef row) {
-        if (row->key() == object.recordKey())
-            GraphAccess::state(object).row = std::move(row);
-        else if (auto const other = context.link->find(row->key()))
-            GraphAccess::state(*other).row = std::move(row);
+        auto const other = row->key() == object.recordKey() ? nullptr : context.link->find(row->key());
+        if (!other && row->key() != object.recordKey()) return;
+        auto& state = GraphAccess::state(other ? *other : object);
+        requireSameEntity(state, *row);
+        state.row = std::move(row);
     });
     auto& state = GraphAccess::state(object);
     if (!state.row) state.set(ObjectState::Gone);

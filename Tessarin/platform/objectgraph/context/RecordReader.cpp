@@ -72,6 +72,7 @@ void RecordReader::rows(NSEntityDescription const& entity, std::span<RecordKey c
             }
         if (!fresh)
             if (auto cached = coordinator_->space()->cache().find(key)) {
+                requireSameTree(cached->entity(), entity, key);
                 each(std::move(cached));
                 continue;
             }

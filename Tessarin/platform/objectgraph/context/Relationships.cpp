@@ -139,10 +139,14 @@ Ref<NSManagedObject> NSManagedObject::destination(NSRelationshipDescription cons
     auto const key = referenceOf(*this, relationship);
     auto* context = state_.link()->contextState();
     if (key == 0 || !context) return nullptr;
-    if (auto living = state_.link()->find(key)) return living;
-    if (!state_.batch->isLone()) {
+    auto living = state_.link()->find(key);
+    if (!living && !state_.batch->isLone()) {
         walkBatch(*context, *state_.batch, relationship);
-        if (auto living = state_.link()->find(key)) return living;
+        living = state_.link()->find(key);
+    }
+    if (living) {
+        requireSameTree(living->entity(), *relationship.destinationEntity(), key);
+        return living;
     }
     return objectWithKey(*context, *relationship.destinationEntity(), key);
 }

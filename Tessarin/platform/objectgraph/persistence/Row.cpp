@@ -1,6 +1,7 @@
 #include "Tessarin/platform/objectgraph/persistence/Row.h"
 
 #include "Tessarin/platform/objectgraph/persistence/RowCache.h"
+#include "Tessarin/platform/objectgraph/persistence/StoreErrors.h"
 #include "Tessarin/platform/runtime/PagePoolPrivate.h"
 
 #include <algorithm>
@@ -63,6 +64,11 @@ bool RowBlock::retainIfAlive() noexcept {
 void RowBlock::destroy() noexcept {
     if (isCached.load(std::memory_order_relaxed)) first()->layout().space().cache().drop(*this);
     capacity == most ? PagePool::give(this) : ::operator delete(this);
+}
+
+void throwDamaged(NSEntityDescription const& found, NSEntityDescription const& wanted, RecordKey key) {
+    throw ErrorException(storeError(StoreErrorCode::StoreDamaged, "The store is damaged: the record " + std::to_string(key) + " is a " +
+                                                                      found.name() + " where a " + wanted.name() + " belongs."));
 }
 
 } // namespace Tessarin

@@ -155,4 +155,11 @@ private:
     Row* row_ = nullptr;
 };
 
+/// Keys are unique in a store. In a damaged one two records may share one, or a link may lead to a record of another entity:
+/// throws an ErrorException that says so.
+[[noreturn]] TESSARIN_API void throwDamaged(NSEntityDescription const& found, NSEntityDescription const& wanted, RecordKey key);
+inline void requireSameTree(NSEntityDescription const& found, NSEntityDescription const& wanted, RecordKey key) {
+    if (found.rootEntity() != wanted.rootEntity()) throwDamaged(found, wanted, key);
+}
+
 } // namespace Tessarin

@@ -41,11 +41,16 @@ RowRef SQLiteRowDecoder::row(SQLite::Statement const& statement) {
     auto* const handle = statement.handle();
     auto const key = sqlite3_column_int64(handle, 0);
     auto const version = static_cast<std::uint32_t>(sqlite3_column_int64(handle, 1));
-    if (auto cached = space_.cache().find(key, version)) return cached;
+    auto const& root = plans_.front().second.layout->entity();
+    if (auto cached = space_.cache().find(key, version)) {
+        requireSameTree(cached->entity(), root, key);
+        return cached;
+    }
     auto const* plan = planOf(handle);
     if (!plan) return {};
     auto row = decoded(handle, *plan, key, version, nullptr);
-    space_.cache().add(row);
+    space_.cache().addAll({&row, 1});
+    requireSameTree(row->entity(), root, key);
     return row;
 }
 
@@ -123,7 +128,9 @@ void SQLiteRowDecoder::readAll(SQLite::Statement& statement, std::vector<RowRef>
     auto* const handle = statement.handle();
     auto known = rows.size();
     auto const intoCache = [&] {
-        space_.cache().addAll(std::span(rows).subspan(known));
+        auto const fresh = std::span(rows).subspan(known);
+        space_.cache().addAll(fresh);
+        for (auto const& row : fresh) requireSameTree(row->entity(), plans_.front().second.layout->entity(), row->key());
         known = rows.size();
     };
     while (statement.step()) {

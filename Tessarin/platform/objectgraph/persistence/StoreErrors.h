@@ -14,6 +14,7 @@ enum class StoreErrorCode : std::int64_t {
     StoreIncompatibleModel = 134100,
     StoreSave = 134030,
     StoreFetch = 134060,
+    StoreDamaged = 134061,
     ConstraintConflict = 133021,
     ObjectMissing = 133000,
     UnsupportedAttribute = 134200,

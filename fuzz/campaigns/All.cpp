@@ -1,0 +1,23 @@
+#include "fuzz/campaigns/Damage.h"
+#include "fuzz/campaigns/Kill.h"
+#include "fuzz/campaigns/Processes.h"
+#include "fuzz/campaigns/Schedule.h"
+
+namespace Tessarin::campaigns {
+
+std::span<Campaign const> allCampaigns() {
+    static constexpr Campaign all[] = {
+        {"kill", "killed at any moment of a save or a migration", tryKill, judgeKill, 300},
+        {"damage", "damaged files are opened and used", tryDamage, judgeDamage, 100},
+        {"processes", "eight processes over one store", tryProcesses},
+        {"schedule", "three levels of contexts against a sequential model", trySchedule},
+    };
+    return all;
+}
+
+std::span<Role const> allRoles() {
+    static constexpr Role all[] = {{"saver", runSaver}, {"migrator", runMigrator}, {"actor", runActor}};
+    return all;
+}
+
+} // namespace Tessarin::campaigns
