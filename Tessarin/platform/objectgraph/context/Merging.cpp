@@ -2,6 +2,7 @@
 
 #include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
 #include "Tessarin/platform/objectgraph/context/RecordReaderPrivate.h"
+#include "Tessarin/platform/queues/Dispatch.h"
 
 #include <algorithm>
 
@@ -78,6 +79,19 @@ void merge(ContextState& context, NSManagedObject& object, RecordChange const& c
     for (auto const& each : change.relationships) forgetMembers(GraphAccess::state(object), each.relationship->index());
 }
 
+/// Loaded to-many relationships that may hold, or lack, a record whose row does not say how it changed.
+void forgetLinksOf(ContextState& context, ChangeSet const& corrections) {
+    auto const mayHold = [&](NSRelationshipDescription const& relationship) {
+        return !corrections.changesOf(*relationship.destinationEntity()->rootEntity()).empty();
+    };
+    for (auto const& object : context.link->all()) {
+        auto& state = GraphAccess::state(*object);
+        if (!state.extras || state.key < 0) continue;
+        for (auto const& toMany : state.extras->toMany)
+            if (toMany.isLoaded && mayHold(*object->entity().properties()[toMany.property]->asRelationship())) forgetMembers(state, toMany.property);
+    }
+}
+
 /// Walks whichever is shorter, the set or the register.
 void merge(ContextState& context, ChangeSet const& set, Winner winner) {
     if (context.link->count() < set.changes().size()) {
@@ -89,13 +103,25 @@ void merge(ContextState& context, ChangeSet const& set, Winner winner) {
         if (auto const object = context.link->find(change.key)) merge(context, *object, change, winner);
 }
 
+void tellCorrections(ContextState const& context, Ref<ChangeSet const> const& set) {
+    for (auto const& child : context.published.readers()) {
+        auto& state = GraphAccess::state(*child);
+        state.published.receiveCorrections(set);
+        dispatch_async(state.queue, [context = WeakRef<NSManagedObjectContext>(child)] {
+            if (auto const living = context.lock()) living->processPendingChanges();
+        });
+        tellCorrections(state, set);
+    }
+}
+
 } // namespace
 
 void applyReceived(ContextState& context) {
     if (!context.link) return;
     applyPromotions(context);
-    for (auto const& set : context.published.takeUnapplied()) {
-        merge(context, *set, Winner::Incoming);
+    for (auto const& [set, isCorrection] : context.published.takeUnapplied()) {
+        merge(context, *set, isCorrection ? Winner::Unsaved : Winner::Incoming);
+        if (isCorrection) forgetLinksOf(context, *set);
         context.hasUnannouncedChanges = true;
     }
 }
@@ -106,19 +132,10 @@ void mergeSaved(ContextState& context, ChangeSets const& sets) {
     for (auto const& set : sets) merge(context, *set, Winner::Unsaved);
 }
 
-Ref<ChangeSet const> correctionsOf(ContextState& context, std::vector<RowRef> const& corrected) {
-    std::vector<RecordChange> changes;
-    for (auto const& row : corrected) {
-        RecordChange change;
-        change.kind = RecordChange::Kind::Update;
-        change.key = row->key();
-        change.entity = &row->entity();
-        change.after = row;
-        changes.push_back(std::move(change));
-    }
-    auto set = std::make_shared<ChangeSet const>(context.coordinator->space(), std::move(changes));
+void mergeCorrections(ContextState& context, Ref<ChangeSet const> const& set) {
     merge(context, *set, Winner::Unsaved);
-    return set;
+    forgetLinksOf(context, *set);
+    tellCorrections(context, set);
 }
 
 } // namespace Tessarin

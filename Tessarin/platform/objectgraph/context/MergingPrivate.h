@@ -9,7 +9,8 @@ namespace Tessarin {
 void applyReceived(ContextState& context);
 /// What a relative saved: this context's unsaved values stay.
 void mergeSaved(ContextState& context, ChangeSets const& sets);
-/// The records that a save left with other values than it was given, as a change set; the context's objects follow.
-Ref<ChangeSet const> correctionsOf(ContextState& context, std::vector<RowRef> const& corrected);
+/// Records that a save left otherwise than it was given them: the context's objects follow, with their unsaved values on
+/// top, and so do those of the contexts below, each on its own queue, soon or before what it does next.
+void mergeCorrections(ContextState& context, Ref<ChangeSet const> const& set);
 
 } // namespace Tessarin

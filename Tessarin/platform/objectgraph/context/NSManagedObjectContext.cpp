@@ -47,7 +47,10 @@ NSManagedObjectContextConcurrencyType NSManagedObjectContext::concurrencyType() 
 dispatch_queue_t const& NSManagedObjectContext::queue() const noexcept { return state_->queue; }
 Ref<NSManagedObjectContext> const& NSManagedObjectContext::parentContext() const noexcept { return state_->parent; }
 Ref<NSPersistentStoreCoordinator> NSManagedObjectContext::persistentStoreCoordinator() const { return state_->coordinator; }
-Ref<NSMergePolicy> NSManagedObjectContext::mergePolicy() const { return state_->mergePolicy.get(); }
+Ref<NSMergePolicy> NSManagedObjectContext::mergePolicy() const {
+    auto policy = state_->mergePolicy.get();
+    return policy ? policy : NSErrorMergePolicy();
+}
 void NSManagedObjectContext::setMergePolicy(Ref<NSMergePolicy> policy) { state_->mergePolicy.set(std::move(policy)); }
 std::string NSManagedObjectContext::name() const { return state_->name.get(); }
 void NSManagedObjectContext::setName(std::string name) { state_->name.set(std::move(name)); }
@@ -55,7 +58,10 @@ void NSManagedObjectContext::setName(std::string name) { state_->name.set(std::m
 void NSManagedObjectContext::setParentContext(Ref<NSManagedObjectContext> parent) {
     if (state_->link || state_->parent) fatal("a context's parent cannot be set once it has a parent or a coordinator");
     state_->parent = std::move(parent);
-    if (state_->parent) state_->parent->state_->children.fetch_add(1, std::memory_order_relaxed);
+    if (state_->parent) {
+        state_->parent->state_->children.fetch_add(1, std::memory_order_relaxed);
+        state_->parent->state_->published.addReader(self<NSManagedObjectContext>());
+    }
     if (!state_->parent || !state_->parent->state_->coordinator) return;
     state_->coordinator = state_->parent->state_->coordinator;
     state_->link = ContextLinkRef{new ContextLink(self<NSManagedObjectContext>(), *state_, state_->coordinator)};

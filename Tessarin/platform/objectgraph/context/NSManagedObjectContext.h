@@ -58,6 +58,7 @@ public:
     void setPersistentStoreCoordinator(Ref<NSPersistentStoreCoordinator> coordinator);
     /// Its own, or its ancestors'; null when there is none.
     Ref<NSPersistentStoreCoordinator> persistentStoreCoordinator() const;
+    /// NSErrorMergePolicy() unless another was set.
     Ref<NSMergePolicy> mergePolicy() const;
     void setMergePolicy(Ref<NSMergePolicy> policy);
     std::string name() const;

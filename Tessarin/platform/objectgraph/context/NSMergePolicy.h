@@ -1,21 +1,48 @@
 #pragma once
-#include "Tessarin/platform/runtime/NSObject.h"
-#include <cstdint>
+#include "Tessarin/Export.h"
+#include "Tessarin/platform/foundation/NSError.h"
+#include "Tessarin/platform/objectgraph/context/NSMergeConflict.h"
+#include <vector>
 
 namespace Tessarin {
 
-/// Who wins where a record was changed both here and in the store since it was read.
-enum class NSMergePolicyType : std::uint64_t {
-    Error = 0,
-    MergeByPropertyStoreTrump = 1, // property by property; where both changed, the store's value stays
-    MergeByPropertyObjectTrump = 2,
-    Overwrite = 3,
-    Rollback = 4,
-};
+// The types by their own names.
+inline constexpr auto NSErrorMergePolicyType = NSMergePolicyType::Error;
+inline constexpr auto NSMergeByPropertyStoreTrumpMergePolicyType = NSMergePolicyType::MergeByPropertyStoreTrump;
+inline constexpr auto NSMergeByPropertyObjectTrumpMergePolicyType = NSMergePolicyType::MergeByPropertyObjectTrump;
+inline constexpr auto NSOverwriteMergePolicyType = NSMergePolicyType::Overwrite;
+inline constexpr auto NSRollbackMergePolicyType = NSMergePolicyType::Rollback;
 
+/// What a context's save does with records that somebody else saved since they were read: another context of the same
+/// parent, or, where the root context writes, another coordinator or process. Properties here are attributes and to-ones.
+///
+/// | type | both changed it | deleted elsewhere, changed here | changed elsewhere, deleted here |
+/// |---|---|---|---|
+/// | Error | the save fails | the save fails | the save fails |
+/// | MergeByPropertyStoreTrump | property by property; of those that both changed, theirs | stays deleted | their record stays |
+/// | MergeByPropertyObjectTrump | property by property; of those that both changed, ours | inserted again | deleted |
+/// | Overwrite | every property ours, changed or not | inserted again | deleted |
+/// | Rollback | every property theirs | stays deleted | their record stays |
+///
+/// A record that is inserted again has its properties and what this save added to its to-many relationships. To-many
+/// relationships are no conflict: what each side added and removed counts. Uniqueness constraints fail a save under every
+/// type. What an application did not set it gets as Error. After a save that failed so, nothing has changed: set another
+/// policy, or refresh the objects (which then win over what they were refreshed with), and save again.
+///
+/// A subclass decides itself, per conflict, and leaves the rest to its base:
+///
+///     bool resolveConflicts(std::vector<Ref<NSMergeConflict>> const& conflicts, Ref<NSError>& error) override {
+///         if (!NSMergePolicy::resolveConflicts(conflicts, error)) return false;
+///         for (auto const& each : conflicts) each->setResolvedValue(sumOf(*each), "count");
+///         return true;
+///     }
 class TESSARIN_API NSMergePolicy : public NSObject {
 public:
     NSMergePolicyType mergeType() const noexcept { return mergeType_; }
+
+    /// Called on the queue of the context that saves, once for all conflicts of the save; nothing is written when it gives
+    /// false, with an error or without. Where the root context saves, other processes wait meanwhile: it must not save.
+    virtual bool resolveConflicts(std::vector<Ref<NSMergeConflict>> const& conflicts, Ref<NSError>& error);
 
 protected:
     NSMergePolicy() = default;
@@ -25,5 +52,16 @@ protected:
 private:
     NSMergePolicyType mergeType_ = NSMergePolicyType::Error;
 };
+
+// One shared policy of each type.
+TESSARIN_API Ref<NSMergePolicy> const& NSErrorMergePolicy();
+TESSARIN_API Ref<NSMergePolicy> const& NSMergeByPropertyStoreTrumpMergePolicy();
+TESSARIN_API Ref<NSMergePolicy> const& NSMergeByPropertyObjectTrumpMergePolicy();
+TESSARIN_API Ref<NSMergePolicy> const& NSOverwriteMergePolicy();
+TESSARIN_API Ref<NSMergePolicy> const& NSRollbackMergePolicy();
+
+/// The code of the error of a save that was refused because of conflicts; its userInfo holds them under NSConflictListKey.
+inline constexpr std::int64_t NSManagedObjectMergeError = 133020;
+inline constexpr char const* NSConflictListKey = "conflictList";
 
 } // namespace Tessarin

@@ -40,12 +40,39 @@ ChangeSets rebased(ChangeSets const& sets, Ref<ChangeSet const> const& unsaved) 
     return result;
 }
 
-void PublishedChanges::receive(ChangeSets const& sets) {
+bool PublishedChanges::receive(ChangeSets const& sets, std::uint64_t seen) {
     std::lock_guard const hold(mutex_);
+    if (arrivals_ != seen) return false;
+    ++arrivals_;
     auto next = std::make_shared<ChangeSets>(*current_);
     next->insert(next->end(), sets.begin(), sets.end());
     current_ = std::move(next);
-    unapplied_.insert(unapplied_.end(), sets.begin(), sets.end());
+    for (auto const& set : sets) unapplied_.push_back({set});
+    return true;
+}
+
+std::uint64_t PublishedChanges::arrivals() const {
+    std::lock_guard const hold(mutex_);
+    return arrivals_;
+}
+
+void PublishedChanges::receiveCorrections(Ref<ChangeSet const> const& set) {
+    std::lock_guard const hold(mutex_);
+    unapplied_.push_back({set, true});
+}
+
+void PublishedChanges::addReader(Ref<NSManagedObjectContext> const& child) {
+    std::lock_guard const hold(mutex_);
+    std::erase_if(readers_, [](auto const& each) { return each.expired(); });
+    readers_.push_back(child);
+}
+
+std::vector<Ref<NSManagedObjectContext>> PublishedChanges::readers() const {
+    std::vector<Ref<NSManagedObjectContext>> living;
+    std::lock_guard const hold(mutex_);
+    for (auto const& each : readers_)
+        if (auto child = each.lock()) living.push_back(std::move(child));
+    return living;
 }
 
 std::shared_ptr<ChangeSets const> PublishedChanges::current() const {
@@ -74,6 +101,7 @@ void PublishedChanges::stage(Ref<ChangeSet const> const& own) {
     std::lock_guard const hold(mutex_);
     auto next = std::make_shared<ChangeSets>(*current_);
     if (own) next->push_back(own);
+    if (own) ++arrivals_;
     current_ = std::move(next);
     unsaved_ = nullptr;
 }
@@ -84,7 +112,7 @@ void PublishedChanges::unstage(Ref<ChangeSet const> const& own) {
     setUnsaved(own);
 }
 
-ChangeSets PublishedChanges::takeUnapplied() {
+std::vector<PublishedChanges::Arrival> PublishedChanges::takeUnapplied() {
     std::lock_guard const hold(mutex_);
     return std::exchange(unapplied_, {});
 }

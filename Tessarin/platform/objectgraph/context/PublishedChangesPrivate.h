@@ -6,6 +6,7 @@
 
 namespace Tessarin {
 
+class NSManagedObjectContext;
 using ChangeSets = std::vector<Ref<ChangeSet const>>;
 
 /// The change sets that children handed to a context and that it has not handed on yet, in their order, and on top of them
@@ -13,7 +14,12 @@ using ChangeSets = std::vector<Ref<ChangeSet const>>;
 /// entering the context's queue. Any thread.
 class PublishedChanges {
 public:
-    void receive(ChangeSets const& sets);
+    /// What a child hands up; false, and nothing happens, when something has come since `seen`.
+    bool receive(ChangeSets const& sets, std::uint64_t seen);
+    /// How often sets have come.
+    std::uint64_t arrivals() const;
+    /// What a save further up left otherwise than it was handed up.
+    void receiveCorrections(Ref<ChangeSet const> const& set);
     /// The sets that stand here now.
     std::shared_ptr<ChangeSets const> current() const;
     /// The same with the unsaved changes: what children see.
@@ -25,15 +31,24 @@ public:
     void stage(Ref<ChangeSet const> const& own);
     /// The save failed: they are unsaved again.
     void unstage(Ref<ChangeSet const> const& own);
+    struct Arrival {
+        Ref<ChangeSet const> set;
+        bool isCorrection = false;
+    };
     /// The sets received since the last call: their effect on registered objects is the context's to apply.
-    ChangeSets takeUnapplied();
+    std::vector<Arrival> takeUnapplied();
+    /// Child contexts, which are told corrections. Held weakly.
+    void addReader(Ref<NSManagedObjectContext> const& child);
+    std::vector<Ref<NSManagedObjectContext>> readers() const;
     /// Handed on (to the parent, or to the file): they leave, in whatever order others have come meanwhile.
     void remove(ChangeSets const& sets);
 
 private:
     mutable std::mutex mutex_;
     std::shared_ptr<ChangeSets const> current_ = std::make_shared<ChangeSets>(); // guarded by mutex_, like what follows
-    ChangeSets unapplied_;
+    std::uint64_t arrivals_ = 0;
+    std::vector<Arrival> unapplied_;
+    std::vector<WeakRef<NSManagedObjectContext>> readers_;
     Ref<ChangeSet const> unsaved_;
 };
 

@@ -25,15 +25,18 @@ void apply(RelationshipChange const& change, std::vector<RecordKey>& members) {
 RowRef rowAfter(RecordChange const& change, RowRef const& current) {
     if (change.kind == RecordChange::Kind::Delete) return {};
     if (!change.after || !current || current == change.before) return change.after ? change.after : current;
+    if (!change.before) return current->version() > change.after->version() ? current : change.after; // as it was saved in the end
     if (current->version() >= change.after->version()) return current; // it has arrived there already
-    if (!change.before) return change.after;
     return mergedRow(*change.before, *change.after, *current);
 }
 
-RecordReader::RecordReader(ContextState& context) : coordinator_(context.coordinator), store_(coordinator_ ? coordinator_->store() : nullptr) {
+RecordReader::RecordReader(ContextState& context, Sees sees) : coordinator_(context.coordinator), store_(coordinator_ ? coordinator_->store() : nullptr) {
     std::vector<ChangeSets> levels;
     levels.push_back(*context.published.current()); // its own unsaved changes are in its objects
-    for (auto* at = context.parent.get(); at; at = at->parentContext().get()) levels.push_back(GraphAccess::state(*at).published.forChildren());
+    for (auto* at = context.parent.get(); at; at = at->parentContext().get()) {
+        auto const& published = GraphAccess::state(*at).published;
+        levels.push_back(sees == Sees::Unsaved ? published.forChildren() : *published.current());
+    }
     for (auto level = levels.rbegin(); level != levels.rend(); ++level)
         for (auto const& set : *level)
             if (std::ranges::find(sets_, set) == sets_.end()) sets_.push_back(set);
@@ -48,7 +51,12 @@ RecordReader::Pending RecordReader::pending(NSEntityDescription const& entity, R
     for (auto const& set : sets_) {
         auto const* change = set->find(entity, key);
         if (!change) continue;
-        if (change->kind == RecordChange::Kind::Delete) return {true, {}};
+        if (change->kind == RecordChange::Kind::Delete) {
+            result = {true, {}};
+            continue;
+        }
+        bool const isGone = result.isKnown && !result.row;
+        if (isGone && change->kind == RecordChange::Kind::Update) continue; // only an insertion brings it back
         auto row = rowAfter(*change, result.row);
         if (!row) continue; // only its to-many relationships changed
         result = {true, std::move(row)};

@@ -16,7 +16,10 @@ using MembersByOwner = std::unordered_map<RecordKey, std::vector<RecordKey>>;
 /// A store that cannot be read now throws ErrorException: nothing is taken for missing because of a passing failure.
 class RecordReader {
 public:
-    explicit RecordReader(ContextState& context);
+    enum class Sees { Unsaved, Saved };
+    explicit RecordReader(ContextState& context) : RecordReader(context, Sees::Unsaved) {}
+    /// `Saved`: without the unsaved changes of ancestors.
+    RecordReader(ContextState& context, Sees sees);
 
     /// The change sets above and at this context, oldest first.
     ChangeSets const& sets() const noexcept { return sets_; }

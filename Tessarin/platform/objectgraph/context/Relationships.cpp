@@ -146,7 +146,8 @@ Ref<NSManagedObject> NSManagedObject::destination(NSRelationshipDescription cons
     }
     if (living) {
         requireSameTree(living->entity(), *relationship.destinationEntity(), key);
-        return living;
+        // A link to a record that somebody else deleted is none, once that is known.
+        return GraphAccess::state(*living).has(ObjectState::Gone) ? nullptr : living;
     }
     return objectWithKey(*context, *relationship.destinationEntity(), key);
 }

@@ -3,6 +3,7 @@
 #include "Tessarin/platform/objectgraph/context/ContextNotificationsPrivate.h"
 #include "Tessarin/platform/objectgraph/context/MergingPrivate.h"
 #include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
+#include "Tessarin/platform/objectgraph/context/RecordReaderPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/StoreErrors.h"
 
 #include <algorithm>
@@ -104,24 +105,78 @@ Ref<NSError> SaveOperation::promotePublished() {
 }
 
 Ref<NSError> SaveOperation::deliver() {
-    if (context_.parent) {
-        auto& above = GraphAccess::state(*context_.parent).published;
-        auto const handed = rebased(sets_, above.unsaved());
-        if (!handed.empty()) above.receive(handed);
-        handed_ = handed;
-        return nullptr;
-    }
+    if (context_.parent) return handUp(*context_.parent);
     auto* store = context_.coordinator ? context_.coordinator->store() : nullptr;
     if (!store) return storeError(StoreErrorCode::ContextWithoutStore, "There is no store to save to.");
-    handed_ = sets_;
-    return store->save(sets_, outcome_);
+    if (auto error = store->save(sets_, [this](std::span<RowConflict> conflicts) { return decide(conflicts); }, outcome_)) return error;
+    handed_ = outcome_.sets.empty() ? sets_ : outcome_.sets;
+    return nullptr;
+}
+
+/// What siblings saved is read from the sets that they published; should more come meanwhile, it is looked at again.
+Ref<NSError> SaveOperation::handUp(NSManagedObjectContext& parent) {
+    auto& state = GraphAccess::state(parent);
+    for (;;) {
+        auto const seen = state.published.arrivals();
+        handed_ = rebased(sets_, state.published.unsaved());
+        outcome_ = {};
+        if (!fitsAbove(state)) {
+            RecordReader const above(state, RecordReader::Sees::Saved);
+            auto const stored = [&](NSEntityDescription const& entity, RecordKey key) { return above.row(entity, key); };
+            try {
+                if (auto error = reconcile(handed_, stored, [this](std::span<RowConflict> conflicts) { return decide(conflicts); }, outcome_)) return error;
+            } catch (ErrorException const& failure) { // it cannot be read now
+                return failure.error();
+            }
+            if (!outcome_.sets.empty()) handed_ = outcome_.sets;
+        }
+        if (handed_.empty() || state.published.receive(handed_, seen)) return nullptr;
+    }
+}
+
+/// Whether every change was made on what the level above has: on a set before it, or on the row that was saved last.
+bool SaveOperation::fitsAbove(ContextState& parent) const {
+    RecordReader const above(parent, RecordReader::Sees::Saved);
+    auto const& cache = context_.coordinator->space()->cache();
+    auto const latest = [](ChangeSets const& sets, std::size_t end, RecordChange const& change) -> RecordChange const* {
+        while (end-- > 0)
+            if (auto const* found = sets[end]->find(*change.entity, change.key)) return found;
+        return nullptr;
+    };
+    for (std::size_t set = 0; set < handed_.size(); ++set)
+        for (auto const& change : handed_[set]->changes()) {
+            if (!change.before || change.before == change.after || change.before->key() < 0) continue;
+            auto const* basis = latest(handed_, set, change);
+            if (!basis) basis = latest(above.sets(), above.sets().size(), change);
+            if ((basis ? basis->after : cache.find(change.key)) != change.before) return false;
+        }
+    return true;
+}
+
+/// Asks the policy. The rows of records that only children changed are known to objects here, too: as faults at least.
+Ref<NSError> SaveOperation::decide(std::span<RowConflict> conflicts) {
+    std::vector<Ref<NSMergeConflict>> list;
+    for (auto const& each : conflicts)
+        list.push_back(make<NSMergeConflict>(objectWithKey(context_, *each.entity, each.key), context_.coordinator->space(), each));
+    auto const policy = owner_.mergePolicy();
+    Ref<NSError> error;
+    bool const isDecided = policy->resolveConflicts(list, error) && std::ranges::all_of(list, [](auto const& each) { return each->isResolved_; });
+    if (!isDecided && !error) NSErrorMergePolicy()->resolveConflicts(list, error);
+    if (!isDecided) return error;
+    for (std::size_t at = 0; at < conflicts.size(); ++at) conflicts[at].final = list[at]->conflict_.final;
+    return nullptr;
 }
 
 void SaveOperation::settle() {
+    if (!outcome_.corrected.empty()) corrections_ = std::make_shared<ChangeSet const>(context_.coordinator->space(), std::move(outcome_.corrected));
     auto const changed = std::exchange(context_.changed, {});
     bool const isAsPacked = !own_ || handed_.back() == own_;
     for (std::size_t at = 0; at < changed.size(); ++at) {
         auto& object = *changed[at];
+        if (auto const* correction = corrections_ ? corrections_->find(object.entity(), object.recordKey()) : nullptr) {
+            correct(object, *correction);
+            continue;
+        }
         if (isAsPacked) {
             settle(object, own_ ? packer_.rows()[at] : nullptr);
             continue;
@@ -133,8 +188,22 @@ void SaveOperation::settle() {
     context_.promoted.clear();
     // Only now may the sets leave here: above, or in the file, they can be read already.
     context_.published.remove(sets_);
-    if (!outcome_.corrected.empty()) handed_.push_back(correctionsOf(context_, outcome_.corrected));
+    if (corrections_) {
+        mergeCorrections(context_, corrections_);
+        handed_.push_back(corrections_);
+    }
     postDidSave(owner_, std::move(handed_));
+}
+
+/// A deletion that was given up, or an object whose record is gone; its relationships are read again.
+void SaveOperation::correct(NSManagedObject& object, RecordChange const& correction) {
+    auto& state = GraphAccess::state(object);
+    correction.after ? state.clear(ObjectState::Deleted) : state.set(ObjectState::Deleted);
+    if (state.extras) {
+        state.extras->denied.clear();
+        state.extras->toMany.clear();
+    }
+    settle(object, correction.after);
 }
 
 void SaveOperation::settle(NSManagedObject& object, RowRef const& row) {

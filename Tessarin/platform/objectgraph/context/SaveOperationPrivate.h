@@ -18,16 +18,21 @@ private:
     Ref<NSError> givePermanentKeys();
     Ref<NSError> promotePublished();
     Ref<NSError> deliver();
+    Ref<NSError> handUp(NSManagedObjectContext& parent);
+    bool fitsAbove(ContextState& parent) const;
+    Ref<NSError> decide(std::span<RowConflict> conflicts);
     void settle();
     void settle(NSManagedObject& object, RowRef const& row);
+    void correct(NSManagedObject& object, RecordChange const& correction);
 
     NSManagedObjectContext& owner_;
     ContextState& context_;
     ChangePacker packer_{context_};
     ChangeSets sets_;          // what is handed on: what children handed up, then the own changes
-    ChangeSets handed_;        // the same as the parent took it
-    Ref<ChangeSet const> own_;     // null when there are none
+    ChangeSets handed_;        // the same as it was taken
+    Ref<ChangeSet const> own_; // null when there are none
     SaveOutcome outcome_;
+    Ref<ChangeSet const> corrections_; // null when there are none
 };
 
 } // namespace Tessarin

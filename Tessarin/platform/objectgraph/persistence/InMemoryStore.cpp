@@ -7,6 +7,7 @@
 #include "Tessarin/platform/objectgraph/persistence/StoreErrors.h"
 
 #include <algorithm>
+#include <set>
 
 namespace Tessarin {
 namespace {
@@ -70,15 +71,33 @@ void InMemoryStore::setMetadata(Dictionary metadata) {
     std::swap(metadata_, metadata);
 }
 
-Ref<NSError> InMemoryStore::save(std::span<Ref<ChangeSet const> const> const sets, SaveOutcome& outcome) {
+Ref<NSError> InMemoryStore::save(std::span<Ref<ChangeSet const> const> sets, ConflictResolver resolve, SaveOutcome& outcome) {
+    std::lock_guard const saving(saving_);
+    outcome = {};
+    auto const stored = [&](NSEntityDescription const& entity, RecordKey key) {
+        std::lock_guard const hold(mutex_); // but not while conflicts are resolved: who does that may read
+        return row(entity, key);
+    };
+    if (auto refusal = reconcile(sets, stored, resolve, outcome)) return refusal;
+    if (!outcome.sets.empty()) sets = outcome.sets;
     std::lock_guard const hold(mutex_);
-    outcome.corrected.clear();
-    if (auto error = conflictIn(sets)) return error;
+    if (auto error = conflictIn(sets)) {
+        outcome = {};
+        return error;
+    }
     for (auto const& set : sets) {
-        for (auto const& change : set->changes()) apply(change, outcome);
+        for (auto const& change : set->changes()) apply(change);
         for (auto const& change : set->changes()) applyLinks(change);
     }
+    cutDangling(sets, outcome);
     return nullptr;
+}
+
+RowRef InMemoryStore::row(NSEntityDescription const& entity, RecordKey key) const {
+    auto const records = records_.find(entity.rootEntity());
+    if (records == records_.end()) return {};
+    auto const found = records->second.find(key);
+    return found == records->second.end() ? RowRef() : found->second;
 }
 
 /// What the records would be, looked at before anything is changed.
@@ -112,23 +131,12 @@ Ref<NSError> InMemoryStore::conflictIn(std::span<Ref<ChangeSet const> const> set
     return nullptr;
 }
 
-void InMemoryStore::apply(RecordChange const& change, SaveOutcome& outcome) {
-    auto& records = records_[change.entity->rootEntity()];
+void InMemoryStore::apply(RecordChange const& change) {
     if (change.kind == Kind::Delete) return remove(change);
     if (change.after == change.before) return;
-    auto row = change.after;
-    if (change.kind == Kind::Update) {
-        auto const found = records.find(change.key);
-        if (found == records.end()) return; // deleted by another coordinator's context: it stays so
-        if (found->second->version() != change.before->version()) {
-            auto const merged = mergedRow(*change.before, *found->second, *change.after);
-            RowBuilder builder;
-            builder.begin(*merged, std::max(found->second->version(), change.after->version()) + 1);
-            row = builder.finish();
-            outcome.corrected.push_back(row);
-        }
-    }
-    replace(records, change.key, std::move(row));
+    auto& records = records_[change.entity->rootEntity()];
+    if (change.kind == Kind::Update && !records.contains(change.key)) return; // made on a record that an ancestor never saved
+    replace(records, change.key, change.after);
 }
 
 void InMemoryStore::replace(Records& records, RecordKey key, RowRef row) {
@@ -153,12 +161,6 @@ void InMemoryStore::remove(RecordChange const& change) {
             if (auto const* many = manySideOf(row.layout().cells()[cell]); many && row.isPresent(cell))
                 std::erase(links_[many][row.reference(cell)], change.key);
         records.erase(found);
-    }
-    for (auto& [relationship, links] : links_) {
-        if (relationship->entity()->rootEntity() == change.entity->rootEntity()) links.erase(change.key);
-        if (relationship->destinationEntity()->rootEntity() != change.entity->rootEntity() || isKeptInInverse(*relationship))
-            continue;
-        for (auto& [owner, members] : links) std::erase(members, change.key);
     }
     space_->cache().remove(change.key);
 }
@@ -189,6 +191,53 @@ void InMemoryStore::applyLinks(RecordChange const& change) {
         for (auto const member : *changed.order) places.emplace(member, places.size());
         auto const place = [&](RecordKey member) { return places.contains(member) ? places[member] : places.size(); };
         std::ranges::stable_sort(members, {}, place);
+    }
+}
+
+/// No link leads to a record that does not exist: neither to one that was deleted, nor from what was just written.
+void InMemoryStore::cutDangling(std::span<Ref<ChangeSet const> const> sets, SaveOutcome& outcome) {
+    std::map<NSEntityDescription const*, std::set<RecordKey>> missing; // by root entity
+    auto const look = [&](NSEntityDescription const& entity, RecordKey key) {
+        if (key != 0 && !row(entity, key)) missing[entity.rootEntity()].insert(key);
+    };
+    for (auto const& set : sets)
+        for (auto const& change : set->changes()) {
+            look(*change.entity, change.key);
+            for (auto const& each : change.relationships)
+                for (auto const member : each.added) look(*each.relationship->destinationEntity(), member);
+            if (!change.after || change.after == change.before) continue;
+            auto const cells = change.after->layout().cells();
+            for (std::size_t cell = 0; cell < cells.size(); ++cell)
+                if (auto const* relationship = cells[cell].property->asRelationship())
+                    look(*relationship->destinationEntity(), change.after->reference(cell));
+        }
+    if (missing.empty()) return;
+    auto const isMissing = [&](NSEntityDescription const& entity, RecordKey key) {
+        auto const found = missing.find(entity.rootEntity());
+        return found != missing.end() && found->second.contains(key);
+    };
+    RowBuilder builder;
+    for (auto& [root, records] : records_)
+        for (auto const& [key, current] : records) {
+            auto const kept = current; // which `replace` exchanges
+            auto const cells = kept->layout().cells();
+            bool isCut = false;
+            for (std::size_t cell = 0; cell < cells.size(); ++cell) {
+                auto const* relationship = cells[cell].property->asRelationship();
+                if (!relationship || !isMissing(*relationship->destinationEntity(), kept->reference(cell))) continue;
+                if (!std::exchange(isCut, true)) builder.begin(*kept, kept->version() + 1);
+                builder.setAbsent(cell);
+            }
+            if (!isCut) continue;
+            auto made = builder.finish();
+            replace(records, key, made);
+            std::erase_if(outcome.corrected, [&, cut = key](RecordChange const& change) { return change.key == cut; });
+            outcome.corrected.push_back({.kind = Kind::Update, .key = key, .entity = &made->entity(), .before = {}, .after = made, .relationships = {}});
+        }
+    for (auto& [relationship, links] : links_) {
+        std::erase_if(links, [&](auto const& entry) { return isMissing(*relationship->entity(), entry.first); });
+        for (auto& [owner, members] : links)
+            std::erase_if(members, [&](RecordKey key) { return isMissing(*relationship->destinationEntity(), key); });
     }
 }
 

@@ -16,7 +16,7 @@ public:
     Dictionary metadata() const override;
     void setMetadata(Dictionary metadata) override;
     std::string identifier() const override { return identifier_; }
-    Ref<NSError> save(std::span<Ref<ChangeSet const> const> const sets, SaveOutcome& outcome) override;
+    Ref<NSError> save(std::span<Ref<ChangeSet const> const> sets, ConflictResolver resolve, SaveOutcome& outcome) override;
     Ref<NSError> fetch(StoreQuery const& query, StoreAnswer& answer) override;
     Ref<NSError> count(StoreQuery const& query, std::size_t& count, bool& complete) override;
     Ref<NSError> rows(NSEntityDescription const& rootEntity, std::span<RecordKey const> keys,
@@ -34,14 +34,17 @@ private:
     using Records = std::map<RecordKey, RowRef>;
     using Links = std::unordered_map<RecordKey, std::vector<RecordKey>>;
     Ref<NSError> conflictIn(std::span<Ref<ChangeSet const> const> sets) const;
-    void apply(RecordChange const& change, SaveOutcome& outcome);
+    RowRef row(NSEntityDescription const& entity, RecordKey key) const;
+    void apply(RecordChange const& change);
     void replace(Records& records, RecordKey key, RowRef row);
     void remove(RecordChange const& change);
     void applyLinks(RecordChange const& change);
+    void cutDangling(std::span<Ref<ChangeSet const> const> sets, SaveOutcome& outcome);
 
     std::optional<NSURL> url_; // constant after init, like the next two
     Ref<RowSpace> space_;
     std::string identifier_;
+    std::mutex saving_;        // one save at a time; taken first
     mutable std::mutex mutex_; // guards what follows
     Dictionary metadata_;
     RecordKey next_ = 1;

@@ -2,7 +2,7 @@
 #include "Tessarin/Export.h"
 #include "Tessarin/platform/foundation/NSError.h"
 #include "Tessarin/platform/foundation/NSURL.h"
-#include "Tessarin/platform/objectgraph/persistence/ChangeSet.h"
+#include "Tessarin/platform/objectgraph/persistence/RowConflicts.h"
 #include "Tessarin/platform/runtime/FunctionRef.h"
 #include "Tessarin/platform/runtime/NSObject.h"
 
@@ -30,11 +30,6 @@ struct StoreAnswer {
     bool complete = true;
 };
 
-/// What a store made of change sets.
-struct SaveOutcome {
-    std::vector<RowRef> corrected; // records that ended with other values than the change set's, because the store's own won
-};
-
 /// One store of a coordinator: where rows come from and go to. Every operation may be called from any thread; a save
 /// excludes only other saves. Errors are returned (null: fine) and leave the store as it was.
 class TESSARIN_API NSPersistentStore : public NSObject {
@@ -47,8 +42,10 @@ public:
     /// The store's own identity, in its metadata under "NSStoreUUID".
     virtual std::string identifier() const = 0;
 
-    /// Writes the sets in their order, all or nothing, and remembers their rows in the cache once that is on disk.
-    virtual Ref<NSError> save(std::span<Ref<ChangeSet const> const> sets, SaveOutcome& outcome) = 0;
+    /// Writes the sets in their order, all or nothing, and remembers their rows in the cache once that is on disk. Records
+    /// that somebody else changed go to `resolve`, while nobody else can write; it may read from the store. No link to a
+    /// record that does not exist is left.
+    virtual Ref<NSError> save(std::span<Ref<ChangeSet const> const> sets, ConflictResolver resolve, SaveOutcome& outcome) = 0;
     virtual Ref<NSError> fetch(StoreQuery const& query, StoreAnswer& answer) = 0;
     /// Counts what `fetch` would give; `complete` false: the asker must fetch and count itself.
     virtual Ref<NSError> count(StoreQuery const& query, std::size_t& count, bool& complete) = 0;

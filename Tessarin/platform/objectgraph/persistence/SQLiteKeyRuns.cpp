@@ -21,6 +21,11 @@ std::string listOfParameters() {
 } // namespace
 
 void runForKeys(SQLite::Connection& connection, std::string const& sql, std::span<RecordKey const> keys) {
+    forKeys(connection, sql, keys, [](SQLite::Statement& statement) { statement.run(); });
+}
+
+void forKeys(SQLite::Connection& connection, std::string const& sql, std::span<RecordKey const> keys,
+             FunctionRef<void(SQLite::Statement&)> each) {
     std::vector<RecordKey> singles;
     while (!keys.empty()) {
         auto const length = lengthOfRun(keys);
@@ -28,7 +33,8 @@ void runForKeys(SQLite::Connection& connection, std::string const& sql, std::spa
             auto const statement = connection.use(sql + " BETWEEN ? AND ?");
             statement->bind(1, keys.front());
             statement->bind(2, keys[length - 1]);
-            statement->run();
+            each(*statement);
+            statement->reset();
         } else {
             singles.insert(singles.end(), keys.begin(), keys.begin() + static_cast<std::ptrdiff_t>(length));
         }
@@ -40,14 +46,16 @@ void runForKeys(SQLite::Connection& connection, std::string const& sql, std::spa
         for (; singles.size() - at >= listSize; at += listSize) {
             for (std::size_t place = 0; place < listSize; ++place)
                 statement->bind(static_cast<int>(place) + 1, singles[at + place]);
-            statement->run();
+            each(*statement);
+            statement->reset();
         }
     }
     if (at == singles.size()) return;
     auto const statement = connection.use(sql + " = ?");
     for (; at < singles.size(); ++at) {
         statement->bind(1, singles[at]);
-        statement->run();
+        each(*statement);
+        statement->reset();
     }
 }
 

@@ -62,29 +62,42 @@ Dictionary SQLiteStore::metadata() const { return impl_->metadata.get(); }
 void SQLiteStore::setMetadata(Dictionary metadata) { impl_->metadata.set(std::move(metadata)); }
 std::string SQLiteStore::identifier() const { return impl_->identifier; }
 
-Ref<NSError> SQLiteStore::save(std::span<Ref<ChangeSet const> const> const sets, SaveOutcome& outcome) {
-    outcome.corrected.clear();
+Ref<NSError> SQLiteStore::save(std::span<Ref<ChangeSet const> const> sets, ConflictResolver resolve, SaveOutcome& outcome) {
     auto& impl = *impl_;
     std::lock_guard const hold(impl.writing);
     bool const isEmpty = std::ranges::all_of(sets, [](auto const& set) { return set->empty(); });
     if (isEmpty && !impl.metadata.hasUnsaved()) return nullptr;
-    auto error = caught([&] {
+    auto const write = [&](SQLiteWriter::Conflicts conflicts) {
+        outcome = {};
         auto& [connection, writer] = impl.writer();
         SQLite::Transaction transaction(connection);
         if (connection.integer("SELECT value FROM tessarin_store WHERE key = 'modelGeneration'") != impl.modelGeneration)
             throw ErrorException(storeError(StoreErrorCode::StoreIncompatibleModel,
                                             "The store was brought to another model by another process; open it again."));
-        writer.write(sets, outcome);
+        auto written = sets;
+        if (conflicts == SQLiteWriter::Conflicts::Settled) {
+            auto const stored = [&](NSEntityDescription const& entity, RecordKey key) { return writer.stored(entity, key); };
+            if (auto refusal = reconcile(sets, stored, resolve, outcome)) throw ErrorException(refusal);
+            if (!outcome.sets.empty()) written = outcome.sets;
+        }
+        writer.write(written, conflicts);
         impl.metadata.write(connection);
         impl.keys.topUp(connection);
         impl.readers->endIdle(); // so that the commit finds the log free
         transaction.commit();
         impl.keys.confirm();
         impl.metadata.confirm();
-        writer.publish(sets, outcome);
+        writer.publish(written, outcome);
+    };
+    auto error = caught([&] {
+        try {
+            write(SQLiteWriter::Conflicts::Noticed);
+        } catch (SQLiteWriter::Stale const&) { // what was written is taken back; now with a look at everything first
+            write(SQLiteWriter::Conflicts::Settled);
+        }
     });
     if (!error) return nullptr;
-    outcome.corrected.clear();
+    outcome = {};
     impl.writerSeat.reset(); // the next attempt starts with a connection in a known state
     return error;
 }

@@ -24,6 +24,7 @@ SQLiteWriter::SQLiteWriter(SQLiteSchema const& schema, SQLite::Connection& conne
       connection_(connection),
       reader_(schema, connection),
       links_(connection, schema),
+      dangling_(connection, schema, links_),
       writers_(schema.space().model().entities().size()) {}
 
 SQLiteRecordWriter& SQLiteWriter::writerOf(NSEntityDescription const& entity) {
@@ -32,60 +33,88 @@ SQLiteRecordWriter& SQLiteWriter::writerOf(NSEntityDescription const& entity) {
     return *writer;
 }
 
-void SQLiteWriter::write(std::span<Ref<ChangeSet const> const> sets, SaveOutcome& outcome) {
-    gone_.clear();
-    resolved_.clear();
+void SQLiteWriter::write(std::span<Ref<ChangeSet const> const> sets, Conflicts conflicts) {
+    conflicts_ = conflicts;
     dropped_.clear();
     links_.forget();
+    dangling_.forget();
     try {
-        for (auto const& set : sets) writeSet(*set, outcome);
+        for (auto const& set : sets) writeSet(*set);
         remakeIndexes();
+        dangling_.cut();
     } catch (SQLite::Failure const& failure) {
         explain(failure);
     }
 }
 
 // Deletions first: what they free (a unique name) may be taken by an update, and that by an insertion.
-void SQLiteWriter::writeSet(ChangeSet const& set, SaveOutcome& outcome) {
+void SQLiteWriter::writeSet(ChangeSet const& set) {
     dropIndexesBefore(set);
     writeDeletions(set);
-    writeUpdates(set, outcome);
-    for (auto const& change : set.changes()) {
-        if (change.kind != Kind::Insert) continue;
-        writerOf(*change.entity).insert(*change.after);
-        if (!change.relationships.empty()) links_.collect(change);
-    }
+    writeUpdates(set);
+    for (auto const& change : set.changes())
+        if (change.kind == Kind::Insert) insert(change);
     for (std::size_t at = 0; at < schema_.links().size(); ++at)
         if (links_.waiting(at) >= manyRows) dropIndexesOf(schema_.links()[at].table);
     links_.write();
 }
 
-// A deletion counts also when somebody else has changed the record since.
+void SQLiteWriter::insert(RecordChange const& change) {
+    try {
+        writerOf(*change.entity).insert(*change.after);
+    } catch (SQLite::Failure const& failure) { // somebody else, too, has brought a deleted record back
+        if (failure.code() != SQLITE_CONSTRAINT_PRIMARYKEY || conflicts_ == Conflicts::Settled) throw;
+        throw Stale{};
+    }
+    dangling_.note(change);
+    if (!change.relationships.empty()) links_.collect(change);
+}
+
+/// Versions only grow, so one sum tells whether any of the records was changed, or is gone.
+void SQLiteWriter::checkVersions(std::string const& table, std::span<RecordChange const> changes) {
+    std::vector<RecordKey> keys;
+    std::int64_t expected = 0;
+    for (auto const& change : changes) {
+        if (change.kind != Kind::Delete || !change.before) continue;
+        keys.push_back(change.key);
+        expected += change.before->version();
+    }
+    std::int64_t found = 0;
+    auto const sql = fmt::format("SELECT count(*), sum(version) FROM {} WHERE id", table);
+    forKeys(connection_, sql, keys, [&](SQLite::Statement& statement) {
+        statement.step();
+        expected -= statement.integer(1);
+        found += statement.integer(0);
+    });
+    if (expected != 0 || found != static_cast<std::int64_t>(keys.size())) throw Stale{};
+}
+
 void SQLiteWriter::writeDeletions(ChangeSet const& set) {
     for (auto const& table : schema_.tables()) {
         std::vector<RecordKey> keys;
         for (auto const& change : set.changesOf(*table.root))
             if (change.kind == Kind::Delete) keys.push_back(change.key);
         if (keys.empty()) continue;
-        links_.removeAllOf(*table.root, keys);
+        if (conflicts_ == Conflicts::Noticed) checkVersions(table.name, set.changesOf(*table.root));
+        dangling_.noteDeleted(*table.root, keys);
         runForKeys(connection_, fmt::format("DELETE FROM {} WHERE id", table.name), keys);
     }
 }
 
 // Two records may exchange values that must be unique: those that met a conflict first give theirs up, then take the new ones.
-void SQLiteWriter::writeUpdates(ChangeSet const& set, SaveOutcome& outcome) {
+void SQLiteWriter::writeUpdates(ChangeSet const& set) {
     std::vector<RecordChange const*> again;
     for (auto const& change : set.changes()) {
         if (change.kind != Kind::Update) continue;
         try {
-            update(change, outcome);
+            update(change);
         } catch (SQLite::Failure const& failure) {
             if (failure.code() != SQLITE_CONSTRAINT_UNIQUE) throw;
             again.push_back(&change);
         }
     }
     for (auto const* change : again) giveUpUniqueValues(*change);
-    for (auto const* change : again) update(*change, outcome);
+    for (auto const* change : again) update(*change);
 }
 
 void SQLiteWriter::giveUpUniqueValues(RecordChange const& change) {
@@ -100,28 +129,13 @@ void SQLiteWriter::giveUpUniqueValues(RecordChange const& change) {
     }
 }
 
-void SQLiteWriter::update(RecordChange const& change, SaveOutcome& outcome) {
-    if (gone_.contains(change.key)) return;
-    if (change.after != change.before && !writerOf(*change.entity).update(*change.before, *change.after))
-        resolve(change, outcome);
-    if (!change.relationships.empty() && !gone_.contains(change.key)) links_.collect(change);
-}
-
-/// Somebody else has saved the record since: their values win where both changed it, the others are kept.
-void SQLiteWriter::resolve(RecordChange const& change, SaveOutcome& outcome) {
-    auto const stored = reader_.row(*change.entity->rootEntity(), change.key);
-    if (!stored) {
-        gone_.insert(change.key);
-        return;
+void SQLiteWriter::update(RecordChange const& change) {
+    if (change.after != change.before && !writerOf(*change.entity).update(*change.before, *change.after)) {
+        if (conflicts_ == Conflicts::Noticed) throw Stale{};
+        return; // made on a record that an ancestor never saved
     }
-    auto const merged = mergedRow(*change.before, *stored, *change.after);
-    RowBuilder builder;
-    builder.begin(*merged, std::max(stored->version(), change.after->version()) + 1);
-    auto final = builder.finish();
-    writerOf(*change.entity).update(*stored, *final);
-    resolved_.insert(change.key);
-    std::erase_if(outcome.corrected, [&](RowRef const& row) { return row->key() == change.key; }); // of an earlier set
-    outcome.corrected.push_back(std::move(final));
+    dangling_.note(change);
+    if (!change.relationships.empty()) links_.collect(change);
 }
 
 void SQLiteWriter::dropIndexesBefore(ChangeSet const& set) {
@@ -147,16 +161,18 @@ void SQLiteWriter::remakeIndexes() {
     dropped_.clear();
 }
 
-void SQLiteWriter::publish(std::span<Ref<ChangeSet const> const> sets, SaveOutcome const& outcome) {
+void SQLiteWriter::publish(std::span<Ref<ChangeSet const> const> sets, SaveOutcome& outcome) {
     auto& cache = schema_.space().cache();
     for (auto const& set : sets)
         for (auto const& change : set->changes()) {
-            if (change.kind == Kind::Delete || gone_.contains(change.key))
+            if (change.kind == Kind::Delete)
                 cache.remove(change.key);
-            else if (change.after != change.before && !resolved_.contains(change.key))
+            else if (change.after != change.before)
                 cache.add(change.after);
         }
-    for (auto const& row : outcome.corrected) cache.add(row);
+    for (auto const& change : outcome.corrected)
+        if (!change.after) cache.remove(change.key);
+    dangling_.tell(reader_, outcome);
 }
 
 /// A uniqueness violation is told in the model's words; any other failure goes on as it is.

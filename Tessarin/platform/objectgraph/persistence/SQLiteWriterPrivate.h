@@ -1,9 +1,9 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/persistence/NSPersistentStore.h"
+#include "Tessarin/platform/objectgraph/persistence/SQLiteDanglingLinksPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/SQLiteLinkWriterPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/SQLiteReaderPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/SQLiteRecordWriterPrivate.h"
-#include <unordered_set>
 
 namespace Tessarin {
 
@@ -13,17 +13,24 @@ class TESSARIN_API SQLiteWriter {
 public:
     SQLiteWriter(SQLiteSchema const& schema, SQLite::Connection& connection);
 
-    void write(std::span<Ref<ChangeSet const> const> sets, SaveOutcome& outcome);
-    /// Puts what `write` wrote into the cache; after the commit.
-    void publish(std::span<Ref<ChangeSet const> const> sets, SaveOutcome const& outcome);
+    /// Thrown by `write` at the first record that is not as a change expects it.
+    struct Stale {};
+    enum class Conflicts { Noticed, Settled };
+
+    void write(std::span<Ref<ChangeSet const> const> sets, Conflicts conflicts);
+    /// Puts what `write` wrote into the cache and tells what it wrote beside; after the commit.
+    void publish(std::span<Ref<ChangeSet const> const> sets, SaveOutcome& outcome);
+    /// The record as the transaction sees it.
+    RowRef stored(NSEntityDescription const& entity, RecordKey key) { return reader_.row(*entity.rootEntity(), key); }
 
 private:
-    void writeSet(ChangeSet const& set, SaveOutcome& outcome);
+    void writeSet(ChangeSet const& set);
     void writeDeletions(ChangeSet const& set);
-    void writeUpdates(ChangeSet const& set, SaveOutcome& outcome);
+    void checkVersions(std::string const& table, std::span<RecordChange const> changes);
+    void writeUpdates(ChangeSet const& set);
     void giveUpUniqueValues(RecordChange const& change);
-    void update(RecordChange const& change, SaveOutcome& outcome);
-    void resolve(RecordChange const& change, SaveOutcome& outcome);
+    void update(RecordChange const& change);
+    void insert(RecordChange const& change);
     void dropIndexesBefore(ChangeSet const& set);
     void dropIndexesOf(std::string const& table);
     void remakeIndexes();
@@ -34,10 +41,10 @@ private:
     SQLite::Connection& connection_;
     SQLiteReader reader_; // sees what the transaction has written
     SQLiteLinkWriter links_;
+    SQLiteDanglingLinks dangling_;
+    Conflicts conflicts_ = Conflicts::Noticed;
     std::vector<std::unique_ptr<SQLiteRecordWriter>> writers_; // by index of the entity
     std::vector<SQLiteSchema::Index const*> dropped_;
-    std::unordered_set<RecordKey> gone_;     // updated here, deleted by somebody else
-    std::unordered_set<RecordKey> resolved_; // merged with what somebody else had saved
 };
 
 } // namespace Tessarin

@@ -15,6 +15,7 @@ enum class StoreErrorCode : std::int64_t {
     StoreSave = 134030,
     StoreFetch = 134060,
     StoreDamaged = 134061,
+    MergeConflict = 133020,
     ConstraintConflict = 133021,
     ObjectMissing = 133000,
     UnsupportedAttribute = 134200,

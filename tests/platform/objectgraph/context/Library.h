@@ -41,13 +41,15 @@ inline Ref<NSManagedObjectModel> libraryModel() {
         .build();
 }
 
-/// Two levels of contexts over a fresh store of either type.
+/// A root context over a fresh store of either type; or over the file of another library, which must live longer.
 class Library {
 public:
-    explicit Library(char const* storeType)
-        : folder(NSURL::fileURLWithPath(NSTemporaryDirectory()).URLByAppendingPathComponent("library-" + NSUUID::UUID().UUIDString())) {
+    explicit Library(char const* storeType, Library const* other = nullptr)
+        : folder(other ? other->folder
+                       : NSURL::fileURLWithPath(NSTemporaryDirectory()).URLByAppendingPathComponent("library-" + NSUUID::UUID().UUIDString())),
+          ownsFolder(!other) {
         Ref<NSError> error;
-        NSFileManager::defaultManager()->createDirectoryAtURL(folder);
+        if (ownsFolder) NSFileManager::defaultManager()->createDirectoryAtURL(folder);
         coordinator = make<NSPersistentStoreCoordinator>(libraryModel());
         store = coordinator->addPersistentStoreWithType(storeType, {}, folder.URLByAppendingPathComponent("library.db"), {}, error);
         EXPECT_TRUE(store) << (error ? error->description() : "");
@@ -58,7 +60,7 @@ public:
         root = nullptr;
         store = nullptr;
         coordinator = nullptr;
-        NSFileManager::defaultManager()->removeItemAtURL(folder);
+        if (ownsFolder) NSFileManager::defaultManager()->removeItemAtURL(folder);
     }
 
     Ref<NSManagedObjectContext> worker() const { return childOf(root); }
@@ -69,6 +71,7 @@ public:
     }
 
     NSURL folder;
+    bool ownsFolder;
     Ref<NSPersistentStoreCoordinator> coordinator;
     Ref<NSPersistentStore> store;
     Ref<NSManagedObjectContext> root;

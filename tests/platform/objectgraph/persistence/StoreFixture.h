@@ -103,7 +103,12 @@ public:
 
     Ref<NSError> save(std::vector<RecordChange> changes) {
         Ref<ChangeSet const> const set = std::make_shared<ChangeSet>(space, std::move(changes));
-        return store->save({&set, 1}, outcome);
+        return store->save({&set, 1}, storeWins, outcome);
+    }
+
+    static Ref<NSError> storeWins(std::span<RowConflict> conflicts) {
+        for (auto& conflict : conflicts) conflict.final = resolvedRow(conflict, NSMergePolicyType::MergeByPropertyStoreTrump);
+        return nullptr;
     }
 
     std::vector<RowRef> fetch(std::string_view entityName) {

@@ -1,0 +1,54 @@
+#pragma once
+#include "Tessarin/Export.h"
+#include "Tessarin/platform/objectgraph/persistence/RowConflicts.h"
+#include "Tessarin/platform/runtime/NSObject.h"
+#include <optional>
+#include <string_view>
+
+namespace Tessarin {
+
+class NSManagedObject;
+
+/// A record that a save changes or deletes although somebody else saved it since it was read. Snapshots hold attributes as
+/// values and to-ones as object identifiers, by name. The snapshots and numbers may be read on any thread.
+class TESSARIN_API NSMergeConflict : public NSObject {
+public:
+    /// The object of the context that saves, with its values as they are there.
+    Ref<NSManagedObject> const& sourceObject() const noexcept { return source_; }
+    /// What the changes were made on.
+    Dictionary objectSnapshot() const;
+    /// What this coordinator last knew to be saved; absent when it knows nothing any more.
+    std::optional<Dictionary> cachedSnapshot() const;
+    /// What the record is where the save goes, in the store or one level up; absent when it was deleted.
+    std::optional<Dictionary> persistedSnapshot() const;
+    std::uint64_t oldVersionNumber() const noexcept { return conflict_.base->version(); }
+    /// 0 when the record was deleted.
+    std::uint64_t newVersionNumber() const noexcept { return conflict_.stored ? conflict_.stored->version() : 0; }
+
+    // For NSMergePolicy::resolveConflicts:
+    /// Decides it as that type does; not for `Error`, which decides nothing. The last call counts.
+    void resolve(NSMergePolicyType type);
+    /// After `resolve`: another value for an attribute. Nothing when the record will be deleted; fatal for a name that is no
+    /// stored attribute, and for a value of a wrong kind.
+    void setResolvedValue(Value const& value, std::string_view attribute);
+
+    /// "Book/p42 (title, year)": the record, and what both sides changed; or "deleted here", "deleted there".
+    std::string description() const override;
+
+protected:
+    NSMergeConflict() = default;
+    using NSObject::init;
+    virtual void init(Ref<NSManagedObject> source, Ref<RowSpace> space, RowConflict conflict);
+
+private:
+    friend class SaveOperation;
+    std::optional<Dictionary> snapshotOf(RowRef const& row) const;
+
+    Ref<NSManagedObject> source_; // constant after init, as what follows up to cached_
+    Ref<RowSpace> space_;
+    RowRef cached_;
+    RowConflict conflict_;
+    bool isResolved_ = false;
+};
+
+} // namespace Tessarin

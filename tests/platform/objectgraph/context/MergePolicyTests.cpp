@@ -1,0 +1,279 @@
+// What a save does with records that somebody else changed or deleted meanwhile.
+#include "Library.h"
+#include "Tessarin/platform/foundation/NSNotificationCenter.h"
+#include <random>
+#include <sqlite3.h>
+
+using namespace Tessarin;
+using namespace Tessarin::tests;
+
+namespace {
+
+using Type = NSMergePolicyType;
+
+/// "title year author" as a context sees the record.
+std::string seen(NSManagedObjectContext& context, NSManagedObjectID const& id) {
+    std::string text;
+    context.performBlockAndWait([&] {
+        Ref<NSError> error;
+        auto const book = context.existingObjectWithID(id, error);
+        if (!book) return text = "gone", void();
+        auto const author = book->valueForKey("author").objectAs<NSManagedObject>();
+        text = book->valueForKey("title").description() + " " + book->valueForKey("year").description() + " " +
+               (author ? author->valueForKey("name").description() : "nobody");
+    });
+    return text;
+}
+
+/// What links lead nowhere, by table.
+std::string dangling(Library const& library) {
+    std::string found;
+    sqlite3* file = nullptr;
+    EXPECT_EQ(sqlite3_open(library.folder.URLByAppendingPathComponent("library.db").path().c_str(), &file), SQLITE_OK);
+    struct { char const *table, *column, *target; } const links[] = {
+        {"Book", "author", "Author"}, {"Chapter", "book", "Book"}, {"Award", "winner", "Author"}, {"Book_tags", "owner", "Book"},
+        {"Book_tags", "member", "Tag"}, {"Book_related", "owner", "Book"}, {"Book_related", "member", "Book"}};
+    for (auto const& [table, column, target] : links) {
+        auto const sql = "SELECT count(*) FROM \"" + std::string{table} + "\" WHERE " + column + " IS NOT NULL AND " + column + " NOT IN (SELECT id FROM \"" + target + "\")";
+        sqlite3_stmt* query = nullptr;
+        EXPECT_EQ(sqlite3_prepare_v2(file, sql.c_str(), -1, &query, nullptr), SQLITE_OK) << sqlite3_errmsg(file);
+        EXPECT_EQ(sqlite3_step(query), SQLITE_ROW);
+        if (sqlite3_column_int(query, 0) != 0) found += std::string{table} + "." + column + " ";
+        sqlite3_finalize(query);
+    }
+    sqlite3_close(file);
+    return found;
+}
+
+/// "There" saves first. Here, a worker below a main and a root context; the policy is that of the context which meets the
+/// conflict: a sibling's at the worker, another coordinator's where the root writes.
+struct Stage {
+    Stage(bool areSiblings, char const* store, Type type)
+        : library(store), second(areSiblings || store == std::string("InMemory") ? nullptr : std::make_unique<Library>(store, &library)) {
+        auto const coordinator = second ? second->coordinator : library.coordinator;
+        root = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue);
+        root->setPersistentStoreCoordinator(coordinator);
+        bool const isFlat = !areSiblings && !second; // further down, they would see each other's rows
+        main = isFlat ? root : Library::childOf(root);
+        worker = isFlat ? root : Library::childOf(main);
+        there = areSiblings ? Library::childOf(main) : library.root;
+        meets = areSiblings ? worker : root;
+        meets->setMergePolicy(make<NSMergePolicy>(type));
+        auto const first = inserted(*library.root, "Author", {{"name", "first"}});
+        auto const book = inserted(*library.root, "Book", {{"title", "old"}, {"year", 1}, {"author", Value(first)}});
+        inserted(*library.root, "Author", {{"name", "second"}});
+        EXPECT_TRUE(saves(*library.root));
+        uri = book->objectID()->URIRepresentation();
+        theirs = at(*there);
+        held = at(*main);
+        mine = at(*worker);
+        for (auto const& each : {theirs, held, mine}) each->valueForKey("title");
+    }
+    Ref<NSManagedObject> at(NSManagedObjectContext& context) const {
+        return context.objectWithID(*context.persistentStoreCoordinator()->managedObjectIDForURIRepresentation(uri));
+    }
+    /// Saves there, then here level by level: the error where the conflict is met, if any.
+    Ref<NSError> save() const {
+        EXPECT_TRUE(saves(*there));
+        for (auto const& context : {worker, main, root}) {
+            Ref<NSError> error;
+            context->performBlockAndWait([&] { context->save(error); });
+            if (!error) continue;
+            EXPECT_EQ(context, meets);
+            return error;
+        }
+        return nullptr;
+    }
+
+    Library library;
+    std::unique_ptr<Library> second;
+    Ref<NSManagedObjectContext> root, main, worker, there, meets;
+    NSURL uri = NSURL::fileURLWithPath("/");
+    Ref<NSManagedObject> theirs, held, mine;
+};
+
+struct Setting {
+    char const* name;
+    bool areSiblings;
+    char const* store;
+};
+Setting const settings[] = {{"siblings, SQLite", true, "SQLite"}, {"siblings, in memory", true, "InMemory"},
+                            {"two coordinators, one file", false, "SQLite"}, {"two roots, in memory", false, "InMemory"}};
+
+} // namespace
+
+TEST(MergePolicy, DecidesWhatBecomesOfARecordThatBothTouched) {
+    enum class Does { SameAndOther, Other, Delete };
+    struct {
+        char const* what;
+        Does there, here;
+        char const* expected[5]; // by policy
+    } const rows[] = {
+        {"both changed the title", Does::SameAndOther, Does::SameAndOther,
+         {"refused: theirs 2 first", "theirs 2 second", "ours 2 second", "ours 1 second", "theirs 2 first"}},
+        {"other properties", Does::Other, Does::SameAndOther,
+         {"refused: old 2 first", "ours 2 second", "ours 2 second", "ours 1 second", "old 2 first"}},
+        {"deleted there", Does::Delete, Does::SameAndOther, {"refused: gone", "gone", "ours 1 second", "ours 1 second", "gone"}},
+        {"deleted here", Does::SameAndOther, Does::Delete, {"refused: theirs 2 first", "theirs 2 first", "gone", "gone", "theirs 2 first"}},
+        {"deleted on both sides", Does::Delete, Does::Delete, {"gone", "gone", "gone", "gone", "gone"}},
+    };
+    for (auto const& [name, areSiblings, store] : settings)
+        for (auto const& row : rows)
+            for (int policy = 0; policy < 5; ++policy) {
+                SCOPED_TRACE(std::string{name} + ", " + row.what + ", policy " + std::to_string(policy));
+                Stage stage(areSiblings, store, static_cast<Type>(policy));
+                if (row.there == Does::Delete) stage.there->deleteObject(*stage.theirs);
+                if (row.there == Does::SameAndOther) stage.theirs->setValueForKey("theirs", "title");
+                if (row.there == Does::SameAndOther || row.there == Does::Other) stage.theirs->setValueForKey(2, "year");
+                if (row.here == Does::Delete) stage.worker->deleteObject(*stage.mine);
+                if (row.here == Does::SameAndOther) {
+                    stage.mine->setValueForKey("ours", "title");
+                    stage.mine->setValueForKey(Value(fetched(*stage.worker, "Author", where("name == 'second'")).front()), "author");
+                }
+                std::string expected = row.expected[policy];
+                auto const error = stage.save();
+                EXPECT_EQ(static_cast<bool>(error), expected.starts_with("refused: "));
+                auto const& id = *stage.mine->objectID();
+                if (error) {
+                    EXPECT_EQ(error->code(), NSManagedObjectMergeError);
+                    EXPECT_TRUE(stage.meets->hasChanges()) << "nothing was forgotten";
+                    stage.meets->setMergePolicy(NSRollbackMergePolicy());
+                    EXPECT_FALSE(stage.save());
+                    expected = expected.substr(9);
+                }
+                for (auto const& context : {stage.worker, stage.main, stage.root, Library::childOf(stage.main)}) EXPECT_EQ(seen(*context, id), expected);
+                EXPECT_TRUE(expected != "gone" || !stage.mine->managedObjectContext());
+                if (store != std::string("SQLite")) continue;
+                Library fresh(store, &stage.library);
+                EXPECT_EQ(seen(*fresh.root, *fresh.coordinator->managedObjectIDForURIRepresentation(stage.uri)), expected) << "in the file";
+                auto const author = expected.ends_with("second") ? "second" : "first";
+                EXPECT_EQ(members(*fetched(*stage.worker, "Author", where("name == %@", author)).front(), "books"), expected.substr(0, expected.find(' ')) == "gone" ? "" : expected.substr(0, expected.find(' ')));
+                EXPECT_EQ(dangling(stage.library), "");
+            }
+}
+
+TEST(MergePolicy, AnErrorSaysWhichRecordsAndWhatTheyWere) {
+    for (auto const& [name, areSiblings, store] : settings) {
+        SCOPED_TRACE(name);
+        Stage stage(areSiblings, store, Type::Error);
+        stage.meets->setMergePolicy(nullptr); // the same
+        stage.theirs->setValueForKey("theirs", "title");
+        stage.mine->setValueForKey("ours", "title");
+        auto const error = stage.save();
+        ASSERT_TRUE(error);
+        auto const book = "Book/p" + std::to_string(stage.mine->recordKey());
+        EXPECT_EQ(error->localizedDescription(), "Changed elsewhere since it was read: " + book + " (title)");
+        auto const conflict = error->userInfo()[NSConflictListKey].list().front().objectAs<NSMergeConflict>();
+        EXPECT_EQ(conflict->sourceObject(), stage.at(*stage.meets));
+        EXPECT_EQ(conflict->sourceObject()->valueForKey("title"), Value("ours"));
+        EXPECT_EQ(conflict->objectSnapshot()["title"], Value("old"));
+        EXPECT_EQ(conflict->objectSnapshot()["author"].objectAs<NSManagedObjectID>()->entity().name(), "Author");
+        EXPECT_EQ((*conflict->persistedSnapshot())["title"], Value("theirs"));
+        EXPECT_EQ(conflict->newVersionNumber(), conflict->oldVersionNumber() + 1);
+
+        stage.there->deleteObject(*stage.theirs);
+        auto const again = stage.save();
+        ASSERT_TRUE(again);
+        EXPECT_EQ(again->localizedDescription(), "Changed elsewhere since it was read: " + book + " (deleted there)");
+        auto const deleted = again->userInfo()[NSConflictListKey].list().front().objectAs<NSMergeConflict>();
+        EXPECT_FALSE(deleted->persistedSnapshot());
+        EXPECT_EQ(deleted->newVersionNumber(), 0u);
+    }
+}
+
+TEST(MergePolicy, AnObjectThatWasRefreshedWinsOverWhatItWasRefreshedWith) {
+    Stage stage(true, "SQLite", Type::Error);
+    stage.theirs->setValueForKey("theirs", "title");
+    stage.theirs->setValueForKey(2, "year");
+    stage.mine->setValueForKey("ours", "title");
+    EXPECT_TRUE(stage.save());
+    stage.worker->refreshObject(*stage.mine, true);
+    EXPECT_FALSE(stage.save());
+    EXPECT_EQ(seen(*stage.root, *stage.mine->objectID()), "ours 2 first");
+}
+
+namespace {
+
+/// Adds up what both sides added; the rest is the store's.
+class SummingPolicy : public NSMergePolicy {
+public:
+    bool resolveConflicts(std::vector<Ref<NSMergeConflict>> const& conflicts, Ref<NSError>& error) override {
+        if (!NSMergePolicy::resolveConflicts(conflicts, error)) return false;
+        for (auto const& each : conflicts) {
+            auto const year = [](Dictionary const& snapshot) { return snapshot["year"].integer(); };
+            auto const mine = each->sourceObject()->valueForKey("year").integer();
+            each->setResolvedValue(mine + year(*each->persistedSnapshot()) - year(each->objectSnapshot()), "year");
+        }
+        return true;
+    }
+};
+
+} // namespace
+
+TEST(MergePolicy, ASubclassDecidesItself) {
+    for (auto const& [name, areSiblings, store] : settings) {
+        SCOPED_TRACE(name);
+        Stage stage(areSiblings, store, Type::Error);
+        stage.meets->setMergePolicy(make<SummingPolicy>(Type::MergeByPropertyStoreTrump));
+        stage.theirs->setValueForKey(11, "year");
+        stage.mine->setValueForKey(101, "year");
+        EXPECT_FALSE(stage.save());
+        EXPECT_EQ(seen(*stage.worker, *stage.mine->objectID()), "old 111 first");
+        EXPECT_EQ(seen(*stage.main, *stage.mine->objectID()), "old 111 first");
+    }
+}
+
+TEST(MergePolicy, CorrectionsReachLevelsBelowUnderWhatIsUnsavedThere) {
+    Stage stage(false, "SQLite", Type::MergeByPropertyStoreTrump);
+    auto const other = Library::childOf(stage.main);
+    auto const bystander = stage.at(*other);
+    bystander->setValueForKey(7, "year");
+    bystander->valueForKey("title");
+    stage.theirs->setValueForKey("theirs", "title");
+    stage.mine->setValueForKey("ours", "title");
+    std::string heard;
+    auto const token = NSNotificationCenter::defaultCenter()->addObserverForName(
+        NSManagedObjectContextObjectsDidChangeNotification, stage.main, nullptr, [&](auto const&) { heard = stage.held->valueForKey("title").description(); });
+    EXPECT_FALSE(stage.save());
+    dispatch_sync(stage.main->queue(), [] {}); // nobody asks the main context to do anything
+    NSNotificationCenter::defaultCenter()->removeObserver(*token);
+    EXPECT_EQ(heard, "theirs");
+    other->performBlockAndWait([&] {
+        EXPECT_EQ(bystander->valueForKey("title"), Value("theirs"));
+        EXPECT_EQ(bystander->valueForKey("year"), Value(7));
+    });
+}
+
+TEST(MergePolicy, NoLinkIsLeftToARecordThatSomebodyElseDeleted) {
+    std::mt19937 random{5};
+    for (int round = 0; round < 12; ++round) {
+        SCOPED_TRACE(round);
+        Library library("SQLite"), other("SQLite", &library);
+        for (auto const* entity : {"Author", "Book", "Tag", "Chapter"})
+            for (int at = 0; at < 6; ++at) inserted(*library.root, entity, {{entity[0] == 'A' || entity[0] == 'T' ? "name" : "title", std::to_string(at)}});
+        ASSERT_TRUE(saves(*library.root));
+        for (int step = 0; step < 8; ++step) {
+            for (auto const& context : {library.root, other.root}) {
+                context->setMergePolicy(make<NSMergePolicy>(static_cast<Type>(1 + random() % 4)));
+                auto const pick = [&](char const* entity) {
+                    auto const all = fetched(*context, entity);
+                    return all.empty() ? inserted(*context, entity, {{entity[0] == 'A' || entity[0] == 'T' ? "name" : "title", "new"}}) : all[random() % all.size()];
+                };
+                for (int change = 0; change < 4; ++change) {
+                    auto const book = pick("Book");
+                    switch (random() % 6) {
+                    case 0: book->setValueForKey(Value(pick("Author")), "author"); break;
+                    case 1: book->mutableSetValueForKey("tags").addObject(pick("Tag")); break;
+                    case 2: book->mutableSetValueForKey("related").addObject(pick("Book")); break;
+                    case 3: pick("Chapter")->setValueForKey(Value(book), "book"); break;
+                    case 4: context->deleteObject(*book); break;
+                    default: context->deleteObject(*pick(random() % 2 ? "Author" : "Tag"));
+                    }
+                }
+            }
+            ASSERT_TRUE(saves(*library.root));
+            ASSERT_TRUE(saves(*other.root));
+            ASSERT_EQ(dangling(library), "") << step;
+        }
+    }
+}
