@@ -1,6 +1,7 @@
-// W11 and W12 are measured in a process that has done nothing else before.
+// W11, W12 and W16 are measured in a process that has done nothing else before.
 #include "benchmarks/store/Children.h"
 
+#include "benchmarks/store/OurRows.h"
 #include "benchmarks/store/Timing.h"
 
 #include <cstdio>
@@ -42,6 +43,15 @@ std::string outputOfChild(std::vector<std::string> arguments) {
     return output;
 }
 
+Reading measure(ChildTask task, Contender& contender, std::string const& file) {
+    switch (task) {
+    case ChildTask::OpenAndFind: return contender.openAndFind(Library::generate(1).books[0].code, file);
+    case ChildTask::Resident: return contender.residentBooks(file);
+    case ChildTask::BatchedFetch: return memoryOfBatchedFetch(file);
+    }
+    throw std::runtime_error("no such task");
+}
+
 } // namespace
 
 Reading measureInChild(ChildTask task, Contender const& contender, std::string const& file) {
@@ -58,8 +68,7 @@ int runChild(std::string const& task, std::string const& contender, std::string 
     for (auto const& kind : contenderKinds) {
         if (kind.name != contender) continue;
         auto const side = kind.make();
-        auto const isResident = std::stoi(task) == static_cast<int>(ChildTask::Resident);
-        auto const reading = isResident ? side->residentBooks(file) : side->openAndFind(Library::generate(1).books[0].code, file);
+        auto const reading = measure(static_cast<ChildTask>(std::stoi(task)), *side, file);
         fmt::print("{} {}\n", reading.value, reading.checksum);
         return 0;
     }

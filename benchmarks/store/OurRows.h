@@ -12,4 +12,9 @@ Reading longestMainQueueHold(Library const& library, std::string const& file);
 /// core busy. FULL. On the main thread; what is looked up, the books in `more`, is saved before.
 Reading slowdownOfFetches(Workload const& work, std::string const& file);
 
+/// W16: MiB that a fetch of all books in batches of 100 adds to the resident memory, at most, while each title is read. In a
+/// process of its own. The checksum is `sumOfTitles`.
+Reading memoryOfBatchedFetch(std::string const& file);
+std::uint64_t sumOfTitles(Library const& library);
+
 } // namespace Tessarin::benchmarks

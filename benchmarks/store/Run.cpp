@@ -1,5 +1,6 @@
 #include "benchmarks/store/Run.h"
 
+#include "benchmarks/store/Children.h"
 #include "benchmarks/store/OurRows.h"
 
 #include <algorithm>
@@ -16,7 +17,8 @@ void Run::measureAll() {
         if (wants(plan.id, plan.what)) measure(plan);
     if (wants("W14", "main queue")) measureMainQueue();
     if (wants("W15", "fetches during a save")) measureFetchesDuringSave();
-    measureGrowth();
+    if (wants("W16", "batched fetch")) measureBatchedFetch();
+    if (!options_.isOursAlone) measureGrowth();
 }
 
 bool Run::wants(std::string const& id, std::string const& what) const {
@@ -31,17 +33,17 @@ Session Run::makeSession(std::size_t books, Session::Contenders const& contender
 }
 
 void Run::measure(RowPlan const& plan) {
-    auto const figures = session_.measure(plan, plan.runs);
-    if (!figures[0] || !figures[1]) return; // not yet an operation of ours
-    ratios_[plan.id] = *figures[0] / *figures[1];
+    auto const figures = session_.measure(plan, options_.runs ? options_.runs : plan.runs);
+    if (!figures[0]) return; // not yet an operation of ours
+    if (figures[1]) ratios_[plan.id] = *figures[0] / *figures[1];
     report_.add({.group = "store",
                  .row = fmt::format("{} {}", plan.id, plan.what),
                  .unit = plan.unit,
                  .ours = *figures[0],
-                 .peer = contenders_[1]->name(),
-                 .theirs = *figures[1],
-                 .target = plan.target,
-                 .stretch = plan.stretch,
+                 .peer = contenderKinds[1].name,
+                 .theirs = figures[1].value_or(0),
+                 .target = figures[1] ? plan.target : 0,
+                 .stretch = figures[1] ? plan.stretch : 0,
                  .others = {figures.begin() + firstPeer, figures.end()}});
 }
 
@@ -68,6 +70,15 @@ void Run::measureFetchesDuringSave() {
         return reading.value;
     });
     addOwn("W15 fetches during a save, slower by", "x", slowdown, 1.15);
+}
+
+void Run::measureBatchedFetch() {
+    Session::Contenders ours;
+    ours.push_back(makeOurs());
+    auto session = makeSession(1'000'000, ours);
+    auto const reading = measureInChild(ChildTask::BatchedFetch, *ours[0], session.fileFor(Start::Filled, *ours[0]));
+    Session::check("W16", reading.checksum, sumOfTitles(session.work().library));
+    addOwn("W16 1,000,000 in batches of 100, memory", "MiB", reading.value, 64);
 }
 
 /// How much the ratio to raw grows from the smallest library to the largest.

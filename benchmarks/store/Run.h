@@ -7,6 +7,8 @@ namespace Tessarin::benchmarks {
 struct RunOptions {
     std::vector<std::string> only; // identifiers of rows; empty: what the report wants
     bool isScaled = false; // also 1,000,000 books, which takes minutes
+    bool isOursAlone = false; // for a profiler
+    int runs = 0; // of each row; 0: as many as it needs
     std::string folder; // exists
 };
 
@@ -26,6 +28,7 @@ private:
     void addOwn(std::string const& row, char const* unit, double figure, double target, double stretch = 0);
     void measureMainQueue();
     void measureFetchesDuringSave();
+    void measureBatchedFetch();
 
     RunOptions const& options_;
     Session::Contenders const& contenders_;

@@ -1,6 +1,8 @@
 // The object store beside hand-written SQLite and what others put over it: the same data, the same checksums, in one run.
 //
-//     bench_store [--json FILE] [--scale] [--only ROW]... [part of a row's name]...
+//     bench_store [--json FILE] [--scale] [--only ROW]... [--ours] [--runs COUNT] [part of a row's name]...
+//
+// `--ours --runs 50 --only W3` is for a profiler.
 #include "benchmarks/store/Children.h"
 #include "benchmarks/store/Run.h"
 
@@ -33,6 +35,10 @@ RunOptions parse(int argc, char** argv, std::vector<char*>& others) {
             options.only.emplace_back(argv[++i]);
         else if (std::strcmp(argv[i], "--scale") == 0)
             options.isScaled = true;
+        else if (std::strcmp(argv[i], "--ours") == 0)
+            options.isOursAlone = true;
+        else if (std::strcmp(argv[i], "--runs") == 0 && i + 1 < argc)
+            options.runs = std::stoi(argv[++i]);
         else
             others.push_back(argv[i]);
     }
@@ -45,7 +51,8 @@ int measureAll(int argc, char** argv) {
     auto options = parse(argc, argv, others);
     options.folder = folder.path();
     Session::Contenders contenders;
-    for (auto const& kind : contenderKinds) contenders.push_back(kind.make());
+    for (auto const& kind : contenderKinds)
+        contenders.push_back(contenders.empty() || !options.isOursAlone ? kind.make() : nullptr);
     std::vector<std::string> peers;
     for (auto const& kind : std::span(contenderKinds).subspan(firstPeer)) peers.emplace_back(kind.name);
     Report report(static_cast<int>(others.size()), others.data(), peers);
