@@ -8,9 +8,12 @@ namespace Tessarin::benchmarks {
 /// of the main queue took. FULL. The checksum is of `library`, whose books these are.
 Reading longestMainQueueHold(Library const& library, std::string const& file);
 
+enum class FetchedEntity { Author, Book };
+
 /// W15: by how much a worker's look-ups are slower beside a save of the library's books than beside a thread that only keeps a
-/// core busy. FULL. On the main thread; what is looked up, the books in `more`, is saved before.
-Reading slowdownOfFetches(Workload const& work, std::string const& file);
+/// core busy. FULL. On the main thread. What is looked up was saved before: authors, of whom the save has none, or the books in
+/// `more`, whose table the save fills.
+Reading slowdownOfFetches(Workload const& work, FetchedEntity entity, std::string const& file);
 
 /// W16: MiB that a fetch of all books in batches of 100 adds to the resident memory, at most, while each title is read. In a
 /// process of its own. The checksum is `sumOfTitles`.

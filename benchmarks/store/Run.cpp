@@ -1,7 +1,6 @@
 #include "benchmarks/store/Run.h"
 
 #include "benchmarks/store/Children.h"
-#include "benchmarks/store/OurRows.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -16,7 +15,8 @@ void Run::measureAll() {
     for (auto const& plan : rowPlans())
         if (wants(plan.id, plan.what)) measure(plan);
     if (wants("W14", "main queue")) measureMainQueue();
-    if (wants("W15", "fetches during a save")) measureFetchesDuringSave();
+    measureFetchesDuringSave(FetchedEntity::Author, "W15", "fetches during a save, slower by");
+    measureFetchesDuringSave(FetchedEntity::Book, "W15b", "the same of the saved entity");
     if (wants("W16", "batched fetch")) measureBatchedFetch();
     if (!options_.isOursAlone) measureGrowth();
 }
@@ -62,14 +62,15 @@ void Run::measureMainQueue() {
     addOwn("W14 main queue held, 5 saves of 25,000", "ms", held, 5, 2);
 }
 
-void Run::measureFetchesDuringSave() {
+void Run::measureFetchesDuringSave(FetchedEntity entity, char const* id, char const* what) {
+    if (!wants(id, what)) return;
     auto const expected = checksumOf(session_.work().library, session_.work().more);
     auto const slowdown = median(5, [&] {
-        auto const reading = slowdownOfFetches(session_.work(), session_.fileFor(Start::Empty, *contenders_[0]));
-        Session::check("W15", reading.checksum, expected);
+        auto const reading = slowdownOfFetches(session_.work(), entity, session_.fileFor(Start::Empty, *contenders_[0]));
+        Session::check(id, reading.checksum, expected);
         return reading.value;
     });
-    addOwn("W15 fetches during a save, slower by", "x", slowdown, 1.15);
+    addOwn(fmt::format("{} {}", id, what), "x", slowdown, 1.15);
 }
 
 void Run::measureBatchedFetch() {

@@ -1,4 +1,5 @@
 #pragma once
+#include "benchmarks/store/OurRows.h"
 #include "benchmarks/store/Session.h"
 #include "benchmarks/support/Report.h"
 
@@ -27,7 +28,7 @@ private:
     // Rows of ours alone.
     void addOwn(std::string const& row, char const* unit, double figure, double target, double stretch = 0);
     void measureMainQueue();
-    void measureFetchesDuringSave();
+    void measureFetchesDuringSave(FetchedEntity entity, char const* id, char const* what);
     void measureBatchedFetch();
 
     RunOptions const& options_;
