@@ -84,7 +84,9 @@ private:
             auto const changes = set->changesOf(*entity_.rootEntity());
             changesElsewhere = changesElsewhere || changes.size() != set->changes().size();
             for (auto const& change : changes) {
-                if (isWanted(*change.entity)) keys.insert(change.key);
+                // One of to-many relationships alone leaves the row as the store has it.
+                bool const isOfRow = change.kind != RecordChange::Kind::Update || change.after != change.before;
+                if (isOfRow && isWanted(*change.entity)) keys.insert(change.key);
                 changesElsewhere = changesElsewhere || !change.relationships.empty();
             }
         }
