@@ -1,5 +1,7 @@
 #include "fuzz/campaigns/Damage.h"
+#include "fuzz/campaigns/Faults.h"
 #include "fuzz/campaigns/Kill.h"
+#include "fuzz/campaigns/Power.h"
 #include "fuzz/campaigns/Processes.h"
 #include "fuzz/campaigns/Schedule.h"
 
@@ -7,6 +9,8 @@ namespace Tessarin::campaigns {
 
 std::span<Campaign const> allCampaigns() {
     static constexpr Campaign all[] = {
+        {"faults", "every operation on files fails, and every allocation of SQLite", tryFault, judgeFaults, 150},
+        {"power", "power goes while the disk writes", tryPower, judgePower, 200},
         {"kill", "killed at any moment of a save or a migration", tryKill, judgeKill, 300},
         {"damage", "damaged files are opened and used", tryDamage, judgeDamage, 100},
         {"processes", "eight processes over one store", tryProcesses},

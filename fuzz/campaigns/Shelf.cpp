@@ -40,10 +40,12 @@ Ref<NSManagedObjectModel> const& laterShelfModel() {
     return model;
 }
 
-Shelf::Shelf(std::string const& file, Ref<NSManagedObjectModel> const& model, Inference inference) {
+Shelf::Shelf(std::string const& file, Ref<NSManagedObjectModel> const& model, Inference inference, Synchronous synchronous) {
     coordinator = make<NSPersistentStoreCoordinator>(model);
     Ref<NSError> error;
-    Dictionary const options{{"NSInferMappingModelAutomaticallyOption", inference == Inference::Allowed}};
+    char const* const modes[] = {"OFF", "NORMAL", "FULL"};
+    Dictionary const pragmas{{"synchronous", modes[static_cast<int>(synchronous)]}};
+    Dictionary const options{{"NSInferMappingModelAutomaticallyOption", inference == Inference::Allowed}, {NSSQLitePragmasOption, pragmas}};
     if (!coordinator->addPersistentStoreWithType(NSSQLiteStoreType, {}, NSURL::fileURLWithPath(file), options, error)) throw ErrorException(error);
     root = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue);
     root->setPersistentStoreCoordinator(coordinator);
@@ -66,6 +68,12 @@ void Shelf::saveToDisk(NSManagedObjectContext& worker) const {
         context->performBlockAndWait([&] { context->save(error); }); // nothing is thrown out of another thread's queue
         if (error) throw ErrorException(error);
     }
+}
+
+void Shelf::checkpoint() const {
+    sqlite3* handle = nullptr;
+    if (sqlite3_open(coordinator->store()->url().path().c_str(), &handle) == SQLITE_OK) sqlite3_wal_checkpoint_v2(handle, nullptr, SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
+    sqlite3_close(handle);
 }
 
 void onQueueOf(NSManagedObjectContext& context, FunctionRef<void()> work) {

@@ -13,15 +13,19 @@ Ref<NSManagedObjectModel> const& shelfModel();
 Ref<NSManagedObjectModel> const& laterShelfModel();
 
 enum class Inference { Allowed, Forbidden };
+enum class Synchronous { Off, Normal, Full };
 
 /// A store's file with the contexts of an application over it.
 class Shelf {
 public:
     /// Throws ErrorException when the file is refused.
-    explicit Shelf(std::string const& file, Ref<NSManagedObjectModel> const& model = shelfModel(), Inference inference = Inference::Allowed);
+    explicit Shelf(std::string const& file, Ref<NSManagedObjectModel> const& model = shelfModel(), Inference inference = Inference::Allowed,
+                   Synchronous synchronous = Synchronous::Full);
     Ref<NSManagedObjectContext> worker() const;
     /// Saves a worker and all above it; on the caller's thread. Throws what fails.
     void saveToDisk(NSManagedObjectContext& worker) const;
+    /// Brings the log into the file, over a connection of its own.
+    void checkpoint() const;
 
     Ref<NSPersistentStoreCoordinator> coordinator;
     Ref<NSManagedObjectContext> root, main;

@@ -6,6 +6,7 @@
 // Without --first it goes on where the state file says that the last run stopped, else at 0.
 #include "Tessarin/platform/queues/MainQueue.h"
 #include "fuzz/campaigns/Campaign.h"
+#include "fuzz/campaigns/FaultyFiles.h"
 
 #include <algorithm>
 #include <atomic>
@@ -132,6 +133,7 @@ int runArguments(int argc, char** argv) {
 
 /// Trials run beside a main queue that somebody drains, as in an application.
 int main(int argc, char** argv) {
+    Tessarin::campaigns::FaultyFiles::install();
     int result = 1;
     std::atomic<bool> isDone{false};
     std::thread runner([&] {

@@ -15,6 +15,7 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <numeric>
+#include <sqlite3.h>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
@@ -160,8 +161,7 @@ void SQLiteOpening::checkPages(SQLite::Connection& connection) const {
     if (connection.text("PRAGMA journal_mode") != "wal")
         connection.execute("COMMIT; PRAGMA journal_mode = WAL; BEGIN"); // another tool changed it
     if (connection.integer("PRAGMA page_count") <= smallFilePages) {
-        if (auto const problem = connection.text("PRAGMA quick_check(1)"); problem != "ok")
-            throw Refused::because("it is damaged: " + problem);
+        checkAllPages(connection);
         return;
     }
     std::string ends;
@@ -172,6 +172,19 @@ void SQLiteOpening::checkPages(SQLite::Connection& connection) const {
                                 quoted(tables->text(0)));
     }
     if (!ends.empty()) connection.execute(ends);
+}
+
+/// SQLite tells a page that it could not read as one more finding in the list. That is for waiting, not for refusing.
+void SQLiteOpening::checkAllPages(SQLite::Connection& connection) const {
+    auto const problem = connection.text("PRAGMA quick_check(1)");
+    if (problem == "ok") return;
+    static constexpr std::string_view unreadable = "error code=";
+    if (auto const at = problem.find(unreadable); at != problem.npos) {
+        int const code = std::atoi(problem.c_str() + at + unreadable.size()) & 0xFF;
+        if (code != SQLITE_CORRUPT && code != SQLITE_NOTADB) throw Postponed(storeError(StoreErrorCode::StoreOpen, "The store cannot be read: " + problem));
+    }
+    if (problem.empty() || problem.find("out of memory") != problem.npos) throw std::bad_alloc();
+    throw Refused::because("it is damaged: " + problem);
 }
 
 std::vector<std::int64_t> SQLiteOpening::bringToModel(SQLite::Connection& connection) {

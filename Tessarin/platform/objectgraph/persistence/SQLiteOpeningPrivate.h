@@ -19,6 +19,7 @@ private:
     void create(SQLite::Connection& connection);
     void checkFormat(SQLite::Connection& connection) const;
     void checkPages(SQLite::Connection& connection) const;
+    void checkAllPages(SQLite::Connection& connection) const;
     std::vector<std::int64_t> bringToModel(SQLite::Connection& connection);
 
     NSURL const file_;
