@@ -75,6 +75,7 @@
 #include "Tessarin/platform/objectgraph/persistence/InMemoryStore.h"
 #include "Tessarin/platform/objectgraph/persistence/KeyPromotions.h"
 #include "Tessarin/platform/objectgraph/persistence/KeyTable.h"
+#include "Tessarin/platform/objectgraph/persistence/MigrationPlan.h"
 #include "Tessarin/platform/objectgraph/persistence/NSManagedObjectID.h"
 #include "Tessarin/platform/objectgraph/persistence/NSPersistentStore.h"
 #include "Tessarin/platform/objectgraph/persistence/NSPersistentStoreCoordinator.h"

@@ -28,7 +28,18 @@ template <class Old, class New> Old const* sourceAmong(std::span<Old const* cons
     return best;
 }
 
-char const* nameOf(NSAttributeType type) {
+bool isStored(NSAttributeDescription const& attribute) {
+    CellType type{};
+    return !attribute.isTransient() && !attribute.isDerived() && cellTypeOf(attribute.attributeType(), type);
+}
+
+[[noreturn]] void refuse(NSEntityDescription const& entity, NSPropertyDescription const& property, std::string reason) {
+    throw Refused::noRule(entity.name(), property.name(), std::move(reason));
+}
+
+} // namespace
+
+char const* nameOf(NSAttributeType type) noexcept {
     switch (type) {
     case NSAttributeType::Integer16: return "Integer 16";
     case NSAttributeType::Integer32: return "Integer 32";
@@ -46,17 +57,6 @@ char const* nameOf(NSAttributeType type) {
     }
 }
 
-bool isStored(NSAttributeDescription const& attribute) {
-    CellType type{};
-    return !attribute.isTransient() && !attribute.isDerived() && cellTypeOf(attribute.attributeType(), type);
-}
-
-[[noreturn]] void refuse(NSEntityDescription const& entity, NSPropertyDescription const& property, std::string reason) {
-    throw Refused::noRule(entity.name(), property.name(), std::move(reason));
-}
-
-} // namespace
-
 bool isWidening(NSAttributeType from, NSAttributeType to) noexcept {
     using Type = NSAttributeType;
     auto const width = [](Type type) {
@@ -69,10 +69,12 @@ bool isWidening(NSAttributeType from, NSAttributeType to) noexcept {
     return from == Type::Float && to == Type::Double;
 }
 
-ModelMapping::ModelMapping(NSManagedObjectModel const& from, NSManagedObjectModel const& to) : from_(from), to_(to) {
+ModelMapping::ModelMapping(NSManagedObjectModel const& from, NSManagedObjectModel const& to,
+                           FunctionRef<bool(NSEntityDescription const&)> hasRecords)
+    : from_(from), to_(to) {
     findEntities();
     for (auto const& entity : to.entities())
-        if (sourceOf(*entity))
+        if (auto const* source = sourceOf(*entity); source && hasRecords(*source))
             for (auto const* property : entity->properties()) check(*entity, *property);
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/model/NSManagedObjectModel.h"
+#include "Tessarin/platform/runtime/FunctionRef.h"
 
 namespace Tessarin {
 
@@ -7,8 +8,10 @@ namespace Tessarin {
 /// are found again by their renaming identifiers or their names. Both models must outlive it.
 class TESSARIN_API ModelMapping {
 public:
-    /// Throws Refused, which names entity, property and reason, where records would need what no rule tells.
-    ModelMapping(NSManagedObjectModel const& from, NSManagedObjectModel const& to);
+    /// Throws Refused, which names entity, property and reason, where records would need what no rule tells. `hasRecords` says of
+    /// an entity of `from` whether there are any: where there are none, none has to be told.
+    ModelMapping(NSManagedObjectModel const& from, NSManagedObjectModel const& to,
+                 FunctionRef<bool(NSEntityDescription const&)> hasRecords = [](NSEntityDescription const&) { return true; });
 
     /// The entity that this one was; null when it is new.
     NSEntityDescription const* sourceOf(NSEntityDescription const& entity) const noexcept { return sources_[entity.index()]; }
@@ -33,6 +36,8 @@ private:
     bool dropsEntities_ = false;
 };
 
+/// A type in words: "Integer 16".
+char const* nameOf(NSAttributeType type) noexcept;
 /// Whether values of the one type are values of the other without loss: an integer in a wider one, a number in a decimal.
 bool isWidening(NSAttributeType from, NSAttributeType to) noexcept;
 

@@ -8,6 +8,18 @@
 
 namespace Tessarin {
 
+std::vector<std::int64_t> recordCounts(SQLite::Connection& connection, StoredModel const& stored) {
+    RowSpace space(stored.model);
+    SQLiteSchema const schema(space, stored.entityNumbers);
+    std::vector<std::int64_t> counts;
+    for (auto const& entity : stored.model->entities()) {
+        auto const& table = schema.tableOf(*entity);
+        auto const condition = table.hasEntityColumn ? fmt::format(" WHERE entity = {}", schema.numberOf(*entity)) : std::string();
+        counts.push_back(connection.integer(fmt::format("SELECT count(*) FROM {}{}", table.name, condition)));
+    }
+    return counts;
+}
+
 std::vector<std::int64_t> SQLiteMigration::numbersAfter(StoredModel const& stored) const {
     auto next = stored.entityNumbers.empty() ? 0 : std::ranges::max(stored.entityNumbers);
     std::vector<std::int64_t> numbers;

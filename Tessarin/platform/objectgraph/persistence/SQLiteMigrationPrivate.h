@@ -7,6 +7,9 @@
 
 namespace Tessarin {
 
+/// How many records each entity of the stored model has, by its index; sub-entities count for themselves.
+std::vector<std::int64_t> recordCounts(SQLite::Connection& connection, StoredModel const& stored);
+
 /// Brings a file from the model it was written with to that of `space`, within a write transaction of the caller. Records
 /// keep their keys and versions. Throws Refused where no rule leads from the one model to the other, or where the records
 /// break a uniqueness that is new.
@@ -17,12 +20,15 @@ class SQLiteMigration {
 public:
     SQLiteMigration(SQLite::Connection& connection, StoredModel const& stored, RowSpace& space)
         : connection_(connection),
-          mapping_(*stored.model, space.model()),
+          counts_(recordCounts(connection, stored)),
+          mapping_(*stored.model, space.model(), [this](NSEntityDescription const& old) { return counts_[old.index()] != 0; }),
           oldSpace_(stored.model),
           oldSchema_(oldSpace_, stored.entityNumbers),
           space_(space),
           schema_(space, numbersAfter(stored)) {}
 
+    ModelMapping const& mapping() const noexcept { return mapping_; }
+    std::int64_t countOf(NSEntityDescription const& old) const noexcept { return counts_[old.index()]; }
     /// Gives the numbers of the entities.
     std::vector<std::int64_t> run();
 
@@ -58,6 +64,7 @@ private:
     Pairs swapped(Pairs pairs) const;
 
     SQLite::Connection& connection_;
+    std::vector<std::int64_t> const counts_;
     ModelMapping const mapping_;
     RowSpace oldSpace_;
     SQLiteSchema const oldSchema_;

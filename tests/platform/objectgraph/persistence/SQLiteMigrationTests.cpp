@@ -1,4 +1,7 @@
 #include "StoreFixture.h"
+#include "Tessarin/platform/objectgraph/persistence/MigrationPlan.h"
+
+#include <fstream>
 
 namespace Tessarin::tests {
 namespace {
@@ -197,6 +200,43 @@ TEST_F(Migration, WhereNoRuleLeadsTheFileStaysAndTheErrorNamesTheProperty) {
     auto const again = reopened(firstVersion());
     ASSERT_TRUE(again);
     EXPECT_EQ(again->members("Person", "pets", ann), (Keys{tom, rex}));
+}
+
+TEST_F(Migration, ADryRunTellsWhatWouldHappenAndChangesNothing) {
+    auto const content = [&] {
+        std::ifstream input(file.path(), std::ios::binary);
+        return std::string(std::istreambuf_iterator<char>(input), {});
+    };
+    auto const before = content();
+    auto const later = changed([](ModelDefinition& model) {
+        auto& person = model.entities[PersonAt];
+        person.name = "Human";
+        person.options.renamingIdentifier = "Person";
+        person.attributes[1].type = Type::Integer32;
+        person.attributes.erase(person.attributes.begin() + 2);
+        model.entities[ChildAt].options.parent = "Human";
+        for (auto at : {PetAt, ClubAt}) model.entities[at].relationships[0].destination = "Human";
+        model.entities[HouseAt].attributes.push_back({"floors", Type::Integer16, {.optional = false, .defaultValue = 1}});
+    });
+    Ref<NSError> error;
+    auto const plan = MigrationPlan::dryRun(file, later.build(), error);
+    ASSERT_TRUE(plan) << error->description();
+    EXPECT_EQ(plan->lines(), (std::vector<std::string>{"Human: was Person (1 record)", "Human.age: Integer 16 becomes Integer 32",
+                                                       "Human.city: goes with its values", "House.floors: new, 1 in every record"}));
+    EXPECT_EQ(content(), before);
+    EXPECT_EQ(MigrationPlan::dryRun(file, firstVersion().build(), error)->description(), "Nothing changes.\n");
+
+    auto const unique = changed([](ModelDefinition& model) { model.entities[PetAt].uniquenessConstraints = {{"owner"}}; });
+    EXPECT_FALSE(MigrationPlan::dryRun(file, unique.build(), error)) << "two pets have one owner";
+    EXPECT_NE(error->localizedDescription().find("Pet.owner"), std::string::npos);
+    EXPECT_TRUE(reopened(firstVersion()));
+}
+
+TEST_F(Migration, WhereThereAreNoRecordsNoRuleIsMissed) {
+    auto const withRooms = changed([](ModelDefinition& model) { model.entities.push_back({.name = "Room"}); });
+    reopened(withRooms);
+    auto const mandatory = [](ModelDefinition& model) { model.entities.push_back({.name = "Room", .attributes = {{"number", Type::Integer16, {.optional = false}}}}); };
+    EXPECT_TRUE(reopened(changed(mandatory)));
 }
 
 TEST_F(Migration, AProcessWithTheFormerModelCanNoLongerSave) {
