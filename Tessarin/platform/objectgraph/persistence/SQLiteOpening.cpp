@@ -174,16 +174,19 @@ void SQLiteOpening::checkPages(SQLite::Connection& connection) const {
     if (!ends.empty()) connection.execute(ends);
 }
 
-/// SQLite tells a page that it could not read as one more finding in the list. That is for waiting, not for refusing.
+/// A file is damaged when two looks say so, the second without what the first left in memory. SQLite tells a page that it could not
+/// read as one more finding ("error code=266", "error code 10"): that is for waiting, not for refusing.
 void SQLiteOpening::checkAllPages(SQLite::Connection& connection) const {
+    if (connection.text("PRAGMA quick_check(1)") == "ok") return;
+    connection.execute("PRAGMA shrink_memory");
     auto const problem = connection.text("PRAGMA quick_check(1)");
     if (problem == "ok") return;
-    static constexpr std::string_view unreadable = "error code=";
+    if (problem.empty()) throw std::bad_alloc();
+    static constexpr std::string_view unreadable = "error code";
     if (auto const at = problem.find(unreadable); at != problem.npos) {
-        int const code = std::atoi(problem.c_str() + at + unreadable.size()) & 0xFF;
+        int const code = std::atoi(problem.c_str() + at + unreadable.size() + 1) & 0xFF;
         if (code != SQLITE_CORRUPT && code != SQLITE_NOTADB) throw Postponed(storeError(StoreErrorCode::StoreOpen, "The store cannot be read: " + problem));
     }
-    if (problem.empty() || problem.find("out of memory") != problem.npos) throw std::bad_alloc();
     throw Refused::because("it is damaged: " + problem);
 }
 
