@@ -207,12 +207,15 @@ std::uint64_t operationsOf(SceneKind const& scene, Kind kind) {
 }
 
 /// Runs the scene beside a clock: what waits for a sticky fault to pass goes on once it has.
-bool succeeds(Scene& scene, Duration duration) {
+bool succeeds(Scene& scene, Duration duration, std::string& words) {
     auto running = std::async(std::launch::async, [&] {
         try {
             scene.run();
             return true;
-        } catch (ErrorException const&) { return false; }
+        } catch (ErrorException const& failure) {
+            words = failure.error()->localizedDescription();
+            return false;
+        }
     });
     if (duration == Duration::Sticky && running.wait_for(std::chrono::milliseconds(30)) == std::future_status::timeout) FaultyFiles::heal();
     require(running.wait_for(std::chrono::seconds(60)) == std::future_status::ready, "it hangs");
@@ -240,16 +243,17 @@ void tryFault(Trial& trial, Tally& tally) {
     auto const scene = sceneKind.make(trial.folder() + "/store");
     scene->prepare();
     FaultyFiles::fail(kind, at, duration);
+    std::string words;
     try {
-        bool const succeeded = succeeds(*scene, duration);
+        bool const succeeded = succeeds(*scene, duration, words);
         FaultyFiles::heal();
         tally.add(FaultyFiles::failures() == 0 ? "not reached" : succeeded ? "survived or waited out" : "reported");
         if (!succeeded) scene->afterFailure();
         scene->check();
     } catch (std::exception const& failure) {
         FaultyFiles::heal();
-        throw Broken(fmt::format("{}, operation {} of {}, kind {}, {}: {}", sceneKind.name, at, operations, static_cast<int>(kind),
-                                 duration == Duration::Once ? "once" : "sticky", failure.what()));
+        throw Broken(fmt::format("{}, operation {} of {}, kind {}, {}: {} [{}]", sceneKind.name, at, operations, static_cast<int>(kind),
+                                 duration == Duration::Once ? "once" : "sticky", failure.what(), words));
     }
 }
 

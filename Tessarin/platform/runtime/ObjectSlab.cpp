@@ -11,6 +11,7 @@
 namespace Tessarin {
 namespace {
 
+#if !defined(__SANITIZE_ADDRESS__)
 constexpr std::size_t step = 16;
 
 /// Stands at the start of its page.
@@ -51,6 +52,8 @@ Slab* freshSlab(Slab* full) {
     slabsOfThread.areWatched = true;
     return ::new (PagePool::take()) Slab;
 }
+
+#endif
 
 } // namespace
 

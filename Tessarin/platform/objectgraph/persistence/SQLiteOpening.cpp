@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <numeric>
@@ -174,20 +175,35 @@ void SQLiteOpening::checkPages(SQLite::Connection& connection) const {
     if (!ends.empty()) connection.execute(ends);
 }
 
-/// A file is damaged when two looks say so, the second without what the first left in memory. SQLite tells a page that it could not
-/// read as one more finding ("error code=266", "error code 10"): that is for waiting, not for refusing.
+/// A file is damaged when three looks say so, each without what the one before left in memory, and when nothing keeps it from being
+/// read: SQLite tells a page that it could not read as one more finding ("unable to get the page. error code=266"), and that is for
+/// waiting, not for refusing.
 void SQLiteOpening::checkAllPages(SQLite::Connection& connection) const {
-    if (connection.text("PRAGMA quick_check(1)") == "ok") return;
-    connection.execute("PRAGMA shrink_memory");
-    auto const problem = connection.text("PRAGMA quick_check(1)");
-    if (problem == "ok") return;
-    if (problem.empty()) throw std::bad_alloc();
+    std::string problem;
+    for (int look = 0; look < 3; ++look) {
+        if (look != 0) {
+            connection.execute("PRAGMA shrink_memory");
+            std::this_thread::sleep_for(std::chrono::milliseconds(40));
+        }
+        problem = connection.text("PRAGMA quick_check(1)");
+        if (problem == "ok") return;
+        if (problem.empty()) throw std::bad_alloc();
+        requireReadable(problem);
+    }
+    throw Refused::because("it is damaged: " + problem);
+}
+
+void SQLiteOpening::requireReadable(std::string const& problem) const {
     static constexpr std::string_view unreadable = "error code";
     if (auto const at = problem.find(unreadable); at != problem.npos) {
         int const code = std::atoi(problem.c_str() + at + unreadable.size() + 1) & 0xFF;
         if (code != SQLITE_CORRUPT && code != SQLITE_NOTADB) throw Postponed(storeError(StoreErrorCode::StoreOpen, "The store cannot be read: " + problem));
     }
-    throw Refused::because("it is damaged: " + problem);
+    errno = 0;
+    std::ifstream input(path_, std::ios::binary);
+    char buffer[4096];
+    while (input.read(buffer, sizeof buffer)) {}
+    if (!input.eof()) throwVerdict(errno != 0 ? errno : EIO, path_);
 }
 
 std::vector<std::int64_t> SQLiteOpening::bringToModel(SQLite::Connection& connection) {

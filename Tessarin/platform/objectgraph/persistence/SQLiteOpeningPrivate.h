@@ -20,6 +20,7 @@ private:
     void checkFormat(SQLite::Connection& connection) const;
     void checkPages(SQLite::Connection& connection) const;
     void checkAllPages(SQLite::Connection& connection) const;
+    void requireReadable(std::string const& problem) const;
     std::vector<std::int64_t> bringToModel(SQLite::Connection& connection);
 
     NSURL const file_;
