@@ -32,6 +32,7 @@ template <class Post> struct PingPong {
     int left;
     std::promise<void> done = {};
 
+    PingPong(Post way, int hops) : post(std::move(way)), left(hops) {}
     void hop(bool first) {
         if (--left == 0) return done.set_value();
         post(first, [this, first] { hop(!first); });
@@ -50,13 +51,13 @@ void pingPong(Report& report) {
     constexpr int hops = 500'000;
     dispatch_queue_t const queues[] = {dispatch_queue_create("ping", DISPATCH_QUEUE_SERIAL), dispatch_queue_create("pong", DISPATCH_QUEUE_SERIAL)};
     auto const ours = [&] {
-        return PingPong{[&](bool first, auto work) { dispatch_async(queues[first ? 0 : 1], std::move(work)); }, hops}.rate();
+        return PingPong([&](bool first, auto work) { dispatch_async(queues[first ? 0 : 1], std::move(work)); }, hops).rate();
     };
 #ifdef TESSARIN_BENCHMARKS_ASIO
     auto const result = medians(runs, ours, [&] {
         boost::asio::thread_pool pool(2);
         boost::asio::strand<boost::asio::thread_pool::executor_type> strands[] = {boost::asio::make_strand(pool), boost::asio::make_strand(pool)};
-        return PingPong{[&](bool first, auto work) { boost::asio::post(strands[first ? 0 : 1], std::move(work)); }, hops}.rate();
+        return PingPong([&](bool first, auto work) { boost::asio::post(strands[first ? 0 : 1], std::move(work)); }, hops).rate();
     });
     report.add({.group = "hops", .row = "ping-pong between two serial queues", .unit = "M/s", .ours = result.ours, .peer = "Asio strands", .theirs = result.theirs, .target = 1, .better = Better::Larger});
 #else

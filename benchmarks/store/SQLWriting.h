@@ -13,8 +13,8 @@ namespace Tessarin::benchmarks::sql {
 inline constexpr char const* schema[] = {
     "CREATE TABLE Author (id INTEGER PRIMARY KEY, name TEXT, birth REAL, rating REAL)",
     "CREATE TABLE Tag (id INTEGER PRIMARY KEY, name TEXT)",
-    "CREATE TABLE Book (id INTEGER PRIMARY KEY, code TEXT, title TEXT, year INTEGER, price REAL, inPrint INTEGER, author "
-    "INTEGER)",
+    ("CREATE TABLE Book (id INTEGER PRIMARY KEY, code TEXT, title TEXT, year INTEGER, price REAL, inPrint INTEGER, "
+     "author INTEGER)"),
     "CREATE TABLE Book_tags (owner INTEGER NOT NULL, member INTEGER NOT NULL, PRIMARY KEY (owner, member)) WITHOUT ROWID",
     "CREATE INDEX Author_name ON Author (name)",
     "CREATE INDEX Book_code ON Book (code)",
