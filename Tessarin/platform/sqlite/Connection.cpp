@@ -73,8 +73,8 @@ void Connection::leavesLog(bool leaves) noexcept {
 
 // The first 48 bytes of the log's shared index change with every commit of any process. They are read through the
 // connection's own mapping: opening the file a second time and closing it would drop this process's locks on it.
-std::array<std::uint64_t, 6> Connection::logState() const noexcept {
-    std::array<std::uint64_t, 6> state{};
+Connection::LogState Connection::logState() const noexcept {
+    LogState state{};
     sqlite3_file* file = nullptr;
     void volatile* region = nullptr;
     if (sqlite3_file_control(handle(), nullptr, SQLITE_FCNTL_FILE_POINTER, &file) != SQLITE_OK || !file || !file->pMethods)
@@ -90,7 +90,7 @@ void Connection::noteCommits() noexcept { seenLog_ = logState(); }
 
 bool Connection::hasNewerCommits() const noexcept {
     auto const now = logState();
-    return now == std::array<std::uint64_t, 6>{} || now != seenLog_;
+    return now == LogState{} || now != seenLog_;
 }
 
 } // namespace Tessarin::SQLite

@@ -1,7 +1,9 @@
 #pragma once
 #include "Tessarin/platform/sqlite/Failure.h"
 #include "Tessarin/platform/sqlite/Statement.h"
+#include <array>
 #include <memory>
+#include <optional>
 #include <unordered_map>
 
 struct sqlite3;
@@ -51,8 +53,12 @@ public:
     /// Whether anybody, this process or another, has committed since the read transaction that this connection holds began.
     /// Only meaningful within one, and in a file with a write-ahead log. Costs a look at shared memory.
     bool hasNewerCommits() const noexcept;
-    /// Remembers the state of the log for `hasNewerCommits`; call it right after the read transaction's first read.
+    /// Remembers the state of the log for `hasNewerCommits`; call it right before the read transaction begins.
     void noteCommits() noexcept;
+    /// Names the state of the file that the read transaction sees, the same for every connection of this process; absent when
+    /// it is not known for certain, because somebody has committed since. Ask after the transaction's first read.
+    using LogState = std::array<std::uint64_t, 6>;
+    std::optional<LogState> seenState() const noexcept { return hasNewerCommits() ? std::nullopt : std::optional(seenLog_); }
 
 private:
     static constexpr std::size_t keptStatements = 200;
@@ -64,13 +70,13 @@ private:
         std::size_t operator()(std::string_view text) const noexcept { return std::hash<std::string_view>{}(text); }
     };
     void forgetStatements();
-    std::array<std::uint64_t, 6> logState() const noexcept;
+    LogState logState() const noexcept;
 
     std::string path_;
     std::unique_ptr<sqlite3, Close> handle_; // before the statements, which go first
     std::unordered_map<std::string, std::unique_ptr<Statement>, TextHash, std::equal_to<>> statements_;
     std::vector<std::unique_ptr<Statement>> extras_; // made while the kept one was in use; freed with the connection
-    std::array<std::uint64_t, 6> seenLog_{};
+    LogState seenLog_{};
 };
 
 } // namespace Tessarin::SQLite

@@ -104,7 +104,7 @@ struct TESSARIN_API RowBlock {
         return row.next_ ? reinterpret_cast<Row*>(reinterpret_cast<char*>(this) + row.next_ * std::uint32_t{8}) : nullptr;
     }
     static RowBlock* make(std::size_t capacity, std::uint32_t references);
-    void retain() noexcept { references.fetch_add(1, std::memory_order_relaxed); }
+    void retain(std::uint32_t count = 1) noexcept { references.fetch_add(count, std::memory_order_relaxed); }
     void release(std::uint32_t count = 1) noexcept {
         if (references.fetch_sub(count, std::memory_order_acq_rel) == count) destroy();
     }
@@ -146,6 +146,8 @@ public:
     }
 
     Row const* get() const noexcept { return row_; }
+    /// The block that a row stands in; there must be one.
+    RowBlock& block() const noexcept { return row_->block(); }
     Row const& operator*() const noexcept { return *row_; }
     Row const* operator->() const noexcept { return row_; }
     explicit operator bool() const noexcept { return row_ != nullptr; }

@@ -146,8 +146,8 @@ std::string SQLiteReader::conditionOf(StoreQuery const& query, SQLTranslation co
     return fmt::format(" WHERE t0.entity IN ({}){}{}", numbers, condition.empty() ? "" : " AND ", condition);
 }
 
-void SQLiteReader::fetch(StoreQuery const& query, StoreAnswer& answer) {
-    auto& decoder = decoderFor(*query.entity, query.includesSubentities);
+void SQLiteReader::fetch(StoreQuery const& query, StoreAnswer& answer, bool isLong) {
+    auto& decoder = decoderOf(query);
     SQLTranslation translation(schema_, *query.entity);
     answer.complete =
         (!query.predicate || translation.addPredicate(*query.predicate)) && translation.addOrder(query.sortDescriptors);
@@ -172,7 +172,7 @@ void SQLiteReader::fetch(StoreQuery const& query, StoreAnswer& answer) {
             byKeys ? readByKeys(statement, query, answer.rows) : decoder.readAll(statement, answer.rows);
     };
     std::optional<SmallCache> smallCache;
-    if (!query.predicate && !isCut && mayBeLong(*query.entity)) smallCache.emplace(connection_);
+    if (isLong) smallCache.emplace(connection_);
     if (translation.isReusable())
         run(*connection_.use(sql));
     else
@@ -180,11 +180,26 @@ void SQLiteReader::fetch(StoreQuery const& query, StoreAnswer& answer) {
     if (!isCut && !keysOnly) decoder.noteCount(answer.rows.size());
 }
 
-/// By the span of the keys: their number would cost a scan.
-bool SQLiteReader::mayBeLong(NSEntityDescription const& entity) {
-    auto const& table = schema_.tableOf(entity).name;
-    auto const query = connection_.use(fmt::format("SELECT (SELECT max(id) FROM {0}) - (SELECT min(id) FROM {0})", table));
-    return query->step() && query->integer(0) > longScan;
+// By the span of the keys: their number would cost a scan.
+std::optional<SQLiteReader::Span> SQLiteReader::longSpanOf(StoreQuery const& query) {
+    if (query.predicate || query.limit != 0 || query.offset != 0) return {};
+    auto const& table = schema_.tableOf(*query.entity).name;
+    auto const ends = connection_.use(fmt::format("SELECT (SELECT min(id) FROM {0}), (SELECT max(id) FROM {0})", table));
+    if (!ends->step()) return {};
+    Span const span{ends->integer(0), ends->integer(1)};
+    return span.last - span.first > longScan ? std::optional(span) : std::nullopt;
+}
+
+void SQLiteReader::readSpan(StoreQuery const& query, Span span, std::vector<RowRef>& rows) {
+    auto& decoder = decoderOf(query);
+    auto condition = conditionOf(query, SQLTranslation(schema_, *query.entity));
+    condition += condition.empty() ? " WHERE " : " AND ";
+    SmallCache const smallCache(connection_);
+    auto const statement = connection_.use(fmt::format("SELECT {} FROM {} AS t0{}t0.id BETWEEN ? AND ?", decoder.columns(),
+                                                       schema_.tableOf(*query.entity).name, condition));
+    statement->bind(1, span.first);
+    statement->bind(2, span.last);
+    decoder.readAll(*statement, rows);
 }
 
 /// For records of which most are at hand: reads keys and versions, then the records that are not.

@@ -45,12 +45,12 @@ void SQLiteReaderPool::add(std::unique_ptr<SQLite::Connection> connection) {
     idle_.push_back(std::move(seat));
 }
 
-SQLiteReaderPool::Lease SQLiteReaderPool::lease() {
-    Lease lease(*this, take());
+SQLiteReaderPool::Lease SQLiteReaderPool::lease(Patience patience) {
+    Lease lease(*this, take(patience));
     return lease;
 }
 
-std::unique_ptr<SQLiteReaderPool::Seat> SQLiteReaderPool::take() {
+std::unique_ptr<SQLiteReaderPool::Seat> SQLiteReaderPool::take(Patience patience) {
     std::unique_ptr<Seat> seat;
     std::unique_lock hold(mutex_);
     while (!seat) {
@@ -65,7 +65,7 @@ std::unique_ptr<SQLiteReaderPool::Seat> SQLiteReaderPool::take() {
             hold.lock();
         } catch (SQLite::Failure const&) {
             hold.lock();
-            if (inUse_ == 0 && idle_.empty()) throw;
+            if (patience == Patience::GivesUp || (inUse_ == 0 && idle_.empty())) throw;
             returned_.wait(hold, [&] { return !idle_.empty() || inUse_ == 0; }); // out of descriptors: somebody gives one back
         }
     }

@@ -21,6 +21,7 @@ public:
         Lease(Lease&&) noexcept = default;
         ~Lease();
         SQLiteReader* operator->() const noexcept;
+        SQLiteReader& operator*() const noexcept { return *operator->(); }
 
     private:
         SQLiteReaderPool& pool_;
@@ -32,15 +33,16 @@ public:
 
     /// Adds a connection that is open already.
     void add(std::unique_ptr<SQLite::Connection> connection);
-    /// Throws SQLite::Failure when no connection can be made and none is in use that could be waited for.
-    Lease lease();
+    /// Where no connection can be made, one in use is waited for. Throws SQLite::Failure when there is none, or nobody waits.
+    enum class Patience { Waits, GivesUp };
+    Lease lease(Patience patience = Patience::Waits);
     /// Ends the read transactions of connections that nobody uses, so that a commit may empty the log.
     void endIdle();
 
 private:
     static constexpr std::size_t keptIdle = 4;
     static constexpr std::chrono::milliseconds burst{5};
-    std::unique_ptr<Seat> take();
+    std::unique_ptr<Seat> take(Patience patience);
     void giveBack(std::unique_ptr<Seat> seat);
     void endIdleLater();
     void endUnlessUsedSince(std::uint64_t use);

@@ -3,6 +3,7 @@
 #include "Tessarin/platform/objectgraph/persistence/SQLiteRowDecoderPrivate.h"
 #include "Tessarin/platform/sqlite/Connection.h"
 #include <map>
+#include <optional>
 
 namespace Tessarin {
 
@@ -13,7 +14,23 @@ class TESSARIN_API SQLiteReader {
 public:
     SQLiteReader(SQLiteSchema const& schema, SQLite::Connection& connection);
 
-    void fetch(StoreQuery const& query, StoreAnswer& answer);
+    /// The keys of a table that a query reads from one end to the other.
+    struct Span {
+        RecordKey first, last;
+    };
+    /// Absent for a query that reads less, and for a table that is not worth the trouble.
+    std::optional<Span> longSpanOf(StoreQuery const& query);
+    /// Reads the query's records in that part of the table, by key; no predicate, order, limit or offset is looked at.
+    void readSpan(StoreQuery const& query, Span span, std::vector<RowRef>& rows);
+    /// Whether most of the query's rows are probably in the cache, see `SQLiteRowDecoder`, which is told of the last result by
+    /// `noteCount`.
+    bool expectsCached(StoreQuery const& query) { return decoderOf(query).expectsCached(); }
+    void noteCount(StoreQuery const& query, std::size_t count) { decoderOf(query).noteCount(count); }
+    /// What file the reader sees, see `SQLite::Connection::seenState`.
+    std::optional<SQLite::Connection::LogState> seenState() const noexcept { return connection_.seenState(); }
+
+    /// `isLong`: it has a `longSpanOf`.
+    void fetch(StoreQuery const& query, StoreAnswer& answer, bool isLong);
     void count(StoreQuery const& query, std::size_t& count, bool& complete);
     void rows(NSEntityDescription const& rootEntity, std::span<RecordKey const> keys, FunctionRef<void(RowRef)> each);
     RowRef row(NSEntityDescription const& rootEntity, RecordKey key);
@@ -21,10 +38,10 @@ public:
                  FunctionRef<void(RecordKey owner, RecordKey member)> each);
 
 private:
-    bool mayBeLong(NSEntityDescription const& entity);
     void readByKeys(SQLite::Statement& statement, StoreQuery const& query, std::vector<RowRef>& rows);
     std::string conditionOf(StoreQuery const& query, SQLTranslation const& translation) const;
     SQLiteRowDecoder& decoderFor(NSEntityDescription const& entity, bool includesSubentities);
+    SQLiteRowDecoder& decoderOf(StoreQuery const& query) { return decoderFor(*query.entity, query.includesSubentities); }
 
     SQLiteSchema const& schema_;
     SQLite::Connection& connection_;

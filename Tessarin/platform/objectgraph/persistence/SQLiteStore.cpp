@@ -103,7 +103,11 @@ Ref<NSError> SQLiteStore::save(std::span<Ref<ChangeSet const> const> sets, Confl
 }
 
 Ref<NSError> SQLiteStore::fetch(StoreQuery const& query, StoreAnswer& answer) {
-    auto error = caught([&] { impl_->readers->lease()->fetch(query, answer); });
+    auto error = caught([&] {
+        auto const reader = impl_->readers->lease();
+        auto const span = reader->longSpanOf(query);
+        if (!span || !impl_->scans->read(*reader, query, *span, answer.rows)) reader->fetch(query, answer, span.has_value());
+    });
     if (error) answer = {};
     return error;
 }

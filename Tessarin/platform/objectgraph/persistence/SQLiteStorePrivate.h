@@ -2,6 +2,7 @@
 #include "Tessarin/platform/objectgraph/persistence/SQLiteKeyBlocksPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/SQLiteReaderPoolPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/SQLiteStore.h"
+#include "Tessarin/platform/objectgraph/persistence/SQLiteTableScansPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/SQLiteWriterPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/StoreMetadataPrivate.h"
 
@@ -24,7 +25,8 @@ struct SQLiteStore::Impl {
           schema(*space, std::move(entityNumbers)),
           path(url.path()),
           options(std::move(connectionOptions)),
-          readers(std::make_shared<SQLiteReaderPool>(schema, path, options)) {}
+          readers(std::make_shared<SQLiteReaderPool>(schema, path, options)),
+          scans(std::make_shared<SQLiteTableScans>(space, readers)) {}
 
     /// The writing connection, made on first use. The caller holds `writing`.
     Writing& writer() {
@@ -40,6 +42,7 @@ struct SQLiteStore::Impl {
     std::string identifier;           // constant after opening
     std::int64_t modelGeneration = 0; // likewise; counts the migrations of the file
     Ref<SQLiteReaderPool> const readers;
+    Ref<SQLiteTableScans> const scans;
     StoreMetadata metadata;
     SQLiteKeyBlocks keys;
     std::mutex writing;                   // one save at a time

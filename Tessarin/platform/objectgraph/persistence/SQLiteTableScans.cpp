@@ -1,0 +1,60 @@
+#include "Tessarin/platform/objectgraph/persistence/SQLiteTableScansPrivate.h"
+
+#include "Tessarin/platform/objectgraph/persistence/SQLiteSharedScanPrivate.h"
+#include "Tessarin/platform/queues/Dispatch.h"
+
+namespace Tessarin {
+
+SQLiteTableScans::SQLiteTableScans(Ref<RowSpace> space, Ref<SQLiteReaderPool> readers)
+    : space_(std::move(space)), readers_(std::move(readers)) {}
+
+bool SQLiteTableScans::read(SQLiteReader& reader, StoreQuery const& query, SQLiteReader::Span span, std::vector<RowRef>& rows) {
+    if (!query.sortDescriptors.empty() || query.wantsKeysOnly) return false;
+    auto const state = reader.seenState();
+    if (!state) return false;
+    if (readKept(query, *state, rows)) return true;
+    if (reader.expectsCached(query)) return false;
+    auto const before = rows.size();
+    SQLiteSharedScan::read(*readers_, reader, query, span, rows);
+    auto const found = std::span(rows).subspan(before);
+    reader.noteCount(query, found.size());
+    keep(query, *state, found);
+    return true;
+}
+
+bool SQLiteTableScans::readKept(StoreQuery const& query, SQLite::Connection::LogState const& state, std::vector<RowRef>& rows) {
+    std::lock_guard const hold(mutex_);
+    if (!last_ || last_->state != state || last_->entity != query.entity || last_->includesSubentities != query.includesSubentities)
+        return false;
+    ++uses_;
+    last_->rows.appendTo(rows);
+    return true;
+}
+
+void SQLiteTableScans::keep(StoreQuery const& query, SQLite::Connection::LogState const& state, std::span<RowRef const> rows) {
+    auto kept = KeptRows::of(rows);
+    if (!kept || kept->bytes() > mostKeptBytes) return;
+    std::optional<Result> former = Result{query.entity, query.includesSubentities, state, std::move(*kept)};
+    std::lock_guard const hold(mutex_);
+    ++uses_;
+    last_.swap(former); // the former rows are released after the lock
+    if (!isForgettingLater_) forgetLater();
+}
+
+void SQLiteTableScans::forgetLater() {
+    isForgettingLater_ = true;
+    dispatch_after(dispatch_time(DISPATCH_TIME_NOW, keptNanoseconds), dispatch_get_global_queue(QOS_CLASS_UTILITY, 0),
+                   [weak = weak_from_this(), use = uses_] {
+                       if (auto const self = weak.lock()) self->forgetUnlessUsedSince(use);
+                   });
+}
+
+void SQLiteTableScans::forgetUnlessUsedSince(std::uint64_t use) {
+    std::optional<Result> former; // released after the lock
+    std::lock_guard const hold(mutex_);
+    isForgettingLater_ = false;
+    if (uses_ != use) return forgetLater();
+    former.swap(last_);
+}
+
+} // namespace Tessarin

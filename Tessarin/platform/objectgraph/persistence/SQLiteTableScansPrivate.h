@@ -1,0 +1,42 @@
+#pragma once
+#include "Tessarin/platform/objectgraph/persistence/KeptRowsPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/SQLiteReaderPoolPrivate.h"
+
+namespace Tessarin {
+
+/// Reads long tables from one end to the other: over two connections where a second core is free, and hardly at all when the
+/// same was read a moment ago and nobody has saved since. Any thread.
+class TESSARIN_API SQLiteTableScans : public std::enable_shared_from_this<SQLiteTableScans> {
+public:
+    SQLiteTableScans(Ref<RowSpace> space, Ref<SQLiteReaderPool> readers);
+
+    /// Adds the rows of a query whose `longSpanOf` is `span`. False when the query is of another kind, or better answered from
+    /// what is in memory: then nothing was done.
+    bool read(SQLiteReader& reader, StoreQuery const& query, SQLiteReader::Span span, std::vector<RowRef>& rows);
+
+    /// Of rows that are kept at most, and how long after their last use.
+    static constexpr std::size_t mostKeptBytes = std::size_t{16} << 20;
+    static constexpr std::int64_t keptNanoseconds = 10'000'000'000;
+
+private:
+    /// What the last scan gave.
+    struct Result {
+        NSEntityDescription const* entity;
+        bool includesSubentities;
+        SQLite::Connection::LogState state;
+        KeptRows rows;
+    };
+    bool readKept(StoreQuery const& query, SQLite::Connection::LogState const& state, std::vector<RowRef>& rows);
+    void keep(StoreQuery const& query, SQLite::Connection::LogState const& state, std::span<RowRef const> rows);
+    void forgetLater();
+    void forgetUnlessUsedSince(std::uint64_t use);
+
+    Ref<RowSpace> const space_; // outlives the rows
+    Ref<SQLiteReaderPool> const readers_;
+    std::mutex mutex_; // guards what follows
+    std::optional<Result> last_;
+    std::uint64_t uses_ = 0;
+    bool isForgettingLater_ = false;
+};
+
+} // namespace Tessarin
