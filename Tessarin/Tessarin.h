@@ -71,6 +71,7 @@
 #include "Tessarin/platform/objectgraph/model/NSValidationError.h"
 #include "Tessarin/platform/objectgraph/model/NameIndex.h"
 #include "Tessarin/platform/objectgraph/query/NSFetchRequest.h"
+#include "Tessarin/platform/objectgraph/persistence/ChangeIndex.h"
 #include "Tessarin/platform/objectgraph/persistence/ChangeSet.h"
 #include "Tessarin/platform/objectgraph/persistence/InMemoryStore.h"
 #include "Tessarin/platform/objectgraph/persistence/KeyPromotions.h"

@@ -3,11 +3,11 @@
 #include "Tessarin/platform/foundation/NSSortDescriptor.h"
 #include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
 #include "Tessarin/platform/objectgraph/context/PrefetchingPrivate.h"
-#include "Tessarin/platform/objectgraph/context/RecordReaderPrivate.h"
+#include "Tessarin/platform/objectgraph/context/UnsavedRecordsPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/StoreErrors.h"
 
 #include <algorithm>
-#include <unordered_set>
+#include <optional>
 
 namespace Tessarin {
 namespace {
@@ -17,14 +17,17 @@ using Objects = std::vector<Ref<NSManagedObject>>;
 class Fetch {
 public:
     Fetch(ContextState& context, NSFetchRequest const& request, NSEntityDescription const& entity)
-        : context_(context), request_(request), entity_(entity), reader_(context) {}
+        : context_(context), request_(request), entity_(entity), reader_(context) {
+        if (!request.includesPendingChanges()) return;
+        unsaved_.emplace(context, reader_, entity, request.includesSubentities());
+        mustLookAtAll_ = (unsaved_->hasOthers() || !unsaved_->empty()) && asksOtherRecords();
+    }
 
     /// Hands the results on in runs; nothing on an error.
     Ref<NSError> run(FetchedObjectsTaker take) {
-        auto const unsaved = unsavedKeys();
         StoreAnswer answer;
-        if (auto error = askStore(unsaved, answer)) return error;
-        if (unsaved.empty() && answer.complete && !mustLookAtAll_) {
+        if (auto error = askStore(answer)) return error;
+        if (isUntouched() && answer.complete) {
             auto const total = answer.rows.size();
             Ref<NSError> error;
             objectsWithRows(context_, entity_, answer.rows, [&](std::span<Ref<NSManagedObject>> run) {
@@ -33,8 +36,8 @@ public:
             });
             return error;
         }
-        auto objects = objectsOf(answer.rows, unsaved);
-        addUnsaved(unsaved, objects);
+        auto objects = objectsOf(answer.rows);
+        if (hasUnsaved()) addUnsaved(objects);
         if (!answer.complete || mustLookAtAll_) filter(objects);
         sort(objects);
         cut(objects);
@@ -57,7 +60,7 @@ public:
     }
 
     /// Whether the store alone can answer.
-    bool isUntouched() { return unsavedKeys().empty() && !mustLookAtAll_; }
+    bool isUntouched() const noexcept { return !hasUnsaved() && !mustLookAtAll_; }
     StoreQuery query() const {
         StoreQuery query;
         query.entity = &entity_;
@@ -75,30 +78,7 @@ private:
         return request_.includesSubentities() ? entity.isKindOf(&entity_) : &entity == &entity_;
     }
 
-    /// Records of the entity that are not in the store as this context sees them.
-    std::unordered_set<RecordKey> unsavedKeys() {
-        std::unordered_set<RecordKey> keys;
-        if (!request_.includesPendingChanges()) return keys;
-        bool changesElsewhere = false;
-        for (auto const& set : reader_.sets()) {
-            auto const changes = set->changesOf(*entity_.rootEntity());
-            changesElsewhere = changesElsewhere || changes.size() != set->changes().size();
-            for (auto const& change : changes) {
-                // One of to-many relationships alone leaves the row as the store has it.
-                bool const isOfRow = change.kind != RecordChange::Kind::Update || change.after != change.before;
-                if (isOfRow && isWanted(*change.entity)) keys.insert(change.key);
-                changesElsewhere = changesElsewhere || !change.relationships.empty();
-            }
-        }
-        for (auto const& object : context_.changed) {
-            if (isWanted(object->entity()))
-                keys.insert(object->recordKey());
-            else
-                changesElsewhere = true;
-        }
-        mustLookAtAll_ = (changesElsewhere || !keys.empty()) && asksOtherRecords();
-        return keys;
-    }
+    bool hasUnsaved() const noexcept { return unsaved_ && !unsaved_->empty(); }
 
     /// Whether the answer for one record depends on others, so that unsaved changes of those may turn it.
     bool asksOtherRecords() const {
@@ -112,13 +92,13 @@ private:
 
     static Ref<NSError> noStore() { return storeError(StoreErrorCode::ContextWithoutStore, "There is no store to fetch from."); }
 
-    Ref<NSError> askStore(std::unordered_set<RecordKey> const& unsaved, StoreAnswer& answer) {
+    Ref<NSError> askStore(StoreAnswer& answer) {
         if (!store()) return noStore();
         auto query = this->query();
         if (mustLookAtAll_) query.predicate = nullptr;
-        if (!unsaved.empty() || mustLookAtAll_) {
+        if (!isUntouched()) {
             // Records that the store counts may turn out to be gone or changed: as many more are needed.
-            query.limit = query.limit == 0 || mustLookAtAll_ ? 0 : query.limit + query.offset + unsaved.size();
+            query.limit = query.limit == 0 || mustLookAtAll_ ? 0 : query.limit + query.offset + unsaved_->count();
             query.offset = 0;
         }
         return store()->fetch(query, answer);
@@ -132,22 +112,22 @@ private:
         return nullptr;
     }
 
-    Objects objectsOf(std::vector<RowRef>& rows, std::unordered_set<RecordKey> const& unsaved) {
+    Objects objectsOf(std::vector<RowRef>& rows) {
         Objects objects;
         objects.reserve(rows.size());
-        if (!unsaved.empty()) std::erase_if(rows, [&](RowRef const& row) { return unsaved.contains(row->key()); });
+        if (hasUnsaved()) std::erase_if(rows, [&](RowRef const& row) { return unsaved_->contains(row->key()); });
         objectsWithRows(context_, entity_, rows, [&](std::span<Ref<NSManagedObject>> run) {
             objects.insert(objects.end(), std::move_iterator(run.begin()), std::move_iterator(run.end()));
         });
         return objects;
     }
 
-    void addUnsaved(std::unordered_set<RecordKey> const& unsaved, Objects& objects) {
+    void addUnsaved(Objects& objects) {
         std::vector<RecordKey> unread;
         auto const add = [&](Ref<NSManagedObject> object) {
             if (!object->isDeleted() && isWanted(object->entity()) && fits(*object)) objects.push_back(std::move(object));
         };
-        for (auto const key : unsaved) {
+        for (auto const key : unsaved_->candidates(request_.predicate().get())) {
             auto living = context_.link->find(key);
             if (living && (GraphAccess::state(*living).row || living->isInserted()))
                 add(std::move(living));
@@ -187,6 +167,7 @@ private:
     NSFetchRequest const& request_;
     NSEntityDescription const& entity_;
     RecordReader reader_;
+    std::optional<UnsavedRecords> unsaved_; // absent when the request leaves them out
     bool mustLookAtAll_ = false;
 };
 

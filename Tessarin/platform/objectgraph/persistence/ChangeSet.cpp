@@ -1,5 +1,7 @@
 #include "Tessarin/platform/objectgraph/persistence/ChangeSet.h"
 
+#include "Tessarin/platform/objectgraph/model/NSManagedObjectModel.h"
+
 #include <algorithm>
 #include <compare>
 
@@ -30,11 +32,26 @@ void sortChanges(std::vector<RecordChange>& changes) {
 
 ChangeSet::ChangeSet(Ref<RowSpace> space, std::vector<RecordChange> changes) : space_(std::move(space)), changes_(std::move(changes)) {
     sortChanges(changes_);
+    changedRows_.resize(space_->model().entities().size());
+    for (auto const& change : changes_) {
+        if (change.changesRow()) ++changedRows_[change.entity->index()];
+        changesRelationships_ = changesRelationships_ || !change.relationships.empty();
+    }
 }
 
 std::span<RecordChange const> ChangeSet::changesOf(NSEntityDescription const& rootEntity) const noexcept {
     auto const range = std::ranges::equal_range(changes_, rootEntity.index(), {}, [](RecordChange const& change) { return change.entity->rootEntity()->index(); });
     return {range.begin(), range.end()};
+}
+
+std::optional<std::vector<RecordKey>> ChangeSet::keysWith(NSEntityDescription const& rootEntity, NSAttributeDescription const& attribute,
+                                                          Value const& value) const {
+    auto const changes = changesOf(rootEntity);
+    auto const places = index_.find(changes, attribute, value);
+    if (!places) return {};
+    std::vector<RecordKey> keys;
+    for (auto const at : *places) keys.push_back(changes[at].key);
+    return keys;
 }
 
 RecordChange const* ChangeSet::find(NSEntityDescription const& entity, RecordKey key) const noexcept {

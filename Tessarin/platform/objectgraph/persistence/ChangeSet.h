@@ -1,5 +1,6 @@
 #pragma once
 #include "Tessarin/Export.h"
+#include "Tessarin/platform/objectgraph/persistence/ChangeIndex.h"
 #include "Tessarin/platform/objectgraph/persistence/Row.h"
 #include "Tessarin/platform/objectgraph/persistence/RowCache.h"
 #include <optional>
@@ -26,6 +27,9 @@ struct RecordChange {
     RowRef before;                               // the row that the change was made on; none for an insertion
     RowRef after;                                // none for a deletion; for an update equal to `before` when only to-many relationships changed
     std::vector<RelationshipChange> relationships;
+
+    /// False when only to-many relationships changed, which leave the row as it is.
+    bool changesRow() const noexcept { return kind != Kind::Update || after != before; }
 };
 
 /// The changes of one save: immutable, shared by the contexts above and the store. Any thread.
@@ -40,9 +44,20 @@ public:
     RecordChange const* find(NSEntityDescription const& entity, RecordKey key) const noexcept;
     bool empty() const noexcept { return changes_.empty(); }
 
+    /// How many records of exactly this entity have changed rows.
+    std::size_t changedRowsOf(NSEntityDescription const& entity) const noexcept { return changedRows_[entity.index()]; }
+    bool changesRelationships() const noexcept { return changesRelationships_; }
+    /// The records of that tree of entities whose attribute has this value after the change, and perhaps a few others; absent
+    /// where that is not known without a look at each.
+    std::optional<std::vector<RecordKey>> keysWith(NSEntityDescription const& rootEntity, NSAttributeDescription const& attribute,
+                                                   Value const& value) const;
+
 private:
     Ref<RowSpace> space_;
     std::vector<RecordChange> changes_;
+    std::vector<std::size_t> changedRows_; // by index of the entity
+    bool changesRelationships_ = false;
+    ChangeIndex index_;
 };
 
 } // namespace Tessarin

@@ -73,6 +73,44 @@ TEST_P(Fetching, AListInBatchesCountsUnsavedChangesAndOutlivesTheirSave) {
     EXPECT_EQ(worker->executeFetchRequest(*request, error).size(), 50u) << "in the store";
 }
 
+TEST_P(Fetching, AnEqualityFindsWhatTheSetsAboveMakeOfRecords) {
+    auto const book = [&](char const* title) { return fetched(*worker, "Book", where("title == %@", title)).at(0); };
+    book("110")->setValueForKey("111", "title"); // now the second of that title
+    book("120")->setValueForKey("121b", "title");
+    worker->deleteObject(*book("130"));
+    ASSERT_TRUE(saves(*worker)); // to the root, not to the store
+    inserted(*worker, "Novel", {{"title", "110"}, {"year", 7}});
+    book("121b")->setValueForKey("121c", "title");
+    ASSERT_TRUE(saves(*worker));
+    auto const other = library.worker();
+    other->performBlockAndWait([&] {
+        struct Case {
+            Ref<NSPredicate> condition;
+            char const* entity = "Book";
+            std::size_t count = 1;
+        };
+        for (auto const& [condition, entity, count] : std::vector<Case>{
+                 {where("title == %@", "110")},
+                 {where("title == %@", "110"), "Novel"},
+                 {where("title == %@", "111"), "Book", 2},
+                 {where("title == %@", "111"), "Novel", 0},
+                 {where("title == %@", "120"), "Book", 0},
+                 {where("title == %@", "121b"), "Book", 0},
+                 {where("title == %@", "121c")},
+                 {where("title == %@", "130"), "Book", 0},
+                 {where("year == %d", 7)},
+                 {where("year == 7 AND title == %@", "110")},
+                 {where("year == 8 AND title == %@", "110"), "Book", 0},
+                 {where("title == %@ OR year == 7", "121c"), "Book", 2},
+                 {where("NOT title == %@ AND year == 7", "110"), "Book", 0},
+                 {where("draft == %@", "d"), "Book", 0},
+             })
+            EXPECT_EQ(fetched(*other, entity, condition).size(), count) << entity << ": " << condition->predicateFormat();
+        fetched(*other, "Book", where("title == %@", "121c")).at(0)->setValueForKey("d", "draft");
+        EXPECT_EQ(fetched(*other, "Book", where("draft == %@", "d")).size(), 1U);
+    });
+}
+
 TEST_P(FetchingFromSQLite, WhatWasPrefetchedIsReadWithTheResultsAndNothingElseIs) {
     request->setRelationshipKeyPathsForPrefetching({"author.awards", "chapters"});
     auto const books = worker->executeFetchRequest(*request, error);

@@ -1,0 +1,39 @@
+#pragma once
+#include "Tessarin/Export.h"
+#include "Tessarin/platform/runtime/Value.h"
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <span>
+#include <vector>
+
+namespace Tessarin {
+
+class NSAttributeDescription;
+class Row;
+struct RecordChange;
+
+/// Finds changes by the value of an attribute after them: look-ups beside a save of many records would otherwise look at every
+/// one of those. Sorted by an attribute on the first question about it. Any thread.
+class TESSARIN_API ChangeIndex {
+public:
+    /// The places, within the changes of one tree of entities, where the attribute has this value, and perhaps a few where it
+    /// has not. Absent for types and values that are not looked up by equality; always of the same changes.
+    std::optional<std::vector<std::uint32_t>> find(std::span<RecordChange const> changes, NSAttributeDescription const& attribute,
+                                                   Value const& value) const;
+
+private:
+    struct Entry {
+        std::uint64_t hash;
+        std::uint32_t at;
+        auto operator<=>(Entry const&) const = default;
+    };
+    using Entries = std::vector<Entry>; // sorted
+    static Entries sorted(std::span<RecordChange const> changes, NSAttributeDescription const& attribute);
+
+    mutable std::mutex mutex_;
+    mutable std::map<NSAttributeDescription const*, Entries> entries_; // guarded by mutex_; what stands there stays
+};
+
+} // namespace Tessarin
