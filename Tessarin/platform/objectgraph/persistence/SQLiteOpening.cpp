@@ -68,7 +68,7 @@ std::unique_ptr<SQLiteStore::Impl> SQLiteOpening::attempt() {
         options.access = SQLite::Access::Create;
         connection = std::make_unique<SQLite::Connection>(path_, options);
         connection->leavesLog(true);
-        if (connection->isReadOnly()) throwVerdict(EROFS, path_);
+        if (connection->isReadOnly()) throwReadOnly();
         // One read transaction around all that is looked at: each of its own costs four locks.
         connection->execute("BEGIN");
         makeIfEmpty(*connection);
@@ -114,6 +114,16 @@ void SQLiteOpening::checkPlace() const {
         throw Refused::because("its folder is a file: " + folder.string());
     if (reason != ENOENT) throwVerdict(reason, path_);
     if (::stat(folder.empty() ? "." : folder.c_str(), &status) != 0) throwVerdict(errno, folder.string());
+}
+
+/// SQLite lets a file only be read where the file system says so, and where the header asks for a newer SQLite.
+void SQLiteOpening::throwReadOnly() const {
+    static constexpr std::streamoff writeVersionPlace = 18;
+    static constexpr int writeVersionOfLogs = 2;
+    std::ifstream input(path_, std::ios::binary);
+    if (input.seekg(writeVersionPlace) && input.get() > writeVersionOfLogs)
+        throw Postponed(storeError(StoreErrorCode::StoreOpen, "The store can only be written by a newer version of SQLite: " + path_));
+    throwVerdict(EROFS, path_);
 }
 
 void SQLiteOpening::makeIfEmpty(SQLite::Connection& connection) {

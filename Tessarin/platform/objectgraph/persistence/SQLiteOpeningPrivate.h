@@ -15,6 +15,7 @@ public:
 private:
     std::unique_ptr<SQLiteStore::Impl> attempt();
     void checkPlace() const;
+    [[noreturn]] void throwReadOnly() const;
     void makeIfEmpty(SQLite::Connection& connection);
     void create(SQLite::Connection& connection);
     void checkFormat(SQLite::Connection& connection) const;
