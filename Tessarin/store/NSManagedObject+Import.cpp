@@ -84,7 +84,7 @@ void NSManagedObjectImport::importDictionary(Dictionary const& dictionary) {
         if (auto const* attribute = property->asAttribute()) {
             if (auto result = converted(object, attribute->attributeType(), value)) object.setValueForKey(*std::move(result), *name);
         } else if (value.kind() == Value::Kind::Dictionary) {
-            importRelationship(key.view(), value.dictionary());
+            importRelationship(*property->asRelationship(), value.dictionary());
         }
     }
 }
@@ -96,9 +96,12 @@ Ref<NSManagedObject> NSManagedObjectImport::existing(NSRelationshipDescription c
 Ref<NSManagedObject> NSManagedObjectImport::importRelationship(std::string_view relationship, Dictionary const& fromDictionary) {
     auto const* property = home().entity().propertyNamed(relationship);
     auto const* description = property ? property->asRelationship() : nullptr;
-    if (!description) return nullptr;
-    if (auto found = existing(*description, fromDictionary)) return attached(home(), *description, std::move(found), fromDictionary);
-    return addRelationship(relationship, fromDictionary);
+    return description ? importRelationship(*description, fromDictionary) : nullptr;
+}
+
+Ref<NSManagedObject> NSManagedObjectImport::importRelationship(NSRelationshipDescription const& relationship, Dictionary const& dictionary) {
+    if (auto found = existing(relationship, dictionary)) return attached(home(), relationship, std::move(found), dictionary);
+    return addRelationship(relationship.name(), dictionary);
 }
 
 Ref<NSManagedObject> NSManagedObjectImport::addRelationship(std::string_view relationship, Dictionary const& fromDictionary) {

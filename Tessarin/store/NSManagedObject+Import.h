@@ -38,6 +38,7 @@ protected:
 private:
     NSManagedObject& home() noexcept;
     Ref<NSManagedObject> existing(NSRelationshipDescription const& relationship, Dictionary const& dictionary);
+    Ref<NSManagedObject> importRelationship(NSRelationshipDescription const& relationship, Dictionary const& dictionary);
 };
 
 } // namespace Tessarin

@@ -6,7 +6,7 @@
 namespace Tessarin {
 
 template <class T> Ref<T> NSManagedObjectContextOperations::insertObject() {
-    return std::dynamic_pointer_cast<T>(insertObjectNamed(entityName<T>()));
+    return detail::castToKnown<T>(insertObjectNamed(entityName<T>()));
 }
 template <class T> std::vector<Ref<T>> NSManagedObjectContextOperations::allObjects(FetchOptions options) {
     std::vector<Ref<T>> objects;

@@ -165,8 +165,7 @@ public:
     Reading importJSON(Workload const& work, std::string const& file) override {
         return written(file, [&](NSManagedObjectContext& worker) {
             KnownAuthors const authors(worker);
-            auto const books = JSON::parse(work.json);
-            for (auto const& book : books.list()) worker.insertObject<Book>()->importDictionary(book.dictionary());
+            JSON::forEachElement(work.json, [&](Value book) { worker.insertObject<Book>()->importDictionary(book.dictionary()); });
         });
     }
 

@@ -93,16 +93,19 @@ simdjson::padded_string contents(NSURL const& url) {
     return simdjson::padded_string(text);
 }
 
+void forEachIn(simdjson::padded_string const& text, FunctionRef<void(Value)> each) {
+    withDocument(text, [&](ondemand::document& document) {
+        Builder builder;
+        for (ondemand::value element : document.get_array()) each(builder.read(element, 1));
+    });
+}
+
 } // namespace
 
 Value parse(std::string_view text) { return parsed(simdjson::padded_string(text)); }
 Value contentsOfURL(NSURL const& url) { return parsed(contents(url)); }
 
-void forEachElement(NSURL const& url, FunctionRef<void(Value)> each) {
-    withDocument(contents(url), [&](ondemand::document& document) {
-        Builder builder;
-        for (ondemand::value element : document.get_array()) each(builder.read(element, 1));
-    });
-}
+void forEachElement(std::string_view text, FunctionRef<void(Value)> each) { forEachIn(simdjson::padded_string(text), each); }
+void forEachElement(NSURL const& url, FunctionRef<void(Value)> each) { forEachIn(contents(url), each); }
 
 } // namespace Tessarin::JSON

@@ -20,7 +20,12 @@ public:
         text_.remove_prefix(expected.size());
         return true;
     }
-    void expect(std::string_view expected) {
+    bool skip(char expected) {
+        if (text_.empty() || text_[0] != expected) return false;
+        text_.remove_prefix(1);
+        return true;
+    }
+    void expect(auto expected) {
         if (!skip(expected)) failed_ = true;
     }
     /// A number of exactly that many digits, between the bounds.
@@ -63,10 +68,10 @@ constexpr Zone zones[] = {{"GMT", 0}, {"UTC", 0}, {"EST", -5}, {"EDT", -4}, {"CS
 
 /// Seconds to add to universal time: "+0100" or "+01:00".
 int readOffset(Reader& in) {
-    int const sign = in.skip("-") ? -1 : 1;
-    if (sign > 0) in.expect("+");
+    int const sign = in.skip('-') ? -1 : 1;
+    if (sign > 0) in.expect('+');
     int const hours = in.number(2, 0, 23);
-    in.skip(":");
+    in.skip(':');
     return sign * (hours * 60 + in.number(2, 0, 59)) * 60;
 }
 
@@ -81,9 +86,9 @@ int readNamedZone(Reader& in) {
 
 int readTime(Reader& in) {
     int const hours = in.number(2, 0, 23);
-    in.expect(":");
+    in.expect(':');
     int const minutes = in.number(2, 0, 59);
-    in.expect(":");
+    in.expect(':');
     return (hours * 60 + minutes) * 60 + in.number(2, 0, 59);
 }
 
@@ -105,15 +110,15 @@ std::optional<NSDate> NSDateParsing::dateWithISO8601Text(std::string_view text) 
     Reader in{text};
     CivilDate date;
     date.year = in.number(4, 1, 9999);
-    in.expect("-");
+    in.expect('-');
     date.month = in.number(2, 1, 12);
-    in.expect("-");
+    in.expect('-');
     date.day = in.number(2, 1, 31);
-    in.expect("T");
+    in.expect('T');
     int const time = readTime(in);
-    in.expect(".");
+    in.expect('.');
     int const milliseconds = in.number(3, 0, 999);
-    int const offset = in.skip("Z") ? 0 : readOffset(in);
+    int const offset = in.skip('Z') ? 0 : readOffset(in);
     if (in.failed() || !in.atEnd()) return {};
     auto const days = daysOf(in, date);
     if (in.failed()) return {};
@@ -126,13 +131,13 @@ std::optional<NSDate> NSDateParsing::dateWithRFC822Text(std::string_view text) {
     int const weekday = in.name("MonTueWedThuFriSatSun");
     in.expect(", ");
     date.day = in.number(2, 1, 31);
-    in.expect(" ");
+    in.expect(' ');
     date.month = in.name("JanFebMarAprMayJunJulAugSepOctNovDec") + 1;
-    in.expect(" ");
+    in.expect(' ');
     date.year = in.number(4, 1, 9999);
-    in.expect(" ");
+    in.expect(' ');
     int const time = readTime(in);
-    in.expect(" ");
+    in.expect(' ');
     int const offset = readNamedZone(in);
     if (in.failed() || !in.atEnd()) return {};
     auto const days = daysOf(in, date);

@@ -1,5 +1,7 @@
 #include "Tessarin/platform/runtime/Dictionary.h"
 
+#include <bit>
+
 namespace Tessarin {
 namespace {
 
@@ -14,15 +16,16 @@ Dictionary::Dictionary(std::initializer_list<Entry> entries) {
     for (auto const& entry : entries) set(entry.key, entry.value);
 }
 
-std::size_t Dictionary::position(std::string_view key) const noexcept {
+/// Of a text or a view: two short texts are compared without a loop.
+template <class Key> std::size_t Dictionary::position(Key const& key) const noexcept {
     if (index_.empty()) {
         for (std::size_t at = 0; at < entries_.size(); ++at)
-            if (entries_[at].key.view() == key) return at;
+            if (entries_[at].key == key) return at;
         return nowhere;
     }
-    auto const [from, to] = index_.equal_range(hashOf(key));
-    for (auto at = from; at != to; ++at)
-        if (entries_[at->second].key.view() == key) return at->second;
+    auto const mask = index_.size() - 1;
+    for (auto at = hashOf(key) & mask; index_[at]; at = (at + 1) & mask)
+        if (auto const found = index_[at] - 1; entries_[found].key == key) return found;
     return nowhere;
 }
 
@@ -57,8 +60,16 @@ void Dictionary::append(Text key, Value value) {
 
 void Dictionary::indexLast() {
     if (entries_.size() <= searchedThrough) return;
-    for (auto at = index_.size(); at < entries_.size(); ++at)
-        index_.emplace(hashOf(entries_[at].key.view()), static_cast<std::uint32_t>(at));
+    if (entries_.size() * 2 <= index_.size()) return place(entries_.size() - 1);
+    index_.assign(std::bit_ceil(entries_.size() * 4), 0);
+    for (std::size_t at = 0; at < entries_.size(); ++at) place(at);
+}
+
+void Dictionary::place(std::size_t position) {
+    auto const mask = index_.size() - 1;
+    auto at = hashOf(entries_[position].key) & mask;
+    while (index_[at]) at = (at + 1) & mask;
+    index_[at] = static_cast<std::uint32_t>(position + 1);
 }
 
 bool Dictionary::erase(std::string_view key) {

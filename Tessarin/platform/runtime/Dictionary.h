@@ -41,11 +41,12 @@ public:
 
 private:
     static constexpr std::size_t searchedThrough = 12; // up to here an index costs more than it saves
-    std::size_t position(std::string_view key) const noexcept;
+    template <class Key> std::size_t position(Key const& key) const noexcept;
     void indexLast();
+    void place(std::size_t position);
 
     std::vector<Entry> entries_;
-    std::unordered_multimap<std::size_t, std::uint32_t> index_; // hash of key → position; empty while the dictionary is small
+    std::vector<std::uint32_t> index_; // by hash: 1 + position, or 0; at most half full, empty while the dictionary is small
 };
 
 /// A dictionary with keys of any kind.

@@ -21,12 +21,7 @@ LongText* longTextOf(CompactCell const& cell) noexcept {
 
 } // namespace
 
-void storeText(CompactCell& cell, std::string_view text) {
-    if (text.size() <= CompactCell::inlineCapacity) {
-        if (!text.empty()) std::memcpy(cell.raw, text.data(), text.size());
-        cell.raw[CompactCell::inlineCapacity] = static_cast<unsigned char>(text.size());
-        return;
-    }
+void storeLongText(CompactCell& cell, std::string_view text) {
     auto* shared = ::new (::operator new(sizeof(LongText) + text.size())) LongText;
     shared->size = text.size();
     std::memcpy(shared->characters(), text.data(), text.size());

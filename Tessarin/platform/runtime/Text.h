@@ -21,10 +21,31 @@ struct CompactCell {
 };
 static_assert(sizeof(CompactCell) == 16);
 
-TESSARIN_API void storeText(CompactCell& cell, std::string_view text);
+TESSARIN_API void storeLongText(CompactCell& cell, std::string_view text);
 TESSARIN_API void releaseText(CompactCell& cell) noexcept;
 TESSARIN_API void retainText(CompactCell const& cell) noexcept;
 TESSARIN_API std::string_view longText(CompactCell const& cell) noexcept;
+
+/// Into a fresh cell, whose bytes are zero. Most texts are short: no call for them.
+inline void storeText(CompactCell& cell, std::string_view text) {
+    auto const size = text.size();
+    if (size > CompactCell::inlineCapacity) return storeLongText(cell, text);
+    auto const copyEnds = [&](auto word) { // which overlap, or meet
+        __builtin_memcpy(&word, text.data(), sizeof word);
+        __builtin_memcpy(cell.raw, &word, sizeof word);
+        __builtin_memcpy(&word, text.data() + size - sizeof word, sizeof word);
+        __builtin_memcpy(cell.raw + size - sizeof word, &word, sizeof word);
+    };
+    if (size >= 8)
+        copyEnds(std::uint64_t{});
+    else if (size >= 4)
+        copyEnds(std::uint32_t{});
+    else if (size >= 2)
+        copyEnds(std::uint16_t{});
+    else if (size == 1)
+        cell.raw[0] = static_cast<unsigned char>(text[0]);
+    cell.raw[CompactCell::inlineCapacity] = static_cast<unsigned char>(size);
+}
 
 inline std::string_view textOf(CompactCell const& cell) noexcept {
     auto const count = cell.raw[CompactCell::inlineCapacity];
@@ -58,7 +79,10 @@ public:
     bool empty() const noexcept { return view().empty(); }
     std::size_t size() const noexcept { return view().size(); }
 
-    friend bool operator==(Text const& a, Text const& b) noexcept { return a.view() == b.view(); }
+    friend bool operator==(Text const& a, Text const& b) noexcept {
+        if (a.raw[inlineCapacity] == onHeap) return a.view() == b.view();
+        return __builtin_memcmp(a.raw, b.raw, sizeof a.raw) == 0; // what a short text leaves over is zero
+    }
     friend bool operator==(Text const& a, std::string_view b) noexcept { return a.view() == b; }
     friend bool operator==(Text const& a, char const* b) noexcept { return a.view() == b; }
     friend auto operator<=>(Text const& a, Text const& b) noexcept { return a.view() <=> b.view(); }

@@ -58,13 +58,16 @@ TEST(JSON, RefusesIllFormedText) {
     EXPECT_EQ(JSON::parse(std::string(900, '[') + std::string(900, ']')).list().size(), 1u);
 }
 
-TEST(JSON, HandsOverTheElementsOfAFile) {
+TEST(JSON, HandsOverTheElementsOfATextOrFile) {
     tests::TemporaryFolder const folder;
     auto const url = NSURL::fileURLWithPath(folder.write("a.json", "\xEF\xBB\xBF[{\"n\":1},[2],3]"));
     List elements;
     JSON::forEachElement(url, [&](Value element) { elements.push_back(std::move(element)); });
     EXPECT_EQ(elements, (List{Dictionary{{"n", 1}}, List{2}, 3}));
     EXPECT_EQ(JSON::contentsOfURL(url).list(), elements);
+    List before;
+    EXPECT_TRUE(refuses([&] { JSON::forEachElement("[{\"n\":1},[2],3,}]", [&](Value element) { before.push_back(std::move(element)); }); }));
+    EXPECT_EQ(before, elements);
     folder.write("a.json", "[1,2");
     EXPECT_TRUE(refuses([&] { JSON::forEachElement(url, [](Value) {}); }));
     folder.write("a.json", "{\"n\":1}");

@@ -3,16 +3,14 @@
 namespace Tessarin {
 
 RecordKey ChangePacker::current(RecordKey key) const {
-    if (key >= 0) return key;
-    auto const object = context_.link->find(key);
-    return object ? object->recordKey() : 0;
+    if (key < 0) context_.link->findKeys({&key, 1});
+    return key;
 }
 
 std::vector<RecordKey> ChangePacker::current(std::span<RecordKey const> keys) const {
-    std::vector<RecordKey> result;
-    result.reserve(keys.size());
-    for (auto const key : keys)
-        if (auto const found = current(key); found != 0) result.push_back(found);
+    std::vector<RecordKey> result(keys.begin(), keys.end());
+    context_.link->findKeys(result);
+    std::erase(result, 0);
     return result;
 }
 

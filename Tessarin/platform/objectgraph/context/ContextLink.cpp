@@ -50,6 +50,16 @@ Ref<NSManagedObject> ContextLink::find(RecordKey key) const {
     return object ? std::static_pointer_cast<NSManagedObject>(object->weak_from_this().lock()) : nullptr;
 }
 
+void ContextLink::findKeys(std::span<RecordKey> keys) const {
+    std::lock_guard const hold(mutex_);
+    for (auto& key : keys) {
+        if (key >= 0) continue; // permanent
+        auto* object = objects_.find(key);
+        key = object ? GraphAccess::state(*object).key : 0;
+        if (key < 0 && object->weak_from_this().expired()) key = 0; // on its way out, and never saved
+    }
+}
+
 void ContextLink::findAll(std::span<RowRef const> rows, std::span<Ref<NSManagedObject>> objects) const {
     std::lock_guard const hold(mutex_);
     for (std::size_t at = 0; at < rows.size(); ++at)

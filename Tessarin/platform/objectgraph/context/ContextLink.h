@@ -33,6 +33,8 @@ public:
 
     /// The living object of that record, or null.
     Ref<NSManagedObject> find(RecordKey key) const;
+    /// Puts the keys that those records have now into the place of those that they may have had; 0 where nothing is known.
+    void findKeys(std::span<RecordKey> keys) const;
     void add(NSManagedObject& object, RecordKey key);
     /// The living objects of those rows' records, null where there is none.
     void findAll(std::span<RowRef const> rows, std::span<Ref<NSManagedObject>> objects) const;

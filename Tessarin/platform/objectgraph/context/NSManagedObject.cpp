@@ -74,7 +74,7 @@ void NSManagedObject::setAttribute(NSAttributeDescription const& attribute, Valu
     if (!attribute.holdsKindOf(value))
         fatal("unacceptable value for the attribute " + entity().name() + "." + attribute.name() + ": " + value.description());
     fire();
-    if (!value.isAbsent()) value = attributeValue(attribute.attributeType(), value);
+    if (!value.isAbsent()) value = attributeValue(attribute.attributeType(), std::move(value));
     auto const property = static_cast<std::uint32_t>(attribute.index());
     auto& extras = state_.more();
     if (auto* present = extras.value(property))
@@ -102,7 +102,7 @@ void NSManagedObject::setValueForKey(Value value, std::string_view key) {
     if (auto const* attribute = property.asAttribute()) return setAttribute(*attribute, std::move(value));
     auto const& relationship = *property.asRelationship();
     if (relationship.isToMany()) return setDestinations(relationship, value);
-    auto const object = value.objectAs<NSManagedObject>();
+    auto const object = detail::castToKnown<NSManagedObject>(value.object());
     if (!object && !value.isAbsent())
         fatal("unacceptable value for the relationship " + entity().name() + "." + relationship.name() + ": " + value.description());
     setDestination(relationship, object.get());

@@ -8,6 +8,18 @@ namespace Tessarin {
 namespace detail {
 template <class T> inline constexpr bool isOptional = false;
 template <class T> inline constexpr bool isOptional<std::optional<T>> = true;
+/// The object as a T, or null. A class is what it is: asked once, most objects pass by a comparison.
+template <class T, class U> Ref<T> castToKnown(Ref<U> object) {
+    static std::atomic<std::type_info const*> known{nullptr};
+    if (!object) return nullptr;
+    auto const& reference = *object;
+    auto const& type = typeid(reference);
+    if (known.load(std::memory_order_relaxed) != &type) {
+        if (!dynamic_cast<T*>(object.get())) return nullptr;
+        known.store(&type, std::memory_order_relaxed);
+    }
+    return std::static_pointer_cast<T>(std::move(object));
+}
 /// Appends those objects that are Ts. Neighbours are mostly of one class, which is asked once.
 template <class T, class U> void appendCast(std::span<Ref<U>> objects, std::vector<Ref<T>>& result) {
     std::type_info const* known = nullptr;
@@ -52,17 +64,10 @@ template <class T> void NSManagedObject::set(Attribute<T> const& attribute, T va
 
 template <class T> Ref<T> NSManagedObject::get(ToOne<T> const& relationship) {
     auto object = destination(*relationship.in(entity()).asRelationship());
-    if constexpr (std::is_same_v<T, NSManagedObject>) return object;
-    // A class is what it is: asked once, most objects pass by a comparison.
-    static std::atomic<std::type_info const*> known{nullptr};
-    if (!object) return nullptr;
-    auto const& reference = *object;
-    auto const& type = typeid(reference);
-    if (known.load(std::memory_order_relaxed) != &type) {
-        if (!dynamic_cast<T*>(object.get())) return nullptr;
-        known.store(&type, std::memory_order_relaxed);
-    }
-    return std::static_pointer_cast<T>(std::move(object));
+    if constexpr (std::is_same_v<T, NSManagedObject>)
+        return object;
+    else
+        return detail::castToKnown<T>(std::move(object));
 }
 template <class T> void NSManagedObject::set(ToOne<T> const& relationship, Ref<T> const& object) {
     setDestination(*relationship.in(entity()).asRelationship(), object.get());

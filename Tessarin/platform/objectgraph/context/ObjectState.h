@@ -4,6 +4,7 @@
 #include "Tessarin/platform/objectgraph/context/KeySet.h"
 #include "Tessarin/platform/objectgraph/persistence/NSManagedObjectID.h"
 #include "Tessarin/platform/objectgraph/persistence/Row.h"
+#include "Tessarin/platform/runtime/ObjectSlab.h"
 #include <memory>
 #include <utility>
 #include <vector>
@@ -30,11 +31,16 @@ struct ToManyState {
 
 /// What only some objects have: unsaved values, read relationships, an identity that somebody asked for.
 struct ObjectExtras {
-    std::vector<std::pair<std::uint32_t, Value>> values; // by property: unsaved attributes, and to-ones as keys (0: none)
+    using Values = std::vector<std::pair<std::uint32_t, Value>, ObjectSlabAllocator<std::pair<std::uint32_t, Value>>>;
+    Values values; // by property: unsaved attributes, and to-ones as keys (0: none)
     std::vector<ToManyState> toMany;
     std::vector<std::pair<std::uint32_t, RecordKey>> denied; // destinations of Deny relationships when it was deleted
     Ref<NSManagedObjectID> id;
 
+    // An import makes them by the ten thousand, and one save releases them all.
+    static void* operator new(std::size_t size) { return ObjectSlab::take(size); }
+    static void operator delete(void* memory, std::size_t size) noexcept { ObjectSlab::give(memory, size); }
+    bool isEmpty() const noexcept { return values.empty() && toMany.empty() && denied.empty() && !id; }
     Value* value(std::size_t property) {
         for (auto& [at, value] : values)
             if (at == property) return &value;

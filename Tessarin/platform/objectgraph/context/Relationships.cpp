@@ -64,11 +64,11 @@ void attachEnd(NSManagedObject& object, NSRelationshipDescription const& relatio
 }
 
 void requireFits(NSManagedObject& object, NSRelationshipDescription const& relationship, NSManagedObject& other) {
-    auto const place = object.entity().name() + "." + relationship.name();
+    auto const place = [&] { return object.entity().name() + "." + relationship.name(); };
     if (GraphAccess::state(object).link() != GraphAccess::state(other).link())
-        fatal("illegal attempt to establish the relationship " + place + " between objects in different contexts");
+        fatal("illegal attempt to establish the relationship " + place() + " between objects in different contexts");
     if (!other.entity().isKindOf(relationship.destinationEntity()))
-        fatal("unacceptable object for the relationship " + place + ": a " + other.entity().name());
+        fatal("unacceptable object for the relationship " + place() + ": a " + other.entity().name());
 }
 
 } // namespace

@@ -226,6 +226,7 @@ void SaveOperation::settle(NSManagedObject& object, RowRef const& row) {
         if (toMany.isLoaded) toMany.toPermanent([&](RecordKey key) { return packer_.current(key); });
     }
     std::erase_if(state.extras->toMany, [](ToManyState const& toMany) { return !toMany.isLoaded; });
+    if (state.extras->isEmpty()) state.extras.reset();
 }
 
 } // namespace Tessarin

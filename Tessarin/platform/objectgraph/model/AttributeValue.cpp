@@ -53,8 +53,8 @@ Value urlOf(Value const& value) {
     return value.kind() == Kind::URL ? value : Value();
 }
 
-Value numberFor(NSAttributeType type, Value const& value) {
-    auto number = value.isText() ? numberOf(value.text()) : value;
+Value numberFor(NSAttributeType type, Value number) {
+    if (number.isText()) number = numberOf(number.text());
     if (number.kind() == Kind::Decimal) number = number.number();
     if (!number.isNumber()) return {};
     switch (type) {
@@ -67,18 +67,18 @@ Value numberFor(NSAttributeType type, Value const& value) {
 
 } // namespace
 
-Value attributeValue(NSAttributeType type, Value const& value) {
+Value attributeValue(NSAttributeType type, Value value) {
     switch (type) {
     case NSAttributeType::Integer16:
     case NSAttributeType::Integer32:
     case NSAttributeType::Integer64:
     case NSAttributeType::Double:
     case NSAttributeType::Float:
-    case NSAttributeType::Boolean: return numberFor(type, value);
+    case NSAttributeType::Boolean: return numberFor(type, std::move(value));
     case NSAttributeType::Decimal: return decimalOf(value);
-    case NSAttributeType::String: return value.isText() ? value : Value();
+    case NSAttributeType::String: return value.isText() ? std::move(value) : Value();
     case NSAttributeType::Date: return value.kind() == Kind::Date ? value : Value();
-    case NSAttributeType::BinaryData: return value.kind() == Kind::Data ? value : Value();
+    case NSAttributeType::BinaryData: return value.kind() == Kind::Data ? std::move(value) : Value();
     case NSAttributeType::UUID: return uuidOf(value);
     case NSAttributeType::URI: return urlOf(value);
     default: return value;

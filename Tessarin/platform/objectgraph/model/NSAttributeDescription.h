@@ -53,6 +53,6 @@ private:
 
 /// `value` in the kind that an attribute of `type` keeps: an integer for a double attribute becomes a double. Texts are
 /// read for every other type ("YES", "0.0" and "100" are Booleans, "NO" is also the integer 0). Absent when it does not convert.
-TESSARIN_API Value attributeValue(NSAttributeType type, Value const& value);
+TESSARIN_API Value attributeValue(NSAttributeType type, Value value);
 
 } // namespace Tessarin

@@ -1,5 +1,4 @@
 #pragma once
-#include <algorithm>
 #include <bit>
 #include <cstdint>
 #include <cstring>
@@ -29,34 +28,50 @@ public:
 
     std::uint32_t find(std::string_view name) const noexcept {
         if (cells_.empty()) return none;
-        auto const hash = hashOf(name);
-        for (auto at = hash & mask(); cells_[at].position != none; at = (at + 1) & mask())
-            if (cells_[at].hash == hash && names_[cells_[at].position] == name) return cells_[at].position;
+        Words const words(name);
+        for (auto at = words.hash() & mask(); cells_[at].position != none; at = (at + 1) & mask())
+            if (cells_[at].words == words && (words.areWhole() || names_[cells_[at].position] == name)) return cells_[at].position;
         return none;
     }
 
 private:
+    /// The size of a name, and its first and last eight bytes: all of most names. Names are looked up twice per value of an
+    /// import ("store", W10), so there is neither a loop nor a call.
+    struct Words {
+        Words() = default;
+        explicit Words(std::string_view name) noexcept : size(name.size()) {
+            auto const* const begin = name.data();
+            auto const* const end = begin + size;
+            if (size >= 8) {
+                first = load<std::uint64_t>(begin), last = load<std::uint64_t>(end - 8);
+            } else if (size >= 4) {
+                first = load<std::uint32_t>(begin), last = load<std::uint32_t>(end - 4);
+            } else if (size > 0) {
+                first = static_cast<unsigned char>(begin[0]) | std::uint64_t{static_cast<unsigned char>(begin[size / 2])} << 8;
+                last = static_cast<unsigned char>(end[-1]);
+            }
+        }
+        bool areWhole() const noexcept { return size <= 16; }
+        std::uint64_t hash() const noexcept { return ((first ^ std::rotl(last, 29) ^ size) * 0x9E3779B97F4A7C15ULL) >> 32; }
+        bool operator==(Words const&) const = default;
+
+        std::uint64_t size = 0, first = 0, last = 0;
+    };
+    template <class Word> static Word load(char const* from) noexcept {
+        Word word;
+        std::memcpy(&word, from, sizeof word);
+        return word;
+    }
     struct Entry {
-        std::uint32_t hash = 0;
+        Words words;
         std::uint32_t position = none;
     };
-    // The length and the first and last eight bytes tell most names of one entity apart; names are looked up once per value of
-    // an import.
-    static std::uint32_t hashOf(std::string_view name) noexcept {
-        std::uint64_t first = 0, last = 0;
-        auto const count = std::min(name.size(), sizeof first);
-        if (count == 0) return 0;
-        std::memcpy(&first, name.data(), count);
-        std::memcpy(&last, name.data() + name.size() - count, count);
-        auto const mixed = (first ^ std::rotl(last, 29) ^ name.size()) * 0x9E3779B97F4A7C15ULL;
-        return static_cast<std::uint32_t>(mixed >> 32);
-    }
-    std::uint32_t mask() const noexcept { return static_cast<std::uint32_t>(cells_.size() - 1); }
+    std::uint64_t mask() const noexcept { return cells_.size() - 1; }
     void place(std::uint32_t position) {
-        auto const hash = hashOf(names_[position]);
-        auto at = hash & mask();
+        Words const words(names_[position]);
+        auto at = words.hash() & mask();
         while (cells_[at].position != none) at = (at + 1) & mask();
-        cells_[at] = {hash, position};
+        cells_[at] = {words, position};
     }
 
     std::vector<std::string_view> names_;

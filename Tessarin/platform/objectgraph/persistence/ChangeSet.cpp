@@ -9,22 +9,26 @@ namespace Tessarin {
 namespace {
 
 struct Place {
-    std::size_t root;
     RecordKey key;
     std::size_t at; // where the change stands now
     auto operator<=>(Place const&) const = default;
 };
 
-/// Sorts what is small, and then moves each change once.
+/// Sorts what is small, root by root, and then moves each change once. New records come with their keys in sequence, so that
+/// mostly there is nothing to sort within a root.
 void sortChanges(std::vector<RecordChange>& changes) {
-    std::vector<Place> places;
-    places.reserve(changes.size());
-    for (auto const& change : changes) places.push_back({change.entity->rootEntity()->index(), change.key, places.size()});
-    if (std::ranges::is_sorted(places)) return;
-    std::ranges::sort(places);
+    std::vector<std::vector<Place>> roots;
+    for (std::size_t at = 0; at < changes.size(); ++at) {
+        auto const root = changes[at].entity->rootEntity()->index();
+        if (root >= roots.size()) roots.resize(root + 1);
+        roots[root].push_back({changes[at].key, at});
+    }
     std::vector<RecordChange> sorted;
     sorted.reserve(changes.size());
-    for (auto const& place : places) sorted.push_back(std::move(changes[place.at]));
+    for (auto& places : roots) {
+        if (!std::ranges::is_sorted(places)) std::ranges::sort(places);
+        for (auto const& place : places) sorted.push_back(std::move(changes[place.at]));
+    }
     changes = std::move(sorted);
 }
 
