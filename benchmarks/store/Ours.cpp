@@ -65,6 +65,18 @@ Reading written(std::string const& file, auto const& work) {
     return {seconds * 1000, checksumOfFile(file)};
 }
 
+/// A request in the root's queue, which is on the disk when it returns.
+Reading inBatch(std::string const& file, auto const& request) {
+    double seconds = 0;
+    {
+        Stack stack(file, Synchronous::Full);
+        Ref<NSError> error;
+        seconds = secondsOf([&] { stack.root->performBlockAndWait([&] { stack.root->executeRequest(request, error); }); });
+        if (error) throw ErrorException(error);
+    }
+    return {seconds * 1000, checksumOfFile(file)};
+}
+
 class Ours : public Contender {
 public:
     Ours() : Contender("ours") {}
@@ -152,6 +164,19 @@ public:
         return written(file, [](NSManagedObjectContext& worker) {
             for (auto const& book : booksBefore(worker, changedBefore)) worker.deleteObject(*book);
         });
+    }
+
+    std::optional<Reading> updateInBatch(Workload const&, std::string const& file) override {
+        auto const request = make<NSBatchUpdateRequest>("Book");
+        request->setPredicate(NSPredicate::predicateWithFormat("year < %d", batchedBefore));
+        request->setPropertiesToUpdate({{"price", batchedPrice}, {"inPrint", false}});
+        return inBatch(file, *request);
+    }
+
+    std::optional<Reading> deleteInBatch(Workload const&, std::string const& file) override {
+        auto const old = make<NSFetchRequest>("Book");
+        old->setPredicate(NSPredicate::predicateWithFormat("year < %d", batchedBefore));
+        return inBatch(file, *make<NSBatchDeleteRequest>(old));
     }
 
     Reading countBooks(Workload const&, std::string const& file) override {

@@ -3,6 +3,8 @@
 #include "Tessarin/platform/foundation/NSError.h"
 #include "Tessarin/platform/foundation/NSNotification.h"
 #include "Tessarin/platform/objectgraph/context/FetchedObjects.h"
+#include "Tessarin/platform/objectgraph/context/NSBatchDeleteRequest.h"
+#include "Tessarin/platform/objectgraph/context/NSBatchUpdateRequest.h"
 #include "Tessarin/platform/objectgraph/context/NSManagedObject.h"
 #include "Tessarin/platform/objectgraph/context/NSMergePolicy.h"
 #include "Tessarin/platform/objectgraph/persistence/NSPersistentStoreCoordinator.h"
@@ -10,6 +12,7 @@
 #include "Tessarin/platform/queues/Queue.h"
 #include "Tessarin/platform/runtime/Closure.h"
 #include "Tessarin/platform/runtime/FunctionRef.h"
+#include <map>
 #include <memory>
 #include <span>
 #include <vector>
@@ -38,6 +41,9 @@ inline constexpr std::int64_t NSNotFound = INT64_MAX;
 
 /// Takes a fetch's results, run after run; `total` is the same each time.
 using FetchedObjectsTaker = FunctionRef<void(std::span<Ref<NSManagedObject>> run, std::size_t total)>;
+
+/// Identities under "inserted", "updated" and "deleted".
+using ObjectIDsByChange = std::map<std::string, std::vector<Ref<NSManagedObjectID>>>;
 
 /// A scratch pad of objects over a store or over another context. Everything but `performBlock`, `performBlockAndWait`
 /// and the constant attributes belongs on its queue. One object per record; objects are held weakly unless they have
@@ -83,6 +89,10 @@ public:
     FetchedObjects fetchObjects(NSFetchRequest const& request, Ref<NSError>& error);
     /// NSNotFound on an error.
     std::int64_t countForFetchRequest(NSFetchRequest const& request, Ref<NSError>& error);
+    /// Changes or deletes records straight in the store, past this context and its ancestors; returns when it is on the disk.
+    /// Null with an error, and nothing is changed.
+    Ref<NSBatchUpdateResult> executeRequest(NSBatchUpdateRequest const& request, Ref<NSError>& error);
+    Ref<NSBatchDeleteResult> executeRequest(NSBatchDeleteRequest const& request, Ref<NSError>& error);
     /// The object of that record, as a fault when it is not in memory; whether the record exists shows when it is used.
     /// Null for an identity of another coordinator.
     Ref<NSManagedObject> objectWithID(NSManagedObjectID const& id);
@@ -112,6 +122,11 @@ public:
     /// Takes over what another context saved: registered objects show the new values, unsaved changes stay. Nothing for a
     /// notification of another coordinator's context.
     void mergeChangesFromContextDidSaveNotification(NSNotification const& notification);
+    /// Has contexts, and all below them, take over what was changed in the store by a batch request or another process:
+    /// registered objects show what stands there now, unsaved changes stay. Reads the records on the calling thread, any thread;
+    /// each context then takes them over on its own queue: at once where the caller is on it, else soon. Identities of another
+    /// coordinator are ignored. Throws ErrorException when the store cannot be read.
+    static void mergeChangesFromRemoteContextSave(ObjectIDsByChange const& changes, std::span<Ref<NSManagedObjectContext> const> contexts);
 
     ~NSManagedObjectContext() override;
 

@@ -19,4 +19,7 @@ bool hasMember(NSManagedObject& owner, NSRelationshipDescription const& relation
 /// `other`, a destination of `object`'s relationship, no longer points back to it.
 void letGoAtOtherEnd(NSManagedObject& object, NSRelationshipDescription const& relationship, NSManagedObject& other);
 
+/// What is wrong with saving a value in an attribute of an entity, and null when it is fine.
+Ref<NSError> valueProblem(NSEntityDescription const& entity, NSAttributeDescription const& attribute, Value const& value);
+
 } // namespace Tessarin

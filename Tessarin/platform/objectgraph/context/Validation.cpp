@@ -8,25 +8,15 @@
 namespace Tessarin {
 namespace {
 
-Ref<NSError> unstorable(NSManagedObject const& object, NSAttributeDescription const& attribute) {
+Ref<NSError> unstorable(NSEntityDescription const& entity, NSAttributeDescription const& attribute) {
     return storeError(StoreErrorCode::UnsupportedAttribute,
-                      object.entity().name() + "." + attribute.name() + " is of a kind that cannot be stored: derived, transformable, composite or undefined.");
+                      entity.name() + "." + attribute.name() + " is of a kind that cannot be stored: derived, transformable, composite or undefined.");
 }
 
 bool fitsWidth(NSAttributeType type, std::int64_t value) {
     if (type == NSAttributeType::Integer16) return std::in_range<std::int16_t>(value);
     if (type == NSAttributeType::Integer32) return std::in_range<std::int32_t>(value);
     return true;
-}
-
-Ref<NSError> check(NSManagedObject const& object, NSAttributeDescription const& attribute, Value const& value) {
-    CellType type{};
-    bool const isStorable = !attribute.isDerived() && cellTypeOf(attribute.attributeType(), type);
-    if (!isStorable) return value.isAbsent() ? nullptr : unstorable(object, attribute);
-    if (value.isNumber() && !fitsWidth(attribute.attributeType(), value.integer()))
-        return storeError(StoreErrorCode::ValueTooWide,
-                          object.entity().name() + "." + attribute.name() + " cannot hold " + value.description() + ": it is wider than the attribute.");
-    return attribute.validate(value);
 }
 
 /// The attributes whose value has to be looked at: all of a new object, the changed ones of another.
@@ -47,13 +37,23 @@ std::optional<std::size_t> changedCount(NSManagedObject& object, NSRelationshipD
 
 } // namespace
 
+Ref<NSError> valueProblem(NSEntityDescription const& entity, NSAttributeDescription const& attribute, Value const& value) {
+    CellType type{};
+    bool const isStorable = !attribute.isDerived() && cellTypeOf(attribute.attributeType(), type);
+    if (!isStorable) return value.isAbsent() ? nullptr : unstorable(entity, attribute);
+    if (value.isNumber() && !fitsWidth(attribute.attributeType(), value.integer()))
+        return storeError(StoreErrorCode::ValueTooWide,
+                          entity.name() + "." + attribute.name() + " cannot hold " + value.description() + ": it is wider than the attribute.");
+    return attribute.validate(value);
+}
+
 Ref<NSError> NSManagedObject::validateForSave() {
     auto* context = state_.link()->contextState();
     if (!context) return nullptr;
     auto const& rules = context->rules.of(entity());
     for (auto const* attribute : rules.checkedAttributes)
         if (isToBeChecked(state_, attribute->index()))
-            if (auto error = check(*this, *attribute, attributeValueAt(*attribute))) return error;
+            if (auto error = valueProblem(entity(), *attribute, attributeValueAt(*attribute))) return error;
     for (auto const* relationship : rules.checkedRelationships)
         if (auto const count = changedCount(*this, *relationship))
             if (auto error = relationship->validateCount(*count)) return error;

@@ -17,6 +17,8 @@ public:
     void setMetadata(Dictionary metadata) override;
     std::string identifier() const override { return identifier_; }
     Ref<NSError> save(std::span<Ref<ChangeSet const> const> sets, ConflictResolver resolve, SaveOutcome& outcome) override;
+    Ref<NSError> updateInBatch(BatchTarget const& target, std::span<BatchAssignment const> assignments, BatchOutcome& outcome) override;
+    Ref<NSError> deleteInBatch(std::span<BatchTarget const> targets, BatchOutcome& outcome) override;
     Ref<NSError> fetch(StoreQuery const& query, StoreAnswer& answer) override;
     Ref<NSError> count(StoreQuery const& query, std::size_t& count, bool& complete) override;
     Ref<NSError> rows(NSEntityDescription const& rootEntity, std::span<RecordKey const> keys,
@@ -39,6 +41,8 @@ private:
     void replace(Records& records, RecordKey key, RowRef row);
     void remove(RecordChange const& change);
     void applyLinks(RecordChange const& change);
+    void meant(BatchTarget const& target, BatchOutcome& outcome, std::vector<RowRef>& rows) const;
+    Ref<NSError> change(std::vector<RecordChange> changes, BatchOutcome& outcome);
     void cutDangling(std::span<Ref<ChangeSet const> const> sets, SaveOutcome& outcome);
 
     std::optional<NSURL> url_; // constant after init, like the next two

@@ -10,6 +10,9 @@ namespace Tessarin {
 
 class NSPredicate;
 class NSSortDescriptor;
+struct BatchAssignment;
+struct BatchOutcome;
+struct BatchTarget;
 
 /// A question to a store.
 struct StoreQuery {
@@ -46,6 +49,10 @@ public:
     /// that somebody else changed go to `resolve`, while nobody else can write; it may read from the store. No link to a
     /// record that does not exist is left.
     virtual Ref<NSError> save(std::span<Ref<ChangeSet const> const> sets, ConflictResolver resolve, SaveOutcome& outcome) = 0;
+    /// Gives every record that is meant the same new values, or deletes them, all or nothing, without a look at contexts. Raises
+    /// versions; leaves no link to a record that does not exist; the rows that changed leave the cache or are exchanged there.
+    virtual Ref<NSError> updateInBatch(BatchTarget const& target, std::span<BatchAssignment const> assignments, BatchOutcome& outcome) = 0;
+    virtual Ref<NSError> deleteInBatch(std::span<BatchTarget const> targets, BatchOutcome& outcome) = 0;
     virtual Ref<NSError> fetch(StoreQuery const& query, StoreAnswer& answer) = 0;
     /// Counts what `fetch` would give; `complete` false: the asker must fetch and count itself.
     virtual Ref<NSError> count(StoreQuery const& query, std::size_t& count, bool& complete) = 0;

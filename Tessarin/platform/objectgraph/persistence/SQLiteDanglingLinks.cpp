@@ -119,6 +119,13 @@ void SQLiteDanglingLinks::cut() {
     }
 }
 
+void SQLiteDanglingLinks::cutAllTo(NSEntityDescription const& rootEntity, std::vector<RecordKey> keys) {
+    auto& table = tables_[tableOf(rootEntity)];
+    table.missing = std::move(keys);
+    links_.removeAllOf(rootEntity, table.missing);
+    cutReferences(table);
+}
+
 void SQLiteDanglingLinks::tell(SQLiteReader& reader, SaveOutcome& outcome) const {
     for (auto const& [rootEntity, key] : changed_) {
         auto row = reader.row(*rootEntity, key);

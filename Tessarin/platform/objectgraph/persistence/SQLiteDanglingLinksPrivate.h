@@ -18,6 +18,10 @@ public:
     void noteDeleted(NSEntityDescription const& rootEntity, std::span<RecordKey const> keys);
     /// After everything is written.
     void cut();
+    /// Cuts every link to records that are already deleted; the keys are sorted.
+    void cutAllTo(NSEntityDescription const& rootEntity, std::vector<RecordKey> keys);
+    /// The records that lost a to-one link: root entity and key.
+    std::span<std::pair<NSEntityDescription const*, RecordKey> const> changed() const noexcept { return changed_; }
     /// The records that lost a link and were not told otherwise; after the commit.
     void tell(SQLiteReader& reader, SaveOutcome& outcome) const;
 

@@ -18,20 +18,6 @@ std::vector<RecordKey> sorted(std::span<RecordKey const> keys) {
     return copy;
 }
 
-void bindAll(SQLite::Statement& statement, List const& arguments) {
-    int at = 0;
-    for (auto const& argument : arguments) {
-        ++at;
-        switch (argument.kind()) {
-        case Value::Kind::Integer: statement.bind(at, argument.integer()); break;
-        case Value::Kind::Double: statement.bind(at, argument.number()); break;
-        case Value::Kind::Text: statement.bind(at, argument.text()); break;
-        case Value::Kind::Data: statement.bind(at, argument.bytes()); break;
-        default: statement.bindNull(at);
-        }
-    }
-}
-
 constexpr std::int64_t longScan = 20'000; // records
 
 /// While it lives, a scan leaves the connection's page cache small: a table that is read from one end to the other finds none of
@@ -65,6 +51,20 @@ private:
 SQLiteReader::SQLiteReader(SQLiteSchema const& schema, SQLite::Connection& connection)
     : schema_(schema), connection_(connection) {
     registerSQLFunctions(connection);
+}
+
+void bindAll(SQLite::Statement& statement, List const& arguments, int before) {
+    int at = before;
+    for (auto const& argument : arguments) {
+        ++at;
+        switch (argument.kind()) {
+        case Value::Kind::Integer: statement.bind(at, argument.integer()); break;
+        case Value::Kind::Double: statement.bind(at, argument.number()); break;
+        case Value::Kind::Text: statement.bind(at, argument.text()); break;
+        case Value::Kind::Data: statement.bind(at, argument.bytes()); break;
+        default: statement.bindNull(at);
+        }
+    }
 }
 
 bool areDense(std::span<RecordKey const> sortedKeys) {
@@ -178,6 +178,23 @@ void SQLiteReader::fetch(StoreQuery const& query, StoreAnswer& answer, bool isLo
     else
         run(*std::make_unique<SQLite::Statement>(connection_, sql));
     if (!isCut && !keysOnly) decoder.noteCount(answer.rows.size());
+}
+
+std::optional<SQLiteReader::Selection> SQLiteReader::selectionOf(StoreQuery const& query) const {
+    SQLTranslation translation(schema_, *query.entity);
+    if (query.predicate && !translation.addPredicate(*query.predicate)) return {};
+    bool const isCut = query.limit != 0 || query.offset != 0;
+    if (isCut && !translation.addOrder(query.sortDescriptors)) return {};
+    Selection selection{conditionOf(query, translation), translation.arguments()};
+    if (!isCut && translation.joins().empty()) return selection;
+    auto inner = fmt::format("SELECT t0.id FROM {} AS t0{}{}", schema_.tableOf(*query.entity).name, translation.joins(), selection.condition);
+    if (isCut) {
+        inner += fmt::format(" ORDER BY {} LIMIT ? OFFSET ?", translation.order().empty() ? "t0.id" : translation.order());
+        selection.arguments.push_back(query.limit == 0 ? -1 : static_cast<std::int64_t>(query.limit));
+        selection.arguments.push_back(static_cast<std::int64_t>(query.offset));
+    }
+    selection.condition = " WHERE t0.id IN (" + inner + ")";
+    return selection;
 }
 
 // By the span of the keys: their number would cost a scan.

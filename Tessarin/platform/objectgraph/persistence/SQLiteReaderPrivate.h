@@ -29,6 +29,14 @@ public:
     /// What file the reader sees, see `SQLite::Connection::seenState`.
     std::optional<SQLite::Connection::LogState> seenState() const noexcept { return connection_.seenState(); }
 
+    /// The records that a query means, as the end of a statement about `TABLE AS t0`.
+    struct Selection {
+        std::string condition; // " WHERE …" or empty
+        List arguments;
+    };
+    /// Absent where SQL cannot say it.
+    std::optional<Selection> selectionOf(StoreQuery const& query) const;
+
     /// `isLong`: it has a `longSpanOf`.
     void fetch(StoreQuery const& query, StoreAnswer& answer, bool isLong);
     void count(StoreQuery const& query, std::size_t& count, bool& complete);
@@ -47,6 +55,9 @@ private:
     SQLite::Connection& connection_;
     std::map<std::pair<std::size_t, bool>, SQLiteRowDecoder> decoders_;
 };
+
+/// Binds what a translation collected, behind the first `before` parameters.
+TESSARIN_API void bindAll(SQLite::Statement& statement, List const& arguments, int before = 0);
 
 /// Sorted keys that lie so close together that reading the whole range costs less than looking each up.
 TESSARIN_API bool areDense(std::span<RecordKey const> sortedKeys);

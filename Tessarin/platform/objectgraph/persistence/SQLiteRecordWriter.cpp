@@ -22,9 +22,9 @@ SQLiteRecordWriter::SQLiteRecordWriter(SQLite::Connection& connection, SQLiteSch
                                                   fmt::format("INSERT INTO {} ({}) VALUES ({})", table.name, columns, values));
 }
 
-void SQLiteRecordWriter::bind(SQLite::Statement& statement, int at, Row const& row, std::size_t cell) const {
+void bindCell(SQLite::Statement& statement, int at, Row const& row, std::size_t cell) {
     if (!row.isPresent(cell)) return statement.bindNull(at);
-    switch (layout_.cells()[cell].type) {
+    switch (row.layout().cells()[cell].type) {
     case CellType::Integer:
     case CellType::Reference: return statement.bind(at, row.integer(cell));
     case CellType::Real: return statement.bind(at, row.real(cell));
@@ -36,7 +36,7 @@ void SQLiteRecordWriter::bind(SQLite::Statement& statement, int at, Row const& r
 void SQLiteRecordWriter::insert(Row const& row) {
     insert_->bind(1, row.key());
     insert_->bind(2, std::int64_t{row.version()});
-    for (std::size_t cell = 0; cell < layout_.cells().size(); ++cell) bind(*insert_, static_cast<int>(cell) + 3, row, cell);
+    for (std::size_t cell = 0; cell < layout_.cells().size(); ++cell) bindCell(*insert_, static_cast<int>(cell) + 3, row, cell);
     insert_->run();
 }
 
@@ -65,7 +65,7 @@ bool SQLiteRecordWriter::update(Row const& before, Row const& after) {
     last_->bind(3, std::int64_t{before.version()});
     int at = 4;
     for (std::size_t cell = 0; cell < count; ++cell)
-        if (mask_[cell / 64] >> (cell % 64) & 1) bind(*last_, at++, after, cell);
+        if (mask_[cell / 64] >> (cell % 64) & 1) bindCell(*last_, at++, after, cell);
     return last_->run() != 0;
 }
 

@@ -7,6 +7,9 @@
 
 namespace Tessarin {
 
+/// Binds a cell as it is kept.
+void bindCell(SQLite::Statement& statement, int at, Row const& row, std::size_t cell);
+
 /// Writes the records of one entity over the store's writing connection; its statements stay prepared.
 class TESSARIN_API SQLiteRecordWriter {
 public:
@@ -18,7 +21,6 @@ public:
 
 private:
     using Mask = std::vector<std::uint64_t>; // a bit per cell
-    void bind(SQLite::Statement& statement, int at, Row const& row, std::size_t cell) const;
     std::unique_ptr<SQLite::Statement> updateOf(Mask const& mask) const;
 
     SQLite::Connection& connection_;

@@ -62,6 +62,12 @@ Dictionary SQLiteStore::metadata() const { return impl_->metadata.get(); }
 void SQLiteStore::setMetadata(Dictionary metadata) { impl_->metadata.set(std::move(metadata)); }
 std::string SQLiteStore::identifier() const { return impl_->identifier; }
 
+void SQLiteStore::Impl::requireSameModel(SQLite::Connection& connection) const {
+    if (connection.integer("SELECT value FROM tessarin_store WHERE key = 'modelGeneration'") != modelGeneration)
+        throw ErrorException(storeError(StoreErrorCode::StoreIncompatibleModel,
+                                        "The store was brought to another model by another process; open it again."));
+}
+
 Ref<NSError> SQLiteStore::save(std::span<Ref<ChangeSet const> const> sets, ConflictResolver resolve, SaveOutcome& outcome) {
     auto& impl = *impl_;
     std::lock_guard const hold(impl.writing);
@@ -71,9 +77,7 @@ Ref<NSError> SQLiteStore::save(std::span<Ref<ChangeSet const> const> sets, Confl
         outcome = {};
         auto& [connection, writer] = impl.writer();
         SQLite::Transaction transaction(connection);
-        if (connection.integer("SELECT value FROM tessarin_store WHERE key = 'modelGeneration'") != impl.modelGeneration)
-            throw ErrorException(storeError(StoreErrorCode::StoreIncompatibleModel,
-                                            "The store was brought to another model by another process; open it again."));
+        impl.requireSameModel(connection);
         auto written = sets;
         if (conflicts == SQLiteWriter::Conflicts::Settled) {
             auto const stored = [&](NSEntityDescription const& entity, RecordKey key) { return writer.stored(entity, key); };
@@ -100,6 +104,33 @@ Ref<NSError> SQLiteStore::save(std::span<Ref<ChangeSet const> const> sets, Confl
     outcome = {};
     impl.writerSeat.reset(); // the next attempt starts with a connection in a known state
     return error;
+}
+
+Ref<NSError> SQLiteStore::Impl::inBatch(BatchOutcome& outcome, FunctionRef<bool(SQLiteWriter&)> change) {
+    std::lock_guard const hold(writing);
+    outcome = {};
+    auto error = caught([&] {
+        auto& [connection, batchWriter] = writer();
+        SQLite::Transaction transaction(connection);
+        requireSameModel(connection);
+        outcome.complete = change(batchWriter);
+        if (!outcome.complete) return;
+        readers->endIdle();
+        transaction.commit();
+        batchWriter.forgetRows(outcome);
+    });
+    if (!error) return nullptr;
+    outcome = {};
+    writerSeat.reset();
+    return error;
+}
+
+Ref<NSError> SQLiteStore::updateInBatch(BatchTarget const& target, std::span<BatchAssignment const> assignments, BatchOutcome& outcome) {
+    return impl_->inBatch(outcome, [&](SQLiteWriter& writer) { return writer.update(target, assignments, outcome); });
+}
+
+Ref<NSError> SQLiteStore::deleteInBatch(std::span<BatchTarget const> targets, BatchOutcome& outcome) {
+    return impl_->inBatch(outcome, [&](SQLiteWriter& writer) { return writer.remove(targets, outcome); });
 }
 
 Ref<NSError> SQLiteStore::fetch(StoreQuery const& query, StoreAnswer& answer) {

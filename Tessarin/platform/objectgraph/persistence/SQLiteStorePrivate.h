@@ -34,6 +34,10 @@ struct SQLiteStore::Impl {
         return *writerSeat;
     }
 
+    void requireSameModel(SQLite::Connection& connection) const;
+    /// One transaction of `change`, which is false when it did nothing.
+    Ref<NSError> inBatch(BatchOutcome& outcome, FunctionRef<bool(SQLiteWriter&)> change);
+
     NSURL const url;
     Ref<RowSpace> const space;
     SQLiteSchema const schema;

@@ -1,5 +1,5 @@
 #pragma once
-#include "Tessarin/platform/objectgraph/persistence/NSPersistentStore.h"
+#include "Tessarin/platform/objectgraph/persistence/BatchChange.h"
 #include "Tessarin/platform/objectgraph/persistence/SQLiteDanglingLinksPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/SQLiteLinkWriterPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/SQLiteReaderPrivate.h"
@@ -20,6 +20,11 @@ public:
     void write(std::span<Ref<ChangeSet const> const> sets, Conflicts conflicts);
     /// Puts what `write` wrote into the cache and tells what it wrote beside; after the commit.
     void publish(std::span<Ref<ChangeSet const> const> sets, SaveOutcome& outcome);
+    /// Batch requests; false when SQL cannot say which records are meant, nothing is written then.
+    bool update(BatchTarget const& target, std::span<BatchAssignment const> assignments, BatchOutcome& outcome);
+    bool remove(std::span<BatchTarget const> targets, BatchOutcome& outcome);
+    /// Takes what they wrote out of the cache; after the commit.
+    void forgetRows(BatchOutcome const& outcome);
     /// The record as the transaction sees it.
     RowRef stored(NSEntityDescription const& entity, RecordKey key) { return reader_.row(*entity.rootEntity(), key); }
 
@@ -35,6 +40,9 @@ private:
     void dropIndexesOf(std::string const& table);
     void remakeIndexes();
     SQLiteRecordWriter& writerOf(NSEntityDescription const& entity);
+    std::optional<SQLiteReader::Selection> selectionOf(BatchTarget const& target) const;
+    void requireSources(BatchTarget const& target, std::span<BatchAssignment const> assignments, SQLiteReader::Selection const& selection);
+    void runBatch(SQLite::Statement& statement, NSEntityDescription const& entity, BatchOutcome& outcome);
     [[noreturn]] void explain(SQLite::Failure const& failure) const;
 
     SQLiteSchema const& schema_;

@@ -1,0 +1,185 @@
+#include "tests/platform/objectgraph/context/Library.h"
+
+namespace Tessarin::tests {
+namespace {
+
+class BatchRequest : public ::testing::TestWithParam<char const*> {
+protected:
+    Library library{GetParam()};
+    NSManagedObjectContext& context = *library.root;
+
+    Ref<NSBatchUpdateResult> update(char const* entity, Ref<NSPredicate> predicate, NSBatchUpdateRequest::PropertiesToUpdate values) {
+        auto request = make<NSBatchUpdateRequest>(entity);
+        request->setPredicate(std::move(predicate));
+        request->setPropertiesToUpdate(std::move(values));
+        request->setResultType(NSBatchRequestResultType::ObjectIDs);
+        return context.executeRequest(*request, error);
+    }
+    Ref<NSBatchDeleteResult> remove(char const* entity, Ref<NSPredicate> predicate) {
+        auto which = make<NSFetchRequest>(entity);
+        which->setPredicate(std::move(predicate));
+        auto request = make<NSBatchDeleteRequest>(which);
+        request->setResultType(NSBatchRequestResultType::ObjectIDs);
+        return context.executeRequest(*request, error);
+    }
+    /// Every book in the store, as "title:year".
+    std::string books() {
+        auto reader = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue);
+        reader->setPersistentStoreCoordinator(library.coordinator);
+        std::string text;
+        for (auto const& book : fetched(*reader, "Book", nullptr, {NSSortDescriptor::sortDescriptorWithKey("title")}))
+            text += book->valueForKey("title").description() + ":" + book->valueForKey("year").description() + " ";
+        return text;
+    }
+    void insertBooks() {
+        author = inserted(context, "Author", {{"name", "Ann"}});
+        a = inserted(context, "Book", {{"title", "A"}, {"year", 1}});
+        b = inserted(context, "Book", {{"title", "B"}, {"year", 2}});
+        c = inserted(context, "Novel", {{"title", "C"}, {"year", 3}, {"genre", "G"}});
+        for (auto const& book : {a, b, c}) book->setValueForKey(author, "author");
+        ASSERT_TRUE(saves(context));
+    }
+
+    Ref<NSManagedObject> author, a, b, c;
+    Ref<NSError> error;
+};
+INSTANTIATE_TEST_SUITE_P(Stores, BatchRequest, ::testing::Values("InMemory", "SQLite"), [](auto const& each) { return std::string(each.param); });
+
+TEST_P(BatchRequest, UpdatesWhatFitsAndNothingElse) {
+    insertBooks();
+
+    struct {
+        char const* entity;
+        Ref<NSPredicate> predicate;
+        NSBatchUpdateRequest::PropertiesToUpdate values;
+        std::size_t count;
+        char const* books;
+    } const rows[] = {
+        {"Book", where("year >= 2"), {{"year", 7}}, 2, "A:1 B:7 C:7 "},
+        {"Novel", nullptr, {{"year", 8}}, 1, "A:1 B:7 C:8 "},
+        {"Book", where("author.name == 'Ann' AND year < 8"), {{"year", Value()}}, 2, "A:nil B:nil C:8 "},
+        {"Book", where("draft == nil AND title == 'A'"), {{"year", NSExpression::expressionForConstantValue(9)}}, 1, "A:9 B:nil C:8 "},
+        {"Novel", where("genre == 'G'"), {{"title", NSExpression::expressionForKeyPath("genre")}, {"genre", "H"}}, 1, "A:9 B:nil G:8 "},
+        {"Book", where("year > 100"), {{"year", 1}}, 0, "A:9 B:nil G:8 "},
+    };
+    auto const absent = Value().description();
+    for (auto const& row : rows) {
+        auto const result = update(row.entity, row.predicate, row.values);
+        ASSERT_TRUE(result) << error->description();
+        EXPECT_EQ(result->objectIDs().size(), row.count) << row.books;
+        std::string expected = row.books;
+        for (std::size_t at; (at = expected.find("nil")) != std::string::npos && absent != "nil";) expected.replace(at, 3, absent);
+        EXPECT_EQ(books(), expected);
+    }
+    auto onlyBooks = make<NSBatchUpdateRequest>("Book");
+    onlyBooks->setIncludesSubentities(false);
+    onlyBooks->setPropertiesToUpdate({{"year", 5}});
+    onlyBooks->setResultType(NSBatchRequestResultType::Count);
+    EXPECT_EQ(context.executeRequest(*onlyBooks, error)->count(), 2);
+    EXPECT_EQ(books(), "A:5 B:5 G:8 ");
+}
+
+TEST_P(BatchRequest, WhatTheModelForbidsIsRefusedAndWritesNothing) {
+    insertBooks();
+    auto const before = books();
+    struct {
+        char const* entity;
+        NSBatchUpdateRequest::PropertiesToUpdate values;
+        char const* message;
+    } const rows[] = {
+        {"Author", {{"name", Value()}}, "mandatory"},
+        {"Author", {{"rating", 11.0}}, "maximum"},
+        {"Book", {{"title", "X"}, {"year", "text"}}, "cannot hold"},
+        {"Book", {{"year", 70'000}}, "wider"},
+        {"Book", {{"pages", 1}}, "no property"},
+        {"Book", {{"draft", "x"}}, "not stored"},
+        {"Book", {{"tags", Value()}}, "cannot set"},
+        {"Book", {{"title", NSExpression::expressionForKeyPath("author.name")}}, "stored attributes only"},
+        {"Book", {{"title", NSExpression::expressionForKeyPath("year")}}, "its own type"},
+        {"Book", {{"title", "X"}, {"author", Value(a)}}, "no such record"},
+        {"Nothing", {}, "no entity"},
+    };
+    for (auto const& row : rows) {
+        EXPECT_FALSE(update(row.entity, nullptr, row.values)) << row.message;
+        ASSERT_TRUE(error) << row.message;
+        EXPECT_NE(error->description().find(row.message), std::string::npos) << error->description();
+    }
+    EXPECT_EQ(books(), before);
+}
+
+TEST_P(BatchRequest, RelationshipsFollowTheToOne) {
+    insertBooks();
+    auto const other = inserted(context, "Author", {{"name", "Bea"}});
+    for (auto const* title : {"1", "2", "3"}) inserted(context, "Chapter", {{"title", title}})->setValueForKey(title[0] == '3' ? a : b, "book");
+    ASSERT_TRUE(saves(context));
+    ASSERT_TRUE(update("Book", where("year < 3"), {{"author", Value(other->objectID())}})) << error->description();
+    ASSERT_TRUE(update("Book", where("year == 3"), {{"author", Value()}})) << error->description();
+    ASSERT_TRUE(update("Chapter", nullptr, {{"book", Value(a)}})) << error->description();
+    context.reset();
+    EXPECT_EQ(members(*fetched(context, "Author", where("name == 'Bea'")).front(), "books"), "A,B");
+    EXPECT_EQ(members(*fetched(context, "Author", where("name == 'Ann'")).front(), "books"), "");
+    EXPECT_EQ(members(*fetched(context, "Book", where("title == 'A'")).front(), "chapters"), "3,1,2") << "newcomers stand last";
+}
+
+TEST_P(BatchRequest, DeletionLeavesNoDanglingLink) {
+    insertBooks();
+    auto const tag = inserted(context, "Tag", {{"name", "t"}});
+    a->mutableSetValueForKey("tags").addObject(tag);
+    b->mutableSetValueForKey("tags").addObject(tag);
+    inserted(context, "Chapter", {{"title", "orphan"}})->setValueForKey(a, "book");
+    inserted(context, "Award", {{"name", "w"}})->setValueForKey(author, "winner");
+    ASSERT_TRUE(saves(context));
+    auto const result = remove("Book", where("title == 'A' OR title == 'C'"));
+    ASSERT_TRUE(result) << error->description();
+    EXPECT_EQ(result->objectIDs().size(), 2u);
+    ASSERT_TRUE(remove("Author", nullptr)) << "a denying rule is not asked";
+    context.reset();
+    EXPECT_EQ(books(), "B:2 ");
+    EXPECT_FALSE(fetched(context, "Book").front()->valueForKey("author").object());
+    EXPECT_EQ(members(*fetched(context, "Tag").front(), "books"), "B");
+    auto const chapters = fetched(context, "Chapter");
+    ASSERT_EQ(chapters.size(), 1u) << "nothing is cascaded";
+    EXPECT_FALSE(chapters.front()->valueForKey("book").object());
+}
+
+TEST_P(BatchRequest, DeletesByIdentityAndByOrderAndLimit) {
+    insertBooks();
+    auto const unsaved = inserted(context, "Book", {});
+    auto request = make<NSBatchDeleteRequest>(std::vector{a->objectID(), author->objectID(), unsaved->objectID()});
+    request->setResultType(NSBatchRequestResultType::Count);
+    auto const result = context.executeRequest(*request, error);
+    ASSERT_TRUE(result) << error->description();
+    EXPECT_EQ(result->count(), 2);
+    EXPECT_EQ(books(), "B:2 C:3 ");
+    auto newest = make<NSFetchRequest>("Book");
+    newest->setSortDescriptors({NSSortDescriptor::sortDescriptorWithKey("year", {.ascending = false})});
+    newest->setFetchLimit(1);
+    ASSERT_TRUE(context.executeRequest(*make<NSBatchDeleteRequest>(newest), error));
+    EXPECT_EQ(books(), "B:2 ");
+}
+
+TEST_P(BatchRequest, AChangedCopyMeetsAConflictUnlessItsContextMerged) {
+    insertBooks();
+    auto const ids = [](auto const& result) { return ObjectIDsByChange{{NSUpdatedObjectsKey, result->objectIDs()}}; };
+    a->setValueForKey("mine", "title");
+    auto const first = update("Book", nullptr, {{"year", 50}});
+    EXPECT_FALSE(saves(context));
+    EXPECT_EQ(b->valueForKey("year").integer(), 2) << "contexts are not told";
+    library.root->performBlockAndWait([&] {
+        NSManagedObjectContext::mergeChangesFromRemoteContextSave(ids(first), std::vector{library.root});
+        EXPECT_EQ(b->valueForKey("year").integer(), 50);
+        EXPECT_EQ(a->valueForKey("title").text(), "mine");
+        EXPECT_TRUE(saves(context));
+    });
+    EXPECT_EQ(books(), "B:50 C:50 mine:50 ");
+    EXPECT_EQ(members(*author, "books"), "B,C,mine");
+    auto const gone = remove("Book", where("title == 'B'"));
+    library.root->performBlockAndWait([&] {
+        NSManagedObjectContext::mergeChangesFromRemoteContextSave({{NSDeletedObjectsKey, gone->objectIDs()}}, std::vector{library.root});
+        EXPECT_EQ(members(*author, "books"), "C,mine");
+        EXPECT_TRUE(b->isDeleted());
+    });
+}
+
+} // namespace
+} // namespace Tessarin::tests
