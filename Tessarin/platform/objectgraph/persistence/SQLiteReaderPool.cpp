@@ -87,7 +87,8 @@ void SQLiteReaderPool::giveBack(std::unique_ptr<Seat> seat) {
     {
         std::lock_guard const hold(mutex_);
         --inUse_;
-        bool const isOneOfMany = now - std::exchange(lastUse_, now) < burst;
+        quickUses_ = now - std::exchange(lastUse_, now) < burst ? quickUses_ + 1 : 0;
+        bool const isOneOfMany = quickUses_ > 1; // the first look-up and its fault are not yet worth a timer, and its thread
         if (!isOneOfMany) seat->end();
         if (idle_.size() < keptIdle)
             idle_.push_back(std::move(seat));

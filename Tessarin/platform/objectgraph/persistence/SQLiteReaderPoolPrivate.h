@@ -56,6 +56,7 @@ private:
     std::size_t inUse_ = 0;
     std::uint64_t uses_ = 0;
     std::chrono::steady_clock::time_point lastUse_;
+    std::size_t quickUses_ = 0; // in a row
     bool isEndingLater_ = false;
 };
 
