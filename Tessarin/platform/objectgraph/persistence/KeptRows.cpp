@@ -2,17 +2,11 @@
 
 namespace Tessarin {
 
-std::optional<KeptRows> KeptRows::of(std::span<RowRef const> rows) {
-    KeptRows kept;
-    kept.count_ = rows.size();
-    for (std::size_t at = 0; at < rows.size();) {
-        auto& block = rows[at].block();
-        kept.firsts_.push_back(rows[at]);
-        kept.bytes_ += block.capacity;
-        for (auto* row = block.first(); row; row = block.after(*row), ++at)
-            if (at == rows.size() || rows[at].get() != row) return {};
+KeptRows::KeptRows(std::span<RowRef const> rows) : count_(rows.size()) {
+    for (std::size_t at = 0; at < rows.size(); at += firsts_.back().block().count) {
+        firsts_.push_back(rows[at]);
+        bytes_ += rows[at].block().capacity;
     }
-    return kept;
 }
 
 void KeptRows::appendTo(std::vector<RowRef>& rows) const {

@@ -1,7 +1,6 @@
 #pragma once
 #include "Tessarin/Export.h"
 #include "Tessarin/platform/objectgraph/persistence/Row.h"
-#include <optional>
 #include <vector>
 
 namespace Tessarin {
@@ -9,8 +8,8 @@ namespace Tessarin {
 /// Many rows, kept by their blocks: eight bytes for every few dozen.
 class TESSARIN_API KeptRows {
 public:
-    /// Absent when the rows are not, from the first to the last, all rows of their blocks.
-    static std::optional<KeptRows> of(std::span<RowRef const> rows);
+    /// The rows are, from the first to the last, all rows of their blocks.
+    explicit KeptRows(std::span<RowRef const> rows);
 
     void appendTo(std::vector<RowRef>& rows) const;
     /// Of memory that the rows take.
@@ -18,7 +17,7 @@ public:
 
 private:
     std::vector<RowRef> firsts_; // the first row of each block
-    std::size_t count_ = 0;
+    std::size_t count_;
     std::size_t bytes_ = 0;
 };
 

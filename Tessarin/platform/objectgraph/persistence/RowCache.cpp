@@ -43,7 +43,7 @@ void RowCache::add(RowRef const& added) {
     addAll({&row, 1});
 }
 
-void RowCache::addAll(std::span<RowRef> rows) {
+std::size_t RowCache::addAll(std::span<RowRef> rows) {
     std::vector<RowRef> replaced; // to be released when no lock is held
     {
         ShardHold<Shard> hold;
@@ -60,6 +60,7 @@ void RowCache::addAll(std::span<RowRef> rows) {
             place.set(*row);
         }
     }
+    return replaced.size();
 }
 
 void RowCache::remove(RecordKey key) {

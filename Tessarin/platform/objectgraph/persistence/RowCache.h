@@ -18,8 +18,8 @@ public:
     RowRef find(RecordKey key, std::uint32_t version) const;
     /// Makes `row` the record's row unless a newer one stands there.
     void add(RowRef const& row);
-    /// The same for many. A row that is not newer than the one that stands there is replaced in `rows` by that one.
-    void addAll(std::span<RowRef> rows);
+    /// The same for many. A row that is not newer than the one that stands there is replaced in `rows` by that one; how many.
+    std::size_t addAll(std::span<RowRef> rows);
     /// Forgets a record, for a deletion.
     void remove(RecordKey key);
     /// How many records it knows a row of.

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <fmt/format.h>
-#include <optional>
 #include <unordered_map>
 
 namespace Tessarin {
@@ -20,9 +19,9 @@ std::vector<RecordKey> sorted(std::span<RecordKey const> keys) {
 
 constexpr std::int64_t longScan = 20'000; // records
 
-/// While it lives, a scan leaves the connection's page cache small: a table that is read from one end to the other finds none of
-/// its pages there the next time, and would only push out the others.
-class SmallCache {
+} // namespace
+
+class SQLiteReader::SmallCache {
 public:
     explicit SmallCache(SQLite::Connection& connection) : connection_(connection) {
         auto const query = connection.use("PRAGMA cache_size");
@@ -45,8 +44,6 @@ private:
     SQLite::Connection& connection_;
     std::int64_t usual_ = 0;
 };
-
-} // namespace
 
 SQLiteReader::SQLiteReader(SQLiteSchema const& schema, SQLite::Connection& connection)
     : schema_(schema), connection_(connection) {
@@ -135,14 +132,14 @@ void SQLiteReader::members(NSRelationshipDescription const& relationship, std::s
     }
 }
 
-std::string SQLiteReader::conditionOf(StoreQuery const& query, SQLTranslation const& translation) const {
+std::string SQLiteReader::conditionOf(Scanned const& scanned, SQLTranslation const& translation) const {
     auto condition = translation.condition();
     // The table holds the records of the whole tree.
-    bool const isWholeTree = !query.entity->superentity() && query.includesSubentities;
-    if (!schema_.tableOf(*query.entity).hasEntityColumn || isWholeTree)
+    bool const isWholeTree = !scanned.entity->superentity() && scanned.includesSubentities;
+    if (!schema_.tableOf(*scanned.entity).hasEntityColumn || isWholeTree)
         return condition.empty() ? condition : " WHERE " + condition;
     auto const numbers =
-        query.includesSubentities ? schema_.numbersInTreeOf(*query.entity) : std::to_string(schema_.numberOf(*query.entity));
+        scanned.includesSubentities ? schema_.numbersInTreeOf(*scanned.entity) : std::to_string(schema_.numberOf(*scanned.entity));
     return fmt::format(" WHERE t0.entity IN ({}){}{}", numbers, condition.empty() ? "" : " AND ", condition);
 }
 
@@ -154,7 +151,7 @@ void SQLiteReader::fetch(StoreQuery const& query, StoreAnswer& answer, bool isLo
     bool const isCut = answer.complete && (query.limit != 0 || query.offset != 0);
     bool const keysOnly = query.wantsKeysOnly && answer.complete;
     bool const byKeys = keysOnly || (!isCut && decoder.expectsCached());
-    auto const condition = conditionOf(query, translation);
+    auto const condition = conditionOf(scannedBy(query), translation);
     auto sql = fmt::format("SELECT {} FROM {} AS t0{}{}", byKeys ? "t0.id, t0.version" : decoder.columns(),
                            schema_.tableOf(*query.entity).name, translation.joins(), condition);
     if (!translation.order().empty()) sql += " ORDER BY " + translation.order();
@@ -168,8 +165,10 @@ void SQLiteReader::fetch(StoreQuery const& query, StoreAnswer& answer, bool isLo
         bindAll(statement, arguments);
         if (keysOnly)
             while (statement.step()) answer.keys.push_back(statement.integer(0));
+        else if (byKeys)
+            readByKeys(statement, query, answer.rows);
         else
-            byKeys ? readByKeys(statement, query, answer.rows) : decoder.readAll(statement, answer.rows);
+            decoder.readAll(statement, answer.rows);
     };
     std::optional<SmallCache> smallCache;
     if (isLong) smallCache.emplace(connection_);
@@ -185,7 +184,7 @@ std::optional<SQLiteReader::Selection> SQLiteReader::selectionOf(StoreQuery cons
     if (query.predicate && !translation.addPredicate(*query.predicate)) return {};
     bool const isCut = query.limit != 0 || query.offset != 0;
     if (isCut && !translation.addOrder(query.sortDescriptors)) return {};
-    Selection selection{conditionOf(query, translation), translation.arguments()};
+    Selection selection{conditionOf(scannedBy(query), translation), translation.arguments()};
     if (!isCut && translation.joins().empty()) return selection;
     auto inner = fmt::format("SELECT t0.id FROM {} AS t0{}{}", schema_.tableOf(*query.entity).name, translation.joins(), selection.condition);
     if (isCut) {
@@ -207,16 +206,27 @@ std::optional<SQLiteReader::Span> SQLiteReader::longSpanOf(StoreQuery const& que
     return span.last - span.first > longScan ? std::optional(span) : std::nullopt;
 }
 
-void SQLiteReader::readSpan(StoreQuery const& query, Span span, std::vector<RowRef>& rows) {
-    auto& decoder = decoderOf(query);
-    auto condition = conditionOf(query, SQLTranslation(schema_, *query.entity));
-    condition += condition.empty() ? " WHERE " : " AND ";
-    SmallCache const smallCache(connection_);
-    auto const statement = connection_.use(fmt::format("SELECT {} FROM {} AS t0{}t0.id BETWEEN ? AND ?", decoder.columns(),
-                                                       schema_.tableOf(*query.entity).name, condition));
-    statement->bind(1, span.first);
-    statement->bind(2, span.last);
-    decoder.readAll(*statement, rows);
+namespace {
+
+std::string scanText(std::string const& columns, std::string const& table, std::string const& condition) {
+    return fmt::format("SELECT {} FROM {} AS t0{}t0.id BETWEEN ? AND ?", columns, table, condition.empty() ? " WHERE " : condition + " AND ");
+}
+
+} // namespace
+
+SQLiteReader::Scan::Scan(SQLiteReader& reader, Scanned const& scanned)
+    : smallCache_(std::make_unique<SmallCache>(reader.connection_)),
+      decoder_(reader.decoderFor(*scanned.entity, scanned.includesSubentities)),
+      statement_(reader.connection_.use(scanText(decoder_.columns(), reader.schema_.tableOf(*scanned.entity).name,
+                                                 reader.conditionOf(scanned, SQLTranslation(reader.schema_, *scanned.entity))))) {}
+SQLiteReader::Scan::~Scan() = default;
+
+bool SQLiteReader::Scan::read(Span span, std::vector<RowRef>& rows) {
+    statement_->bind(1, span.first);
+    statement_->bind(2, span.last);
+    bool const areNew = decoder_.readAll(*statement_, rows);
+    statement_->reset();
+    return areNew;
 }
 
 /// For records of which most are at hand: reads keys and versions, then the records that are not.
@@ -246,7 +256,7 @@ void SQLiteReader::count(StoreQuery const& query, std::size_t& count, bool& comp
     complete = !query.predicate || translation.addPredicate(*query.predicate);
     if (!complete) return;
     auto const sql = fmt::format("SELECT count(*) FROM {} AS t0{}{}", schema_.tableOf(*query.entity).name, translation.joins(),
-                                 conditionOf(query, translation));
+                                 conditionOf(scannedBy(query), translation));
     SQLite::Statement statement(connection_, sql);
     bindAll(statement, translation.arguments());
     if (!statement.step()) return;

@@ -3,6 +3,7 @@
 #include "Tessarin/platform/objectgraph/persistence/SQLiteRowDecoderPrivate.h"
 #include "Tessarin/platform/sqlite/Connection.h"
 #include <map>
+#include <memory>
 #include <optional>
 
 namespace Tessarin {
@@ -20,8 +21,15 @@ public:
     };
     /// Absent for a query that reads less, and for a table that is not worth the trouble.
     std::optional<Span> longSpanOf(StoreQuery const& query);
-    /// Reads the query's records in that part of the table, by key; no predicate, order, limit or offset is looked at.
-    void readSpan(StoreQuery const& query, Span span, std::vector<RowRef>& rows);
+    /// Which records a scan reads: all of an entity.
+    struct Scanned {
+        NSEntityDescription const* entity;
+        bool includesSubentities;
+        friend bool operator==(Scanned const&, Scanned const&) = default;
+    };
+    /// Reads parts of a table by key, one after the other. While it lives, the connection's page cache is small: a table that is
+    /// read from one end to the other finds none of its pages there the next time, and would only push out the others.
+    class Scan;
     /// Whether most of the query's rows are probably in the cache, see `SQLiteRowDecoder`, which is told of the last result by
     /// `noteCount`.
     bool expectsCached(StoreQuery const& query) { return decoderOf(query).expectsCached(); }
@@ -47,10 +55,12 @@ public:
 
 private:
     void readByKeys(SQLite::Statement& statement, StoreQuery const& query, std::vector<RowRef>& rows);
-    std::string conditionOf(StoreQuery const& query, SQLTranslation const& translation) const;
+    static Scanned scannedBy(StoreQuery const& query) { return {query.entity, query.includesSubentities}; }
+    std::string conditionOf(Scanned const& scanned, SQLTranslation const& translation) const;
     SQLiteRowDecoder& decoderFor(NSEntityDescription const& entity, bool includesSubentities);
     SQLiteRowDecoder& decoderOf(StoreQuery const& query) { return decoderFor(*query.entity, query.includesSubentities); }
 
+    class SmallCache;
     SQLiteSchema const& schema_;
     SQLite::Connection& connection_;
     std::map<std::pair<std::size_t, bool>, SQLiteRowDecoder> decoders_;
@@ -58,6 +68,19 @@ private:
 
 /// Binds what a translation collected, behind the first `before` parameters.
 TESSARIN_API void bindAll(SQLite::Statement& statement, List const& arguments, int before = 0);
+
+class TESSARIN_API SQLiteReader::Scan {
+public:
+    Scan(SQLiteReader& reader, Scanned const& scanned);
+    ~Scan();
+    /// Whether all rows are new, see `SQLiteRowDecoder::readAll`.
+    bool read(Span span, std::vector<RowRef>& rows);
+
+private:
+    std::unique_ptr<SmallCache> smallCache_;
+    SQLiteRowDecoder& decoder_;
+    SQLite::StatementUse statement_;
+};
 
 /// Sorted keys that lie so close together that reading the whole range costs less than looking each up.
 TESSARIN_API bool areDense(std::span<RecordKey const> sortedKeys);

@@ -119,7 +119,7 @@ bool SQLiteRowDecoder::packInto(RowBlockWriter::Room room, sqlite3_stmt* handle,
     return true;
 }
 
-void SQLiteRowDecoder::readAll(SQLite::Statement& statement, std::vector<RowRef>& rows) {
+bool SQLiteRowDecoder::readAll(SQLite::Statement& statement, std::vector<RowRef>& rows) {
     static constexpr std::size_t run = 256; // rows that go into the cache together
     struct Closing {
         RowBlockWriter& blocks;
@@ -127,9 +127,10 @@ void SQLiteRowDecoder::readAll(SQLite::Statement& statement, std::vector<RowRef>
     } const closing{blocks_};
     auto* const handle = statement.handle();
     auto known = rows.size();
+    bool isNew = true;
     auto const intoCache = [&] {
         auto const fresh = std::span(rows).subspan(known);
-        space_.cache().addAll(fresh);
+        isNew = space_.cache().addAll(fresh) == 0 && isNew;
         for (auto const& row : fresh) requireSameTree(row->entity(), plans_.front().second.layout->entity(), row->key());
         known = rows.size();
     };
@@ -146,6 +147,7 @@ void SQLiteRowDecoder::readAll(SQLite::Statement& statement, std::vector<RowRef>
         if (rows.size() - known == run) intoCache();
     }
     intoCache();
+    return isNew;
 }
 
 } // namespace Tessarin

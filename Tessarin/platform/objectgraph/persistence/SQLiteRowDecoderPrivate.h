@@ -15,8 +15,8 @@ public:
     std::string const& columns() const noexcept { return columns_; }
     /// The row on which the statement stands: the cached one when it is as new, else a new one, which the cache then knows.
     RowRef row(SQLite::Statement const& statement);
-    /// All rows that are left.
-    void readAll(SQLite::Statement& statement, std::vector<RowRef>& rows);
+    /// All rows that are left; whether all of them are new, and so follow one another in blocks of their own.
+    bool readAll(SQLite::Statement& statement, std::vector<RowRef>& rows);
 
     /// Whether a query like the last one will probably find most of its rows in the cache. Reading only keys and versions is
     /// then four times as fast.

@@ -2,58 +2,46 @@
 
 namespace Tessarin {
 
-SQLiteSharedScan::SQLiteSharedScan(SQLiteReaderPool& readers, StoreQuery const& query, SQLiteReader::Span span,
+SQLiteSharedScan::SQLiteSharedScan(Ref<RowSpace> space, SQLiteReader::Scanned scanned, SQLiteReader::Span span,
                                    SQLite::Connection::LogState const& state)
-    : readers_(readers), query_(query), span_(span), state_(state) {}
+    : space_(std::move(space)), scanned_(scanned), span_(span), state_(state) {}
 
-void SQLiteSharedScan::read(SQLiteReaderPool& readers, SQLiteReader& reader, StoreQuery const& query, SQLiteReader::Span span,
-                            std::vector<RowRef>& rows) {
-    auto const state = reader.seenState();
-    if (!state) return reader.readSpan(query, span, rows); // a helper might see another state of the file
-    auto const scan = std::make_shared<SQLiteSharedScan>(readers, query, span, *state);
-    dispatch_async(dispatch_get_global_queue(QOS_CLASS_USER_INITIATED, 0), [scan] { scan->help(); });
-    struct Finishing {
-        SQLiteSharedScan& scan;
-        ~Finishing() { scan.finish(); }
-    };
-    {
-        Finishing const finishing{*scan};
-        std::size_t share = 0;
-        scan->readShares(reader, share);
+bool SQLiteSharedScan::read(SQLiteReader& reader, std::vector<RowRef>& rows) {
+    SQLiteReader::Scan scan(reader, scanned_);
+    bool areNew = true;
+    std::size_t at = 0;
+    for (; at < count && !shares_[at].isTaken.exchange(true); ++at) areNew = scan.read(spanOf(at), rows) && areNew;
+    for (; at < count; ++at) {
+        auto& share = shares_[at];
+        if (share.isRead.load(std::memory_order_acquire)) {
+            rows.insert(rows.end(), std::move_iterator(share.rows.begin()), std::move_iterator(share.rows.end()));
+            areNew = share.isNew && areNew;
+        } else {
+            areNew = scan.read(spanOf(at), rows) && areNew;
+        }
     }
-    if (auto const share = scan->failedShare_; share < shares) { // again: what hindered the helper need not hinder us
-        scan->rows_[share].clear();
-        reader.readSpan(query, scan->spanOf(share), scan->rows_[share]);
-    }
-    for (auto& share : scan->rows_) rows.insert(rows.end(), std::move_iterator(share.begin()), std::move_iterator(share.end()));
+    return areNew;
 }
 
-/// When this returns, the helper uses nothing any more that belongs to the asking thread.
-void SQLiteSharedScan::finish() {
-    next_ = shares;
-    if (help_.exchange(Help::NotWanted) == Help::UnderWay) dispatch_semaphore_wait(helped_, DISPATCH_TIME_FOREVER);
-}
-
-void SQLiteSharedScan::help() {
-    auto expected = Help::NotBegun;
-    if (!help_.compare_exchange_strong(expected, Help::UnderWay)) return;
-    std::size_t share = shares;
+void SQLiteSharedScan::help(SQLiteReaderPool& readers) noexcept {
+    if (shares_.back().isTaken) return; // nothing is left to do
     try {
-        auto const reader = readers_.lease(SQLiteReaderPool::Patience::GivesUp);
-        reader->longSpanOf(query_); // the first read fixes what the connection sees
-        if (reader->seenState() == state_) readShares(*reader, share);
+        auto const reader = readers.lease(SQLiteReaderPool::Patience::GivesUp);
+        reader->longSpanOf({.entity = scanned_.entity}); // the first read fixes what the connection sees
+        if (reader->seenState() != state_) return;
+        SQLiteReader::Scan scan(*reader, scanned_);
+        for (std::size_t at = count; at > 0 && !shares_[at - 1].isTaken.exchange(true); --at) {
+            auto& share = shares_[at - 1];
+            share.isNew = scan.read(spanOf(at - 1), share.rows);
+            share.isRead.store(true, std::memory_order_release);
+        }
     } catch (...) {
-        failedShare_ = share;
+        // What hinders the helper need not hinder the asking thread, which will say so if it does.
     }
-    dispatch_semaphore_signal(helped_);
-}
-
-void SQLiteSharedScan::readShares(SQLiteReader& reader, std::size_t& share) {
-    for (share = next_++; share < shares; share = next_++) reader.readSpan(query_, spanOf(share), rows_[share]);
 }
 
 SQLiteReader::Span SQLiteSharedScan::spanOf(std::size_t share) const {
-    auto const step = static_cast<std::uint64_t>(span_.last - span_.first) / shares + 1;
+    auto const step = static_cast<std::uint64_t>(span_.last - span_.first) / count + 1;
     auto const first = static_cast<std::uint64_t>(span_.first) + step * share;
     auto const last = std::min(first + step - 1, static_cast<std::uint64_t>(span_.last));
     return {static_cast<RecordKey>(first), static_cast<RecordKey>(last)};

@@ -1,43 +1,38 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/persistence/SQLiteReaderPoolPrivate.h"
-#include "Tessarin/platform/queues/Dispatch.h"
 #include <array>
 #include <atomic>
 
 namespace Tessarin {
 
-/// One scan of a table by two threads. The span of its keys is cut into shares, and each thread takes the next one that nobody
-/// has: a helper that comes late, or not at all, only leaves more to the thread that asked.
+/// One scan of a table by two threads. The span of its keys is cut into shares; one thread takes them from the front, the other
+/// from the back, so that neither meets the other in the row cache. The asking thread never waits: a helper that comes late, or not at all, leaves more to it, and a share that the helper
+/// is still at when all others are read, it reads itself.
 class TESSARIN_API SQLiteSharedScan {
 public:
-    /// Adds the records of the span to `rows`, by key. `reader` holds a read transaction whose state is known.
-    static void read(SQLiteReaderPool& readers, SQLiteReader& reader, StoreQuery const& query, SQLiteReader::Span span,
-                     std::vector<RowRef>& rows);
+    /// `state` is what the asking thread's reader sees.
+    SQLiteSharedScan(Ref<RowSpace> space, SQLiteReader::Scanned scanned, SQLiteReader::Span span, SQLite::Connection::LogState const& state);
 
-    SQLiteSharedScan(SQLiteReaderPool& readers, StoreQuery const& query, SQLiteReader::Span span, SQLite::Connection::LogState const& state);
-    /// The helper's part, on a thread of its own.
-    void help();
+    /// Adds all records to `rows`, by key; whether all rows are new, see `SQLiteRowDecoder::readAll`. On the asking thread, once.
+    bool read(SQLiteReader& reader, std::vector<RowRef>& rows);
+    /// On the helper's thread, once; may go on when the other has ended.
+    void help(SQLiteReaderPool& readers) noexcept;
 
 private:
-    enum class Help { NotBegun, UnderWay, NotWanted };
-    static constexpr std::size_t shares = 16;
-
-    /// `share` is the one that is being read.
-    void readShares(SQLiteReader& reader, std::size_t& share);
+    static constexpr std::size_t count = 32;
+    struct Share {
+        std::atomic<bool> isTaken{false};
+        std::atomic<bool> isRead{false}; // by the helper: then what follows is the asking thread's
+        bool isNew = false;
+        std::vector<RowRef> rows;
+    };
     SQLiteReader::Span spanOf(std::size_t share) const;
-    void finish();
 
-    // Used by the helper only while the asking thread waits for it.
-    SQLiteReaderPool& readers_;
-    StoreQuery const& query_;
+    Ref<RowSpace> const space_; // outlives the rows
+    SQLiteReader::Scanned const scanned_;
     SQLiteReader::Span const span_;
     SQLite::Connection::LogState const state_;
-    std::atomic<std::size_t> next_{0};
-    std::array<std::vector<RowRef>, shares> rows_;
-    std::size_t failedShare_ = shares; // the one at which the helper failed
-
-    std::atomic<Help> help_{Help::NotBegun};
-    dispatch_semaphore_t const helped_ = dispatch_semaphore_create(0);
+    std::array<Share, count> shares_;
 };
 
 } // namespace Tessarin

@@ -28,6 +28,8 @@ struct SQLiteStore::Impl {
           readers(std::make_shared<SQLiteReaderPool>(schema, path, options)),
           scans(std::make_shared<SQLiteTableScans>(space, readers)) {}
 
+    ~Impl() { scans->waitForHelpers(); }
+
     /// The writing connection, made on first use. The caller holds `writing`.
     Writing& writer() {
         if (!writerSeat) writerSeat = std::make_unique<Writing>(schema, path, options);

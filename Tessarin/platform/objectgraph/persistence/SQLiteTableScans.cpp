@@ -1,7 +1,6 @@
 #include "Tessarin/platform/objectgraph/persistence/SQLiteTableScansPrivate.h"
 
 #include "Tessarin/platform/objectgraph/persistence/SQLiteSharedScanPrivate.h"
-#include "Tessarin/platform/queues/Dispatch.h"
 
 namespace Tessarin {
 
@@ -12,29 +11,36 @@ bool SQLiteTableScans::read(SQLiteReader& reader, StoreQuery const& query, SQLit
     if (!query.sortDescriptors.empty() || query.wantsKeysOnly) return false;
     auto const state = reader.seenState();
     if (!state) return false;
-    if (readKept(query, *state, rows)) return true;
+    SQLiteReader::Scanned const scanned{query.entity, query.includesSubentities};
+    if (readKept(scanned, *state, rows)) return true;
     if (reader.expectsCached(query)) return false;
     auto const before = rows.size();
-    SQLiteSharedScan::read(*readers_, reader, query, span, rows);
+    bool const areNew = readShared(reader, scanned, span, *state, rows);
     auto const found = std::span(rows).subspan(before);
     reader.noteCount(query, found.size());
-    keep(query, *state, found);
+    if (areNew) keep(scanned, *state, found);
     return true;
 }
 
-bool SQLiteTableScans::readKept(StoreQuery const& query, SQLite::Connection::LogState const& state, std::vector<RowRef>& rows) {
+bool SQLiteTableScans::readShared(SQLiteReader& reader, SQLiteReader::Scanned scanned, SQLiteReader::Span span,
+                                  SQLite::Connection::LogState const& state, std::vector<RowRef>& rows) {
+    auto const scan = std::make_shared<SQLiteSharedScan>(space_, scanned, span, state);
+    dispatch_group_async(helpers_, dispatch_get_global_queue(QOS_CLASS_USER_INITIATED, 0), [scan, readers = readers_] { scan->help(*readers); });
+    return scan->read(reader, rows);
+}
+
+bool SQLiteTableScans::readKept(SQLiteReader::Scanned scanned, SQLite::Connection::LogState const& state, std::vector<RowRef>& rows) {
     std::lock_guard const hold(mutex_);
-    if (!last_ || last_->state != state || last_->entity != query.entity || last_->includesSubentities != query.includesSubentities)
-        return false;
+    if (!last_ || last_->state != state || last_->scanned != scanned) return false;
     ++uses_;
     last_->rows.appendTo(rows);
     return true;
 }
 
-void SQLiteTableScans::keep(StoreQuery const& query, SQLite::Connection::LogState const& state, std::span<RowRef const> rows) {
-    auto kept = KeptRows::of(rows);
-    if (!kept || kept->bytes() > mostKeptBytes) return;
-    std::optional<Result> former = Result{query.entity, query.includesSubentities, state, std::move(*kept)};
+void SQLiteTableScans::keep(SQLiteReader::Scanned scanned, SQLite::Connection::LogState const& state, std::span<RowRef const> rows) {
+    KeptRows kept(rows);
+    if (kept.bytes() > mostKeptBytes) return;
+    std::optional<Result> former = Result{scanned, state, std::move(kept)};
     std::lock_guard const hold(mutex_);
     ++uses_;
     last_.swap(former); // the former rows are released after the lock
