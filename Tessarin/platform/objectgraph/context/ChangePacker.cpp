@@ -49,7 +49,7 @@ RowRef ChangePacker::packedRow(NSManagedObject& object) {
     if (!isNew && (!state.extras || state.extras->values.empty())) return state.row;
     if (!isNew && !state.row) return {}; // its record is gone: there is nothing to change
     if (isNew)
-        builder_.begin(*state.layout, state.key, 1);
+        builder_.begin(*state.layout, state.key, Row::firstVersion);
     else
         builder_.begin(*state.row, state.row->version() + 1);
     bool differs = isNew;

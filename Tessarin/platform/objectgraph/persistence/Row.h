@@ -25,8 +25,11 @@ public:
     RowLayout const& layout() const noexcept { return *layout_; }
     NSEntityDescription const& entity() const noexcept { return layout_->entity(); }
     RecordKey key() const noexcept { return key_; }
-    /// 1 for a record that was just made, one more for each saved change.
+    /// `firstVersion` for a record that was just made, one more for each saved change.
     std::uint32_t version() const noexcept { return version_; }
+    /// SQLite keeps 0 and 1 in no byte of their own. Records that begin with 2 stay as long as they are through their first 125
+    /// changes, where a byte more would have the full pages of a table split ("store", W7, W7b).
+    static constexpr std::uint32_t firstVersion = 2;
 
     bool isPresent(std::size_t cell) const noexcept {
         return (static_cast<unsigned char>(at(packing().presence + static_cast<std::uint32_t>(cell / 8))[0]) >> (cell % 8)) & 1;

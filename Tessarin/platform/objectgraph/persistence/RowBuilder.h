@@ -10,7 +10,7 @@ class RowBlockWriter;
 /// Makes rows, one after another. Every cell starts absent; texts and bytes are only looked at until `finish`, which
 /// copies them once, into the row.
 ///
-///     builder.begin(layout, key, 1);
+///     builder.begin(layout, key, Row::firstVersion);
 ///     builder.setText(0, "Emma");
 ///     RowRef row = builder.finish();
 class TESSARIN_API RowBuilder {
