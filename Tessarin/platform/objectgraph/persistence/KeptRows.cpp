@@ -2,20 +2,22 @@
 
 namespace Tessarin {
 
-KeptRows::KeptRows(std::span<RowRef const> rows) : count_(rows.size()) {
-    for (std::size_t at = 0; at < rows.size(); at += firsts_.back().block().count) {
-        firsts_.push_back(rows[at]);
-        bytes_ += rows[at].block().capacity;
+void KeptRows::add(std::span<RowRef const> rows, bool fillBlocks) {
+    for (std::size_t at = 0; at < rows.size(); at += pieces_.back().count) {
+        auto const& block = rows[at].block();
+        pieces_.push_back({rows[at], fillBlocks ? block.count : std::uint32_t{1}});
+        bytes_ += fillBlocks ? block.capacity : block.capacity / block.count;
     }
+    count_ += rows.size();
 }
 
 void KeptRows::appendTo(std::vector<RowRef>& rows) const {
     rows.reserve(rows.size() + count_);
-    for (auto const& first : firsts_) {
+    for (auto const& [first, count] : pieces_) {
         auto& block = first.block();
-        auto const before = rows.size();
-        for (auto* row = block.first(); row; row = block.after(*row)) rows.push_back(RowRef::adopt(row));
-        block.retain(static_cast<std::uint32_t>(rows.size() - before));
+        block.retain(count);
+        auto* row = const_cast<Row*>(first.get());
+        for (auto left = count; left > 0; --left, row = block.after(*row)) rows.push_back(RowRef::adopt(row));
     }
 }
 

@@ -5,19 +5,23 @@
 
 namespace Tessarin {
 
-/// Many rows, kept by their blocks: eight bytes for every few dozen.
+/// Many rows, kept by their blocks: a few bytes for every few dozen.
 class TESSARIN_API KeptRows {
 public:
-    /// The rows are, from the first to the last, all rows of their blocks.
-    explicit KeptRows(std::span<RowRef const> rows);
+    /// `fillBlocks`: the rows are, from the first to the last, all rows of their blocks.
+    void add(std::span<RowRef const> rows, bool fillBlocks);
 
     void appendTo(std::vector<RowRef>& rows) const;
     /// Of memory that the rows take.
     std::size_t bytes() const noexcept { return bytes_; }
 
 private:
-    std::vector<RowRef> firsts_; // the first row of each block
-    std::size_t count_;
+    struct Piece {
+        RowRef first;
+        std::uint32_t count; // of neighbours in the block
+    };
+    std::vector<Piece> pieces_;
+    std::size_t count_ = 0;
     std::size_t bytes_ = 0;
 };
 

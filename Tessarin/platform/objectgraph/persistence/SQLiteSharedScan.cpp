@@ -1,26 +1,31 @@
 #include "Tessarin/platform/objectgraph/persistence/SQLiteSharedScanPrivate.h"
 
+#include <thread>
+
 namespace Tessarin {
 
 SQLiteSharedScan::SQLiteSharedScan(Ref<RowSpace> space, SQLiteReader::Scanned scanned, SQLiteReader::Span span,
                                    SQLite::Connection::LogState const& state)
     : space_(std::move(space)), scanned_(scanned), span_(span), state_(state) {}
 
-bool SQLiteSharedScan::read(SQLiteReader& reader, std::vector<RowRef>& rows) {
+void SQLiteSharedScan::read(SQLiteReader& reader, std::vector<RowRef>& rows, KeptRows& kept) {
     SQLiteReader::Scan scan(reader, scanned_);
-    bool areNew = true;
+    auto const readHere = [&](std::size_t at) {
+        auto const before = rows.size();
+        bool const isNew = scan.read(spanOf(at), rows);
+        kept.add(std::span(rows).subspan(before), isNew);
+    };
     std::size_t at = 0;
-    for (; at < count && !shares_[at].isTaken.exchange(true); ++at) areNew = scan.read(spanOf(at), rows) && areNew;
+    for (; at < count && !shares_[at].isTaken.exchange(true); ++at) readHere(at);
     for (; at < count; ++at) {
         auto& share = shares_[at];
-        if (share.isRead.load(std::memory_order_acquire)) {
-            rows.insert(rows.end(), std::move_iterator(share.rows.begin()), std::move_iterator(share.rows.end()));
-            areNew = share.isNew && areNew;
-        } else {
-            areNew = scan.read(spanOf(at), rows) && areNew;
+        if (!isReadSoon(share)) {
+            readHere(at);
+            continue;
         }
+        kept.add(share.rows, share.isNew);
+        rows.insert(rows.end(), std::move_iterator(share.rows.begin()), std::move_iterator(share.rows.end()));
     }
-    return areNew;
 }
 
 void SQLiteSharedScan::help(SQLiteReaderPool& readers) noexcept {
@@ -38,6 +43,16 @@ void SQLiteSharedScan::help(SQLiteReaderPool& readers) noexcept {
     } catch (...) {
         // What hinders the helper need not hinder the asking thread, which will say so if it does.
     }
+}
+
+/// The share at which the helper is when all others are read is mostly done in a moment; when the helper has lost its core, it is not.
+bool SQLiteSharedScan::isReadSoon(Share const& share) {
+    auto const end = std::chrono::steady_clock::now() + patience;
+    while (!share.isRead.load(std::memory_order_acquire)) {
+        if (std::chrono::steady_clock::now() > end) return false;
+        std::this_thread::yield();
+    }
+    return true;
 }
 
 SQLiteReader::Span SQLiteSharedScan::spanOf(std::size_t share) const {

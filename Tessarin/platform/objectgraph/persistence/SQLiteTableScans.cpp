@@ -15,18 +15,19 @@ bool SQLiteTableScans::read(SQLiteReader& reader, StoreQuery const& query, SQLit
     if (readKept(scanned, *state, rows)) return true;
     if (reader.expectsCached(query)) return false;
     auto const before = rows.size();
-    bool const areNew = readShared(reader, scanned, span, *state, rows);
-    auto const found = std::span(rows).subspan(before);
-    reader.noteCount(query, found.size());
-    if (areNew) keep(scanned, *state, found);
+    auto kept = readShared(reader, scanned, span, *state, rows);
+    reader.noteCount(query, rows.size() - before);
+    if (kept.bytes() <= mostKeptBytes) keep(scanned, *state, std::move(kept));
     return true;
 }
 
-bool SQLiteTableScans::readShared(SQLiteReader& reader, SQLiteReader::Scanned scanned, SQLiteReader::Span span,
-                                  SQLite::Connection::LogState const& state, std::vector<RowRef>& rows) {
+KeptRows SQLiteTableScans::readShared(SQLiteReader& reader, SQLiteReader::Scanned scanned, SQLiteReader::Span span,
+                                      SQLite::Connection::LogState const& state, std::vector<RowRef>& rows) {
     auto const scan = std::make_shared<SQLiteSharedScan>(space_, scanned, span, state);
     dispatch_group_async(helpers_, dispatch_get_global_queue(QOS_CLASS_USER_INITIATED, 0), [scan, readers = readers_] { scan->help(*readers); });
-    return scan->read(reader, rows);
+    KeptRows kept;
+    scan->read(reader, rows, kept);
+    return kept;
 }
 
 bool SQLiteTableScans::readKept(SQLiteReader::Scanned scanned, SQLite::Connection::LogState const& state, std::vector<RowRef>& rows) {
@@ -37,10 +38,8 @@ bool SQLiteTableScans::readKept(SQLiteReader::Scanned scanned, SQLite::Connectio
     return true;
 }
 
-void SQLiteTableScans::keep(SQLiteReader::Scanned scanned, SQLite::Connection::LogState const& state, std::span<RowRef const> rows) {
-    KeptRows kept(rows);
-    if (kept.bytes() > mostKeptBytes) return;
-    std::optional<Result> former = Result{scanned, state, std::move(kept)};
+void SQLiteTableScans::keep(SQLiteReader::Scanned scanned, SQLite::Connection::LogState const& state, KeptRows rows) {
+    std::optional<Result> former = Result{scanned, state, std::move(rows)};
     std::lock_guard const hold(mutex_);
     ++uses_;
     last_.swap(former); // the former rows are released after the lock

@@ -28,10 +28,10 @@ private:
         SQLite::Connection::LogState state;
         KeptRows rows;
     };
-    bool readShared(SQLiteReader& reader, SQLiteReader::Scanned scanned, SQLiteReader::Span span,
-                    SQLite::Connection::LogState const& state, std::vector<RowRef>& rows);
+    KeptRows readShared(SQLiteReader& reader, SQLiteReader::Scanned scanned, SQLiteReader::Span span,
+                        SQLite::Connection::LogState const& state, std::vector<RowRef>& rows);
     bool readKept(SQLiteReader::Scanned scanned, SQLite::Connection::LogState const& state, std::vector<RowRef>& rows);
-    void keep(SQLiteReader::Scanned scanned, SQLite::Connection::LogState const& state, std::span<RowRef const> rows);
+    void keep(SQLiteReader::Scanned scanned, SQLite::Connection::LogState const& state, KeptRows rows);
     void forgetLater();
     void forgetUnlessUsedSince(std::uint64_t use);
 
