@@ -67,6 +67,7 @@ struct Stage {
         theirs = at(*there);
         held = at(*main);
         mine = at(*worker);
+        id = mine->objectID();
         for (auto const& each : {theirs, held, mine}) each->valueForKey("title");
     }
     Ref<NSManagedObject> at(NSManagedObjectContext& context) const {
@@ -89,6 +90,7 @@ struct Stage {
     std::unique_ptr<Library> second;
     Ref<NSManagedObjectContext> root, main, worker, there, meets;
     NSURL uri = NSURL::fileURLWithPath("/");
+    Ref<NSManagedObjectID> id; // of all three
     Ref<NSManagedObject> theirs, held, mine;
 };
 
@@ -133,7 +135,7 @@ TEST(MergePolicy, DecidesWhatBecomesOfARecordThatBothTouched) {
                 std::string expected = row.expected[policy];
                 auto const error = stage.save();
                 EXPECT_EQ(static_cast<bool>(error), expected.starts_with("refused: "));
-                auto const& id = *stage.mine->objectID();
+                auto const& id = *stage.id; // corrections may be on their way to the object
                 if (error) {
                     EXPECT_EQ(error->code(), NSManagedObjectMergeError);
                     EXPECT_TRUE(stage.meets->hasChanges()) << "nothing was forgotten";
