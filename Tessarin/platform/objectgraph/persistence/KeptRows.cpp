@@ -5,8 +5,8 @@ namespace Tessarin {
 void KeptRows::add(std::span<RowRef const> rows, bool fillBlocks) {
     for (std::size_t at = 0; at < rows.size(); at += pieces_.back().count) {
         auto const& block = rows[at].block();
-        pieces_.push_back({rows[at], fillBlocks ? block.count : std::uint32_t{1}});
-        bytes_ += fillBlocks ? block.capacity : block.capacity / block.count;
+        pieces_.push_back({rows[at], fillBlocks ? block.rowCount : std::uint32_t{1}});
+        bytes_ += fillBlocks ? block.capacity : block.capacity / block.rowCount;
     }
     count_ += rows.size();
 }

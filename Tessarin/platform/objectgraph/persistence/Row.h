@@ -95,7 +95,7 @@ struct TESSARIN_API RowBlock {
 
     std::atomic<std::uint32_t> references; // to any of its rows
     std::atomic<bool> isCached{false};     // the cache knows some of its rows
-    std::uint16_t count = 0;               // of its rows
+    std::uint16_t rowCount = 0;            // how many stand in it
     std::uint32_t used = 0;
     std::uint32_t capacity;
 

@@ -29,7 +29,7 @@ RowRef RowBlockWriter::commit(RowLayout const& layout, RecordKey key, std::uint3
     row->place_ = static_cast<std::uint16_t>(block_->used);
     if (last_) last_->next_ = static_cast<std::uint16_t>(block_->used / 8);
     last_ = row;
-    ++block_->count;
+    ++block_->rowCount;
     block_->used += static_cast<std::uint32_t>(rounded(size)); // the rounding may reach past the end; then the block is full
     ++given_;
     return RowRef::adopt(row);
@@ -47,7 +47,7 @@ RowRef RowBlockWriter::alone(RowLayout const& layout, RecordKey key, std::uint32
     auto* const block = RowBlock::make(capacity, 1);
     auto* const row = ::new (block->first()) Row(layout, key, version, isWide);
     row->place_ = static_cast<std::uint16_t>(block->begin());
-    block->count = 1;
+    block->rowCount = 1;
     return RowRef::adopt(row);
 }
 
