@@ -1,9 +1,8 @@
 #include "Tessarin/dispatch/NetworkActivityIndicator.h"
 #include "Tessarin/platform/foundation/NSOperationQueue.h"
 
-#include <csignal>
+#include "tests/support/Blocked.h"
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 namespace Tessarin {
 namespace {
@@ -28,15 +27,10 @@ TEST(SerialOperationQueue, WaitingClosuresRunInOrderBeforeTheirCallsReturn) {
 }
 
 TEST(SerialOperationQueueDeathTest, WaitingInsideItsOwnOperationNeverReturns) {
-    // In a process of its own, which an alarm ends while the call still blocks.
-    EXPECT_EXIT(
-        {
-            ::ualarm(200'000, 0);
-            auto const queue = make<NSOperationQueue>(Serial::Yes);
-            queue->addOperationWithBlockAndWait([&] { queue->addOperationWithBlockAndWait([] {}); });
-            ::_exit(0);
-        },
-        testing::KilledBySignal(SIGALRM), "");
+    EXPECT_EXIT(tests::exitIfBlocked([queue = make<NSOperationQueue>(Serial::Yes)] {
+                    queue->addOperationWithBlockAndWait([&] { queue->addOperationWithBlockAndWait([] {}); });
+                }),
+                testing::ExitedWithCode(0), "");
 }
 
 TEST(NetworkActivityIndicator, NeverShowsAndAnswersMessages) {
