@@ -42,7 +42,7 @@ void NSNotificationCenter::addObserver(Ref<NSObject> const& observer, Selector s
     registration->entry = observer->objectClass().find(selector);
     registration->setObserver(observer);
     registration->setSender(object);
-    registry_->add(name, std::move(registration));
+    registry_->add(name, *registration);
 }
 
 Ref<NSObject> NSNotificationCenter::addObserverForName(std::optional<std::string_view> name, Ref<NSObject> const& object, Ref<NSOperationQueue> queue,
@@ -50,7 +50,7 @@ Ref<NSObject> NSNotificationCenter::addObserverForName(std::optional<std::string
     auto registration = blockRegistration(std::move(queue));
     registration->block = std::move(block);
     registration->setSender(object);
-    registry_->add(name, registration);
+    registry_->add(name, *registration);
     return registration;
 }
 

@@ -4,11 +4,20 @@
 #include "Tessarin/platform/foundation/NotificationRegistryPrivate.h"
 
 #include <algorithm>
+#include <mutex>
 
 namespace Tessarin {
 
-NSNotificationChannel::NSNotificationChannel(Text name, WeakRef<NotificationRegistry> registry, Ref<NSNotificationChannel> everyName)
-    : name_(std::move(name)), registry_(std::move(registry)), everyName_(std::move(everyName)), list_(std::make_unique<List>()) {}
+namespace {
+
+// One row for all centres, so that a listener's place needs no lock but the channel's.
+constinit std::atomic<std::uint64_t> lastSequence{0};
+
+} // namespace
+
+NSNotificationChannel::NSNotificationChannel(Text name, WeakRef<NotificationRegistry> registry, std::uint32_t home,
+                                             Ref<NSNotificationChannel> everyName)
+    : name_(std::move(name)), registry_(std::move(registry)), home_(home), everyName_(std::move(everyName)), list_(std::make_unique<List>()) {}
 
 NSNotificationChannel::~NSNotificationChannel() = default;
 
@@ -23,20 +32,20 @@ NSNotificationChannel::Reading::Reading(NSNotificationChannel& channel) : channe
 }
 
 NSNotificationChannel::Reading::~Reading() {
-    std::unique_ptr<List> left; // destroyed after the lock, with the closures of observers that were removed meanwhile
+    std::unique_ptr<List> left; // destroyed after the lock, with what was removed meanwhile
     std::lock_guard const hold(channel_.mutex_);
-    if (--list_->readers == 0 && list_ != channel_.list_.get()) left.reset(list_);
+    if (--list_->readers > 0 || list_ == channel_.list_.get()) return;
+    left.reset(list_);
+    std::erase(channel_.formerLists_, list_);
 }
 
-Ref<NotificationRegistration> NSNotificationChannel::List::take(std::uint64_t sequence) {
-    auto const at = std::ranges::lower_bound(places, sequence, {}, &Place::sequence);
-    auto taken = std::move(at->registration);
+void NSNotificationChannel::List::take(std::uint64_t sequence) {
+    std::ranges::lower_bound(places, sequence, {}, &Place::sequence)->markRemoved();
     if (++removed * 2 > places.size()) dropRemoved();
-    return taken;
 }
 
 void NSNotificationChannel::List::dropRemoved() {
-    std::erase_if(places, [](Place const& place) { return !place.registration; });
+    std::erase_if(places, [](Place const& place) { return !place.registration(); });
     removed = 0;
 }
 
@@ -45,17 +54,80 @@ NSNotificationChannel::List& NSNotificationChannel::writable() {
     auto copy = std::make_unique<List>();
     copy->places = list_->places;
     copy->dropRemoved();
-    static_cast<void>(list_.release()); // the last of its readers destroys it
+    formerLists_.push_back(list_.release());
     list_ = std::move(copy);
     return *list_;
+}
+
+bool NSNotificationChannel::add(NotificationRegistration& registration) {
+    std::lock_guard const hold(mutex_);
+    if (isSilent_) return false;
+    registration.home_ = home_;
+    registration.channel_ = this;
+    registration.sequence_ = lastSequence.fetch_add(1, std::memory_order_relaxed) + 1;
+    registration.isActive_.store(true, std::memory_order_release);
+    writable().places.emplace_back(registration);
+    count_.fetch_add(1, std::memory_order_release);
+    return true;
+}
+
+bool NSNotificationChannel::takeOut(NotificationRegistration& registration) {
+    // A post that walks an older list passes over it from now on.
+    if (!registration.isActive_.exchange(false, std::memory_order_acq_rel)) return false;
+    writable().take(registration.sequence_);
+    count_.fetch_sub(1, std::memory_order_release);
+    return true;
+}
+
+void NSNotificationChannel::keepForReaders(Ref<void> const& object) {
+    for (auto* const list : formerLists_) list->keeps.push_back(object);
+}
+
+bool NSNotificationChannel::remove(NotificationRegistration& registration, Registrations& gone) {
+    std::lock_guard const hold(mutex_);
+    if (!takeOut(registration)) return false;
+    release(registration, gone);
+    return true;
+}
+
+void NSNotificationChannel::release(NotificationRegistration& registration, Registrations& gone) {
+    auto kept = registration.takeSelf();
+    if (!kept) return;
+    keepForReaders(kept);
+    gone.push_back(std::move(kept));
+}
+
+void NSNotificationChannel::end(NSNotificationListener& listener, void (*destroy)(void*), void* object) {
+    {
+        std::lock_guard const hold(mutex_);
+        takeOut(listener); // if that list was read, it is a former one now
+        if (!formerLists_.empty()) return keepForReaders(Ref<void>(object, destroy));
+    }
+    destroy(object);
+}
+
+void NSNotificationChannel::silence(Registrations& gone) {
+    std::lock_guard const hold(mutex_);
+    isSilent_ = true;
+    count_ = 0;
+    auto const places = writable().places;
+    list_->places.clear();
+    for (auto const& place : places) {
+        auto* const registration = place.registration();
+        if (!registration) continue;
+        registration->isActive_.store(false, std::memory_order_release);
+        release(*registration, gone);
+    }
 }
 
 void NSNotificationChannel::post(Ref<NSNotification> const& notification) {
     NotificationPost post{notification};
     bool sawDead = false;
     auto const offer = [&](List::Place const& place) {
-        auto* const registration = place.registration.get();
-        if (registration && registration->isActive() && registration->accepts(post.sender)) sawDead |= !registration->deliver(post);
+        auto* const registration = place.registration();
+        if (!registration || !registration->isActive()) return;
+        if (place.isFiltered() && !registration->accepts(post.sender)) return;
+        sawDead |= !registration->deliver(post);
     };
     Reading const own(*this);
     if (!everyName_ || everyName_->count_.load(std::memory_order_acquire) == 0) {
@@ -64,7 +136,7 @@ void NSNotificationChannel::post(Ref<NSNotification> const& notification) {
         Reading const every(*everyName_);
         auto at = own.places().begin(), end = own.places().end();
         for (auto const& place : every.places()) { // two lists in order of registration, merged
-            for (; at != end && at->sequence < place.sequence; ++at) offer(*at);
+            for (; at != end && at->sequence() < place.sequence(); ++at) offer(*at);
             offer(place);
         }
         for (; at != end; ++at) offer(*at);
@@ -76,11 +148,15 @@ void NSNotificationChannel::post(Ref<NSNotification> const& notification) {
     }
 }
 
+void NSNotificationChannel::postFrom(Ref<NSObject> object, Value userInfo) {
+    if (hasObservers()) post(make<NSNotification>(name_, std::move(object), std::move(userInfo)));
+}
+
 Ref<NSObject> NSNotificationChannel::addObserver(Ref<NSObject> const& sender, Block block) {
     auto registration = make<BlockRegistration>();
     registration->block = std::move(block);
     registration->setSender(sender);
-    if (auto const registry = registry_.lock()) registry->add(*this, registration);
+    if (auto const registry = registry_.lock()) registry->add(*this, *registration);
     return registration;
 }
 
@@ -89,7 +165,7 @@ void NSNotificationChannel::addMember(Ref<NSObject> const& observer, Member memb
     registration->member = std::move(member);
     registration->setObserver(observer);
     registration->setSender(sender);
-    if (auto const registry = registry_.lock()) registry->add(*this, std::move(registration));
+    if (auto const registry = registry_.lock()) registry->add(*this, *registration);
 }
 
 } // namespace Tessarin

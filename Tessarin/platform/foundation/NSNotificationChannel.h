@@ -3,24 +3,27 @@
 #include "Tessarin/platform/foundation/NSNotification.h"
 #include "Tessarin/platform/runtime/Closure.h"
 #include "Tessarin/platform/runtime/Ref.h"
+#include "Tessarin/platform/runtime/SpinLock.h"
 #include "Tessarin/platform/runtime/Text.h"
+#include "Tessarin/platform/runtime/Value.h"
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <vector>
 
 namespace Tessarin {
 
 class NotificationRegistration;
+class NSNotificationListener;
 class NotificationRegistry;
 
 /// One name at a notification centre: to post there without looking the name up, and to observe it without a selector. Any
 /// thread.
 ///
 ///     auto const channel = NSNotificationCenter::defaultCenter()->channelForName("DocumentSaved");
-///     if (channel->hasObservers()) channel->post(NSNotification::notificationWithName("DocumentSaved", document));
+///     channel->postFrom(document);
 class TESSARIN_API NSNotificationChannel {
 public:
     using Block = Closure<void(Ref<NSNotification> const&)>;
@@ -34,6 +37,8 @@ public:
     bool hasObservers() const noexcept;
     /// As `postNotification` of the centre; the notification must have this channel's name.
     void post(Ref<NSNotification> const& notification);
+    /// The same with a notification of this channel's name, which is only made when there are observers.
+    void postFrom(Ref<NSObject> object = nullptr, Value userInfo = {});
 
     /// As at the centre: returns a token, and lasts until the centre removes that token.
     Ref<NSObject> addObserver(Ref<NSObject> const& sender, Block block);
@@ -48,21 +53,36 @@ public:
 
 private:
     friend class NotificationRegistry;
+    friend class NSNotificationListener;
     struct List;
     class Reading;
     using Member = Closure<void(NSObject&, Ref<NSNotification> const&)>;
+    using Registrations = std::vector<Ref<NotificationRegistration>>;
 
-    NSNotificationChannel(Text name, WeakRef<NotificationRegistry> registry, Ref<NSNotificationChannel> everyName);
+    NSNotificationChannel(Text name, WeakRef<NotificationRegistry> registry, std::uint32_t home, Ref<NSNotificationChannel> everyName);
     void addMember(Ref<NSObject> const& observer, Member member, Ref<NSObject> const& sender);
-    List& writable(); // with the mutex held
+    bool add(NotificationRegistration& registration);
+    /// Makes the registration inactive; false when it was. What kept it alive goes to `gone`, and to the posts that may see it.
+    bool remove(NotificationRegistration& registration, Registrations& gone);
+    void end(NSNotificationListener& listener, void (*destroy)(void*), void* object);
+    void silence(Registrations& gone); // for the end of the centre
+    // With the mutex held:
+    List& writable();
+    bool takeOut(NotificationRegistration& registration);
+    void release(NotificationRegistration& registration, Registrations& gone);
+    void keepForReaders(Ref<void> const& object); // until those who read now have ended
 
     Text const name_;
     WeakRef<NotificationRegistry> const registry_;
+    std::uint32_t const home_; // the number of its centre
     Ref<NSNotificationChannel> const everyName_; // the observers of every name; null for themselves
     std::atomic<std::size_t> count_{0};          // of registrations
     std::size_t sweepAt_ = 32;                   // guarded by the registry's mutex
-    std::mutex mutex_;
-    std::unique_ptr<List> list_; // guarded by mutex_; changed in place only while nobody reads it
+    SpinLock mutex_; // held for a look at the list, or its copy; the benchmark "notifications" shows why no other
+    // Guarded by mutex_:
+    bool isSilent_ = false;             // since its centre ended
+    std::unique_ptr<List> list_;        // changed in place only while nobody reads it
+    std::vector<List*> formerLists_;    // those that are still read; the last reader destroys them
 };
 
 } // namespace Tessarin

@@ -9,15 +9,29 @@ namespace Tessarin {
 /// A channel's registrations in the order of their sequence numbers, and how many posts walk through them now. Readers are
 /// counted under the channel's lock: an atomic count seen at zero would not order the reads before it with a change after it.
 struct NSNotificationChannel::List {
-    struct Place {
-        std::uint64_t sequence;
-        Ref<NotificationRegistration> registration; // null once removed
+    /// A registration, or the sequence number of one that was removed, in eight bytes: a post to very many is bound by memory.
+    class Place {
+    public:
+        explicit Place(NotificationRegistration& registration)
+            : word_(reinterpret_cast<std::uintptr_t>(&registration) | (registration.sender() ? filteredBit : 0)) {}
+
+        NotificationRegistration* registration() const noexcept {
+            return word_ & removedBit ? nullptr : reinterpret_cast<NotificationRegistration*>(word_ & ~filteredBit);
+        }
+        bool isFiltered() const noexcept { return word_ & filteredBit; } // of one that is not removed
+        std::uint64_t sequence() const noexcept { return word_ & removedBit ? word_ >> 1 : registration()->sequence_; }
+        void markRemoved() noexcept { word_ = sequence() << 1 | removedBit; }
+
+    private:
+        static constexpr std::uintptr_t removedBit = 1, filteredBit = 2;
+        std::uintptr_t word_;
     };
     std::vector<Place> places;
-    std::size_t removed = 0; // the null ones; when they are half of all they go, so that removing costs no move of the rest
+    std::vector<Ref<void>> keeps; // what was removed while this list was read, until nobody reads it any more
+    std::size_t removed = 0;      // when they are half of all they go, so that removing costs no move of the rest
     std::size_t readers = 0;
 
-    Ref<NotificationRegistration> take(std::uint64_t sequence);
+    void take(std::uint64_t sequence);
     void dropRemoved();
 };
 

@@ -4,8 +4,22 @@
 
 namespace Tessarin {
 
-bool NotificationRegistration::matches(std::optional<std::string_view> name, NSObject const* sender) const {
-    return (!name || channel_->name() == *name) && (!sender || sender == senderAddress_);
+bool NotificationRegistration::matches(std::optional<std::string_view> name, NSObject const* from) const {
+    return (!name || channel_->name() == *name) && (!from || from == sender());
+}
+
+void NSNotificationListener::listenTo(NSNotificationChannel& channel) { channel.add(*this); }
+
+bool NSNotificationListener::deliver(NotificationPost& post) {
+    fired(post.notification);
+    return true;
+}
+
+void NSNotificationListener::endWith(void (*destroy)(void*), void* object) {
+    if (channel_)
+        channel_->end(*this, destroy, object);
+    else
+        destroy(object);
 }
 
 bool MemberRegistration::deliver(NotificationPost& post) {

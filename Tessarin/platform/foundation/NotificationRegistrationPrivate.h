@@ -1,15 +1,9 @@
 #pragma once
-#include "Tessarin/platform/foundation/NSNotification.h"
+#include "Tessarin/platform/foundation/NSNotificationListener.h"
 #include "Tessarin/platform/runtime/Closure.h"
-#include "Tessarin/platform/runtime/NSObject.h"
-#include <atomic>
-#include <cstdint>
 #include <optional>
 
 namespace Tessarin {
-
-class NotificationRegistry;
-class NSNotificationChannel;
 
 /// One post on its way; what observers by selector get is boxed once for all of them.
 struct NotificationPost {
@@ -24,35 +18,28 @@ struct NotificationPost {
     }
 };
 
-/// One observer's place at a centre; of a closure observer also its token. Observers and senders are remembered by address;
-/// the weak references beside the addresses see to it that the storage is not used for another object meanwhile.
-class NotificationRegistration : public NSObject {
+/// A registration that keeps itself alive while it is in a list. Senders and observers are remembered by address; the weak
+/// references beside the addresses see to it that the storage is not used for another object meanwhile.
+class OwnRegistration : public NotificationRegistration {
 public:
-    /// False when the observer is no more.
-    virtual bool deliver(NotificationPost& post) = 0;
-    virtual bool isDead() const { return senderAddress_ && sender_.expired(); }
-    virtual NSObject const* observer() const { return this; }
-
-    bool isActive() const noexcept { return isActive_.load(std::memory_order_acquire); }
-    bool accepts(NSObject const* sender) const noexcept { return !senderAddress_ || senderAddress_ == sender; }
-    bool matches(std::optional<std::string_view> name, NSObject const* sender) const;
+    bool isDead() const override { return senderAddress_ && sender_.expired(); }
+    NSObject const* sender() const final { return senderAddress_; }
     void setSender(Ref<NSObject> const& sender) {
         sender_ = sender;
         senderAddress_ = sender.get();
     }
+    void keepSelf() { self_ = self<OwnRegistration>(); }
+
+protected:
+    Ref<NotificationRegistration> takeSelf() final { return std::move(self_); }
 
 private:
-    friend class NotificationRegistry;
-
-    std::atomic<bool> isActive_{true};
-    std::uint64_t sequence_ = 0; // these are constant once registered
     NSObject const* senderAddress_ = nullptr;
     WeakRef<NSObject> sender_;
-    NotificationRegistry const* home_ = nullptr;
-    NSNotificationChannel* channel_ = nullptr; // valid while active
+    Ref<OwnRegistration> self_; // guarded by the registry's mutex
 };
 
-class BlockRegistration : public NotificationRegistration {
+class BlockRegistration : public OwnRegistration {
 public:
     bool deliver(NotificationPost& post) override {
         block(post.notification);
@@ -61,13 +48,13 @@ public:
     Closure<void(Ref<NSNotification> const&)> block;
 };
 
-class WeakRegistration : public NotificationRegistration {
+class WeakRegistration : public OwnRegistration {
 public:
     void setObserver(Ref<NSObject> const& observer) {
         observer_ = observer;
         observerAddress_ = observer.get();
     }
-    bool isDead() const override { return observer_.expired() || NotificationRegistration::isDead(); }
+    bool isDead() const override { return observer_.expired() || OwnRegistration::isDead(); }
     NSObject const* observer() const override { return observerAddress_; }
 
 protected:

@@ -3,11 +3,22 @@
 #include "Tessarin/platform/foundation/NotificationListPrivate.h"
 
 #include <algorithm>
-#include <iterator>
+#include <atomic>
 
 namespace Tessarin {
 
-void NotificationRegistry::start() { everyName_.reset(new NSNotificationChannel({}, weak_from_this(), nullptr)); }
+namespace {
+
+std::uint32_t nextNumber() {
+    static constinit std::atomic<std::uint32_t> last{0};
+    return last.fetch_add(1, std::memory_order_relaxed) + 1;
+}
+
+} // namespace
+
+NotificationRegistry::NotificationRegistry() : number_(nextNumber()) {}
+
+void NotificationRegistry::start() { everyName_.reset(new NSNotificationChannel({}, weak_from_this(), number_, nullptr)); }
 
 Ref<NSNotificationChannel> NotificationRegistry::existingChannel(std::string_view name) {
     std::lock_guard const hold(mutex_);
@@ -24,7 +35,7 @@ Ref<NSNotificationChannel> NotificationRegistry::channel(std::optional<std::stri
 Ref<NSNotificationChannel> NotificationRegistry::made(std::string_view name) {
     if (auto const found = channels_.find(name); found != channels_.end()) return found->second;
     if (channels_.size() >= dropAt_) dropEmptyChannels();
-    Ref<NSNotificationChannel> channel(new NSNotificationChannel(Text{name}, weak_from_this(), everyName_));
+    Ref<NSNotificationChannel> channel(new NSNotificationChannel(Text{name}, weak_from_this(), number_, everyName_));
     channels_.emplace(channel->name(), channel);
     return channel;
 }
@@ -36,51 +47,39 @@ void NotificationRegistry::dropEmptyChannels() {
     dropAt_ = std::max<std::size_t>(64, channels_.size() * 2);
 }
 
-void NotificationRegistry::add(std::optional<std::string_view> name, Ref<NotificationRegistration> registration) {
+void NotificationRegistry::add(std::optional<std::string_view> name, OwnRegistration& registration) {
     Registrations gone;
     std::lock_guard const hold(mutex_);
-    addLocked(name ? *made(*name) : *everyName_, std::move(registration), gone);
+    addLocked(name ? *made(*name) : *everyName_, registration, gone);
 }
 
-void NotificationRegistry::add(NSNotificationChannel& channel, Ref<NotificationRegistration> registration) {
+void NotificationRegistry::add(NSNotificationChannel& channel, OwnRegistration& registration) {
     Registrations gone;
     std::lock_guard const hold(mutex_);
-    addLocked(channel, std::move(registration), gone);
+    addLocked(channel, registration, gone);
 }
 
-void NotificationRegistry::addLocked(NSNotificationChannel& channel, Ref<NotificationRegistration> registration, Registrations& gone) {
+void NotificationRegistry::addLocked(NSNotificationChannel& channel, OwnRegistration& registration, Registrations& gone) {
     if (channel.count_ >= channel.sweepAt_) sweepLocked(channel, gone);
-    registration->sequence_ = ++lastSequence_;
-    registration->home_ = this;
-    registration->channel_ = &channel;
-    auto const* const observer = registration->observer();
-    if (observer != registration.get()) byObserver_[observer].push_back(registration);
-    std::lock_guard const hold(channel.mutex_);
-    channel.writable().places.push_back({lastSequence_, std::move(registration)});
-    channel.count_.fetch_add(1, std::memory_order_release);
+    if (!channel.add(registration)) return;
+    registration.keepSelf();
+    auto const* const observer = registration.observer();
+    if (observer != &registration) byObserver_[observer].push_back(registration.self<NotificationRegistration>());
 }
 
 void NotificationRegistry::remove(NSObject const& observer, std::optional<std::string_view> name, NSObject const* sender) {
     Registrations gone;
     std::lock_guard const hold(mutex_);
     if (auto* token = const_cast<NotificationRegistration*>(dynamic_cast<NotificationRegistration const*>(&observer)))
-        if (token->home_ == this && token->isActive() && token->matches(name, sender)) retire(*token, gone);
+        if (token->home_ == number_ && token->isActive() && token->matches(name, sender)) token->channel_->remove(*token, gone);
     auto const found = byObserver_.find(&observer);
     if (found == byObserver_.end()) return;
     std::erase_if(found->second, [&](auto const& registration) {
         if (!registration->matches(name, sender)) return false;
-        retire(*registration, gone);
+        registration->channel_->remove(*registration, gone);
         return true;
     });
     if (found->second.empty()) byObserver_.erase(found);
-}
-
-void NotificationRegistry::retire(NotificationRegistration& registration, Registrations& gone) {
-    registration.isActive_.store(false, std::memory_order_release); // a post that walks an older list passes over it
-    auto& channel = *registration.channel_;
-    std::lock_guard const hold(channel.mutex_);
-    gone.push_back(channel.writable().take(registration.sequence_));
-    channel.count_.fetch_sub(1, std::memory_order_release);
 }
 
 void NotificationRegistry::sweep(NSNotificationChannel& channel) {
@@ -90,37 +89,31 @@ void NotificationRegistry::sweep(NSNotificationChannel& channel) {
 }
 
 void NotificationRegistry::sweepLocked(NSNotificationChannel& channel, Registrations& gone) {
-    Registrations dead;
+    std::vector<NotificationRegistration*> dead; // which the registry's mutex keeps from being removed meanwhile
     {
         std::lock_guard const hold(channel.mutex_);
         for (auto const& place : channel.list_->places)
-            if (place.registration && place.registration->isDead()) dead.push_back(place.registration);
+            if (auto* const registration = place.registration(); registration && registration->isDead()) dead.push_back(registration);
     }
-    for (auto const& registration : dead) {
-        retire(*registration, gone);
+    for (auto* const registration : dead) {
+        channel.remove(*registration, gone);
         auto const found = byObserver_.find(registration->observer());
         if (found == byObserver_.end()) continue;
-        std::erase(found->second, registration);
+        std::erase_if(found->second, [&](auto const& other) { return other.get() == registration; });
         if (found->second.empty()) byObserver_.erase(found);
     }
-    std::ranges::move(dead, std::back_inserter(gone));
     channel.sweepAt_ = std::max<std::size_t>(32, channel.count_ * 2);
 }
 
 void NotificationRegistry::removeAll() {
     decltype(channels_) channels;
     decltype(byObserver_) byObserver;
+    Registrations gone;
     std::lock_guard const hold(mutex_);
     channels.swap(channels_);
     byObserver.swap(byObserver_);
-    silence(*everyName_);
-    for (auto const& [name, channel] : channels) silence(*channel);
-}
-
-void NotificationRegistry::silence(NSNotificationChannel& channel) {
-    std::lock_guard const hold(channel.mutex_);
-    for (auto const& place : channel.list_->places)
-        if (place.registration) place.registration->isActive_.store(false, std::memory_order_release);
+    everyName_->silence(gone);
+    for (auto const& [name, channel] : channels) channel->silence(gone);
 }
 
 } // namespace Tessarin

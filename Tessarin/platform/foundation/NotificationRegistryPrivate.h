@@ -17,14 +17,15 @@ class NotificationRegistry : public std::enable_shared_from_this<NotificationReg
 public:
     using Registrations = std::vector<Ref<NotificationRegistration>>;
 
+    NotificationRegistry();
     void start();
     /// The channel of a name, made when it is missing. An absent name stands for the channel of every name.
     Ref<NSNotificationChannel> channel(std::optional<std::string_view> name);
     Ref<NSNotificationChannel> existingChannel(std::string_view name);
     Ref<NSNotificationChannel> const& everyName() const noexcept { return everyName_; }
 
-    void add(std::optional<std::string_view> name, Ref<NotificationRegistration> registration);
-    void add(NSNotificationChannel& channel, Ref<NotificationRegistration> registration);
+    void add(std::optional<std::string_view> name, OwnRegistration& registration);
+    void add(NSNotificationChannel& channel, OwnRegistration& registration);
     void remove(NSObject const& observer, std::optional<std::string_view> name, NSObject const* sender);
     /// Forgets observers and sender filters of this channel that have been destroyed.
     void sweep(NSNotificationChannel& channel);
@@ -39,18 +40,16 @@ private:
 
     // With the mutex held; what leaves is moved to `gone`, to be destroyed without it.
     Ref<NSNotificationChannel> made(std::string_view name);
-    void addLocked(NSNotificationChannel& channel, Ref<NotificationRegistration> registration, Registrations& gone);
-    void retire(NotificationRegistration& registration, Registrations& gone);
+    void addLocked(NSNotificationChannel& channel, OwnRegistration& registration, Registrations& gone);
     void sweepLocked(NSNotificationChannel& channel, Registrations& gone);
     void dropEmptyChannels();
-    static void silence(NSNotificationChannel& channel);
 
+    std::uint32_t const number_; // tells registries apart, also from those that are no more
     std::mutex mutex_;
     // All guarded by mutex_; everyName_ is constant after start.
     std::unordered_map<Text, Ref<NSNotificationChannel>, Hash, std::equal_to<>> channels_;
     std::unordered_map<NSObject const*, Registrations> byObserver_; // closure observers are their own index
     std::size_t dropAt_ = 64;
-    std::uint64_t lastSequence_ = 0;
     Ref<NSNotificationChannel> everyName_;
 };
 

@@ -1,5 +1,8 @@
 #pragma once
+#include "Tessarin/platform/runtime/SpinLock.h"
+#include <atomic>
 #include <mutex>
+#include <type_traits>
 #include <utility>
 
 namespace Tessarin {
@@ -14,23 +17,42 @@ public:
     Cell& operator=(Cell const&) = delete;
 
     T get() const {
-        std::lock_guard const hold(mutex_);
+        std::lock_guard const hold(lock_);
         return value_;
     }
     void set(T value) {
-        std::lock_guard const hold(mutex_);
+        std::lock_guard const hold(lock_);
         std::swap(value_, value);
     }
     /// Sets `value` and gives what stood there.
     T exchange(T value) {
-        std::lock_guard const hold(mutex_);
+        std::lock_guard const hold(lock_);
         std::swap(value_, value);
         return value;
     }
 
 private:
-    mutable std::mutex mutex_;
-    T value_{}; // guarded by mutex_
+    // References, strong or weak, are copied in a few instructions; a text may have to be allocated.
+    mutable std::conditional_t<(sizeof(T) <= 16 && std::is_nothrow_copy_constructible_v<T>), SpinLock, std::mutex> lock_;
+    T value_{}; // guarded by lock_
+};
+
+/// What fits a machine word needs no lock: the benchmark "state" shows the difference.
+template <class T>
+    requires(std::is_trivially_copyable_v<T> && (sizeof(T) == 1 || sizeof(T) == 2 || sizeof(T) == 4 || sizeof(T) == 8))
+class Cell<T> {
+public:
+    Cell() = default;
+    explicit Cell(T value) : value_(value) {}
+    Cell(Cell const&) = delete;
+    Cell& operator=(Cell const&) = delete;
+
+    T get() const noexcept { return value_.load(std::memory_order_acquire); }
+    void set(T value) noexcept { value_.store(value, std::memory_order_release); }
+    T exchange(T value) noexcept { return value_.exchange(value, std::memory_order_acq_rel); }
+
+private:
+    std::atomic<T> value_{T{}};
 };
 
 } // namespace Tessarin

@@ -1,5 +1,6 @@
 #include "Tessarin/platform/foundation/NSNotificationCenter.h"
 #include "Tessarin/platform/foundation/NSNotificationChannel.h"
+#include "Tessarin/platform/foundation/NSNotificationListener.h"
 #include "Tessarin/platform/foundation/NSOperationQueue.h"
 
 #include <algorithm>
@@ -188,6 +189,68 @@ TEST_F(NotificationCenter, ChannelsOutliveTheirCentreInSilence) {
     static_cast<void>(channel->addObserver(nullptr, [](auto const&) { FAIL(); }));
 }
 
+/// Counts its deliveries in a place that outlives it, and must not be touched after its end.
+class Counter : public NSNotificationListener {
+public:
+    ~Counter() override { isWhole_ = false; }
+    void fired(Ref<NSNotification> const&) override {
+        if (!isWhole_) ++deliveredAfterTheEnd;
+        ++*deliveries_;
+        if (during) during();
+    }
+    NSObject const* sender() const override { return filter_.get(); }
+    std::function<void()> during;
+    static inline std::atomic<int> deliveredAfterTheEnd{0};
+
+    using NSObject::init;
+    virtual void init(Ref<NSNotificationChannel> channel, std::shared_ptr<std::atomic<int>> deliveries, Ref<NSObject> filter) {
+        channel_ = std::move(channel);
+        deliveries_ = std::move(deliveries);
+        filter_ = std::move(filter);
+        listenTo(*channel_);
+    }
+
+private:
+    Ref<NSNotificationChannel> channel_;
+    std::shared_ptr<std::atomic<int>> deliveries_;
+    Ref<NSObject> filter_;
+    bool isWhole_ = true;
+};
+
+TEST_F(NotificationCenter, AListenerHearsUntilItIsRemovedOrGone) {
+    auto const count = std::make_shared<std::atomic<int>>(0);
+    auto const heard = [&](Ref<NSObject> sender = nullptr) {
+        *count = 0;
+        center->postNotificationName("A", std::move(sender));
+        return count->load();
+    };
+    auto const channel = center->channelForName("A");
+    auto const sender = make<NSObject>();
+    auto kept = make<Counter>(channel, count, nullptr), removed = make<Counter>(channel, count, nullptr), filtered = make<Counter>(channel, count, sender);
+    EXPECT_EQ(heard(sender), 3);
+    EXPECT_EQ(heard(make<NSObject>()), 2);
+    center->removeObserver(*removed, "B");
+    make<NSNotificationCenter>()->removeObserver(*removed);
+    EXPECT_EQ(heard(), 2) << "neither another name nor another centre removes it";
+    center->removeObserver(*removed, "A");
+    center->removeObserver(*removed);
+    EXPECT_EQ(heard(), 1);
+    filtered.reset();
+    EXPECT_EQ(heard(sender), 1);
+
+    WeakRef<Counter> const gone = kept;
+    kept->during = [&] { // its last reference goes while it runs
+        kept.reset();
+        EXPECT_TRUE(gone.expired());
+        center->postNotificationName("A");
+    };
+    EXPECT_EQ(heard(), 1);
+    EXPECT_FALSE(channel->hasObservers());
+    EXPECT_EQ(count.use_count(), 2) << "all but the removed one, which is kept here, are destroyed";
+    center.reset();
+    removed = make<Counter>(channel, count, nullptr); // to a centre that is no more
+}
+
 /// An observer whose members must not be touched once it is gone.
 class Fragile : public NSObject {
 public:
@@ -206,6 +269,7 @@ private:
 TEST_F(NotificationCenter, PostsAdditionsRemovalsAndEndsOnManyThreadsAreSafe) {
     std::atomic<int> changersLeft{2}, counted{0};
     auto const steady = center->addObserverForName("A", nullptr, nullptr, [&](auto const&) { ++counted; });
+    auto const heard = std::make_shared<std::atomic<int>>(0);
     std::atomic<int> posts{0};
     std::vector<std::thread> threads;
     for (int i = 0; i < 4; ++i)
@@ -224,6 +288,7 @@ TEST_F(NotificationCenter, PostsAdditionsRemovalsAndEndsOnManyThreadsAreSafe) {
             for (int round = 0; round < 1500; ++round) {
                 auto const observer = make<Fragile>();
                 center->channelForName("A")->addObserver(observer, &Fragile::heard);
+                auto listener = make<Counter>(center->channelForName("A"), heard, nullptr);
                 auto const data = std::make_shared<int>(round);
                 auto const token = center->addObserverForName(round % 3 == 0 ? std::nullopt : std::optional<std::string_view>("A"), nullptr, nullptr,
                                                               [data](auto const&) { static_cast<void>(*data); });
@@ -234,7 +299,8 @@ TEST_F(NotificationCenter, PostsAdditionsRemovalsAndEndsOnManyThreadsAreSafe) {
         });
     for (auto& thread : threads) thread.join();
     EXPECT_EQ(counted, posts);
-    EXPECT_EQ(Fragile::deliveredAfterTheEnd, 0);
+    EXPECT_EQ(Fragile::deliveredAfterTheEnd + Counter::deliveredAfterTheEnd, 0);
+    EXPECT_EQ(heard.use_count(), 1);
 }
 
 } // namespace

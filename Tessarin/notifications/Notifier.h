@@ -1,0 +1,141 @@
+#pragma once
+#include "Tessarin/Export.h"
+#include "Tessarin/notifications/TiedObject.h"
+#include "Tessarin/platform/foundation/NSNotification.h"
+#include "Tessarin/platform/runtime/Cell.h"
+#include "Tessarin/platform/runtime/Closure.h"
+#include "Tessarin/platform/runtime/Enumeration.h"
+#include "Tessarin/platform/runtime/FunctionRef.h"
+#include "Tessarin/platform/runtime/NSObject.h"
+#include "Tessarin/platform/runtime/Required.h"
+#include "Tessarin/platform/runtime/SharedList.h"
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Tessarin {
+
+class NSNotificationChannel;
+class NSOperationQueue;
+struct NotifyOptions;
+using NotificationBlock = Closure<void(Ref<NSNotification> const&)>;
+
+/// Sends `message` with the notification to `target`, which is held weakly. Of these and the next two: without an object any
+/// sender counts; without a count there is no limit to the deliveries.
+struct WatchTarget {
+    Required<Ref<NSObject>> target;
+    Required<Selector> message;
+    Ref<NSObject> object = {};
+    std::optional<std::int64_t> count = {};
+};
+/// Calls `block` with the notification.
+struct WatchBlock {
+    Ref<NSObject> object = {};
+    std::optional<std::int64_t> count = {};
+    Required<NotificationBlock> block;
+};
+/// Calls `block` for as long as `tiedTo` lives. The count is kept but never used.
+struct WatchTied {
+    Ref<NSObject> object = {};
+    std::optional<std::int64_t> count = {};
+    Required<TiedObject> tiedTo;
+    Required<NotificationBlock> block;
+};
+struct UnwatchTarget {
+    Required<TiedObject> target;
+    Ref<NSObject> object = {};
+};
+
+/// One named channel on the default notification centre. Its full name ends with the application's identifier. Watchers run
+/// on the main thread, or on the posting one where `notify` says so. Any thread, but for reading `watchers` without care.
+///
+///     auto const changes = make<Notifier>("PageChanged");
+///     changes->watch({.target = editor, .message = "reload:"_sel});
+///     changes->watch({.tiedTo = panel, .block = [=](auto const& notification) { show(notification->object()); }});
+///     changes->notify({.object = page});
+class TESSARIN_API Notifier : public NSObject {
+public:
+    class Watcher;
+    class WatcherWithLinkedObject;
+
+    /// Accepted by `notify`, where it has no effect.
+    struct TESSARIN_API Coalescent : Enumeration<Coalescent> {
+        static const Coalescent Idle, ASAP, Now;
+        static std::optional<Coalescent> fromRawValue(std::int64_t rawValue);
+
+    private:
+        using Enumeration::Enumeration;
+    };
+
+    /// `name`, ".", the main bundle's identifier. Fatal when that has none.
+    virtual void init(std::string name);
+
+    /// Three ways to register. Each waits for the serializer, so none may be called from one of its operations: that would
+    /// block for ever. Each then forgets the watchers that can never deliver again.
+    virtual void watch(WatchTarget options);
+    virtual Ref<NSObject> watch(WatchBlock options); // the token for `unwatch`
+    virtual void watch(WatchTied options);
+
+    /// Removes the first watcher, and no more, with that target (or tied object) and exactly that sender filter, later on the
+    /// serializer. Without an object, watchers with a filter do not match.
+    virtual void unwatch(UnwatchTarget options);
+    /// Posts exactly one notification: now and here, or later on the main thread.
+    virtual void notify(NotifyOptions options);
+    void notify();
+    /// Ends the watcher whose token this is; anything else is ignored.
+    virtual void unwatch(Ref<NSObject> const& observer);
+
+    /// Registrations in their order. Setting them does not talk to the notification centre.
+    virtual std::vector<Ref<Watcher>> watchers() const { return watchers_.copy(); }
+    virtual void setWatchers(std::vector<Ref<Watcher>> watchers);
+    virtual void modifyWatchers(FunctionRef<void(std::vector<Ref<Watcher>>&)> change);
+
+    /// Removes, later on the serializer, whatever then stands at the position at which the watcher stands now. Nothing when it
+    /// does not; fatal when the list is shorter by then.
+    virtual void unregister(Watcher const& watcher);
+    /// Removes obsolete watchers from `watchers`: now, or later on the serializer.
+    virtual void clean(bool later);
+    void clean() { clean(false); }
+
+    std::string const& name() const { return name_; }
+    /// The serial queue on which `watchers` is changed.
+    Ref<NSOperationQueue> const& serializer() const { return serializer_; }
+
+    /// Fatal: a channel without a name makes no sense.
+    void init() override;
+    ~Notifier() override;
+
+protected:
+    Notifier();
+    /// Appends and cleans up, and returns when the serializer has done so.
+    void append(Ref<Watcher> watcher);
+
+    using Reading = SharedList<Ref<Watcher>>::Reading;
+    SharedList<Ref<Watcher>> const& watcherList() const { return watchers_; }
+
+private:
+    std::string name_; // these three are constant after init
+    Ref<NSOperationQueue> serializer_;
+    Ref<NSNotificationChannel> channel_;
+    SharedList<Ref<Watcher>> watchers_;
+    Cell<bool> mayBecomeObsolete_{false}; // whether any watcher ever could; spares channels of plain closures their cleaning
+};
+
+inline constexpr Notifier::Coalescent Notifier::Coalescent::Idle{0};
+inline constexpr Notifier::Coalescent Notifier::Coalescent::ASAP{1};
+inline constexpr Notifier::Coalescent Notifier::Coalescent::Now{2};
+
+/// How `notify` posts. `info` is a Dictionary, a ValueDictionary, or absent.
+struct NotifyOptions {
+    Ref<NSObject> object = {};
+    Value info = {};
+    bool forceCurrentThread = false;
+    Notifier::Coalescent coalescent = Notifier::Coalescent::Now;
+};
+
+inline void Notifier::notify() { notify(NotifyOptions{}); }
+
+} // namespace Tessarin
+
+#include "Tessarin/notifications/Watcher.h"

@@ -1,0 +1,79 @@
+#pragma once
+#include "Tessarin/notifications/Notifier.h"
+#include "Tessarin/platform/foundation/NSNotificationListener.h"
+
+namespace Tessarin {
+
+/// One registration on a Notifier, which owns it; it owns the Notifier too, until it is removed there. It listens to the
+/// notification centre from its creation to its end. Any thread.
+class TESSARIN_API Notifier::Watcher : public NSNotificationListener {
+public:
+    /// The deliveries that are left; absent when there is no limit.
+    virtual std::optional<std::int64_t> count() const;
+    virtual void setCount(std::optional<std::int64_t> count);
+    virtual void modifyCount(FunctionRef<void(std::optional<std::int64_t>&)> change);
+    /// The object that gets the message, or to which the watcher is tied, for as long as it lives. Held weakly.
+    virtual Ref<NSObject> target() const { return target_.get().lock(); }
+    virtual void setTarget(Ref<NSObject> target) { target_.set(std::move(target)); }
+    virtual void modifyTarget(FunctionRef<void(Ref<NSObject>&)> change);
+
+    virtual void init(Ref<Notifier> notifier, Ref<NSObject> object, Ref<NSObject> target, Selector action, std::optional<std::int64_t> count);
+    virtual void init(Ref<Notifier> notifier, Ref<NSObject> object, NotificationBlock block, std::optional<std::int64_t> count);
+
+    /// Delivers: to the target, then to the block; then counts down, and ends with the delivery that finds less than 2 left.
+    /// Without a notification one is made up.
+    void fired(Ref<NSNotification> const& notification) override;
+    /// Removes this watcher from the notification centre, and from its notifier.
+    virtual void unregister();
+    /// Whether it can never deliver again. False for a watcher with a block.
+    virtual bool isObsolete() const { return !block_ && hasLostTarget(); }
+
+    /// The sender filter, kept alive; null when any sender counts.
+    Ref<NSObject> const& object() const { return object_; }
+    std::optional<Selector> action() const;
+    Ref<Notifier> const& notifier() const { return notifier_; }
+    NotificationBlock const& block() const { return block_; }
+
+    /// Fatal.
+    void init() override;
+    ~Watcher() override;
+    NSObject const* sender() const final { return object_.get(); }
+    static SelectorTable selectors();
+
+protected:
+    Watcher();
+    bool hasLostTarget() const { return target_.get().expired(); }
+
+private:
+    void firedAs(Ref<NSNotification> notification) { fired(notification); } // as the selector "fired:"
+    void start(Ref<Notifier> notifier, Ref<NSObject> object, std::optional<std::int64_t> count);
+    void countDown();
+
+    // Ordered so that a watcher takes 208 bytes with its reference counts.
+    Cell<bool> hasCount_{false};
+    Cell<std::int64_t> count_;
+    Cell<WeakRef<NSObject>> target_;
+    Ref<NSObject> object_; // these are constant after init
+    Ref<Notifier> notifier_;
+    Selector action_; // of no name when there is none
+    NotificationBlock block_;
+};
+
+/// A watcher for as long as another object lives, its `target`. It ignores its count.
+class TESSARIN_API Notifier::WatcherWithLinkedObject : public Notifier::Watcher {
+public:
+    virtual void init(Ref<Notifier> notifier, Ref<NSObject> object, TiedObject tiedTo, NotificationBlock block, std::optional<std::int64_t> count);
+
+    void fired(Ref<NSNotification> const& notification) override;
+    bool isObsolete() const override { return hasLostTarget(); }
+
+    /// Fatal, all three.
+    void init() override { Watcher::init(); }
+    void init(Ref<Notifier> notifier, Ref<NSObject> object, Ref<NSObject> target, Selector action, std::optional<std::int64_t> count) override;
+    void init(Ref<Notifier> notifier, Ref<NSObject> object, NotificationBlock block, std::optional<std::int64_t> count) override;
+
+protected:
+    WatcherWithLinkedObject() = default;
+};
+
+} // namespace Tessarin
