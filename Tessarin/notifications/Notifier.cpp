@@ -91,7 +91,7 @@ void Notifier::unwatch(Ref<NSObject> const& observer) {
 }
 
 void Notifier::setWatchers(std::vector<Ref<Watcher>> watchers) {
-    mayBecomeObsolete_.set(true);
+    if (!std::ranges::all_of(watchers, [](auto const& watcher) { return isForGood(*watcher); })) mayBecomeObsolete_.set(true);
     watchers_.set(std::move(watchers));
 }
 

@@ -32,6 +32,7 @@ void Notifier::Watcher::init() { unavailable("init()", "Watcher"); }
 void Notifier::Watcher::init(Ref<Notifier> notifier, Ref<NSObject> object, Ref<NSObject> target, Selector action, std::optional<std::int64_t> count) {
     target_.set(std::move(target));
     action_ = action;
+    hasAction_ = true;
     start(std::move(notifier), std::move(object), count);
 }
 
@@ -67,12 +68,11 @@ void Notifier::Watcher::modifyTarget(FunctionRef<void(Ref<NSObject>&)> change) {
     setTarget(std::move(changed));
 }
 
-std::optional<Selector> Notifier::Watcher::action() const { return action_ == noAction() ? std::nullopt : std::optional(action_); }
-
 void Notifier::Watcher::fired(Ref<NSNotification> const& notification) {
-    if (!notification) return Watcher::fired(make<NSNotification>(Text{notifier_->name()}, object_, Value{}));
-    if (auto const action = this->action())
-        if (auto const target = this->target()) target->performSelector(*action, notification);
+    if (!notification) [[unlikely]]
+        return Watcher::fired(make<NSNotification>(Text{notifier_->name()}, object_, Value{}));
+    if (hasAction_)
+        if (auto const addressee = target()) addressee->performSelector(action_, notification);
     if (block_) block_(notification);
     if (hasCount_.get()) countDown(); // also when there was nobody to deliver to
 }

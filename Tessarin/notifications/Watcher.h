@@ -30,7 +30,7 @@ public:
 
     /// The sender filter, kept alive; null when any sender counts.
     Ref<NSObject> const& object() const { return object_; }
-    std::optional<Selector> action() const;
+    std::optional<Selector> action() const { return hasAction_ ? std::optional(action_) : std::nullopt; }
     Ref<Notifier> const& notifier() const { return notifier_; }
     NotificationBlock const& block() const { return block_; }
 
@@ -51,11 +51,12 @@ private:
 
     // Ordered so that a watcher takes 208 bytes with its reference counts.
     Cell<bool> hasCount_{false};
+    bool hasAction_ = false; // this and the last four are constant after init
     Cell<std::int64_t> count_;
     Cell<WeakRef<NSObject>> target_;
-    Ref<NSObject> object_; // these are constant after init
+    Ref<NSObject> object_;
     Ref<Notifier> notifier_;
-    Selector action_; // of no name when there is none
+    Selector action_; // of no meaning without one
     NotificationBlock block_;
 };
 
