@@ -127,7 +127,10 @@ void NSNotificationChannel::post(Ref<NSNotification> const& notification) {
         auto* const registration = place.registration();
         if (!registration || !registration->isActive()) return;
         if (place.isFiltered() && !registration->accepts(post.sender)) return;
-        sawDead |= !registration->deliver(post);
+        if (place.isListener())
+            static_cast<NSNotificationListener*>(registration)->fired(notification);
+        else
+            sawDead |= !static_cast<OwnRegistration*>(registration)->deliver(post);
     };
     Reading const own(*this);
     if (!everyName_ || everyName_->count_.load(std::memory_order_acquire) == 0) {

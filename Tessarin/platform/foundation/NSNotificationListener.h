@@ -12,14 +12,11 @@
 namespace Tessarin {
 
 class NSNotificationChannel;
-struct NotificationPost;
 template <class T> struct ListenerAllocator;
 
 /// One observer's place at a centre; of a closure observer also its token.
 class TESSARIN_API NotificationRegistration : public NSObject {
 public:
-    /// False when the observer is no more.
-    virtual bool deliver(NotificationPost& post) = 0;
     virtual bool isDead() const { return false; }
     /// Observers and senders are told apart by address.
     virtual NSObject const* observer() const { return this; }
@@ -29,6 +26,8 @@ public:
     bool accepts(NSObject const* from) const { return !sender() || sender() == from; }
 
 protected:
+    enum class Kind : std::uint8_t { Own, Listener };
+    explicit NotificationRegistration(Kind kind) : kind_(kind) {}
     /// What keeps it alive while it is registered, given away for good. Nothing, unless a subclass says otherwise.
     virtual Ref<NotificationRegistration> takeSelf() { return nullptr; }
 
@@ -40,6 +39,7 @@ private:
 
     // In the order that leaves no gaps. Constant while active, but for the first.
     std::atomic<bool> isActive_{false};
+    Kind const kind_;
     std::uint32_t home_ = 0; // the number of its centre
     std::uint64_t sequence_ = 0;
     NSNotificationChannel* channel_ = nullptr;
@@ -56,10 +56,10 @@ public:
     /// Called at each post, on the posting thread.
     virtual void fired(Ref<NSNotification> const& notification) = 0;
 
-    bool deliver(NotificationPost& post) final;
     bool isDead() const final { return false; } // it has gone from the list before it is
 
 protected:
+    NSNotificationListener() : NotificationRegistration(Kind::Listener) {}
     /// Once, after what `sender()` says is settled. The listener sees to it that the channel outlives it.
     void listenTo(NSNotificationChannel& channel);
 

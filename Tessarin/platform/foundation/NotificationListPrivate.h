@@ -13,17 +13,20 @@ struct NSNotificationChannel::List {
     class Place {
     public:
         explicit Place(NotificationRegistration& registration)
-            : word_(reinterpret_cast<std::uintptr_t>(&registration) | (registration.sender() ? filteredBit : 0)) {}
+            : word_(reinterpret_cast<std::uintptr_t>(&registration) | (registration.sender() ? filteredBit : 0) |
+                    (registration.kind_ == NotificationRegistration::Kind::Listener ? listenerBit : 0)) {}
 
         NotificationRegistration* registration() const noexcept {
-            return word_ & removedBit ? nullptr : reinterpret_cast<NotificationRegistration*>(word_ & ~filteredBit);
+            return word_ & removedBit ? nullptr : reinterpret_cast<NotificationRegistration*>(word_ & ~(filteredBit | listenerBit));
         }
-        bool isFiltered() const noexcept { return word_ & filteredBit; } // of one that is not removed
+        // Of one that is not removed:
+        bool isFiltered() const noexcept { return word_ & filteredBit; }
+        bool isListener() const noexcept { return word_ & listenerBit; }
         std::uint64_t sequence() const noexcept { return word_ & removedBit ? word_ >> 1 : registration()->sequence_; }
         void markRemoved() noexcept { word_ = sequence() << 1 | removedBit; }
 
     private:
-        static constexpr std::uintptr_t removedBit = 1, filteredBit = 2;
+        static constexpr std::uintptr_t removedBit = 1, filteredBit = 2, listenerBit = 4;
         std::uintptr_t word_;
     };
     std::vector<Place> places;

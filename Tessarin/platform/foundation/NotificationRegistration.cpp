@@ -10,11 +10,6 @@ bool NotificationRegistration::matches(std::optional<std::string_view> name, NSO
 
 void NSNotificationListener::listenTo(NSNotificationChannel& channel) { channel.add(*this); }
 
-bool NSNotificationListener::deliver(NotificationPost& post) {
-    fired(post.notification);
-    return true;
-}
-
 void NSNotificationListener::endWith(void (*destroy)(void*), void* object) {
     if (channel_)
         channel_->end(*this, destroy, object);

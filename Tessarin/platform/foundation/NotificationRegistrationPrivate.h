@@ -22,6 +22,9 @@ struct NotificationPost {
 /// references beside the addresses see to it that the storage is not used for another object meanwhile.
 class OwnRegistration : public NotificationRegistration {
 public:
+    OwnRegistration() : NotificationRegistration(Kind::Own) {}
+    /// False when the observer is no more.
+    virtual bool deliver(NotificationPost& post) = 0;
     bool isDead() const override { return senderAddress_ && sender_.expired(); }
     NSObject const* sender() const final { return senderAddress_; }
     void setSender(Ref<NSObject> const& sender) {
