@@ -104,7 +104,7 @@ void Notifier::modifyWatchers(FunctionRef<void(std::vector<Ref<Watcher>>&)> chan
 void Notifier::unregister(Watcher const& watcher) {
     std::size_t position = 0;
     {
-        Reading const now(watchers_);
+        SharedList<Ref<Watcher>>::Reading const now(watchers_);
         auto const found = std::find_if(now.begin(), now.end(), [&](auto const& other) { return other->isEqual(watcher); });
         if (found == now.end()) return;
         position = static_cast<std::size_t>(found - now.begin());
@@ -116,10 +116,19 @@ void Notifier::unregister(Watcher const& watcher) {
     });
 }
 
+void Notifier::fireAll() {
+    // An operation that is under way may be about to append a watcher; then this one has to follow it.
+    if (watchers_.isEmpty() && !serializer_->hasOperations()) return;
+    serializer_->addOperationWithBlock([self = self<Notifier>()] {
+        SharedList<Ref<Watcher>>::Reading const now(self->watchers_);
+        for (auto const& watcher : now) watcher->fired(nullptr);
+    });
+}
+
 void Notifier::clean(bool later) {
     if (later) return serializer_->addOperationWithBlock([self = self<Notifier>()] { self->clean(false); });
     if (!mayBecomeObsolete_.get()) return;
-    Reading const now(watchers_);
+    SharedList<Ref<Watcher>>::Reading const now(watchers_);
     for (auto const& watcher : now)
         if (watcher->isObsolete()) watchers_.remove(watcher);
 }

@@ -111,8 +111,9 @@ protected:
     /// Appends and cleans up, and returns when the serializer has done so.
     void append(Ref<Watcher> watcher);
 
-    using Reading = SharedList<Ref<Watcher>>::Reading;
-    SharedList<Ref<Watcher>> const& watcherList() const { return watchers_; }
+    /// Calls `fired` without a notification on each watcher, in their order, later on the serializer. When there is none, and
+    /// none on its way, nothing is queued.
+    void fireAll();
 
 private:
     std::string name_; // these three are constant after init

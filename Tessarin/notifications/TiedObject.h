@@ -9,11 +9,13 @@ namespace Tessarin {
 /// it still ends.
 class TiedObject {
 public:
+    TiedObject() = default; // nothing
     template <std::derived_from<NSObject> T> TiedObject(Ref<T> object) : object_(std::move(object)) {}
     template <class T>
         requires(!std::derived_from<T, NSObject>)
     TiedObject(std::shared_ptr<T> const& thing) : object_(thing, static_cast<NSObject*>(nullptr)) {}
 
+    explicit operator bool() const { return object_.use_count() > 0; }
     Ref<NSObject> const& object() const { return object_; }
     /// Equal as objects are; other things when they are the same.
     friend bool operator==(TiedObject const& a, Ref<NSObject> const& b) {

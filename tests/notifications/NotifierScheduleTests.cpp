@@ -72,6 +72,7 @@ protected:
     std::deque<Post> posts;
     std::atomic<int> clock{0};
     std::map<int, Ref<NSObject>> tokens;
+    std::vector<Watched*> first; // those that were there before the threads began
     std::vector<int> onMain; // the posts in the order in which the main thread delivered them
 };
 
@@ -116,7 +117,7 @@ void NotifierSchedule::removeOneAfterTheOther() {
     std::ranges::shuffle(order, random);
     order.resize(removable - 5);
     for (int const id : order) {
-        watched[static_cast<std::size_t>(id)].ended = timed([&] { channel->unwatch(std::exchange(tokens[id], nullptr)); });
+        first[static_cast<std::size_t>(id)]->ended = timed([&] { channel->unwatch(std::exchange(tokens[id], nullptr)); });
         settled(channel);
     }
 }
@@ -146,7 +147,7 @@ void NotifierSchedule::judge(Post const& post, bool complete) {
 
 TEST_F(NotifierSchedule, NeitherLosesNorDoublesAndKeepsTheOrder) {
     for (int id = 0; id < steady + removable; ++id) {
-        auto* const entry = add(watched).second;
+        auto* const entry = first.emplace_back(add(watched).second);
         entry->registrar = -1;
         entry->registered = timed([&] { tokens[id] = channel->watch({.block = hearing(id)}); });
     }
@@ -182,10 +183,10 @@ TEST_F(NotifierSchedule, NeitherLosesNorDoublesAndKeepsTheOrder) {
     auto const ended = std::ranges::count_if(watched, [](auto const& entry) { return entry.ended.end != Span::never; });
     EXPECT_GE(left, watched.size() + 1 - static_cast<std::size_t>(ended));
     EXPECT_TRUE(std::ranges::none_of(channel->watchers(), [](auto const& watcher) { return watcher->isObsolete(); }));
-    std::vector<Ref<Notifier::Watcher>> first = channel->watchers();
-    first.resize(steady + 5);
+    auto kept = channel->watchers();
+    kept.resize(steady + 5);
     std::erase_if(tokens, [](auto const& token) { return token.first < 0 || !token.second; });
-    EXPECT_TRUE(std::ranges::equal(first, tokens, {}, {}, [](auto const& token) { return token.second; })) << "those that were not removed, in order";
+    EXPECT_TRUE(std::ranges::equal(kept, tokens, {}, {}, [](auto const& token) { return token.second; })) << "those that were not removed, in order";
     channel->setWatchers({});
 }
 

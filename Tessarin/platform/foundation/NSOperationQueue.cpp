@@ -111,6 +111,12 @@ void NSOperationQueue::waitUntilAllOperationsAreFinished() {
     finished_.wait(hold, [this] { return isIdle(); });
 }
 
+bool NSOperationQueue::hasOperations() const {
+    if (usesLane_.load(std::memory_order_acquire)) return !queueIsIdle(lane_);
+    std::lock_guard const hold(mutex_);
+    return !isIdle();
+}
+
 SelectorTable NSOperationQueue::selectors() {
     return {{"initWithSerial:"_sel, &NSOperationQueue::initWithSerial},
             {"setMaxConcurrentOperationCount:"_sel, &NSOperationQueue::setMaxConcurrentOperationCount}};

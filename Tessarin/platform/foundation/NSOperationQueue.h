@@ -43,6 +43,8 @@ public:
     /// The same as adding one block operation and waiting for it, without making the operation.
     void runAndWait(FunctionRef<void()> block);
     void waitUntilAllOperationsAreFinished();
+    /// Whether any are queued or run at this moment.
+    bool hasOperations() const;
 
     static SelectorTable selectors();
 
@@ -59,7 +61,7 @@ private:
     void leaveLane();
     void startMore(); // with the mutex held
     void work();
-    bool isIdle() const { return running_ == 0 && pending_.empty() && !isHeld_; }
+    bool isIdle() const { return running_ == 0 && pending_.empty() && !isHeld_; } // with the mutex held
 
     // A queue that is set to one at a time while it is idle hands everything to a serial dispatch queue, its lane.
     std::atomic<bool> usesLane_{false};

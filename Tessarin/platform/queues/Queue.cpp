@@ -59,6 +59,8 @@ void dispatch_after_f(dispatch_time_t when, dispatch_queue_t const& queue, void*
     dispatch_after(when, queue, [=] { work(context); });
 }
 
+bool queueIsIdle(dispatch_queue_t const& queue) { return queue->isIdle(); }
+
 void dispatch_suspend(dispatch_queue_t const& queue) { queue->suspend(); }
 void dispatch_resume(dispatch_queue_t const& queue) { queue->resume(); }
 void dispatch_set_target_queue(dispatch_queue_t const& queue, dispatch_queue_t const& target) {

@@ -97,5 +97,7 @@ TESSARIN_API void dispatch_set_finalizer_f(dispatch_queue_t const& queue, dispat
 /// nested syncs. The main thread always holds the main queue, also inside a sync to another one. To wait for a queue that is
 /// held is to wait for ever, so ask this before `dispatch_sync` where it may happen.
 TESSARIN_API bool queueIsHeld(dispatch_queue_t const& queue);
+/// Whether at this moment nothing is queued there, runs there or waits for it.
+TESSARIN_API bool queueIsIdle(dispatch_queue_t const& queue);
 
 } // namespace Tessarin

@@ -1,5 +1,6 @@
 #pragma once
 #include "Tessarin/platform/runtime/SpinLock.h"
+#include <atomic>
 #include <cstddef>
 #include <memory>
 #include <mutex>
@@ -44,6 +45,7 @@ public:
         List* list_;
     };
 
+    bool isEmpty() const noexcept { return count_.load(std::memory_order_acquire) == 0; }
     std::vector<T> copy() const {
         std::lock_guard const hold(lock_);
         return list_->elements;
@@ -51,10 +53,13 @@ public:
     void set(std::vector<T> elements) {
         std::lock_guard const hold(lock_);
         std::swap(writable(), elements);
+        count_.store(list_->elements.size(), std::memory_order_release);
     }
     void append(T element) {
         std::lock_guard const hold(lock_);
-        writable().push_back(std::move(element));
+        auto& elements = writable();
+        elements.push_back(std::move(element));
+        count_.store(elements.size(), std::memory_order_release);
     }
     /// False when the list is not that long.
     bool removeAt(std::size_t at) {
@@ -88,9 +93,11 @@ private:
         auto& elements = writable();
         T taken = std::move(elements[at]);
         elements.erase(elements.begin() + static_cast<std::ptrdiff_t>(at));
+        count_.store(elements.size(), std::memory_order_release);
         return taken;
     }
 
+    std::atomic<std::size_t> count_{0}; // of elements
     mutable SpinLock lock_;
     std::unique_ptr<List> list_ = std::make_unique<List>(); // guarded by lock_
 };

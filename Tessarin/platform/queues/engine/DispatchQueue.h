@@ -66,6 +66,7 @@ public:
     void submit(engine::WorkItem* item) noexcept;
     /// Runs what is queued; called with the token, which it gives up or passes on.
     void drain() noexcept;
+    bool isIdle() const noexcept { return state_.load(std::memory_order_acquire) == 0; }
     bool hasToken() const noexcept { return state_.load(std::memory_order_acquire) & engine::state::Token; }
 
     /// Takes the queue if that needs no waiting.

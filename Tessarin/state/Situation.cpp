@@ -1,0 +1,138 @@
+#include "Tessarin/state/Situation.h"
+
+#include "Tessarin/collections/Array.h"
+#include "Tessarin/platform/runtime/Fatal.h"
+
+#include <ostream>
+
+namespace Tessarin {
+namespace {
+
+/// Adds `step`, or ends the process.
+void count(std::int64_t& counter, std::int64_t step, char const* operation) {
+    if (__builtin_add_overflow(counter, step, &counter)) fatal(std::string{"Situation."} + operation + ": a count overflows");
+}
+
+using Work = Ref<Closure<void()> const>;
+
+Work shared(Closure<void()> work) { return std::make_shared<Closure<void()> const>(std::move(work)); }
+
+/// A closure cannot be copied, and may be running; so it is changed as one that calls it.
+Closure<void()> callOf(Work const& work) {
+    if (!*work) return {};
+    return [work] { (*work)(); };
+}
+
+} // namespace
+
+Situation::Situation() = default;
+Situation::~Situation() = default;
+
+void Situation::init() {
+    workQueue_ = make<Dispatcher>(QueueOptions{.identifier = "Situation"});
+    syncQueue_ = make<Dispatcher>(QueueOptions{.identifier = "Situation"});
+    setCompletion({});
+}
+
+void Situation::modifyLocked(FunctionRef<void(bool&)> change) {
+    auto changed = locked();
+    change(changed);
+    setLocked(changed);
+}
+
+void Situation::setCompletion(Closure<void()> completion) { completion_ = shared(std::move(completion)); }
+
+void Situation::modifyCompletion(FunctionRef<void(Closure<void()>&)> change) {
+    auto changed = callOf(completion_);
+    change(changed);
+    setCompletion(std::move(changed));
+}
+
+void Situation::modifyPendingConditions(FunctionRef<void(std::vector<Ref<Condition>>&)> change) {
+    auto changed = pendingConditions();
+    change(changed);
+    setPendingConditions(std::move(changed));
+}
+
+void Situation::addCondition(Ref<Condition> condition) {
+    condition->setSituation(shared_from_this());
+    syncQueue_->sync([&] {
+        count(pendingCount_, 1, "addCondition");
+        pendingConditions_.push_back(condition);
+    });
+    workQueue_->async([condition = std::move(condition)] { condition->start(); });
+}
+
+void Situation::addCondition(Closure<void()> work) { addCondition(make<Condition>(std::nullopt, std::move(work))); }
+
+void Situation::fulfill(Ref<Condition> condition) {
+    // Whether it is pending at all is not asked, on purpose: a condition that is met twice is counted twice, below zero even,
+    // and completes once more what is complete already.
+    syncQueue_->async([self = shared_from_this(), condition = std::move(condition)] {
+        count(self->pendingCount_, -1, "fulfill");
+        count(self->completedCount_, 1, "fulfill");
+        Array::remove(self->pendingConditions_, condition);
+        if (!self->pendingConditions_.empty()) return;
+        auto const completion = self->completion_; // stays set, for the next time
+        if (*completion) (*completion)();
+    });
+}
+
+std::string Situation::description() const {
+    return "Situation: " + std::to_string(pendingCount()) + " pending, " + std::to_string(completedCount()) + " completed";
+}
+
+Condition::Condition() = default;
+Condition::~Condition() = default;
+
+void Condition::init(std::optional<std::string> label) { init(std::move(label), {}); }
+void Condition::init(std::optional<std::string> label, Closure<void()> work) {
+    label_ = std::move(label);
+    setWorkClosure(std::move(work));
+}
+
+void Condition::setWorkClosure(Closure<void()> work) { workClosure_ = shared(std::move(work)); }
+
+void Condition::modifySituation(FunctionRef<void(Ref<Situation>&)> change) {
+    auto changed = situation();
+    change(changed);
+    setSituation(std::move(changed));
+}
+
+void Condition::modifyWorkClosure(FunctionRef<void(Closure<void()>&)> change) {
+    auto changed = callOf(workClosure_);
+    change(changed);
+    setWorkClosure(std::move(changed));
+}
+
+void Condition::modifyStarted(FunctionRef<void(bool&)> change) {
+    auto changed = started();
+    change(changed);
+    setStarted(changed);
+}
+
+void Condition::modifyLabel(FunctionRef<void(std::optional<std::string>&)> change) {
+    auto changed = label();
+    change(changed);
+    setLabel(std::move(changed));
+}
+
+void Condition::met() {
+    if (!situation()) fatal("Condition.met: the condition was never added to a situation");
+    situation()->fulfill(shared_from_this());
+}
+
+void Condition::start() {
+    if (started()) return;
+    setStarted(true);
+    auto const kept = workClosure_; // the work may set another one
+    if (workClosure()) workClosure()();
+    met();
+}
+
+std::string Condition::description() const { return label().value_or("Condition"); }
+
+std::ostream& operator<<(std::ostream& out, Situation const& situation) { return out << situation.description(); }
+std::ostream& operator<<(std::ostream& out, Condition const& condition) { return out << condition.description(); }
+
+} // namespace Tessarin

@@ -1,0 +1,147 @@
+#include "Tessarin/state/Situation.h"
+
+#include "Tessarin/platform/queues/Semaphore.h"
+#include "Tessarin/platform/runtime/Format.h"
+
+#include "tests/support/Blocked.h"
+#include <gtest/gtest.h>
+#include <sstream>
+#include <thread>
+
+namespace Tessarin {
+namespace {
+
+class Situations : public testing::Test {
+protected:
+    Situations() {
+        situation->setCompletion([this] { order += '!'; });
+    }
+    /// The description when everything that was added has been done.
+    std::string settled() {
+        situation->workQueue()->sync([] {});
+        std::string text;
+        situation->syncQueue()->sync([&] { text = situation->description(); });
+        return text;
+    }
+    Closure<void()> note(char letter) {
+        return [this, letter] { order += letter; };
+    }
+
+    Ref<Situation> const situation = make<Situation>();
+    std::string order; // written by one queue after the other
+};
+
+TEST_F(Situations, RunsOneAfterTheOtherAndCompletesWhenNoneIsPending) {
+    EXPECT_EQ(situation->description(), "Situation: 0 pending, 0 completed");
+    EXPECT_NE(situation->workQueue()->queue(), situation->syncQueue()->queue());
+    EXPECT_STREQ(dispatch_queue_get_label(situation->workQueue()->queue()), "Situation");
+    auto const mayGo = dispatch_semaphore_create(0);
+    situation->addCondition([=] { dispatch_semaphore_wait(mayGo, DISPATCH_TIME_FOREVER); });
+    for (char const letter : {'A', 'B', 'C'}) situation->addCondition(note(letter));
+    situation->syncQueue()->sync([&] {
+        EXPECT_EQ(situation->description(), "Situation: 4 pending, 0 completed");
+        EXPECT_EQ(situation->pendingConditions().size(), 4u);
+    });
+    dispatch_semaphore_signal(mayGo);
+    EXPECT_EQ(settled(), "Situation: 0 pending, 4 completed");
+    EXPECT_EQ(order, "ABC!");
+    situation->addCondition(make<Condition>()); // without work it is met in its turn
+    EXPECT_EQ(settled(), "Situation: 0 pending, 5 completed");
+    EXPECT_EQ(order, "ABC!!");
+}
+
+TEST_F(Situations, AConditionAddsAnotherFromItsWork) {
+    situation->addCondition([this] {
+        order += 'a';
+        situation->addCondition(note('b'));
+    });
+    settled();
+    EXPECT_EQ(settled(), "Situation: 0 pending, 2 completed");
+    EXPECT_EQ(order, "ab!") << "the second was pending before the first was met";
+}
+
+TEST_F(Situations, MeetingTwiceCountsTwice) {
+    auto const condition = make<Condition>("twice", note('w'));
+    situation->addCondition(condition);
+    EXPECT_EQ(settled(), "Situation: 0 pending, 1 completed");
+    condition->met();
+    EXPECT_EQ(settled(), "Situation: -1 pending, 2 completed");
+    EXPECT_EQ(order, "w!!");
+    condition->start(); // it was started before
+    condition->setStarted(false);
+    condition->start();
+    EXPECT_EQ(settled(), "Situation: -2 pending, 3 completed");
+    EXPECT_EQ(order, "w!!w!");
+}
+
+TEST_F(Situations, FieldsGoThroughTheirSlots) {
+    situation->modifyLocked([](bool& locked) { locked = !locked; });
+    EXPECT_TRUE(situation->locked());
+    situation->modifyCompletion([this](Closure<void()>& completion) {
+        completion = [this, before = std::move(completion)] {
+            before();
+            order += '?';
+            situation->setCompletion({}); // its own call goes on
+            order += '.';
+        };
+    });
+    auto const condition = make<Condition>(std::nullopt, note('x'));
+    condition->modifyWorkClosure([this](Closure<void()>& work) {
+        work = [this, before = std::move(work)] {
+            before();
+            order += 'y';
+        };
+    });
+    condition->modifyLabel([](auto& label) {
+        EXPECT_FALSE(label);
+        label = "first";
+    });
+    situation->addCondition(condition);
+    EXPECT_EQ(settled(), "Situation: 0 pending, 1 completed");
+    EXPECT_EQ(order, "xy!?.");
+    EXPECT_EQ(condition->situation(), situation);
+    situation->addCondition(note('z'));
+    settled();
+    EXPECT_EQ(order, "xy!?.z");
+    situation->modifyPendingConditions([&](auto& pending) { pending.push_back(condition); });
+    situation->setCompletion([this] { order += '+'; });
+    situation->addCondition(note('q'));
+    settled();
+    EXPECT_EQ(order, "xy!?.zq") << "one is still pending";
+    situation->setPendingConditions({});
+}
+
+TEST_F(Situations, DescribeThemselvesAndHoldEachOtherWhilePending) {
+    EXPECT_EQ(make<Condition>()->description(), "Condition");
+    std::ostringstream text;
+    text << *make<Condition>("store") << ", " << *situation;
+    EXPECT_EQ(text.str(), "store, Situation: 0 pending, 0 completed");
+    EXPECT_EQ(fmt::format("{}", *situation), situation->description());
+    WeakRef<Condition> weak;
+    {
+        auto const other = make<Situation>();
+        auto const condition = make<Condition>();
+        weak = condition;
+        other->addCondition(condition);
+        other->workQueue()->sync([] {});
+        other->syncQueue()->sync([] {});
+        condition->setSituation(nullptr); // what the condition holds is the situation
+    }
+    while (!weak.expired()) std::this_thread::yield();
+}
+
+TEST_F(Situations, MisuseIsFatalOrBlocks) {
+    EXPECT_DEATH(make<Condition>("lost")->start(), "^Condition.met: the condition was never added to a situation\n$");
+    EXPECT_EXIT(
+        {
+            situation->setCompletion([this] { situation->addCondition(note('n')); });
+            tests::exitIfBlocked([this] {
+                situation->addCondition(note('a'));
+                settled();
+            });
+        },
+        testing::ExitedWithCode(0), "");
+}
+
+} // namespace
+} // namespace Tessarin
