@@ -20,7 +20,6 @@
 #include "Tessarin/platform/runtime/SelectorTable.h"
 #include "Tessarin/platform/runtime/SharedList.h"
 #include "Tessarin/platform/runtime/Slot.h"
-#include "Tessarin/platform/runtime/SpareBlock.h"
 #include "Tessarin/platform/runtime/SpinLock.h"
 #include "Tessarin/platform/runtime/StaticText.h"
 #include "Tessarin/platform/runtime/Text.h"

@@ -116,9 +116,9 @@ protected:
     void fireAll();
 
 private:
-    std::string name_; // these three are constant after init
+    Ref<NSNotificationChannel> channel_; // these three are constant after init
+    std::string name_;
     Ref<NSOperationQueue> serializer_;
-    Ref<NSNotificationChannel> channel_;
     SharedList<Ref<Watcher>> watchers_;
     Cell<bool> mayBecomeObsolete_{false}; // whether any watcher ever could; spares channels of plain closures their cleaning
 };

@@ -13,7 +13,7 @@ public:
     virtual void setCount(std::optional<std::int64_t> count);
     virtual void modifyCount(FunctionRef<void(std::optional<std::int64_t>&)> change);
     /// The object that gets the message, or to which the watcher is tied, for as long as it lives. Held weakly.
-    virtual Ref<NSObject> target() const { return target_.get().lock(); }
+    virtual Ref<NSObject> target() const { return target_.lock(); }
     virtual void setTarget(Ref<NSObject> target) { target_.set(std::move(target)); }
     virtual void modifyTarget(FunctionRef<void(Ref<NSObject>&)> change);
 
@@ -42,22 +42,22 @@ public:
 
 protected:
     Watcher();
-    bool hasLostTarget() const { return target_.get().expired(); }
+    bool hasLostTarget() const { return target_.expired(); }
 
 private:
     void firedAs(Ref<NSNotification> notification) { fired(notification); } // as the selector "fired:"
     void start(Ref<Notifier> notifier, Ref<NSObject> object, std::optional<std::int64_t> count);
     void countDown();
 
-    // Ordered so that a watcher takes 208 bytes with its reference counts.
+    // Ordered so that a watcher takes 208 bytes with its reference counts, and a delivery reads the first half of them.
     Cell<bool> hasCount_{false};
-    bool hasAction_ = false; // this and the last four are constant after init
+    bool hasAction_ = false; // this, the block and the last three are constant after init
     Cell<std::int64_t> count_;
+    NotificationBlock block_;
     Cell<WeakRef<NSObject>> target_;
     Ref<NSObject> object_;
     Ref<Notifier> notifier_;
     Selector action_; // of no meaning without one
-    NotificationBlock block_;
 };
 
 /// A watcher for as long as another object lives, its `target`. It ignores its count.

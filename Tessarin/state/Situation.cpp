@@ -1,8 +1,8 @@
 #include "Tessarin/state/Situation.h"
 
-#include "Tessarin/collections/Array.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 
+#include <algorithm>
 #include <ostream>
 
 namespace Tessarin {
@@ -71,8 +71,9 @@ void Situation::fulfill(Ref<Condition> condition) {
     syncQueue_->async([self = shared_from_this(), condition = std::move(condition)] {
         count(self->pendingCount_, -1, "fulfill");
         count(self->completedCount_, 1, "fulfill");
-        Array::remove(self->pendingConditions_, condition);
-        if (!self->pendingConditions_.empty()) return;
+        auto& pending = self->pendingConditions_;
+        if (auto const found = std::ranges::find(pending, condition); found != pending.end()) pending.erase(found);
+        if (!pending.empty()) return;
         auto const completion = self->completion_; // stays set, for the next time
         if (*completion) (*completion)();
     });

@@ -3,6 +3,7 @@
 #include "Tessarin/platform/runtime/Closure.h"
 #include "Tessarin/platform/runtime/FunctionRef.h"
 #include <cstdint>
+#include <deque>
 #include <iosfwd>
 #include <memory>
 #include <optional>
@@ -37,8 +38,8 @@ public:
     virtual void modifyCompletion(FunctionRef<void(Closure<void()>&)> change);
     virtual std::int64_t pendingCount() const { return pendingCount_; }
     virtual std::int64_t completedCount() const { return completedCount_; }
-    virtual std::vector<Ref<Condition>> const& pendingConditions() const { return pendingConditions_; }
-    virtual void setPendingConditions(std::vector<Ref<Condition>> conditions) { pendingConditions_ = std::move(conditions); }
+    virtual std::vector<Ref<Condition>> pendingConditions() const { return {pendingConditions_.begin(), pendingConditions_.end()}; }
+    virtual void setPendingConditions(std::vector<Ref<Condition>> conditions) { pendingConditions_.assign(conditions.begin(), conditions.end()); }
     virtual void modifyPendingConditions(FunctionRef<void(std::vector<Ref<Condition>>&)> change);
 
     virtual void init();
@@ -63,7 +64,7 @@ private:
     std::int64_t completedCount_ = 0;
     Ref<Dispatcher> workQueue_; // these two are constant after init
     Ref<Dispatcher> syncQueue_;
-    std::vector<Ref<Condition>> pendingConditions_;
+    std::deque<Ref<Condition>> pendingConditions_; // they are met in their order, so it is always the first that goes
 };
 
 /// A piece of work in a situation. It is met as soon as the work has returned; without work, as soon as its turn comes. Two

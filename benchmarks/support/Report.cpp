@@ -9,7 +9,8 @@ namespace Tessarin::benchmarks {
 namespace {
 
 bool hasPeer(Row const& row) { return row.theirs > 0; }
-double judged(Row const& row) { return hasPeer(row) ? row.ours / row.theirs : row.ours; }
+bool isRatio(Row const& row) { return hasPeer(row) && row.bound == Bound::Ratio; }
+double judged(Row const& row) { return isRatio(row) ? row.ours / row.theirs : row.ours; }
 
 bool reaches(Row const& row, double bound) { return row.better == Better::Smaller ? judged(row) <= bound : judged(row) >= bound; }
 bool isMet(Row const& row) { return row.target == 0 || reaches(row, row.target); }
@@ -23,7 +24,7 @@ std::string number(double value) { return value >= 100 ? fmt::format("{:.0f}", v
 /// How the target reads: "<= 3" against a peer is a ratio ("<= 3x"), else a bound in the row's unit.
 std::string targetText(Row const& row) {
     if (row.target == 0) return "";
-    return fmt::format("{} {}{}", row.better == Better::Smaller ? "<=" : ">=", number(row.target), hasPeer(row) ? "x" : "");
+    return fmt::format("{} {}{}", row.better == Better::Smaller ? "<=" : ">=", number(row.target), isRatio(row) ? "x" : "");
 }
 
 std::string quoted(std::string_view text) {
@@ -45,7 +46,7 @@ std::string json(Row const& row, std::vector<std::string> const& otherPeers) {
         R"({{"group":{},"row":{},"unit":{},"better":"{}","ours":{:.6g},"peer":{},"theirs":{},"ratio":{},"target":{},"met":{},"stretch":{},"others":{{{}}}}})"
         "\n",
         quoted(row.group), quoted(row.row), quoted(row.unit), row.better == Better::Smaller ? "smaller" : "larger", row.ours,
-        quoted(row.peer), orNull(hasPeer(row), row.theirs), orNull(hasPeer(row), judged(row)),
+        quoted(row.peer), orNull(hasPeer(row), row.theirs), orNull(hasPeer(row), row.ours / row.theirs),
         orNull(row.target != 0, row.target), isMet(row), orNull(row.stretch != 0, row.stretch), others);
 }
 
@@ -76,7 +77,7 @@ bool Report::wants(std::string_view group, std::string_view row) const {
 
 std::string Report::line(Row const& row) const {
     auto const peer = hasPeer(row) ? fmt::format("{} {}", row.peer, number(row.theirs)) : std::string{};
-    auto const ratio = hasPeer(row) ? fmt::format("{:.2f}x", judged(row)) : std::string{};
+    auto const ratio = hasPeer(row) ? fmt::format("{:.2f}x", row.ours / row.theirs) : std::string{};
     auto text = fmt::format("{:<12} {:<38} {:>9} {:<7} {:>28} {:>8} {:>9}", row.group, row.row, number(row.ours), row.unit, peer,
                             ratio, targetText(row));
     for (std::size_t at = 0; at < otherPeers_.size(); ++at)

@@ -8,6 +8,8 @@
 namespace Tessarin::benchmarks {
 
 enum class Better { Smaller, Larger };
+/// What a target bounds beside a peer: ours / theirs, or ours itself all the same.
+enum class Bound { Ratio, Ours };
 
 /// One measurement. With a peer, `target` bounds ours / theirs; without one (`theirs` zero) it bounds `ours` itself, in
 /// `unit`. A target of zero means that the row is only for reading.
@@ -21,6 +23,7 @@ struct Row {
     double target = 0;
     Better better = Better::Smaller;
     double stretch = 0; // a target that is thought hard to reach; zero: none
+    Bound bound = Bound::Ratio;
     std::vector<std::optional<double>> others = {}; // figures of the report's other peers, in their order, to be read only
 };
 

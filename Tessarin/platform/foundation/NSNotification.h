@@ -1,7 +1,6 @@
 #pragma once
 #include "Tessarin/Export.h"
 #include "Tessarin/platform/runtime/NSObject.h"
-#include "Tessarin/platform/runtime/SpareBlock.h"
 #include "Tessarin/platform/runtime/Text.h"
 #include "Tessarin/platform/runtime/Value.h"
 #include <string>
@@ -30,7 +29,6 @@ public:
 
     using NSObject::init;
     virtual void init(Text name, Ref<NSObject> object, Value userInfo);
-    template <class T> using ObjectAllocator = SpareBlockAllocator<T>; // most live for one post
 
 protected:
     NSNotification() = default;

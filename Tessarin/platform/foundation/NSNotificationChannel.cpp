@@ -17,7 +17,7 @@ constinit std::atomic<std::uint64_t> lastSequence{0};
 
 NSNotificationChannel::NSNotificationChannel(Text name, WeakRef<NotificationRegistry> registry, std::uint32_t home,
                                              Ref<NSNotificationChannel> everyName)
-    : name_(std::move(name)), registry_(std::move(registry)), home_(home), everyName_(std::move(everyName)), list_(std::make_unique<List>()) {}
+    : list_(std::make_unique<List>()), everyName_(std::move(everyName)), name_(std::move(name)), registry_(std::move(registry)), home_(home) {}
 
 NSNotificationChannel::~NSNotificationChannel() = default;
 
@@ -25,15 +25,19 @@ bool NSNotificationChannel::hasObservers() const noexcept {
     return count_.load(std::memory_order_acquire) != 0 || (everyName_ && everyName_->hasObservers());
 }
 
-NSNotificationChannel::Reading::Reading(NSNotificationChannel& channel) : channel_(channel) {
+NSNotificationChannel::Reading::Reading(NSNotificationChannel& channel, Ref<NSNotification>* plain) : channel_(channel), plain_(plain) {
     std::lock_guard const hold(channel.mutex_);
     list_ = channel.list_.get();
     ++list_->readers;
+    if (plain_) *plain_ = std::move(channel.plain_);
 }
 
 NSNotificationChannel::Reading::~Reading() {
+    // It is never written to, so that whoever has just released it need not be waited for.
+    bool const isNobodys = plain_ && plain_->use_count() == 1 && !(*plain_)->hasAssociatedObjects();
     std::unique_ptr<List> left; // destroyed after the lock, with what was removed meanwhile
     std::lock_guard const hold(channel_.mutex_);
+    if (isNobodys && !channel_.plain_) channel_.plain_ = std::move(*plain_);
     if (--list_->readers > 0 || list_ == channel_.list_.get()) return;
     left.reset(list_);
     std::erase(channel_.formerLists_, list_);
@@ -67,7 +71,7 @@ bool NSNotificationChannel::add(NotificationRegistration& registration) {
     registration.sequence_ = lastSequence.fetch_add(1, std::memory_order_relaxed) + 1;
     registration.isActive_.store(true, std::memory_order_release);
     writable().places.emplace_back(registration);
-    count_.fetch_add(1, std::memory_order_release);
+    count_.store(count_.load(std::memory_order_relaxed) + 1, std::memory_order_release);
     return true;
 }
 
@@ -75,7 +79,7 @@ bool NSNotificationChannel::takeOut(NotificationRegistration& registration) {
     // A post that walks an older list passes over it from now on.
     if (!registration.isActive_.exchange(false, std::memory_order_acq_rel)) return false;
     writable().take(registration.sequence_);
-    count_.fetch_sub(1, std::memory_order_release);
+    count_.store(count_.load(std::memory_order_relaxed) - 1, std::memory_order_release);
     return true;
 }
 
@@ -120,7 +124,18 @@ void NSNotificationChannel::silence(Registrations& gone) {
     }
 }
 
-void NSNotificationChannel::post(Ref<NSNotification> const& notification) {
+void NSNotificationChannel::post(Ref<NSNotification> const& notification) { deliver(Reading(*this), notification); }
+
+void NSNotificationChannel::postFrom(Ref<NSObject> object, Value userInfo) {
+    if (!hasObservers()) return;
+    if (object || !userInfo.isAbsent()) return post(make<NSNotification>(name_, std::move(object), std::move(userInfo)));
+    Ref<NSNotification> plain;
+    Reading const own(*this, &plain);
+    if (!plain) plain = make<NSNotification>(name_, nullptr, Value{});
+    deliver(own, plain);
+}
+
+void NSNotificationChannel::deliver(Reading const& own, Ref<NSNotification> const& notification) {
     NotificationPost post{notification};
     bool sawDead = false;
     auto const offer = [&](List::Place const& place) {
@@ -132,7 +147,6 @@ void NSNotificationChannel::post(Ref<NSNotification> const& notification) {
         else
             sawDead |= !static_cast<OwnRegistration*>(registration)->deliver(post);
     };
-    Reading const own(*this);
     if (!everyName_ || everyName_->count_.load(std::memory_order_acquire) == 0) {
         for (auto const& place : own.places()) offer(place);
     } else {
@@ -149,10 +163,6 @@ void NSNotificationChannel::post(Ref<NSNotification> const& notification) {
         registry->sweep(*this);
         if (everyName_) registry->sweep(*everyName_);
     }
-}
-
-void NSNotificationChannel::postFrom(Ref<NSObject> object, Value userInfo) {
-    if (hasObservers()) post(make<NSNotification>(name_, std::move(object), std::move(userInfo)));
 }
 
 Ref<NSObject> NSNotificationChannel::addObserver(Ref<NSObject> const& sender, Block block) {

@@ -37,7 +37,8 @@ public:
     bool hasObservers() const noexcept;
     /// As `postNotification` of the centre; the notification must have this channel's name.
     void post(Ref<NSNotification> const& notification);
-    /// The same with a notification of this channel's name, which is only made when there are observers.
+    /// The same with a notification of this channel's name, which is only made when there are observers; without a sender or
+    /// details, the one of an earlier post serves again when nobody has kept it.
     void postFrom(Ref<NSObject> object = nullptr, Value userInfo = {});
 
     /// As at the centre: returns a token, and lasts until the centre removes that token.
@@ -61,6 +62,7 @@ private:
 
     NSNotificationChannel(Text name, WeakRef<NotificationRegistry> registry, std::uint32_t home, Ref<NSNotificationChannel> everyName);
     void addMember(Ref<NSObject> const& observer, Member member, Ref<NSObject> const& sender);
+    void deliver(Reading const& own, Ref<NSNotification> const& notification);
     bool add(NotificationRegistration& registration);
     /// Makes the registration inactive; false when it was. What kept it alive goes to `gone`, and to the posts that may see it.
     bool remove(NotificationRegistration& registration, Registrations& gone);
@@ -72,17 +74,18 @@ private:
     void release(NotificationRegistration& registration, Registrations& gone);
     void keepForReaders(Ref<void> const& object); // until those who read now have ended
 
+    // What a post reads comes first.
+    alignas(64) SpinLock mutex_; // held for a look at the list, or its copy; the benchmark "notifications" shows why no other
+    bool isSilent_ = false;                      // since its centre ended; guarded by mutex_, as are the next two
+    std::unique_ptr<List> list_;                 // changed in place only while nobody reads it
+    Ref<NSNotification> plain_;                  // no sender, no details, nobody's
+    std::atomic<std::size_t> count_{0};          // of registrations; written with mutex_ held
+    Ref<NSNotificationChannel> const everyName_; // the observers of every name; null for themselves
+    std::vector<List*> formerLists_;             // guarded by mutex_; still read, the last reader destroys them
     Text const name_;
     WeakRef<NotificationRegistry> const registry_;
-    std::uint32_t const home_; // the number of its centre
-    Ref<NSNotificationChannel> const everyName_; // the observers of every name; null for themselves
-    std::atomic<std::size_t> count_{0};          // of registrations
-    std::size_t sweepAt_ = 32;                   // guarded by the registry's mutex
-    SpinLock mutex_; // held for a look at the list, or its copy; the benchmark "notifications" shows why no other
-    // Guarded by mutex_:
-    bool isSilent_ = false;             // since its centre ended
-    std::unique_ptr<List> list_;        // changed in place only while nobody reads it
-    std::vector<List*> formerLists_;    // those that are still read; the last reader destroys them
+    std::uint32_t const home_;   // the number of its centre
+    std::size_t sweepAt_ = 32;   // guarded by the registry's mutex
 };
 
 } // namespace Tessarin

@@ -8,7 +8,7 @@ namespace Tessarin {
 
 /// A channel's registrations in the order of their sequence numbers, and how many posts walk through them now. Readers are
 /// counted under the channel's lock: an atomic count seen at zero would not order the reads before it with a change after it.
-struct NSNotificationChannel::List {
+struct alignas(64) NSNotificationChannel::List {
     /// A registration, or the sequence number of one that was removed, in eight bytes: a post to very many is bound by memory.
     class Place {
     public:
@@ -30,9 +30,9 @@ struct NSNotificationChannel::List {
         std::uintptr_t word_;
     };
     std::vector<Place> places;
-    std::vector<Ref<void>> keeps; // what was removed while this list was read, until nobody reads it any more
-    std::size_t removed = 0;      // when they are half of all they go, so that removing costs no move of the rest
     std::size_t readers = 0;
+    std::size_t removed = 0;      // when they are half of all they go, so that removing costs no move of the rest
+    std::vector<Ref<void>> keeps; // what was removed while this list was read, until nobody reads it any more
 
     void take(std::uint64_t sequence);
     void dropRemoved();
@@ -41,7 +41,8 @@ struct NSNotificationChannel::List {
 /// Keeps a list from being changed or destroyed while it is read.
 class NSNotificationChannel::Reading {
 public:
-    explicit Reading(NSNotificationChannel& channel);
+    /// Also borrows the channel's plain notification into `plain`, if any, and gives it back when nobody has kept it.
+    explicit Reading(NSNotificationChannel& channel, Ref<NSNotification>* plain = nullptr);
     ~Reading();
     Reading(Reading const&) = delete;
     Reading& operator=(Reading const&) = delete;
@@ -50,6 +51,7 @@ public:
 
 private:
     NSNotificationChannel& channel_;
+    Ref<NSNotification>* const plain_;
     List* list_ = nullptr;
 };
 

@@ -30,6 +30,19 @@ public:
         std::swap(value_, value);
         return value;
     }
+    /// Of a weak reference: the object, while it lives. No copy of the reference is made for it.
+    auto lock() const
+        requires requires(T const& weak) { weak.lock(); }
+    {
+        std::lock_guard const hold(lock_);
+        return value_.lock();
+    }
+    bool expired() const
+        requires requires(T const& weak) { weak.expired(); }
+    {
+        std::lock_guard const hold(lock_);
+        return value_.expired();
+    }
 
 private:
     // References, strong or weak, are copied in a few instructions; a text may have to be allocated.

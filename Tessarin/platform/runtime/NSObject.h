@@ -49,6 +49,8 @@ public:
     /// This object as a kept reference of class T.
     template <class T> Ref<T> self() { return std::static_pointer_cast<T>(shared_from_this()); }
 
+    bool hasAssociatedObjects() const noexcept { return hasAssociations_.load(std::memory_order_relaxed); }
+
 protected:
     NSObject() = default;
 

@@ -1,0 +1,143 @@
+// Notifiers beside the signals of other libraries. Ours may be used from any thread; of the peers only Boost.Signals2 may.
+#include "Tessarin/notifications/Notifier.h"
+#include "Tessarin/platform/foundation/NSBundle.h"
+#include "benchmarks/notifications/Peers.h"
+#include "benchmarks/support/Threads.h"
+
+#include <algorithm>
+#include <malloc.h>
+
+namespace Tessarin::benchmarks {
+namespace {
+
+constexpr int runs = 9;
+
+class OurChannel : public Channel {
+public:
+    OurChannel() {
+        static int number = 0;
+        notifier_ = make<Notifier>("channel " + std::to_string(++number));
+    }
+    ~OurChannel() override { notifier_->setWatchers({}); }
+    void add(long& heard) override {
+        notifier_->watch({.block = [&heard](auto const&) { ++heard; }});
+    }
+    void post() override { notifier_->notify({.forceCurrentThread = true}); }
+    Notifier& notifier() { return *notifier_; }
+
+private:
+    Ref<Notifier> notifier_;
+};
+std::unique_ptr<Channel> makeOurChannel() { return std::make_unique<OurChannel>(); }
+
+/// Ours, Boost's, then the report's other peers.
+constexpr ChannelMaker makers[] = {makeOurChannel, makeBoostChannel, makeQtChannel, makeSigcChannel, makeGLibChannel};
+using Figures = std::vector<std::optional<double>>;
+
+/// Every library in turn, so that all meet the same machine; the medians.
+template <class Measure> Figures measured(Measure const& measure) {
+    std::vector<std::vector<double>> values(std::size(makers));
+    for (int run = 0; run < runs; ++run)
+        for (std::size_t at = 0; at < std::size(makers); ++at)
+            if (auto const figure = measure(makers[at])) values[at].push_back(*figure);
+    Figures figures;
+    for (auto& all : values) {
+        std::ranges::sort(all);
+        figures.push_back(all.empty() ? std::nullopt : std::optional(all[all.size() / 2]));
+    }
+    return figures;
+}
+
+template <class Measure> void addRow(Report& report, std::string const& row, char const* unit, double bar, Measure const& measure) {
+    if (!report.wants("notifications", row)) return;
+    auto figures = measured(measure);
+    report.add({.group = "notifications", .row = row, .unit = unit, .ours = *figures[0], .peer = "Boost.Signals2", .theirs = figures[1].value_or(0),
+                .target = bar, .bound = Bound::Ours, .others = {figures.begin() + 2, figures.end()}});
+}
+
+long heard = 0;
+
+std::optional<double> postTo(ChannelMaker make, int listeners) {
+    auto const channel = make();
+    if (!channel) return {};
+    for (int i = 0; i < listeners; ++i) channel->add(heard);
+    auto const before = heard;
+    int const count = std::max(1000, 200'000 / listeners);
+    auto const each = nanoseconds(count, [&] { channel->post(); });
+    if (heard - before != static_cast<long>(count) * listeners) std::abort(); // somebody was not called
+    return each;
+}
+
+std::optional<double> add(ChannelMaker make) {
+    if (auto const warm = make(); !warm)
+        return {};
+    else
+        for (int i = 0; i < 1000; ++i) warm->add(heard);
+    auto const channel = make();
+    return nanoseconds(1000, [&] { channel->add(heard); });
+}
+
+std::optional<double> bytes(ChannelMaker make) {
+    auto const channel = make();
+    if (!channel) return {};
+    auto const before = mallinfo2().uordblks;
+    for (int i = 0; i < 1000; ++i) channel->add(heard);
+    return static_cast<double>(mallinfo2().uordblks - before) / 1000;
+}
+
+std::optional<double> postByHandle(ChannelMaker make) {
+    std::vector<std::unique_ptr<Channel>> channels;
+    for (int i = 0; i < 10'000; ++i) {
+        channels.push_back(make());
+        if (!channels.back()) return {};
+        channels.back()->add(heard);
+    }
+    std::size_t at = 0;
+    return nanoseconds(50'000, [&] { channels[at = (at + 1) % channels.size()]->post(); });
+}
+
+class Target : public NSObject {
+public:
+    void poked() { ++heard; }
+    static SelectorTable selectors() { return {{"poked"_sel, &Target::poked}}; }
+};
+
+/// What the peers of one row do not offer: weakly held targets and tied blocks.
+template <class Watch> void ownRow(Report& report, char const* row, double bar, Watch const& watch) {
+    if (!report.wants("notifications", row)) return;
+    constexpr int watchers = 100;
+    auto const target = make<Target>();
+    auto const ours = median(runs, [&] {
+        OurChannel channel;
+        for (int i = 0; i < watchers; ++i) watch(channel.notifier(), target);
+        return nanoseconds(2000, [&] { channel.post(); }) / watchers;
+    });
+    report.add({.group = "notifications", .row = row, .unit = "ns", .ours = ours, .target = bar});
+}
+
+} // namespace
+} // namespace Tessarin::benchmarks
+
+int main(int argc, char** argv) {
+    using namespace Tessarin;
+    using namespace Tessarin::benchmarks;
+    NSBundle::mainBundle()->setBundleIdentifier("org.example.benchmark");
+    std::thread([] {}).join(); // glibc is quicker while a process has but one thread
+    Report report(argc, argv, {"Qt 6", "sigc++", "GLib"});
+    addRow(report, "post to 1", "ns", 60, [](auto make) { return postTo(make, 1); });
+    addRow(report, "post to 10", "ns", 80, [](auto make) { return postTo(make, 10); });
+    addRow(report, "post to 1,000, each", "ns", 4, [](auto make) -> std::optional<double> {
+        auto const all = postTo(make, 1000);
+        return all ? std::optional(*all / 1000) : std::nullopt;
+    });
+    addRow(report, "add", "ns", 80, add);
+    addRow(report, "memory of a watcher", "bytes", 256, bytes);
+    addRow(report, "post by handle, 10,000 names", "ns", 60, postByHandle);
+    ownRow(report, "message to a weakly held target, each", 40, [](Notifier& notifier, auto const& target) {
+        notifier.watch({.target = target, .message = "poked"_sel});
+    });
+    ownRow(report, "tied block, each", 40, [](Notifier& notifier, auto const& target) {
+        notifier.watch({.tiedTo = target, .block = [](auto const&) { ++heard; }});
+    });
+    return report.finish();
+}
