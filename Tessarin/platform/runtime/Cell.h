@@ -1,6 +1,7 @@
 #pragma once
 #include "Tessarin/platform/runtime/SpinLock.h"
 #include <atomic>
+#include <concepts>
 #include <mutex>
 #include <type_traits>
 #include <utility>
@@ -55,7 +56,9 @@ template <class T>
     requires(std::is_trivially_copyable_v<T> && (sizeof(T) == 1 || sizeof(T) == 2 || sizeof(T) == 4 || sizeof(T) == 8))
 class Cell<T> {
 public:
-    Cell() = default;
+    Cell()
+        requires std::default_initializable<T>
+        : value_(T{}) {}
     explicit Cell(T value) : value_(value) {}
     Cell(Cell const&) = delete;
     Cell& operator=(Cell const&) = delete;
@@ -65,7 +68,7 @@ public:
     T exchange(T value) noexcept { return value_.exchange(value, std::memory_order_acq_rel); }
 
 private:
-    std::atomic<T> value_{T{}};
+    std::atomic<T> value_;
 };
 
 } // namespace Tessarin
