@@ -18,7 +18,8 @@ template <class T> void ThreadsafeArray<T>::sync(char const* operation, Function
 template <class T> std::size_t ThreadsafeArray<T>::position(std::ptrdiff_t index, char const* operation) const {
     auto const at = static_cast<std::size_t>(index); // a negative one is larger than any count
     if (at >= array_.size())
-        fatal(std::string{"ThreadsafeArray."} + operation + ": index " + std::to_string(index) + " of " + std::to_string(array_.size()) + " elements");
+        fatal(std::string{"ThreadsafeArray."} + operation + ": index " + std::to_string(index) + " of " +
+              std::to_string(array_.size()) + " elements");
     return at;
 }
 

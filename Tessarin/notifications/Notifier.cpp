@@ -19,7 +19,9 @@ bool matches(Notifier::Watcher const& watcher, UnwatchTarget const& options) {
 }
 
 /// A plain watcher with a block never ends by itself; what another class says of itself must be asked.
-bool isForGood(Notifier::Watcher const& watcher) { return watcher.block() && typeid(watcher) == typeid(detail::Made<Notifier::Watcher>); }
+bool isForGood(Notifier::Watcher const& watcher) {
+    return watcher.block() && typeid(watcher) == typeid(detail::Made<Notifier::Watcher>);
+}
 
 } // namespace
 
@@ -44,7 +46,8 @@ void Notifier::init(std::string name) {
 
 void Notifier::watch(WatchTarget options) {
     serializer_->addOperationWithBlockAndWait([&] {
-        auto watcher = make<Watcher>(self<Notifier>(), std::move(options.object), options.target.get(), *options.message, options.count);
+        auto watcher =
+            make<Watcher>(self<Notifier>(), std::move(options.object), options.target.get(), *options.message, options.count);
         mayBecomeObsolete_.set(true);
         watchers_.append(std::move(watcher));
         clean(false);
@@ -58,8 +61,8 @@ Ref<NSObject> Notifier::watch(WatchBlock options) {
 }
 
 void Notifier::watch(WatchTied options) {
-    append(make<WatcherWithLinkedObject>(self<Notifier>(), std::move(options.object), std::move(options.tiedTo).get(), std::move(options.block).get(),
-                                         options.count));
+    append(make<WatcherWithLinkedObject>(self<Notifier>(), std::move(options.object), std::move(options.tiedTo).get(),
+                                         std::move(options.block).get(), options.count));
 }
 
 void Notifier::append(Ref<Watcher> watcher) {
@@ -82,7 +85,9 @@ void Notifier::unwatch(UnwatchTarget options) {
 void Notifier::notify(NotifyOptions options) {
     // `coalescent` is not looked at, on purpose: every call posts, so that nobody's delivery depends on somebody else's.
     if (options.forceCurrentThread) return channel_->postFrom(std::move(options.object), std::move(options.info));
-    Dispatcher::main()->async([channel = channel_, object = std::move(options.object), info = std::move(options.info)] { channel->postFrom(object, info); });
+    Dispatcher::main()->async([channel = channel_, object = std::move(options.object), info = std::move(options.info)] {
+        channel->postFrom(object, info);
+    });
 }
 
 void Notifier::unwatch(Ref<NSObject> const& observer) {
@@ -112,7 +117,8 @@ void Notifier::unregister(Watcher const& watcher) {
     // Removal is by the position found at call time, even if the list has changed since: of two watchers that are unregistered
     // at once, the second position may name another watcher by then, or none.
     serializer_->addOperationWithBlock([self = self<Notifier>(), position] {
-        if (!self->watchers_.removeAt(position)) fatal("Notifier.unregister: there is no watcher at position " + std::to_string(position) + " any more");
+        if (!self->watchers_.removeAt(position))
+            fatal("Notifier.unregister: there is no watcher at position " + std::to_string(position) + " any more");
     });
 }
 

@@ -29,14 +29,16 @@ Notifier::Watcher::~Watcher() = default;
 
 void Notifier::Watcher::init() { unavailable("init()", "Watcher"); }
 
-void Notifier::Watcher::init(Ref<Notifier> notifier, Ref<NSObject> object, Ref<NSObject> target, Selector action, std::optional<std::int64_t> count) {
+void Notifier::Watcher::init(Ref<Notifier> notifier, Ref<NSObject> object, Ref<NSObject> target, Selector action,
+                             std::optional<std::int64_t> count) {
     target_.set(std::move(target));
     action_ = action;
     hasAction_ = true;
     start(std::move(notifier), std::move(object), count);
 }
 
-void Notifier::Watcher::init(Ref<Notifier> notifier, Ref<NSObject> object, NotificationBlock block, std::optional<std::int64_t> count) {
+void Notifier::Watcher::init(Ref<Notifier> notifier, Ref<NSObject> object, NotificationBlock block,
+                             std::optional<std::int64_t> count) {
     block_ = std::move(block);
     start(std::move(notifier), std::move(object), count);
 }
@@ -49,7 +51,9 @@ void Notifier::Watcher::start(Ref<Notifier> notifier, Ref<NSObject> object, std:
     listenTo(*notifier_->channel_);
 }
 
-std::optional<std::int64_t> Notifier::Watcher::count() const { return hasCount_.get() ? std::optional(count_.get()) : std::nullopt; }
+std::optional<std::int64_t> Notifier::Watcher::count() const {
+    return hasCount_.get() ? std::optional(count_.get()) : std::nullopt;
+}
 
 void Notifier::Watcher::setCount(std::optional<std::int64_t> count) {
     if (count) count_.set(*count);
@@ -79,7 +83,8 @@ void Notifier::Watcher::fired(Ref<NSNotification> const& notification) {
 
 void Notifier::Watcher::countDown() {
     auto const left = *count();
-    if (left == std::numeric_limits<std::int64_t>::min()) fatal("Notifier.Watcher.fired: the count cannot go below the smallest integer");
+    if (left == std::numeric_limits<std::int64_t>::min())
+        fatal("Notifier.Watcher.fired: the count cannot go below the smallest integer");
     setCount(left - 1);
     if (left < 2) Watcher::unregister();
 }
@@ -91,8 +96,8 @@ void Notifier::Watcher::unregister() {
 
 SelectorTable Notifier::Watcher::selectors() { return {{"fired:"_sel, &Watcher::firedAs}}; }
 
-void Notifier::WatcherWithLinkedObject::init(Ref<Notifier> notifier, Ref<NSObject> object, TiedObject tiedTo, NotificationBlock block,
-                                             std::optional<std::int64_t> count) {
+void Notifier::WatcherWithLinkedObject::init(Ref<Notifier> notifier, Ref<NSObject> object, TiedObject tiedTo,
+                                             NotificationBlock block, std::optional<std::int64_t> count) {
     setTarget(tiedTo.object()); // first, for a post may come as soon as it listens
     Watcher::init(std::move(notifier), std::move(object), std::move(block), count);
 }

@@ -17,7 +17,8 @@ public:
     virtual void setTarget(Ref<NSObject> target) { target_.set(std::move(target)); }
     virtual void modifyTarget(FunctionRef<void(Ref<NSObject>&)> change);
 
-    virtual void init(Ref<Notifier> notifier, Ref<NSObject> object, Ref<NSObject> target, Selector action, std::optional<std::int64_t> count);
+    virtual void init(Ref<Notifier> notifier, Ref<NSObject> object, Ref<NSObject> target, Selector action,
+                      std::optional<std::int64_t> count);
     virtual void init(Ref<Notifier> notifier, Ref<NSObject> object, NotificationBlock block, std::optional<std::int64_t> count);
 
     /// Delivers: to the target, then to the block; then counts down, and ends with the delivery that finds less than 2 left.
@@ -63,14 +64,16 @@ private:
 /// A watcher for as long as another object lives, its `target`. It ignores its count.
 class TESSARIN_API Notifier::WatcherWithLinkedObject : public Notifier::Watcher {
 public:
-    virtual void init(Ref<Notifier> notifier, Ref<NSObject> object, TiedObject tiedTo, NotificationBlock block, std::optional<std::int64_t> count);
+    virtual void init(Ref<Notifier> notifier, Ref<NSObject> object, TiedObject tiedTo, NotificationBlock block,
+                      std::optional<std::int64_t> count);
 
     void fired(Ref<NSNotification> const& notification) override;
     bool isObsolete() const override { return hasLostTarget(); }
 
     /// Fatal, all three.
     void init() override { Watcher::init(); }
-    void init(Ref<Notifier> notifier, Ref<NSObject> object, Ref<NSObject> target, Selector action, std::optional<std::int64_t> count) override;
+    void init(Ref<Notifier> notifier, Ref<NSObject> object, Ref<NSObject> target, Selector action,
+              std::optional<std::int64_t> count) override;
     void init(Ref<Notifier> notifier, Ref<NSObject> object, NotificationBlock block, std::optional<std::int64_t> count) override;
 
 protected:

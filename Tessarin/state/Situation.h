@@ -38,8 +38,12 @@ public:
     virtual void modifyCompletion(FunctionRef<void(Closure<void()>&)> change);
     virtual std::int64_t pendingCount() const { return pendingCount_; }
     virtual std::int64_t completedCount() const { return completedCount_; }
-    virtual std::vector<Ref<Condition>> pendingConditions() const { return {pendingConditions_.begin(), pendingConditions_.end()}; }
-    virtual void setPendingConditions(std::vector<Ref<Condition>> conditions) { pendingConditions_.assign(conditions.begin(), conditions.end()); }
+    virtual std::vector<Ref<Condition>> pendingConditions() const {
+        return {pendingConditions_.begin(), pendingConditions_.end()};
+    }
+    virtual void setPendingConditions(std::vector<Ref<Condition>> conditions) {
+        pendingConditions_.assign(conditions.begin(), conditions.end());
+    }
     virtual void modifyPendingConditions(FunctionRef<void(std::vector<Ref<Condition>>&)> change);
 
     virtual void init();

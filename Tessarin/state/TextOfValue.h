@@ -9,7 +9,9 @@ namespace Tessarin {
 
 /// The text of any value: its own description, that of a Value, what it writes to a stream, or else the name of its type.
 template <class T> std::string textOfValue(T const& value) {
-    if constexpr (requires { { value.description() } -> std::convertible_to<std::string>; }) {
+    if constexpr (requires {
+                      { value.description() } -> std::convertible_to<std::string>;
+                  }) {
         return value.description();
     } else if constexpr (std::constructible_from<Value, T const&>) {
         return Value(value).description();

@@ -16,7 +16,9 @@ public:
     /// The notification and the count are ignored. A tied watcher goes on being called after the end of its object, until it is
     /// cleaned up.
     void fired(Ref<NSNotification> const& notification) override;
-    bool isObsolete() const override { return hasTiedObject_.get() ? this->hasLostTarget() : !typeBlock_ && this->hasLostTarget(); }
+    bool isObsolete() const override {
+        return hasTiedObject_.get() ? this->hasLostTarget() : !typeBlock_ && this->hasLostTarget();
+    }
 
     bool hasTiedObject() const { return hasTiedObject_.get(); }
     void setHasTiedObject(bool hasTiedObject) { hasTiedObject_.set(hasTiedObject); }
@@ -58,7 +60,8 @@ template <class T> void ValueWatcher<T>::fired(Ref<NSNotification> const&) {
     auto const action = this->action();
     if (!action) return;
     if (auto const observer = this->target())
-        if (auto const self = this->weak_from_this().lock()) observer->performSelector(*action, self); // null in its last delivery
+        if (auto const self = this->weak_from_this().lock())
+            observer->performSelector(*action, self); // null in its last delivery
 }
 
 } // namespace Tessarin

@@ -49,23 +49,34 @@ private:
 
 /// Measures one operation on both, on so many threads; containers are made anew for each run.
 template <class Ours, class Theirs, class Operation>
-void compare(Report& report, char const* group, std::string const& row, int threads, int count, Ours const& makeOurs, Theirs const& makeTheirs,
-             Operation const& operation) {
+void compare(Report& report, char const* group, std::string const& row, int threads, int count, Ours const& makeOurs,
+             Theirs const& makeTheirs, Operation const& operation) {
     auto const name = row + (threads == 1 ? ", 1 thread" : ", " + std::to_string(threads) + " threads");
     if (!report.wants(group, name)) return;
     auto const measured = [&](auto const& container) {
-        return secondsOnThreads(threads, [&](int thread) {
-                   for (int i = 0; i < count; ++i) operation(*container, thread * count + i);
-               }) / (threads * count) * 1e9;
+        return secondsOnThreads(threads,
+                                [&](int thread) {
+                                    for (int i = 0; i < count; ++i) operation(*container, thread * count + i);
+                                }) /
+               (threads * count) * 1e9;
     };
-    auto const result = medians(runs, [&] { return measured(makeOurs()); }, [&] { return measured(makeTheirs()); });
-    report.add({.group = group, .row = name, .unit = "ns", .ours = result.ours, .peer = "mutex + container", .theirs = result.theirs, .target = threads == 1 ? 1.3 : 2.0});
+    auto const result = medians(
+        runs, [&] { return measured(makeOurs()); }, [&] { return measured(makeTheirs()); });
+    report.add({.group = group,
+                .row = name,
+                .unit = "ns",
+                .ours = result.ours,
+                .peer = "mutex + container",
+                .theirs = result.theirs,
+                .target = threads == 1 ? 1.3 : 2.0});
 }
 
 void benchArray(Report& report, int threads, int count) {
     auto const ours = [] { return make<ThreadsafeArray<long>>(std::vector<long>(1024)); };
     auto const theirs = [] { return std::make_shared<LockedVector>(); };
-    auto const compared = [&](char const* row, auto const& operation) { compare(report, "array", row, threads, count, ours, theirs, operation); };
+    auto const compared = [&](char const* row, auto const& operation) {
+        compare(report, "array", row, threads, count, ours, theirs, operation);
+    };
     compared("get", [](auto& array, int i) {
         long value = 0;
         if constexpr (requires { array.slot(0); })

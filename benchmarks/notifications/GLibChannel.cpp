@@ -8,8 +8,8 @@ namespace {
 
 guint firedSignal() {
     static guint const signal = [] {
-        auto const type = g_type_register_static_simple(G_TYPE_OBJECT, "BenchmarkChannel", sizeof(GObjectClass), nullptr, sizeof(GObject), nullptr,
-                                                        static_cast<GTypeFlags>(0));
+        auto const type = g_type_register_static_simple(G_TYPE_OBJECT, "BenchmarkChannel", sizeof(GObjectClass), nullptr,
+                                                        sizeof(GObject), nullptr, static_cast<GTypeFlags>(0));
         g_type_class_unref(g_type_class_ref(type));
         return g_signal_new("fired", type, G_SIGNAL_RUN_LAST, 0, nullptr, nullptr, nullptr, G_TYPE_NONE, 0);
     }();

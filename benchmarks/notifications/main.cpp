@@ -48,11 +48,19 @@ template <class Measure> Figures measured(Measure const& measure) {
     return figures;
 }
 
-template <class Measure> void addRow(Report& report, std::string const& row, char const* unit, double bar, Measure const& measure) {
+template <class Measure>
+void addRow(Report& report, std::string const& row, char const* unit, double bar, Measure const& measure) {
     if (!report.wants("notifications", row)) return;
     auto figures = measured(measure);
-    report.add({.group = "notifications", .row = row, .unit = unit, .ours = *figures[0], .peer = "Boost.Signals2", .theirs = figures[1].value_or(0),
-                .target = bar, .bound = Bound::Ours, .others = {figures.begin() + 2, figures.end()}});
+    report.add({.group = "notifications",
+                .row = row,
+                .unit = unit,
+                .ours = *figures[0],
+                .peer = "Boost.Signals2",
+                .theirs = figures[1].value_or(0),
+                .target = bar,
+                .bound = Bound::Ours,
+                .others = {figures.begin() + 2, figures.end()}});
 }
 
 long heard = 0;
@@ -133,9 +141,8 @@ int main(int argc, char** argv) {
     addRow(report, "add", "ns", 80, add);
     addRow(report, "memory of a watcher", "bytes", 256, bytes);
     addRow(report, "post by handle, 10,000 names", "ns", 60, postByHandle);
-    ownRow(report, "message to a weakly held target, each", 40, [](Notifier& notifier, auto const& target) {
-        notifier.watch({.target = target, .message = "poked"_sel});
-    });
+    ownRow(report, "message to a weakly held target, each", 40,
+           [](Notifier& notifier, auto const& target) { notifier.watch({.target = target, .message = "poked"_sel}); });
     ownRow(report, "tied block, each", 40, [](Notifier& notifier, auto const& target) {
         notifier.watch({.tiedTo = target, .block = [](auto const&) { ++heard; }});
     });

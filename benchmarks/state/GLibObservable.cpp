@@ -12,7 +12,9 @@ struct Object {
 };
 GParamSpec* valueProperty = nullptr;
 
-void setProperty(GObject* object, guint, GValue const* value, GParamSpec*) { reinterpret_cast<Object*>(object)->value = g_value_get_int(value); }
+void setProperty(GObject* object, guint, GValue const* value, GParamSpec*) {
+    reinterpret_cast<Object*>(object)->value = g_value_get_int(value);
+}
 void startClass(gpointer type, gpointer) {
     auto* const objectClass = static_cast<GObjectClass*>(type);
     objectClass->set_property = setProperty;
@@ -24,8 +26,8 @@ void startClass(gpointer type, gpointer) {
 class GLibObservable : public Observable {
 public:
     GLibObservable() {
-        static auto const type = g_type_register_static_simple(G_TYPE_OBJECT, "BenchmarkObservable", sizeof(GObjectClass), startClass, sizeof(Object), nullptr,
-                                                               static_cast<GTypeFlags>(0));
+        static auto const type = g_type_register_static_simple(G_TYPE_OBJECT, "BenchmarkObservable", sizeof(GObjectClass),
+                                                               startClass, sizeof(Object), nullptr, static_cast<GTypeFlags>(0));
         object_ = static_cast<Object*>(g_object_new(type, nullptr));
     }
     ~GLibObservable() override { g_object_unref(object_); }

@@ -25,8 +25,15 @@ void unwatched(Report& report) {
     };
     int value = 0;
     auto const ours = median(runs, [&] { return nanoseconds(count, [&] { state->setCurrent(++value); }); });
-    report.add({.group = "state", .row = "set without watchers", .unit = "ns", .ours = ours, .peer = "QProperty", .theirs = of(qt).value_or(0), .target = 10,
-                .bound = Bound::Ours, .others = {of(glib), {}}});
+    report.add({.group = "state",
+                .row = "set without watchers",
+                .unit = "ns",
+                .ours = ours,
+                .peer = "QProperty",
+                .theirs = of(qt).value_or(0),
+                .target = 10,
+                .bound = Bound::Ours,
+                .others = {of(glib), {}}});
 }
 
 /// From the change to the watcher's call; the second processor waits for it.
@@ -35,24 +42,27 @@ void latency(Report& report) {
     constexpr int count = 20'000;
     std::atomic<int> seen{0};
     auto const await = [&](int value) {
-        while (seen.load(std::memory_order_acquire) != value) {
-        }
+        while (seen.load(std::memory_order_acquire) != value) {}
     };
     auto const state = make<GlobalState<int>>(0, "latency");
     state->watchValue([&](int value) { seen.store(value, std::memory_order_release); });
     int value = 0;
     auto const ours = [&] {
-        return nanoseconds(count, [&] {
-                   state->setCurrent(++value);
-                   await(value);
-               }) / 1e3;
+        return nanoseconds(count,
+                           [&] {
+                               state->setCurrent(++value);
+                               await(value);
+                           }) /
+               1e3;
     };
     DequeWorker worker;
     auto const theirs = [&] {
-        return nanoseconds(count, [&] {
-                   worker.post([&seen, now = ++value] { seen.store(now, std::memory_order_release); });
-                   await(value);
-               }) / 1e3;
+        return nanoseconds(count,
+                           [&] {
+                               worker.post([&seen, now = ++value] { seen.store(now, std::memory_order_release); });
+                               await(value);
+                           }) /
+               1e3;
     };
     auto const result = medians(runs, ours, theirs);
     std::optional<double> strand;
@@ -60,15 +70,24 @@ void latency(Report& report) {
     boost::asio::thread_pool pool(1);
     auto const own = boost::asio::make_strand(pool);
     strand = median(runs, [&] {
-        return nanoseconds(count, [&] {
-                   boost::asio::post(own, [&seen, now = ++value] { seen.store(now, std::memory_order_release); });
-                   await(value);
-               }) / 1e3;
+        return nanoseconds(count,
+                           [&] {
+                               boost::asio::post(own, [&seen, now = ++value] { seen.store(now, std::memory_order_release); });
+                               await(value);
+                           }) /
+               1e3;
     });
     pool.join();
 #endif
-    report.add({.group = "state", .row = "set to watcher", .unit = "us", .ours = result.ours, .peer = "mutex + condvar", .theirs = result.theirs, .target = 2.5,
-                .bound = Bound::Ours, .others = {{}, strand}});
+    report.add({.group = "state",
+                .row = "set to watcher",
+                .unit = "us",
+                .ours = result.ours,
+                .peer = "mutex + condvar",
+                .theirs = result.theirs,
+                .target = 2.5,
+                .bound = Bound::Ours,
+                .others = {{}, strand}});
     state->setWatchers({});
 }
 
@@ -78,13 +97,15 @@ void conditions(Report& report) {
     auto const done = dispatch_semaphore_create(0);
     auto const ours = [&] {
         auto const situation = make<Situation>();
-        return nanoseconds(1, [&] {
-                   situation->addCondition([&] {
-                       for (int i = 0; i < count; ++i) situation->addCondition([] {});
-                       situation->setCompletion([=] { dispatch_semaphore_signal(done); });
-                   });
-                   dispatch_semaphore_wait(done, DISPATCH_TIME_FOREVER);
-               }) / count;
+        return nanoseconds(1,
+                           [&] {
+                               situation->addCondition([&] {
+                                   for (int i = 0; i < count; ++i) situation->addCondition([] {});
+                                   situation->setCompletion([=] { dispatch_semaphore_signal(done); });
+                               });
+                               dispatch_semaphore_wait(done, DISPATCH_TIME_FOREVER);
+                           }) /
+               count;
     };
     report.add({.group = "state", .row = "condition, added to fulfilled", .unit = "ns", .ours = median(runs, ours)});
 }

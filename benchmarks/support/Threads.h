@@ -23,7 +23,8 @@ template <class T> void touch(T& value) { asm volatile("" : "+m"(value)); }
 template <class Work> double nanoseconds(int count, Work const& work) {
     return secondsOf([&] {
                for (int i = 0; i < count; ++i) work();
-           }) / count * 1e9;
+           }) /
+           count * 1e9;
 }
 
 } // namespace Tessarin::benchmarks

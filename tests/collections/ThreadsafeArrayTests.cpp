@@ -27,7 +27,8 @@ TEST(ThreadsafeArray, EmptyHasNeitherEnds) {
 }
 
 TEST(ThreadsafeArray, RemovingAtAnIndexIsLateAndForgivesOnlyTheUpperBound) {
-    for (auto const& [index, left] : std::vector<std::pair<std::ptrdiff_t, std::vector<int>>>{{0, {8}}, {1, {7}}, {2, {7, 8}}, {5, {7, 8}}}) {
+    for (auto const& [index, left] :
+         std::vector<std::pair<std::ptrdiff_t, std::vector<int>>>{{0, {8}}, {1, {7}}, {2, {7, 8}}, {5, {7, 8}}}) {
         auto const array = of({7, 8});
         array->removeAtIndex(index);
         EXPECT_EQ(array->values(), left) << index;
@@ -37,7 +38,8 @@ TEST(ThreadsafeArray, RemovingAtAnIndexIsLateAndForgivesOnlyTheUpperBound) {
     EXPECT_EQ(array->map([&](int element) {
         if (element == 7) array->removeAtIndex(1);
         return element;
-    }), (std::vector{7, 8}));
+    }),
+              (std::vector{7, 8}));
     EXPECT_EQ(array->count(), 1);
 }
 
@@ -102,7 +104,8 @@ TEST(ThreadsafeArray, IsARangeForTheStandardAlgorithms) {
     EXPECT_EQ(std::ranges::count_if(*array, [](int element) { return element > 1; }), 2);
     EXPECT_NE(std::ranges::find(*array, 2), array->end());
     std::vector<int> doubled;
-    std::ranges::copy(*array | std::views::filter([](int element) { return element != 1; }) | std::views::transform([](int element) { return element * 2; }),
+    std::ranges::copy(*array | std::views::filter([](int element) { return element != 1; }) |
+                          std::views::transform([](int element) { return element * 2; }),
                       std::back_inserter(doubled));
     EXPECT_EQ(doubled, (std::vector{6, 4}));
 }
@@ -161,7 +164,8 @@ TEST(ThreadsafeArrayDeathTest, MisuseIsFatalAndNamesTheOperation) {
 }
 
 TEST(ThreadsafeArrayDeathTest, UsingItInsideItsOwnTransformBlocksForEver) {
-    EXPECT_EXIT(tests::exitIfBlocked([array = of({1})] { array->map([&](int) { return array->count(); }); }), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(tests::exitIfBlocked([array = of({1})] { array->map([&](int) { return array->count(); }); }),
+                testing::ExitedWithCode(0), "");
 }
 
 TEST(ThreadsafeArray, LabelsItsQueue) {

@@ -85,7 +85,8 @@ TEST(ThreadsafeDictionaryDeathTest, UsingItInsideItsOwnQueueBlocksForEver) {
         using Ages::queue;
     };
     EXPECT_STREQ(dispatch_queue_get_label(make<Open>()->queue()), "threadsafe_dictionary_queue");
-    EXPECT_EXIT(tests::exitIfBlocked([ages = make<Open>()] { dispatch_sync(ages->queue(), [&] { ages->count(); }); }), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(tests::exitIfBlocked([ages = make<Open>()] { dispatch_sync(ages->queue(), [&] { ages->count(); }); }),
+                testing::ExitedWithCode(0), "");
 }
 
 } // namespace

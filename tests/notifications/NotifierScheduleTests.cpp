@@ -88,9 +88,10 @@ void NotifierSchedule::registerAndDestroy(int registrar) {
             switch (random() % 3) {
             case 0: channel->watch({.target = object, .message = "heard:"_sel}); break;
             case 1: channel->watch({.count = 1, .tiedTo = object, .block = hearing(id)}); break;
-            default: channel->watch({.block = [hear = hearing(id), weak = WeakRef<Target>(object)](auto const& notification) {
-                if (weak.lock()) hear(notification);
-            }});
+            default:
+                channel->watch({.block = [hear = hearing(id), weak = WeakRef<Target>(object)](auto const& notification) {
+                    if (weak.lock()) hear(notification);
+                }});
             }
         });
         alive.emplace_back(entry, std::move(object));
@@ -138,7 +139,8 @@ void NotifierSchedule::judge(Post const& post, bool complete) {
     for (int id = 0; id < static_cast<int>(watched.size()); ++id) {
         auto const& [registered, ended, registrar] = watched[static_cast<std::size_t>(id)];
         // What is posted to the main thread is delivered some time after `notify` has returned.
-        bool const must = registered.end < post.span.begin && (complete ? post.span.end < ended.begin : ended.begin == Span::never);
+        bool const must =
+            registered.end < post.span.begin && (complete ? post.span.end < ended.begin : ended.begin == Span::never);
         bool const mustNot = ended.end < post.span.begin || (complete && post.span.end < registered.begin);
         EXPECT_TRUE(!must || times[id] == 1) << "lost: " << id;
         EXPECT_TRUE(!mustNot || times[id] == 0) << "after its end: " << id;
@@ -186,7 +188,8 @@ TEST_F(NotifierSchedule, NeitherLosesNorDoublesAndKeepsTheOrder) {
     auto kept = channel->watchers();
     kept.resize(steady + 5);
     std::erase_if(tokens, [](auto const& token) { return token.first < 0 || !token.second; });
-    EXPECT_TRUE(std::ranges::equal(kept, tokens, {}, {}, [](auto const& token) { return token.second; })) << "those that were not removed, in order";
+    EXPECT_TRUE(std::ranges::equal(kept, tokens, {}, {}, [](auto const& token) { return token.second; }))
+        << "those that were not removed, in order";
     channel->setWatchers({});
 }
 
@@ -212,7 +215,8 @@ TEST_F(NotifierSchedule, ConcurrentRemovalsTakeWhatStandsAtTheirPositionsAndNeve
         EXPECT_GE(left, 2u * each);
         EXPECT_LT(left, 4u * each);
         NotifierTest::post(crowd);
-        for (int i = 0; i < 4 * each; ++i) EXPECT_EQ(heard[static_cast<std::size_t>(i)], i < each || (i >= 2 * each && i < 3 * each) ? 0 : 1) << i;
+        for (int i = 0; i < 4 * each; ++i)
+            EXPECT_EQ(heard[static_cast<std::size_t>(i)], i < each || (i >= 2 * each && i < 3 * each) ? 0 : 1) << i;
         crowd->setWatchers({});
     }
 }

@@ -31,7 +31,8 @@ TEST_F(NotifierTests, NamesEndWithTheApplicationsIdentifier) {
 TEST_F(NotifierTests, CoalescingIsAcceptedAndIgnored) {
     using Coalescent = Notifier::Coalescent;
     watch();
-    for (auto const& [raw, coalescent] : {std::pair(0, Coalescent::Idle), std::pair(1, Coalescent::ASAP), std::pair(2, Coalescent::Now)}) {
+    for (auto const& [raw, coalescent] :
+         {std::pair(0, Coalescent::Idle), std::pair(1, Coalescent::ASAP), std::pair(2, Coalescent::Now)}) {
         EXPECT_EQ(Coalescent::fromRawValue(raw), coalescent);
         EXPECT_EQ(std::hash<Coalescent>{}(coalescent), static_cast<std::size_t>(raw));
         for (int i = 0; i < 2; ++i) channel->notify({.forceCurrentThread = true, .coalescent = coalescent});
@@ -46,7 +47,8 @@ TEST_F(NotifierTests, ACountEndsWithTheDeliveryThatFindsLessThanTwo) {
         int deliveries;
         std::optional<std::int64_t> left;
     };
-    for (auto const& [count, deliveries, left] : std::vector<Row>{{1, 1, 0}, {0, 1, -1}, {-3, 1, -4}, {2, 2, 0}, {7, 5, 2}, {{}, 5, {}}}) {
+    for (auto const& [count, deliveries, left] :
+         std::vector<Row>{{1, 1, 0}, {0, 1, -1}, {-3, 1, -4}, {2, 2, 0}, {7, 5, 2}, {{}, 5, {}}}) {
         heard = 0;
         auto const watcher = std::static_pointer_cast<Notifier::Watcher>(watch(count));
         for (int i = 0; i < 5; ++i) NSNotificationCenter::defaultCenter()->postNotificationName(channel->name());
@@ -252,8 +254,9 @@ TEST_F(NotifierTests, MisuseIsFatalAndSaysWhatWasMissing) {
     EXPECT_DEATH(make<Notifier>(), "^\"init\\(\\)\" not implemented on \"Tessarin.Notifier\"\n$");
     EXPECT_DEATH(make<Notifier::Watcher>(), "^\"init\\(\\)\" not implemented on \"Tessarin.Watcher\"\n$");
     using Linked = Notifier::WatcherWithLinkedObject;
-    EXPECT_DEATH(make<Linked>(channel, nullptr, make<NSObject>(), "a"_sel, std::optional<std::int64_t>{}),
-                 "^\"init\\(notifier:object:target:action:count:\\)\" not implemented on \"Tessarin.WatcherWithLinkedObject\"\n$");
+    EXPECT_DEATH(
+        make<Linked>(channel, nullptr, make<NSObject>(), "a"_sel, std::optional<std::int64_t>{}),
+        "^\"init\\(notifier:object:target:action:count:\\)\" not implemented on \"Tessarin.WatcherWithLinkedObject\"\n$");
     EXPECT_DEATH(make<Linked>(channel, nullptr, NotificationBlock{}, std::optional<std::int64_t>{}),
                  "^\"init\\(notifier:object:block:count:\\)\" not implemented on \"Tessarin.WatcherWithLinkedObject\"\n$");
     auto const deaf = make<NSObject>();
@@ -264,7 +267,8 @@ TEST_F(NotifierTests, MisuseIsFatalAndSaysWhatWasMissing) {
 }
 
 TEST_F(NotifierTests, RegisteringFromTheSerializerBlocksForEver) {
-    EXPECT_EXIT(tests::exitIfBlocked([this] { channel->serializer()->addOperationWithBlockAndWait([this] { watch(); }); }), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(tests::exitIfBlocked([this] { channel->serializer()->addOperationWithBlockAndWait([this] { watch(); }); }),
+                testing::ExitedWithCode(0), "");
 }
 
 } // namespace

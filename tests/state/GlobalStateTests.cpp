@@ -191,7 +191,8 @@ TEST_F(States, WatchingFromInsideADeliveryBlocksForEver) {
                 watch();
             });
             state->setCurrent(1);
-            tests::exitIfBlocked([this] { state->serializer()->waitUntilAllOperationsAreFinished(); }, [mayGo] { dispatch_semaphore_signal(mayGo); });
+            tests::exitIfBlocked([this] { state->serializer()->waitUntilAllOperationsAreFinished(); },
+                                 [mayGo] { dispatch_semaphore_signal(mayGo); });
         },
         testing::ExitedWithCode(0), "");
 }
