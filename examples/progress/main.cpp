@@ -62,16 +62,19 @@ int main() {
     job->counts->watchValue([](Counts const& counts) { draw(counts); }); // on the state's serializer, never two at once
 
     auto const primes = make<ThreadsafeArray<int>>();
-    job->setCompletion([job, primes] {
-        job->publish();
-        job->counts->serializer()->addOperationWithBlock([primes] { // behind the last drawing
+    job->setCompletion([kept = WeakRef<WatchedSituation>(job), primes] { // what a job keeps must not keep the job
+        auto const alive = kept.lock();
+        if (!alive) return;
+        alive->publish();
+        alive->counts->serializer()->addOperationWithBlock([primes] { // behind the last drawing
             std::printf("\n%d primes below 59000\n", *primes->last());
             dispatch_async_main([] { stopMainLoop(); });
         });
     });
     // Added from the work of one, so that some are pending until all have been added.
-    job->addCondition([job, primes] {
-        for (int step = 1; step < 60; ++step) job->addCondition([primes, step] { primes->append(primesBelow(step * 1000)); });
+    job->addCondition([kept = WeakRef<WatchedSituation>(job), primes] {
+        auto const alive = kept.lock();
+        for (int step = 1; alive && step < 60; ++step) alive->addCondition([primes, step] { primes->append(primesBelow(step * 1000)); });
     });
     runMainLoop();
 }
