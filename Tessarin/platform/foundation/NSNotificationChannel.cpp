@@ -43,13 +43,45 @@ NSNotificationChannel::Reading::~Reading() {
     std::erase(channel_.formerLists_, list_);
 }
 
+NSNotificationChannel::List::Places& NSNotificationChannel::List::Places::operator=(Places const& other) {
+    if (this == &other) return *this;
+    size_ = 0;
+    if (other.size_ > capacity_) grow(other.size_);
+    std::ranges::copy(other, first_);
+    size_ = other.size_;
+    return *this;
+}
+
+void NSNotificationChannel::List::Places::append(Place place) {
+    if (size_ == capacity_) grow(capacity_ * 2);
+    first_[size_++] = place;
+}
+
+void NSNotificationChannel::List::Places::clear() noexcept {
+    if (first_ != few_) delete[] first_;
+    first_ = few_;
+    size_ = 0;
+    capacity_ = few;
+}
+
+void NSNotificationChannel::List::Places::grow(std::uint32_t capacity) {
+    auto* const larger = new Place[capacity];
+    std::ranges::copy(*this, larger);
+    auto const size = size_;
+    clear();
+    first_ = larger;
+    size_ = size;
+    capacity_ = capacity;
+}
+
 void NSNotificationChannel::List::take(std::uint64_t sequence) {
     std::ranges::lower_bound(places, sequence, {}, &Place::sequence)->markRemoved();
     if (++removed * 2 > places.size()) dropRemoved();
 }
 
 void NSNotificationChannel::List::dropRemoved() {
-    std::erase_if(places, [](Place const& place) { return !place.registration(); });
+    auto const left = std::ranges::remove_if(places, [](Place const& place) { return !place.registration(); });
+    places.resize(static_cast<std::size_t>(left.begin() - places.begin()));
     removed = 0;
 }
 
@@ -70,7 +102,7 @@ bool NSNotificationChannel::add(NotificationRegistration& registration) {
     registration.channel_ = this;
     registration.sequence_ = lastSequence.fetch_add(1, std::memory_order_relaxed) + 1;
     registration.isActive_.store(true, std::memory_order_release);
-    writable().places.emplace_back(registration);
+    writable().places.append(List::Place(registration));
     count_.store(count_.load(std::memory_order_relaxed) + 1, std::memory_order_release);
     return true;
 }
@@ -84,7 +116,10 @@ bool NSNotificationChannel::takeOut(NotificationRegistration& registration) {
 }
 
 void NSNotificationChannel::keepForReaders(Ref<void> const& object) {
-    for (auto* const list : formerLists_) list->keeps.push_back(object);
+    for (auto* const list : formerLists_) {
+        if (!list->keeps) list->keeps = std::make_unique<std::vector<Ref<void>>>();
+        list->keeps->push_back(object);
+    }
 }
 
 bool NSNotificationChannel::remove(NotificationRegistration& registration, Registrations& gone) {
@@ -141,7 +176,7 @@ void NSNotificationChannel::deliver(Reading const& own, Ref<NSNotification> cons
     auto const offer = [&](List::Place const& place) {
         auto* const registration = place.registration();
         if (!registration || !registration->isActive()) return;
-        if (place.isFiltered() && !registration->accepts(post.sender)) return;
+        if (place.isFiltered() && !registration->accepts(post.sender())) return;
         if (place.isListener())
             static_cast<NSNotificationListener*>(registration)->fired(notification);
         else

@@ -2,6 +2,7 @@
 #include "Tessarin/platform/foundation/NSNotificationChannel.h"
 #include "Tessarin/platform/foundation/NotificationRegistrationPrivate.h"
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 namespace Tessarin {
@@ -12,6 +13,7 @@ struct alignas(64) NSNotificationChannel::List {
     /// A registration, or the sequence number of one that was removed, in eight bytes: a post to very many is bound by memory.
     class Place {
     public:
+        Place() = default;
         explicit Place(NotificationRegistration& registration)
             : word_(reinterpret_cast<std::uintptr_t>(&registration) | (registration.sender() ? filteredBit : 0) |
                     (registration.kind_ == NotificationRegistration::Kind::Listener ? listenerBit : 0)) {}
@@ -27,12 +29,37 @@ struct alignas(64) NSNotificationChannel::List {
 
     private:
         static constexpr std::uintptr_t removedBit = 1, filteredBit = 2, listenerBit = 4;
-        std::uintptr_t word_;
+        std::uintptr_t word_ = removedBit;
     };
-    std::vector<Place> places;
-    std::size_t readers = 0;
-    std::size_t removed = 0;      // when they are half of all they go, so that removing costs no move of the rest
-    std::vector<Ref<void>> keeps; // what was removed while this list was read, until nobody reads it any more
+    /// Up to four stand in the list itself, which is then one line of the processor's cache.
+    class Places {
+    public:
+        Places() = default;
+        Places(Places const& other) : Places() { *this = other; }
+        Places& operator=(Places const& other);
+        ~Places() { clear(); }
+
+        Place* begin() noexcept { return first_; }
+        Place* end() noexcept { return first_ + size_; }
+        Place const* begin() const noexcept { return first_; }
+        Place const* end() const noexcept { return first_ + size_; }
+        std::size_t size() const noexcept { return size_; }
+        void append(Place place);
+        void resize(std::size_t size) { size_ = static_cast<std::uint32_t>(size); } // to fewer
+        void clear() noexcept;
+
+    private:
+        static constexpr std::uint32_t few = 4;
+        void grow(std::uint32_t capacity);
+
+        Place* first_ = few_;
+        std::uint32_t size_ = 0, capacity_ = few;
+        Place few_[few];
+    };
+    Places places;
+    std::uint32_t readers = 0;
+    std::uint32_t removed = 0; // when they are half of all they go, so that removing costs no move of the rest
+    std::unique_ptr<std::vector<Ref<void>>> keeps; // what was removed while this list was read, until nobody does any more
 
     void take(std::uint64_t sequence);
     void dropRemoved();

@@ -8,10 +8,9 @@ namespace Tessarin {
 /// One post on its way; what observers by selector get is boxed once for all of them.
 struct NotificationPost {
     Ref<NSNotification> const& notification;
-    NSObject const* sender;
-    Value boxed;
+    Value boxed = {};
 
-    explicit NotificationPost(Ref<NSNotification> const& posted) : notification(posted), sender(posted->object().get()) {}
+    NSObject const* sender() const { return notification->object().get(); }
     Value const& argument() {
         if (boxed.isAbsent()) boxed = Value(notification);
         return boxed;
