@@ -11,6 +11,8 @@ install(DIRECTORY Tessarin/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/Tessarin
   PATTERN "platform/sqlite" EXCLUDE
   PATTERN "engine" EXCLUDE
   PATTERN "*Private.h" EXCLUDE)
+# For those who have the toolkit: <Tessarin/integration/gtk/GLibMainQueue.h>.
+install(DIRECTORY integration DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/Tessarin FILES_MATCHING PATTERN "*.h")
 install(FILES ${CMAKE_BINARY_DIR}/include/Tessarin/Version.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/Tessarin)
 
 configure_package_config_file(cmake/TessarinConfig.cmake.in TessarinConfig.cmake INSTALL_DESTINATION ${package_folder})

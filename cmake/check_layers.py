@@ -79,6 +79,8 @@ def is_door(path, target):
 
 
 def own_include(path, target, tree):
+    if target.startswith("Tessarin/integration/"):  # where it is installed
+        return None if target.removeprefix("Tessarin/") in tree else "there is no such file"
     if target not in tree and target not in GENERATED:
         return "there is no such file"
     if not path.startswith("Tessarin/"):
@@ -122,7 +124,7 @@ def check_file(path, text, tree):
     if path.startswith("Tessarin/") and not path.startswith("Tessarin/platform/"):
         for name in sorted(set(LOCK_NAMES.findall(bare))):
             yield f"{path}: uses std::{name}: locks and atomics stay in platform/"
-    if is_installed(path):
+    if is_installed(path) or path.startswith("integration/"):
         for word in sorted(set(TOOLKIT_WORDS.findall(bare))):
             yield f"{path}: uses the word '{word}', which toolkits define as a macro"
 
@@ -202,6 +204,8 @@ def self_test():
         ("platform/objectgraph/context/A.cpp", inc("platform/sqlite/Statement.h"), None),
         ("../integration/gtk/A.h", inc("platform/queues/LanePrivate.h"), "is not public"),
         ("../integration/gtk/A.h", inc("Version.h") + inc("platform/queues/Queue.h"), None),
+        ("../integration/gtk/A.h", "int slots = 0;", "the word 'slots'"),
+        ("../examples/a/main.cpp", inc("integration/gtk/Gone.h"), "no such file"),
         ("store/A.cpp", "#include <mutex>\n", "locks and atomics"),
         ("store/A.h", "  #  include <shared_mutex>\n", "locks and atomics"),
         ("store/A.cpp", "// #include <atomic>\n/* #include <mutex> */", None),

@@ -22,14 +22,18 @@ union NeverDestroyed {
 };
 constinit NeverDestroyed mainQueueReference;
 
-constinit std::atomic<std::uint32_t> signal = 0; // 1 between a signal and the drain that answers it
+enum Signal : std::uint32_t { Quiet, Signalled, Asleep };
+constinit std::atomic<std::uint32_t> signal = Quiet; // Signalled until the drain that answers; Asleep in `runMainLoop` only
 constinit std::atomic<int> descriptor = -1;
 constinit std::atomic<bool> stopRequested = false;
-constinit bool loopRuns = false; // the main thread's
+// The main thread's:
+constinit bool loopRuns = false;
+constinit bool isDraining = false;
+constinit bool wasClearedInside = false; // the descriptor, by a loop inside an item
 
 // After work the loop looks out for more for a moment: a thread that syncs to main in a row waits a tenth of the time.
 constexpr Nanoseconds afterglow = 10'000;
-bool isSignalled() noexcept { return signal.load(std::memory_order_acquire) != 0; }
+bool isSignalled() noexcept { return signal.load(std::memory_order_acquire) == Signalled; }
 
 void requireMainThread(char const* operation) {
     if (!isMainThread()) fatal(std::string{operation} + ": not on the main thread");
@@ -40,15 +44,24 @@ void writeDescriptor(int file) noexcept {
     static_cast<void>(!write(file, &one, sizeof one));
 }
 
-void clearSignal() noexcept {
-    signal.store(0, std::memory_order_seq_cst);
+void clearDescriptor() noexcept {
     std::uint64_t count = 0;
     if (int const file = descriptor.load(std::memory_order_seq_cst); file >= 0) static_cast<void>(!read(file, &count, sizeof count));
 }
 
 void drainOnce() {
-    clearSignal();
+    signal.store(Quiet, std::memory_order_seq_cst);
+    clearDescriptor();
+    isDraining = true;
     if (theMainQueue.hasToken()) theMainQueue.drain();
+    isDraining = false;
+    if (std::exchange(wasClearedInside, false) && isSignalled()) writeDescriptor(mainQueueDescriptor());
+}
+
+void sleepUntilSignalled() noexcept {
+    std::uint32_t expected = Quiet;
+    signal.compare_exchange_strong(expected, Asleep, std::memory_order_seq_cst);
+    while (!isSignalled()) park(signal, Asleep);
 }
 
 } // namespace
@@ -67,8 +80,9 @@ DispatchQueue& mainQueue() noexcept { return theMainQueue; }
 bool mainLoopShallStop() noexcept { return loopRuns && stopRequested.load(std::memory_order_relaxed); }
 
 void signalMainThread() noexcept {
-    if (signal.exchange(1, std::memory_order_seq_cst) == 1) return;
-    unpark(signal);
+    auto const before = signal.exchange(Signalled, std::memory_order_seq_cst);
+    if (before == Signalled) return;
+    if (before == Asleep) unpark(signal);
     if (int const file = descriptor.load(std::memory_order_seq_cst); file >= 0) writeDescriptor(file);
 }
 
@@ -86,7 +100,7 @@ void runMainLoop() {
             drainOnce();
             hasJustRun = true;
         } else if (!std::exchange(hasJustRun, false) || !spin(afterglow, isSignalled)) {
-            park(signal, 0);
+            sleepUntilSignalled();
         }
     }
     loopRuns = false;
@@ -106,13 +120,17 @@ int mainQueueDescriptor() {
         close(made);
         return expected;
     }
-    if (signal.load(std::memory_order_seq_cst) == 1) writeDescriptor(made);
+    if (signal.load(std::memory_order_seq_cst) == Signalled) writeDescriptor(made);
     return made;
 }
 
 void drainMainQueue() {
     requireMainThread("drainMainQueue");
-    if (!thisThread.frames) drainOnce();
+    if (!thisThread.frames) return drainOnce();
+    // A loop inside an item would find the descriptor readable again and again; it is set anew when the item has ended.
+    if (!isDraining) return; // inside a sync to another queue nobody would set it
+    clearDescriptor();
+    wasClearedInside = true;
 }
 
 } // namespace Tessarin

@@ -44,7 +44,10 @@ TEST(MainQueue, DescriptorIsReadableOnlyWhileThereIsWork) {
         dispatch_async(main, [&] { ++ran; });
         dispatch_async(queueOn(main), [&] {
             dispatch_async(main, [&] { ran += 10; });
-            drainMainQueue(); // nothing: this is an item
+            stopMainLoop(); // a signal while an item runs
+            EXPECT_TRUE(isReadable());
+            drainMainQueue(); // runs nothing: this is an item
+            EXPECT_FALSE(isReadable()) << "a loop inside an item would spin";
             ++ran;
         });
         EXPECT_TRUE(isReadable());
