@@ -63,6 +63,8 @@ std::string Connection::text(std::string_view sql) {
     return query->step() ? std::string(query->text(0)) : std::string();
 }
 
+std::size_t Connection::changedRows() const noexcept { return static_cast<std::size_t>(sqlite3_changes64(handle())); }
+
 bool Connection::isInTransaction() const noexcept { return sqlite3_get_autocommit(handle()) == 0; }
 
 bool Connection::isReadOnly() const noexcept { return sqlite3_db_readonly(handle(), "main") == 1; }

@@ -45,6 +45,8 @@ public:
     std::int64_t integer(std::string_view sql);
     std::string text(std::string_view sql);
 
+    /// How many rows the last statement that changes any has changed.
+    std::size_t changedRows() const noexcept;
     bool isInTransaction() const noexcept;
     /// Whether the file could only be opened for reading.
     bool isReadOnly() const noexcept;

@@ -92,8 +92,9 @@ std::vector<RecordKey> keysOf(Coordinator const& coordinator, NSFetchRequest con
 }
 
 /// `change` on what the request means; once more with keys where the store cannot say that.
-template <class Change> void onTargets(Coordinator const& coordinator, NSFetchRequest const& request, BatchOutcome& outcome, Change change) {
-    BatchTarget target{.query = queryOf(coordinator, request)};
+template <class Change>
+void onTargets(Coordinator const& coordinator, NSFetchRequest const& request, bool namesRecords, BatchOutcome& outcome, Change change) {
+    BatchTarget target{.query = queryOf(coordinator, request), .namesRecords = namesRecords};
     if (auto error = change(target)) throw ErrorException(error);
     if (outcome.complete) return;
     target.keys = keysOf(coordinator, request);
@@ -114,7 +115,7 @@ template <class Result> Ref<Result> resultOf(Coordinator const& coordinator, NSB
     std::vector<Ref<NSManagedObjectID>> ids;
     if (type == NSBatchRequestResultType::ObjectIDs)
         for (auto const& [entity, key] : outcome.records) ids.push_back(coordinator->identities().identity(*entity, key));
-    auto const count = type == NSBatchRequestResultType::StatusOnly ? 0 : static_cast<std::int64_t>(outcome.records.size());
+    auto const count = type == NSBatchRequestResultType::StatusOnly ? 0 : static_cast<std::int64_t>(outcome.count);
     return make<Result>(type, count, std::move(ids));
 }
 
@@ -155,7 +156,8 @@ Ref<NSBatchUpdateResult> NSManagedObjectContext::executeRequest(NSBatchUpdateReq
         meant->setPredicate(request.predicate());
         meant->setIncludesSubentities(request.includesSubentities());
         if (!assignments.empty())
-            onTargets(coordinator, *meant, outcome, [&](BatchTarget const& target) { return store.updateInBatch(target, assignments, outcome); });
+            onTargets(coordinator, *meant, request.resultType() == NSBatchRequestResultType::ObjectIDs, outcome,
+                      [&](BatchTarget const& target) { return store.updateInBatch(target, assignments, outcome); });
         return resultOf<NSBatchUpdateResult>(coordinator, request.resultType(), outcome);
     } catch (ErrorException const& failure) {
         error = failure.error();
@@ -170,7 +172,7 @@ Ref<NSBatchDeleteResult> NSManagedObjectContext::executeRequest(NSBatchDeleteReq
         auto& store = storeOf(coordinator);
         BatchOutcome outcome;
         if (request.fetchRequest())
-            onTargets(coordinator, *request.fetchRequest(), outcome,
+            onTargets(coordinator, *request.fetchRequest(), true, outcome,
                       [&](BatchTarget const& target) { return store.deleteInBatch({&target, 1}, outcome); });
         else if (auto problem = store.deleteInBatch(targetsOf(coordinator, request.objectIDs()), outcome))
             throw ErrorException(problem);

@@ -8,6 +8,7 @@ namespace Tessarin {
 struct BatchTarget {
     StoreQuery query;
     std::optional<std::vector<RecordKey>> keys = {}; // in place of predicate, order, limit and offset; others are ignored
+    bool namesRecords = true; // false: their number will do
 };
 
 /// One property's new value, already checked against the model: a constant, a record, or what another attribute holds.
@@ -23,7 +24,8 @@ struct BatchOutcome {
         NSEntityDescription const* entity; // its own
         RecordKey key;
     };
-    std::vector<Record> records; // in any order
+    std::vector<Record> records; // in any order; where they need not be named, perhaps none
+    std::size_t count = 0;       // of records
     bool complete = true;        // false: the store cannot find them itself and did nothing; ask again with keys
 };
 

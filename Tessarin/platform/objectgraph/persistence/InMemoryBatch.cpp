@@ -33,6 +33,7 @@ Ref<NSError> InMemoryStore::change(std::vector<RecordChange> changes, BatchOutco
     for (auto const& change : set->changes()) {
         apply(change);
         outcome.records.push_back({change.entity, change.key});
+        ++outcome.count;
     }
     cutDangling({&set, 1}, cut);
     return nullptr;

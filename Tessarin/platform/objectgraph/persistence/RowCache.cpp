@@ -69,6 +69,14 @@ void RowCache::remove(RecordKey key) {
     shard.rows.set(key, nullptr);
 }
 
+void RowCache::removeAll() {
+    for (auto& shard : shards_) {
+        KeyTable<Row> gone; // freed without the lock
+        std::lock_guard const hold(shard.mutex);
+        std::swap(shard.rows, gone);
+    }
+}
+
 std::size_t RowCache::size() const {
     std::size_t count = 0;
     for (auto const& shard : shards_) {

@@ -22,6 +22,7 @@ public:
     std::size_t addAll(std::span<RowRef> rows);
     /// Forgets a record, for a deletion.
     void remove(RecordKey key);
+    void removeAll();
     /// How many records it knows a row of.
     std::size_t size() const;
 

@@ -77,6 +77,12 @@ TEST_P(BatchRequest, UpdatesWhatFitsAndNothingElse) {
     onlyBooks->setResultType(NSBatchRequestResultType::Count);
     EXPECT_EQ(context.executeRequest(*onlyBooks, error)->count(), 2);
     EXPECT_EQ(books(), "A:5 B:5 G:8 ");
+
+    for (auto* const object : {&author, &a, &b, &c}) object->reset();
+    context.reset(); // now nobody holds a row
+    onlyBooks->setPropertiesToUpdate({{"year", 6}});
+    EXPECT_EQ(context.executeRequest(*onlyBooks, error)->count(), 2);
+    EXPECT_EQ(books(), "A:6 B:6 G:8 ");
 }
 
 TEST_P(BatchRequest, WhatTheModelForbidsIsRefusedAndWritesNothing) {
