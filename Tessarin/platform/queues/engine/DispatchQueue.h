@@ -10,6 +10,7 @@ namespace Tessarin {
 
 namespace engine {
 struct SpecificTable;
+extern constinit SpecificTable noSpecifics;
 struct Waiter;
 enum class Access : std::uint8_t { Exclusive, Shared };
 
@@ -118,7 +119,7 @@ private:
     char const* label_; // owned, null when empty; static for roots
     std::atomic<void*> context_ = nullptr;
     std::atomic<dispatch_function_t> finalizer_ = nullptr;
-    std::atomic<engine::SpecificTable*> specifics_ = nullptr;
+    std::atomic<engine::SpecificTable*> specifics_ = &engine::noSpecifics;
     std::uint32_t suspensions_ = 0; // guarded by rareLock
     std::atomic<bool> halted_ = false; // state Suspended, where the draining thread can look at no cost
     engine::WorkItem* fifo_ = nullptr; // the owner's

@@ -15,7 +15,6 @@
 namespace Tessarin::engine {
 namespace {
 
-constexpr Nanoseconds searchTime = 10'000;
 constexpr Nanoseconds idleTime = 4'000'000'000;
 constexpr int mostThreads = 512;
 
@@ -202,9 +201,14 @@ WorkItem* Pool::take(Worker& worker) noexcept {
     return item;
 }
 
+/// Looks out for a moment before it gives up. A worker that has looked in vain several times hardly does so any more, until work
+/// comes so soon after it went to sleep that looking would have paid (benchmark "timers": the work of a busy timer comes every
+/// few dozen microseconds).
 WorkItem* Pool::search(Worker& worker) noexcept {
     WorkItem* item = take(worker);
-    if (!item) spin(searchTime, [&] { return inbox_.load(std::memory_order_relaxed) && (item = take(worker)); });
+    if (item) return item;
+    bool const found = spin(worker.searchTime, [&] { return inbox_.load(std::memory_order_relaxed) && (item = take(worker)); });
+    worker.searchTime = found ? Worker::longestSearch : worker.searchTime / 2;
     return item;
 }
 
@@ -237,15 +241,16 @@ bool Pool::sleep(Worker& worker, bool searching) noexcept {
             return true;
         }
     }
-    auto const deadline = monotonicNow() + idleTime;
+    auto const start = monotonicNow();
     while (worker.called.load(std::memory_order_acquire) == 0) {
-        if (park(worker.called, 0, deadline)) continue;
+        if (park(worker.called, 0, start + idleTime)) continue;
         std::lock_guard const hold(lock_);
         if (!worker.sleeps) continue; // called at the last moment
         leaveSleepers(worker);
         forget(worker);
         return false;
     }
+    if (monotonicNow() - start < 2 * Worker::longestSearch) worker.searchTime = Worker::longestSearch;
     return true;
 }
 

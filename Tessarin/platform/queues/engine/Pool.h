@@ -21,6 +21,9 @@ public:
     std::atomic<std::uint32_t> keptCount = 0;
     std::uint32_t keptCountSeen = 0; // the monitor's
     pid_t thread = 0;
+    Nanoseconds searchTime = longestSearch; // the worker's; see Pool::search
+
+    static constexpr Nanoseconds longestSearch = 10'000;
 
     // Guarded by the pool's lock:
     Worker* nextSleeper = nullptr;
