@@ -3,7 +3,6 @@
 #include "Tessarin/platform/queues/Dispatch.h"
 #include "benchmarks/queues/Peers.h"
 #include <atomic>
-#include <future>
 
 namespace Tessarin::benchmarks {
 namespace {
@@ -29,59 +28,48 @@ double oursToSerial(int producers) {
         producers, [&] { dispatch_async(queue, [&value] { ++value; }); }, [&] { dispatch_sync(queue, [] {}); });
 }
 
-double dequeWorker(int producers) {
-    DequeWorker worker;
-    long value = 0;
-    return rate(
-        producers, [&] { worker.post([&value] { ++value; }); },
-        [&] {
-            std::promise<void> done;
-            worker.post([&] { done.set_value(); });
-            done.get_future().wait();
-        });
-}
-
 void toSerial(Report& report, int producers) {
     auto const name = row("to a serial queue", producers);
     if (!report.wants("async", name)) return;
-    auto const worker = medians(runs, [&] { return oursToSerial(producers); }, [&] { return dequeWorker(producers); });
-    report.add({.group = "async", .row = name, .unit = "M/s", .ours = worker.ours, .peer = "deque and condvar", .theirs = worker.theirs, .target = 1, .better = Better::Larger});
-#ifdef TESSARIN_BENCHMARKS_ASIO
-    auto const strand = medians(
-        runs, [&] { return oursToSerial(producers); },
-        [&] {
-            boost::asio::thread_pool pool(2);
-            auto const queue = boost::asio::make_strand(pool);
-            long value = 0;
-            return rate(
-                producers, [&] { boost::asio::post(queue, [&value] { ++value; }); },
-                [&] {
-                    std::promise<void> done;
-                    boost::asio::post(queue, [&] { done.set_value(); });
-                    done.get_future().wait();
-                });
-        });
-    report.add({.group = "async", .row = name, .unit = "M/s", .ours = strand.ours, .peer = "Asio strand", .theirs = strand.theirs, .target = 1, .better = Better::Larger});
-#endif
+    compare(report, {.group = "async", .row = name, .unit = "M/s", .target = 1, .better = Better::Larger}, [&] { return oursToSerial(producers); },
+            &Peer::serial, [&](QueueMaker make) {
+                auto const queue = make();
+                long value = 0;
+                return rate(producers, [&] { queue->post([](void* counter) { ++*static_cast<long*>(counter); }, &value); }, [&] { finish(*queue); });
+            });
 }
+
+double oursToGlobal(int producers) {
+    auto const queue = dispatch_get_global_queue(0, 0);
+    auto const done = dispatch_semaphore_create(0);
+    std::atomic<int> left = items;
+    auto const submit = [&] {
+        dispatch_async(queue, [&] {
+            if (left.fetch_sub(1, std::memory_order_relaxed) == 1) dispatch_semaphore_signal(done);
+        });
+    };
+    return rate(producers, submit, [&] { dispatch_semaphore_wait(done, DISPATCH_TIME_FOREVER); });
+}
+
+struct Countdown {
+    std::atomic<int> left = items;
+    std::binary_semaphore done{0};
+
+    static void step(void* self) {
+        auto& countdown = *static_cast<Countdown*>(self);
+        if (countdown.left.fetch_sub(1, std::memory_order_relaxed) == 1) countdown.done.release();
+    }
+};
 
 void toGlobal(Report& report, int producers) {
     auto const name = row("to a global queue", producers);
     if (!report.wants("async", name)) return;
-    auto const queue = dispatch_get_global_queue(0, 0);
-    double const ours = median(runs, [&] {
-        auto const done = dispatch_semaphore_create(0);
-        std::atomic<int> left = items;
-        return rate(
-            producers,
-            [&] {
-                dispatch_async(queue, [&] {
-                    if (left.fetch_sub(1, std::memory_order_relaxed) == 1) dispatch_semaphore_signal(done);
-                });
-            },
-            [&] { dispatch_semaphore_wait(done, DISPATCH_TIME_FOREVER); });
-    });
-    report.add({.group = "async", .row = name, .unit = "M/s", .ours = ours, .target = 5, .better = Better::Larger});
+    compare(report, {.group = "async", .row = name, .unit = "M/s", .target = 5, .better = Better::Larger, .bound = Bound::Ours},
+            [&] { return oursToGlobal(producers); }, &Peer::pool, [&](QueueMaker make) {
+                auto const pool = make();
+                Countdown countdown;
+                return rate(producers, [&] { pool->post(Countdown::step, &countdown); }, [&] { countdown.done.acquire(); });
+            });
 }
 
 /// Once the caches are warm, a closure that fits costs none.

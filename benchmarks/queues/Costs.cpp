@@ -1,8 +1,8 @@
 #include "benchmarks/queues/Groups.h"
 
 #include "Tessarin/platform/queues/Dispatch.h"
+#include "benchmarks/queues/Peers.h"
 #include <cmath>
-#include <malloc.h>
 
 namespace Tessarin::benchmarks {
 namespace {
@@ -42,32 +42,43 @@ void specific(Report& report, char const* row, void const* key) {
     report.add({.group = "costs", .row = row, .unit = "ns", .ours = result.ours, .peer = "thread-local", .theirs = result.theirs, .target = 2, .bound = Bound::Ours});
 }
 
-/// Whole bytes from the heap for each of many.
-template <class Make> void bytes(Report& report, char const* row, double target, Make const& make) {
-    if (!report.wants("costs", row)) return;
-    constexpr int count = 100'000;
-    auto const before = mallinfo2();
+/// Heap bytes of each of many.
+template <class Make> double bytesOf(int count, Make const& make) {
+    auto const before = heapBytes();
     for (int i = 0; i < count; ++i) make();
-    auto const after = mallinfo2();
-    auto const used = static_cast<double>(after.uordblks + after.hblkhd) - static_cast<double>(before.uordblks + before.hblkhd);
-    report.add({.group = "costs", .row = row, .unit = "bytes", .ours = std::round(used / count), .target = target});
+    return std::round((heapBytes() - before) / count);
+}
+
+void bytes(Report& report) {
+    if (!report.wants("costs", "bytes")) return;
+    constexpr int count = 100'000;
+    std::vector<dispatch_queue_t> queues;
+    queues.reserve(count);
+    double const idle = bytesOf(count, [&] { queues.push_back(dispatch_queue_create(nullptr, DISPATCH_QUEUE_SERIAL)); });
+    // Timers first: they stay, so that the items cannot come from their memory.
+    auto const queue = dispatch_queue_create("bench", DISPATCH_QUEUE_SERIAL);
+    double const timer = bytesOf(count, [&] { dispatch_after(dispatch_time(DISPATCH_TIME_NOW, 3'600'000'000'000), queue, [] {}); });
+    dispatch_suspend(queue);
+    double const item = bytesOf(count, [&] { dispatch_async(queue, [] {}); });
+    dispatch_resume(queue);
+    dispatch_sync(queue, [] {});
+
+    auto const asio = asioPeer();
+    auto const theirs = asio.bytes ? asio.bytes(count) : std::array<double, 3>{};
+    auto const add = [&](char const* row, double ours, double other, double target) {
+        report.add({.group = "costs", .row = row, .unit = "bytes", .ours = ours, .peer = "Asio", .theirs = std::round(other), .target = target, .bound = Bound::Ours});
+    };
+    add("bytes of an idle queue", idle, theirs[0], 96);
+    add("bytes of a timer", timer, theirs[1], 96);
+    add("bytes of a queued item", item, theirs[2], 64);
 }
 
 } // namespace
 
 void benchCosts(Report& report) {
+    bytes(report); // while no cache is warm
     specific(report, "specific of the current queue", &present);
     specific(report, "specific that nobody has", &absent);
-    std::vector<dispatch_queue_t> queues;
-    queues.reserve(100'000);
-    bytes(report, "idle queue", 96, [&] { queues.push_back(dispatch_queue_create(nullptr, DISPATCH_QUEUE_SERIAL)); });
-    // Timers first: they stay, so that the items cannot come from their memory.
-    auto const queue = dispatch_queue_create("bench", DISPATCH_QUEUE_SERIAL);
-    bytes(report, "timer", 96, [&] { dispatch_after(dispatch_time(DISPATCH_TIME_NOW, 3'600'000'000'000), queue, [] {}); });
-    dispatch_suspend(queue);
-    bytes(report, "queued item", 64, [&] { dispatch_async(queue, [] {}); });
-    dispatch_resume(queue);
-    dispatch_sync(queue, [] {});
 }
 
 } // namespace Tessarin::benchmarks

@@ -32,7 +32,7 @@ void uncontended(Report& report) {
                        }
                    }) / count * 1e9;
         });
-    report.add({.group = "sync", .row = "uncontended", .unit = "ns", .ours = result.ours, .peer = "std::mutex", .theirs = result.theirs, .target = 3});
+    report.add({.group = "sync", .row = "uncontended", .unit = "ns", .ours = result.ours, .peer = "std::mutex", .theirs = result.theirs, .target = 1.5});
 }
 
 void contended(Report& report, int threads) {
@@ -55,7 +55,7 @@ void contended(Report& report, int threads) {
                 ++value;
             });
         });
-    report.add({.group = "sync", .row = row, .unit = "M/s", .ours = result.ours, .peer = "std::mutex", .theirs = result.theirs, .target = 0.25, .better = Better::Larger});
+    report.add({.group = "sync", .row = row, .unit = "M/s", .ours = result.ours, .peer = "std::mutex", .theirs = result.theirs, .target = 0.45, .better = Better::Larger});
 }
 
 void burn(std::chrono::nanoseconds time) {

@@ -1,16 +1,25 @@
 #include "benchmarks/queues/Groups.h"
 
 #include "Tessarin/platform/queues/Dispatch.h"
+#include "benchmarks/queues/Peers.h"
 #include <algorithm>
-#include <ctime>
 
 namespace Tessarin::benchmarks {
 namespace {
 
-double processorSeconds() {
-    timespec now{};
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
-    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+std::array<double, 2> ours(int count) {
+    auto const queue = dispatch_queue_create("bench", DISPATCH_QUEUE_SERIAL);
+    auto const done = dispatch_semaphore_create(0);
+    std::vector<double> late;
+    late.reserve(static_cast<std::size_t>(count));
+    double const before = processorSeconds();
+    for (int i = 0; i < count; ++i) {
+        auto const when = dispatch_time(DISPATCH_TIME_NOW, 100'000'000 + std::int64_t{i} * 7919 % count * (1'000'000'000 / count));
+        dispatch_after(when, queue, [&late, when] { late.push_back(static_cast<double>(dispatch_time(DISPATCH_TIME_NOW, 0) - when) / 1e6); });
+    }
+    dispatch_after(dispatch_time(DISPATCH_TIME_NOW, 1'200'000'000), queue, [&] { dispatch_semaphore_signal(done); });
+    dispatch_semaphore_wait(done, DISPATCH_TIME_FOREVER);
+    return {processorSeconds() - before, percentile99(late)};
 }
 
 } // namespace
@@ -19,22 +28,19 @@ double processorSeconds() {
 void benchTimers(Report& report) {
     if (!report.wants("timers", "100,000 in a second")) return;
     constexpr int count = 100'000;
-    auto const queue = dispatch_queue_create("bench", DISPATCH_QUEUE_SERIAL);
-    auto const done = dispatch_semaphore_create(0);
-    std::vector<double> late;
-    late.reserve(count);
-    double const before = processorSeconds();
-    for (std::uint64_t i = 0; i < count; ++i) {
-        auto const nanoseconds = static_cast<std::int64_t>(100'000'000 + i * 7919 % count * 10'000);
-        auto const when = dispatch_time(DISPATCH_TIME_NOW, nanoseconds);
-        dispatch_after(when, queue, [&late, when] { late.push_back(static_cast<double>(dispatch_time(DISPATCH_TIME_NOW, 0) - when) / 1e6); });
+    auto const asio = asioPeer();
+    std::vector<double> values[4];
+    for (int run = 0; run < 3; ++run) {
+        auto const mine = ours(count);
+        auto const theirs = asio.timers ? asio.timers(count) : std::array<double, 2>{};
+        values[0].push_back(mine[0]), values[1].push_back(mine[1]), values[2].push_back(theirs[0]), values[3].push_back(theirs[1]);
     }
-    dispatch_after(dispatch_time(DISPATCH_TIME_NOW, 1'200'000'000), queue, [&] { dispatch_semaphore_signal(done); });
-    dispatch_semaphore_wait(done, DISPATCH_TIME_FOREVER);
-    report.add({.group = "timers", .row = "100,000 in a second, processor time", .unit = "s", .ours = processorSeconds() - before, .target = 0.5});
-    auto const at = late.begin() + static_cast<std::ptrdiff_t>(late.size() * 99 / 100);
-    std::nth_element(late.begin(), at, late.end());
-    report.add({.group = "timers", .row = "100,000 in a second, 99% are late by", .unit = "ms", .ours = *at, .target = 0.1});
+    for (auto& each : values) std::ranges::sort(each);
+    auto const add = [&](char const* row, char const* unit, int at, double target) {
+        report.add({.group = "timers", .row = row, .unit = unit, .ours = values[at][1], .peer = "Asio", .theirs = values[at + 2][1], .target = target, .bound = Bound::Ours});
+    };
+    add("100,000 in a second, processor time", "s", 0, 0.5);
+    add("100,000 in a second, 99% are late by", "ms", 1, 0.1);
 }
 
 } // namespace Tessarin::benchmarks

@@ -1,4 +1,5 @@
 #include "benchmarks/queues/Groups.h"
+#include "benchmarks/queues/Peers.h"
 
 #include <atomic>
 #include <cstdlib>
@@ -26,7 +27,7 @@ std::size_t Tessarin::benchmarks::allocations() { return allocationCount.load(st
 
 int main(int argc, char** argv) {
     using namespace Tessarin::benchmarks;
-    Report report(argc, argv);
+    Report report(argc, argv, otherPeerNames());
     benchCosts(report); // first, while no cache is warm
     benchSync(report);
     benchAsync(report);

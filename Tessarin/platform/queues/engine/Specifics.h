@@ -18,9 +18,9 @@ struct SpecificTable {
 
     /// Most keys that are asked for and absent have no mark (benchmark "costs", a specific that nobody has).
     void* find(void const* key, std::uint64_t mark) const noexcept {
-        if (entries[0].key.load(std::memory_order_relaxed) == key)
-            return entries[0].value.load(std::memory_order_acquire); // which has an order of its own
-        return marks.load(std::memory_order_relaxed) & mark ? findBehindFirst(key) : nullptr;
+        if (!(marks.load(std::memory_order_relaxed) & mark)) return nullptr;
+        if (entries[0].key.load(std::memory_order_relaxed) != key) return findBehindFirst(key);
+        return entries[0].value.load(std::memory_order_acquire); // which has an order of its own
     }
     static std::uint64_t markOf(void const* key) noexcept {
         auto const bits = reinterpret_cast<std::uintptr_t>(key); // of a lone byte among others, or of an aligned object
