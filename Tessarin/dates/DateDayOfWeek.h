@@ -2,6 +2,7 @@
 #include "Tessarin/Export.h"
 #include "Tessarin/platform/runtime/Enumeration.h"
 #include <optional>
+#include <string>
 
 namespace Tessarin {
 
@@ -17,6 +18,10 @@ struct TESSARIN_API DateDayOfWeek : Enumeration<DateDayOfWeek> {
     DateDayOfWeek nextDay() const;
     /// The day so many days on. Fatal when the raw value plus `days` is negative or does not fit: `Sunday.increment(-1)`.
     DateDayOfWeek increment(std::int64_t days) const;
+
+    /// In the user's language: "Sunday", "Sun".
+    std::string name() const;
+    std::string shortName() const;
 
 private:
     using Enumeration::Enumeration;

@@ -1,6 +1,7 @@
 #include "Tessarin/dates/DateDayOfWeek.h"
 #include "Tessarin/dates/DateMonth.h"
 #include "Tessarin/dates/DateSymbolLength.h"
+#include "Tessarin/dates/SymbolLookupPrivate.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 
 #include <fmt/format.h>
@@ -29,13 +30,21 @@ std::optional<DateDayOfWeek> DateDayOfWeek::fromRawValue(std::int64_t rawValue) 
     return DateDayOfWeek{rawValue};
 }
 DateDayOfWeek DateDayOfWeek::nextDay() const { return increment(1); }
-DateDayOfWeek DateDayOfWeek::increment(std::int64_t days) const { return DateDayOfWeek{stepped(rawValue(), days, 7, "DateDayOfWeek")}; }
+DateDayOfWeek DateDayOfWeek::increment(std::int64_t days) const {
+    return DateDayOfWeek{stepped(rawValue(), days, 7, "DateDayOfWeek")};
+}
+std::string DateDayOfWeek::name() const { return symbolAt(make<NSDateFormatter>()->weekdaySymbols(), rawValue()); }
+std::string DateDayOfWeek::shortName() const { return symbolAt(make<NSDateFormatter>()->shortWeekdaySymbols(), rawValue()); }
 
 std::optional<DateMonth> DateMonth::fromRawValue(std::int64_t rawValue) {
     if (rawValue < 1 || rawValue > 12) return {};
     return DateMonth{rawValue};
 }
 DateMonth DateMonth::nextMonth() const { return increment(1); }
-DateMonth DateMonth::increment(std::int64_t months) const { return DateMonth{stepped(rawValue() - 1, months, 12, "DateMonth") + 1}; }
+DateMonth DateMonth::increment(std::int64_t months) const {
+    return DateMonth{stepped(rawValue() - 1, months, 12, "DateMonth") + 1};
+}
+std::string DateMonth::name() const { return symbolAt(make<NSDateFormatter>()->monthSymbols(), rawValue() - 1); }
+std::string DateMonth::shortName() const { return symbolAt(make<NSDateFormatter>()->shortMonthSymbols(), rawValue() - 1); }
 
 } // namespace Tessarin

@@ -2,6 +2,7 @@
 #include "Tessarin/Export.h"
 #include "Tessarin/platform/runtime/Enumeration.h"
 #include <optional>
+#include <string>
 
 namespace Tessarin {
 
@@ -17,6 +18,10 @@ struct TESSARIN_API DateMonth : Enumeration<DateMonth> {
     DateMonth nextMonth() const;
     /// The month so many months on. Fatal when the position plus `months` is negative or does not fit: `January.increment(-1)`.
     DateMonth increment(std::int64_t months) const;
+
+    /// In the user's language: "March", "Mar".
+    std::string name() const;
+    std::string shortName() const;
 
 private:
     using Enumeration::Enumeration;

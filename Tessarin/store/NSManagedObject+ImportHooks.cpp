@@ -1,5 +1,5 @@
 // What the hooks of the import do unless a subclass overrides them.
-#include "Tessarin/platform/foundation/NSDate+Parsing.h"
+#include "Tessarin/platform/foundation/NSDateFormatter.h"
 #include "Tessarin/platform/objectgraph/context/NSManagedObject.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 
@@ -8,8 +8,14 @@ namespace Tessarin {
 std::optional<std::string> NSManagedObject::dictionaryKeyToAttributeName(std::string const& key) { return key; }
 
 std::optional<NSDate> NSManagedObject::dictionaryStringToDate(std::string const& text) {
+    // What a formatter would try first, without making one: nearly every date of an import ends here.
     if (auto date = NSDate::dateWithISO8601Text(text)) return date;
-    return NSDate::dateWithRFC822Text(text);
+    if (auto date = NSDate::dateWithRFC822Text(text)) return date;
+    auto const formatter = make<NSDateFormatter>();
+    formatter->setDateFormat(NSDateFormatter::ISO8601Format);
+    if (auto date = formatter->dateFromString(text)) return date;
+    formatter->setDateFormat(NSDateFormatter::RFC822Format);
+    return formatter->dateFromString(text);
 }
 
 Ref<NSManagedObject> NSManagedObject::findExistingRelationship(std::string const&, Dictionary const&) {

@@ -1,12 +1,15 @@
 #pragma once
 #include "Tessarin/Export.h"
 #include "Tessarin/platform/runtime/Value.h"
-#include <compare>
 #include <functional>
 #include <optional>
 #include <ostream>
 #include <string>
 // What other rooms add to dates:
+#include "Tessarin/dates/NSDate+Arithmetic.h"
+#include "Tessarin/dates/NSDate+Comparison.h"
+#include "Tessarin/dates/NSDate+Components.h"
+#include "Tessarin/dates/NSDate+Formatting.h"
 #include "Tessarin/platform/foundation/NSDate+Parsing.h"
 
 namespace Tessarin {
@@ -21,13 +24,19 @@ inline constexpr NSTimeInterval NSTimeIntervalSince1970 = 978307200;
 ///
 ///     auto const start = NSDate::now();
 ///     if (start.dateByAddingTimeInterval(60) < NSDate::now()) print("a minute has passed");
-class TESSARIN_API NSDate : public NSDateParsing {
+class TESSARIN_API NSDate : public NSDateParsing,
+                            public NSDateComponentsAccess,
+                            public NSDateComparison,
+                            public NSDateArithmetic,
+                            public NSDateFormatting {
 public:
     /// Now.
     NSDate();
     static NSDate now() { return NSDate{}; }
     static constexpr NSDate dateWithTimeIntervalSinceReferenceDate(NSTimeInterval seconds) { return NSDate{seconds}; }
-    static constexpr NSDate dateWithTimeIntervalSince1970(NSTimeInterval seconds) { return NSDate{seconds - NSTimeIntervalSince1970}; }
+    static constexpr NSDate dateWithTimeIntervalSince1970(NSTimeInterval seconds) {
+        return NSDate{seconds - NSTimeIntervalSince1970};
+    }
     static NSDate dateWithTimeIntervalSinceNow(NSTimeInterval seconds) { return NSDate{}.dateByAddingTimeInterval(seconds); }
     /// 0001-01-01 and 4001-01-01, 00:00:00 UTC.
     static constexpr NSDate distantPast() { return NSDate{-63114076800.0}; }
@@ -47,7 +56,6 @@ public:
     std::string description() const;
 
     friend constexpr bool operator==(NSDate const& a, NSDate const& b) noexcept { return a.seconds_ == b.seconds_; }
-    friend constexpr auto operator<=>(NSDate const& a, NSDate const& b) noexcept { return a.seconds_ <=> b.seconds_; }
     friend std::ostream& operator<<(std::ostream& out, NSDate const& date) { return out << date.description(); }
 
 private:
@@ -71,3 +79,5 @@ template <> struct std::hash<Tessarin::NSDate> {
         return std::hash<double>{}(date.timeIntervalSinceReferenceDate());
     }
 };
+
+#include "Tessarin/dates/NSDate+Comparison.inl"

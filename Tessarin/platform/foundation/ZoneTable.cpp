@@ -42,7 +42,7 @@ public:
         }
         table_.cycleEnd_ = secondOfYear(lastYear); // the year after it may already begin in the one before
     }
-    void addClock(std::int64_t start, ZoneRule::Clock const& clock, bool isDaylight) {
+    void addClock(std::int64_t start, ZoneClock const& clock, bool isDaylight) {
         add(start, clock.offset, isDaylight, clock.abbreviation);
     }
 

@@ -31,6 +31,12 @@ public:
         return periods_[indexAt(instant < cycleEnd_ ? instant : intoCycle(instant))];
     }
     std::string const& abbreviation(ZonePeriod const& period) const { return abbreviations_[period.name]; }
+    /// Whether the clocks are ahead of the rest of the year. In Ireland the flag of daylight saving stands for the winter.
+    static bool isSummer(ZonePeriod const& period) noexcept {
+        auto const& next = (&period)[1]; // the mark at the latest
+        if (period.isDaylight) return next.isDaylight || next.offset <= period.offset;
+        return next.isDaylight && next.offset < period.offset;
+    }
     /// Of a wall time that occurs twice, the instant with the offset `preferred`, else the first; one that the clocks skip
     /// moves forward by what they skip.
     std::int64_t instantOf(std::int64_t wall, std::optional<std::int32_t> preferred) const noexcept;

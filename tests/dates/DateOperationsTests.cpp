@@ -1,0 +1,139 @@
+// What the room adds to dates: components, order, arithmetic, texts.
+#include "Tessarin/dates/DateMonth.h"
+#include "Tessarin/platform/foundation/NSDateFormatter.h"
+
+#include "tests/dates/DateFixture.h"
+#include <cmath>
+
+namespace Tessarin {
+namespace {
+
+using tests::date;
+using tests::Surroundings;
+using Style = NSDateFormatterStyle;
+
+TEST(DateOperations, ComponentsAreThoseOfTheUsersClock) {
+    Surroundings const berlin("Europe/Berlin");
+    auto const moment = NSDate::dateWithISO8601Text("2015-02-28T23:30:15.750Z").value(); // a Saturday; Sunday in Berlin
+    EXPECT_EQ((std::tuple{moment.year(), moment.month(), moment.day()}), (std::tuple{2015, DateMonth::March, 1}));
+    EXPECT_EQ((std::tuple{moment.hour(), moment.minute(), moment.second()}), (std::tuple{0, 30, 15}));
+    EXPECT_EQ(moment.dayOfWeek(), DateDayOfWeek::Sunday);
+    EXPECT_EQ(moment.dayOfWeekString(), "Sunday");
+    EXPECT_EQ(moment.dayOfWeekString(DateSymbolLength::Short), "Sun");
+    EXPECT_EQ(moment.dayOfWeekString(DateSymbolLength::VeryShort), "S");
+    Surroundings const newYork("America/New_York");
+    EXPECT_EQ((std::tuple{moment.day(), moment.hour(), moment.dayOfWeek()}), (std::tuple{28, 18, DateDayOfWeek::Saturday}));
+    auto const nowhere = NSDate::dateWithTimeIntervalSinceReferenceDate(std::nan(""));
+    EXPECT_EQ((std::tuple{nowhere.year(), nowhere.month(), nowhere.dayOfWeek()}), (std::tuple{0, DateMonth::January, DateDayOfWeek::Sunday}));
+}
+
+TEST(DateOperations, ADateIsNeitherBeforeNorAfterItself) {
+    auto const a = NSDate::dateWithTimeIntervalSinceReferenceDate(0), b = a.dateByAddingTimeInterval(1e-9);
+    EXPECT_FALSE(a.isBefore(a) || a.isAfter(a) || a < a || a > a);
+    EXPECT_TRUE(a <= a && a >= a && a == a);
+    EXPECT_TRUE(a < b && a <= b && b > a && b >= a && a != b && a.isBefore(b) && b.isAfter(a));
+    EXPECT_FALSE(b < a || b <= a || a > b || a >= b || b.isBefore(a) || a.isAfter(b));
+}
+
+TEST(DateOperations, DaysAreThoseOfTheUsersClock) {
+    Surroundings const auckland("Pacific/Auckland");
+    EXPECT_TRUE(date(2015, 3, 1).isSameDayAs(date(2015, 3, 1, 23, 59, 59)));
+    EXPECT_FALSE(date(2015, 3, 1).isSameDayAs(date(2015, 3, 2)));
+    EXPECT_FALSE(date(2015, 3, 1).isSameDayAs(date(2015, 4, 1)) || date(2015, 3, 1).isSameDayAs(date(2016, 3, 1)));
+    NSDate now; // a midnight between two of the lines below would be a reason to fail: then once more
+    for (int attempt = 0; attempt < 2; ++attempt, now = NSDate::now()) {
+        bool const holds = now.isToday() && !now.isTomorrow() && now.nextDay().isTomorrow() && !now.nextDay().isToday() &&
+                           now.previousDay().isYesterday() && now.midnight().isToday() && now.lastSecond().isToday();
+        if (holds) return;
+    }
+    ADD_FAILURE() << "today is no day";
+}
+
+TEST(DateOperations, MidnightsThatTheClocksSkipOrRepeat) {
+    struct {
+        char const* zone;
+        int year, month, day, hour; // the receiver
+        int midnightHour;
+        double toMidnight, toLast; // from the receiver, in hours, to midnight and to lastSecond + 1
+    } const rows[] = {{"Europe/Berlin", 2018, 7, 1, 12, 0, -12, 12},
+                      {"America/Sao_Paulo", 2018, 11, 4, 12, 1, -11, 12},     // 00:00 is skipped
+                      {"America/Sao_Paulo", 2018, 2, 17, 12, 0, -12, 12},     // 23:00 occurs twice: 23:59:59 is that of the first
+                      {"America/Havana", 2018, 3, 11, 12, 1, -11, 12},        // 00:00 is skipped
+                      {"America/Havana", 2018, 11, 4, 12, 0, -12, 12},        // 00:00 occurs twice: midnight is the second
+                      {"Asia/Beirut", 2018, 3, 25, 12, 1, -11, 12},           // 00:00 is skipped
+                      {"Asia/Beirut", 2018, 10, 27, 12, 0, -12, 12},          // 23:00 occurs twice: the first
+                      {"Australia/Lord_Howe", 2018, 10, 7, 12, 0, -11.5, 12}, // half an hour is skipped
+                      {"Pacific/Chatham", 2018, 4, 1, 12, 0, -13, 12}};
+    for (auto const& row : rows) {
+        Surroundings const place(row.zone);
+        auto const receiver = date(row.year, row.month, row.day, row.hour).dateByAddingTimeInterval(0.75);
+        auto const midnight = receiver.midnight(), last = receiver.lastSecond();
+        EXPECT_EQ(midnight.hour(), row.midnightHour) << row.zone;
+        EXPECT_EQ(midnight.timeIntervalSinceDate(receiver), row.toMidnight * 3600 - 0.75) << row.zone << " " << row.month;
+        EXPECT_EQ(last.timeIntervalSinceDate(receiver), row.toLast * 3600 - 1.75) << row.zone << " " << row.month;
+        EXPECT_EQ((std::tuple{last.day(), last.hour(), last.minute(), last.second()}), (std::tuple{row.day, 23, 59, 59})) << row.zone;
+        EXPECT_EQ(receiver.dateOnly(), midnight);
+        EXPECT_EQ(receiver.timeOnly(), receiver) << "strips nothing";
+    }
+    Surroundings const saoPaulo("America/Sao_Paulo");
+    auto const second = date(2018, 2, 18).dateByAddingTimeInterval(-600); // in the hour after the clocks went back
+    EXPECT_EQ(second.hour(), 23);
+    EXPECT_EQ(second.lastSecond().dateByAddingTimeInterval(1), date(2018, 2, 18));
+}
+
+TEST(DateOperations, ChangesDropTheFractionAndCarryOver) {
+    Surroundings const berlin("Europe/Berlin");
+    auto const start = date(2024, 2, 29, 12, 30, 45), fraction = start.dateByAddingTimeInterval(0.75);
+    EXPECT_EQ(fraction.dateByChanging({}), start);
+    EXPECT_EQ(date(-44, 3, 15, 9).dateByChanging({}), date(-44, 3, 15, 9)) << "years before 1 are found again";
+    EXPECT_EQ(fraction.dateByAdding({}), fraction);
+    EXPECT_EQ(fraction.dateByAdding({.years = 1}), date(2025, 2, 28, 12, 30, 45).dateByAddingTimeInterval(0.75));
+    EXPECT_EQ(fraction.noon(), date(2024, 2, 29, 12));
+    EXPECT_EQ(start.dateByChanging({.second = 1, .minute = 2, .hour = 3, .day = 4, .month = 5, .year = 2026}), date(2026, 5, 4, 3, 2, 1));
+    EXPECT_EQ(start.dateByChanging({.day = 0}), date(2024, 1, 31, 12, 30, 45));
+    EXPECT_EQ(start.dateByChanging({.year = 2025}), date(2025, 3, 1, 12, 30, 45)) << "the 29th carries over, unlike in a sum";
+    EXPECT_EQ(start.dateByAdding({.seconds = 15, .minutes = 29, .hours = 11, .days = 1, .months = 1, .years = 1}), date(2025, 3, 30));
+    EXPECT_EQ(start.nextDay(), date(2024, 3, 1, 12, 30, 45));
+    EXPECT_EQ(start.nextDay().previousDay(), start);
+    EXPECT_EQ(start.dateBySettingDate(date(2018, 7, 8, 1)), date(2018, 7, 8, 12, 30, 45));
+    EXPECT_EQ(start.dateBySettingTime(date(2018, 7, 8, 1)), date(2024, 2, 29, 1));
+    EXPECT_EQ(fraction.dateBySettingDate({}), fraction);
+    EXPECT_EQ(fraction.dateBySettingTime({}), fraction);
+
+    auto const far = NSDate::dateWithTimeIntervalSinceReferenceDate(1e300);
+    constexpr auto huge = std::numeric_limits<std::int64_t>::max();
+    EXPECT_TRUE(far.midnight() == far && far.nextDay() == far && far.dateBySettingDate(start) == far && far.dateBySettingTime(start) == far);
+    EXPECT_EQ(fraction.dateBySettingDate(far), fraction);
+    EXPECT_EQ(fraction.dateByAdding({.months = huge}), fraction);
+    EXPECT_EQ(fraction.dateByChanging({.year = huge}), fraction);
+}
+
+TEST(DateOperations, SpeakTheUsersLanguageInTheUsersCalendar) {
+    struct {
+        char const* locale;
+        char const *text, *weekday, *month, *shortMonth;
+        std::int64_t year;
+    } const rows[] = {{"de_DE.UTF-8", "Sonntag, 1. März 2015", "Sonntag", "März", "März", 2015},
+                      {"en_GB@euro", "Sunday, 1 March 2015", "Sunday", "March", "Mar", 2015},
+                      {"th_TH.UTF-8", "วันอาทิตย์ที่ 1 มีนาคม พ.ศ. 2558", "วันอาทิตย์", "มีนาคม", "มี.ค.", 2558},
+                      {"fa_IR", "۱۳۹۳ اسفند ۱۰, یکشنبه", "یکشنبه", nullptr, nullptr, 1393},
+                      {"sr_RS.UTF-8@latin", "nedelja, 1. mart 2015.", "nedelja", "mart", "mar", 2015},
+                      {"C", "Sunday, March 1, 2015", "Sunday", "March", "Mar", 2015},
+                      {"xx_YY.UTF-8", "Sunday, March 1, 2015", "Sunday", "March", "Mar", 2015},
+                      {"../../etc", nullptr, "Sunday", "March", "Mar", 2015},
+                      {"", nullptr, nullptr, nullptr, nullptr, 2015}};
+    for (auto const& row : rows) {
+        Surroundings const place("Europe/Berlin", row.locale);
+        auto const moment = date(2015, 3, 1, 12, 30);
+        if (row.text) { EXPECT_EQ(moment.localTimeString(Style::Full, Style::No), row.text) << row.locale; }
+        if (row.weekday) { EXPECT_EQ(moment.dayOfWeek().name(), row.weekday) << row.locale; }
+        if (row.month) { EXPECT_EQ(DateMonth::March.name(), row.month) << row.locale; }
+        if (row.shortMonth) { EXPECT_EQ(DateMonth::March.shortName(), row.shortMonth) << row.locale; }
+        EXPECT_EQ(moment.year(), row.year) << row.locale;
+        EXPECT_EQ(moment.dateByChanging({}), moment) << row.locale;
+        EXPECT_EQ(moment.dateBySettingDate(date(1990, 5, 5)), date(1990, 5, 5, 12, 30)) << row.locale;
+    }
+}
+
+} // namespace
+} // namespace Tessarin
