@@ -1,34 +1,41 @@
 #pragma once
 #include "Tessarin/keyaccess/FirstChild.h"
 #include "Tessarin/keyaccess/ValueConversion.h"
+#include <algorithm>
 
 namespace Tessarin {
 
 namespace reflection {
 
-template <class T> struct KeyPathWalk {
-    std::string_view last; // the text of the path's last component
-    std::optional<T> result = {};
+template <class T> class KeyPathWalk {
+public:
+    explicit KeyPathWalk(std::string_view path) : path_(path), last_(path.substr(path.rfind('.') + 1)) {}
 
-    /// `rest` begins with the next component; absent when there is none.
-    template <class From> void walk(From const& from, std::optional<std::string_view> rest) {
+    /// On from the component that begins at `at`; behind the path's end there is none.
+    template <class From> void walk(From const& from, std::size_t at = 0) {
         if constexpr (Reflectable<From>) {
-            while (rest) {
-                auto const end = rest->find('.');
-                auto const component = rest->substr(0, end);
-                rest = end == std::string_view::npos ? std::nullopt : std::optional(rest->substr(end + 1));
+            while (at <= path_.size()) {
+                auto const end = std::min(path_.find('.', at), path_.size());
+                auto const component = path_.substr(at, end - at);
+                at = end + 1;
                 // Texts are compared, not places: the path a.b.a ends at the first a. That is how paths have always been read.
                 auto const visit = [&](auto const& child) {
-                    if (component == last)
-                        result = convertedTo<T>(child);
+                    if (component == last_)
+                        convertInto(result, child);
                     else
-                        walk(child, rest);
+                        walk(child, at);
                 };
                 if (withFirstChild(from, component, visit)) return;
                 // A component that nothing is called by is left out: x.b finds b where there is no x. On purpose, too.
             }
         }
     }
+
+    std::optional<T> result;
+
+private:
+    std::string_view path_;
+    std::string_view last_; // the text of its last component
 };
 
 template <class T> constexpr bool isReceiver() {
@@ -53,15 +60,15 @@ template <class T> constexpr bool isResult() {
 template <class T, class Object> std::optional<T> valueForKey(Object const& object, std::string_view key) {
     std::optional<T> result;
     if constexpr (reflection::isReceiver<Object>() && reflection::isResult<T>() && Reflectable<Object>)
-        reflection::withFirstChild(object, key, [&](auto const& child) { result = convertedTo<T>(child); });
+        reflection::withFirstChild(object, key, [&](auto const& child) { reflection::convertInto(result, child); });
     return result;
 }
 
 /// The same along a path of labels with "." between them. A component that is not found is left out, and the path ends where
 /// a component is found that reads like its last one: a.b.a gives the first a.
 template <class T, class Object> std::optional<T> valueForKeyPath(Object const& object, std::string_view path) {
-    reflection::KeyPathWalk<T> walk{path.substr(path.rfind('.') + 1)};
-    if constexpr (reflection::isReceiver<Object>() && reflection::isResult<T>()) walk.walk(object, path);
+    reflection::KeyPathWalk<T> walk(path);
+    if constexpr (reflection::isReceiver<Object>() && reflection::isResult<T>()) walk.walk(object);
     return std::move(walk.result);
 }
 

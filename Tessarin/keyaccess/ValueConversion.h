@@ -77,4 +77,16 @@ template <class T, class From> std::optional<T> convertedTo(From const& value) {
     }
 }
 
+namespace reflection {
+
+/// Into a result that is absent so far: what is copied as it is, is copied once (benchmark "keyaccess").
+template <class T, class From> void convertInto(std::optional<T>& result, From const& value) {
+    if constexpr (std::same_as<T, From> && (std::is_arithmetic_v<T> || TextLike<T>)&&!std::is_pointer_v<T>)
+        result.emplace(value);
+    else
+        result = convertedTo<T>(value);
+}
+
+} // namespace reflection
+
 } // namespace Tessarin
