@@ -38,10 +38,18 @@ private:
     std::string_view last_; // the text of its last component
 };
 
+/// Also whether what an optional or pointer holds has any.
+template <class T> constexpr bool hasChildren() {
+    if constexpr (Holding<T> && !CustomReflectable<T>)
+        return hasChildren<std::remove_cvref_t<decltype(*std::declval<T const&>())>>();
+    else
+        return Reflectable<T>;
+}
 template <class T> constexpr bool isReceiver() {
-    static_assert(Reflectable<T>, "this type has no children to be found by key: it is neither an aggregate of at most 40 fields "
-                                  "(without references, bit-fields, and bases that have fields) nor a map, range, optional or "
-                                  "pointer; give it a `template <class Visitor> void reflect(Visitor&& child) const`");
+    static_assert(hasChildren<T>(),
+                  "this type has no children to be found by key: it is neither an aggregate of at most 40 fields "
+                  "(without references, bit-fields, and bases that have fields), nor a map or range, nor an optional "
+                  "or pointer to such; give it a `template <class Visitor> void reflect(Visitor&& child) const`");
     return true;
 }
 template <class T> constexpr bool isResult() {

@@ -21,6 +21,8 @@ int use(Good const& good, Closed const& closed, Referring const& referring) {
     return *valueForKey<int>(3, "number");
 #elif defined(CLOSED)
     return *valueForKeyPath<int>(closed, "number");
+#elif defined(HOLDING)
+    return *valueForKey<int>(std::make_shared<int>(3), "number");
 #elif defined(REFERRING)
     return *valueForKey<int>(referring, "number");
 #elif defined(MOVED)
