@@ -4,7 +4,7 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 jobs=$(nproc)
 
 # The reason for each package stands in docs/dependencies.md.
-library_packages=(g++ cmake ninja-build ccache pkg-config libsqlite3-dev libicu-dev libfmt-dev libsimdjson-dev libpugixml-dev tzdata)
+library_packages=(g++ cmake ninja-build ccache pkg-config libsqlite3-dev libicu-dev libfmt-dev libsimdjson-dev libpugixml-dev libtomlplusplus-dev tzdata)
 tests_packages=(libgtest-dev python3)
 toolkit_packages=(libglib2.0-dev qt6-base-dev)
 demo_packages=(node-mdn-browser-compat-data)

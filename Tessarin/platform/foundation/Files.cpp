@@ -10,17 +10,10 @@
 #include <unistd.h>
 
 namespace Tessarin::files {
-namespace {
 
-struct Descriptor {
-    int number;
-    explicit Descriptor(int opened) : number(opened) {}
-    Descriptor(Descriptor const&) = delete;
-    Descriptor& operator=(Descriptor const&) = delete;
-    ~Descriptor() {
-        if (number >= 0) ::close(number);
-    }
-};
+Descriptor::~Descriptor() {
+    if (number >= 0) ::close(number);
+}
 
 bool writeAll(int descriptor, std::span<std::byte const> bytes) {
     while (!bytes.empty()) {
@@ -31,13 +24,14 @@ bool writeAll(int descriptor, std::span<std::byte const> bytes) {
     return true;
 }
 
-/// The file itself, where `path` is a symbolic link to one.
 std::string resolved(std::string const& path) {
     std::error_code ignored;
     if (!std::filesystem::is_symlink(path, ignored)) return path;
     auto const target = std::filesystem::canonical(path, ignored);
     return ignored ? path : target.native();
 }
+
+namespace {
 
 bool fill(std::string const& temporary, std::string const& target, std::span<std::byte const> bytes) {
     Descriptor const file{::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666)};

@@ -6,10 +6,23 @@
 
 namespace Tessarin::files {
 
+/// An open file, closed at the end; negative when opening failed.
+struct Descriptor {
+    int number;
+    explicit Descriptor(int opened) : number(opened) {}
+    Descriptor(Descriptor const&) = delete;
+    Descriptor& operator=(Descriptor const&) = delete;
+    ~Descriptor();
+};
+
 /// Throws the ErrorException of the current errno.
 [[noreturn]] void fail(std::string const& path);
 /// All bytes of a file, also of one without a size such as a pipe. Throws ErrorException.
 std::vector<std::byte> read(std::string const& path);
+/// False, and errno, when not all of them could be written.
+bool writeAll(int descriptor, std::span<std::byte const> bytes);
+/// The file itself, where `path` is a symbolic link to one.
+std::string resolved(std::string const& path);
 /// Writes beside the file, syncs, renames. Throws ErrorException, and the file stays as it was.
 void writeAtomically(std::string const& path, std::span<std::byte const> bytes);
 

@@ -1,0 +1,289 @@
+#include "Tessarin/platform/foundation/DefaultsSuitePrivate.h"
+
+#include "Tessarin/platform/foundation/DefaultsTextPrivate.h"
+#include "Tessarin/platform/foundation/DefaultsWatchPrivate.h"
+#include "Tessarin/platform/foundation/NSError.h"
+#include "Tessarin/platform/foundation/NSNotificationCenter.h"
+#include "Tessarin/platform/queues/Dispatch.h"
+#include "Tessarin/platform/runtime/Fatal.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <fmt/format.h>
+#include <thread>
+#include <unistd.h>
+
+namespace Tessarin::defaults {
+namespace {
+
+constexpr double quietSeconds = 1;     // without a change, before changes are written
+constexpr int mostRounds = 10;         // of such seconds, before they are written all the same
+constexpr double settleSeconds = 0.02; // for editors, which replace a file in several steps
+constexpr double longestPause = 64;    // seconds between two tries to write
+
+dispatch_queue_t const& background() {
+    static auto const& queue = *new dispatch_queue_t(dispatch_get_global_queue(QOS_CLASS_UTILITY, 0));
+    return queue;
+}
+
+void after(double seconds, Closure<void()> work) {
+    dispatch_after(dispatch_time(DISPATCH_TIME_NOW, static_cast<std::int64_t>(seconds * 1e9)), background(), std::move(work));
+}
+
+void warn(std::string const& line) { static_cast<void>(std::fputs((line + '\n').c_str(), stderr)); }
+
+} // namespace
+
+DefaultsSuite::DefaultsSuite(std::string const& path) : file_(path) {}
+
+void DefaultsSuite::begin() {
+    noticeIsDue_ = true; // not for the first reading: nobody has seen anything else yet
+    file_.makeFolder();
+    watch(); // before reading, so that no change falls between
+    readSilently();
+    std::lock_guard const hold(lock_);
+    noticeIsDue_ = false;
+    othersKeys_.clear();
+}
+
+/// An ill-formed file stays as it is, and so does what is in memory; `synchronize` says what is wrong.
+void DefaultsSuite::readSilently() try {
+    std::lock_guard const hold(fileMutex_);
+    read();
+} catch (ErrorException const&) {
+}
+
+void DefaultsSuite::watch() { DefaultsWatch::begin(file_.folder(), file_.name(), weak_from_this()); }
+
+// Memory ----------------------------------------------------------------------------------------------------------------
+
+void DefaultsSuite::set(std::string_view key, Value value) {
+    bool isFirst = false, isNews = false;
+    std::uint64_t number = 0;
+    {
+        std::lock_guard const hold(lock_);
+        auto found = entries_.find(key);
+        if (found == entries_.end()) {
+            if (value.isAbsent()) return;
+            if (!isUTF8(key)) fatal("a key of NSUserDefaults is not UTF-8");
+            found = entries_.try_emplace(Text{key}).first;
+        }
+        auto& entry = found->second;
+        std::swap(entry.value, value); // the old one is destroyed outside
+        if (entry.change == 0) dirty_.push_back(&*found);
+        number = entry.change = ++changes_;
+        isFirst = !std::exchange(writeIsDue_, true);
+        isNews = !std::exchange(noticeIsDue_, true);
+        if (isFirst) process_ = ::getpid();
+    }
+    if (isFirst) after(quietSeconds, [self = shared_from_this(), number] { self->writeWhenQuiet(number, 1); });
+    if (isNews) tellSoon();
+}
+
+Dictionary DefaultsSuite::values() const {
+    std::lock_guard const hold(lock_);
+    Dictionary all;
+    all.reserve(entries_.size());
+    for (auto const& [key, entry] : entries_)
+        if (!entry.value.isAbsent()) all.append(key, entry.value);
+    return all;
+}
+
+bool DefaultsSuite::hasUnwritten() const {
+    std::lock_guard const hold(lock_);
+    return !dirty_.empty() && process_ == ::getpid();
+}
+
+DefaultsSuite::Unwritten DefaultsSuite::unwritten() const {
+    std::lock_guard const hold(lock_);
+    Unwritten all;
+    for (auto const* const entry : dirty_) {
+        all.changes.push_back({entry->first, entry->second.value});
+        all.numbers.push_back(entry->second.change);
+    }
+    return all;
+}
+
+void DefaultsSuite::markWritten(Unwritten const& written) {
+    std::lock_guard const hold(lock_);
+    for (std::size_t at = 0; at < written.changes.size(); ++at)
+        if (auto& entry = entries_.find(written.changes[at].key)->second; entry.change == written.numbers[at]) entry.change = 0;
+    std::erase_if(dirty_, [](auto const* entry) { return entry->second.change == 0; }); // the others were set again meanwhile
+    for (auto const& [key, value] : written.changes) {
+        auto const found = entries_.find(key);
+        if (found->second.change == 0 && found->second.value.isAbsent()) entries_.erase(found);
+    }
+}
+
+// The file --------------------------------------------------------------------------------------------------------------
+
+Ref<NSError> DefaultsSuite::synchronize() {
+    try {
+        std::lock_guard const hold(fileMutex_);
+        auto const changes = unwritten();
+        if (changes.changes.empty()) {
+            read();
+        } else {
+            DefaultsFile::Lock const lock(file_);
+            watch(); // the folder may be new
+            write(changes, readBeforeWriting());
+        }
+        return nullptr;
+    } catch (ErrorException const& failure) {
+        return failure.error();
+    }
+}
+
+void DefaultsSuite::read() {
+    auto text = file_.read();
+    if (text == known_.text()) return; // mostly our own writing
+    try {
+        adopt(DefaultsDocument(std::move(text)));
+    } catch (ErrorException const& failure) {
+        throw ErrorException(about(failure.error()));
+    }
+}
+
+/// What is wrong with the text of the file, with its path.
+Ref<NSError> DefaultsSuite::about(Ref<NSError> const& problem) const {
+    if (problem->domain() != NSFormatErrorDomain) return problem;
+    auto const words = fmt::format("{}: {}", file_.path(), problem->localizedDescription());
+    return NSError::errorWithDomain(problem->domain(), problem->code(), {{NSLocalizedDescriptionKey, words}, {NSFilePathErrorKey, file_.path()}});
+}
+
+/// An editor that writes in place leaves the file empty, cut off or missing for a moment: such a file is looked at again. One
+/// that stays ill-formed is kept aside, and what is well-formed of it goes on. Gives the text that was found.
+std::string DefaultsSuite::readBeforeWriting() {
+    for (int patience = 5;; --patience) {
+        auto text = file_.read();
+        bool const isEmptied = text.empty() && !known_.text().empty();
+        try {
+            if (!isEmptied || patience == 0) {
+                if (text != known_.text()) adopt(DefaultsDocument(text));
+                return text;
+            }
+        } catch (ErrorException const& failure) {
+            if (patience == 0) {
+                salvage(text, failure.error());
+                return text;
+            }
+        }
+        std::this_thread::sleep_for(std::chrono::duration<double>(settleSeconds));
+    }
+}
+
+void DefaultsSuite::salvage(std::string const& text, Ref<NSError> const& problem) {
+    auto const place = file_.setAside(text);
+    auto document = DefaultsDocument::salvaged(text);
+    std::vector<Dictionary::Entry> missing;
+    for (auto const& entry : known_.values())
+        if (!document.values().contains(entry.key)) missing.push_back(entry);
+    document.apply(missing);
+    warn(fmt::format("{}; kept as {}", about(problem)->localizedDescription(), place));
+    adopt(std::move(document));
+}
+
+/// Takes over what others changed, but for what was set here and is not written yet.
+void DefaultsSuite::adopt(DefaultsDocument document) {
+    std::vector<Dictionary::Entry> differences;
+    for (auto const& [key, value] : document.values())
+        if (auto const* const old = known_.values().find(key); !old || !isSame(*old, value)) differences.push_back({key, value});
+    for (auto const& [key, value] : known_.values())
+        if (!document.values().contains(key)) differences.push_back({key, Value()});
+    known_ = std::move(document);
+
+    {
+        std::lock_guard const hold(lock_);
+        for (auto& [key, value] : differences) {
+            auto const found = entries_.find(key);
+            if (found != entries_.end() && found->second.change != 0) continue;
+            if (value.isAbsent())
+                entries_.erase(key);
+            else
+                std::swap(entries_[key].value, value);
+            othersKeys_.push_back(key);
+        }
+        if (othersKeys_.empty() || std::exchange(noticeIsDue_, true)) return;
+    }
+    tellSoon();
+}
+
+void DefaultsSuite::write(Unwritten const& unwritten, std::string_view found) {
+    auto next = known_;
+    next.apply(unwritten.changes);
+    if (next.text() != found) file_.write(next.text());
+    known_ = std::move(next);
+    markWritten(unwritten);
+}
+
+// Later -----------------------------------------------------------------------------------------------------------------
+
+void DefaultsSuite::writeWhenQuiet(std::uint64_t seen, int rounds) {
+    {
+        std::lock_guard const hold(lock_);
+        bool const isQuiet = changes_ == seen || rounds >= mostRounds;
+        seen = changes_;
+        rounds = isQuiet ? 0 : rounds + 1;
+        if (isQuiet) writeIsDue_ = false; // from now on a change asks for the next time
+    }
+    if (rounds == 0) return writeOrRetry(quietSeconds);
+    after(quietSeconds, [self = shared_from_this(), seen, rounds] { self->writeWhenQuiet(seen, rounds); });
+}
+
+void DefaultsSuite::writeOrRetry(double pause) {
+    if (!hasUnwritten()) return;
+    auto const problem = synchronize();
+    auto const words = problem ? problem->localizedDescription() + "; the settings are kept in memory" : std::string{};
+    {
+        std::lock_guard const hold(lock_);
+        bool const isKnown = std::exchange(lastProblem_, words) == words;
+        if (!problem) return;
+        if (!isKnown) warn(words);
+        if (std::exchange(writeIsDue_, true)) return; // a later change asked already
+    }
+    after(pause, [self = shared_from_this(), pause] {
+        {
+            std::lock_guard const hold(self->lock_);
+            self->writeIsDue_ = false;
+        }
+        self->writeOrRetry(std::min(pause * 2, longestPause));
+    });
+}
+
+void DefaultsSuite::fileMayHaveChanged() {
+    {
+        std::lock_guard const hold(lock_);
+        if (std::exchange(readIsDue_, true)) return;
+    }
+    after(settleSeconds, [weak = weak_from_this()] {
+        auto const self = weak.lock();
+        if (!self) return;
+        {
+            std::lock_guard const hold(self->lock_);
+            self->readIsDue_ = false;
+        }
+        self->readSilently();
+    });
+}
+
+void DefaultsSuite::tellSoon() {
+    dispatch_async(dispatch_get_main_queue(), [weak = weak_from_this()] {
+        if (auto const self = weak.lock()) self->tell();
+    });
+}
+
+void DefaultsSuite::tell() {
+    std::vector<Text> keys;
+    {
+        std::lock_guard const hold(lock_);
+        noticeIsDue_ = false;
+        keys.swap(othersKeys_);
+    }
+    auto const sender = home.lock();
+    if (!sender) return;
+    List changed(keys.begin(), keys.end());
+    NSNotificationCenter::defaultCenter()->postNotificationName(NSUserDefaultsDidChangeNotification, sender,
+                                                                Dictionary{{NSUserDefaultsChangedKeys, Value(std::move(changed))}});
+}
+
+} // namespace Tessarin::defaults

@@ -1,0 +1,90 @@
+#pragma once
+#include "Tessarin/platform/foundation/DefaultsDocumentPrivate.h"
+#include "Tessarin/platform/foundation/DefaultsFilePrivate.h"
+#include "Tessarin/platform/foundation/NSUserDefaults.h"
+#include "Tessarin/platform/runtime/Cell.h"
+#include "Tessarin/platform/runtime/SpinLock.h"
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+namespace Tessarin::defaults {
+
+/// The settings of one file: in memory for reading and writing, and now and then made one with the file. What has been set here
+/// and is not written yet outranks what others wrote; for everything else the file counts. Any thread.
+class DefaultsSuite : public std::enable_shared_from_this<DefaultsSuite> {
+public:
+    explicit DefaultsSuite(std::string const& path);
+    /// To be called once, before anything else. A file that cannot be read gives no settings, and `synchronize` says why.
+    void begin();
+
+    Value value(std::string_view key) const {
+        std::lock_guard const hold(lock_);
+        auto const found = entries_.find(key);
+        return found == entries_.end() ? Value() : found->second.value;
+    }
+    /// Absent removes. Written after a quiet second, or when the process exits.
+    void set(std::string_view key, Value value);
+    Dictionary values() const;
+
+    /// Writes what was set and reads what others wrote. Null, or why that could not be; then nothing is lost but time.
+    Ref<NSError> synchronize();
+    /// Has the file read, soon.
+    void fileMayHaveChanged();
+    /// Whether this process, not one it was forked from, has something to write.
+    bool hasUnwritten() const;
+
+    /// Whom notices of changes name as their sender.
+    Cell<WeakRef<NSUserDefaults>> home;
+
+private:
+    struct Entry {
+        Value value;
+        std::uint64_t change = 0; // its number while it is not written, else 0
+    };
+    struct Hash {
+        using is_transparent = void;
+        std::size_t operator()(std::string_view key) const noexcept { return std::hash<std::string_view>{}(key); }
+    };
+    struct Equal {
+        using is_transparent = void;
+        bool operator()(std::string_view a, std::string_view b) const noexcept { return a == b; }
+    };
+    using Entries = std::unordered_map<Text, Entry, Hash, Equal>;
+    struct Unwritten {
+        std::vector<Dictionary::Entry> changes;
+        std::vector<std::uint64_t> numbers;
+    };
+
+    Unwritten unwritten() const;
+    void markWritten(Unwritten const& written);
+    void watch();
+    void read();
+    void readSilently();
+    std::string readBeforeWriting();
+    void salvage(std::string const& text, Ref<NSError> const& problem);
+    void adopt(DefaultsDocument document);
+    void write(Unwritten const& unwritten, std::string_view found);
+    Ref<NSError> about(Ref<NSError> const& problem) const;
+    void writeWhenQuiet(std::uint64_t seen, int rounds);
+    void writeOrRetry(double pause);
+    void tellSoon();
+    void tell();
+
+    mutable SpinLock lock_; // for the memory: all up to fileMutex_
+    Entries entries_;       // an absent value is a removal that is not written yet
+    std::vector<Entries::value_type*> dirty_; // the entries with a change number
+    std::uint64_t changes_ = 0;
+    int process_ = 0; // that made the changes
+    bool writeIsDue_ = false, readIsDue_ = false, noticeIsDue_ = false;
+    std::vector<Text> othersKeys_; // changed by others since the last notice
+    std::string lastProblem_;      // of writing, that was printed
+
+    std::mutex fileMutex_; // for the file; taken before lock_
+    DefaultsFile const file_;
+    DefaultsDocument known_; // the file as it was last read or written
+};
+
+} // namespace Tessarin::defaults

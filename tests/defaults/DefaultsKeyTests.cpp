@@ -1,0 +1,103 @@
+#include "Tessarin/platform/foundation/NSUserDefaults.h"
+
+#include "tests/support/TemporaryFolder.h"
+#include <gtest/gtest.h>
+
+namespace Tessarin {
+namespace {
+
+DefaultsKey<std::string> const theme("theme");
+DefaultsKey<std::int64_t> const volume("volume");
+DefaultsKey<float> const ratio("ratio");
+DefaultsKey<double> const width("width");
+DefaultsKey<bool> const isMuted("isMuted");
+DefaultsKey<std::vector<std::string>> const recent("recent");
+DefaultsKey<NSData> const seal("seal");
+DefaultsKey<NSDate> const opened("opened");
+
+/// The standard store is one for the process, so its folder must not change from test to test.
+class DefaultsKeys : public testing::Test {
+protected:
+    DefaultsKeys() : home_("XDG_CONFIG_HOME", folder_.path()) {}
+    void TearDown() override {
+        NSUserDefaults::setCurrentDefaultsGroup("");
+        for (auto const* key : {"theme", "volume", "ratio", "width", "isMuted", "recent", "seal", "opened"}) standard_.removeValueForKey(key);
+        standard_.synchronize();
+    }
+
+    tests::TemporaryFolder folder_;
+    tests::Environment const home_;
+    NSUserDefaults& standard_ = *NSUserDefaults::standardUserDefaults();
+    NSUserDefaults const& read_ = standard_; // whose subscripts give values, not slots
+};
+
+TEST_F(DefaultsKeys, EachTypeReadsWhatWasSetAndItsOwnNothing) {
+    EXPECT_EQ(read_[theme], "");
+    EXPECT_EQ(read_[volume], 0);
+    EXPECT_EQ(read_[ratio], 0);
+    EXPECT_EQ(read_[width], 0);
+    EXPECT_FALSE(read_[isMuted]);
+    EXPECT_TRUE(read_[recent].empty());
+    EXPECT_EQ(read_[seal], std::nullopt);
+    EXPECT_EQ(read_[opened], std::nullopt);
+
+    standard_[theme] = "dark";
+    standard_[volume] = 3;
+    standard_[ratio] = 0.1f;
+    standard_[width] = 0.1;
+    standard_[isMuted] = true;
+    standard_[recent] = {"a", "b"};
+    standard_[seal] = NSData::dataWithText("x");
+    standard_[opened] = NSDate::distantPast();
+    EXPECT_EQ(read_[theme], "dark");
+    EXPECT_EQ(read_[volume], 3);
+    EXPECT_EQ(standard_.objectForKey("ratio").kind(), Value::Kind::Float);
+    EXPECT_EQ(read_[ratio], 0.1f);
+    EXPECT_EQ(read_[width], 0.1);
+    std::int64_t const copy = standard_[volume];
+    EXPECT_EQ(copy, 3);
+    EXPECT_TRUE(read_[isMuted]);
+    EXPECT_EQ(read_[recent], (std::vector<std::string>{"a", "b"}));
+    EXPECT_EQ(read_[seal], NSData::dataWithText("x"));
+    EXPECT_EQ(read_[opened], NSDate::distantPast());
+    standard_[opened] = std::nullopt;
+    EXPECT_FALSE(standard_.hasValueForKey("opened"));
+    static_assert(!std::is_convertible_v<decltype(standard_[volume])&, std::int64_t>, "a slot that is kept must not read");
+}
+
+TEST_F(DefaultsKeys, DataAndDatesAreOnlyWhatIsOfTheirKind) {
+    standard_.setObject("a text", "seal");
+    standard_.setObject(12.0, "opened");
+    EXPECT_EQ(read_[seal], std::nullopt);
+    EXPECT_EQ(read_[opened], std::nullopt);
+    EXPECT_TRUE(standard_.hasValueForKey("seal"));
+}
+
+TEST_F(DefaultsKeys, StaticOperationsFollowTheGroupAndWriteAtOnce) {
+    auto const file = [&] { return folder_.read("org.example.suite/defaults.toml"); };
+    standard_[volume] = 1;
+    NSUserDefaults::setCurrentDefaultsGroup("org.example.suite");
+    EXPECT_EQ(NSUserDefaults::get(volume), 0);
+    NSUserDefaults::set(7, volume);
+    NSUserDefaults::set({}, theme);
+    EXPECT_EQ(file(), "volume = 7\n");
+    EXPECT_EQ(read_[volume], 1);
+    EXPECT_EQ(NSUserDefaults::defaults(), NSUserDefaults::s_sharedUserDefaults());
+    (*NSUserDefaults::defaults())[volume] = 8;
+    EXPECT_EQ(NSUserDefaults::get(volume), 8);
+    EXPECT_EQ(file(), "volume = 7\n") << "a subscript does not write at once";
+    EXPECT_TRUE(NSUserDefaults::type().hasValueForKey("volume"));
+    NSUserDefaults::set(std::nullopt, volume);
+    EXPECT_FALSE(NSUserDefaults::type().hasValueForKey("volume"));
+    EXPECT_EQ(file(), "");
+    NSUserDefaults::set("dark", theme);
+    NSUserDefaults::type().removeValueForKey("theme");
+    EXPECT_EQ(file(), "");
+
+    NSUserDefaults::setCurrentDefaultsGroup("a/b");
+    EXPECT_EQ(NSUserDefaults::s_sharedUserDefaults(), nullptr);
+    EXPECT_EQ(NSUserDefaults::get(volume), 1);
+}
+
+} // namespace
+} // namespace Tessarin
