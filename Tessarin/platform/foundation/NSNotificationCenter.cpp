@@ -3,17 +3,21 @@
 #include "Tessarin/platform/foundation/NSNotificationChannel.h"
 #include "Tessarin/platform/foundation/NSOperationQueue.h"
 #include "Tessarin/platform/foundation/NotificationRegistryPrivate.h"
+#include "Tessarin/platform/runtime/Fatal.h"
 
 namespace Tessarin {
 namespace {
 
-/// Hands each notification to an operation of the queue, which asks again whether the observer is still there.
+/// Has an operation of the queue call the block, when its turn comes and the observer is still there, and waits for it.
 class QueueRegistration : public BlockRegistration {
 public:
     bool deliver(NotificationPost& post) override {
-        queue->addOperationWithBlock([self = self<QueueRegistration>(), notification = post.notification] {
-            if (self->isActive()) self->block(notification);
-        });
+        if (queue->runsHere())
+            block(post.notification);
+        else
+            queue->runAndWait([&] {
+                if (isActive()) block(post.notification);
+            });
         return true;
     }
     Ref<NSOperationQueue> queue;
@@ -37,6 +41,7 @@ Ref<NSNotificationCenter> const& NSNotificationCenter::defaultCenter() {
 }
 
 void NSNotificationCenter::addObserver(Ref<NSObject> const& observer, Selector selector, std::optional<std::string_view> name, Ref<NSObject> const& object) {
+    if (!observer) fatal("addObserver: there is no observer");
     auto registration = make<SelectorRegistration>();
     registration->selector = selector;
     registration->entry = observer->objectClass().find(selector);
@@ -47,6 +52,7 @@ void NSNotificationCenter::addObserver(Ref<NSObject> const& observer, Selector s
 
 Ref<NSObject> NSNotificationCenter::addObserverForName(std::optional<std::string_view> name, Ref<NSObject> const& object, Ref<NSOperationQueue> queue,
                                                        Block block) {
+    if (!block) fatal("addObserverForName: there is no block");
     auto registration = blockRegistration(std::move(queue));
     registration->block = std::move(block);
     registration->setSender(object);
@@ -61,6 +67,7 @@ void NSNotificationCenter::removeObserver(NSObject const& observer, std::optiona
 }
 
 void NSNotificationCenter::postNotification(Ref<NSNotification> const& notification) {
+    if (!notification) fatal("postNotification: there is no notification");
     if (auto const channel = registry_->existingChannel(notification->name()))
         channel->post(notification);
     else

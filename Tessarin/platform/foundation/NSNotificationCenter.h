@@ -15,7 +15,7 @@ class NSOperationQueue;
 
 /// Carries notifications from those who post to those who observe. A post calls its observers on the posting thread, in the
 /// order of their registration, and returns when all have been called; observers added meanwhile are not called, observers
-/// removed meanwhile no longer are. Any thread, also from inside an observer.
+/// removed meanwhile no longer are. Any thread, also from inside an observer. A missing observer, block or notification is fatal.
 ///
 ///     auto const& centre = NSNotificationCenter::defaultCenter();
 ///     centre->addObserver(self, "documentSaved:"_sel, "DocumentSaved");
@@ -32,8 +32,10 @@ public:
     /// name stands for every name, a null object for every sender. Registered twice, it is called twice. A post is fatal
     /// when the observer does not answer the selector.
     void addObserver(Ref<NSObject> const& observer, Selector selector, std::optional<std::string_view> name = {}, Ref<NSObject> const& object = nullptr);
-    /// Calls `block` with the notification: on the posting thread, or, given a queue, in an operation of that queue for which
-    /// the post does not wait. Lasts until the returned token is removed; the token itself keeps nothing alive.
+    /// Calls `block` with the notification: on the posting thread, or, given a queue, in an operation of that queue, and the post
+    /// waits until it has ended; a post from inside an operation of the same queue calls the block here and now. So a thread
+    /// that posts must hold nothing that the queue's operations wait for. Lasts until the returned token is removed; the token
+    /// itself keeps nothing alive.
     Ref<NSObject> addObserverForName(std::optional<std::string_view> name, Ref<NSObject> const& object, Ref<NSOperationQueue> queue, Block block);
 
     /// Removes all registrations of an observer, which may be a token. What is not registered is ignored.

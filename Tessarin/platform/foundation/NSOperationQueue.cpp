@@ -7,6 +7,8 @@ namespace {
 
 [[maybe_unused]] auto const& registered = registerClass<NSOperationQueue>();
 
+constinit thread_local NSOperationQueue const* atWorkHere = nullptr; // without a lane
+
 } // namespace
 
 Ref<NSOperationQueue> const& NSOperationQueue::mainQueue() {
@@ -75,6 +77,7 @@ void NSOperationQueue::startMore() {
 void NSOperationQueue::work() {
     std::unique_lock hold(mutex_);
     --starting_;
+    atWorkHere = this;
     while (!pending_.empty() && (limit_ < 0 || running_ <= limit_)) {
         auto block = std::move(pending_.front());
         pending_.pop_front();
@@ -83,6 +86,7 @@ void NSOperationQueue::work() {
         block = nullptr; // what it kept goes without the lock, too
         hold.lock();
     }
+    atWorkHere = nullptr;
     --running_;
     if (isIdle()) finished_.notify_all();
 }
@@ -115,6 +119,13 @@ bool NSOperationQueue::hasOperations() const {
     if (usesLane_.load(std::memory_order_acquire)) return !queueIsIdle(lane_);
     std::lock_guard const hold(mutex_);
     return !isIdle();
+}
+
+bool NSOperationQueue::runsHere() const {
+    if (atWorkHere == this) return true;
+    if (usesLane_.load(std::memory_order_acquire)) return queueIsHeld(lane_);
+    std::lock_guard const hold(mutex_);
+    return lane_ && queueIsHeld(lane_); // an operation of before the lane was left
 }
 
 SelectorTable NSOperationQueue::selectors() {

@@ -45,6 +45,9 @@ public:
     void waitUntilAllOperationsAreFinished();
     /// Whether any are queued or run at this moment.
     bool hasOperations() const;
+    /// Whether the calling thread runs one of this queue's operations, so that it must not wait for another. The main thread
+    /// always counts as running one of the main queue's.
+    bool runsHere() const;
 
     static SelectorTable selectors();
 

@@ -159,26 +159,45 @@ TEST_F(NotificationCenter, ManyRemovalsKeepTheOrderOfTheRest) {
     }
 }
 
-TEST_F(NotificationCenter, AnObserverThatDoesNotAnswerIsFatal) {
+TEST_F(NotificationCenter, AnObserverThatDoesNotAnswerOrIsMissingIsFatal) {
+    EXPECT_DEATH(center->addObserver(nullptr, "heard:"_sel, "A"), "addObserver: there is no observer");
+    EXPECT_DEATH(static_cast<void>(center->addObserverForName("A", nullptr, nullptr, nullptr)), "addObserverForName: there is no block");
+    EXPECT_DEATH(center->postNotification(nullptr), "postNotification: there is no notification");
     auto const a = listener("a");
     center->addObserver(a, "fly:"_sel, "A");
     EXPECT_DEATH(posted("A"), "Tessarin..anonymous namespace..Listener does not answer fly:");
 }
 
-TEST_F(NotificationCenter, QueuesRunWhatIsStillWantedThen) {
+TEST_F(NotificationCenter, APostWaitsForTheQueuesOfItsObservers) {
+    for (bool const serial : {true, false}) {
+        auto const queue = make<NSOperationQueue>(serial ? Serial::Yes : Serial::No);
+        queue->setMaxConcurrentOperationCount(1);
+        Ref<NSObject> nested;
+        auto const first = observe("1", "A");
+        auto const queued = center->addObserverForName("A", nullptr, queue, [&](auto const&) {
+            log.push_back("queued");
+            EXPECT_TRUE(queue->runsHere());
+            if (!std::exchange(nested, observe("nested", "B"))) center->postNotificationName("B"); // and "inside", without waiting
+        });
+        auto const inside = center->addObserverForName("B", nullptr, queue, [&](auto const&) { log.push_back("inside"); });
+        auto const last = observe("2", "A");
+        EXPECT_EQ(posted("A"), (Log{"1A", "queued", "inside", "nestedB", "2A"}));
+        EXPECT_FALSE(queue->runsHere());
+        for (auto const& token : {first, queued, inside, last, nested}) center->removeObserver(*token);
+    }
+}
+
+TEST_F(NotificationCenter, AQueueCallsNobodyWhoWasRemovedMeanwhile) {
     auto const queue = make<NSOperationQueue>(Serial::Yes);
-    std::promise<void> open;
-    auto const opened = open.get_future().share();
-    queue->addOperationWithBlock([opened] { opened.wait(); });
-    auto const heard = [this](auto const& notification) { log.push_back(notification->name().string()); };
-    auto const kept = center->addObserverForName("A", nullptr, queue, heard);
-    auto const removed = center->addObserverForName("B", nullptr, queue, heard);
-    EXPECT_EQ(posted("A"), Log{}) << "the post does not wait";
-    center->postNotificationName("B");
+    std::promise<void> open, begun;
+    queue->addOperationWithBlock([&] { open.get_future().wait(); });
+    auto const first = center->addObserverForName("A", nullptr, nullptr, [&](auto const&) { begun.set_value(); });
+    auto const removed = center->addObserverForName("A", nullptr, queue, [](auto const&) { FAIL(); });
+    std::thread posting([&] { center->postNotificationName("A"); });
+    begun.get_future().wait();
     center->removeObserver(*removed);
     open.set_value();
-    queue->waitUntilAllOperationsAreFinished();
-    EXPECT_EQ(log, Log{"A"});
+    posting.join();
 }
 
 TEST_F(NotificationCenter, ChannelsOutliveTheirCentreInSilence) {
