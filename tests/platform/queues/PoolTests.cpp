@@ -2,37 +2,12 @@
 
 #include <atomic>
 #include <condition_variable>
-#include <filesystem>
-#include <fstream>
-#include <malloc.h>
 #include <mutex>
-#include <unistd.h>
 
 namespace Tessarin {
 namespace {
 
 using namespace tests;
-
-/// Number of the engine's workers, and how often they, the timer and the main thread have gone to sleep so far.
-struct Threads {
-    int workers = 0;
-    long sleeps = 0;
-};
-Threads threadsNow() {
-    Threads result;
-    for (auto const& task : std::filesystem::directory_iterator("/proc/self/task")) {
-        std::ifstream status(task.path() / "status");
-        bool counts = task.path().filename() == std::to_string(getpid());
-        for (std::string line; std::getline(status, line);) {
-            if (line.starts_with("Name:\tdispatch-")) {
-                counts = true;
-                result.workers += !line.ends_with("-timer");
-            }
-            if (counts && line.starts_with("voluntary_ctxt_switches:")) result.sleeps += std::stol(line.substr(line.find('\t')));
-        }
-    }
-    return result;
-}
 
 TEST(Pool, GrowsWhileWorkersBlockWhetherTheEngineKnowsItOrNot) {
     constexpr int blocked = 20;
@@ -106,30 +81,6 @@ TEST(Pool, LongQueuesDoNotKeepOthersOut) {
     EXPECT_TRUE(other.wait());
     enough = true;
     EXPECT_EQ(dispatch_group_wait(group, limit()), 0);
-}
-
-TEST(Pool, AnIdleProcessHasNoWakeUpsAndItsWorkersAndMemoryGo) {
-    auto const bytes = [] {
-        auto const heap = mallinfo2();
-        return heap.uordblks + heap.hblkhd;
-    };
-    auto const before = bytes();
-    constexpr std::size_t backlog = 200'000;
-    auto const queue = serialQueue();
-    dispatch_suspend(queue);
-    for (std::size_t i = 0; i < backlog; ++i) dispatch_async(queue, [] {});
-    dispatch_resume(queue);
-    dispatch_sync(queue, [] {});
-    for (int i = 0; i < 100; ++i) dispatch_sync(queueOn(serialQueue()), [] {}), dispatch_async(serialQueue(), [] {});
-    EXPECT_GT(threadsNow().workers, 0);
-    EXPECT_TRUE(eventually([] {
-        auto const first = threadsNow();
-        std::this_thread::sleep_for(std::chrono::milliseconds{200});
-        auto const second = threadsNow();
-        return first.sleeps == second.sleeps && first.workers == second.workers;
-    }));
-    EXPECT_TRUE(eventually([] { return threadsNow().workers == 0; }));
-    EXPECT_LT(bytes(), before + backlog * 16);
 }
 
 } // namespace
