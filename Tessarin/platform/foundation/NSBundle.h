@@ -35,9 +35,15 @@ public:
     /// Where resources are: the first of the three folders that exists.
     NSURL resourceURL() const;
     /// The resource `name`.`extension`; an empty extension means that the name is whole.
-    std::optional<NSURL> URLForResource(std::string_view name, std::string_view extension = {}, std::string_view subdirectory = {}) const;
+    std::optional<NSURL> URLForResource(std::string_view name, std::string_view extension = {},
+                                        std::string_view subdirectory = {}) const;
     /// All resources with that extension (all when it is empty), sorted by name.
     std::vector<NSURL> URLsForResourcesWithExtension(std::string_view extension, std::string_view subdirectory = {}) const;
+
+    /// The text under `key` in the table `<table>.strings`, "Localizable" unless named, from the folder `<language>.lproj` of the
+    /// first of the user's languages that has the table, else of `CFBundleDevelopmentRegion`. Without a text, `value`, and where
+    /// that is empty the key itself. The languages are those of LANGUAGE, LC_ALL, LC_MESSAGES and LANG; what is read is kept.
+    std::string localizedStringForKey(std::string_view key, std::string_view value = {}, std::string_view table = {}) const;
 
     std::string description() const override;
 
@@ -48,11 +54,14 @@ protected:
     NSBundle() = default;
 
 private:
+    struct Localization;
+    Ref<Localization const> localization(std::string_view table) const;
     std::vector<NSURL> resourceFolders(std::string_view subdirectory) const;
 
     std::optional<NSURL> url_; // constant after init
     Cell<std::optional<std::string>> identifier_;
     mutable Cell<std::optional<Value>> info_;
+    mutable Cell<Ref<Localization const>> localization_;
 };
 
 } // namespace Tessarin

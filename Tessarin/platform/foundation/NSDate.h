@@ -6,6 +6,7 @@
 #include <ostream>
 #include <string>
 // What other rooms add to dates:
+#include "Tessarin/dates/NSDate+Ages.h"
 #include "Tessarin/dates/NSDate+Arithmetic.h"
 #include "Tessarin/dates/NSDate+Comparison.h"
 #include "Tessarin/dates/NSDate+Components.h"
@@ -28,7 +29,8 @@ class TESSARIN_API NSDate : public NSDateParsing,
                             public NSDateComponentsAccess,
                             public NSDateComparison,
                             public NSDateArithmetic,
-                            public NSDateFormatting {
+                            public NSDateFormatting,
+                            public NSDateAges {
 public:
     /// Now.
     NSDate();

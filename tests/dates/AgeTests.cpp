@@ -1,0 +1,119 @@
+// Ages and durations as text, and the words in the user's language.
+#include "Tessarin/platform/foundation/NSBundle.h"
+#include "Tessarin/platform/foundation/NSLocalizedString.h"
+
+#include "tests/dates/DateFixture.h"
+#include <cmath>
+#include <sys/wait.h>
+
+namespace Tessarin {
+namespace {
+
+using Style = NSDateFormatterStyle;
+using tests::Surroundings;
+using tests::TemporaryFolder;
+constexpr double day = 86'400;
+
+TEST(DateAges, AreRoundedDownInTheLargestUnit) {
+    struct {
+        double seconds;
+        Style style;
+        char const* text;
+    } const rows[] = {{0, Style::No, "now"}, {0, Style::Full, "now"}, {0.9, Style::Short, "now"}, {-0.9, Style::Long, "now"},
+                      {1, Style::Short, "1s"}, {59, Style::Short, "59s"}, {60, Style::Short, "1m"}, {3'599, Style::Short, "59m"},
+                      {3'600, Style::Short, "1h"}, {day - 1, Style::Short, "23h"}, {day, Style::Short, "1d"},
+                      {day * 7 - 1, Style::Short, "6d"}, {day * 7, Style::Short, "1w"}, {day * 29, Style::Short, "4w"},
+                      {day * 30, Style::Short, "1mo"}, {day * 359, Style::Short, "11mo"}, {day * 360, Style::Short, "1y"},
+                      {day * 720 - 1, Style::Short, "1y"}, {1e12, Style::Short, "32150y"}, {3'600, Style::No, ""},
+                      {-7'200, Style::Medium, "2 h"}, {300, Style::Medium, "5 m"}, {300, Style::Long, "5 min"}, {45, Style::Long, "45 sec"},
+                      {7'200, Style::Long, "2 hr"}, {day * 6, Style::Long, "6 days"}, {day * 7, Style::Long, "1 wk"},
+                      {day * 61, Style::Long, "2 mos"}, {day * 360, Style::Long, "1 yr"}, {1, Style::Full, "1 second"},
+                      {2, Style::Full, "2 seconds"}, {119, Style::Full, "1 minute"}, {120, Style::Full, "2 minutes"},
+                      {3'600, Style::Full, "1 hour"}, {day * 2 - 1, Style::Full, "1 day"}, {day * 2, Style::Full, "2 days"},
+                      {day * 7, Style::Full, "1 week"}, {day * 30, Style::Full, "1 month"}, {day * 359, Style::Full, "11 months"},
+                      {day * 365, Style::Full, "1 year"}, {day * 720, Style::Full, "2 years"}, {300, static_cast<Style>(5), "5m"},
+                      {300, static_cast<Style>(-1), "5m"}};
+    for (auto const& row : rows) EXPECT_EQ(NSDate::ageString(row.seconds, row.style), row.text) << row.seconds;
+    EXPECT_EQ(NSDate::ageString(60), "1m");
+    EXPECT_DEATH(NSDate::ageString(NAN), "nan is no 64-bit integer\n");
+    EXPECT_DEATH(NSDate::ageString(0x1p63), "is no 64-bit integer");
+    EXPECT_DEATH(NSDate::ageString(-0x1p63), "NSDate::ageString: -9223372036854775808 has no absolute value\n");
+}
+
+TEST(DateAges, DurationsAreExactUntilTheTwelfthCharacter) {
+    struct {
+        double seconds;
+        char const* text;
+    } const rows[] = {{0, "0.0 s"}, {0.25, "0.25 s"}, {-12, "12.0 s"}, {3.14159265358979, "3.1415926535 s"}, {12.345678, "12.345678 s"},
+                      {1e-5, "1e-05 s"}, {1.2345678901e-7, "1.2345678901 s"}, {123'456'789'012, "123456789012 s"}};
+    auto const start = NSDate::dateWithTimeIntervalSinceReferenceDate(0);
+    for (auto const& row : rows) EXPECT_EQ(start.dateByAddingTimeInterval(row.seconds).durationStringRelativeTo(start), row.text);
+}
+
+std::vector<std::string> asked;
+
+TEST(DateAges, AskForTheirWordsByKeyAndComment) {
+    setTextTranslator(+[](std::string_view key, std::string_view comment) -> std::optional<std::string> {
+        asked.push_back(std::string{key} + "/" + std::string{comment});
+        return key == "wk" ? std::optional<std::string>{} : "·";
+    });
+    for (auto const unit : {1, 60, 3'600, 86'400, 604'800, 2'592'000, 31'104'000})
+        for (auto const style : {Style::Short, Style::Medium, Style::Long, Style::Full}) NSDate::ageString(unit * 3, style);
+    for (auto const unit : {1, 60, 3'600, 86'400, 604'800, 2'592'000, 31'104'000}) NSDate::ageString(unit, Style::Full);
+    EXPECT_EQ(NSDate::ageString(0), "·");
+    EXPECT_EQ(NSDate::ageString(day * 7, Style::Long), "1 wk") << "what the translator does not know is looked up";
+    setTextTranslator(nullptr);
+    std::vector<std::string> const expected{
+        "s/short seconds", "s/short seconds", "sec/medium seconds", "seconds/long seconds", "m/short minutes", "m/short minutes",
+        "min/medium minutes", "minutes/long minutes", "h/short hours", "h/short hours", "hr/medium hours", "hours/long hours",
+        "d/short days", "d/short days", "days/medium days", "days/long days", "w/short weeks", "w/short weeks", "wk/medium weeks",
+        "weeks/long weeks", "mo/short months", "mo/short months", "mos/medium months", "months/long months", "y/short years",
+        "y/short years", "yr/medium years", "years/long years", "1 second/1 second", "1 minute/1 minute", "1 hour/1 hour",
+        "1 day/1 day", "1 week/1 week", "1 month/1 month", "1 year/1 year", "now/now", "wk/medium weeks"};
+    EXPECT_EQ(asked, expected);
+}
+
+constexpr char const* german = "/* long minutes */\n\"minutes\" = \"Minuten\";\n// alone\n\"1 hour\"=\"eine \\\"Stunde\\\"\";now = \"jetzt\\U00e4\";\n";
+
+/// Run by the next test in a copy of this program, beside which the texts lie.
+TEST(DateAges, DISABLED_Child) {
+    EXPECT_EQ(NSDate::ageString(120, Style::Full), "2 Minuten");
+    EXPECT_EQ(NSDate::ageString(0), "jetztä");
+    EXPECT_EQ(NSDate::ageString(7'200, Style::Full), "2 hours") << "no text: the key";
+}
+
+TEST(DateAges, SpeakTheLanguageOfTheMainBundle) {
+    TemporaryFolder const folder;
+    folder.write("de.lproj/Localizable.strings", german);
+    std::filesystem::copy_file("/proc/self/exe", folder.path("program"));
+    tests::Environment const locale("LC_ALL", "de_AT.UTF-8");
+    auto const command = folder.path("program") + " --gtest_also_run_disabled_tests --gtest_filter=DateAges.DISABLED_Child >" + folder.path("log");
+    EXPECT_EQ(std::system(command.c_str()), 0) << folder.read("log");
+}
+
+TEST(NSBundle, TextsFollowTheUsersLanguages) {
+    TemporaryFolder const folder;
+    folder.write("Resources/de.lproj/Localizable.strings", german);
+    folder.write("Resources/pt-BR.lproj/Localizable.strings", std::string_view("\xFF\xFEn\0o\0w\0=\0\"\0j\0\xE1\0\"\0;\0", 20));
+    folder.write("Resources/en.lproj/Localizable.strings", "now = \"right now\"; broken = ; \"never\" = \"read\";");
+    folder.write("Resources/en.lproj/Other.strings", "<?xml version=\"1.0\"?><plist><dict><key>now</key><string>other</string></dict></plist>");
+    folder.write("Info.plist", "<plist><dict><key>CFBundleDevelopmentRegion</key><string>en</string></dict></plist>");
+    auto const bundle = NSBundle::bundleWithPath(folder.path());
+    struct {
+        char const *messages, *languages;
+        char const *now, *hour;
+    } const rows[] = {{"de_DE.UTF-8", "", "jetztä", "eine \"Stunde\""}, {"pt_BR", "", "já", "1 hour"},
+                      {"pt_PT", "", "right now", "1 hour"},              {"fr_FR", "fr:de", "jetztä", "eine \"Stunde\""},
+                      {"C", "de", "right now", "1 hour"},                {"", "", "right now", "1 hour"}};
+    for (auto const& row : rows) {
+        tests::Environment const all("LC_ALL", ""), plain("LANG", ""), messages("LC_MESSAGES", row.messages), languages("LANGUAGE", row.languages);
+        NSTimeZone::resetSystemTimeZone();
+        EXPECT_EQ(bundle->localizedStringForKey("now"), row.now) << row.messages;
+        EXPECT_EQ(bundle->localizedStringForKey("1 hour"), row.hour) << row.messages;
+        EXPECT_EQ(bundle->localizedStringForKey("now", "", "Other"), "other");
+        EXPECT_EQ(bundle->localizedStringForKey("never", "a value"), "a value") << "nothing is read after what is broken";
+    }
+}
+
+} // namespace
+} // namespace Tessarin
