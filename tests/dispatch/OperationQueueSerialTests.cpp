@@ -3,6 +3,7 @@
 
 #include "tests/support/Blocked.h"
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 namespace Tessarin {
 namespace {
@@ -26,9 +27,23 @@ TEST(SerialOperationQueue, WaitingClosuresRunInOrderBeforeTheirCallsReturn) {
     EXPECT_EQ(order, (std::vector{0, 1, 2, 3}));
 }
 
-TEST(SerialOperationQueueDeathTest, WaitingInsideItsOwnOperationNeverReturns) {
-    EXPECT_EXIT(tests::exitIfBlocked([queue = make<NSOperationQueue>(Serial::Yes)] {
-                    queue->addOperationWithBlockAndWait([&] { queue->addOperationWithBlockAndWait([] {}); });
+TEST(SerialOperationQueueDeathTest, WaitingInsideItsOwnOperationNeverReturnsAndNothingElseBreaks) {
+    using Wait = void (*)(NSOperationQueue&);
+    Wait const waits[] = {[](NSOperationQueue& own) { own.addOperationWithBlockAndWait([] {}); },
+                          [](NSOperationQueue& own) { own.waitUntilAllOperationsAreFinished(); },
+                          [](NSOperationQueue& own) { own.addOperations({NSBlockOperation::blockOperationWithBlock([] {})}, WaitUntilFinished::Yes); }};
+    for (auto const& wait : waits)
+        EXPECT_EXIT(
+            {
+                auto const queue = make<NSOperationQueue>(Serial::Yes);
+                bool const blocked = tests::staysBlocked([=] { queue->addOperationWithBlockAndWait([&] { wait(*queue); }); });
+                bool served = false;
+                make<NSOperationQueue>(Serial::Yes)->addOperationWithBlockAndWait([&] { served = true; });
+                ::_exit(blocked && served ? 0 : 1);
+            },
+            testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(tests::exitIfBlocked([queue = make<NSOperationQueue>()] {
+                    queue->addOperationWithBlockAndWait([&] { queue->waitUntilAllOperationsAreFinished(); });
                 }),
                 testing::ExitedWithCode(0), "");
 }

@@ -1,6 +1,7 @@
 #include "Tessarin/platform/queues/Group.h"
 
 #include "Tessarin/platform/queues/engine/DispatchQueue.h"
+#include "Tessarin/platform/queues/engine/Required.h"
 #include "Tessarin/platform/queues/engine/Thread.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 #include <algorithm>
@@ -117,13 +118,14 @@ void retainObject(DispatchGroup& group) noexcept { group.retain(); }
 void releaseObject(DispatchGroup& group) noexcept { group.release(); }
 
 dispatch_group_t dispatch_group_create() { return dispatch_group_t::adopt(new DispatchGroup); }
-void dispatch_group_enter(dispatch_group_t const& group) { group->enter(); }
-void dispatch_group_leave(dispatch_group_t const& group) { group->leave(); }
+void dispatch_group_enter(dispatch_group_t const& group) { required(group, __func__).enter(); }
+void dispatch_group_leave(dispatch_group_t const& group) { required(group, __func__).leave(); }
 
 void dispatch_group_async(dispatch_group_t const& group, dispatch_queue_t const& queue, Closure<void()> work) {
-    group->enter();
+    auto& wanted = required(queue, __func__);
+    required(group, __func__).enter();
     // The count keeps the group alive; the inner item keeps the closure, so that nothing is allocated.
-    queue->submit(newItem([group = group.get(), item = newItem(std::move(work))] {
+    wanted.submit(newItem([group = group.get(), item = newItem(std::move(work))] {
         runAndRecycle(item);
         group->leave();
     }));
@@ -133,12 +135,14 @@ void dispatch_group_async_f(dispatch_group_t const& group, dispatch_queue_t cons
 }
 
 void dispatch_group_notify(dispatch_group_t const& group, dispatch_queue_t const& queue, Closure<void()> work) {
-    group->notify(*queue, newItem(std::move(work)));
+    required(group, __func__).notify(required(queue, __func__), newItem(std::move(work)));
 }
 void dispatch_group_notify_f(dispatch_group_t const& group, dispatch_queue_t const& queue, void* context, dispatch_function_t work) {
     dispatch_group_notify(group, queue, [=] { work(context); });
 }
 
-std::intptr_t dispatch_group_wait(dispatch_group_t const& group, dispatch_time_t timeout) { return group->wait(timeout) ? 0 : 1; }
+std::intptr_t dispatch_group_wait(dispatch_group_t const& group, dispatch_time_t timeout) {
+    return required(group, __func__).wait(timeout) ? 0 : 1;
+}
 
 } // namespace Tessarin

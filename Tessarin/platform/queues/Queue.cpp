@@ -2,12 +2,17 @@
 
 #include "Tessarin/platform/queues/Time.h"
 #include "Tessarin/platform/queues/engine/Pool.h"
+#include "Tessarin/platform/queues/engine/Required.h"
 #include "Tessarin/platform/queues/engine/Thread.h"
 #include "Tessarin/platform/queues/engine/Timekeeper.h"
+#include "Tessarin/platform/runtime/Fatal.h"
+#include <string>
 
 namespace Tessarin {
 
 using namespace engine;
+
+void engine::refuseNull(char const* operation) { fatal(std::string{operation} + ": called without an object"); }
 
 void retainObject(DispatchQueue& queue) noexcept { queue.retain(); }
 void releaseObject(DispatchQueue& queue) noexcept { queue.release(); }
@@ -26,54 +31,64 @@ char const* dispatch_queue_get_label(dispatch_queue_t const& queue) {
     return asked ? asked->label() : "";
 }
 
-void dispatch_async(dispatch_queue_t const& queue, Closure<void()> work) { queue->submit(newItem(std::move(work))); }
+void dispatch_async(dispatch_queue_t const& queue, Closure<void()> work) { required(queue, __func__).submit(newItem(std::move(work))); }
 void dispatch_async_f(dispatch_queue_t const& queue, void* context, dispatch_function_t work) {
-    queue->submit(newItem([=] { work(context); }));
+    required(queue, __func__).submit(newItem([=] { work(context); }));
 }
 
-void dispatch_sync(dispatch_queue_t const& queue, FunctionRef<void()> work) { syncOn(*queue, plainAccess(*queue), work); }
+void dispatch_sync(dispatch_queue_t const& queue, FunctionRef<void()> work) {
+    auto& wanted = required(queue, __func__);
+    syncOn(wanted, plainAccess(wanted), work);
+}
 void dispatch_sync_f(dispatch_queue_t const& queue, void* context, dispatch_function_t work) {
     dispatch_sync(queue, [&] { work(context); });
 }
 
 void dispatch_barrier_async(dispatch_queue_t const& queue, Closure<void()> work) {
-    queue->submit(newItem(std::move(work), ItemKind::Barrier));
+    required(queue, __func__).submit(newItem(std::move(work), ItemKind::Barrier));
 }
 void dispatch_barrier_async_f(dispatch_queue_t const& queue, void* context, dispatch_function_t work) {
     dispatch_barrier_async(queue, [=] { work(context); });
 }
 
-void dispatch_barrier_sync(dispatch_queue_t const& queue, FunctionRef<void()> work) { syncOn(*queue, Access::Exclusive, work); }
+void dispatch_barrier_sync(dispatch_queue_t const& queue, FunctionRef<void()> work) {
+    syncOn(required(queue, __func__), Access::Exclusive, work);
+}
 void dispatch_barrier_sync_f(dispatch_queue_t const& queue, void* context, dispatch_function_t work) {
     dispatch_barrier_sync(queue, [&] { work(context); });
 }
 
 void dispatch_after(dispatch_time_t when, dispatch_queue_t const& queue, Closure<void()> work) {
+    auto& wanted = required(queue, __func__);
     auto const deadline = deadlineOf(when);
     if (deadline == never) return;
-    if (deadline <= monotonicNow()) return dispatch_async(queue, std::move(work));
-    queue->retain();
-    submitAt(deadline, *queue, newItem(std::move(work)));
+    if (deadline <= monotonicNow()) return wanted.submit(newItem(std::move(work)));
+    wanted.retain();
+    submitAt(deadline, wanted, newItem(std::move(work)));
 }
 void dispatch_after_f(dispatch_time_t when, dispatch_queue_t const& queue, void* context, dispatch_function_t work) {
     dispatch_after(when, queue, [=] { work(context); });
 }
 
-bool queueIsIdle(dispatch_queue_t const& queue) { return queue->isIdle(); }
+bool queueIsIdle(dispatch_queue_t const& queue) { return required(queue, __func__).isIdle(); }
 
-void dispatch_suspend(dispatch_queue_t const& queue) { queue->suspend(); }
-void dispatch_resume(dispatch_queue_t const& queue) { queue->resume(); }
+void dispatch_suspend(dispatch_queue_t const& queue) { required(queue, __func__).suspend(); }
+void dispatch_resume(dispatch_queue_t const& queue) { required(queue, __func__).resume(); }
 void dispatch_set_target_queue(dispatch_queue_t const& queue, dispatch_queue_t const& target) {
-    queue->setTarget(target ? *target : defaultGlobalQueue());
+    required(queue, __func__).setTarget(target ? *target : defaultGlobalQueue());
 }
 
 void dispatch_queue_set_specific(dispatch_queue_t const& queue, void const* key, void* value, dispatch_function_t destructor) {
-    queue->setSpecific(key, value, destructor);
+    required(queue, __func__).setSpecific(key, value, destructor);
 }
-void* dispatch_queue_get_specific(dispatch_queue_t const& queue, void const* key) { return queue->specific(key); }
+void* dispatch_queue_get_specific(dispatch_queue_t const& queue, void const* key) {
+    return required(queue, __func__).specific(key);
+}
 
-void dispatch_set_context(dispatch_queue_t const& queue, void* context) { queue->setContext(context); }
-void* dispatch_get_context(dispatch_queue_t const& queue) { return queue->context(); }
-void dispatch_set_finalizer_f(dispatch_queue_t const& queue, dispatch_function_t finalizer) { queue->setFinalizer(finalizer); }
+void dispatch_set_context(dispatch_queue_t const& queue, void* context) { required(queue, __func__).setContext(context); }
+void* dispatch_get_context(dispatch_queue_t const& queue) { return required(queue, __func__).context(); }
+void dispatch_set_finalizer_f(dispatch_queue_t const& queue, dispatch_function_t finalizer) {
+    required(queue, __func__).setFinalizer(finalizer);
+}
 
 } // namespace Tessarin

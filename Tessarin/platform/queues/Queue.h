@@ -6,6 +6,7 @@
 #include <cstdint>
 
 /// Dispatch queues. Everything here may be called from any thread, and an exception that leaves a work item ends the process.
+/// Without a queue every operation is fatal, but for those that say what null stands for.
 ///
 ///     auto queue = dispatch_queue_create("images", DISPATCH_QUEUE_SERIAL);
 ///     dispatch_async(queue, [=] { decode(); });

@@ -1,6 +1,7 @@
 #include "Tessarin/platform/queues/Semaphore.h"
 
 #include "Tessarin/platform/queues/engine/Parking.h"
+#include "Tessarin/platform/queues/engine/Required.h"
 #include "Tessarin/platform/queues/engine/Thread.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 #include <atomic>
@@ -17,7 +18,7 @@ public:
     void retain() noexcept { references_.fetch_add(1, std::memory_order_relaxed); }
     void release() noexcept {
         if (references_.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
-        if (value_.load(std::memory_order_relaxed) < initial_) fatal("dispatch: a semaphore was released while in use");
+        if (value_.load(std::memory_order_relaxed) < initial_) fatal("dispatch_semaphore_create: the semaphore was released while in use");
         delete this;
     }
 
@@ -74,9 +75,11 @@ dispatch_semaphore_t dispatch_semaphore_create(std::intptr_t value) {
 }
 
 std::intptr_t dispatch_semaphore_wait(dispatch_semaphore_t const& semaphore, dispatch_time_t timeout) {
-    return semaphore->wait(timeout) ? 0 : 1;
+    return required(semaphore, __func__).wait(timeout) ? 0 : 1;
 }
 
-std::intptr_t dispatch_semaphore_signal(dispatch_semaphore_t const& semaphore) { return semaphore->signal() ? 1 : 0; }
+std::intptr_t dispatch_semaphore_signal(dispatch_semaphore_t const& semaphore) {
+    return required(semaphore, __func__).signal() ? 1 : 0;
+}
 
 } // namespace Tessarin

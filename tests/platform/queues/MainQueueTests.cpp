@@ -114,9 +114,9 @@ TEST(MainQueue, AWaitOfTheMainThreadRunsNoItems) {
 }
 
 TEST(MainQueueDeathTest, DrainingElsewhereIsFatal) {
-    EXPECT_DEATH(drainMainQueue(), "drainMainQueue: not on the main thread");
-    EXPECT_DEATH(runMainLoop(), "runMainLoop: not on the main thread");
-    EXPECT_DEATH(dispatch_sync(dispatch_get_main_queue(), [] { runMainLoop(); }), "runMainLoop: inside a work item");
+    EXPECT_DEATH(drainMainQueue(), "^drainMainQueue: not on the main thread\n$");
+    EXPECT_DEATH(runMainLoop(), "^runMainLoop: not on the main thread\n$");
+    EXPECT_DEATH(dispatch_sync(dispatch_get_main_queue(), [] { runMainLoop(); }), "^runMainLoop: inside a work item\n$");
 }
 
 } // namespace

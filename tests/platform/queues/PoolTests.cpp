@@ -1,5 +1,6 @@
 #include "tests/platform/queues/Support.h"
 
+#include <algorithm>
 #include <atomic>
 #include <condition_variable>
 #include <mutex>
@@ -42,6 +43,52 @@ TEST(Pool, GrowsWhileWorkersBlockWhetherTheEngineKnowsItOrNot) {
         while (announced && gate.hasHappened()) {
         }
     }
+}
+
+TEST(Pool, HundredsOfBlockedQueuesDoNotKeepTheNextOneFromBeingServed) {
+    constexpr int queues = 600; // more than there will be threads
+    constexpr int finishing = 150;
+    Event gate, served;
+    std::atomic<int> inside = 0;
+    auto const group = dispatch_group_create();
+    for (int i = 0; i < queues; ++i)
+        dispatch_group_async(group, serialQueue(), [&, gate] {
+            ++inside;
+            gate.wait();
+        });
+    EXPECT_TRUE(eventually([&] { return inside >= 400; }));
+    dispatch_async(serialQueue(), [=] { served.happen(); });
+    for (int i = 0; i < finishing; ++i) gate.happen();
+    EXPECT_TRUE(served.wait());
+    for (int i = finishing; i < queues; ++i) gate.happen();
+    EXPECT_EQ(dispatch_group_wait(group, limit()), 0);
+    EXPECT_EQ(inside, queues);
+}
+
+TEST(Pool, ABlockedWorkerIsReplacedWithinFiftyMilliseconds) {
+    auto const queue = dispatch_get_global_queue(QOS_CLASS_USER_INITIATED, 0);
+    auto const workers = std::max(2u, std::thread::hardware_concurrency());
+    auto fastest = std::chrono::steady_clock::duration::max(); // what else the machine does can only add to it
+    for (int attempt = 0; attempt < 10 && fastest > std::chrono::milliseconds{50}; ++attempt) {
+        std::mutex door; // a wait that the engine cannot see
+        std::unique_lock closed(door);
+        std::atomic<unsigned> inside = 0;
+        auto const group = dispatch_group_create();
+        for (unsigned i = 0; i < workers; ++i)
+            dispatch_group_async(group, queue, [&] {
+                ++inside;
+                std::lock_guard const wait(door);
+            });
+        EXPECT_TRUE(eventually([&] { return inside == workers; }));
+        Event served;
+        auto const start = std::chrono::steady_clock::now();
+        dispatch_async(queue, [=] { served.happen(); });
+        EXPECT_TRUE(served.wait());
+        fastest = std::min(fastest, std::chrono::steady_clock::now() - start);
+        closed.unlock();
+        EXPECT_EQ(dispatch_group_wait(group, limit()), 0);
+    }
+    EXPECT_LE(fastest, std::chrono::milliseconds{50});
 }
 
 TEST(Pool, WorkMadeRunnableByABusyWorkerIsNotLeftWithIt) {

@@ -150,7 +150,7 @@ TEST(SerialQueue, ClosuresAreDestroyedWhenTheyHaveRun) {
     EXPECT_TRUE(eventually([&] { return small.use_count() == 1 && large.use_count() == 1; }));
 }
 
-TEST(SerialQueueDeathTest, MisuseIsFatal) {
+TEST(SerialQueueDeathTest, MisuseEndsWithOneLineThatNamesTheOperation) {
     EXPECT_DEATH(dispatch_sync(serialQueue(), [] { throw std::runtime_error("out of ink"); }), "out of ink");
     EXPECT_DEATH(
         {
@@ -158,16 +158,18 @@ TEST(SerialQueueDeathTest, MisuseIsFatal) {
             Event().wait();
         },
         "out of paper");
-    EXPECT_DEATH(dispatch_resume(serialQueue()), "not suspended");
-    EXPECT_DEATH(dispatch_suspend(serialQueue()), "a suspended queue was released");
-    EXPECT_DEATH(dispatch_set_target_queue(dispatch_get_main_queue(), serialQueue()), "have no target");
+    EXPECT_DEATH(dispatch_resume(serialQueue()), "^dispatch_resume: the queue is not suspended\n$");
+    EXPECT_DEATH(dispatch_suspend(serialQueue()), "^dispatch_suspend: the queue was released while suspended\n$");
+    EXPECT_DEATH(dispatch_sync(dispatch_get_global_queue(5, 0), [] {}), "^dispatch_sync: called without an object\n$");
+    EXPECT_DEATH(dispatch_after(DISPATCH_TIME_FOREVER, nullptr, [] {}), "^dispatch_after: called without an object\n$");
+    EXPECT_DEATH(dispatch_set_target_queue(dispatch_get_main_queue(), serialQueue()), "^dispatch_set_target_queue: .* have no target\n$");
     EXPECT_DEATH(
         {
             auto const lower = serialQueue();
             auto const upper = queueOn(lower);
             dispatch_set_target_queue(lower, upper);
         },
-        "would target itself");
+        "^dispatch_set_target_queue: the queue would target itself\n$");
 }
 
 } // namespace

@@ -85,7 +85,7 @@ void DispatchQueue::replaceTarget(DispatchQueue& above) noexcept {
 }
 
 void DispatchQueue::dispose() noexcept {
-    if (state_.load(std::memory_order_relaxed) & state::Suspended) fatal("dispatch: a suspended queue was released");
+    if (state_.load(std::memory_order_relaxed) & state::Suspended) fatal("dispatch_suspend: the queue was released while suspended");
     auto* const above = target();
     auto* const context = context_.load(std::memory_order_relaxed);
     auto const finalizer = finalizer_.load(std::memory_order_relaxed);

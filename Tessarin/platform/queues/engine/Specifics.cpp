@@ -1,6 +1,7 @@
 #include "Tessarin/platform/queues/engine/Specifics.h"
 
 #include "Tessarin/platform/queues/Queue.h"
+#include "Tessarin/platform/queues/engine/Required.h"
 #include "Tessarin/platform/queues/engine/Thread.h"
 #include <mutex>
 
@@ -94,7 +95,7 @@ void* dispatch_get_specific(void const* key) {
 }
 
 bool queueIsHeld(dispatch_queue_t const& wanted) {
-    if (wanted->isMain()) return isMainThread();
+    if (required(wanted, __func__).isMain()) return isMainThread();
     for (auto const* frame = thisThread.frames; frame; frame = frame->outer)
         for (auto const* queue = frame->queue; queue; queue = queue->target())
             if (queue == wanted.get()) return true;
