@@ -135,6 +135,27 @@ TEST(After, PastRunsAtOnceEqualMomentsKeepTheirOrderAndNothingIsEarly) {
     EXPECT_GE(dispatch_time(DISPATCH_TIME_NOW, 0), late);
 }
 
+TEST(After, AnItemThatBlocksDelaysNoOtherTimerHoweverDenseTheyAre) {
+    constexpr int count = 3000; // ten microseconds apart, so that the timers' own thread runs some of them
+    auto const busy = serialQueue();
+    auto const other = serialQueue();
+    int ran = 0;
+    int wrong = 0;
+    Event reached, done;
+    for (int i = 0; i < count; ++i) {
+        auto const when = in(5 * millisecond + i * 10'000);
+        bool const blocks = i % 1000 == 500;
+        dispatch_after(when, busy, [&, i, when, blocks] {
+            wrong += i != ran++ || dispatch_time(DISPATCH_TIME_NOW, 0) < when || !queueIsHeld(dispatch_get_global_queue(0, 0));
+            if (blocks) wrong += !reached.wait();
+            if (ran == count) done.happen();
+        });
+        if (blocks) dispatch_after(dispatch_time(when, 20 * millisecond), other, [=] { reached.happen(); });
+    }
+    EXPECT_TRUE(done.wait());
+    dispatch_sync(busy, [&] { EXPECT_EQ(wrong, 0); });
+}
+
 TEST(WaitingDeathTest, MisuseEndsWithOneLineThatNamesTheOperation) {
     EXPECT_DEATH(dispatch_group_leave(dispatch_group_create()), "^dispatch_group_leave: without dispatch_group_enter\n$");
     EXPECT_DEATH(dispatch_semaphore_wait(dispatch_semaphore_create(1), DISPATCH_TIME_NOW), "^dispatch_semaphore_create: .* released while in use\n$");

@@ -1,11 +1,11 @@
 #include "Tessarin/platform/queues/engine/Pool.h"
 
 #include "Tessarin/platform/queues/engine/ItemDepot.h"
+#include "Tessarin/platform/queues/engine/OwnRun.h"
 #include "Tessarin/platform/queues/engine/Thread.h"
 #include "Tessarin/platform/queues/engine/Timekeeper.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 #include <algorithm>
-#include <csignal>
 #include <mutex>
 #include <pthread.h>
 #include <sys/resource.h>
@@ -38,7 +38,12 @@ void Pool::submit(WorkItem* item) noexcept {
 
 void Pool::submitQueue(WorkItem* item) noexcept {
     auto* const worker = thisThread.worker;
-    if (!worker || &worker->pool != this) return submit(item);
+    if (!worker || &worker->pool != this) {
+        auto* const catching = thisThread.catching;
+        if (!catching || catching->item || niceness_ > 0) return submit(item);
+        *catching = {item, this};
+        return;
+    }
     item->setNext(nullptr);
     bool const gaveUp = giveUpKept(*worker);
     worker->keptCount.fetch_add(1, std::memory_order_relaxed);
@@ -102,15 +107,7 @@ void Pool::updateCounts() noexcept {
 
 bool Pool::startThread() noexcept {
     auto* const worker = new Worker(*this);
-    pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
-    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-    sigset_t all; // the application's signals are its own threads' business
-    sigfillset(&all);
-    pthread_attr_setsigmask_np(&attributes, &all);
-    pthread_t thread;
-    bool const started = pthread_create(&thread, &attributes, &Pool::threadMain, worker) == 0;
-    pthread_attr_destroy(&attributes);
+    bool const started = engine::startThread(&Pool::threadMain, worker);
     if (!started) delete worker;
     return started;
 }
@@ -162,6 +159,12 @@ void Pool::run(Worker& worker) noexcept {
             searching = worker.called.exchange(0, std::memory_order_acquire) == 1;
         }
     }
+}
+
+void Pool::runOn(WorkItem* item) noexcept {
+    FrameScope const frame(queue_);
+    runAndRecycle(item);
+    thisThread.chainPassedOn = false;
 }
 
 WorkItem* Pool::takeKept(Worker& worker) noexcept {

@@ -45,6 +45,9 @@ public:
     /// For an item that drains a queue: a worker of this pool keeps the last one for itself, while it is still warm.
     void submitQueue(WorkItem* item) noexcept;
 
+    /// Runs an item of the pool on a thread that is none of its workers.
+    void runOn(WorkItem* item) noexcept;
+
     /// Others have waited for some milliseconds: a worker with a long queue is to put it back in line.
     bool wantsWorkersBack() const noexcept { return wantsWorkersBack_.load(std::memory_order_relaxed); }
 

@@ -8,6 +8,7 @@ class DispatchQueue;
 namespace Tessarin::engine {
 
 class Worker;
+struct Catch;
 
 /// One queue that the thread runs something for; the innermost is the current queue.
 struct Frame {
@@ -17,7 +18,9 @@ struct Frame {
 
 struct ThreadContext {
     Frame const* frames = nullptr;
-    Worker* worker = nullptr; // null but on the engine's own threads
+    Worker* worker = nullptr; // null but on the threads of pools
+    /// While the timekeeper submits: the first queue that it makes runnable on a pool comes here.
+    Catch* catching = nullptr;
     /// A waiting thread has got the queues that this worker held: leave them alone, back to the pool.
     bool chainPassedOn = false;
     enum class Role : std::uint8_t { Unknown, Main, Other } role = Role::Unknown;

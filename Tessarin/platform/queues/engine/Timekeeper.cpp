@@ -1,9 +1,10 @@
 #include "Tessarin/platform/queues/engine/Timekeeper.h"
 
+#include "Tessarin/platform/queues/engine/OwnRun.h"
 #include "Tessarin/platform/queues/engine/Pool.h"
+#include "Tessarin/platform/queues/engine/Thread.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 #include <algorithm>
-#include <csignal>
 #include <mutex>
 #include <pthread.h>
 #include <sys/prctl.h>
@@ -17,7 +18,8 @@ constexpr Nanoseconds longestRound = 2'000'000;
 constexpr int quietRounds = 10; // then the monitor goes home
 
 // Where timers are dense, they are submitted in batches this far apart: one wake-up for several.
-constexpr Nanoseconds batching = 50'000;
+constexpr Nanoseconds batching = 30'000;
+constexpr Nanoseconds dense = 1'000'000;
 
 struct Timer {
     Nanoseconds when;
@@ -54,43 +56,47 @@ public:
     }
 
 private:
+    static void succeed();
     void start() noexcept {
-        sigset_t all;
-        sigset_t before;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &before);
-        pthread_t thread;
-        auto const enter = [](void* self) -> void* { static_cast<Timekeeper*>(self)->run(); };
-        if (pthread_create(&thread, nullptr, enter, this) != 0) fatal("dispatch: no thread can be started");
-        pthread_detach(thread);
-        pthread_sigmask(SIG_SETMASK, &before, nullptr);
+        auto const enter = [](void* self) -> void* {
+            static_cast<Timekeeper*>(self)->run();
+            return nullptr;
+        };
+        if (!startThread(enter, this)) fatal("dispatch: no thread can be started");
     }
 
-    [[noreturn]] void run() noexcept {
+    /// Returns when another thread has taken its place.
+    void run() noexcept {
         pthread_setname_np(pthread_self(), "dispatch-timer");
         prctl(PR_SET_TIMERSLACK, 1); // nanosecond; the default adds 50 microseconds to every sleep
         for (;;) {
             auto const knocks = knocks_.load(std::memory_order_seq_cst);
-            auto const nextTimer = submitDue();
+            takeDue();
+            auto const nextTimer = due_.empty() ? wakesAt_ : std::max(wakesAt_, now_ + batching);
+            if (!submitDue()) return;
             auto const nextRound = doRound();
             auto const deadline = std::min(nextTimer, nextRound);
             if (deadline > monotonicNow()) park(knocks_, knocks, deadline);
         }
     }
 
-    /// When the next timer after those that are due now will be.
-    Nanoseconds submitDue() noexcept {
-        auto const now = monotonicNow();
-        {
-            std::lock_guard const hold(lock_);
-            while (!timers_.empty() && timers_.front().when <= now) {
-                std::pop_heap(timers_.begin(), timers_.end(), isLater);
-                due_.push_back(timers_.back());
-                timers_.pop_back();
-            }
-            wakesAt_ = timers_.empty() ? never : timers_.front().when;
+    void takeDue() noexcept {
+        now_ = monotonicNow();
+        std::lock_guard const hold(lock_);
+        while (!timers_.empty() && timers_.front().when <= now_) {
+            std::pop_heap(timers_.begin(), timers_.end(), isLater);
+            due_.push_back(timers_.back());
+            timers_.pop_back();
         }
-        if (due_.empty()) return wakesAt_;
+        wakesAt_ = timers_.empty() ? never : timers_.front().when;
+    }
+
+    /// Gives what is due to its queues; where timers are dense, one of the queues gets its turn here. False as OwnRun::run.
+    bool submitDue() noexcept {
+        Catch caught;
+        bool const isDense = wakesAt_ - now_ < dense;
+        if (isDense && ownRun_.isAllowed(now_)) thisThread.catching = &caught;
+        if (!isDense) ownRun_.pause();
         for (auto const& timer : due_) {
             auto* const queue = timer.queue();
             timer.item->link = 0;
@@ -98,7 +104,8 @@ private:
             queue->release();
         }
         due_.clear();
-        return std::max(wakesAt_, now + batching);
+        thisThread.catching = nullptr;
+        return !caught.item || ownRun_.run(caught);
     }
 
     Nanoseconds doRound() noexcept {
@@ -133,7 +140,9 @@ private:
     Nanoseconds wakesAt_ = never; // written by the thread under lock_
 
     // The thread's own:
+    Nanoseconds now_ = 0;
     std::vector<Timer> due_;
+    OwnRun ownRun_{[] { succeed(); }};
     Nanoseconds round_ = 0;
     Nanoseconds nextRound_ = 0;
     int quiet_ = 0;
@@ -143,6 +152,8 @@ Timekeeper& timekeeper() {
     static auto& instance = *new Timekeeper;
     return instance;
 }
+
+void Timekeeper::succeed() { timekeeper().run(); }
 
 } // namespace
 
