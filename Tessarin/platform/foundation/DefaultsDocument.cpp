@@ -132,23 +132,26 @@ void DefaultsDocument::apply(std::vector<Dictionary::Entry> const& changes) {
 }
 
 void DefaultsDocument::change(Text const& key, Value const& value) {
-    std::string before, ending = "\n";
-    auto place = std::ranges::find(statements_, key, &Statement::key);
-    if (place != statements_.end() && !value.isAbsent()) {
-        before = std::move(place->before);
-        if (!place->isSection && !place->ending.empty()) ending = std::move(place->ending);
+    Statement fresh{key, false, {}, tomlKey(key) + " = ", "\n"};
+    auto place = statements_.end();
+    if (values_.contains(key)) {
+        auto const old = std::ranges::find(statements_, key, &Statement::key);
+        fresh.before = std::move(old->before);
+        if (!old->isSection && !old->ending.empty()) fresh.ending = std::move(old->ending);
+        auto const at = old - statements_.begin();
+        std::erase_if(statements_, [&](Statement const& statement) { return statement.key == key; }); // a table may be in several
+        place = statements_.begin() + at;
     }
-    auto const at = place - statements_.begin();
-    std::erase_if(statements_, [&](Statement const& statement) { return statement.key == key; });
     if (value.isAbsent()) {
         values_.erase(key);
         return;
     }
     values_.set(key, value);
-    auto const firstSection = std::ranges::find(statements_, true, &Statement::isSection); // behind it everything belongs to sections
-    place = std::min(statements_.begin() + std::min<std::ptrdiff_t>(at, std::ssize(statements_)), firstSection);
-    if (place != statements_.begin() && std::prev(place)->ending.find('\n') == std::string::npos) std::prev(place)->ending += '\n';
-    statements_.insert(place, {key, false, std::move(before), tomlKey(key) + " = " + tomlValue(value), std::move(ending)});
+    fresh.body += tomlValue(value);
+    // Behind the first section everything would belong to sections.
+    place = std::min(place, std::ranges::find(statements_, true, &Statement::isSection));
+    if (place != statements_.begin() && !std::prev(place)->ending.ends_with('\n')) std::prev(place)->ending += '\n';
+    statements_.insert(place, std::move(fresh));
 }
 
 std::string DefaultsDocument::joined() const {

@@ -17,7 +17,7 @@ namespace {
 constexpr int deepest = 100; // levels; the parser follows 256 of lists and tables together
 
 std::string_view obstacleAt(Value const& value, int level) {
-    if (level > deepest) return "nested deeper than a hundred levels";
+    if (level > deepest) return "more than a hundred levels";
     switch (value.kind()) {
     case Value::Kind::Absent: return "an absent element";
     case Value::Kind::Object: return "an object";

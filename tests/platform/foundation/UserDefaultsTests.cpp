@@ -85,6 +85,8 @@ std::string exactly(Value const& value) {
 TEST_F(UserDefaults, EveryValueAndKeyReadsBackExactly) {
     constexpr double infinity = std::numeric_limits<double>::infinity();
     Value const tagLike(Dictionary{{"float", 0.5}}), nested(List{1, Value(List{1.0, 1.0f, Value(List{})}), Value(Dictionary{{"b", 1}, {"a", tagLike}})});
+    Value deep = 1;
+    for (int level = 1; level < 100; ++level) deep = level % 2 ? Value(Dictionary{{"float", deep}}) : Value(List{deep});
     std::string every;
     for (int code = 0; code < 128; ++code) every += static_cast<char>(code);
     std::vector<Dictionary::Entry> entries{
@@ -94,7 +96,7 @@ TEST_F(UserDefaults, EveryValueAndKeyReadsBackExactly) {
         {"\"quo'ted\\\"", "a \"quoted\\\" text"}, {"line\nbreak\r\n\t", "\r\n\n\t"}, {"größe 日本 🎈", "größe 日本 🎈\u0085\u2028"}, {every, every}, {"bytes", "\xFF\xC3"},
         {"data", Value::data(std::vector<std::byte>(300, std::byte{0xFE}))}, {"no data", Value::data(std::vector<std::byte>{})},
         {"uuid", NSUUID::UUID()}, {"url", NSURL::fileURLWithPath("/a b")}, {"decimal", Decimal::fromText("0.10000000000000000000000001").value()},
-        {"nested", nested}, {"empty", Value(Dictionary{})}, {"tag", tagLike}, {"tags", Value(Dictionary{{"dictionary", tagLike}})},
+        {"nested", nested}, {"empty", Value(Dictionary{})}, {"deep", deep}, {"tag", tagLike}, {"tags", Value(Dictionary{{"dictionary", tagLike}})},
         {"data text", Value(Dictionary{{"data", "AAAA"}})}, {"distant", NSDate::distantPast()}, {"never", Value::date(infinity)}, {"early", Value::date(1e-9)}};
     std::mt19937_64 random(7);
     for (int at = 0; at < 300; ++at) {
@@ -121,8 +123,10 @@ TEST_F(UserDefaults, EveryValueAndKeyReadsBackExactly) {
 }
 
 TEST_F(UserDefaults, WhatIsNotChangedStaysAsItWasWritten) {
-    folder_.write(file, "\xEF\xBB\xBF# Mine\nvolume = 0x0B # loud\n\n# gone with its key\nold.a = 1\nold.b = [ # all\n  \"]\",\n]\ntext = '''\n[no]\n'''''\n"
+    auto const elsewhere = folder_.write("dotfiles/player.toml", "\xEF\xBB\xBF# Mine\nvolume = 0x0B # loud\n\n# gone with its key\nold.a = 1\nold.b = [ # all\n  \"]\",\n]\ntext = '''\n[no]\n'''''\n"
                         "# the window\n[window.frame] # here\nwidth = 1_000\n# inside\n\"q.\\\"\" = 2026-01-01T00:00:00Z\n[other]\n x=1\n# end");
+    fs::create_directory(folder_.path("suite"));
+    fs::create_symlink(elsewhere, folder_.path(file));
     auto const store = suite();
     EXPECT_EQ(store->dictionaryForKey("window")->find("frame")->dictionary()["width"], Value(1000));
     EXPECT_EQ(store->stringForKey("text"), "[no]\n''");
@@ -132,6 +136,7 @@ TEST_F(UserDefaults, WhatIsNotChangedStaysAsItWasWritten) {
     store->removeObjectForKey("old");
     store->setObject(Value(Dictionary{{"x", 2}}), "other");
     ASSERT_TRUE(store->synchronize());
+    EXPECT_TRUE(fs::is_symlink(folder_.path(file)));
     EXPECT_EQ(folder_.read(file), "# Mine\nvolume = 12 # loud\ntext = 1000\n\"a new one\" = \"x\"\nother = { x = 2 }\n"
                                   "# the window\n[window.frame] # here\nwidth = 1_000\n# inside\n\"q.\\\"\" = 2026-01-01T00:00:00Z\n# end");
 }
@@ -177,6 +182,9 @@ TEST_F(UserDefaults, NamesThatCannotBeFoldersAreRefused) {
     EXPECT_EQ(suite(fs::read_symlink("/proc/self/exe").filename()), nullptr) << "the application's own";
     EXPECT_EQ(suite("org.example.a b"), suite("org.example.a b"));
     EXPECT_DEATH(suite()->setObject(Value(List{Value(ValueSet{})}), "k"), "cannot keep a set");
+    Value deep = 1;
+    for (int level = 0; level < 100; ++level) deep = Value(List{deep});
+    EXPECT_DEATH(suite()->setObject(deep, "k"), "cannot keep more than a hundred levels");
     EXPECT_DEATH(suite()->setInteger(1, "\xFF"), "not UTF-8");
 }
 
@@ -199,6 +207,8 @@ TEST_F(UserDefaults, ChangesByOthersAreNoticedAndOwnOnesKept) {
     EXPECT_TRUE(comesTrue([&] { return folder_.read(file) == "mine = 2\ntheirs = 3\n"; })) << "the write after a quiet second";
     std::ofstream(folder_.path(file), std::ios::app) << "in_place = true\n";
     EXPECT_TRUE(comesTrue([&] { return store->boolForKey("in_place"); }));
+    fs::remove(folder_.path(file));
+    EXPECT_TRUE(comesTrue([&] { return !store->hasValueForKey("mine"); }));
     NSNotificationCenter::defaultCenter()->removeObserver(*token);
     EXPECT_EQ(changed.get(), List{"theirs"});
 }
