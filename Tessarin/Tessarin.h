@@ -160,3 +160,5 @@
 #include "Tessarin/store/NSManagedObject+Helpers.h"
 #include "Tessarin/store/NSManagedObject+Import.h"
 #include "Tessarin/store/NSManagedObjectContext+Operations.h"
+#include "Tessarin/measurement/Measure.h"
+#include "Tessarin/measurement/Timing.h"

@@ -31,6 +31,14 @@ public:
         std::swap(value_, value);
         return value;
     }
+    /// Of a list: adds an element at its end.
+    template <class Element>
+    void append(Element element)
+        requires requires(T& list) { list.push_back(std::move(element)); }
+    {
+        std::lock_guard const hold(lock_);
+        value_.push_back(std::move(element));
+    }
     /// Of a weak reference: the object, while it lives. No copy of the reference is made for it.
     auto lock() const
         requires requires(T const& weak) { weak.lock(); }
