@@ -8,7 +8,7 @@ library_packages=(g++ cmake ninja-build ccache pkg-config libsqlite3-dev libicu-
 tests_packages=(libgtest-dev python3)
 toolkit_packages=(libglib2.0-dev qt6-base-dev)
 demo_packages=(node-mdn-browser-compat-data)
-bench_packages=(libboost-dev libtbb-dev libsqlitecpp-dev qt6-base-dev libqt6sql6-sqlite libsigc++-3.0-dev libglib2.0-dev libkf5config-dev)
+bench_packages=(libboost-dev libtbb-dev libsqlitecpp-dev qt6-base-dev libqt6sql6-sqlite libsigc++-3.0-dev libglib2.0-dev libkf5config-dev libhowardhinnant-date-dev)
 
 say() { printf '\n== %s\n' "$*"; }
 die() { printf '%s: %s\n' "${0##*/}" "$*" >&2; exit 1; }

@@ -6,6 +6,20 @@
 namespace Tessarin {
 namespace {
 
+/// Three letters as one number. All names are compared, without a branch that depends on the text (benchmark "dates").
+constexpr std::uint32_t packed(char const* letters) {
+    auto const byte = [&](int at) { return std::uint32_t{static_cast<unsigned char>(letters[at])}; };
+    return byte(0) | byte(1) << 8 | byte(2) << 16;
+}
+/// Of names that stand one behind the other.
+template <std::size_t size> constexpr auto packedNames(char const (&text)[size]) {
+    std::array<std::uint32_t, size / 3> names{};
+    for (std::size_t at = 0; at < names.size(); ++at) names[at] = packed(text + at * 3);
+    return names;
+}
+constexpr auto weekdays = packedNames("MonTueWedThuFriSatSun");
+constexpr auto months = packedNames("JanFebMarAprMayJunJulAugSepOctNovDec");
+
 /// Reads a text from the left; the first thing that does not fit makes it `failed` for good.
 class Reader {
 public:
@@ -29,26 +43,26 @@ public:
         if (!skip(expected)) failed_ = true;
     }
     /// A number of exactly that many digits, between the bounds.
-    int number(std::size_t digits, int least, int most) {
+    template <std::size_t digits> int number(int least, int most) {
         if (text_.size() < digits) return fail();
-        int value = 0;
+        unsigned value = 0, worst = 0;
         for (std::size_t at = 0; at < digits; ++at) {
             auto const digit = static_cast<unsigned>(text_[at]) - '0';
-            if (digit > 9) return fail();
-            value = value * 10 + static_cast<int>(digit);
+            worst |= digit > 9;
+            value = value * 10 + digit;
         }
         text_.remove_prefix(digits);
-        return value < least || value > most ? fail() : value;
+        auto const result = static_cast<int>(value);
+        return worst || result < least || result > most ? fail() : result;
     }
-    /// The position of a three-letter name in `names`, which stand one behind the other.
-    int name(std::string_view names) {
+    /// The position of a three-letter name.
+    template <std::size_t count> int name(std::array<std::uint32_t, count> const& names) {
         if (text_.size() < 3) return fail();
-        for (std::size_t at = 0; at < names.size(); at += 3) {
-            if (names.substr(at, 3) != text_.substr(0, 3)) continue;
-            text_.remove_prefix(3);
-            return static_cast<int>(at / 3);
-        }
-        return fail();
+        auto const wanted = packed(text_.data());
+        int position = -1;
+        for (std::size_t at = 0; at < count; ++at) position = names[at] == wanted ? static_cast<int>(at) : position;
+        text_.remove_prefix(3);
+        return position < 0 ? fail() : position;
     }
     int fail() {
         failed_ = true;
@@ -64,15 +78,16 @@ struct Zone {
     std::string_view name;
     int hours;
 };
-constexpr Zone zones[] = {{"GMT", 0}, {"UTC", 0}, {"EST", -5}, {"EDT", -4}, {"CST", -6}, {"CDT", -5}, {"MST", -7}, {"MDT", -6}, {"PST", -8}, {"PDT", -7}};
+constexpr Zone zones[] = {{"GMT", 0},  {"UTC", 0},  {"EST", -5}, {"EDT", -4}, {"CST", -6},
+                          {"CDT", -5}, {"MST", -7}, {"MDT", -6}, {"PST", -8}, {"PDT", -7}};
 
 /// Seconds to add to universal time: "+0100" or "+01:00".
 int readOffset(Reader& in) {
     int const sign = in.skip('-') ? -1 : 1;
     if (sign > 0) in.expect('+');
-    int const hours = in.number(2, 0, 23);
+    int const hours = in.number<2>(0, 23);
     in.skip(':');
-    return sign * (hours * 60 + in.number(2, 0, 59)) * 60;
+    return sign * (hours * 60 + in.number<2>(0, 59)) * 60;
 }
 
 int readNamedZone(Reader& in) {
@@ -85,11 +100,11 @@ int readNamedZone(Reader& in) {
 }
 
 int readTime(Reader& in) {
-    int const hours = in.number(2, 0, 23);
+    int const hours = in.number<2>(0, 23);
     in.expect(':');
-    int const minutes = in.number(2, 0, 59);
+    int const minutes = in.number<2>(0, 59);
     in.expect(':');
-    return (hours * 60 + minutes) * 60 + in.number(2, 0, 59);
+    return (hours * 60 + minutes) * 60 + in.number<2>(0, 59);
 }
 
 std::optional<NSDate> made(std::int64_t days, double seconds) {
@@ -109,15 +124,15 @@ std::int64_t daysOf(Reader& in, CivilDate const& date) {
 std::optional<NSDate> NSDateParsing::dateWithISO8601Text(std::string_view text) {
     Reader in{text};
     CivilDate date;
-    date.year = in.number(4, 1, 9999);
+    date.year = in.number<4>(1, 9999);
     in.expect('-');
-    date.month = in.number(2, 1, 12);
+    date.month = in.number<2>(1, 12);
     in.expect('-');
-    date.day = in.number(2, 1, 31);
+    date.day = in.number<2>(1, 31);
     in.expect('T');
     int const time = readTime(in);
     in.expect('.');
-    int const milliseconds = in.number(3, 0, 999);
+    int const milliseconds = in.number<3>(0, 999);
     int const offset = in.skip('Z') ? 0 : readOffset(in);
     if (in.failed() || !in.atEnd()) return {};
     auto const days = daysOf(in, date);
@@ -128,13 +143,13 @@ std::optional<NSDate> NSDateParsing::dateWithISO8601Text(std::string_view text) 
 std::optional<NSDate> NSDateParsing::dateWithRFC822Text(std::string_view text) {
     Reader in{text};
     CivilDate date;
-    int const weekday = in.name("MonTueWedThuFriSatSun");
+    int const weekday = in.name(weekdays);
     in.expect(", ");
-    date.day = in.number(2, 1, 31);
+    date.day = in.number<2>(1, 31);
     in.expect(' ');
-    date.month = in.name("JanFebMarAprMayJunJulAugSepOctNovDec") + 1;
+    date.month = in.name(months) + 1;
     in.expect(' ');
-    date.year = in.number(4, 1, 9999);
+    date.year = in.number<4>(1, 9999);
     in.expect(' ');
     int const time = readTime(in);
     in.expect(' ');
