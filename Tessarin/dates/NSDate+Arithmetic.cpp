@@ -11,8 +11,9 @@ constexpr auto allUnits = dayUnits | Hour | Minute | Second;
 
 NSDate const& whole(NSDateArithmetic const* date) { return *static_cast<NSDate const*>(date); }
 
-NSDate rebuilt(NSDate const& date, NSDateComponents const& components) {
-    return NSCalendar::currentCalendar()->dateFromComponents(components, date).value_or(date);
+/// By the calendar that took the date apart: the current one may be another by now.
+NSDate rebuilt(NSCalendar const& calendar, NSDate const& date, NSDateComponents const& components) {
+    return calendar.dateFromComponents(components, date).value_or(date);
 }
 
 } // namespace
@@ -31,14 +32,15 @@ NSDate NSDateArithmetic::nextDay() const { return dateByAdding({.days = 1}); }
 NSDate NSDateArithmetic::previousDay() const { return dateByAdding({.days = -1}); }
 
 NSDate NSDateArithmetic::dateByChanging(DateParts parts) const {
-    auto components = NSCalendar::currentCalendar()->components(allUnits, whole(this));
+    auto const& calendar = NSCalendar::currentCalendar();
+    auto components = calendar->components(allUnits, whole(this));
     if (parts.second) components.second = parts.second;
     if (parts.minute) components.minute = parts.minute;
     if (parts.hour) components.hour = parts.hour;
     if (parts.day) components.day = parts.day;
     if (parts.month) components.month = parts.month;
     if (parts.year) components.year = parts.year;
-    return components.day ? rebuilt(whole(this), components) : whole(this); // a date out of reach has no parts
+    return components.day ? rebuilt(*calendar, whole(this), components) : whole(this); // a date out of reach has no parts
 }
 
 NSDate NSDateArithmetic::midnight() const { return dateByChanging({.second = 0, .minute = 0, .hour = 0}); }
@@ -57,7 +59,7 @@ NSDate NSDateArithmetic::dateBySettingDate(std::optional<NSDate> const& date) co
     components.year = day.year;
     components.month = day.month;
     components.day = day.day;
-    return rebuilt(whole(this), components);
+    return rebuilt(*calendar, whole(this), components);
 }
 
 NSDate NSDateArithmetic::dateBySettingTime(std::optional<NSDate> const& time) const {
@@ -69,7 +71,7 @@ NSDate NSDateArithmetic::dateBySettingTime(std::optional<NSDate> const& time) co
     components.hour = clock.hour;
     components.minute = clock.minute;
     components.second = clock.second;
-    return rebuilt(whole(this), components);
+    return rebuilt(*calendar, whole(this), components);
 }
 
 } // namespace Tessarin

@@ -3,7 +3,10 @@
 #include "Tessarin/platform/foundation/NSDateFormatter.h"
 
 #include "tests/dates/DateFixture.h"
+#include <atomic>
 #include <cmath>
+#include <set>
+#include <thread>
 
 namespace Tessarin {
 namespace {
@@ -106,6 +109,39 @@ TEST(DateOperations, ChangesDropTheFractionAndCarryOver) {
     EXPECT_EQ(fraction.dateBySettingDate(far), fraction);
     EXPECT_EQ(fraction.dateByAdding({.months = huge}), fraction);
     EXPECT_EQ(fraction.dateByChanging({.year = huge}), fraction);
+}
+
+TEST(DateOperations, FollowAnotherZoneWithoutBeingTold) {
+    Surroundings const berlin("Europe/Berlin");
+    auto const moment = date(2015, 3, 1, 12);
+    tests::Environment const tokyo("TZ", "Asia/Tokyo");
+    auto const start = NSDate::now();
+    while (moment.hour() != 20 && start.timeIntervalSinceNow() > -60) std::this_thread::yield();
+    EXPECT_EQ(moment.hour(), 20) << "within a second, usually";
+}
+
+TEST(DateOperations, AZoneThatChangesMeanwhileIsSeenWholeOrNotAtAll) {
+    Surroundings const utc("UTC");
+    auto const moment = date(2015, 3, 1, 12, 30);
+    Ref<NSTimeZone> const zones[] = {NSTimeZone::timeZoneForSecondsFromGMT(3'600), NSTimeZone::timeZoneForSecondsFromGMT(-7'200)};
+    std::set<double> const noons{date(2015, 3, 1, 11).timeIntervalSinceReferenceDate(), date(2015, 3, 1, 14).timeIntervalSinceReferenceDate()};
+    std::set<std::string> const texts{"1:30\u202fPM", "10:30\u202fAM", "1:30 PM", "10:30 AM"};
+    NSTimeZone::setDefaultTimeZone(zones[0]);
+    std::atomic<int> wrong = 0, running = 3;
+    std::vector<std::jthread> threads;
+    for (int thread = 0; thread < 3; ++thread)
+        threads.emplace_back([&] {
+            for (int round = 0; round < 2'000; ++round) {
+                wrong += !noons.contains(moment.noon().timeIntervalSinceReferenceDate());
+                if (round % 20 == 0) wrong += !texts.contains(moment.localTimeString(Style::No, Style::Short));
+                if (round % 20 == 0) wrong += NSDate::ageString(300) != "5m";
+            }
+            --running;
+        });
+    for (std::size_t turn = 0; running > 0; ++turn) NSTimeZone::setDefaultTimeZone(zones[turn % 2]);
+    threads.clear();
+    NSTimeZone::setDefaultTimeZone(nullptr);
+    EXPECT_EQ(wrong, 0);
 }
 
 TEST(DateOperations, SpeakTheUsersLanguageInTheUsersCalendar) {
