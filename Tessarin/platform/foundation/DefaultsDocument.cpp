@@ -73,6 +73,8 @@ Text firstKey(std::string_view statement) {
     }
 }
 
+std::string line(Dictionary::Entry const& entry) { return tomlKey(entry.key) + " = " + tomlValue(entry.value); }
+
 bool isWellFormed(std::string_view text) {
     try {
         dictionaryFromTOML(text);
@@ -121,37 +123,43 @@ DefaultsDocument DefaultsDocument::salvaged(std::string_view text) {
 }
 
 void DefaultsDocument::apply(std::vector<Dictionary::Entry> const& changes) {
-    bool isChanged = false;
-    for (auto const& [key, value] : changes) {
-        auto const* const now = values_.find(key);
-        if (now ? isSame(*now, value) : value.isAbsent()) continue;
-        change(key, value);
-        isChanged = true;
+    Changes open; // what is not in the text yet
+    for (auto const& change : changes) {
+        auto const* const now = values_.find(change.key);
+        if (now ? !isSame(*now, change.value) : !change.value.isAbsent()) open.emplace(change.key, &change);
     }
-    if (isChanged) text_ = joined();
+    if (open.empty()) return;
+    Dictionary values;
+    values.reserve(values_.size() + open.size());
+    for (auto const& [key, value] : values_)
+        if (!open.contains(key)) values.append(key, value);
+    for (auto const& [key, change] : open)
+        if (!change->value.isAbsent()) values.append(change->key, change->value);
+    values_ = std::move(values);
+
+    std::vector<Statement> kept, fresh;
+    for (auto& statement : statements_)
+        if (staysAfter(statement, open)) kept.push_back(std::move(statement));
+    for (auto const& change : changes)
+        if (auto const found = open.find(change.key); found != open.end() && found->second == &change && !change.value.isAbsent())
+            fresh.push_back({change.key, false, {}, line(change), "\n"});
+    // Behind the first section everything would belong to sections.
+    auto const place = std::ranges::find(kept, true, &Statement::isSection);
+    if (place != kept.begin() && !std::prev(place)->ending.ends_with('\n')) std::prev(place)->ending += '\n';
+    kept.insert(place, std::make_move_iterator(fresh.begin()), std::make_move_iterator(fresh.end()));
+    statements_ = std::move(kept);
+    text_ = joined();
 }
 
-void DefaultsDocument::change(Text const& key, Value const& value) {
-    Statement fresh{key, false, {}, tomlKey(key) + " = ", "\n"};
-    auto place = statements_.end();
-    if (values_.contains(key)) {
-        auto const old = std::ranges::find(statements_, key, &Statement::key);
-        fresh.before = std::move(old->before);
-        if (!old->isSection && !old->ending.empty()) fresh.ending = std::move(old->ending);
-        auto const at = old - statements_.begin();
-        std::erase_if(statements_, [&](Statement const& statement) { return statement.key == key; }); // a table may be in several
-        place = statements_.begin() + at;
-    }
-    if (value.isAbsent()) {
-        values_.erase(key);
-        return;
-    }
-    values_.set(key, value);
-    fresh.body += tomlValue(value);
-    // Behind the first section everything would belong to sections.
-    place = std::min(place, std::ranges::find(statements_, true, &Statement::isSection));
-    if (place != statements_.begin() && !std::prev(place)->ending.ends_with('\n')) std::prev(place)->ending += '\n';
-    statements_.insert(place, std::move(fresh));
+/// Whether a statement stays, perhaps with another value. A table may be in several, and a section gives way to a new line.
+bool DefaultsDocument::staysAfter(Statement& statement, Changes& open) {
+    auto const found = open.find(statement.key);
+    if (found == open.end()) return true;
+    auto const* const change = found->second;
+    if (!change || change->value.isAbsent() || statement.isSection) return false;
+    statement.body = line(*change);
+    found->second = nullptr; // done
+    return true;
 }
 
 std::string DefaultsDocument::joined() const {

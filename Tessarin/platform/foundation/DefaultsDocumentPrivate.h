@@ -2,6 +2,7 @@
 #include "Tessarin/platform/runtime/Value.h"
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 namespace Tessarin::defaults {
@@ -31,7 +32,8 @@ private:
         std::string ending;  // a comment and the line break
     };
     static std::vector<Statement> statements(std::string_view text, std::string& after);
-    void change(Text const& key, Value const& value);
+    using Changes = std::unordered_map<std::string_view, Dictionary::Entry const*>;
+    static bool staysAfter(Statement& statement, Changes& open);
     std::string joined() const;
 
     std::string text_;
