@@ -1,8 +1,6 @@
 #include "StoreFixture.h"
 #include "Tessarin/platform/objectgraph/persistence/MigrationPlan.h"
 
-#include <fstream>
-
 namespace Tessarin::tests {
 namespace {
 
@@ -69,9 +67,8 @@ protected:
         return builder;
     }
 
-    TemporaryFolder folder;
-    NSURL file = folder.url("store/people.db");
-    bool const made = std::filesystem::create_directory(folder.path() / "store");
+    StoreFolder folder;
+    NSURL file = folder.url("people.db");
     RecordKey ann = 0, bob = 0, rex = 0, tom = 0, chess = 0, villa = 0;
 };
 
@@ -203,11 +200,7 @@ TEST_F(Migration, WhereNoRuleLeadsTheFileStaysAndTheErrorNamesTheProperty) {
 }
 
 TEST_F(Migration, ADryRunTellsWhatWouldHappenAndChangesNothing) {
-    auto const content = [&] {
-        std::ifstream input(file.path(), std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(input), {});
-    };
-    auto const before = content();
+    auto const before = folder.read("people.db");
     auto const later = changed([](ModelDefinition& model) {
         auto& person = model.entities[PersonAt];
         person.name = "Human";
@@ -221,9 +214,10 @@ TEST_F(Migration, ADryRunTellsWhatWouldHappenAndChangesNothing) {
     Ref<NSError> error;
     auto const plan = MigrationPlan::dryRun(file, later.build(), error);
     ASSERT_TRUE(plan) << error->description();
-    EXPECT_EQ(plan->lines(), (std::vector<std::string>{"Human: was Person (1 record)", "Human.age: Integer 16 becomes Integer 32",
-                                                       "Human.city: goes with its values", "House.floors: new, 1 in every record"}));
-    EXPECT_EQ(content(), before);
+    EXPECT_EQ(plan->lines(),
+              (std::vector<std::string>{"Human: was Person (1 record)", "Human.age: Integer 16 becomes Integer 32",
+                                        "Human.city: goes with its values", "House.floors: new, 1 in every record"}));
+    EXPECT_EQ(folder.read("people.db"), before);
     EXPECT_EQ(MigrationPlan::dryRun(file, firstVersion().build(), error)->description(), "Nothing changes.\n");
 
     auto const unique = changed([](ModelDefinition& model) { model.entities[PetAt].uniquenessConstraints = {{"owner"}}; });
@@ -233,10 +227,11 @@ TEST_F(Migration, ADryRunTellsWhatWouldHappenAndChangesNothing) {
 }
 
 TEST_F(Migration, WhereThereAreNoRecordsNoRuleIsMissed) {
-    auto const withRooms = changed([](ModelDefinition& model) { model.entities.push_back({.name = "Room"}); });
-    reopened(withRooms);
-    auto const mandatory = [](ModelDefinition& model) { model.entities.push_back({.name = "Room", .attributes = {{"number", Type::Integer16, {.optional = false}}}}); };
-    EXPECT_TRUE(reopened(changed(mandatory)));
+    EntityDefinition room{.name = "Room"};
+    auto const withRoom = [&](ModelDefinition& model) { model.entities.push_back(room); };
+    reopened(changed(withRoom));
+    room.attributes = {{"number", Type::Integer16, {.optional = false}}};
+    EXPECT_TRUE(reopened(changed(withRoom)));
 }
 
 TEST_F(Migration, AProcessWithTheFormerModelCanNoLongerSave) {

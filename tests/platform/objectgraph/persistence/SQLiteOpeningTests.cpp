@@ -1,7 +1,7 @@
 #include "StoreFixture.h"
+#include "Tessarin/platform/sqlite/Connection.h"
 
 #include <future>
-#include <sqlite3.h>
 #include <poll.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -16,23 +16,11 @@ class Opening : public testing::Test {
 protected:
     void SetUp() override { fs::create_directory(place.parent_path()); }
 
-    void write(std::string_view content) const {
-        std::unique_ptr<FILE, int (*)(FILE*)> const out(std::fopen(place.c_str(), "wb"), std::fclose);
-        std::fwrite(content.data(), 1, content.size(), out.get());
-    }
-    std::string content() const {
-        std::string text(fs::file_size(place), '\0');
-        std::unique_ptr<FILE, int (*)(FILE*)> const in(std::fopen(place.c_str(), "rb"), std::fclose);
-        EXPECT_EQ(std::fread(text.data(), 1, text.size(), in.get()), text.size());
-        return text;
-    }
-    /// What an independent program does with the file.
-    void run(std::string const& sql) const {
-        sqlite3* handle = nullptr;
-        ASSERT_EQ(sqlite3_open(place.c_str(), &handle), SQLITE_OK);
-        EXPECT_EQ(sqlite3_exec(handle, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(handle);
-        sqlite3_close(handle);
-    }
+    void write(std::string_view content) const { folder.write("Notes/Notes.db", content); }
+    std::string content() const { return folder.read("Notes/Notes.db"); }
+    bool opens() const { return OpenStore(url, libraryModel().build()).store != nullptr; }
+    /// What another program does with the file.
+    void run(std::string const& sql) const { SQLite::Connection(place).execute(sql); }
     void makeStore() {
         OpenStore open(url, libraryModel().build());
         ASSERT_TRUE(open.store);
@@ -42,22 +30,22 @@ protected:
         ASSERT_FALSE(open.save(std::move(changes)));
     }
     std::size_t rescued() const {
-        auto const hidden = folder.path() / ".Notes.rescued";
+        fs::path const hidden = folder.path(".Notes.rescued");
         return fs::exists(hidden) ? static_cast<std::size_t>(std::distance(fs::directory_iterator(hidden), {})) : 0;
     }
     /// An opening that must not end before `release` was done, and then must.
     void expectWaits(FunctionRef<void()> release) {
         std::promise<bool> ended;
         auto outcome = ended.get_future();
-        std::thread opener([&] { ended.set_value(OpenStore(url, libraryModel().build()).store != nullptr); });
+        std::thread opener([&] { ended.set_value(opens()); });
         EXPECT_EQ(outcome.wait_for(std::chrono::milliseconds(60)), std::future_status::timeout);
         release();
         EXPECT_TRUE(outcome.get());
         opener.join();
     }
 
-    TemporaryFolder folder;
-    fs::path const place = folder.path() / "Notes" / "Notes.db";
+    StoreFolder folder;
+    fs::path const place = folder.path("Notes/Notes.db");
     NSURL const url = NSURL::fileURLWithPath(place.string());
 };
 
@@ -69,17 +57,13 @@ TEST_F(Opening, WhatIsNoStoreIsRefusedAndKeptAside) {
     auto const record = inside.find(std::string(90, 'x'));
     ASSERT_NE(record, std::string::npos);
     for (std::size_t at = record / 4096 * 4096; at < record; ++at) inside[at] = static_cast<char>(at * 31);
-    struct Case {
-        char const* name;
-        std::string content;
-    };
-    std::vector<Case> const table{{"text", "not a database"},
-                                  {"long text", std::string(10'000, 'x')},
-                                  {"truncated", good.substr(0, good.size() / 2)},
-                                  {"truncated within a page", good.substr(0, 5000)},
-                                  {"a header alone", good.substr(0, 100)},
-                                  {"noise in the first page", noise},
-                                  {"noise among records", inside}};
+    std::pair<char const*, std::string> const table[] = {{"text", "not a database"},
+                                                         {"long text", std::string(10'000, 'x')},
+                                                         {"truncated", good.substr(0, good.size() / 2)},
+                                                         {"truncated within a page", good.substr(0, 5000)},
+                                                         {"a header alone", good.substr(0, 100)},
+                                                         {"noise in the first page", noise},
+                                                         {"noise among records", inside}};
     std::size_t kept = 0;
     for (auto const& [name, content] : table) {
         fs::remove(place);
@@ -89,61 +73,58 @@ TEST_F(Opening, WhatIsNoStoreIsRefusedAndKeptAside) {
         EXPECT_TRUE(open.error) << name;
         EXPECT_EQ(this->content(), content) << name << ": was changed";
         EXPECT_EQ(rescued(), std::min<std::size_t>(++kept, 3)) << name;
-        EXPECT_FALSE(OpenStore(url, libraryModel().build()).store);
+        EXPECT_FALSE(opens());
         EXPECT_EQ(rescued(), std::min<std::size_t>(kept, 3)) << name << ": the same file was kept twice";
     }
     // What the wipe of the folder would take is still there.
     fs::remove_all(place.parent_path());
     bool found = false;
-    for (auto const& entry : fs::recursive_directory_iterator(folder.path() / ".Notes.rescued"))
+    for (auto const& entry : fs::recursive_directory_iterator(folder.path(".Notes.rescued")))
         found = found || (entry.is_regular_file() && fs::file_size(entry) == inside.size());
     EXPECT_TRUE(found);
 }
 
 TEST_F(Opening, OtherApplicationsFilesAndPlacesAreRefused) {
     run("CREATE TABLE theirs (a)");
-    EXPECT_FALSE(OpenStore(url, libraryModel().build()).store);
+    EXPECT_FALSE(opens());
     EXPECT_EQ(rescued(), 1U);
     fs::remove(place);
     run("PRAGMA application_id = 7; CREATE TABLE a (b); DROP TABLE a");
-    EXPECT_FALSE(OpenStore(url, libraryModel().build()).store);
+    EXPECT_FALSE(opens());
     fs::remove(place);
     fs::create_directory(place);
-    EXPECT_FALSE(OpenStore(url, libraryModel().build()).store);
+    EXPECT_FALSE(opens());
     fs::remove(place);
     ASSERT_EQ(::mkfifo(place.c_str(), 0600), 0);
-    EXPECT_FALSE(OpenStore(url, libraryModel().build()).store);
+    EXPECT_FALSE(opens());
     fs::remove_all(place.parent_path());
-    fs::path const file = place.parent_path();
-    std::fclose(std::fopen(file.c_str(), "w"));
-    EXPECT_FALSE(OpenStore(url, libraryModel().build()).store);
+    folder.write("Notes", "");
+    EXPECT_FALSE(opens());
     EXPECT_FALSE(OpenStore(*NSURL::URLWithString("https://example.org/a.db"), libraryModel().build()).store);
     EXPECT_FALSE(OpenStore(folder.url(std::string(300, 'n')), libraryModel().build()).store);
 }
 
 TEST_F(Opening, EmptyAndHalfMadeFilesAreNewStores) {
     write("");
-    EXPECT_TRUE(OpenStore(url, libraryModel().build()).store);
-    EXPECT_TRUE(OpenStore(url, libraryModel().build()).store);
+    EXPECT_TRUE(opens());
+    EXPECT_TRUE(opens());
     fs::remove(place);
     run("PRAGMA journal_mode = WAL"); // as far as a process came that was killed
-    EXPECT_TRUE(OpenStore(url, libraryModel().build()).store);
+    EXPECT_TRUE(opens());
     EXPECT_EQ(rescued(), 0U);
 }
 
 TEST_F(Opening, ALockedFileIsWaitedFor) {
     makeStore();
     run("PRAGMA journal_mode = DELETE");
-    sqlite3* other = nullptr;
-    ASSERT_EQ(sqlite3_open(place.c_str(), &other), SQLITE_OK);
-    ASSERT_EQ(sqlite3_exec(other, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK);
-    expectWaits([&] { sqlite3_exec(other, "ROLLBACK", nullptr, nullptr, nullptr); });
-    sqlite3_close(other);
+    SQLite::Connection other(place);
+    other.execute("BEGIN EXCLUSIVE");
+    expectWaits([&] { other.execute("ROLLBACK"); });
     EXPECT_EQ(rescued(), 0U);
 }
 
 TEST_F(Opening, AMissingFolderAndANewerFormatAreWaitedFor) {
-    auto const away = folder.path() / "away";
+    auto const away = folder.path("away");
     fs::rename(place.parent_path(), away);
     expectWaits([&] { fs::rename(away, place.parent_path()); });
     run("PRAGMA user_version = 99");
@@ -155,16 +136,11 @@ TEST_F(Opening, AMissingFolderAndANewerFormatAreWaitedFor) {
 TEST_F(Opening, AFileWithoutPermissionIsWaitedFor) {
     if (::geteuid() != 0) GTEST_SKIP() << "needs a second user";
     makeStore();
-    fs::permissions(folder.path().parent_path(), fs::perms::others_exec, fs::perm_options::add); // the folder of this run
-    for (auto const& path : {folder.path(), place.parent_path()}) fs::permissions(path, fs::perms::all);
-    struct Case {
-        fs::path path;
-        fs::perms without, with;
-    };
-    fs::permissions(place, fs::perms::all);
-    for (auto const& [path, without, with] :
-         {Case{place, fs::perms::none, fs::perms::all}, Case{place, fs::perms::others_read, fs::perms::all},
-          Case{place.parent_path(), fs::perms::none, fs::perms::all}}) {
+    fs::path const notes = place.parent_path(), home = notes.parent_path();
+    fs::permissions(home.parent_path(), fs::perms::others_exec, fs::perm_options::add); // the folder of this run
+    for (auto const& path : {home, notes, place}) fs::permissions(path, fs::perms::all);
+    for (auto const& [path, without] :
+         {std::pair(place, fs::perms::none), std::pair(place, fs::perms::others_read), std::pair(notes, fs::perms::none)}) {
         fs::permissions(path, without);
         int ends[2];
         ASSERT_EQ(::pipe(ends), 0);
@@ -179,7 +155,7 @@ TEST_F(Opening, AFileWithoutPermissionIsWaitedFor) {
         ::close(ends[1]);
         pollfd waiting{.fd = ends[0], .events = POLLIN, .revents = 0};
         EXPECT_EQ(::poll(&waiting, 1, 80), 0) << path << " was opened or refused";
-        fs::permissions(path, with);
+        fs::permissions(path, fs::perms::all);
         int status = 0;
         ::waitpid(child, &status, 0);
         EXPECT_EQ(status, 0) << path;

@@ -1,12 +1,12 @@
 // What holds when several processes, or several threads, use one file, and when they die.
 #include "StoreFixture.h"
+#include "Tessarin/platform/sqlite/Connection.h"
 
 #include <atomic>
 #include <csignal>
 #include <map>
 #include <random>
 #include <set>
-#include <sqlite3.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <thread>
@@ -50,19 +50,9 @@ protected:
         ::waitpid(child.process, &status, 0);
         return keys;
     }
-    void expectSound() const {
-        sqlite3* handle = nullptr;
-        ASSERT_EQ(sqlite3_open(file.path().c_str(), &handle), SQLITE_OK);
-        auto const isOk = [](void* ok, int, char** values, char**) {
-            return *static_cast<bool*>(ok) = std::string_view(values[0]) == "ok", 0;
-        };
-        bool ok = false;
-        EXPECT_EQ(sqlite3_exec(handle, "PRAGMA integrity_check", isOk, &ok, nullptr), SQLITE_OK);
-        EXPECT_TRUE(ok);
-        sqlite3_close(handle);
-    }
+    void expectSound() const { EXPECT_EQ(SQLite::Connection(file.path()).text("PRAGMA integrity_check"), "ok"); }
 
-    TemporaryFolder folder;
+    StoreFolder folder;
     NSURL const file = folder.url("shared.db");
 };
 
@@ -112,8 +102,7 @@ TEST_F(Processes, ASaveThatWasReportedSurvivesKillAndTheFileStaysSound) {
     expectSound();
     OpenStore open(file, libraryModel().build());
     std::map<RecordKey, std::size_t> links;
-    std::vector<RecordKey> books;
-    for (auto const& row : open.fetch("Book")) books.push_back(row->key());
+    auto books = keysOf(open.fetch("Book"));
     std::ranges::sort(books);
     for (auto const key : reported) EXPECT_TRUE(std::ranges::binary_search(books, key)) << key << " was lost";
     EXPECT_EQ(books.size() % 20, 0U) << "half a save is in the file";

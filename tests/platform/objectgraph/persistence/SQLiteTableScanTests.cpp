@@ -15,7 +15,8 @@ protected:
     TagsFarApart() : here(folder.url("a.db"), libraryModel().build()), there(folder.url("a.db"), libraryModel().build()) {
         first = here.store->reserveKeys(count * distance, here.error);
         std::vector<RecordChange> changes;
-        for (RecordKey key = first; key < first + count * distance; key += distance) changes.push_back(here.insertion("Tag", key, {{"name", "0"}}));
+        for (RecordKey key = first; key < first + count * distance; key += distance)
+            changes.push_back(here.insertion("Tag", key, {{"name", "0"}}));
         EXPECT_FALSE(here.save(std::move(changes)));
     }
 
@@ -25,13 +26,8 @@ protected:
         for (auto const& row : there.fetch("Tag")) changes.push_back(there.update(row, {{"name", name}}));
         ASSERT_FALSE(there.save(std::move(changes)));
     }
-    static std::vector<RecordKey> keysOf(std::vector<RowRef> const& rows) {
-        std::vector<RecordKey> keys;
-        for (auto const& row : rows) keys.push_back(row->key());
-        return keys;
-    }
 
-    TemporaryFolder folder;
+    StoreFolder folder;
     OpenStore here, there;
     RecordKey first = 0;
 };

@@ -3,26 +3,23 @@
 #include "Tessarin/platform/objectgraph/persistence/InMemoryStore.h"
 #include "Tessarin/platform/objectgraph/persistence/RowBuilder.h"
 #include "Tessarin/platform/objectgraph/persistence/SQLiteStore.h"
+#include "tests/support/TemporaryFolder.h"
+#include <algorithm>
 #include <filesystem>
 #include <gtest/gtest.h>
 
 namespace Tessarin::tests {
 
-/// A folder of its own, removed at the end.
-class TemporaryFolder {
-public:
-    TemporaryFolder() {
-        std::string name = std::filesystem::temp_directory_path() / "tessarin-XXXXXX";
-        path_ = ::mkdtemp(name.data());
-    }
-    ~TemporaryFolder() { std::filesystem::remove_all(path_); }
-    TemporaryFolder(TemporaryFolder const&) = delete;
-    std::filesystem::path const& path() const { return path_; }
-    NSURL url(std::string const& name) const { return NSURL::fileURLWithPath((path_ / name).string()); }
-
-private:
-    std::filesystem::path path_;
+/// A folder of its own, whose files are asked for by URL.
+struct StoreFolder : TemporaryFolder {
+    NSURL url(std::string_view name) const { return NSURL::fileURLWithPath(path(name)); }
 };
+
+inline std::vector<RecordKey> keysOf(std::vector<RowRef> const& rows) {
+    std::vector<RecordKey> keys;
+    for (auto const& row : rows) keys.push_back(row->key());
+    return keys;
+}
 
 /// A library: books with an author and many tags, and authors with an ordered shelf.
 inline ModelBuilder libraryModel() {
