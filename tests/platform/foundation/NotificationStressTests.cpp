@@ -258,7 +258,8 @@ void judge(Witness const& witness, Post const& post, std::map<int, int> const& h
     }
     auto const found = heard.find(post.number);
     int const count = found == heard.end() ? 0 : found->second;
-    EXPECT_TRUE(least <= count && count <= most) << "heard " << count << " times, not " << least << " to " << most << "; kind " << static_cast<int>(witness.kind);
+    EXPECT_TRUE(least <= count && count <= most)
+        << "heard " << count << " times, not " << least << " to " << most << "; kind " << static_cast<int>(witness.kind);
 }
 
 struct Delivery {
