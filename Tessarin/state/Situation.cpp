@@ -86,7 +86,10 @@ std::string Situation::description() const {
 Condition::Condition() = default;
 Condition::~Condition() = default;
 
-void Condition::init(std::optional<std::string> label) { init(std::move(label), {}); }
+void Condition::init(std::optional<std::string> label) {
+    label_ = std::move(label);
+    setWorkClosure({});
+}
 void Condition::init(std::optional<std::string> label, Closure<void()> work) {
     label_ = std::move(label);
     setWorkClosure(std::move(work));

@@ -161,7 +161,8 @@ TEST_F(States, HoldAnyValueThatCanBeCompared) {
     auto const text = make<GlobalState<std::string>>("a text that does not fit a word", "Text");
     text->modifyCurrent([](std::string& value) { value += "!"; });
     EXPECT_EQ(text->description(), "Text: a text that does not fit a word!");
-    EXPECT_EQ(make<GlobalState<double>>(2.5, "D")->description(), "D: 2.5");
+    EXPECT_EQ(make<GlobalState<double>>(3.0, "D")->description(), "D: 3.0");
+    EXPECT_EQ(make<GlobalState<float>>(0.1F, "F")->description(), "F: 0.1");
     point->setWatchers({});
 }
 
