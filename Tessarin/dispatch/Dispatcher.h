@@ -27,6 +27,12 @@ struct QualityOfService {
 ///     images->async([=] { decode(); });
 ///     Dispatcher::main()->now([&] { show(); });
 class TESSARIN_API Dispatcher {
+protected:
+    Dispatcher() = default;
+    void init();
+    virtual void init(QueueOptions options);
+    virtual void init(QualityOfService options);
+
 public:
     Dispatcher(Dispatcher const&) = delete;
     Dispatcher& operator=(Dispatcher const&) = delete;
@@ -61,12 +67,6 @@ public:
     static std::string& mainQueueKey();
     static std::string& mainQueueValue();
     static dispatch_once_t& mainQueueToken();
-
-protected:
-    Dispatcher() = default;
-    void init();
-    virtual void init(QueueOptions options);
-    virtual void init(QualityOfService options);
 
 private:
     dispatch_queue_t queue_;
