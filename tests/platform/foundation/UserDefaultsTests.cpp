@@ -231,6 +231,27 @@ TEST_F(UserDefaults, IllFormedFileIsKeptAndItsGoodLinesStay) {
     EXPECT_EQ(store->integerForKey("good"), 1);
 }
 
+TEST_F(UserDefaults, FourThreadsLoseNothing) {
+    std::vector<std::thread> threads;
+    for (char const name : std::string_view("abcd"))
+        threads.emplace_back([this, name] {
+            for (int at = 0; at < 50; ++at) {
+                auto const store = suite(); // often the only one that holds it
+                store->setObject(fmt::format("{} {}, a text that is shared", name, at), fmt::format("{}{}", name, at));
+                store->removeObjectForKey("all");
+                store->setInteger(at, "all");
+                EXPECT_TRUE(at % 16 != 0 || store->synchronize());
+                EXPECT_EQ(store->stringForKey("a0").value_or("a 0").substr(0, 3), "a 0");
+            }
+        });
+    for (auto& thread : threads) thread.join();
+    ASSERT_TRUE(suite()->synchronize());
+    auto const all = reread()->dictionaryRepresentation();
+    for (char const name : std::string_view("abcd"))
+        for (int at = 0; at < 50; ++at) EXPECT_TRUE(all.contains(fmt::format("{}{}", name, at)));
+    EXPECT_TRUE(all.contains("all"));
+}
+
 TEST_F(UserDefaults, FourProcessesLoseNothing) {
     std::vector<pid_t> children;
     for (char const name : std::string_view("abcd")) children.push_back(start("WritesFifty", std::string{name}));
