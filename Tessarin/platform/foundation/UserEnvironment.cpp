@@ -46,30 +46,34 @@ std::unique_ptr<UserEnvironment const> makeEnvironment(Ref<NSTimeZone> const& wi
 UserEnvironment const& look() {
     auto& [mutex, zone, met] = looking();
     std::lock_guard const hold(mutex);
-    nextLook.store(coarseTime() + patience, std::memory_order_relaxed); // first, so that a call to look again is not lost
     auto const key = fmt::format("{} {} {}", zone ? fmt::format("{}", fmt::ptr(zone.get())) : systemZoneKey(), localeWishes(),
                                  languageWishes());
     auto& environment = met[key];
     if (!environment) environment = makeEnvironment(zone, met.size());
     known.store(environment.get(), std::memory_order_release);
+    nextLook.store(coarseTime() + patience, std::memory_order_release); // last: who sees it also sees what was found
     return *environment;
 }
 
 } // namespace
 
 UserEnvironment const& UserEnvironment::current() {
-    auto const* const environment = known.load(std::memory_order_acquire);
-    if (environment && coarseTime() < nextLook.load(std::memory_order_relaxed)) [[likely]]
-        return *environment;
+    auto const until = nextLook.load(std::memory_order_acquire); // first
+    if (coarseTime() < until) [[likely]]
+        return *known.load(std::memory_order_acquire);
     return look();
 }
 
-void UserEnvironment::lookAgain() { nextLook.store(0, std::memory_order_relaxed); }
+/// Under the mutex, so that a look that is under way and may have missed a change does not have the last word.
+void UserEnvironment::lookAgain() {
+    std::lock_guard const hold(looking().mutex);
+    nextLook.store(0, std::memory_order_relaxed);
+}
 
 void UserEnvironment::setZone(Ref<NSTimeZone> zone) {
     std::lock_guard const hold(looking().mutex);
     looking().zone = std::move(zone);
-    lookAgain();
+    nextLook.store(0, std::memory_order_relaxed);
 }
 
 } // namespace Tessarin

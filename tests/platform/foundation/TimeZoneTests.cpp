@@ -16,7 +16,7 @@ using tests::Environment;
 using tests::TemporaryFolder;
 
 NSDate at(std::time_t time) { return NSDate::dateWithTimeIntervalSince1970(static_cast<double>(time)); }
-constexpr std::time_t year1900 = -2'208'988'800, year2200 = 7'258'118'400;
+constexpr std::time_t year1900 = -2'208'988'800, year1971 = 31'536'000, year2200 = 7'258'118'400;
 
 std::string contentOf(std::filesystem::path const& file) {
     std::ifstream in(file, std::ios::binary);
@@ -26,18 +26,18 @@ std::string contentOf(std::filesystem::path const& file) {
 /// One zone beside the C library, which has the same one set: around every change, and in between.
 class Comparison {
 public:
-    explicit Comparison(std::string name) : name_(std::move(name)), zone_(NSTimeZone::timeZoneWithName(name_)) {
+    Comparison(std::string name, std::time_t from) : name_(std::move(name)), from_(from), zone_(NSTimeZone::timeZoneWithName(name_)) {
         if (zone_) calendar_ = NSCalendar::calendarWithIdentifier("gregorian", zone_);
     }
     int faults() {
         if (!zone_) return fault(0, "is not found");
-        for (auto change = zone_->nextDaylightSavingTimeTransitionAfterDate(at(year1900)); change;
+        for (auto change = zone_->nextDaylightSavingTimeTransitionAfterDate(at(from_)); change;
              change = zone_->nextDaylightSavingTimeTransitionAfterDate(*change)) {
             auto const time = static_cast<std::time_t>(change->timeIntervalSince1970());
             if (time >= year2200) break;
             for (auto const near : {time - 1, time, time + 1}) check(near);
         }
-        for (auto time = year1900; time < year2200; time += 40 * 86'400 + 12'345) check(time); // changes that we might not know of
+        for (auto time = from_; time < year2200; time += 40 * 86'400 + 12'345) check(time); // changes that we might not know of
         return faults_;
     }
 
@@ -65,6 +65,7 @@ private:
     }
 
     std::string name_;
+    std::time_t from_;
     Ref<NSTimeZone> zone_;
     Ref<NSCalendar> calendar_;
     int faults_ = 0;
@@ -83,7 +84,13 @@ private:
         if (!content.starts_with("TZif") || !seen.insert(content).second) continue;
         ::setenv("TZ", name.c_str(), 1);
         ::tzset();
-        faults += Comparison(name).faults();
+        faults += Comparison(name, year1900).faults();
+    }
+    for (auto const* const rule : {"CET-1CEST,M3.5.0,M10.5.0/3", "EST5EDT4,J60/0,J300", "ABC3DEF,59/1:30,300", "NZST-12NZDT,M9.5.0,M4.1.0/3",
+                                   "<-03>3<-02>,M3.5.0/-2,M10.5.0/-1", "IST-1GMT0,M10.5.0,M3.5.0/1"}) {
+        ::setenv("TZ", rule, 1);
+        ::tzset();
+        faults += Comparison(rule, year1971).faults(); // the C library's rules begin in 1970
     }
     std::fprintf(stderr, "%zu zones compared\n", seen.size());
     std::_Exit(faults == 0 && seen.size() > 200 ? 0 : 1);
