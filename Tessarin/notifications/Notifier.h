@@ -7,6 +7,7 @@
 #include "Tessarin/platform/runtime/Enumeration.h"
 #include "Tessarin/platform/runtime/FunctionRef.h"
 #include "Tessarin/platform/runtime/NSObject.h"
+#include "Tessarin/platform/runtime/ObjectSlab.h"
 #include "Tessarin/platform/runtime/Required.h"
 #include "Tessarin/platform/runtime/SharedList.h"
 #include <cstdint>
@@ -58,6 +59,8 @@ class TESSARIN_API Notifier : public NSObject {
 public:
     class Watcher;
     class WatcherWithLinkedObject;
+    /// Posts to thousands of channels in turn read little else than their notifiers, notifications and watchers, each from slabs.
+    template <class T> using ObjectAllocator = ObjectSlabAllocator<T>;
 
     /// Accepted by `notify`, where it has no effect.
     struct TESSARIN_API Coalescent : Enumeration<Coalescent> {

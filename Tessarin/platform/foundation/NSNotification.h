@@ -1,6 +1,7 @@
 #pragma once
 #include "Tessarin/Export.h"
 #include "Tessarin/platform/runtime/NSObject.h"
+#include "Tessarin/platform/runtime/ObjectSlab.h"
 #include "Tessarin/platform/runtime/Text.h"
 #include "Tessarin/platform/runtime/Value.h"
 #include <string>
@@ -15,6 +16,7 @@ namespace Tessarin {
 ///     auto const saved = NSNotification::notificationWithName("DocumentSaved", document, Dictionary{{"bytes", 1024}});
 class TESSARIN_API NSNotification : public NSObject, public NSNotificationPosting {
 public:
+    template <class T> using ObjectAllocator = ObjectSlabAllocator<T>;
     static Ref<NSNotification> notificationWithName(std::string_view name, Ref<NSObject> object = nullptr, Value userInfo = {});
 
     Text const& name() const noexcept { return name_; }

@@ -2,6 +2,7 @@
 #include "Tessarin/Export.h"
 #include "Tessarin/platform/foundation/NSNotification.h"
 #include "Tessarin/platform/runtime/NSObject.h"
+#include "Tessarin/platform/runtime/ObjectSlab.h"
 #include <atomic>
 #include <concepts>
 #include <cstdint>
@@ -69,8 +70,8 @@ private:
     void endWith(void (*destroy)(void*), void* object);
 };
 
-/// The heap, but for the end of an object's life.
-template <class T> struct ListenerAllocator : std::allocator<T> {
+/// A slab, but for the end of an object's life.
+template <class T> struct ListenerAllocator : ObjectSlabAllocator<T> {
     ListenerAllocator() = default;
     template <class U> ListenerAllocator(ListenerAllocator<U> const&) noexcept {}
     template <class U> struct rebind {
