@@ -198,6 +198,7 @@ TEST_F(NotificationCenter, AQueueCallsNobodyWhoWasRemovedMeanwhile) {
     center->removeObserver(*removed);
     open.set_value();
     posting.join();
+    queue->waitUntilAllOperationsAreFinished(); // the first one uses `open`, and may not even have begun
 }
 
 TEST_F(NotificationCenter, ChannelsOutliveTheirCentreInSilence) {
