@@ -72,105 +72,57 @@ void expectRows(std::vector<Row> const& rows, Value const& object = book()) {
     }
 }
 
+/// Conditions without arguments, on the book.
+void expectTrue(std::vector<char const*> const& formats) {
+    for (auto const* format : formats) expectRows({{format, {}, true}});
+}
+void expectFalse(std::vector<char const*> const& formats) {
+    for (auto const* format : formats) expectRows({{format, {}, false}});
+}
+
 } // namespace
 
 TEST(NSPredicate, AbsentValuesAreUnequalToAllAndInNoOrder) {
-    expectRows({
-        {"subtitle != 'a'", {}, true},
-        {"subtitle == 'a'", {}, false},
-        {"subtitle = nil", {}, true},
-        {"nil == subtitle", {}, true},
-        {"subtitle != NULL", {}, false},
-        {"title != %@", {nullptr}, true},
-        {"subtitle < 5", {}, false},
-        {"subtitle >= 5", {}, false},
-        {"NOT subtitle < 5", {}, true},
-        {"subtitle <= nil", {}, false},
-        {"5 > subtitle", {}, false},
-        {"subtitle BETWEEN {1, 2}", {}, false},
-        {"subtitle IN {'a', nil}", {}, false},
-        {"NOT (subtitle IN {'a'})", {}, true},
-        {"subtitle IN %@", {nullptr}, false},
-        {"subtitle CONTAINS 'a'", {}, false},
-        {"title CONTAINS subtitle", {}, false},
-        {"subtitle LIKE '*'", {}, false},
-        {"subtitle MATCHES '.*'", {}, false},
-        {"author.agent.name == nil", {}, true},
-        {"author.agent.books.@count == 0", {}, false},
-    });
+    expectTrue({"subtitle != 'a'", "subtitle = nil", "nil == subtitle", "NOT subtitle < 5", "NOT (subtitle IN {'a'})",
+                "author.agent.name == nil"});
+    expectFalse({"subtitle == 'a'", "subtitle != NULL", "subtitle < 5", "subtitle >= 5", "subtitle <= nil", "5 > subtitle",
+                 "subtitle BETWEEN {1, 2}", "subtitle IN {'a', nil}", "subtitle CONTAINS 'a'", "title CONTAINS subtitle",
+                 "subtitle LIKE '*'", "subtitle MATCHES '.*'", "author.agent.books.@count == 0"});
+    expectRows({{"title != %@", {nullptr}, true}, {"subtitle IN %@", {nullptr}, false}});
 }
 
 TEST(NSPredicate, ComparesNumbersOfAllKindsBySize) {
-    expectRows({
-        {"year == 1815", {}, true},
-        {"year=1815.0", {}, true},
-        {"year<>1815", {}, false},
-        {"1800<year&&year=<1900", {}, true},
-        {"year => 0x717", {}, true},
-        {"rating > -1.5e0", {}, true},
-        {"price == 12.5", {}, true},
-        {"price > %f AND price < %lu", {12.25, 13}, true},
-        {"price IN {12.5, 13}", {}, true},
-        {"isOpen == 1", {}, true},
-        {"isOpen = YES", {}, true},
-        {"isOpen != false", {}, true},
-        {"isOpen == %d", {true}, true},
-        {"isOpen == 2", {}, false},
-        {"year BETWEEN {1815, 1815}", {}, true},
-        {"year BETWEEN %@", {Value(List{1816, 1900})}, false},
-        {"year BETWEEN { %d, author.born }", {1700}, false},
-        {"year == '1815'", {}, false},
-        {"title < 5", {}, false},
-        {"added < %@", {Value::date(100.5)}, true},
-        {"%@ <= added", {Value::date(101)}, false},
-    });
+    expectTrue({"year == 1815", "year=1815.0", "1800<year&&year=<1900", "year => 0x717", "rating > -1.5e0", "price == 12.5",
+                "price IN {12.5, 13}", "isOpen == 1", "isOpen = YES", "isOpen != false", "year BETWEEN {1815, 1815}"});
+    expectFalse({"year<>1815", "isOpen == 2", "year == '1815'", "title < 5"});
+    expectRows({{"price > %f AND price < %lu", {12.25, 13}, true},
+                {"isOpen == %d", {true}, true},
+                {"year BETWEEN %@", {Value(List{1816, 1900})}, false},
+                {"year BETWEEN { %d, author.born }", {1700}, false},
+                {"added < %@", {Value::date(100.5)}, true},
+                {"%@ <= added", {Value::date(101)}, false}});
 }
 
 TEST(NSPredicate, ComparesTexts) {
+    expectTrue({"title == 'Emma'", "title ==[c] \"eMMA\"", "title <= 'Emma' and title > 'Alpha'", "title <[c] 'f'", "title < 'F'",
+                "title beginswith 'Em' AND title EndsWith[c] 'MA'", "title CONTAINS 'mm'", "'Em' IN title",
+                "note CONTAINS[cd] 'creme brulee'", "note CONTAINS[c] 'CRÈME'", "title LIKE 'E*a'", "title like[c] 'e??a'",
+                "note LIKE '*100\\\\%'", "note LIKE[cd] 'cr?me*'", "title MATCHES 'Em+a'", "ANY tags ==[c] 'STRASSE'",
+                "ANY tags CONTAINS[cd] 'ήπειρ'", "SELF.note ENDSWITH '\\n100%'"});
+    expectFalse({"title == \"emma\"", "note CONTAINS[d] 'creme'", "title == '%@'", "title LIKE 'E?a'", "title MATCHES 'mm'"});
     expectRows({
-        {"title == 'Emma'", {}, true},
-        {"title == \"emma\"", {}, false},
-        {"title ==[c] \"eMMA\"", {}, true},
-        {"title <= 'Emma' and title > 'Alpha'", {}, true},
-        {"title <[c] 'f'", {}, true},
-        {"title < 'F'", {}, true},
-        {"title beginswith 'Em' AND title EndsWith[c] 'MA'", {}, true},
-        {"title CONTAINS 'mm'", {}, true},
-        {"'Em' IN title", {}, true},
-        {"note CONTAINS[cd] 'creme brulee'", {}, true},
-        {"note CONTAINS[c] 'CRÈME'", {}, true},
-        {"note CONTAINS[d] 'creme'", {}, false},
         {"note BEGINSWITH[n] 'Cre\xCC\x80me'", {}, true}, // written apart
-        {"title == '%@'", {}, false},
-        {"title LIKE 'E*a'", {}, true},
-        {"title LIKE 'E?a'", {}, false},
-        {"title like[c] 'e??a'", {}, true},
-        {"note LIKE '*100\\\\%'", {}, true},
-        {"note LIKE[cd] 'cr?me*'", {}, true},
-        {"title MATCHES 'Em+a'", {}, true},
-        {"title MATCHES 'mm'", {}, false},
         {"title MATCHES[c] %@", {"e.*"}, true},
-        {"ANY tags ==[c] 'STRASSE'", {}, true},
-        {"ANY tags CONTAINS[cd] 'ήπειρ'", {}, true},
-        {"SELF.note ENDSWITH '\\n100%'", {}, true},
     });
 }
 
 TEST(NSPredicate, JoinsConditions) {
-    expectRows({
-        {"TRUEPREDICATE", {}, true},
-        {"falsepredicate OR NOT falsepredicate", {}, true},
-        {"year == 1 OR year == 1815 AND title == 'Emma'", {}, true},
-        {"(year == 1815 OR year == 1) AND title == 'x'", {}, false},
-        {"!(year == 1815) || title == 'Emma'", {}, true},
-        {"NOT NOT year == 1815", {}, true},
-        {"NOT year == 1 AND title == 'x'", {}, false},
-        {"((year)) == (1815)", {}, true},
-        {"((title) IN {'a', 'Emma'}) AND ((year > 1))", {}, true},
-        {"%K == %@ AND %@ IN %K.#in", {"author.name", "Jane Austen", "Stev", "author"}, true},
-        {"author.%K == 1775", {"born"}, true},
-        {"SELF.author.born == 1775", {}, true},
-    });
+    expectTrue({"TRUEPREDICATE", "falsepredicate OR NOT falsepredicate", "year == 1 OR year == 1815 AND title == 'Emma'",
+                "!(year == 1815) || title == 'Emma'", "NOT NOT year == 1815", "((year)) == (1815)",
+                "((title) IN {'a', 'Emma'}) AND ((year > 1))", "SELF.author.born == 1775"});
+    expectFalse({"(year == 1815 OR year == 1) AND title == 'x'", "NOT year == 1 AND title == 'x'"});
+    expectRows({{"%K == %@ AND %@ IN %K.#in", {"author.name", "Jane Austen", "Stev", "author"}, true},
+                {"author.%K == 1775", {"born"}, true}});
 }
 
 TEST(NSPredicate, LooksAtMembersOfLists) {
@@ -179,28 +131,17 @@ TEST(NSPredicate, LooksAtMembersOfLists) {
         manyNames.push_back("name" + std::to_string(at));
         manyNumbers.push_back(at);
     }
-    expectRows({
-        {"ANY editions.year > 1830", {}, true},
-        {"SOME editions.year > 1833", {}, false},
-        {"ALL editions.year > 1800", {}, true},
-        {"NONE editions.year == 1815", {}, false},
-        {"ANY prequels.year > 0", {}, false},
-        {"ALL prequels.year > 0", {}, true},
-        {"NONE prequels.year > 0", {}, true},
-        {"ANY author.agent.name != 'x'", {}, false},
-        {"ANY editions.year IN {1, 1833}", {}, true},
-        {"editions.@count == 2 AND prequels.@count = 0", {}, true},
-        {"editions.@sum.copies == 2500 AND editions.@max.year == 1833 AND editions.@avg.copies == 1250", {}, true},
-        {"prequels.@min.year == nil", {}, true},
-        {"tags CONTAINS 'Novel'", {}, true},
-        {"'novel' IN[c] tags", {}, true},
-        {"title IN {}", {}, false},
-        {"title IN %@", {Value(List{})}, false},
-        {"title IN %@", {Value(manyNames)}, false},
-        {"year IN %@", {Value(manyNumbers)}, true},
-        {"title IN[c] %@", {ValueSet{"EMMA", 5}}, true},
-        {"year IN {title, author.born, 1815}", {}, true},
-    });
+    expectTrue({"ANY editions.year > 1830", "ALL editions.year > 1800", "ALL prequels.year > 0", "NONE prequels.year > 0",
+                "ANY editions.year IN {1, 1833}", "editions.@count == 2 AND prequels.@count = 0",
+                "editions.@sum.copies == 2500 AND editions.@max.year == 1833 AND editions.@avg.copies == 1250",
+                "prequels.@min.year == nil", "tags CONTAINS 'Novel'", "'novel' IN[c] tags",
+                "year IN {title, author.born, 1815}"});
+    expectFalse({"SOME editions.year > 1833", "NONE editions.year == 1815", "ANY prequels.year > 0",
+                 "ANY author.agent.name != 'x'", "title IN {}"});
+    expectRows({{"title IN %@", {Value(List{})}, false},
+                {"title IN %@", {Value(manyNames)}, false},
+                {"year IN %@", {Value(manyNumbers)}, true},
+                {"title IN[c] %@", {ValueSet{"EMMA", 5}}, true}});
     expectRows({{"SELF IN {1, 2}", {}, true}, {"SELF > 1", {}, true}, {"self == 3", {}, false}}, 2);
     expectRows({{"ANY SELF == 3", {}, true}, {"SELF.@count == 3", {}, true}, {"@count == 3", {}, true}}, List{1, 2, 3});
 }
@@ -208,55 +149,49 @@ TEST(NSPredicate, LooksAtMembersOfLists) {
 TEST(NSPredicate, ComparesObjectsByWhatTheyStandFor) {
     auto const identity = anIdentity();
     auto const one = make<Record>(7, identity), same = make<Record>(7, identity), other = make<Record>(8, anIdentity());
-    expectRows(
-        {
-            {"SELF == %@", {same}, true},
-            {"SELF == %@", {identity}, true},
-            {"SELF == %@", {other}, false},
-            {"SELF IN %@", {Value(List{other, same})}, true},
-            {"SELF IN %@", {Value(List{other})}, false},
-            {"%@ CONTAINS SELF", {ValueSet{identity}}, true},
-            {"self.number == 7 AND twice == 14", {}, true},
-        },
-        one);
+    expectRows({{"SELF == %@", {same}, true},
+                {"SELF == %@", {identity}, true},
+                {"SELF == %@", {other}, false},
+                {"SELF IN %@", {Value(List{other, same})}, true},
+                {"SELF IN %@", {Value(List{other})}, false},
+                {"%@ CONTAINS SELF", {ValueSet{identity}}, true},
+                {"self.number == 7 AND twice == 14", {}, true}},
+               one);
     auto const remote = NSPredicate::predicateWithFormat("friend == %@ AND friend.number IN %@", same, std::vector<int>{1, 7});
     EXPECT_TRUE(remote->evaluateWithObject(Dictionary{{"friend", one}}));
 }
 
 TEST(NSPredicate, RefusesMalformedFormatsAndSaysWhere) {
     struct {
-        char const* format;
-        List arguments;
-        char const* problem;
-    } const rows[] = {
-        {"", {}, "at character 1: the format ends"},
-        {"title ==", {}, "at character 9: the format ends"},
-        {"title", {}, "at character 6: a comparison"},
-        {"title == 'a", {}, "at character 10: this text has no closing quote"},
-        {"(title == 'a'", {}, "at character 14: a closing parenthesis"},
-        {"title == 'a')", {}, "at character 13: a condition ends here"},
-        {"a == 1 b == 2", {}, "at character 8: a condition ends here"},
-        {"a == %@", {}, "at character 6: the argument for this is missing"},
-        {"a == %@", {1, 2}, "more arguments"},
-        {"a == %d", {"x"}, "this takes a number"},
-        {"%K == 1", {1}, "%K takes a key path"},
-        {"a == %y", {1}, "after % a format has"},
-        {"a ==[x] 'b'", {}, "c, d and n"},
-        {"a BETWEEN {1}", {}, "two bounds"},
-        {"a BETWEEN %@", {5}, "two bounds"},
-        {"a MATCHES '('", {}, "malformed"},
-        {"and == 1", {}, "written #and"},
-        {"a & 1 == 1", {}, "bit operators are not supported"},
-        {"SUBQUERY(a, $x, $x > 1).@count > 0", {}, "SUBQUERY(…) is not supported"},
-        {"a > CAST(b, 'NSDate')", {}, "CAST(…) is not supported"},
-        {"a.@median.b > 1", {}, "@median is not supported"},
-        {"a[0] == 1", {}, "position"},
-        {"a == {1, 2", {}, "a comma or a closing brace"},
-        {"a.. == 1", {}, "a key is expected"},
-        {"a == 12abc", {}, "not a number"},
-        {"a == 1 \x01", {}, "no meaning"},
-    };
-    for (auto const& [format, arguments, problem] : rows) {
+        char const *format, *problem;
+        List arguments = {};
+    } const rows[] = {{"", "at character 1: the format ends"},
+                      {"title ==", "at character 9: the format ends"},
+                      {"title", "at character 6: a comparison"},
+                      {"title == 'a", "at character 10: this text has no closing quote"},
+                      {"(title == 'a'", "at character 14: a closing parenthesis"},
+                      {"title == 'a')", "at character 13: a condition ends here"},
+                      {"a == 1 b == 2", "at character 8: a condition ends here"},
+                      {"a == %@", "at character 6: the argument for this is missing"},
+                      {"a == %@", "more arguments", {1, 2}},
+                      {"a == %d", "this takes a number", {"x"}},
+                      {"%K == 1", "%K takes a key path", {1}},
+                      {"a == %y", "after % a format has", {1}},
+                      {"a ==[x] 'b'", "c, d and n"},
+                      {"a BETWEEN {1}", "two bounds"},
+                      {"a BETWEEN %@", "two bounds", {5}},
+                      {"a MATCHES '('", "malformed"},
+                      {"and == 1", "written #and"},
+                      {"a & 1 == 1", "bit operators are not supported"},
+                      {"SUBQUERY(a, $x, $x > 1).@count > 0", "SUBQUERY(…) is not supported"},
+                      {"a > CAST(b, 'NSDate')", "CAST(…) is not supported"},
+                      {"a.@median.b > 1", "@median is not supported"},
+                      {"a[0] == 1", "position"},
+                      {"a == {1, 2", "a comma or a closing brace"},
+                      {"a.. == 1", "a key is expected"},
+                      {"a == 12abc", "not a number"},
+                      {"a == 1 \x01", "no meaning"}};
+    for (auto const& [format, problem, arguments] : rows) {
         Ref<NSError> error;
         EXPECT_EQ(NSPredicate::parse(format, arguments, &error), nullptr) << format;
         ASSERT_TRUE(error) << format;

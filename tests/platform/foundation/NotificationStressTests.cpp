@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
+#include <deque>
 #include <gtest/gtest.h>
 #include <latch>
 #include <map>
@@ -27,22 +28,7 @@ Time now() { return ++lastTime; }
 constexpr int names = 3, senders = 2, any = -1;
 std::string nameOf(int name) { return std::string(1, static_cast<char>('A' + name)); }
 
-/// One registration. Several threads may end it: what counts is the first begin and the first end of a removal.
-struct Place {
-    Place(int aName, int aSender) : name(aName), sender(aSender) {}
-    int const name, sender;
-    Time addBegin = 0, addEnd = 0;
-    std::atomic<Time> removeBegin{never}, removeEnd{never};
-
-    static void set(std::atomic<Time>& time) {
-        Time const to = now();
-        for (auto old = time.load(); to < old && !time.compare_exchange_weak(old, to);) {}
-    }
-    bool accepts(int aName, int aSender) const { return (name == any || name == aName) && (sender == any || sender == aSender); }
-};
-
-class Post : public NSNotification {
-public:
+struct Post : NSNotification {
     int number = 0, name = 0, sender = any;
     std::thread::id thread;
     Time begin = 0, end = 0;
@@ -51,19 +37,21 @@ public:
 enum class Kind { Selector, Member, Listener, Block, Queued };
 
 /// What one observer was registered for, and what it heard; outlives it.
-struct Witness {
+struct Witness : NSObject {
     struct Heard {
         int post;
         Time at;
         bool onItsThread;
     };
     Kind kind = Kind::Block;
-    std::vector<std::unique_ptr<Place>> places; // constant once the observer exists
-    Closure<void()> during;                     // likewise
+    int name = any, sender = any;
+    Closure<void()> during; // constant once the observer exists, as are those above
+    Time addBegin = 0, addEnd = 0;
+    std::atomic<Time> removeBegin{never}, removeEnd{never}; // several threads may end it: the first counts
+    std::atomic<bool> isGone{false};
     std::mutex mutex;
     std::vector<Heard> heard; // guarded by mutex
-    Ref<NSObject> observer;   // likewise
-    std::atomic<bool> isGone{false};
+    Ref<NSObject> observer; // likewise
     static inline std::atomic<int> heardByTheDead{0};
 
     void hear(Ref<NSNotification> const& notification) {
@@ -76,46 +64,35 @@ struct Witness {
         if (during) during();
         heardByTheDead += isGone;
     }
-    Ref<NSObject> takeObserver() {
+    Ref<NSObject> exchangeObserver(Ref<NSObject> other) {
         std::lock_guard const hold(mutex);
-        return std::exchange(observer, nullptr);
+        return std::exchange(observer, std::move(other));
     }
-    void markRemoved(std::atomic<Time> Place::*side) {
-        for (auto const& place : places) Place::set(place.get()->*side);
+    static void mark(std::atomic<Time>& time) {
+        Time const to = now();
+        for (auto old = time.load(); to < old && !time.compare_exchange_weak(old, to);) {}
     }
 };
 
-class Observer : public NSObject {
-public:
+struct Observer : NSObject {
     ~Observer() override {
-        witness_->isGone = true;
-        witness_->markRemoved(&Place::removeEnd); // until here a post may have kept it
+        witness->isGone = true;
+        Witness::mark(witness->removeEnd); // until here a post may have kept it
     }
-    void heard(Ref<NSNotification> notification) { witness_->hear(notification); }
-    void direct(Ref<NSNotification> const& notification) { witness_->hear(notification); }
+    void heard(Ref<NSNotification> notification) { witness->hear(notification); }
+    void direct(Ref<NSNotification> const& notification) { witness->hear(notification); }
     static SelectorTable selectors() { return {{"heard:"_sel, &Observer::heard}}; }
-    using NSObject::init;
-    virtual void init(std::shared_ptr<Witness> witness) { witness_ = std::move(witness); }
-
-private:
-    std::shared_ptr<Witness> witness_;
+    Ref<Witness> witness;
 };
 
-class ListeningObserver : public NSNotificationListener {
-public:
-    ~ListeningObserver() override { witness_->isGone = true; }
-    void fired(Ref<NSNotification> const& notification) override { witness_->hear(notification); }
-    NSObject const* sender() const override { return sender_.get(); }
-    using NSObject::init;
-    virtual void init(std::shared_ptr<Witness> witness, Ref<NSNotificationChannel> channel, Ref<NSObject> sender) {
-        witness_ = std::move(witness), channel_ = std::move(channel), sender_ = std::move(sender);
-        listenTo(*channel_);
-    }
-
-private:
-    std::shared_ptr<Witness> witness_;
-    Ref<NSNotificationChannel> channel_;
-    Ref<NSObject> sender_;
+struct Listener : NSNotificationListener {
+    ~Listener() override { witness->isGone = true; }
+    void fired(Ref<NSNotification> const& notification) override { witness->hear(notification); }
+    NSObject const* sender() const override { return filter.get(); }
+    void listen(Ref<NSNotificationChannel> to) { channel = std::move(to), listenTo(*channel); }
+    Ref<Witness> witness;
+    Ref<NSObject> filter;
+    Ref<NSNotificationChannel> channel;
 };
 
 struct World {
@@ -129,20 +106,15 @@ struct World {
 /// One thread's part.
 class Actor {
 public:
-    Actor(World& world, unsigned seed) : world_(world), random_(seed) {}
-    std::vector<std::shared_ptr<Witness>> witnesses;
+    Actor(World& world, unsigned seed) : world_(world), center_(*world.center), random_(seed) {}
+    std::vector<Ref<Witness>> witnesses;
     std::vector<Ref<Post>> posts;
 
     void act(int steps) {
         here_ = this;
-        for (int step = 0; step < steps; ++step) {
+        for (; steps > 0; --steps) {
             auto const choice = below(10);
-            if (choice < 4)
-                post();
-            else if (choice < 7)
-                add();
-            else if (!alive_.empty())
-                endOne();
+            choice < 4 ? post() : choice < 7 ? add() : endOne();
         }
         while (!alive_.empty()) endOne();
     }
@@ -155,161 +127,136 @@ private:
         if (depth_ == 3) return;
         ++depth_;
         int const name = below(names), sender = oneOrAny(senders);
-        auto const post = make<Post>(nameOf(name), world_.senderOf(sender), Value{});
+        auto const post = posts.emplace_back(make<Post>(nameOf(name), world_.senderOf(sender), Value{}));
         post->number = world_.postCount++, post->name = name, post->sender = sender, post->thread = std::this_thread::get_id();
-        posts.push_back(post);
         bool const byChannel = below(2);
         post->begin = now();
-        if (byChannel)
-            world_.center->channelForName(nameOf(name))->post(post);
-        else
-            world_.center->postNotification(post);
+        byChannel ? center_.channelForName(nameOf(name))->post(post) : center_.postNotification(post);
         post->end = now();
         --depth_;
     }
 
     void add() {
         if (alive_.size() == 20) return;
-        auto const witness = std::make_shared<Witness>();
-        witnesses.push_back(witness);
-        alive_.push_back(witness);
+        auto const witness = alive_.emplace_back(witnesses.emplace_back(make<Witness>()));
         witness->kind = static_cast<Kind>(below(5));
         bool const isChannels = witness->kind == Kind::Member || witness->kind == Kind::Listener;
-        for (int count = witness->kind == Kind::Selector ? 1 + below(3) : 1; count > 0; --count)
-            witness->places.push_back(std::make_unique<Place>(isChannels ? below(names) : oneOrAny(names), oneOrAny(senders)));
+        witness->name = isChannels ? below(names) : oneOrAny(names), witness->sender = oneOrAny(senders);
         if (witness->kind == Kind::Block) witness->during = reaction(*witness);
-        Ref<Observer> const object = witness->kind == Kind::Selector || witness->kind == Kind::Member ? make<Observer>(witness) : nullptr;
-        Ref<NSObject> made = object;
-        for (auto const& place : witness->places) {
-            place->addBegin = now();
-            if (auto token = registered(witness, *place, object)) made = std::move(token);
-            place->addEnd = now();
-        }
-        std::lock_guard const hold(witness->mutex);
-        witness->observer = std::move(made);
+        witness->addBegin = now();
+        auto observer = registered(witness);
+        witness->addEnd = now();
+        witness->exchangeObserver(std::move(observer));
     }
-    Ref<NSObject> registered(std::shared_ptr<Witness> const& witness, Place const& place, Ref<Observer> const& object) {
-        auto const name = place.name == any ? std::nullopt : std::optional(nameOf(place.name));
-        auto const sender = world_.senderOf(place.sender);
-        auto const hear = [witness](Ref<NSNotification> const& notification) { witness->hear(notification); };
-        switch (witness->kind) {
-        case Kind::Selector: return world_.center->addObserver(object, "heard:"_sel, name, sender), nullptr;
-        case Kind::Member: return world_.center->channelForName(*name)->addObserver(object, &Observer::direct, sender), nullptr;
-        case Kind::Listener: return make<ListeningObserver>(witness, world_.center->channelForName(*name), sender);
-        case Kind::Block: return world_.center->addObserverForName(name, sender, nullptr, hear);
-        case Kind::Queued: return world_.center->addObserverForName(name, sender, world_.queues[random_() % 2], hear);
+    Ref<NSObject> registered(Ref<Witness> const& witness) {
+        auto const name = witness->name == any ? std::nullopt : std::optional(nameOf(witness->name));
+        auto const sender = world_.senderOf(witness->sender);
+        auto const queue = witness->kind == Kind::Queued ? world_.queues[random_() % 2] : nullptr;
+        if (witness->kind >= Kind::Block)
+            return center_.addObserverForName(name, sender, queue,
+                                              [witness](auto const& notification) { witness->hear(notification); });
+        if (witness->kind == Kind::Listener) {
+            auto const listener = make<Listener>();
+            listener->witness = witness, listener->filter = sender;
+            listener->listen(center_.channelForName(*name));
+            return listener;
         }
-        return nullptr;
+        auto const observer = make<Observer>();
+        observer->witness = witness;
+        if (witness->kind == Kind::Member)
+            center_.channelForName(*name)->addObserver(observer, &Observer::direct, sender);
+        else
+            center_.addObserver(observer, "heard:"_sel, name, sender);
+        return observer;
     }
     /// What some blocks do when they are called, each on the thread that posts.
-    Closure<void()> reaction(Witness& witness) {
-        switch (below(8)) {
+    static Closure<void()> reaction(Witness& witness) {
+        switch (here_->below(8)) {
         case 0: return [] { here_->post(); };
         case 1: return [] { here_->add(); };
-        case 2: return [&witness] {
-            if (auto const observer = witness.takeObserver()) here_->removeWholly(witness, *observer);
-        };
+        case 2:
+            return [&witness] {
+                if (auto const observer = witness.exchangeObserver(nullptr)) here_->remove(witness, *observer);
+            };
         default: return {};
         }
     }
 
-    void removeWholly(Witness& witness, NSObject const& observer) {
-        witness.markRemoved(&Place::removeBegin);
-        world_.center->removeObserver(observer);
-        witness.markRemoved(&Place::removeEnd);
-    }
-    void removeFirst(Witness& witness, NSObject const& observer) {
-        auto const& first = *witness.places[0];
-        auto const mark = [&](std::atomic<Time> Place::*side) {
-            for (auto const& place : witness.places)
-                if (place->name == first.name && (first.sender == any || place->sender == first.sender)) Place::set(place.get()->*side);
-        };
-        mark(&Place::removeBegin);
-        world_.center->removeObserver(observer, nameOf(first.name), world_.senderOf(first.sender));
-        mark(&Place::removeEnd);
+    void remove(Witness& witness, NSObject const& observer) {
+        Witness::mark(witness.removeBegin);
+        if (witness.name == any || below(2))
+            center_.removeObserver(observer);
+        else
+            center_.removeObserver(observer, nameOf(witness.name), below(2) ? world_.senderOf(witness.sender) : nullptr);
+        Witness::mark(witness.removeEnd);
     }
     void endOne() {
+        if (alive_.empty()) return;
         std::swap(alive_[random_() % alive_.size()], alive_.back());
         auto const witness = std::move(alive_.back());
         alive_.pop_back();
-        auto observer = witness->takeObserver();
+        auto observer = witness->exchangeObserver(nullptr);
         if (!observer) return; // it has removed itself
-        if (below(2) && witness->places[0]->name != any) removeFirst(*witness, *observer);
-        if (below(2) || witness->kind >= Kind::Block) return removeWholly(*witness, *observer);
-        witness->markRemoved(&Place::removeBegin);
+        if (below(2) || witness->kind >= Kind::Block) return remove(*witness, *observer);
+        Witness::mark(witness->removeBegin);
         observer.reset(); // the last reference, but for a post that calls it now
-        if (witness->kind == Kind::Listener) witness->markRemoved(&Place::removeEnd);
+        if (witness->kind == Kind::Listener) Witness::mark(witness->removeEnd);
     }
 
     World& world_;
+    NSNotificationCenter& center_;
     std::mt19937 random_;
-    std::vector<std::shared_ptr<Witness>> alive_;
+    std::vector<Ref<Witness>> alive_;
     int depth_ = 0;
     static inline thread_local Actor* here_ = nullptr;
 };
 
-/// Whether the witness heard the post as often as it must and may.
-void judge(Witness const& witness, Post const& post, std::map<int, int> const& heard) {
-    int least = 0, most = 0;
-    for (auto const& place : witness.places) {
-        if (!place->accepts(post.name, post.sender)) continue;
-        least += place->addEnd < post.begin && post.end < place->removeBegin;
-        most += place->addBegin < post.end && post.begin < place->removeEnd;
-    }
-    auto const found = heard.find(post.number);
-    int const count = found == heard.end() ? 0 : found->second;
-    EXPECT_TRUE(least <= count && count <= most)
-        << "heard " << count << " times, not " << least << " to " << most << "; kind " << static_cast<int>(witness.kind);
-}
+using Deliveries = std::map<Time, Witness const*>;
 
-struct Delivery {
-    Time at;
-    Place const* place;
-};
-
-void judge(std::vector<std::shared_ptr<Witness>> const& witnesses, std::map<int, Ref<Post>> const& posts) {
-    std::map<int, std::vector<Delivery>> deliveries; // to those with one place
-    for (auto const& witness : witnesses) {
-        std::map<int, int> heard;
-        for (auto const& [number, at, onItsThread] : witness->heard) {
-            auto const& post = *posts.at(number);
-            EXPECT_TRUE(post.begin < at && at < post.end) << "the post did not wait";
-            EXPECT_TRUE(onItsThread || witness->kind == Kind::Queued);
-            ++heard[number];
-            if (witness->places.size() == 1) deliveries[number].push_back({at, witness->places[0].get()});
-        }
-        for (auto const& [number, post] : posts) judge(*witness, *post, heard);
+/// Whether the witness heard each post as often as it must and may, while it lasted and on its thread.
+void judge(Witness const& witness, std::map<int, Ref<Post>> const& posts, std::map<int, Deliveries>& deliveries) {
+    std::map<int, int> counts;
+    for (auto const& [number, at, onItsThread] : witness.heard) {
+        EXPECT_TRUE(posts.at(number)->begin < at && at < posts.at(number)->end) << "the post did not wait";
+        EXPECT_TRUE(onItsThread || witness.kind == Kind::Queued);
+        ++counts[number];
+        deliveries[number][at] = &witness;
     }
-    for (auto& [number, all] : deliveries) {
-        std::ranges::sort(all, {}, &Delivery::at);
-        Time latest = 0;
-        for (auto const& [at, place] : all) {
-            EXPECT_LT(latest, place->addEnd) << "one that was registered later was called before";
-            latest = std::max(latest, place->addBegin);
-        }
+    for (auto const& [number, post] : posts) {
+        bool const fits =
+            (witness.name == any || witness.name == post->name) && (witness.sender == any || witness.sender == post->sender);
+        int const least = fits && witness.addEnd < post->begin && post->end < witness.removeBegin;
+        int const most = fits && witness.addBegin < post->end && post->begin < witness.removeEnd;
+        EXPECT_TRUE(least <= counts[number] && counts[number] <= most)
+            << counts[number] << " times, not " << least << " to " << most << "; kind " << static_cast<int>(witness.kind);
     }
 }
 
 void round(unsigned seed) {
     World world;
-    std::vector<Actor> actors;
-    for (unsigned at = 0; at < 4; ++at) actors.emplace_back(world, seed + at);
+    std::deque<Actor> actors;
     std::vector<std::thread> threads;
     std::latch start(4);
-    for (auto& actor : actors)
-        threads.emplace_back([&] {
+    for (unsigned at = 0; at < 4; ++at)
+        threads.emplace_back([&start, &actor = actors.emplace_back(world, seed + at)] {
             start.arrive_and_wait();
             actor.act(400);
         });
     for (auto& thread : threads) thread.join();
 
-    std::vector<std::shared_ptr<Witness>> witnesses;
     std::map<int, Ref<Post>> posts;
-    for (auto const& actor : actors) {
-        witnesses.insert(witnesses.end(), actor.witnesses.begin(), actor.witnesses.end());
+    std::map<int, Deliveries> deliveries;
+    for (auto const& actor : actors)
         for (auto const& post : actor.posts) posts[post->number] = post;
+    for (auto const& actor : actors)
+        for (auto const& witness : actor.witnesses) judge(*witness, posts, deliveries);
+    for (auto const& [number, all] : deliveries) {
+        Time latest = 0;
+        for (auto const& [at, witness] : all) {
+            EXPECT_LT(latest, witness->addEnd) << "one that was registered later was called before";
+            latest = std::max(latest, witness->addBegin);
+        }
     }
-    judge(witnesses, posts);
     EXPECT_EQ(Witness::heardByTheDead, 0);
     for (int name = 0; name < names; ++name) {
         for (auto const& sender : world.objects) world.center->postNotificationName(nameOf(name), sender); // forgets the dead
@@ -321,7 +268,8 @@ TEST(NotificationStress, EveryPostReachesWhomItMustOnceInOrderAndNobodyElse) {
     registerClass<Observer>();
     unsigned const seed = std::random_device{}();
     SCOPED_TRACE("seed " + std::to_string(seed));
-    for (unsigned number = 0; number < (std::getenv("TESSARIN_LONG") ? 200U : 3U) && !HasFailure(); ++number) round(seed + 4 * number);
+    unsigned const rounds = std::getenv("TESSARIN_LONG") ? 200 : 3;
+    for (unsigned number = 0; number < rounds && !HasFailure(); ++number) round(seed + 4 * number);
 }
 
 } // namespace

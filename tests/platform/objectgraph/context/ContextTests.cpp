@@ -1,6 +1,5 @@
 // Contexts over both kinds of store: what is saved, seen, merged and refused.
 #include "Library.h"
-#include "Tessarin/platform/foundation/NSNotificationCenter.h"
 #include <thread>
 
 using namespace Tessarin;
@@ -8,12 +7,8 @@ using namespace Tessarin::tests;
 
 namespace {
 
-class Context : public ::testing::TestWithParam<char const*> {
-protected:
-    Library library{GetParam()};
-    Ref<NSManagedObjectContext> root = library.root;
-};
-INSTANTIATE_TEST_SUITE_P(Stores, Context, ::testing::Values("InMemory", "SQLite"), [](auto const& each) { return std::string(each.param); });
+using Context = LibraryTest;
+INSTANTIATE_TEST_SUITE_P(Stores, Context, bothStores, storeName);
 
 NSManagedObjectID const& idOf(Ref<NSManagedObject> const& object) { return *object->objectID(); }
 
@@ -43,10 +38,10 @@ TEST_P(Context, AChildsSaveIsSeenAtEveryLevelBeforeAndAfterItReachesTheStore) {
     auto const later = library.worker();
     auto const again = later->objectWithID(*id);
     EXPECT_TRUE(again->isFault());
-    EXPECT_EQ(again->valueForKey("author").objectAs<NSManagedObject>()->valueForKey("name"), Value("Austen"));
+    EXPECT_EQ(toOne(again, "author")->valueForKey("name"), Value("Austen"));
     EXPECT_FALSE(again->isFault());
     EXPECT_EQ(later->objectWithID(*id), again) << "one object per record and context";
-    EXPECT_EQ(members(*again->valueForKey("author").objectAs<NSManagedObject>(), "books"), "Emma");
+    EXPECT_EQ(members(*toOne(again, "author"), "books"), "Emma");
 }
 
 TEST_P(Context, AFetchTakesUnsavedChangesIntoAccount) {
@@ -72,11 +67,12 @@ TEST_P(Context, AFetchTakesUnsavedChangesIntoAccount) {
         {"offset, too", nullptr, 2, 1, "Bb,D"},
         {"limit beyond the end", where("title > %@", "C"), 9, 0, "D,Z"},
     };
-    for (auto const& row : rows) EXPECT_EQ(listed(fetched(*worker, "Book", row.predicate, byTitle, row.limit, row.offset), "title"), row.expected) << row.what;
+    for (auto const& row : rows)
+        EXPECT_EQ(listed(fetched(*worker, "Book", row.predicate, byTitle, row.limit, row.offset), "title"), row.expected)
+            << row.what;
     EXPECT_EQ(listed(fetched(*worker, "Novel"), "title"), "Bb");
     EXPECT_EQ(listed(fetched(*root, "Book", nullptr, byTitle), "title"), "A,B,C,D") << "nothing was saved";
 
-    Ref<NSError> error;
     auto request = make<NSFetchRequest>("Book");
     request->setPredicate(where("year == 2000"));
     EXPECT_EQ(worker->countForFetchRequest(*request, error), 3);
@@ -98,7 +94,6 @@ TEST_P(Context, APredicateOverAnotherEntitySeesItsUnsavedChanges) {
 TEST_P(Context, AFailedSaveKeepsEveryChangeAndASecondTrySucceeds) {
     auto const good = inserted(*root, "Author", {{"name", "Eliot"}, {"rating", 9}});
     auto const nameless = inserted(*root, "Author", {{"rating", 11}});
-    Ref<NSError> error;
     EXPECT_FALSE(root->save(error));
     ASSERT_TRUE(error);
     EXPECT_NE(error->localizedDescription().find("Author"), std::string::npos);
@@ -131,15 +126,14 @@ TEST_P(Context, MergingShowsWhatOthersSavedAndKeepsWhatIsUnsaved) {
     EXPECT_EQ(members(*author, "books"), "");
     mine->setValueForKey(2, "year");
 
-    auto const token = NSNotificationCenter::defaultCenter()->addObserverForName(
-        NSManagedObjectContextDidSaveNotification, writer, nullptr, [&](auto const& note) { reader->mergeChangesFromContextDidSaveNotification(*note); });
+    auto const listener = listening(writer, NSManagedObjectContextDidSaveNotification,
+                                    [&](auto const& note) { reader->mergeChangesFromContextDidSaveNotification(*note); });
     auto const theirs = fetched(*writer, "Book", where("title == 'old'")).front();
     theirs->setValueForKey("new", "title");
     theirs->setValueForKey(3, "year");
     theirs->setValueForKey(Value(fetched(*writer, "Author").front()), "author");
     writer->deleteObject(*fetched(*writer, "Book", where("title == 'doomed'")).front());
     ASSERT_TRUE(saves(*writer));
-    NSNotificationCenter::defaultCenter()->removeObserver(*token);
 
     EXPECT_EQ(mine->valueForKey("title"), Value("new"));
     EXPECT_EQ(mine->valueForKey("year"), Value(2)) << "unsaved here";
@@ -181,7 +175,7 @@ TEST_P(Context, AChildSeesItsParentsUnsavedChangesAndBuildsOnThem) {
 
     auto const theBook = fetched(*worker, "Book", where("author.name == 'unsaved'")).front();
     EXPECT_EQ(theBook->valueForKey("title"), Value("edited"));
-    auto const theAuthor = theBook->valueForKey("author").objectAs<NSManagedObject>();
+    auto const theAuthor = toOne(theBook, "author");
     EXPECT_TRUE(idOf(theAuthor).isTemporaryID());
     EXPECT_EQ(theAuthor->objectID(), author->objectID());
     EXPECT_EQ(members(*theAuthor, "books"), "edited");
@@ -234,13 +228,12 @@ TEST_P(Context, RefreshRollbackAndResetDropWhatTheySay) {
 
 TEST_P(Context, EverySaveIsAnnouncedWithItsObjects) {
     std::string heard;
-    auto const token = NSNotificationCenter::defaultCenter()->addObserverForName(
-        NSManagedObjectContextDidSaveNotification, root, nullptr, [&](Ref<NSNotification> const& note) {
-            auto const& info = note->userInfo().dictionary();
-            for (auto const* key : {NSInsertedObjectsKey, NSUpdatedObjectsKey, NSDeletedObjectsKey})
-                heard += std::to_string(info[key].set().size());
-            heard += " ";
-        });
+    auto const listener = listening(root, NSManagedObjectContextDidSaveNotification, [&](Ref<NSNotification> const& note) {
+        auto const& info = note->userInfo().dictionary();
+        for (auto const* key : {NSInsertedObjectsKey, NSUpdatedObjectsKey, NSDeletedObjectsKey})
+            heard += std::to_string(info[key].set().size());
+        heard += " ";
+    });
     ASSERT_TRUE(saves(*root));
     auto const book = inserted(*root, "Book", {{"title", "a"}});
     auto const other = inserted(*root, "Book", {{"title", "b"}});
@@ -250,7 +243,6 @@ TEST_P(Context, EverySaveIsAnnouncedWithItsObjects) {
     ASSERT_TRUE(saves(*root));
     book->setValueForKey("c", "title"); // what it is already
     ASSERT_TRUE(saves(*root));
-    NSNotificationCenter::defaultCenter()->removeObserver(*token);
     EXPECT_EQ(heard, "000 200 011 000 ");
 }
 
@@ -287,13 +279,11 @@ TEST_P(Context, AnotherCoordinatorsObjectsAndSavesMeanNothing) {
     auto const foreign = inserted(*other.root, "Book", {{"title", "theirs"}});
     auto const own = inserted(*root, "Book", {{"title", "ours"}});
     ASSERT_TRUE(saves(*root));
-    auto const token = NSNotificationCenter::defaultCenter()->addObserverForName(
-        NSManagedObjectContextDidSaveNotification, other.root, nullptr, [&](auto const& note) { root->mergeChangesFromContextDidSaveNotification(*note); });
+    auto const listener = listening(other.root, NSManagedObjectContextDidSaveNotification,
+                                    [&](auto const& note) { root->mergeChangesFromContextDidSaveNotification(*note); });
     ASSERT_TRUE(saves(*other.root));
-    NSNotificationCenter::defaultCenter()->removeObserver(*token);
     EXPECT_EQ(own->valueForKey("title"), Value("ours"));
     EXPECT_FALSE(root->objectWithID(idOf(foreign)));
-    Ref<NSError> error;
     EXPECT_FALSE(root->existingObjectWithID(idOf(foreign), error));
     EXPECT_TRUE(error);
     EXPECT_DEATH(own->setValueForKey(Value(inserted(*other.root, "Author", {})), "author"), "different contexts");

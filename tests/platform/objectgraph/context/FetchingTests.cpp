@@ -8,32 +8,30 @@ using namespace Tessarin::tests;
 
 namespace {
 
-class Fetching : public ::testing::TestWithParam<char const*> {
+class Fetching : public LibraryTest {
 protected:
     void SetUp() override {
         for (int number = 0; number < 50; ++number) {
-            auto const author = inserted(*library.root, "Author", {{"name", "A" + std::to_string(number / 10)}});
-            auto const book = inserted(*library.root, "Book", {{"title", std::to_string(100 + number)}, {"author", Value(author)}});
-            inserted(*library.root, "Chapter", {{"title", "I of " + std::to_string(100 + number)}, {"book", Value(book)}});
+            auto const author = inserted(*root, "Author", {{"name", "A" + std::to_string(number / 10)}});
+            auto const book = inserted(*root, "Book", {{"title", std::to_string(100 + number)}, {"author", Value(author)}});
+            inserted(*root, "Chapter", {{"title", "I of " + std::to_string(100 + number)}, {"book", Value(book)}});
         }
-        ASSERT_TRUE(saves(*library.root));
-        library.root->reset();
+        ASSERT_TRUE(saves(*root));
+        root->reset();
         request->setSortDescriptors({NSSortDescriptor::sortDescriptorWithKey("title", {.ascending = false})});
     }
 
-    Library library{GetParam()};
     Ref<NSManagedObjectContext> worker = library.worker();
     Ref<NSFetchRequest> request = make<NSFetchRequest>("Book");
-    Ref<NSError> error;
 };
-INSTANTIATE_TEST_SUITE_P(Stores, Fetching, ::testing::Values("InMemory", "SQLite"), [](auto const& each) { return std::string(each.param); });
+INSTANTIATE_TEST_SUITE_P(Stores, Fetching, bothStores, storeName);
 
 class FetchingFromSQLite : public Fetching {
 protected:
     /// Another program's hand on the file.
-    void execute(char const* sql) { SQLite::Connection(library.folder.URLByAppendingPathComponent("library.db").path()).execute(sql); }
+    void execute(char const* sql) { SQLite::Connection(library.file()).execute(sql); }
 };
-INSTANTIATE_TEST_SUITE_P(Stores, FetchingFromSQLite, ::testing::Values("SQLite"), [](auto const& each) { return std::string(each.param); });
+INSTANTIATE_TEST_SUITE_P(Stores, FetchingFromSQLite, ::testing::Values("SQLite"), storeName);
 
 std::string titleOf(Ref<NSManagedObject> const& book) { return book->valueForKey("title").description(); }
 
@@ -115,10 +113,11 @@ TEST_P(FetchingFromSQLite, WhatWasPrefetchedIsReadWithTheResultsAndNothingElseIs
     request->setRelationshipKeyPathsForPrefetching({"author.awards", "chapters"});
     auto const books = worker->executeFetchRequest(*request, error);
     ASSERT_EQ(books.size(), 50u) << error->description();
-    execute("ALTER TABLE Author RENAME TO Hidden; ALTER TABLE Chapter RENAME TO HiddenChapter; ALTER TABLE Award RENAME TO HiddenAward");
-    EXPECT_EQ(books[9]->valueForKey("author").objectAs<NSManagedObject>()->valueForKey("name"), Value("A4"));
+    execute("ALTER TABLE Author RENAME TO Hidden; ALTER TABLE Chapter RENAME TO HiddenChapter; ALTER TABLE Award RENAME TO "
+            "HiddenAward");
+    EXPECT_EQ(toOne(books[9], "author")->valueForKey("name"), Value("A4"));
     EXPECT_EQ(members(*books[9], "chapters"), "I of 140");
-    EXPECT_EQ(members(*books[9]->valueForKey("author").objectAs<NSManagedObject>(), "awards"), "");
+    EXPECT_EQ(members(*toOne(books[9], "author"), "awards"), "");
 
     request->setRelationshipKeyPathsForPrefetching({"title"});
     EXPECT_EQ(worker->executeFetchRequest(*request, error).size(), 0u);
@@ -127,7 +126,7 @@ TEST_P(FetchingFromSQLite, WhatWasPrefetchedIsReadWithTheResultsAndNothingElseIs
 
 TEST_P(FetchingFromSQLite, AFailureToReadIsThrownAndTakesNothingForMissing) {
     auto const books = worker->executeFetchRequest(*request, error);
-    auto const author = books[0]->valueForKey("author").objectAs<NSManagedObject>();
+    auto const author = toOne(books[0], "author");
     ASSERT_TRUE(author->isFault());
     execute("ALTER TABLE Author RENAME TO Hidden; ALTER TABLE Chapter RENAME TO HiddenChapter");
     EXPECT_THROW(author->valueForKey("name"), ErrorException);

@@ -1,9 +1,8 @@
 #pragma once
-#include "Tessarin/platform/foundation/NSFileManager.h"
-#include "Tessarin/platform/foundation/NSSearchPath.h"
-#include "Tessarin/platform/foundation/NSUUID.h"
+#include "Tessarin/platform/foundation/NSNotificationCenter.h"
 #include "Tessarin/platform/objectgraph/context/NSManagedObjectContext.h"
 #include "Tessarin/platform/objectgraph/model/ModelBuilder.h"
+#include "tests/support/TemporaryFolder.h"
 #include <gtest/gtest.h>
 
 namespace Tessarin::tests {
@@ -41,28 +40,20 @@ inline Ref<NSManagedObjectModel> libraryModel() {
         .build();
 }
 
-/// A root context over a fresh store of either type; or over the file of another library, which must live longer.
+/// A root context over a fresh store of either type; or over the file of another library.
 class Library {
 public:
     explicit Library(char const* storeType, Library const* other = nullptr)
-        : folder(other ? other->folder
-                       : NSURL::fileURLWithPath(NSTemporaryDirectory()).URLByAppendingPathComponent("library-" + NSUUID::UUID().UUIDString())),
-          ownsFolder(!other) {
+        : folder(other ? other->folder : std::make_shared<TemporaryFolder>()) {
         Ref<NSError> error;
-        if (ownsFolder) NSFileManager::defaultManager()->createDirectoryAtURL(folder);
         coordinator = make<NSPersistentStoreCoordinator>(libraryModel());
-        store = coordinator->addPersistentStoreWithType(storeType, {}, folder.URLByAppendingPathComponent("library.db"), {}, error);
+        store = coordinator->addPersistentStoreWithType(storeType, {}, NSURL::fileURLWithPath(file()), {}, error);
         EXPECT_TRUE(store) << (error ? error->description() : "");
         root = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue);
         root->setPersistentStoreCoordinator(coordinator);
     }
-    ~Library() {
-        root = nullptr;
-        store = nullptr;
-        coordinator = nullptr;
-        if (ownsFolder) NSFileManager::defaultManager()->removeItemAtURL(folder);
-    }
 
+    std::string file() const { return folder->path("library.db"); }
     Ref<NSManagedObjectContext> worker() const { return childOf(root); }
     static Ref<NSManagedObjectContext> childOf(Ref<NSManagedObjectContext> const& parent) {
         auto context = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue);
@@ -70,17 +61,38 @@ public:
         return context;
     }
 
-    NSURL folder;
-    bool ownsFolder;
+    std::shared_ptr<TemporaryFolder> folder;
     Ref<NSPersistentStoreCoordinator> coordinator;
     Ref<NSPersistentStore> store;
     Ref<NSManagedObjectContext> root;
 };
 
+/// What a test asks of either kind of store: INSTANTIATE_TEST_SUITE_P(Stores, MyTest, bothStores, storeName).
+class LibraryTest : public ::testing::TestWithParam<char const*> {
+protected:
+    Library library{GetParam()};
+    Ref<NSManagedObjectContext> const root = library.root;
+    Ref<NSError> error;
+};
+inline auto const bothStores = ::testing::Values("InMemory", "SQLite");
+inline std::string storeName(::testing::TestParamInfo<char const*> const& each) { return each.param; }
+
 inline Ref<NSManagedObject> inserted(NSManagedObjectContext& context, char const* entity, Dictionary const& values) {
     auto object = context.insertNewObject(entity);
     for (auto const& [key, value] : values) object->setValueForKey(value, key);
     return object;
+}
+
+inline Ref<NSManagedObject> toOne(Ref<NSManagedObject> const& object, char const* key) {
+    return object->valueForKey(key).objectAs<NSManagedObject>();
+}
+
+/// Tells `block` of every notification of that name from the context, for as long as what it returns is kept.
+inline std::shared_ptr<void> listening(Ref<NSManagedObjectContext> const& context, std::string_view name,
+                                       NotificationBlock block) {
+    auto const& center = NSNotificationCenter::defaultCenter();
+    auto token = center->addObserverForName(name, context, nullptr, std::move(block));
+    return {token.get(), [token](void*) { NSNotificationCenter::defaultCenter()->removeObserver(*token); }};
 }
 
 inline ::testing::AssertionResult saves(NSManagedObjectContext& context) {

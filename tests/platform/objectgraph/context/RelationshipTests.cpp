@@ -6,11 +6,8 @@ using namespace Tessarin::tests;
 
 namespace {
 
-class Relationship : public ::testing::TestWithParam<char const*> {
+class Relationship : public LibraryTest {
 protected:
-    Library library{GetParam()};
-    Ref<NSManagedObjectContext> root = library.root;
-
     /// The same record, read back by a new context.
     Ref<NSManagedObject> reread(Ref<NSManagedObject> const& object) {
         readers.push_back(library.worker());
@@ -18,9 +15,7 @@ protected:
     }
     std::vector<Ref<NSManagedObjectContext>> readers;
 };
-INSTANTIATE_TEST_SUITE_P(Stores, Relationship, ::testing::Values("InMemory", "SQLite"), [](auto const& each) { return std::string(each.param); });
-
-Ref<NSManagedObject> toOne(Ref<NSManagedObject> const& object, char const* key) { return object->valueForKey(key).objectAs<NSManagedObject>(); }
+INSTANTIATE_TEST_SUITE_P(Stores, Relationship, bothStores, storeName);
 
 } // namespace
 
@@ -96,7 +91,6 @@ TEST_P(Relationship, DeleteRulesWorkAtOnceAndDenialAtSave) {
 
     root->deleteObject(*author);
     EXPECT_FALSE(toOne(book, "author")) << "nullified";
-    Ref<NSError> error;
     EXPECT_FALSE(root->save(error));
     ASSERT_TRUE(error);
     EXPECT_NE(error->localizedDescription().find("Author.awards"), std::string::npos);
@@ -106,7 +100,8 @@ TEST_P(Relationship, DeleteRulesWorkAtOnceAndDenialAtSave) {
     EXPECT_TRUE(chapter->isDeleted()) << "cascaded";
     EXPECT_EQ(members(*tag, "books"), "");
     ASSERT_TRUE(saves(*root));
-    for (auto const* entity : {"Author", "Book", "Chapter", "Award"}) EXPECT_EQ(fetched(*library.worker(), entity).size(), 0u) << entity;
+    for (auto const* entity : {"Author", "Book", "Chapter", "Award"})
+        EXPECT_EQ(fetched(*library.worker(), entity).size(), 0u) << entity;
     EXPECT_EQ(members(*reread(tag), "books"), "");
 }
 
@@ -125,7 +120,8 @@ TEST_P(Relationship, AnInsertedObjectThatIsDeletedLeavesNoTrace) {
 TEST_P(Relationship, WalkingAToOneOfManyFillsThemTogether) {
     Objects authors;
     for (int i = 0; i < 10; ++i) authors.push_back(inserted(*root, "Author", {{"name", std::to_string(i)}}));
-    for (int i = 0; i < 100; ++i) inserted(*root, i % 2 ? "Book" : "Novel", {{"year", i}, {"author", Value(authors[static_cast<std::size_t>(i) % 10])}});
+    for (int i = 0; i < 100; ++i)
+        inserted(*root, i % 2 ? "Book" : "Novel", {{"year", i}, {"author", Value(authors[static_cast<std::size_t>(i) % 10])}});
     ASSERT_TRUE(saves(*root));
     authors.clear();
     auto const worker = library.worker();
@@ -137,5 +133,6 @@ TEST_P(Relationship, WalkingAToOneOfManyFillsThemTogether) {
     auto const& neighbour = *toOne(books[3], "author");
     EXPECT_TRUE(neighbour.isFault());
     EXPECT_EQ(first->valueForKey("name"), Value("0"));
-    for (int i = 0; i < 100; ++i) EXPECT_EQ(toOne(books[static_cast<std::size_t>(i)], "author")->valueForKey("name"), Value(std::to_string(i % 10)));
+    for (int i = 0; i < 100; ++i)
+        EXPECT_EQ(toOne(books[static_cast<std::size_t>(i)], "author")->valueForKey("name"), Value(std::to_string(i % 10)));
 }

@@ -28,6 +28,9 @@ ModelBuilder library() {
     return builder;
 }
 
+IndexDefinition const byTitle{"i", {{"title", true}}};
+AttributeDefinition dated(AttributeOptions options = {}) { return {"x", Type::Date, std::move(options)}; }
+
 /// The hash of Book after one change of its description.
 std::string hashAfter(FunctionRef<void(EntityDefinition&)> change) {
     auto definition = library().definition();
@@ -77,42 +80,20 @@ TEST(Model, HashChangesWithStorageAndWithNothingElse) {
         void (*change)(EntityDefinition&);
         bool changes;
     } const rows[] = {
-        {"name of an attribute",
-         [](auto& e) {
-             e.attributes[0].name = "t";
-             e.uniquenessConstraints = {{"t"}};
-         },
-         true},
+        {"name of an attribute", [](auto& e) { e.attributes[0].name = e.uniquenessConstraints[0][0] = "t"; }, true},
         {"type", [](auto& e) { e.attributes[0].type = Type::Date; }, true},
         {"mandatory", [](auto& e) { e.attributes[0].options.optional = false; }, true},
         {"stored beside", [](auto& e) { e.attributes[0].options.allowsExternalBinaryDataStorage = true; }, true},
-        {"one more",
-         [](auto& e) {
-             e.attributes.push_back({"x", Type::Date, {}});
-         },
-         true},
+        {"one more", [](auto& e) { e.attributes.push_back(dated()); }, true},
         {"to-one", [](auto& e) { e.relationships[0].toMany = false; }, true},
         {"ordered", [](auto& e) { e.relationships[0].options.ordered = true; }, true},
         {"one-way", [](auto& e) { e.relationships[0].options.inverse.clear(); }, true},
         {"destination", [](auto& e) { e.relationships[0].destination = "Author"; }, true},
-        {"parent",
-         [](auto& e) {
-             e.options.parent = "Person";
-             e.relationships.clear();
-         },
-         true},
+        {"parent", [](auto& e) { e.options.parent = "Person", e.relationships.clear(); }, true},
         {"constraint", [](auto& e) { e.uniquenessConstraints.clear(); }, true},
-        {"index",
-         [](auto& e) {
-             e.indexes = {{"i", {{"title", true}}}};
-         },
-         true},
+        {"index", [](auto& e) { e.indexes.push_back(byTitle); }, true},
         {"modifier", [](auto& e) { e.attributes[0].options.versionHashModifier = "2"; }, true},
-        {"transient",
-         [](auto& e) {
-             e.attributes.push_back({"x", Type::Date, {.transient = true}});
-         },
-         false},
+        {"transient", [](auto& e) { e.attributes.push_back(dated({.transient = true})); }, false},
         {"default", [](auto& e) { e.attributes[0].options.defaultValue = "x"; }, false},
         {"bounds", [](auto& e) { e.attributes[0].options.maximum = 5; }, false},
         {"delete rule", [](auto& e) { e.relationships[0].options.deleteRule = NSDeleteRule::Deny; }, false},
