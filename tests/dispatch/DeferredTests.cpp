@@ -41,25 +41,21 @@ TEST(Deferred, WithoutABlockForgetsWhatWasSetBeforeAndKeepsWhatIsSetAfter) {
     EXPECT_EQ(deferred->fulfill(), std::nullopt);
     deferred->setActual(2);
     EXPECT_EQ(deferred->fulfill(), 2);
-}
-
-TEST(Deferred, GoesThroughItsVirtualOperations) {
-    class Doubling : public Deferred<int> {
+    class Doubling : public Deferred<int> { // goes through its virtual operations
         void setActual(std::optional<int> actual) override { Deferred::setActual(actual ? std::optional(*actual * 2) : actual); }
     };
     EXPECT_EQ(make<Doubling>([] { return 4; })->fulfill(), 8);
 }
 
 TEST(StringLike, IsTheTextItselfAndElseEmpty) {
-    EXPECT_EQ(make<Deferred<std::string>>([] { return "x"; })->string(), "x");
-    EXPECT_EQ(make<Deferred<Text>>([] { return Text{"y"}; })->string(), "y");
-    EXPECT_EQ(make<Deferred<Value>>([] { return Value("z"); })->string(), "z");
-    EXPECT_EQ(make<Deferred<Value>>([] { return Value(5); })->string(), "");
-    EXPECT_EQ(make<Deferred<int>>([] { return 5; })->string(), "");
-    EXPECT_EQ(make<Deferred<std::string>>()->string(), "");
-    Ref<StringLike> const pending = make<Pending<std::string>>([] { return "p"; });
-    EXPECT_EQ(pending->string(), "p");
-    EXPECT_EQ(make<Pending<int>>([] { return 7; })->string(), "");
+    std::pair<Ref<StringLike>, char const*> const rows[] = {{make<Deferred<std::string>>([] { return "x"; }), "x"},
+                                                            {make<Deferred<Text>>([] { return Text{"y"}; }), "y"},
+                                                            {make<Deferred<Value>>([] { return Value("z"); }), "z"},
+                                                            {make<Pending<std::string>>([] { return "p"; }), "p"},
+                                                            {make<Deferred<Value>>([] { return Value(5); }), ""},
+                                                            {make<Pending<int>>([] { return 7; }), ""},
+                                                            {make<Deferred<std::string>>(), ""}};
+    for (auto const& [like, text] : rows) EXPECT_EQ(like->string(), text);
 }
 
 TEST(DeferredIn, RunsInsideItsContextFromAnyThread) {

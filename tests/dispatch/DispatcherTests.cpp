@@ -11,34 +11,26 @@ namespace Tessarin {
 namespace {
 
 TEST(Dispatcher, ConstructionKeepsLabelTypeAndQueue) {
-    auto const standard = make<Dispatcher>();
-    auto const again = make<Dispatcher>(QueueOptions{});
-    EXPECT_STREQ(dispatch_queue_get_label(standard->queue()), "customDISPATCHQueue");
-    EXPECT_STREQ(dispatch_queue_get_label(again->queue()), "customDISPATCHQueue");
+    auto const standard = make<Dispatcher>(), again = make<Dispatcher>(QueueOptions{});
+    for (auto const& each : {standard, again}) EXPECT_STREQ(dispatch_queue_get_label(each->queue()), "customDISPATCHQueue");
     EXPECT_NE(standard->queue(), again->queue());
     EXPECT_EQ(standard->type(), Dispatcher::customQueueQOS);
-
-    auto const byClass = make<Dispatcher>(QualityOfService{QOS_CLASS_DEFAULT}); // has no shared instance
-    EXPECT_EQ(byClass->queue(), dispatch_get_global_queue(QOS_CLASS_DEFAULT, 0));
-    EXPECT_EQ(byClass->type(), QOS_CLASS_DEFAULT);
-
-    auto const main = make<Dispatcher>(QualityOfService{0});
-    EXPECT_EQ(main->queue(), dispatch_get_main_queue());
-    EXPECT_EQ(main->type(), 0u);
-}
-
-TEST(Dispatcher, SharedInstancesAreTheSystemsQueues) {
-    struct {
-        Ref<Dispatcher> shared;
-        qos_class_t type;
-    } const rows[] = {{Dispatcher::userInteractive(), 33}, {Dispatcher::userInitiated(), 25}, {Dispatcher::utility(), 17}, {Dispatcher::background(), 9}};
-    for (auto const& row : rows) {
-        EXPECT_EQ(row.shared->type(), row.type);
-        EXPECT_EQ(row.shared->queue(), dispatch_get_global_queue(row.type, 0));
-        EXPECT_FALSE(row.shared->isMainQueue());
+    std::pair<Ref<Dispatcher>, qos_class_t> const rows[] = {
+        {Dispatcher::userInteractive(), 33},
+        {Dispatcher::userInitiated(), 25},
+        {Dispatcher::utility(), 17},
+        {Dispatcher::background(), 9},
+        {make<Dispatcher>(QualityOfService{QOS_CLASS_DEFAULT}), QOS_CLASS_DEFAULT}};
+    for (auto const& [dispatcher, type] : rows) {
+        EXPECT_EQ(dispatcher->type(), type);
+        EXPECT_EQ(dispatcher->queue(), dispatch_get_global_queue(type, 0));
+        EXPECT_FALSE(dispatcher->isMainQueue());
+    }
+    for (auto const& main : std::vector<Ref<Dispatcher>>{Dispatcher::main(), make<Dispatcher>(QualityOfService{0})}) {
+        EXPECT_EQ(main->queue(), dispatch_get_main_queue());
+        EXPECT_EQ(main->type(), 0u);
     }
     EXPECT_EQ(Dispatcher::main(), Dispatcher::main());
-    EXPECT_EQ(Dispatcher::main()->type(), 0u);
     EXPECT_TRUE(Dispatcher::main()->isMainQueue());
 }
 
@@ -141,7 +133,8 @@ TEST(Dispatcher, DelayWithoutSecondsRunsHereAndWithSecondsOnTheMainQueue) {
 }
 
 TEST(DispatcherDeathTest, SyncOnTheQueueThatRunsItNeverReturns) {
-    EXPECT_EXIT(tests::exitIfBlocked([own = make<Dispatcher>()] { own->sync([&] { own->sync([] {}); }); }), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(tests::exitIfBlocked([own = make<Dispatcher>()] { own->sync([&] { own->sync([] {}); }); }),
+                testing::ExitedWithCode(0), "");
 }
 
 TEST(DispatcherDeathTest, MisuseIsFatal) {

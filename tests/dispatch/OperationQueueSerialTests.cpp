@@ -8,16 +8,12 @@
 namespace Tessarin {
 namespace {
 
-TEST(SerialOperationQueue, HasOneAtATimeOnlyWhenAskedFor) {
-    EXPECT_EQ(make<NSOperationQueue>(Serial::Yes)->maxConcurrentOperationCount(), 1);
-    EXPECT_EQ(make<NSOperationQueue>(Serial::No)->maxConcurrentOperationCount(), make<NSOperationQueue>()->maxConcurrentOperationCount());
+TEST(SerialOperationQueue, WaitingClosuresRunInOrderBeforeTheirCallsReturn) {
+    EXPECT_EQ(make<NSOperationQueue>(Serial::No)->maxConcurrentOperationCount(),
+              make<NSOperationQueue>()->maxConcurrentOperationCount());
     auto const queue = make<NSOperationQueue>();
     queue->invoke("initWithSerial:"_sel, {true});
-    EXPECT_EQ(queue->maxConcurrentOperationCount(), 1);
-}
-
-TEST(SerialOperationQueue, WaitingClosuresRunInOrderBeforeTheirCallsReturn) {
-    auto const queue = make<NSOperationQueue>(Serial::Yes);
+    EXPECT_EQ(queue->maxConcurrentOperationCount(), make<NSOperationQueue>(Serial::Yes)->maxConcurrentOperationCount());
     std::vector<int> order;
     queue->addOperationWithBlock([&] { order.push_back(0); });
     for (int i = 1; i <= 3; ++i) {
@@ -31,7 +27,9 @@ TEST(SerialOperationQueueDeathTest, WaitingInsideItsOwnOperationNeverReturnsAndN
     using Wait = void (*)(NSOperationQueue&);
     Wait const waits[] = {[](NSOperationQueue& own) { own.addOperationWithBlockAndWait([] {}); },
                           [](NSOperationQueue& own) { own.waitUntilAllOperationsAreFinished(); },
-                          [](NSOperationQueue& own) { own.addOperations({NSBlockOperation::blockOperationWithBlock([] {})}, WaitUntilFinished::Yes); }};
+                          [](NSOperationQueue& own) {
+                              own.addOperations({NSBlockOperation::blockOperationWithBlock([] {})}, WaitUntilFinished::Yes);
+                          }};
     for (auto const& wait : waits)
         EXPECT_EXIT(
             {

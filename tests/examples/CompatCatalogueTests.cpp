@@ -60,9 +60,9 @@ protected:
     std::string data = folder.write("data.json", dataSet);
     std::string store = folder.path("store");
 
-    Outcome import() const { return run("--data " + data + " --store " + store); }
+    Outcome import(std::string const& more = {}) const { return run("--data " + data + " --store " + store + more); }
     /// What the program gives itself when it starts as a new process.
-    Outcome verify() const { return run("--data " + data + " --store " + store + " --import-seconds 1 --held-milliseconds 2"); }
+    Outcome verify() const { return import(" --import-seconds 1 --held-milliseconds 2"); }
 };
 
 } // namespace
@@ -116,17 +116,15 @@ TEST_F(CompatCatalogue, VerificationFindsWhatTheStoreLacks) {
 
 TEST_F(CompatCatalogue, SaysWhatIsWrongAndFails) {
     struct {
-        char const* what;
-        char const* with;
-        char const* complaint;
+        char const *what, *with, *complaint;
     } const rows[] = {
-        {"\"browsers\": {", "\"browsers\": [", "Error"},
-        {"\"browsers\": {", "\"browers\": {", "there are no browsers"},
-        {"{\"version_added\": true}", "\"mirror\"", "api.Zebra.stripes support.safari: \"mirror\" is no statement"},
-        {"\"safari\": {\"version_added\": true}", "\"opera\": {\"version_added\": true}",
+        {R"("browsers": {)", R"("browsers": [)", "Error"},
+        {R"("browsers": {)", R"("browers": {)", "there are no browsers"},
+        {R"({"version_added": true})", R"("mirror")", R"(api.Zebra.stripes support.safari: "mirror" is no statement)"},
+        {R"("safari": {"version_added": true})", R"("opera": {"version_added": true})",
          "support.opera: there is no such browser"},
-        {"\"≤101\"", "101", "api.Zebra.tail support.firefox: version_added is 101"},
-        {"\"tail\": {", "\"head\": 7, \"tail\": {", "api.Zebra.head: an object is expected here"},
+        {R"("≤101")", "101", "api.Zebra.tail support.firefox: version_added is 101"},
+        {R"("tail": {)", R"("head": 7, "tail": {)", "api.Zebra.head: an object is expected here"},
     };
     for (auto const& row : rows) {
         std::string damaged = dataSet;

@@ -11,14 +11,9 @@
 namespace Tessarin {
 namespace {
 
-/// An application with an identifier, so that states can be made.
-class Application : public testing::Test {
+class States : public testing::Test {
 protected:
-    Application() { NSBundle::mainBundle()->setBundleIdentifier("org.example.tests"); }
-};
-
-class States : public Application {
-protected:
+    States() { NSBundle::mainBundle()->setBundleIdentifier("org.example.tests"); } // states have names that end with it
     ~States() override {
         state->setWatchers({});
         s_completeGlobalState().removeAll();
@@ -26,6 +21,12 @@ protected:
     std::size_t settled() {
         for (int i = 0; i < 2; ++i) state->serializer()->waitUntilAllOperationsAreFinished();
         return state->watchers().size();
+    }
+    /// Holds the serializer until what it returns is signalled; then `work` runs there.
+    dispatch_semaphore_t hold(std::function<void()> work = [] {}) {
+        auto const release = dispatch_semaphore_create(0);
+        state->serializer()->addOperationWithBlock([=] { dispatch_semaphore_wait(release, DISPATCH_TIME_FOREVER), work(); });
+        return release;
     }
     void watch(TiedObject object = {}) {
         state->watchValue(object, [this](int value) { seen.push_back(value); });
@@ -55,19 +56,14 @@ TEST_F(States, TellsOfDifferencesOnlyAndLeavesPreviousAlone) {
     EXPECT_EQ(seen.back(), 9);
     EXPECT_EQ(state->initial(), 3);
     EXPECT_EQ(state->previous(), 3);
-    state->setPrevious(8);
-    EXPECT_EQ(state->previous(), 8);
     EXPECT_EQ(state->description(), "Mode: 9");
     EXPECT_EQ(state->name(), "Mode.org.example.tests");
 }
 
 TEST_F(States, DeliversWhatHoldsWhenItsTurnComesOnTheSerializer) {
     watch();
-    auto const release = dispatch_semaphore_create(0);
-    state->serializer()->addOperationWithBlock([=] { dispatch_semaphore_wait(release, DISPATCH_TIME_FOREVER); });
-    state->setCurrent(1);
-    state->setCurrent(2);
-    state->setCurrent(1);
+    auto const release = hold();
+    for (int const value : {1, 2, 1}) state->setCurrent(value);
     state->notify(77, ForceCurrentThread::Yes); // neither here, nor that
     EXPECT_EQ(seen, std::vector<int>{});
     dispatch_semaphore_signal(release);
@@ -79,9 +75,7 @@ TEST_F(States, DeliversWhatHoldsWhenItsTurnComesOnTheSerializer) {
 
 TEST_F(States, ARegistrationOnItsWayHearsOfAChangeBehindIt) {
     // No watcher yet, but the serializer is about to append one.
-    auto const release = dispatch_semaphore_create(0);
-    state->serializer()->addOperationWithBlock([&, release] {
-        dispatch_semaphore_wait(release, DISPATCH_TIME_FOREVER);
+    auto const release = hold([this] {
         state->setWatchers({make<ValueWatcher<int>>(state, TiedObject{}, [this](int value) { seen.push_back(value); })});
     });
     state->setCurrent(5);

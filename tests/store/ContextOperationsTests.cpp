@@ -2,11 +2,7 @@
 
 namespace Tessarin {
 namespace {
-using tests::childOf;
-using tests::insert;
-using tests::Person;
-using tests::Pet;
-using tests::printedBy;
+using namespace tests;
 
 Ref<NSPredicate> named(std::string const& name) { return NSPredicate::predicateWithFormat("name == %@", name); }
 
@@ -17,7 +13,7 @@ std::string names(auto const& objects) {
 }
 
 TEST(ContextOperations, FetchCountAndFindByNameAndByClass) {
-    auto const root = tests::contextInMemory();
+    auto const root = contextInMemory();
     root->performBlockAndWait([&] {
         for (auto const* name : {"Cyd", "Ada", "Bob"}) insert(*root, "Person", name);
         root->saveAndWait();
@@ -36,7 +32,7 @@ TEST(ContextOperations, FetchCountAndFindByNameAndByClass) {
 }
 
 TEST(ContextOperations, AnyObjectPrefersMemoryUnlessItIsToSort) {
-    auto const root = tests::contextInMemory(), worker = childOf(root);
+    auto const root = contextInMemory(), worker = childOf(root);
     root->performBlockAndWait([&] {
         insert(*root, "Person", "Ada");
         insert(*root, "Pet", "Rex");
@@ -56,7 +52,7 @@ TEST(ContextOperations, AnyObjectPrefersMemoryUnlessItIsToSort) {
 }
 
 TEST(ContextOperations, FetchErrorsPrintTheirLine) {
-    auto const root = tests::contextInMemory();
+    auto const root = contextInMemory();
     root->performBlockAndWait([&] {
         std::int64_t counted = 0;
         auto const line = printedBy([&] { counted = root->count("Ghost"); });
@@ -65,7 +61,8 @@ TEST(ContextOperations, FetchErrorsPrintTheirLine) {
         for (auto const& printed : {printedBy([&] { EXPECT_TRUE(root->allObjects("Ghost").empty()); }),
                                     printedBy([&] { EXPECT_FALSE(root->anyObjectNamed("Ghost")); })}) {
             EXPECT_TRUE(printed.starts_with("Error (Error Domain=")) << printed;
-            EXPECT_NE(printed.find("} executing fetch request: <NSFetchRequest> (entity: Ghost;"), printed.npos) << printed; // never closed
+            EXPECT_NE(printed.find("} executing fetch request: <NSFetchRequest> (entity: Ghost;"), printed.npos)
+                << printed; // never closed
             EXPECT_EQ(std::ranges::count(printed, '\n'), 1);
         }
         EXPECT_EQ(printedBy([&] { EXPECT_THROW(root->deleteRecords("Ghost", {.matching = named("x")}), ErrorException); }), "");
@@ -73,7 +70,7 @@ TEST(ContextOperations, FetchErrorsPrintTheirLine) {
 }
 
 TEST(ContextOperations, DeleteRecordsTakesOneOrAllAndSavesNothing) {
-    auto const root = tests::contextInMemory();
+    auto const root = contextInMemory();
     root->performBlockAndWait([&] {
         for (int i = 0; i < 5; ++i) insert(*root, "Person", "Ada");
         insert(*root, "Person", "Bob");
@@ -84,16 +81,16 @@ TEST(ContextOperations, DeleteRecordsTakesOneOrAllAndSavesNothing) {
         EXPECT_EQ(root->count("Person"), 1);
         EXPECT_FALSE(root->deleteRecords("Person", {.matching = named("Ada")}));
     });
-    EXPECT_EQ(tests::countInStore(*root, "Person"), 6);
+    EXPECT_EQ(countInStore(*root, "Person"), 6);
 }
 
 TEST(ContextOperations, SaveToDiskSavesTheAncestorsInOrderBeforeTheCompletion) {
-    auto const root = tests::contextInMemory(), middle = childOf(root), worker = childOf(middle);
+    auto const root = contextInMemory(), middle = childOf(root), worker = childOf(middle);
     root->setName("root");
     middle->setName("middle");
     worker->setName("worker");
     for (bool const wait : {true, false}) {
-        tests::SaveLog const log;
+        SaveLog const log;
         std::string atCompletion;
         auto const done = dispatch_semaphore_create(0);
         worker->performBlockAndWait([&] { insert(*worker, "Person", "Ada"); });
@@ -106,17 +103,17 @@ TEST(ContextOperations, SaveToDiskSavesTheAncestorsInOrderBeforeTheCompletion) {
         EXPECT_EQ(dispatch_semaphore_wait(done, wait ? DISPATCH_TIME_NOW : DISPATCH_TIME_FOREVER), 0) << "with wait it has run";
         EXPECT_EQ(atCompletion, "worker; middle; root; ");
     }
-    tests::SaveLog const log;
+    SaveLog const log;
     worker->saveAndWait();
     EXPECT_EQ(log.text(), "worker; ") << "without toDisk one level; without changes all the same";
 }
 
 TEST(ContextOperations, FailedSavesPrintAndStopThereAndFailedAncestorsDoNot) {
-    auto const root = tests::contextInMemory(), middle = childOf(root), worker = childOf(middle);
+    auto const root = contextInMemory(), middle = childOf(root), worker = childOf(middle);
     root->setName("root");
     Ref<NSError> error;
     auto const report = [&](Ref<NSError> const& reported) { error = reported; };
-    tests::SaveLog const log;
+    SaveLog const log;
     Ref<NSManagedObject> nameless;
     worker->performBlockAndWait([&] { nameless = worker->insertEntityNamed("Pet"); });
     auto const printed = printedBy([&] { worker->saveAndWait({.toDisk = true, .completion = report}); });
@@ -132,7 +129,7 @@ TEST(ContextOperations, FailedSavesPrintAndStopThereAndFailedAncestorsDoNot) {
 }
 
 TEST(ContextOperations, RefreshAllFaultsLeavesLoadedObjectsAlone) {
-    auto const root = tests::contextInMemory(), worker = childOf(root);
+    auto const root = contextInMemory(), worker = childOf(root);
     worker->performBlockAndWait([&] {
         Ref<NSManagedObject> ada, bob;
         root->performBlockAndWait([&] {

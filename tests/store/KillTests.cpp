@@ -1,11 +1,11 @@
 // What was acknowledged as saved is there after the process was killed.
+#include "Tessarin/platform/sqlite/Connection.h"
 #include "tests/store/StoreFixture.h"
 
 #include <csignal>
 #include <map>
 #include <random>
 #include <spawn.h>
-#include <sqlite3.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -40,7 +40,8 @@ struct Writer {
         int ends[2];
         EXPECT_EQ(::pipe(ends), 0);
         Environment const variables[] = {{acknowledgements, std::to_string(ends[1])}, {firstName, std::to_string(first)}};
-        std::string arguments[] = {"writer", "--gtest_also_run_disabled_tests", "--gtest_filter=KilledStore.DISABLED_Writer", "--gtest_brief=1"};
+        std::string arguments[] = {"writer", "--gtest_also_run_disabled_tests", "--gtest_filter=KilledStore.DISABLED_Writer",
+                                   "--gtest_brief=1"};
         std::vector<char*> pointers;
         for (auto& each : arguments) pointers.push_back(each.data());
         pointers.push_back(nullptr);
@@ -50,7 +51,8 @@ struct Writer {
     }
     std::optional<std::int64_t> next() const {
         std::int64_t number = 0;
-        return ::read(input, &number, sizeof number) == static_cast<ssize_t>(sizeof number) ? std::optional(number) : std::nullopt;
+        return ::read(input, &number, sizeof number) == static_cast<ssize_t>(sizeof number) ? std::optional(number)
+                                                                                            : std::nullopt;
     }
     /// What it had acknowledged by then and was not read yet.
     std::vector<std::int64_t> kill() const {
@@ -65,15 +67,6 @@ struct Writer {
     int input = -1;
 };
 
-bool isSound(std::string const& file) {
-    sqlite3* handle = nullptr;
-    bool ok = false;
-    auto const isOk = [](void* result, int, char** values, char**) { return *static_cast<bool*>(result) = std::string_view(values[0]) == "ok", 0; };
-    if (sqlite3_open(file.c_str(), &handle) == SQLITE_OK) sqlite3_exec(handle, "PRAGMA integrity_check", isOk, &ok, nullptr);
-    sqlite3_close(handle);
-    return ok;
-}
-
 TEST(KilledStore, KeepsEverySaveThatWasAcknowledged) {
     StoreHome home;
     home.store(); // makes the file
@@ -86,10 +79,11 @@ TEST(KilledStore, KeepsEverySaveThatWasAcknowledged) {
         for (auto const number : writer.kill()) acknowledged.push_back(number);
 
         auto const store = home.store<>();
-        ASSERT_TRUE(isSound(home.folder.path("Documents/Notes/Notes.db")));
+        ASSERT_EQ(SQLite::Connection(home.folder.path("Documents/Notes/Notes.db")).text("PRAGMA integrity_check"), "ok");
         std::map<std::int64_t, int> found;
         store->privateContext()->performBlockAndWait([&] {
-            for (auto const& each : store->privateContext()->allObjects("Person")) ++found[std::stoll(std::string{each->valueForKey("name").text()})];
+            for (auto const& each : store->privateContext()->allObjects("Person"))
+                ++found[std::stoll(std::string{each->valueForKey("name").text()})];
         });
         for (auto const number : acknowledged) ASSERT_EQ(found[number], peopleEach) << number << " in round " << round;
         for (auto const& [number, count] : found) ASSERT_EQ(count, peopleEach) << number << " was saved by halves";

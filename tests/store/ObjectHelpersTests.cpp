@@ -2,10 +2,7 @@
 
 namespace Tessarin {
 namespace {
-using tests::childOf;
-using tests::insert;
-using tests::Person;
-using tests::Pet;
+using namespace tests;
 
 struct Renamed : NSManagedObject {
     static std::string entityName() { return "Customer"; }
@@ -19,24 +16,29 @@ TEST(ObjectHelpers, EntityNameIsTheLastPieceUnlessTheClassSaysOtherwise) {
     EXPECT_EQ(lastPieceOfClassName("Person"), "Person");
 }
 
-TEST(ObjectHelpers, BracketsReadWriteAndClear) {
-    auto const context = tests::contextInMemory();
+TEST(ObjectHelpers, BracketsReadWriteAndClearAndRefreshDropsThatWhenAsked) {
+    auto const context = contextInMemory();
     context->performBlockAndWait([&] {
         auto const ada = insert(*context, "Person", "Ada");
         Value const name = (*ada)["name"];
         EXPECT_EQ(name, "Ada");
         EXPECT_TRUE((*ada)["age"].get().isAbsent());
+        context->saveAndWait();
         (*ada)["name"] = {};
         EXPECT_TRUE(ada->valueForKey("name").isAbsent());
+        ada->refreshInContext(); // keeps what is unsaved
+        EXPECT_TRUE(ada->valueForKey("name").isAbsent());
+        ada->refreshInContext(false);
+        EXPECT_EQ(ada->valueForKey("name"), "Ada");
         EXPECT_DEATH((*ada)["shoes"] = 1, "shoes");
         for (auto const* key : {"name", "boss", "pets"}) EXPECT_TRUE(ada->hasPropertyForKey(key)) << key;
         EXPECT_FALSE(ada->hasPropertyForKey("shoes"));
-        EXPECT_EQ(tests::printedBy([&] { ada->log(); }), ada->description() + "\n");
+        EXPECT_EQ(printedBy([&] { ada->log(); }), ada->description() + "\n");
     });
 }
 
 TEST(ObjectHelpers, TokensCrossQueuesAndKeepNothingButTheIdentity) {
-    auto const root = tests::contextInMemory(), worker = childOf(root);
+    auto const root = contextInMemory(), worker = childOf(root);
     using Token = NSManagedObject::ThreadsafeToken;
     std::vector<Ref<Token>> tokens;
     Ref<NSManagedObject> ada;
@@ -68,7 +70,7 @@ TEST(ObjectHelpers, TokensCrossQueuesAndKeepNothingButTheIdentity) {
 }
 
 TEST(ObjectHelpers, DeletionIsPendingUnlessItIsToBeSavedToTheStore) {
-    auto const root = tests::contextInMemory(), worker = childOf(root);
+    auto const root = contextInMemory(), worker = childOf(root);
     root->performBlockAndWait([&] {
         for (auto const* name : {"Ada", "Bob"}) insert(*root, "Person", name);
         root->saveAndWait();
@@ -77,25 +79,12 @@ TEST(ObjectHelpers, DeletionIsPendingUnlessItIsToBeSavedToTheStore) {
         auto const people = worker->allObjects("Person");
         people[0]->deleteFromContext();
         EXPECT_TRUE(people[0]->isDeleted());
-        EXPECT_EQ(tests::countInStore(*root, "Person"), 2);
+        EXPECT_EQ(countInStore(*root, "Person"), 2);
         people[1]->deleteFromContext(true);
-        EXPECT_EQ(tests::countInStore(*root, "Person"), 0);
+        EXPECT_EQ(countInStore(*root, "Person"), 0);
         EXPECT_FALSE(people[1]->moc());
         people[1]->deleteFromContext(true); // without a context nothing happens
         people[1]->refreshInContext();
-    });
-}
-
-TEST(ObjectHelpers, RefreshKeepsUnsavedValuesOnlyWhenItMerges) {
-    auto const context = tests::contextInMemory();
-    context->performBlockAndWait([&] {
-        auto const ada = insert(*context, "Person", "Ada");
-        context->saveAndWait();
-        (*ada)["name"] = "Eve";
-        ada->refreshInContext();
-        EXPECT_EQ(ada->valueForKey("name"), "Eve");
-        ada->refreshInContext(false);
-        EXPECT_EQ(ada->valueForKey("name"), "Ada");
     });
 }
 

@@ -7,7 +7,6 @@
 #include <atomic>
 #include <future>
 #include <gtest/gtest.h>
-#include <random>
 #include <thread>
 
 namespace Tessarin {
@@ -37,8 +36,9 @@ protected:
 
     Ref<Listener> listener(std::string mark) { return make<Listener>(std::move(mark), log); }
     Ref<NSObject> observe(std::string mark, std::optional<std::string_view> name, Ref<NSObject> const& sender = nullptr) {
-        return center->addObserverForName(name, sender, nullptr,
-                                          [this, mark](auto const& notification) { log.push_back(mark + notification->name().string()); });
+        return center->addObserverForName(name, sender, nullptr, [this, mark](auto const& notification) {
+            log.push_back(mark + notification->name().string());
+        });
     }
     std::vector<std::string> posted(std::string_view name, Ref<NSObject> sender = nullptr) {
         log.clear();
@@ -103,12 +103,8 @@ TEST_F(NotificationCenter, HoldsObserversWeaklyAndForgetsDestroyedOnes) {
     EXPECT_EQ(posted("A"), Log{});
     EXPECT_FALSE(channel->hasObservers()) << "a post has swept them";
 
-    WeakRef<NSObject> kept;
-    for (int i = 0; i < 1000; ++i) { // nobody ever posts: adding sweeps now and then
-        auto const short_lived = listener("x");
-        if (i == 0) kept = short_lived;
-        center->addObserver(short_lived, "heard:"_sel, "A");
-    }
+    for (int i = 0; i < 1000; ++i)
+        center->addObserver(listener("x"), "heard:"_sel, "A"); // nobody posts: adding sweeps now and then
     auto const last = listener("l");
     center->addObserver(last, "heard:"_sel, "A");
     EXPECT_EQ(posted("A"), Log{"lA"});
@@ -139,29 +135,10 @@ TEST_F(NotificationCenter, ChangesDuringAPostCountFromTheNextOneOnButRemovalAtOn
     EXPECT_EQ(captured.use_count(), 1);
 }
 
-TEST_F(NotificationCenter, ManyRemovalsKeepTheOrderOfTheRest) {
-    // A slow and obvious list as the judge of random additions and removals.
-    std::mt19937 random(7);
-    std::vector<std::pair<std::string, Ref<NSObject>>> model;
-    for (int round = 0; round < 2000; ++round) {
-        if (model.empty() || random() % 5 < 2) {
-            auto const mark = std::to_string(round) + " ";
-            model.emplace_back(mark, observe(mark, random() % 4 == 0 ? std::nullopt : std::optional<std::string_view>("A")));
-        } else {
-            auto const at = model.begin() + static_cast<std::ptrdiff_t>(random() % model.size());
-            center->removeObserver(*at->second);
-            model.erase(at);
-        }
-        if (round % 50 != 0) continue;
-        Log expected;
-        for (auto const& [mark, token] : model) expected.push_back(mark + "A");
-        ASSERT_EQ(posted("A"), expected);
-    }
-}
-
 TEST_F(NotificationCenter, AnObserverThatDoesNotAnswerOrIsMissingIsFatal) {
     EXPECT_DEATH(center->addObserver(nullptr, "heard:"_sel, "A"), "addObserver: there is no observer");
-    EXPECT_DEATH(static_cast<void>(center->addObserverForName("A", nullptr, nullptr, nullptr)), "addObserverForName: there is no block");
+    EXPECT_DEATH(static_cast<void>(center->addObserverForName("A", nullptr, nullptr, nullptr)),
+                 "addObserverForName: there is no block");
     EXPECT_DEATH(center->postNotification(nullptr), "postNotification: there is no notification");
     auto const a = listener("a");
     center->addObserver(a, "fly:"_sel, "A");
@@ -177,7 +154,8 @@ TEST_F(NotificationCenter, APostWaitsForTheQueuesOfItsObservers) {
         auto const queued = center->addObserverForName("A", nullptr, queue, [&](auto const&) {
             log.push_back("queued");
             EXPECT_TRUE(queue->runsHere());
-            if (!std::exchange(nested, observe("nested", "B"))) center->postNotificationName("B"); // and "inside", without waiting
+            if (!std::exchange(nested, observe("nested", "B")))
+                center->postNotificationName("B"); // and "inside", without waiting
         });
         auto const inside = center->addObserverForName("B", nullptr, queue, [&](auto const&) { log.push_back("inside"); });
         auto const last = observe("2", "A");
@@ -246,7 +224,8 @@ TEST_F(NotificationCenter, AListenerHearsUntilItIsRemovedOrGone) {
     };
     auto const channel = center->channelForName("A");
     auto const sender = make<NSObject>();
-    auto kept = make<Counter>(channel, count, nullptr), removed = make<Counter>(channel, count, nullptr), filtered = make<Counter>(channel, count, sender);
+    auto kept = make<Counter>(channel, count, nullptr), removed = make<Counter>(channel, count, nullptr),
+         filtered = make<Counter>(channel, count, sender);
     EXPECT_EQ(heard(sender), 3);
     EXPECT_EQ(heard(make<NSObject>()), 2);
     center->removeObserver(*removed, "B");
@@ -290,16 +269,13 @@ TEST_F(NotificationCenter, PostsAdditionsRemovalsAndEndsOnManyThreadsAreSafe) {
     std::atomic<int> changersLeft{2}, counted{0};
     auto const steady = center->addObserverForName("A", nullptr, nullptr, [&](auto const&) { ++counted; });
     auto const heard = std::make_shared<std::atomic<int>>(0);
+    auto const channel = center->channelForName("A");
     std::atomic<int> posts{0};
     std::vector<std::thread> threads;
     for (int i = 0; i < 4; ++i)
         threads.emplace_back([&, i] {
-            auto const channel = center->channelForName("A");
             do {
-                if (i % 2 == 0)
-                    center->postNotificationName("A");
-                else
-                    channel->post(NSNotification::notificationWithName("A"));
+                i % 2 ? channel->post(NSNotification::notificationWithName("A")) : center->postNotificationName("A");
                 ++posts;
             } while (changersLeft > 0);
         });
@@ -307,11 +283,11 @@ TEST_F(NotificationCenter, PostsAdditionsRemovalsAndEndsOnManyThreadsAreSafe) {
         threads.emplace_back([&] {
             for (int round = 0; round < 1500; ++round) {
                 auto const observer = make<Fragile>();
-                center->channelForName("A")->addObserver(observer, &Fragile::heard);
-                auto listener = make<Counter>(center->channelForName("A"), heard, nullptr);
-                auto const data = std::make_shared<int>(round);
-                auto const token = center->addObserverForName(round % 3 == 0 ? std::nullopt : std::optional<std::string_view>("A"), nullptr, nullptr,
-                                                              [data](auto const&) { static_cast<void>(*data); });
+                channel->addObserver(observer, &Fragile::heard);
+                auto const listener = make<Counter>(channel, heard, nullptr);
+                auto const block = [data = std::make_shared<int>(round)](auto const&) { static_cast<void>(*data); };
+                auto const name = round % 3 == 0 ? std::nullopt : std::optional<std::string_view>("A");
+                auto const token = center->addObserverForName(name, nullptr, nullptr, block);
                 if (round % 2 == 0) center->removeObserver(*observer);
                 center->removeObserver(*token);
             }

@@ -1,7 +1,7 @@
 #include "Tessarin/platform/sqlite/Transaction.h"
 
+#include "tests/support/TemporaryFolder.h"
 #include <cerrno>
-#include <filesystem>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
@@ -10,11 +10,8 @@ namespace {
 
 class Connections : public testing::Test {
 protected:
-    Connections() { path = (std::filesystem::path(::mkdtemp(folder.data())) / "a.db").string(); }
-    ~Connections() override { std::filesystem::remove_all(folder); }
-
-    std::string folder = std::filesystem::temp_directory_path() / "sqlite-XXXXXX";
-    std::string path;
+    tests::TemporaryFolder const folder;
+    std::string const path = folder.path("a.db");
 };
 
 TEST_F(Connections, AStatementInUseIsNotGivenOutASecondTime) {
@@ -75,7 +72,7 @@ TEST_F(Connections, WhatWasNotCommittedIsTakenBackAlsoAfterAnError) {
 
 TEST_F(Connections, FailuresCarryTheSystemsReason) {
     try {
-        Connection const none(folder + "/missing/a.db");
+        Connection const none(folder.path("missing/a.db"));
         FAIL();
     } catch (Failure const& failure) {
         EXPECT_EQ(failure.primaryCode(), SQLITE_CANTOPEN);

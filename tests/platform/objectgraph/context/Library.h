@@ -89,7 +89,7 @@ inline Ref<NSManagedObject> toOne(Ref<NSManagedObject> const& object, char const
 
 /// Tells `block` of every notification of that name from the context, for as long as what it returns is kept.
 inline std::shared_ptr<void> listening(Ref<NSManagedObjectContext> const& context, std::string_view name,
-                                       NotificationBlock block) {
+                                       NSNotificationCenter::Block block) {
     auto const& center = NSNotificationCenter::defaultCenter();
     auto token = center->addObserverForName(name, context, nullptr, std::move(block));
     return {token.get(), [token](void*) { NSNotificationCenter::defaultCenter()->removeObserver(*token); }};

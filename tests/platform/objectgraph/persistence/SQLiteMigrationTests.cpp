@@ -46,25 +46,16 @@ protected:
             open.save({first, second, open.insertion("Pet", rex, {{"name", "Rex"}, {"owner", ann}}), club,
                        open.insertion("Pet", tom, {{"owner", ann}}), open.insertion("House", villa, {{"street", "Via"}})}));
     }
-    std::unique_ptr<OpenStore> reopened(ModelBuilder const& model) {
-        auto open = std::make_unique<OpenStore>(file, model.build());
+    std::unique_ptr<OpenStore> reopened(Ref<NSManagedObjectModel> const& model) {
+        auto open = std::make_unique<OpenStore>(file, model);
         EXPECT_TRUE(open->store) << (open->error ? open->error->description() : "");
         return open->store ? std::move(open) : nullptr;
     }
     /// The first version with some lines in place of others.
-    static ModelBuilder changed(std::function<void(ModelDefinition&)> const& change) {
+    static Ref<NSManagedObjectModel> changed(std::function<void(ModelDefinition&)> const& change) {
         auto definition = firstVersion().definition();
         change(definition);
-        ModelBuilder builder;
-        for (auto const& entity : definition.entities) {
-            builder.entity(entity.name, entity.options);
-            for (auto const& attribute : entity.attributes) builder.attribute(attribute.name, attribute.type, attribute.options);
-            for (auto const& link : entity.relationships)
-                link.toMany ? builder.toMany(link.name, link.destination, link.options)
-                            : builder.toOne(link.name, link.destination, link.options);
-            for (auto const& constraint : entity.uniquenessConstraints) builder.unique(constraint);
-        }
-        return builder;
+        return NSManagedObjectModel::modelWithDefinition(std::move(definition));
     }
 
     StoreFolder folder;
@@ -154,15 +145,9 @@ TEST_F(Migration, RemovedEntitiesLeaveNoLinksBehind) {
 }
 
 TEST_F(Migration, WhereNoRuleLeadsTheFileStaysAndTheErrorNamesTheProperty) {
-    struct Case {
-        char const* property;
-        std::function<void(ModelDefinition&)> change;
-    };
-    std::vector<Case> const table{
-        {"Person.new",
-         [](auto& model) {
-             model.entities[PersonAt].attributes.push_back({"new", Type::String, {.optional = false}});
-         }},
+    AttributeDefinition const mandatory{"new", Type::String, {.optional = false}};
+    std::pair<char const*, std::function<void(ModelDefinition&)>> const table[] = {
+        {"Person.new", [=](auto& model) { model.entities[PersonAt].attributes.push_back(mandatory); }},
         {"Person.name", [](auto& model) { model.entities[PersonAt].attributes[0].options.optional = false; }},
         {"Person.age", [](auto& model) { model.entities[PersonAt].attributes[1].type = Type::String; }},
         {"Person.age", [](auto& model) { model.entities[PersonAt].attributes[1].type = Type::Date; }},
@@ -178,7 +163,7 @@ TEST_F(Migration, WhereNoRuleLeadsTheFileStaysAndTheErrorNamesTheProperty) {
         {"House.street", [](auto& model) { model.entities[HouseAt].attributes[0].type = Type::BinaryData; }},
     };
     for (auto const& [property, change] : table) {
-        OpenStore open(file, changed(change).build());
+        OpenStore open(file, changed(change));
         EXPECT_FALSE(open.store) << property;
         if (!open.error) continue;
         EXPECT_EQ(std::string(open.error->userInfo()["entity"].text()) + "." +
@@ -192,9 +177,9 @@ TEST_F(Migration, WhereNoRuleLeadsTheFileStaysAndTheErrorNamesTheProperty) {
         ASSERT_TRUE(open.store) << "a refused migration has changed the file";
         ASSERT_FALSE(open.save({open.update(open.read("Pet", tom), {{"name", "Rex"}})}));
     }
-    OpenStore open(file, changed([](auto& model) { model.entities[PetAt].uniquenessConstraints = {{"name"}}; }).build());
+    OpenStore open(file, changed([](auto& model) { model.entities[PetAt].uniquenessConstraints = {{"name"}}; }));
     EXPECT_FALSE(open.store);
-    auto const again = reopened(firstVersion());
+    auto const again = reopened(firstVersion().build());
     ASSERT_TRUE(again);
     EXPECT_EQ(again->members("Person", "pets", ann), (Keys{tom, rex}));
 }
@@ -212,7 +197,7 @@ TEST_F(Migration, ADryRunTellsWhatWouldHappenAndChangesNothing) {
         model.entities[HouseAt].attributes.push_back({"floors", Type::Integer16, {.optional = false, .defaultValue = 1}});
     });
     Ref<NSError> error;
-    auto const plan = MigrationPlan::dryRun(file, later.build(), error);
+    auto const plan = MigrationPlan::dryRun(file, later, error);
     ASSERT_TRUE(plan) << error->description();
     EXPECT_EQ(plan->lines(),
               (std::vector<std::string>{"Human: was Person (1 record)", "Human.age: Integer 16 becomes Integer 32",
@@ -221,9 +206,9 @@ TEST_F(Migration, ADryRunTellsWhatWouldHappenAndChangesNothing) {
     EXPECT_EQ(MigrationPlan::dryRun(file, firstVersion().build(), error)->description(), "Nothing changes.\n");
 
     auto const unique = changed([](ModelDefinition& model) { model.entities[PetAt].uniquenessConstraints = {{"owner"}}; });
-    EXPECT_FALSE(MigrationPlan::dryRun(file, unique.build(), error)) << "two pets have one owner";
+    EXPECT_FALSE(MigrationPlan::dryRun(file, unique, error)) << "two pets have one owner";
     EXPECT_NE(error->localizedDescription().find("Pet.owner"), std::string::npos);
-    EXPECT_TRUE(reopened(firstVersion()));
+    EXPECT_TRUE(reopened(firstVersion().build()));
 }
 
 TEST_F(Migration, WhereThereAreNoRecordsNoRuleIsMissed) {
