@@ -11,9 +11,14 @@
 namespace Tessarin {
 namespace {
 
-class States : public testing::Test {
+/// An application with an identifier, so that states can be made.
+class Application : public testing::Test {
 protected:
-    States() { NSBundle::mainBundle()->setBundleIdentifier("org.example.tests"); } // states have names that end with it
+    Application() { NSBundle::mainBundle()->setBundleIdentifier("org.example.tests"); }
+};
+
+class States : public Application {
+protected:
     ~States() override {
         state->setWatchers({});
         s_completeGlobalState().removeAll();
