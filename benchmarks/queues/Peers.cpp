@@ -1,60 +1,23 @@
 #include "benchmarks/queues/Peers.h"
 
 #include "benchmarks/queues/Groups.h"
+#include "benchmarks/support/DequeWorkers.h"
 #include <algorithm>
-#include <condition_variable>
 #include <ctime>
-#include <deque>
-#include <functional>
 #include <malloc.h>
-#include <mutex>
-#include <thread>
 
 namespace Tessarin::benchmarks {
 namespace {
 
-/// What one writes by hand: threads, a deque, a mutex and a condition variable.
 class HandMade : public PeerQueue {
 public:
-    explicit HandMade(int threads) {
-        for (int i = 0; i < threads; ++i) threads_.emplace_back([this] { run(); });
-    }
-    ~HandMade() override {
-        {
-            std::lock_guard const hold(mutex_);
-            ends_ = true;
-        }
-        changed_.notify_all();
-        for (auto& thread : threads_) thread.join();
-    }
-
+    explicit HandMade(int threads) : workers_(threads) {}
     void post(void (*work)(void*), void* argument) override {
-        {
-            std::lock_guard const hold(mutex_);
-            queue_.emplace_back([=] { work(argument); });
-        }
-        changed_.notify_one();
+        workers_.post([=] { work(argument); });
     }
 
 private:
-    void run() {
-        std::unique_lock hold(mutex_);
-        for (;;) {
-            changed_.wait(hold, [this] { return ends_ || !queue_.empty(); });
-            if (queue_.empty()) return;
-            auto const work = std::move(queue_.front());
-            queue_.pop_front();
-            hold.unlock();
-            work();
-            hold.lock();
-        }
-    }
-
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    std::deque<std::function<void()>> queue_;
-    bool ends_ = false;
-    std::vector<std::thread> threads_;
+    DequeWorkers workers_;
 };
 
 template <int threads> std::unique_ptr<PeerQueue> make() { return std::make_unique<HandMade>(threads); }

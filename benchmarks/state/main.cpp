@@ -3,8 +3,8 @@
 #include "Tessarin/platform/foundation/NSOperationQueue.h"
 #include "Tessarin/state/GlobalState.h"
 #include "Tessarin/state/Situation.h"
-#include "benchmarks/queues/Peers.h"
 #include "benchmarks/state/Peers.h"
+#include "benchmarks/support/DequeWorkers.h"
 #include "benchmarks/support/Threads.h"
 
 #include <atomic>
@@ -55,7 +55,7 @@ void latency(Report& report) {
                            }) /
                1e3;
     };
-    DequeWorker worker;
+    DequeWorkers worker;
     auto const theirs = [&] {
         return nanoseconds(count,
                            [&] {
