@@ -11,7 +11,6 @@ namespace {
 constexpr Nanoseconds shortRun = 20'000; // about what calling a worker costs
 constexpr Nanoseconds penalty = 5'000'000;
 constexpr Nanoseconds watchEvery = 1'000'000;
-constexpr auto taken = ~std::uint64_t{0};
 
 } // namespace
 
@@ -64,8 +63,8 @@ void OwnRun::watch() noexcept {
         park(nobody, 0, monotonicNow() + watchEvery);
         auto number = current_.load(std::memory_order_acquire);
         if (number == 0 || std::exchange(seen, number) != number) continue;
-        if (!current_.compare_exchange_strong(number, taken, std::memory_order_acq_rel)) continue;
-        // The place is this thread's now; the next run has no deputy yet.
+        if (!current_.compare_exchange_strong(number, 0, std::memory_order_acq_rel)) continue;
+        // The place is this thread's now; the next run has no deputy yet, and one that is called for it must find nothing to take.
         hasDeputy_ = false;
         allowedFrom_ = monotonicNow() + penalty;
         return successor_();

@@ -32,7 +32,7 @@ private:
     void watch() noexcept;
 
     Successor const successor_;
-    std::atomic<std::uint64_t> current_ = 0; // the number of the run that is under way, or 0, or `taken`
+    std::atomic<std::uint64_t> current_ = 0; // the number of the run that is under way, or 0; each number is used once
     std::atomic<std::uint32_t> watched_ = 0; // whether the deputy looks
     bool hasDeputy_ = false; // from here on the timekeeper's
     std::uint64_t number_ = 0;
