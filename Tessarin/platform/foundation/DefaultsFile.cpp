@@ -48,8 +48,7 @@ bool fill(std::string const& path, int flags, std::string_view text, mode_t mode
 }
 
 std::string readOrEmpty(std::string const& path) try {
-    auto const bytes = files::read(path);
-    return {reinterpret_cast<char const*>(bytes.data()), bytes.size()};
+    return files::readText(path);
 } catch (ErrorException const& failure) {
     if (failure.error()->code() == ENOENT || failure.error()->code() == ENOTDIR) return {};
     throw;

@@ -4,6 +4,7 @@
 #include "Tessarin/platform/foundation/NSUserDefaults.h"
 #include "Tessarin/platform/runtime/Cell.h"
 #include "Tessarin/platform/runtime/SpinLock.h"
+#include "Tessarin/platform/runtime/TextHashPrivate.h"
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -44,15 +45,7 @@ private:
         Value value;
         std::uint64_t change = 0; // its number while it is not written, else 0
     };
-    struct Hash {
-        using is_transparent = void;
-        std::size_t operator()(std::string_view key) const noexcept { return std::hash<std::string_view>{}(key); }
-    };
-    struct Equal {
-        using is_transparent = void;
-        bool operator()(std::string_view a, std::string_view b) const noexcept { return a == b; }
-    };
-    using Entries = std::unordered_map<Text, Entry, Hash, Equal>;
+    using Entries = std::unordered_map<Text, Entry, TextHash, std::equal_to<>>;
     struct Unwritten {
         std::vector<Dictionary::Entry> changes;
         std::vector<std::uint64_t> numbers;

@@ -63,6 +63,11 @@ std::vector<std::byte> read(std::string const& path) {
     return bytes;
 }
 
+std::string readText(std::string const& path) {
+    auto const bytes = read(path);
+    return {reinterpret_cast<char const*>(bytes.data()), bytes.size()};
+}
+
 void writeAtomically(std::string const& path, std::span<std::byte const> bytes) {
     auto const target = resolved(path);
     auto const temporary = target + "." + NSUUID::UUID().UUIDString().substr(0, 8);

@@ -19,6 +19,8 @@ struct Descriptor {
 [[noreturn]] void fail(std::string const& path);
 /// All bytes of a file, also of one without a size such as a pipe. Throws ErrorException.
 std::vector<std::byte> read(std::string const& path);
+/// The same as a text.
+std::string readText(std::string const& path);
 /// False, and errno, when not all of them could be written.
 bool writeAll(int descriptor, std::span<std::byte const> bytes);
 /// The file itself, where `path` is a symbolic link to one.

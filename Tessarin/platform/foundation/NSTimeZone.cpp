@@ -1,12 +1,13 @@
 #include "Tessarin/platform/foundation/NSTimeZone.h"
 
+#include "Tessarin/platform/foundation/FilesPrivate.h"
+#include "Tessarin/platform/foundation/NSError.h"
 #include "Tessarin/platform/foundation/SystemZonePrivate.h"
 #include "Tessarin/platform/foundation/UserEnvironmentPrivate.h"
 #include "Tessarin/platform/foundation/ZoneTablePrivate.h"
 #include "Tessarin/platform/runtime/FunctionRef.h"
 
 #include <cmath>
-#include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -32,16 +33,10 @@ std::string fileState(std::string const& path) {
     return fmt::format("{}:{}:{}.{}", state.st_dev, state.st_ino, state.st_mtim.tv_sec, state.st_mtim.tv_nsec);
 }
 
-std::string readFile(std::string const& path) {
-    int const file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (file < 0) return {};
-    std::string content(std::size_t{1} << 20, '\0'); // a hundred times the size of the largest one
-    std::size_t size = 0;
-    for (ssize_t count = 1; count > 0 && size < content.size(); size += static_cast<std::size_t>(std::max<ssize_t>(count, 0)))
-        count = ::read(file, content.data() + size, content.size() - size);
-    ::close(file);
-    content.resize(size);
-    return content;
+std::optional<ZoneTable> tableOfFile(std::string const& path) try {
+    return ZoneTable::fromFile(files::readText(path));
+} catch (ErrorException const&) {
+    return {}; // as if there were none
 }
 
 /// "Europe/Berlin" of "/usr/share/zoneinfo/Europe/Berlin"; the path itself when it leads elsewhere.
@@ -67,7 +62,7 @@ Ref<NSTimeZone> zoneOfFile(std::string const& path, std::string name) {
     auto const state = fileState(path);
     if (state.empty()) return nullptr;
     return known(
-        fmt::format("{} {} {}", state, path, name), [&] { return ZoneTable::fromFile(readFile(path)); }, name);
+        fmt::format("{} {} {}", state, path, name), [&] { return tableOfFile(path); }, name);
 }
 
 std::string fileOfName(std::string_view name) {

@@ -1,6 +1,7 @@
 #pragma once
 #include "Tessarin/platform/foundation/NSNotificationChannel.h"
 #include "Tessarin/platform/foundation/NotificationRegistrationPrivate.h"
+#include "Tessarin/platform/runtime/TextHashPrivate.h"
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -33,11 +34,6 @@ public:
     void removeAll();
 
 private:
-    struct Hash {
-        using is_transparent = void;
-        std::size_t operator()(std::string_view name) const noexcept { return std::hash<std::string_view>{}(name); }
-    };
-
     // With the mutex held; what leaves is moved to `gone`, to be destroyed without it.
     Ref<NSNotificationChannel> made(std::string_view name);
     void addLocked(NSNotificationChannel& channel, OwnRegistration& registration, Registrations& gone);
@@ -47,7 +43,7 @@ private:
     std::uint32_t const number_; // tells registries apart, also from those that are no more
     std::mutex mutex_;
     // All guarded by mutex_; everyName_ is constant after start.
-    std::unordered_map<Text, Ref<NSNotificationChannel>, Hash, std::equal_to<>> channels_;
+    std::unordered_map<Text, Ref<NSNotificationChannel>, TextHash, std::equal_to<>> channels_;
     std::unordered_map<NSObject const*, Registrations> byObserver_; // closure observers are their own index
     std::size_t dropAt_ = 64;
     Ref<NSNotificationChannel> everyName_;

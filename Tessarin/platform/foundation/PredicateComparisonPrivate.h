@@ -1,6 +1,7 @@
 #pragma once
 #include "Tessarin/platform/foundation/NSComparisonPredicate.h"
 #include "Tessarin/platform/foundation/TextPattern.h"
+#include "Tessarin/platform/runtime/TextHashPrivate.h"
 #include <unordered_set>
 
 namespace Tessarin {
@@ -15,10 +16,6 @@ public:
     bool contains(Value const& value) const;
 
 private:
-    struct TextHash {
-        using is_transparent = void;
-        std::size_t operator()(std::string_view text) const noexcept { return std::hash<std::string_view>{}(text); }
-    };
     struct ValueHash {
         std::size_t operator()(Value const& value) const noexcept;
     };

@@ -1,4 +1,5 @@
 #pragma once
+#include "Tessarin/platform/runtime/TextHashPrivate.h"
 #include "Tessarin/platform/sqlite/Failure.h"
 #include "Tessarin/platform/sqlite/Statement.h"
 #include <array>
@@ -66,10 +67,6 @@ private:
     static constexpr std::size_t keptStatements = 200;
     struct Close {
         void operator()(sqlite3* handle) const noexcept;
-    };
-    struct TextHash {
-        using is_transparent = void;
-        std::size_t operator()(std::string_view text) const noexcept { return std::hash<std::string_view>{}(text); }
     };
     void forgetStatements();
     LogState logState() const noexcept;
