@@ -91,11 +91,11 @@ bool DispatchQueue::parkSuspended() noexcept {
 }
 
 bool DispatchQueue::parkBehindReaders() noexcept {
-    auto bits = state_.load(std::memory_order_relaxed);
+    auto bits = state_.load(std::memory_order_acquire); // what the last reader did comes before the barrier
     for (;;) {
         if (!(bits & state::Readers)) return false;
         auto const next = (bits & ~state::Owned) | state::Parked;
-        if (state_.compare_exchange_weak(bits, next, std::memory_order_acq_rel, std::memory_order_relaxed)) return true;
+        if (state_.compare_exchange_weak(bits, next, std::memory_order_acq_rel, std::memory_order_acquire)) return true;
     }
 }
 
