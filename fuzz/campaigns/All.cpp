@@ -3,6 +3,7 @@
 #include "fuzz/campaigns/Kill.h"
 #include "fuzz/campaigns/Power.h"
 #include "fuzz/campaigns/Processes.h"
+#include "fuzz/campaigns/Racing.h"
 #include "fuzz/campaigns/Schedule.h"
 
 namespace Tessarin::campaigns {
@@ -13,14 +14,14 @@ std::span<Campaign const> allCampaigns() {
         {"power", "power goes while the disk writes", tryPower, judgePower, 200},
         {"kill", "killed at any moment of a save or a migration", tryKill, judgeKill, 300},
         {"damage", "damaged files are opened and used", tryDamage, judgeDamage, 100},
-        {"processes", "eight processes over one store", tryProcesses},
-        {"schedule", "three levels of contexts against a sequential model", trySchedule},
+        {"processes", "processes race to make a store; eight of them use one", tryProcesses},
+        {"schedule", "three levels of contexts against a sequential model; siblings that raise one record", trySchedule},
     };
     return all;
 }
 
 std::span<Role const> allRoles() {
-    static constexpr Role all[] = {{"saver", runSaver}, {"migrator", runMigrator}, {"actor", runActor}};
+    static constexpr Role all[] = {{"saver", runSaver}, {"migrator", runMigrator}, {"actor", runActor}, {"maker", runMaker}};
     return all;
 }
 

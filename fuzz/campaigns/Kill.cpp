@@ -33,7 +33,8 @@ void trySaves(Trial& trial, Tally& tally) {
     requireIntegrity(file);
     auto const content = contentOf(shelf);
     bool const isNext = content == contentAfter(acknowledged + 1);
-    require(isNext || content == contentAfter(acknowledged), "{} saves were acknowledged; the file holds {}", acknowledged, content);
+    require(isNext || content == contentAfter(acknowledged), "after {} saves that were acknowledged: {}", acknowledged,
+            differenceOf(content, contentAfter(acknowledged)));
     if (isNext) tally.add("saves found whole that were not acknowledged");
 }
 

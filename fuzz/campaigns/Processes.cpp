@@ -2,6 +2,7 @@
 #include "fuzz/campaigns/Processes.h"
 
 #include "fuzz/campaigns/Child.h"
+#include "fuzz/campaigns/Racing.h"
 #include "fuzz/campaigns/Shelf.h"
 
 #include <map>
@@ -119,8 +120,8 @@ int runActor(std::span<char*> arguments) {
 }
 
 void tryProcesses(Trial& trial, Tally& tally) {
-    auto const file = trial.folder() + "/shelf.db";
-    { Shelf const first(file); }
+    tryRacing(trial, tally);
+    auto const file = trial.folder() + "/shelf.db"; // made by whoever comes first
     std::vector<std::unique_ptr<Child>> children;
     for (int at = 0; at < processCount; ++at)
         children.push_back(std::make_unique<Child>(
