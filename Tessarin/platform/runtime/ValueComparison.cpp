@@ -104,8 +104,16 @@ std::size_t Value::hash() const noexcept {
     case Kind::URL: return std::hash<std::string_view>{}(urlText()) + 1;
     case Kind::Decimal: return std::hash<std::string>{}(decimal().text());
     case Kind::Object: return object()->hash();
-    case Kind::List: return list().size() + 7;
-    case Kind::Set: return set().size() + 11;
+    case Kind::List: {
+        std::size_t hash = 7;
+        for (auto const& value : list()) hash = hash * 1'000'003 + value.hash();
+        return hash;
+    }
+    case Kind::Set: { // in any order
+        std::size_t hash = set().size() + 11;
+        for (auto const& value : set()) hash += value.hash();
+        return hash;
+    }
     case Kind::Dictionary: return dictionary().size() + 13;
     case Kind::ValueDictionary: return valueDictionary().size() + 17;
     default: return 0;

@@ -150,7 +150,7 @@ std::vector<Ref<NSManagedObject>> NSManagedObjectContext::deletedObjects() const
     return changedWhere(*state_, [](NSManagedObject const& object) { return object.isDeleted(); });
 }
 
-bool NSManagedObjectContext::hasChanges() const { return !state_->changed.empty() || !state_->published.current()->empty(); }
+bool NSManagedObjectContext::hasChanges() const { return !state_->changed.empty() || !state_->published.empty(); }
 
 bool NSManagedObjectContext::save(Ref<NSError>& error) {
     error = state_->link ? SaveOperation(*this, *state_).run()

@@ -3,6 +3,7 @@
 #include "Tessarin/platform/objectgraph/persistence/RowBuilder.h"
 
 #include <algorithm>
+#include <unordered_set>
 #include <utility>
 
 namespace Tessarin {
@@ -41,14 +42,28 @@ ChangeSets rebased(ChangeSets const& sets, Ref<ChangeSet const> const& unsaved) 
 }
 
 bool PublishedChanges::receive(ChangeSets const& sets, std::uint64_t seen) {
-    std::lock_guard const hold(mutex_);
-    if (arrivals_ != seen) return false;
-    ++arrivals_;
-    auto next = std::make_shared<ChangeSets>(*current_);
-    next->insert(next->end(), sets.begin(), sets.end());
-    current_ = std::move(next);
-    for (auto const& set : sets) unapplied_.push_back({set});
-    return true;
+    return append(sets, [&] {
+        if (arrivals_ != seen) return false;
+        for (auto const& set : sets) unapplied_.push_back({set});
+        return true;
+    });
+}
+
+/// What is read is folded outside the lock, on what stands there then; should something change meanwhile, once more.
+bool PublishedChanges::append(ChangeSets const& sets, FunctionRef<bool()> accept) {
+    for (;;) {
+        auto const [before, state] = forReading();
+        auto next = std::make_shared<ChangeSets>(*before);
+        for (auto const& set : sets) addFolded(*next, set);
+        std::lock_guard const hold(mutex_);
+        if (state_ != state) continue;
+        if (!accept()) return false;
+        if (!sets.empty()) ++arrivals_;
+        ++state_;
+        sets_.insert(sets_.end(), sets.begin(), sets.end());
+        read_ = std::move(next);
+        return true;
+    }
 }
 
 std::uint64_t PublishedChanges::arrivals() const {
@@ -75,14 +90,24 @@ std::vector<Ref<NSManagedObjectContext>> PublishedChanges::readers() const {
     return living;
 }
 
-std::shared_ptr<ChangeSets const> PublishedChanges::current() const {
+ChangeSets PublishedChanges::current() const {
     std::lock_guard const hold(mutex_);
-    return current_;
+    return sets_;
+}
+
+bool PublishedChanges::empty() const {
+    std::lock_guard const hold(mutex_);
+    return sets_.empty();
+}
+
+PublishedChanges::Reading PublishedChanges::forReading() const {
+    std::lock_guard const hold(mutex_);
+    return {read_, state_};
 }
 
 ChangeSets PublishedChanges::forChildren() const {
     std::lock_guard const hold(mutex_);
-    auto sets = *current_;
+    auto sets = *read_;
     if (unsaved_) sets.push_back(unsaved_);
     return sets;
 }
@@ -98,12 +123,11 @@ void PublishedChanges::setUnsaved(Ref<ChangeSet const> unsaved) {
 }
 
 void PublishedChanges::stage(Ref<ChangeSet const> const& own) {
-    std::lock_guard const hold(mutex_);
-    auto next = std::make_shared<ChangeSets>(*current_);
-    if (own) next->push_back(own);
-    if (own) ++arrivals_;
-    current_ = std::move(next);
-    unsaved_ = nullptr;
+    Ref<ChangeSet const> before; // released after the lock
+    append(own ? ChangeSets{own} : ChangeSets{}, [&] {
+        before = std::exchange(unsaved_, nullptr);
+        return true;
+    });
 }
 
 void PublishedChanges::unstage(Ref<ChangeSet const> const& own) {
@@ -118,11 +142,23 @@ std::vector<PublishedChanges::Arrival> PublishedChanges::takeUnapplied() {
 }
 
 void PublishedChanges::remove(ChangeSets const& sets) {
-    std::shared_ptr<ChangeSets const> before; // released after the lock
-    std::lock_guard const hold(mutex_);
-    auto next = std::make_shared<ChangeSets>(*current_);
-    std::erase_if(*next, [&](auto const& set) { return std::ranges::find(sets, set) != sets.end(); });
-    before = std::exchange(current_, std::move(next));
+    if (sets.empty()) return;
+    std::unordered_set<ChangeSet const*> leaving;
+    for (auto const& set : sets) leaving.insert(set.get());
+    for (;;) {
+        auto const state = forReading().state;
+        auto left = current();
+        std::erase_if(left, [&](auto const& set) { return leaving.contains(set.get()); });
+        auto read = std::make_shared<ChangeSets>();
+        for (auto const& set : left) addFolded(*read, set);
+        std::shared_ptr<ChangeSets const> before; // released after the lock, as is what `left` holds then
+        std::lock_guard const hold(mutex_);
+        if (state_ != state) continue;
+        ++state_;
+        std::swap(sets_, left);
+        before = std::exchange(read_, std::move(read));
+        return;
+    }
 }
 
 } // namespace Tessarin

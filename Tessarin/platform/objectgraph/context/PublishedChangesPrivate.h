@@ -1,5 +1,6 @@
 #pragma once
-#include "Tessarin/platform/objectgraph/persistence/ChangeSet.h"
+#include "Tessarin/platform/objectgraph/context/FoldedChangesPrivate.h"
+#include "Tessarin/platform/runtime/FunctionRef.h"
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -7,7 +8,6 @@
 namespace Tessarin {
 
 class NSManagedObjectContext;
-using ChangeSets = std::vector<Ref<ChangeSet const>>;
 
 /// The change sets that children handed to a context and that it has not handed on yet, in their order, and on top of them
 /// the context's own unsaved changes as they were when it last looked. Readers of the levels below take both without
@@ -20,8 +20,15 @@ public:
     std::uint64_t arrivals() const;
     /// What a save further up left otherwise than it was handed up.
     void receiveCorrections(Ref<ChangeSet const> const& set);
-    /// The sets that stand here now.
-    std::shared_ptr<ChangeSets const> current() const;
+    /// The sets that stand here now, as they were handed up: what a save hands on.
+    ChangeSets current() const;
+    bool empty() const;
+    /// The same for readers, folded to a few sets.
+    struct Reading {
+        std::shared_ptr<ChangeSets const> sets;
+        std::uint64_t state; // another one as soon as sets come or go
+    };
+    Reading forReading() const;
     /// The same with the unsaved changes: what children see.
     ChangeSets forChildren() const;
     /// The context's own changes; null for none.
@@ -44,8 +51,12 @@ public:
     void remove(ChangeSets const& sets);
 
 private:
+    bool append(ChangeSets const& sets, FunctionRef<bool()> accept);
+
     mutable std::mutex mutex_;
-    std::shared_ptr<ChangeSets const> current_ = std::make_shared<ChangeSets>(); // guarded by mutex_, like what follows
+    ChangeSets sets_;                                                         // guarded by mutex_, like what follows
+    std::shared_ptr<ChangeSets const> read_ = std::make_shared<ChangeSets>(); // the same, folded
+    std::uint64_t state_ = 0;
     std::uint64_t arrivals_ = 0;
     std::vector<Arrival> unapplied_;
     std::vector<WeakRef<NSManagedObjectContext>> readers_;

@@ -32,10 +32,10 @@ RowRef rowAfter(RecordChange const& change, RowRef const& current) {
 
 RecordReader::RecordReader(ContextState& context, Sees sees) : coordinator_(context.coordinator), store_(coordinator_ ? coordinator_->store() : nullptr) {
     std::vector<ChangeSets> levels;
-    levels.push_back(*context.published.current()); // its own unsaved changes are in its objects
+    levels.push_back(*context.published.forReading().sets); // its own unsaved changes are in its objects
     for (auto* at = context.parent.get(); at; at = at->parentContext().get()) {
         auto const& published = GraphAccess::state(*at).published;
-        levels.push_back(sees == Sees::Unsaved ? published.forChildren() : *published.current());
+        levels.push_back(sees == Sees::Unsaved ? published.forChildren() : *published.forReading().sets);
     }
     for (auto level = levels.rbegin(); level != levels.rend(); ++level)
         for (auto const& set : *level)

@@ -7,6 +7,8 @@
 #include "Tessarin/platform/objectgraph/persistence/StoreErrors.h"
 
 #include <algorithm>
+#include <ranges>
+#include <unordered_map>
 
 namespace Tessarin {
 namespace {
@@ -34,7 +36,7 @@ Ref<NSError> SaveOperation::run() try {
     if (auto error = givePermanentKeys()) return error;
     own_ = packer_.pack();
     context_.published.stage(own_);
-    sets_ = *context_.published.current();
+    sets_ = context_.published.current();
     if (auto error = deliver()) {
         context_.published.unstage(own_);
         return error;
@@ -138,18 +140,22 @@ Ref<NSError> SaveOperation::handUp(NSManagedObjectContext& parent) {
 bool SaveOperation::fitsAbove(ContextState& parent) const {
     RecordReader const above(parent, RecordReader::Sees::Saved);
     auto const& cache = context_.coordinator->space()->cache();
-    auto const latest = [](ChangeSets const& sets, std::size_t end, RecordChange const& change) -> RecordChange const* {
-        while (end-- > 0)
-            if (auto const* found = sets[end]->find(*change.entity, change.key)) return found;
+    std::unordered_map<RecordKey, RecordChange const*> handed; // the latest so far
+    auto const latest = [&](RecordChange const& change) -> RecordChange const* {
+        if (auto const found = handed.find(change.key); found != handed.end()) return found->second;
+        for (auto const& set : std::views::reverse(above.sets()))
+            if (auto const* found = set->find(*change.entity, change.key)) return found;
         return nullptr;
     };
-    for (std::size_t set = 0; set < handed_.size(); ++set)
-        for (auto const& change : handed_[set]->changes()) {
+    for (auto const& set : handed_) {
+        for (auto const& change : set->changes()) {
             if (!change.before || change.before == change.after || change.before->key() < 0) continue;
-            auto const* basis = latest(handed_, set, change);
-            if (!basis) basis = latest(above.sets(), above.sets().size(), change);
+            auto const* basis = latest(change);
             if ((basis ? basis->after : cache.find(change.key)) != change.before) return false;
         }
+        if (set == handed_.back()) break;
+        for (auto const& change : set->changes()) handed[change.key] = &change;
+    }
     return true;
 }
 
