@@ -25,7 +25,7 @@ NSEntityDescription const& entityNamed(Coordinator const& coordinator, std::stri
     throw ErrorException(storeError(StoreErrorCode::UnknownEntity, "There is no entity named \"" + name + "\" in this model."));
 }
 
-BatchAssignment toOne(NSEntityDescription const& entity, NSRelationshipDescription const& relationship, Value const& value) {
+BatchAssignment toOne(Coordinator const& coordinator, NSEntityDescription const& entity, NSRelationshipDescription const& relationship, Value const& value) {
     auto const& name = relationship.name();
     if (relationship.isToMany() || relationship.isTransient()) refuse(entity, name, "is a relationship that a batch update cannot set.");
     if (relationship.isReciprocal() && !relationship.inverseRelationship()->isToMany())
@@ -34,13 +34,13 @@ BatchAssignment toOne(NSEntityDescription const& entity, NSRelationshipDescripti
         if (auto error = relationship.validateCount(0)) throw ErrorException(error);
         return {.property = &relationship};
     }
-    auto const key = recordKeyOf(value);
-    if (key == 0) refuse(entity, name, "takes an identity or an object.");
+    auto const key = recordKeyOf(value, coordinator->identities());
+    if (key == 0) refuse(entity, name, "takes an identity or an object of this coordinator.");
     if (key < 0) throw ErrorException(missingDestination(relationship, key));
     return {.property = &relationship, .reference = key};
 }
 
-BatchAssignment assignment(NSEntityDescription const& entity, std::string const& name, Value value) {
+BatchAssignment assignment(Coordinator const& coordinator, NSEntityDescription const& entity, std::string const& name, Value value) {
     auto const* property = entity.propertyNamed(name);
     if (!property) refuse(entity, name, "is no property of this entity.");
     NSAttributeDescription const* source = nullptr;
@@ -58,7 +58,7 @@ BatchAssignment assignment(NSEntityDescription const& entity, std::string const&
     auto const* attribute = property->asAttribute();
     if (!attribute) {
         if (source) refuse(entity, name, "takes an identity or an object.");
-        return toOne(entity, *property->asRelationship(), value);
+        return toOne(coordinator, entity, *property->asRelationship(), value);
     }
     CellType type{};
     if (attribute->isTransient() || attribute->isDerived() || !cellTypeOf(attribute->attributeType(), type))
@@ -104,7 +104,7 @@ void onTargets(Coordinator const& coordinator, NSFetchRequest const& request, bo
 std::vector<BatchTarget> targetsOf(Coordinator const& coordinator, std::span<Ref<NSManagedObjectID> const> ids) {
     std::map<NSEntityDescription const*, std::vector<RecordKey>> keys; // by root entity
     for (auto const& id : ids)
-        if (id->entity().managedObjectModel() == coordinator->managedObjectModel().get() && id->recordKey() > 0)
+        if (id->isIn(coordinator->identities()) && id->recordKey() > 0)
             keys[id->entity().rootEntity()].push_back(id->recordKey());
     std::vector<BatchTarget> targets;
     for (auto& [root, some] : keys) targets.push_back({.query = {.entity = root, .sortDescriptors = {}}, .keys = std::move(some)});
@@ -125,7 +125,7 @@ Ref<ChangeSet const> changesNow(NSPersistentStoreCoordinator& coordinator, Objec
     std::vector<RecordChange> found;
     for (auto const& [kind, ids] : changes)
         for (auto const& id : ids) {
-            if (id->entity().managedObjectModel() != coordinator.managedObjectModel().get() || id->recordKey() <= 0) continue;
+            if (!id->isIn(coordinator.identities()) || id->recordKey() <= 0) continue;
             if (kind == NSDeletedObjectsKey)
                 found.push_back({.kind = RecordChange::Kind::Delete, .key = id->recordKey(), .entity = &id->entity(), .before = {}, .after = {}, .relationships = {}});
             else
@@ -150,7 +150,7 @@ Ref<NSBatchUpdateResult> NSManagedObjectContext::executeRequest(NSBatchUpdateReq
         auto& store = storeOf(coordinator);
         auto const& entity = entityNamed(coordinator, request.entityName());
         std::vector<BatchAssignment> assignments;
-        for (auto const& [name, value] : request.propertiesToUpdate()) assignments.push_back(assignment(entity, name, value));
+        for (auto const& [name, value] : request.propertiesToUpdate()) assignments.push_back(assignment(coordinator, entity, name, value));
         BatchOutcome outcome;
         auto const meant = make<NSFetchRequest>(request.entityName());
         meant->setPredicate(request.predicate());

@@ -3,13 +3,13 @@
 namespace Tessarin {
 
 RecordKey ChangePacker::current(RecordKey key) const {
-    if (key < 0) context_.link->findKeys({&key, 1});
-    return key;
+    key = context_.link->current(key);
+    return key < 0 && !context_.link->find(key) ? 0 : key; // one that was never saved, and is gone
 }
 
 std::vector<RecordKey> ChangePacker::current(std::span<RecordKey const> keys) const {
     std::vector<RecordKey> result(keys.begin(), keys.end());
-    context_.link->findKeys(result);
+    for (auto& key : result) key = current(key);
     std::erase(result, 0);
     return result;
 }

@@ -44,26 +44,29 @@ void releaseObject(FaultBatch& batch) noexcept {
 }
 
 Ref<NSManagedObject> ContextLink::find(RecordKey key) const {
+    auto object = registered(key);
+    if (object || key >= 0) return object;
+    auto const now = permanentFor(key);
+    return now == key ? nullptr : registered(now);
+}
+
+RecordKey ContextLink::permanentFor(RecordKey temporary) const {
+    if (auto const own = aliases_.find(temporary)) return own;
+    auto const shared = coordinator_->promotions().permanentKey(temporary);
+    return shared != 0 ? shared : temporary;
+}
+
+Ref<NSManagedObject> ContextLink::registered(RecordKey key) const {
     std::lock_guard const hold(mutex_);
     auto* object = objects_.find(key);
     // An object whose last reference has just gone waits for the lock to leave; it is not given out again.
     return object ? std::static_pointer_cast<NSManagedObject>(object->weak_from_this().lock()) : nullptr;
 }
 
-void ContextLink::findKeys(std::span<RecordKey> keys) const {
-    std::lock_guard const hold(mutex_);
-    for (auto& key : keys) {
-        if (key >= 0) continue; // permanent
-        auto* object = objects_.find(key);
-        key = object ? GraphAccess::state(*object).key : 0;
-        if (key < 0 && object->weak_from_this().expired()) key = 0; // on its way out, and never saved
-    }
-}
-
 void ContextLink::findAll(std::span<RowRef const> rows, std::span<Ref<NSManagedObject>> objects) const {
     std::lock_guard const hold(mutex_);
     for (std::size_t at = 0; at < rows.size(); ++at)
-        if (auto* object = objects_.find(rows[at]->key()))
+        if (auto* object = objects_.find(current(rows[at]->key())))
             objects[at] = std::static_pointer_cast<NSManagedObject>(object->weak_from_this().lock());
 }
 
@@ -91,9 +94,10 @@ void ContextLink::remove(NSManagedObject& object, RecordKey key) noexcept {
     objects_.remove(key, &object);
 }
 
-void ContextLink::removeTemporaries(std::span<std::pair<RecordKey, RecordKey> const> promoted) noexcept {
+void ContextLink::rename(NSManagedObject& object, RecordKey before, RecordKey now) {
     std::lock_guard const hold(mutex_);
-    for (auto const& [temporary, permanent] : promoted) objects_.set(temporary, nullptr);
+    objects_.remove(before, &object);
+    objects_.set(now, &object);
 }
 
 std::size_t ContextLink::count() const {

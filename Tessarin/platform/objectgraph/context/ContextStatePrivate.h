@@ -17,11 +17,11 @@ public:
     EntityRulesTable rules;
 
     std::vector<Ref<NSManagedObject>> changed; // every object with unsaved changes
-    std::vector<std::pair<RecordKey, RecordKey>> promoted; // temporary keys that objects are still known under, and the permanent ones
     bool hasUnannouncedChanges = false;        // since the last did-change notification
     PublishedChanges published;                // what children handed up, not yet handed on; any thread
     std::atomic<int> children{0};              // contexts whose parent this is; any thread
     bool isShowingUnsaved = false;             // had a child when it last processed its changes
+    bool showsOldKeys = false;                 // what is shown to children has temporary keys that are permanent now
     std::size_t promotionsSeen = 0;            // of the coordinator's log
     bool knowsForeignTemporaries = false;      // has objects for unsaved records of an ancestor
 

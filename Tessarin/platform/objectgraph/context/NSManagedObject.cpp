@@ -30,9 +30,11 @@ NSManagedObject::~NSManagedObject() {
 
 Ref<NSManagedObjectID> NSManagedObject::objectID() const {
     auto& extras = const_cast<ObjectState&>(state_).more();
-    if (!extras.id) extras.id = state_.link()->coordinator().identities().identity(entity(), state_.key);
+    if (!extras.id) extras.id = state_.link()->coordinator().identities().identity(entity(), state_.link()->current(state_.key));
     return extras.id;
 }
+
+IdentityTable const& NSManagedObject::identityTable() const { return state_.link()->coordinator().identities(); }
 
 Ref<NSManagedObjectContext> NSManagedObject::managedObjectContext() const {
     if (!state_.link() || (isDeleted() && state_.has(ObjectState::Gone))) return nullptr;

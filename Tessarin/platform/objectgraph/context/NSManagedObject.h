@@ -34,6 +34,7 @@ public:
     NSEntityDescription const& entity() const noexcept { return state_.layout->entity(); }
     Ref<NSManagedObjectID> objectID() const;
     RecordKey recordKey() const override { return state_.key; }
+    IdentityTable const& identityTable() const override;
     /// Null once the context is gone, and after the deletion of the object was saved.
     Ref<NSManagedObjectContext> managedObjectContext() const;
 

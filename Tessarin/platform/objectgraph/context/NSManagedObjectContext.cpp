@@ -22,6 +22,12 @@ void publishUnsaved(ContextState& context) {
         if (object->recordKey() < 0) GraphAccess::state(*object).set(ObjectState::Published);
 }
 
+void joinCoordinator(ContextState& context, Ref<NSManagedObjectContext> const& owner, Ref<NSPersistentStoreCoordinator> coordinator) {
+    context.coordinator = std::move(coordinator);
+    context.link = ContextLinkRef{new ContextLink(owner, context, context.coordinator)};
+    context.promotionsSeen = context.coordinator->promotions().join();
+}
+
 std::vector<Ref<NSManagedObject>> changedWhere(ContextState const& context, FunctionRef<bool(NSManagedObject const&)> fits) {
     std::vector<Ref<NSManagedObject>> result;
     for (auto const& object : context.changed)
@@ -35,7 +41,9 @@ NSManagedObjectContext::NSManagedObjectContext() : state_(std::make_unique<Conte
 
 NSManagedObjectContext::~NSManagedObjectContext() {
     if (state_->parent) state_->parent->state_->children.fetch_sub(1, std::memory_order_relaxed);
-    if (state_->link) state_->link->contextIsGone();
+    if (!state_->link) return;
+    state_->link->contextIsGone();
+    state_->coordinator->promotions().leave(state_->promotionsSeen);
 }
 
 void NSManagedObjectContext::init(ConcurrencyType concurrencyType) {
@@ -63,14 +71,12 @@ void NSManagedObjectContext::setParentContext(Ref<NSManagedObjectContext> parent
         state_->parent->state_->published.addReader(self<NSManagedObjectContext>());
     }
     if (!state_->parent || !state_->parent->state_->coordinator) return;
-    state_->coordinator = state_->parent->state_->coordinator;
-    state_->link = ContextLinkRef{new ContextLink(self<NSManagedObjectContext>(), *state_, state_->coordinator)};
+    joinCoordinator(*state_, self<NSManagedObjectContext>(), state_->parent->state_->coordinator);
 }
 
 void NSManagedObjectContext::setPersistentStoreCoordinator(Ref<NSPersistentStoreCoordinator> coordinator) {
     if (state_->link || state_->parent) fatal("a context's coordinator cannot be set once it has a parent or a coordinator");
-    state_->coordinator = std::move(coordinator);
-    state_->link = ContextLinkRef{new ContextLink(self<NSManagedObjectContext>(), *state_, state_->coordinator)};
+    joinCoordinator(*state_, self<NSManagedObjectContext>(), std::move(coordinator));
 }
 
 void NSManagedObjectContext::performBlock(Closure<void()> block) {
@@ -110,7 +116,7 @@ Ref<NSManagedObject> NSManagedObjectContext::insertNewObject(std::string_view en
 }
 
 Ref<NSManagedObject> NSManagedObjectContext::objectWithID(NSManagedObjectID const& id) {
-    if (!state_->link || id.entity().managedObjectModel() != state_->coordinator->managedObjectModel().get()) return nullptr;
+    if (!state_->link || !id.isIn(state_->coordinator->identities())) return nullptr;
     return objectWithKey(*state_, id.entity(), id.recordKey());
 }
 
@@ -130,7 +136,7 @@ Ref<NSManagedObject> NSManagedObjectContext::existingObjectWithID(NSManagedObjec
 }
 
 Ref<NSManagedObject> NSManagedObjectContext::objectRegisteredForID(NSManagedObjectID const& id) {
-    if (!state_->link || id.entity().managedObjectModel() != state_->coordinator->managedObjectModel().get()) return nullptr;
+    if (!state_->link || !id.isIn(state_->coordinator->identities())) return nullptr;
     return state_->link->find(id.recordKey());
 }
 
@@ -201,7 +207,7 @@ void NSManagedObjectContext::rollback() {
         state.set(ObjectState::Deleted);
         state.set(ObjectState::Gone);
     }
-    state_->promoted.clear();
+    if (state_->link) state_->link->forgetAliases();
     state_->published.setUnsaved(nullptr);
 }
 
@@ -221,7 +227,8 @@ void NSManagedObjectContext::processPendingChanges() {
     bool const hasChildren = state_->children.load(std::memory_order_relaxed) != 0;
     bool const wasShowing = std::exchange(state_->isShowingUnsaved, hasChildren);
     bool const hasNews = std::exchange(state_->hasUnannouncedChanges, false);
-    if (hasNews || hasChildren != wasShowing) publishUnsaved(*state_);
+    bool const isStale = std::exchange(state_->showsOldKeys, false);
+    if (hasNews || isStale || hasChildren != wasShowing) publishUnsaved(*state_);
     if (hasNews) postDidChange(*this);
 }
 

@@ -12,6 +12,7 @@ namespace {
 constexpr std::size_t longestRun = 256; // objects that are entered together
 
 Ref<NSManagedObject> madeFault(ContextState& context, NSEntityDescription const& entity, RecordKey key, FaultBatchRef const& batch) {
+    key = context.link->current(key);
     auto object = context.link->makeObject(entity, key, batch);
     GraphAccess::state(*object).set(ObjectState::Fault);
     context.link->add(*object, key);
@@ -55,12 +56,13 @@ private:
 
 /// The objects of a run of rows, entered into the register under one lock.
 void findOrMake(ContextState& context, std::span<RowRef> rows, FaultBatch& batch, std::span<Ref<NSManagedObject>> objects) {
+    applyPromotions(context);
     context.link->findAll(rows, objects);
     auto const missing = static_cast<std::size_t>(std::ranges::count(objects, nullptr));
     {
         BatchShare share(batch, missing);
         for (std::size_t at = 0; at < rows.size(); ++at) {
-            auto const key = rows[at]->key();
+            auto const key = context.link->current(rows[at]->key());
             batch.members.push_back(key);
             if (objects[at]) {
                 requireSameTree(objects[at]->entity(), rows[at]->entity(), key);
@@ -90,6 +92,7 @@ std::vector<RecordKey> unfilledMembers(ContextState& context, NSManagedObject& o
 } // namespace
 
 Ref<NSManagedObject> objectWithRow(ContextState& context, RowRef row, FaultBatchRef const& batch) {
+    applyPromotions(context);
     auto object = context.link->find(row->key());
     if (object) requireSameTree(object->entity(), row->entity(), row->key());
     if (!object) object = madeFault(context, row->entity(), row->key(), batch); // runs the application's initialiser
@@ -117,6 +120,7 @@ void objectsWithRows(ContextState& context, NSEntityDescription const& entity, s
 }
 
 Ref<NSManagedObject> objectWithKey(ContextState& context, NSEntityDescription const& entity, RecordKey key, FaultBatchRef const& batch) {
+    applyPromotions(context);
     if (auto living = context.link->find(key)) {
         requireSameTree(living->entity(), entity, key);
         return living;
@@ -163,8 +167,10 @@ void walkBatch(ContextState& context, FaultBatch& batch, NSRelationshipDescripti
 }
 
 void fillFault(ContextState& context, NSManagedObject& object) {
+    RecordReader const reader(context);
+    applyPromotions(context); // which may have come with what the reader sees
     auto const keys = unfilledMembers(context, object);
-    RecordReader(context).rows(object.entity(), keys, [&](RowRef row) {
+    reader.rows(object.entity(), keys, [&](RowRef row) {
         auto const other = row->key() == object.recordKey() ? nullptr : context.link->find(row->key());
         if (!other && row->key() != object.recordKey()) return;
         auto& state = GraphAccess::state(other ? *other : object);
@@ -178,17 +184,17 @@ void fillFault(ContextState& context, NSManagedObject& object) {
 void promoteObject(ContextState& context, NSManagedObject& object, RecordKey permanent) {
     auto& state = GraphAccess::state(object);
     context.coordinator->identities().promote(state.key, permanent);
-    context.link->add(object, permanent);
-    context.promoted.emplace_back(state.key, permanent);
+    context.link->rename(object, state.key, permanent);
     state.key = permanent;
+    if (state.has(ObjectState::Published)) context.showsOldKeys = true;
     state.clear(ObjectState::Published);
 }
 
 void applyPromotions(ContextState& context) {
     auto& promotions = context.coordinator->promotions();
     if (promotions.count() == context.promotionsSeen) return;
-    auto const log = promotions.since(context.promotionsSeen);
-    context.promotionsSeen += log.size();
+    auto const log = promotions.advance(context.promotionsSeen);
+    context.link->noteKeyChange();
     for (auto const& [temporary, permanent] : log)
         if (auto const object = context.link->find(temporary); object && object->recordKey() == temporary) promoteObject(context, *object, permanent);
 }

@@ -22,7 +22,7 @@ void fillFault(ContextState& context, NSManagedObject& object);
 /// Keeps the object in the context's list of changed objects.
 void markChanged(NSManagedObject& object, ObjectState::Flag how);
 
-/// The record has its permanent key from now on. Until what refers to it is packed, it stays known under the other, too.
+/// The record has its permanent key from now on; what refers to it by the other is told by `updateKeys`.
 void promoteObject(ContextState& context, NSManagedObject& object, RecordKey permanent);
 /// Goes through what became permanent elsewhere since the last time.
 void applyPromotions(ContextState& context);

@@ -20,12 +20,13 @@ struct ToManyState {
     std::vector<RecordKey> order;  // when loaded, of an ordered one
     KeySet added, removed;
     bool isReordered = false;
+    bool holdsTemporaries = false; // perhaps: keys that may have given way to permanent ones
 
     bool isChanged() const { return !added.empty() || !removed.empty() || isReordered; }
-    /// Temporary keys among the members give way to permanent ones.
     template <class Translate> void toPermanent(Translate translate) {
+        if (!holdsTemporaries) return;
         for (auto& key : order) key = translate(key);
-        members.translate(translate);
+        for (auto* keys : {&members, &added, &removed}) keys->translate(translate);
     }
 };
 
@@ -36,6 +37,7 @@ struct ObjectExtras {
     std::vector<ToManyState> toMany;
     std::vector<std::pair<std::uint32_t, RecordKey>> denied; // destinations of Deny relationships when it was deleted
     Ref<NSManagedObjectID> id;
+    std::uint32_t keysAsOf = 0; // the count of the link's changes of keys when values and relationships were last looked through
 
     // An import makes them by the ten thousand, and one save releases them all.
     static void* operator new(std::size_t size) { return ObjectSlab::take(size); }

@@ -48,8 +48,10 @@ bool RecordReader::hasChangesOf(NSEntityDescription const& entity) const {
 
 RecordReader::Pending RecordReader::pending(NSEntityDescription const& entity, RecordKey key) const {
     Pending result;
+    auto const before = key > 0 ? coordinator_->promotions().temporaryKey(key) : 0;
     for (auto const& set : sets_) {
         auto const* change = set->find(entity, key);
+        if (!change && before != 0) change = set->find(entity, before);
         if (!change) continue;
         if (change->kind == RecordChange::Kind::Delete) {
             result = {true, {}};
@@ -72,7 +74,9 @@ RowRef RecordReader::row(NSEntityDescription const& entity, RecordKey key, bool 
 
 void RecordReader::rows(NSEntityDescription const& entity, std::span<RecordKey const> keys, FunctionRef<void(RowRef)> each, bool fresh) const {
     std::vector<RecordKey> wanted;
-    for (auto const key : keys) {
+    for (auto key : keys) {
+        if (key < 0)
+            if (auto const permanent = coordinator_->promotions().permanentKey(key)) key = permanent;
         if (!sets_.empty())
             if (auto const found = pending(entity, key); found.isKnown) {
                 if (found.row) each(found.row);

@@ -13,6 +13,12 @@ namespace {
 
 ObjectState::Flag changeOf(NSManagedObject const& object) { return object.isInserted() ? ObjectState::Inserted : ObjectState::Updated; }
 
+ToManyState& toManyOf(NSManagedObject& owner, NSRelationshipDescription const& relationship) {
+    auto& state = GraphAccess::state(owner);
+    updateKeys(state);
+    return state.toMany(relationship.index());
+}
+
 void setReference(NSManagedObject& object, NSRelationshipDescription const& relationship, RecordKey key) {
     GraphAccess::fire(object);
     auto& extras = GraphAccess::state(object).more();
@@ -25,7 +31,8 @@ void setReference(NSManagedObject& object, NSRelationshipDescription const& rela
 
 void addMember(NSManagedObject& owner, NSRelationshipDescription const& relationship, RecordKey key) {
     if (relationship.isOrdered()) loadedMembers(owner, relationship); // a new member comes last, whatever stands before it
-    auto& state = GraphAccess::state(owner).toMany(relationship.index());
+    auto& state = toManyOf(owner, relationship);
+    if (key < 0) state.holdsTemporaries = true;
     if (!state.removed.remove(key)) state.added.append(key);
     if (state.isLoaded && relationship.isOrdered()) state.order.push_back(key);
     if (state.isLoaded && !relationship.isOrdered()) state.members.append(key);
@@ -35,7 +42,8 @@ void addMember(NSManagedObject& owner, NSRelationshipDescription const& relation
 
 void removeMember(NSManagedObject& owner, NSRelationshipDescription const& relationship, RecordKey key) {
     if (relationship.isOrdered()) loadedMembers(owner, relationship);
-    auto& state = GraphAccess::state(owner).toMany(relationship.index());
+    auto& state = toManyOf(owner, relationship);
+    if (key < 0) state.holdsTemporaries = true;
     if (!state.added.remove(key)) state.removed.add(key);
     if (state.isLoaded && relationship.isOrdered()) std::erase(state.order, key);
     if (state.isLoaded && !relationship.isOrdered()) state.members.remove(key);
@@ -73,14 +81,24 @@ void requireFits(NSManagedObject& object, NSRelationshipDescription const& relat
 
 } // namespace
 
+void updateKeys(ObjectState& state) {
+    auto& link = *state.link();
+    if (!state.extras || std::exchange(state.extras->keysAsOf, link.keyChanges()) == link.keyChanges()) return;
+    auto const& properties = state.layout->entity().properties();
+    for (auto& [property, value] : state.extras->values)
+        if (properties[property]->asRelationship() && value.integer() < 0) value = link.current(value.integer());
+    for (auto& toMany : state.extras->toMany) toMany.toPermanent([&](RecordKey key) { return link.current(key); });
+}
+
 RecordKey referenceOf(NSManagedObject& object, NSRelationshipDescription const& relationship) {
     GraphAccess::fire(object);
     auto& state = GraphAccess::state(object);
+    updateKeys(state);
     if (state.extras)
         if (auto const* value = state.extras->value(relationship.index())) return value->integer();
     if (!state.row) return 0;
     auto const& place = state.row->placeOfProperty(relationship.index());
-    return place.type == CellType::Reference ? state.row->integer(place) : 0;
+    return place.type == CellType::Reference ? state.link()->current(state.row->integer(place)) : 0;
 }
 
 bool hasLoadedMembers(NSManagedObject& owner, NSRelationshipDescription const& relationship) {
@@ -91,7 +109,7 @@ bool hasLoadedMembers(NSManagedObject& owner, NSRelationshipDescription const& r
 
 ToManyState& loadedMembers(NSManagedObject& owner, NSRelationshipDescription const& relationship) {
     auto& state = GraphAccess::state(owner);
-    if (auto& toMany = state.toMany(relationship.index()); toMany.isLoaded) return toMany;
+    if (auto& toMany = toManyOf(owner, relationship); toMany.isLoaded) return toMany;
     std::vector<RecordKey> members;
     auto* context = state.link()->contextState();
     if (context && !relationship.isTransient()) members = RecordReader(*context).members(relationship, owner.entity(), owner.recordKey());
@@ -99,7 +117,13 @@ ToManyState& loadedMembers(NSManagedObject& owner, NSRelationshipDescription con
 }
 
 ToManyState& setLoadedMembers(NSManagedObject& owner, NSRelationshipDescription const& relationship, std::vector<RecordKey> members) {
-    auto& toMany = GraphAccess::state(owner).toMany(relationship.index());
+    auto& state = GraphAccess::state(owner);
+    auto& toMany = toManyOf(owner, relationship);
+    auto const current = [link = state.link()](RecordKey key) { return link->current(key); };
+    toMany.toPermanent(current); // others may have saved a member meanwhile
+    for (auto& key : members)
+        if (key < 0) key = current(key), toMany.holdsTemporaries = true;
+    if (auto* context = toMany.holdsTemporaries ? state.link()->contextState() : nullptr) context->knowsForeignTemporaries = true;
     toMany.isLoaded = true;
     std::erase_if(members, [&](RecordKey key) { return toMany.removed.contains(key); });
     toMany.order = relationship.isOrdered() ? members : std::vector<RecordKey>{};
@@ -123,9 +147,9 @@ bool hasMember(NSManagedObject& owner, NSRelationshipDescription const& relation
     auto const* inverse = relationship.inverseRelationship();
     if (inverse && relationship.isReciprocal() && !inverse->isToMany()) return referenceOf(member, *inverse) == owner.recordKey();
     // A record that is not saved yet has all its links in memory; asking it spares reading the other end.
-    if (owner.recordKey() < 0 && !relationship.isOrdered()) return GraphAccess::state(owner).toMany(relationship.index()).added.contains(member.recordKey());
+    if (owner.recordKey() < 0 && !relationship.isOrdered()) return toManyOf(owner, relationship).added.contains(member.recordKey());
     if (member.recordKey() < 0 && inverse && relationship.isReciprocal() && !inverse->isOrdered())
-        return GraphAccess::state(member).toMany(inverse->index()).added.contains(owner.recordKey());
+        return toManyOf(member, *inverse).added.contains(owner.recordKey());
     auto& state = loadedMembers(owner, relationship);
     if (relationship.isOrdered()) return std::ranges::find(state.order, member.recordKey()) != state.order.end();
     return state.members.contains(member.recordKey());

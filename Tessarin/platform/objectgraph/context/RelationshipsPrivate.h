@@ -6,6 +6,8 @@ namespace Tessarin {
 
 /// The ends of relationships by key, as a context sees them now. On the context's queue.
 
+/// Links that the object keeps by keys that have become permanent since are kept by those from now on.
+void updateKeys(ObjectState& state);
 /// The destination of a to-one, or 0.
 RecordKey referenceOf(NSManagedObject& object, NSRelationshipDescription const& relationship);
 /// The state of a to-many with its members read.

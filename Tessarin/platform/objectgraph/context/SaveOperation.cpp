@@ -4,6 +4,7 @@
 #include "Tessarin/platform/objectgraph/context/MergingPrivate.h"
 #include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
 #include "Tessarin/platform/objectgraph/context/RecordReaderPrivate.h"
+#include "Tessarin/platform/objectgraph/context/RelationshipsPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/StoreErrors.h"
 
 #include <algorithm>
@@ -79,15 +80,27 @@ Ref<NSError> SaveOperation::givePermanentKeys() {
         isPublished = isPublished || isKnownElsewhere;
         if (!isKnownElsewhere) fresh.push_back(object.get());
     }
-    if (isPublished || context_.knowsForeignTemporaries)
+    if (isPublished || context_.knowsForeignTemporaries) {
         if (auto error = promotePublished()) return error;
+        if (auto error = promoteReferences()) return error;
+    }
+    if (auto error = promoteFresh(fresh)) return error;
+    for (auto const& object : context_.changed) updateKeys(GraphAccess::state(*object));
+    return nullptr;
+}
+
+Ref<NSError> SaveOperation::promoteFresh(std::span<NSManagedObject* const> fresh) {
     if (fresh.empty()) return nullptr;
     auto* store = context_.coordinator->store();
     if (!store) return storeError(StoreErrorCode::ContextWithoutStore, "There is no store to save to.");
     Ref<NSError> error;
     auto next = store->reserveKeys(fresh.size(), error);
     if (error) return error;
-    for (auto* object : fresh) promoteObject(context_, *object, next++);
+    context_.link->noteKeyChange();
+    for (auto* object : fresh) {
+        context_.link->noteAlias(object->recordKey(), next);
+        promoteObject(context_, *object, next++);
+    }
     return nullptr;
 }
 
@@ -101,9 +114,36 @@ Ref<NSError> SaveOperation::promotePublished() {
         Ref<NSError> error;
         auto const permanent = context_.coordinator->promotions().permanentKey(object->recordKey(), *store, error);
         if (error) return error;
+        context_.link->noteKeyChange();
         promoteObject(context_, *object, permanent);
     }
     return nullptr;
+}
+
+/// Unsaved records of ancestors that changed objects lead to, though nobody here keeps an object of them.
+Ref<NSError> SaveOperation::promoteReferences() {
+    RecordReader const reader(context_);
+    auto& promotions = context_.coordinator->promotions();
+    Ref<NSError> error;
+    auto const promote = [&](NSRelationshipDescription const& relationship, RecordKey key) {
+        if (error || key >= 0 || context_.link->find(key) || promotions.permanentKey(key) != 0) return;
+        if (!reader.row(*relationship.destinationEntity(), key)) return; // there is no such record any more
+        auto const permanent = promotions.permanentKey(key, *reader.store(), error);
+        if (!error) context_.coordinator->identities().promote(key, permanent);
+    };
+    for (auto const& object : context_.changed) {
+        auto const& extras = GraphAccess::state(*object).extras;
+        if (!extras || object->isDeleted()) continue;
+        auto const& properties = object->entity().properties();
+        for (auto const& [property, value] : extras->values)
+            if (auto const* relationship = properties[property]->asRelationship()) promote(*relationship, value.integer());
+        for (auto const& toMany : extras->toMany)
+            if (toMany.holdsTemporaries && toMany.isChanged())
+                for (auto const keys : {toMany.added.keys(), toMany.removed.keys(), std::span<RecordKey const>(toMany.order)})
+                    for (auto const key : keys) promote(*properties[toMany.property]->asRelationship(), key);
+    }
+    context_.link->noteKeyChange();
+    return error;
 }
 
 Ref<NSError> SaveOperation::deliver() {
@@ -190,8 +230,7 @@ void SaveOperation::settle() {
         auto const* change = handed_.back()->find(object.entity(), object.recordKey());
         settle(object, change ? change->after : nullptr);
     }
-    context_.link->removeTemporaries(context_.promoted);
-    context_.promoted.clear();
+    context_.link->forgetAliases();
     // Only now may the sets leave here: above, or in the file, they can be read already.
     context_.published.remove(sets_);
     if (corrections_) {
@@ -223,13 +262,10 @@ void SaveOperation::settle(NSManagedObject& object, RowRef const& row) {
     if (row) state.row = row;
     if (!state.extras) return;
     std::erase_if(state.extras->values, [&](auto const& entry) { return !isTransient(object, entry.first); });
-    for (auto& [property, value] : state.extras->values)
-        if (object.entity().properties()[property]->asRelationship()) value = packer_.current(value.integer());
     for (auto& toMany : state.extras->toMany) {
         toMany.isReordered = false;
         toMany.added.clear();
         toMany.removed.clear();
-        if (toMany.isLoaded) toMany.toPermanent([&](RecordKey key) { return packer_.current(key); });
     }
     std::erase_if(state.extras->toMany, [](ToManyState const& toMany) { return !toMany.isLoaded; });
     if (state.extras->isEmpty()) state.extras.reset();

@@ -17,6 +17,8 @@ private:
     Ref<NSError> checkDenied(NSManagedObject& object);
     Ref<NSError> givePermanentKeys();
     Ref<NSError> promotePublished();
+    Ref<NSError> promoteReferences();
+    Ref<NSError> promoteFresh(std::span<NSManagedObject* const> fresh);
     Ref<NSError> deliver();
     Ref<NSError> handUp(NSManagedObjectContext& parent);
     bool fitsAbove(ContextState& parent) const;

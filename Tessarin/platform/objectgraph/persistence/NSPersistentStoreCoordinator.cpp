@@ -24,7 +24,6 @@ std::vector<std::string_view> piecesOf(std::string_view text, char separator) {
 void NSPersistentStoreCoordinator::init(Ref<NSManagedObjectModel> managedObjectModel) {
     model_ = std::move(managedObjectModel);
     space_ = std::make_shared<RowSpace>(model_);
-    identities_ = std::make_shared<IdentityTable>(model_);
 }
 
 Ref<NSPersistentStore> NSPersistentStoreCoordinator::addPersistentStoreWithType(std::string_view type, std::optional<std::string>,
@@ -43,7 +42,7 @@ Ref<NSPersistentStore> NSPersistentStoreCoordinator::addPersistentStoreWithType(
     else
         error = storeError(StoreErrorCode::InvalidStoreType, "There is no store of type " + std::string{type} + ".");
     if (!opened) return nullptr;
-    identities_->setStoreIdentifier(opened->identifier());
+    identities().setStoreIdentifier(opened->identifier());
     kept_ = opened;
     store_.store(opened.get(), std::memory_order_release);
     return opened;
@@ -57,7 +56,7 @@ std::vector<Ref<NSPersistentStore>> NSPersistentStoreCoordinator::persistentStor
 Ref<NSManagedObjectID> NSPersistentStoreCoordinator::managedObjectIDForURIRepresentation(NSURL const& uri) {
     auto const text = uri.absoluteString();
     auto const pieces = piecesOf(text, '/'); // "tessarin:", "", STORE, ENTITY, "p42"
-    if (!store() || pieces.size() != 5 || pieces[0] != "tessarin:" || pieces[2] != identities_->storeIdentifier()) return nullptr;
+    if (!store() || pieces.size() != 5 || pieces[0] != "tessarin:" || pieces[2] != identities().storeIdentifier()) return nullptr;
     auto const& entities = model_->entitiesByName();
     auto const entity = entities.find(std::string{pieces[3]});
     if (entity == entities.end() || !pieces[4].starts_with('p')) return nullptr;
@@ -65,7 +64,17 @@ Ref<NSManagedObjectID> NSPersistentStoreCoordinator::managedObjectIDForURIRepres
     auto const digits = pieces[4].substr(1);
     auto const [stop, failure] = std::from_chars(digits.data(), digits.data() + digits.size(), key);
     if (failure != std::errc{} || stop != digits.data() + digits.size() || key <= 0) return nullptr;
-    return identities_->identity(*entity->second, key);
+    return identities().identityIfFitting(*entity->second, key, [&] { return entityInStore(key); });
+}
+
+/// Null where there is no such record, or where it cannot be read now.
+NSEntityDescription const* NSPersistentStoreCoordinator::entityInStore(RecordKey key) const {
+    if (auto const row = space_->cache().find(key)) return &row->entity();
+    NSEntityDescription const* found = nullptr;
+    for (auto const& entity : model_->entities())
+        if (!found && entity->rootEntity() == entity.get())
+            static_cast<void>(store()->rows(*entity, {&key, 1}, [&](RowRef row) { found = &row->entity(); }));
+    return found;
 }
 
 RecordKey NSPersistentStoreCoordinator::temporaryKey() noexcept {

@@ -32,11 +32,12 @@ public:
     Ref<NSPersistentStore> addPersistentStoreWithType(std::string_view type, std::optional<std::string> configuration, NSURL const& url,
                                                       Dictionary const& options, Ref<NSError>& error);
     std::vector<Ref<NSPersistentStore>> persistentStores() const;
-    /// The identity that a URI names; null for another store's, an unknown entity's, or a temporary one.
+    /// The identity that a URI names; null for another store's, an unknown entity's, or a temporary one, and for an entity that the
+    /// record is not of. Asks the store for a record that nobody has in memory.
     Ref<NSManagedObjectID> managedObjectIDForURIRepresentation(NSURL const& uri);
 
     Ref<RowSpace> const& space() const noexcept { return space_; }
-    IdentityTable& identities() noexcept { return *identities_; }
+    IdentityTable& identities() noexcept { return space_->identities(); }
     KeyPromotions& promotions() noexcept { return promotions_; }
     /// The store, or null while there is none.
     NSPersistentStore* store() const noexcept { return store_.load(std::memory_order_acquire); }
@@ -49,10 +50,11 @@ protected:
     virtual void init(Ref<NSManagedObjectModel> managedObjectModel);
 
 private:
+    NSEntityDescription const* entityInStore(RecordKey key) const;
+
     template <class T> friend struct detail::Made;
     Ref<NSManagedObjectModel> model_;
     Ref<RowSpace> space_;
-    Ref<IdentityTable> identities_;
     KeyPromotions promotions_;
     Ref<NSPersistentStore> kept_;
     std::atomic<NSPersistentStore*> store_{nullptr}; // set once

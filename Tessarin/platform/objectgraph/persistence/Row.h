@@ -30,6 +30,8 @@ public:
     /// SQLite keeps 0 and 1 in no byte of their own. Records that begin with 2 stay as long as they are through their first 125
     /// changes, where a byte more would have the full pages of a table split ("store", W7, W7b).
     static constexpr std::uint32_t firstVersion = 2;
+    /// A store that says more is damaged; whoever starts there may still save it a billion times.
+    static constexpr std::uint32_t mostVersion = 1U << 30;
 
     bool isPresent(std::size_t cell) const noexcept {
         return (static_cast<unsigned char>(at(packing().presence + static_cast<std::uint32_t>(cell / 8))[0]) >> (cell % 8)) & 1;
@@ -164,6 +166,8 @@ private:
 /// Keys are unique in a store. In a damaged one two records may share one, or a link may lead to a record of another entity:
 /// throws an ErrorException that says so.
 [[noreturn]] TESSARIN_API void throwDamaged(NSEntityDescription const& found, NSEntityDescription const& wanted, RecordKey key);
+/// The version of a record as a file holds it. Throws when it, or the key, is none that a store gives out.
+TESSARIN_API std::uint32_t versionFrom(RecordKey key, std::int64_t stored);
 inline void requireSameTree(NSEntityDescription const& found, NSEntityDescription const& wanted, RecordKey key) {
     if (found.rootEntity() != wanted.rootEntity()) throwDamaged(found, wanted, key);
 }

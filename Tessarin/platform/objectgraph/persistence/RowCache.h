@@ -1,6 +1,6 @@
 #pragma once
 #include "Tessarin/Export.h"
-#include "Tessarin/platform/objectgraph/persistence/KeyTable.h"
+#include "Tessarin/platform/objectgraph/persistence/NSManagedObjectID.h"
 #include "Tessarin/platform/objectgraph/persistence/Row.h"
 #include "Tessarin/platform/runtime/SpinLock.h"
 #include <array>
@@ -39,8 +39,8 @@ private:
     mutable std::array<Shard, shardCount> shards_;
 };
 
-/// Everything that rows of one model share: their layouts and their cache. Kept by the coordinator, the contexts and the
-/// change sets, so that it outlives every row.
+/// Everything that the rows of one coordinator share: their layouts, their cache, their identities. Kept by the coordinator,
+/// the contexts and the change sets, so that it outlives every row.
 class TESSARIN_API RowSpace {
 public:
     explicit RowSpace(Ref<NSManagedObjectModel> model);
@@ -48,11 +48,13 @@ public:
     NSManagedObjectModel& model() const noexcept { return *model_; }
     RowLayout const& layoutOf(NSEntityDescription const& entity) const noexcept { return layouts_[entity.index()]; }
     RowCache& cache() noexcept { return cache_; }
+    IdentityTable& identities() const noexcept { return *identities_; }
 
 private:
     Ref<NSManagedObjectModel> model_;
     std::vector<RowLayout> layouts_; // by entity index
     RowCache cache_;
+    Ref<IdentityTable> identities_;
 };
 
 } // namespace Tessarin

@@ -1,5 +1,7 @@
 #include "Tessarin/platform/objectgraph/persistence/SQLiteKeyBlocksPrivate.h"
 
+#include "Tessarin/platform/objectgraph/persistence/StoreErrors.h"
+
 #include <algorithm>
 
 namespace Tessarin {
@@ -20,6 +22,9 @@ void SQLiteKeyBlocks::reserve(SQLite::Connection& connection, std::size_t count)
         extra = std::clamp(taken_, smallest, largest); // as much again as was used so far
     }
     auto const first = connection.integer("SELECT value FROM tessarin_store WHERE key = 'nextKey'");
+    if (first < 1 || first > INT64_MAX - wanted - extra)
+        throw ErrorException(storeError(StoreErrorCode::StoreDamaged,
+                                        "The store is damaged: its next key is " + std::to_string(first) + ", which leaves none for new records."));
     auto const statement = connection.use("UPDATE tessarin_store SET value = ? WHERE key = 'nextKey'");
     statement->bind(1, first + wanted + extra);
     statement->run();

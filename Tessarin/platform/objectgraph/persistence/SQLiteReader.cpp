@@ -236,7 +236,7 @@ void SQLiteReader::readByKeys(SQLite::Statement& statement, StoreQuery const& qu
     std::vector<std::size_t> places;
     while (statement.step()) {
         auto const key = statement.integer(0);
-        rows.push_back(cache.find(key, static_cast<std::uint32_t>(statement.integer(1))));
+        rows.push_back(cache.find(key, versionFrom(key, statement.integer(1))));
         if (rows.back()) continue;
         missing.push_back(key);
         places.push_back(rows.size() - 1);

@@ -40,7 +40,7 @@ SQLiteRowDecoder::Plan const* SQLiteRowDecoder::planOf(sqlite3_stmt* handle) con
 RowRef SQLiteRowDecoder::row(SQLite::Statement const& statement) {
     auto* const handle = statement.handle();
     auto const key = sqlite3_column_int64(handle, 0);
-    auto const version = static_cast<std::uint32_t>(sqlite3_column_int64(handle, 1));
+    auto const version = versionFrom(key, sqlite3_column_int64(handle, 1));
     auto const& root = plans_.front().second.layout->entity();
     if (auto cached = space_.cache().find(key, version)) {
         requireSameTree(cached->entity(), root, key);
@@ -138,7 +138,7 @@ bool SQLiteRowDecoder::readAll(SQLite::Statement& statement, std::vector<RowRef>
         auto const* plan = planOf(handle);
         if (!plan) continue;
         auto const key = sqlite3_column_int64(handle, 0);
-        auto const version = static_cast<std::uint32_t>(sqlite3_column_int64(handle, 1));
+        auto const version = versionFrom(key, sqlite3_column_int64(handle, 1));
         auto const least = plan->layout->packing(false).heap + usualText;
         if (std::size_t size = 0; least <= RowBlockWriter::longest && packInto(blocks_.room(least), handle, *plan, size))
             rows.push_back(blocks_.commit(*plan->layout, key, version, size));

@@ -148,7 +148,7 @@ std::optional<SQLSchema::Members> SQLiteSchema::membersOf(NSRelationshipDescript
     return Members{link->table, link->owner, link->member, !link->isJoinTable};
 }
 
-std::int64_t SQLiteSchema::keyOf(Value const& value) const { return recordKeyOf(value); }
+std::int64_t SQLiteSchema::keyOf(Value const& value) const { return recordKeyOf(value, space_.identities()); }
 
 NSEntityDescription const* SQLiteSchema::entityNumbered(std::int64_t number) const noexcept {
     auto const at = std::ranges::find(numbers_, number) - numbers_.begin();

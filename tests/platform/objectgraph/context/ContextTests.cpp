@@ -260,9 +260,24 @@ TEST_P(Context, AnotherCoordinatorsObjectsAndSavesMeanNothing) {
                                     [&](auto const& note) { root->mergeChangesFromContextDidSaveNotification(*note); });
     ASSERT_TRUE(saves(*other.root));
     EXPECT_EQ(own->valueForKey("title"), Value("ours"));
-    EXPECT_FALSE(root->objectWithID(idOf(foreign)));
-    EXPECT_FALSE(root->existingObjectWithID(idOf(foreign), error));
+    auto const& id = idOf(foreign);
+    ASSERT_EQ(id.recordKey(), own->recordKey()) << "both have one record, of one model";
+    EXPECT_FALSE(root->objectWithID(id));
+    EXPECT_FALSE(root->objectRegisteredForID(id));
+    EXPECT_FALSE(root->existingObjectWithID(id, error));
     EXPECT_TRUE(error);
+    auto const identity = foreign->objectID();
+    for (auto const& predicate : {where("SELF == %@", Value(identity)), where("SELF == %@", Value(foreign)), where("SELF IN %@", List{Value(identity)})}) {
+        EXPECT_EQ(fetched(*library.worker(), "Book", predicate).size(), 0u) << predicate->predicateFormat();
+        EXPECT_FALSE(predicate->evaluateWithObject(Value(own)));
+    }
+    auto const removal = make<NSBatchDeleteRequest>(std::vector{identity});
+    EXPECT_TRUE(root->executeRequest(*removal, error));
+    auto const update = make<NSBatchUpdateRequest>("Book");
+    update->setPropertiesToUpdate({{"author", Value(inserted(*other.root, "Author", {})->objectID())}});
+    EXPECT_FALSE(root->executeRequest(*update, error));
+    NSManagedObjectContext::mergeChangesFromRemoteContextSave({{NSDeletedObjectsKey, {identity}}}, std::array{root});
+    EXPECT_EQ(fetched(*root, "Book"), Objects{own});
     EXPECT_DEATH(own->setValueForKey(Value(inserted(*other.root, "Author", {})), "author"), "different contexts");
 }
 

@@ -9,9 +9,10 @@ namespace Tessarin::tests {
 
 using Objects = std::vector<Ref<NSManagedObject>>;
 
-inline Ref<NSManagedObjectModel> libraryModel() {
+/// One model for all, so that identities of different coordinators have but their coordinator to differ in.
+inline Ref<NSManagedObjectModel> const& libraryModel() {
     using Type = NSAttributeType;
-    return ModelBuilder()
+    static auto const& shared = *new Ref<NSManagedObjectModel>(ModelBuilder()
         .entity("Author")
         .attribute("name", Type::String, {.optional = false, .indexed = true})
         .attribute("rating", Type::Double, {.minimum = 0, .maximum = 10})
@@ -37,7 +38,8 @@ inline Ref<NSManagedObjectModel> libraryModel() {
         .entity("Award")
         .attribute("name", Type::String)
         .toOne("winner", "Author", {.inverse = "awards"})
-        .build();
+        .build());
+    return shared;
 }
 
 /// A root context over a fresh store of either type; or over the file of another library.

@@ -14,6 +14,7 @@ namespace {
 class Record : public IdentifiedObject {
 public:
     RecordKey recordKey() const override { return key; }
+    IdentityTable const& identityTable() const override { return *table; }
     Value valueForKey(std::string_view name) override { return values[name]; }
     bool isEqual(NSObject const& other) const override {
         auto const* record = dynamic_cast<Record const*>(&other);
@@ -22,6 +23,7 @@ public:
     std::size_t hash() const override { return static_cast<std::size_t>(key); }
 
     RecordKey key = 0;
+    IdentityTable const* table = nullptr;
     Dictionary values;
 };
 
@@ -120,6 +122,7 @@ protected:
         changes.push_back(open.insertion(entity, key, values));
         auto record = make<Record>();
         record->key = key;
+        record->table = &open.space->identities();
         record->values = values;
         for (auto const* toOne : {"keeper", "boss"})
             if (auto const* reference = values.find(toOne)) {
