@@ -38,7 +38,9 @@ std::vector<ItemName> peersOf(ItemName const& name, std::int64_t oldest, std::in
     return peers;
 }
 
-ItemName nameOf(NSManagedObject& item, NSManagedObject& batch) { return {integerOf(batch, "number"), static_cast<std::int64_t>(item.valueForKey("weight").number())}; }
+ItemName nameOf(NSManagedObject& item, NSManagedObject& batch) {
+    return {integerOf(batch, "number"), static_cast<std::int64_t>(item.valueForKey("weight").number())};
+}
 
 Objects membersOf(NSManagedObject& object, char const* key) { return object.mutableSetValueForKey(key).allObjects(); }
 
@@ -64,7 +66,7 @@ std::string textOf(NSManagedObject& batch) {
 
 } // namespace
 
-/// What the file holds after the save of batch `last`: the newest batches, each with its items in their order, their values and links.
+/// After the save of batch `last`: the newest batches, each with its items in their order, their values and links.
 std::string contentAfter(std::int64_t last) {
     std::string text;
     auto const oldest = std::max<std::int64_t>(1, last - keptBatches + 1);
@@ -97,7 +99,8 @@ std::string differenceOf(std::string const& found, std::string const& expected) 
     if (found == expected) return {};
     auto const common = std::ranges::mismatch(found, expected).in1 - found.begin();
     auto const lineOf = [&](std::string const& text) {
-        auto const begin = common == 0 ? 0 : text.rfind('\n', static_cast<std::size_t>(common) - 1) + 1; // behind no line break: 0
+        // Where no line break is found, the sum is 0.
+        auto const begin = common == 0 ? 0 : text.rfind('\n', static_cast<std::size_t>(common) - 1) + 1;
         return text.substr(begin, text.find('\n', begin) - begin);
     };
     return fmt::format("\"{}\" instead of \"{}\"", lineOf(found), lineOf(expected));

@@ -3,6 +3,7 @@
 #include "fuzz/campaigns/ModelDisk.h"
 
 #include <atomic>
+#include <cerrno>
 #include <cstring>
 #include <mutex>
 #include <sqlite3.h>
@@ -15,6 +16,7 @@ sqlite3_vfs* real = nullptr;
 sqlite3_mem_methods realMemory{};
 
 std::atomic<bool> isArmed{false};
+std::atomic<Layer> layer{Layer::SQLite};
 std::atomic<Kind> kind{Kind::InputOutput};
 std::atomic<bool> isSticky{false};
 std::atomic<std::uint64_t> failAt{UINT64_MAX}, operations{0}, failed{0};
@@ -31,7 +33,7 @@ bool isDue() {
 /// For an operation on files: its result code when it shall fail, else SQLITE_OK. `takesSpace`: it can find the disk full.
 int faultOf(int code, bool takesSpace = false) {
     disk.operationBegins();
-    if (kind == Kind::Memory || kind == Kind::ShortWrite || (kind == Kind::Full && !takesSpace)) return SQLITE_OK;
+    if (layer != Layer::SQLite || kind == Kind::Memory || kind == Kind::ShortWrite || (kind == Kind::Full && !takesSpace)) return SQLITE_OK;
     if (!isDue()) return SQLITE_OK;
     return kind == Kind::Full ? SQLITE_FULL : code;
 }
@@ -57,7 +59,7 @@ int read(sqlite3_file* file, void* to, int size, sqlite3_int64 at) {
 }
 int write(sqlite3_file* file, void const* from, int size, sqlite3_int64 at) {
     if (auto const fault = faultOf(SQLITE_IOERR_WRITE, true)) return fault;
-    bool const isShort = kind == Kind::ShortWrite && isDue();
+    bool const isShort = layer == Layer::SQLite && kind == Kind::ShortWrite && isDue();
     if (isShort) size /= 2;
     disk.write(File::of(file).model, at, {static_cast<char const*>(from), static_cast<std::size_t>(size)});
     auto const result = through(file, [&](auto* f, auto* m) { return m->xWrite(f, from, size, at); });
@@ -134,7 +136,7 @@ int access(sqlite3_vfs*, char const* name, int flags, int* result) {
     return real->xAccess(real, name, flags, result);
 }
 
-bool lacksMemory() { return kind == Kind::Memory && isDue(); }
+bool lacksMemory() { return layer == Layer::SQLite && kind == Kind::Memory && isDue(); }
 void* allocate(int size) { return lacksMemory() ? nullptr : realMemory.xMalloc(size); }
 void* reallocate(void* memory, int size) { return lacksMemory() ? nullptr : realMemory.xRealloc(memory, size); }
 
@@ -172,6 +174,13 @@ std::uint64_t counted() { return operations; }
 void fail(Kind due, std::uint64_t at, Duration duration) { start(due, at, duration, true); }
 void heal() { isArmed = false; }
 std::uint64_t failures() { return failed; }
+
+void setLayer(Layer wanted) { layer = wanted; }
+int systemFault(Needs needs) {
+    if (layer != Layer::System || kind == Kind::ShortWrite || (kind == Kind::Full && needs != Needs::Space) || !isDue()) return 0;
+    return kind == Kind::Full ? ENOSPC : kind == Kind::Memory ? ENOMEM : EIO;
+}
+bool isShortWrite() { return layer == Layer::System && kind == Kind::ShortWrite && isDue(); }
 
 void beginPowerTrial(std::string folder) { disk.follow(std::move(folder)); }
 void cutPower(std::uint64_t at, std::function<std::uint64_t(std::uint64_t)> random, std::function<void()> atCut) {

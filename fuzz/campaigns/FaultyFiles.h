@@ -13,8 +13,10 @@ enum class Kind {
     InputOutput, // EIO, whatever the operation
     Full,        // ENOSPC where space is taken
     ShortWrite,  // half of what was to be written is, then EIO; other operations go through
-    Memory,      // SQLite gets no memory
+    Memory,      // SQLite gets no memory, the system's calls neither
 };
+/// What fails: SQLite's operations and allocations, or the system's calls on the files that `PlainFiles` follows.
+enum class Layer { SQLite, System };
 enum class Duration { Once, Sticky }; // sticky: until `heal`
 
 void install();
@@ -27,6 +29,14 @@ void fail(Kind kind, std::uint64_t at, Duration duration);
 void heal();
 /// How many operations failed since `fail`.
 std::uint64_t failures();
+/// SQLite unless said otherwise; to be changed while nothing is to fail.
+void setLayer(Layer layer);
+
+/// For a call of the system that begins: its errno when it shall fail, else 0.
+enum class Needs { Nothing, Space };
+int systemFault(Needs needs);
+/// Whether it shall write but half of what it was given, and fail.
+bool isShortWrite();
 
 /// From now on the disk is a model: writes are kept there until they are synced, and syncs cost nothing. Files that exist
 /// already are on the disk.

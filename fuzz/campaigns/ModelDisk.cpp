@@ -59,10 +59,14 @@ void ModelDisk::truncate(File* file, std::int64_t size) {
     file->pending.push_back({true, size, {}});
 }
 
+void ModelDisk::settle(File& file) {
+    for (auto const& change : file.pending) apply(file.durable, change);
+    file.pending.clear();
+}
+
 void ModelDisk::sync(File* file) {
     std::lock_guard const hold(mutex_);
-    for (auto const& change : file->pending) apply(file->durable, change);
-    file->pending.clear();
+    settle(*file);
     // With a new log or journal SQLite syncs the folder, too, and so whatever was removed there before.
     if (std::exchange(file->exists, true) || !file->syncsFolder) return;
     for (auto& [name, other] : files_)
@@ -91,28 +95,28 @@ void ModelDisk::operationBegins() {
     isCut_ = true;
     atCut_();
     for (auto const& [name, file] : files_)
-        if ((file.exists && !file.isRemoved) || random_(2) == 0) left_[name] = leftOf(file);
+        if ((file.exists && !file.isRemoved) || random_(2) == 0) left_[name] = leftOf(file, random_);
 }
 
-std::string ModelDisk::leftOf(File const& file) {
+std::string ModelDisk::leftOf(File const& file, std::function<std::uint64_t(std::uint64_t)> const& random) {
     auto content = file.durable;
     auto changes = file.pending;
-    if (random_(2) == 0) // in another order
-        for (std::size_t at = changes.size(); at > 1; --at) std::swap(changes[at - 1], changes[random_(at)]);
-    auto const isAllLost = random_(8) == 0;
+    if (random(2) == 0) // in another order
+        for (std::size_t at = changes.size(); at > 1; --at) std::swap(changes[at - 1], changes[random(at)]);
+    auto const isAllLost = random(8) == 0;
     for (auto const& change : changes) {
-        if (isAllLost || random_(3) == 0) continue;
-        if (change.isTruncation || random_(3) != 0) {
+        if (isAllLost || random(3) == 0) continue;
+        if (change.isTruncation || random(3) != 0) {
             apply(content, change);
             continue;
         }
         for (std::size_t from = 0; from < change.bytes.size(); from += sector) { // torn
             auto bytes = change.bytes.substr(from, sector);
-            switch (random_(3)) {
+            switch (random(3)) {
             case 0: continue;
             case 1: break;
             default:
-                if (random_(4) == 0) std::ranges::fill(bytes, static_cast<char>(random_(256)));
+                if (random(4) == 0) std::ranges::fill(bytes, static_cast<char>(random(256)));
             }
             put(content, change.at + static_cast<std::int64_t>(from), bytes);
         }

@@ -39,9 +39,12 @@ public:
     void operationBegins();
     bool writeTo(std::string const& folder);
 
-private:
-    std::string leftOf(File const& file);
+    /// All that was written is on the disk.
+    static void settle(File& file);
+    /// What a cut leaves of a file.
+    static std::string leftOf(File const& file, std::function<std::uint64_t(std::uint64_t)> const& random);
 
+private:
     std::mutex mutex_;
     std::string folder_;
     std::map<std::string, File> files_; // by name

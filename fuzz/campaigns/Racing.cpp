@@ -59,7 +59,8 @@ void tryRacing(Trial& trial, Tally& tally) {
     }
     for (int number = 0; number < storeCount; ++number) {
         auto const folder = storeFolder(trial.folder(), number);
-        require(!fs::exists(fs::path(folder).parent_path() / ".store.rescued"), "a new store was refused by one of those who made it");
+        bool const isRescued = fs::exists(fs::path(folder).parent_path() / ".store.rescued");
+        require(!isRescued, "a new store was refused by one of those who made it");
         requireIntegrity(folder + "/shelf.db");
         Shelf const shelf(folder + "/shelf.db");
         onQueueOf(*shelf.root, [&] {

@@ -48,7 +48,8 @@ private:
             Ref<NSError> error;
             isSaved = worker_->save(error);
             if (isSaved) return;
-            require(error->code() == static_cast<std::int64_t>(StoreErrorCode::MergeConflict), "a raise failed: {}", error->localizedDescription());
+            bool const isConflict = error->code() == static_cast<std::int64_t>(StoreErrorCode::MergeConflict);
+            require(isConflict, "a raise failed: {}", error->localizedDescription());
             worker_->rollback();
         });
         return isSaved;
@@ -94,7 +95,9 @@ void trySiblings(Trial& trial, Tally& tally) {
     std::exception_ptr failure;
     for (auto& writer : writers) try {
             tally.add("conflicts of siblings", writer.get());
-        } catch (...) { failure = std::current_exception(); }
+        } catch (...) {
+            failure = std::current_exception();
+        }
     isOver = true;
     climbing.get();
     if (failure) std::rethrow_exception(failure);
