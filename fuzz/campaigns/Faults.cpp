@@ -18,7 +18,7 @@ namespace {
 using FaultyFiles::Duration;
 using FaultyFiles::Kind;
 
-constexpr Kind kinds[] = {Kind::InputOutput, Kind::Full, Kind::ShortWrite, Kind::Memory};
+constexpr Kind kinds[] = {Kind::InputOutput, Kind::Reading, Kind::Full, Kind::ShortWrite, Kind::Memory};
 
 std::vector<SceneKind> const& scenes() {
     static auto const all = [] {

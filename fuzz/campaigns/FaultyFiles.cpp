@@ -33,6 +33,7 @@ bool isDue() {
 /// For an operation on files: its result code when it shall fail, else SQLITE_OK. `takesSpace`: it can find the disk full.
 int faultOf(int code, bool takesSpace = false) {
     disk.operationBegins();
+    if (kind == Kind::Reading && code != SQLITE_IOERR_READ) return SQLITE_OK;
     if (layer != Layer::SQLite || kind == Kind::Memory || kind == Kind::ShortWrite || (kind == Kind::Full && !takesSpace)) return SQLITE_OK;
     if (!isDue()) return SQLITE_OK;
     return kind == Kind::Full ? SQLITE_FULL : code;
@@ -177,7 +178,7 @@ std::uint64_t failures() { return failed; }
 
 void setLayer(Layer wanted) { layer = wanted; }
 int systemFault(Needs needs) {
-    if (layer != Layer::System || kind == Kind::ShortWrite || (kind == Kind::Full && needs != Needs::Space) || !isDue()) return 0;
+    if (layer != Layer::System || kind == Kind::ShortWrite || kind == Kind::Reading || (kind == Kind::Full && needs != Needs::Space) || !isDue()) return 0;
     return kind == Kind::Full ? ENOSPC : kind == Kind::Memory ? ENOMEM : EIO;
 }
 bool isShortWrite() { return layer == Layer::System && kind == Kind::ShortWrite && isDue(); }

@@ -11,6 +11,7 @@ namespace FaultyFiles {
 
 enum class Kind {
     InputOutput, // EIO, whatever the operation
+    Reading,     // EIO when SQLite reads; other operations go through
     Full,        // ENOSPC where space is taken
     ShortWrite,  // half of what was to be written is, then EIO; other operations go through
     Memory,      // SQLite gets no memory, the system's calls neither

@@ -73,10 +73,10 @@ class OpenOld : public StoreScene {
         requireContent(shelf, savedBefore + 1, "just opened");
     }
     /// Longer than all the looks that find a file damaged, else what is wrong in the verdict heals with the fault.
-    std::chrono::milliseconds patience(Kind kind) const override { return std::chrono::milliseconds(kind == Kind::InputOutput ? 130 : 30); }
+    std::chrono::milliseconds patience(Kind kind) const override { return std::chrono::milliseconds(kind == Kind::Reading ? 130 : 30); }
     void check() override {
         requireOnDisk(savedBefore + 1);
-        require(FaultyFiles::failures() < 300, "{} failures while it waited: it is tried again without a pause", FaultyFiles::failures());
+        require(FaultyFiles::failures() < 60, "{} failures while it waited: it is tried again without a pause", FaultyFiles::failures());
     }
     bool copied_ = false;
 };
