@@ -15,12 +15,14 @@ namespace Tessarin {
 ///     //  Person.age: Integer 16 becomes Integer 64
 class TESSARIN_API MigrationPlan {
 public:
-    /// By the models alone. Absent with an error, which names entity, property and reason, where no rule leads from the one to
-    /// the other.
-    static std::optional<MigrationPlan> between(NSManagedObjectModel const& from, NSManagedObjectModel const& to, Ref<NSError>& error);
+    /// By the models alone: the lines say where the records will decide. Absent with an error, which names entity, property and
+    /// reason, where no rule leads from the one to the other for any value.
+    static std::optional<MigrationPlan> between(NSManagedObjectModel const& from, NSManagedObjectModel const& to,
+                                                Ref<NSError>& error);
     /// By migrating the file in a transaction that is taken back: so it also finds what only the records tell, such as values
-    /// that would have to be unique. Nothing is changed, but the file's write lock is held meanwhile. Absent with an error where
-    /// the migration would be refused, and when the file is no store or cannot be opened now.
+    /// that would have to be unique or do not fit. Nothing is changed, but the file's write lock is held meanwhile. Absent with an
+    /// error where the migration would be refused, and when the file is no store or cannot be opened now. The error's `count`
+    /// says how many records are in the way, `example` is the key of one.
     static std::optional<MigrationPlan> dryRun(NSURL const& file, Ref<NSManagedObjectModel> const& model, Ref<NSError>& error);
 
     /// Whether opening would migrate. Changes that lines do not tell (indexes, say) count, too.

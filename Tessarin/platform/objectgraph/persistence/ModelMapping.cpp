@@ -1,109 +1,105 @@
 #include "Tessarin/platform/objectgraph/persistence/ModelMappingPrivate.h"
 
 #include "Tessarin/platform/objectgraph/persistence/RowLayout.h"
-#include "Tessarin/platform/objectgraph/persistence/SQLiteVerdictPrivate.h"
 
 #include <algorithm>
+#include <map>
 #include <unordered_set>
 
 namespace Tessarin {
 namespace {
 
-/// Among old things the one that a new thing was: the renaming identifier names the old thing, or is the old thing's own;
-/// else it has kept its name.
-template <class Old, class New> Old const* sourceAmong(std::span<Old const* const> all, New const& thing) {
-    auto const& identifier = thing.renamingIdentifier();
-    Old const* best = nullptr;
-    int bestRank = 0;
-    for (auto const* old : all) {
-        int const rank = !identifier.empty() && old->name() == identifier                 ? 3
-                         : !identifier.empty() && old->renamingIdentifier() == identifier ? 2
-                         : old->name() == thing.name()                                    ? 1
-                                                                                          : 0;
-        if (rank > bestRank) {
-            best = old;
-            bestRank = rank;
+/// Finds for each new thing, by its place, the old one that it was.
+template <class Thing> class Matching {
+public:
+    Matching(std::span<Thing const* const> old, std::span<Thing const* const> now) : now_(now), sources_(now.size()) {
+        for (auto const* each : sortedByName(old)) {
+            oldByName_.emplace(each->name(), each);
+            oldByIdentifier_.emplace(each->renamingIdentifier(), each);
+        }
+        for (std::size_t at = 0; at < now.size(); ++at) places_.emplace(now[at]->name(), at);
+    }
+
+    std::vector<Thing const*> run() && {
+        match([this](Thing const& thing) {
+            auto const* old = named(thing.name());
+            return old && statesFormerName(thing) && old->renamingIdentifier() == thing.renamingIdentifier() ? old : nullptr;
+        });
+        match([this](Thing const& thing) { return statesFormerName(thing) ? named(thing.renamingIdentifier()) : nullptr; });
+        match([this](Thing const& thing) { return statesFormerName(thing) ? identified(thing.renamingIdentifier()) : nullptr; });
+        match([this](Thing const& thing) { return named(thing.name()); });
+        match([this](Thing const& thing) { return statesFormerName(thing) ? nullptr : identified(thing.name()); });
+        return std::move(sources_);
+    }
+
+private:
+    static std::vector<Thing const*> sortedByName(std::span<Thing const* const> things) {
+        std::vector<Thing const*> sorted(things.begin(), things.end());
+        std::ranges::sort(sorted, {}, [](auto const* each) -> auto const& { return each->name(); });
+        return sorted;
+    }
+    static bool statesFormerName(Thing const& thing) {
+        return !thing.renamingIdentifier().empty() && thing.renamingIdentifier() != thing.name();
+    }
+    Thing const* named(std::string const& name) const {
+        auto const found = oldByName_.find(name);
+        return found == oldByName_.end() ? nullptr : found->second;
+    }
+    /// The first by name that nobody has yet.
+    Thing const* identified(std::string const& identifier) const {
+        for (auto [each, end] = oldByIdentifier_.equal_range(identifier); each != end; ++each)
+            if (!taken_.contains(each->second)) return each->second;
+        return nullptr;
+    }
+    template <class Find> void match(Find find) {
+        for (auto const& [name, place] : places_) {
+            if (sources_[place]) continue;
+            auto const* old = find(*now_[place]);
+            if (old && taken_.insert(old).second) sources_[place] = old;
         }
     }
-    return best;
-}
 
-bool isStored(NSAttributeDescription const& attribute) {
-    CellType type{};
-    return !attribute.isTransient() && !attribute.isDerived() && cellTypeOf(attribute.attributeType(), type);
-}
+    std::span<Thing const* const> now_;
+    std::vector<Thing const*> sources_;
+    std::map<std::string_view, std::size_t> places_; // of the new things, by name
+    std::map<std::string_view, Thing const*> oldByName_;
+    std::multimap<std::string_view, Thing const*> oldByIdentifier_;
+    std::unordered_set<Thing const*> taken_;
+};
 
-[[noreturn]] void refuse(NSEntityDescription const& entity, NSPropertyDescription const& property, std::string reason) {
-    throw Refused::noRule(entity.name(), property.name(), std::move(reason));
+std::vector<NSEntityDescription const*> entitiesOf(NSManagedObjectModel const& model) {
+    std::vector<NSEntityDescription const*> all;
+    for (auto const& entity : model.entities()) all.push_back(entity.get());
+    return all;
 }
 
 } // namespace
 
-char const* nameOf(NSAttributeType type) noexcept {
-    switch (type) {
-    case NSAttributeType::Integer16: return "Integer 16";
-    case NSAttributeType::Integer32: return "Integer 32";
-    case NSAttributeType::Integer64: return "Integer 64";
-    case NSAttributeType::Decimal: return "Decimal";
-    case NSAttributeType::Double: return "Double";
-    case NSAttributeType::Float: return "Float";
-    case NSAttributeType::String: return "String";
-    case NSAttributeType::Boolean: return "Boolean";
-    case NSAttributeType::Date: return "Date";
-    case NSAttributeType::BinaryData: return "Binary";
-    case NSAttributeType::UUID: return "UUID";
-    case NSAttributeType::URI: return "URI";
-    default: return "a type that is not stored";
+bool isStored(NSPropertyDescription const& property) {
+    auto const* attribute = property.asAttribute();
+    CellType type{};
+    return !property.isTransient() && (!attribute || (!attribute->isDerived() && cellTypeOf(attribute->attributeType(), type)));
+}
+
+NSRelationshipDescription const* storedInverseOf(NSRelationshipDescription const& relationship) {
+    auto const* inverse = relationship.isReciprocal() ? relationship.inverseRelationship() : nullptr;
+    return inverse && !inverse->isTransient() ? inverse : nullptr;
+}
+
+ModelMapping::ModelMapping(NSManagedObjectModel const& from, NSManagedObjectModel const& to)
+    : from_(from), to_(to), targets_(from.entities().size()), propertySources_(to.entities().size()) {
+    auto const old = entitiesOf(from), now = entitiesOf(to);
+    sources_ = Matching<NSEntityDescription>(old, now).run();
+    for (auto const* entity : now) {
+        auto& sources = propertySources_[entity->index()];
+        auto const* source = sourceOf(*entity);
+        if (source)
+            sources = Matching<NSPropertyDescription>(source->properties(), entity->properties()).run();
+        else
+            sources.resize(entity->properties().size());
+        if (source) targets_[source->index()] = entity;
     }
-}
-
-bool isWidening(NSAttributeType from, NSAttributeType to) noexcept {
-    using Type = NSAttributeType;
-    auto const width = [](Type type) {
-        return type == Type::Integer16 ? 16 : type == Type::Integer32 ? 32 : type == Type::Integer64 ? 64 : 0;
-    };
-    if (width(from) != 0) {
-        if (width(to) != 0) return width(to) > width(from);
-        return to == Type::Decimal || (to == Type::Double && width(from) <= 32) || (to == Type::Float && width(from) == 16);
-    }
-    return from == Type::Float && to == Type::Double;
-}
-
-ModelMapping::ModelMapping(NSManagedObjectModel const& from, NSManagedObjectModel const& to,
-                           FunctionRef<bool(NSEntityDescription const&)> hasRecords)
-    : from_(from), to_(to) {
-    findEntities();
-    for (auto const& entity : to.entities())
-        if (auto const* source = sourceOf(*entity); source && hasRecords(*source))
-            for (auto const* property : entity->properties()) check(*entity, *property);
-}
-
-void ModelMapping::findEntities() {
-    std::vector<NSEntityDescription const*> old;
-    for (auto const& entity : from_.entities()) old.push_back(entity.get());
-    std::unordered_set<NSEntityDescription const*> taken;
-    sources_.resize(to_.entities().size());
-    // Those that say what they were come first: a new entity may bear the name that another one had.
-    for (bool const isRenamed : {true, false})
-        for (auto const& entity : to_.entities()) {
-            auto const& identifier = entity->renamingIdentifier();
-            if ((!identifier.empty() && identifier != entity->name()) != isRenamed) continue;
-            auto const* source = sourceAmong(std::span<NSEntityDescription const* const>(old), *entity);
-            if (source && taken.insert(source).second) sources_[entity->index()] = source;
-        }
-    dropsEntities_ = taken.size() != old.size();
-}
-
-NSPropertyDescription const* ModelMapping::sourceOf(NSEntityDescription const& entity,
-                                                    NSPropertyDescription const& property) const {
-    auto const* source = sourceOf(entity);
-    if (!source) return nullptr;
-    auto const* found = sourceAmong(source->properties(), property);
-    // One that says that it was this one has it; a new property of the old name starts empty.
-    for (auto const* other : entity.properties())
-        if (found && other != &property && property.name() == found->name() && other->renamingIdentifier() == found->name())
-            return nullptr;
-    return found;
+    dropsEntities_ = std::ranges::find(targets_, nullptr) != targets_.end();
 }
 
 std::vector<NSRelationshipDescription const*> ModelMapping::sourcesOf(NSRelationshipDescription const& relationship) const {
@@ -117,48 +113,23 @@ std::vector<NSRelationshipDescription const*> ModelMapping::sourcesOf(NSRelation
     return found;
 }
 
-void ModelMapping::check(NSEntityDescription const& entity, NSPropertyDescription const& property) const {
-    if (property.isTransient()) return;
-    auto const* source = sourceOf(entity, property);
-    if (source && source->isTransient()) source = nullptr;
-    if (auto const* attribute = property.asAttribute())
-        checkAttribute(entity, *attribute, source);
-    else
-        checkRelationship(entity, *property.asRelationship(), source);
+bool ModelMapping::takesAllOf(NSRelationshipDescription const& old, NSRelationshipDescription const& relationship) const {
+    return std::ranges::all_of(to_.entities(), [&](auto const& entity) {
+        auto const* source = sourceOf(*entity);
+        if (!source || !source->isKindOf(old.entity())) return true;
+        return entity->isKindOf(relationship.entity()) && sourceOf(*entity, relationship) == &old;
+    });
 }
 
-void ModelMapping::checkAttribute(NSEntityDescription const& entity, NSAttributeDescription const& attribute,
-                                  NSPropertyDescription const* source) const {
-    if (!isStored(attribute)) return;
-    if (source && !source->asAttribute()) refuse(entity, attribute, "it was a relationship and is an attribute");
-    bool const hasValues = source && isStored(*source->asAttribute());
-    if (!attribute.isOptional() && attribute.defaultValue().isAbsent()) {
-        if (!hasValues) refuse(entity, attribute, "it is new and mandatory, and has no default");
-        if (source->isOptional()) refuse(entity, attribute, "it became mandatory and has no default");
+std::vector<NSEntityDescription const*> ModelMapping::strayedBetween(NSRelationshipDescription const& old,
+                                                                     NSRelationshipDescription const& relationship) const {
+    std::vector<NSEntityDescription const*> strayed;
+    for (auto const& entity : to_.entities()) {
+        auto const* source = sourceOf(*entity);
+        if (source && source->isKindOf(old.destinationEntity()) && !entity->isKindOf(relationship.destinationEntity()))
+            strayed.push_back(entity.get());
     }
-    if (!hasValues) return;
-    auto const before = source->asAttribute()->attributeType(), now = attribute.attributeType();
-    if (before != now && !isWidening(before, now))
-        refuse(entity, attribute, std::string("its type changed from ") + nameOf(before) + " to " + nameOf(now));
-}
-
-void ModelMapping::checkRelationship(NSEntityDescription const& entity, NSRelationshipDescription const& relationship,
-                                     NSPropertyDescription const* source) const {
-    if (!source) {
-        if (!relationship.isOptional()) refuse(entity, relationship, "it is new and mandatory");
-        return;
-    }
-    auto const* old = source->asRelationship();
-    if (!old) refuse(entity, relationship, "it was an attribute and is a relationship");
-    if (old->isToMany() && !relationship.isToMany()) refuse(entity, relationship, "it led to many and leads to one");
-    if (!relationship.isOptional() && old->isOptional()) refuse(entity, relationship, "it became mandatory");
-    // Every record that it may lead to must still be one that it may lead to.
-    for (auto const& destination : to_.entities()) {
-        auto const* was = sourceOf(*destination);
-        if (was && was->isKindOf(old->destinationEntity()) && !destination->isKindOf(relationship.destinationEntity()))
-            refuse(entity, relationship,
-                   "it may have led to a " + was->name() + ", which is no " + relationship.destinationEntity()->name() + " now");
-    }
+    return strayed;
 }
 
 } // namespace Tessarin

@@ -1,8 +1,8 @@
 #include "Tessarin/platform/objectgraph/persistence/SQLiteMigrationPrivate.h"
 
 #include "Tessarin/platform/objectgraph/persistence/SQLiteStoredModelPrivate.h"
-#include "Tessarin/platform/objectgraph/persistence/SQLiteVerdictPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/StoreMetadataPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/ValueConversionPrivate.h"
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -11,14 +11,36 @@
 namespace Tessarin {
 
 std::vector<std::int64_t> SQLiteMigration::run() {
+    registerValueConversion(connection_);
+    auto const conditions = conditionsOf(mapping_);
+    for (auto const& condition : conditions) checkBefore(condition);
     dropIndexes();
+    moveOldTables();
+    auto families = this->families();
+    for (auto& family : families)
+        if (!stays(family)) collect(family);
+    for (auto const& family : families)
+        if (family.isCollected()) writeToOnes(family);
+    for (auto const& [name, place] : moved_) connection_.execute("DROP TABLE " + place);
+    if (mapping_.dropsEntities()) forgetLinksToNobody();
+    for (auto const& family : families) checkDestinations(family);
+    for (auto const& condition : conditions) checkAfter(condition);
+    makeIndexes();
+
+    std::vector<std::int64_t> numbers;
+    for (auto const& entity : space_.model().entities()) numbers.push_back(schema_.numberOf(*entity));
+    writeModel(numbers);
+    return numbers;
+}
+
+/// Afterwards the new tables have all records with what stands in their columns.
+void SQLiteMigration::moveOldTables() {
+    auto const isKept = [&](std::string const& name) { return std::ranges::find(keptNames_, name) != keptNames_.end(); };
     std::vector<std::pair<Table const*, Table const*>> kept;
-    std::vector<std::string> keptNames;
     for (auto const& table : schema_.tables())
-        if (auto const* old = unchanged(table)) kept.emplace_back(&table, old), keptNames.push_back(old->name);
+        if (auto const* old = unchanged(table)) kept.emplace_back(&table, old), keptNames_.push_back(old->name);
     for (auto const& link : schema_.links())
-        if (auto const* old = unchanged(link)) keptNames.push_back(old->table);
-    auto const isKept = [&](std::string const& name) { return std::ranges::find(keptNames, name) != keptNames.end(); };
+        if (link.isJoinTable && link.isWrittenHere && unchanged(link)) keptNames_.push_back(link.table);
 
     for (auto const& table : oldSchema_.tables())
         if (!isKept(table.name)) moveAway(table.name);
@@ -33,18 +55,9 @@ std::vector<std::int64_t> SQLiteMigration::run() {
     for (auto const& [table, old] : kept) addColumns(*table, *old);
     for (auto const& table : schema_.tables())
         if (!isKept(table.name)) fill(table);
-    for (auto const& link : schema_.links())
-        if (link.isJoinTable && link.isWrittenHere && !isKept(link.table)) fill(link);
-    for (auto const& entity : space_.model().entities())
-        for (auto const* relationship : entity->relationships())
-            if (relationship->entity() == entity.get() && !relationship->isToMany() && !relationship->isTransient())
-                fillFromMembers(*relationship);
-    for (auto const& [name, place] : moved_) connection_.execute("DROP TABLE " + place);
-    if (mapping_.dropsEntities()) forgetLinksToNobody();
-    makeIndexes();
+}
 
-    std::vector<std::int64_t> numbers;
-    for (auto const& entity : space_.model().entities()) numbers.push_back(schema_.numberOf(*entity));
+void SQLiteMigration::writeModel(std::vector<std::int64_t> const& numbers) {
     writeStoredModel(connection_, space_, numbers);
     connection_.execute("UPDATE tessarin_store SET value = value + 1 WHERE key = 'modelGeneration'");
     StoreMetadata metadata;
@@ -53,7 +66,6 @@ std::vector<std::int64_t> SQLiteMigration::run() {
     content.set("NSStoreModelVersionHashes", modelHashes(space_.model()));
     metadata.set(std::move(content));
     metadata.write(connection_);
-    return numbers;
 }
 
 void SQLiteMigration::dropIndexes() {
@@ -83,9 +95,8 @@ void SQLiteMigration::addColumns(Table const& table, Table const& old) {
         for (auto const& [column, expression] : expressionsFor(*entity))
             if (!isOld(column) && expression != "NULL") settings.push_back(column + " = " + expression);
         if (settings.empty()) continue;
-        auto const condition =
-            table.hasEntityColumn ? fmt::format(" WHERE entity = {}", schema_.numberOf(*entity)) : std::string();
-        connection_.execute(fmt::format("UPDATE {} SET {}{}", table.name, fmt::join(settings, ", "), condition));
+        connection_.execute(
+            fmt::format("UPDATE {} SET {}{}", table.name, fmt::join(settings, ", "), whereEntity(schema_, *entity)));
     }
 }
 
@@ -103,49 +114,8 @@ void SQLiteMigration::fill(Table const& table) {
             columns += ", " + column;
             values += ", " + expression;
         }
-        auto const condition =
-            old.hasEntityColumn ? fmt::format(" WHERE entity = {}", oldSchema_.numberOf(*source)) : std::string();
         connection_.execute(fmt::format("INSERT INTO {} ({}) SELECT {} FROM {}{}", table.name, columns, values,
-                                        currentName(old.name), condition));
-    }
-}
-
-void SQLiteMigration::fill(Link const& link) {
-    std::vector<Pairs> sources;
-    for (auto const* old : mapping_.sourcesOf(*link.relationship)) sources.push_back(pairsOf(*old));
-    auto const* inverse = schema_.inverseOf(link);
-    if (sources.empty() && inverse)
-        for (auto const* old : mapping_.sourcesOf(*inverse->relationship)) sources.push_back(swapped(pairsOf(*old)));
-    for (auto const& pairs : sources) {
-        std::string columns = "owner, member", values = pairs.owner + ", " + pairs.member;
-        if (!link.position.empty()) columns += ", position", values += ", " + pairs.position;
-        if (inverse && !inverse->position.empty()) columns += ", owner_position", values += ", " + pairs.ownerPosition;
-        connection_.execute(
-            fmt::format("INSERT OR IGNORE INTO {} ({}) SELECT {} FROM {} WHERE {} IS NOT NULL AND {} IS NOT NULL ORDER BY 1, 2",
-                        link.table, columns, values, pairs.table, pairs.owner, pairs.member));
-    }
-}
-
-/// A to-one that is new, at the other end of a to-many that is not: its values are the owners.
-void SQLiteMigration::fillFromMembers(NSRelationshipDescription const& toOne) {
-    auto const* many =
-        toOne.isReciprocal() && toOne.inverseRelationship()->isToMany() ? schema_.linkOf(*toOne.inverseRelationship()) : nullptr;
-    if (!many || !mapping_.sourcesOf(toOne).empty()) return;
-    for (auto const* old : mapping_.sourcesOf(*many->relationship)) {
-        auto const pairs = pairsOf(*old);
-        if (connection_
-                .use(fmt::format("SELECT 1 FROM {0} WHERE {1} IS NOT NULL GROUP BY {1} HAVING count(*) > 1", pairs.table,
-                                 pairs.member))
-                ->step())
-            throw Refused::noRule(toOne.entity()->name(), toOne.name(), "some records would have several");
-        auto const value = [&](std::string const& column) {
-            return fmt::format("(SELECT {} FROM {} WHERE {} = {}.id)", column, pairs.table, pairs.member, many->table);
-        };
-        auto settings = fmt::format("{} = {}", many->owner, value(pairs.owner));
-        if (!many->position.empty() && pairs.position != "NULL")
-            settings += fmt::format(", {} = {}", many->position, value(pairs.position));
-        connection_.execute(
-            fmt::format("UPDATE {} SET {} WHERE id IN (SELECT {} FROM {})", many->table, settings, pairs.member, pairs.table));
+                                        currentName(old.name), whereEntity(oldSchema_, *source)));
     }
 }
 
@@ -157,12 +127,14 @@ void SQLiteMigration::forgetLinksToNobody() {
             connection_.execute(fmt::format("UPDATE {0} SET {1} = NULL WHERE {1} IS NOT NULL AND {1} NOT IN (SELECT id FROM {2})",
                                             table.name, column.name, schema_.tableOf(*toOne->destinationEntity()).name));
         }
-    for (auto const& link : schema_.links()) {
-        if (!link.isJoinTable || !link.isWrittenHere) continue;
-        connection_.execute(fmt::format(
-            "DELETE FROM {} WHERE owner NOT IN (SELECT id FROM {}) OR member NOT IN (SELECT id FROM {})", link.table,
-            schema_.tableOf(*link.relationship->entity()).name, schema_.tableOf(*link.relationship->destinationEntity()).name));
-    }
+    for (auto const& link : schema_.links())
+        if (link.isJoinTable && link.isWrittenHere) forgetLinksToNobody(link.table, *link.relationship);
+}
+
+void SQLiteMigration::forgetLinksToNobody(std::string const& table, Relationship const& relationship) {
+    connection_.execute(fmt::format("DELETE FROM {} WHERE owner NOT IN (SELECT id FROM {}) OR member NOT IN (SELECT id FROM {})",
+                                    table, schema_.tableOf(*relationship.entity()).name,
+                                    schema_.tableOf(*relationship.destinationEntity()).name));
 }
 
 void SQLiteMigration::makeIndexes() {
@@ -171,8 +143,14 @@ void SQLiteMigration::makeIndexes() {
             connection_.execute(index.statement);
         } catch (SQLite::Failure const&) {
             if (!index.isUnique) throw;
-            throw Refused::noRule(index.entity->name(), index.properties.front()->name(),
-                                  "it must be unique now, and some records share a value");
+            std::string rows = fmt::format("SELECT id, {} AS value FROM {}",
+                                           index.columns.size() == 1 ? "quote(" + index.columns[0] + ")" : "NULL", index.table);
+            rows += fmt::format(" WHERE ({0}) IN (SELECT {0} FROM {1} WHERE {2}", fmt::join(index.columns, ", "), index.table,
+                                index.condition);
+            rows += fmt::format(" GROUP BY {} HAVING count(*) > 1) AND {}", fmt::join(index.columns, ", "), index.condition);
+            requireNone(index.entity->name(), index.properties.front()->name(),
+                        "it must be unique now, and some records share a value", rows);
+            throw;
         }
     }
 }

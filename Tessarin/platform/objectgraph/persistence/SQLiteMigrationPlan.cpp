@@ -2,21 +2,24 @@
 #include "Tessarin/platform/objectgraph/persistence/SQLiteMigrationPrivate.h"
 
 #include "Tessarin/platform/objectgraph/persistence/RowBuilder.h"
+#include "Tessarin/platform/objectgraph/persistence/ValueConversionPrivate.h"
 
 #include <algorithm>
 #include <fmt/format.h>
 
 namespace Tessarin {
 
+std::string whereEntity(SQLiteSchema const& schema, NSEntityDescription const& entity) {
+    return schema.tableOf(entity).hasEntityColumn ? fmt::format(" WHERE entity = {}", schema.numberOf(entity)) : " WHERE true";
+}
+
 std::vector<std::int64_t> recordCounts(SQLite::Connection& connection, StoredModel const& stored) {
     RowSpace space(stored.model);
     SQLiteSchema const schema(space, stored.entityNumbers);
     std::vector<std::int64_t> counts;
-    for (auto const& entity : stored.model->entities()) {
-        auto const& table = schema.tableOf(*entity);
-        auto const condition = table.hasEntityColumn ? fmt::format(" WHERE entity = {}", schema.numberOf(*entity)) : std::string();
-        counts.push_back(connection.integer(fmt::format("SELECT count(*) FROM {}{}", table.name, condition)));
-    }
+    for (auto const& entity : stored.model->entities())
+        counts.push_back(connection.integer(
+            fmt::format("SELECT count(*) FROM {}{}", schema.tableOf(*entity).name, whereEntity(schema, *entity))));
     return counts;
 }
 
@@ -63,9 +66,13 @@ std::string SQLiteMigration::expressionFor(NSEntityDescription const& entity, NS
     auto const* attribute = property.asAttribute();
     if (!attribute) return old.empty() || !source->asRelationship() ? "NULL" : old;
     auto const byDefault = literalOfDefault(entity, *attribute);
-    if (old.empty()) return byDefault;
-    bool const isSameType = source->asAttribute()->attributeType() == attribute->attributeType();
-    if (!isSameType && attribute->attributeType() == NSAttributeType::Decimal) old = fmt::format("CAST({} AS TEXT)", old);
+    auto const* was = source ? source->asAttribute() : nullptr;
+    if (old.empty() || !was) return byDefault;
+    auto const before = was->attributeType(), now = attribute->attributeType();
+    if (conversionBetween(before, now) == ValueConversion::Never) return byDefault; // there are no values
+    CellType oldCell{}, cell{};
+    if (cellTypeOf(before, oldCell) && cellTypeOf(now, cell) && oldCell != cell)
+        old = fmt::format("tessarin_converted({}, {}, {})", old, static_cast<int>(before), static_cast<int>(now));
     return attribute->isOptional() || byDefault == "NULL" ? old : fmt::format("coalesce({}, {})", old, byDefault);
 }
 
@@ -97,10 +104,12 @@ SQLiteMigration::Table const* SQLiteMigration::unchanged(Table const& table) con
         if (source->rootEntity() != found->root) return nullptr;
         ++sources;
         auto const expressions = expressionsFor(*entity);
-        for (auto const& column : found->columns)
-            if (auto const expression = expressions.find(column.name);
-                expression != expressions.end() && expression->second != column.name)
-                return nullptr;
+        for (auto const& column : found->columns) {
+            auto const expression = expressions.find(column.name);
+            // What the record had and has no more must not come back with a later model.
+            if (expression == expressions.end() && column.property && source->isKindOf(column.property->entity())) return nullptr;
+            if (expression != expressions.end() && expression->second != column.name) return nullptr;
+        }
     }
     if (sources != entitiesOf(*found).size()) return nullptr;
     for (auto const& column : found->columns) {
@@ -111,10 +120,15 @@ SQLiteMigration::Table const* SQLiteMigration::unchanged(Table const& table) con
 }
 
 SQLiteMigration::Link const* SQLiteMigration::unchanged(Link const& link) const {
-    if (!link.isJoinTable || !link.isWrittenHere) return nullptr;
-    auto const sources = mapping_.sourcesOf(*link.relationship);
+    auto const& relationship = *link.relationship;
+    auto const* inverse = storedInverseOf(relationship);
+    auto const sources = mapping_.sourcesOf(relationship);
     auto const* old = sources.size() == 1 ? oldSchema_.linkOf(*sources.front()) : nullptr;
     if (!old || !old->isJoinTable || !old->isWrittenHere || old->table != link.table) return nullptr;
+    if (!mapping_.takesAllOf(*sources.front(), relationship)) return nullptr;
+    if (inverse == &relationship ? storedInverseOf(*sources.front()) != sources.front()
+                                 : inverse && !includes(relationship, *inverse))
+        return nullptr;
     auto const statement = SQLiteSchema::createJoinTable(*old, oldSchema_.inverseOf(*old));
     return statement == SQLiteSchema::createJoinTable(link, schema_.inverseOf(link)) ? old : nullptr;
 }
@@ -122,23 +136,6 @@ SQLiteMigration::Link const* SQLiteMigration::unchanged(Link const& link) const 
 std::string const& SQLiteMigration::currentName(std::string const& oldTable) const {
     auto const found = moved_.find(oldTable);
     return found == moved_.end() ? oldTable : found->second;
-}
-
-SQLiteMigration::Pairs SQLiteMigration::pairsOf(NSRelationshipDescription const& old) const {
-    auto const* link = oldSchema_.linkOf(old);
-    if (!link)
-        return {.table = currentName(oldSchema_.tableOf(*old.entity()).name), .owner = "id", .member = oldSchema_.columnOf(old)};
-    Pairs pairs{.table = currentName(link->table), .owner = link->owner, .member = link->member};
-    if (!link->position.empty()) pairs.position = link->position;
-    if (auto const* inverse = link->isJoinTable ? oldSchema_.inverseOf(*link) : nullptr; inverse && !inverse->position.empty())
-        pairs.ownerPosition = inverse->position;
-    return pairs;
-}
-
-SQLiteMigration::Pairs SQLiteMigration::swapped(Pairs pairs) const {
-    std::swap(pairs.owner, pairs.member);
-    std::swap(pairs.position, pairs.ownerPosition);
-    return pairs;
 }
 
 } // namespace Tessarin

@@ -1,5 +1,5 @@
 #pragma once
-#include "Tessarin/platform/objectgraph/persistence/ModelMappingPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/MigrationConditionsPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/SQLiteSchemaPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/StoredModel.h"
 #include "Tessarin/platform/sqlite/Connection.h"
@@ -7,21 +7,24 @@
 
 namespace Tessarin {
 
+/// " WHERE entity = 3", or one that every record meets.
+std::string whereEntity(SQLiteSchema const& schema, NSEntityDescription const& entity);
 /// How many records each entity of the stored model has, by its index; sub-entities count for themselves.
 std::vector<std::int64_t> recordCounts(SQLite::Connection& connection, StoredModel const& stored);
 
 /// Brings a file from the model it was written with to that of `space`, within a write transaction of the caller. Records
-/// keep their keys and versions. Throws Refused where no rule leads from the one model to the other, or where the records
-/// break a uniqueness that is new.
+/// keep their keys and versions. Throws Refused where the records do not meet a condition, break a uniqueness that is new, or
+/// contradict each other in links that two relationships share from now on; the error counts them and names one.
 ///
 /// Tables that are the same in both models stay, with columns added where that is all; the others are made anew under the
-/// new names and filled from the old ones, which were moved out of the way.
+/// new names and filled from the old ones, which were moved out of the way. Links that do not just stay where they are, or
+/// are copied in a column, are collected from all old relationships that held them before any of them is written.
 class SQLiteMigration {
 public:
     SQLiteMigration(SQLite::Connection& connection, StoredModel const& stored, RowSpace& space)
         : connection_(connection),
           counts_(recordCounts(connection, stored)),
-          mapping_(*stored.model, space.model(), [this](NSEntityDescription const& old) { return counts_[old.index()] != 0; }),
+          mapping_(*stored.model, space.model()),
           oldSpace_(stored.model),
           oldSchema_(oldSpace_, stored.entityNumbers),
           space_(space),
@@ -35,11 +38,20 @@ public:
 private:
     using Link = SQLiteSchema::Link;
     using Table = SQLiteSchema::Table;
+    using Relationship = NSRelationshipDescription;
     /// The columns that a new record gets, and the expression for each over the old record's table.
     using Expressions = std::map<std::string, std::string>;
     /// Links as they stand in the old tables.
     struct Pairs {
         std::string table, owner, member, position = "NULL", ownerPosition = "NULL";
+    };
+    /// A relationship of the new model whose links are written, with the one that shares them as its inverse: itself, another,
+    /// or none. Where one of the two leads to one record, that one is written.
+    struct Family {
+        Relationship const* written = nullptr;
+        Relationship const* other = nullptr;
+        std::string table; // of links that were collected; empty where they stay or are copied
+        bool isCollected() const noexcept { return !table.empty(); }
     };
 
     std::vector<std::int64_t> numbersAfter(StoredModel const& stored) const;
@@ -50,18 +62,40 @@ private:
     std::string literalOfDefault(NSEntityDescription const& entity, NSAttributeDescription const& attribute) const;
     Table const* unchanged(Table const& table) const;
     Link const* unchanged(Link const& link) const;
+    std::string const& currentName(std::string const& oldTable) const;
 
+    void moveOldTables();
     void dropIndexes();
     void moveAway(std::string const& table);
     void addColumns(Table const& table, Table const& old);
     void fill(Table const& table);
-    void fill(Link const& link);
-    void fillFromMembers(NSRelationshipDescription const& toOne);
     void makeIndexes();
     void forgetLinksToNobody();
-    std::string const& currentName(std::string const& oldTable) const;
-    Pairs pairsOf(NSRelationshipDescription const& old) const;
-    Pairs swapped(Pairs pairs) const;
+    void forgetLinksToNobody(std::string const& table, Relationship const& relationship);
+    void writeModel(std::vector<std::int64_t> const& numbers);
+
+    // Links.
+    std::vector<Family> families() const;
+    bool stays(Family const& family) const;
+    bool includes(Relationship const& one, Relationship const& other) const;
+    void collect(Family& family);
+    void collect(Family const& family, Pairs const& pairs, std::string const& condition);
+    std::string withoutLost(Relationship const& old, Relationship const& now, std::string const& owner) const;
+    void orderTheRest(Family const& family);
+    void requireSingle(Family const& family);
+    void requireSingle(Relationship const& toOne, Relationship const* inverse, std::string const& table, bool isOwner);
+    void writeToOnes(Family const& family);
+    Pairs pairsOf(Relationship const& old) const;
+    static Pairs swapped(Pairs pairs);
+
+    // Conditions.
+    void checkBefore(MigrationCondition const& condition);
+    void checkAfter(MigrationCondition const& condition);
+    void checkDestinations(Family const& family);
+    void checkDestinations(Relationship const& relationship, Relationship const* collectedFrom);
+    std::string linkedTo(Relationship const& old, NSEntityDescription const& owner) const;
+    /// `rows` selects `id` and `value` of the records in the way.
+    void requireNone(std::string const& entity, std::string const& property, std::string const& reason, std::string const& rows);
 
     SQLite::Connection& connection_;
     std::vector<std::int64_t> const counts_;
@@ -70,6 +104,8 @@ private:
     SQLiteSchema const oldSchema_;
     RowSpace& space_;
     SQLiteSchema const schema_;
+    std::vector<std::string> keptNames_; // of tables and join tables
+    int placesOfLinks_ = 0; // tables of collected links that were made
     std::map<std::string, std::string> moved_; // old table → where it is now
 };
 

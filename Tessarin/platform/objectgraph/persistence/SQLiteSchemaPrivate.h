@@ -41,6 +41,7 @@ public:
         NSEntityDescription const* entity = nullptr; // of a uniqueness constraint
         std::vector<NSPropertyDescription const*> properties;
         std::vector<std::string> columns; // quoted
+        std::string condition = "true"; // of the records that it is over
     };
 
     /// `entityNumbers` by index of the entity in the model.

@@ -52,7 +52,7 @@ void SQLiteSchema::addIndex(Names& names, Index index, std::string_view label, s
     index.name = quoted(names.take(fmt::format("{}.{}", plain(index.table), label)));
     index.statement =
         fmt::format("CREATE {}INDEX {} ON {} ({})", index.isUnique ? "UNIQUE " : "", index.name, index.table, columns);
-    if (!condition.empty()) index.statement += " WHERE " + condition;
+    if (!condition.empty()) index.statement += " WHERE " + (index.condition = condition);
     indexes_.push_back(std::move(index));
 }
 

@@ -3,6 +3,7 @@
 #include "Tessarin/platform/objectgraph/persistence/StoreErrors.h"
 
 #include <cerrno>
+#include <fmt/format.h>
 #include <sqlite3.h>
 
 namespace Tessarin {
@@ -41,10 +42,20 @@ Refused Refused::because(std::string text, Dictionary more) {
     return Refused(storeError(StoreErrorCode::StoreOpen, "The store cannot be opened: " + std::move(text), std::move(more)));
 }
 
-Refused Refused::noRule(std::string const& entity, std::string const& property, std::string reason) {
-    auto text = "The store's records cannot be brought to this model: " + entity + "." + property + ": " + reason + ".";
-    return Refused(storeError(StoreErrorCode::StoreIncompatibleModel, std::move(text),
-                              {{"entity", entity}, {"property", property}, {"reason", reason}}));
+Refused Refused::noRule(std::string const& entity, std::string const& property, std::string reason,
+                        RecordsInTheWay const& records) {
+    auto text = "The store's records cannot be brought to this model: " + entity + (property.empty() ? "" : "." + property) +
+                ": " + reason;
+    Dictionary more{{"entity", entity}, {"reason", std::move(reason)}};
+    if (!property.empty()) more.set("property", property);
+    if (records.count != 0) {
+        text += fmt::format("; {} record{} in the way, such as number {}", records.count, records.count == 1 ? " is" : "s are",
+                            records.example);
+        if (!records.value.empty()) text += " (" + records.value + ")";
+        more.set("count", records.count);
+        more.set("example", records.example);
+    }
+    return Refused(storeError(StoreErrorCode::StoreIncompatibleModel, text + ".", std::move(more)));
 }
 
 void throwVerdict(SQLite::Failure const& failure) {

@@ -10,13 +10,22 @@ public:
     using ErrorException::ErrorException;
 };
 
+/// Records that keep a migration from being done, with one of them.
+struct RecordsInTheWay {
+    std::int64_t count = 0;
+    std::int64_t example = 0; // its key
+    std::string value; // of the example, in words; empty: it says nothing
+};
+
 /// Why a file will not be opened: thrown while a store is opened.
 class Refused : public ErrorException {
 public:
     using ErrorException::ErrorException;
     static Refused because(std::string text, Dictionary more = {});
-    /// No rule leads from the model of the file to the one it is opened with.
-    static Refused noRule(std::string const& entity, std::string const& property, std::string reason);
+    /// The records cannot be brought from the model of the file to the one it is opened with. `property` is empty where it is
+    /// about the entity; without records in the way it follows from the models alone.
+    static Refused noRule(std::string const& entity, std::string const& property, std::string reason,
+                          RecordsInTheWay const& records = {});
 };
 
 /// Throws what SQLite's failure means for opening a file: what is damaged or no database is refused, everything that may

@@ -1,5 +1,6 @@
 #include "StoreFixture.h"
 #include "Tessarin/platform/objectgraph/persistence/MigrationPlan.h"
+#include <cmath>
 
 namespace Tessarin::tests {
 namespace {
@@ -121,7 +122,10 @@ TEST_F(Migration, ToOneBecomesToManyAndAParentIsAdded) {
         person.relationships[0].toMany = true; // home: many houses now, with an inverse that is new
         person.relationships[0].options = {.inverse = "people"};
         model.entities[HouseAt].relationships = {
-            {.name = "people", .destination = "Person", .toMany = true, .options = {.inverse = "home"}}};
+            {.name = "people",
+             .destination = "Person",
+             .toMany = true,
+             .options = {.inverse = "home", .optional = false, .minCount = 1}}}; // mandatory, and some houses are empty
         model.entities[PetAt].relationships[0].toMany = true; // owner: many, so that both ends are
         model.entities.push_back(
             {.name = "Animal", .attributes = {{"name", Type::String, {}}}}); // pets get a parent with their name
@@ -148,9 +152,19 @@ TEST_F(Migration, WhereNoRuleLeadsTheFileStaysAndTheErrorNamesTheProperty) {
     AttributeDefinition const mandatory{"new", Type::String, {.optional = false}};
     std::pair<char const*, std::function<void(ModelDefinition&)>> const table[] = {
         {"Person.new", [=](auto& model) { model.entities[PersonAt].attributes.push_back(mandatory); }},
-        {"Person.name", [](auto& model) { model.entities[PersonAt].attributes[0].options.optional = false; }},
+        {"Child.city", [](auto& model) { model.entities[PersonAt].attributes[2].options.optional = false; }},
         {"Person.age", [](auto& model) { model.entities[PersonAt].attributes[1].type = Type::String; }},
         {"Person.age", [](auto& model) { model.entities[PersonAt].attributes[1].type = Type::Date; }},
+        {"Person.city", [](auto& model) { model.entities[PersonAt].attributes[2].type = Type::Transformable; }},
+        {"House", [](auto& model) { model.entities[HouseAt].options.isAbstract = true; }},
+        {"Pet.name", [](auto& model) {
+             model.entities[PetAt].attributes[0].options.optional = false;
+             model.entities[PetAt].relationships[0].options.optional = false; // every pet has an owner
+         }},
+        {"Club.members", [](auto& model) {
+             model.entities[ClubAt].relationships.clear();
+             model.entities[ClubAt].attributes.push_back({"members", Type::String, {}});
+         }},
         {"Person.city",
          [](auto& model) {
              model.entities[PersonAt].attributes.pop_back();
@@ -158,18 +172,24 @@ TEST_F(Migration, WhereNoRuleLeadsTheFileStaysAndTheErrorNamesTheProperty) {
          }},
         {"Person.pets", [](auto& model) { model.entities[PersonAt].relationships[1].toMany = false; }},
         {"Person.home", [](auto& model) { model.entities[PersonAt].relationships[0].destination = "Club"; }},
-        {"Person.home", [](auto& model) { model.entities[PersonAt].relationships[0].options.optional = false; }},
-        {"Pet.owner", [](auto& model) { model.entities[ChildAt].options.parent = ""; }}, // a pet may be a child's
+        {"Child.home", [](auto& model) { model.entities[PersonAt].relationships[0].options.optional = false; }},
+        {"Club.members", [](auto& model) { model.entities[ChildAt].options.parent = ""; }}, // a child is in the club
         {"House.street", [](auto& model) { model.entities[HouseAt].attributes[0].type = Type::BinaryData; }},
     };
     for (auto const& [property, change] : table) {
+        Ref<NSError> error;
+        EXPECT_FALSE(MigrationPlan::dryRun(file, changed(change), error)) << property;
         OpenStore open(file, changed(change));
         EXPECT_FALSE(open.store) << property;
-        if (!open.error) continue;
-        EXPECT_EQ(std::string(open.error->userInfo()["entity"].text()) + "." +
-                      std::string(open.error->userInfo()["property"].text()),
-                  property);
-        EXPECT_NE(open.error->localizedDescription().find(property), std::string::npos);
+        if (!open.error || !error) continue;
+        auto const& info = open.error->userInfo();
+        auto const name = std::string(info["entity"].text()) + (info.contains("property") ? "." : "");
+        EXPECT_EQ(name + std::string(info["property"].text()), property);
+        EXPECT_EQ(open.error->localizedDescription(), error->localizedDescription());
+        EXPECT_NE(error->localizedDescription().find(std::string(property) + ": "), std::string::npos);
+        EXPECT_EQ(info["count"], Value(1)) << property;
+        auto const example = " is in the way, such as number " + std::to_string(info["example"].integer());
+        EXPECT_NE(error->localizedDescription().find(example), std::string::npos);
     }
     // Two pets without a name may stay; two of one name may not become unique.
     {
@@ -182,6 +202,141 @@ TEST_F(Migration, WhereNoRuleLeadsTheFileStaysAndTheErrorNamesTheProperty) {
     auto const again = reopened(firstVersion().build());
     ASSERT_TRUE(again);
     EXPECT_EQ(again->members("Person", "pets", ann), (Keys{tom, rex}));
+}
+
+TEST_F(Migration, WhatTheRecordsAllowIsDone) {
+    auto open = reopened(changed([](ModelDefinition& model) {
+        model.entities[PersonAt].attributes[0].options.optional = false;           // all have a name
+        model.entities[PersonAt].relationships[2].toMany = false;                  // nobody is in two clubs
+        model.entities[ClubAt].relationships[0].options.ordered = true;
+        model.entities[PetAt].relationships[0].options.optional = false; // all have an owner
+    }));
+    ASSERT_TRUE(open);
+    EXPECT_EQ(open->members("Club", "members", chess), (Keys{ann, bob}));
+    EXPECT_EQ(open->members("Person", "pets", ann), (Keys{tom, rex}));
+    open = reopened(changed([](ModelDefinition& model) { // no pet is a child's
+        model.entities[ChildAt].options.parent = "";
+        model.entities[PersonAt].relationships.pop_back();
+        model.entities.erase(model.entities.begin() + ClubAt);
+    }));
+    ASSERT_TRUE(open);
+    EXPECT_EQ(open->members("Person", "pets", ann), (Keys{tom, rex}));
+    EXPECT_EQ(open->value(open->read("Child", bob), "school"), Value("North"));
+}
+
+/// A model of one entity with an attribute.
+Ref<NSManagedObjectModel> modelWith(Type type) { return ModelBuilder().entity("A").attribute("x", type).build(); }
+
+TEST(ValueMigration, TakesNumbersThatAreTheSameInTheNewTypeAndRefusesOthers) {
+    auto const decimal = [](char const* text) { return Value(*Decimal::fromText(text)); };
+    std::int64_t const big = std::int64_t{1} << 53;
+    struct {
+        Type from, to;
+        List values, now; // none: refused, for the first value
+    } const table[] = {
+        {Type::Integer64, Type::Double, {big, -7, std::numeric_limits<std::int64_t>::min()}, {0x1p53, -7.0, -0x1p63}},
+        {Type::Integer64, Type::Double, {big + 1, 1}, {}},
+        {Type::Integer64, Type::Double, {std::numeric_limits<std::int64_t>::max(), 1}, {}},
+        {Type::Integer32, Type::Integer16, {32767, -32768}, {32767, -32768}},
+        {Type::Integer32, Type::Integer16, {32768, 1}, {}},
+        {Type::Integer16, Type::Boolean, {0, 1}, {false, true}},
+        {Type::Integer16, Type::Boolean, {2, 1}, {}},
+        {Type::Boolean, Type::Float, {true}, {1.0F}},
+        {Type::Double, Type::Float, {0.5, HUGE_VAL}, {0.5F, HUGE_VALF}},
+        {Type::Double, Type::Float, {0.1, 0.5}, {}},
+        {Type::Double, Type::Integer64, {-3.0}, {-3}},
+        {Type::Double, Type::Integer64, {0x1p63, 1.0}, {}},
+        {Type::Double, Type::Decimal, {0.1}, {decimal("0.1")}},
+        {Type::Double, Type::Decimal, {HUGE_VAL, 0.1}, {}},
+        {Type::Decimal, Type::Double, {decimal("0.1")}, {0.1}},
+        {Type::Decimal, Type::Double, {decimal("0.10000000000000000001"), decimal("1")}, {}},
+        {Type::Decimal, Type::Integer32, {decimal("-12")}, {-12}},
+        {Type::Decimal, Type::Integer32, {decimal("1.5"), decimal("1")}, {}},
+        {Type::String, Type::Transformable, {"a"}, {}},
+    };
+    for (auto const& [from, to, values, now] : table) {
+        SCOPED_TRACE(values[0].description());
+        StoreFolder folder;
+        auto const file = folder.url("values.db");
+        {
+            OpenStore open(file, modelWith(from));
+            std::vector<RecordChange> records{open.insertion("A", open.newKey(), {})};
+            for (auto const& value : values) records.push_back(open.insertion("A", open.newKey(), {{"x", value}}));
+            ASSERT_FALSE(open.save(records));
+        }
+        Ref<NSError> error;
+        EXPECT_EQ(MigrationPlan::dryRun(file, modelWith(to), error).has_value(), !now.empty());
+        OpenStore open(file, modelWith(to));
+        ASSERT_EQ(bool(open.store), !now.empty()) << (open.error ? open.error->description() : "");
+        EXPECT_EQ(now.empty() ? error->userInfo()["count"] : Value(1), Value(1));
+        EXPECT_EQ(now.empty() ? error->userInfo()["example"] : Value(2), Value(2));
+        List found;
+        if (open.store)
+            for (auto const& row : open.fetch("A")) found.push_back(open.value(row, "x"));
+        EXPECT_EQ(found.empty() ? Value() : found[0], Value());
+        EXPECT_EQ(List(found.begin() + !found.empty(), found.end()), now);
+    }
+}
+
+// Each kind of property becomes each other, all at once: with a record that has no value of them, and without records.
+TEST(ValueMigration, WithoutValuesEveryPropertyMayBecomeAnyOther) {
+    enum { Text, Kept, Derived, Object, ToOne, ToMany, kinds };
+    auto const model = [](bool isLater) {
+        EntityDefinition a{.name = "A"};
+        for (int at = 0; at < kinds * kinds; ++at) {
+            auto const name = "p" + std::to_string(at);
+            auto const kind = isLater ? at / kinds : at % kinds;
+            if (kind >= ToOne)
+                a.relationships.push_back({.name = name, .destination = "A", .toMany = kind == ToMany});
+            else
+                a.attributes.push_back({name, kind == Object ? Type::Transformable : Type::String,
+                                        {.transient = kind == Kept, .derived = kind == Derived}});
+        }
+        return NSManagedObjectModel::modelWithDefinition({.entities = {a}});
+    };
+    for (bool const hasRecord : {false, true}) {
+        StoreFolder folder;
+        auto const file = folder.url("kinds.db");
+        if (OpenStore open(file, model(false)); hasRecord) {
+            ASSERT_FALSE(open.save({open.insertion("A", open.newKey(), {})}));
+        }
+        Ref<NSError> error;
+        auto const plan = MigrationPlan::dryRun(file, model(true), error);
+        ASSERT_TRUE(plan) << error->description();
+        EXPECT_NE(plan->description().find("A.p24: String becomes to-one A"), std::string::npos);
+        OpenStore open(file, model(true));
+        ASSERT_TRUE(open.store) << open.error->description();
+        EXPECT_EQ(open.fetch("A").size(), hasRecord);
+    }
+}
+
+TEST(ValueMigration, OneFormerThingIsOneThingNowAndThePlanTellsWhichStartEmpty) {
+    StoreFolder folder;
+    auto const file = folder.url("names.db");
+    auto builder = ModelBuilder().entity("Pet").attribute("name", Type::String);
+    {
+        OpenStore open(file, builder.build());
+        ASSERT_FALSE(open.save({open.insertion("Pet", open.newKey(), {{"name", "Rex"}})}));
+    }
+    auto renamed = ModelBuilder()
+                       .entity("Dog", {.renamingIdentifier = "Pet"})
+                       .entity("Cat", {.renamingIdentifier = "Pet"})
+                       .attribute("title", Type::String, {.renamingIdentifier = "name"})
+                       .attribute("name", Type::String)
+                       .attribute("alias", Type::String, {.renamingIdentifier = "name"});
+    Ref<NSError> error;
+    auto const plan = MigrationPlan::dryRun(file, renamed.build(), error);
+    ASSERT_TRUE(plan) << error->description();
+    EXPECT_EQ(plan->lines(), (std::vector<std::string>{"Dog: new, for Pet is Cat now", "Cat: was Pet (1 record)",
+                                                       "Cat.title: new, for name is alias now",
+                                                       "Cat.name: new, for name is alias now", "Cat.alias: was name"}));
+    OpenStore(file, renamed.build());
+    OpenStore open(file, renamed.attribute("more", Type::String).build()); // the identifiers stay in the model
+    ASSERT_TRUE(open.store) << open.error->description();
+    auto const cat = open.read("Cat", 1);
+    EXPECT_EQ(open.value(cat, "alias"), Value("Rex"));
+    EXPECT_EQ(open.value(cat, "name"), Value());
+    EXPECT_EQ(open.value(cat, "title"), Value());
 }
 
 TEST_F(Migration, ADryRunTellsWhatWouldHappenAndChangesNothing) {
