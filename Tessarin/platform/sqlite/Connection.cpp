@@ -2,7 +2,7 @@
 
 #include <sqlite3.h>
 
-#include <cstring>
+#include <algorithm>
 
 namespace Tessarin::SQLite {
 namespace {
@@ -17,6 +17,26 @@ int flagsOf(Access access) {
     return common;
 }
 
+/// In whole milliseconds, within what SQLite can count: about 24 days.
+int busyMilliseconds(double seconds) {
+    static constexpr double longest = 2'000'000;
+    return seconds > 0 ? static_cast<int>(std::min(seconds, longest) * 1000) : 0;
+}
+
+/// A file may have been prepared by anybody: nothing in it is run, and its pages are looked at before they are trusted. Foreign
+/// triggers and views stay where they are and have no effect; renaming a table leaves them alone, too.
+void distrust(sqlite3* handle) {
+    static constexpr std::pair<int, int> settings[] = {
+        {SQLITE_DBCONFIG_DEFENSIVE, 1},           {SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0},
+        {SQLITE_DBCONFIG_ENABLE_TRIGGER, 0},      {SQLITE_DBCONFIG_ENABLE_VIEW, 0},
+        {SQLITE_DBCONFIG_LEGACY_ALTER_TABLE, 1},  {SQLITE_DBCONFIG_ENABLE_LOAD_EXTENSION, 0},
+    };
+    for (auto const& [setting, value] : settings) sqlite3_db_config(handle, setting, value, nullptr);
+    sqlite3_limit(handle, SQLITE_LIMIT_ATTACHED, 0);
+    sqlite3_limit(handle, SQLITE_LIMIT_TRIGGER_DEPTH, 1);
+    sqlite3_limit(handle, SQLITE_LIMIT_SQL_LENGTH, 64 << 20); // the texts in the file's schema, too
+}
+
 } // namespace
 
 Connection::Connection(std::string path, ConnectionOptions const& options) : path_(std::move(path)) {
@@ -25,7 +45,9 @@ Connection::Connection(std::string path, ConnectionOptions const& options) : pat
     handle_.reset(opened); // also after a failure, whose words it holds
     if (code != SQLITE_OK) throw Failure::of(opened, code, path_);
     sqlite3_extended_result_codes(opened, 1);
-    sqlite3_busy_timeout(opened, static_cast<int>(options.busySeconds * 1000));
+    sqlite3_busy_timeout(opened, busyMilliseconds(options.busySeconds));
+    distrust(opened);
+    execute("PRAGMA cell_size_check = ON; PRAGMA mmap_size = 0"); // a mapped file that somebody cuts short ends the process
     execute("PRAGMA cache_size = -" + std::to_string(options.cacheKilobytes));
     execute("PRAGMA synchronous = " + std::to_string(static_cast<int>(options.synchronous)));
     execute("PRAGMA secure_delete = OFF"); // Debian's SQLite overwrites deleted content with zeros by default

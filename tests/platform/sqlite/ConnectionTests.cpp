@@ -2,7 +2,9 @@
 
 #include "tests/support/TemporaryFolder.h"
 #include <cerrno>
+#include <cmath>
 #include <gtest/gtest.h>
+#include <limits>
 #include <sqlite3.h>
 
 namespace Tessarin::SQLite {
@@ -29,6 +31,13 @@ TEST_F(Connections, AStatementInUseIsNotGivenOutASecondTime) {
     for (int at = 0; at < 500; ++at) connection.use("SELECT " + std::to_string(at))->step();
     outer->reset();
     EXPECT_TRUE(outer->step());
+}
+
+TEST_F(Connections, AVeryLongPatienceIsNotNone) {
+    for (auto const seconds : {5e6, 1e300, std::numeric_limits<double>::infinity()})
+        EXPECT_GT(Connection(path, {.busySeconds = seconds}).integer("PRAGMA busy_timeout"), 1'000'000'000) << seconds;
+    for (auto const seconds : {0.0, -1.0, std::nan("")})
+        EXPECT_EQ(Connection(path, {.busySeconds = seconds}).integer("PRAGMA busy_timeout"), 0) << seconds;
 }
 
 TEST_F(Connections, EmptyTextAndBytesAreNotNull) {

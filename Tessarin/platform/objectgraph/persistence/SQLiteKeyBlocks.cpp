@@ -14,18 +14,24 @@ RecordKey SQLiteKeyBlocks::take(std::size_t count) {
     return std::exchange(next_, next_ + wanted);
 }
 
+void SQLiteKeyBlocks::startBehind(RecordKey largest) {
+    std::lock_guard const hold(mutex_);
+    least_ = std::max(least_, largest == INT64_MAX ? largest : largest + 1);
+}
+
 void SQLiteKeyBlocks::reserve(SQLite::Connection& connection, std::size_t count) {
     auto const wanted = static_cast<std::int64_t>(count);
     std::int64_t extra = 0;
+    auto first = connection.integer("SELECT value FROM tessarin_store WHERE key = 'nextKey'");
     {
         std::lock_guard const hold(mutex_);
         extra = std::clamp(taken_, smallest, largest); // as much again as was used so far
+        first = std::max(first, least_); // the file's may be missing, or changed by another tool
     }
-    auto const first = connection.integer("SELECT value FROM tessarin_store WHERE key = 'nextKey'");
-    if (first < 1 || first > INT64_MAX - wanted - extra)
+    if (first > INT64_MAX - wanted - extra)
         throw ErrorException(storeError(StoreErrorCode::StoreDamaged,
                                         "The store is damaged: its next key is " + std::to_string(first) + ", which leaves none for new records."));
-    auto const statement = connection.use("UPDATE tessarin_store SET value = ? WHERE key = 'nextKey'");
+    auto const statement = connection.use("INSERT OR REPLACE INTO tessarin_store (key, value) VALUES ('nextKey', ?)");
     statement->bind(1, first + wanted + extra);
     statement->run();
     reservedFrom_ = first;

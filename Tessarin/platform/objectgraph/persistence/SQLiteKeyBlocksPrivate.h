@@ -12,6 +12,8 @@ public:
     /// The first of `count` neighbours, when that many are at hand; else 0.
     RecordKey take(std::size_t count);
 
+    /// Hands out nothing up to `largest`, whatever the file says: a record has that key.
+    void startBehind(RecordKey largest);
     /// Reserves in the file, within a write transaction of the caller. What was reserved counts once `confirm` is called.
     void reserve(SQLite::Connection& connection, std::size_t count);
     /// The same when the process is running short, on the occasion of a save.
@@ -24,6 +26,7 @@ private:
     std::mutex mutex_;
     RecordKey next_ = 1, end_ = 1;                   // guarded by mutex_: the block at hand
     std::int64_t taken_ = 0;                         // guarded by mutex_
+    RecordKey least_ = 1;                            // guarded by mutex_: of the file's next key
     RecordKey reservedFrom_ = 0, reservedEnd_ = 0;   // of the transaction under way; guarded by the store's writing
 };
 

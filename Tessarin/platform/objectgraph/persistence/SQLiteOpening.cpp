@@ -1,6 +1,6 @@
 #include "Tessarin/platform/objectgraph/persistence/SQLiteOpeningPrivate.h"
 
-#include "Tessarin/platform/foundation/NSUUID.h"
+#include "Tessarin/platform/objectgraph/persistence/SQLiteFileChecksPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/SQLiteMigrationPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/SQLiteStoredModelPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/SQLiteVerdictPrivate.h"
@@ -24,8 +24,6 @@
 namespace Tessarin {
 namespace {
 
-constexpr std::int64_t applicationID = 0x54657373; // "Tess"
-constexpr std::int64_t formatVersion = 1;
 constexpr std::int64_t smallFilePages = 64;
 
 SQLite::ConnectionOptions connectionOptions(SQLiteStoreOptions const& options) {
@@ -73,9 +71,11 @@ std::unique_ptr<SQLiteStore::Impl> SQLiteOpening::attempt() {
         connection->execute("BEGIN");
         makeIfEmpty(*connection);
         checkFormat(*connection);
+        requireNoViewInPlaceOfATable(*connection, *space_);
         checkPages(*connection);
         auto impl = std::make_unique<SQLiteStore::Impl>(file_, space_, bringToModel(*connection), connectionOptions_);
         impl->modelGeneration = connection->integer("SELECT value FROM tessarin_store WHERE key = 'modelGeneration'");
+        impl->keys.startBehind(largestKey(*connection, impl->schema));
         impl->metadata.read(*connection);
         impl->identifier = impl->metadata.get()["NSStoreUUID"].text();
         if (impl->identifier.empty()) throw Refused::because("its identity is missing");
@@ -128,7 +128,7 @@ void SQLiteOpening::throwReadOnly() const {
 
 void SQLiteOpening::makeIfEmpty(SQLite::Connection& connection) {
     if (!isEmpty(connection)) return;
-    if (auto const other = connection.integer("PRAGMA application_id"); other != 0 && other != applicationID)
+    if (auto const other = connection.integer("PRAGMA application_id"); other != 0 && other != storeApplicationID)
         throw Refused::because("it is another application's: " + path_);
     connection.execute("COMMIT; PRAGMA journal_mode = WAL");
     {
@@ -140,30 +140,15 @@ void SQLiteOpening::makeIfEmpty(SQLite::Connection& connection) {
 }
 
 void SQLiteOpening::create(SQLite::Connection& connection) {
-    auto const& entities = space_->model().entities();
-    std::vector<std::int64_t> numbers(entities.size());
+    std::vector<std::int64_t> numbers(space_->model().entities().size());
     std::iota(numbers.begin(), numbers.end(), 1);
-
-    connection.execute(fmt::format("PRAGMA application_id = {}", applicationID));
-    connection.execute(fmt::format("PRAGMA user_version = {}", formatVersion));
-    connection.execute("CREATE TABLE tessarin_store (key TEXT PRIMARY KEY, value) WITHOUT ROWID;"
-                       "CREATE TABLE tessarin_metadata (key TEXT PRIMARY KEY, value TEXT NOT NULL) WITHOUT ROWID;"
-                       "CREATE TABLE tessarin_entity (number INTEGER PRIMARY KEY, name TEXT NOT NULL, \"table\" TEXT NOT NULL);"
-                       "INSERT INTO tessarin_store VALUES ('nextKey', 1), ('modelGeneration', 1)");
-    for (auto const& statement : SQLiteSchema(*space_, numbers).createStatements()) connection.execute(statement);
-    writeStoredModel(connection, *space_, numbers);
-
-    StoreMetadata metadata;
-    metadata.set({{"NSStoreType", "SQLite"},
-                  {"NSStoreUUID", NSUUID::UUID().UUIDString()},
-                  {"NSStoreModelVersionHashes", modelHashes(space_->model())}});
-    metadata.write(connection);
+    createStoreTables(connection, *space_, numbers, {});
 }
 
 void SQLiteOpening::checkFormat(SQLite::Connection& connection) const {
-    if (connection.integer("PRAGMA application_id") != applicationID)
+    if (connection.integer("PRAGMA application_id") != storeApplicationID)
         throw Refused::because("it is another application's: " + path_);
-    if (connection.integer("PRAGMA user_version") > formatVersion)
+    if (connection.integer("PRAGMA user_version") > storeFormatVersion)
         throw Postponed(storeError(StoreErrorCode::StoreOpen, "The store was written by a newer version: " + path_));
 }
 
@@ -175,14 +160,7 @@ void SQLiteOpening::checkPages(SQLite::Connection& connection) const {
         checkAllPages(connection);
         return;
     }
-    std::string ends;
-    {
-        auto const tables = connection.use("SELECT DISTINCT \"table\" FROM tessarin_entity");
-        while (tables->step())
-            ends += fmt::format("{0}SELECT min(id) FROM {1} UNION ALL SELECT max(id) FROM {1}", ends.empty() ? "" : " UNION ALL ",
-                                quoted(tables->text(0)));
-    }
-    if (!ends.empty()) connection.execute(ends);
+    readEndsOfTables(connection);
 }
 
 /// A file is damaged when three looks say so, each without what the one before left in memory, and when nothing keeps it from being

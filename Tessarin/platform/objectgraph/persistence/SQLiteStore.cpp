@@ -133,28 +133,37 @@ Ref<NSError> SQLiteStore::deleteInBatch(std::span<BatchTarget const> targets, Ba
     return impl_->inBatch(outcome, [&](SQLiteWriter& writer) { return writer.remove(targets, outcome); });
 }
 
+/// Reads `table`, and perhaps others: damage is told with the name of what is damaged.
+Ref<NSError> SQLiteStore::Impl::reading(std::string const& table, FunctionRef<void(SQLiteReader&)> work) {
+    return caught([&] {
+        try {
+            work(*readers->lease());
+        } catch (SQLite::Failure const& failure) { throw ErrorException(damage.errorOf(failure, table)); }
+    });
+}
+
 Ref<NSError> SQLiteStore::fetch(StoreQuery const& query, StoreAnswer& answer) {
-    auto error = caught([&] {
-        auto const reader = impl_->readers->lease();
-        auto const span = reader->longSpanOf(query);
-        if (!span || !impl_->scans->read(*reader, query, *span, answer.rows)) reader->fetch(query, answer, span.has_value());
+    auto error = impl_->reading(impl_->schema.tableOf(*query.entity).name, [&](SQLiteReader& reader) {
+        auto const span = reader.longSpanOf(query);
+        if (!span || !impl_->scans->read(reader, query, *span, answer.rows)) reader.fetch(query, answer, span.has_value());
     });
     if (error) answer = {};
     return error;
 }
 
 Ref<NSError> SQLiteStore::count(StoreQuery const& query, std::size_t& count, bool& complete) {
-    return caught([&] { impl_->readers->lease()->count(query, count, complete); });
+    return impl_->reading(impl_->schema.tableOf(*query.entity).name, [&](SQLiteReader& reader) { reader.count(query, count, complete); });
 }
 
 Ref<NSError> SQLiteStore::rows(NSEntityDescription const& rootEntity, std::span<RecordKey const> keys,
                                FunctionRef<void(RowRef)> each) {
-    return caught([&] { impl_->readers->lease()->rows(rootEntity, keys, each); });
+    return impl_->reading(impl_->schema.tableOf(rootEntity).name, [&](SQLiteReader& reader) { reader.rows(rootEntity, keys, each); });
 }
 
 Ref<NSError> SQLiteStore::members(NSRelationshipDescription const& relationship, std::span<RecordKey const> owners,
                                   FunctionRef<void(RecordKey owner, RecordKey member)> each) {
-    return caught([&] { impl_->readers->lease()->members(relationship, owners, each); });
+    auto const* link = impl_->schema.linkOf(relationship);
+    return impl_->reading(link ? link->table : std::string(), [&](SQLiteReader& reader) { reader.members(relationship, owners, each); });
 }
 
 RecordKey SQLiteStore::reserveKeys(std::size_t count, Ref<NSError>& error) {

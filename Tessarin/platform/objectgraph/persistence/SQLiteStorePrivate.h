@@ -1,4 +1,5 @@
 #pragma once
+#include "Tessarin/platform/objectgraph/persistence/SQLiteDamagePrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/SQLiteKeyBlocksPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/SQLiteReaderPoolPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/SQLiteStore.h"
@@ -26,7 +27,8 @@ struct SQLiteStore::Impl {
           path(url.path()),
           options(std::move(connectionOptions)),
           readers(std::make_shared<SQLiteReaderPool>(schema, path, options)),
-          scans(std::make_shared<SQLiteTableScans>(space, readers)) {}
+          scans(std::make_shared<SQLiteTableScans>(space, readers)),
+          damage(schema, path, options) {}
 
     ~Impl() { scans->waitForHelpers(); }
 
@@ -36,6 +38,7 @@ struct SQLiteStore::Impl {
         return *writerSeat;
     }
 
+    Ref<NSError> reading(std::string const& table, FunctionRef<void(SQLiteReader&)> work);
     void requireSameModel(SQLite::Connection& connection) const;
     /// One transaction of `change`, which is false when it did nothing.
     Ref<NSError> inBatch(BatchOutcome& outcome, FunctionRef<bool(SQLiteWriter&)> change);
@@ -49,6 +52,7 @@ struct SQLiteStore::Impl {
     std::int64_t modelGeneration = 0; // likewise; counts the migrations of the file
     Ref<SQLiteReaderPool> const readers;
     Ref<SQLiteTableScans> const scans;
+    SQLiteDamage damage;
     StoreMetadata metadata;
     SQLiteKeyBlocks keys;
     std::mutex writing;                   // one save at a time

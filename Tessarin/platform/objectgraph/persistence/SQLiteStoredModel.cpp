@@ -1,6 +1,10 @@
 #include "Tessarin/platform/objectgraph/persistence/SQLiteStoredModelPrivate.h"
 
+#include "Tessarin/platform/foundation/NSUUID.h"
 #include "Tessarin/platform/objectgraph/persistence/SQLiteSchemaPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/StoreMetadataPrivate.h"
+
+#include <fmt/format.h>
 
 namespace Tessarin {
 namespace {
@@ -8,6 +12,24 @@ namespace {
 std::string unquotedTable(std::string const& name) { return name.substr(1, name.size() - 2); }
 
 } // namespace
+
+void createStoreTables(SQLite::Connection& connection, RowSpace& space, std::vector<std::int64_t> const& numbers, Dictionary metadata) {
+    connection.execute(fmt::format("PRAGMA application_id = {}", storeApplicationID));
+    connection.execute(fmt::format("PRAGMA user_version = {}", storeFormatVersion));
+    connection.execute("CREATE TABLE tessarin_store (key TEXT PRIMARY KEY, value) WITHOUT ROWID;"
+                       "CREATE TABLE tessarin_metadata (key TEXT PRIMARY KEY, value TEXT NOT NULL) WITHOUT ROWID;"
+                       "CREATE TABLE tessarin_entity (number INTEGER PRIMARY KEY, name TEXT NOT NULL, \"table\" TEXT NOT NULL);"
+                       "INSERT INTO tessarin_store VALUES ('nextKey', 1), ('modelGeneration', 1)");
+    for (auto const& statement : SQLiteSchema(space, numbers).createStatements()) connection.execute(statement);
+    writeStoredModel(connection, space, numbers);
+
+    metadata.set("NSStoreType", "SQLite");
+    if (metadata["NSStoreUUID"].text().empty()) metadata.set("NSStoreUUID", NSUUID::UUID().UUIDString());
+    metadata.set("NSStoreModelVersionHashes", modelHashes(space.model()));
+    StoreMetadata written;
+    written.set(std::move(metadata));
+    written.write(connection);
+}
 
 Dictionary modelHashes(NSManagedObjectModel const& model) {
     Dictionary hashes;

@@ -1,8 +1,10 @@
 #include "Tessarin/platform/objectgraph/persistence/StoredModel.h"
 
+#include "Tessarin/platform/objectgraph/persistence/SQLiteVerdictPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/ValueJSON.h"
 
 #include <fmt/format.h>
+#include <unordered_map>
 
 namespace Tessarin {
 namespace {
@@ -125,21 +127,59 @@ EntityDefinition entityOf(Dictionary const& entry) {
     return entity;
 }
 
+// A short text can tell of a large model, since every entity has its ancestors' properties too. Far above what people make.
+constexpr std::size_t mostBytes = 4 << 20, mostEntities = 10'000, mostProperties = 200'000;
+constexpr std::size_t mostAncestors = 100; // as many as a model may have
+
+void requireAtMost(std::size_t most, std::size_t count, char const* what) {
+    if (count > most) throw Refused::because(fmt::format("the description of its model is too large: {} {}, at most {}", count, what, most));
+}
+
+/// What a model will hold once it is expanded, counted before it is.
+void requireBounded(List const& entities) {
+    struct Counted {
+        std::size_t own;
+        std::string_view parent;
+    };
+    requireAtMost(mostEntities, entities.size(), "entities");
+    std::unordered_map<std::string_view, Counted> byName;
+    for (auto const& item : entities) {
+        auto const& entry = item.dictionary();
+        byName.emplace(entry["name"].text(), Counted{entry["attributes"].list().size() + entry["relationships"].list().size(), entry["parent"].text()});
+    }
+    std::size_t properties = 0;
+    for (auto const& [name, counted] : byName) {
+        auto const* each = &counted;
+        for (std::size_t depth = 0; each && depth <= mostAncestors; ++depth) {
+            properties += each->own;
+            auto const parent = byName.find(each->parent);
+            each = parent == byName.end() ? nullptr : &parent->second;
+        }
+    }
+    requireAtMost(mostProperties, properties, "properties with those that are inherited");
+}
+
 } // namespace
 
 std::string storedModelText(NSManagedObjectModel const& model, std::vector<std::int64_t> const& entityNumbers) {
     List entities;
     for (auto const& entity : model.entities())
         entities.push_back(described(entity->definition(), entityNumbers[entity->index()]));
-    return typedJSON(Dictionary{{"entities", std::move(entities)}});
+    requireBounded(entities);
+    auto text = typedJSON(Dictionary{{"entities", std::move(entities)}});
+    requireAtMost(mostBytes, text.size(), "bytes");
+    return text;
 }
 
 std::optional<StoredModel> storedModelOfText(std::string_view text) {
+    requireAtMost(mostBytes, text.size(), "bytes");
     auto const value = valueOfTypedJSON(text);
     if (!value) return {};
     StoredModel stored;
     ModelDefinition definition;
-    for (auto const& item : value->dictionary()["entities"].list()) {
+    auto const& entities = value->dictionary()["entities"].list();
+    requireBounded(entities);
+    for (auto const& item : entities) {
         definition.entities.push_back(entityOf(item.dictionary()));
         stored.entityNumbers.push_back(item.dictionary()["number"].integer());
     }

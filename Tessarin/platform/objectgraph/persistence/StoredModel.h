@@ -13,9 +13,10 @@ struct StoredModel {
 };
 
 /// The part of a model that decides how its records are stored, and what can be inferred from it, as text. Equal texts:
-/// nothing to migrate.
+/// nothing to migrate. Throws Refused for a model beyond all measure (4 MiB of text, 10,000 entities, 200,000 properties where
+/// each entity counts those that it inherits, too).
 TESSARIN_API std::string storedModelText(NSManagedObjectModel const& model, std::vector<std::int64_t> const& entityNumbers);
-/// Reads such a text; absent when it is none.
+/// Reads such a text, which anybody may have written; absent when it is none. Throws Refused as the above, before it is expanded.
 TESSARIN_API std::optional<StoredModel> storedModelOfText(std::string_view text);
 
 } // namespace Tessarin

@@ -7,13 +7,6 @@
 namespace Tessarin {
 namespace {
 
-constexpr std::pair<TextComparison, char const*> collations[] = {
-    {TextComparison::CaseInsensitive, "tessarin_caseless"},
-    {TextComparison::Localized, "tessarin_localized"},
-    {TextComparison::LocalizedCaseInsensitive, "tessarin_localized_caseless"},
-    {TextComparison::LocalizedStandard, "tessarin_localized_standard"},
-};
-
 bool isText(sqlite3_value* value) { return sqlite3_value_type(value) == SQLITE_TEXT; }
 
 std::string_view textOf(sqlite3_value* value) {
@@ -67,22 +60,45 @@ void matches(sqlite3_context* context, int, sqlite3_value** arguments) {
 
 std::string_view piece(void const* text, int size) { return {static_cast<char const*>(text), static_cast<std::size_t>(size)}; }
 
-int compareForSorting(void* comparison, int aSize, void const* a, int bSize, void const* b) {
-    auto const order =
-        compareTexts(piece(a, aSize), piece(b, bSize), static_cast<TextComparison>(reinterpret_cast<std::intptr_t>(comparison)));
-    return order < 0 ? -1 : order > 0 ? 1 : 0;
+/// The order that `compare` finds. An exception must not pass through SQLite, and the order of a list half of which could not be
+/// compared would be wrong without a word: so the statement is ended.
+template <class Compare> int guardedOrder(void* connection, Compare compare) noexcept {
+    try {
+        auto const order = compare();
+        return order < 0 ? -1 : order > 0 ? 1 : 0;
+    } catch (...) {
+        sqlite3_interrupt(static_cast<sqlite3*>(connection));
+        return 0;
+    }
 }
 
-int compareDecimals(void*, int aSize, void const* a, int bSize, void const* b) {
-    auto const order =
-        Decimal::fromText(piece(a, aSize)).value_or(Decimal()) <=> Decimal::fromText(piece(b, bSize)).value_or(Decimal());
-    return order < 0 ? -1 : order > 0 ? 1 : 0;
+template <TextComparison comparison> int compareForSorting(void* connection, int aSize, void const* a, int bSize, void const* b) {
+    return guardedOrder(connection, [&] { return compareTexts(piece(a, aSize), piece(b, bSize), comparison); });
 }
+
+int compareDecimals(void* connection, int aSize, void const* a, int bSize, void const* b) {
+    return guardedOrder(connection, [&] {
+        return Decimal::fromText(piece(a, aSize)).value_or(Decimal()) <=> Decimal::fromText(piece(b, bSize)).value_or(Decimal());
+    });
+}
+
+struct Collation {
+    TextComparison comparison;
+    char const* name;
+    int (*order)(void*, int, void const*, int, void const*);
+};
+constexpr Collation collations[] = {
+    {TextComparison::CaseInsensitive, "tessarin_caseless", compareForSorting<TextComparison::CaseInsensitive>},
+    {TextComparison::Localized, "tessarin_localized", compareForSorting<TextComparison::Localized>},
+    {TextComparison::LocalizedCaseInsensitive, "tessarin_localized_caseless",
+     compareForSorting<TextComparison::LocalizedCaseInsensitive>},
+    {TextComparison::LocalizedStandard, "tessarin_localized_standard", compareForSorting<TextComparison::LocalizedStandard>},
+};
 
 } // namespace
 
 std::string collationFor(TextComparison comparison) {
-    for (auto const& [each, name] : collations)
+    for (auto const& [each, name, order] : collations)
         if (each == comparison) return name;
     return {};
 }
@@ -95,10 +111,11 @@ void registerSQLFunctions(SQLite::Connection& connection) {
     add("tessarin_text", 4, compareText);
     add("tessarin_fold", 2, fold);
     add("tessarin_matches", 3, matches);
-    for (auto const& [comparison, name] : collations)
-        sqlite3_create_collation_v2(connection.handle(), name, SQLITE_UTF8,
-                                    reinterpret_cast<void*>(static_cast<std::intptr_t>(comparison)), compareForSorting, nullptr);
-    sqlite3_create_collation_v2(connection.handle(), decimalCollation, SQLITE_UTF8, nullptr, compareDecimals, nullptr);
+    auto const addOrder = [&](char const* name, auto* order) {
+        sqlite3_create_collation_v2(connection.handle(), name, SQLITE_UTF8, connection.handle(), order, nullptr);
+    };
+    for (auto const& [comparison, name, order] : collations) addOrder(name, order);
+    addOrder(decimalCollation, compareDecimals);
 }
 
 } // namespace Tessarin

@@ -1,8 +1,11 @@
 #include "StoreFixture.h"
 #include "Tessarin/platform/sqlite/Connection.h"
 
+#include <atomic>
+#include <cerrno>
 #include <future>
 #include <poll.h>
+#include <sqlite3.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
@@ -104,6 +107,34 @@ TEST_F(Opening, OtherApplicationsFilesAndPlacesAreRefused) {
     EXPECT_FALSE(OpenStore(folder.url(std::string(300, 'n')), libraryModel().build()).store);
 }
 
+std::atomic<bool> pagesAreUnreadable;
+
+/// What a failing device does behind the first page.
+ssize_t failingRead(int file, void* bytes, std::size_t size) {
+    if (!pagesAreUnreadable || ::lseek(file, 0, SEEK_CUR) < 4096) return ::read(file, bytes, size);
+    errno = EIO;
+    return -1;
+}
+ssize_t failingReadAt(int file, void* bytes, std::size_t size, off_t at) {
+    if (!pagesAreUnreadable || at < 4096) return ::pread(file, bytes, size, at);
+    errno = EIO;
+    return -1;
+}
+
+// SQLite's check of the pages tells both in the same breath.
+TEST_F(Opening, PagesThatCannotBeReadAreWaitedForAndNotTakenForDamage) {
+    makeStore();
+    auto* const files = sqlite3_vfs_find(nullptr);
+    auto const exchange = [files](char const* name, auto function) { files->xSetSystemCall(files, name, reinterpret_cast<sqlite3_syscall_ptr>(function)); };
+    exchange("read", failingRead);
+    exchange("pread", failingReadAt);
+    exchange("pread64", failingReadAt);
+    pagesAreUnreadable = true;
+    expectWaits([] { pagesAreUnreadable = false; });
+    files->xSetSystemCall(files, nullptr, nullptr);
+    EXPECT_EQ(rescued(), 0U);
+}
+
 TEST_F(Opening, EmptyAndHalfMadeFilesAreNewStores) {
     write("");
     EXPECT_TRUE(opens());
@@ -130,6 +161,74 @@ TEST_F(Opening, AMissingFolderAndANewerFormatAreWaitedFor) {
     run("PRAGMA user_version = 99");
     expectWaits([&] { run("PRAGMA user_version = 1"); });
     EXPECT_EQ(rescued(), 0U);
+}
+
+TEST_F(Opening, WhatRunsInAForeignFileHasNoEffect) {
+    static std::string const endless = " AS WITH RECURSIVE r(x) AS (SELECT 1 UNION ALL SELECT x + 1 FROM r) SELECT x AS id, 1 AS version, '' AS name FROM r";
+    makeStore();
+    run("CREATE TRIGGER wipe AFTER INSERT ON Author BEGIN DELETE FROM Author; END;"
+        "CREATE TRIGGER late AFTER UPDATE ON tessarin_store BEGIN DELETE FROM Author; END;"
+        "CREATE TABLE theirs (a); CREATE VIEW endless" + endless + "; CREATE VIEW names AS SELECT name FROM Author JOIN endless");
+    {
+        OpenStore open(url, libraryModel().build());
+        ASSERT_TRUE(open.store) << open.error->description();
+        ASSERT_FALSE(open.save({open.insertion("Author", open.newKey(), {{"name", "y"}})}));
+        EXPECT_EQ(open.fetch("Author").size(), 201U);
+    }
+    // Nor do they keep a migration from its work.
+    auto above = libraryModel().definition();
+    above.entities.push_back({.name = "Person"});
+    above.entities.front().options.parent = "Person";
+    OpenStore migrated(url, NSManagedObjectModel::modelWithDefinition(std::move(above)));
+    ASSERT_TRUE(migrated.store) << migrated.error->description();
+    EXPECT_EQ(migrated.fetch("Author").size(), 201U);
+    migrated.store.reset();
+    EXPECT_EQ(SQLite::Connection(place).integer("SELECT count(*) FROM sqlite_schema WHERE name IN ('late', 'endless', 'names')"), 3);
+
+    for (std::string const table : {"Tag", "tag_FRIENDS", "tessarin_metadata"}) {
+        fs::remove(place);
+        makeStore();
+        run("DROP TABLE " + table + "; CREATE VIEW " + table + endless);
+        OpenStore open(url, libraryModel().build());
+        EXPECT_FALSE(open.store) << table;
+        EXPECT_NE(open.error->localizedDescription().find("a view stands in place of the table"), std::string::npos) << open.error->description();
+    }
+}
+
+TEST_F(Opening, ADescriptionThatWouldGrowBeyondMeasureIsRefused) {
+    makeStore();
+    std::string names, children;
+    for (int at = 0; at < 1000; ++at) {
+        names += std::string(at ? "," : "") + R"({"name":"a)" + std::to_string(at) + R"("})";
+        children += R"(,{"name":"E)" + std::to_string(at) + R"(","parent":"Root"})";
+    }
+    std::string const hostile[] = {R"({"entities":[{"name":"Root","attributes":[)" + names + "]}" + children + "]}",
+                                   R"({"entities":[{"name":")" + std::string(5 << 20, 'x') + R"("}]})"};
+    for (auto const& text : hostile) {
+        SQLite::Connection connection(place);
+        auto const put = connection.use("UPDATE tessarin_store SET value = ? WHERE key = 'model'");
+        put->bind(1, std::string_view{text});
+        put->run();
+        OpenStore open(url, libraryModel().build());
+        ASSERT_FALSE(open.store);
+        EXPECT_NE(open.error->localizedDescription().find("its model is too large"), std::string::npos) << open.error->description();
+    }
+}
+
+TEST_F(Opening, AMissingOrLowNextKeyOverwritesNoRecord) {
+    for (auto const* change : {"DELETE FROM tessarin_store WHERE key = 'nextKey'", "UPDATE tessarin_store SET value = 1 WHERE key = 'nextKey'",
+                               "UPDATE tessarin_store SET value = -5 WHERE key = 'nextKey'", "UPDATE tessarin_store SET value = 'x' WHERE key = 'nextKey'"}) {
+        fs::remove(place);
+        makeStore();
+        run(change);
+        OpenStore open(url, libraryModel().build()), other(url, libraryModel().build());
+        auto const largest = keysOf(open.fetch("Author")).back();
+        auto const key = open.newKey(), next = other.newKey();
+        EXPECT_GT(key, largest) << change;
+        EXPECT_GT(next, key) << change << ": given twice";
+        ASSERT_FALSE(open.save({open.insertion("Author", key, {{"name", "y"}})})) << change;
+        EXPECT_EQ(open.fetch("Author").size(), 201U) << change;
+    }
 }
 
 // As another user, since the superuser may do everything.

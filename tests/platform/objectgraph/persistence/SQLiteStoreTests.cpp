@@ -1,4 +1,5 @@
 #include "StoreFixture.h"
+#include "Tessarin/platform/objectgraph/persistence/BatchChange.h"
 
 namespace Tessarin::tests {
 namespace {
@@ -53,6 +54,24 @@ TEST(SQLiteStore, EveryTypeComesBackAfterReopening) {
         EXPECT_EQ(value, row.value) << row.name;
         EXPECT_EQ(value.kind(), row.value.kind()) << row.name;
     }
+}
+
+TEST(SQLiteStore, BatchRequestsLeaveNoRowInTheCacheThatIsOld) {
+    StoreFolder folder;
+    OpenStore open(folder.url("a.db"), libraryModel().build());
+    Keys const keys{open.newKey(), open.newKey(), open.newKey()}; // an author, a book of it, a tag
+    ASSERT_FALSE(open.save({open.insertion("Author", keys[0], {{"name", "old"}}), open.insertion("Book", keys[1], {{"author", keys[0]}}),
+                            open.insertion("Tag", keys[2], {{"name", "old"}})}));
+    RowRef const held[] = {open.read("Author", keys[0]), open.read("Book", keys[1]), open.read("Tag", keys[2])};
+    auto const& cache = open.space->cache();
+    BatchOutcome outcome;
+    BatchTarget const tags{{.entity = &open.entity("Tag"), .sortDescriptors = {}}}, authors{{.entity = &open.entity("Author"), .sortDescriptors = {}}};
+    BatchAssignment const name{.property = open.entity("Tag").propertyNamed("name"), .value = "new"};
+    ASSERT_FALSE(open.store->updateInBatch(tags, {&name, 1}, outcome));
+    EXPECT_EQ(cache.find(keys[2]), nullptr);
+    ASSERT_FALSE(open.store->deleteInBatch({&authors, 1}, outcome));
+    EXPECT_EQ(cache.find(keys[0]), nullptr);
+    EXPECT_EQ(cache.find(keys[1]), nullptr) << "its link was cut";
 }
 
 class LibraryInAnyStore : public testing::TestWithParam<OpenStore::Kind> {

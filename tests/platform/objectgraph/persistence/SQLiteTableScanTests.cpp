@@ -1,4 +1,5 @@
 #include "StoreFixture.h"
+#include "Tessarin/platform/objectgraph/persistence/SQLiteSharedScanPrivate.h"
 
 #include <atomic>
 #include <set>
@@ -70,6 +71,53 @@ TEST_F(TagsFarApart, AScanByTwoThreadsSeesOneStateOfTheFile) {
     } while (isRenaming);
     writer.join();
     EXPECT_EQ(here.value(here.fetch("Tag").back(), "name"), Value("40"));
+}
+
+TEST_F(TagsFarApart, AHelperThatSeesAnotherStateReadsNothing) {
+    SQLiteSchema const schema(*here.space, {1, 2, 3});
+    auto const readers = std::make_shared<SQLiteReaderPool>(schema, folder.path("a.db"), SQLite::ConnectionOptions{});
+    auto const reader = readers->lease();
+    SQLiteReader::Scanned const tags{&here.entity("Tag"), true};
+    auto const span = reader->longSpanOf({.entity = tags.entity});
+    ASSERT_TRUE(span);
+    SQLiteSharedScan scan(here.space, tags, *span, reader->seenState().value());
+    rename("new"); // before the helper comes
+    scan.help(*readers);
+    std::vector<RowRef> rows;
+    KeptRows kept;
+    scan.read(*reader, rows, kept);
+    std::set<std::string> names;
+    for (auto const& row : rows) names.insert(here.value(row, "name").description());
+    EXPECT_EQ(rows.size(), 600U);
+    EXPECT_EQ(names, std::set<std::string>{"0"});
+}
+
+TEST(SQLiteTableScan, SharesLeaveNoKeyBetweenThem) {
+    static constexpr RecordKey count = 20'200; // one behind the other, so that one stands at every border
+    StoreFolder folder;
+    OpenStore open(folder.url("a.db"), ModelBuilder().entity("Tag").build());
+    auto const first = open.store->reserveKeys(count, open.error);
+    std::vector<RecordChange> changes;
+    for (RecordKey key = first; key < first + count; ++key) changes.push_back(open.insertion("Tag", key, {}));
+    ASSERT_FALSE(open.save(std::move(changes)));
+    auto const keys = keysOf(open.fetch("Tag"));
+    ASSERT_EQ(keys.size(), std::size_t{count});
+    EXPECT_EQ(keys.back(), first + count - 1);
+}
+
+// A fetch right before each save keeps a read transaction, for the next fetch: the save has to end it, or nothing of the log can
+// ever be written over.
+TEST(SQLiteReaderPool, NoIdleReaderKeepsTheLogFromBeingEmptied) {
+    StoreFolder folder;
+    OpenStore open(folder.url("a.db"), libraryModel().build());
+    auto const key = open.newKey();
+    for (int round = 0; round < 40; ++round) {
+        auto const name = std::string(400'000, static_cast<char>('a' + round % 26));
+        auto const before = open.read("Author", key);
+        ASSERT_FALSE(open.save({before ? open.update(before, {{"name", name}}) : open.insertion("Author", key, {{"name", name}})}));
+        for (int look = 0; look < 20; ++look) open.read("Tag", key);
+    }
+    EXPECT_LT(std::filesystem::file_size(folder.path("a.db-wal")), 12'000'000U) << "16 MB went through it, and 4 MB of it are the usual";
 }
 
 } // namespace
