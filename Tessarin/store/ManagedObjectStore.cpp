@@ -104,7 +104,11 @@ void deleteAll(NSManagedObjectContext& context, NSEntityDescription const& entit
 
 void ManagedObjectStore::deleteAllData(std::optional<std::vector<Ref<NSEntityDescription>>> entities, Closure<void()> completion) {
     privateContext_->performBlockAndWait([&] {
-        for (auto const& entity : entities ? *entities : model_->entities()) deleteAll(*privateContext_, *entity);
+        try {
+            for (auto const& entity : entities ? *entities : model_->entities()) deleteAll(*privateContext_, *entity);
+        } catch (ErrorException const&) { // what hangs on an object could not be read
+            return privateContext_->rollback();
+        }
         Ref<NSError> ignored;
         privateContext_->save(ignored);
     });

@@ -57,14 +57,15 @@ std::int64_t NSManagedObjectContextOperations::count(std::string_view entityName
 
 std::vector<Ref<NSManagedObject>> NSManagedObjectContextOperations::allObjects(std::string_view entityName, FetchOptions options) {
     std::vector<Ref<NSManagedObject>> objects;
-    takeObjects(entityName, std::move(options), [&](std::span<Ref<NSManagedObject>> run, std::size_t total) {
+    bool const isWhole = takeObjects(entityName, std::move(options), [&](std::span<Ref<NSManagedObject>> run, std::size_t total) {
         objects.reserve(total);
         objects.insert(objects.end(), std::move_iterator(run.begin()), std::move_iterator(run.end()));
     });
+    if (!isWhole) objects.clear();
     return objects;
 }
 
-void NSManagedObjectContextOperations::takeObjects(std::string_view entityName, FetchOptions options,
+bool NSManagedObjectContextOperations::takeObjects(std::string_view entityName, FetchOptions options,
                                                    FunctionRef<void(std::span<Ref<NSManagedObject>>, std::size_t)> take) {
     auto const request = fetchRequest(entityName);
     if (options.predicate) request->setPredicate(std::move(options.predicate));
@@ -72,6 +73,7 @@ void NSManagedObjectContextOperations::takeObjects(std::string_view entityName, 
     Ref<NSError> error;
     home().executeFetchRequest(*request, error, take);
     if (error) printFetchError(*error, *request);
+    return !error;
 }
 
 Ref<NSManagedObject> NSManagedObjectContextOperations::anyObjectNamed(std::string_view entityName, AnyObjectOptions options) {

@@ -81,7 +81,7 @@ protected:
 
 private:
     NSManagedObjectContext& home() noexcept;
-    void takeObjects(std::string_view entityName, FetchOptions options,
+    bool takeObjects(std::string_view entityName, FetchOptions options,
                      FunctionRef<void(std::span<Ref<NSManagedObject>>, std::size_t)> take);
     Ref<NSManagedObject> objectInMemory(std::string_view entityName, NSPredicate const* predicate);
     Ref<NSManagedObject> objectOf(NSManagedObjectHelpers::ThreadsafeToken const& token);

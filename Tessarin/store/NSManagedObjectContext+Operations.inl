@@ -10,10 +10,11 @@ template <class T> Ref<T> NSManagedObjectContextOperations::insertObject() {
 }
 template <class T> std::vector<Ref<T>> NSManagedObjectContextOperations::allObjects(FetchOptions options) {
     std::vector<Ref<T>> objects;
-    takeObjects(entityName<T>(), std::move(options), [&](std::span<Ref<NSManagedObject>> run, std::size_t total) {
+    bool const isWhole = takeObjects(entityName<T>(), std::move(options), [&](std::span<Ref<NSManagedObject>> run, std::size_t total) {
         objects.reserve(total);
         detail::appendCast<T>(run, objects);
     });
+    if (!isWhole) objects.clear();
     return objects;
 }
 template <class T> Ref<T> NSManagedObjectContextOperations::anyObject(AnyObjectOptions options) {

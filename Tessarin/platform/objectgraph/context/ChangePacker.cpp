@@ -32,26 +32,33 @@ RecordChange ChangePacker::packedChange(NSManagedObject& object) {
     RecordChange change;
     change.key = state.key;
     change.entity = &object.entity();
-    change.before = state.row;
+    change.before = basisOf(object);
     if (object.isDeleted()) {
         change.kind = RecordChange::Kind::Delete;
         return change;
     }
     change.kind = object.isInserted() ? RecordChange::Kind::Insert : RecordChange::Kind::Update;
-    change.after = packedRow(object);
+    change.after = packedRow(object, change.before);
     packRelationships(object, change);
     return change;
 }
 
-RowRef ChangePacker::packedRow(NSManagedObject& object) {
+/// What the changes were made on. An object that was changed though its record is gone was made on nothing: a conflict, then.
+RowRef ChangePacker::basisOf(NSManagedObject& object) {
+    auto const& state = GraphAccess::state(object);
+    if (state.row || object.isInserted() || object.isDeleted() || !state.extras || state.extras->values.empty()) return state.row;
+    builder_.begin(*state.layout, state.key, Row::firstVersion - 1);
+    return builder_.finish();
+}
+
+RowRef ChangePacker::packedRow(NSManagedObject& object, RowRef const& basis) {
     auto const& state = GraphAccess::state(object);
     bool const isNew = object.isInserted();
-    if (!isNew && (!state.extras || state.extras->values.empty())) return state.row;
-    if (!isNew && !state.row) return {}; // its record is gone: there is nothing to change
+    if (!isNew && (!state.extras || state.extras->values.empty())) return basis;
     if (isNew)
         builder_.begin(*state.layout, state.key, Row::firstVersion);
     else
-        builder_.begin(*state.row, state.row->version() + 1);
+        builder_.begin(*basis, basis->version() + 1);
     bool differs = isNew;
     if (state.extras)
         for (auto const& [property, value] : state.extras->values) {
@@ -64,12 +71,12 @@ RowRef ChangePacker::packedRow(NSManagedObject& object) {
                 builder_.setValue(at, value);
             differs = true;
         }
-    if (!differs) return state.row;
+    if (!differs) return basis;
     auto row = builder_.finish(isNew ? &blocks_ : nullptr);
     if (isNew) return row;
     for (std::size_t cell = 0; cell < state.layout->cells().size(); ++cell)
-        if (!row->cellEquals(cell, *state.row)) return row;
-    return state.row; // set to what it was
+        if (!row->cellEquals(cell, *basis)) return row;
+    return basis; // set to what it was
 }
 
 void ChangePacker::packRelationships(NSManagedObject& object, RecordChange& change) {

@@ -19,7 +19,8 @@ public:
 
 private:
     RecordChange packedChange(NSManagedObject& object);
-    RowRef packedRow(NSManagedObject& object);
+    RowRef basisOf(NSManagedObject& object);
+    RowRef packedRow(NSManagedObject& object, RowRef const& basis);
     void packRelationships(NSManagedObject& object, RecordChange& change);
     std::vector<RecordKey> current(std::span<RecordKey const> keys) const;
 

@@ -1,6 +1,7 @@
 // Deleting objects: the delete rules work at once, so that the graph never shows a half-deleted state.
 #include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
 #include "Tessarin/platform/objectgraph/context/RelationshipsPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/StoreErrors.h"
 
 #include <algorithm>
 
@@ -18,16 +19,19 @@ std::vector<Ref<NSManagedObject>> destinationsOf(NSManagedObject& object, NSRela
 /// What one relationship of an object that goes means for its destinations.
 void applyRule(NSManagedObject& object, NSRelationshipDescription const& relationship, std::vector<Ref<NSManagedObject>>& alsoDeleted) {
     auto const rule = relationship.deleteRule();
-    if (rule == NSDeleteRule::NoAction) return;
+    if (rule == NSDeleteRule::NoAction || rule == NSDeleteRule::Deny) return; // what denies shows at save
     for (auto const& destination : destinationsOf(object, relationship)) {
         if (destination->isDeleted()) continue;
         if (rule == NSDeleteRule::Cascade)
             alsoDeleted.push_back(destination);
-        else if (rule == NSDeleteRule::Deny) // whether it stands in the way shows at save: it may be deleted until then
-            GraphAccess::state(object).more().denied.emplace_back(static_cast<std::uint32_t>(relationship.index()), destination->recordKey());
         else
             letGoAtOtherEnd(object, relationship, *destination);
     }
+}
+
+bool isThere(NSManagedObject& object) {
+    GraphAccess::fire(object);
+    return !object.isDeleted() && !GraphAccess::state(object).has(ObjectState::Gone);
 }
 
 /// An object that was never saved just leaves.
@@ -41,6 +45,16 @@ void forgetInserted(ContextState& context, NSManagedObject& object) {
 }
 
 } // namespace
+
+Ref<NSError> denialOf(NSManagedObject& object) {
+    for (auto const* relationship : object.entity().relationships()) {
+        if (relationship->deleteRule() != NSDeleteRule::Deny) continue;
+        if (std::ranges::none_of(destinationsOf(object, *relationship), [](auto const& each) { return isThere(*each); })) continue;
+        auto const name = object.entity().name() + "." + relationship->name();
+        return storeError(StoreErrorCode::RelationshipDenied, name + " denies the deletion while it has a destination.", {{"NSValidationErrorKey", name}});
+    }
+    return nullptr;
+}
 
 void NSManagedObjectContext::deleteObject(NSManagedObject& first) {
     std::vector<Ref<NSManagedObject>> doomed{first.self<NSManagedObject>()};

@@ -198,6 +198,7 @@ std::vector<Ref<NSManagedObject>> NSManagedObjectContext::executeFetchRequest(NS
         objects.reserve(total);
         objects.insert(objects.end(), std::move_iterator(run.begin()), std::move_iterator(run.end()));
     });
+    if (error) objects.clear();
     return objects;
 }
 

@@ -132,6 +132,8 @@ void mergeSaved(ContextState& context, ChangeSets const& sets) {
     for (auto const& set : sets) merge(context, *set, Winner::Unsaved);
 }
 
+void noteGone(ContextState& context, NSManagedObject& object) { mergeDeletion(context, object, Winner::Unsaved); }
+
 void mergeCorrections(ContextState& context, Ref<ChangeSet const> const& set) {
     merge(context, *set, Winner::Unsaved);
     forgetLinksOf(context, *set);

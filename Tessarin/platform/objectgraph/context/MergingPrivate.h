@@ -9,6 +9,8 @@ namespace Tessarin {
 void applyReceived(ContextState& context);
 /// What a relative saved: this context's unsaved values stay.
 void mergeSaved(ContextState& context, ChangeSets const& sets);
+/// The object's record turned out to be gone; unsaved changes stay until a save finds that.
+void noteGone(ContextState& context, NSManagedObject& object);
 /// Records that a save left otherwise than it was given them: the context's objects follow, with their unsaved values on
 /// top, and so do those of the contexts below, each on its own queue, soon or before what it does next.
 void mergeCorrections(ContextState& context, Ref<ChangeSet const> const& set);

@@ -129,6 +129,14 @@ private:
     ObjectState state_;
 };
 
+/// A managed object belongs to a context, which makes it.
+template <class T, class... Arguments>
+    requires std::is_base_of_v<NSManagedObject, T>
+Ref<T> make(Arguments&&...) {
+    static_assert(sizeof(T) == 0, "a managed object is made by its context: call insertNewObject(\"Book\"), insertEntityNamed or insertObject<Book>()");
+    return nullptr;
+}
+
 /// The live members of one to-many relationship of one object; keeps the object. Same queue as the object.
 class TESSARIN_API MutableObjectSet {
 public:

@@ -5,6 +5,7 @@
 #include "Tessarin/platform/objectgraph/context/MergingPrivate.h"
 #include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
 #include "Tessarin/platform/objectgraph/context/RecordReaderPrivate.h"
+#include "Tessarin/platform/objectgraph/context/RelationshipsPrivate.h"
 #include "Tessarin/platform/objectgraph/context/SaveOperationPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/StoreErrors.h"
 #include "Tessarin/platform/queues/Dispatch.h"
@@ -166,21 +167,23 @@ bool NSManagedObjectContext::save(Ref<NSError>& error) {
 
 void NSManagedObjectContext::refreshObject(NSManagedObject& object, bool mergeChanges) {
     auto& state = GraphAccess::state(object);
-    if (state.link() != state_->link.get() || state.key < 0) return; // what was never saved cannot be read again
+    if (state.link() != state_->link.get() || state.has(ObjectState::Inserted)) return; // what was never saved cannot be read again
     if (!mergeChanges) {
+        undoLinks(*state_, object);
         std::erase_if(state_->changed, [&](auto const& each) { return each.get() == &object; });
         state.flags = ObjectState::Fault;
         if (state.extras) {
             state.extras->values.clear();
             state.extras->toMany.clear();
-            state.extras->denied.clear();
         }
         state.row = {};
         state.batch = state_->link->lone();
         return;
     }
     auto row = RecordReader(*state_).row(object.entity(), state.key, true);
-    if (row) state.row = std::move(row);
+    if (!row) return noteGone(*state_, object);
+    state.row = std::move(row);
+    state.clear(ObjectState::Gone);
     if (!state.extras) return;
     for (auto& toMany : state.extras->toMany) toMany.isLoaded = toMany.isLoaded && toMany.isReordered;
 }
@@ -197,7 +200,6 @@ void NSManagedObjectContext::rollback() {
         if (state.extras) {
             state.extras->values.clear();
             state.extras->toMany.clear();
-            state.extras->denied.clear();
         }
         if (!wasInserted) {
             if (!state.row) state.set(ObjectState::Fault);

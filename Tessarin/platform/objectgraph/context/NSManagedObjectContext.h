@@ -83,7 +83,7 @@ public:
     /// and `error` is set.
     std::vector<Ref<NSManagedObject>> executeFetchRequest(NSFetchRequest const& request, Ref<NSError>& error);
     /// The same without a list: hands the results on in runs of some hundred, with how many there are in all. `take` may move
-    /// the objects out; it is not called on an error.
+    /// the objects out. After an error what it was given until then is not the result.
     void executeFetchRequest(NSFetchRequest const& request, Ref<NSError>& error, FetchedObjectsTaker take);
     /// The same as a list that makes its objects where it is looked at, `fetchBatchSize` at a time. Empty on an error.
     FetchedObjects fetchObjects(NSFetchRequest const& request, Ref<NSError>& error);
@@ -111,7 +111,9 @@ public:
 
     /// False with an error, and every change kept, when something is not valid or the store cannot take it.
     bool save(Ref<NSError>& error);
-    /// Reads the record again. With `mergeChanges` the unsaved values stay; without, they are dropped and the object is a fault.
+    /// Reads the record again. With `mergeChanges` the unsaved values stay; without, they are dropped, what they were linked with
+    /// follows, and the object is a fault. Nothing for an object that was never saved. One without unsaved changes whose record
+    /// is gone becomes a deleted one, and has no context any more.
     void refreshObject(NSManagedObject& object, bool mergeChanges);
     void refreshAllObjects();
     /// Drops this context's own unsaved changes. What children handed up stays: to them it is saved.

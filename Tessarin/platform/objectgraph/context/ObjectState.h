@@ -35,14 +35,13 @@ struct ObjectExtras {
     using Values = std::vector<std::pair<std::uint32_t, Value>, ObjectSlabAllocator<std::pair<std::uint32_t, Value>>>;
     Values values; // by property: unsaved attributes, and to-ones as keys (0: none)
     std::vector<ToManyState> toMany;
-    std::vector<std::pair<std::uint32_t, RecordKey>> denied; // destinations of Deny relationships when it was deleted
     Ref<NSManagedObjectID> id;
     std::uint32_t keysAsOf = 0; // the count of the link's changes of keys when values and relationships were last looked through
 
     // An import makes them by the ten thousand, and one save releases them all.
     static void* operator new(std::size_t size) { return ObjectSlab::take(size); }
     static void operator delete(void* memory, std::size_t size) noexcept { ObjectSlab::give(memory, size); }
-    bool isEmpty() const noexcept { return values.empty() && toMany.empty() && denied.empty() && !id; }
+    bool isEmpty() const noexcept { return values.empty() && toMany.empty() && !id; }
     Value* value(std::size_t property) {
         for (auto& [at, value] : values)
             if (at == property) return &value;

@@ -159,6 +159,84 @@ void letGoAtOtherEnd(NSManagedObject& object, NSRelationshipDescription const& r
     if (auto const* inverse = relationship.inverseRelationship()) detachEnd(other, *inverse, object.recordKey());
 }
 
+namespace {
+
+/// The destination of a to-one as it was read, or 0.
+RecordKey readReferenceOf(ObjectState const& state, NSRelationshipDescription const& relationship) {
+    auto const cell = state.layout->cellOf(relationship.index());
+    return state.row && cell != RowLayout::noCell ? state.link()->current(state.row->reference(static_cast<std::size_t>(cell))) : 0;
+}
+
+/// After links were undone: an object that is as it was has no unsaved changes.
+void forgetIfUnchanged(ContextState& context, NSManagedObject& object) {
+    auto& state = GraphAccess::state(object);
+    if (!state.has(ObjectState::Changed) || !state.extras || state.has(ObjectState::Inserted) || state.has(ObjectState::Deleted)) return;
+    std::erase_if(state.extras->values, [&](auto const& entry) {
+        auto const* relationship = object.entity().properties()[entry.first]->asRelationship();
+        return relationship && readReferenceOf(state, *relationship) == entry.second.integer();
+    });
+    if (!state.extras->values.empty() || std::ranges::any_of(state.extras->toMany, &ToManyState::isChanged)) return;
+    state.clear(ObjectState::Updated);
+    state.clear(ObjectState::Changed);
+    std::erase_if(context.changed, [&](auto const& each) { return each.get() == &object; });
+}
+
+/// The to-one leads where it did when it was read, if that is still there.
+void lookBack(ContextState& context, NSManagedObject& object, NSRelationshipDescription const& relationship) {
+    auto const key = readReferenceOf(GraphAccess::state(object), relationship);
+    auto destination = key == 0 ? nullptr : objectWithKey(context, *relationship.destinationEntity(), key);
+    if (destination && destination->isDeleted()) destination = nullptr;
+    object.setValueForKey(destination ? Value(destination) : Value(), relationship.name());
+    if (destination) forgetIfUnchanged(context, *destination);
+}
+
+} // namespace
+
+void undoLinks(ContextState& context, NSManagedObject& object) {
+    auto& state = GraphAccess::state(object);
+    if (!state.extras || !state.has(ObjectState::Changed)) return;
+    updateKeys(state);
+    auto const undo = [&](NSRelationshipDescription const& relationship, std::vector<RecordKey> const& added, std::vector<RecordKey> const& removed) {
+        auto const* inverse = relationship.inverseRelationship();
+        if (!inverse) return;
+        for (auto const* keys : {&added, &removed})
+            for (auto const key : *keys) {
+                auto const other = objectWithKey(context, *relationship.destinationEntity(), key);
+                if (other.get() == &object || other->isDeleted()) continue;
+                // Whoever has found another one meanwhile keeps it.
+                if (keys == &removed && !inverse->isToMany() && referenceOf(*other, *inverse) != 0) continue;
+                if (keys == &removed)
+                    attachEnd(*other, *inverse, object);
+                else if (inverse->isToMany())
+                    detachEnd(*other, *inverse, object.recordKey());
+                else
+                    lookBack(context, *other, *inverse);
+                forgetIfUnchanged(context, *other);
+            }
+    };
+    for (auto const* relationship : object.entity().relationships()) {
+        bool const isNullified = object.isDeleted() && relationship->deleteRule() == NSDeleteRule::Nullify;
+        if (relationship->isToMany()) {
+            auto const* toMany = state.extras->find(relationship->index());
+            std::vector<RecordKey> added, removed;
+            if (toMany) added.assign(toMany->added.keys().begin(), toMany->added.keys().end());
+            if (toMany) removed.assign(toMany->removed.keys().begin(), toMany->removed.keys().end());
+            if (isNullified) { // whoever was let go of by the deletion is still among the members
+                auto const members = memberKeys(object, *relationship);
+                for (auto const key : members)
+                    if (std::ranges::find(added, key) == added.end()) removed.push_back(key);
+                added.clear();
+            }
+            undo(*relationship, added, removed);
+            continue;
+        }
+        auto const before = readReferenceOf(state, *relationship);
+        auto const now = referenceOf(object, *relationship);
+        if (before == now && !isNullified) continue;
+        undo(*relationship, now == 0 || isNullified ? std::vector<RecordKey>{} : std::vector{now}, before == 0 ? std::vector<RecordKey>{} : std::vector{before});
+    }
+}
+
 Ref<NSManagedObject> NSManagedObject::destination(NSRelationshipDescription const& relationship) {
     auto const key = referenceOf(*this, relationship);
     auto* context = state_.link()->contextState();

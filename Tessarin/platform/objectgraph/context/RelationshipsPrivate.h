@@ -21,6 +21,11 @@ bool hasMember(NSManagedObject& owner, NSRelationshipDescription const& relation
 /// `other`, a destination of `object`'s relationship, no longer points back to it.
 void letGoAtOtherEnd(NSManagedObject& object, NSRelationshipDescription const& relationship, NSManagedObject& other);
 
+/// What keeps a deleted object from going, as everything stands now; null when nothing does.
+Ref<NSError> denialOf(NSManagedObject& object);
+/// Whoever a changed or deleted object was linked with, or no longer is, shows what was before its changes.
+void undoLinks(ContextState& context, NSManagedObject& object);
+
 /// What is wrong with saving a value in an attribute of an entity, and null when it is fine.
 Ref<NSError> valueProblem(NSEntityDescription const& entity, NSAttributeDescription const& attribute, Value const& value);
 

@@ -51,24 +51,13 @@ Ref<NSError> SaveOperation::run() try {
 Ref<NSError> SaveOperation::validate() {
     static constexpr std::size_t mostErrors = 100; // a failed import would otherwise report every record
     std::vector<Ref<NSError>> errors;
-    for (auto const& object : context_.changed) {
-        auto error = object->isDeleted() ? checkDenied(*object) : object->validateForSave();
+    for (std::size_t at = 0; at < context_.changed.size(); ++at) {
+        auto const object = context_.changed[at];
+        auto error = object->isDeleted() ? denialOf(*object) : object->validateForSave();
         if (error) errors.push_back(std::move(error));
         if (errors.size() == mostErrors) break;
     }
     return combined(std::move(errors));
-}
-
-Ref<NSError> SaveOperation::checkDenied(NSManagedObject& object) {
-    auto const& state = GraphAccess::state(object);
-    if (!state.extras) return nullptr;
-    for (auto const& [property, key] : state.extras->denied) {
-        auto const other = context_.link->find(key);
-        if (other && other->isDeleted()) continue;
-        auto const name = object.entity().name() + "." + object.entity().properties()[property]->name();
-        return storeError(StoreErrorCode::RelationshipDenied, name + " denies the deletion while it has a destination.", {{"NSValidationErrorKey", name}});
-    }
-    return nullptr;
 }
 
 Ref<NSError> SaveOperation::givePermanentKeys() {
@@ -244,10 +233,7 @@ void SaveOperation::settle() {
 void SaveOperation::correct(NSManagedObject& object, RecordChange const& correction) {
     auto& state = GraphAccess::state(object);
     correction.after ? state.clear(ObjectState::Deleted) : state.set(ObjectState::Deleted);
-    if (state.extras) {
-        state.extras->denied.clear();
-        state.extras->toMany.clear();
-    }
+    if (state.extras) state.extras->toMany.clear();
     settle(object, correction.after);
 }
 
@@ -260,6 +246,7 @@ void SaveOperation::settle(NSManagedObject& object, RowRef const& row) {
         return;
     }
     if (row) state.row = row;
+    if (row) state.clear(ObjectState::Gone);
     if (!state.extras) return;
     std::erase_if(state.extras->values, [&](auto const& entry) { return !isTransient(object, entry.first); });
     for (auto& toMany : state.extras->toMany) {

@@ -14,7 +14,6 @@ public:
 
 private:
     Ref<NSError> validate();
-    Ref<NSError> checkDenied(NSManagedObject& object);
     Ref<NSError> givePermanentKeys();
     Ref<NSError> promotePublished();
     Ref<NSError> promoteReferences();

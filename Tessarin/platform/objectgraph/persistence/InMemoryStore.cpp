@@ -109,6 +109,7 @@ Ref<NSError> InMemoryStore::conflictIn(std::span<Ref<ChangeSet const> const> set
             bool isTouched = false;
             for (auto const& set : sets)
                 for (auto const& change : set->changesOf(*entity->rootEntity())) {
+                    if (!change.changesRow()) continue;
                     isTouched = true;
                     if (change.kind == Kind::Delete)
                         future.erase(change.key);
