@@ -107,6 +107,7 @@
 #include "Tessarin/platform/objectgraph/persistence/ValueJSON.h"
 #include "Tessarin/platform/objectgraph/context/ContextLink.h"
 #include "Tessarin/platform/objectgraph/context/FaultBatch.h"
+#include "Tessarin/platform/objectgraph/context/FetchRequestProblem.h"
 #include "Tessarin/platform/objectgraph/context/FetchedObjects.h"
 #include "Tessarin/platform/objectgraph/context/KeySet.h"
 #include "Tessarin/platform/objectgraph/context/NSBatchDeleteRequest.h"

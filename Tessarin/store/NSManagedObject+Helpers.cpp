@@ -2,6 +2,7 @@
 
 #include "Tessarin/platform/objectgraph/context/NSManagedObjectContext.h"
 #include "Tessarin/platform/runtime/Fatal.h"
+#include "Tessarin/platform/runtime/OneLinePrivate.h"
 
 namespace Tessarin {
 
@@ -32,7 +33,7 @@ bool NSManagedObjectHelpers::hasPropertyForKey(std::string_view key) const { ret
 
 Ref<NSManagedObjectHelpers::ThreadsafeToken> NSManagedObjectHelpers::threadsafeToken() const { return make<ThreadsafeToken>(home()); }
 
-void NSManagedObjectHelpers::log() const { print(home().description()); }
+void NSManagedObjectHelpers::log() const { printLine(home().description()); }
 
 std::string NSManagedObjectHelpers::entityName() { return lastPieceOfClassName(classOf<NSManagedObject>().name()); }
 

@@ -3,6 +3,7 @@
 #include "Tessarin/platform/objectgraph/context/NSManagedObjectContext.h"
 
 #include <charconv>
+#include <cmath>
 
 namespace Tessarin {
 namespace {
@@ -11,7 +12,7 @@ namespace {
 using Converted = std::optional<Value>;
 
 template <class Number> std::optional<Number> parsed(std::string_view text) {
-    if (text.starts_with('+')) text.remove_prefix(1); // a sign that from_chars does not know
+    if (text.starts_with('+') && !text.starts_with("+-")) text.remove_prefix(1); // a sign that from_chars does not know
     Number number{};
     auto const end = text.data() + text.size();
     auto const [stop, error] = std::from_chars(text.data(), end, number);
@@ -33,7 +34,7 @@ bool isTrue(std::string_view text) { return text == "true" || text == "1" || tex
 
 Converted boolean(Value const& value) {
     if (value.isText()) return Value(isTrue(value.text()));
-    if (isNumber(value)) return Value(value.number() != 0);
+    if (isNumber(value) && !std::isnan(value.number())) return Value(value.number() != 0);
     return {};
 }
 
@@ -109,7 +110,7 @@ Ref<NSManagedObject> NSManagedObjectImport::addRelationship(std::string_view rel
     auto const* description = property ? property->asRelationship() : nullptr;
     if (!description) return nullptr;
     auto object = existing(*description, fromDictionary);
-    if (!object)
+    if (!object && !description->destinationEntity()->isAbstract()) // else only the hook could say of which entity it is
         if (auto const context = home().moc()) object = context->insertNewObject(description->destinationEntity()->name());
     return object ? attached(home(), *description, std::move(object), fromDictionary) : nullptr;
 }

@@ -1,14 +1,26 @@
 #include "Tessarin/store/NSManagedObjectContext+Operations.h"
 
+#include "Tessarin/platform/objectgraph/context/FetchRequestProblem.h"
 #include "Tessarin/platform/objectgraph/context/NSManagedObjectContext.h"
 #include "Tessarin/platform/runtime/Fatal.h"
+#include "Tessarin/platform/runtime/OneLinePrivate.h"
 
 namespace Tessarin {
 namespace {
 
 /// The opening parenthesis is never closed; readers of logs know the line like that.
 void printFetchError(NSError const& error, NSFetchRequest const& request) {
-    print("Error (" + error.description() + " executing fetch request: " + request.description());
+    printLine("Error (" + error.description() + " executing fetch request: " + request.description());
+}
+
+NSEntityDescription const* entityNamed(NSManagedObjectContext const& context, std::string_view name) {
+    auto const coordinator = context.persistentStoreCoordinator();
+    return coordinator ? coordinator->managedObjectModel()->entityNamed(name) : nullptr;
+}
+
+bool isAnswerable(NSManagedObjectContext const& context, NSFetchRequest const& request) {
+    auto const* entity = entityNamed(context, request.entityName());
+    return entity && !problemWithFetchRequest(request, *entity);
 }
 
 /// Saves the ancestors, nearest first. One that fails keeps its changes, and those above it are saved all the same.
@@ -24,7 +36,7 @@ void saveAncestors(NSManagedObjectContext const& context) {
 void saveHere(NSManagedObjectContext& context, SaveOptions const& options) {
     Ref<NSError> error;
     if (!context.save(error))
-        print("Error while saving context: " + error->description());
+        printLine("Error while saving context: " + error->description());
     else if (options.toDisk)
         saveAncestors(context);
     if (options.completion) options.completion(error);
@@ -51,7 +63,7 @@ std::int64_t NSManagedObjectContextOperations::count(std::string_view entityName
     request->setPredicate(std::move(predicate));
     Ref<NSError> error;
     auto const count = home().countForFetchRequest(*request, error);
-    if (error) print("Error while counting fetch request for " + std::string{entityName} + ": " + error->description());
+    if (error) printLine("Error while counting fetch request for " + std::string{entityName} + ": " + error->description());
     return count;
 }
 
@@ -77,12 +89,14 @@ bool NSManagedObjectContextOperations::takeObjects(std::string_view entityName, 
 }
 
 Ref<NSManagedObject> NSManagedObjectContextOperations::anyObjectNamed(std::string_view entityName, AnyObjectOptions options) {
-    if (options.sortBy.empty())
-        if (auto object = objectInMemory(entityName, options.predicate.get())) return object;
     auto const request = fetchRequest(entityName);
     if (options.predicate) request->setPredicate(std::move(options.predicate));
     request->setFetchLimit(1);
-    if (!options.sortBy.empty()) request->setSortDescriptors(std::move(options.sortBy));
+    if (!options.sortBy.empty()) {
+        request->setSortDescriptors(std::move(options.sortBy));
+    } else if (isAnswerable(home(), *request)) { // else the fetch says why it is not
+        if (auto object = objectInMemory(entityName, request->predicate().get())) return object;
+    }
     Ref<NSError> error;
     auto const objects = home().executeFetchRequest(*request, error);
     if (error) printFetchError(*error, *request);
@@ -90,8 +104,7 @@ Ref<NSManagedObject> NSManagedObjectContextOperations::anyObjectNamed(std::strin
 }
 
 Ref<NSManagedObject> NSManagedObjectContextOperations::objectInMemory(std::string_view entityName, NSPredicate const* predicate) {
-    auto const coordinator = home().persistentStoreCoordinator();
-    auto const* entity = coordinator ? coordinator->managedObjectModel()->entityNamed(entityName) : nullptr;
+    auto const* entity = entityNamed(home(), entityName);
     if (!entity) return nullptr;
     for (auto& object : home().registeredObjects(*entity)) {
         if (object->isFault()) continue;

@@ -65,6 +65,16 @@ TEST(ContextOperations, FetchErrorsPrintTheirLine) {
                 << printed; // never closed
             EXPECT_EQ(std::ranges::count(printed, '\n'), 1);
         }
+        auto const inMemory = insert(*root, "Person", "Ada\r\n\v\f\x1B[2J\xC2\x85\xE2\x80\xA8\\ ü");
+        auto const unknown = NSPredicate::predicateWithFormat("nmae == %@", "A\nB\xE2\x80\xA9");
+        auto const line2 = printedBy([&] { EXPECT_FALSE(root->anyObjectNamed("Person", {.predicate = unknown})); });
+        EXPECT_TRUE(line2.starts_with("Error (Error Domain=")) << line2;
+        EXPECT_NE(line2.find("no key \"nmae\"; the nearest: \"name\""), line2.npos) << line2;
+        EXPECT_EQ(std::ranges::count(line2, '\n'), 1);
+        EXPECT_EQ(line2.find("\xE2\x80\xA9"), line2.npos);
+        auto const logged = printedBy([&] { inMemory->log(); });
+        EXPECT_NE(logged.find(R"(name = Ada\r\n\u000B\u000C\u001B[2J\u0085\u2028\ ü;)"), logged.npos) << logged;
+        EXPECT_EQ(std::ranges::count(logged, '\n'), 1);
         EXPECT_EQ(printedBy([&] { EXPECT_THROW(root->deleteRecords("Ghost", {.matching = named("x")}), ErrorException); }), "");
     });
 }

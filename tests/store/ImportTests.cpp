@@ -1,3 +1,4 @@
+#include "Tessarin/platform/objectgraph/model/ModelBuilder.h"
 #include "tests/store/StoreFixture.h"
 
 namespace Tessarin {
@@ -27,21 +28,22 @@ protected:
 TEST_F(Import, ConvertsToTheAttributesType) {
     auto const date = Value::date(446904000); // 2015-03-01 12:00:00 UTC
     auto const stays = std::nullopt;
-    Value const absent;
+    Value const absent, nan = std::numeric_limits<double>::quiet_NaN();
+    auto const infinity = std::numeric_limits<double>::infinity();
     struct {
         char const* key;
         Value from;
         std::optional<Value> to;
     } const rows[] = {
-        {"age", "42", 42}, {"age", "-42", -42}, {"age", "+42", 42}, {"age", "4x", absent}, {"age", " 42", absent}, {"age", "4.0", absent},
+        {"age", "42", 42}, {"age", "-42", -42}, {"age", "+42", 42}, {"age", "+-42", absent}, {"age", "0x10", absent}, {"age", nan, absent}, {"age", "4x", absent}, {"age", " 42", absent}, {"age", "4.0", absent},
         {"age", 42, 42}, {"age", 3.7, 3}, {"age", true, 1}, {"age", "", absent}, {"age", List{1}, absent}, {"age", absent, absent},
-        {"height", "1.75", 1.75}, {"height", "1e-3", 0.001}, {"height", 2, 2.0}, {"height", "tall", absent}, {"height", date, absent},
-        {"weight", "0.1", 0.1f}, {"weight", 0.1, 0.1f}, {"weight", "heavy", absent},
+        {"height", "1.75", 1.75}, {"height", "1e-3", 0.001}, {"height", 2, 2.0}, {"height", "tall", absent}, {"height", "+-1.5", absent}, {"height", "nan", absent}, {"height", "-inf", -infinity}, {"height", nan, absent}, {"height", date, absent},
+        {"weight", "0.1", 0.1f}, {"weight", 0.1, 0.1f}, {"weight", "heavy", absent}, {"weight", "+inf", static_cast<float>(infinity)}, {"weight", "-nan", absent}, {"balance", "nan", absent},
         {"balance", "0.1", Decimal::fromDouble(0.1f)}, {"balance", 0.1, Decimal::fromDouble(0.1f)}, // single precision
         {"balance", *Decimal::fromText("2.5"), *Decimal::fromText("2.5")},
         {"name", "Emma", "Emma"}, {"name", 7, absent}, {"name", Dictionary{{"a", 1}}, absent},
         {"active", "true", true}, {"active", "1", true}, {"active", "y", true}, {"active", "Y", false}, {"active", "yes", false},
-        {"active", 2, true}, {"active", 0.5, true}, {"active", 0, false}, {"active", List{}, stays}, {"active", absent, stays},
+        {"active", 2, true}, {"active", 0.5, true}, {"active", 0, false}, {"active", nan, stays}, {"active", List{}, stays}, {"active", absent, stays},
         {"born", "2015-03-01T12:00:00.000+0000", date}, {"born", "Sun, 01 Mar 2015 12:00:00 GMT", date}, {"born", "2015-03-01", absent}, {"born", "sun, 01 MAR 2015 12:00:00 GMT", date},
         {"born", Value::date(0), stays}, {"born", 1425211200, stays}, {"photo", "cat", stays}, {"photo", absent, stays},
     };
@@ -76,6 +78,20 @@ TEST_F(Import, WarnsTwiceForEachNestedDictionaryAndMakesNewObjects) {
         }
         person.importDictionary({{"boss", "Ada"}, {"pets", Value()}});
         EXPECT_EQ(person.valueForKey("boss"), Value(boss)) << "a relationship takes nothing but dictionaries";
+    });
+}
+
+TEST_F(Import, SkipsADictionaryForAnAbstractEntityThatTheHookDoesNotFind) {
+    auto const model = ModelBuilder().entity("House").toOne("pet", "Animal", {}).entity("Animal", {.isAbstract = true}).build();
+    auto const coordinator = make<NSPersistentStoreCoordinator>(model);
+    Ref<NSError> error;
+    coordinator->addPersistentStoreWithType(NSInMemoryStoreType, {}, NSURL::fileURLWithPath("/nowhere"), {}, error);
+    auto const houses = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue);
+    houses->setPersistentStoreCoordinator(coordinator);
+    houses->performBlockAndWait([&] {
+        auto const house = houses->insertNewObject("House");
+        EXPECT_EQ(printedBy([&] { house->importDictionary({{"pet", Dictionary{}}}); }), std::string{banner} + banner);
+        EXPECT_TRUE(house->valueForKey("pet").isAbsent());
     });
 }
 

@@ -12,6 +12,7 @@
 #include <unicode/gregocal.h>
 #include <unicode/smpdtfmt.h>
 #include <unicode/timezone.h>
+#include <unicode/uchar.h>
 
 namespace Tessarin {
 namespace {
@@ -144,6 +145,15 @@ std::vector<std::string> readSymbols(DateSymbols list, UserEnvironment const& en
     return result;
 }
 
+/// Whether ICU may read a text: from 35 digits of a second on it divides by zero, and no date has as many in all its fields.
+bool isReadable(icu::UnicodeString const& text) {
+    constexpr std::int32_t mostUnits = 1000, mostDigits = 32;
+    if (text.length() > mostUnits) return false;
+    std::int32_t digits = 0;
+    for (std::int32_t at = 0; at < text.length(); at = text.moveIndex32(at, 1)) digits += u_isdigit(text.char32At(at));
+    return digits <= mostDigits;
+}
+
 } // namespace
 
 std::string DateFormat::text(double seconds) const {
@@ -157,7 +167,9 @@ std::string DateFormat::text(double seconds) const {
 std::optional<double> DateFormat::seconds(std::string_view text) const {
     auto* const format = formatFor(*this);
     if (!format) return {};
+    if (text.size() > 4000) return {};
     auto const utf16 = icu::UnicodeString::fromUTF8(text);
+    if (!isReadable(utf16)) return {};
     icu::ParsePosition position;
     auto const date = format->parse(utf16, position);
     if (position.getErrorIndex() >= 0 || position.getIndex() != utf16.length()) return {};

@@ -34,8 +34,9 @@ int openLock(std::string const& path) {
     return open();
 }
 
-bool fill(std::string const& path, int flags, std::string_view text, mode_t mode) {
-    Descriptor const file{::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | flags, 0600)};
+/// A file that must not be there yet, with its final mode from the start.
+bool fill(std::string const& path, std::string_view text, mode_t mode) {
+    Descriptor const file{::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode)};
     return file.number >= 0 && ::fchmod(file.number, mode) == 0 && files::writeAll(file.number, std::as_bytes(std::span{text})) &&
            ::fsync(file.number) == 0;
 }
@@ -64,7 +65,8 @@ void DefaultsFile::write(std::string_view text) const {
     auto const half = path_ + ".new"; // always the same, so that what a killed process left is used up by the next one
     struct stat existing {};
     auto const mode = ::stat(path_.c_str(), &existing) == 0 ? existing.st_mode & 07777 : 0600;
-    if (!fill(half, O_TRUNC, text, mode) || ::rename(half.c_str(), path_.c_str()) != 0) removeAndFail(half, path_);
+    ::unlink(half.c_str()); // or what somebody put there; not written through, should it be a link
+    if (!fill(half, text, mode) || ::rename(half.c_str(), path_.c_str()) != 0) removeAndFail(half, path_);
     // Without this a loss of power may bring the old file back. A file system that cannot do it for folders does without.
     if (Descriptor const opened{::open(folder().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)}; opened.number >= 0) ::fsync(opened.number);
 }
@@ -72,7 +74,7 @@ void DefaultsFile::write(std::string_view text) const {
 std::string DefaultsFile::setAside(std::string_view text) const {
     for (int number = 1;; ++number) {
         auto const place = path_ + (number == 1 ? ".broken" : ".broken-" + std::to_string(number));
-        if (fill(place, O_EXCL, text, 0600)) return place;
+        if (fill(place, text, 0600)) return place;
         if (errno != EEXIST) removeAndFail(place, place);
         if (readOrEmpty(place) == text) return place;
     }

@@ -6,6 +6,7 @@
 #include "Tessarin/platform/foundation/NSNotificationCenter.h"
 #include "Tessarin/platform/queues/Dispatch.h"
 #include "Tessarin/platform/runtime/Fatal.h"
+#include "Tessarin/platform/runtime/OneLinePrivate.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -30,7 +31,7 @@ void after(double seconds, Closure<void()> work) {
     dispatch_after(dispatch_time(DISPATCH_TIME_NOW, static_cast<std::int64_t>(seconds * 1e9)), background(), std::move(work));
 }
 
-void warn(std::string const& line) { static_cast<void>(std::fputs((line + '\n').c_str(), stderr)); }
+void warn(std::string const& line) { static_cast<void>(std::fputs((asOneLine(line) + '\n').c_str(), stderr)); }
 
 } // namespace
 

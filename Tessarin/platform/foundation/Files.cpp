@@ -34,10 +34,12 @@ std::string resolved(std::string const& path) {
 namespace {
 
 bool fill(std::string const& temporary, std::string const& target, std::span<std::byte const> bytes) {
-    Descriptor const file{::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666)};
-    if (file.number < 0) return false;
     struct stat existing {};
-    if (::stat(target.c_str(), &existing) == 0 && ::fchmod(file.number, existing.st_mode & 07777) != 0) return false;
+    bool const exists = ::stat(target.c_str(), &existing) == 0;
+    mode_t const mode = exists ? existing.st_mode & 07777 : 0666;
+    // With its final mode from the start: nobody may open what the file itself would keep from them.
+    Descriptor const file{::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode)};
+    if (file.number < 0 || (exists && ::fchmod(file.number, mode) != 0)) return false; // what the umask took away
     return writeAll(file.number, bytes) && ::fsync(file.number) == 0;
 }
 
@@ -45,7 +47,14 @@ bool fill(std::string const& temporary, std::string const& target, std::span<std
 
 void fail(std::string const& path) { throw ErrorException(NSError::errorWithErrno(errno, path)); }
 
+void requirePath(std::string const& path) {
+    if (path.find('\0') == path.npos) return;
+    errno = EINVAL;
+    fail(path);
+}
+
 std::vector<std::byte> read(std::string const& path) {
+    requirePath(path);
     Descriptor const file{::open(path.c_str(), O_RDONLY | O_CLOEXEC)};
     struct stat status {};
     if (file.number < 0 || ::fstat(file.number, &status) != 0) fail(path);
@@ -69,6 +78,7 @@ std::string readText(std::string const& path) {
 }
 
 void writeAtomically(std::string const& path, std::span<std::byte const> bytes) {
+    requirePath(path);
     auto const target = resolved(path);
     auto const temporary = target + "." + NSUUID::UUID().UUIDString().substr(0, 8);
     if (fill(temporary, target, bytes) && ::rename(temporary.c_str(), target.c_str()) == 0) return;

@@ -17,6 +17,8 @@ struct Descriptor {
 
 /// Throws the ErrorException of the current errno.
 [[noreturn]] void fail(std::string const& path);
+/// Throws when the path holds a zero byte ("%00" in a URL), behind which the system would see nothing.
+void requirePath(std::string const& path);
 /// All bytes of a file, also of one without a size such as a pipe. Throws ErrorException.
 std::vector<std::byte> read(std::string const& path);
 /// The same as a text.

@@ -11,8 +11,15 @@ using Components = std::span<std::string const>;
 
 bool isCollection(Value const& value) { return value.kind() == Kind::List || value.kind() == Kind::Set; }
 
+char const* nameOf(Kind kind) {
+    constexpr char const* names[] = {"value", "Boolean", "number", "number", "number", "date",  "text", "UUID",
+                                     "data",  "URL",     "number", "object", "list",   "set",  "dictionary", "dictionary"};
+    return names[static_cast<std::size_t>(kind)];
+}
+
 [[noreturn]] void unknownKey(Value const& value, std::string_view key) {
-    fatal(value.description() + " is not key value coding-compliant for the key \"" + std::string{key} + "\"");
+    auto const name = value.kind() == Kind::Object ? value.object()->objectClass().name() : std::string{"the "} + nameOf(value.kind());
+    fatal(name + " " + value.description() + " is not key value coding-compliant for the key \"" + std::string{key} + "\"");
 }
 
 Value followed(Value const& value, Components path);

@@ -5,7 +5,8 @@ namespace Tessarin {
 
 enum class NSCompoundPredicateType : int { Not = 0, And = 1, Or = 2 };
 
-/// Conditions joined. The first that decides ends the evaluation; AND of none is true, OR of none false.
+/// Conditions joined. The first that decides ends the evaluation; AND of none is true, OR of none false. They may be nested to
+/// any depth; a request takes 500 levels, and one that is deeper describes itself as "…".
 class TESSARIN_API NSCompoundPredicate : public NSPredicate {
 public:
     static Ref<NSCompoundPredicate> andPredicateWithSubpredicates(std::vector<Ref<NSPredicate>> subpredicates);
@@ -14,6 +15,8 @@ public:
 
     NSCompoundPredicateType compoundPredicateType() const noexcept { return join_; }
     std::span<Ref<NSPredicate> const> subpredicates() const noexcept { return subpredicates_; }
+    /// How many levels of compound predicates this is, itself one of them.
+    std::size_t depth() const noexcept { return depth_; }
 
     bool evaluateWithObject(Value const& object) const override;
     void collectKeyPaths(std::set<std::string>& paths) const override;
@@ -25,13 +28,21 @@ public:
     using NSPredicate::init;
     /// NOT takes exactly one; anything else is fatal, and so is a null among them.
     virtual void init(NSCompoundPredicateType type, std::vector<Ref<NSPredicate>> subpredicates);
+    ~NSCompoundPredicate() override;
 
 protected:
     NSCompoundPredicate() { type_ = NSPredicateType::Compound; }
 
 private:
-    NSCompoundPredicateType join_ = NSCompoundPredicateType::And; // both constant after init
+    bool isDeep() const noexcept;
+    bool isDecidedBy(bool part) const noexcept { return join_ == NSCompoundPredicateType::Or ? part : !part; }
+    bool evaluateDeep(Value const& object) const;
+    bool isEqualDeep(NSCompoundPredicate const& other) const;
+    Ref<NSPredicate> substituteDeep(Dictionary const& values) const;
+
+    NSCompoundPredicateType join_ = NSCompoundPredicateType::And; // all constant after init
     std::vector<Ref<NSPredicate>> subpredicates_;
+    std::size_t depth_ = 1;
 };
 
 } // namespace Tessarin

@@ -34,7 +34,8 @@ public:
 
     /// Empty when both styles are No and there is no format, and for dates some millions of years away.
     std::string stringFromDate(NSDate const& date) const;
-    /// Strictly: absent when a field is out of its range or anything is left over.
+    /// Strictly: absent when a field is out of its range or anything is left over, and for texts of more than 1,000 characters
+    /// or 32 digits.
     std::optional<NSDate> dateFromString(std::string_view text) const;
 
     /// Seven names, Sunday first.

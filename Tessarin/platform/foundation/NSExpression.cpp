@@ -3,7 +3,43 @@
 #include "Tessarin/platform/foundation/PredicateFormatPrivate.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 
+#include <cmath>
+
 namespace Tessarin {
+namespace {
+
+constexpr std::size_t deepestNesting = 1000; // each level takes some of the stack, in whatever walks through it
+
+bool isNotANumber(Value const& value) {
+    return (value.isNumber() && std::isnan(value.number())) || std::isnan(value.dateSeconds());
+}
+
+Value withoutNaN(Value value) {
+    if (isNotANumber(value)) return {};
+    if (std::ranges::any_of(value.list(), isNotANumber)) {
+        auto members = value.list();
+        std::ranges::replace_if(members, isNotANumber, Value());
+        return members;
+    }
+    if (std::ranges::any_of(value.set(), isNotANumber)) {
+        ValueSet members;
+        for (auto const& member : value.set()) members.insert(isNotANumber(member) ? Value() : member);
+        return members;
+    }
+    return value;
+}
+
+std::size_t depthOf(NSExpression const& expression) {
+    std::size_t depth = expression.operand() ? depthOf(*expression.operand()) : 0;
+    for (auto const& member : expression.collection()) depth = std::max(depth, depthOf(*member));
+    return depth + 1;
+}
+
+void requireShallow(NSExpression const& made) {
+    if (depthOf(made) > deepestNesting) fatal("an expression is nested more than 1,000 deep");
+}
+
+} // namespace
 
 void NSExpression::init(NSExpressionType type) {
     NSObject::init();
@@ -12,7 +48,7 @@ void NSExpression::init(NSExpressionType type) {
 
 Ref<NSExpression> NSExpression::expressionForConstantValue(Value value) {
     auto expression = make<NSExpression>(NSExpressionType::ConstantValue);
-    expression->constant_ = std::move(value);
+    expression->constant_ = withoutNaN(std::move(value));
     return expression;
 }
 
@@ -28,12 +64,14 @@ Ref<NSExpression> NSExpression::expressionForKeyPath(std::string_view path, Ref<
     auto expression = make<NSExpression>(NSExpressionType::KeyPath);
     expression->path_ = KeyPath{path};
     expression->operand_ = std::move(operand);
+    requireShallow(*expression);
     return expression;
 }
 
 Ref<NSExpression> NSExpression::expressionForAggregate(std::vector<Ref<NSExpression>> members) {
     auto expression = make<NSExpression>(NSExpressionType::Aggregate);
     expression->members_ = std::move(members);
+    requireShallow(*expression);
     return expression;
 }
 

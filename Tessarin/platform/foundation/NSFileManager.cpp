@@ -20,8 +20,9 @@ void check(std::error_code const& error, std::string const& path) {
 }
 
 std::string pathOf(NSURL const& url) {
-    if (!url.isFileURL()) throw ErrorException(NSError::errorWithErrno(EINVAL, url.absoluteString()));
-    return url.path();
+    auto path = url.path();
+    if (!url.isFileURL() || path.find('\0') != path.npos) throw ErrorException(NSError::errorWithErrno(EINVAL, url.absoluteString()));
+    return path;
 }
 
 /// Nothing may stand at a destination: neither copying nor moving replaces anything.
@@ -51,6 +52,7 @@ bool NSFileManager::fileExistsAtPath(std::string_view path) const {
 
 bool NSFileManager::fileExistsAtPath(std::string_view path, bool& isDirectory) const {
     struct stat status {};
+    if (path.find('\0') != path.npos) return false;
     if (::stat(std::string{path}.c_str(), &status) != 0) return false;
     isDirectory = S_ISDIR(status.st_mode);
     return true;

@@ -26,9 +26,9 @@ std::string withoutEndingSlash(std::string path) {
     return path;
 }
 
-/// A base folder by its variable, which counts only when absolute.
+/// A base folder by its variable, which counts only when absolute, and never in a program that runs with raised rights.
 std::string baseFolder(char const* variable, std::string const& home, char const* fallback) {
-    auto const* const value = std::getenv(variable);
+    auto const* const value = ::secure_getenv(variable);
     return value && *value == '/' ? withoutEndingSlash(value) : home + fallback;
 }
 
@@ -75,7 +75,7 @@ std::optional<std::string> folder(NSSearchPathDirectory directory, std::string c
 } // namespace
 
 std::string NSHomeDirectory() {
-    if (auto const* const home = std::getenv("HOME"); home && *home == '/') return withoutEndingSlash(home);
+    if (auto const* const home = ::secure_getenv("HOME"); home && *home == '/') return withoutEndingSlash(home);
     passwd entry{};
     passwd* found = nullptr;
     std::string buffer(16384, '\0');
@@ -84,7 +84,7 @@ std::string NSHomeDirectory() {
 }
 
 std::string NSTemporaryDirectory() {
-    auto const* const chosen = std::getenv("TMPDIR");
+    auto const* const chosen = ::secure_getenv("TMPDIR");
     std::string path = chosen && *chosen == '/' ? chosen : "/tmp";
     if (!path.ends_with('/')) path += '/';
     return path;

@@ -6,6 +6,7 @@
 #include "Tessarin/platform/foundation/NSError.h"
 #include "Tessarin/platform/foundation/NSSearchPath.h"
 #include "Tessarin/platform/runtime/Fatal.h"
+#include "Tessarin/platform/runtime/OneLinePrivate.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -33,7 +34,7 @@ bool canBeFolder(std::string_view name) {
 }
 
 std::string filePath(std::string_view name) {
-    auto const* const variable = std::getenv("XDG_CONFIG_HOME");
+    auto const* const variable = ::secure_getenv("XDG_CONFIG_HOME");
     auto const base = variable && *variable == '/' ? std::string{variable} : NSHomeDirectory() + "/.config";
     return fmt::format("{}/{}/defaults.toml", base, name);
 }
@@ -73,7 +74,7 @@ private:
         }
         for (auto const& suite : all)
             if (auto const problem = suite->hasUnwritten() ? suite->synchronize() : nullptr)
-                static_cast<void>(std::fputs((problem->localizedDescription() + "; settings are lost\n").c_str(), stderr));
+                static_cast<void>(std::fputs((asOneLine(problem->localizedDescription()) + "; settings are lost\n").c_str(), stderr));
     }
 
     std::mutex mutex_;

@@ -9,7 +9,7 @@ using Kind = Value::Kind;
 
 constexpr std::string_view keywords[] = {
     "ALL",      "AND",  "ANY",  "BEGINSWITH", "BETWEEN",  "CAST",         "CONTAINS", "ENDSWITH", "FALSE",   "FALSEPREDICATE",
-    "FUNCTION", "IN",   "LIKE", "NIL",        "NO",       "NONE",         "NOT",      "NULL",     "MATCHES", "OR",
+    "FUNCTION", "IN",   "INF", "LIKE", "NIL",        "NO",       "NONE",         "NOT",      "NULL",     "MATCHES", "OR",
     "SELF",     "SOME", "TRUE", "YES",        "SUBQUERY", "TRUEPREDICATE"};
 
 char upper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
@@ -57,6 +57,8 @@ std::string formatOfKeyPath(KeyPath const& path) {
     }
     return text;
 }
+
+bool isInfinity(std::string_view word) { return std::ranges::equal(std::string_view{"INF"}, word, {}, {}, upper); }
 
 bool isFormatKeyword(std::string_view word) {
     return std::ranges::any_of(keywords, [&](auto keyword) { return std::ranges::equal(keyword, word, {}, {}, upper); });

@@ -9,6 +9,8 @@ std::string formatOfValue(Value const& value);
 /// A key path as a format writes it; components that would read as keywords are marked with "#".
 std::string formatOfKeyPath(KeyPath const& path);
 
+/// Whether the word stands for the infinite number: "inf", in any case of its letters.
+bool isInfinity(std::string_view word);
 /// Whether the word has a meaning of its own in a format, in any case of its letters.
 bool isFormatKeyword(std::string_view word);
 

@@ -1,6 +1,9 @@
 #include "Tessarin/platform/foundation/PredicateLexerPrivate.h"
 
+#include "Tessarin/platform/foundation/PredicateFormatPrivate.h"
+
 #include <charconv>
+#include <limits>
 
 namespace Tessarin {
 namespace {
@@ -57,6 +60,7 @@ private:
         auto const c = current();
         if (c == '\'' || c == '"') return quoted(c);
         if (isDigit(c) || ((c == '-' || c == '+' || (c == '.' && !followsKey())) && isDigit(following()))) return number();
+        if ((c == '-' || c == '+') && startsWord(following())) return signedInfinity(c == '-');
         if (startsWord(c)) return add(Kind::Word, word());
         if (c == '@' && startsWord(following())) return ++at_, add(Kind::Word, "@" + std::string{word()});
         if (c == '#' && startsWord(following())) return ++at_, add(Kind::Key, word());
@@ -120,6 +124,13 @@ private:
         }
         return fail("this is not a number");
     }
+    bool signedInfinity(bool isNegative) {
+        auto const sign = at_++;
+        auto const text = word();
+        if (isInfinity(text)) return add(Kind::Constant, format_.substr(sign, at_ - sign), isNegative ? -infinity : infinity);
+        at_ = sign;
+        return symbol();
+    }
     bool isExponentSign() const {
         auto const before = format_[at_ - 1];
         return (current() == '-' || current() == '+') && (before == 'e' || before == 'E') && isDigit(following());
@@ -142,6 +153,7 @@ private:
         return add(Kind::Constant, {}, value);
     }
 
+    static constexpr auto infinity = std::numeric_limits<double>::infinity();
     std::string_view format_;
     List const& arguments_;
     std::size_t at_ = 0, started_ = 0, taken_ = 0;

@@ -3,6 +3,7 @@
 #include "Tessarin/platform/foundation/PredicateFormatPrivate.h"
 
 #include <fmt/format.h>
+#include <limits>
 
 namespace Tessarin {
 namespace {
@@ -168,7 +169,8 @@ std::optional<PredicateParser::Comparator> PredicateParser::comparator() {
 std::optional<TextOptions> PredicateParser::options() {
     if (!take("[")) return TextOptions::None;
     auto options = TextOptions::None;
-    for (auto const letter : current().text) switch (letter) {
+    auto const letters = current().kind == Token::Kind::Word ? std::string_view{current().text} : std::string_view{"?"};
+    for (auto const letter : letters) switch (letter) {
         case 'c':
         case 'C': options = options | TextOptions::CaseInsensitive; break;
         case 'd':
@@ -213,6 +215,7 @@ Ref<NSExpression> PredicateParser::keywordExpression() {
     if (take({}, "NIL") || take({}, "NULL")) return NSExpression::expressionForConstantValue({});
     if (take({}, "YES") || take({}, "TRUE")) return NSExpression::expressionForConstantValue(true);
     if (take({}, "NO") || take({}, "FALSE")) return NSExpression::expressionForConstantValue(false);
+    if (take({}, "INF")) return NSExpression::expressionForConstantValue(std::numeric_limits<double>::infinity());
     if (take({}, "SELF")) return isSymbol(".") ? path(nullptr, {}) : NSExpression::expressionForEvaluatedObject();
     auto const word = current().text;
     if (tokens_[next_ + 1].text == "(" && tokens_[next_ + 1].kind == Token::Kind::Symbol)

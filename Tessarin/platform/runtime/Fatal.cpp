@@ -1,5 +1,7 @@
 #include "Tessarin/platform/runtime/Fatal.h"
 
+#include "Tessarin/platform/runtime/OneLinePrivate.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -29,7 +31,7 @@ std::string asLine(std::string_view text) {
 } // namespace
 
 void fatal(std::string_view message) {
-    writeAll(STDERR_FILENO, asLine(message));
+    writeAll(STDERR_FILENO, asLine(asOneLine(message)));
     std::abort();
 }
 

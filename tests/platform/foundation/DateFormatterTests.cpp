@@ -57,6 +57,8 @@ TEST(NSDateFormatter, ReadsStrictlyAfterTheTwoFixedForms) {
                       {"d MMMM yyyy HH:mm:ss", "31 avril 2015 13:30:45", {}},
                       {"d MMMM yyyy HH:mm:ss", "1 March 2015 13:30:45", {}},
                       {"d MMMM yyyy HH:mm:ss", "", {}},
+                      {NSDateFormatter::ISO8601Format, "2015-03-01T13:30:45.25000000000000000000000000000000000+0100", {}},
+                      {NSDateFormatter::ISO8601Format, "2015-03-01T13:30:45.٢٢٢٢٢٢٢٢٢٢٢٢٢٢٢٢٢٢٢٢٢٢٢٢٢٢٢٢٢٢٢٢٢٢٢٢+0100", {}},
                       {"", "1 mars 2015", {}}};
     auto const formatter = make<NSDateFormatter>();
     for (auto const& row : rows) {

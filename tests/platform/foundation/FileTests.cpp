@@ -7,11 +7,28 @@
 #include "Tessarin/platform/foundation/PropertyList.h"
 
 #include "tests/support/TemporaryFolder.h"
+#include <cstdlib>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 /// Stands for what a test framework registers under this name.
 class XCTest : public Tessarin::NSObject {};
+
+namespace {
+std::vector<mode_t> modesBefore; // of files whose mode was then set
+bool rightsAreRaised = false;
+} // namespace
+
+// In place of the system's own, so that a moment shows which no test could hit, and rights that no test has.
+extern "C" int fchmod(int file, mode_t mode) noexcept {
+    struct stat status {};
+    ::fstat(file, &status);
+    modesBefore.push_back(status.st_mode & 0777);
+    return static_cast<int>(::syscall(SYS_fchmod, file, mode));
+}
+extern "C" char* secure_getenv(char const* name) noexcept { return rightsAreRaised ? nullptr : std::getenv(name); }
 
 namespace Tessarin {
 namespace {
@@ -92,6 +109,38 @@ TEST(NSFileManager, MakesCopiesMovesAndRemoves) {
     EXPECT_EQ(errnoOf([&] { files->removeItemAtURL(*NSURL::URLWithString("http://h/a")); }), EINVAL);
     EXPECT_EQ(files->contentsAtPath(moved.path()), std::nullopt);
     EXPECT_EQ(files->contentsOfDirectoryAtURL(a), (std::vector{at(folder, "a/b c"), at(folder, "a/broken")}));
+}
+
+TEST(Files, NobodyOpensATemporaryFileThatTheFileItselfWouldKeepFromThem) {
+    TemporaryFolder const folder;
+    auto const file = folder.write("file", "secret");
+    ASSERT_EQ(::chmod(file.c_str(), 0600), 0);
+    modesBefore.clear();
+    NSData::dataWithText("new").writeToURL(at(folder, "file"));
+    EXPECT_EQ(modesBefore, std::vector<mode_t>{0600}) << "from the start";
+}
+
+TEST(Files, AURLWithAZeroByteNamesNoFile) {
+    TemporaryFolder const folder;
+    auto const file = folder.write("file", "x");
+    auto const url = *NSURL::URLWithString("file://" + file + "%00.txt");
+    auto const& manager = *NSFileManager::defaultManager();
+    EXPECT_FALSE(manager.fileExistsAtURL(url));
+    EXPECT_EQ(errnoOf([&] { NSData::contentsOfURL(url); }), EINVAL);
+    EXPECT_EQ(errnoOf([&] { NSData().writeToURL(url); }), EINVAL);
+    EXPECT_EQ(errnoOf([&] { manager.removeItemAtURL(url); }), EINVAL);
+    EXPECT_TRUE(manager.fileExistsAtPath(file));
+}
+
+TEST(SearchPaths, CountNoVariableInAProgramThatRunsWithRaisedRights) {
+    TemporaryFolder const planted;
+    Environment const variables[] = {{"HOME", planted.path()}, {"TMPDIR", planted.path()}, {"XDG_CACHE_HOME", planted.path()}, {"XDG_DATA_HOME", planted.path()}};
+    EXPECT_TRUE(NSTemporaryDirectory().starts_with(planted.path()));
+    rightsAreRaised = true;
+    auto const caches = NSSearchPathForDirectoriesInDomains(NSSearchPathDirectory::Caches, NSSearchPathDomainMask::User);
+    auto const paths = NSHomeDirectory() + NSTemporaryDirectory() + (caches.empty() ? "" : caches[0]);
+    rightsAreRaised = false;
+    EXPECT_EQ(paths.find(planted.path()), paths.npos) << paths;
 }
 
 TEST(SearchPaths, FollowTheUsersOwnFolders) {

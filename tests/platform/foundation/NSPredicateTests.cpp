@@ -3,6 +3,7 @@
 #include "Tessarin/platform/foundation/NSError.h"
 
 #include <gtest/gtest.h>
+#include <limits>
 #include <thread>
 
 using namespace Tessarin;
@@ -244,6 +245,31 @@ TEST(NSPredicate, ServesManyThreadsAtOnce) {
     EXPECT_EQ(wrong, 0);
 }
 
+TEST(NSPredicate, NestedToAnyDepthItIsWalkedWithoutTheStack) {
+    auto const nested = [](int depth, Ref<NSPredicate> inner) {
+        for (int level = 0; level < depth; ++level)
+            inner = level % 2 ? Ref<NSPredicate>(NSCompoundPredicate::notPredicateWithSubpredicate(std::move(inner)))
+                              : NSCompoundPredicate::orPredicateWithSubpredicates({NSPredicate::predicateWithValue(false), std::move(inner)});
+        return inner;
+    };
+    for (int const depth : {499, 501, 200'001, 200'002, 200'003}) {
+        auto const deep = nested(depth, NSPredicate::predicateWithFormat("year == $YEAR"));
+        auto const bound = deep->predicateWithSubstitutionVariables({{"YEAR", 1815}});
+        EXPECT_EQ(bound->evaluateWithObject(book()), depth / 2 % 2 == 0) << depth;
+        EXPECT_EQ(deep->keyPaths().size(), 1u);
+        EXPECT_TRUE(bound->isEqual(*nested(depth, NSPredicate::predicateWithFormat("year == 1815"))));
+        EXPECT_FALSE(bound->isEqual(*deep));
+        EXPECT_FALSE(bound->predicateFormat().empty());
+    }
+}
+
+TEST(NSPredicate, FormatsThatEndTooSoonAreRefused) {
+    for (auto const* format : {"t ==[", "t ==[c", "t ==['c'] 1", "t ==[1] 1", "t", "t ==", "t IN {", "t IN {1", "(", "NOT", "ANY", "t == -", "%", "t ==[]", "- inf"})
+        EXPECT_FALSE(NSPredicate::parse(format)) << format;
+    auto const infinite = NSPredicate::predicateWithFormat("rating < %@ AND -inf < rating AND #inf.INF == nil", std::numeric_limits<double>::infinity());
+    EXPECT_TRUE(NSPredicate::predicateWithFormat(infinite->predicateFormat())->isEqual(*infinite)) << infinite->predicateFormat();
+}
+
 TEST(KeyValueCoding, AnswersThroughSelectorsAndIsFatalForUnknownKeys) {
     auto const record = make<Record>(3, anIdentity());
     EXPECT_EQ(record->valueForKey("twice"), Value(6));
@@ -251,5 +277,5 @@ TEST(KeyValueCoding, AnswersThroughSelectorsAndIsFatalForUnknownKeys) {
     EXPECT_EQ(valueForKeyPath(Dictionary{{"record", record}}, "record.twice"), Value(10));
     EXPECT_DEATH(record->valueForKey("thrice"), "Record.* is not key value coding-compliant for the key \"thrice\"");
     EXPECT_DEATH(record->setValueForKey(1, "twice"), "is not key value coding-compliant for the key \"twice\"");
-    EXPECT_DEATH(valueForKeyPath("text", "length"), "is not key value coding-compliant");
+    EXPECT_DEATH(valueForKeyPath("text", "length"), "the text .*is not key value coding-compliant for the key \"length\"");
 }

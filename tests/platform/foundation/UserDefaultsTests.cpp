@@ -122,6 +122,18 @@ TEST_F(UserDefaults, EveryValueAndKeyReadsBackExactly) {
     EXPECT_EQ(std::system(judge.c_str()), 0) << "another reader of TOML sees something else";
 }
 
+TEST_F(UserDefaults, ALinkInPlaceOfTheTemporaryFileIsNotWrittenThrough) {
+    auto const victim = folder_.write("victim", "mine");
+    auto const store = suite();
+    fs::create_directory(folder_.path("suite"));
+    fs::create_symlink(victim, folder_.path(file) + ".new");
+    store->setInteger(1, "volume");
+    ASSERT_TRUE(store->synchronize());
+    EXPECT_EQ(folder_.read("victim"), "mine");
+    EXPECT_EQ(folder_.read(file), "volume = 1\n");
+    EXPECT_FALSE(fs::is_symlink(folder_.path(file)));
+}
+
 TEST_F(UserDefaults, WhatIsNotChangedStaysAsItWasWritten) {
     auto const elsewhere = folder_.write("dotfiles/player.toml", "\xEF\xBB\xBF# Mine\nvolume = 0x0B # loud\n\n# gone with its key\nold.a = 1\nold.b = [ # all\n  \"]\",\n]\ntext = '''\n[no]\n'''''\n"
                         "# the window\n[window.frame] # here\nwidth = 1_000\n# inside\n\"q.\\\"\" = 2026-01-01T00:00:00Z\n[other]\n x=1\n# end");

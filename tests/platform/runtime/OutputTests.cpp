@@ -28,6 +28,7 @@ TEST(Enumeration, CasesAreComparedAndHashedByTheirRawValue) {
 
 TEST(OutputDeathTest, FatalWritesOneLineAndAborts) {
     EXPECT_EXIT(fatal("out of tea"), testing::KilledBySignal(SIGABRT), "^out of tea\n$");
+    EXPECT_EXIT(fatal("out\nof\ttea"), testing::KilledBySignal(SIGABRT), R"(^out\\nof\\ttea)");
 }
 
 TEST(Output, PrintsOfSeveralLinesAreNeverMixed) {

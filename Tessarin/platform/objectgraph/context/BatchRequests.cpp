@@ -1,4 +1,5 @@
 // Requests that change the store without objects, and how contexts learn of it.
+#include "Tessarin/platform/objectgraph/context/FetchRequestProblem.h"
 #include "Tessarin/platform/objectgraph/context/MergingPrivate.h"
 #include "Tessarin/platform/objectgraph/context/RelationshipsPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/BatchChange.h"
@@ -65,12 +66,15 @@ BatchAssignment assignment(Coordinator const& coordinator, NSEntityDescription c
         refuse(entity, name, "is not stored, or of a kind that cannot be.");
     if (source && source->attributeType() != attribute->attributeType()) refuse(entity, name, "takes attributes of its own type only.");
     if (source) return {.property = attribute, .source = source};
+    if (attribute->holdsKindOf(value) && !value.isAbsent()) value = attributeValue(attribute->attributeType(), std::move(value));
     if (auto error = valueProblem(entity, *attribute, value)) throw ErrorException(error);
     return {.property = attribute, .value = std::move(value)};
 }
 
 StoreQuery queryOf(Coordinator const& coordinator, NSFetchRequest const& request) {
-    return {.entity = &entityNamed(coordinator, request.entityName()),
+    auto const& entity = entityNamed(coordinator, request.entityName());
+    if (auto error = problemWithFetchRequest(request, entity)) throw ErrorException(error);
+    return {.entity = &entity,
             .includesSubentities = request.includesSubentities(),
             .predicate = request.predicate().get(),
             .sortDescriptors = request.sortDescriptors(),

@@ -1,6 +1,7 @@
 // Fetching: what the store finds, corrected by what is not saved yet.
 #include "Tessarin/platform/foundation/NSPredicate.h"
 #include "Tessarin/platform/foundation/NSSortDescriptor.h"
+#include "Tessarin/platform/objectgraph/context/FetchRequestProblem.h"
 #include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
 #include "Tessarin/platform/objectgraph/context/PrefetchingPrivate.h"
 #include "Tessarin/platform/objectgraph/context/UnsavedRecordsPrivate.h"
@@ -178,7 +179,8 @@ NSEntityDescription const* entityOf(ContextState const& context, NSFetchRequest 
     }
     auto const* entity = context.coordinator->managedObjectModel()->entityNamed(request.entityName());
     if (!entity) error = storeError(StoreErrorCode::UnknownEntity, "There is no entity named \"" + std::string{request.entityName()} + "\" in this model.");
-    return entity;
+    if (entity) error = problemWithFetchRequest(request, *entity);
+    return error ? nullptr : entity;
 }
 
 /// What `work` returns, or the error that it throws.

@@ -9,10 +9,18 @@
 namespace Tessarin {
 namespace {
 
+[[noreturn]] void unknownKey(NSManagedObject const& object, std::string_view key) {
+    fatal(object.objectClass().name() + " of the entity " + object.entity().name() + " is not key value coding-compliant for the key \"" +
+          std::string{key} + "\"");
+}
+
 NSPropertyDescription const& propertyOf(NSManagedObject const& object, std::string_view key) {
-    auto const* property = object.entity().propertyNamed(key);
-    if (!property) fatal("the entity " + object.entity().name() + " is not key value coding-compliant for the key \"" + std::string{key} + "\"");
-    return *property;
+    if (auto const* property = object.entity().propertyNamed(key)) return *property;
+    unknownKey(object, key);
+}
+
+bool isKnownBelow(NSEntityDescription const& entity, std::string_view key) {
+    return entity.propertyNamed(key) || std::ranges::any_of(entity.subentities(), [&](auto const* each) { return isKnownBelow(*each, key); });
 }
 
 } // namespace
@@ -90,7 +98,10 @@ void NSManagedObject::setAttribute(NSAttributeDescription const& attribute, Valu
 
 Value NSManagedObject::valueForKey(std::string_view key) {
     if (key == "self") return self<NSObject>();
-    auto const& property = propertyOf(*this, key);
+    auto const* found = entity().propertyNamed(key);
+    if (!found && isKnownBelow(*entity().rootEntity(), key)) return {}; // a request for an ancestor may ask for it
+    if (!found) unknownKey(*this, key);
+    auto const& property = *found;
     auto const* relationship = property.asRelationship();
     if (!relationship) return attributeValueAt(property);
     if (!relationship->isToMany()) return destination(*relationship);

@@ -18,7 +18,7 @@ std::string_view trimmed(std::string_view text) {
 }
 
 template <class Number> std::optional<Number> parsed(std::string_view text) {
-    if (text.starts_with('+')) text.remove_prefix(1);
+    if (text.starts_with('+') && !text.starts_with("+-")) text.remove_prefix(1);
     Number number{};
     auto const [end, problem] = std::from_chars(text.data(), text.data() + text.size(), number);
     return problem == std::errc{} && end == text.data() + text.size() && !text.empty() ? std::optional(number) : std::nullopt;
@@ -40,7 +40,8 @@ Value decimalOf(Value const& value) {
     if (value.isText())
         if (auto const exact = Decimal::fromText(trimmed(value.text()))) return *exact;
     auto const number = value.isText() ? numberOf(value.text()) : value;
-    return number.isNumber() || number.kind() == Kind::Decimal ? Value(number.decimal()) : Value();
+    bool const isNumber = (number.isNumber() && !std::isnan(number.number())) || number.kind() == Kind::Decimal;
+    return isNumber ? Value(number.decimal()) : Value();
 }
 
 Value uuidOf(Value const& value) {
@@ -56,7 +57,7 @@ Value urlOf(Value const& value) {
 Value numberFor(NSAttributeType type, Value number) {
     if (number.isText()) number = numberOf(number.text());
     if (number.kind() == Kind::Decimal) number = number.number();
-    if (!number.isNumber()) return {};
+    if (!number.isNumber() || std::isnan(number.number())) return {};
     switch (type) {
     case NSAttributeType::Boolean: return number.boolean();
     case NSAttributeType::Double: return number.number();
@@ -77,7 +78,7 @@ Value attributeValue(NSAttributeType type, Value value) {
     case NSAttributeType::Boolean: return numberFor(type, std::move(value));
     case NSAttributeType::Decimal: return decimalOf(value);
     case NSAttributeType::String: return value.isText() ? std::move(value) : Value();
-    case NSAttributeType::Date: return value.kind() == Kind::Date ? value : Value();
+    case NSAttributeType::Date: return value.kind() == Kind::Date && !std::isnan(value.dateSeconds()) ? value : Value();
     case NSAttributeType::BinaryData: return value.kind() == Kind::Data ? std::move(value) : Value();
     case NSAttributeType::UUID: return uuidOf(value);
     case NSAttributeType::URI: return urlOf(value);

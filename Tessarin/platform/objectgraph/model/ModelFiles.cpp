@@ -79,7 +79,7 @@ Ref<NSManagedObjectModel> modelOfVersions(fs::path const& folder, std::string* p
 
 Ref<NSManagedObjectModel> NSManagedObjectModel::contentsOfURL(NSURL const& url, std::string* problem) {
     fs::path const path = url.path();
-    if (!url.isFileURL() || path.empty()) return failure(problem, url.absoluteString() + " is not a file");
+    if (!url.isFileURL() || path.empty() || path.native().find('\0') != path.native().npos) return failure(problem, url.absoluteString() + " is not a file");
     if (!isFolder(path)) return modelOfDocument(path, problem);
     return path.extension() == versionsEnding ? modelOfVersions(path, problem) : modelOfDocument(path / "contents", problem);
 }
@@ -87,6 +87,7 @@ Ref<NSManagedObjectModel> NSManagedObjectModel::contentsOfURL(NSURL const& url, 
 std::map<std::string, Ref<NSManagedObjectModel>, std::less<>> NSManagedObjectModel::versionsOfURL(NSURL const& url) {
     std::map<std::string, Ref<NSManagedObjectModel>, std::less<>> models;
     fs::path const path = url.path();
+    if (!url.isFileURL() || path.native().find('\0') != path.native().npos) return models;
     auto const folders = path.extension() == versionsEnding ? versionFolders(path) : std::vector{path};
     for (auto const& folder : folders)
         if (auto model = modelOfDocument(folder / "contents", nullptr)) models.emplace(folder.stem().native(), std::move(model));

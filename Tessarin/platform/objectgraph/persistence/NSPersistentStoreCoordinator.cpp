@@ -34,6 +34,10 @@ Ref<NSPersistentStore> NSPersistentStoreCoordinator::addPersistentStoreWithType(
         error = storeError(StoreErrorCode::InvalidStoreType, "This coordinator has its store already.");
         return nullptr;
     }
+    if (url.path().find('\0') != std::string::npos) { // SQLite would open what is named before it
+        error = storeError(StoreErrorCode::StoreOpen, url.absoluteString() + " names no file: %00 cannot be part of a path.");
+        return nullptr;
+    }
     Ref<NSPersistentStore> opened;
     if (type == NSSQLiteStoreType)
         opened = SQLiteStore::open(url, space_, options, error);

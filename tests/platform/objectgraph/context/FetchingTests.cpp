@@ -1,6 +1,8 @@
 // Fetch requests beyond predicate and order: batches, prefetched relationships, and a store that cannot be read for a while.
 #include "Library.h"
+#include "Tessarin/platform/foundation/NSCompoundPredicate.h"
 #include "Tessarin/platform/sqlite/Connection.h"
+#include <limits>
 #include <ranges>
 
 using namespace Tessarin;
@@ -95,6 +97,81 @@ TEST_P(Fetching, AnEqualityFindsWhatTheSetsAboveMakeOfRecords) {
         fetched(*other, "Book", where("title == %@", "121c")).at(0)->setValueForKey("d", "draft");
         EXPECT_EQ(fetched(*other, "Book", where("draft == %@", "d")).size(), 1U);
     });
+}
+
+TEST_P(Fetching, WhatTheEntityLacksIsAnErrorAtEveryDoorWhateverTheRecordsHold) {
+    struct {
+        char const* format;
+        char const* problem; // empty: there is none
+    } const rows[] = {
+        {"nosuch == 1", "The entity Book has no key \"nosuch\"; the nearest: "},
+        {"autor.name == 'A'", "no key \"autor\" (in \"autor.name\"); the nearest: \"author\""},
+        {"author.nmae == 'A'", "The entity Author has no key \"nmae\" (in \"author.nmae\"); the nearest: \"name\""},
+        {"title == $V", "the variable $V"},
+        {"title.length == 1", "no \"length\" (in \"title.length\")"},
+        {"1 IN {year, nosuch}", "no key \"nosuch\""},
+        {"author.@count == 1", "@count asks for a to-many"},
+        {"ANY chapters.@max.pages == 1", "no key \"pages\""},
+        {"TRUEPREDICATE OR ALL chapters.book.x == 1", "no key \"x\""},
+        {"title == '100' OR SELF.draft == nil AND self.title == '101'", ""},
+        {"cover.page.@count == 2", ""},
+        {"genre == nil AND author.books.@count > 0 AND chapters.title.@count == 1", ""},
+        {"related.@sum.year == 0 AND ANY author.books.chapters.title != nil AND NOT SELF IN {nil}", ""},
+    };
+    auto const check = [&](char const* problem) {
+        auto const expectSaid = [&] {
+            EXPECT_EQ(error != nullptr, *problem != 0) << (error ? error->description() : "");
+            auto const said = error ? error->localizedDescription() : std::string();
+            EXPECT_NE(said.find(problem), std::string::npos) << said;
+        };
+        for (auto const& context : {root, worker}) {
+            context->executeFetchRequest(*request, error), expectSaid();
+            context->countForFetchRequest(*request, error), expectSaid();
+            context->fetchObjects(*request, error), expectSaid();
+        }
+        if (!*problem) return;
+        worker->executeRequest(*make<NSBatchDeleteRequest>(request), error);
+        expectSaid();
+    };
+    inserted(*root, "Novel", {{"title", "unsaved"}, {"genre", "short"}});
+    for (auto const& row : rows) {
+        SCOPED_TRACE(row.format);
+        request->setPredicate(where(row.format));
+        check(row.problem);
+    }
+    request->setPredicate(nullptr);
+    request->setRelationshipKeyPathsForPrefetching({"author.titles"});
+    check("The entity Author has no relationship \"titles\" to be prefetched");
+    request->setRelationshipKeyPathsForPrefetching({});
+    request->setSortDescriptors({NSSortDescriptor::sortDescriptorWithKey("author.age")});
+    check("no key \"age\"");
+    auto nested = where("title == '100'");
+    for (int level = 0; level < 501; ++level) nested = NSCompoundPredicate::andPredicateWithSubpredicates({nested});
+    request->setSortDescriptors({});
+    request->setPredicate(nested);
+    check("nested more than 500 deep");
+}
+
+TEST_P(Fetching, NaNIsAbsentAndInfinityIsKeptInMemoryAsInTheStore) {
+    auto const infinity = std::numeric_limits<double>::infinity(), nan = std::numeric_limits<double>::quiet_NaN();
+    for (auto const& [name, value] : {std::pair{"nan", nan}, std::pair{"inf", infinity}, std::pair{"-inf", -infinity}, std::pair{"one", 1.0}})
+        inserted(*root, "Author", {{"name", name}})->setValueForKey(value, "rating");
+    auto const found = [&](char const* format, double value) {
+        std::string names;
+        for (auto const& each : fetched(*root, "Author", where(format, value), {NSSortDescriptor::sortDescriptorWithKey("name")}))
+            names += each->valueForKey("name").description() + " ";
+        return names;
+    };
+    auto const expectAll = [&] {
+        EXPECT_EQ(found("NOT name BEGINSWITH 'A' AND rating == %@", nan), "nan ");
+        EXPECT_EQ(found("rating != %@", nan), "-inf inf one ");
+        EXPECT_EQ(found("rating == inf OR rating == %@", -infinity), "-inf inf ");
+        EXPECT_EQ(found("rating > -inf AND rating < %@", infinity), "one ");
+    };
+    expectAll();
+    for (auto const& author : fetched(*root, "Author", where("rating == inf"))) EXPECT_EQ(author->valueForKey("rating"), infinity);
+    auto const problem = root->save(error) ? std::string() : error->localizedDescription();
+    EXPECT_NE(problem.find("rating"), std::string::npos) << "0 to 10 are the bounds: " << problem;
 }
 
 TEST_P(FetchingFromSQLite, WhatWasPrefetchedIsReadWithTheResultsAndNothingElseIs) {
