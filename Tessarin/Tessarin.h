@@ -103,6 +103,8 @@
 #include "Tessarin/platform/objectgraph/persistence/SQLiteStore.h"
 #include "Tessarin/platform/objectgraph/persistence/SalvageReport.h"
 #include "Tessarin/platform/objectgraph/persistence/StoreErrors.h"
+#include "Tessarin/platform/objectgraph/persistence/StoreRefusal.h"
+#include "Tessarin/platform/objectgraph/persistence/StoreWaiting.h"
 #include "Tessarin/platform/objectgraph/persistence/StoredModel.h"
 #include "Tessarin/platform/objectgraph/persistence/ValueJSON.h"
 #include "Tessarin/platform/objectgraph/context/ContextLink.h"

@@ -2,6 +2,8 @@
 #include "Tessarin/platform/foundation/Gestalt.h"
 #include "Tessarin/platform/foundation/NSBundle.h"
 #include "Tessarin/platform/foundation/NSFileManager.h"
+#include "Tessarin/platform/foundation/NSNotificationCenter.h"
+#include "Tessarin/platform/objectgraph/persistence/StoreRescuePrivate.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 #include "Tessarin/store/ManagedObjectStore.h"
 
@@ -30,14 +32,12 @@ NSURL baseDirectory() {
 
 Ref<NSManagedObjectModel> withEntities(Ref<NSManagedObjectModel> model) { return model && !model->entitiesByName().empty() ? model : nullptr; }
 
-/// False when it could not be done, which no caller makes more of.
-bool tryTo(FunctionRef<void()> work) {
-    try {
-        work();
-        return true;
-    } catch (ErrorException const&) {
-        return false;
-    }
+/// A name becomes a folder and several files, so it must not lead anywhere else.
+void requireName(std::string const& name) {
+    static constexpr std::size_t longest = 255 - std::string_view(".db-journal").size();
+    bool const isName = !name.empty() && name != "." && name != ".." && name.find('/') == name.npos && name.find('\0') == name.npos;
+    if (!isName || name.size() > longest)
+        fatal("a ManagedObjectStore's file name must have 1 to 244 bytes, without \"/\" and NUL, and not be \".\" or \"..\": \"" + name + "\"");
 }
 
 } // namespace
@@ -74,16 +74,16 @@ void ManagedObjectStore::init(StoreOptions options) {
     auto name = options.filename ? options.filename : filename();
     if (!name) fatal("a ManagedObjectStore needs a file name: its own, or the class's");
     if (Gestalt::isRunningUnitTests()) name = "UnitTest-" + *name; // tests never touch the application's own data
+    requireName(*name);
     options.options.set(NSMigratePersistentStoresAutomaticallyOption, true);
     options.options.set(NSInferMappingModelAutomaticallyOption, true);
     storeURL_ = baseDirectory().URLByAppendingPathComponent(*name);
     auto const file = storeURL_->URLByAppendingPathComponent(*name + ".db");
     chooseModel(location);
     coordinator_ = make<NSPersistentStoreCoordinator>(model_);
-    auto const& files = *NSFileManager::defaultManager();
-    tryTo([&] { files.createDirectoryAtURL(*storeURL_); });
-    bool const existed = files.fileExistsAtURL(file); // decided here, before a wipe can change it
-    openStore(file, options.options);
+    if (!options.options[NSReadOnlyPersistentStoreOption].boolean()) makeFolders(storeURL_->path(), folderMode(options.fileMode));
+    bool const existed = NSFileManager::defaultManager()->fileExistsAtURL(file); // decided here, before a replacement can change it
+    openStore(file, options);
 
     privateContext_ = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue);
     privateContext_->setPersistentStoreCoordinator(coordinator_);
@@ -92,6 +92,7 @@ void ManagedObjectStore::init(StoreOptions options) {
     NSObject::init();
     dispatch_now_main([this] { setupMainThreadContext(); });
     addAsObserver(NSManagedObjectContextDidSaveNotification, "contextDidSave:"_sel);
+    if (replacement_) tellReplacement();
     if (!existed) didCreateDatabase();
 }
 
@@ -105,12 +106,43 @@ void ManagedObjectStore::chooseModel(std::optional<NSURL> const& location) {
     if (!model_) fatal("a ManagedObjectStore found no model: neither at its location nor in the main bundle");
 }
 
-void ManagedObjectStore::openStore(NSURL const& file, Dictionary const& options) {
-    auto const& files = *NSFileManager::defaultManager();
-    // No limit and no delay: what cannot be opened is made anew, and a place that can never hold a store keeps it trying.
-    Ref<NSError> error;
-    while (!coordinator_->addPersistentStoreWithType(NSSQLiteStoreType, {}, file, options, error))
-        if (tryTo([&] { files.removeItemAtURL(*storeURL_); })) tryTo([&] { files.createDirectoryAtURL(*storeURL_); });
+void ManagedObjectStore::openStore(NSURL const& file, StoreOptions& options) {
+    auto const waiting = make<StoreWaiting>(std::move(options.onWaiting), options.timeLimit);
+    options.options.set(NSStoreWaitingOption, waiting);
+    options.options.set(NSFilePosixPermissions, std::int64_t{options.fileMode});
+    bool const isReadOnly = options.options[NSReadOnlyPersistentStoreOption].boolean();
+    // No limit unless one is set: what cannot be opened is made anew, and a place that can never hold a store keeps it trying.
+    Ref<StoreRefusal> allowed;
+    for (bool isFirst = true;; isFirst = false) {
+        Ref<NSError> error;
+        if (coordinator_->addPersistentStoreWithType(NSSQLiteStoreType, {}, file, options.options, error)) return;
+        auto const refusal = waiting->isOver() || isReadOnly ? nullptr : StoreRefusal::of(*error);
+        if (refusal) {
+            bool const isKnown = refusal->isOfEmptyStore() || (allowed && allowed->identity() == refusal->identity());
+            if (options.onRefusal && !isKnown) options.onRefusal(error, refusal->plan() ? &*refusal->plan() : nullptr, refusal->copy());
+            allowed = refusal;
+            auto const problem = replaceStore(file, error, *refusal, options.fileMode);
+            if (!problem && isFirst) continue;
+            if (problem) error = problem;
+        }
+        if (!waiting->pause(error)) throw ErrorException(error);
+    }
+}
+
+/// What keeps it from being done, or null.
+Ref<NSError> ManagedObjectStore::replaceStore(NSURL const& file, Ref<NSError> const& error, StoreRefusal const& refusal, std::uint32_t fileMode) try {
+    std::optional<NSURL> copy;
+    if (!Tessarin::replaceStore(file.path(), refusal, fileMode, copy)) return nullptr;
+    if (!replacement_ || copy) replacement_ = StoreReplacement{error, std::move(copy)}; // a copy is not forgotten for an empty store
+    return nullptr;
+} catch (ErrorException const& failure) {
+    return failure.error();
+}
+
+void ManagedObjectStore::tellReplacement() {
+    Dictionary details{{"error", replacement_->reason}};
+    if (replacement_->copy) details.set("copy", *replacement_->copy);
+    NSNotificationCenter::defaultCenter()->postNotificationName(ManagedObjectStoreDidReplaceNotification, self<NSObject>(), std::move(details));
 }
 
 } // namespace Tessarin

@@ -4,6 +4,8 @@
 #include "Tessarin/platform/foundation/NSNotification.h"
 #include "Tessarin/platform/foundation/NSURL.h"
 #include "Tessarin/platform/objectgraph/context/NSManagedObjectContext.h"
+#include "Tessarin/platform/objectgraph/persistence/StoreRefusal.h"
+#include "Tessarin/platform/objectgraph/persistence/StoreWaiting.h"
 #include "Tessarin/platform/queues/Group.h"
 #include "Tessarin/platform/runtime/Cell.h"
 #include "Tessarin/platform/runtime/Slot.h"
@@ -16,17 +18,42 @@ namespace Tessarin {
 /// How `make<ManagedObjectStore>` finds its model and names its file. What is absent is taken from the class's settings.
 struct StoreOptions {
     std::optional<NSURL> modelURL = {};
+    /// A name, not a path: 1 to 244 bytes (a file name may have 255, and SQLite appends ".db-journal"), not "." or "..", without "/"
+    /// and NUL. Anything else is fatal, here and in the class's settings. In test programs "UnitTest-" is put before it, and counts.
     std::optional<std::string> filename = {};
     /// Options of the persistent store; migration and its inference are always switched on.
     Dictionary options = {};
+    /// Told, by the thread that makes the store, why it waits: after 1 s, then after 2, 4, 8 and so on. What it throws ends the making.
+    StoreWaiting::Told onWaiting = {};
+    /// Seconds of waiting after which `make` throws the reason as an ErrorException; absent: never.
+    std::optional<double> timeLimit = {};
+    /// Asked before another store is begun in place of one that was refused; `plan` may be null. Copy: the folder in which it is kept,
+    /// absent when nothing was in it. What it throws, `make` throws, and what was refused stays where it is. Absent: the
+    /// store begins empty. Not asked for a store without records, nor again for the same file.
+    Closure<void(Ref<NSError> const& error, MigrationPlan const* plan, std::optional<NSURL> const& copy)> onRefusal = {};
+    /// Permissions of the files that are made (the log has its file's), and of folders, which who may read may search, too. What
+    /// exists keeps its own.
+    std::uint32_t fileMode = 0600;
 };
+
+/// What happened to a store that could not be opened: the newest reason, and where it is kept now.
+struct StoreReplacement {
+    Ref<NSError> reason;
+    std::optional<NSURL> copy; // a folder, or the file that stood in place of the store's; absent when nothing was saved in it
+};
+
+/// Posted by a new store in place of one that was refused, on the thread that makes it and before `didCreateDatabase`; its userInfo
+/// holds "error", and "copy", a URL, unless nothing was saved in it.
+inline constexpr char const* ManagedObjectStoreDidReplaceNotification = "ManagedObjectStoreDidReplaceNotification";
 
 /// A persistent object stack: one model, one SQLite file, a root context that writes it, a main-queue context beneath, and
 /// short-lived worker contexts beneath that. Every save climbs to the file by itself and is merged into the other workers.
 ///
 /// The file is FOLDER/NAME/NAME.db, FOLDER being the group's container or the user's documents. Making a store waits while
-/// the file is locked, out of reach or out of space; a file that is no store of the model is wiped with its folder (the
-/// engine keeps a copy beside it, in `.NAME.rescued`), and a place that can never hold a store keeps it trying for ever.
+/// the file is locked, out of reach or out of space. A file that is no store of the model goes with its whole folder to
+/// `FOLDER/.NAME.rescued/N`, and an empty store takes its place, unless another connection still has it open or the folder
+/// cannot be moved: then that is waited for, too. A place that can never hold a store keeps it trying for ever.
+/// A store that is opened for reading (NSReadOnlyPersistentStoreOption) is never replaced: it waits.
 ///
 /// May be made on any thread; off the main queue it waits for the main queue once. Everything may be called from any
 /// thread, contexts and objects excepted.
@@ -74,6 +101,8 @@ public:
     /// The store's own folder, not the file.
     NSURL const& storeURL() const noexcept { return *storeURL_; }
     Ref<NSManagedObjectContext> const& privateContext() const noexcept { return privateContext_; }
+    /// What was replaced by this store when it was made; absent when nothing was.
+    std::optional<StoreReplacement> const& replacement() const noexcept { return replacement_; }
     Ref<Dispatcher> const& dispatch() const noexcept { return dispatch_; }
     /// Holds an entry for each save of a parent that is on its way; empty once everything that was saved has reached the
     /// file. Parents' saves need the main queue: on the main thread do not wait for it, use `dispatch_group_notify`, or
@@ -94,7 +123,7 @@ public:
 
     /// Not offered: a store is made with `StoreOptions`. Fatal.
     void init() override;
-    /// Fatal without a file name anywhere, and when no model can be had.
+    /// Fatal without a file name anywhere, with one that is not a name, and when no model can be had.
     virtual void init(StoreOptions options);
     /// Makes a new main-queue context beneath the private one.
     virtual void setupMainThreadContext();
@@ -131,7 +160,9 @@ protected:
 private:
     NSPersistentStore& onlyStore() const;
     void chooseModel(std::optional<NSURL> const& location);
-    void openStore(NSURL const& file, Dictionary const& options);
+    void openStore(NSURL const& file, StoreOptions& options);
+    Ref<NSError> replaceStore(NSURL const& file, Ref<NSError> const& error, StoreRefusal const& refusal, std::uint32_t fileMode);
+    void tellReplacement();
     Ref<NSManagedObjectContext> newContext(NSManagedObjectContextConcurrencyType type) const;
     void changeRegistry(Closure<void(ActiveContexts&)> change);
     void climb(NSManagedObjectContext& saved);
@@ -139,6 +170,7 @@ private:
     Ref<NSManagedObjectModel> model_; // constant after init, down to dispatch_
     Ref<NSPersistentStoreCoordinator> coordinator_;
     std::optional<NSURL> storeURL_;
+    std::optional<StoreReplacement> replacement_;
     Ref<NSManagedObjectContext> privateContext_;
     Ref<Dispatcher> dispatch_;
     dispatch_queue_t registry_; // orders what runs on dispatch_, so that no change of the registry undoes another

@@ -3,6 +3,8 @@
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <cctype>
+#include <cstring>
 
 namespace Tessarin::SQLite {
 namespace {
@@ -37,15 +39,29 @@ void distrust(sqlite3* handle) {
     sqlite3_limit(handle, SQLITE_LIMIT_SQL_LENGTH, 64 << 20); // the texts in the file's schema, too
 }
 
+std::string immutableURI(std::string const& path) {
+    std::string uri = path.starts_with('/') ? "file://" : "file:";
+    for (unsigned char const c : path) {
+        constexpr char const* digits = "0123456789abcdef";
+        if (std::isalnum(c) || c == '/' || c == '.' || c == '-' || c == '_')
+            uri += static_cast<char>(c);
+        else
+            uri += {'%', digits[c >> 4], digits[c & 15]};
+    }
+    return uri + "?immutable=1";
+}
+
 } // namespace
 
 Connection::Connection(std::string path, ConnectionOptions const& options) : path_(std::move(path)) {
     sqlite3* opened = nullptr;
-    auto const code = sqlite3_open_v2(path_.c_str(), &opened, flagsOf(options.access), nullptr);
+    auto const code = options.isImmutable ? sqlite3_open_v2(immutableURI(path_).c_str(), &opened, flagsOf(Access::Read) | SQLITE_OPEN_URI, nullptr)
+                                          : sqlite3_open_v2(path_.c_str(), &opened, flagsOf(options.access), nullptr);
     handle_.reset(opened); // also after a failure, whose words it holds
     if (code != SQLITE_OK) throw Failure::of(opened, code, path_);
     sqlite3_extended_result_codes(opened, 1);
-    sqlite3_busy_timeout(opened, busyMilliseconds(options.busySeconds));
+    leavesLog(options.leavesLog);
+    setBusySeconds(options.busySeconds);
     distrust(opened);
     execute("PRAGMA cell_size_check = ON; PRAGMA mmap_size = 0"); // a mapped file that somebody cuts short ends the process
     execute("PRAGMA cache_size = -" + std::to_string(options.cacheKilobytes));
@@ -91,6 +107,10 @@ bool Connection::isInTransaction() const noexcept { return sqlite3_get_autocommi
 
 bool Connection::isReadOnly() const noexcept { return sqlite3_db_readonly(handle(), "main") == 1; }
 
+void Connection::setBusySeconds(double seconds) noexcept {
+    sqlite3_busy_timeout(handle(), busyMilliseconds(seconds));
+}
+
 void Connection::leavesLog(bool leaves) noexcept {
     sqlite3_db_config(handle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, leaves ? 1 : 0, nullptr);
 }
@@ -108,6 +128,14 @@ Connection::LogState Connection::logState() const noexcept {
     auto const volatile* words = static_cast<std::uint64_t const volatile*>(region);
     for (std::size_t at = 0; at < state.size(); ++at) state[at] = words[at];
     return state;
+}
+
+std::uint32_t Connection::readableLogPages() const noexcept {
+    static constexpr std::size_t place = 16;
+    auto const state = logState();
+    std::uint32_t pages = 0;
+    std::memcpy(&pages, reinterpret_cast<std::byte const*>(state.data()) + place, sizeof pages);
+    return pages;
 }
 
 void Connection::noteCommits() noexcept { seenLog_ = logState(); }

@@ -20,6 +20,8 @@ struct ConnectionOptions {
     double busySeconds = 30;          // how long a statement waits while somebody else holds the lock it needs
     std::int64_t cacheKilobytes = 8192; // of database pages
     Synchronous synchronous = Synchronous::Full;
+    bool leavesLog = false;   // as `leavesLog` below, from the first look at the file
+    bool isImmutable = false; // for reading only: nobody changes the file, and no lock is taken
 };
 
 /// A connection to one database file. Used by one thread at a time; what fails throws Failure.
@@ -51,6 +53,10 @@ public:
     bool isInTransaction() const noexcept;
     /// Whether the file could only be opened for reading.
     bool isReadOnly() const noexcept;
+    /// How long a statement waits from now on.
+    void setBusySeconds(double seconds) noexcept;
+    /// How many pages of the log are committed, as far as SQLite can read it. Only meaningful within a transaction.
+    std::uint32_t readableLogPages() const noexcept;
     /// Leaves file and log exactly as they are when this goes, instead of moving the log's content into the file.
     void leavesLog(bool leaves) noexcept;
     /// Whether anybody, this process or another, has committed since the read transaction that this connection holds began.

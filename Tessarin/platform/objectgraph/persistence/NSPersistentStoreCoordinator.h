@@ -14,6 +14,11 @@ inline constexpr char const* NSInMemoryStoreType = "InMemory";
 /// Option keys of a store: Booleans.
 inline constexpr char const* NSMigratePersistentStoresAutomaticallyOption = "NSMigratePersistentStoresAutomaticallyOption";
 inline constexpr char const* NSInferMappingModelAutomaticallyOption = "NSInferMappingModelAutomaticallyOption";
+/// Option key: true opens a file that exists for reading. Nothing is made, migrated, rescued or saved; a file of an older model is
+/// an error. Where the folder cannot be written, the file is taken for one that nobody changes; a log beside it is an error then.
+inline constexpr char const* NSReadOnlyPersistentStoreOption = "NSReadOnlyPersistentStoreOption";
+// Further option keys: NSStoreWaitingOption tells of waiting and limits it (StoreWaiting.h); NSFilePosixPermissions (NSFileManager.h)
+// are the permissions of a new file, 0600 by default, which its log, index and rescued copies share.
 /// Option key: a dictionary such as {"synchronous": "NORMAL"} (FULL by default, or OFF).
 inline constexpr char const* NSSQLitePragmasOption = "NSSQLitePragmasOption";
 
@@ -27,8 +32,8 @@ class TESSARIN_API NSPersistentStoreCoordinator : public NSObject {
 public:
     Ref<NSManagedObjectModel> const& managedObjectModel() const noexcept { return model_; }
     /// Opens or makes the store. Waits as long as the file is locked, out of reach or out of space; null with an error when
-    /// it is no store of this model (a copy of what stood there is then kept beside its folder). One store a coordinator:
-    /// a second is refused. `configuration` absent means all entities, and so does any other for now.
+    /// it is no store of this model (a copy of what stood there is then kept beside its folder, and the error bears a StoreRefusal),
+    /// and for a path that can never hold one: too long, or a link that leads nowhere. One store a coordinator: a second is refused. `configuration` absent means all entities, and so does any other for now.
     Ref<NSPersistentStore> addPersistentStoreWithType(std::string_view type, std::optional<std::string> configuration, NSURL const& url,
                                                       Dictionary const& options, Ref<NSError>& error);
     std::vector<Ref<NSPersistentStore>> persistentStores() const;

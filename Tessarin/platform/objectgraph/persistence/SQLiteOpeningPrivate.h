@@ -1,5 +1,6 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/persistence/SQLiteStorePrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/SQLiteVerdictPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/StoredModel.h"
 
 namespace Tessarin {
@@ -9,12 +10,21 @@ class SQLiteOpening {
 public:
     SQLiteOpening(NSURL const& file, Ref<RowSpace> space, SQLiteStoreOptions options);
 
-    /// Null with an error when the file is refused.
+    /// Null with an error when the file is refused, the path can hold none, or the limit of waiting is reached.
     std::unique_ptr<SQLiteStore::Impl> run(Ref<NSError>& error);
 
 private:
     std::unique_ptr<SQLiteStore::Impl> attempt();
-    void checkPlace() const;
+    std::unique_ptr<SQLiteStore::Impl> openForWriting(std::unique_ptr<SQLite::Connection>& connection);
+    std::unique_ptr<SQLiteStore::Impl> openForReading(std::unique_ptr<SQLite::Connection>& connection);
+    std::unique_ptr<SQLiteStore::Impl> store(SQLite::Connection& connection, std::vector<std::int64_t> numbers,
+                                             SQLite::ConnectionOptions const& options);
+    [[noreturn]] void refuse(Refused const& refused, SQLite::Connection* connection);
+    bool holdsNothing(SQLite::Connection& connection) const;
+    void checkPlace();
+    void checkLink() const;
+    void makeFile();
+    bool isOfNewerSQLite(std::size_t versionPlace) const;
     [[noreturn]] void throwReadOnly() const;
     void makeIfEmpty(SQLite::Connection& connection);
     void create(SQLite::Connection& connection);
@@ -22,6 +32,7 @@ private:
     void checkPages(SQLite::Connection& connection) const;
     void checkAllPages(SQLite::Connection& connection) const;
     void requireReadable(std::string const& problem) const;
+    std::optional<std::vector<std::int64_t>> numbersOfSameModel(SQLite::Connection& connection) const;
     std::vector<std::int64_t> bringToModel(SQLite::Connection& connection);
 
     NSURL const file_;
@@ -29,6 +40,10 @@ private:
     Ref<RowSpace> const space_;
     SQLiteStoreOptions const options_;
     SQLite::ConnectionOptions const connectionOptions_;
+    // What this attempt judges: where it stands, what it is, and what a migration would do.
+    std::string judgedPlace_;
+    std::optional<StoreRefusal::Identity> judged_;
+    std::optional<MigrationPlan> plan_;
 };
 
 } // namespace Tessarin

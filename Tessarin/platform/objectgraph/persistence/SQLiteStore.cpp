@@ -40,6 +40,10 @@ SQLiteStoreOptions SQLiteStoreOptions::from(Dictionary const& options) {
         read.busySeconds = std::max(0.0, seconds.number());
     if (auto const& infers = options["NSInferMappingModelAutomaticallyOption"]; infers.isNumber())
         read.infersMapping = infers.boolean();
+    read.isReadOnly = options["NSReadOnlyPersistentStoreOption"].boolean();
+    if (auto const& mode = options["NSFilePosixPermissions"]; mode.isNumber()) read.fileMode = static_cast<std::uint32_t>(mode.integer() & 0777);
+    read.waiting = options[NSStoreWaitingOption].objectAs<StoreWaiting>();
+    if (!read.waiting) read.waiting = make<StoreWaiting>(nullptr, std::nullopt);
     return read;
 }
 
@@ -62,6 +66,21 @@ Dictionary SQLiteStore::metadata() const { return impl_->metadata.get(); }
 void SQLiteStore::setMetadata(Dictionary metadata) { impl_->metadata.set(std::move(metadata)); }
 std::string SQLiteStore::identifier() const { return impl_->identifier; }
 
+SQLiteStore::Impl::Writing& SQLiteStore::Impl::writer() {
+    if (isReadOnly) throw ErrorException(storeError(StoreErrorCode::StoreReadOnly, "The store was opened for reading: " + path));
+    if (!writerSeat) {
+        requireInPlace(); // before another file is taken for it
+        writerSeat = std::make_unique<Writing>(schema, path, options);
+    }
+    return *writerSeat;
+}
+
+void SQLiteStore::Impl::requireInPlace() const {
+    if (StoreRefusal::identityAt(path) == identity) return;
+    throw ErrorException(storeError(StoreErrorCode::StoreSave, "The store's file is not in its place any more, so nothing is written: " + path,
+                                    {{NSFilePathErrorKey, path}}));
+}
+
 void SQLiteStore::Impl::requireSameModel(SQLite::Connection& connection) const {
     if (connection.integer("SELECT value FROM tessarin_store WHERE key = 'modelGeneration'") != modelGeneration)
         throw ErrorException(storeError(StoreErrorCode::StoreIncompatibleModel,
@@ -77,6 +96,7 @@ Ref<NSError> SQLiteStore::save(std::span<Ref<ChangeSet const> const> sets, Confl
         outcome = {};
         auto& [connection, writer] = impl.writer();
         SQLite::Transaction transaction(connection);
+        impl.requireInPlace(); // what is written to a file that was removed, or moved away, is lost
         impl.requireSameModel(connection);
         auto written = sets;
         if (conflicts == SQLiteWriter::Conflicts::Settled) {
@@ -112,6 +132,7 @@ Ref<NSError> SQLiteStore::Impl::inBatch(BatchOutcome& outcome, FunctionRef<bool(
     auto error = caught([&] {
         auto& [connection, batchWriter] = writer();
         SQLite::Transaction transaction(connection);
+        requireInPlace();
         requireSameModel(connection);
         outcome.complete = change(batchWriter);
         if (!outcome.complete) return;
@@ -177,6 +198,7 @@ RecordKey SQLiteStore::reserveKeys(std::size_t count, Ref<NSError>& error) {
         error = caught([&] {
             auto& connection = impl.writer().connection;
             SQLite::Transaction transaction(connection);
+            impl.requireInPlace();
             impl.keys.reserve(connection, count);
             impl.readers->endIdle();
             transaction.commit();

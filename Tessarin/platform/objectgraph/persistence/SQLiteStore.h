@@ -1,5 +1,6 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/persistence/NSPersistentStore.h"
+#include "Tessarin/platform/objectgraph/persistence/StoreWaiting.h"
 #include <memory>
 
 namespace Tessarin {
@@ -12,9 +13,13 @@ struct SQLiteStoreOptions {
     std::int64_t cacheKilobytes = 8192;          // of database pages, for each connection
     double busySeconds = 60;                     // how long a save waits while another process saves
     bool infersMapping = true;                   // a file of another model is migrated where rules exist
+    bool isReadOnly = false;                     // nothing is made, migrated, rescued or saved
+    std::uint32_t fileMode = 0600;               // permissions of a new file; its log's are those of the file
+    Ref<StoreWaiting> waiting;                   // never null once read
 
     /// Reads "NSSQLitePragmasOption" ({"synchronous": "NORMAL", "cache_size": -8192}; a positive size counts pages of 4 KiB),
-    /// "NSSQLiteBusyTimeoutOption" (seconds) and "NSInferMappingModelAutomaticallyOption". Other keys are ignored.
+    /// "NSSQLiteBusyTimeoutOption" (seconds), "NSInferMappingModelAutomaticallyOption", "NSReadOnlyPersistentStoreOption",
+    /// "NSFilePosixPermissions" and "NSStoreWaitingOption". Other keys are ignored.
     static SQLiteStoreOptions from(Dictionary const& options);
 };
 
@@ -24,7 +29,8 @@ class TESSARIN_API SQLiteStore : public NSPersistentStore {
 public:
     /// Opens the file, or makes it: also where it is empty. Waits, with growing pauses and as long as it lasts, while it is
     /// locked, out of reach, out of space or of a newer format. Null with an error when it is not a store, is damaged, or
-    /// cannot be brought to this model; a link to it is then kept in `.FOLDER.rescued/` beside its folder.
+    /// cannot be brought to this model (then the error bears a StoreRefusal, and a link to the file and its log is kept in
+    /// `.FOLDER.rescued/` beside its folder), at once for a path that can never hold a store, and when the limit of waiting is reached.
     static Ref<SQLiteStore> open(NSURL const& file, Ref<RowSpace> space, Dictionary const& options, Ref<NSError>& error);
     ~SQLiteStore() override;
 

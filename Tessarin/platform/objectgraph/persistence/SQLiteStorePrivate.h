@@ -6,6 +6,7 @@
 #include "Tessarin/platform/objectgraph/persistence/SQLiteTableScansPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/SQLiteWriterPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/StoreMetadataPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/StoreRefusal.h"
 
 namespace Tessarin {
 
@@ -33,11 +34,9 @@ struct SQLiteStore::Impl {
     ~Impl() { scans->waitForHelpers(); }
 
     /// The writing connection, made on first use. The caller holds `writing`.
-    Writing& writer() {
-        if (!writerSeat) writerSeat = std::make_unique<Writing>(schema, path, options);
-        return *writerSeat;
-    }
-
+    Writing& writer();
+    /// Throws when the file that is open is not the one at its path: what is written there would be lost.
+    void requireInPlace() const;
     Ref<NSError> reading(std::string const& table, FunctionRef<void(SQLiteReader&)> work);
     void requireSameModel(SQLite::Connection& connection) const;
     /// One transaction of `change`, which is false when it did nothing.
@@ -49,6 +48,8 @@ struct SQLiteStore::Impl {
     std::string const path;
     SQLite::ConnectionOptions const options;
     std::string identifier;           // constant after opening
+    std::optional<StoreRefusal::Identity> identity; // of the file; likewise
+    bool isReadOnly = false;          // likewise
     std::int64_t modelGeneration = 0; // likewise; counts the migrations of the file
     Ref<SQLiteReaderPool> const readers;
     Ref<SQLiteTableScans> const scans;

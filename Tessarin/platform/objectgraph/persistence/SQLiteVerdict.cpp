@@ -10,9 +10,7 @@ namespace Tessarin {
 namespace {
 
 /// System errors that no waiting mends: the path itself is wrong.
-bool isFinal(int systemError) {
-    return systemError == EISDIR || systemError == ENAMETOOLONG || systemError == ELOOP || systemError == EINVAL;
-}
+bool isOfPlace(int systemError) { return systemError == ENAMETOOLONG || systemError == ELOOP || systemError == EINVAL; }
 
 bool isFinal(SQLite::Failure const& failure) {
     switch (failure.primaryCode()) {
@@ -24,16 +22,16 @@ bool isFinal(SQLite::Failure const& failure) {
     case SQLITE_TOOBIG:
     case SQLITE_FORMAT:
     case SQLITE_RANGE: return true;
-    case SQLITE_CANTOPEN: return failure.code() == SQLITE_CANTOPEN_ISDIR || isFinal(failure.systemError());
+    case SQLITE_CANTOPEN: return failure.code() == SQLITE_CANTOPEN_ISDIR || failure.systemError() == EISDIR;
     case SQLITE_IOERR: return failure.code() == SQLITE_IOERR_DATA;
     default: return false;
     }
 }
 
-Ref<NSError> openingError(Ref<NSError> const& cause, std::string const& why) {
+Ref<NSError> openingError(Ref<NSError> const& cause, std::string const& why, StoreErrorCode code = StoreErrorCode::StoreOpen) {
     Dictionary more{{NSUnderlyingErrorKey, Value(cause)}};
     if (auto const& path = cause->userInfo()[NSFilePathErrorKey]; !path.isAbsent()) more.set(NSFilePathErrorKey, path);
-    return storeError(StoreErrorCode::StoreOpen, "The store cannot be opened: " + why, std::move(more));
+    return storeError(code, "The store cannot be opened: " + why, std::move(more));
 }
 
 } // namespace
@@ -58,7 +56,13 @@ Refused Refused::noRule(std::string const& entity, std::string const& property, 
     return Refused(storeError(StoreErrorCode::StoreIncompatibleModel, text + ".", std::move(more)));
 }
 
+Misplaced Misplaced::because(std::string text, std::string const& path) {
+    return Misplaced(storeError(StoreErrorCode::StorePlace, "The store cannot be opened: " + std::move(text) + ": " + path, {{NSFilePathErrorKey, path}}));
+}
+
 void throwVerdict(SQLite::Failure const& failure) {
+    if (failure.primaryCode() == SQLITE_CANTOPEN && isOfPlace(failure.systemError()))
+        throw Misplaced(openingError(failure.error(), failure.message(), StoreErrorCode::StorePlace));
     auto error = openingError(failure.error(), failure.message());
     if (isFinal(failure)) throw Refused(std::move(error));
     throw Postponed(std::move(error));
@@ -66,8 +70,9 @@ void throwVerdict(SQLite::Failure const& failure) {
 
 void throwVerdict(int systemError, std::string const& path) {
     auto const cause = NSError::errorWithErrno(systemError, path);
+    if (isOfPlace(systemError)) throw Misplaced(openingError(cause, cause->localizedDescription(), StoreErrorCode::StorePlace));
     auto error = openingError(cause, cause->localizedDescription());
-    if (isFinal(systemError)) throw Refused(std::move(error));
+    if (systemError == EISDIR) throw Refused(std::move(error));
     throw Postponed(std::move(error));
 }
 

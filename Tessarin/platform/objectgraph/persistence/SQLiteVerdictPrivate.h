@@ -28,8 +28,15 @@ public:
                           RecordsInTheWay const& records = {});
 };
 
+/// Why no store can ever stand at a path, whatever stands there now: thrown while a store is opened.
+class Misplaced : public ErrorException {
+public:
+    using ErrorException::ErrorException;
+    static Misplaced because(std::string text, std::string const& path);
+};
+
 /// Throws what SQLite's failure means for opening a file: what is damaged or no database is refused, everything that may
-/// pass (locks, space, descriptors, memory, permissions, devices) is postponed.
+/// pass (locks, space, descriptors, memory, permissions, devices) is postponed; a path that is wrong in itself is misplaced.
 [[noreturn]] TESSARIN_API void throwVerdict(SQLite::Failure const& failure);
 /// The same for a failed system call on `path`.
 [[noreturn]] TESSARIN_API void throwVerdict(int systemError, std::string const& path);

@@ -8,9 +8,14 @@ namespace Tessarin {
 /// The domain of the object graph's errors.
 inline constexpr char const* ObjectGraphErrorDomain = "TessarinObjectGraph";
 
+/// In an error's userInfo: the StoreRefusal of a file that was refused.
+inline constexpr char const* StoreRefusalErrorKey = "StoreRefusal";
+
 enum class StoreErrorCode : std::int64_t {
     InvalidStoreType = 134000,
     StoreOpen = 134080,
+    StorePlace = 134081, // where no store can ever be
+    StoreReadOnly = 134082,
     StoreIncompatibleModel = 134100,
     StoreSave = 134030,
     StoreFetch = 134060,

@@ -1,12 +1,12 @@
 #include "Tessarin/platform/objectgraph/persistence/StoreRescuePrivate.h"
 
-#include "Tessarin/platform/foundation/NSError.h"
-
 #include <algorithm>
-#include <chrono>
-#include <filesystem>
-#include <fmt/chrono.h>
-#include <unistd.h>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <fmt/format.h>
+#include <fstream>
+#include <sys/stat.h>
 
 namespace Tessarin {
 namespace {
@@ -14,55 +14,130 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::size_t keptCount = 3;
+constexpr std::array endings{"", "-wal", "-shm", "-journal"};
 
-/// In order of their names, which is the order of time.
-std::vector<fs::path> rescuedIn(fs::path const& folder) {
-    std::vector<fs::path> found;
-    std::error_code none;
-    for (fs::directory_iterator it(folder, none), end; it != end; it.increment(none))
-        if (it->is_directory(none)) found.push_back(it->path());
-    std::ranges::sort(found);
-    return found;
-}
+[[noreturn]] void fail(int code, fs::path const& path) { throw ErrorException(NSError::errorWithErrno(code, path.native())); }
 
-fs::path makePlace(fs::path const& folder) {
-    fs::create_directories(folder);
-    auto const now = std::chrono::system_clock::now().time_since_epoch();
-    auto const nanoseconds = std::chrono::duration_cast<std::chrono::nanoseconds>(now).count();
-    for (int attempt = 0;; ++attempt) {
-        auto const place = folder / fmt::format("{:%Y%m%d-%H%M%S}.{:09}-{}-{}",
-                                                fmt::gmtime(static_cast<std::time_t>(nanoseconds / 1'000'000'000)),
-                                                nanoseconds % 1'000'000'000, ::getpid(), attempt);
-        if (fs::create_directory(place)) return place;
-    }
-}
-
-void keep(fs::path const& file, fs::path const& place) {
+void keepLink(fs::path const& from, fs::path const& to) {
     std::error_code failed;
-    fs::create_hard_link(file, place / file.filename(), failed);
-    if (failed) fs::copy_file(file, place / file.filename()); // a file system without links
+    fs::create_hard_link(from, to, failed);
+    if (!failed) return;
+    fs::copy_file(from, to, failed); // a file system without links
+    if (failed) fail(failed.value(), from);
+}
+
+/// Whether the copy is a link to the file, or where there are no links holds the same.
+bool isSame(fs::path const& file, fs::path const& copy) {
+    std::error_code none;
+    if (fs::equivalent(file, copy, none)) return true;
+    if (none || fs::hard_link_count(copy, none) != 1 || fs::file_size(file, none) != fs::file_size(copy, none)) return false;
+    std::ifstream one(file, std::ios::binary), other(copy, std::ios::binary);
+    std::istreambuf_iterator<char> const end;
+    return std::equal(std::istreambuf_iterator<char>(one), end, std::istreambuf_iterator<char>(other), end);
+}
+
+/// The copies' numbers; a copy that an earlier version named by the time comes before all others.
+std::uint64_t numberOf(std::string const& name) {
+    std::uint64_t number = 0;
+    auto const [end, failure] = std::from_chars(name.data(), name.data() + name.size(), number);
+    return failure == std::errc{} && (*end == '\0' || *end == '.') ? number : 0;
 }
 
 } // namespace
 
-void rescueStore(std::string const& path) try {
-    fs::path const file = fs::absolute(path);
-    if (!fs::is_regular_file(file)) return;
-    auto const owner = file.parent_path();
-    auto const folder = owner.parent_path() / fmt::format(".{}.rescued", owner.filename().string());
-    auto const earlier = rescuedIn(folder);
+bool makeFolders(std::string const& path, mode_t mode) {
+    struct stat status {};
+    if (::stat(path.c_str(), &status) == 0) return S_ISDIR(status.st_mode) || (errno = ENOTDIR, false);
+    auto const parent = fs::path(path).parent_path();
+    if (parent != path && !parent.empty() && !makeFolders(parent.native(), mode)) return false;
+    if (::mkdir(path.c_str(), mode) != 0) return errno == EEXIST;
+    if (::stat(path.c_str(), &status) == 0 && (status.st_mode & 0777) != mode) ::chmod(path.c_str(), (status.st_mode & 07000) | mode);
+    return true;
+}
+
+RescuedCopies::RescuedCopies(std::string const& file, mode_t fileMode)
+    : file_(fs::absolute(file)),
+      owner_(file_.parent_path()),
+      folder_(owner_.parent_path() / fmt::format(".{}.rescued", owner_.filename().string())),
+      folderMode_(folderMode(fileMode)) {}
+
+std::vector<std::pair<std::uint64_t, fs::path>> RescuedCopies::all() const {
+    std::vector<std::pair<std::uint64_t, fs::path>> found;
     std::error_code none;
-    if (!earlier.empty() && fs::equivalent(file, earlier.back() / file.filename(), none)) return;
+    for (fs::directory_iterator it(folder_, none), end; !none && it != end; it.increment(none))
+        found.emplace_back(numberOf(it->path().filename()), it->path());
+    std::ranges::sort(found);
+    return found;
+}
 
-    auto const place = makePlace(folder);
-    keep(file, place);
-    for (auto const* ending : {"-wal", "-shm"})
-        if (fs::path const beside = path + ending; fs::exists(beside)) keep(beside, place);
+fs::path RescuedCopies::newPlace() const {
+    if (!makeFolders(folder_.native(), folderMode_)) fail(errno, folder_);
+    auto const earlier = all();
+    for (auto number = earlier.empty() ? 1 : earlier.back().first + 1;; ++number) {
+        auto place = folder_ / std::to_string(number);
+        if (fs::symlink_status(place).type() != fs::file_type::not_found) continue;
+        if (::mkdir(place.c_str(), folderMode_) == 0) return place;
+        if (errno != EEXIST) fail(errno, place);
+    }
+}
 
-    auto all = rescuedIn(folder);
-    for (std::size_t at = 0; at + keptCount < all.size(); ++at) fs::remove_all(all[at], none);
-} catch (fs::filesystem_error const& failure) {
-    throw ErrorException(NSError::errorWithErrno(failure.code().value(), failure.path1().string()));
+std::optional<std::string> RescuedCopies::keep() const {
+    std::error_code none;
+    auto const real = fs::is_symlink(file_, none) ? fs::canonical(file_, none) : file_; // the log lies beside the file itself
+    auto const existing = [&](char const* ending) {
+        auto const path = real.native() + ending;
+        return fs::is_regular_file(path, none) && fs::file_size(path, none) > 0;
+    };
+    if (std::ranges::none_of(endings, existing)) return {};
+    auto const isKeptIn = [&](fs::path const& copy) {
+        return std::ranges::all_of(endings, [&](auto const* ending) {
+            return !existing(ending) || std::string_view(ending) == "-shm" || isSame(real.native() + ending, copy / (file_.filename().native() + ending));
+        });
+    };
+    if (auto const earlier = all(); !earlier.empty() && isKeptIn(earlier.back().second)) return earlier.back().second.native();
+    auto const place = newPlace();
+    for (auto const* ending : endings)
+        if (existing(ending)) keepLink(real.native() + ending, place / (file_.filename().native() + ending));
+    prune(place);
+    return place.native();
+}
+
+std::string RescuedCopies::moveFolder(std::optional<std::string> const& place) const {
+    fs::path const target = place ? fs::path(*place) : newPlace();
+    // By way of another name, so that the links there stay until nothing can fail any more.
+    fs::path const passing = target.native() + ".moved";
+    if (::rename(owner_.c_str(), passing.c_str()) != 0) {
+        auto const code = errno;
+        if (!place) ::rmdir(target.c_str());
+        fail(code, owner_);
+    }
+    auto const final = discard(target) && ::rename(passing.c_str(), target.c_str()) == 0 ? target : passing;
+    prune(final);
+    makeFolders(owner_.native(), folderMode_);
+    return final.native();
+}
+
+bool RescuedCopies::isOurs(fs::path const& place) const {
+    std::error_code none;
+    if (fs::symlink_status(place, none).type() != fs::file_type::directory) return false;
+    for (fs::directory_iterator it(place, none), end; it != end; it.increment(none)) {
+        auto const name = it->path().filename().native();
+        bool const isNamedSo = std::ranges::any_of(endings, [&](auto const* ending) { return name == file_.filename().native() + ending; });
+        if (!isNamedSo || it->symlink_status(none).type() != fs::file_type::regular) return false;
+    }
+    return !none;
+}
+
+bool RescuedCopies::discard(fs::path const& place) const {
+    if (!isOurs(place)) return false;
+    for (auto const* ending : endings) ::unlink((place / (file_.filename().native() + ending)).c_str());
+    return ::rmdir(place.c_str()) == 0;
+}
+
+void RescuedCopies::prune(fs::path const& newest) const {
+    auto const copies = all();
+    for (std::size_t at = 0; at + keptCount < copies.size(); ++at)
+        if (copies[at].second != newest) discard(copies[at].second);
 }
 
 } // namespace Tessarin

@@ -1,0 +1,135 @@
+// Names that are no paths, and what becomes of what cannot be opened.
+#include "Tessarin/platform/objectgraph/persistence/StoreErrors.h"
+#include "Tessarin/platform/sqlite/Connection.h"
+#include "tests/store/StoreFixture.h"
+
+#include <sys/stat.h>
+
+namespace Tessarin {
+namespace {
+using namespace tests;
+
+namespace fs = std::filesystem;
+
+TEST(StoreNames, WhatIsNoFileNameIsFatalBeforeAnythingIsTouched) {
+    StoreHome home;
+    home.folder.write("Documents/diary.txt", "mine");
+    for (auto const& name : {std::string(), std::string("."), std::string(".."), std::string("../Pictures"), std::string("Notes 11/2026"),
+                             std::string("a\0b", 3), std::string(245, 'n')}) {
+        auto const sentence = "file name must have 1 to 244 bytes, without \"/\" and NUL";
+        EXPECT_DEATH(home.store(name), sentence) << name;
+        EXPECT_DEATH((ManagedObjectStore::setFilename(name), home.store(StoreOptions{.modelURL = home.url("People.xcdatamodel")})), sentence) << name;
+        EXPECT_DEATH((ManagedObjectStore::setAppGroupIdentifier("", name), home.store(StoreOptions{.modelURL = home.url("People.xcdatamodel")})), sentence);
+    }
+    EXPECT_EQ(std::distance(fs::directory_iterator(home.folder.path("Documents")), {}), 1);
+    for (auto const& name : {std::string(244, 'n'), std::string("50% ..?#")}) EXPECT_TRUE(fs::exists(home.store(name)->storeURL().path() + "/" + name + ".db"));
+}
+
+/// What is told of a replacement while it lives.
+struct Replacements {
+    Replacements() {
+        token = NSNotificationCenter::defaultCenter()->addObserverForName(
+            ManagedObjectStoreDidReplaceNotification, nullptr, nullptr, [this](Ref<NSNotification> const& note) { notes.push_back(note); });
+    }
+    ~Replacements() { NSNotificationCenter::defaultCenter()->removeObserver(*token); }
+    std::vector<Ref<NSNotification>> notes;
+    Ref<NSObject> token;
+};
+
+TEST(StoreReplacement, FolderGoesAsideWithAllItHoldsAndTheApplicationLearnsOfIt) {
+    StoreHome home;
+    Replacements const told;
+    EXPECT_FALSE(home.store("Other")->replacement());
+    for (int number = 1; number <= 5; ++number) {
+        fs::remove_all(home.folder.path("Documents/Notes"));
+        home.folder.write("Documents/Notes/Notes.db", "no store");
+        home.folder.write("Documents/Notes/Notes.db-wal", "its log");
+        home.folder.write("Documents/Notes/my-diary.txt", "mine " + std::to_string(number));
+        auto const store = home.store();
+        auto const copy = "Documents/.Notes.rescued/" + std::to_string(number);
+        ASSERT_TRUE(store->replacement());
+        EXPECT_EQ(store->replacement()->copy, home.url(copy));
+        EXPECT_EQ(home.folder.read(copy + "/Notes.db-wal"), "its log");
+        EXPECT_FALSE(fs::exists(home.folder.path("Documents/Notes/my-diary.txt")));
+        ASSERT_EQ(told.notes.size(), static_cast<std::size_t>(number));
+        auto const& details = told.notes.back()->userInfo().dictionary();
+        EXPECT_EQ(told.notes.back()->object(), store);
+        EXPECT_EQ(details["error"].object(), store->replacement()->reason);
+        EXPECT_EQ(details["copy"], Value(home.url(copy)));
+    }
+    for (int number = 1; number <= 5; ++number)
+        EXPECT_EQ(home.folder.read("Documents/.Notes.rescued/" + std::to_string(number) + "/my-diary.txt"), "mine " + std::to_string(number));
+
+    fs::remove_all(home.folder.path("Documents/Notes"));
+    home.folder.write("Documents/Notes", "a text in place of the folder");
+    EXPECT_EQ(home.folder.read("Documents/.Notes.rescued/" + home.store()->replacement()->copy->lastPathComponent()), "a text in place of the folder");
+}
+
+TEST(StoreReplacement, WhatWillPassIsWaitedForAndTouchesNothing) {
+    StoreHome home;
+    auto const patient = [&](std::string const& name) { return StoreOptions{.modelURL = home.url("People.xcdatamodel"), .filename = name, .timeLimit = 0.3}; };
+    auto const codeOf = [&](std::string const& name) -> std::int64_t {
+        try {
+            home.store(patient(name));
+            return 0;
+        } catch (ErrorException const& failure) { return failure.error()->code(); }
+    };
+    { // another connection has it open
+        home.store();
+        SQLite::Connection open(home.folder.path("Documents/Notes/Notes.db"));
+        open.execute("PRAGMA user_version = 0; PRAGMA application_id = 7"); // another application's
+        EXPECT_EQ(codeOf("Notes"), static_cast<std::int64_t>(StoreErrorCode::StoreOpen));
+        EXPECT_EQ(open.integer("PRAGMA application_id"), 7);
+    }
+    EXPECT_EQ(home.store()->replacement()->copy, home.url("Documents/.Notes.rescued/1")) << "now nobody has";
+    // The folder of the copies cannot be made.
+    home.folder.write("Documents/.B.rescued", "in the way");
+    home.folder.write("Documents/B/B.db", "no store");
+    EXPECT_NE(codeOf("B"), 0);
+    EXPECT_EQ(home.folder.read("Documents/B/B.db"), "no store");
+    // A link that leads nowhere, and a read-only store.
+    fs::create_directory(home.folder.path("Documents/C"));
+    fs::create_symlink(home.folder.path("nowhere"), home.folder.path("Documents/C/C.db"));
+    EXPECT_EQ(codeOf("C"), static_cast<std::int64_t>(StoreErrorCode::StorePlace));
+    EXPECT_TRUE(fs::is_symlink(home.folder.path("Documents/C/C.db")));
+    auto options = patient("B");
+    options.options.set(NSReadOnlyPersistentStoreOption, true);
+    fs::remove(home.folder.path("Documents/.B.rescued"));
+    EXPECT_THROW(home.store(std::move(options)), ErrorException);
+    EXPECT_FALSE(fs::exists(home.folder.path("Documents/.B.rescued")));
+}
+
+TEST(StoreReplacement, ApplicationMayThrowInsteadOfStartingEmpty) {
+    StoreHome home;
+    home.folder.write("Documents/Notes/Notes.db", "no store");
+    auto const asking = [&](bool throws, int& asked) {
+        return StoreOptions{.modelURL = home.url("People.xcdatamodel"), .filename = "Notes",
+                            .onRefusal = [&home, &asked, throws](Ref<NSError> const& error, MigrationPlan const* plan, std::optional<NSURL> const& copy) {
+                                ++asked;
+                                EXPECT_EQ(plan, nullptr);
+                                EXPECT_EQ(copy, home.url("Documents/.Notes.rescued/1"));
+                                EXPECT_EQ(home.folder.read("Documents/.Notes.rescued/1/Notes.db"), "no store");
+                                if (throws) throw ErrorException(error);
+                            }};
+    };
+    int asked = 0;
+    for (int time = 0; time < 2; ++time) EXPECT_THROW(home.store(asking(true, asked)), ErrorException);
+    EXPECT_EQ(home.folder.read("Documents/Notes/Notes.db"), "no store");
+    EXPECT_EQ(home.store(asking(false, asked))->replacement()->copy, home.url("Documents/.Notes.rescued/1"));
+    EXPECT_EQ(asked, 3);
+}
+
+TEST(StoreReplacement, FoldersAndFilesAreTheirUsersAlone) {
+    StoreHome home;
+    auto const before = ::umask(0);
+    home.store();
+    ::umask(before);
+    for (auto const& [path, mode] : {std::pair("Documents/Notes", 0700), std::pair("Documents/Notes/Notes.db", 0600)}) {
+        struct stat status {};
+        ASSERT_EQ(::stat(home.folder.path(path).c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode & 0777, static_cast<mode_t>(mode)) << path;
+    }
+}
+
+} // namespace
+} // namespace Tessarin
