@@ -7,19 +7,20 @@ namespace Tessarin::campaigns {
 using Type = NSAttributeType;
 
 Ref<NSManagedObjectModel> const& shelfModel() {
-    static auto const model = ModelBuilder()
-                                  .entity("Batch")
-                                  .attribute("number", Type::Integer64, {.indexed = true})
-                                  .toMany("items", "Item", {.inverse = "batch", .deleteRule = NSDeleteRule::Cascade, .ordered = true})
-                                  .entity("Item")
-                                  .attribute("label", Type::String)
-                                  .attribute("value", Type::Integer32, {.optional = false, .defaultValue = 0})
-                                  .attribute("weight", Type::Double)
-                                  .attribute("made", Type::Date)
-                                  .attribute("picture", Type::BinaryData)
-                                  .toOne("batch", "Batch", {.inverse = "items"})
-                                  .toMany("peers", "Item", {.inverse = "peers"})
-                                  .build();
+    static auto const model =
+        ModelBuilder()
+            .entity("Batch")
+            .attribute("number", Type::Integer64, {.indexed = true})
+            .toMany("items", "Item", {.inverse = "batch", .deleteRule = NSDeleteRule::Cascade, .ordered = true})
+            .entity("Item")
+            .attribute("label", Type::String)
+            .attribute("value", Type::Integer32, {.optional = false, .defaultValue = 0})
+            .attribute("weight", Type::Double)
+            .attribute("made", Type::Date)
+            .attribute("picture", Type::BinaryData)
+            .toOne("batch", "Batch", {.inverse = "items"})
+            .toMany("peers", "Item", {.inverse = "peers"})
+            .build();
     return model;
 }
 
@@ -45,8 +46,10 @@ Shelf::Shelf(std::string const& file, Ref<NSManagedObjectModel> const& model, In
     Ref<NSError> error;
     char const* const modes[] = {"OFF", "NORMAL", "FULL"};
     Dictionary const pragmas{{"synchronous", modes[static_cast<int>(synchronous)]}};
-    Dictionary const options{{"NSInferMappingModelAutomaticallyOption", inference == Inference::Allowed}, {NSSQLitePragmasOption, pragmas}};
-    if (!coordinator->addPersistentStoreWithType(NSSQLiteStoreType, {}, NSURL::fileURLWithPath(file), options, error)) throw ErrorException(error);
+    Dictionary const options{{"NSInferMappingModelAutomaticallyOption", inference == Inference::Allowed},
+                             {NSSQLitePragmasOption, pragmas}};
+    if (!coordinator->addPersistentStoreWithType(NSSQLiteStoreType, {}, NSURL::fileURLWithPath(file), options, error))
+        throw ErrorException(error);
     root = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue);
     root->setPersistentStoreCoordinator(coordinator);
     root->setMergePolicy(make<NSMergePolicy>(NSMergePolicyType(1)));
@@ -70,9 +73,11 @@ void Shelf::saveToDisk(NSManagedObjectContext& worker) const {
     }
 }
 
-void Shelf::checkpoint() const {
+void checkpoint(std::string const& file) {
     sqlite3* handle = nullptr;
-    if (sqlite3_open(coordinator->store()->url().path().c_str(), &handle) == SQLITE_OK) sqlite3_wal_checkpoint_v2(handle, nullptr, SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
+    // The pragma, not the function: that one does nothing over a connection that has not read the file yet.
+    if (sqlite3_open(file.c_str(), &handle) == SQLITE_OK)
+        sqlite3_exec(handle, "PRAGMA wal_checkpoint(TRUNCATE)", nullptr, nullptr, nullptr);
     sqlite3_close(handle);
 }
 
@@ -81,7 +86,9 @@ void onQueueOf(NSManagedObjectContext& context, FunctionRef<void()> work) {
     context.performBlockAndWait([&] {
         try {
             work();
-        } catch (...) { failure = std::current_exception(); }
+        } catch (...) {
+            failure = std::current_exception();
+        }
     });
     if (failure) std::rethrow_exception(failure);
 }
@@ -104,7 +111,8 @@ void requireIntegrity(std::string const& file) {
     sqlite3* handle = nullptr;
     std::string answer;
     auto const take = [](void* to, int, char** values, char**) { return static_cast<std::string*>(to)->assign(values[0]), 0; };
-    if (sqlite3_open(file.c_str(), &handle) != SQLITE_OK || sqlite3_exec(handle, "PRAGMA integrity_check", take, &answer, nullptr) != SQLITE_OK)
+    if (sqlite3_open(file.c_str(), &handle) != SQLITE_OK ||
+        sqlite3_exec(handle, "PRAGMA integrity_check", take, &answer, nullptr) != SQLITE_OK)
         answer = sqlite3_errmsg(handle);
     sqlite3_close(handle);
     require(answer == "ok", "the file is damaged: {}", answer);

@@ -15,6 +15,9 @@ Ref<NSManagedObjectModel> const& laterShelfModel();
 enum class Inference { Allowed, Forbidden };
 enum class Synchronous { Off, Normal, Full };
 
+/// Brings the log into the file, over a connection of its own.
+void checkpoint(std::string const& file);
+
 /// A store's file with the contexts of an application over it.
 class Shelf {
 public:
@@ -24,8 +27,7 @@ public:
     Ref<NSManagedObjectContext> worker() const;
     /// Saves a worker and all above it; on the caller's thread. Throws what fails.
     void saveToDisk(NSManagedObjectContext& worker) const;
-    /// Brings the log into the file, over a connection of its own.
-    void checkpoint() const;
+    void checkpoint() const { campaigns::checkpoint(coordinator->store()->url().path()); }
 
     Ref<NSPersistentStoreCoordinator> coordinator;
     Ref<NSManagedObjectContext> root, main;
