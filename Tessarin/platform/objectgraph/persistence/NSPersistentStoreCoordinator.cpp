@@ -3,6 +3,7 @@
 #include "Tessarin/platform/objectgraph/persistence/InMemoryStore.h"
 #include "Tessarin/platform/objectgraph/persistence/SQLiteStore.h"
 #include "Tessarin/platform/objectgraph/persistence/StoreErrors.h"
+#include "Tessarin/platform/objectgraph/persistence/StoreSalvagePrivate.h"
 
 #include <charconv>
 
@@ -55,6 +56,22 @@ Ref<NSPersistentStore> NSPersistentStoreCoordinator::addPersistentStoreWithType(
 std::vector<Ref<NSPersistentStore>> NSPersistentStoreCoordinator::persistentStores() const {
     if (!store()) return {};
     return {kept_};
+}
+
+std::vector<std::string> NSPersistentStoreCoordinator::verify(Ref<NSError>& error) const {
+    error = store() ? nullptr : storeError(StoreErrorCode::ContextWithoutStore, "This coordinator has no store.");
+    auto const* inFile = dynamic_cast<SQLiteStore const*>(store()); // another has no file to look at
+    return inFile ? inFile->verify(error) : std::vector<std::string>();
+}
+
+std::optional<SalvageReport> NSPersistentStoreCoordinator::salvageStoreAtURL(NSURL const& damaged, NSURL const& fresh,
+                                                                             Ref<NSError>& error) const {
+    error = nullptr;
+    try {
+        if (damaged.isFileURL() && fresh.isFileURL()) return salvageStore(damaged.path(), fresh.path(), model_);
+        error = storeError(StoreErrorCode::StoreOpen, "A store is salvaged from a file into a file.");
+    } catch (ErrorException const& failure) { error = failure.error(); }
+    return {};
 }
 
 Ref<NSManagedObjectID> NSPersistentStoreCoordinator::managedObjectIDForURIRepresentation(NSURL const& uri) {

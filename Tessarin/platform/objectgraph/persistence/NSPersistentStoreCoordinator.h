@@ -4,7 +4,9 @@
 #include "Tessarin/platform/objectgraph/persistence/KeyPromotions.h"
 #include "Tessarin/platform/objectgraph/persistence/NSManagedObjectID.h"
 #include "Tessarin/platform/objectgraph/persistence/NSPersistentStore.h"
+#include "Tessarin/platform/objectgraph/persistence/SalvageReport.h"
 #include <atomic>
+#include <optional>
 #include <string_view>
 
 namespace Tessarin {
@@ -37,6 +39,15 @@ public:
     Ref<NSPersistentStore> addPersistentStoreWithType(std::string_view type, std::optional<std::string> configuration, NSURL const& url,
                                                       Dictionary const& options, Ref<NSError>& error);
     std::vector<Ref<NSPersistentStore>> persistentStores() const;
+    /// Looks at all of the store and changes nothing: at its pages and indexes, links and their inverses, orders, the description of
+    /// its model, the next key. A sentence for each finding; none when all is well, or with an error when it cannot look. Takes time
+    /// in proportion to the file; contexts may go on meanwhile. A store in memory has nothing to look at.
+    std::vector<std::string> verify(Ref<NSError>& error) const;
+    /// Reads what can be read of the damaged store in the file `damaged` into the new file `fresh`, which can then be added. The
+    /// damaged file stays as it is; nobody may have it open (closing a copy of it would drop this process's locks on it). The model
+    /// is the file's own; where that cannot be read, this coordinator's. Absent with an error, and without a file, when nothing can
+    /// be read, or `fresh` exists. Needs room for two copies for as long as it takes.
+    std::optional<SalvageReport> salvageStoreAtURL(NSURL const& damaged, NSURL const& fresh, Ref<NSError>& error) const;
     /// The identity that a URI names; null for another store's, an unknown entity's, or a temporary one, and for an entity that the
     /// record is not of. Asks the store for a record that nobody has in memory.
     Ref<NSManagedObjectID> managedObjectIDForURIRepresentation(NSURL const& uri);

@@ -2,6 +2,7 @@
 
 #include "Tessarin/platform/objectgraph/persistence/SQLiteOpeningPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/SQLiteStorePrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/SQLiteVerificationPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/StoreErrors.h"
 #include "Tessarin/platform/sqlite/Transaction.h"
 
@@ -185,6 +186,16 @@ Ref<NSError> SQLiteStore::members(NSRelationshipDescription const& relationship,
                                   FunctionRef<void(RecordKey owner, RecordKey member)> each) {
     auto const* link = impl_->schema.linkOf(relationship);
     return impl_->reading(link ? link->table : std::string(), [&](SQLiteReader& reader) { reader.members(relationship, owners, each); });
+}
+
+std::vector<std::string> SQLiteStore::verify(Ref<NSError>& error) const {
+    std::vector<std::string> findings;
+    error = caught([&] {
+        SQLite::Connection connection(impl_->path, impl_->options);
+        connection.execute("BEGIN");
+        findings = SQLiteVerification(connection, impl_->schema).run();
+    });
+    return findings;
 }
 
 RecordKey SQLiteStore::reserveKeys(std::size_t count, Ref<NSError>& error) {

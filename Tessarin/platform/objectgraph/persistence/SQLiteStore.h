@@ -49,6 +49,8 @@ public:
     Ref<NSError> members(NSRelationshipDescription const& relationship, std::span<RecordKey const> owners,
                          FunctionRef<void(RecordKey owner, RecordKey member)> each) override;
     RecordKey reserveKeys(std::size_t count, Ref<NSError>& error) override;
+    /// A sentence for each thing in the file that is not as it should be; none, too, with an error.
+    std::vector<std::string> verify(Ref<NSError>& error) const;
 
 protected:
     SQLiteStore();

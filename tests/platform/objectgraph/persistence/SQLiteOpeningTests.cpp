@@ -107,16 +107,19 @@ TEST_F(Opening, OtherApplicationsFilesAndPlacesAreRefused) {
     EXPECT_FALSE(OpenStore(folder.url(std::string(300, 'n')), libraryModel().build()).store);
 }
 
-std::atomic<bool> pagesAreUnreadable;
+std::atomic<off_t> unreadableFrom{INT64_MAX};
+std::atomic<int> failures;
 
-/// What a failing device does behind the first page.
+/// What a failing device does from there on.
 ssize_t failingRead(int file, void* bytes, std::size_t size) {
-    if (!pagesAreUnreadable || ::lseek(file, 0, SEEK_CUR) < 4096) return ::read(file, bytes, size);
+    if (::lseek(file, 0, SEEK_CUR) < unreadableFrom) return ::read(file, bytes, size);
+    ++failures;
     errno = EIO;
     return -1;
 }
 ssize_t failingReadAt(int file, void* bytes, std::size_t size, off_t at) {
-    if (!pagesAreUnreadable || at < 4096) return ::pread(file, bytes, size, at);
+    if (at < unreadableFrom) return ::pread(file, bytes, size, at);
+    ++failures;
     errno = EIO;
     return -1;
 }
@@ -129,8 +132,12 @@ TEST_F(Opening, PagesThatCannotBeReadAreWaitedForAndNotTakenForDamage) {
     exchange("read", failingRead);
     exchange("pread", failingReadAt);
     exchange("pread64", failingReadAt);
-    pagesAreUnreadable = true;
-    expectWaits([] { pagesAreUnreadable = false; });
+    unreadableFrom = static_cast<off_t>(fs::file_size(place)) - 4096; // what is looked at before the pages are checked lies further in front
+    expectWaits([] {
+        auto const limit = std::chrono::steady_clock::now() + std::chrono::seconds(1); // a refused file is not read any more
+        while (failures < 12 && std::chrono::steady_clock::now() < limit) std::this_thread::yield();
+        unreadableFrom = INT64_MAX;
+    });
     files->xSetSystemCall(files, nullptr, nullptr);
     EXPECT_EQ(rescued(), 0U);
 }

@@ -1,6 +1,5 @@
 #include "StoreFixture.h"
-#include "Tessarin/platform/objectgraph/persistence/SQLiteVerificationPrivate.h"
-#include "Tessarin/platform/objectgraph/persistence/StoreSalvagePrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/NSPersistentStoreCoordinator.h"
 #include "Tessarin/platform/sqlite/Connection.h"
 
 namespace Tessarin::tests {
@@ -39,10 +38,11 @@ protected:
         stream << std::string(4096, '\0');
     }
     std::vector<std::string> findings(NSURL const& url) const {
-        RowSpace space(libraryModel().build());
-        SQLiteSchema const schema(space, {1, 2, 3});
-        SQLite::Connection connection(url.path());
-        auto found = SQLiteVerification(connection, schema).run();
+        auto const coordinator = make<NSPersistentStoreCoordinator>(libraryModel().build());
+        Ref<NSError> error;
+        EXPECT_TRUE(coordinator->addPersistentStoreWithType(NSSQLiteStoreType, {}, url, {}, error));
+        auto found = coordinator->verify(error);
+        EXPECT_FALSE(error);
         return found;
     }
     static std::string joined(std::vector<std::string> const& sentences) {
@@ -69,15 +69,18 @@ TEST_F(DamagedFile, NearlyAllOfItIsSalvaged) {
                          {"links", page("Book_tags", "leaf", 3), 0, 0, 0, 1},
                          {"an index", page("Book.unique.code", "leaf", 3), 0, 0, 0, 0},
                          {"all authors", page("Author", "leaf"), 0, 0, count, 0}};
+    auto const coordinator = make<NSPersistentStoreCoordinator>(libraryModel().build());
     for (auto const& [what, page, missing, mostMissing, cutLinks, lostPlaces] : table) {
         SCOPED_TRACE(what);
         folder.write("a.db", sound);
         blank(page);
         auto const damaged = folder.read("a.db");
         auto const fresh = folder.url(std::string(what) + ".db");
-        std::optional const report = salvageStore(file.path(), fresh.path(), libraryModel().build());
+        Ref<NSError> error;
+        auto const report = coordinator->salvageStoreAtURL(file, fresh, error);
+        ASSERT_TRUE(report) << error->description();
         EXPECT_EQ(folder.read("a.db"), damaged);
-        EXPECT_THROW(salvageStore(file.path(), fresh.path(), libraryModel().build()), ErrorException) << "wrote over a file";
+        EXPECT_FALSE(coordinator->salvageStoreAtURL(file, fresh, error)) << "wrote over a file";
 
         auto const& books = report->entities[1];
         EXPECT_EQ(books.saved + books.missing, std::size_t{count}) << joined(report->sentences());
