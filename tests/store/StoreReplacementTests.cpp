@@ -22,7 +22,7 @@ TEST(StoreNames, WhatIsNoFileNameIsFatalBeforeAnythingIsTouched) {
         EXPECT_DEATH((ManagedObjectStore::setAppGroupIdentifier("", name), home.store(StoreOptions{.modelURL = home.url("People.xcdatamodel")})), sentence);
     }
     EXPECT_EQ(std::distance(fs::directory_iterator(home.folder.path("Documents")), {}), 1);
-    for (auto const& name : {std::string(244, 'n'), std::string("50% ..?#")}) EXPECT_TRUE(fs::exists(home.store(name)->storeURL().path() + "/" + name + ".db"));
+    for (auto const& name : {std::string(200, 'n'), std::string("50% ..?#")}) EXPECT_TRUE(fs::exists(home.store(name)->storeURL().path() + "/" + name + ".db"));
 }
 
 /// What is told of a replacement while it lives.

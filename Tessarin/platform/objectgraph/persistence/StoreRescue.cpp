@@ -18,6 +18,14 @@ constexpr std::array endings{"", "-wal", "-shm", "-journal"};
 
 [[noreturn]] void fail(int code, fs::path const& path) { throw ErrorException(NSError::errorWithErrno(code, path.native())); }
 
+/// With these permissions, whatever the process masks.
+bool makeFolder(fs::path const& path, mode_t mode) {
+    if (::mkdir(path.c_str(), mode) != 0) return false;
+    struct stat status {};
+    if (::stat(path.c_str(), &status) == 0 && (status.st_mode & 0777) != mode) ::chmod(path.c_str(), (status.st_mode & 07000) | mode);
+    return true;
+}
+
 void keepLink(fs::path const& from, fs::path const& to) {
     std::error_code failed;
     fs::create_hard_link(from, to, failed);
@@ -50,9 +58,7 @@ bool makeFolders(std::string const& path, mode_t mode) {
     if (::stat(path.c_str(), &status) == 0) return S_ISDIR(status.st_mode) || (errno = ENOTDIR, false);
     auto const parent = fs::path(path).parent_path();
     if (parent != path && !parent.empty() && !makeFolders(parent.native(), mode)) return false;
-    if (::mkdir(path.c_str(), mode) != 0) return errno == EEXIST;
-    if (::stat(path.c_str(), &status) == 0 && (status.st_mode & 0777) != mode) ::chmod(path.c_str(), (status.st_mode & 07000) | mode);
-    return true;
+    return makeFolder(path, mode) || errno == EEXIST;
 }
 
 RescuedCopies::RescuedCopies(std::string const& file, mode_t fileMode)
@@ -75,8 +81,8 @@ fs::path RescuedCopies::newPlace() const {
     auto const earlier = all();
     for (auto number = earlier.empty() ? 1 : earlier.back().first + 1;; ++number) {
         auto place = folder_ / std::to_string(number);
-        if (fs::symlink_status(place).type() != fs::file_type::not_found) continue;
-        if (::mkdir(place.c_str(), folderMode_) == 0) return place;
+        if (std::error_code none; fs::symlink_status(place, none).type() != fs::file_type::not_found) continue;
+        if (makeFolder(place, folderMode_)) return place;
         if (errno != EEXIST) fail(errno, place);
     }
 }
