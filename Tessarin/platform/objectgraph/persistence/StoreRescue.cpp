@@ -109,12 +109,13 @@ std::optional<std::string> RescuedCopies::keep() const {
 }
 
 std::string RescuedCopies::moveFolder(std::optional<std::string> const& place) const {
-    fs::path const target = place ? fs::path(*place) : newPlace();
+    bool const isReused = place && isOurs(*place); // not one that holds the same and something else beside
+    fs::path const target = isReused ? fs::path(*place) : newPlace();
     // By way of another name, so that the links there stay until nothing can fail any more.
     fs::path const passing = target.native() + ".moved";
     if (::rename(owner_.c_str(), passing.c_str()) != 0) {
         auto const code = errno;
-        if (!place) ::rmdir(target.c_str());
+        if (!isReused) ::rmdir(target.c_str());
         fail(code, owner_);
     }
     auto const final = discard(target) && ::rename(passing.c_str(), target.c_str()) == 0 ? target : passing;
