@@ -61,8 +61,6 @@ Misplaced Misplaced::because(std::string text, std::string const& path) {
 }
 
 void throwVerdict(SQLite::Failure const& failure) {
-    if (failure.primaryCode() == SQLITE_CANTOPEN && isOfPlace(failure.systemError()))
-        throw Misplaced(openingError(failure.error(), failure.message(), StoreErrorCode::StorePlace));
     auto error = openingError(failure.error(), failure.message());
     if (isFinal(failure)) throw Refused(std::move(error));
     throw Postponed(std::move(error));
