@@ -8,11 +8,12 @@ namespace Tessarin {
 enum class NSExpressionType : int { ConstantValue = 0, EvaluatedObject = 1, Variable = 2, KeyPath = 3, Aggregate = 14 };
 
 /// One side of a comparison: a constant, the object itself, a key path from it, a variable or a list of expressions.
-/// Immutable; any thread.
+/// Immutable; any thread. Fatal when it is nested more than 1,000 deep; a format never is.
 ///
 ///     NSExpression::expressionForKeyPath("author.name")->expressionValueWithObject(book);
 class TESSARIN_API NSExpression : public NSObject {
 public:
+    /// A number or date that is NaN stands for an absent value, in lists and sets, too: that is what attributes make of it.
     static Ref<NSExpression> expressionForConstantValue(Value value);
     static Ref<NSExpression> expressionForEvaluatedObject();
     /// Stands for a value that is put in later, see `NSPredicate::predicateWithSubstitutionVariables`.

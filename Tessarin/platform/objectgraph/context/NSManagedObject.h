@@ -45,8 +45,8 @@ public:
     bool isDeleted() const noexcept { return state_.has(ObjectState::Deleted); }
     bool hasChanges() const noexcept { return state_.has(ObjectState::Changed); }
 
-    /// Attributes as values; a to-one as an object; a to-many as a set of objects, as a list when it is ordered.
-    /// Fatal for an unknown key.
+    /// Attributes as values; a to-one as an object; a to-many as a set of objects, as a list when it is ordered. Absent for a key
+    /// that only other entities of its tree know, fatal for one that none does. NaN is absent wherever it is set.
     Value valueForKey(std::string_view key) override;
     /// Sets any property. A number is converted to the attribute's type, absent clears. Inverse relationships follow.
     /// Fatal for an unknown key, a value of a wrong kind, an object of another context or of a wrong entity.
