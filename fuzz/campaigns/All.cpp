@@ -2,6 +2,7 @@
 #include "fuzz/campaigns/Faults.h"
 #include "fuzz/campaigns/Kill.h"
 #include "fuzz/campaigns/Power.h"
+#include "fuzz/campaigns/Predicates.h"
 #include "fuzz/campaigns/Processes.h"
 #include "fuzz/campaigns/Racing.h"
 #include "fuzz/campaigns/Schedule.h"
@@ -14,6 +15,7 @@ std::span<Campaign const> allCampaigns() {
         {"power", "power goes while the disk writes", tryPower, judgePower, 200},
         {"kill", "killed at any moment of a save or a migration", tryKill, judgeKill, 300},
         {"damage", "damaged files are opened and used", tryDamage, judgeDamage, 100},
+        {"predicates", "random formats, asked in memory and of a file", tryPredicates, judgePredicates, 10},
         {"processes", "processes race to make a store; eight of them use one", tryProcesses},
         {"schedule", "three levels of contexts against a sequential model; siblings that raise one record", trySchedule},
     };
