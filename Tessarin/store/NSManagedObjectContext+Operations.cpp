@@ -105,12 +105,7 @@ Ref<NSManagedObject> NSManagedObjectContextOperations::anyObjectNamed(std::strin
 
 Ref<NSManagedObject> NSManagedObjectContextOperations::objectInMemory(std::string_view entityName, NSPredicate const* predicate) {
     auto const* entity = entityNamed(home(), entityName);
-    if (!entity) return nullptr;
-    for (auto& object : home().registeredObjects(*entity)) {
-        if (object->isFault()) continue;
-        if (!predicate || predicate->evaluateWithObject(object)) return std::move(object);
-    }
-    return nullptr;
+    return entity ? home().loadedObject(*entity, predicate) : nullptr;
 }
 
 bool NSManagedObjectContextOperations::deleteRecords(std::string_view entityName, DeleteOptions options) {

@@ -1,5 +1,6 @@
 #pragma once
 // Rows that only ours can run.
+#include "Tessarin/platform/runtime/FunctionRef.h"
 #include "benchmarks/store/Contender.h"
 
 namespace Tessarin::benchmarks {
@@ -19,5 +20,10 @@ Reading slowdownOfFetches(Workload const& work, FetchedEntity entity, std::strin
 /// process of its own. The checksum is `sumOfTitles`.
 Reading memoryOfBatchedFetch(std::string const& file);
 std::uint64_t sumOfTitles(Library const& library);
+
+/// U1 …: the seconds of n against those of 4 n, and of a context with something unsaved against those of one without. On the
+/// main thread.
+void measureUnsavedGrowth(std::string const& folder, FunctionRef<bool(std::string const& id, std::string const& what)> wants,
+                          FunctionRef<void(std::string const& row, double figure, double target)> add);
 
 } // namespace Tessarin::benchmarks

@@ -22,11 +22,14 @@ char const* nameOf(Kind kind) {
     fatal(name + " " + value.description() + " is not key value coding-compliant for the key \"" + std::string{key} + "\"");
 }
 
-Value followed(Value const& value, Components path);
+/// What an aggregate behind the members of a collection speaks of: all they lead to, or what each of them leads to.
+enum class Aggregates { OfAll, OfEach };
+
+Value followed(Value const& value, Components path, Aggregates aggregates = Aggregates::OfAll);
 
 Value valueForKey(Value const& value, std::string const& key) {
     switch (value.kind()) {
-    case Kind::Object: return value.object()->valueForKey(key);
+    case Kind::Object: return key == "SELF" ? value : value.object()->valueForKey(key);
     case Kind::Dictionary: return value.dictionary()[key];
     case Kind::ValueDictionary: {
         auto const found = value.valueDictionary().find(Value(key));
@@ -83,7 +86,7 @@ Value aggregated(Value const& value, Components path) {
     unknownKey(value, name);
 }
 
-Value followed(Value const& start, Components path) {
+Value followed(Value const& start, Components path, Aggregates aggregates) {
     Value value = start;
     for (; !path.empty() && !value.isAbsent(); path = path.subspan(1)) {
         if (path.front().starts_with('@')) return aggregated(value, path);
@@ -92,6 +95,13 @@ Value followed(Value const& start, Components path) {
             continue;
         }
         List members;
+        if (aggregates == Aggregates::OfEach && path.size() > 1 && path[1].starts_with('@')) {
+            forEachMember(value, [&](Value const& member) {
+                members.push_back(followed(member, path));
+                return true;
+            });
+            return members;
+        }
         forEachMember(value, [&](Value const& member) {
             return forEachMember(valueForKey(member, path.front()), [&](Value const& found) {
                 members.push_back(found);
@@ -114,6 +124,8 @@ KeyPath::KeyPath(std::string_view text) : text_(text) {
 }
 
 Value KeyPath::valueFrom(Value const& object) const { return followed(object, components_); }
+
+Value KeyPath::memberValuesFrom(Value const& object) const { return followed(object, components_, Aggregates::OfEach); }
 
 Value valueForKeyPath(Value const& object, std::string_view path) { return KeyPath{path}.valueFrom(object); }
 

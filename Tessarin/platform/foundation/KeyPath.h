@@ -25,6 +25,9 @@ public:
     /// absent value. @count, @sum, @avg, @min and @max stand for what they say of the members; absent ones are left out.
     /// Fatal where an object does not know its key.
     Value valueFrom(Value const& object) const;
+    /// The same as ANY and ALL mean it: an aggregate behind the members of a collection speaks of each of them, so that
+    /// "children.tags.@count" leads to a list with the count of each child.
+    Value memberValuesFrom(Value const& object) const;
 
     friend bool operator==(KeyPath const& a, KeyPath const& b) { return a.text_ == b.text_; }
 

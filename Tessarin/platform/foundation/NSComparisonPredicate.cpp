@@ -83,8 +83,8 @@ void NSComparisonPredicate::init(Ref<NSExpression> left, Ref<NSExpression> right
 }
 
 bool NSComparisonPredicate::evaluateWithObject(Value const& object) const {
-    auto const left = left_->expressionValueWithObject(object);
-    if (modifier_ == Modifier::Direct) return compare(left, object);
+    if (modifier_ == Modifier::Direct) return compare(left_->expressionValueWithObject(object), object);
+    auto const left = left_->memberValuesWithObject(object);
     bool const wanted = modifier_ == Modifier::Any; // the outcome of one member that decides
     bool const undecided = forEachMember(left, [&](Value const& member) { return compare(member, object) != wanted; });
     return undecided ? !wanted : wanted;

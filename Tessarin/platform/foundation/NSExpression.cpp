@@ -88,6 +88,21 @@ Value NSExpression::expressionValueWithObject(Value const& object) const {
     return values;
 }
 
+Value NSExpression::memberValuesWithObject(Value const& object) const {
+    if (type_ != NSExpressionType::KeyPath) return expressionValueWithObject(object);
+    return path_.memberValuesFrom(operand_ ? operand_->expressionValueWithObject(object) : object);
+}
+
+/// Its path from the evaluated object; absent when it starts elsewhere.
+std::optional<std::string> NSExpression::pathFromObject() const {
+    if (type_ == NSExpressionType::EvaluatedObject) return std::string();
+    if (type_ != NSExpressionType::KeyPath) return {};
+    auto start = operand_ ? operand_->pathFromObject() : std::string();
+    if (start && !start->empty()) *start += '.';
+    if (start) *start += path_.text();
+    return start;
+}
+
 bool NSExpression::isConstant() const noexcept {
     if (type_ == NSExpressionType::ConstantValue) return true;
     return type_ == NSExpressionType::Aggregate &&
@@ -95,7 +110,10 @@ bool NSExpression::isConstant() const noexcept {
 }
 
 void NSExpression::collectKeyPaths(std::set<std::string>& paths) const {
-    if (type_ == NSExpressionType::KeyPath && !operand_) paths.insert(path_.text());
+    if (auto path = pathFromObject(); path && !path->empty()) {
+        paths.insert(std::move(*path));
+        return;
+    }
     if (operand_) operand_->collectKeyPaths(paths);
     for (auto const& member : members_) member->collectKeyPaths(paths);
 }

@@ -1,6 +1,7 @@
 #pragma once
 #include "Tessarin/platform/foundation/KeyPath.h"
 #include "Tessarin/platform/runtime/NSObject.h"
+#include <optional>
 #include <set>
 
 namespace Tessarin {
@@ -32,6 +33,8 @@ public:
 
     /// Its value for `object`. Fatal for a variable, and where an object does not know a key.
     Value expressionValueWithObject(Value const& object) const;
+    /// The same for the left side of ANY and ALL, see `KeyPath::memberValuesFrom`.
+    Value memberValuesWithObject(Value const& object) const;
     /// Whether it is the same for every object.
     bool isConstant() const noexcept;
     /// Adds the key paths that start at the evaluated object.
@@ -51,6 +54,8 @@ protected:
     NSExpression() = default;
 
 private:
+    std::optional<std::string> pathFromObject() const;
+
     NSExpressionType type_ = NSExpressionType::EvaluatedObject; // all constant after creation
     Value constant_;
     std::string name_;

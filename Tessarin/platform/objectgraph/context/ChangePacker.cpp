@@ -89,7 +89,7 @@ void ChangePacker::packRelationships(NSManagedObject& object, RecordChange& chan
         packed.relationship = relationship;
         packed.added = current(toMany.added.keys());
         packed.removed = current(toMany.removed.keys());
-        if (relationship->isOrdered()) packed.order = current(toMany.order);
+        if (relationship->isOrdered()) packed.order = current(toMany.members.keys());
     }
 }
 

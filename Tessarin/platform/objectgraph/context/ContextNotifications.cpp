@@ -1,12 +1,17 @@
 #include "Tessarin/platform/objectgraph/context/ContextNotificationsPrivate.h"
 
 #include "Tessarin/platform/foundation/NSNotificationCenter.h"
+#include "Tessarin/platform/foundation/NSNotificationChannel.h"
 #include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
+#include "Tessarin/platform/queues/Dispatch.h"
 
 namespace Tessarin {
 namespace {
 
-ValueSet setOf(std::vector<Ref<NSManagedObject>> const& objects) { return {objects.begin(), objects.end()}; }
+Ref<NSNotificationChannel> const& changeChannel() {
+    static auto const& channel = *new auto(NSNotificationCenter::defaultCenter()->channelForName(NSManagedObjectContextObjectsDidChangeNotification));
+    return channel;
+}
 
 } // namespace
 
@@ -17,12 +22,6 @@ Value const& ContextNotification::userInfo() const {
         if (auto const context = std::dynamic_pointer_cast<NSManagedObjectContext>(object())) lazyInfo_ = makeUserInfo(*context);
     });
     return lazyInfo_;
-}
-
-Dictionary ContextNotification::makeUserInfo(NSManagedObjectContext& context) const {
-    return {{NSInsertedObjectsKey, setOf(context.insertedObjects())},
-            {NSUpdatedObjectsKey, setOf(context.updatedObjects())},
-            {NSDeletedObjectsKey, setOf(context.deletedObjects())}};
 }
 
 void ContextDidSaveNotification::init(Ref<NSManagedObjectContext> context, ChangeSets sets) {
@@ -47,10 +46,56 @@ void postDidSave(NSManagedObjectContext& context, ChangeSets sets) {
     NSNotificationCenter::defaultCenter()->postNotification(notification);
 }
 
+void ContextDidChangeNotification::init(Ref<NSManagedObjectContext> context, ContextNews::Entries entries) {
+    ContextNotification::init(NSManagedObjectContextObjectsDidChangeNotification, std::move(context));
+    entries_ = std::move(entries);
+}
+
+Dictionary ContextDidChangeNotification::makeUserInfo(NSManagedObjectContext&) const {
+    ValueSet inserted, updated, deleted, refreshed, invalidated;
+    for (auto const& [key, entry] : entries_) {
+        Value const object{entry.object};
+        auto const has = [&](ContextNews::Kind kind) { return (entry.kinds & kind) != 0; };
+        if (has(ContextNews::Invalidated)) invalidated.insert(object);
+        if (has(ContextNews::Deleted)) {
+            if (!has(ContextNews::Inserted)) deleted.insert(object);
+            continue;
+        }
+        if (has(ContextNews::Inserted))
+            inserted.insert(object);
+        else if (has(ContextNews::Updated))
+            updated.insert(object);
+        if (has(ContextNews::Refreshed)) refreshed.insert(object);
+    }
+    return {{NSInsertedObjectsKey, std::move(inserted)},
+            {NSUpdatedObjectsKey, std::move(updated)},
+            {NSDeletedObjectsKey, std::move(deleted)},
+            {NSRefreshedObjectsKey, std::move(refreshed)},
+            {NSInvalidatedObjectsKey, std::move(invalidated)}};
+}
+
+bool hasChangeObservers() { return changeChannel()->hasObservers(); }
+
+void noteNews(ContextState& context, NSManagedObject& object, ContextNews::Kind kind) {
+    if (!hasChangeObservers()) return;
+    auto& news = context.news;
+    auto& entry = news.entries[&object];
+    if (!entry.object) entry.object = object.self<NSManagedObject>();
+    entry.kinds |= kind;
+    bool const endsWithABlock = news.openBlocks != 0 || context.concurrencyType != NSManagedObjectContextConcurrencyType::MainQueue;
+    if (endsWithABlock || std::exchange(news.isScheduled, true)) return;
+    dispatch_async(context.queue, [context = WeakRef<NSManagedObjectContext>(context.link->context())] {
+        auto const living = context.lock();
+        if (!living) return;
+        GraphAccess::state(*living).news.isScheduled = false;
+        living->processPendingChanges();
+    });
+}
+
 void postDidChange(NSManagedObjectContext& context) {
-    auto const notification =
-        make<ContextNotification>(Text(NSManagedObjectContextObjectsDidChangeNotification), context.self<NSManagedObjectContext>());
-    NSNotificationCenter::defaultCenter()->postNotification(notification);
+    auto entries = std::exchange(GraphAccess::state(context).news.entries, {});
+    if (!entries.empty() && hasChangeObservers())
+        changeChannel()->post(make<ContextDidChangeNotification>(context.self<NSManagedObjectContext>(), std::move(entries)));
 }
 
 } // namespace Tessarin

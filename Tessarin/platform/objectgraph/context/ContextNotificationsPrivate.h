@@ -15,7 +15,7 @@ protected:
     ContextNotification() = default;
     using NSNotification::init;
     virtual void init(Text name, Ref<NSManagedObjectContext> context);
-    virtual Dictionary makeUserInfo(NSManagedObjectContext& context) const;
+    virtual Dictionary makeUserInfo(NSManagedObjectContext& context) const = 0;
 
 private:
     mutable std::once_flag made_;
@@ -37,7 +37,20 @@ private:
     ChangeSets sets_;
 };
 
+/// Carries what happened since the last one.
+class ContextDidChangeNotification : public ContextNotification {
+protected:
+    ContextDidChangeNotification() = default;
+    using ContextNotification::init;
+    virtual void init(Ref<NSManagedObjectContext> context, ContextNews::Entries entries);
+    Dictionary makeUserInfo(NSManagedObjectContext& context) const override;
+
+private:
+    ContextNews::Entries entries_;
+};
+
 void postDidSave(NSManagedObjectContext& context, ChangeSets sets);
+/// Announces the news, if there are any.
 void postDidChange(NSManagedObjectContext& context);
 
 } // namespace Tessarin

@@ -1,7 +1,10 @@
 #pragma once
+#include "Tessarin/platform/objectgraph/context/ChangedObjectsPrivate.h"
+#include "Tessarin/platform/objectgraph/context/ContextNewsPrivate.h"
 #include "Tessarin/platform/objectgraph/context/EntityRulesPrivate.h"
 #include "Tessarin/platform/objectgraph/context/NSManagedObjectContext.h"
 #include "Tessarin/platform/objectgraph/context/PublishedChangesPrivate.h"
+#include "Tessarin/platform/objectgraph/context/ValuesInMemoryPrivate.h"
 #include "Tessarin/platform/runtime/Cell.h"
 
 namespace Tessarin {
@@ -16,7 +19,9 @@ public:
     ContextLinkRef link;                           // present once there is a coordinator
     EntityRulesTable rules;
 
-    std::vector<Ref<NSManagedObject>> changed; // every object with unsaved changes
+    ChangedObjects changed; // every object with unsaved changes
+    ValuesInMemory values;
+    ContextNews news;
     bool hasUnannouncedChanges = false;        // since the last did-change notification
     PublishedChanges published;                // what children handed up, not yet handed on; any thread
     std::atomic<int> children{0};              // contexts whose parent this is; any thread

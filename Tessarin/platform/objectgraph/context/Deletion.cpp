@@ -37,7 +37,7 @@ bool isThere(NSManagedObject& object) {
 /// An object that was never saved just leaves.
 void forgetInserted(ContextState& context, NSManagedObject& object) {
     auto& state = GraphAccess::state(object);
-    std::erase_if(context.changed, [&](auto const& each) { return each.get() == &object; });
+    context.changed.remove(object);
     context.link->remove(object, state.key);
     state.clear(ObjectState::Inserted);
     state.clear(ObjectState::Changed);

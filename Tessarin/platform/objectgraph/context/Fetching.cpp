@@ -1,5 +1,6 @@
 // Fetching: what the store finds, corrected by what is not saved yet.
-#include "Tessarin/platform/foundation/NSPredicate.h"
+#include "Tessarin/platform/foundation/NSComparisonPredicate.h"
+#include "Tessarin/platform/foundation/NSCompoundPredicate.h"
 #include "Tessarin/platform/foundation/NSSortDescriptor.h"
 #include "Tessarin/platform/objectgraph/context/FetchRequestProblem.h"
 #include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
@@ -15,13 +16,70 @@ namespace {
 
 using Objects = std::vector<Ref<NSManagedObject>>;
 
+/// The order of a request: by its descriptors, then by key, what has no permanent one yet behind the rest in the order in which
+/// it was made. What an object is sorted by is asked for once.
+class Sorting {
+public:
+    explicit Sorting(std::span<Ref<NSSortDescriptor> const> descriptors) : descriptors_(descriptors) {}
+
+    void sort(Objects& objects, Objects more) const {
+        std::ranges::move(more, std::back_inserter(objects));
+        auto all = keyed(objects);
+        std::ranges::sort(all, [&](Keyed const& a, Keyed const& b) { return isBefore(a, b); });
+        std::ranges::transform(all, objects.begin(), [](Keyed& each) { return std::move(each.object); });
+    }
+
+    /// Puts `more` into their places among objects that stand in order. Of those only the ones that are compared are asked.
+    void merge(Objects& objects, Objects more) const {
+        if (more.empty()) return;
+        auto added = keyed(more);
+        std::ranges::sort(added, [&](Keyed const& a, Keyed const& b) { return isBefore(a, b); });
+        Objects merged;
+        merged.reserve(objects.size() + added.size());
+        auto rest = objects.begin();
+        for (auto& each : added) {
+            auto const place = std::partition_point(rest, objects.end(), [&](Ref<NSManagedObject> const& other) { return isBefore(keyed(other), each); });
+            merged.insert(merged.end(), std::move_iterator(rest), std::move_iterator(place));
+            merged.push_back(std::move(each.object));
+            rest = place;
+        }
+        merged.insert(merged.end(), std::move_iterator(rest), std::move_iterator(objects.end()));
+        objects = std::move(merged);
+    }
+
+private:
+    struct Keyed {
+        Ref<NSManagedObject> object;
+        List keys;
+    };
+    Keyed keyed(Ref<NSManagedObject> const& object) const {
+        Keyed result{object, {}};
+        for (auto const& descriptor : descriptors_) result.keys.push_back(descriptor->keyPath().valueFrom(object));
+        return result;
+    }
+    std::vector<Keyed> keyed(Objects const& objects) const {
+        std::vector<Keyed> result;
+        result.reserve(objects.size());
+        for (auto const& object : objects) result.push_back(keyed(object));
+        return result;
+    }
+    bool isBefore(Keyed const& a, Keyed const& b) const {
+        for (std::size_t at = 0; at < descriptors_.size(); ++at)
+            if (auto const order = descriptors_[at]->compareKeys(a.keys[at], b.keys[at]); order != 0) return order < 0;
+        auto const x = a.object->recordKey(), y = b.object->recordKey();
+        return (x < 0) != (y < 0) ? y < 0 : x < 0 ? x > y : x < y;
+    }
+
+    std::span<Ref<NSSortDescriptor> const> descriptors_;
+};
+
 class Fetch {
 public:
     Fetch(ContextState& context, NSFetchRequest const& request, NSEntityDescription const& entity)
         : context_(context), request_(request), entity_(entity), reader_(context) {
         if (!request.includesPendingChanges()) return;
-        unsaved_.emplace(context, reader_, entity, request.includesSubentities());
-        mustLookAtAll_ = (unsaved_->hasOthers() || !unsaved_->empty()) && asksOtherRecords();
+        unsaved_.emplace(context, reader_, request, entity);
+        mustLookAtAll_ = unsaved_->turnsAll();
     }
 
     /// Hands the results on in runs; nothing on an error.
@@ -38,9 +96,11 @@ public:
             return error;
         }
         auto objects = objectsOf(answer.rows);
-        if (hasUnsaved()) addUnsaved(objects);
-        if (!answer.complete || mustLookAtAll_) filter(objects);
-        sort(objects);
+        bool const isSorted = answer.complete && !mustLookAtAll_; // which the store does
+        if (!isSorted) filter(objects);
+        auto unsaved = hasUnsaved() ? fittingUnsaved() : Objects();
+        Sorting const sorting(request_.sortDescriptors());
+        isSorted ? sorting.merge(objects, std::move(unsaved)) : sorting.sort(objects, std::move(unsaved));
         cut(objects);
         if (auto error = finish(objects)) return error;
         take(objects, objects.size());
@@ -58,6 +118,43 @@ public:
         keys = std::move(answer.keys);
         for (auto const& row : answer.rows) keys.push_back(row->key()); // of a store that gives rows anyway
         return true;
+    }
+
+    Ref<NSError> count(std::size_t& found) {
+        if (!mustLookAtAll_ && store()) {
+            auto query = this->query();
+            Ref<NSPredicate> others;
+            if (hasUnsaved()) { // they are counted here, and all is cut at the end
+                others = withoutUnsaved();
+                query.predicate = others.get();
+                query.limit = query.offset = 0;
+            }
+            bool isComplete = true;
+            if (auto error = store()->count(query, found, isComplete)) return error;
+            if (isComplete && !hasUnsaved()) return nullptr;
+            if (isComplete) {
+                found += fittingUnsaved().size();
+                found -= std::min(found, request_.fetchOffset());
+                if (request_.fetchLimit() != 0) found = std::min(found, request_.fetchLimit());
+                return nullptr;
+            }
+        }
+        return run([&](std::span<Ref<NSManagedObject>>, std::size_t total) { found = total; });
+    }
+
+    /// The request's predicate for the store's records but the unsaved ones.
+    Ref<NSPredicate> withoutUnsaved() const {
+        List unsaved;
+        for (auto const key : unsaved_->all())
+            if (key > 0) unsaved.push_back(context_.coordinator->identities().identity(entity_, key));
+        if (unsaved.empty()) return request_.predicate();
+        auto const isUnsaved = NSComparisonPredicate::predicateWithLeftExpression(NSExpression::expressionForEvaluatedObject(),
+                                                                                 NSExpression::expressionForConstantValue(std::move(unsaved)),
+                                                                                 NSPredicateOperatorType::In);
+        std::vector<Ref<NSPredicate>> parts;
+        if (request_.predicate()) parts.push_back(request_.predicate());
+        parts.push_back(NSCompoundPredicate::notPredicateWithSubpredicate(isUnsaved));
+        return NSCompoundPredicate::andPredicateWithSubpredicates(std::move(parts));
     }
 
     /// Whether the store alone can answer.
@@ -81,28 +178,36 @@ private:
 
     bool hasUnsaved() const noexcept { return unsaved_ && !unsaved_->empty(); }
 
-    /// Whether the answer for one record depends on others, so that unsaved changes of those may turn it.
-    bool asksOtherRecords() const {
-        auto const leavesRecord = [&](std::string const& keyPath) {
-            auto const* property = entity_.propertyNamed(keyPath.substr(0, keyPath.find('.')));
-            return property && property->asRelationship();
-        };
-        if (auto const& predicate = request_.predicate(); predicate && std::ranges::any_of(predicate->keyPaths(), leavesRecord)) return true;
-        return std::ranges::any_of(request_.sortDescriptors(), [&](auto const& sort) { return leavesRecord(std::string{sort->key()}); });
-    }
-
     static Ref<NSError> noStore() { return storeError(StoreErrorCode::ContextWithoutStore, "There is no store to fetch from."); }
 
     Ref<NSError> askStore(StoreAnswer& answer) {
         if (!store()) return noStore();
         auto query = this->query();
+        if (isUntouched()) return store()->fetch(query, answer);
+        query.offset = 0;
+        query.limit = 0;
         if (mustLookAtAll_) query.predicate = nullptr;
-        if (!isUntouched()) {
-            // Records that the store counts may turn out to be gone or changed: as many more are needed.
-            query.limit = query.limit == 0 || mustLookAtAll_ ? 0 : query.limit + query.offset + unsaved_->count();
-            query.offset = 0;
+        if (mustLookAtAll_ || request_.fetchLimit() == 0) return askForRest(query, answer);
+        // Records that the store counts may turn out to be gone or changed. That is seldom so for many of the first.
+        auto const wanted = request_.fetchLimit() + request_.fetchOffset();
+        for (std::size_t surplus = 16;; surplus *= 8) {
+            answer = {};
+            query.limit = wanted + std::min(surplus, unsaved_->count());
+            if (auto error = store()->fetch(query, answer)) return error;
+            auto const given = answer.rows.size();
+            removeUnsaved(answer.rows);
+            if (given < query.limit || answer.rows.size() >= wanted || surplus >= unsaved_->count()) return nullptr;
         }
-        return store()->fetch(query, answer);
+    }
+
+    Ref<NSError> askForRest(StoreQuery const& query, StoreAnswer& answer) {
+        auto error = store()->fetch(query, answer);
+        removeUnsaved(answer.rows);
+        return error;
+    }
+
+    void removeUnsaved(std::vector<RowRef>& rows) {
+        if (hasUnsaved()) unsaved_->removeFrom(rows);
     }
 
     Ref<NSError> finish(std::span<Ref<NSManagedObject> const> objects) {
@@ -116,28 +221,32 @@ private:
     Objects objectsOf(std::vector<RowRef>& rows) {
         Objects objects;
         objects.reserve(rows.size());
-        if (hasUnsaved()) std::erase_if(rows, [&](RowRef const& row) { return unsaved_->contains(row->key()); });
         objectsWithRows(context_, entity_, rows, [&](std::span<Ref<NSManagedObject>> run) {
             objects.insert(objects.end(), std::move_iterator(run.begin()), std::move_iterator(run.end()));
         });
         return objects;
     }
 
-    void addUnsaved(Objects& objects) {
+    Objects fittingUnsaved() {
+        Objects objects;
         std::vector<RecordKey> unread;
+        std::vector<RowRef> rows;
+        KeySet seen; // sets may know a record by another key
         auto const add = [&](Ref<NSManagedObject> object) {
-            if (!object->isDeleted() && isWanted(object->entity()) && fits(*object)) objects.push_back(std::move(object));
+            if (!object->isDeleted() && seen.add(object->recordKey()) && isWanted(object->entity()) && fits(*object)) objects.push_back(std::move(object));
         };
-        for (auto const key : unsaved_->candidates(request_.predicate().get())) {
+        for (auto const key : unsaved_->candidates()) {
             auto living = context_.link->find(key);
             if (living && (GraphAccess::state(*living).row || living->isInserted()))
                 add(std::move(living));
             else
                 unread.push_back(key);
         }
-        reader_.rows(entity_, unread, [&](RowRef row) { add(objectWithRow(context_, std::move(row), {})); });
-        if (request_.sortDescriptors().empty()) // as the store gives them: by key
-            std::ranges::sort(objects, {}, [](auto const& object) { return static_cast<std::uint64_t>(object->recordKey()); });
+        reader_.rows(entity_, unread, [&](RowRef row) { rows.push_back(std::move(row)); });
+        Objects read;
+        objectsWithRows(context_, entity_, rows, [&](std::span<Ref<NSManagedObject>> run) { read.insert(read.end(), run.begin(), run.end()); });
+        for (auto& object : read) add(std::move(object));
+        return objects;
     }
 
     bool fits(NSManagedObject& object) {
@@ -146,16 +255,6 @@ private:
 
     void filter(Objects& objects) {
         std::erase_if(objects, [&](auto const& object) { return !fits(*object); });
-    }
-
-    void sort(Objects& objects) {
-        auto const& descriptors = request_.sortDescriptors();
-        if (descriptors.empty()) return;
-        std::ranges::stable_sort(objects, [&](auto const& a, auto const& b) {
-            for (auto const& descriptor : descriptors)
-                if (auto const order = descriptor->compareObjects(Value(a), Value(b)); order != 0) return order < 0;
-            return static_cast<std::uint64_t>(a->recordKey()) < static_cast<std::uint64_t>(b->recordKey());
-        });
     }
 
     void cut(Objects& objects) {
@@ -217,14 +316,18 @@ FetchedObjects NSManagedObjectContext::fetchObjects(NSFetchRequest const& reques
     auto const* entity = entityOf(*state_, request, error);
     if (!entity) return {};
     FetchedObjects list;
-    if (Fetch fetch(*state_, request, *entity); !fetch.run(list.keys_, error))
-        error = caught([&] { return fetch.run([&](std::span<Ref<NSManagedObject>> run, std::size_t total) {
+    error = caught([&] {
+        Fetch fetch(*state_, request, *entity);
+        Ref<NSError> failed;
+        if (fetch.run(list.keys_, failed)) return failed;
+        return fetch.run([&](std::span<Ref<NSManagedObject>> run, std::size_t total) {
             list.keys_.reserve(total);
             for (auto const& object : run) {
                 if (object->recordKey() < 0) list.unsaved_.emplace_back(list.keys_.size(), object);
                 list.keys_.push_back(object->recordKey());
             }
-        }); });
+        });
+    });
     if (error) return {};
     list.link_ = state_->link;
     list.entity_ = entity;
@@ -232,21 +335,24 @@ FetchedObjects NSManagedObjectContext::fetchObjects(NSFetchRequest const& reques
     return list;
 }
 
+Ref<NSManagedObject> NSManagedObjectContext::loadedObject(NSEntityDescription const& entity, NSPredicate const* predicate) {
+    if (!state_->link) return nullptr;
+    auto const fits = [&](Ref<NSManagedObject> const& object) {
+        return &object->entity() == &entity && !object->isFault() && (!predicate || predicate->evaluateWithObject(object));
+    };
+    auto const known = predicate ? objectsByEquality(*state_, *predicate, entity) : std::nullopt;
+    auto const objects = known ? *known : registeredObjects(entity);
+    auto const found = std::ranges::find_if(objects, fits);
+    return found == objects.end() ? nullptr : *found;
+}
+
 std::int64_t NSManagedObjectContext::countForFetchRequest(NSFetchRequest const& request, Ref<NSError>& error) {
     error = nullptr;
     processPendingChanges();
     auto const* entity = entityOf(*state_, request, error);
     if (!entity) return NSNotFound;
-    Fetch fetch(*state_, request, *entity);
-    if (fetch.isUntouched() && fetch.store()) {
-        std::size_t count = 0;
-        bool isComplete = true;
-        error = fetch.store()->count(fetch.query(), count, isComplete);
-        if (error) return NSNotFound;
-        if (isComplete) return static_cast<std::int64_t>(count);
-    }
     std::size_t found = 0;
-    error = caught([&] { return fetch.run([&](std::span<Ref<NSManagedObject>>, std::size_t total) { found = total; }); });
+    error = caught([&] { return Fetch(*state_, request, *entity).count(found); });
     return error ? NSNotFound : static_cast<std::int64_t>(found);
 }
 

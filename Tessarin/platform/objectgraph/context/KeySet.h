@@ -7,8 +7,8 @@
 
 namespace Tessarin {
 
-/// A set of record keys in order of insertion (a removal moves the last into the gap): searched through while it is small,
-/// with an index of positions from then on.
+/// A set of record keys in the order in which they came: searched through while it is small, with an index of positions from
+/// then on. What leaves leaves a gap, which closes when the keys are read.
 class KeySet {
 public:
     bool contains(RecordKey key) const { return position(key) != nowhere; }
@@ -26,31 +26,35 @@ public:
     bool remove(RecordKey key) {
         auto const at = position(key);
         if (at == nowhere) return false;
-        auto const moved = keys_.back();
-        keys_[at] = moved;
-        keys_.pop_back();
-        if (!positions_.empty()) {
-            positions_[moved] = at;
-            positions_.erase(key);
-        }
+        keys_[at] = gap;
+        ++gaps_;
+        if (!positions_.empty()) positions_.erase(key);
+        if (gaps_ > searchedThrough && gaps_ * 2 > keys_.size()) closeGaps();
         return true;
     }
+    /// Keys that `translate` makes 0 leave.
     template <class Translate> void translate(Translate translate) {
-        for (auto& key : keys_) key = translate(key);
-        positions_.clear();
+        for (auto& key : keys_)
+            if (key != gap) key = translate(key);
+        closeGaps();
     }
     void clear() {
         keys_.clear();
         positions_.clear();
+        gaps_ = 0;
     }
 
-    std::span<RecordKey const> keys() const noexcept { return keys_; }
-    std::size_t size() const noexcept { return keys_.size(); }
-    bool empty() const noexcept { return keys_.empty(); }
+    std::span<RecordKey const> keys() const {
+        if (gaps_ != 0) closeGaps();
+        return keys_;
+    }
+    std::size_t size() const noexcept { return keys_.size() - gaps_; }
+    bool empty() const noexcept { return size() == 0; }
 
 private:
     static constexpr std::size_t nowhere = static_cast<std::size_t>(-1);
     static constexpr std::size_t searchedThrough = 24;
+    static constexpr RecordKey gap = 0; // no record's key
 
     std::size_t position(RecordKey key) const {
         if (keys_.size() <= searchedThrough) {
@@ -58,13 +62,20 @@ private:
             return found == keys_.end() ? nowhere : static_cast<std::size_t>(found - keys_.begin());
         }
         if (positions_.empty())
-            for (std::size_t at = 0; at < keys_.size(); ++at) positions_.emplace(keys_[at], at);
+            for (std::size_t at = 0; at < keys_.size(); ++at)
+                if (keys_[at] != gap) positions_.emplace(keys_[at], at);
         auto const found = positions_.find(key);
         return found == positions_.end() ? nowhere : found->second;
     }
+    void closeGaps() const {
+        std::erase(keys_, gap);
+        positions_.clear();
+        gaps_ = 0;
+    }
 
-    std::vector<RecordKey> keys_;
+    mutable std::vector<RecordKey> keys_;
     mutable std::unordered_map<RecordKey, std::size_t> positions_; // made by the first search among many
+    mutable std::size_t gaps_ = 0;
 };
 
 } // namespace Tessarin

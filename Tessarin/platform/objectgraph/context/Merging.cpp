@@ -14,7 +14,7 @@ enum class Winner { Incoming, Unsaved };
 void dropChanges(ContextState& context, NSManagedObject& object) {
     auto& state = GraphAccess::state(object);
     if (!state.has(ObjectState::Changed)) return;
-    std::erase_if(context.changed, [&](auto const& each) { return each.get() == &object; });
+    context.changed.remove(object);
     state.clear(ObjectState::Changed);
     state.clear(ObjectState::Updated);
     state.extras->values.clear();
@@ -54,7 +54,10 @@ void takeValues(ObjectState& state, RecordChange const& change) {
 void takeRow(ContextState& context, NSManagedObject& object, RecordChange const& change, Winner winner) {
     auto& state = GraphAccess::state(object);
     if (!change.after) return;
-    if (state.has(ObjectState::Inserted)) return takeValues(state, change);
+    if (state.has(ObjectState::Inserted)) {
+        takeValues(state, change);
+        return context.values.note(object);
+    }
     if (!state.row && !state.has(ObjectState::Changed)) return; // a fault reads it when it is asked
     state.row = rowAfter(change, state.row);
     state.clear(ObjectState::Gone);
@@ -76,6 +79,7 @@ void forgetMembers(ObjectState& state, std::size_t property) {
 void merge(ContextState& context, NSManagedObject& object, RecordChange const& change, Winner winner) {
     if (change.kind == RecordChange::Kind::Delete) return mergeDeletion(context, object, winner);
     takeRow(context, object, change, winner);
+    if (GraphAccess::state(object).has(ObjectState::Changed)) context.values.note(object);
     for (auto const& each : change.relationships) forgetMembers(GraphAccess::state(object), each.relationship->index());
 }
 
@@ -89,6 +93,18 @@ void forgetLinksOf(ContextState& context, ChangeSet const& corrections) {
         if (!state.extras || state.key < 0) continue;
         for (auto const& toMany : state.extras->toMany)
             if (toMany.isLoaded && mayHold(*object->entity().properties()[toMany.property]->asRelationship())) forgetMembers(state, toMany.property);
+    }
+}
+
+/// Before a set is merged: what it means for the context's objects, made where nobody has asked for them yet. Where the context
+/// only reads again what others saved, that is not a change of its own.
+void noteNewsOf(ContextState& context, ChangeSet const& set, ContextNews::Kind update) {
+    if (!hasChangeObservers()) return;
+    for (auto const& change : set.changes()) {
+        bool const isUpdate = change.kind == RecordChange::Kind::Update;
+        auto const object = isUpdate && update == ContextNews::Refreshed ? context.link->find(change.key)
+                                                                         : objectWithKey(context, *change.entity, change.key);
+        if (object) noteNews(context, *object, isUpdate ? update : change.kind == RecordChange::Kind::Insert ? ContextNews::Inserted : ContextNews::Deleted);
     }
 }
 
@@ -120,6 +136,7 @@ void applyReceived(ContextState& context) {
     if (!context.link) return;
     applyPromotions(context);
     for (auto const& [set, isCorrection] : context.published.takeUnapplied()) {
+        noteNewsOf(context, *set, isCorrection ? ContextNews::Refreshed : ContextNews::Updated);
         merge(context, *set, isCorrection ? Winner::Unsaved : Winner::Incoming);
         if (isCorrection) forgetLinksOf(context, *set);
         context.hasUnannouncedChanges = true;
@@ -129,12 +146,16 @@ void applyReceived(ContextState& context) {
 void mergeSaved(ContextState& context, ChangeSets const& sets) {
     if (!context.link) return;
     applyPromotions(context);
-    for (auto const& set : sets) merge(context, *set, Winner::Unsaved);
+    for (auto const& set : sets) {
+        noteNewsOf(context, *set, ContextNews::Refreshed);
+        merge(context, *set, Winner::Unsaved);
+    }
 }
 
 void noteGone(ContextState& context, NSManagedObject& object) { mergeDeletion(context, object, Winner::Unsaved); }
 
 void mergeCorrections(ContextState& context, Ref<ChangeSet const> const& set) {
+    noteNewsOf(context, *set, ContextNews::Refreshed);
     merge(context, *set, Winner::Unsaved);
     forgetLinksOf(context, *set);
     tellCorrections(context, set);

@@ -55,6 +55,7 @@ void NSManagedObject::fireFault() {
     if (!state_.row)
         if (auto* context = state_.link()->contextState()) fillFault(*context, *this); // when it throws, this stays a fault
     state_.clear(ObjectState::Fault);
+    if (auto* context = state_.link()->contextState()) context->values.note(*this);
     awakeFromFetch();
 }
 
@@ -94,6 +95,7 @@ void NSManagedObject::setAttribute(NSAttributeDescription const& attribute, Valu
         extras.values.emplace_back(property, std::move(value));
     }
     markChanged(*this, isInserted() ? ObjectState::Inserted : ObjectState::Updated);
+    if (auto* context = state_.link()->contextState()) context->values.note(*this, attribute);
 }
 
 Value NSManagedObject::valueForKey(std::string_view key) {

@@ -29,6 +29,21 @@ void joinCoordinator(ContextState& context, Ref<NSManagedObjectContext> const& o
     context.promotionsSeen = context.coordinator->promotions().join();
 }
 
+/// One block on the context's queue; it ends also when it throws.
+void runBlock(NSManagedObjectContext& context, ContextState& state, FunctionRef<void()> block) {
+    struct Open {
+        explicit Open(ContextNews& opened) : news(opened) { ++news.openBlocks; }
+        ~Open() { --news.openBlocks; }
+        ContextNews& news;
+    };
+    {
+        Open const open(state.news);
+        applyReceived(state);
+        block();
+    }
+    context.processPendingChanges();
+}
+
 std::vector<Ref<NSManagedObject>> changedWhere(ContextState const& context, FunctionRef<bool(NSManagedObject const&)> fits) {
     std::vector<Ref<NSManagedObject>> result;
     for (auto const& object : context.changed)
@@ -81,23 +96,12 @@ void NSManagedObjectContext::setPersistentStoreCoordinator(Ref<NSPersistentStore
 }
 
 void NSManagedObjectContext::performBlock(Closure<void()> block) {
-    dispatch_async(state_->queue, [context = self<NSManagedObjectContext>(), block = std::move(block)] {
-        applyReceived(*context->state_);
-        block();
-        context->processPendingChanges();
-    });
+    dispatch_async(state_->queue, [context = self<NSManagedObjectContext>(), block = std::move(block)] { runBlock(*context, *context->state_, block); });
 }
 
 void NSManagedObjectContext::performBlockAndWait(FunctionRef<void()> block) {
-    if (queueIsHeld(state_->queue)) {
-        applyReceived(*state_);
-        return block();
-    }
-    dispatch_sync(state_->queue, [&] {
-        applyReceived(*state_);
-        block();
-        processPendingChanges();
-    });
+    if (queueIsHeld(state_->queue)) return runBlock(*this, *state_, block);
+    dispatch_sync(state_->queue, [&] { runBlock(*this, *state_, block); });
 }
 
 Ref<NSManagedObject> NSManagedObjectContext::insertNewObject(std::string_view entityName) {
@@ -168,9 +172,10 @@ bool NSManagedObjectContext::save(Ref<NSError>& error) {
 void NSManagedObjectContext::refreshObject(NSManagedObject& object, bool mergeChanges) {
     auto& state = GraphAccess::state(object);
     if (state.link() != state_->link.get() || state.has(ObjectState::Inserted)) return; // what was never saved cannot be read again
+    noteNews(*state_, object, ContextNews::Refreshed);
     if (!mergeChanges) {
         undoLinks(*state_, object);
-        std::erase_if(state_->changed, [&](auto const& each) { return each.get() == &object; });
+        state_->changed.remove(object);
         state.flags = ObjectState::Fault;
         if (state.extras) {
             state.extras->values.clear();
@@ -184,6 +189,7 @@ void NSManagedObjectContext::refreshObject(NSManagedObject& object, bool mergeCh
     if (!row) return noteGone(*state_, object);
     state.row = std::move(row);
     state.clear(ObjectState::Gone);
+    state_->values.note(object);
     if (!state.extras) return;
     for (auto& toMany : state.extras->toMany) toMany.isLoaded = toMany.isLoaded && toMany.isReordered;
 }
@@ -196,6 +202,7 @@ void NSManagedObjectContext::rollback() {
     for (auto const& object : std::exchange(state_->changed, {})) {
         auto& state = GraphAccess::state(*object);
         auto const wasInserted = state.has(ObjectState::Inserted);
+        noteNews(*state_, *object, wasInserted ? ContextNews::Deleted : ContextNews::Refreshed);
         state.flags = 0;
         if (state.extras) {
             state.extras->values.clear();
@@ -217,6 +224,7 @@ void NSManagedObjectContext::reset() {
     rollback();
     for (auto const& object : registeredObjects()) {
         auto& state = GraphAccess::state(*object);
+        noteNews(*state_, *object, ContextNews::Invalidated);
         state_->link->remove(*object, state.key);
         state.set(ObjectState::Deleted);
         state.set(ObjectState::Gone);
@@ -231,7 +239,7 @@ void NSManagedObjectContext::processPendingChanges() {
     bool const hasNews = std::exchange(state_->hasUnannouncedChanges, false);
     bool const isStale = std::exchange(state_->showsOldKeys, false);
     if (hasNews || isStale || hasChildren != wasShowing) publishUnsaved(*state_);
-    if (hasNews) postDidChange(*this);
+    postDidChange(*this);
 }
 
 void NSManagedObjectContext::mergeChangesFromContextDidSaveNotification(NSNotification const& notification) {
@@ -239,6 +247,7 @@ void NSManagedObjectContext::mergeChangesFromContextDidSaveNotification(NSNotifi
     auto const sender = std::dynamic_pointer_cast<NSManagedObjectContext>(notification.object());
     if (!saved || !sender || sender.get() == this || sender->state_->coordinator != state_->coordinator) return;
     mergeSaved(*state_, saved->sets());
+    if (state_->news.openBlocks == 0) processPendingChanges();
 }
 
 } // namespace Tessarin

@@ -31,11 +31,17 @@ enum class NSManagedObjectContextConcurrencyType : std::uint64_t {
 /// Posted after each successful save, also one without changes, on the thread that saved, with the context as the object.
 /// The userInfo holds sets of the context's objects under "inserted", "updated" and "deleted"; it is made when it is asked for.
 inline constexpr char const* NSManagedObjectContextDidSaveNotification = "NSManagingContextDidSaveChangesNotification";
-/// Posted when unsaved changes were noticed: after a block on the queue, before a fetch or save. Same userInfo.
+/// Posted when something happened to the context's objects since the last time: after a block on its queue, also one that ran at
+/// once, before a fetch or save, and, for changes outside any block in a context of the main queue, at the end of that turn. The
+/// userInfo holds sets of what was inserted, updated and deleted here, by a child's save or in what was merged; of the objects
+/// that were read again, by `refreshObject`, a merge or a correction, under "refreshed"; and of those that `reset` let go under
+/// "invalidated". What was inserted and deleted in between is left out. Nothing is gathered while nobody observes that name.
 inline constexpr char const* NSManagedObjectContextObjectsDidChangeNotification = "NSObjectsChangedInManagingContextNotification";
 inline constexpr char const* NSInsertedObjectsKey = "inserted";
 inline constexpr char const* NSUpdatedObjectsKey = "updated";
 inline constexpr char const* NSDeletedObjectsKey = "deleted";
+inline constexpr char const* NSRefreshedObjectsKey = "refreshed";
+inline constexpr char const* NSInvalidatedObjectsKey = "invalidated";
 /// What counting gives when it fails.
 inline constexpr std::int64_t NSNotFound = INT64_MAX;
 
@@ -99,6 +105,10 @@ public:
     /// The same, but null with an error when the record does not exist.
     Ref<NSManagedObject> existingObjectWithID(NSManagedObjectID const& id, Ref<NSError>& error);
     Ref<NSManagedObject> objectRegisteredForID(NSManagedObjectID const& id);
+
+    /// One of the objects of that entity, without its sub-entities, that are in memory and no faults, which fulfils the predicate
+    /// (null: any); null when there is none. An equality is looked up in a time that does not grow with what is in memory.
+    Ref<NSManagedObject> loadedObject(NSEntityDescription const& entity, NSPredicate const* predicate);
 
     std::vector<Ref<NSManagedObject>> registeredObjects() const;
     /// Those of one entity, without its sub-entities.

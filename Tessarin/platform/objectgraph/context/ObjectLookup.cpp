@@ -205,9 +205,12 @@ void markChanged(NSManagedObject& object, ObjectState::Flag how) {
     auto* context = state.link()->contextState();
     if (!context) return;
     context->hasUnannouncedChanges = true;
+    bool const isNew = how == ObjectState::Inserted && !state.has(ObjectState::Changed);
+    noteNews(*context, object, isNew ? ContextNews::Inserted : how == ObjectState::Deleted ? ContextNews::Deleted : ContextNews::Updated);
     if (state.has(ObjectState::Changed)) return;
     state.set(ObjectState::Changed);
-    context->changed.push_back(object.self<NSManagedObject>());
+    context->changed.add(object.self<NSManagedObject>());
+    context->values.note(object);
 }
 
 } // namespace Tessarin

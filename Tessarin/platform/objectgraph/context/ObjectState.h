@@ -16,8 +16,7 @@ namespace Tessarin {
 struct ToManyState {
     std::uint32_t property = 0;
     bool isLoaded = false;
-    KeySet members;                // when loaded, of an unordered relationship
-    std::vector<RecordKey> order;  // when loaded, of an ordered one
+    KeySet members; // when loaded, in their order where the relationship has one
     KeySet added, removed;
     bool isReordered = false;
     bool holdsTemporaries = false; // perhaps: keys that may have given way to permanent ones
@@ -25,7 +24,6 @@ struct ToManyState {
     bool isChanged() const { return !added.empty() || !removed.empty() || isReordered; }
     template <class Translate> void toPermanent(Translate translate) {
         if (!holdsTemporaries) return;
-        for (auto& key : order) key = translate(key);
         for (auto* keys : {&members, &added, &removed}) keys->translate(translate);
     }
 };
@@ -72,6 +70,7 @@ struct ObjectState {
     RowRef row;
     std::unique_ptr<ObjectExtras> extras;
     std::uint8_t flags = 0;
+    std::uint32_t changedPlace = 0; // in the context's list of changed objects, when it is there
 
     ContextLink* link() const noexcept { return batch ? &batch->link : nullptr; }
     bool has(Flag flag) const noexcept { return flags & flag; }

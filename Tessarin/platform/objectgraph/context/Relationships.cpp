@@ -34,8 +34,7 @@ void addMember(NSManagedObject& owner, NSRelationshipDescription const& relation
     auto& state = toManyOf(owner, relationship);
     if (key < 0) state.holdsTemporaries = true;
     if (!state.removed.remove(key)) state.added.append(key);
-    if (state.isLoaded && relationship.isOrdered()) state.order.push_back(key);
-    if (state.isLoaded && !relationship.isOrdered()) state.members.append(key);
+    if (state.isLoaded) state.members.append(key);
     if (relationship.isOrdered()) state.isReordered = true;
     markChanged(owner, changeOf(owner));
 }
@@ -45,8 +44,7 @@ void removeMember(NSManagedObject& owner, NSRelationshipDescription const& relat
     auto& state = toManyOf(owner, relationship);
     if (key < 0) state.holdsTemporaries = true;
     if (!state.added.remove(key)) state.removed.add(key);
-    if (state.isLoaded && relationship.isOrdered()) std::erase(state.order, key);
-    if (state.isLoaded && !relationship.isOrdered()) state.members.remove(key);
+    if (state.isLoaded) state.members.remove(key);
     if (relationship.isOrdered()) state.isReordered = true;
     markChanged(owner, changeOf(owner));
 }
@@ -125,22 +123,15 @@ ToManyState& setLoadedMembers(NSManagedObject& owner, NSRelationshipDescription 
         if (key < 0) key = current(key), toMany.holdsTemporaries = true;
     if (auto* context = toMany.holdsTemporaries ? state.link()->contextState() : nullptr) context->knowsForeignTemporaries = true;
     toMany.isLoaded = true;
-    std::erase_if(members, [&](RecordKey key) { return toMany.removed.contains(key); });
-    toMany.order = relationship.isOrdered() ? members : std::vector<RecordKey>{};
     toMany.members.clear();
-    if (relationship.isOrdered()) {
-        for (auto const key : toMany.added.keys())
-            if (std::ranges::find(members, key) == members.end()) toMany.order.push_back(key);
-    } else {
-        for (auto const key : members) toMany.members.append(key);
-        for (auto const key : toMany.added.keys()) toMany.members.add(key);
-    }
+    for (auto const key : members)
+        if (!toMany.removed.contains(key)) toMany.members.append(key);
+    for (auto const key : toMany.added.keys()) toMany.members.add(key);
     return toMany;
 }
 
 std::span<RecordKey const> memberKeys(NSManagedObject& owner, NSRelationshipDescription const& relationship) {
-    auto& state = loadedMembers(owner, relationship);
-    return relationship.isOrdered() ? std::span<RecordKey const>{state.order} : state.members.keys();
+    return loadedMembers(owner, relationship).members.keys();
 }
 
 bool hasMember(NSManagedObject& owner, NSRelationshipDescription const& relationship, NSManagedObject& member) {
@@ -150,9 +141,7 @@ bool hasMember(NSManagedObject& owner, NSRelationshipDescription const& relation
     if (owner.recordKey() < 0 && !relationship.isOrdered()) return toManyOf(owner, relationship).added.contains(member.recordKey());
     if (member.recordKey() < 0 && inverse && relationship.isReciprocal() && !inverse->isOrdered())
         return toManyOf(member, *inverse).added.contains(owner.recordKey());
-    auto& state = loadedMembers(owner, relationship);
-    if (relationship.isOrdered()) return std::ranges::find(state.order, member.recordKey()) != state.order.end();
-    return state.members.contains(member.recordKey());
+    return loadedMembers(owner, relationship).members.contains(member.recordKey());
 }
 
 void letGoAtOtherEnd(NSManagedObject& object, NSRelationshipDescription const& relationship, NSManagedObject& other) {
@@ -178,7 +167,7 @@ void forgetIfUnchanged(ContextState& context, NSManagedObject& object) {
     if (!state.extras->values.empty() || std::ranges::any_of(state.extras->toMany, &ToManyState::isChanged)) return;
     state.clear(ObjectState::Updated);
     state.clear(ObjectState::Changed);
-    std::erase_if(context.changed, [&](auto const& each) { return each.get() == &object; });
+    context.changed.remove(object);
 }
 
 /// The to-one leads where it did when it was read, if that is still there.
@@ -313,19 +302,18 @@ MutableObjectSet NSManagedObject::mutableSetValueForKey(std::string_view key) {
 
 bool MutableObjectSet::containsObject(Ref<NSManagedObject> const& object) const { return object && hasMember(*owner_, relationship_, *object); }
 
-std::size_t MutableObjectSet::count() const { return memberKeys(*owner_, relationship_).size(); }
+std::size_t MutableObjectSet::count() const { return loadedMembers(*owner_, relationship_).members.size(); }
 
 void MutableObjectSet::setObjects(std::vector<Ref<NSManagedObject>> const& objects) {
+    KeySet wanted;
+    for (auto const& object : objects) wanted.add(object->recordKey());
     for (auto const& member : allObjects())
-        if (std::ranges::find(objects, member) == objects.end()) removeObject(member);
+        if (!wanted.contains(member->recordKey())) removeObject(member);
     for (auto const& object : objects) addObject(object);
     if (!relationship_.isOrdered()) return;
     auto& state = loadedMembers(*owner_, relationship_);
-    std::vector<RecordKey> order;
-    for (auto const& object : objects)
-        if (std::ranges::find(order, object->recordKey()) == order.end()) order.push_back(object->recordKey());
-    if (order == state.order) return;
-    state.order = std::move(order);
+    if (std::ranges::equal(wanted.keys(), state.members.keys())) return;
+    state.members = std::move(wanted);
     state.isReordered = true;
     markChanged(*owner_, changeOf(*owner_));
 }

@@ -128,8 +128,8 @@ Ref<NSError> SaveOperation::promoteReferences() {
             if (auto const* relationship = properties[property]->asRelationship()) promote(*relationship, value.integer());
         for (auto const& toMany : extras->toMany)
             if (toMany.holdsTemporaries && toMany.isChanged())
-                for (auto const keys : {toMany.added.keys(), toMany.removed.keys(), std::span<RecordKey const>(toMany.order)})
-                    for (auto const key : keys) promote(*properties[toMany.property]->asRelationship(), key);
+                for (auto const* keys : {&toMany.added, &toMany.removed, &toMany.members})
+                    for (auto const key : keys->keys()) promote(*properties[toMany.property]->asRelationship(), key);
     }
     context_.link->noteKeyChange();
     return error;

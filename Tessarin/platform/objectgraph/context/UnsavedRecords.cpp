@@ -2,7 +2,7 @@
 
 #include "Tessarin/platform/foundation/NSComparisonPredicate.h"
 #include "Tessarin/platform/foundation/NSCompoundPredicate.h"
-#include "Tessarin/platform/foundation/NSExpression.h"
+#include "Tessarin/platform/objectgraph/context/TurnedRecordsPrivate.h"
 
 #include <algorithm>
 
@@ -22,46 +22,91 @@ NSAttributeDescription const* comparedAttribute(NSComparisonPredicate const& com
 
 } // namespace
 
-UnsavedRecords::UnsavedRecords(ContextState const& context, RecordReader const& reader, NSEntityDescription const& entity, bool includesSubentities)
-    : entity_(entity), includesSubentities_(includesSubentities), sets_(&reader.sets()) {
-    for (auto const& set : *sets_) {
-        note(*set, entity);
-        hasOthers_ = hasOthers_ || set->changesRelationships() || set->changesOf(*entity.rootEntity()).size() != set->changes().size();
+std::optional<std::vector<Ref<NSManagedObject>>> objectsByEquality(ContextState& context, NSPredicate const& predicate, NSEntityDescription const& entity) {
+    if (auto const* compound = predicate.asCompound()) {
+        if (compound->compoundPredicateType() != NSCompoundPredicateType::And) return {};
+        for (auto const& each : compound->subpredicates())
+            if (auto found = objectsByEquality(context, *each, entity)) return found;
+        return {};
     }
-    for (auto const& object : context.changed) {
-        if (isWanted(object->entity()))
-            own_.insert(object->recordKey());
-        else
-            hasOthers_ = true;
-    }
-    count_ += own_.size();
+    auto const* comparison = predicate.asComparison();
+    auto const* attribute = comparison ? comparedAttribute(*comparison, entity) : nullptr;
+    if (!attribute || attribute->isTransient()) return {};
+    return context.values.find(context, *attribute, comparison->rightExpression()->constantValue());
+}
+
+UnsavedRecords::UnsavedRecords(ContextState& context, RecordReader const& reader, NSFetchRequest const& request, NSEntityDescription const& entity)
+    : context_(context), request_(request), entity_(entity), sets_(&reader.sets()),
+      ownCount_(context.changed.countOf(entity, request.includesSubentities())) {
+    if (context.changed.empty() && sets_->empty()) return;
+    for (auto const& set : *sets_) note(*set, entity);
+    turnsAll_ = !addTurnedRecords(context, reader, request, entity, turned_);
+    count_ += ownCount_ + turned_.size();
 }
 
 void UnsavedRecords::note(ChangeSet const& set, NSEntityDescription const& entity) {
     count_ += set.changedRowsOf(entity);
-    if (!includesSubentities_) return;
+    if (!request_.includesSubentities()) return;
     for (auto const* child : entity.subentities()) note(set, *child);
 }
 
+bool UnsavedRecords::isOwn(RecordKey key) const {
+    if (ownCount_ == 0) return false;
+    if (own_) return own_->contains(key);
+    auto const living = context_.link->find(key);
+    return living && living->hasChanges();
+}
+
 bool UnsavedRecords::contains(RecordKey key) const {
-    if (own_.contains(key)) return true;
+    if (turned_.contains(key) || isOwn(key)) return true;
     return std::ranges::any_of(*sets_, [&](auto const& set) {
         auto const* change = set->find(entity_, key);
         return change && change->changesRow() && isWanted(*change->entity);
     });
 }
 
-std::vector<RecordKey> UnsavedRecords::candidates(NSPredicate const* predicate) const {
-    auto keys = own_;
-    for (auto const& set : *sets_) {
-        if (predicate && addEqual(*set, *predicate, keys)) continue;
-        for (auto const& change : set->changesOf(*entity_.rootEntity()))
-            if (change.changesRow() && isWanted(*change.entity)) keys.insert(change.key);
-    }
-    return {keys.begin(), keys.end()};
+void UnsavedRecords::removeFrom(std::vector<RowRef>& rows) {
+    if (rows.size() > ownCount_ && !own_) addOwn(own_.emplace());
+    std::erase_if(rows, [&](RowRef const& row) { return contains(row->key()); });
 }
 
-bool UnsavedRecords::addEqual(ChangeSet const& set, NSPredicate const& predicate, std::unordered_set<RecordKey>& keys) const {
+void UnsavedRecords::addOwn(KeySet& keys) const {
+    if (ownCount_ == 0) return;
+    for (auto const& object : context_.changed)
+        if (isWanted(object->entity())) keys.add(object->recordKey());
+}
+
+void UnsavedRecords::addOf(ChangeSet const& set, KeySet& keys) const {
+    for (auto const& change : set.changesOf(*entity_.rootEntity()))
+        if (change.changesRow() && isWanted(*change.entity)) keys.add(change.key);
+}
+
+std::vector<RecordKey> UnsavedRecords::all() const {
+    auto keys = turned_;
+    addOwn(keys);
+    for (auto const& set : *sets_) addOf(*set, keys);
+    return {keys.keys().begin(), keys.keys().end()};
+}
+
+std::vector<RecordKey> UnsavedRecords::candidates() const {
+    auto const* predicate = request_.predicate().get();
+    auto keys = turned_;
+    if (!predicate || !addOwnEqual(*predicate, keys)) addOwn(keys);
+    for (auto const& set : *sets_)
+        if (!predicate || !addEqual(*set, *predicate, keys)) addOf(*set, keys);
+    return {keys.keys().begin(), keys.keys().end()};
+}
+
+bool UnsavedRecords::addOwnEqual(NSPredicate const& predicate, KeySet& keys) const {
+    if (ownCount_ == 0) return true;
+    auto const found = objectsByEquality(context_, predicate, entity_);
+    if (!found) return false;
+    for (auto const& object : *found)
+        if (object->hasChanges() && isWanted(object->entity())) keys.add(object->recordKey());
+    return true;
+}
+
+bool UnsavedRecords::addEqual(ChangeSet const& set, NSPredicate const& predicate, KeySet& keys) const {
     if (auto const* compound = predicate.asCompound())
         return compound->compoundPredicateType() == NSCompoundPredicateType::And &&
                std::ranges::any_of(compound->subpredicates(), [&](auto const& each) { return addEqual(set, *each, keys); });
@@ -71,7 +116,7 @@ bool UnsavedRecords::addEqual(ChangeSet const& set, NSPredicate const& predicate
     auto const found = set.keysWith(*entity_.rootEntity(), *attribute, comparison->rightExpression()->constantValue());
     if (!found) return false;
     for (auto const key : *found)
-        if (contains(key)) keys.insert(key);
+        if (contains(key)) keys.add(key);
     return true;
 }
 

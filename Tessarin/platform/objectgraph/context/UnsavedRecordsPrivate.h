@@ -1,41 +1,58 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/context/RecordReaderPrivate.h"
+#include "Tessarin/platform/objectgraph/query/NSFetchRequest.h"
 
-#include <unordered_set>
+#include <optional>
 
 namespace Tessarin {
 
 class NSPredicate;
 
-/// The records of one entity whose rows are not in the store as a context sees them: its own changed objects, and those of
-/// the change sets on their way. Made for one operation, in a time that does not grow with the sets.
+/// The records of a request's entity whose rows are not in the store as a context sees them (its own changed objects, and those
+/// of the change sets on their way), and those whose answer to the request is turned by what is not saved of others. Made for
+/// one operation, in a time that does not grow with what is not saved of entities that the request does not ask.
 class UnsavedRecords {
 public:
-    UnsavedRecords(ContextState const& context, RecordReader const& reader, NSEntityDescription const& entity, bool includesSubentities);
+    UnsavedRecords(ContextState& context, RecordReader const& reader, NSFetchRequest const& request, NSEntityDescription const& entity);
 
     bool empty() const noexcept { return count_ == 0; }
     /// At most so many.
     std::size_t count() const noexcept { return count_; }
     bool contains(RecordKey key) const;
-    /// Whether there are changes that may turn conditions on other records than those that are asked for.
-    bool hasOthers() const noexcept { return hasOthers_; }
-    /// The records that may fulfil the predicate; null: all.
-    std::vector<RecordKey> candidates(NSPredicate const* predicate) const;
+    /// Takes out the rows of those records.
+    void removeFrom(std::vector<RowRef>& rows);
+    /// Whether the answer of any record may be turned.
+    bool turnsAll() const noexcept { return turnsAll_; }
+    /// The records that may fulfil the request's predicate.
+    std::vector<RecordKey> candidates() const;
+    /// All of them.
+    std::vector<RecordKey> all() const;
 
 private:
     bool isWanted(NSEntityDescription const& entity) const {
-        return includesSubentities_ ? entity.isKindOf(&entity_) : &entity == &entity_;
+        return request_.includesSubentities() ? entity.isKindOf(&entity_) : &entity == &entity_;
     }
     void note(ChangeSet const& set, NSEntityDescription const& entity);
-    /// Adds what the set's index knows of an equality that the predicate asks for; false when it asks for none.
-    bool addEqual(ChangeSet const& set, NSPredicate const& predicate, std::unordered_set<RecordKey>& keys) const;
+    bool isOwn(RecordKey key) const;
+    void addOwn(KeySet& keys) const;
+    void addOf(ChangeSet const& set, KeySet& keys) const;
+    /// Adds what is known, by its index, of an equality that the predicate asks for; false when it asks for none.
+    bool addEqual(ChangeSet const& set, NSPredicate const& predicate, KeySet& keys) const;
+    bool addOwnEqual(NSPredicate const& predicate, KeySet& keys) const;
 
+    ContextState& context_;
+    NSFetchRequest const& request_;
     NSEntityDescription const& entity_;
-    bool includesSubentities_;
     ChangeSets const* sets_;
-    std::unordered_set<RecordKey> own_; // changed objects of the context
+    std::optional<KeySet> own_; // the context's changed objects, once they are looked up often
+    KeySet turned_;
+    bool turnsAll_ = false;
+    std::size_t ownCount_ = 0;
     std::size_t count_ = 0;
-    bool hasOthers_ = false;
 };
+
+/// The objects in memory that fulfil an equality which the predicate asks for, and perhaps a few others; absent when it asks for
+/// none that is looked up.
+std::optional<std::vector<Ref<NSManagedObject>>> objectsByEquality(ContextState& context, NSPredicate const& predicate, NSEntityDescription const& entity);
 
 } // namespace Tessarin

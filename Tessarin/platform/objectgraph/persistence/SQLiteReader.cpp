@@ -19,6 +19,22 @@ std::vector<RecordKey> sorted(std::span<RecordKey const> keys) {
 
 constexpr std::int64_t longScan = 20'000; // records
 
+/// Of "… AND NOT SELF IN records" the last condition; null for any other predicate.
+NSComparisonPredicate const* excludedRecords(NSPredicate const* predicate) {
+    auto const* all = predicate ? predicate->asCompound() : nullptr;
+    if (!all || all->compoundPredicateType() != NSCompoundPredicateType::And || all->subpredicates().empty()) return nullptr;
+    auto const* last = all->subpredicates().back()->asCompound();
+    if (!last || last->compoundPredicateType() != NSCompoundPredicateType::Not) return nullptr;
+    auto const* records = last->subpredicates().front()->asComparison();
+    bool const isSelfIn = records && records->predicateOperatorType() == NSPredicateOperatorType::In &&
+                          records->leftExpression()->expressionType() == NSExpressionType::EvaluatedObject;
+    return isSelfIn ? records : nullptr;
+}
+
+template <class List, class Key> void sortByKey(List& list, Key key) {
+    if (!std::ranges::is_sorted(list, {}, key)) std::ranges::sort(list, {}, key);
+}
+
 } // namespace
 
 class SQLiteReader::SmallCache {
@@ -154,7 +170,9 @@ void SQLiteReader::fetch(StoreQuery const& query, StoreAnswer& answer, bool isLo
     auto const condition = conditionOf(scannedBy(query), translation);
     auto sql = fmt::format("SELECT {} FROM {} AS t0{}{}", byKeys ? "t0.id, t0.version" : decoder.columns(),
                            schema_.tableOf(*query.entity).name, translation.joins(), condition);
+    bool const isCutByKey = isCut && translation.order().empty();
     if (!translation.order().empty()) sql += " ORDER BY " + translation.order();
+    if (isCutByKey) sql += " ORDER BY t0.id";
     auto arguments = translation.arguments();
     if (isCut) {
         sql += " LIMIT ? OFFSET ?";
@@ -177,6 +195,10 @@ void SQLiteReader::fetch(StoreQuery const& query, StoreAnswer& answer, bool isLo
     else
         run(*std::make_unique<SQLite::Statement>(connection_, sql));
     if (!isCut && !keysOnly) decoder.noteCount(answer.rows.size());
+    if (!translation.order().empty() || isCutByKey) return;
+    // An index gives them in its own order. SQL is not asked to sort them: it would rather read the whole table in order.
+    sortByKey(answer.keys, std::identity());
+    sortByKey(answer.rows, [](RowRef const& row) { return row->key(); });
 }
 
 std::optional<SQLiteReader::Selection> SQLiteReader::selectionOf(StoreQuery const& query) const {
@@ -251,14 +273,32 @@ void SQLiteReader::readByKeys(SQLite::Statement& statement, StoreQuery const& qu
     std::erase(rows, RowRef()); // of an entity that this model does not know
 }
 
+std::string SQLiteReader::countText(Scanned const& scanned, SQLTranslation const& translation) const {
+    return fmt::format("SELECT count(*) FROM {} AS t0{}{}", schema_.tableOf(*scanned.entity).name, translation.joins(), conditionOf(scanned, translation));
+}
+
 void SQLiteReader::count(StoreQuery const& query, std::size_t& count, bool& complete) {
     SQLTranslation translation(schema_, *query.entity);
     complete = !query.predicate || translation.addPredicate(*query.predicate);
     if (!complete) return;
-    auto const sql = fmt::format("SELECT count(*) FROM {} AS t0{}{}", schema_.tableOf(*query.entity).name, translation.joins(),
-                                 conditionOf(scannedBy(query), translation));
+    auto sql = countText(scannedBy(query), translation);
+    auto arguments = translation.arguments();
+    if (auto const* excluded = excludedRecords(query.predicate)) {
+        // What is counted without a few records is all less those: an index counts all without a look at each.
+        SQLTranslation all(schema_, *query.entity), few(schema_, *query.entity);
+        auto const parts = query.predicate->asCompound()->subpredicates();
+        for (auto const& part : parts.first(parts.size() - 1)) {
+            all.addPredicate(*part);
+            few.addPredicate(*part);
+        }
+        if (few.addPredicate(*excluded)) {
+            sql = fmt::format("SELECT ({}) - ({})", countText(scannedBy(query), all), countText(scannedBy(query), few));
+            arguments = all.arguments();
+            arguments.insert(arguments.end(), few.arguments().begin(), few.arguments().end());
+        }
+    }
     SQLite::Statement statement(connection_, sql);
-    bindAll(statement, translation.arguments());
+    bindAll(statement, arguments);
     if (!statement.step()) return;
     auto const all = static_cast<std::size_t>(statement.integer(0));
     auto const left = all - std::min(all, query.offset);

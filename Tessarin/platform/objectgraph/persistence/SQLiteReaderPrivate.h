@@ -56,6 +56,7 @@ public:
 private:
     void readByKeys(SQLite::Statement& statement, StoreQuery const& query, std::vector<RowRef>& rows);
     static Scanned scannedBy(StoreQuery const& query) { return {query.entity, query.includesSubentities}; }
+    std::string countText(Scanned const& scanned, SQLTranslation const& translation) const;
     std::string conditionOf(Scanned const& scanned, SQLTranslation const& translation) const;
     SQLiteRowDecoder& decoderFor(NSEntityDescription const& entity, bool includesSubentities);
     SQLiteRowDecoder& decoderOf(StoreQuery const& query) { return decoderFor(*query.entity, query.includesSubentities); }

@@ -1,5 +1,6 @@
 // Fetch requests beyond predicate and order: batches, prefetched relationships, and a store that cannot be read for a while.
 #include "Library.h"
+#include "Tessarin/platform/foundation/NSComparisonPredicate.h"
 #include "Tessarin/platform/foundation/NSCompoundPredicate.h"
 #include "Tessarin/platform/sqlite/Connection.h"
 #include <limits>
@@ -210,4 +211,98 @@ TEST_P(FetchingFromSQLite, ANumberWiderThanItsTypeIsReadAsItStands) {
     EXPECT_EQ(books[0]->valueForKey("year"), Value(std::int64_t{123456789012}));
     EXPECT_EQ(titleOf(books[0]), "149");
     EXPECT_EQ(books[1]->valueForKey("year"), Value(1900));
+}
+
+TEST_P(Fetching, UnsortedResultsComeInTheOrderOfTheirKeysAlsoWithAnIndexAndCut) {
+    for (char const* name : {"Zoe", "Yann", "Xenia"}) inserted(*root, "Author", {{"name", name}});
+    ASSERT_TRUE(saves(*root));
+    auto const late = where("name BEGINSWITH 'X' OR name BEGINSWITH 'Y' OR name >= 'Z'"), cut = where("name >= 'X'");
+    auto const expect = [&](char const* when, std::string const& last) {
+        EXPECT_EQ(listed(fetched(*worker, "Author", late), "name"), "Zoe,Yann,Xenia" + last) << when;
+        EXPECT_EQ(listed(fetched(*worker, "Author", cut, {}, 2), "name"), "Zoe,Yann") << when;
+        EXPECT_EQ(listed(fetched(*worker, "Author", cut, {}, 2, 1), "name"), "Yann,Xenia") << when;
+    };
+    expect("clean", "");
+    fetched(*worker, "Author", where("name == 'Yann'")).at(0)->setValueForKey(1.0, "rating");
+    expect("one is changed", "");
+    for (char const* name : {"Zara", "Yul"}) inserted(*worker, "Author", {{"name", name}});
+    expect("and two are new", ",Zara,Yul");
+}
+
+TEST_P(Fetching, AnswersInMemoryAndFromTheStoreAreTheSame) {
+    auto const tag = inserted(*root, "Tag", {{"name", "t"}}), other = inserted(*root, "Tag", {{"name", "u"}});
+    auto const authors = fetched(*root, "Author", where("name == 'A0'"));
+    for (auto const& author : {authors[0], authors[0], authors[1]}) {
+        auto const book = inserted(*root, "Book", {{"title", "tagged"}, {"author", Value(author)}});
+        book->mutableSetValueForKey("tags").addObject(author == authors[1] ? other : tag);
+        if (author == authors[1]) book->mutableSetValueForKey("tags").addObject(tag);
+    }
+    ASSERT_TRUE(saves(*root));
+    auto const byObject = NSComparisonPredicate::predicateWithLeftExpression(
+        NSExpression::expressionForKeyPath("author.name", NSExpression::expressionForEvaluatedObject()),
+        NSExpression::expressionForConstantValue("renamed"), NSPredicateOperatorType::EqualTo);
+    auto const counts = [&](char const* when, std::size_t renamed) {
+        EXPECT_EQ(fetched(*worker, "Author", where("ANY books.tags.@count == 2")).size(), 1u) << when;
+        EXPECT_EQ(fetched(*worker, "Book", where("%K == '100'", "SELF.title")).size(), 1u) << when;
+        EXPECT_EQ(fetched(*worker, "Book", byObject).size(), renamed) << when;
+    };
+    counts("clean", 0);
+    inserted(*worker, "Book", {{"title", "new"}});
+    counts("something is new", 0);
+    toOne(fetched(*worker, "Book", where("title == '149'")).at(0), "author")->setValueForKey("renamed", "name");
+    counts("another record is changed", 1);
+}
+
+TEST_P(Fetching, UnsavedChangesTurnTheAnswersOfTheRecordsThatReferToThem) {
+    auto const byAuthor = NSSortDescriptor::sortDescriptorWithKey("author.name"), byTitle = NSSortDescriptor::sortDescriptorWithKey("title");
+    auto const expect = [&](char const* when, std::size_t found, char const* first, std::size_t prolific) {
+        auto const predicate = where("author.name == 'A0'");
+        EXPECT_EQ(fetched(*worker, "Book", predicate).size(), found) << when;
+        EXPECT_EQ(worker->count("Book", predicate), static_cast<std::int64_t>(found)) << when;
+        EXPECT_EQ(listed(fetched(*worker, "Book", {}, {byAuthor, byTitle}, 3), "title"), first) << when;
+        EXPECT_EQ(fetched(*worker, "Author", where("books.@count > 1")).size(), prolific) << when;
+        request->setPredicate(predicate);
+        request->setFetchOffset(4);
+        EXPECT_EQ(worker->countForFetchRequest(*request, error), static_cast<std::int64_t>(found - 4)) << when;
+        request->setFetchLimit(3);
+        EXPECT_EQ(worker->countForFetchRequest(*request, error), 3) << when;
+        request->setFetchLimit(0);
+    };
+    expect("clean", 10, "100,101,102", 0);
+    auto const tag = inserted(*worker, "Tag", {{"name", "t"}});
+    expect("another entity", 10, "100,101,102", 0);
+    EXPECT_LT(worker->registeredObjects().size(), 30U) << "nothing else was made to find them";
+    auto const author = toOne(fetched(*worker, "Book", where("title == '100'")).at(0), "author");
+    author->setValueForKey("Z", "name");
+    expect("an author has another name", 9, "101,102,103", 0);
+    auto const book = fetched(*worker, "Book", where("title == '120'")).at(0);
+    book->setValueForKey(Value(toOne(fetched(*worker, "Book", where("title == '105'")).at(0), "author")), "author");
+    expect("a book has another author", 10, "101,102,103", 1);
+    ASSERT_TRUE(saves(*worker)); // to the root, not to the store
+    auto const before = worker;
+    worker = library.worker();
+    expect("the same in the level above", 10, "101,102,103", 1);
+    worker->deleteObject(*fetched(*worker, "Book", where("title == '101'")).at(0));
+    expect("a book is deleted", 9, "102,103,104", 1);
+}
+
+TEST_P(Fetching, WhatIsInMemoryIsFoundByTheValueItHasNow) {
+    auto const found = [&](char const* title) { return worker->anyObjectNamed("Book", {.predicate = where("title == %@", title)}); };
+    EXPECT_FALSE(found("x"));
+    auto const book = inserted(*worker, "Book", {{"title", "x"}});
+    EXPECT_EQ(found("x"), book);
+    book->setValueForKey("y", "title");
+    EXPECT_FALSE(found("x"));
+    EXPECT_EQ(found("y"), book);
+    auto const saved = found("110");
+    ASSERT_TRUE(saved);
+    saved->setValueForKey("x", "title");
+    EXPECT_FALSE(found("110"));
+    EXPECT_EQ(found("x"), saved);
+    EXPECT_EQ(fetched(*worker, "Book", where("title == 'x' OR title == 'y'")).size(), 2U);
+    worker->refreshObject(*saved, false);
+    EXPECT_FALSE(found("x"));
+    EXPECT_EQ(fetched(*worker, "Book", where("title == '110'")).at(0), saved);
+    ASSERT_TRUE(saves(*worker));
+    EXPECT_EQ(found("y"), book) << "under its permanent key";
 }

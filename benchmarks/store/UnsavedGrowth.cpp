@@ -1,0 +1,221 @@
+// What operations cost with the number of unsaved changes around them: n against 4 n, and dirty against clean.
+#include "Tessarin/platform/objectgraph/model/ModelBuilder.h"
+#include "benchmarks/store/OurModel.h"
+#include "benchmarks/store/OurRows.h"
+#include "benchmarks/support/Report.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fmt/format.h>
+
+namespace Tessarin::benchmarks {
+namespace {
+
+constexpr double linear = 4.6, constant = 1.3;
+
+Ref<NSManagedObjectContext> childOf(Ref<NSManagedObjectContext> const& parent) {
+    auto child = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue);
+    child->setParentContext(parent);
+    return child;
+}
+
+double secondsIn(NSManagedObjectContext& context, auto&& work) {
+    double seconds = 0;
+    context.performBlockAndWait([&] { seconds = secondsOf(work); });
+    return seconds;
+}
+
+std::vector<Ref<Book>> insertBooks(NSManagedObjectContext& context, std::size_t count) {
+    std::vector<Ref<Book>> books;
+    for (std::size_t at = 0; at < count; ++at)
+        books.emplace_back(context.insertObject<Book>())->set<std::string_view>(Book::code, fmt::format("B{}", at));
+    return books;
+}
+
+void fill(Stack& stack, std::size_t books) {
+    auto const worker = stack.makeWorker();
+    worker->performBlockAndWait([&] { insertBooks(*worker, books); });
+    stack.saveToDisk(*worker);
+}
+
+// Seconds for n of each.
+
+double saves(Ref<NSManagedObjectContext> const& parent, std::size_t n) {
+    auto const worker = childOf(parent);
+    return secondsIn(*worker, [&] {
+        for (std::size_t at = 0; at < n; ++at) {
+            insertBooks(*worker, 1);
+            saveOrThrow(*worker);
+        }
+    });
+}
+
+double childSaves(Stack& stack, std::size_t n) { return saves(stack.root, n); }
+double savesUnderBusyMain(Stack& stack, std::size_t n) { return saves(stack.main, n); } // this thread, main, serves nothing
+
+double deletions(Stack& stack, std::size_t n) {
+    auto const worker = stack.makeWorker();
+    return secondsIn(*worker, [&] {
+        for (auto const& book : insertBooks(*worker, n)) worker->deleteObject(*book);
+    });
+}
+
+double refreshes(Stack& stack, std::size_t n) {
+    fill(stack, n);
+    auto const worker = stack.makeWorker();
+    return secondsIn(*worker, [&] {
+        auto const books = worker->allObjects<Book>();
+        for (auto const& book : books) book->set<std::int64_t>(Book::year, 7);
+        for (auto const& book : books) worker->refreshObject(*book, false);
+    });
+}
+
+double findsOrCreations(Stack& stack, std::size_t n) {
+    auto const worker = stack.makeWorker();
+    return secondsIn(*worker, [&] {
+        for (std::size_t at = 0; at < n; ++at) {
+            auto const code = fmt::format("B{}", at * 7919 % n);
+            auto book = worker->anyObject<Book>({.predicate = NSPredicate::predicateWithFormat("code == %@", code)});
+            if (!book) worker->insertObject<Book>()->set<std::string_view>(Book::code, code);
+        }
+    });
+}
+
+double blocksWithChild(Stack& stack, std::size_t n) {
+    auto const worker = stack.makeWorker(), child = childOf(worker);
+    return secondsOf([&] {
+        for (std::size_t at = 0; at < n; ++at) worker->performBlockAndWait([&] { insertBooks(*worker, 1); });
+    });
+}
+
+double setsOfObjects(Stack& stack, std::size_t n) {
+    auto const worker = stack.makeWorker();
+    return secondsIn(*worker, [&] {
+        auto const first = insertBooks(*worker, n), second = insertBooks(*worker, n);
+        auto members = worker->insertObject<Author>()->mutableSetValueForKey("books");
+        members.setObjects({first.begin(), first.end()});
+        members.setObjects({second.begin(), second.end()});
+    });
+}
+
+// Seconds for one among n.
+
+double newWorker(Stack& stack, std::size_t n) {
+    fill(stack, n);
+    return median(101, [&] {
+        return secondsOf([&] {
+            auto const worker = stack.makeWorker();
+            worker->performBlockAndWait([&] { insertBooks(*worker, 1); });
+        });
+    });
+}
+
+struct GrowthRow {
+    char const* id;
+    char const* what;
+    double target;
+    std::size_t n;
+    double (*seconds)(Stack& stack, std::size_t n);
+};
+
+constexpr GrowthRow growthRows[] = {
+    {"U1", "n saves of a child, the parent saves none", linear, 1000, childSaves},
+    {"U2", "n saves of a worker, the main queue is busy", linear, 1000, savesUnderBusyMain},
+    {"U3", "n unsaved objects are deleted", linear, 4000, deletions},
+    {"U4", "n changed objects are refreshed", linear, 4000, refreshes},
+    {"U5", "n found or created", linear, 2000, findsOrCreations},
+    {"U6", "n blocks of a context with a child", linear, 1000, blocksWithChild},
+    {"U7", "setObjects of n, twice", linear, 4000, setsOfObjects},
+    {"U8", "a new worker after n records became permanent", constant, 20'000, newWorker},
+};
+
+/// U9: one save in the store without a file that holds n records.
+double saveInMemory(std::size_t n) {
+    auto const coordinator = make<NSPersistentStoreCoordinator>(
+        ModelBuilder().entity("Note").attribute("text", NSAttributeType::String).toMany("links", "Note", {}).build());
+    Ref<NSError> error;
+    if (!coordinator->addPersistentStoreWithType(NSInMemoryStoreType, {}, {}, {}, error)) throw ErrorException(error);
+    auto const context = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue);
+    context->setPersistentStoreCoordinator(coordinator);
+    double seconds = 0;
+    context->performBlockAndWait([&] {
+        for (std::size_t at = 0; at < n; ++at) context->insertNewObject("Note")->setValueForKey(std::to_string(at), "text");
+        saveOrThrow(*context);
+        seconds = median(101, [&] {
+            context->insertNewObject("Note")->setValueForKey("one", "text");
+            return secondsOf([&] { saveOrThrow(*context); });
+        });
+    });
+    return seconds;
+}
+
+struct DirtyRow {
+    char const* id;
+    char const* what;
+    double target;
+    char const* predicate; // null: none
+    char const* sortedBy;  // null: counted; "": fetched
+    char const* unsaved;   // of what entity there is one object
+};
+
+constexpr DirtyRow dirtyRows[] = {
+    {"U10", "fetch by key path, one unrelated object is unsaved", 2, "author.name == 'author'", "", "Tag"},
+    {"U11", "count by key path, the same", 2, "author.name == 'author'", nullptr, "Tag"},
+    {"U12", "20 sorted by author.name, the same", 1.5, nullptr, "author.name", "Tag"},
+    {"U13", "count of all, one of them is unsaved", 2, nullptr, nullptr, "Book"},
+};
+
+double secondsOfRequest(NSManagedObjectContext& context, DirtyRow const& row) {
+    auto const request = make<NSFetchRequest>("Book");
+    if (row.predicate) request->setPredicate(NSPredicate::predicateWithFormat(row.predicate));
+    if (row.sortedBy && *row.sortedBy) {
+        request->setSortDescriptors({NSSortDescriptor::sortDescriptorWithKey(row.sortedBy)});
+        request->setFetchLimit(20);
+    }
+    Ref<NSError> error;
+    return median(31, [&] {
+        return secondsOf([&] { row.sortedBy ? context.executeFetchRequest(*request, error).size() : static_cast<std::size_t>(context.countForFetchRequest(*request, error)); });
+    });
+}
+
+double slowdownByUnsaved(Stack& stack, DirtyRow const& row) {
+    auto const clean = stack.makeWorker(), dirty = stack.makeWorker();
+    double seconds = 0, slowed = 0;
+    clean->performBlockAndWait([&] { seconds = secondsOfRequest(*clean, row); });
+    dirty->performBlockAndWait([&] {
+        dirty->insertNewObject(row.unsaved);
+        slowed = secondsOfRequest(*dirty, row);
+    });
+    return slowed / seconds;
+}
+
+} // namespace
+
+void measureUnsavedGrowth(std::string const& folder, FunctionRef<bool(std::string const& id, std::string const& what)> wants,
+                          FunctionRef<void(std::string const& row, double figure, double target)> add) {
+    int files = 0;
+    auto const newFile = [&] { return (std::filesystem::path(folder) / fmt::format("unsaved{}.db", ++files)).string(); };
+    auto const ratio = [&](char const* id, char const* what, double target, FunctionRef<double(std::size_t)> seconds, std::size_t n) {
+        if (!wants(id, what)) return;
+        auto const one = median(3, [&] { return seconds(n); }), four = median(3, [&] { return seconds(4 * n); });
+        add(fmt::format("{} {}: 4 n / n", id, what), four / one, target);
+    };
+    for (auto const& row : growthRows)
+        ratio(row.id, row.what, row.target, [&](std::size_t n) {
+            Stack stack(newFile(), Synchronous::Normal);
+            return row.seconds(stack, n);
+        }, row.n);
+    ratio("U9", "a save of one in memory among n", constant, saveInMemory, 250);
+
+    auto const wanted = [&](DirtyRow const& row) { return wants(row.id, row.what); };
+    if (std::ranges::none_of(dirtyRows, wanted)) return;
+    Stack stack(newFile(), Synchronous::Normal);
+    auto const worker = stack.makeWorker();
+    auto const library = Library::generate(200'000);
+    worker->performBlockAndWait([&] { LibraryInserter(*worker, library, LibraryInserter::Start::Empty).insertBooks(library.books); });
+    stack.saveToDisk(*worker);
+    for (auto const& row : dirtyRows)
+        if (wanted(row)) add(fmt::format("{} {}: dirty / clean", row.id, row.what), slowdownByUnsaved(stack, row), row.target);
+}
+
+} // namespace Tessarin::benchmarks
