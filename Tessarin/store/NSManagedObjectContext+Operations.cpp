@@ -126,6 +126,17 @@ void NSManagedObjectContextOperations::saveAndWait(SaveOptions options) {
     context.performBlock([&context, options = std::move(options)] { saveHere(context, options); });
 }
 
+void NSManagedObjectContextOperations::saveToDisk(SaveToDiskOptions options) {
+    auto& context = home();
+    auto const save = [&context](SaveToDiskOptions const& how) {
+        Ref<NSError> error;
+        context.saveThrough(error);
+        if (how.completion) how.completion(error);
+    };
+    if (options.wait) return context.performBlockAndWait([&] { save(options); });
+    context.performBlock([save, options = std::move(options)] { save(options); });
+}
+
 void NSManagedObjectContextOperations::refreshAllFaults() {
     auto faults = home().registeredObjects();
     std::erase_if(faults, [](auto const& object) { return !object->isFault(); });

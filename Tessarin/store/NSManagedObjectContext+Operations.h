@@ -35,7 +35,12 @@ struct SaveOptions {
     Closure<void(Ref<NSError>)> completion = {};
 };
 
-/// What the store adds to every context. All but `saveAndWait` run on the calling thread, which must be the context's queue.
+struct SaveToDiskOptions {
+    bool wait = true;
+    Closure<void(Ref<NSError>)> completion = {};
+};
+
+/// What the store adds to every context. All but `saveAndWait` and `saveToDisk` run on the calling thread, which must be the context's queue.
 class TESSARIN_API NSManagedObjectContextOperations {
     friend class NSManagedObjectContext; // only NSManagedObjectContext can carry this room
     NSManagedObjectContextOperations() = default;
@@ -64,6 +69,10 @@ public:
     /// ancestor's failure is silent, keeps its changes, and the next save of any level tries them again.
     /// A failed save prints one line.
     void saveAndWait(SaveOptions options = {});
+    /// Saves on the context's own queue, then every ancestor, nearest first, and tells what became of it: the completion runs on
+    /// the context's queue, with null when the changes are on the disk, else with the first error, of whatever level, also the
+    /// store's reason to refuse them for good. It ends at the first level that fails. With `wait` it returns after that.
+    void saveToDisk(SaveToDiskOptions options = {});
     /// Refreshes the registered objects that are faults; objects with loaded values are left as they are.
     void refreshAllFaults();
 

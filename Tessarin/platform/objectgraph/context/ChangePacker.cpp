@@ -27,6 +27,14 @@ Ref<ChangeSet const> ChangePacker::pack() {
     return changes.empty() ? nullptr : std::make_shared<ChangeSet const>(context_.coordinator->space(), std::move(changes));
 }
 
+Ref<ChangeSet const> ChangePacker::pack(UniqueConstraints const& constraints) {
+    std::vector<RecordChange> changes;
+    for (auto const& object : context_.changed)
+        if (!constraints.of(object->entity()).empty()) changes.push_back(packedChange(*object));
+    blocks_.close();
+    return changes.empty() ? nullptr : std::make_shared<ChangeSet const>(context_.coordinator->space(), std::move(changes));
+}
+
 RecordChange ChangePacker::packedChange(NSManagedObject& object) {
     auto const& state = GraphAccess::state(object);
     RecordChange change;

@@ -12,6 +12,8 @@ public:
 
     /// Null when nothing differs from what was read.
     Ref<ChangeSet const> pack();
+    /// Only the objects that constraints bind.
+    Ref<ChangeSet const> pack(UniqueConstraints const& constraints);
     /// The rows that the last `pack` gave the changed objects, in their order.
     std::vector<RowRef> const& rows() const noexcept { return rows_; }
     /// The key that a record has now, for one that it may have had before it was given its permanent one.

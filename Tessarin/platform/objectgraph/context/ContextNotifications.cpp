@@ -13,6 +13,18 @@ Ref<NSNotificationChannel> const& changeChannel() {
     return channel;
 }
 
+Dictionary objectsOf(NSManagedObjectContext& context, ChangeSets const& sets) {
+    using Kind = RecordChange::Kind;
+    ValueSet inserted, updated, deleted;
+    for (auto const& set : sets)
+        for (auto const& change : set->changes()) {
+            Value const object{objectWithKey(GraphAccess::state(context), *change.entity, change.key)};
+            auto& kind = change.kind == Kind::Insert ? inserted : change.kind == Kind::Update ? updated : deleted;
+            kind.insert(object);
+        }
+    return {{NSInsertedObjectsKey, std::move(inserted)}, {NSUpdatedObjectsKey, std::move(updated)}, {NSDeletedObjectsKey, std::move(deleted)}};
+}
+
 } // namespace
 
 void ContextNotification::init(Text name, Ref<NSManagedObjectContext> context) { NSNotification::init(std::move(name), std::move(context), {}); }
@@ -29,16 +41,18 @@ void ContextDidSaveNotification::init(Ref<NSManagedObjectContext> context, Chang
     sets_ = std::move(sets);
 }
 
-Dictionary ContextDidSaveNotification::makeUserInfo(NSManagedObjectContext& context) const {
-    using Kind = RecordChange::Kind;
-    ValueSet inserted, updated, deleted;
-    for (auto const& set : sets_)
-        for (auto const& change : set->changes()) {
-            Value const object{objectWithKey(GraphAccess::state(context), *change.entity, change.key)};
-            auto& kind = change.kind == Kind::Insert ? inserted : change.kind == Kind::Update ? updated : deleted;
-            kind.insert(object);
-        }
-    return {{NSInsertedObjectsKey, std::move(inserted)}, {NSUpdatedObjectsKey, std::move(updated)}, {NSDeletedObjectsKey, std::move(deleted)}};
+Dictionary ContextDidSaveNotification::makeUserInfo(NSManagedObjectContext& context) const { return objectsOf(context, sets_); }
+
+void ContextRefusalNotification::init(Ref<NSManagedObjectContext> context, ChangeSets sets, Ref<NSError> reason) {
+    ContextNotification::init(NSManagedObjectContextDidRefuseChangesNotification, std::move(context));
+    sets_ = std::move(sets);
+    reason_ = std::move(reason);
+}
+
+Dictionary ContextRefusalNotification::makeUserInfo(NSManagedObjectContext& context) const {
+    auto info = objectsOf(context, sets_);
+    info.set(NSRefusalErrorKey, Value(reason_));
+    return info;
 }
 
 void postDidSave(NSManagedObjectContext& context, ChangeSets sets) {
@@ -90,6 +104,11 @@ void noteNews(ContextState& context, NSManagedObject& object, ContextNews::Kind 
         GraphAccess::state(*living).news.isScheduled = false;
         living->processPendingChanges();
     });
+}
+
+void postDidRefuse(NSManagedObjectContext& context, ChangeSets sets, Ref<NSError> reason) {
+    auto const notification = make<ContextRefusalNotification>(context.self<NSManagedObjectContext>(), std::move(sets), std::move(reason));
+    NSNotificationCenter::defaultCenter()->postNotification(notification);
 }
 
 void postDidChange(NSManagedObjectContext& context) {

@@ -49,7 +49,21 @@ private:
     ContextNews::Entries entries_;
 };
 
+/// Carries why a store refused what is in the sets.
+class ContextRefusalNotification : public ContextNotification {
+protected:
+    ContextRefusalNotification() = default;
+    using ContextNotification::init;
+    virtual void init(Ref<NSManagedObjectContext> context, ChangeSets sets, Ref<NSError> reason);
+    Dictionary makeUserInfo(NSManagedObjectContext& context) const override;
+
+private:
+    ChangeSets sets_;
+    Ref<NSError> reason_;
+};
+
 void postDidSave(NSManagedObjectContext& context, ChangeSets sets);
+void postDidRefuse(NSManagedObjectContext& context, ChangeSets sets, Ref<NSError> reason);
 /// Announces the news, if there are any.
 void postDidChange(NSManagedObjectContext& context);
 

@@ -4,6 +4,7 @@
 #include "Tessarin/platform/objectgraph/context/EntityRulesPrivate.h"
 #include "Tessarin/platform/objectgraph/context/NSManagedObjectContext.h"
 #include "Tessarin/platform/objectgraph/context/PublishedChangesPrivate.h"
+#include "Tessarin/platform/objectgraph/context/RefusedChangesPrivate.h"
 #include "Tessarin/platform/objectgraph/context/ValuesInMemoryPrivate.h"
 #include "Tessarin/platform/runtime/Cell.h"
 
@@ -24,6 +25,7 @@ public:
     ContextNews news;
     bool hasUnannouncedChanges = false;        // since the last did-change notification
     PublishedChanges published;                // what children handed up, not yet handed on; any thread
+    RefusedChanges refused;                    // of a root context
     std::atomic<int> children{0};              // contexts whose parent this is; any thread
     bool isShowingUnsaved = false;             // had a child when it last processed its changes
     bool showsOldKeys = false;                 // what is shown to children has temporary keys that are permanent now

@@ -44,6 +44,10 @@ void runBlock(NSManagedObjectContext& context, ContextState& state, FunctionRef<
     context.processPendingChanges();
 }
 
+Ref<NSError> noCoordinator() {
+    return storeError(StoreErrorCode::ContextWithoutStore, "This context has neither a parent nor a coordinator.");
+}
+
 std::vector<Ref<NSManagedObject>> changedWhere(ContextState const& context, FunctionRef<bool(NSManagedObject const&)> fits) {
     std::vector<Ref<NSManagedObject>> result;
     for (auto const& object : context.changed)
@@ -164,8 +168,19 @@ std::vector<Ref<NSManagedObject>> NSManagedObjectContext::deletedObjects() const
 bool NSManagedObjectContext::hasChanges() const { return !state_->changed.empty() || !state_->published.empty(); }
 
 bool NSManagedObjectContext::save(Ref<NSError>& error) {
-    error = state_->link ? SaveOperation(*this, *state_).run()
-                         : storeError(StoreErrorCode::ContextWithoutStore, "This context has neither a parent nor a coordinator.");
+    error = state_->link ? SaveOperation(*this, *state_).run() : noCoordinator();
+    return !error;
+}
+
+bool NSManagedObjectContext::saveThrough(Ref<NSError>& error) {
+    auto root = self<NSManagedObjectContext>();
+    while (root->parentContext()) root = root->parentContext();
+    auto const seen = root->state_->refused.count();
+    ChangeSets handed;
+    error = state_->link ? SaveOperation(*this, *state_).run(&handed) : noCoordinator();
+    for (auto ancestor = parentContext(); ancestor && !error; ancestor = ancestor->parentContext())
+        ancestor->performBlockAndWait([&] { ancestor->save(error); });
+    if (!error) root->performBlockAndWait([&] { error = root->state_->refused.reasonFor(handed, seen); });
     return !error;
 }
 
@@ -218,7 +233,16 @@ void NSManagedObjectContext::rollback() {
     }
     if (state_->link) state_->link->forgetAliases();
     state_->published.setUnsaved(nullptr);
+    dropRefused(*state_);
 }
+
+std::vector<Ref<NSError>> NSManagedObjectContext::refusalReasons() const {
+    std::vector<Ref<NSError>> reasons;
+    for (auto const& refusal : state_->refused.all()) reasons.push_back(refusal.reason);
+    return reasons;
+}
+
+void NSManagedObjectContext::dropRefusedChanges() { dropRefused(*state_); }
 
 void NSManagedObjectContext::reset() {
     rollback();

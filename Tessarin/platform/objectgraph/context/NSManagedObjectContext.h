@@ -37,6 +37,11 @@ inline constexpr char const* NSManagedObjectContextDidSaveNotification = "NSMana
 /// that were read again, by `refreshObject`, a merge or a correction, under "refreshed"; and of those that `reset` let go under
 /// "invalidated". What was inserted and deleted in between is left out. Nothing is gathered while nobody observes that name.
 inline constexpr char const* NSManagedObjectContextObjectsDidChangeNotification = "NSObjectsChangedInManagingContextNotification";
+/// Posted by a root context, on its queue, when the store refuses for good what a context below had handed up: values that must
+/// be unique and that somebody else has taken meanwhile, a record beyond the file's limit. Same userInfo, with the context's
+/// objects, and the reason under "error". See `dropRefusedChanges`.
+inline constexpr char const* NSManagedObjectContextDidRefuseChangesNotification = "NSManagingContextDidRefuseChangesNotification";
+inline constexpr char const* NSRefusalErrorKey = "error";
 inline constexpr char const* NSInsertedObjectsKey = "inserted";
 inline constexpr char const* NSUpdatedObjectsKey = "updated";
 inline constexpr char const* NSDeletedObjectsKey = "deleted";
@@ -121,12 +126,23 @@ public:
 
     /// False with an error, and every change kept, when something is not valid or the store cannot take it.
     bool save(Ref<NSError>& error);
+    /// The same, then saves the ancestors, nearest first, each on its own queue, and returns when the changes are on the disk; it
+    /// waits for that. False with the first error: of this context, of an ancestor, or with the store's reason to refuse what
+    /// this context handed up.
+    bool saveThrough(Ref<NSError>& error);
+    /// Why the store refuses what contexts below had handed up to this root context, an error for each save, oldest first. Such
+    /// changes are kept apart: everybody else's are saved without them, those that need them join them, and the contexts below
+    /// go on showing them.
+    std::vector<Ref<NSError>> refusalReasons() const;
+    /// Gives the refused changes up: the objects of all contexts show what the store has. `rollback` does it, too.
+    void dropRefusedChanges();
     /// Reads the record again. With `mergeChanges` the unsaved values stay; without, they are dropped, what they were linked with
     /// follows, and the object is a fault. Nothing for an object that was never saved. One without unsaved changes whose record
     /// is gone becomes a deleted one, and has no context any more.
     void refreshObject(NSManagedObject& object, bool mergeChanges);
     void refreshAllObjects();
-    /// Drops this context's own unsaved changes. What children handed up stays: to them it is saved.
+    /// Drops this context's own unsaved changes, and those that the store has refused for good. What else children handed up
+    /// stays: to them it is saved.
     void rollback();
     /// The same, and forgets every object: those still held have no context any more.
     void reset();

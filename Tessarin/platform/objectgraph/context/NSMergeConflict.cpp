@@ -14,6 +14,20 @@ void NSMergeConflict::init(Ref<NSManagedObject> source, Ref<RowSpace> space, Row
     cached_ = space_->cache().find(conflict_.key);
 }
 
+void NSMergeConflict::init(Ref<NSManagedObject> source, Ref<RowSpace> space, RowConflict conflict, UniqueConstraint const& constraint,
+                           Ref<NSManagedObject> existing) {
+    init(std::move(source), std::move(space), std::move(conflict));
+    constraint_ = &constraint;
+    existing_ = std::move(existing);
+}
+
+std::vector<std::string> NSMergeConflict::uniqueProperties() const {
+    std::vector<std::string> names;
+    if (constraint_)
+        for (auto const* property : constraint_->properties) names.push_back(property->name());
+    return names;
+}
+
 std::optional<Dictionary> NSMergeConflict::snapshotOf(RowRef const& row) const {
     if (!row) return {};
     auto& identities = GraphAccess::state(*source_).link()->coordinator().identities();
@@ -35,8 +49,36 @@ std::optional<Dictionary> NSMergeConflict::persistedSnapshot() const { return sn
 
 void NSMergeConflict::resolve(NSMergePolicyType type) {
     if (type == NSMergePolicyType::Error) return;
-    conflict_.final = resolvedRow(conflict_, type);
+    if (constraint_) {
+        auto final = resolvedUnique(type);
+        if (!final) return;
+        conflict_.final = std::move(final);
+    } else
+        conflict_.final = resolvedRow(conflict_, type);
     isResolved_ = true;
+}
+
+/// Of a new object: what the record becomes that had the values already. Of a changed one: what it is itself then; none where
+/// neither record can give way.
+RowRef NSMergeConflict::resolvedUnique(NSMergePolicyType type) const {
+    auto const& [entity, key, base, wanted, stored, final] = conflict_;
+    bool const storeWins = type == NSMergePolicyType::MergeByPropertyStoreTrump || type == NSMergePolicyType::Rollback;
+    RowBuilder builder;
+    if (!source_->isInserted()) {
+        if (!storeWins) return {};
+        builder.begin(*wanted, wanted->version());
+        for (auto const* property : constraint_->properties) builder.setCell(static_cast<std::size_t>(base->layout().cellOf(property->index())), *base);
+        return builder.finish();
+    }
+    builder.begin(*stored, stored->version());
+    for (std::size_t cell = 0; cell < stored->layout().cells().size(); ++cell) {
+        bool const isSet = !wanted->cellEquals(cell, *base) && wanted->isPresent(cell);
+        bool const isLacking = !stored->isPresent(cell) && wanted->isPresent(cell);
+        if (type == NSMergePolicyType::Overwrite || (type == NSMergePolicyType::MergeByPropertyObjectTrump && isSet) ||
+            (type == NSMergePolicyType::MergeByPropertyStoreTrump && isLacking))
+            builder.setCell(cell, *wanted);
+    }
+    return builder.finish();
 }
 
 void NSMergeConflict::setResolvedValue(Value const& value, std::string_view attribute) {
@@ -53,6 +95,11 @@ void NSMergeConflict::setResolvedValue(Value const& value, std::string_view attr
 
 std::string NSMergeConflict::description() const {
     auto const& [entity, key, base, wanted, stored, final] = conflict_;
+    if (constraint_) {
+        std::string names;
+        for (auto const& name : uniqueProperties()) names += (names.empty() ? "" : ", ") + name;
+        return entity->name() + "/p" + std::to_string(stored->key()) + " (the same " + names + ")";
+    }
     std::string changed = !wanted ? "deleted here" : !stored ? "deleted there" : "";
     if (wanted && stored)
         for (std::size_t cell = 0; cell < base->layout().cells().size(); ++cell)

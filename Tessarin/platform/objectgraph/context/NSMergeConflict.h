@@ -4,12 +4,14 @@
 #include "Tessarin/platform/runtime/NSObject.h"
 #include <optional>
 #include <string_view>
+#include <vector>
 
 namespace Tessarin {
 
 class NSManagedObject;
 
-/// A record that a save changes or deletes although somebody else saved it since it was read. Snapshots hold attributes as
+/// A record that a save changes or deletes although somebody else saved it since it was read; or an object with values that must
+/// be unique and that another record has already, see `uniqueProperties`. Snapshots hold attributes as
 /// values and to-ones as object identifiers, by name. The snapshots and numbers may be read on any thread.
 class TESSARIN_API NSMergeConflict : public NSObject {
 public:
@@ -25,8 +27,17 @@ public:
     /// 0 when the record was deleted.
     std::uint64_t newVersionNumber() const noexcept { return conflict_.stored ? conflict_.stored->version() : 0; }
 
+    /// The properties that must be unique together and that both have the same values of; empty for a record that was changed
+    /// on both sides. The persisted snapshot is then that of the other record, the object snapshot what a new object begins
+    /// with, or what the changed one was made on.
+    std::vector<std::string> uniqueProperties() const;
+    /// The other record, as an object of the context that saves; null when `uniqueProperties` is empty.
+    Ref<NSManagedObject> const& existingObject() const noexcept { return existing_; }
+
     // For NSMergePolicy::resolveConflicts:
-    /// Decides it as that type does; not for `Error`, which decides nothing. The last call counts.
+    /// Decides it as that type does; not for `Error`, which decides nothing. The last call counts. Of two records that have
+    /// both been saved neither goes: where an object was changed to values that another has, only the types that let theirs
+    /// win decide, and the object keeps its old ones.
     void resolve(NSMergePolicyType type);
     /// After `resolve`: another value for an attribute. Nothing when the record will be deleted; fatal for a name that is no
     /// stored attribute, and for a value of a wrong kind.
@@ -39,15 +50,22 @@ protected:
     NSMergeConflict() = default;
     using NSObject::init;
     virtual void init(Ref<NSManagedObject> source, Ref<RowSpace> space, RowConflict conflict);
+    virtual void init(Ref<NSManagedObject> source, Ref<RowSpace> space, RowConflict conflict, UniqueConstraint const& constraint,
+                      Ref<NSManagedObject> existing);
 
 private:
+    friend class NSMergePolicy;
     friend class SaveOperation;
+    friend class UniqueValuesLook;
+    RowRef resolvedUnique(NSMergePolicyType type) const;
     std::optional<Dictionary> snapshotOf(RowRef const& row) const;
 
     Ref<NSManagedObject> source_; // constant after init, as what follows up to cached_
     Ref<RowSpace> space_;
     RowRef cached_;
     RowConflict conflict_;
+    UniqueConstraint const* constraint_ = nullptr; // constant after init, as the next
+    Ref<NSManagedObject> existing_;
     bool isResolved_ = false;
 };
 

@@ -5,10 +5,12 @@
 namespace Tessarin {
 namespace {
 
-Ref<NSError> errorOf(std::vector<Ref<NSMergeConflict>> const& conflicts) {
+Ref<NSError> errorOf(std::vector<Ref<NSMergeConflict>> const& conflicts, UniqueConstraint const* constraint) {
+    Dictionary const list{{NSConflictListKey, Value(List(conflicts.begin(), conflicts.end()))}};
+    if (constraint) return constraint->violation(list);
     std::string text = "Changed elsewhere since it was read:";
     for (auto const& conflict : conflicts) text += (conflict == conflicts.front() ? " " : "; ") + conflict->description();
-    return storeError(StoreErrorCode::MergeConflict, text, {{NSConflictListKey, Value(List(conflicts.begin(), conflicts.end()))}});
+    return storeError(StoreErrorCode::MergeConflict, text, list);
 }
 
 /// Made on first use, never destroyed: contexts may outlive everything else.
@@ -22,7 +24,7 @@ template <NSMergePolicyType type> Ref<NSMergePolicy> const& shared() {
 bool NSMergePolicy::resolveConflicts(std::vector<Ref<NSMergeConflict>> const& conflicts, Ref<NSError>& error) {
     if (conflicts.empty()) return true;
     if (mergeType_ == NSMergePolicyType::Error) {
-        error = errorOf(conflicts);
+        error = errorOf(conflicts, conflicts.front()->constraint_);
         return false;
     }
     for (auto const& conflict : conflicts) conflict->resolve(mergeType_);

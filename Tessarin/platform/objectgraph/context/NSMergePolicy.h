@@ -25,9 +25,23 @@ inline constexpr auto NSRollbackMergePolicyType = NSMergePolicyType::Rollback;
 /// | Rollback | every property theirs | stays deleted | their record stays |
 ///
 /// A record that is inserted again has its properties and what this save added to its to-many relationships. To-many
-/// relationships are no conflict: what each side added and removed counts. Uniqueness constraints fail a save under every
-/// type. What an application did not set it gets as Error. After a save that failed so, nothing has changed: set another
+/// relationships are no conflict: what each side added and removed counts. What an application did not set it gets as Error. After a save that failed so, nothing has changed: set another
 /// policy, or refresh the objects (which then win over what they were refreshed with), and save again.
+///
+/// The same policy decides about a new object with values that must be unique and that another record has, where the object is
+/// saved: a record in the store, one that was saved one level up, or an older unsaved object of the same context.
+///
+/// | type | a new object with the values of an existing record |
+/// |---|---|
+/// | Error | the save fails, with 133021 |
+/// | MergeByPropertyStoreTrump | the existing record stays, and takes only what it lacks |
+/// | MergeByPropertyObjectTrump | the existing record takes the values that were set |
+/// | Overwrite | the existing record takes every value |
+/// | Rollback | the existing record stays as it is |
+///
+/// Where the existing record stays, the new object is deleted in its context, its links go to the record, and who led to it
+/// leads to the record. An object that was changed to the values of another keeps its old ones under StoreTrump and Rollback;
+/// under the other types the save fails, with 133021, because neither of two saved records can take the other's place.
 ///
 /// A subclass decides itself, per conflict, and leaves the rest to its base:
 ///

@@ -52,11 +52,11 @@ bool PublishedChanges::receive(ChangeSets const& sets, std::uint64_t seen) {
 /// What is read is folded outside the lock, on what stands there then; should something change meanwhile, once more.
 bool PublishedChanges::append(ChangeSets const& sets, FunctionRef<bool()> accept) {
     for (;;) {
-        auto const [before, state] = forReading();
-        auto next = std::make_shared<ChangeSets>(*before);
+        auto const before = forReading();
+        auto next = std::make_shared<ChangeSets>(*before.sets);
         for (auto const& set : sets) addFolded(*next, set);
         std::lock_guard const hold(mutex_);
-        if (state_ != state) continue;
+        if (state_ != before.state) continue;
         if (!accept()) return false;
         if (!sets.empty()) ++arrivals_;
         ++state_;
@@ -102,12 +102,13 @@ bool PublishedChanges::empty() const {
 
 PublishedChanges::Reading PublishedChanges::forReading() const {
     std::lock_guard const hold(mutex_);
-    return {read_, state_};
+    return {read_, aside_, state_};
 }
 
 ChangeSets PublishedChanges::forChildren() const {
     std::lock_guard const hold(mutex_);
-    auto sets = *read_;
+    auto sets = *aside_;
+    sets.insert(sets.end(), read_->begin(), read_->end());
     if (unsaved_) sets.push_back(unsaved_);
     return sets;
 }
@@ -122,12 +123,16 @@ void PublishedChanges::setUnsaved(Ref<ChangeSet const> unsaved) {
     std::swap(unsaved_, unsaved);
 }
 
-void PublishedChanges::stage(Ref<ChangeSet const> const& own) {
+ChangeSets PublishedChanges::stage(Ref<ChangeSet const> const& own) {
     Ref<ChangeSet const> before; // released after the lock
+    ChangeSets staged;
     append(own ? ChangeSets{own} : ChangeSets{}, [&] {
         before = std::exchange(unsaved_, nullptr);
+        staged = sets_;
         return true;
     });
+    if (own) staged.push_back(own);
+    return staged;
 }
 
 void PublishedChanges::unstage(Ref<ChangeSet const> const& own) {
@@ -141,24 +146,46 @@ std::vector<PublishedChanges::Arrival> PublishedChanges::takeUnapplied() {
     return std::exchange(unapplied_, {});
 }
 
+/// What is read is folded again outside the lock; should something change meanwhile, once more.
+void PublishedChanges::exchange(FunctionRef<void(ChangeSets& sets, ChangeSets& aside)> change) {
+    for (;;) {
+        std::unique_lock hold(mutex_);
+        auto const state = state_;
+        auto sets = sets_, aside = *aside_;
+        hold.unlock();
+        change(sets, aside);
+        auto read = std::make_shared<ChangeSets>();
+        for (auto const& set : sets) addFolded(*read, set);
+        std::shared_ptr<ChangeSets const> released[] = {read, std::make_shared<ChangeSets>(std::move(aside))}; // after the lock
+        hold.lock();
+        if (state_ != state) continue;
+        ++state_;
+        std::swap(sets_, sets);
+        std::swap(read_, released[0]);
+        std::swap(aside_, released[1]);
+        hold.unlock();
+        return;
+    }
+}
+
 void PublishedChanges::remove(ChangeSets const& sets) {
     if (sets.empty()) return;
     std::unordered_set<ChangeSet const*> leaving;
     for (auto const& set : sets) leaving.insert(set.get());
-    for (;;) {
-        auto const state = forReading().state;
-        auto left = current();
-        std::erase_if(left, [&](auto const& set) { return leaving.contains(set.get()); });
-        auto read = std::make_shared<ChangeSets>();
-        for (auto const& set : left) addFolded(*read, set);
-        std::shared_ptr<ChangeSets const> before; // released after the lock, as is what `left` holds then
-        std::lock_guard const hold(mutex_);
-        if (state_ != state) continue;
-        ++state_;
-        std::swap(sets_, left);
-        before = std::exchange(read_, std::move(read));
-        return;
-    }
+    exchange([&](ChangeSets& all, ChangeSets&) { std::erase_if(all, [&](auto const& set) { return leaving.contains(set.get()); }); });
+}
+
+void PublishedChanges::setAside(ChangeSets const& sets) {
+    exchange([&](ChangeSets& all, ChangeSets& aside) {
+        for (auto const& set : sets) {
+            std::erase(all, set);
+            aside.push_back(set);
+        }
+    });
+}
+
+void PublishedChanges::dropAside() {
+    exchange([](ChangeSets&, ChangeSets& aside) { aside.clear(); });
 }
 
 } // namespace Tessarin

@@ -26,16 +26,17 @@ public:
     /// The same for readers, folded to a few sets.
     struct Reading {
         std::shared_ptr<ChangeSets const> sets;
-        std::uint64_t state; // another one as soon as sets come or go
+        std::shared_ptr<ChangeSets const> aside; // see `setAside`
+        std::uint64_t state = 0;                 // another one as soon as sets come or go
     };
     Reading forReading() const;
-    /// The same with the unsaved changes: what children see.
+    /// The same with the unsaved changes and those set aside: what children see.
     ChangeSets forChildren() const;
     /// The context's own changes; null for none.
     Ref<ChangeSet const> unsaved() const;
     void setUnsaved(Ref<ChangeSet const> unsaved);
-    /// A save begins: the own changes, with permanent keys now, become one of the sets.
-    void stage(Ref<ChangeSet const> const& own);
+    /// A save begins: the own changes, with permanent keys now, become the last of the sets, which are the result.
+    ChangeSets stage(Ref<ChangeSet const> const& own);
     /// The save failed: they are unsaved again.
     void unstage(Ref<ChangeSet const> const& own);
     struct Arrival {
@@ -49,13 +50,18 @@ public:
     std::vector<Ref<NSManagedObjectContext>> readers() const;
     /// Handed on (to the parent, or to the file): they leave, in whatever order others have come meanwhile.
     void remove(ChangeSets const& sets);
+    /// Sets that are never handed on: they leave the others, and readers keep seeing them until they are dropped.
+    void setAside(ChangeSets const& sets);
+    void dropAside();
 
 private:
     bool append(ChangeSets const& sets, FunctionRef<bool()> accept);
+    void exchange(FunctionRef<void(ChangeSets& sets, ChangeSets& aside)> change);
 
     mutable std::mutex mutex_;
     ChangeSets sets_;                                                         // guarded by mutex_, like what follows
-    std::shared_ptr<ChangeSets const> read_ = std::make_shared<ChangeSets>(); // the same, folded
+    std::shared_ptr<ChangeSets const> aside_ = std::make_shared<ChangeSets>();
+    std::shared_ptr<ChangeSets const> read_ = std::make_shared<ChangeSets>(); // `sets_`, folded
     std::uint64_t state_ = 0;
     std::uint64_t arrivals_ = 0;
     std::vector<Arrival> unapplied_;

@@ -32,11 +32,14 @@ RowRef rowAfter(RecordChange const& change, RowRef const& current) {
 
 RecordReader::RecordReader(ContextState& context, Sees sees) : coordinator_(context.coordinator), store_(coordinator_ ? coordinator_->store() : nullptr) {
     std::vector<ChangeSets> levels;
-    levels.push_back(*context.published.forReading().sets); // its own unsaved changes are in its objects
-    for (auto* at = context.parent.get(); at; at = at->parentContext().get()) {
-        auto const& published = GraphAccess::state(*at).published;
-        levels.push_back(sees == Sees::Unsaved ? published.forChildren() : *published.forReading().sets);
-    }
+    auto const add = [&](PublishedChanges const& published, bool withUnsaved) {
+        if (withUnsaved) return levels.push_back(published.forChildren());
+        auto const reading = published.forReading();
+        auto& sets = levels.emplace_back(sees == Sees::Accepted ? ChangeSets() : *reading.aside);
+        sets.insert(sets.end(), reading.sets->begin(), reading.sets->end());
+    };
+    add(context.published, false); // its own unsaved changes are in its objects
+    for (auto* at = context.parent.get(); at; at = at->parentContext().get()) add(GraphAccess::state(*at).published, sees == Sees::Unsaved);
     for (auto level = levels.rbegin(); level != levels.rend(); ++level)
         for (auto const& set : *level)
             if (std::ranges::find(sets_, set) == sets_.end()) sets_.push_back(set);

@@ -16,9 +16,9 @@ using MembersByOwner = std::unordered_map<RecordKey, std::vector<RecordKey>>;
 /// A store that cannot be read now throws ErrorException: nothing is taken for missing because of a passing failure.
 class RecordReader {
 public:
-    enum class Sees { Unsaved, Saved };
+    enum class Sees { Unsaved, Saved, Accepted };
     explicit RecordReader(ContextState& context) : RecordReader(context, Sees::Unsaved) {}
-    /// `Saved`: without the unsaved changes of ancestors.
+    /// `Saved`: without the unsaved changes of ancestors. `Accepted`: also without those that the store has refused.
     RecordReader(ContextState& context, Sees sees);
 
     /// The change sets above and at this context, oldest first.

@@ -26,6 +26,8 @@ Ref<NSError> denialOf(NSManagedObject& object);
 /// Whoever a changed or deleted object was linked with, or no longer is, shows what was before its changes.
 void undoLinks(ContextState& context, NSManagedObject& object);
 
+/// Whether an object's texts and data are more than a store can hold in one record; null when they are not.
+Ref<NSError> sizeProblem(NSManagedObject& object);
 /// What is wrong with saving a value in an attribute of an entity, and null when it is fine.
 Ref<NSError> valueProblem(NSEntityDescription const& entity, NSAttributeDescription const& attribute, Value const& value);
 

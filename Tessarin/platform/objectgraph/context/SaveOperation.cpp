@@ -5,11 +5,10 @@
 #include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
 #include "Tessarin/platform/objectgraph/context/RecordReaderPrivate.h"
 #include "Tessarin/platform/objectgraph/context/RelationshipsPrivate.h"
+#include "Tessarin/platform/objectgraph/context/UniqueValuesLookPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/StoreErrors.h"
 
 #include <algorithm>
-#include <ranges>
-#include <unordered_map>
 
 namespace Tessarin {
 namespace {
@@ -30,22 +29,37 @@ Ref<NSError> combined(std::vector<Ref<NSError>> errors) {
 
 } // namespace
 
-Ref<NSError> SaveOperation::run() try {
+Ref<NSError> SaveOperation::run(ChangeSets* handed) try {
     owner_.processPendingChanges();
     for (std::size_t at = 0; at < context_.changed.size(); ++at) Ref<NSManagedObject>(context_.changed[at])->willSave(); // which may change more
     if (auto error = validate()) return error;
+    do {
+        if (auto error = prepare()) return error;
+        sets_ = context_.published.stage(own_);
+        auto const error = deliver();
+        if (!error && !mustLookAgain_) break;
+        context_.published.unstage(own_);
+        if (error) return error;
+    } while (std::exchange(mustLookAgain_, false));
+    if (handed) *handed = sets_;
+    settle();
+    return ownRefusal_;
+} catch (ErrorException const& failure) { // what had to be read for it could not be
+    if (own_ && !sets_.empty() && sets_.back() == own_) context_.published.unstage(own_);
+    return failure.error();
+}
+
+/// Until others arrive nothing is in the way of what is packed then.
+Ref<NSError> SaveOperation::prepare() {
+    lookedHere_ = context_.published.arrivals();
+    lookedAbove_ = context_.parent ? GraphAccess::state(*context_.parent).published.arrivals() : 0;
+    bool hasUnited = false;
+    if (auto error = UniqueValuesLook(owner_, context_).settle(hasUnited)) return error;
+    if (hasUnited)
+        if (auto error = validate()) return error;
     if (auto error = givePermanentKeys()) return error;
     own_ = packer_.pack();
-    context_.published.stage(own_);
-    sets_ = context_.published.current();
-    if (auto error = deliver()) {
-        context_.published.unstage(own_);
-        return error;
-    }
-    settle();
     return nullptr;
-} catch (ErrorException const& failure) { // what had to be read for it could not be
-    return failure.error();
 }
 
 Ref<NSError> SaveOperation::validate() {
@@ -54,6 +68,7 @@ Ref<NSError> SaveOperation::validate() {
     for (std::size_t at = 0; at < context_.changed.size(); ++at) {
         auto const object = context_.changed[at];
         auto error = object->isDeleted() ? denialOf(*object) : object->validateForSave();
+        if (!error && !object->isDeleted()) error = sizeProblem(*object);
         if (error) errors.push_back(std::move(error));
         if (errors.size() == mostErrors) break;
     }
@@ -135,75 +150,30 @@ Ref<NSError> SaveOperation::promoteReferences() {
     return error;
 }
 
-Ref<NSError> SaveOperation::deliver() {
-    if (context_.parent) return handUp(*context_.parent);
-    auto* store = context_.coordinator ? context_.coordinator->store() : nullptr;
-    if (!store) return storeError(StoreErrorCode::ContextWithoutStore, "There is no store to save to.");
-    if (auto error = store->save(sets_, [this](std::span<RowConflict> conflicts) { return decide(conflicts); }, outcome_)) return error;
-    handed_ = outcome_.sets.empty() ? sets_ : outcome_.sets;
-    return nullptr;
-}
-
-/// What siblings saved is read from the sets that they published; should more come meanwhile, it is looked at again.
-Ref<NSError> SaveOperation::handUp(NSManagedObjectContext& parent) {
-    auto& state = GraphAccess::state(parent);
-    for (;;) {
-        auto const seen = state.published.arrivals();
-        handed_ = rebased(sets_, state.published.unsaved());
-        outcome_ = {};
-        if (!fitsAbove(state)) {
-            RecordReader const above(state, RecordReader::Sees::Saved);
-            auto const stored = [&](NSEntityDescription const& entity, RecordKey key) { return above.row(entity, key); };
-            try {
-                if (auto error = reconcile(handed_, stored, [this](std::span<RowConflict> conflicts) { return decide(conflicts); }, outcome_)) return error;
-            } catch (ErrorException const& failure) { // it cannot be read now
-                return failure.error();
-            }
-            if (!outcome_.sets.empty()) handed_ = outcome_.sets;
-        }
-        if (handed_.empty() || state.published.receive(handed_, seen)) return nullptr;
-    }
-}
-
-/// Whether every change was made on what the level above has: on a set before it, or on the row that was saved last.
-bool SaveOperation::fitsAbove(ContextState& parent) const {
-    RecordReader const above(parent, RecordReader::Sees::Saved);
-    auto const& cache = context_.coordinator->space()->cache();
-    std::unordered_map<RecordKey, RecordChange const*> handed; // the latest so far
-    auto const latest = [&](RecordChange const& change) -> RecordChange const* {
-        if (auto const found = handed.find(change.key); found != handed.end()) return found->second;
-        for (auto const& set : std::views::reverse(above.sets()))
-            if (auto const* found = set->find(*change.entity, change.key)) return found;
-        return nullptr;
-    };
-    for (auto const& set : handed_) {
-        for (auto const& change : set->changes()) {
-            if (!change.before || change.before == change.after || change.before->key() < 0) continue;
-            auto const* basis = latest(change);
-            if ((basis ? basis->after : cache.find(change.key)) != change.before) return false;
-        }
-        if (set == handed_.back()) break;
-        for (auto const& change : set->changes()) handed[change.key] = &change;
-    }
-    return true;
-}
-
-/// Asks the policy. The rows of records that only children changed are known to objects here, too: as faults at least.
-Ref<NSError> SaveOperation::decide(std::span<RowConflict> conflicts) {
-    std::vector<Ref<NSMergeConflict>> list;
-    for (auto const& each : conflicts)
-        list.push_back(make<NSMergeConflict>(objectWithKey(context_, *each.entity, each.key), context_.coordinator->space(), each));
-    auto const policy = owner_.mergePolicy();
-    Ref<NSError> error;
-    bool const isDecided = policy->resolveConflicts(list, error) && std::ranges::all_of(list, [](auto const& each) { return each->isResolved_; });
-    if (!isDecided && !error) NSErrorMergePolicy()->resolveConflicts(list, error);
-    if (!isDecided) return error;
-    for (std::size_t at = 0; at < conflicts.size(); ++at) conflicts[at].final = list[at]->conflict_.final;
-    return nullptr;
-}
-
 void SaveOperation::settle() {
     if (!outcome_.corrected.empty()) corrections_ = std::make_shared<ChangeSet const>(context_.coordinator->space(), std::move(outcome_.corrected));
+    if (!ownRefusal_) settleObjects();
+    setAside();
+    // Only now may the sets leave here: above, or in the file, they can be read already.
+    if (ownRefusal_) context_.published.unstage(own_);
+    context_.published.remove(sets_);
+    if (corrections_) {
+        mergeCorrections(context_, corrections_);
+        handed_.push_back(corrections_);
+    }
+    for (auto const& [set, reason] : refusals_) postDidRefuse(owner_, {set}, reason);
+    if (!ownRefusal_ || !handed_.empty()) postDidSave(owner_, std::move(handed_));
+}
+
+void SaveOperation::setAside() {
+    if (refusals_.empty()) return;
+    context_.refused.add(refusals_);
+    ChangeSets sets;
+    for (auto const& each : refusals_) sets.push_back(each.set);
+    context_.published.setAside(sets);
+}
+
+void SaveOperation::settleObjects() {
     auto const changed = std::exchange(context_.changed, {});
     bool const isAsPacked = !own_ || handed_.back() == own_;
     for (std::size_t at = 0; at < changed.size(); ++at) {
@@ -220,13 +190,6 @@ void SaveOperation::settle() {
         settle(object, change ? change->after : nullptr);
     }
     context_.link->forgetAliases();
-    // Only now may the sets leave here: above, or in the file, they can be read already.
-    context_.published.remove(sets_);
-    if (corrections_) {
-        mergeCorrections(context_, corrections_);
-        handed_.push_back(corrections_);
-    }
-    postDidSave(owner_, std::move(handed_));
 }
 
 /// A deletion that was given up, or an object whose record is gone; its relationships are read again.

@@ -9,20 +9,26 @@ class SaveOperation {
 public:
     SaveOperation(NSManagedObjectContext& owner, ContextState& context) : owner_(owner), context_(context) {}
 
-    /// Null when everything was handed on.
-    Ref<NSError> run();
+    /// Null when everything was handed on; `handed`, if present, is then what.
+    Ref<NSError> run(ChangeSets* handed = nullptr);
 
 private:
+    Ref<NSError> prepare();
     Ref<NSError> validate();
+    bool isStillFree(std::uint64_t arrivals, std::uint64_t& looked);
     Ref<NSError> givePermanentKeys();
     Ref<NSError> promotePublished();
     Ref<NSError> promoteReferences();
     Ref<NSError> promoteFresh(std::span<NSManagedObject* const> fresh);
     Ref<NSError> deliver();
+    Ref<NSError> write(NSPersistentStore& store);
+    void takeApart(std::vector<RefusedSet> const& found);
     Ref<NSError> handUp(NSManagedObjectContext& parent);
     bool fitsAbove(ContextState& parent) const;
     Ref<NSError> decide(std::span<RowConflict> conflicts);
     void settle();
+    void setAside();
+    void settleObjects();
     void settle(NSManagedObject& object, RowRef const& row);
     void correct(NSManagedObject& object, RecordChange const& correction);
 
@@ -30,8 +36,12 @@ private:
     ContextState& context_;
     ChangePacker packer_{context_};
     ChangeSets sets_;          // what is handed on: what children handed up, then the own changes
+    std::vector<RefusedChanges::Refusal> refusals_; // of those, what a store will never take
+    Ref<NSError> ownRefusal_;  // the same of the own changes, which stay unsaved then
     ChangeSets handed_;        // the same as it was taken
     Ref<ChangeSet const> own_; // null when there are none
+    std::uint64_t lookedHere_ = 0, lookedAbove_ = 0; // arrivals at the look for unique values, at this context and its parent
+    bool mustLookAgain_ = false; // somebody who came later is in the way
     SaveOutcome outcome_;
     Ref<ChangeSet const> corrections_; // null when there are none
 };

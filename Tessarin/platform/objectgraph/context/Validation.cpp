@@ -47,6 +47,34 @@ Ref<NSError> valueProblem(NSEntityDescription const& entity, NSAttributeDescript
     return attribute.validate(value);
 }
 
+Ref<NSError> sizeProblem(NSManagedObject& object) {
+    // SQLite's limit for a value and for a record, less what the record itself takes.
+    static constexpr std::size_t mostBytes = 1'000'000'000, bytesPerCell = 16, header = 64;
+    auto const& state = GraphAccess::state(object);
+    if (!state.extras) return nullptr;
+    std::size_t changed = 0, largest = 0;
+    NSPropertyDescription const* culprit = nullptr;
+    for (auto const& [property, value] : state.extras->values) {
+        auto const kind = value.kind();
+        auto const bytes = kind == Value::Kind::Text ? value.text().size() : kind == Value::Kind::Data ? value.bytes().size() : 0;
+        changed += bytes;
+        if (bytes <= largest) continue;
+        largest = bytes;
+        culprit = object.entity().properties()[property];
+    }
+    if (!culprit) return nullptr;
+    auto total = changed + header + bytesPerCell * state.layout->cells().size();
+    auto const mayAdd = state.row ? state.row.block().capacity : 0;
+    if (total + mayAdd <= mostBytes) return nullptr;
+    for (std::size_t cell = 0; state.row && cell < state.layout->cells().size(); ++cell)
+        if (isHeapCell(state.layout->cells()[cell].type) && !state.extras->value(state.layout->cells()[cell].property->index()))
+            total += state.row->text(cell).size();
+    if (total <= mostBytes) return nullptr;
+    return storeError(StoreErrorCode::ValueTooBig, object.entity().name() + "." + culprit->name() + " is too big: with it the record has " +
+                                                       std::to_string(total) + " bytes, and a store holds " + std::to_string(mostBytes) + ".",
+                      {{"NSValidationErrorKey", culprit->name()}});
+}
+
 Ref<NSError> NSManagedObject::validateForSave() {
     auto* context = state_.link()->contextState();
     if (!context) return nullptr;

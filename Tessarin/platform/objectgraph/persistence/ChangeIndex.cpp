@@ -37,4 +37,19 @@ std::optional<std::vector<std::uint32_t>> ChangeIndex::find(std::span<RecordChan
     return found;
 }
 
+std::span<std::uint32_t const> ChangeIndex::find(std::span<RecordChange const> changes, UniqueConstraint const& constraint,
+                                                 std::string const& values) const {
+    Holders const* holders = nullptr;
+    {
+        std::lock_guard const hold(mutex_);
+        auto [place, isNew] = unique_.try_emplace(&constraint);
+        for (std::uint32_t at = 0; isNew && at < changes.size(); ++at)
+            if (auto const& [entity, row] = std::tie(changes[at].entity, changes[at].after); row && entity->isKindOf(constraint.entity))
+                if (auto taken = constraint.valuesOf(*row)) place->second[std::move(*taken)].push_back(at);
+        holders = &place->second;
+    }
+    auto const found = holders->find(values);
+    return found == holders->end() ? std::span<std::uint32_t const>() : found->second;
+}
+
 } // namespace Tessarin

@@ -6,6 +6,8 @@
 #include <mutex>
 #include <optional>
 #include <span>
+#include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace Tessarin {
@@ -13,6 +15,7 @@ namespace Tessarin {
 class NSAttributeDescription;
 class Row;
 struct RecordChange;
+struct UniqueConstraint;
 
 /// Finds changes by the value of an attribute after them: look-ups beside a save of many records would otherwise look at every
 /// one of those. Sorted by an attribute on the first question about it. Any thread.
@@ -23,7 +26,11 @@ public:
     std::optional<std::vector<std::uint32_t>> find(std::span<RecordChange const> changes, NSAttributeDescription const& attribute,
                                                    Value const& value) const;
 
+    /// The same for the values of a constraint, and exactly those.
+    std::span<std::uint32_t const> find(std::span<RecordChange const> changes, UniqueConstraint const& constraint, std::string const& values) const;
+
 private:
+    using Holders = std::unordered_map<std::string, std::vector<std::uint32_t>>;
     struct Entry {
         std::uint64_t hash;
         std::uint32_t at;
@@ -34,6 +41,7 @@ private:
 
     mutable std::mutex mutex_;
     mutable std::map<NSAttributeDescription const*, Entries> entries_; // guarded by mutex_; what stands there stays
+    mutable std::map<UniqueConstraint const*, Holders> unique_;           // likewise
 };
 
 } // namespace Tessarin

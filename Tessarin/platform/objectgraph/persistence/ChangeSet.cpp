@@ -58,6 +58,14 @@ std::optional<std::vector<RecordKey>> ChangeSet::keysWith(NSEntityDescription co
     return keys;
 }
 
+std::vector<RecordKey> ChangeSet::keysWith(UniqueConstraint const& constraint, std::string const& values) const {
+    auto const changes = changesOf(*constraint.entity->rootEntity());
+    std::vector<RecordKey> keys;
+    if (changes.empty()) return keys;
+    for (auto const at : index_.find(changes, constraint, values)) keys.push_back(changes[at].key);
+    return keys;
+}
+
 RecordChange const* ChangeSet::find(NSEntityDescription const& entity, RecordKey key) const noexcept {
     auto const changes = changesOf(*entity.rootEntity());
     auto const found = std::ranges::lower_bound(changes, key, {}, &RecordChange::key);

@@ -52,6 +52,9 @@ public:
     std::optional<std::vector<RecordKey>> keysWith(NSEntityDescription const& rootEntity, NSAttributeDescription const& attribute,
                                                    Value const& value) const;
 
+    /// The records that have these values of a constraint after the change.
+    std::vector<RecordKey> keysWith(UniqueConstraint const& constraint, std::string const& values) const;
+
 private:
     Ref<RowSpace> space_;
     std::vector<RecordChange> changes_;

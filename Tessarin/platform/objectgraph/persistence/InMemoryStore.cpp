@@ -2,9 +2,9 @@
 
 #include "Tessarin/platform/foundation/NSUUID.h"
 #include "Tessarin/platform/objectgraph/model/NSManagedObjectModel.h"
-#include "Tessarin/platform/objectgraph/persistence/RelationshipStorage.h"
+#include "Tessarin/platform/objectgraph/persistence/InMemoryLinksPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/RowBuilder.h"
-#include "Tessarin/platform/objectgraph/persistence/StoreErrors.h"
+#include "Tessarin/platform/objectgraph/persistence/UniqueValuesPrivate.h"
 
 #include <algorithm>
 #include <set>
@@ -18,30 +18,10 @@ bool belongsTo(Row const& row, StoreQuery const& query) {
     return &row.entity() == query.entity || (query.includesSubentities && row.entity().isKindOf(query.entity));
 }
 
-/// The values that must be unique together; absent when one of them is.
-std::optional<List> valuesOf(Row const& row, std::span<NSPropertyDescription const* const> properties) {
-    List values;
-    for (auto const* property : properties) {
-        auto const cell = row.layout().cellOf(property->index());
-        if (cell == RowLayout::noCell || !row.isPresent(static_cast<std::size_t>(cell))) return {};
-        auto const value = row.value(static_cast<std::size_t>(cell));
-        values.push_back(property->asAttribute() ? value : Value(row.reference(static_cast<std::size_t>(cell))));
-    }
-    return values;
-}
-
-NSRelationshipDescription const* manySideOf(RowLayout::Cell const& cell) {
-    auto const* relationship = cell.property->asRelationship();
-    if (!relationship || !relationship->isReciprocal() || !relationship->inverseRelationship()->isToMany()) return nullptr;
-    return relationship->inverseRelationship();
-}
-
-NSRelationshipDescription const* otherSideOf(NSRelationshipDescription const& relationship) {
-    return relationship.isReciprocal() && relationship.inverseRelationship() != &relationship ? relationship.inverseRelationship()
-                                                                                              : nullptr;
-}
-
 } // namespace
+
+InMemoryStore::InMemoryStore() = default;
+InMemoryStore::~InMemoryStore() = default;
 
 Ref<InMemoryStore> InMemoryStore::open(NSURL const& url, Ref<RowSpace> space) {
     return make<InMemoryStore>(url, std::move(space));
@@ -50,6 +30,8 @@ Ref<InMemoryStore> InMemoryStore::open(NSURL const& url, Ref<RowSpace> space) {
 void InMemoryStore::init(NSURL url, Ref<RowSpace> space) {
     url_ = std::move(url);
     space_ = std::move(space);
+    links_ = std::make_unique<InMemoryLinks>(space_->model());
+    unique_ = std::make_unique<UniqueValues>(space_->constraints());
     identifier_ = NSUUID::UUID().UUIDString();
     Dictionary hashes;
     for (auto const& [name, hash] : space_->model().entityVersionHashesByName()) hashes.set(name, hash);
@@ -87,10 +69,18 @@ Ref<NSError> InMemoryStore::save(std::span<Ref<ChangeSet const> const> sets, Con
     }
     for (auto const& set : sets) {
         for (auto const& change : set->changes()) apply(change);
-        for (auto const& change : set->changes()) applyLinks(change);
+        for (auto const& change : set->changes())
+            if (row(*change.entity, change.key)) links_->apply(change);
     }
     cutDangling(sets, outcome);
     return nullptr;
+}
+
+Ref<NSError> InMemoryStore::findRefused(std::span<Ref<ChangeSet const> const> sets, ConflictResolver, std::vector<RefusedSet>& refused) {
+    std::lock_guard const hold(mutex_);
+    auto const stored = [&](NSEntityDescription const& entity, RecordKey key) { return row(entity, key); };
+    UniqueTrial trial(*unique_, stored);
+    return findRefusedSets(sets, [&](Ref<ChangeSet const> const& set) { return trial.add(*set); }, refused);
 }
 
 RowRef InMemoryStore::row(NSEntityDescription const& entity, RecordKey key) const {
@@ -100,35 +90,11 @@ RowRef InMemoryStore::row(NSEntityDescription const& entity, RecordKey key) cons
     return found == records->second.end() ? RowRef() : found->second;
 }
 
-/// What the records would be, looked at before anything is changed.
 Ref<NSError> InMemoryStore::conflictIn(std::span<Ref<ChangeSet const> const> sets) const {
-    for (auto const& entity : space_->model().entities())
-        for (auto const& constraint : entity->uniquenessConstraints()) {
-            Records future;
-            if (auto const found = records_.find(entity->rootEntity()); found != records_.end()) future = found->second;
-            bool isTouched = false;
-            for (auto const& set : sets)
-                for (auto const& change : set->changesOf(*entity->rootEntity())) {
-                    if (!change.changesRow()) continue;
-                    isTouched = true;
-                    if (change.kind == Kind::Delete)
-                        future.erase(change.key);
-                    else
-                        future[change.key] = change.after;
-                }
-            if (!isTouched) continue;
-            std::unordered_map<Value, RecordKey> holders;
-            for (auto const& [key, row] : future) {
-                if (!row->entity().isKindOf(entity.get())) continue;
-                auto values = valuesOf(*row, constraint);
-                if (!values || holders.emplace(std::move(*values), key).second) continue;
-                List names;
-                for (auto const* property : constraint) names.push_back(property->name());
-                return storeError(StoreErrorCode::ConstraintConflict,
-                                  entity->name() + ": another record has the same " + Value(names).description(),
-                                  {{"entity", entity->name()}, {"attributes", Value(std::move(names))}});
-            }
-        }
+    auto const stored = [&](NSEntityDescription const& entity, RecordKey key) { return row(entity, key); };
+    UniqueTrial trial(*unique_, stored);
+    for (auto const& set : sets)
+        if (auto error = trial.add(*set)) return error;
     return nullptr;
 }
 
@@ -142,14 +108,8 @@ void InMemoryStore::apply(RecordChange const& change) {
 
 void InMemoryStore::replace(Records& records, RecordKey key, RowRef row) {
     auto& kept = records[key];
-    auto const cells = row->layout().cells();
-    for (std::size_t cell = 0; cell < cells.size(); ++cell) {
-        auto const* many = manySideOf(cells[cell]);
-        auto const before = kept ? kept->reference(cell) : 0;
-        if (!many || before == row->reference(cell)) continue;
-        if (before != 0) std::erase(links_[many][before], key);
-        if (row->isPresent(cell)) links_[many][row->reference(cell)].push_back(key);
-    }
+    links_->exchange(key, kept.get(), row.get());
+    unique_->exchange(key, kept.get(), row.get());
     space_->cache().add(row);
     kept = std::move(row);
 }
@@ -157,42 +117,11 @@ void InMemoryStore::replace(Records& records, RecordKey key, RowRef row) {
 void InMemoryStore::remove(RecordChange const& change) {
     auto& records = records_[change.entity->rootEntity()];
     if (auto const found = records.find(change.key); found != records.end()) {
-        auto const& row = *found->second;
-        for (std::size_t cell = 0; cell < row.layout().cells().size(); ++cell)
-            if (auto const* many = manySideOf(row.layout().cells()[cell]); many && row.isPresent(cell))
-                std::erase(links_[many][row.reference(cell)], change.key);
+        links_->exchange(change.key, found->second.get(), nullptr);
+        unique_->exchange(change.key, found->second.get(), nullptr);
         records.erase(found);
     }
     space_->cache().remove(change.key);
-}
-
-void InMemoryStore::applyLinks(RecordChange const& change) {
-    if (change.kind == Kind::Delete || !records_[change.entity->rootEntity()].contains(change.key)) return;
-    auto const add = [&](NSRelationshipDescription const* relationship, RecordKey owner, RecordKey member) {
-        auto& members = links_[relationship][owner];
-        if (std::ranges::find(members, member) == members.end()) members.push_back(member);
-    };
-    for (auto const& changed : change.relationships) {
-        auto const& relationship = *changed.relationship;
-        if (relationship.isTransient()) continue;
-        if (!isKeptInInverse(relationship) && writesItsLinks(relationship)) {
-            auto const* other = otherSideOf(relationship);
-            for (auto const member : changed.removed) {
-                std::erase(links_[&relationship][change.key], member);
-                if (other) std::erase(links_[other][member], change.key);
-            }
-            for (auto const member : changed.added) {
-                add(&relationship, change.key, member);
-                if (other) add(other, member, change.key);
-            }
-        }
-        if (!changed.order || !relationship.isOrdered()) continue;
-        auto& members = links_[&relationship][change.key];
-        std::unordered_map<RecordKey, std::size_t> places;
-        for (auto const member : *changed.order) places.emplace(member, places.size());
-        auto const place = [&](RecordKey member) { return places.contains(member) ? places[member] : places.size(); };
-        std::ranges::stable_sort(members, {}, place);
-    }
 }
 
 /// No link leads to a record that does not exist: neither to one that was deleted, nor from what was just written.
@@ -212,34 +141,27 @@ void InMemoryStore::cutDangling(std::span<Ref<ChangeSet const> const> sets, Save
                 if (auto const* relationship = cells[cell].property->asRelationship())
                     look(*relationship->destinationEntity(), change.after->reference(cell));
         }
-    if (missing.empty()) return;
-    auto const isMissing = [&](NSEntityDescription const& entity, RecordKey key) {
-        auto const found = missing.find(entity.rootEntity());
-        return found != missing.end() && found->second.contains(key);
-    };
+    std::map<RecordKey, std::vector<NSRelationshipDescription const*>> cuts; // by record: the to-ones that lead nowhere
+    for (auto const& [root, keys] : missing)
+        for (auto const key : keys)
+            links_->forget(*root, key, [&](RecordKey owner, NSRelationshipDescription const& toOne) { cuts[owner].push_back(&toOne); });
     RowBuilder builder;
-    for (auto& [root, records] : records_)
-        for (auto const& [key, current] : records) {
-            auto const kept = current; // which `replace` exchanges
-            auto const cells = kept->layout().cells();
-            bool isCut = false;
-            for (std::size_t cell = 0; cell < cells.size(); ++cell) {
-                auto const* relationship = cells[cell].property->asRelationship();
-                if (!relationship || !isMissing(*relationship->destinationEntity(), kept->reference(cell))) continue;
-                if (!std::exchange(isCut, true)) builder.begin(*kept, kept->version() + 1);
-                builder.setAbsent(cell);
-            }
-            if (!isCut) continue;
-            auto made = builder.finish();
-            replace(records, key, made);
-            std::erase_if(outcome.corrected, [&, cut = key](RecordChange const& change) { return change.key == cut; });
-            outcome.corrected.push_back({.kind = Kind::Update, .key = key, .entity = &made->entity(), .before = {}, .after = made, .relationships = {}});
-        }
-    for (auto& [relationship, links] : links_) {
-        std::erase_if(links, [&](auto const& entry) { return isMissing(*relationship->entity(), entry.first); });
-        for (auto& [owner, members] : links)
-            std::erase_if(members, [&](RecordKey key) { return isMissing(*relationship->destinationEntity(), key); });
+    for (auto const& [key, relationships] : cuts) {
+        auto& records = records_[relationships.front()->entity()->rootEntity()];
+        auto const kept = records.at(key); // which `replace` exchanges
+        builder.begin(*kept, kept->version() + 1);
+        for (auto const* relationship : relationships) builder.setAbsent(static_cast<std::size_t>(kept->layout().cellOf(relationship->index())));
+        auto made = builder.finish();
+        replace(records, key, made);
+        std::erase_if(outcome.corrected, [&, cut = key](RecordChange const& change) { return change.key == cut; });
+        outcome.corrected.push_back({.kind = Kind::Update, .key = key, .entity = &made->entity(), .before = {}, .after = made, .relationships = {}});
     }
+}
+
+Ref<NSError> InMemoryStore::findHolders(UniqueConstraint const& constraint, std::span<RowRef const> rows, std::vector<RecordKey>& holders) {
+    std::lock_guard const hold(mutex_);
+    for (auto const& row : rows) holders.push_back(unique_->holder(constraint, *constraint.valuesOf(*row)));
+    return nullptr;
 }
 
 Ref<NSError> InMemoryStore::fetch(StoreQuery const& query, StoreAnswer& answer) {
@@ -277,10 +199,8 @@ Ref<NSError> InMemoryStore::members(NSRelationshipDescription const& relationshi
     std::vector<std::pair<RecordKey, RecordKey>> found;
     {
         std::lock_guard const hold(mutex_);
-        auto const& links = links_[&relationship];
         for (auto const owner : owners)
-            if (auto const at = links.find(owner); at != links.end())
-                for (auto const member : at->second) found.emplace_back(owner, member);
+            for (auto const member : links_->members(relationship, owner)) found.emplace_back(owner, member);
     }
     for (auto const& [owner, member] : found) each(owner, member);
     return nullptr;

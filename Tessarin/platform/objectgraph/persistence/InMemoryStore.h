@@ -1,15 +1,20 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/persistence/NSPersistentStore.h"
 #include <map>
+#include <memory>
 #include <mutex>
 #include <unordered_map>
 
 namespace Tessarin {
 
+class InMemoryLinks;
+class UniqueValues;
+
 /// A store without a file: it holds what was saved for as long as it lives. Predicates and order are the asker's. Any thread.
 class TESSARIN_API InMemoryStore : public NSPersistentStore {
 public:
     static Ref<InMemoryStore> open(NSURL const& url, Ref<RowSpace> space);
+    ~InMemoryStore() override;
 
     std::string const& type() const override;
     NSURL url() const override { return *url_; }
@@ -17,8 +22,10 @@ public:
     void setMetadata(Dictionary metadata) override;
     std::string identifier() const override { return identifier_; }
     Ref<NSError> save(std::span<Ref<ChangeSet const> const> sets, ConflictResolver resolve, SaveOutcome& outcome) override;
+    Ref<NSError> findRefused(std::span<Ref<ChangeSet const> const> sets, ConflictResolver resolve, std::vector<RefusedSet>& refused) override;
     Ref<NSError> updateInBatch(BatchTarget const& target, std::span<BatchAssignment const> assignments, BatchOutcome& outcome) override;
     Ref<NSError> deleteInBatch(std::span<BatchTarget const> targets, BatchOutcome& outcome) override;
+    Ref<NSError> findHolders(UniqueConstraint const& constraint, std::span<RowRef const> rows, std::vector<RecordKey>& holders) override;
     Ref<NSError> fetch(StoreQuery const& query, StoreAnswer& answer) override;
     Ref<NSError> count(StoreQuery const& query, std::size_t& count, bool& complete) override;
     Ref<NSError> rows(NSEntityDescription const& rootEntity, std::span<RecordKey const> keys,
@@ -28,19 +35,17 @@ public:
     RecordKey reserveKeys(std::size_t count, Ref<NSError>& error) override;
 
 protected:
-    InMemoryStore() = default;
+    InMemoryStore();
     using NSPersistentStore::init;
     virtual void init(NSURL url, Ref<RowSpace> space);
 
 private:
     using Records = std::map<RecordKey, RowRef>;
-    using Links = std::unordered_map<RecordKey, std::vector<RecordKey>>;
     Ref<NSError> conflictIn(std::span<Ref<ChangeSet const> const> sets) const;
     RowRef row(NSEntityDescription const& entity, RecordKey key) const;
     void apply(RecordChange const& change);
     void replace(Records& records, RecordKey key, RowRef row);
     void remove(RecordChange const& change);
-    void applyLinks(RecordChange const& change);
     void meant(BatchTarget const& target, BatchOutcome& outcome, std::vector<RowRef>& rows) const;
     Ref<NSError> change(std::vector<RecordChange> changes, BatchOutcome& outcome);
     void cutDangling(std::span<Ref<ChangeSet const> const> sets, SaveOutcome& outcome);
@@ -53,7 +58,8 @@ private:
     Dictionary metadata_;
     RecordKey next_ = 1;
     std::unordered_map<NSEntityDescription const*, Records> records_; // by root entity
-    std::unordered_map<NSRelationshipDescription const*, Links> links_;
+    std::unique_ptr<InMemoryLinks> links_;
+    std::unique_ptr<UniqueValues> unique_;
 };
 
 } // namespace Tessarin

@@ -2,6 +2,7 @@
 #include "Tessarin/Export.h"
 #include "Tessarin/platform/foundation/NSError.h"
 #include "Tessarin/platform/foundation/NSURL.h"
+#include "Tessarin/platform/objectgraph/persistence/RefusedSets.h"
 #include "Tessarin/platform/objectgraph/persistence/RowConflicts.h"
 #include "Tessarin/platform/runtime/FunctionRef.h"
 #include "Tessarin/platform/runtime/NSObject.h"
@@ -49,10 +50,15 @@ public:
     /// that somebody else changed go to `resolve`, while nobody else can write; it may read from the store. No link to a
     /// record that does not exist is left.
     virtual Ref<NSError> save(std::span<Ref<ChangeSet const> const> sets, ConflictResolver resolve, SaveOutcome& outcome) = 0;
+    /// Which of the sets that `save` refused for good (`isRefusedForGood`) stand in the way of the others, found by trying one
+    /// after another; leaves the store as it was. An error: it cannot be found out now.
+    virtual Ref<NSError> findRefused(std::span<Ref<ChangeSet const> const> sets, ConflictResolver resolve, std::vector<RefusedSet>& refused) = 0;
     /// Gives every record that is meant the same new values, or deletes them, all or nothing, without a look at contexts. Raises
     /// versions; leaves no link to a record that does not exist; the rows that changed leave the cache or are exchanged there.
     virtual Ref<NSError> updateInBatch(BatchTarget const& target, std::span<BatchAssignment const> assignments, BatchOutcome& outcome) = 0;
     virtual Ref<NSError> deleteInBatch(std::span<BatchTarget const> targets, BatchOutcome& outcome) = 0;
+    /// For each row the key of a stored record with its values of a constraint, all of which are present; 0 for none. By index.
+    virtual Ref<NSError> findHolders(UniqueConstraint const& constraint, std::span<RowRef const> rows, std::vector<RecordKey>& holders) = 0;
     virtual Ref<NSError> fetch(StoreQuery const& query, StoreAnswer& answer) = 0;
     /// Counts what `fetch` would give; `complete` false: the asker must fetch and count itself.
     virtual Ref<NSError> count(StoreQuery const& query, std::size_t& count, bool& complete) = 0;

@@ -92,7 +92,8 @@ void RowCache::drop(RowBlock& block) noexcept {
         hold.moveTo(shardOf(row->key_)).rows.remove(row->key_, row);
 }
 
-RowSpace::RowSpace(Ref<NSManagedObjectModel> model) : model_(std::move(model)), identities_(std::make_shared<IdentityTable>(model_)) {
+RowSpace::RowSpace(Ref<NSManagedObjectModel> model)
+    : model_(std::move(model)), constraints_(*model_), identities_(std::make_shared<IdentityTable>(model_)) {
     layouts_.reserve(model_->entities().size());
     for (auto const& entity : model_->entities()) layouts_.emplace_back(*this, *entity);
 }

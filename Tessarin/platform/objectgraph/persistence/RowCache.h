@@ -2,6 +2,7 @@
 #include "Tessarin/Export.h"
 #include "Tessarin/platform/objectgraph/persistence/NSManagedObjectID.h"
 #include "Tessarin/platform/objectgraph/persistence/Row.h"
+#include "Tessarin/platform/objectgraph/persistence/UniqueConstraints.h"
 #include "Tessarin/platform/runtime/SpinLock.h"
 #include <array>
 #include <mutex>
@@ -49,9 +50,11 @@ public:
     RowLayout const& layoutOf(NSEntityDescription const& entity) const noexcept { return layouts_[entity.index()]; }
     RowCache& cache() noexcept { return cache_; }
     IdentityTable& identities() const noexcept { return *identities_; }
+    UniqueConstraints const& constraints() const noexcept { return constraints_; }
 
 private:
     Ref<NSManagedObjectModel> model_;
+    UniqueConstraints constraints_;
     std::vector<RowLayout> layouts_; // by entity index
     RowCache cache_;
     Ref<IdentityTable> identities_;

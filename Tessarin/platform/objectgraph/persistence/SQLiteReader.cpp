@@ -1,5 +1,6 @@
 #include "Tessarin/platform/objectgraph/persistence/SQLiteReaderPrivate.h"
 
+#include "Tessarin/platform/objectgraph/persistence/SQLiteRecordWriterPrivate.h"
 #include "Tessarin/platform/objectgraph/query/SQLFunctionsPrivate.h"
 #include "Tessarin/platform/objectgraph/query/SQLTranslationPrivate.h"
 
@@ -113,6 +114,21 @@ void SQLiteReader::rows(NSEntityDescription const& rootEntity, std::span<RecordK
         if (query->step())
             if (auto row = decoder.row(*query)) each(std::move(row));
         query->reset();
+    }
+}
+
+void SQLiteReader::findHolders(UniqueConstraint const& constraint, std::span<RowRef const> rows, std::vector<RecordKey>& holders) {
+    std::string sql;
+    for (auto const* property : constraint.properties)
+        sql += fmt::format("{}{} = ?", sql.empty() ? "" : " AND ", schema_.columnOf(*property));
+    // As the index says it: below the root, a constraint binds that entity's own tree only.
+    if (constraint.entity->superentity()) sql += fmt::format(" AND entity IN ({})", schema_.numbersInTreeOf(*constraint.entity));
+    auto const statement = connection_.use(fmt::format("SELECT id FROM {} WHERE {}", schema_.tableOf(*constraint.entity).name, sql));
+    for (auto const& row : rows) {
+        for (std::size_t at = 0; at < constraint.properties.size(); ++at)
+            bindCell(*statement, static_cast<int>(at) + 1, *row, static_cast<std::size_t>(row->layout().cellOf(constraint.properties[at]->index())));
+        holders.push_back(statement->step() ? statement->integer(0) : 0);
+        statement->reset();
     }
 }
 

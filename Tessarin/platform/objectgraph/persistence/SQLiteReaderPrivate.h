@@ -50,6 +50,7 @@ public:
     void count(StoreQuery const& query, std::size_t& count, bool& complete);
     void rows(NSEntityDescription const& rootEntity, std::span<RecordKey const> keys, FunctionRef<void(RowRef)> each);
     RowRef row(NSEntityDescription const& rootEntity, RecordKey key);
+    void findHolders(UniqueConstraint const& constraint, std::span<RowRef const> rows, std::vector<RecordKey>& holders);
     void members(NSRelationshipDescription const& relationship, std::span<RecordKey const> owners,
                  FunctionRef<void(RecordKey owner, RecordKey member)> each);
 

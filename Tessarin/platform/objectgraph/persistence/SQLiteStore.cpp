@@ -127,6 +127,30 @@ Ref<NSError> SQLiteStore::save(std::span<Ref<ChangeSet const> const> sets, Confl
     return error;
 }
 
+Ref<NSError> SQLiteStore::findRefused(std::span<Ref<ChangeSet const> const> sets, ConflictResolver resolve, std::vector<RefusedSet>& refused) {
+    auto& impl = *impl_;
+    std::lock_guard const hold(impl.writing);
+    auto const tryIn = [&](SQLite::Connection& connection, SQLiteWriter& writer, Ref<ChangeSet const> const& set) {
+        connection.execute("SAVEPOINT one");
+        auto const stored = [&](NSEntityDescription const& entity, RecordKey key) { return writer.stored(entity, key); };
+        SaveOutcome outcome;
+        auto error = caught([&] {
+            if (auto refusal = reconcile({&set, 1}, stored, resolve, outcome)) throw ErrorException(refusal);
+            writer.write(outcome.sets.empty() ? std::span(&set, 1) : std::span<Ref<ChangeSet const> const>(outcome.sets), SQLiteWriter::Conflicts::Settled);
+        });
+        connection.execute(error ? "ROLLBACK TO one; RELEASE one" : "RELEASE one");
+        return error;
+    };
+    auto error = caught([&] {
+        auto& [connection, writer] = impl.writer();
+        SQLite::Transaction const transaction(connection); // never committed
+        impl.requireSameModel(connection);
+        if (auto passing = findRefusedSets(sets, [&](auto const& set) { return tryIn(connection, writer, set); }, refused)) throw ErrorException(passing);
+    });
+    impl.writerSeat.reset();
+    return error;
+}
+
 Ref<NSError> SQLiteStore::Impl::inBatch(BatchOutcome& outcome, FunctionRef<bool(SQLiteWriter&)> change) {
     std::lock_guard const hold(writing);
     outcome = {};
@@ -162,6 +186,10 @@ Ref<NSError> SQLiteStore::Impl::reading(std::string const& table, FunctionRef<vo
             work(*readers->lease());
         } catch (SQLite::Failure const& failure) { throw ErrorException(damage.errorOf(failure, table)); }
     });
+}
+
+Ref<NSError> SQLiteStore::findHolders(UniqueConstraint const& constraint, std::span<RowRef const> rows, std::vector<RecordKey>& holders) {
+    return impl_->reading(impl_->schema.tableOf(*constraint.entity).name, [&](SQLiteReader& reader) { reader.findHolders(constraint, rows, holders); });
 }
 
 Ref<NSError> SQLiteStore::fetch(StoreQuery const& query, StoreAnswer& answer) {

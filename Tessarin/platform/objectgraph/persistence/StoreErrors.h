@@ -23,11 +23,13 @@ enum class StoreErrorCode : std::int64_t {
     MergeConflict = 133020,
     ConstraintConflict = 133021,
     ObjectMissing = 133000,
+    NeedsRefused = 133022,
     UnsupportedAttribute = 134200,
     UnknownEntity = 134210,
     ContextWithoutStore = 134220,
     RelationshipDenied = 1600,
     ValueTooWide = 1660,
+    ValueTooBig = 1661,
     SeveralErrors = 1560,
 };
 

@@ -1,0 +1,54 @@
+#include "Tessarin/platform/objectgraph/context/RefusedChangesPrivate.h"
+
+#include "Tessarin/platform/objectgraph/context/MergingPrivate.h"
+#include "Tessarin/platform/objectgraph/context/RecordReaderPrivate.h"
+
+#include <algorithm>
+#include <unordered_set>
+
+namespace Tessarin {
+
+void RefusedChanges::add(std::vector<Refusal> const& refusals) {
+    for (auto const& refusal : refusals) {
+        auto& entry = log_.emplace_back(Entry{count() + 1, {}, refusal.reason});
+        for (auto const& change : refusal.set->changes()) entry.records.emplace_back(change.entity, change.key);
+        if (log_.size() > mostEntries) log_.pop_front();
+        count_.fetch_add(1, std::memory_order_release);
+        records_.add(*refusal.set);
+        refusals_.push_back(refusal);
+    }
+}
+
+std::vector<RefusedChanges::Refusal> RefusedChanges::take() {
+    records_ = {};
+    return std::exchange(refusals_, {});
+}
+
+Ref<NSError> RefusedChanges::reasonFor(ChangeSets const& sets, std::uint64_t seen) const {
+    for (auto const& [number, records, reason] : log_) {
+        if (number <= seen) continue;
+        for (auto const& [entity, key] : records)
+            if (std::ranges::any_of(sets, [&, kind = entity, at = key](auto const& set) { return set->find(*kind, at); })) return reason;
+    }
+    return nullptr;
+}
+
+void dropRefused(ContextState& context) {
+    auto const refusals = context.refused.take();
+    if (refusals.empty()) return;
+    context.published.dropAside();
+    RecordReader const reader(context);
+    std::vector<RecordChange> now;
+    std::unordered_set<RecordKey> told;
+    for (auto const& refusal : refusals)
+        for (auto const& change : refusal.set->changes()) {
+            if (!told.insert(change.key).second) continue;
+            RecordChange correction{.kind = RecordChange::Kind::Update, .key = change.key, .entity = change.entity};
+            correction.after = reader.row(*change.entity, change.key, true);
+            if (!correction.after) correction.kind = RecordChange::Kind::Delete;
+            now.push_back(std::move(correction));
+        }
+    mergeCorrections(context, std::make_shared<ChangeSet const>(context.coordinator->space(), std::move(now)));
+}
+
+} // namespace Tessarin

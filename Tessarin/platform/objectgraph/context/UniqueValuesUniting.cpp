@@ -1,0 +1,143 @@
+// What becomes of an object whose values must be unique and that another record has.
+#include "Tessarin/platform/objectgraph/context/MergingPrivate.h"
+#include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
+#include "Tessarin/platform/objectgraph/context/RelationshipsPrivate.h"
+#include "Tessarin/platform/objectgraph/context/UniqueValuesLookPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/RowBuilder.h"
+
+#include <algorithm>
+#include <unordered_set>
+
+namespace Tessarin {
+namespace {
+
+/// A row of that layout with what it has in common with another.
+RowRef inLayout(RowLayout const& layout, Row const& row) {
+    RowBuilder builder;
+    builder.begin(layout, row.key(), row.version());
+    for (std::size_t cell = 0; cell < layout.cells().size(); ++cell) {
+        auto const& [property, type] = layout.cells()[cell];
+        auto const& properties = row.entity().properties();
+        if (property->index() >= properties.size() || properties[property->index()] != property) continue;
+        auto const from = static_cast<std::size_t>(row.layout().cellOf(property->index()));
+        if (!row.isPresent(from)) continue;
+        switch (type) {
+        case CellType::Integer:
+        case CellType::Reference: builder.setInteger(cell, row.integer(from)); break;
+        case CellType::Real: builder.setReal(cell, row.real(from)); break;
+        case CellType::Text:
+        case CellType::Bytes: builder.setText(cell, row.text(from)); break;
+        }
+    }
+    return builder.finish();
+}
+
+/// What a new object of the layout's entity begins with.
+RowRef defaultsOf(RowLayout const& layout, RecordKey key) {
+    RowBuilder builder;
+    builder.begin(layout, key, Row::firstVersion);
+    for (std::size_t cell = 0; cell < layout.cells().size(); ++cell)
+        if (auto const* attribute = layout.cells()[cell].property->asAttribute(); attribute && !attribute->defaultValue().isAbsent())
+            builder.setValue(cell, attribute->defaultValue());
+    return builder.finish();
+}
+
+/// Unsaved references of an object, where nobody keeps up the other end.
+void leadElsewhere(NSManagedObject& object, RecordKey from, RecordKey to) {
+    updateKeys(GraphAccess::state(object));
+    auto& extras = GraphAccess::state(object).extras;
+    if (!extras) return;
+    for (auto& [property, value] : extras->values)
+        if (object.entity().properties()[property]->asRelationship() && value.integer() == from) value = to;
+    for (auto& toMany : extras->toMany) {
+        for (auto* keys : {&toMany.added, &toMany.members})
+            if (keys->remove(from)) keys->add(to);
+        bool const isThere = std::ranges::find(toMany.order, to) != toMany.order.end();
+        if (isThere) std::erase(toMany.order, from);
+        std::ranges::replace(toMany.order, from, to);
+    }
+}
+
+} // namespace
+
+Ref<NSError> UniqueValuesLook::decide(std::vector<Clash> const& clashes) {
+    std::unordered_set<RecordKey> giving, asked; // an object has one conflict at a time, and none with an object that has one itself
+    std::vector<Ref<NSMergeConflict>> conflicts;
+    for (auto const& clash : clashes) giving.insert(clash.change->key);
+    for (auto const& clash : clashes)
+        if (!giving.contains(clash.holder->key()) && asked.insert(clash.change->key).second) conflicts.push_back(conflictOf(clash));
+    if (conflicts.empty()) conflicts.push_back(conflictOf(clashes.front()));
+    Ref<NSError> error;
+    bool const isDecided =
+        owner_.mergePolicy()->resolveConflicts(conflicts, error) && std::ranges::all_of(conflicts, [](auto const& each) { return each->isResolved_; });
+    if (!isDecided && !error) NSErrorMergePolicy()->resolveConflicts(conflicts, error);
+    if (!isDecided) return error;
+    for (auto const& conflict : conflicts) apply(*conflict);
+    if (!gone_.empty()) mergeCorrections(context_, std::make_shared<ChangeSet const>(context_.coordinator->space(), std::exchange(gone_, {})));
+    return nullptr;
+}
+
+Ref<NSMergeConflict> UniqueValuesLook::conflictOf(Clash const& clash) {
+    auto const& [change, constraint, holder] = clash;
+    auto const& space = context_.coordinator->space();
+    auto const source = context_.link->find(change->key);
+    auto const existing = objectWithKey(context_, holder->entity(), holder->key());
+    if (change->kind != RecordChange::Kind::Insert) {
+        RowConflict const conflict{change->entity, change->key, change->before, change->after, holder, change->after};
+        return make<NSMergeConflict>(source, space, conflict, *constraint, existing);
+    }
+    auto const& layout = holder->layout();
+    RowConflict const conflict{&holder->entity(), holder->key(), defaultsOf(layout, holder->key()), inLayout(layout, *change->after), holder, holder};
+    return make<NSMergeConflict>(source, space, conflict, *constraint, existing);
+}
+
+void UniqueValuesLook::apply(NSMergeConflict const& decided) {
+    auto const source = decided.sourceObject(), existing = decided.existingObject();
+    auto const& conflict = decided.conflict_;
+    bool const isNew = source->isInserted();
+    auto& target = isNew ? *existing : *source;
+    auto const& before = isNew ? conflict.stored : conflict.wanted;
+    auto const cells = conflict.final->layout().cells();
+    for (std::size_t cell = 0; cell < cells.size(); ++cell) {
+        if (conflict.final->cellEquals(cell, *before)) continue;
+        auto const* relationship = cells[cell].property->asRelationship();
+        auto value = conflict.final->value(cell);
+        if (relationship && conflict.final->isPresent(cell))
+            value = Value(objectWithKey(context_, *relationship->destinationEntity(), conflict.final->reference(cell)));
+        target.setValueForKey(value, cells[cell].property->name());
+    }
+    if (!isNew) return;
+    moveLinks(*source, *existing);
+    forget(*source);
+}
+
+void UniqueValuesLook::moveLinks(NSManagedObject& from, NSManagedObject& to) {
+    for (auto const* relationship : from.entity().relationships()) {
+        if (!relationship->isToMany()) {
+            from.setValueForKey({}, relationship->name());
+            continue;
+        }
+        auto const& properties = to.entity().properties();
+        bool const isShared = relationship->index() < properties.size() && properties[relationship->index()] == relationship;
+        for (auto const& member : GraphAccess::destinations(from, *relationship)) {
+            if (isShared) to.mutableSetValueForKey(relationship->name()).addObject(member);
+            from.mutableSetValueForKey(relationship->name()).removeObject(member);
+        }
+    }
+    for (auto const& object : context_.changed) leadElsewhere(*object, from.recordKey(), to.recordKey());
+}
+
+void UniqueValuesLook::forget(NSManagedObject& object) {
+    auto& state = GraphAccess::state(object);
+    if (state.has(ObjectState::Published) || state.key > 0)
+        gone_.push_back({.kind = RecordChange::Kind::Delete, .key = state.key, .entity = &object.entity(), .before = {}, .after = {}, .relationships = {}});
+    context_.link->remove(object, state.key);
+    state.clear(ObjectState::Inserted);
+    state.clear(ObjectState::Changed);
+    state.set(ObjectState::Deleted);
+    state.set(ObjectState::Gone);
+    context_.hasUnannouncedChanges = true;
+    std::erase_if(context_.changed, [&](auto const& each) { return each.get() == &object; });
+}
+
+} // namespace Tessarin
