@@ -1,6 +1,7 @@
 #include "fuzz/campaigns/Damage.h"
 #include "fuzz/campaigns/Faults.h"
 #include "fuzz/campaigns/Kill.h"
+#include "fuzz/campaigns/Levels.h"
 #include "fuzz/campaigns/Power.h"
 #include "fuzz/campaigns/Predicates.h"
 #include "fuzz/campaigns/Processes.h"
@@ -18,6 +19,7 @@ std::span<Campaign const> allCampaigns() {
         {"predicates", "random formats, asked in memory and of a file", tryPredicates, judgePredicates, 10},
         {"processes", "processes race to make a store; eight of them use one", tryProcesses},
         {"schedule", "three levels of contexts against a sequential model; siblings that raise one record", trySchedule},
+        {"levels", "linked records edited at every level, saves that fail, references let go, against layers of maps", tryLevels, judgeLevels, 40},
     };
     return all;
 }
