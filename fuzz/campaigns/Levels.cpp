@@ -46,7 +46,7 @@ struct Shown {
 };
 using View = std::map<int, Shown>;
 
-void apply(Layer const& layer, View& view) {
+void overlay(Layer const& layer, View& view) {
     for (auto const& [number, change] : layer) {
         if (change.isDeleted) {
             view.erase(number);
@@ -205,7 +205,7 @@ private:
     }
 
     void remove(std::size_t at) {
-        auto const number = chosen(at, [&](int number, Shown const& shown) { return isMine(at, number) && !(shown.isBox && isUsed(number)); });
+        auto const number = chosen(at, [&](int each, Shown const& shown) { return isMine(at, each) && !(shown.isBox && isUsed(each)); });
         if (!number) return;
         bool const isBox = viewOf(at)[*number].isBox;
         on(at, [&](auto& context) { context.deleteObject(*perhapsKept(at, find(context, *number, isBox))); });
@@ -219,7 +219,7 @@ private:
         auto const handedUp = std::exchange(received_[at], {});
         for (auto const* changes : {&handedUp, &layer}) {
             if (at == rootAt)
-                apply(*changes, stored_);
+                overlay(*changes, stored_);
             else
                 fold(*changes, received_[at < mainAt ? mainAt : rootAt]);
         }
@@ -231,7 +231,7 @@ private:
         if (at >= workerCount) return;
         auto const number = chosenItem(at);
         View above = stored_;
-        for (auto const level : {rootAt, mainAt}) apply(received_[level], above);
+        for (auto const level : {rootAt, mainAt}) overlay(received_[level], above);
         if (!number || !above.contains(*number) || layers_[at].contains(*number) || layers_[mainAt].contains(*number) || layers_[rootAt].contains(*number)) return;
         auto const theirs = std::int64_t{1000} + newNumber(at);
         on(at, [&](auto& context) {
@@ -288,8 +288,8 @@ private:
         View view = stored_;
         for (auto level : {rootAt, mainAt, at}) {
             if (level < at) continue; // below it
-            apply(received_[level], view);
-            apply(layers_[level], view);
+            overlay(received_[level], view);
+            overlay(layers_[level], view);
             if (level == at) break;
         }
         return resolved(std::move(view));

@@ -9,6 +9,7 @@
 #include "Tessarin/platform/objectgraph/persistence/StoreErrors.h"
 
 #include <algorithm>
+#include <functional>
 
 namespace Tessarin {
 namespace {
@@ -113,8 +114,12 @@ Ref<NSError> SaveOperation::promoteFresh(std::span<NSManagedObject* const> fresh
 Ref<NSError> SaveOperation::promotePublished() {
     auto* store = context_.coordinator->store();
     if (!store) return storeError(StoreErrorCode::ContextWithoutStore, "There is no store to save to.");
-    for (auto const& object : context_.link->all()) {
-        if (object->recordKey() >= 0 || (object->isInserted() && !GraphAccess::state(*object).has(ObjectState::Published))) continue;
+    auto objects = context_.link->all();
+    std::erase_if(objects, [](auto const& object) {
+        return object->recordKey() >= 0 || (object->isInserted() && !GraphAccess::state(*object).has(ObjectState::Published));
+    });
+    std::ranges::sort(objects, std::ranges::greater(), [](auto const& object) { return object->recordKey(); }); // oldest first
+    for (auto const& object : objects) {
         Ref<NSError> error;
         auto const permanent = context_.coordinator->promotions().permanentKey(object->recordKey(), *store, error);
         if (error) return error;

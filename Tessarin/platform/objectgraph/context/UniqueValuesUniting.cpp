@@ -50,11 +50,13 @@ void leadElsewhere(NSManagedObject& object, RecordKey from, RecordKey to) {
     for (auto& [property, value] : extras->values)
         if (object.entity().properties()[property]->asRelationship() && value.integer() == from) value = to;
     for (auto& toMany : extras->toMany) {
-        for (auto* keys : {&toMany.added, &toMany.members})
-            if (keys->remove(from)) keys->add(to);
-        bool const isThere = std::ranges::find(toMany.order, to) != toMany.order.end();
-        if (isThere) std::erase(toMany.order, from);
-        std::ranges::replace(toMany.order, from, to);
+        for (auto* keys : {&toMany.added, &toMany.members}) {
+            if (!keys->contains(from)) continue;
+            if (keys->contains(to))
+                keys->remove(from);
+            else
+                keys->translate([&](RecordKey key) { return key == from ? to : key; });
+        }
     }
 }
 
@@ -137,7 +139,7 @@ void UniqueValuesLook::forget(NSManagedObject& object) {
     state.set(ObjectState::Deleted);
     state.set(ObjectState::Gone);
     context_.hasUnannouncedChanges = true;
-    std::erase_if(context_.changed, [&](auto const& each) { return each.get() == &object; });
+    context_.changed.remove(object);
 }
 
 } // namespace Tessarin

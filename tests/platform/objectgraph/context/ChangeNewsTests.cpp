@@ -1,11 +1,18 @@
 // What a context tells those who observe its objects.
 #include "Library.h"
-#include "Tessarin/platform/queues/MainQueue.h"
+#include "Tessarin/platform/queues/Dispatch.h"
 
 using namespace Tessarin;
 using namespace Tessarin::tests;
 
 namespace {
+
+/// One turn of the main queue.
+void turn(FunctionRef<void()> work) { dispatch_sync(dispatch_get_main_queue(), work); }
+/// The turns that are due have been.
+void turnsEnd() {
+    turn([] {});
+}
 
 /// "inserted Book, updated Tag", in the order of the keys.
 std::string told(NSNotification const& note) {
@@ -35,18 +42,21 @@ protected:
 } // namespace
 
 TEST_F(ChangeNews, EachAnnouncementSaysWhatHappenedSinceTheLast) {
-    auto const tag = inserted(*main, "Tag", {{"name", "a"}});
-    tag->setValueForKey("b", "name");
-    expect("in the middle of a turn", "");
-    drainMainQueue();
+    Ref<NSManagedObject> tag;
+    turn([&] {
+        tag = inserted(*main, "Tag", {{"name", "a"}});
+        tag->setValueForKey("b", "name");
+        expect("in the middle of a turn", "");
+    });
+    turnsEnd();
     expect("at the end of the turn", "[inserted Tag]");
 
     main->performBlockAndWait([&] { tag->setValueForKey("c", "name"); });
     expect("a block that ran at once", "[updated Tag]");
     main->performBlockAndWait([&] { main->deleteObject(*inserted(*main, "Book", {})); });
     expect("made and deleted in between", "[]");
-    ASSERT_TRUE(saves(*main));
-    drainMainQueue();
+    turn([&] { EXPECT_TRUE(saves(*main)); });
+    turnsEnd();
     expect("a save changes nothing", "");
 
     auto const child = Library::childOf(main);
@@ -58,9 +68,9 @@ TEST_F(ChangeNews, EachAnnouncementSaysWhatHappenedSinceTheLast) {
     main->performBlockAndWait([] {});
     expect("a child's save", "[inserted Book, updated Tag]");
 
-    ASSERT_TRUE(saves(*main));
+    turn([&] { EXPECT_TRUE(saves(*main)); });
     auto const merging = listening(library.root, NSManagedObjectContextDidSaveNotification,
-                                   [this](auto const& note) { main->mergeChangesFromContextDidSaveNotification(*note); });
+                                   [this](auto const& note) { turn([&] { main->mergeChangesFromContextDidSaveNotification(*note); }); });
     library.root->performBlockAndWait([&] {
         library.root->objectWithID(*tag->objectID())->setValueForKey("e", "name");
         inserted(*library.root, "Author", {{"name", "x"}});
@@ -68,7 +78,7 @@ TEST_F(ChangeNews, EachAnnouncementSaysWhatHappenedSinceTheLast) {
     });
     EXPECT_NE(heard.find("inserted Author"), std::string::npos) << heard;
     EXPECT_NE(heard.find("refreshed Tag"), std::string::npos) << heard;
-    EXPECT_EQ(tag->valueForKey("name"), Value("e"));
+    turn([&] { EXPECT_EQ(tag->valueForKey("name"), Value("e")); });
     heard.clear();
 
     main->performBlockAndWait([&] { main->refreshObject(*tag, true); });
@@ -78,7 +88,7 @@ TEST_F(ChangeNews, EachAnnouncementSaysWhatHappenedSinceTheLast) {
     main->performBlockAndWait([&] { main->rollback(); });
     expect("taken back", "[refreshed Tag]");
     listener = nullptr;
-    tag->setValueForKey("f", "name");
-    drainMainQueue();
+    turn([&] { tag->setValueForKey("f", "name"); });
+    turnsEnd();
     expect("nobody listens", "");
 }
