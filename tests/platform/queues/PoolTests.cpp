@@ -3,7 +3,10 @@
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
+#include <csignal>
 #include <mutex>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace Tessarin {
 namespace {
@@ -128,6 +131,75 @@ TEST(Pool, LongQueuesDoNotKeepOthersOut) {
     EXPECT_TRUE(other.wait());
     enough = true;
     EXPECT_EQ(dispatch_group_wait(group, limit()), 0);
+}
+
+TEST(Pool, QueuesThatComputeDoNotKeepOtherSerialQueuesWaiting) {
+    std::atomic<bool> enough = false;
+    std::atomic<int> computing = 0;
+    auto const group = dispatch_group_create();
+    constexpr int busy = 8; // more than there are processors: each is owed a thread
+    for (int i = 0; i < busy; ++i)
+        dispatch_group_async(group, serialQueue(), [&] {
+            ++computing;
+            while (!enough) {
+            }
+        });
+    Event served, fired;
+    dispatch_async(serialQueue(), [=] { served.happen(); });
+    dispatch_after(dispatch_time(DISPATCH_TIME_NOW, 1'000'000), serialQueue(), [=] { fired.happen(); });
+    EXPECT_TRUE(served.wait());
+    EXPECT_TRUE(fired.wait());
+    EXPECT_TRUE(eventually([&] { return computing == busy; }));
+    enough = true;
+    EXPECT_EQ(dispatch_group_wait(group, limit()), 0);
+}
+
+TEST(Pool, QueuesThatWaitDoNotBringConcurrentOnesOverTheCap) {
+    auto const workers = std::max(2u, std::thread::hardware_concurrency());
+    std::atomic<bool> enough = false;
+    std::atomic<unsigned> inside = 0, most = 0;
+    auto const group = dispatch_group_create();
+    auto const compute = [&] {
+        auto const now = ++inside;
+        for (auto seen = most.load(); seen < now && !most.compare_exchange_weak(seen, now);) {
+        }
+        while (!enough) {
+        }
+        --inside;
+    };
+    for (unsigned i = 0; i < workers + 3; ++i) dispatch_group_async(group, concurrentQueue(), compute);
+    for (int i = 0; i < 4; ++i) { // these come over the cap, one after the other, and make no room for the others
+        Event served;
+        dispatch_async(serialQueue(), [=] { served.happen(); });
+        EXPECT_TRUE(served.wait());
+    }
+    EXPECT_LE(most, workers);
+    enough = true;
+    EXPECT_EQ(dispatch_group_wait(group, limit()), 0);
+}
+
+TEST(Pool, SignalsOfAnItemsOwnDoingReachIt) {
+    sigset_t closed, inChild;
+    Event done;
+    int child[2];
+    ASSERT_EQ(pipe(child), 0);
+    dispatch_async(serialQueue(), [&] {
+        pthread_sigmask(SIG_SETMASK, nullptr, &closed);
+        if (fork() == 0) {
+            sigset_t own;
+            pthread_sigmask(SIG_SETMASK, nullptr, &own);
+            _exit(write(child[1], &own, sizeof own) == sizeof own ? 0 : 1);
+        }
+        done.happen();
+    });
+    ASSERT_TRUE(done.wait());
+    ASSERT_EQ(read(child[0], &inChild, sizeof inChild), static_cast<ssize_t>(sizeof inChild));
+    for (int const signal : {SIGILL, SIGTRAP, SIGFPE, SIGBUS, SIGSEGV, SIGSYS, SIGPIPE, SIGPROF}) EXPECT_FALSE(sigismember(&closed, signal));
+    EXPECT_TRUE(sigismember(&closed, SIGTERM));
+    EXPECT_FALSE(sigismember(&inChild, SIGTERM));
+    close(child[0]);
+    close(child[1]);
+    wait(nullptr);
 }
 
 } // namespace

@@ -136,6 +136,44 @@ TEST(SerialQueue, PendingWorkKeepsTheQueueAliveAndTheFinalizerRunsOnItsTarget) {
     EXPECT_TRUE(context.onTarget);
 }
 
+TEST(SerialQueue, TheLastReferenceMayGoDuringASync) {
+    for (auto const attribute : {DISPATCH_QUEUE_SERIAL, DISPATCH_QUEUE_CONCURRENT}) {
+        auto const target = serialQueue();
+        auto dropped = dispatch_queue_create("own work", attribute);
+        dispatch_set_target_queue(dropped, target);
+        std::atomic<int> ended = 0;
+        auto const finalizer = +[](void* count) { ++*static_cast<std::atomic<int>*>(count); };
+        auto const watch = [&](dispatch_queue_t const& queue) {
+            dispatch_set_context(queue, &ended);
+            dispatch_set_finalizer_f(queue, finalizer);
+        };
+        watch(dropped);
+        dispatch_sync(dropped, [&] { dropped = nullptr; });
+
+        auto elsewhere = dispatch_queue_create("another thread", attribute);
+        watch(elsewhere);
+        dispatch_sync(elsewhere, [&] { std::thread([&] { elsewhere = nullptr; }).join(); });
+
+        auto behind = dispatch_queue_create("in line", attribute); // the sync waits behind an item, and takes the queue over from it
+        watch(behind);
+        Event gate;
+        dispatch_async(behind, [gate] { gate.wait(); });
+        std::thread opener([gate] { gate.happen(); });
+        dispatch_barrier_sync(behind, [&] { behind = nullptr; });
+        opener.join();
+
+        auto later = dispatch_queue_create("more work", attribute); // what is queued by then still runs
+        watch(later);
+        Event ran;
+        dispatch_sync(later, [&] {
+            dispatch_async(later, [ran] { ran.happen(); });
+            later = nullptr;
+        });
+        EXPECT_TRUE(ran.wait());
+        EXPECT_TRUE(eventually([&] { return ended == 4; })) << "ended, each once: " << ended;
+    }
+}
+
 TEST(SerialQueue, ClosuresAreDestroyedWhenTheyHaveRun) {
     auto const small = std::make_shared<int>(0);
     auto const large = std::make_shared<int>(0);
@@ -160,6 +198,13 @@ TEST(SerialQueueDeathTest, MisuseEndsWithOneLineThatNamesTheOperation) {
         "out of paper");
     EXPECT_DEATH(dispatch_resume(serialQueue()), "^dispatch_resume: the queue is not suspended\n$");
     EXPECT_DEATH(dispatch_suspend(serialQueue()), "^dispatch_suspend: the queue was released while suspended\n$");
+    EXPECT_DEATH(
+        {
+            auto const queue = serialQueue();
+            dispatch_suspend(queue);
+            dispatch_async(queue, [] {});
+        },
+        "^dispatch_suspend: the queue was released while suspended\n$");
     EXPECT_DEATH(dispatch_sync(dispatch_get_global_queue(5, 0), [] {}), "^dispatch_sync: called without an object\n$");
     EXPECT_DEATH(dispatch_after(DISPATCH_TIME_FOREVER, nullptr, [] {}), "^dispatch_after: called without an object\n$");
     EXPECT_DEATH(dispatch_set_target_queue(dispatch_get_main_queue(), serialQueue()), "^dispatch_set_target_queue: .* have no target\n$");

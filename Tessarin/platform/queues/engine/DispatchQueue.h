@@ -21,6 +21,7 @@ enum class Access : std::uint8_t { Exclusive, Shared };
 ///   Parked     with Token: what is left waits for a resume, or for the last reader in front of a barrier
 ///   Suspended  no item may start
 ///   Sleepers   syncs sleep beside a queue that another sync owns (serial queues)
+///   Ended      the last reference went while a sync had the queue or waited for it: who leaves last ends it
 ///   Readers    how many run side by side (concurrent queues)
 namespace state {
 inline constexpr std::uint64_t Owned = 1;
@@ -28,6 +29,7 @@ inline constexpr std::uint64_t Token = 2;
 inline constexpr std::uint64_t Parked = 4;
 inline constexpr std::uint64_t Suspended = 8;
 inline constexpr std::uint64_t Sleepers = 16;
+inline constexpr std::uint64_t Ended = 32;
 inline constexpr std::uint64_t Items = 0x0000'ffff'ffff'ffc0;
 inline constexpr std::uint64_t Reader = std::uint64_t{1} << 48;
 inline constexpr std::uint64_t Readers = std::uint64_t{0xffff} << 48;
@@ -52,7 +54,12 @@ public:
 
     void retain() noexcept { references_.fetch_add(1, std::memory_order_relaxed); }
     void release() noexcept {
-        if (references_.fetch_sub(1, std::memory_order_acq_rel) == 1) dispose();
+        using namespace engine::state;
+        // What is queued holds a reference, too: when that is the last one, nobody can resume the queue any more.
+        bool const isHeldUp = (state_.load(std::memory_order_relaxed) & (Suspended | Parked)) == (Suspended | Parked);
+        auto const before = references_.fetch_sub(1, std::memory_order_acq_rel);
+        if (before == 1) dispose();
+        if (before == 2 && isHeldUp) endedWhileSuspended();
     }
 
     bool isGlobal() const noexcept { return kind_ == Kind::Global; }
@@ -110,6 +117,8 @@ private:
     void leaveShared() noexcept;
     void replaceTarget(DispatchQueue& target) noexcept;
     void dispose() noexcept;
+    void end() noexcept;
+    [[noreturn]] static void endedWhileSuspended() noexcept;
 
     // Submitters write the first words all the time; what the draining thread uses lies at least a cache line further on.
     std::atomic<std::uint64_t> state_ = 0;

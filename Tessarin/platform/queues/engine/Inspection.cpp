@@ -1,5 +1,6 @@
 #include "Tessarin/platform/queues/engine/Pool.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
@@ -11,6 +12,12 @@ namespace Tessarin::engine {
 namespace {
 
 constexpr Nanoseconds stallTime = 5'000'000;
+
+// Turns of serial queues that stand still: first whoever drains a long queue of short items is asked to put it back in line, and
+// only when that does not help are there items that compute.
+constexpr Nanoseconds turnPatience = 150'000;
+constexpr Nanoseconds extraPatience = 500'000;
+constexpr int mostExtras = 448;
 
 /// Whether the kernel has the thread asleep; a thread that merely waits for a processor is not.
 bool isAsleep(pid_t thread) noexcept {
@@ -29,9 +36,13 @@ bool isAsleep(pid_t thread) noexcept {
 
 } // namespace
 
-bool Pool::inspect(Nanoseconds now) noexcept {
+Pool::Visit Pool::inspect(Nanoseconds now) noexcept {
     std::unique_lock hold(lock_);
     bool const keeps = collectKept();
+    sortInbox();
+    auto const extras = extrasWanted(now);
+    bool const stand = !turns_.empty();
+    bool const isFull = extras_ == mostExtras;
     bool const queued = hasQueued();
     if (!queued || std::exchange(takenSeen_, taken_) != taken_ || stalledSince_ == 0) {
         stalledSince_ = queued ? now : 0;
@@ -41,7 +52,27 @@ bool Pool::inspect(Nanoseconds now) noexcept {
     }
     hold.unlock();
     if (queued) wakeIfUseful();
-    return queued || keeps;
+    callExtras(extras);
+    if (stand && !isFull) return Visit::Soon;
+    return stand || queued || keeps ? Visit::Later : Visit::NotNeeded;
+}
+
+/// Looks whether turns stand still, and for how long; how many extra workers that calls for.
+int Pool::extrasWanted(Nanoseconds now) noexcept {
+    bool const moves = std::exchange(turnsTakenSeen_, turnsTaken_) != turnsTaken_;
+    if (turns_.empty() || moves || turnsStandSince_ == 0) {
+        turnsStandSince_ = turns_.empty() ? 0 : now;
+        nextExtras_ = 1;
+        return 0;
+    }
+    auto const waited = now - turnsStandSince_;
+    if (waited >= turnPatience) wantsWorkersBack_.store(true, std::memory_order_relaxed);
+    bool const othersCome = mayWake_.load(std::memory_order_relaxed) && mayTakeTurns();
+    if (waited < extraPatience || othersCome) return 0;
+    turnsStandSince_ = now;
+    auto const count = std::min({nextExtras_, static_cast<int>(turns_.count()), mostExtras - extras_});
+    nextExtras_ = std::min(2 * nextExtras_, mostExtras);
+    return count;
 }
 
 /// Takes what has been kept since the last visit without being run; whether anything is kept.
@@ -60,7 +91,7 @@ bool Pool::collectKept() noexcept {
 bool Pool::findBlocked() noexcept {
     bool found = false;
     for (auto* worker = workers_; worker; worker = worker->next) {
-        if (worker->sleeps || worker->blocked.load(std::memory_order_relaxed) || !isAsleep(worker->thread)) continue;
+        if (worker->sleeps || worker->isExtra || worker->blocked.load(std::memory_order_relaxed) || !isAsleep(worker->thread)) continue;
         worker->blocked.store(true, std::memory_order_relaxed);
         --running_;
         found = true;

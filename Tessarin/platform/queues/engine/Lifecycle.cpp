@@ -3,6 +3,7 @@
 
 #include "Tessarin/platform/queues/Queue.h"
 #include "Tessarin/platform/runtime/Fatal.h"
+#include <algorithm>
 #include <cstring>
 #include <mutex>
 
@@ -48,10 +49,11 @@ GlobalQueue* globalQueue(std::intptr_t identifier) noexcept {
 
 DispatchQueue& defaultGlobalQueue() noexcept { return standard; }
 
-bool inspectPools(Nanoseconds now) noexcept {
-    bool busy = false;
-    for (auto* queue : {&background, &utility, &standard, &userInitiated, &userInteractive}) busy = queue->pool.inspect(now) || busy;
-    return busy;
+Pool::Visit inspectPools(Nanoseconds now) noexcept {
+    auto next = Pool::Visit::NotNeeded;
+    for (auto* queue : {&background, &utility, &standard, &userInitiated, &userInteractive})
+        next = std::max(next, queue->pool.inspect(now));
+    return next;
 }
 
 } // namespace engine
@@ -84,8 +86,19 @@ void DispatchQueue::replaceTarget(DispatchQueue& above) noexcept {
     before->release();
 }
 
+/// The last reference is gone. A sync holds none: while one has the queue, or waits for it, the ending is left to it.
 void DispatchQueue::dispose() noexcept {
-    if (state_.load(std::memory_order_relaxed) & state::Suspended) fatal("dispatch_suspend: the queue was released while suspended");
+    auto bits = state_.load(std::memory_order_acquire);
+    do
+        if (bits & state::Suspended) endedWhileSuspended();
+    while ((bits & ~state::Ended) &&
+           !state_.compare_exchange_weak(bits, bits | state::Ended, std::memory_order_acq_rel, std::memory_order_acquire));
+    if (!(bits & ~state::Ended)) end();
+}
+
+void DispatchQueue::endedWhileSuspended() noexcept { fatal("dispatch_suspend: the queue was released while suspended"); }
+
+void DispatchQueue::end() noexcept {
     auto* const above = target();
     auto* const context = context_.load(std::memory_order_relaxed);
     auto const finalizer = finalizer_.load(std::memory_order_relaxed);

@@ -12,17 +12,52 @@ constexpr Nanoseconds shortRun = 20'000; // about what calling a worker costs
 constexpr Nanoseconds penalty = 5'000'000;
 constexpr Nanoseconds watchEvery = 1'000'000;
 
+/// The application's signals are its own threads' business; but what an item does itself, and what a profiler asks of every thread,
+/// comes to the thread that it concerns.
+sigset_t signalsOfOthers() noexcept {
+    sigset_t set;
+    sigfillset(&set);
+    for (int const own : {SIGILL, SIGTRAP, SIGFPE, SIGBUS, SIGSEGV, SIGSYS, SIGPIPE, SIGPROF}) sigdelset(&set, own);
+    return set;
+}
+
+struct ThreadEntry {
+    void* (*enter)(void*);
+    void* argument;
+
+    static void* run(void* entry) {
+        auto const [enter, argument] = *static_cast<ThreadEntry*>(entry);
+        delete static_cast<ThreadEntry*>(entry);
+        thisThread.isOfTheEngine = true;
+        return enter(argument);
+    }
+};
+
+/// A child that an item forks has the signals of the thread that first used the engine, not those of the worker.
+void openSignalsInChildren() {
+    static sigset_t processMask;
+    static int const registered = [] {
+        pthread_sigmask(SIG_SETMASK, nullptr, &processMask);
+        return pthread_atfork(nullptr, nullptr, [] {
+            if (thisThread.isOfTheEngine) pthread_sigmask(SIG_SETMASK, &processMask, nullptr);
+        });
+    }();
+    static_cast<void>(registered);
+}
+
 } // namespace
 
 bool startThread(void* (*enter)(void*), void* argument) noexcept {
+    openSignalsInChildren();
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
     pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-    sigset_t all; // the application's signals are its own threads' business
-    sigfillset(&all);
-    pthread_attr_setsigmask_np(&attributes, &all);
+    auto const closed = signalsOfOthers();
+    pthread_attr_setsigmask_np(&attributes, &closed);
+    auto* const entry = new ThreadEntry{enter, argument};
     pthread_t thread;
-    bool const started = pthread_create(&thread, &attributes, enter, argument) == 0;
+    bool const started = pthread_create(&thread, &attributes, &ThreadEntry::run, entry) == 0;
+    if (!started) delete entry;
     pthread_attr_destroy(&attributes);
     return started;
 }
@@ -46,7 +81,10 @@ bool OwnRun::run(Catch const& caught) noexcept {
 void OwnRun::callDeputy() noexcept {
     if (hasDeputy_ && watched_.load(std::memory_order_relaxed)) return;
     watched_.store(1, std::memory_order_relaxed);
-    if (hasDeputy_) return unpark(watched_);
+    if (hasDeputy_) {
+        unpark(watched_);
+        return;
+    }
     auto const enter = [](void* self) -> void* {
         static_cast<OwnRun*>(self)->watch();
         return nullptr;

@@ -24,7 +24,9 @@ bool wait(void const* word, std::uint32_t expected, Nanoseconds deadline) noexce
     return result == 0 || errno != ETIMEDOUT;
 }
 
-void wake(void const* word, int count) noexcept { syscall(SYS_futex, word, FUTEX_WAKE_PRIVATE, count, nullptr, nullptr, 0); }
+int wake(void const* word, int count) noexcept {
+    return static_cast<int>(syscall(SYS_futex, word, FUTEX_WAKE_PRIVATE, count, nullptr, nullptr, 0));
+}
 
 void const* lowerHalf(std::atomic<std::uint64_t> const& word) noexcept {
     auto const* const bytes = reinterpret_cast<char const*>(&word);
@@ -44,12 +46,12 @@ Nanoseconds monotonicNow() noexcept {
 bool park(std::atomic<std::uint32_t> const& word, std::uint32_t expected, Nanoseconds deadline) noexcept {
     return wait(&word, expected, deadline);
 }
-void unpark(std::atomic<std::uint32_t> const& word, int count) noexcept { wake(&word, count); }
+int unpark(std::atomic<std::uint32_t> const& word, int count) noexcept { return wake(&word, count); }
 
 bool park(std::atomic<std::uint64_t> const& word, std::uint64_t expected, Nanoseconds deadline) noexcept {
     return wait(lowerHalf(word), static_cast<std::uint32_t>(expected), deadline);
 }
-void unpark(std::atomic<std::uint64_t> const& word, int count) noexcept { wake(lowerHalf(word), count); }
+int unpark(std::atomic<std::uint64_t> const& word, int count) noexcept { return wake(lowerHalf(word), count); }
 
 void Lock::lockSlow() noexcept {
     constexpr Nanoseconds patience = 2'000;

@@ -14,12 +14,12 @@ Nanoseconds deadlineOf(std::uint64_t when) noexcept;
 
 /// Sleeps while `word` is `expected`, until woken or `deadline`; may return early without a reason. False at the deadline.
 bool park(std::atomic<std::uint32_t> const& word, std::uint32_t expected, Nanoseconds deadline = never) noexcept;
-/// Wakes up to `count` sleepers. The word may be gone already: at worst somebody else wakes without a reason.
-void unpark(std::atomic<std::uint32_t> const& word, int count = 1) noexcept;
+/// Wakes up to `count` sleepers; how many it were. The word may be gone already: at worst somebody else wakes without a reason.
+int unpark(std::atomic<std::uint32_t> const& word, int count = 1) noexcept;
 
 /// The same on the lower half of a word of 64 bits.
 bool park(std::atomic<std::uint64_t> const& word, std::uint64_t expected, Nanoseconds deadline) noexcept;
-void unpark(std::atomic<std::uint64_t> const& word, int count) noexcept;
+int unpark(std::atomic<std::uint64_t> const& word, int count) noexcept;
 
 inline void pauseProcessor() noexcept {
 #if defined(__x86_64__)

@@ -17,6 +17,7 @@ namespace {
 
 constexpr Nanoseconds idleTime = 4'000'000'000;
 constexpr int mostThreads = 512;
+constexpr int mostBlockedByTurns = 16; // further threads under the cap are for global and concurrent queues
 
 } // namespace
 
@@ -38,6 +39,7 @@ void Pool::submit(WorkItem* item) noexcept {
 
 void Pool::submitQueue(WorkItem* item) noexcept {
     auto* const worker = thisThread.worker;
+    if (worker && worker->isExtra) return submit(item); // it keeps nothing: it is to leave soon
     if (!worker || &worker->pool != this) {
         auto* const catching = thisThread.catching;
         if (!catching || catching->item || niceness_ > 0) return submit(item);
@@ -80,8 +82,7 @@ void Pool::wakeOne() noexcept {
     searching_.store(1, std::memory_order_seq_cst);
     ++running_;
     if (auto* const worker = sleepers_) {
-        sleepers_ = worker->nextSleeper;
-        worker->sleeps = false;
+        leaveSleepers(*worker);
         updateCounts();
         hold.unlock();
         worker->called.store(1, std::memory_order_release);
@@ -100,13 +101,51 @@ void Pool::wakeOne() noexcept {
     if (threads_ == 0) fatal("dispatch: no thread can be started");
 }
 
+/// Puts what was submitted since the last time in line.
+void Pool::sortInbox() noexcept {
+    auto* item = reversed(inbox_.exchange(nullptr, std::memory_order_acq_rel)).first;
+    while (item) {
+        auto* const next = item->next();
+        (item->isTurn() ? turns_ : backlog_).append(item);
+        item = next;
+    }
+}
+
+/// Where many turns block, those that follow are left to extra workers: a global queue must still find a thread.
+bool Pool::mayTakeTurns() const noexcept { return threads_ - extras_ - sleeping_ <= processorCount() + mostBlockedByTurns; }
+
 void Pool::updateCounts() noexcept {
     tooManyRun_.store(running_ > processorCount(), std::memory_order_relaxed);
     mayWake_.store(running_ < processorCount() && (sleepers_ || threads_ < mostThreads), std::memory_order_seq_cst);
 }
 
-bool Pool::startThread() noexcept {
-    auto* const worker = new Worker(*this);
+void Pool::callExtras(int count) noexcept {
+    for (; count > 0; --count) {
+        std::unique_lock hold(lock_);
+        ++extras_;
+        if (auto* const worker = sleepers_) {
+            leaveSleepers(*worker);
+            worker->isExtra = true;
+            worker->turnsSeen = turnsTaken_;
+            updateCounts();
+            hold.unlock();
+            worker->called.store(2, std::memory_order_release);
+            unpark(worker->called);
+            continue;
+        }
+        ++threads_;
+        updateCounts();
+        hold.unlock();
+        if (startThread(true)) continue;
+        hold.lock();
+        --extras_;
+        --threads_;
+        return updateCounts();
+    }
+}
+
+bool Pool::startThread(bool isExtra) noexcept {
+    auto* const worker = new Worker(*this, isExtra);
     bool const started = engine::startThread(&Pool::threadMain, worker);
     if (!started) delete worker;
     return started;
@@ -121,6 +160,7 @@ void* Pool::threadMain(void* argument) {
     if (pool.niceness_ > 0) setpriority(PRIO_PROCESS, static_cast<id_t>(worker->thread), pool.niceness_);
     {
         std::lock_guard const hold(pool.lock_);
+        worker->turnsSeen = pool.turnsTaken_;
         worker->next = pool.workers_;
         pool.workers_ = worker;
     }
@@ -131,17 +171,17 @@ void* Pool::threadMain(void* argument) {
     return nullptr;
 }
 
-/// A worker comes as the one that searches, and leaves when it has slept for long.
+/// A worker comes as the one that searches, or as an extra, and leaves when it has slept for long.
 void Pool::run(Worker& worker) noexcept {
     FrameScope const frame(queue_);
-    bool searching = true;
+    bool searching = !worker.isExtra;
     for (;;) {
         if (wantsWorkersBack()) giveUpKept(worker);
         auto* item = takeKept(worker);
-        if (!item) item = searching ? search(worker) : take(worker);
+        if (!item) item = worker.isExtra ? takeTurn(worker) : searching ? search(worker) : take(worker);
         if (!item) {
             int nobody = 0;
-            if (!searching && searching_.compare_exchange_strong(nobody, 1, std::memory_order_seq_cst)) {
+            if (!searching && !worker.isExtra && searching_.compare_exchange_strong(nobody, 1, std::memory_order_seq_cst)) {
                 searching = true;
                 continue;
             }
@@ -153,7 +193,7 @@ void Pool::run(Worker& worker) noexcept {
         runAndRecycle(item);
         thisThread.chainPassedOn = false;
         if (worker.blocked.load(std::memory_order_relaxed)) workerResumes(worker);
-        if (tooManyRun_.load(std::memory_order_relaxed)) {
+        if (tooManyRun_.load(std::memory_order_relaxed) && !worker.isExtra) {
             if (giveUpKept(worker)) wakeIfUseful();
             if (!sleep(worker, false)) return;
             searching = worker.called.exchange(0, std::memory_order_acquire) == 1;
@@ -183,25 +223,37 @@ WorkItem* Pool::take(Worker& worker) noexcept {
     constexpr std::size_t mostAtOnce = 8;
     constexpr std::size_t longBacklog = 16; // for each item that is taken
     std::unique_lock hold(lock_);
-    if (!backlog_.first) backlog_ = reversed(inbox_.exchange(nullptr, std::memory_order_acq_rel));
-    if (!backlog_.first) return nullptr;
+    if (backlog_.empty() && turns_.empty()) sortInbox();
+    bool const hasTurn = !turns_.empty() && mayTakeTurns();
+    if (backlog_.empty() && !hasTurn) {
+        if (!turns_.empty()) callMonitor(); // which sends an extra worker
+        return nullptr;
+    }
 
-    auto const count = std::clamp<std::size_t>(backlog_.count / longBacklog, 1, mostAtOnce);
-    auto* const item = backlog_.first;
-    auto* last = item;
-    for (std::size_t i = 1; i < count; ++i) last = last->next();
-    backlog_ = {last->next(), backlog_.count - count};
+    bool const takesTurn = hasTurn && (backlog_.empty() || turnIsNext_);
+    turnIsNext_ = !takesTurn;
+    auto& line = takesTurn ? turns_ : backlog_;
+    auto const count = std::clamp<std::size_t>(line.count() / longBacklog, 1, mostAtOnce);
+    auto* const item = line.take(count);
     ++taken_;
+    turnsTaken_ += takesTurn;
     wantsWorkersBack_.store(false, std::memory_order_relaxed);
     hold.unlock();
 
     if (count > 1) {
-        last->setNext(nullptr);
         worker.keptCount.fetch_add(1, std::memory_order_relaxed);
         worker.kept.store(item->next(), std::memory_order_seq_cst);
         callMonitor();
     }
     return item;
+}
+
+/// The oldest turn of a serial queue, for an extra worker; none once others make headway.
+WorkItem* Pool::takeTurn(Worker& worker) noexcept {
+    std::lock_guard const hold(lock_);
+    if (turns_.empty() || std::exchange(worker.turnsSeen, turnsTaken_) != turnsTaken_) return nullptr;
+    ++taken_;
+    return turns_.take();
 }
 
 /// Looks out for a moment before it gives up. A worker that has looked in vain several times hardly does so any more, until work
@@ -228,11 +280,17 @@ void Pool::stopSearching() noexcept {
 bool Pool::sleep(Worker& worker, bool searching) noexcept {
     {
         std::lock_guard const hold(lock_);
+        // An extra is one of the others from here on, if they need it.
+        if (std::exchange(worker.isExtra, false)) {
+            --extras_;
+            ++running_;
+        }
         // The monitor may have taken it for blocked just now, and then it counts as running no more.
         if (worker.blocked.exchange(false, std::memory_order_relaxed)) ++running_;
         bool const needed = running_ <= processorCount();
         --running_;
         worker.sleeps = true;
+        ++sleeping_;
         worker.nextSleeper = sleepers_;
         sleepers_ = &worker;
         if (searching) searching_.store(0, std::memory_order_seq_cst);
@@ -262,6 +320,7 @@ void Pool::leaveSleepers(Worker& worker) noexcept {
     while (*link != &worker) link = &(*link)->nextSleeper;
     *link = worker.nextSleeper;
     worker.sleeps = false;
+    --sleeping_;
 }
 
 void Pool::forget(Worker& worker) noexcept {
@@ -275,7 +334,7 @@ void Pool::forget(Worker& worker) noexcept {
 void Pool::workerBlocks(Worker& worker) noexcept {
     giveUpKept(worker);
     std::unique_lock hold(lock_);
-    if (!worker.blocked.exchange(true, std::memory_order_relaxed)) --running_;
+    if (!worker.isExtra && !worker.blocked.exchange(true, std::memory_order_relaxed)) --running_;
     updateCounts();
     bool const queued = hasQueued();
     hold.unlock();

@@ -11,7 +11,7 @@ class Pool;
 /// One thread of a pool.
 class Worker {
 public:
-    explicit Worker(Pool& owner) noexcept : pool(owner) {}
+    Worker(Pool& owner, bool overTheCap) noexcept : pool(owner), isExtra(overTheCap) {}
 
     Pool& pool;
     std::atomic<std::uint32_t> called = 0; // what it sleeps on
@@ -29,12 +29,18 @@ public:
     Worker* nextSleeper = nullptr;
     Worker* next = nullptr;
     bool sleeps = false;
+    bool isExtra; // over the cap, for turns of serial queues; written by the worker itself, or while it sleeps
+    std::uint64_t turnsSeen = 0; // an extra's: turns that others had taken when it came
     std::atomic<bool> blocked = false; // said so, or the monitor found it asleep inside an item
 };
 
 /// The threads of one quality of service. There are as many running workers as processors; a worker that blocks makes room for
 /// another one. Idle workers sleep, and end after a few seconds. A submission wakes nobody while a searching worker is about
 /// to look, and there is at most one of those; it wakes the next when it has found something and there is more.
+///
+/// A serial queue does not wait for others that compute: when the turns of such queues stand still for half a millisecond, extra
+/// workers over the cap take them, one at first and twice as many at each further half millisecond, up to some hundreds. An extra
+/// leaves after its turn as soon as the others make headway again. What concurrent and global queues run stays under the cap.
 class Pool {
 public:
     constexpr Pool(DispatchQueue& queue, char const* name, int niceness) noexcept : queue_(queue), name_(name), niceness_(niceness) {}
@@ -55,14 +61,17 @@ public:
     /// Counts the worker as running again, if it was not.
     void workerResumes(Worker& worker) noexcept;
 
-    /// The monitor's visit: takes kept items that nobody runs, finds blocked workers. Whether anything is queued.
-    bool inspect(Nanoseconds now) noexcept;
+    /// How soon the monitor is to come again.
+    enum class Visit { NotNeeded, Later, Soon };
+    /// The monitor's visit: takes kept items that nobody runs, finds blocked workers, and sends extra ones where turns stand still.
+    Visit inspect(Nanoseconds now) noexcept;
 
 private:
     static void* threadMain(void* worker);
     void run(Worker& worker) noexcept;
     WorkItem* takeKept(Worker& worker) noexcept;
     WorkItem* take(Worker& worker) noexcept;
+    WorkItem* takeTurn(Worker& worker) noexcept;
     WorkItem* search(Worker& worker) noexcept;
     bool giveUpKept(Worker& worker) noexcept;
     void stopSearching() noexcept;
@@ -73,11 +82,18 @@ private:
     void pushInbox(WorkItem* item) noexcept;
     void wakeIfUseful() noexcept;
     void wakeOne() noexcept;
-    bool startThread() noexcept;
-    bool hasQueued() const noexcept { return backlog_.first || inbox_.load(std::memory_order_seq_cst); } // under the lock
+    bool startThread(bool isExtra = false) noexcept;
+    // Under the lock:
+    void sortInbox() noexcept;
+    bool mayTakeTurns() const noexcept;
+    bool hasQueued() const noexcept {
+        return !backlog_.empty() || (!turns_.empty() && mayTakeTurns()) || inbox_.load(std::memory_order_seq_cst);
+    }
     void updateCounts() noexcept;
     bool collectKept() noexcept;
     bool findBlocked() noexcept;
+    int extrasWanted(Nanoseconds now) noexcept;
+    void callExtras(int count) noexcept;
 
     std::atomic<WorkItem*> inbox_ = nullptr; // newest first
     alignas(64) std::atomic<int> searching_ = 0;
@@ -86,14 +102,22 @@ private:
     std::atomic<bool> wantsWorkersBack_ = false;
 
     alignas(64) Lock lock_; // guards the rest
-    ItemList backlog_; // oldest first; what was in the inbox before
+    ItemLine backlog_; // what was in the inbox before, but for:
+    ItemLine turns_;   // of serial queues
+    bool turnIsNext_ = false;
     Worker* sleepers_ = nullptr;
     Worker* workers_ = nullptr;
-    int running_ = 0;
+    int running_ = 0; // without extras
+    int extras_ = 0;
+    int sleeping_ = 0;
     int threads_ = 0;
     std::uint64_t taken_ = 0;
     std::uint64_t takenSeen_ = 0;
     Nanoseconds stalledSince_ = 0;
+    std::uint64_t turnsTaken_ = 0; // not by extras
+    std::uint64_t turnsTakenSeen_ = 0;
+    Nanoseconds turnsStandSince_ = 0;
+    int nextExtras_ = 1;
 
     DispatchQueue& queue_;
     char const* const name_;
@@ -112,6 +136,6 @@ int processorCount() noexcept;
 /// The queue of a class or priority number; null for others.
 GlobalQueue* globalQueue(std::intptr_t identifier) noexcept;
 /// Visits all pools; see Pool::inspect.
-bool inspectPools(Nanoseconds now) noexcept;
+Pool::Visit inspectPools(Nanoseconds now) noexcept;
 
 } // namespace Tessarin::engine

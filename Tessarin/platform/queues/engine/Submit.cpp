@@ -42,6 +42,7 @@ void DispatchQueue::push(WorkItem* item) noexcept {
 void DispatchQueue::submitToTarget() noexcept {
     if (isMain()) return signalMainThread();
     auto* const item = newItem([this] { drain(); });
+    if (!isConcurrent()) item->markAsTurn();
     auto* const above = target();
     if (above->isGlobal())
         static_cast<GlobalQueue*>(above)->pool.submitQueue(item);
@@ -107,6 +108,7 @@ void DispatchQueue::leaveShared() noexcept {
         if (wakes) next &= ~state::Parked;
         if (!state_.compare_exchange_weak(bits, next, std::memory_order_acq_rel, std::memory_order_relaxed)) continue;
         if (wakes) submitToTarget();
+        if (next == state::Ended) end();
         return;
     }
 }

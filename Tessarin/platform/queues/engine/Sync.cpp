@@ -49,8 +49,8 @@ bool DispatchQueue::claim(Access access) noexcept {
     do {
         if (bits & (state::Token | state::Suspended)) return false;
         // Who has slept claims with Sleepers set: it cannot know whether it was the only one.
-        if ((bits & ~state::Sleepers) == 0) {
-            if (state_.compare_exchange_weak(bits, state::Owned | state::Sleepers, std::memory_order_acquire, std::memory_order_relaxed))
+        if ((bits & ~(state::Sleepers | state::Ended)) == 0) {
+            if (state_.compare_exchange_weak(bits, bits | state::Owned | state::Sleepers, std::memory_order_acquire, std::memory_order_relaxed))
                 return true;
             continue;
         }
@@ -69,7 +69,8 @@ void DispatchQueue::leaveExclusiveSlowly() noexcept {
         if (!fifo_ && !(bits & state::Items)) {
             auto const next = bits & ~(state::Owned | state::Sleepers);
             if (!state_.compare_exchange_weak(bits, next, std::memory_order_acq_rel, std::memory_order_acquire)) continue;
-            if (bits & state::Sleepers) unpark(state_, 1);
+            bool const wakesAnother = (bits & state::Sleepers) && unpark(state_, 1) != 0;
+            if (bits & state::Ended && !wakesAnother) end();
             return;
         }
         // Straight to the next in line, unless more than this queue would have to be handed over.

@@ -15,6 +15,7 @@ namespace {
 
 constexpr Nanoseconds shortestRound = 50'000;
 constexpr Nanoseconds longestRound = 2'000'000;
+constexpr Nanoseconds urgentRound = 250'000; // while turns of serial queues stand still
 constexpr int quietRounds = 10; // then the monitor goes home
 
 // Where timers are dense, they are submitted in batches this far apart: one wake-up for several.
@@ -120,15 +121,16 @@ private:
             return nextRound_ = now + round_;
         }
         if (now < nextRound_) return nextRound_;
-        bool const busy = inspectPools(now);
-        quiet_ = busy ? 0 : quiet_ + 1;
+        auto visit = inspectPools(now);
+        quiet_ = visit != Pool::Visit::NotNeeded ? 0 : quiet_ + 1;
         if (quiet_ >= quietRounds) {
             monitorIsOut.store(false, std::memory_order_seq_cst);
-            if (!inspectPools(now)) return never;
+            visit = inspectPools(now);
+            if (visit == Pool::Visit::NotNeeded) return never;
             monitorIsOut.store(true, std::memory_order_seq_cst);
             quiet_ = 0;
         }
-        round_ = std::min(round_ * 2, longestRound);
+        round_ = std::min(round_ * 2, visit == Pool::Visit::Soon ? urgentRound : longestRound);
         return nextRound_ = now + round_;
     }
 

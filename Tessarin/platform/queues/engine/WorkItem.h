@@ -16,8 +16,11 @@ struct alignas(64) WorkItem {
 
     WorkItem* next() const noexcept { return reinterpret_cast<WorkItem*>(link & ~std::uintptr_t{63}); }
     ItemKind kind() const noexcept { return static_cast<ItemKind>(link & 3); }
-    void setNext(WorkItem* next) noexcept { link = reinterpret_cast<std::uintptr_t>(next) | (link & 3); }
+    void setNext(WorkItem* next) noexcept { link = reinterpret_cast<std::uintptr_t>(next) | (link & 63); }
     void setKind(ItemKind kind) noexcept { link = (link & ~std::uintptr_t{3}) | static_cast<std::uintptr_t>(kind); }
+    /// The turn of a serial queue in its pool: it is owed a thread, whatever the others do.
+    bool isTurn() const noexcept { return link & 4; }
+    void markAsTurn() noexcept { link |= 4; }
 };
 static_assert(sizeof(WorkItem) == 64);
 
@@ -32,6 +35,33 @@ void runAndRecycle(WorkItem* item) noexcept;
 struct ItemList {
     WorkItem* first = nullptr;
     std::size_t count = 0;
+};
+/// First in, first out.
+class ItemLine {
+public:
+    bool empty() const noexcept { return !first_; }
+    std::size_t count() const noexcept { return count_; }
+    void append(WorkItem* item) noexcept {
+        item->setNext(nullptr);
+        first_ ? last_->setNext(item) : void(first_ = item);
+        last_ = item;
+        ++count_;
+    }
+    /// The `count` oldest, as a list of their own; there are as many.
+    WorkItem* take(std::size_t count = 1) noexcept {
+        auto* const item = first_;
+        auto* last = item;
+        for (std::size_t at = 1; at < count; ++at) last = last->next();
+        first_ = last->next();
+        count_ -= count;
+        last->setNext(nullptr);
+        return item;
+    }
+
+private:
+    WorkItem* first_ = nullptr;
+    WorkItem* last_ = nullptr;
+    std::size_t count_ = 0;
 };
 /// Turns a list that was pushed at its front into the order of submission.
 ItemList reversed(WorkItem* list) noexcept;
