@@ -257,7 +257,14 @@ private:
     void rollback(std::size_t at) {
         on(at, [](auto& context) { context.rollback(); });
         layers_[at].clear();
+        refreshBelow(at);
         tally_.add("rollbacks");
+    }
+
+    /// Objects below that have shown what was unsaved here go on showing it until they are read again.
+    void refreshBelow(std::size_t at) {
+        for (std::size_t below = 0; below < std::min(at, rootAt); ++below)
+            if (at >= mainAt) on(below, [](auto& context) { context.refreshAllObjects(); });
     }
 
     void forget(std::size_t at) {
@@ -265,6 +272,7 @@ private:
         on(at, [](auto& context) { context.reset(); });
         layers_[at].clear();
         held_[at].clear();
+        refreshBelow(at);
         tally_.add("resets");
     }
 

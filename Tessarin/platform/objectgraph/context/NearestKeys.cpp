@@ -37,7 +37,9 @@ void collect(NSEntityDescription const& entity, std::string_view key, std::set<s
 } // namespace
 
 std::string shownKey(std::string_view key) {
-    return key.size() <= longestShown ? std::string{key} : std::string{key.substr(0, longestShown)} + "…";
+    std::string shown{key.substr(0, longestShown)};
+    if (shown.size() < key.size()) shown.append("…");
+    return shown;
 }
 
 std::string nearestKeys(NSEntityDescription const& entity, std::string_view key) {
