@@ -5,6 +5,7 @@
 #include "Tessarin/platform/foundation/NSNotificationCenter.h"
 #include "fuzz/campaigns/Shelf.h"
 
+#include <algorithm>
 #include <map>
 #include <set>
 
@@ -253,8 +254,25 @@ private:
         received_[mainAt][*number].value = theirs;
     }
 
+    /// Whether another context, or what was handed up, changes a record or leads to it.
+    bool isUsedElsewhere(std::size_t by, int record) const {
+        auto const uses = [&](Layer const& layer) {
+            return layer.contains(record) || std::ranges::any_of(layer, [&](auto const& each) {
+                return (each.second.box && *each.second.box == record) || (each.second.next && *each.second.next == record);
+            });
+        };
+        for (std::size_t at = 0; at < contextCount; ++at)
+            if (uses(received_[at]) || (at != by && uses(layers_[at]))) return true;
+        return false;
+    }
+    /// What becomes of those who use a new record that is taken back is another matter.
+    bool hasNewRecordInUse(std::size_t at) const {
+        return std::ranges::any_of(layers_[at], [&](auto const& each) { return each.second.isInserted && isUsedElsewhere(at, each.first); });
+    }
+
     /// Its own changes go; what children handed up stays.
     void rollback(std::size_t at) {
+        if (hasNewRecordInUse(at)) return;
         on(at, [](auto& context) { context.rollback(); });
         layers_[at].clear();
         refreshBelow(at);
@@ -268,6 +286,7 @@ private:
     }
 
     void forget(std::size_t at) {
+        if (hasNewRecordInUse(at)) return;
         if (trial_.chance(0.5)) held_[at].clear();
         on(at, [](auto& context) { context.reset(); });
         layers_[at].clear();

@@ -96,11 +96,13 @@ Value followed(Value const& start, Components path, Aggregates aggregates) {
         }
         List members;
         if (aggregates == Aggregates::OfEach && path.size() > 1 && path[1].starts_with('@')) {
-            forEachMember(value, [&](Value const& member) {
-                members.push_back(followed(member, path));
-                return true;
+            bool const haveCollections = forEachMember(value, [&](Value const& member) {
+                auto const own = valueForKey(member, path.front());
+                members.push_back(own.isAbsent() || isCollection(own) ? followed(own, path.subspan(1)) : Value());
+                return own.isAbsent() || isCollection(own);
             });
-            return members;
+            if (haveCollections) return members;
+            members.clear(); // single values: the aggregate is of them all
         }
         forEachMember(value, [&](Value const& member) {
             return forEachMember(valueForKey(member, path.front()), [&](Value const& found) {
