@@ -134,7 +134,7 @@ double saveInMemory(std::size_t n) {
     auto const coordinator = make<NSPersistentStoreCoordinator>(
         ModelBuilder().entity("Note").attribute("text", NSAttributeType::String).toMany("links", "Note", {}).build());
     Ref<NSError> error;
-    if (!coordinator->addPersistentStoreWithType(NSInMemoryStoreType, {}, {}, {}, error)) throw ErrorException(error);
+    if (!coordinator->addPersistentStoreWithType(NSInMemoryStoreType, {}, NSURL::fileURLWithPath("/growth"), {}, error)) throw ErrorException(error);
     auto const context = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue);
     context->setPersistentStoreCoordinator(coordinator);
     double seconds = 0;
