@@ -165,7 +165,9 @@ bool SQLiteOpening::holdsNothing(SQLite::Connection& connection) const try {
     if (auto const id = connection.integer("PRAGMA application_id"); id != 0 && id != storeApplicationID) return false;
     if (connection.text("PRAGMA quick_check(1)") != "ok") return false;
     auto const pageSize = static_cast<std::uint32_t>(connection.integer("PRAGMA page_size"));
-    if (hasUnreadableCommits(path_, connection.readableLogPages(), pageSize)) return false;
+    // Without a log there is no shared index either, and SQLite would not let go of one that was asked for.
+    auto const pages = connection.text("PRAGMA journal_mode") == "wal" ? connection.readableLogPages() : 0;
+    if (hasUnreadableCommits(path_, pages, pageSize)) return false;
     if (isEmpty(connection)) return true;
     static constexpr std::int64_t ownMetadata = 3;
     if (connection.integer("SELECT count(*) FROM tessarin_metadata") > ownMetadata) return false;
