@@ -6,6 +6,7 @@
 #include "fuzz/campaigns/Shelf.h"
 
 #include <algorithm>
+#include <fmt/format.h>
 #include <map>
 #include <set>
 
@@ -106,7 +107,9 @@ private:
 
     void act() {
         auto const at = trial_.random(contextCount);
-        switch (trial_.random(20)) {
+        auto const what = trial_.random(20);
+        fmt::print("step {} context {} op {}\n", step_++, at, what);
+        switch (what) {
         case 0:
         case 1: return insert(at, false);
         case 2: return insert(at, true);
@@ -141,6 +144,7 @@ private:
 
     void insert(std::size_t at, bool isBox) {
         auto const number = newNumber(at);
+        fmt::print("   insert {} box {}\n", number, isBox);
         on(at, [&](auto& context) {
             auto const object = perhapsKept(at, context.insertNewObject(isBox ? "Box" : "Item"));
             object->setValueForKey(number, "number");
@@ -172,6 +176,7 @@ private:
         auto const number = chosenItem(at);
         if (!number) return;
         auto const value = static_cast<std::int64_t>(trial_.random(1000));
+        fmt::print("   change {}\n", *number);
         on(at, [&](auto& context) { perhapsKept(at, find(context, *number))->setValueForKey(value, "value"); });
         layers_[at][*number].value = value;
         tally_.add("changes");
@@ -187,6 +192,7 @@ private:
             auto const item = perhapsKept(at, find(context, *number));
             item->setValueForKey(target ? Value(find(context, *target, isBox)) : Value(), key);
         });
+        fmt::print("   link {} {} {}\n", *number, key, target.value_or(-1));
         (isBox ? layers_[at][*number].box : layers_[at][*number].next) = target;
         tally_.add("links");
     }
@@ -209,6 +215,7 @@ private:
         auto const number = chosen(at, [&](int each, Shown const& shown) { return isMine(at, each) && !(shown.isBox && isUsed(each)); });
         if (!number) return;
         bool const isBox = viewOf(at)[*number].isBox;
+        fmt::print("   remove {}\n", *number);
         on(at, [&](auto& context) { context.deleteObject(*perhapsKept(at, find(context, *number, isBox))); });
         fold({{*number, {.isDeleted = true}}}, layers_[at]);
         tally_.add("deletions");
@@ -250,7 +257,7 @@ private:
             context.setMergePolicy(policy);
             context.refreshObject(*contested, false);
         });
-        tally_.add("saves refused");
+        tally_.add("saves refused");fmt::print("   save refused {}\n", *number);
         received_[mainAt][*number].value = theirs;
     }
 
@@ -276,7 +283,7 @@ private:
         on(at, [](auto& context) { context.rollback(); });
         layers_[at].clear();
         refreshBelow(at);
-        tally_.add("rollbacks");
+        tally_.add("rollbacks");fmt::print("   rollback\n");
     }
 
     /// Objects below that have shown what was unsaved here go on showing it until they are read again.
@@ -292,7 +299,7 @@ private:
         layers_[at].clear();
         held_[at].clear();
         refreshBelow(at);
-        tally_.add("resets");
+        tally_.add("resets");fmt::print("   reset\n");
     }
 
     void merge(std::size_t at) {
@@ -305,6 +312,7 @@ private:
     void refreshOne(std::size_t at) {
         if (held_[at].empty()) return;
         auto const& object = held_[at][trial_.random(held_[at].size())];
+        fmt::print("   refresh\n");
         on(at, [&](auto& context) {
             if (!object->hasChanges()) context.refreshObject(*object, trial_.chance(0.5));
         });
@@ -329,11 +337,11 @@ private:
         return view;
     }
 
-    /// The number that a to-one leads to, if the record is there.
+    /// The number that a to-one leads to, if the record is there, and not about to go: `next` has no inverse that would let go of it.
     static Link linkOf(NSManagedObjectContext& context, NSManagedObject& object, char const* key) {
         auto const other = object.valueForKey(key).objectAs<NSManagedObject>();
         Ref<NSError> error;
-        if (!other || !context.existingObjectWithID(*other->objectID(), error)) return {};
+        if (!other || other->isDeleted() || !context.existingObjectWithID(*other->objectID(), error)) return {};
         return static_cast<int>(integerOf(*other, "number"));
     }
 
@@ -399,7 +407,7 @@ private:
     std::map<int, Ref<NSManagedObjectID>> identities_;
     Ref<NSObject> token_;
     Ref<NSNotification> lastSave_;
-    int next_ = 0;
+    int next_ = 0, step_ = 0;
     // The model:
     View stored_;
     Layer received_[contextCount]; // handed up by children

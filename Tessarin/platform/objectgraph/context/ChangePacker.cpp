@@ -1,10 +1,23 @@
 #include "Tessarin/platform/objectgraph/context/ChangePackerPrivate.h"
 
 namespace Tessarin {
+namespace {
+
+bool changesNothing(RecordChange const& change) {
+    return change.kind == RecordChange::Kind::Update && change.before == change.after && change.relationships.empty();
+}
+
+} // namespace
 
 RecordKey ChangePacker::current(RecordKey key) const {
     key = context_.link->current(key);
-    return key < 0 && !context_.link->find(key) ? 0 : key; // one that was never saved, and is gone
+    return key >= 0 || context_.link->find(key) || isAncestors(key) ? key : 0; // one that was never saved, and is gone
+}
+
+bool ChangePacker::isAncestors(RecordKey key) const {
+    if (!context_.parent) return false;
+    if (!above_) above_ = std::make_unique<RecordReader>(context_);
+    return above_->knowsUnsaved(key);
 }
 
 std::vector<RecordKey> ChangePacker::current(std::span<RecordKey const> keys) const {
@@ -21,9 +34,7 @@ Ref<ChangeSet const> ChangePacker::pack() {
     rows_.reserve(context_.changed.size());
     for (auto const& object : context_.changed) rows_.push_back(changes.emplace_back(packedChange(*object)).after);
     blocks_.close();
-    std::erase_if(changes, [](RecordChange const& change) {
-        return change.kind == RecordChange::Kind::Update && change.before == change.after && change.relationships.empty();
-    });
+    std::erase_if(changes, changesNothing);
     return changes.empty() ? nullptr : std::make_shared<ChangeSet const>(context_.coordinator->space(), std::move(changes));
 }
 
@@ -35,7 +46,13 @@ Ref<ChangeSet const> ChangePacker::pack(UniqueConstraints const& constraints) {
     return changes.empty() ? nullptr : std::make_shared<ChangeSet const>(context_.coordinator->space(), std::move(changes));
 }
 
-RecordChange ChangePacker::packedChange(NSManagedObject& object) {
+std::optional<RecordChange> ChangePacker::packed(NSManagedObject& object, bool withRelationships) {
+    auto change = packedChange(object, withRelationships);
+    blocks_.close();
+    return withRelationships && changesNothing(change) ? std::nullopt : std::optional(std::move(change));
+}
+
+RecordChange ChangePacker::packedChange(NSManagedObject& object, bool withRelationships) {
     auto const& state = GraphAccess::state(object);
     RecordChange change;
     change.key = state.key;
@@ -47,7 +64,7 @@ RecordChange ChangePacker::packedChange(NSManagedObject& object) {
     }
     change.kind = object.isInserted() ? RecordChange::Kind::Insert : RecordChange::Kind::Update;
     change.after = packedRow(object, change.before);
-    packRelationships(object, change);
+    if (withRelationships) packRelationships(object, change);
     return change;
 }
 
@@ -85,6 +102,10 @@ RowRef ChangePacker::packedRow(NSManagedObject& object, RowRef const& basis) {
     for (std::size_t cell = 0; cell < state.layout->cells().size(); ++cell)
         if (!row->cellEquals(cell, *basis)) return row;
     return basis; // set to what it was
+}
+
+std::vector<RecordKey> ChangePacker::order(NSManagedObject& object, NSRelationshipDescription const& relationship) const {
+    return current(GraphAccess::state(object).toMany(relationship.index()).members.keys());
 }
 
 void ChangePacker::packRelationships(NSManagedObject& object, RecordChange& change) {

@@ -5,6 +5,7 @@
 #include "Tessarin/platform/objectgraph/context/NSManagedObjectContext.h"
 #include "Tessarin/platform/objectgraph/context/PublishedChangesPrivate.h"
 #include "Tessarin/platform/objectgraph/context/RefusedChangesPrivate.h"
+#include "Tessarin/platform/objectgraph/context/ShownChangesPrivate.h"
 #include "Tessarin/platform/objectgraph/context/ValuesInMemoryPrivate.h"
 #include "Tessarin/platform/runtime/Cell.h"
 
@@ -23,12 +24,12 @@ public:
     ChangedObjects changed; // every object with unsaved changes
     ValuesInMemory values;
     ContextNews news;
-    bool hasUnannouncedChanges = false;        // since the last did-change notification
     PublishedChanges published;                // what children handed up, not yet handed on; any thread
     RefusedChanges refused;                    // of a root context
     std::atomic<int> children{0};              // contexts whose parent this is; any thread
     bool isShowingUnsaved = false;             // had a child when it last processed its changes
-    bool showsOldKeys = false;                 // what is shown to children has temporary keys that are permanent now
+    Unshown unshown;                           // what is unsaved and not shown to children yet
+    bool mustShowAnew = false;                 // what is shown to children cannot be kept: it has keys that changed, or links that were undone
     std::size_t promotionsSeen = 0;            // of the coordinator's log
     bool knowsForeignTemporaries = false;      // has objects for unsaved records of an ancestor
 

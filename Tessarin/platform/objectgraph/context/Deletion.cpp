@@ -37,10 +37,9 @@ bool isThere(NSManagedObject& object) {
 /// An object that was never saved just leaves.
 void forgetInserted(ContextState& context, NSManagedObject& object) {
     auto& state = GraphAccess::state(object);
-    context.changed.remove(object);
+    unmarkChanged(context, object);
     context.link->remove(object, state.key);
     state.clear(ObjectState::Inserted);
-    state.clear(ObjectState::Changed);
     state.set(ObjectState::Gone);
 }
 

@@ -73,6 +73,20 @@ bool isBefore(RecordChange const& a, RecordChange const& b) {
 
 } // namespace
 
+RowChange rowChangeIn(ChangeSets const& sets, NSEntityDescription const& entity, RecordKey key) {
+    RowChange result;
+    for (auto const& set : sets) {
+        auto const* change = set->find(entity, key);
+        if (!change) continue;
+        if (!result.isThere || change->kind == Kind::Delete) result.kind = change->kind;
+        if (!result.isThere || !result.after) result.before = change->before;
+        result.after = change->after;
+        result.changesRelationships = result.changesRelationships || !change->relationships.empty();
+        result.isThere = true;
+    }
+    return result;
+}
+
 Ref<ChangeSet const> folded(ChangeSet const& older, ChangeSet const& newer) {
     std::vector<RecordChange> changes;
     changes.reserve(older.changes().size() + newer.changes().size());

@@ -2,6 +2,7 @@
 
 #include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
 #include "Tessarin/platform/objectgraph/context/RecordReaderPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/RowBuilder.h"
 #include "Tessarin/platform/queues/Dispatch.h"
 
 #include <algorithm>
@@ -9,14 +10,16 @@
 namespace Tessarin {
 namespace {
 
-enum class Winner { Incoming, Unsaved };
+/// Who wins where a change meets unsaved values. A correction nobody asked for: it moves no unsaved value to another basis, so that a
+/// save notices the conflict.
+enum class Winner { Incoming, Unsaved, UnsavedUntilSaved };
 
 void dropChanges(ContextState& context, NSManagedObject& object) {
     auto& state = GraphAccess::state(object);
     if (!state.has(ObjectState::Changed)) return;
-    context.changed.remove(object);
-    state.clear(ObjectState::Changed);
+    unmarkChanged(context, object);
     state.clear(ObjectState::Updated);
+    if (!state.extras->toMany.empty()) context.mustShowAnew = true;
     state.extras->values.clear();
     state.extras->toMany.clear();
 }
@@ -24,7 +27,7 @@ void dropChanges(ContextState& context, NSManagedObject& object) {
 void mergeDeletion(ContextState& context, NSManagedObject& object, Winner winner) {
     auto& state = GraphAccess::state(object);
     // Unsaved changes to what somebody else deleted stay until a save finds the record gone.
-    if (state.has(ObjectState::Changed) && winner == Winner::Unsaved && !state.has(ObjectState::Deleted)) return;
+    if (state.has(ObjectState::Changed) && winner != Winner::Incoming && !state.has(ObjectState::Deleted)) return;
     dropChanges(context, object);
     context.link->remove(object, state.key);
     state.set(ObjectState::Deleted);
@@ -32,10 +35,9 @@ void mergeDeletion(ContextState& context, NSManagedObject& object, Winner winner
 }
 
 /// Whether the child itself changed that cell, rather than carrying along what was unsaved here.
-bool isChildsOwn(RecordChange const& change, std::size_t cell, ChangeSet const* unsaved) {
+bool isChildsOwn(RecordChange const& change, std::size_t cell, RowRef const& unsaved) {
     if (change.after->cellEquals(cell, *change.before)) return false;
-    auto const* own = unsaved ? unsaved->find(*change.entity, change.key) : nullptr;
-    return !own || !own->after || !own->after->cellEquals(cell, *change.after);
+    return !unsaved || !unsaved->cellEquals(cell, *change.after);
 }
 
 /// An object that only lives here yet takes a child's values as unsaved ones.
@@ -51,6 +53,27 @@ void takeValues(ObjectState& state, RecordChange const& change) {
     }
 }
 
+/// The row that an object shows after a change. Where its row is none that the change was made on, and may be a later one, the
+/// levels above are asked.
+RowRef rowAfter(ContextState& context, ObjectState const& state, RecordChange const& change) {
+    auto const& current = state.row;
+    if (!current || current == change.before) return change.after;
+    bool const mayBeLater = !change.before || current->version() >= change.after->version();
+    if (!mayBeLater) return mergedRow(*change.before, *change.after, *current);
+    if (current == change.after) return current;
+    auto row = RecordReader(context).row(*change.entity, state.key);
+    return row ? row : current;
+}
+
+/// Whether a property that has an unsaved value differs between the row it was set on and another one.
+bool changesBeneath(ObjectState const& state, Row const& row) {
+    if (!state.row || !state.extras || !state.has(ObjectState::Changed)) return false;
+    return std::ranges::any_of(state.extras->values, [&](auto const& entry) {
+        auto const cell = state.layout->cellOf(entry.first);
+        return cell != RowLayout::noCell && !row.cellEquals(static_cast<std::size_t>(cell), *state.row);
+    });
+}
+
 void takeRow(ContextState& context, NSManagedObject& object, RecordChange const& change, Winner winner) {
     auto& state = GraphAccess::state(object);
     if (!change.after) return;
@@ -59,13 +82,15 @@ void takeRow(ContextState& context, NSManagedObject& object, RecordChange const&
         return context.values.note(object);
     }
     if (!state.row && !state.has(ObjectState::Changed)) return; // a fault reads it when it is asked
-    state.row = rowAfter(change, state.row);
+    auto row = rowAfter(context, state, change);
+    if (winner == Winner::UnsavedUntilSaved && changesBeneath(state, *row)) return;
+    state.row = std::move(row);
     state.clear(ObjectState::Gone);
-    if (winner == Winner::Unsaved || !state.extras || !change.before) return;
-    auto const unsaved = context.published.unsaved();
+    if (winner != Winner::Incoming || !state.extras || !change.before) return;
+    auto const unsaved = rowChangeIn(*context.published.unsaved(), *change.entity, change.key).after;
     std::erase_if(state.extras->values, [&](auto const& entry) {
         auto const cell = state.layout->cellOf(entry.first);
-        return cell != RowLayout::noCell && isChildsOwn(change, static_cast<std::size_t>(cell), unsaved.get());
+        return cell != RowLayout::noCell && isChildsOwn(change, static_cast<std::size_t>(cell), unsaved);
     });
 }
 
@@ -79,7 +104,10 @@ void forgetMembers(ObjectState& state, std::size_t property) {
 void merge(ContextState& context, NSManagedObject& object, RecordChange const& change, Winner winner) {
     if (change.kind == RecordChange::Kind::Delete) return mergeDeletion(context, object, winner);
     takeRow(context, object, change, winner);
-    if (GraphAccess::state(object).has(ObjectState::Changed)) context.values.note(object);
+    if (GraphAccess::state(object).has(ObjectState::Changed)) {
+        context.values.note(object);
+        noteUnshown(context, object);
+    }
     for (auto const& each : change.relationships) forgetMembers(GraphAccess::state(object), each.relationship->index());
 }
 
@@ -137,9 +165,8 @@ void applyReceived(ContextState& context) {
     applyPromotions(context);
     for (auto const& [set, isCorrection] : context.published.takeUnapplied()) {
         noteNewsOf(context, *set, isCorrection ? ContextNews::Refreshed : ContextNews::Updated);
-        merge(context, *set, isCorrection ? Winner::Unsaved : Winner::Incoming);
+        merge(context, *set, isCorrection ? Winner::UnsavedUntilSaved : Winner::Incoming);
         if (isCorrection) forgetLinksOf(context, *set);
-        context.hasUnannouncedChanges = true;
     }
 }
 
@@ -156,7 +183,7 @@ void noteGone(ContextState& context, NSManagedObject& object) { mergeDeletion(co
 
 void mergeCorrections(ContextState& context, Ref<ChangeSet const> const& set) {
     noteNewsOf(context, *set, ContextNews::Refreshed);
-    merge(context, *set, Winner::Unsaved);
+    merge(context, *set, Winner::UnsavedUntilSaved);
     forgetLinksOf(context, *set);
     tellCorrections(context, set);
 }

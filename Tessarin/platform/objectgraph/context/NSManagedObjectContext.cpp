@@ -14,15 +14,6 @@
 namespace Tessarin {
 namespace {
 
-/// Shows the unsaved changes to child contexts, as they are now.
-void publishUnsaved(ContextState& context) {
-    if (!context.link) return;
-    if (!context.isShowingUnsaved) return context.published.setUnsaved(nullptr);
-    context.published.setUnsaved(ChangePacker(context).pack());
-    for (auto const& object : context.changed)
-        if (object->recordKey() < 0) GraphAccess::state(*object).set(ObjectState::Published);
-}
-
 void joinCoordinator(ContextState& context, Ref<NSManagedObjectContext> const& owner, Ref<NSPersistentStoreCoordinator> coordinator) {
     context.coordinator = std::move(coordinator);
     context.link = ContextLinkRef{new ContextLink(owner, context, context.coordinator)};
@@ -190,9 +181,10 @@ void NSManagedObjectContext::refreshObject(NSManagedObject& object, bool mergeCh
     noteNews(*state_, object, ContextNews::Refreshed);
     if (!mergeChanges) {
         undoLinks(*state_, object);
-        state_->changed.remove(object);
-        state.flags = ObjectState::Fault;
+        unmarkChanged(*state_, object);
+        state.flags = ObjectState::Fault | (state.flags & ObjectState::Unshown);
         if (state.extras) {
+            if (!state.extras->toMany.empty()) state_->mustShowAnew = true;
             state.extras->values.clear();
             state.extras->toMany.clear();
         }
@@ -218,7 +210,7 @@ void NSManagedObjectContext::rollback() {
         auto& state = GraphAccess::state(*object);
         auto const wasInserted = state.has(ObjectState::Inserted);
         noteNews(*state_, *object, wasInserted ? ContextNews::Deleted : ContextNews::Refreshed);
-        state.flags = 0;
+        state.flags &= ObjectState::Unshown;
         if (state.extras) {
             state.extras->values.clear();
             state.extras->toMany.clear();
@@ -232,7 +224,7 @@ void NSManagedObjectContext::rollback() {
         state.set(ObjectState::Gone);
     }
     if (state_->link) state_->link->forgetAliases();
-    state_->published.setUnsaved(nullptr);
+    state_->published.setUnsaved({});
     dropRefused(*state_);
 }
 
@@ -258,11 +250,7 @@ void NSManagedObjectContext::reset() {
 
 void NSManagedObjectContext::processPendingChanges() {
     applyReceived(*state_);
-    bool const hasChildren = state_->children.load(std::memory_order_relaxed) != 0;
-    bool const wasShowing = std::exchange(state_->isShowingUnsaved, hasChildren);
-    bool const hasNews = std::exchange(state_->hasUnannouncedChanges, false);
-    bool const isStale = std::exchange(state_->showsOldKeys, false);
-    if (hasNews || isStale || hasChildren != wasShowing) publishUnsaved(*state_);
+    showUnsaved(*state_);
     postDidChange(*this);
 }
 

@@ -186,7 +186,7 @@ void promoteObject(ContextState& context, NSManagedObject& object, RecordKey per
     context.coordinator->identities().promote(state.key, permanent);
     context.link->rename(object, state.key, permanent);
     state.key = permanent;
-    if (state.has(ObjectState::Published)) context.showsOldKeys = true;
+    if (state.has(ObjectState::Published)) context.mustShowAnew = true;
     state.clear(ObjectState::Published);
 }
 
@@ -204,13 +204,19 @@ void markChanged(NSManagedObject& object, ObjectState::Flag how) {
     state.set(how);
     auto* context = state.link()->contextState();
     if (!context) return;
-    context->hasUnannouncedChanges = true;
+    noteUnshown(*context, object);
     bool const isNew = how == ObjectState::Inserted && !state.has(ObjectState::Changed);
     noteNews(*context, object, isNew ? ContextNews::Inserted : how == ObjectState::Deleted ? ContextNews::Deleted : ContextNews::Updated);
     if (state.has(ObjectState::Changed)) return;
     state.set(ObjectState::Changed);
     context->changed.add(object.self<NSManagedObject>());
     context->values.note(object);
+}
+
+void unmarkChanged(ContextState& context, NSManagedObject& object) {
+    noteUnshown(context, object);
+    GraphAccess::state(object).clear(ObjectState::Changed);
+    context.changed.remove(object);
 }
 
 } // namespace Tessarin

@@ -21,6 +21,8 @@ void fillFault(ContextState& context, NSManagedObject& object);
 
 /// Keeps the object in the context's list of changed objects.
 void markChanged(NSManagedObject& object, ObjectState::Flag how);
+/// Its changes are none any more.
+void unmarkChanged(ContextState& context, NSManagedObject& object);
 
 /// The record has its permanent key from now on; what refers to it by the other is told by `updateKeys`.
 void promoteObject(ContextState& context, NSManagedObject& object, RecordKey permanent);

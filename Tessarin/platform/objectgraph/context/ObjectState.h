@@ -62,6 +62,7 @@ struct ObjectState {
         Changed = 16,  // the context keeps it in its list of changed objects
         Gone = 32,     // its record does not exist (any more)
         Published = 64, // inserted, and visible to child contexts under its temporary key
+        Unshown = 128,  // changed since child contexts were last shown what is unsaved
     };
 
     FaultBatchRef batch; // null only before the object is in a context

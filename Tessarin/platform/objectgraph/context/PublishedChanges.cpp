@@ -9,21 +9,22 @@
 namespace Tessarin {
 namespace {
 
-RecordChange const* basisOf(RecordChange const& change, ChangeSet const& unsaved) {
-    if (!change.before) return nullptr;
-    auto const* basis = unsaved.find(*change.entity, change.key);
-    return basis && basis->before && basis->after == change.before && basis->before != basis->after ? basis : nullptr;
+/// The row that the parent had read, where the change was made on what the parent has made of it; else null.
+RowRef basisOf(RecordChange const& change, ChangeSets const& unsaved) {
+    if (!change.before) return {};
+    auto const parents = rowChangeIn(unsaved, *change.entity, change.key);
+    return parents.after == change.before && parents.before != parents.after ? parents.before : RowRef();
 }
 
-Ref<ChangeSet const> rebased(ChangeSet const& set, ChangeSet const& unsaved) {
+Ref<ChangeSet const> rebased(ChangeSet const& set, ChangeSets const& unsaved) {
     std::vector<RecordChange> changes(set.changes().begin(), set.changes().end());
     RowBuilder builder;
     for (auto& change : changes) {
-        auto const* basis = basisOf(change, unsaved);
+        auto basis = basisOf(change, unsaved);
         if (!basis) continue;
-        change.before = basis->before;
+        change.before = std::move(basis);
         if (!change.after) continue;
-        builder.begin(*change.after, basis->before->version() + 1);
+        builder.begin(*change.after, change.before->version() + 1);
         change.after = builder.finish();
     }
     return std::make_shared<ChangeSet const>(set.sharedSpace(), std::move(changes));
@@ -31,37 +32,57 @@ Ref<ChangeSet const> rebased(ChangeSet const& set, ChangeSet const& unsaved) {
 
 } // namespace
 
-ChangeSets rebased(ChangeSets const& sets, Ref<ChangeSet const> const& unsaved) {
-    if (!unsaved) return sets;
+ChangeSets rebased(ChangeSets const& sets, ChangeSets const& unsaved) {
+    if (unsaved.empty()) return sets;
     ChangeSets result;
     for (auto const& set : sets) {
-        bool const isBuiltOnIt = std::ranges::any_of(set->changes(), [&](auto const& change) { return basisOf(change, *unsaved); });
-        result.push_back(isBuiltOnIt ? rebased(*set, *unsaved) : set);
+        bool const isBuiltOnIt = std::ranges::any_of(set->changes(), [&](auto const& change) { return bool(basisOf(change, unsaved)); });
+        result.push_back(isBuiltOnIt ? rebased(*set, unsaved) : set);
     }
     return result;
 }
 
-bool PublishedChanges::receive(ChangeSets const& sets, std::uint64_t seen) {
-    return append(sets, [&] {
-        if (arrivals_ != seen) return false;
-        for (auto const& set : sets) unapplied_.push_back({set});
-        return true;
-    });
+namespace {
+
+std::shared_ptr<ChangeSets const> withMore(ChangeSets list, ChangeSets const& more) {
+    for (auto const& set : more) addFolded(list, set);
+    return std::make_shared<ChangeSets>(std::move(list));
 }
 
-/// What is read is folded outside the lock, on what stands there then; should something change meanwhile, once more.
-bool PublishedChanges::append(ChangeSets const& sets, FunctionRef<bool()> accept) {
+void removeFrom(ChangeSets& sets, ChangeSets const& leaving) {
+    std::unordered_set<ChangeSet const*> gone;
+    for (auto const& set : leaving) gone.insert(set.get());
+    std::erase_if(sets, [&](auto const& set) { return gone.contains(set.get()); });
+}
+
+} // namespace
+
+void PublishedChanges::append(ChangeSets const& sets, Shared read) {
+    if (!sets.empty()) ++arrivals_;
+    ++state_;
+    sets_.insert(sets_.end(), sets.begin(), sets.end());
+    read_ = std::move(read);
+}
+
+/// What is read is folded outside the locks, on what stands there then; should something change meanwhile, once more.
+bool PublishedChanges::handUp(ChangeSets const& leaving, ChangeSets const& sets, PublishedChanges& parent, std::uint64_t seen) {
     for (;;) {
-        auto const before = forReading();
-        auto next = std::make_shared<ChangeSets>(*before.sets);
-        for (auto const& set : sets) addFolded(*next, set);
-        std::lock_guard const hold(mutex_);
-        if (state_ != before.state) continue;
-        if (!accept()) return false;
-        if (!sets.empty()) ++arrivals_;
+        auto const above = parent.forReading();
+        std::unique_lock reading(mutex_);
+        auto const state = state_;
+        auto staying = sets_;
+        reading.unlock();
+        removeFrom(staying, leaving);
+        auto const readAbove = withMore(*above.sets, sets);
+        Shared readHere = withMore({}, staying);
+        std::scoped_lock const hold(mutex_, parent.mutex_);
+        if (parent.arrivals_ != seen) return false;
+        if (state_ != state || parent.state_ != above.state) continue;
+        parent.append(sets, readAbove);
+        for (auto const& set : sets) parent.unapplied_.push_back({set});
+        sets_.swap(staying); // what leaves is released after the locks
+        read_.swap(readHere);
         ++state_;
-        sets_.insert(sets_.end(), sets.begin(), sets.end());
-        read_ = std::move(next);
         return true;
     }
 }
@@ -102,43 +123,42 @@ bool PublishedChanges::empty() const {
 
 PublishedChanges::Reading PublishedChanges::forReading() const {
     std::lock_guard const hold(mutex_);
-    return {read_, aside_, state_};
+    return {aside_, read_, unsaved_, state_};
 }
 
-ChangeSets PublishedChanges::forChildren() const {
+std::uint64_t PublishedChanges::state() const {
     std::lock_guard const hold(mutex_);
-    auto sets = *aside_;
-    sets.insert(sets.end(), read_->begin(), read_->end());
-    if (unsaved_) sets.push_back(unsaved_);
-    return sets;
+    return state_;
 }
 
-Ref<ChangeSet const> PublishedChanges::unsaved() const {
+std::shared_ptr<ChangeSets const> PublishedChanges::unsaved() const {
     std::lock_guard const hold(mutex_);
     return unsaved_;
 }
 
-void PublishedChanges::setUnsaved(Ref<ChangeSet const> unsaved) {
+void PublishedChanges::setUnsaved(ChangeSets unsaved) {
+    std::shared_ptr<ChangeSets const> next = std::make_shared<ChangeSets>(std::move(unsaved)); // the older one is released after the lock
     std::lock_guard const hold(mutex_);
-    std::swap(unsaved_, unsaved);
+    std::swap(unsaved_, next);
 }
 
 ChangeSets PublishedChanges::stage(Ref<ChangeSet const> const& own) {
-    Ref<ChangeSet const> before; // released after the lock
-    ChangeSets staged;
-    append(own ? ChangeSets{own} : ChangeSets{}, [&] {
-        before = std::exchange(unsaved_, nullptr);
-        staged = sets_;
-        return true;
-    });
-    if (own) staged.push_back(own);
-    return staged;
+    auto const more = own ? ChangeSets{own} : ChangeSets{};
+    for (;;) {
+        auto const before = forReading();
+        auto const read = withMore(*before.sets, more);
+        Shared none = std::make_shared<ChangeSets>(); // what is unsaved is released after the lock
+        std::lock_guard const hold(mutex_);
+        if (state_ != before.state) continue;
+        append(more, read);
+        unsaved_.swap(none);
+        return sets_;
+    }
 }
 
 void PublishedChanges::unstage(Ref<ChangeSet const> const& own) {
     if (!own) return;
-    remove({own});
-    setUnsaved(own);
+    exchange([&](ChangeSets& sets, ChangeSets&) { std::erase(sets, own); }, std::make_shared<ChangeSets>(ChangeSets{own}));
 }
 
 std::vector<PublishedChanges::Arrival> PublishedChanges::takeUnapplied() {
@@ -147,22 +167,21 @@ std::vector<PublishedChanges::Arrival> PublishedChanges::takeUnapplied() {
 }
 
 /// What is read is folded again outside the lock; should something change meanwhile, once more.
-void PublishedChanges::exchange(FunctionRef<void(ChangeSets& sets, ChangeSets& aside)> change) {
+void PublishedChanges::exchange(FunctionRef<void(ChangeSets& sets, ChangeSets& aside)> change, Shared unsaved) {
     for (;;) {
         std::unique_lock hold(mutex_);
         auto const state = state_;
         auto sets = sets_, aside = *aside_;
         hold.unlock();
         change(sets, aside);
-        auto read = std::make_shared<ChangeSets>();
-        for (auto const& set : sets) addFolded(*read, set);
-        std::shared_ptr<ChangeSets const> released[] = {read, std::make_shared<ChangeSets>(std::move(aside))}; // after the lock
+        Shared released[] = {withMore({}, sets), std::make_shared<ChangeSets>(std::move(aside))}; // after the lock
         hold.lock();
         if (state_ != state) continue;
         ++state_;
         std::swap(sets_, sets);
         std::swap(read_, released[0]);
         std::swap(aside_, released[1]);
+        if (unsaved) std::swap(unsaved_, unsaved);
         hold.unlock();
         return;
     }
@@ -170,9 +189,7 @@ void PublishedChanges::exchange(FunctionRef<void(ChangeSets& sets, ChangeSets& a
 
 void PublishedChanges::remove(ChangeSets const& sets) {
     if (sets.empty()) return;
-    std::unordered_set<ChangeSet const*> leaving;
-    for (auto const& set : sets) leaving.insert(set.get());
-    exchange([&](ChangeSets& all, ChangeSets&) { std::erase_if(all, [&](auto const& set) { return leaving.contains(set.get()); }); });
+    exchange([&](ChangeSets& all, ChangeSets&) { removeFrom(all, sets); });
 }
 
 void PublishedChanges::setAside(ChangeSets const& sets) {

@@ -14,8 +14,9 @@ class NSManagedObjectContext;
 /// entering the context's queue. Any thread.
 class PublishedChanges {
 public:
-    /// What a child hands up; false, and nothing happens, when something has come since `seen`.
-    bool receive(ChangeSets const& sets, std::uint64_t seen);
+    /// `sets`, made of what leaves here, go to the parent: at one moment, so that no reader misses them or sees them twice. False,
+    /// and nothing happens, when something has come to the parent since `seen`.
+    bool handUp(ChangeSets const& leaving, ChangeSets const& sets, PublishedChanges& parent, std::uint64_t seen);
     /// How often sets have come.
     std::uint64_t arrivals() const;
     /// What a save further up left otherwise than it was handed up.
@@ -23,18 +24,19 @@ public:
     /// The sets that stand here now, as they were handed up: what a save hands on.
     ChangeSets current() const;
     bool empty() const;
-    /// The same for readers, folded to a few sets.
+    /// The same for readers, folded to a few sets, with what else children see.
     struct Reading {
-        std::shared_ptr<ChangeSets const> sets;
         std::shared_ptr<ChangeSets const> aside; // see `setAside`
-        std::uint64_t state = 0;                 // another one as soon as sets come or go
+        std::shared_ptr<ChangeSets const> sets;
+        std::shared_ptr<ChangeSets const> unsaved;
+        std::uint64_t state = 0; // see `state`
     };
     Reading forReading() const;
-    /// The same with the unsaved changes and those set aside: what children see.
-    ChangeSets forChildren() const;
-    /// The context's own changes; null for none.
-    Ref<ChangeSet const> unsaved() const;
-    void setUnsaved(Ref<ChangeSet const> unsaved);
+    /// Another one as soon as sets come or go.
+    std::uint64_t state() const;
+    /// The context's own changes, one after the other.
+    std::shared_ptr<ChangeSets const> unsaved() const;
+    void setUnsaved(ChangeSets unsaved);
     /// A save begins: the own changes, with permanent keys now, become the last of the sets, which are the result.
     ChangeSets stage(Ref<ChangeSet const> const& own);
     /// The save failed: they are unsaved again.
@@ -55,22 +57,23 @@ public:
     void dropAside();
 
 private:
-    bool append(ChangeSets const& sets, FunctionRef<bool()> accept);
-    void exchange(FunctionRef<void(ChangeSets& sets, ChangeSets& aside)> change);
+    using Shared = std::shared_ptr<ChangeSets const>;
+    void append(ChangeSets const& sets, Shared read);
+    void exchange(FunctionRef<void(ChangeSets& sets, ChangeSets& aside)> change, Shared unsaved = nullptr);
 
     mutable std::mutex mutex_;
     ChangeSets sets_;                                                         // guarded by mutex_, like what follows
-    std::shared_ptr<ChangeSets const> aside_ = std::make_shared<ChangeSets>();
-    std::shared_ptr<ChangeSets const> read_ = std::make_shared<ChangeSets>(); // `sets_`, folded
+    Shared aside_ = std::make_shared<ChangeSets>();
+    Shared read_ = std::make_shared<ChangeSets>(); // `sets_`, folded
     std::uint64_t state_ = 0;
     std::uint64_t arrivals_ = 0;
     std::vector<Arrival> unapplied_;
     std::vector<WeakRef<NSManagedObjectContext>> readers_;
-    Ref<ChangeSet const> unsaved_;
+    Shared unsaved_ = std::make_shared<ChangeSets>();
 };
 
 /// Sets that a child made on top of a parent's unsaved changes, told from what the parent had read instead: the parent's
 /// changes to the same records come along, so that a set never builds on something that may not be saved before it.
-ChangeSets rebased(ChangeSets const& sets, Ref<ChangeSet const> const& unsaved);
+ChangeSets rebased(ChangeSets const& sets, ChangeSets const& unsaved);
 
 } // namespace Tessarin

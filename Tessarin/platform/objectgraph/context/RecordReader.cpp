@@ -20,39 +20,59 @@ void apply(RelationshipChange const& change, std::vector<RecordKey>& members) {
         if (present.insert(key).second) members.push_back(key);
 }
 
-} // namespace
-
-RowRef rowAfter(RecordChange const& change, RowRef const& current) {
-    if (change.kind == RecordChange::Kind::Delete) return {};
+/// The row after a change, on top of what was there: `change.after` itself unless others changed the record meanwhile. Then an
+/// accepted change counts more than what was there, and an unsaved one less.
+RowRef rowAfter(RecordChange const& change, RowRef const& current, bool isUnsaved) {
     if (!change.after || !current || current == change.before) return change.after ? change.after : current;
-    if (!change.before) return current->version() > change.after->version() ? current : change.after; // as it was saved in the end
-    if (current->version() >= change.after->version()) return current; // it has arrived there already
-    return mergedRow(*change.before, *change.after, *current);
+    if (current == change.after) return current;
+    if (!change.before) return isUnsaved ? current : change.after;
+    return isUnsaved ? mergedRow(*change.before, *current, *change.after) : mergedRow(*change.before, *change.after, *current);
 }
 
+/// What the levels from a context up have published, at one moment.
+std::vector<PublishedChanges::Reading> readingsAt(ContextState const& context) {
+    std::vector<PublishedChanges const*> levels;
+    for (auto const* at = &context; at; at = at->parent ? &GraphAccess::state(*at->parent) : nullptr) levels.push_back(&at->published);
+    for (;;) {
+        std::vector<PublishedChanges::Reading> readings;
+        for (auto const* level : levels) readings.push_back(level->forReading());
+        std::size_t same = 0; // what nothing has left meanwhile has not moved up between two looks; nothing is above the last
+        while (same + 1 < levels.size() && levels[same]->state() == readings[same].state) ++same;
+        if (same + 1 == levels.size()) return readings;
+    }
+}
+
+} // namespace
+
 RecordReader::RecordReader(ContextState& context, Sees sees) : coordinator_(context.coordinator), store_(coordinator_ ? coordinator_->store() : nullptr) {
-    std::vector<ChangeSets> levels;
-    auto const add = [&](PublishedChanges const& published, bool withUnsaved) {
-        if (withUnsaved) return levels.push_back(published.forChildren());
-        auto const reading = published.forReading();
-        auto& sets = levels.emplace_back(sees == Sees::Accepted ? ChangeSets() : *reading.aside);
-        sets.insert(sets.end(), reading.sets->begin(), reading.sets->end());
-    };
-    add(context.published, false); // its own unsaved changes are in its objects
-    for (auto* at = context.parent.get(); at; at = at->parentContext().get()) add(GraphAccess::state(*at).published, sees == Sees::Unsaved);
-    for (auto level = levels.rbegin(); level != levels.rend(); ++level)
-        for (auto const& set : *level)
-            if (std::ranges::find(sets_, set) == sets_.end()) sets_.push_back(set);
+    auto const readings = readingsAt(context);
+    auto const add = [&](ChangeSets const& sets) { sets_.insert(sets_.end(), sets.begin(), sets.end()); };
+    for (auto level = readings.rbegin(); level != readings.rend(); ++level) {
+        if (sees != Sees::Accepted) add(*level->aside);
+        add(*level->sets);
+        bool const isOwn = std::next(level) == readings.rend(); // whose unsaved changes are in its objects
+        if (sees != Sees::Unsaved || isOwn || level->unsaved->empty()) continue;
+        isUnsaved_.resize(sets_.size());
+        add(*level->unsaved);
+        isUnsaved_.resize(sets_.size(), true);
+    }
 }
 
 bool RecordReader::hasChangesOf(NSEntityDescription const& entity) const {
     return std::ranges::any_of(sets_, [&](auto const& set) { return !set->changesOf(*entity.rootEntity()).empty(); });
 }
 
+bool RecordReader::knowsUnsaved(RecordKey key) const {
+    return std::ranges::any_of(coordinator_->managedObjectModel()->entities(), [&](auto const& entity) {
+        return !entity->superentity() && pending(*entity, key).row;
+    });
+}
+
 RecordReader::Pending RecordReader::pending(NSEntityDescription const& entity, RecordKey key) const {
     Pending result;
     auto const before = key > 0 ? coordinator_->promotions().temporaryKey(key) : 0;
-    for (auto const& set : sets_) {
+    for (std::size_t at = 0; at < sets_.size(); ++at) {
+        auto const& set = sets_[at];
         auto const* change = set->find(entity, key);
         if (!change && before != 0) change = set->find(entity, before);
         if (!change) continue;
@@ -62,7 +82,7 @@ RecordReader::Pending RecordReader::pending(NSEntityDescription const& entity, R
         }
         bool const isGone = result.isKnown && !result.row;
         if (isGone && change->kind == RecordChange::Kind::Update) continue; // only an insertion brings it back
-        auto row = rowAfter(*change, result.row);
+        auto row = rowAfter(*change, result.row, at < isUnsaved_.size() && isUnsaved_[at]);
         if (!row) continue; // only its to-many relationships changed
         result = {true, std::move(row)};
     }

@@ -10,8 +10,8 @@ using MembersByOwner = std::unordered_map<RecordKey, std::vector<RecordKey>>;
 /// What a context sees of records apart from its own unsaved objects: the store, under the change sets that are on their
 /// way to it. Made for one operation; never waits for another context's queue.
 ///
-/// A set that moves up while a reader is made is seen twice rather than not at all: it is published above before it
-/// leaves below, levels are read from below, and the store is read last.
+/// The levels are read as they stood at one moment: a set that moves up meanwhile is seen once. What the store has is read last,
+/// and a set leaves the root only when it is there: never is one missed.
 ///
 /// A store that cannot be read now throws ErrorException: nothing is taken for missing because of a passing failure.
 class RecordReader {
@@ -24,6 +24,8 @@ public:
     /// The change sets above and at this context, oldest first.
     ChangeSets const& sets() const noexcept { return sets_; }
     bool hasChangesOf(NSEntityDescription const& entity) const;
+    /// Whether a record with that temporary key is among them.
+    bool knowsUnsaved(RecordKey key) const;
     NSPersistentStore* store() const noexcept { return store_; }
 
     /// The record's row; none when there is no such record. `fresh` asks the store even when a row is in memory.
@@ -49,9 +51,7 @@ private:
     Ref<NSPersistentStoreCoordinator> coordinator_;
     NSPersistentStore* store_;
     ChangeSets sets_;
+    std::vector<bool> isUnsaved_; // of an ancestor, for each set; empty when all are saved
 };
-
-/// The row after a change, on top of what was there: `change.after` itself unless others changed the record meanwhile.
-RowRef rowAfter(RecordChange const& change, RowRef const& current);
 
 } // namespace Tessarin

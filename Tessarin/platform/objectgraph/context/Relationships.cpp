@@ -34,6 +34,7 @@ void addMember(NSManagedObject& owner, NSRelationshipDescription const& relation
     auto& state = toManyOf(owner, relationship);
     if (key < 0) state.holdsTemporaries = true;
     if (!state.removed.remove(key)) state.added.append(key);
+    noteUnshownLink(owner, relationship, key, true);
     if (state.isLoaded) state.members.append(key);
     if (relationship.isOrdered()) state.isReordered = true;
     markChanged(owner, changeOf(owner));
@@ -44,6 +45,7 @@ void removeMember(NSManagedObject& owner, NSRelationshipDescription const& relat
     auto& state = toManyOf(owner, relationship);
     if (key < 0) state.holdsTemporaries = true;
     if (!state.added.remove(key)) state.removed.add(key);
+    noteUnshownLink(owner, relationship, key, false);
     if (state.isLoaded) state.members.remove(key);
     if (relationship.isOrdered()) state.isReordered = true;
     markChanged(owner, changeOf(owner));
@@ -166,8 +168,7 @@ void forgetIfUnchanged(ContextState& context, NSManagedObject& object) {
     });
     if (!state.extras->values.empty() || std::ranges::any_of(state.extras->toMany, &ToManyState::isChanged)) return;
     state.clear(ObjectState::Updated);
-    state.clear(ObjectState::Changed);
-    context.changed.remove(object);
+    unmarkChanged(context, object);
 }
 
 /// The to-one leads where it did when it was read, if that is still there.
@@ -185,16 +186,17 @@ void undoLinks(ContextState& context, NSManagedObject& object) {
     auto& state = GraphAccess::state(object);
     if (!state.extras || !state.has(ObjectState::Changed)) return;
     updateKeys(state);
-    auto const undo = [&](NSRelationshipDescription const& relationship, std::vector<RecordKey> const& added, std::vector<RecordKey> const& removed) {
+    using Keys = std::span<RecordKey const>;
+    auto const undo = [&](NSRelationshipDescription const& relationship, Keys added, Keys removed) {
         auto const* inverse = relationship.inverseRelationship();
         if (!inverse) return;
-        for (auto const* keys : {&added, &removed})
-            for (auto const key : *keys) {
+        for (bool const wasRemoved : {false, true})
+            for (auto const key : wasRemoved ? removed : added) {
                 auto const other = objectWithKey(context, *relationship.destinationEntity(), key);
                 if (other.get() == &object || other->isDeleted()) continue;
                 // Whoever has found another one meanwhile keeps it.
-                if (keys == &removed && !inverse->isToMany() && referenceOf(*other, *inverse) != 0) continue;
-                if (keys == &removed)
+                if (wasRemoved && !inverse->isToMany() && referenceOf(*other, *inverse) != 0) continue;
+                if (wasRemoved)
                     attachEnd(*other, *inverse, object);
                 else if (inverse->isToMany())
                     detachEnd(*other, *inverse, object.recordKey());
@@ -207,22 +209,19 @@ void undoLinks(ContextState& context, NSManagedObject& object) {
         bool const isNullified = object.isDeleted() && relationship->deleteRule() == NSDeleteRule::Nullify;
         if (relationship->isToMany()) {
             auto const* toMany = state.extras->find(relationship->index());
-            std::vector<RecordKey> added, removed;
-            if (toMany) added.assign(toMany->added.keys().begin(), toMany->added.keys().end());
-            if (toMany) removed.assign(toMany->removed.keys().begin(), toMany->removed.keys().end());
+            auto added = toMany ? toMany->added : KeySet(), removed = toMany ? toMany->removed : KeySet();
             if (isNullified) { // whoever was let go of by the deletion is still among the members
-                auto const members = memberKeys(object, *relationship);
-                for (auto const key : members)
-                    if (std::ranges::find(added, key) == added.end()) removed.push_back(key);
+                for (auto const key : memberKeys(object, *relationship))
+                    if (!added.contains(key)) removed.add(key);
                 added.clear();
             }
-            undo(*relationship, added, removed);
+            undo(*relationship, added.keys(), removed.keys());
             continue;
         }
         auto const before = readReferenceOf(state, *relationship);
         auto const now = referenceOf(object, *relationship);
         if (before == now && !isNullified) continue;
-        undo(*relationship, now == 0 || isNullified ? std::vector<RecordKey>{} : std::vector{now}, before == 0 ? std::vector<RecordKey>{} : std::vector{before});
+        undo(*relationship, now == 0 || isNullified ? Keys() : Keys(&now, 1), before == 0 ? Keys() : Keys(&before, 1));
     }
 }
 
@@ -315,6 +314,7 @@ void MutableObjectSet::setObjects(std::vector<Ref<NSManagedObject>> const& objec
     if (std::ranges::equal(wanted.keys(), state.members.keys())) return;
     state.members = std::move(wanted);
     state.isReordered = true;
+    noteUnshownLink(*owner_, relationship_, 0, true); // nobody came or went
     markChanged(*owner_, changeOf(*owner_));
 }
 

@@ -61,7 +61,7 @@ Ref<NSError> SaveOperation::handUp(NSManagedObjectContext& parent) {
     for (;;) {
         auto const seen = state.published.arrivals();
         if (!isStillFree(seen, lookedAbove_)) return nullptr;
-        handed_ = rebased(sets_, state.published.unsaved());
+        handed_ = rebased(sets_, *state.published.unsaved());
         outcome_ = {};
         if (!fitsAbove(state)) {
             RecordReader const above(state, RecordReader::Sees::Saved);
@@ -73,7 +73,7 @@ Ref<NSError> SaveOperation::handUp(NSManagedObjectContext& parent) {
             }
             if (!outcome_.sets.empty()) handed_ = outcome_.sets;
         }
-        if (handed_.empty() || state.published.receive(handed_, seen)) return nullptr;
+        if (context_.published.handUp(sets_, handed_, state.published, seen)) return nullptr;
     }
 }
 

@@ -159,9 +159,8 @@ void SaveOperation::settle() {
     if (!outcome_.corrected.empty()) corrections_ = std::make_shared<ChangeSet const>(context_.coordinator->space(), std::move(outcome_.corrected));
     if (!ownRefusal_) settleObjects();
     setAside();
-    // Only now may the sets leave here: above, or in the file, they can be read already.
     if (ownRefusal_) context_.published.unstage(own_);
-    context_.published.remove(sets_);
+    if (!context_.parent) context_.published.remove(sets_); // only now: in the file they can be read already
     if (corrections_) {
         mergeCorrections(context_, corrections_);
         handed_.push_back(corrections_);

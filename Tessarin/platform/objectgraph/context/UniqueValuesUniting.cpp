@@ -135,11 +135,9 @@ void UniqueValuesLook::forget(NSManagedObject& object) {
         gone_.push_back({.kind = RecordChange::Kind::Delete, .key = state.key, .entity = &object.entity(), .before = {}, .after = {}, .relationships = {}});
     context_.link->remove(object, state.key);
     state.clear(ObjectState::Inserted);
-    state.clear(ObjectState::Changed);
     state.set(ObjectState::Deleted);
     state.set(ObjectState::Gone);
-    context_.hasUnannouncedChanges = true;
-    context_.changed.remove(object);
+    unmarkChanged(context_, object);
 }
 
 } // namespace Tessarin

@@ -40,16 +40,23 @@ RowRef RowCache::find(RecordKey key, std::uint32_t version) const {
 
 void RowCache::add(RowRef const& added) {
     RowRef row = added;
-    addAll({&row, 1});
+    {
+        auto& shard = shardOf(row->key());
+        std::lock_guard const hold(shard.mutex);
+        shard.mark(row->key(), next());
+    }
+    addAll({&row, 1}, always);
 }
 
-std::size_t RowCache::addAll(std::span<RowRef> rows) {
+std::size_t RowCache::addAll(std::span<RowRef> rows, Moment asOf) {
     std::vector<RowRef> replaced; // to be released when no lock is held
     {
         ShardHold<Shard> hold;
         for (auto& each : rows) {
             auto* row = const_cast<Row*>(each.get());
-            auto place = hold.moveTo(shardOf(row->key_)).rows.place(row->key_);
+            auto& shard = hold.moveTo(shardOf(row->key_));
+            if (shard.isOutdated(row->key_, asOf)) continue;
+            auto place = shard.rows.place(row->key_);
             auto* const present = place.value();
             if (present == row) continue;
             if (present && present->version_ >= row->version_ && present->block().retainIfAlive()) {
@@ -66,6 +73,7 @@ std::size_t RowCache::addAll(std::span<RowRef> rows) {
 void RowCache::remove(RecordKey key) {
     auto& shard = shardOf(key);
     std::lock_guard const hold(shard.mutex);
+    shard.mark(key, next());
     shard.rows.set(key, nullptr);
 }
 
@@ -73,6 +81,8 @@ void RowCache::removeAll() {
     for (auto& shard : shards_) {
         KeyTable<Row> gone; // freed without the lock
         std::lock_guard const hold(shard.mutex);
+        shard.marks.fill(next());
+        shard.newestMark = next();
         std::swap(shard.rows, gone);
     }
 }

@@ -13,6 +13,13 @@ using Kind = RecordChange::Kind;
 
 bool changesRow(RecordChange const& change) { return change.kind != Kind::Update || change.before != change.after; }
 
+bool isSame(Row const& a, Row const& b) {
+    if (&a.layout() != &b.layout()) return false;
+    for (std::size_t cell = 0; cell < a.layout().cells().size(); ++cell)
+        if (!a.cellEquals(cell, b)) return false;
+    return true;
+}
+
 /// What several sets do to one record, one after another.
 struct Chain {
     std::vector<RecordChange const*> steps;
@@ -102,8 +109,11 @@ private:
     void rewrite(Chain const& chain, RowRef const& stored, RowRef const& final) {
         auto const& first = *chain.steps.front();
         Rewritten made{chain.firstSet, {.kind = Kind::Delete, .key = first.key, .entity = first.entity, .before = stored}};
-        if (final) {
-            made.change.kind = stored ? Kind::Update : Kind::Insert;
+        if (final) made.change.kind = stored ? Kind::Update : Kind::Insert;
+        auto const& last = chain.steps.back()->after;
+        if (final && last && isSame(*final, *last) && (!stored || last->version() > stored->version())) {
+            made.change.after = last; // which others may have built on already
+        } else if (final) {
             // Above every version that anybody may have seen of it, so that all take this one.
             builder_.begin(*final, std::max(chain.version(), stored ? stored->version() : 0) + 1);
             made.change.after = builder_.finish();

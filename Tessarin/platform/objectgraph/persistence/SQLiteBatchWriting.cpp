@@ -129,9 +129,10 @@ void SQLiteWriter::runBatch(SQLite::Statement& statement, NSEntityDescription co
 
 void SQLiteWriter::forgetRows(BatchOutcome const& outcome) {
     auto& cache = schema_.space().cache();
-    if (outcome.records.size() < outcome.count) return cache.removeAll(); // it was empty, and holds what was fetched meanwhile
+    if (outcome.records.size() < outcome.count) cache.removeAll(); // it was empty, and holds what was fetched meanwhile
     for (auto const& record : outcome.records) cache.remove(record.key);
     for (auto const& [entity, key] : dangling_.changed()) cache.remove(key);
+    cache.endCommit();
 }
 
 } // namespace Tessarin

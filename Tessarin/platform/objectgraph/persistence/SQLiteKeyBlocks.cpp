@@ -14,9 +14,9 @@ RecordKey SQLiteKeyBlocks::take(std::size_t count) {
     return std::exchange(next_, next_ + wanted);
 }
 
-void SQLiteKeyBlocks::startBehind(RecordKey largest) {
+void SQLiteKeyBlocks::startBehind(RecordKey existing) {
     std::lock_guard const hold(mutex_);
-    least_ = std::max(least_, largest == INT64_MAX ? largest : largest + 1);
+    least_ = std::max(least_, existing == INT64_MAX ? existing : existing + 1);
 }
 
 void SQLiteKeyBlocks::reserve(SQLite::Connection& connection, std::size_t count) {

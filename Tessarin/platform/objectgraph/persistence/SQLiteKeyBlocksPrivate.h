@@ -12,8 +12,8 @@ public:
     /// The first of `count` neighbours, when that many are at hand; else 0.
     RecordKey take(std::size_t count);
 
-    /// Hands out nothing up to `largest`, whatever the file says: a record has that key.
-    void startBehind(RecordKey largest);
+    /// Hands out nothing up to `existing`, whatever the file says: a record has that key.
+    void startBehind(RecordKey existing);
     /// Reserves in the file, within a write transaction of the caller. What was reserved counts once `confirm` is called.
     void reserve(SQLite::Connection& connection, std::size_t count);
     /// The same when the process is running short, on the occasion of a save.

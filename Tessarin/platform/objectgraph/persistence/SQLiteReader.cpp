@@ -89,7 +89,7 @@ bool areDense(std::span<RecordKey const> sortedKeys) {
 SQLiteRowDecoder& SQLiteReader::decoderFor(NSEntityDescription const& entity, bool includesSubentities) {
     auto const key = std::pair(entity.index(), includesSubentities);
     if (auto const found = decoders_.find(key); found != decoders_.end()) return found->second;
-    return decoders_.try_emplace(key, schema_, entity, includesSubentities).first->second;
+    return decoders_.try_emplace(key, schema_, entity, includesSubentities, asOf_).first->second;
 }
 
 void SQLiteReader::rows(NSEntityDescription const& rootEntity, std::span<RecordKey const> keys, FunctionRef<void(RowRef)> each) {

@@ -6,7 +6,7 @@ namespace Tessarin {
 
 struct SQLiteReaderPool::Seat {
     Seat(SQLiteSchema const& schema, std::unique_ptr<SQLite::Connection> opened)
-        : connection(std::move(opened)), reader(schema, *connection) {}
+        : cache(schema.space().cache()), connection(std::move(opened)), reader(schema, *connection) {}
 
     void begin() {
         if (connection->isInTransaction()) {
@@ -14,6 +14,7 @@ struct SQLiteReaderPool::Seat {
             end();
         }
         connection->noteCommits(); // before the snapshot is taken: a commit in between only makes it look old too early
+        reader.seeAsOf(cache.now());
         connection->use("BEGIN")->run();
     }
     void end() noexcept {
@@ -24,6 +25,7 @@ struct SQLiteReaderPool::Seat {
         }
     }
 
+    RowCache const& cache;
     std::unique_ptr<SQLite::Connection> connection;
     SQLiteReader reader;
 };

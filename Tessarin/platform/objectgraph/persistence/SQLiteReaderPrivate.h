@@ -14,6 +14,8 @@ class SQLTranslation;
 class TESSARIN_API SQLiteReader {
 public:
     SQLiteReader(SQLiteSchema const& schema, SQLite::Connection& connection);
+    /// A read transaction begins, which will see the commits up to that moment at least; without one all are seen.
+    void seeAsOf(RowCache::Moment moment) noexcept { asOf_ = moment; }
 
     /// The keys of a table that a query reads from one end to the other.
     struct Span {
@@ -65,6 +67,7 @@ private:
     class SmallCache;
     SQLiteSchema const& schema_;
     SQLite::Connection& connection_;
+    RowCache::Moment asOf_ = RowCache::always;
     std::map<std::pair<std::size_t, bool>, SQLiteRowDecoder> decoders_;
 };
 

@@ -6,8 +6,9 @@
 
 namespace Tessarin {
 
-SQLiteRowDecoder::SQLiteRowDecoder(SQLiteSchema const& schema, NSEntityDescription const& entity, bool includesSubentities)
-    : space_(schema.space()), hasEntityColumn_(schema.tableOf(entity).hasEntityColumn) {
+SQLiteRowDecoder::SQLiteRowDecoder(SQLiteSchema const& schema, NSEntityDescription const& entity, bool includesSubentities,
+                                   RowCache::Moment const& asOf)
+    : space_(schema.space()), asOf_(asOf), hasEntityColumn_(schema.tableOf(entity).hasEntityColumn) {
     std::vector<std::string> names{"id", "version"};
     if (hasEntityColumn_) names.push_back("entity");
     addPlans(schema, entity, includesSubentities, names);
@@ -49,7 +50,7 @@ RowRef SQLiteRowDecoder::row(SQLite::Statement const& statement) {
     auto const* plan = planOf(handle);
     if (!plan) return {};
     auto row = decoded(handle, *plan, key, version, nullptr);
-    space_.cache().addAll({&row, 1});
+    space_.cache().addAll({&row, 1}, asOf_);
     requireSameTree(row->entity(), root, key);
     return row;
 }
@@ -130,7 +131,7 @@ bool SQLiteRowDecoder::readAll(SQLite::Statement& statement, std::vector<RowRef>
     bool isNew = true;
     auto const intoCache = [&] {
         auto const fresh = std::span(rows).subspan(known);
-        isNew = space_.cache().addAll(fresh) == 0 && isNew;
+        isNew = space_.cache().addAll(fresh, asOf_) == 0 && isNew;
         for (auto const& row : fresh) requireSameTree(row->entity(), plans_.front().second.layout->entity(), row->key());
         known = rows.size();
     };

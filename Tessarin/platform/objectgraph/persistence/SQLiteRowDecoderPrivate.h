@@ -9,7 +9,8 @@ namespace Tessarin {
 /// Which columns a query reads for an entity (and its sub-entities), and how they become rows. Used by one thread at a time.
 class TESSARIN_API SQLiteRowDecoder {
 public:
-    SQLiteRowDecoder(SQLiteSchema const& schema, NSEntityDescription const& entity, bool includesSubentities);
+    /// `asOf`: which commits the connection sees, at any time.
+    SQLiteRowDecoder(SQLiteSchema const& schema, NSEntityDescription const& entity, bool includesSubentities, RowCache::Moment const& asOf);
 
     /// The list of columns of the table, which the query calls `t0`: id and version first.
     std::string const& columns() const noexcept { return columns_; }
@@ -44,6 +45,7 @@ private:
                   std::vector<std::string>& names);
 
     RowSpace& space_;
+    RowCache::Moment const& asOf_;
     bool hasEntityColumn_;
     std::string columns_;
     std::vector<std::pair<std::int64_t, Plan>> plans_; // by number of the entity

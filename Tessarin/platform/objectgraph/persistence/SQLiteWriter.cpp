@@ -172,6 +172,7 @@ void SQLiteWriter::publish(std::span<Ref<ChangeSet const> const> sets, SaveOutco
         }
     for (auto const& change : outcome.corrected)
         if (!change.after) cache.remove(change.key);
+    cache.endCommit();
     dangling_.tell(reader_, outcome);
 }
 

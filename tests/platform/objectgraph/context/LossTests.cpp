@@ -192,6 +192,20 @@ TEST_P(Loss, RulesHoldForToOnesAndForUpdates) {
     EXPECT_FALSE(root->save(error)) << "an update is checked, too";
 }
 
+TEST_P(Loss, AnAcceptedChangeIsSeenBelowThoughTheLevelAboveHasGotAnother) {
+    auto const id = saved("Book", {{"title", "old"}, {"year", 1}})->objectID();
+    auto const main = library.worker(), other = library.worker();
+    for (auto const& [context, key, value] : {std::tuple{main, "year", Value(2)}, {other, "title", Value("new")}}) {
+        auto const worker = Library::childOf(context);
+        worker->objectWithID(*id)->setValueForKey(value, key);
+        ASSERT_TRUE(saves(*worker));
+    }
+    ASSERT_TRUE(saves(*other));
+    auto const seen = Library::childOf(main)->objectWithID(*id);
+    EXPECT_EQ(seen->valueForKey("title"), Value("new"));
+    EXPECT_EQ(seen->valueForKey("year"), Value(2)) << "its save was accepted, and is on its way";
+}
+
 TEST_P(Loss, AFetchPutsNoOlderRowIntoAnObject) {
     auto const book = saved("Book", {{"title", "old"}});
     auto const worker = library.worker();

@@ -252,7 +252,22 @@ TEST(MergePolicy, CorrectionsReachLevelsBelowUnderWhatIsUnsavedThere) {
     other->performBlockAndWait([&] {
         EXPECT_EQ(bystander->valueForKey("title"), Value("theirs"));
         EXPECT_EQ(bystander->valueForKey("year"), Value(7));
+        EXPECT_TRUE(saves(*other)) << "nobody else changed the year";
     });
+}
+
+TEST(MergePolicy, ACorrectionDoesNotHideAConflictFromWhatIsUnsavedBelow) {
+    Stage stage(false, "SQLite", Type::MergeByPropertyStoreTrump);
+    auto const other = Library::childOf(stage.main);
+    auto const bystander = stage.at(*other);
+    bystander->setValueForKey("mine", "title");
+    stage.theirs->setValueForKey("theirs", "title");
+    stage.mine->setValueForKey("ours", "title");
+    EXPECT_FALSE(stage.save());
+    Ref<NSError> error;
+    EXPECT_FALSE(other->save(error));
+    EXPECT_TRUE(error && error->code() == NSManagedObjectMergeError);
+    EXPECT_EQ(bystander->valueForKey("title"), Value("mine"));
 }
 
 TEST(MergePolicy, NoLinkIsLeftToARecordThatSomebodyElseDeleted) {

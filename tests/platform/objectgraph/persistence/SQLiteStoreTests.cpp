@@ -74,6 +74,23 @@ TEST(SQLiteStore, BatchRequestsLeaveNoRowInTheCacheThatIsOld) {
     EXPECT_EQ(cache.find(keys[1]), nullptr) << "its link was cut";
 }
 
+TEST(SQLiteStore, ASlowReaderPutsNoRowInTheCacheThatACommitHasReplaced) {
+    StoreFolder folder;
+    OpenStore open(folder.url("a.db"), libraryModel().build());
+    Keys const keys{open.newKey(), open.newKey()};
+    ASSERT_FALSE(open.save({open.insertion("Tag", keys[0], {{"name", "old"}}), open.insertion("Tag", keys[1], {{"name", "old"}})}));
+    std::vector<RowRef> rows;
+    EXPECT_FALSE(open.store->rows(open.entity("Tag"), keys, [&](RowRef row) {
+        if (rows.empty()) { // nobody keeps the row that replaces the other one
+            EXPECT_FALSE(open.save({open.update(open.read("Tag", keys[1]), {{"name", "new"}})}));
+        }
+        rows.push_back(std::move(row));
+    }));
+    ASSERT_EQ(keysOf(rows), keys);
+    EXPECT_EQ(open.value(rows[1], "name"), Value("old")) << "its transaction began before";
+    EXPECT_NE(open.space->cache().find(keys[1]), rows[1]);
+}
+
 class LibraryInAnyStore : public testing::TestWithParam<OpenStore::Kind> {
 protected:
     void SetUp() override {
