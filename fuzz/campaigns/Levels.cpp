@@ -6,7 +6,6 @@
 #include "fuzz/campaigns/Shelf.h"
 
 #include <algorithm>
-#include <fmt/format.h>
 #include <map>
 #include <set>
 
@@ -107,9 +106,7 @@ private:
 
     void act() {
         auto const at = trial_.random(contextCount);
-        auto const what = trial_.random(20);
-        fmt::print("step {} context {} op {}\n", step_++, at, what);
-        switch (what) {
+        switch (trial_.random(20)) {
         case 0:
         case 1: return insert(at, false);
         case 2: return insert(at, true);
@@ -144,7 +141,6 @@ private:
 
     void insert(std::size_t at, bool isBox) {
         auto const number = newNumber(at);
-        fmt::print("   insert {} box {}\n", number, isBox);
         on(at, [&](auto& context) {
             auto const object = perhapsKept(at, context.insertNewObject(isBox ? "Box" : "Item"));
             object->setValueForKey(number, "number");
@@ -176,7 +172,6 @@ private:
         auto const number = chosenItem(at);
         if (!number) return;
         auto const value = static_cast<std::int64_t>(trial_.random(1000));
-        fmt::print("   change {}\n", *number);
         on(at, [&](auto& context) { perhapsKept(at, find(context, *number))->setValueForKey(value, "value"); });
         layers_[at][*number].value = value;
         tally_.add("changes");
@@ -192,7 +187,6 @@ private:
             auto const item = perhapsKept(at, find(context, *number));
             item->setValueForKey(target ? Value(find(context, *target, isBox)) : Value(), key);
         });
-        fmt::print("   link {} {} {}\n", *number, key, target.value_or(-1));
         (isBox ? layers_[at][*number].box : layers_[at][*number].next) = target;
         tally_.add("links");
     }
@@ -215,7 +209,6 @@ private:
         auto const number = chosen(at, [&](int each, Shown const& shown) { return isMine(at, each) && !(shown.isBox && isUsed(each)); });
         if (!number) return;
         bool const isBox = viewOf(at)[*number].isBox;
-        fmt::print("   remove {}\n", *number);
         on(at, [&](auto& context) { context.deleteObject(*perhapsKept(at, find(context, *number, isBox))); });
         fold({{*number, {.isDeleted = true}}}, layers_[at]);
         tally_.add("deletions");
@@ -257,7 +250,7 @@ private:
             context.setMergePolicy(policy);
             context.refreshObject(*contested, false);
         });
-        tally_.add("saves refused");fmt::print("   save refused {}\n", *number);
+        tally_.add("saves refused");
         received_[mainAt][*number].value = theirs;
     }
 
@@ -283,7 +276,7 @@ private:
         on(at, [](auto& context) { context.rollback(); });
         layers_[at].clear();
         refreshBelow(at);
-        tally_.add("rollbacks");fmt::print("   rollback\n");
+        tally_.add("rollbacks");
     }
 
     /// Objects below that have shown what was unsaved here go on showing it until they are read again.
@@ -299,7 +292,7 @@ private:
         layers_[at].clear();
         held_[at].clear();
         refreshBelow(at);
-        tally_.add("resets");fmt::print("   reset\n");
+        tally_.add("resets");
     }
 
     void merge(std::size_t at) {
@@ -312,7 +305,6 @@ private:
     void refreshOne(std::size_t at) {
         if (held_[at].empty()) return;
         auto const& object = held_[at][trial_.random(held_[at].size())];
-        fmt::print("   refresh\n");
         on(at, [&](auto& context) {
             if (!object->hasChanges()) context.refreshObject(*object, trial_.chance(0.5));
         });
@@ -407,7 +399,7 @@ private:
     std::map<int, Ref<NSManagedObjectID>> identities_;
     Ref<NSObject> token_;
     Ref<NSNotification> lastSave_;
-    int next_ = 0, step_ = 0;
+    int next_ = 0;
     // The model:
     View stored_;
     Layer received_[contextCount]; // handed up by children

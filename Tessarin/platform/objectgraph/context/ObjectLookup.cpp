@@ -210,7 +210,7 @@ void markChanged(NSManagedObject& object, ObjectState::Flag how) {
     if (state.has(ObjectState::Changed)) return;
     state.set(ObjectState::Changed);
     context->changed.add(object.self<NSManagedObject>());
-    context->values.note(object);
+    context->values.noteChanged(object);
 }
 
 void unmarkChanged(ContextState& context, NSManagedObject& object) {

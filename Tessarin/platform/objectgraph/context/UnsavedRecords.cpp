@@ -101,8 +101,12 @@ bool UnsavedRecords::addOwnEqual(NSPredicate const& predicate, KeySet& keys) con
     if (ownCount_ == 0) return true;
     auto const found = objectsByEquality(context_, predicate, entity_);
     if (!found) return false;
-    for (auto const& object : *found)
-        if (object->hasChanges() && isWanted(object->entity())) keys.add(object->recordKey());
+    auto const add = [&](auto const& objects) {
+        for (auto const& object : objects)
+            if (object->hasChanges() && isWanted(object->entity())) keys.add(object->recordKey());
+    };
+    add(*found);
+    add(context_.values.changedFaults());
     return true;
 }
 

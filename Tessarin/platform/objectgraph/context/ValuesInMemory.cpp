@@ -44,6 +44,22 @@ std::optional<std::vector<Ref<NSManagedObject>>> ValuesInMemory::find(ContextSta
     return found;
 }
 
+void ValuesInMemory::noteChanged(NSManagedObject& object) {
+    if (object.isFault()) changedFaults_.push_back(object.self<NSManagedObject>());
+    note(object);
+}
+
+std::vector<Ref<NSManagedObject>> ValuesInMemory::changedFaults() {
+    std::vector<Ref<NSManagedObject>> faults;
+    std::erase_if(changedFaults_, [&](auto const& each) {
+        auto object = each.lock();
+        bool const isOne = object && object->isFault() && GraphAccess::state(*object).has(ObjectState::Changed);
+        if (isOne) faults.push_back(std::move(object));
+        return !isOne;
+    });
+    return faults;
+}
+
 void ValuesInMemory::enter(NSManagedObject& object, NSAttributeDescription const& attribute, Entries& entries) {
     if (auto const hash = shownHash(GraphAccess::state(object), attribute)) entries.emplace(*hash, object.self<NSManagedObject>());
 }

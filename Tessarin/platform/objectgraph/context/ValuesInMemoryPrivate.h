@@ -27,12 +27,17 @@ public:
     void note(NSManagedObject& object, NSAttributeDescription const& attribute) {
         if (auto const found = entries_.find(&attribute); found != entries_.end()) enter(object, attribute, found->second);
     }
+    /// The object has unsaved changes from now on; perhaps of to-many relationships only, and nobody has asked for its values.
+    void noteChanged(NSManagedObject& object);
+    /// Those with unsaved changes whose values were never asked for: `find` does not know them.
+    std::vector<Ref<NSManagedObject>> changedFaults();
 
 private:
     using Entries = std::unordered_multimap<std::uint64_t, WeakRef<NSManagedObject>>; // by hash of the value
     static void enter(NSManagedObject& object, NSAttributeDescription const& attribute, Entries& entries);
 
     std::map<NSAttributeDescription const*, Entries> entries_;
+    std::vector<WeakRef<NSManagedObject>> changedFaults_; // and some that are none any more
 };
 
 } // namespace Tessarin

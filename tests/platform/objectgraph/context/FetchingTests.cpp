@@ -305,4 +305,8 @@ TEST_P(Fetching, WhatIsInMemoryIsFoundByTheValueItHasNow) {
     EXPECT_EQ(fetched(*worker, "Book", where("title == '110'")).at(0), saved);
     ASSERT_TRUE(saves(*worker));
     EXPECT_EQ(found("y"), book) << "under its permanent key";
+    worker->refreshObject(*saved, false);
+    saved->mutableSetValueForKey("related").addObject(book);
+    ASSERT_TRUE(saved->isFault());
+    EXPECT_EQ(fetched(*worker, "Book", where("title == '110'")).size(), 1U) << "changed, though nobody has asked for its values";
 }
