@@ -188,6 +188,7 @@ private:
             item->setValueForKey(target ? Value(find(context, *target, isBox)) : Value(), key);
         });
         (isBox ? layers_[at][*number].box : layers_[at][*number].next) = target;
+        if (target) linked_[at].insert(*target);
         tally_.add("links");
     }
 
@@ -201,7 +202,7 @@ private:
         for (auto const& [number, shown] : stored_)
             if (shown.box == box) return true;
         for (std::size_t at = 0; at < contextCount; ++at)
-            if (uses(received_[at]) || uses(layers_[at])) return true;
+            if (uses(received_[at]) || uses(layers_[at]) || linked_[at].contains(box)) return true;
         return false;
     }
 
@@ -217,6 +218,7 @@ private:
     void save(std::size_t at) {
         on(at, [](auto& context) { saveOrThrow(context); });
         auto const layer = std::exchange(layers_[at], {});
+        linked_[at].clear();
         auto const handedUp = std::exchange(received_[at], {});
         for (auto const* changes : {&handedUp, &layer}) {
             if (at == rootAt)
@@ -262,7 +264,7 @@ private:
             });
         };
         for (std::size_t at = 0; at < contextCount; ++at)
-            if (uses(received_[at]) || (at != by && uses(layers_[at]))) return true;
+            if (uses(received_[at]) || (at != by && (uses(layers_[at]) || linked_[at].contains(record)))) return true;
         return false;
     }
     /// What becomes of those who use a new record that is taken back is another matter.
@@ -275,6 +277,7 @@ private:
         if (hasNewRecordInUse(at)) return;
         on(at, [](auto& context) { context.rollback(); });
         layers_[at].clear();
+        linked_[at].clear();
         refreshBelow(at);
         tally_.add("rollbacks");
     }
@@ -290,6 +293,7 @@ private:
         if (trial_.chance(0.5)) held_[at].clear();
         on(at, [](auto& context) { context.reset(); });
         layers_[at].clear();
+        linked_[at].clear();
         held_[at].clear();
         refreshBelow(at);
         tally_.add("resets");
@@ -404,6 +408,7 @@ private:
     View stored_;
     Layer received_[contextCount]; // handed up by children
     Layer layers_[contextCount];   // its own
+    std::set<int> linked_[contextCount]; // records that it has made links to since: unsaved changes of theirs, even where undone
 };
 
 } // namespace

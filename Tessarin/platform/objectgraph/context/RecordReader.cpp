@@ -8,16 +8,19 @@
 namespace Tessarin {
 namespace {
 
-void apply(RelationshipChange const& change, std::vector<RecordKey>& members) {
-    if (change.order) {
-        members = *change.order;
-        return;
-    }
-    std::unordered_set<RecordKey> const removed(change.removed.begin(), change.removed.end());
+/// By the keys that the records have now: a level that has not run since may still tell of them by their temporary ones.
+void apply(RelationshipChange const& change, KeyPromotions& promotions, std::vector<RecordKey>& members) {
+    auto const now = [&](RecordKey key) {
+        auto const permanent = key < 0 ? promotions.permanentKey(key) : 0;
+        return permanent == 0 ? key : permanent;
+    };
+    if (change.order) members.clear();
+    std::unordered_set<RecordKey> removed;
+    for (auto const key : change.removed) removed.insert(now(key));
     if (!removed.empty()) std::erase_if(members, [&](RecordKey key) { return removed.contains(key); });
     std::unordered_set<RecordKey> present(members.begin(), members.end());
-    for (auto const key : change.added)
-        if (present.insert(key).second) members.push_back(key);
+    for (auto const key : change.order ? *change.order : change.added)
+        if (present.insert(now(key)).second) members.push_back(now(key));
 }
 
 /// The row after a change, on top of what was there: `change.after` itself unless others changed the record meanwhile. Then an
@@ -137,10 +140,13 @@ void RecordReader::storedMembers(NSRelationshipDescription const& relationship, 
 std::vector<RecordKey> RecordReader::withChanges(NSRelationshipDescription const& relationship, NSEntityDescription const& ownerEntity,
                                                  RecordKey owner, std::vector<RecordKey> members) const {
     auto const& destination = *relationship.destinationEntity();
+    auto& promotions = coordinator_->promotions();
+    auto const former = owner > 0 ? promotions.temporaryKey(owner) : 0;
     for (auto const& set : sets_) {
-        if (auto const* change = set->find(ownerEntity, owner))
-            for (auto const& each : change->relationships)
-                if (each.relationship == &relationship) apply(each, members);
+        for (auto const key : {former, owner})
+            if (auto const* change = key == 0 ? nullptr : set->find(ownerEntity, key))
+                for (auto const& each : change->relationships)
+                    if (each.relationship == &relationship) apply(each, promotions, members);
         std::erase_if(members, [&](RecordKey key) {
             auto const* change = set->find(destination, key);
             return change && change->kind == RecordChange::Kind::Delete;
