@@ -180,7 +180,7 @@ private:
     void link(std::size_t at, char const* key) {
         bool const isBox = key[0] == 'b';
         auto const number = chosenItem(at);
-        auto const other = chosen(at, [&](int, Shown const& shown) { return shown.isBox == isBox; });
+        auto const other = chosen(at, [&](int each, Shown const& shown) { return shown.isBox == isBox && !isAboutToGo(each); });
         if (!number || !other) return;
         Link const target = trial_.chance(0.2) ? Link() : Link(*other);
         on(at, [&](auto& context) {
@@ -190,6 +190,10 @@ private:
         (isBox ? layers_[at][*number].box : layers_[at][*number].next) = target;
         if (target) linked_[at].insert(*target);
         tally_.add("links");
+    }
+
+    bool isAboutToGo(int record) const {
+        return std::ranges::any_of(layers_, [&](Layer const& layer) { return layer.contains(record) && layer.at(record).isDeleted; });
     }
 
     /// What nobody's item lies in: who wins where one deletes a box and another uses it is another matter.
