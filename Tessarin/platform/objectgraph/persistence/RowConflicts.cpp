@@ -99,11 +99,24 @@ private:
             if (chain.isBroken || stored->version() < chain.base()->version()) rewrite(chain, stored, chain.on(stored));
             return;
         }
+        if (stored && differsByCutLinks(*chain.base(), *stored)) return rewrite(chain, stored, chain.on(stored));
         auto wanted = chain.on(chain.base());
         bool const isGoneOnBothSides = !stored && !wanted;
         bool const wasNeverSaved = !stored && chain.base()->key() < 0;
         if (isGoneOnBothSides || wasNeverSaved) return;
         conflicts_.push_back({first.entity, first.key, chain.base(), std::move(wanted), stored, stored});
+    }
+
+    /// Whether all that happened to a record is that records which it led to are gone: that is nobody's change of it.
+    bool differsByCutLinks(Row const& base, Row const& stored) const {
+        if (isSame(base, stored) || &base.layout() != &stored.layout()) return false;
+        auto const& cells = base.layout().cells();
+        for (std::size_t cell = 0; cell < cells.size(); ++cell) {
+            if (stored.cellEquals(cell, base)) continue;
+            if (cells[cell].type != CellType::Reference || stored.reference(cell) != 0) return false;
+            if (stored_(*cells[cell].property->asRelationship()->destinationEntity(), base.reference(cell))) return false;
+        }
+        return true;
     }
 
     void rewrite(Chain const& chain, RowRef const& stored, RowRef const& final) {
