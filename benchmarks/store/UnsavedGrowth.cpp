@@ -102,10 +102,12 @@ double setsOfObjects(Stack& stack, std::size_t n) {
 
 double newWorker(Stack& stack, std::size_t n) {
     fill(stack, n);
-    return median(101, [&] {
+    return median(11, [&] { // of many: one takes but microseconds
         return secondsOf([&] {
-            auto const worker = stack.makeWorker();
-            worker->performBlockAndWait([&] { insertBooks(*worker, 1); });
+            for (int at = 0; at < 1000; ++at) {
+                auto const worker = stack.makeWorker();
+                worker->performBlockAndWait([&] { insertBooks(*worker, 1); });
+            }
         });
     });
 }
@@ -197,7 +199,8 @@ void measureUnsavedGrowth(std::string const& folder, FunctionRef<bool(std::strin
     auto const newFile = [&] { return (std::filesystem::path(folder) / fmt::format("unsaved{}.db", ++files)).string(); };
     auto const ratio = [&](char const* id, char const* what, double target, FunctionRef<double(std::size_t)> seconds, std::size_t n) {
         if (!wants(id, what)) return;
-        auto const one = median(3, [&] { return seconds(n); }), four = median(3, [&] { return seconds(4 * n); });
+        seconds(4 * n); // what the process needs at its first time
+        auto const one = median(9, [&] { return seconds(n); }), four = median(9, [&] { return seconds(4 * n); });
         add(fmt::format("{} {}: 4 n / n", id, what), four / one, target);
     };
     for (auto const& row : growthRows)
