@@ -21,10 +21,6 @@ NSNotificationChannel::NSNotificationChannel(Text name, WeakRef<NotificationRegi
 
 NSNotificationChannel::~NSNotificationChannel() = default;
 
-bool NSNotificationChannel::hasObservers() const noexcept {
-    return count_.load(std::memory_order_acquire) != 0 || (everyName_ && everyName_->hasObservers());
-}
-
 NSNotificationChannel::Reading::Reading(NSNotificationChannel& channel, Ref<NSNotification>* plain) : channel_(channel), plain_(plain) {
     std::lock_guard const hold(channel.mutex_);
     list_ = channel.list_.get();

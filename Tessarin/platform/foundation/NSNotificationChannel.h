@@ -34,7 +34,7 @@ public:
 
     Text const& name() const noexcept { return name_; }
     /// Whether a post might reach anybody, whatever its sender.
-    bool hasObservers() const noexcept;
+    bool hasObservers() const noexcept { return count_.load(std::memory_order_acquire) != 0 || (everyName_ && everyName_->hasObservers()); }
     /// As `postNotification` of the centre; the notification must have this channel's name.
     void post(Ref<NSNotification> const& notification);
     /// The same with a notification of this channel's name, which is only made when there are observers; without a sender or

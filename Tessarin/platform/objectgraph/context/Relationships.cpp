@@ -86,7 +86,7 @@ void updateKeys(ObjectState& state) {
     if (!state.extras || std::exchange(state.extras->keysAsOf, link.keyChanges()) == link.keyChanges()) return;
     auto const& properties = state.layout->entity().properties();
     for (auto& [property, value] : state.extras->values)
-        if (properties[property]->asRelationship() && value.integer() < 0) value = link.current(value.integer());
+        if (value.kind() == Value::Kind::Integer && value.integer() < 0 && properties[property]->asRelationship()) value = link.current(value.integer());
     for (auto& toMany : state.extras->toMany) toMany.toPermanent([&](RecordKey key) { return link.current(key); });
 }
 
