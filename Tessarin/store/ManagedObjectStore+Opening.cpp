@@ -113,15 +113,18 @@ void ManagedObjectStore::openStore(NSURL const& file, StoreOptions& options) {
     bool const isReadOnly = options.options[NSReadOnlyPersistentStoreOption].boolean();
     // No limit unless one is set: what cannot be opened is made anew, and a place that can never hold a store keeps it trying.
     Ref<StoreRefusal> allowed;
+    auto wanted = StoreOptions::AfterRefusal::StartEmpty;
     for (bool isFirst = true;; isFirst = false) {
         Ref<NSError> error;
         if (coordinator_->addPersistentStoreWithType(NSSQLiteStoreType, {}, file, options.options, error)) return;
         auto const refusal = waiting->isOver() || isReadOnly ? nullptr : StoreRefusal::of(*error);
         if (refusal) {
             bool const isKnown = refusal->isOfEmptyStore() || (allowed && allowed->identity() == refusal->identity());
-            if (options.onRefusal && !isKnown) options.onRefusal(error, refusal->plan() ? &*refusal->plan() : nullptr, refusal->copy());
+            if (options.onRefusal && !isKnown)
+                wanted = options.onRefusal(error, refusal->plan() ? &*refusal->plan() : nullptr, refusal->copy());
             allowed = refusal;
             auto const problem = replaceStore(file, error, *refusal, options.fileMode);
+            if (!problem && wanted == StoreOptions::AfterRefusal::Salvage) salvageInto(file);
             if (!problem && isFirst) continue;
             if (problem) error = problem;
         }
@@ -137,6 +140,13 @@ Ref<NSError> ManagedObjectStore::replaceStore(NSURL const& file, Ref<NSError> co
     return nullptr;
 } catch (ErrorException const& failure) {
     return failure.error();
+}
+
+void ManagedObjectStore::salvageInto(NSURL const& file) {
+    if (!replacement_ || !replacement_->copy || replacement_->salvaged) return;
+    auto const damaged = replacement_->copy->URLByAppendingPathComponent(file.lastPathComponent());
+    Ref<NSError> error;
+    replacement_->salvaged = coordinator_->salvageStoreAtURL(damaged, file, error);
 }
 
 void ManagedObjectStore::tellReplacement() {

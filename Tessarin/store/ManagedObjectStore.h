@@ -4,6 +4,7 @@
 #include "Tessarin/platform/foundation/NSNotification.h"
 #include "Tessarin/platform/foundation/NSURL.h"
 #include "Tessarin/platform/objectgraph/context/NSManagedObjectContext.h"
+#include "Tessarin/platform/objectgraph/persistence/SalvageReport.h"
 #include "Tessarin/platform/objectgraph/persistence/StoreRefusal.h"
 #include "Tessarin/platform/objectgraph/persistence/StoreWaiting.h"
 #include "Tessarin/platform/queues/Group.h"
@@ -30,7 +31,11 @@ struct StoreOptions {
     /// Asked before another store is begun in place of one that was refused; `plan` may be null. Copy: the folder in which it is kept,
     /// absent when nothing was in it. What it throws, `make` throws, and what was refused stays where it is. Absent: the
     /// store begins empty. Not asked for a store without records, nor again for the same file.
-    Closure<void(Ref<NSError> const& error, MigrationPlan const* plan, std::optional<NSURL> const& copy)> onRefusal = {};
+    enum class AfterRefusal {
+        StartEmpty,
+        Salvage // what can be read of a damaged one is in the new store; it begins empty where nothing can, or that is not the reason
+    };
+    Closure<AfterRefusal(Ref<NSError> const& error, MigrationPlan const* plan, std::optional<NSURL> const& copy)> onRefusal = {};
     /// Permissions of the files that are made (the log has its file's), and of folders, which who may read may search, too. What
     /// exists keeps its own.
     std::uint32_t fileMode = 0600;
@@ -40,6 +45,7 @@ struct StoreOptions {
 struct StoreReplacement {
     Ref<NSError> reason;
     std::optional<NSURL> copy; // a folder, or the file that stood in place of the store's; absent when nothing was saved in it
+    std::optional<SalvageReport> salvaged; // what the store begins with, and what is missing; absent: it begins empty
 };
 
 /// Posted by a new store in place of one that was refused, on the thread that makes it and before `didCreateDatabase`; its userInfo
@@ -161,6 +167,7 @@ private:
     NSPersistentStore& onlyStore() const;
     void chooseModel(std::optional<NSURL> const& location);
     void openStore(NSURL const& file, StoreOptions& options);
+    void salvageInto(NSURL const& file);
     Ref<NSError> replaceStore(NSURL const& file, Ref<NSError> const& error, StoreRefusal const& refusal, std::uint32_t fileMode);
     void tellReplacement();
     Ref<NSManagedObjectContext> newContext(NSManagedObjectContextConcurrencyType type) const;

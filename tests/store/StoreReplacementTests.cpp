@@ -110,6 +110,7 @@ TEST(StoreReplacement, ApplicationMayThrowInsteadOfStartingEmpty) {
                                 EXPECT_EQ(copy, home.url("Documents/.Notes.rescued/1"));
                                 EXPECT_EQ(home.folder.read("Documents/.Notes.rescued/1/Notes.db"), "no store");
                                 if (throws) throw ErrorException(error);
+                                return StoreOptions::AfterRefusal::Salvage; // nothing can be: it is no damaged store
                             }};
     };
     int asked = 0;
@@ -117,6 +118,39 @@ TEST(StoreReplacement, ApplicationMayThrowInsteadOfStartingEmpty) {
     EXPECT_EQ(home.folder.read("Documents/Notes/Notes.db"), "no store");
     EXPECT_EQ(home.store(asking(false, asked))->replacement()->copy, home.url("Documents/.Notes.rescued/1"));
     EXPECT_EQ(asked, 3);
+}
+
+TEST(StoreReplacement, WhatCanBeReadOfADamagedStoreIsInTheNewOneOnRequest) {
+    StoreHome home;
+    fs::create_directories(home.folder.path("Documents/Notes"));
+    auto const file = home.url("Documents/Notes/Notes.db");
+    {
+        auto const coordinator = make<NSPersistentStoreCoordinator>(peopleModel());
+        Ref<NSError> error;
+        ASSERT_TRUE(coordinator->addPersistentStoreWithType(NSSQLiteStoreType, {}, file, {}, error));
+        auto const context = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue);
+        context->setPersistentStoreCoordinator(coordinator);
+        context->insertNewObject("Person")->setValueForKey("Ann", "name");
+        context->insertNewObject("Pet")->setValueForKey("Rex", "name");
+        ASSERT_TRUE(context->save(error));
+    }
+    auto const page = SQLite::Connection(file.path()).integer("SELECT rootpage FROM sqlite_schema WHERE name = 'Pet'");
+    auto bytes = home.folder.read("Documents/Notes/Notes.db");
+    bytes.replace(static_cast<std::size_t>(page - 1) * 4096, 4096, std::string(4096, '\0'));
+    home.folder.write("Documents/Notes/Notes.db", bytes);
+    auto const store = home.store(StoreOptions{.modelURL = home.url("People.xcdatamodel"), .filename = "Notes",
+                                               .onRefusal = [](auto const&...) { return StoreOptions::AfterRefusal::Salvage; }});
+    ASSERT_TRUE(store->replacement() && store->replacement()->salvaged);
+    EXPECT_FALSE(store->replacement()->salvaged->isComplete());
+    auto const names = [&](char const* entity) {
+        std::string text;
+        store->privateContext()->performBlockAndWait([&] {
+            for (auto const& each : store->privateContext()->allObjects(entity)) text += each->valueForKey("name").description();
+        });
+        return text;
+    };
+    EXPECT_EQ(names("Person"), "Ann");
+    EXPECT_EQ(names("Pet"), "");
 }
 
 TEST(StoreReplacement, FoldersAndFilesAreTheirUsersAlone) {
