@@ -1,3 +1,4 @@
+#include "fuzz/campaigns/Channels.h"
 #include "fuzz/campaigns/Damage.h"
 #include "fuzz/campaigns/Faults.h"
 #include "fuzz/campaigns/Kill.h"
@@ -20,6 +21,7 @@ std::span<Campaign const> allCampaigns() {
         {"processes", "processes race to make a store; eight of them use one", tryProcesses},
         {"schedule", "three levels of contexts against a sequential model; siblings that raise one record", trySchedule},
         {"levels", "linked records edited at every level, saves that fail, references let go, against layers of maps", tryLevels, judgeLevels, 40},
+        {"channels", "threads register, remove, destroy and post at notification centres and notifiers", tryChannels},
     };
     return all;
 }

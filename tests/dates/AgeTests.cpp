@@ -50,29 +50,6 @@ TEST(DateAges, DurationsAreExactUntilTheTwelfthCharacter) {
     for (auto const& row : rows) EXPECT_EQ(start.dateByAddingTimeInterval(row.seconds).durationStringRelativeTo(start), row.text);
 }
 
-std::vector<std::string> asked;
-
-TEST(DateAges, AskForTheirWordsByKeyAndComment) {
-    setTextTranslator(+[](std::string_view key, std::string_view comment) -> std::optional<std::string> {
-        asked.push_back(std::string{key} + "/" + std::string{comment});
-        return key == "wk" ? std::optional<std::string>{} : "·";
-    });
-    for (auto const unit : {1, 60, 3'600, 86'400, 604'800, 2'592'000, 31'104'000})
-        for (auto const style : {Style::Short, Style::Medium, Style::Long, Style::Full}) NSDate::ageString(unit * 3, style);
-    for (auto const unit : {1, 60, 3'600, 86'400, 604'800, 2'592'000, 31'104'000}) NSDate::ageString(unit, Style::Full);
-    EXPECT_EQ(NSDate::ageString(0), "·");
-    EXPECT_EQ(NSDate::ageString(day * 7, Style::Long), "1 wk") << "what the translator does not know is looked up";
-    setTextTranslator(nullptr);
-    std::vector<std::string> const expected{
-        "s/short seconds", "s/short seconds", "sec/medium seconds", "seconds/long seconds", "m/short minutes", "m/short minutes",
-        "min/medium minutes", "minutes/long minutes", "h/short hours", "h/short hours", "hr/medium hours", "hours/long hours",
-        "d/short days", "d/short days", "days/medium days", "days/long days", "w/short weeks", "w/short weeks", "wk/medium weeks",
-        "weeks/long weeks", "mo/short months", "mo/short months", "mos/medium months", "months/long months", "y/short years",
-        "y/short years", "yr/medium years", "years/long years", "1 second/1 second", "1 minute/1 minute", "1 hour/1 hour",
-        "1 day/1 day", "1 week/1 week", "1 month/1 month", "1 year/1 year", "now/now", "wk/medium weeks"};
-    EXPECT_EQ(asked, expected);
-}
-
 constexpr char const* german = "/* long minutes */\n\"minutes\" = \"Minuten\";\n// alone\n\"1 hour\"=\"eine \\\"Stunde\\\"\";now = \"jetzt\\U00e4\";\n";
 
 /// Run by the next test in a copy of this program, beside which the texts lie.

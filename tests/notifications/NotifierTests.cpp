@@ -229,17 +229,6 @@ TEST_F(NotifierTests, WatchersMayEndThemselvesAndRegisterOthersWhileTheyRun) {
     EXPECT_EQ(captured.use_count(), 1);
 }
 
-TEST_F(NotifierTests, WatchersAreSetAndModifiedThroughTheirSlots) {
-    watch();
-    auto const kept = watch();
-    channel->modifyWatchers([](auto& watchers) { watchers.erase(watchers.begin()); });
-    post(channel);
-    EXPECT_EQ(heard, 1) << "what nobody keeps has left the notification centre";
-    channel->setWatchers({});
-    post(channel);
-    EXPECT_EQ(heard, 2) << "what somebody keeps is still there";
-}
-
 TEST_F(NotifierTests, AChannelWithWatchersStaysAliveAndGoesWithTheLast) {
     auto channel = make<Notifier>("cycle");
     WeakRef<Notifier> const weak = channel;

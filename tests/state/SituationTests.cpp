@@ -71,31 +71,6 @@ TEST_F(Situations, MeetingTwiceCountsTwice) {
     EXPECT_EQ(order, "w!!w!");
 }
 
-TEST_F(Situations, FieldsGoThroughTheirSlots) {
-    situation->modifyCompletion([this](Closure<void()>& completion) {
-        completion = [this, before = std::move(completion)] {
-            before();
-            order += '?';
-            situation->setCompletion({}); // its own call goes on
-            order += '.';
-        };
-    });
-    auto const condition = make<Condition>(std::nullopt, note('x'));
-    condition->modifyWorkClosure([this](Closure<void()>& work) {
-        work = [this, before = std::move(work)] {
-            before();
-            order += 'y';
-        };
-    });
-    situation->addCondition(condition);
-    EXPECT_EQ(settled(), "Situation: 0 pending, 1 completed");
-    EXPECT_EQ(order, "xy!?.");
-    EXPECT_EQ(condition->situation(), situation);
-    situation->addCondition(note('z'));
-    settled();
-    EXPECT_EQ(order, "xy!?.z");
-}
-
 TEST_F(Situations, DescribeThemselvesAndHoldEachOtherWhilePending) {
     EXPECT_EQ(make<Condition>()->description(), "Condition");
     std::ostringstream text;

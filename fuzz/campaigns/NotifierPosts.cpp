@@ -1,4 +1,8 @@
-#include "tests/notifications/NotifierFixture.h"
+// One channel under threads that post, register, tie, destroy and clean, while a single thread removes.
+#include "fuzz/campaigns/Channels.h"
+
+#include "Tessarin/notifications/Notifier.h"
+#include "Tessarin/platform/foundation/NSBundle.h"
 
 #include <algorithm>
 #include <atomic>
@@ -10,7 +14,7 @@
 #include <set>
 #include <thread>
 
-namespace Tessarin {
+namespace Tessarin::campaigns {
 namespace {
 
 /// When something began and ended, on a clock that all threads share. What never happened lies in the far future.
@@ -19,10 +23,19 @@ struct Span {
     int begin = never, end = never;
 };
 
-/// One channel under threads that post, register, tie, destroy and clean, while a single thread removes: removal is by
-/// position, so it takes only from the watchers that were there first, before any that may be cleaned up, one at a time.
-class NotifierSchedule : public tests::NotifierTest {
-protected:
+/// How many watchers there are when the serializer has done what was asked of it.
+std::size_t settled(Ref<Notifier> const& notifier) {
+    for (int i = 0; i < 2; ++i) notifier->serializer()->waitUntilAllOperationsAreFinished(); // `unwatch` finds a watcher in one and removes it in another
+    return notifier->watchers().size();
+}
+
+/// Removal is by position, so it takes only from the watchers that were there first, before any that may be cleaned up, one at a time.
+class NotifierSchedule {
+public:
+    explicit NotifierSchedule(unsigned seed) : seed_(seed) {}
+    void run(Tally& tally);
+
+private:
     static constexpr int steady = 8, removable = 40, rounds = 150, posters = 3, registrars = 2;
 
     struct Watched {
@@ -64,7 +77,7 @@ protected:
 
     void registerAndDestroy(int registrar);
     void removeOneAfterTheOther();
-    void judge(Post const& post, bool complete);
+    void judge(Post const& post);
 
     Ref<Notifier> const channel = make<Notifier>("schedule");
     std::mutex mutex;
@@ -73,11 +86,11 @@ protected:
     std::atomic<int> clock{0};
     std::map<int, Ref<NSObject>> tokens;
     std::vector<Watched*> first; // those that were there before the threads began
-    std::vector<int> onMain; // the posts in the order in which the main thread delivered them
+    unsigned const seed_;
 };
 
 void NotifierSchedule::registerAndDestroy(int registrar) {
-    std::mt19937 random(static_cast<unsigned>(registrar));
+    std::mt19937 random(seed_ + static_cast<unsigned>(registrar));
     std::vector<std::pair<Watched*, Ref<Target>>> alive;
     for (int round = 0; round < rounds; ++round) {
         auto const [id, entry] = add(watched);
@@ -110,7 +123,7 @@ void NotifierSchedule::registerAndDestroy(int registrar) {
 }
 
 void NotifierSchedule::removeOneAfterTheOther() {
-    std::mt19937 random(99);
+    std::mt19937 random(seed_ + 99);
     std::vector<int> order(removable);
     std::iota(order.begin(), order.end(), steady);
     std::ranges::shuffle(order, random);
@@ -121,33 +134,28 @@ void NotifierSchedule::removeOneAfterTheOther() {
     }
 }
 
-void NotifierSchedule::judge(Post const& post, bool complete) {
+void NotifierSchedule::judge(Post const& post) {
     std::map<int, int> times, lastOf; // each registrar's watchers in the order of their registration
     for (int const id : post.heardBy) {
         ++times[id];
         auto& last = lastOf.emplace(watched[static_cast<std::size_t>(id)].registrar, -1).first->second;
-        EXPECT_LT(std::exchange(last, id), id) << "out of order, or twice";
+        require(std::exchange(last, id) < id, "out of order, or twice");
     }
     for (int id = 0; id < static_cast<int>(watched.size()); ++id) {
         auto const& [registered, ended, registrar] = watched[static_cast<std::size_t>(id)];
-        // What is posted to the main thread is delivered some time after `notify` has returned.
-        bool const must =
-            registered.end < post.span.begin && (complete ? post.span.end < ended.begin : ended.begin == Span::never);
-        bool const mustNot = ended.end < post.span.begin || (complete && post.span.end < registered.begin);
-        EXPECT_TRUE(!must || times[id] == 1) << "lost: " << id;
-        EXPECT_TRUE(!mustNot || times[id] == 0) << "after its end: " << id;
+        bool const must = registered.end < post.span.begin && post.span.end < ended.begin;
+        bool const mustNot = ended.end < post.span.begin || post.span.end < registered.begin;
+        require(!must || times[id] == 1, "lost: {}", id);
+        require(!mustNot || times[id] == 0, "after its end: {}", id);
     }
 }
 
-TEST_F(NotifierSchedule, NeitherLosesNorDoublesAndKeepsTheOrder) {
+void NotifierSchedule::run(Tally& tally) {
     for (int id = 0; id < steady + removable; ++id) {
         auto* const entry = first.emplace_back(add(watched).second);
         entry->registrar = -1;
         entry->registered = timed([&] { tokens[id] = channel->watch({.block = hearing(id)}); });
     }
-    auto const mainOrder = channel->watch({.block = [this](auto const& notification) {
-        if (Dispatcher::inMainQueue()) onMain.push_back(static_cast<int>(notification->userInfo().integer()));
-    }});
     std::atomic<int> changers{registrars + 1};
     std::latch start(posters + registrars + 1);
     std::vector<std::thread> threads;
@@ -160,90 +168,36 @@ TEST_F(NotifierSchedule, NeitherLosesNorDoublesAndKeepsTheOrder) {
     for (int i = 0; i < registrars; ++i) run([&, i] { registerAndDestroy(i), --changers; });
     run([&] { removeOneAfterTheOther(), --changers; });
     for (int i = 0; i < posters; ++i)
-        run([&, i] {
+        run([&] {
             for (int round = 0; changers > 0 && round < 1000; ++round) {
                 auto const [id, entry] = add(posts);
-                bool const here = i > 0 || round % 4 > 0;
-                entry->span = timed([&, id = id] { channel->notify({.info = Value(id), .forceCurrentThread = here}); });
+                entry->span = timed([&, id = id] { channel->notify({.info = Value(id), .forceCurrentThread = true}); });
             }
         });
     for (auto& thread : threads) thread.join();
-    Dispatcher::main()->sync([] {});
-
-    std::set<int> const main(onMain.begin(), onMain.end());
-    EXPECT_EQ(main.size(), onMain.size());
-    EXPECT_TRUE(std::ranges::is_sorted(onMain)) << "a thread's posts reach the main thread in its order";
-    for (int id = 0; id < static_cast<int>(posts.size()); ++id) judge(posts[static_cast<std::size_t>(id)], !main.contains(id));
+    for (auto const& post : posts) judge(post);
+    tally.add("posts to watchers", posts.size());
 
     // What is left is what nobody removed and nobody destroyed, in the order of registration; the rest has been forgotten.
     channel->clean();
     auto const left = settled(channel);
     auto const ended = std::ranges::count_if(watched, [](auto const& entry) { return entry.ended.end != Span::never; });
-    EXPECT_GE(left, watched.size() + 1 - static_cast<std::size_t>(ended));
-    EXPECT_TRUE(std::ranges::none_of(channel->watchers(), [](auto const& watcher) { return watcher->isObsolete(); }));
+    require(left >= watched.size() - static_cast<std::size_t>(ended), "{} watchers are left", left);
     auto kept = channel->watchers();
     kept.resize(steady + 5);
     std::erase_if(tokens, [](auto const& token) { return token.first < 0 || !token.second; });
-    EXPECT_TRUE(std::ranges::equal(kept, tokens, {}, {}, [](auto const& token) { return token.second; }))
-        << "those that were not removed, in order";
+    bool const areInOrder = std::ranges::equal(kept, tokens, {}, {}, [](auto const& token) { return token.second; });
+    require(areInOrder, "those that were not removed are not there, or out of order");
     channel->setWatchers({});
 }
 
-TEST_F(NotifierSchedule, ConcurrentRemovalsTakeWhatStandsAtTheirPositionsAndNeverDeliverAgain) {
-    // Two threads remove from the two ends at once. However their operations interleave, each takes one watcher from the list,
-    // though perhaps another one than meant; the notification centre always forgets the right one.
-    constexpr std::size_t each = 10;
-    for (int round = 0; round < 20; ++round) {
-        auto const crowd = make<Notifier>("crowd");
-        std::vector<Ref<NSObject>> kept;
-        std::vector<std::atomic<int>> heard(4 * each);
-        for (auto& count : heard) kept.push_back(crowd->watch({.block = [&](auto const&) { ++count; }}));
-        std::latch start(2);
-        std::thread other([&] {
-            start.arrive_and_wait();
-            for (std::size_t i = 0; i < each; ++i) crowd->unwatch(kept[i]);
-        });
-        start.arrive_and_wait();
-        for (std::size_t i = 3 * each; i > 2 * each; --i) crowd->unwatch(kept[i - 1]);
-        other.join();
-        // A watcher that was taken for another is not found when its own turn comes: then nothing is removed.
-        auto const left = settled(crowd);
-        EXPECT_TRUE(2 * each <= left && left < 4 * each) << left;
-        post(crowd);
-        for (std::size_t i = 0; i < 4 * each; ++i) EXPECT_EQ(heard[i], i / each % 2 == 0 ? 0 : 1) << i;
-        crowd->setWatchers({});
-    }
-}
-
-TEST_F(NotifierSchedule, ATargetMayDieWhileItsMessageIsOnTheWay) {
-    struct Fragile : NSObject {
-        ~Fragile() override { alive = false; }
-        void heard(Ref<NSNotification>) {
-            if (!alive) std::abort();
-        }
-        static SelectorTable selectors() { return {{"heard:"_sel, &Fragile::heard}}; }
-        bool alive = true;
-    };
-    std::atomic<bool> done{false};
-    std::atomic<int> delivered{0};
-    std::thread poster([&] {
-        for (; !done; ++delivered) post(channel);
-    });
-    std::weak_ptr<Fragile> last;
-    for (int i = 0; i < 500; ++i) {
-        auto target = make<Fragile>();
-        last = target;
-        channel->watch({.target = target, .message = "heard:"_sel});
-        channel->watch({.tiedTo = target, .block = [raw = target.get()](auto const&) { raw->heard(nullptr); }});
-        for (int const before = delivered; delivered == before;) std::this_thread::yield();
-        target.reset(); // in the middle of another post, as like as not
-    }
-    done = true;
-    poster.join();
-    EXPECT_TRUE(last.expired());
-    channel->clean();
-    EXPECT_EQ(settled(channel), 0u);
-}
-
 } // namespace
-} // namespace Tessarin
+
+void tryNotifierPosts(Trial& trial, Tally& tally) {
+    NSBundle::mainBundle()->setBundleIdentifier("org.example.campaigns"); // channels can be made
+    NotifierSchedule(static_cast<unsigned>(trial.random(1U << 31))).run(tally);
+}
+
+void tryChannels(Trial& trial, Tally& tally) { trial.number() % 2 == 0 ? tryCentrePosts(trial, tally) : tryNotifierPosts(trial, tally); }
+
+} // namespace Tessarin::campaigns
