@@ -3,6 +3,7 @@
 
 #include "Tessarin/notifications/Notifier.h"
 #include "Tessarin/platform/foundation/NSBundle.h"
+#include "Tessarin/platform/foundation/NSOperationQueue.h"
 
 #include <algorithm>
 #include <atomic>
