@@ -235,6 +235,22 @@ TEST_P(LossInSQLite, FaultsFillTogetherAndARefreshAsksTheFile) {
     EXPECT_EQ(books.back()->valueForKey("title"), Value("B"));
 }
 
+TEST(Size, ARecordThatNoStoreCouldHoldIsRefusedBeforeItIsMade) {
+    ModelBuilder model;
+    model.entity("Film");
+    for (int at = 0; at < 100; ++at) model.attribute("reel" + std::to_string(at), NSAttributeType::String);
+    auto const coordinator = make<NSPersistentStoreCoordinator>(model.build());
+    Ref<NSError> error;
+    ASSERT_TRUE(coordinator->addPersistentStoreWithType(NSInMemoryStoreType, {}, NSURL::fileURLWithPath("/films"), {}, error));
+    auto const context = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue);
+    context->setPersistentStoreCoordinator(coordinator);
+    auto const film = context->insertNewObject("Film");
+    Value const reel(std::string(10'000'000, 'r')); // one that all share
+    for (int at = 0; at < 100; ++at) film->setValueForKey(reel, "reel" + std::to_string(at));
+    EXPECT_FALSE(context->save(error));
+    EXPECT_EQ(error ? error->code() : 0, 1661);
+}
+
 TEST_P(Loss, AListIsWholeOrEmpty) {
     for (int i = 0; i < 600; ++i) inserted(*root, "Book", {{"year", i}});
     ASSERT_TRUE(saves(*root));

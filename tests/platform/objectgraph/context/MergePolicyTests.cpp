@@ -270,6 +270,16 @@ TEST(MergePolicy, ACorrectionDoesNotHideAConflictFromWhatIsUnsavedBelow) {
     EXPECT_EQ(bystander->valueForKey("title"), Value("mine"));
 }
 
+TEST(MergePolicy, ADeletionIsNotGivenUpBecauseWhatTheRecordLedToWasDeleted) {
+    for (auto const& [name, areSiblings, store] : settings) {
+        Stage stage(areSiblings, store, Type::MergeByPropertyStoreTrump);
+        stage.there->deleteObject(*toOne(stage.theirs, "author"));
+        stage.worker->deleteObject(*stage.mine);
+        EXPECT_FALSE(stage.save());
+        EXPECT_EQ(seen(*stage.root, *stage.id), "gone") << name;
+    }
+}
+
 TEST(MergePolicy, NoLinkIsLeftToARecordThatSomebodyElseDeleted) {
     std::mt19937 random{5};
     auto const nameKey = [](std::string_view entity) { return entity == "Author" || entity == "Tag" ? "name" : "title"; };

@@ -66,6 +66,9 @@ TEST(ModelFiles, FindsTheCurrentVersion) {
     std::string problem;
     EXPECT_FALSE(NSManagedObjectModel::contentsOfURL(NSURL::fileURLWithPath(rows[5].path), &problem));
     EXPECT_NE(problem.find("which version is current"), std::string::npos);
+    auto const cutOff = NSURL::URLWithString("file://" + folder.path("only.xcdatamodeld/M%201.0.xcdatamodel/contents%00.x"));
+    EXPECT_FALSE(NSManagedObjectModel::contentsOfURL(*cutOff, &problem));
+    EXPECT_NE(problem.find("contents%00.x is not a file"), std::string::npos) << problem;
 }
 
 TEST(ModelFiles, UnitesTheModelsOfBundles) {

@@ -1,5 +1,6 @@
 #include "StoreFixture.h"
 #include "Tessarin/platform/objectgraph/persistence/MigrationPlan.h"
+#include "Tessarin/platform/sqlite/Connection.h"
 #include <cmath>
 
 namespace Tessarin::tests {
@@ -139,6 +140,22 @@ TEST_F(Migration, ToOneBecomesToManyAndAParentIsAdded) {
     EXPECT_EQ(open->members("Pet", "owner", rex), (Keys{ann}));
     EXPECT_EQ(open->value(open->read("Animal", rex), "name"), Value("Rex"));
     EXPECT_EQ(open->value(open->read("Person", bob), "name"), Value("Bob"));
+}
+
+TEST_F(Migration, WhoIsNoLongerOfAnEntityLeavesItsLinks) {
+    SQLite::Connection(file.path()).execute("UPDATE Person SET home = " + std::to_string(villa));
+    auto open = reopened(changed([](ModelDefinition& model) {
+        auto& person = model.entities[PersonAt];
+        person.relationships.pop_back();
+        person.relationships[0].toMany = true; // home, which a child has no longer
+        person.relationships[0].options = {.inverse = "people"};
+        model.entities[ChildAt].options.parent.clear();
+        model.entities[ClubAt].relationships.clear();
+        model.entities[HouseAt].relationships = {{.name = "people", .destination = "Person", .toMany = true, .options = {.inverse = "home"}}};
+    }));
+    ASSERT_TRUE(open);
+    EXPECT_EQ(open->fetch("Child").size(), 1U);
+    EXPECT_EQ(open->members("House", "people", villa), (Keys{ann}));
 }
 
 TEST_F(Migration, RemovedEntitiesLeaveNoLinksBehind) {

@@ -142,6 +142,10 @@ TEST_F(StorePlace, APathThatCanHoldNoStoreIsAnErrorAtOnce) {
         EXPECT_EQ(error->code(), static_cast<std::int64_t>(StoreErrorCode::StorePlace)) << error->localizedDescription();
     }
     EXPECT_TRUE(OpenStore(NSURL::fileURLWithPath(ofLength(504)), libraryModel().build()).store);
+    auto const cutOff = *NSURL::URLWithString("file://" + folder.path("cut.db%00b"));
+    EXPECT_FALSE(make<NSPersistentStoreCoordinator>(libraryModel().build())->addPersistentStoreWithType(NSSQLiteStoreType, {}, cutOff, {}, error));
+    EXPECT_TRUE(error);
+    EXPECT_FALSE(fs::exists(folder.path("cut.db")));
 }
 
 /// A clock that only waiting moves.
