@@ -53,7 +53,7 @@ void drainOnce() {
     signal.store(Quiet, std::memory_order_seq_cst);
     clearDescriptor();
     isDraining = true;
-    if (theMainQueue.hasToken()) theMainQueue.drain();
+    if (theMainQueue.hasToken()) DispatchQueue::follow({&theMainQueue, nullptr});
     isDraining = false;
     if (std::exchange(wasClearedInside, false) && isSignalled()) writeDescriptor(mainQueueDescriptor());
 }

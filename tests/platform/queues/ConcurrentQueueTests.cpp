@@ -149,6 +149,34 @@ TEST(Targets, SiblingsOnASerialTargetExcludeEachOtherAndTargetsMayChange) {
     EXPECT_TRUE(held[0] && held[1] && held[2]);
 }
 
+/// Queues that each target the next: built, retargeted in the middle, passed by an item and a sync, and gone.
+std::chrono::steady_clock::duration timeOfAChain(int length, dispatch_queue_attr_t attribute, bool fromAbove) {
+    auto const start = std::chrono::steady_clock::now();
+    std::vector<dispatch_queue_t> chain;
+    for (int i = 0; i < length; ++i) {
+        auto queue = dispatch_queue_create(nullptr, attribute);
+        if (i > 0) fromAbove ? dispatch_set_target_queue(queue, chain.back()) : dispatch_set_target_queue(chain.back(), queue);
+        chain.push_back(std::move(queue));
+    }
+    if (!fromAbove) std::ranges::reverse(chain);
+    auto const lowest = chain.back();
+    dispatch_set_target_queue(chain[1], chain[0]);
+    chain.clear();
+    Event ran;
+    dispatch_async(lowest, [&ran] { ran.happen(); });
+    EXPECT_TRUE(ran.wait());
+    dispatch_barrier_sync(lowest, [] {});
+    return std::chrono::steady_clock::now() - start;
+}
+
+TEST(Targets, AChainOfAnyLengthNeedsNoStackAndTimeOnlyForEachQueueOnce) {
+    for (auto const attribute : {DISPATCH_QUEUE_SERIAL, DISPATCH_QUEUE_CONCURRENT})
+        for (bool const fromAbove : {true, false}) {
+            auto const timeOf = [&](int length) { return std::min(timeOfAChain(length, attribute, fromAbove), timeOfAChain(length, attribute, fromAbove)); };
+            EXPECT_LT(timeOf(100'000), 12 * timeOf(25'000)) << "quadratic would be 16";
+        }
+}
+
 TEST(GlobalQueues, AreOnePerClassAndUnderstandPriorities) {
     struct {
         std::intptr_t priority;

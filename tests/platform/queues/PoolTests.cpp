@@ -5,8 +5,19 @@
 #include <condition_variable>
 #include <csignal>
 #include <mutex>
+#include <sched.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+static int pretendedProcessors = 0;
+/// Also the library's: says what the test pretends, and else the truth.
+extern "C" __attribute__((visibility("default"))) int sched_getaffinity(pid_t process, size_t size, cpu_set_t* set) noexcept {
+    if (pretendedProcessors == 0) return syscall(SYS_sched_getaffinity, process, size, set) < 0 ? -1 : 0;
+    for (int i = 0; i < pretendedProcessors; ++i) CPU_SET_S(static_cast<std::size_t>(i), size, set);
+    return 0;
+}
 
 namespace Tessarin {
 namespace {
@@ -176,6 +187,48 @@ TEST(Pool, QueuesThatWaitDoNotBringConcurrentOnesOverTheCap) {
     EXPECT_LE(most, workers);
     enough = true;
     EXPECT_EQ(dispatch_group_wait(group, limit()), 0);
+}
+
+void allowNoMoreThreads() {
+    rlimit const none{0, 0};
+    setrlimit(RLIMIT_NPROC, &none);
+    if (geteuid() == 0 && setuid(65534) != 0) _exit(2); // nobody: the limit is not for the superuser
+}
+
+TEST(PoolDeathTest, WhereNoMoreThreadsStartThoseThatAreThereDoTheWork) {
+    EXPECT_EXIT(
+        {
+            Event const started;
+            Event const gate;
+            Event const ran;
+            Event const fired;
+            dispatch_async(serialQueue(), [=] { started.happen(), gate.wait(); });
+            bool good = started.wait();
+            allowNoMoreThreads();
+            dispatch_async(serialQueue(), [=] { ran.happen(); }); // the only worker is blocked
+            dispatch_after(dispatch_time(DISPATCH_TIME_NOW, 1'000'000), serialQueue(), [=] { fired.happen(); });
+            gate.happen();
+            good = ran.wait() && fired.wait() && good;
+            _exit(good ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "");
+    EXPECT_DEATH((allowNoMoreThreads(), dispatch_async(serialQueue(), [] {})), "^dispatch: no thread can be started\n$");
+}
+
+TEST(PoolDeathTest, AsManyComputeAsTheProcessMayUseProcessors) {
+    EXPECT_EXIT(
+        {
+            pretendedProcessors = 5;
+            std::atomic<int> inside = 0;
+            for (int i = 0; i < 5; ++i)
+                dispatch_async(dispatch_get_global_queue(0, 0), [&] {
+                    ++inside;
+                    while (inside < 5) {
+                    }
+                });
+            _exit(eventually([&] { return inside == 5; }) ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "");
 }
 
 TEST(Pool, SignalsOfAnItemsOwnDoingReachIt) {

@@ -215,6 +215,18 @@ TEST(SerialQueueDeathTest, MisuseEndsWithOneLineThatNamesTheOperation) {
             dispatch_set_target_queue(lower, upper);
         },
         "^dispatch_set_target_queue: the queue would target itself\n$");
+    EXPECT_DEATH(
+        {
+            auto const left = serialQueue();
+            auto const right = serialQueue();
+            dispatch_sync(left, [&] {
+                dispatch_sync(right, [&] { // neither change can take place yet
+                    dispatch_set_target_queue(left, right);
+                    dispatch_set_target_queue(right, left);
+                });
+            });
+        },
+        "^dispatch_set_target_queue: the queue would target itself\n$");
 }
 
 } // namespace

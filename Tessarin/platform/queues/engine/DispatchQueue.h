@@ -1,6 +1,7 @@
 #pragma once
 #include "Tessarin/platform/queues/Retained.h"
 #include "Tessarin/platform/queues/engine/Parking.h"
+#include "Tessarin/platform/queues/engine/Thread.h"
 #include "Tessarin/platform/queues/engine/WorkItem.h"
 #include "Tessarin/platform/runtime/FunctionRef.h"
 #include <atomic>
@@ -47,19 +48,15 @@ class DispatchQueue {
 public:
     enum class Kind : std::uint8_t { Serial, Concurrent, Global, Main };
 
-    constexpr DispatchQueue(Kind kind, char const* label, DispatchQueue* target) noexcept : kind_(kind), target_(target), label_(label) {}
+    constexpr DispatchQueue(Kind kind, char const* label, DispatchQueue* target) noexcept
+        : kind_(kind), target_(target), label_(label) {}
     DispatchQueue(DispatchQueue const&) = delete;
     DispatchQueue& operator=(DispatchQueue const&) = delete;
     ~DispatchQueue() = default;
 
     void retain() noexcept { references_.fetch_add(1, std::memory_order_relaxed); }
     void release() noexcept {
-        using namespace engine::state;
-        // What is queued holds a reference, too: when that is the last one, nobody can resume the queue any more.
-        bool const isHeldUp = (state_.load(std::memory_order_relaxed) & (Suspended | Parked)) == (Suspended | Parked);
-        auto const before = references_.fetch_sub(1, std::memory_order_acq_rel);
-        if (before == 1) dispose();
-        if (before == 2 && isHeldUp) endedWhileSuspended();
+        if (dropReference()) end();
     }
 
     bool isGlobal() const noexcept { return kind_ == Kind::Global; }
@@ -72,8 +69,9 @@ public:
 
     /// Queues the item behind all others, and sees to it that somebody comes to drain.
     void submit(engine::WorkItem* item) noexcept;
-    /// Runs what is queued; called with the token, which it gives up or passes on.
-    void drain() noexcept;
+    /// Goes on where an item that stands for a queue leads, until the queue is left. Called with the queue's token, or for an item of
+    /// a concurrent queue as one of its readers.
+    static void follow(engine::Step step) noexcept;
     bool isIdle() const noexcept { return state_.load(std::memory_order_acquire) == 0; }
     bool hasToken() const noexcept { return state_.load(std::memory_order_acquire) & engine::state::Token; }
 
@@ -96,7 +94,13 @@ public:
 
 private:
     void push(engine::WorkItem* item) noexcept;
+    bool enqueue(engine::WorkItem* item) noexcept;
+    DispatchQueue* lineUp(engine::WorkItem*& turn) noexcept;
     void submitToTarget() noexcept;
+    bool begin(engine::Step step) noexcept;
+    bool goOn() noexcept { return isConcurrent() ? goOnReading() : goOnDraining(true); }
+    bool goOnReading() noexcept;
+    bool goOnDraining(bool isUnderWay) noexcept;
     bool beginDrain() noexcept;
     bool detach() noexcept;
     bool finish() noexcept;
@@ -104,10 +108,9 @@ private:
     bool parkSuspended() noexcept;
     bool parkBehindReaders() noexcept;
     bool runNext() noexcept;
-    bool runNextConcurrent() noexcept;
-    void redirect(engine::WorkItem* item) noexcept;
+    bool runNextConcurrent(bool isFirst) noexcept;
     void giveTo(engine::Waiter& waiter) noexcept;
-    void passOn(engine::Waiter& waiter, bool isDrained) noexcept;
+    void passOn(engine::Waiter& waiter) noexcept;
 
     void leaveExclusive() noexcept {
         auto expected = engine::state::Owned;
@@ -115,8 +118,17 @@ private:
     }
     void leaveExclusiveSlowly() noexcept;
     void leaveShared() noexcept;
-    void replaceTarget(DispatchQueue& target) noexcept;
-    void dispose() noexcept;
+    static bool leadsTo(DispatchQueue& start, DispatchQueue const& wanted);
+    void takeComingTarget() noexcept;
+    bool dropReference() noexcept {
+        using namespace engine::state;
+        // What is queued holds a reference, too: when that is the last one, nobody can resume the queue any more.
+        bool const isHeldUp = (state_.load(std::memory_order_relaxed) & (Suspended | Parked)) == (Suspended | Parked);
+        auto const before = references_.fetch_sub(1, std::memory_order_acq_rel);
+        if (before == 2 && isHeldUp) endedWhileSuspended();
+        return before == 1 && isToEnd();
+    }
+    bool isToEnd() noexcept;
     void end() noexcept;
     [[noreturn]] static void endedWhileSuspended() noexcept;
 
@@ -124,7 +136,10 @@ private:
     std::atomic<std::uint64_t> state_ = 0;
     std::atomic<std::uint32_t> references_ = 1;
     Kind const kind_;
+    bool isTargeted_ = false; // by any queue so far; guarded by rareLock
+    bool turnUsed_ = false;   // the owner's, while it drains
     std::atomic<DispatchQueue*> target_;
+    DispatchQueue* comingTarget_ = nullptr; // while its owner has not come to it; guarded by rareLock
     char const* label_; // owned, null when empty; static for roots
     std::atomic<void*> context_ = nullptr;
     std::atomic<dispatch_function_t> finalizer_ = nullptr;

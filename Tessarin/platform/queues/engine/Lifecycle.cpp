@@ -5,7 +5,6 @@
 #include "Tessarin/platform/runtime/Fatal.h"
 #include <algorithm>
 #include <cstring>
-#include <mutex>
 
 namespace Tessarin {
 
@@ -66,47 +65,32 @@ dispatch_queue_t dispatch_queue_create(char const* label, dispatch_queue_attr_t 
     return dispatch_queue_t::adopt(new DispatchQueue(kind, copyOfLabel(label), target));
 }
 
-void DispatchQueue::setTarget(DispatchQueue& above) {
-    if (isRoot()) fatal("dispatch_set_target_queue: the main queue and the global queues have no target");
-    {
-        std::lock_guard const hold(rareLock); // keeps every target where it is
-        for (auto const* queue = &above; queue; queue = queue->target())
-            if (queue == this) fatal("dispatch_set_target_queue: the queue would target itself");
-    }
-    above.retain();
-    if (!tryClaim(Access::Exclusive)) return push(newItem([this, &above] { replaceTarget(above); }, ItemKind::Barrier));
-    replaceTarget(above);
-    leaveExclusive();
-}
-
-void DispatchQueue::replaceTarget(DispatchQueue& above) noexcept {
-    std::unique_lock hold(rareLock);
-    auto* const before = target_.exchange(&above, std::memory_order_relaxed);
-    hold.unlock();
-    before->release();
-}
-
 /// The last reference is gone. A sync holds none: while one has the queue, or waits for it, the ending is left to it.
-void DispatchQueue::dispose() noexcept {
+bool DispatchQueue::isToEnd() noexcept {
     auto bits = state_.load(std::memory_order_acquire);
     do
         if (bits & state::Suspended) endedWhileSuspended();
     while ((bits & ~state::Ended) &&
            !state_.compare_exchange_weak(bits, bits | state::Ended, std::memory_order_acq_rel, std::memory_order_acquire));
-    if (!(bits & ~state::Ended)) end();
+    return !(bits & ~state::Ended);
 }
 
 void DispatchQueue::endedWhileSuspended() noexcept { fatal("dispatch_suspend: the queue was released while suspended"); }
 
+/// And then its target, if this queue held the last reference to that, and so on.
 void DispatchQueue::end() noexcept {
-    auto* const above = target();
-    auto* const context = context_.load(std::memory_order_relaxed);
-    auto const finalizer = finalizer_.load(std::memory_order_relaxed);
-    if (finalizer && context) above->submit(newItem([=] { finalizer(context); }));
-    destroySpecifics(specifics_.load(std::memory_order_relaxed));
-    delete[] label_;
-    delete this;
-    above->release();
+    auto* queue = this;
+    for (bool isLast = true; isLast;) {
+        auto* const above = queue->target();
+        auto* const context = queue->context_.load(std::memory_order_relaxed);
+        auto const finalizer = queue->finalizer_.load(std::memory_order_relaxed);
+        if (finalizer && context) above->submit(newItem([=] { finalizer(context); }));
+        destroySpecifics(queue->specifics_.load(std::memory_order_relaxed));
+        delete[] queue->label_;
+        delete queue;
+        queue = above;
+        isLast = queue->dropReference();
+    }
 }
 
 } // namespace Tessarin

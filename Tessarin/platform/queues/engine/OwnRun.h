@@ -39,7 +39,4 @@ private:
     Nanoseconds allowedFrom_ = 0;
 };
 
-/// Starts a detached thread that gets none but its own signals; whether that went well.
-bool startThread(void* (*enter)(void*), void* argument) noexcept;
-
 } // namespace Tessarin::engine

@@ -1,5 +1,6 @@
 #include "Tessarin/platform/queues/engine/Parking.h"
 
+#include "Tessarin/platform/queues/engine/Processors.h"
 #include <bit>
 #include <cerrno>
 #include <ctime>
@@ -35,7 +36,7 @@ void const* lowerHalf(std::atomic<std::uint64_t> const& word) noexcept {
 
 } // namespace
 
-bool const spinningHelps = sysconf(_SC_NPROCESSORS_ONLN) > 1;
+bool const spinningHelps = allowedProcessors() > 1;
 
 Nanoseconds monotonicNow() noexcept {
     timespec now{};

@@ -2,12 +2,12 @@
 
 #include "Tessarin/platform/queues/engine/ItemDepot.h"
 #include "Tessarin/platform/queues/engine/OwnRun.h"
+#include "Tessarin/platform/queues/engine/Processors.h"
 #include "Tessarin/platform/queues/engine/Thread.h"
+#include "Tessarin/platform/queues/engine/ThreadStart.h"
 #include "Tessarin/platform/queues/engine/Timekeeper.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 #include <algorithm>
-#include <mutex>
-#include <pthread.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -22,8 +22,8 @@ constexpr int mostBlockedByTurns = 16; // further threads under the cap are for 
 } // namespace
 
 int processorCount() noexcept {
-    static int const count = static_cast<int>(sysconf(_SC_NPROCESSORS_ONLN));
-    return count > 2 ? count : 2;
+    static int const count = std::max(usableProcessors(), 2);
+    return count;
 }
 
 void Pool::pushInbox(WorkItem* item) noexcept {
@@ -80,25 +80,49 @@ void Pool::wakeOne() noexcept {
     std::unique_lock hold(lock_);
     if (searching_.load(std::memory_order_relaxed) > 0 || !mayWake_.load(std::memory_order_relaxed)) return;
     searching_.store(1, std::memory_order_seq_cst);
-    ++running_;
-    if (auto* const worker = sleepers_) {
-        leaveSleepers(*worker);
-        updateCounts();
-        hold.unlock();
-        worker->called.store(1, std::memory_order_release);
-        unpark(worker->called);
-        return;
+    if (call(Worker::Searcher, hold)) return;
+    searching_.store(0, std::memory_order_seq_cst);
+    bool const someoneComes = threads_ > 0;
+    hold.unlock();
+    if (!someoneComes) fatal("dispatch: no thread can be started");
+    callMonitor(); // there may be one later
+}
+
+void Pool::callExtras(int count) noexcept {
+    for (; count > 0; --count) {
+        std::unique_lock hold(lock_);
+        if (!call(Worker::Extra, hold)) return;
     }
-    ++threads_;
+}
+
+/// Wakes a worker or starts one; called with the lock, which is given back when that went well.
+bool Pool::call(Worker::Role role, std::unique_lock<Lock>& hold) noexcept {
+    bool const isExtra = role == Worker::Extra;
+    auto& count = isExtra ? extras_ : running_;
+    ++count;
+    auto* const sleeper = sleepers_;
+    if (sleeper) {
+        leaveSleepers(*sleeper);
+        sleeper->isExtra = isExtra;
+        sleeper->turnsSeen = turnsTaken_;
+    } else {
+        ++threads_;
+    }
     updateCounts();
     hold.unlock();
-    if (startThread()) return;
+    if (sleeper) {
+        sleeper->called.store(role, std::memory_order_release);
+        unpark(sleeper->called);
+        return true;
+    }
+    auto* const worker = new Worker(*this, isExtra);
+    if (startThread(name_, &Pool::threadMain, worker)) return true;
+    delete worker;
     hold.lock();
-    searching_.store(0, std::memory_order_seq_cst);
-    --running_;
+    --count;
     --threads_;
     updateCounts();
-    if (threads_ == 0) fatal("dispatch: no thread can be started");
+    return false;
 }
 
 /// Puts what was submitted since the last time in line.
@@ -119,44 +143,11 @@ void Pool::updateCounts() noexcept {
     mayWake_.store(running_ < processorCount() && (sleepers_ || threads_ < mostThreads), std::memory_order_seq_cst);
 }
 
-void Pool::callExtras(int count) noexcept {
-    for (; count > 0; --count) {
-        std::unique_lock hold(lock_);
-        ++extras_;
-        if (auto* const worker = sleepers_) {
-            leaveSleepers(*worker);
-            worker->isExtra = true;
-            worker->turnsSeen = turnsTaken_;
-            updateCounts();
-            hold.unlock();
-            worker->called.store(2, std::memory_order_release);
-            unpark(worker->called);
-            continue;
-        }
-        ++threads_;
-        updateCounts();
-        hold.unlock();
-        if (startThread(true)) continue;
-        hold.lock();
-        --extras_;
-        --threads_;
-        return updateCounts();
-    }
-}
-
-bool Pool::startThread(bool isExtra) noexcept {
-    auto* const worker = new Worker(*this, isExtra);
-    bool const started = engine::startThread(&Pool::threadMain, worker);
-    if (!started) delete worker;
-    return started;
-}
-
 void* Pool::threadMain(void* argument) {
     auto* const worker = static_cast<Worker*>(argument);
     auto& pool = worker->pool;
     worker->thread = static_cast<pid_t>(syscall(SYS_gettid));
     thisThread.worker = worker;
-    pthread_setname_np(pthread_self(), pool.name_);
     if (pool.niceness_ > 0) setpriority(PRIO_PROCESS, static_cast<id_t>(worker->thread), pool.niceness_);
     {
         std::lock_guard const hold(pool.lock_);
@@ -170,6 +161,16 @@ void* Pool::threadMain(void* argument) {
     delete worker;
     return nullptr;
 }
+
+namespace {
+/// Runs an item, and what it stands for.
+void runWhatever(WorkItem* item) noexcept {
+    runAndRecycle(item);
+    if (!thisThread.next.queue) return;
+    DispatchQueue::follow(std::exchange(thisThread.next, {}));
+    thisThread.chainPassedOn = false;
+}
+} // namespace
 
 /// A worker comes as the one that searches, or as an extra, and leaves when it has slept for long.
 void Pool::run(Worker& worker) noexcept {
@@ -186,25 +187,23 @@ void Pool::run(Worker& worker) noexcept {
                 continue;
             }
             if (!sleep(worker, std::exchange(searching, true))) return;
-            searching = worker.called.exchange(0, std::memory_order_acquire) == 1;
+            searching = worker.called.exchange(0, std::memory_order_acquire) == Worker::Searcher;
             continue;
         }
         if (std::exchange(searching, false)) stopSearching();
-        runAndRecycle(item);
-        thisThread.chainPassedOn = false;
+        runWhatever(item);
         if (worker.blocked.load(std::memory_order_relaxed)) workerResumes(worker);
         if (tooManyRun_.load(std::memory_order_relaxed) && !worker.isExtra) {
             if (giveUpKept(worker)) wakeIfUseful();
             if (!sleep(worker, false)) return;
-            searching = worker.called.exchange(0, std::memory_order_acquire) == 1;
+            searching = worker.called.exchange(0, std::memory_order_acquire) == Worker::Searcher;
         }
     }
 }
 
 void Pool::runOn(WorkItem* item) noexcept {
     FrameScope const frame(queue_);
-    runAndRecycle(item);
-    thisThread.chainPassedOn = false;
+    runWhatever(item);
 }
 
 WorkItem* Pool::takeKept(Worker& worker) noexcept {

@@ -2,6 +2,7 @@
 #include "Tessarin/platform/queues/engine/DispatchQueue.h"
 #include <atomic>
 #include <cstdint>
+#include <mutex>
 #include <sys/types.h>
 
 namespace Tessarin::engine {
@@ -13,8 +14,11 @@ class Worker {
 public:
     Worker(Pool& owner, bool overTheCap) noexcept : pool(owner), isExtra(overTheCap) {}
 
+    /// What it is called for: to look for work, or to take turns over the cap.
+    enum Role : std::uint32_t { NotCalled, Searcher, Extra };
+
     Pool& pool;
-    std::atomic<std::uint32_t> called = 0; // what it sleeps on
+    std::atomic<std::uint32_t> called = NotCalled; // what it sleeps on
     /// What it will run next, a list: the queue that it made runnable last, or a few items taken at once from a long backlog. The
     /// monitor takes them away when they stay too long.
     std::atomic<WorkItem*> kept = nullptr;
@@ -82,7 +86,7 @@ private:
     void pushInbox(WorkItem* item) noexcept;
     void wakeIfUseful() noexcept;
     void wakeOne() noexcept;
-    bool startThread(bool isExtra = false) noexcept;
+    bool call(Worker::Role role, std::unique_lock<Lock>& hold) noexcept;
     // Under the lock:
     void sortInbox() noexcept;
     bool mayTakeTurns() const noexcept;
@@ -131,7 +135,7 @@ public:
     Pool pool;
 };
 
-/// How many workers may run at a time; two where there is but one processor.
+/// How many workers may run at a time: as many as the process may use processors, and two where that is one.
 int processorCount() noexcept;
 /// The queue of a class or priority number; null for others.
 GlobalQueue* globalQueue(std::intptr_t identifier) noexcept;

@@ -21,6 +21,12 @@ void DispatchQueue::submit(WorkItem* item) noexcept {
 }
 
 void DispatchQueue::push(WorkItem* item) noexcept {
+    auto* queue = this;
+    while (queue && queue->enqueue(item)) queue = queue->lineUp(item);
+}
+
+/// Whether nobody looks after the queue, so that it must line up: then the caller has got its token.
+bool DispatchQueue::enqueue(WorkItem* item) noexcept {
     bool retained = false;
     auto bits = state_.load(std::memory_order_relaxed);
     for (;;) {
@@ -33,21 +39,28 @@ void DispatchQueue::push(WorkItem* item) noexcept {
             if (!std::exchange(retained, true)) retain();
         }
         if (!state_.compare_exchange_weak(bits, next, std::memory_order_acq_rel, std::memory_order_relaxed)) continue;
-        if (unattended && !(bits & state::Suspended)) submitToTarget();
         if (retained && !unattended) release();
-        return;
+        return unattended && !(bits & state::Suspended);
     }
 }
 
-void DispatchQueue::submitToTarget() noexcept {
-    if (isMain()) return signalMainThread();
-    auto* const item = newItem([this] { drain(); });
-    if (!isConcurrent()) item->markAsTurn();
+/// Announces the queue where it is served: at its pool, to the main thread, or else by `turn` that is to be queued on its target.
+DispatchQueue* DispatchQueue::lineUp(WorkItem*& turn) noexcept {
     auto* const above = target();
-    if (above->isGlobal())
-        static_cast<GlobalQueue*>(above)->pool.submitQueue(item);
-    else
-        above->push(item);
+    if (!above) {
+        signalMainThread();
+        return nullptr;
+    }
+    turn = newItem([this] { thisThread.next = {this, nullptr}; });
+    if (!isConcurrent()) turn->markAsTurn();
+    if (!above->isGlobal()) return above;
+    static_cast<GlobalQueue*>(above)->pool.submitQueue(turn);
+    return nullptr;
+}
+
+void DispatchQueue::submitToTarget() noexcept {
+    WorkItem* turn = nullptr;
+    if (auto* const above = lineUp(turn)) above->push(turn);
 }
 
 bool DispatchQueue::detach() noexcept {
@@ -61,6 +74,7 @@ bool DispatchQueue::beginDrain() noexcept {
     for (;;) {
         auto const next = bits & state::Suspended ? bits | state::Parked : bits | state::Owned;
         if (!state_.compare_exchange_weak(bits, next, std::memory_order_acq_rel, std::memory_order_relaxed)) continue;
+        turnUsed_ = false;
         return next & state::Owned;
     }
 }

@@ -90,12 +90,19 @@ void DispatchQueue::leaveExclusiveSlowly() noexcept {
 namespace engine {
 namespace {
 
-/// Gives back what is held from `queue` up, below `stop`: the outermost first, since it is found through the inner ones.
-void leaveChain(DispatchQueue& queue, Access access, DispatchQueue const* stop) noexcept {
-    if (&queue == stop || queue.isRoot()) return;
-    auto& above = *queue.target();
-    leaveChain(above, plainAccess(above), stop);
-    queue.leave(access);
+/// Gives back what is held from `innermost` up, below `stop`. A queue may go as soon as it is left, and then only a reference keeps
+/// its target.
+void leaveChain(DispatchQueue& innermost, Access access, DispatchQueue const* stop) noexcept {
+    auto* queue = &innermost;
+    while (queue != stop && !queue->isRoot()) {
+        auto* const above = queue->target();
+        if (!above->isRoot()) above->retain();
+        queue->leave(access);
+        if (queue != &innermost) queue->release();
+        queue = above;
+        access = plainAccess(*queue);
+    }
+    if (queue != &innermost && !queue->isRoot()) queue->release();
 }
 
 /// `level` is the first queue that is not held yet.

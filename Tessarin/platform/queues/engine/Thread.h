@@ -9,6 +9,7 @@ namespace Tessarin::engine {
 
 class Worker;
 struct Catch;
+struct WorkItem;
 
 /// One queue that the thread runs something for; the innermost is the current queue.
 struct Frame {
@@ -16,8 +17,16 @@ struct Frame {
     Frame const* outer;
 };
 
+/// What an item that stands for a queue asks of the loop that ran it: to drain the queue, or to run one item of a concurrent
+/// queue. The item itself does nothing else, so that a chain of queues that target one another needs no stack, however long it is.
+struct Step {
+    DispatchQueue* queue = nullptr;
+    WorkItem* item = nullptr; // null: drain
+};
+
 struct ThreadContext {
     Frame const* frames = nullptr;
+    Step next; // taken by the loop at once
     Worker* worker = nullptr; // null but on the threads of pools
     /// While the timekeeper submits: the first queue that it makes runnable on a pool comes here.
     Catch* catching = nullptr;
@@ -43,8 +52,10 @@ public:
     FrameScope& operator=(FrameScope const&) = delete;
     ~FrameScope() { thisThread.frames = frame_.outer; }
 
+    void moveTo(DispatchQueue& queue) noexcept { frame_.queue = &queue; }
+
 private:
-    Frame const frame_;
+    Frame frame_;
 };
 
 /// Around every wait of the engine: tells the pool that this worker cannot run anything, so that another one steps in.

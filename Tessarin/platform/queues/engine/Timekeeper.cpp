@@ -3,10 +3,9 @@
 #include "Tessarin/platform/queues/engine/OwnRun.h"
 #include "Tessarin/platform/queues/engine/Pool.h"
 #include "Tessarin/platform/queues/engine/Thread.h"
-#include "Tessarin/platform/runtime/Fatal.h"
+#include "Tessarin/platform/queues/engine/ThreadStart.h"
 #include <algorithm>
 #include <mutex>
-#include <pthread.h>
 #include <sys/prctl.h>
 #include <vector>
 
@@ -16,6 +15,7 @@ namespace {
 constexpr Nanoseconds shortestRound = 50'000;
 constexpr Nanoseconds longestRound = 2'000'000;
 constexpr Nanoseconds urgentRound = 250'000; // while turns of serial queues stand still
+constexpr Nanoseconds standInRound = 1'000'000;
 constexpr int quietRounds = 10; // then the monitor goes home
 
 // Where timers are dense, they are submitted in batches this far apart: one wake-up for several.
@@ -58,18 +58,42 @@ public:
 
 private:
     static void succeed();
-    void start() noexcept {
+    bool startOwnThread() noexcept {
         auto const enter = [](void* self) -> void* {
+            prctl(PR_SET_TIMERSLACK, 1); // nanosecond; the default adds 50 microseconds to every sleep
             static_cast<Timekeeper*>(self)->run();
             return nullptr;
         };
-        if (!startThread(enter, this)) fatal("dispatch: no thread can be started");
+        return startThread("dispatch-timer", enter, this);
+    }
+
+    void start() noexcept {
+        if (startOwnThread()) return;
+        // Whoever calls next tries again. But timers wait for nobody's call.
+        monitorIsOut.store(false, std::memory_order_seq_cst);
+        started_.store(false, std::memory_order_seq_cst);
+        lock_.lock();
+        bool const isNeeded = !timers_.empty();
+        lock_.unlock();
+        if (isNeeded && !started_.exchange(true, std::memory_order_acq_rel)) sendStandIn();
+    }
+
+    /// Has a worker do the thread's work between two others, again and again until there is a thread for it.
+    void sendStandIn() noexcept {
+        defaultGlobalQueue().submit(newItem([this] {
+            if (startOwnThread()) return;
+            takeDue();
+            handOut();
+            {
+                BlockingScope const blocking;
+                park(knocks_, knocks_.load(std::memory_order_relaxed), std::min(wakesAt_, now_ + standInRound));
+            }
+            sendStandIn();
+        }));
     }
 
     /// Returns when another thread has taken its place.
     void run() noexcept {
-        pthread_setname_np(pthread_self(), "dispatch-timer");
-        prctl(PR_SET_TIMERSLACK, 1); // nanosecond; the default adds 50 microseconds to every sleep
         for (;;) {
             auto const knocks = knocks_.load(std::memory_order_seq_cst);
             takeDue();
@@ -98,6 +122,11 @@ private:
         bool const isDense = wakesAt_ - now_ < dense;
         if (isDense && ownRun_.isAllowed(now_)) thisThread.catching = &caught;
         if (!isDense) ownRun_.pause();
+        handOut();
+        thisThread.catching = nullptr;
+        return !caught.item || ownRun_.run(caught);
+    }
+    void handOut() noexcept {
         for (auto const& timer : due_) {
             auto* const queue = timer.queue();
             timer.item->link = 0;
@@ -105,8 +134,6 @@ private:
             queue->release();
         }
         due_.clear();
-        thisThread.catching = nullptr;
-        return !caught.item || ownRun_.run(caught);
     }
 
     Nanoseconds doRound() noexcept {
