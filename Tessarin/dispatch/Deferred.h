@@ -3,6 +3,7 @@
 #include "Tessarin/platform/runtime/Closure.h"
 #include "Tessarin/platform/runtime/FunctionRef.h"
 #include "Tessarin/platform/runtime/Ref.h"
+#include <utility>
 
 namespace Tessarin {
 
@@ -33,17 +34,22 @@ public:
     }
 
     /// The value as it is known; what is set here before the first `fulfill` is overwritten by it.
-    virtual std::optional<T> actual() const { return actual_; }
+    virtual KeptValue<T> actual() const { return actual_; }
     virtual void setActual(std::optional<T> actual) { actual_ = std::move(actual); }
     virtual void modifyActual(FunctionRef<void(std::optional<T>&)> change) {
-        auto changed = actual();
+        auto changed = [this]() -> std::optional<T> {
+            if constexpr (std::is_copy_constructible_v<T>)
+                return actual();
+            else
+                return std::exchange(actual_, std::nullopt);
+        }();
         change(changed);
         setActual(std::move(changed));
     }
 
     /// Runs the block and sets `actual`. Leaves `materialized` as it is, on purpose: called directly, it computes each time.
     virtual void materialize() { setActual(materializeBlock_ ? materializeBlock_() : std::nullopt); }
-    virtual std::optional<T> fulfill() {
+    virtual KeptValue<T> fulfill() {
         if (!materialized()) {
             materialize();
             setMaterialized(true);

@@ -10,7 +10,8 @@ void NSOperationQueue::init(Serial serial) {
 }
 
 void NSOperationQueueSerial::addOperationWithBlockAndWait(FunctionRef<void()> block) {
-    static_cast<NSOperationQueue&>(*this).runAndWait(block);
+    auto& queue = static_cast<NSOperationQueue&>(*this);
+    queue.addOperations({NSBlockOperation::blockOperationWithBlock([block] { block(); })}, WaitUntilFinished::Yes);
 }
 
 } // namespace Tessarin

@@ -17,8 +17,8 @@ class TESSARIN_API NSOperationQueueSerial {
     NSOperationQueueSerial() = default;
 
 public:
-    /// Returns when the closure has run on the queue. Called from an operation of the same serial queue it blocks for ever;
-    /// nobody checks for that.
+    /// Adds the closure as one block operation by `addOperations`, and returns when it has run on the queue. Called from an
+    /// operation of the same serial queue it blocks for ever; nobody checks for that.
     void addOperationWithBlockAndWait(FunctionRef<void()> block);
 
 protected:

@@ -4,6 +4,7 @@
 #include "Tessarin/platform/queues/Semaphore.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 #include "Tessarin/platform/runtime/Ref.h"
+#include <utility>
 
 namespace Tessarin {
 
@@ -29,11 +30,19 @@ public:
         });
     }
 
+    /// Signalled once, when the block has run.
+    dispatch_semaphore_t const& semaphore() const { return semaphore_; }
+
     /// The value once it is there. Reading it before `fulfill` has returned is not synchronised with the work.
-    virtual std::optional<T> actual() const { return actual_; }
+    virtual KeptValue<T> actual() const { return actual_; }
     virtual void setActual(std::optional<T> actual) { actual_ = std::move(actual); }
     virtual void modifyActual(FunctionRef<void(std::optional<T>&)> change) {
-        auto changed = actual();
+        auto changed = [this]() -> std::optional<T> {
+            if constexpr (std::is_copy_constructible_v<T>)
+                return actual();
+            else
+                return std::exchange(actual_, std::nullopt);
+        }();
         change(changed);
         setActual(std::move(changed));
     }
@@ -43,7 +52,7 @@ public:
 
     /// Waits until the block has run and gives its result. Once only: the end of the work is signalled once, and this takes
     /// the signal, so that a second call never returns, nor one from inside the block. Keep the result, or read `actual`.
-    virtual std::optional<T> fulfill() {
+    virtual KeptValue<T> fulfill() {
         dispatch_semaphore_wait(semaphore_, DISPATCH_TIME_FOREVER); // not given back, on purpose
         return actual();
     }

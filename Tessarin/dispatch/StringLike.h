@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 namespace Tessarin {
 
@@ -17,6 +18,10 @@ protected:
     StringLike() = default;
     ~StringLike() = default;
 };
+
+/// What a kept value is read as: a copy, or where there can be none the kept value itself.
+template <class T>
+using KeptValue = std::conditional_t<std::is_copy_constructible_v<T>, std::optional<T>, std::optional<T> const&>;
 
 /// A text itself, and "" for what is absent or no text: nothing is converted to a description.
 template <class T> std::string textOrEmpty(std::optional<T> const& value) {

@@ -84,6 +84,16 @@ TEST(DeferredIn, RunsInsideItsContextFromAnyThread) {
     EXPECT_TRUE(*make<DeferredIn<bool>>(context, [&](auto const&) { return held; })->fulfill());
 }
 
+TEST(Deferred, KeepsWhatCannotBeCopiedAndSoDoesPending) {
+    auto const deferred = make<Deferred<std::unique_ptr<int>>>([] { return std::make_unique<int>(5); });
+    EXPECT_EQ(**deferred->fulfill(), 5);
+    deferred->modifyActual([](auto& actual) { ++**actual; });
+    EXPECT_EQ(**deferred->actual(), 6);
+    auto const pending = make<Pending<std::unique_ptr<int>>>([] { return std::make_unique<int>(7); });
+    EXPECT_EQ(dispatch_semaphore_wait(pending->semaphore(), DISPATCH_TIME_FOREVER), 0);
+    EXPECT_EQ(**pending->actual(), 7);
+}
+
 TEST(Pending, StartsAtOnceInTheBackgroundAndIsFulfilledWhenDone) {
     auto const mayEnd = dispatch_semaphore_create(0);
     char const* label = nullptr;

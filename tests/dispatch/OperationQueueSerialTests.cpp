@@ -3,6 +3,7 @@
 
 #include "tests/support/Blocked.h"
 #include <gtest/gtest.h>
+#include <thread>
 #include <unistd.h>
 
 namespace Tessarin {
@@ -21,6 +22,22 @@ TEST(SerialOperationQueue, WaitingClosuresRunInOrderBeforeTheirCallsReturn) {
         EXPECT_EQ(order.size(), static_cast<std::size_t>(i) + 1);
     }
     EXPECT_EQ(order, (std::vector{0, 1, 2, 3}));
+}
+
+TEST(SerialOperationQueue, AWaitingClosureIsOneOperationThatASubclassMaySee) {
+    class Counting : public NSOperationQueue {
+    public:
+        std::size_t added = 0;
+        void addOperations(std::vector<Ref<NSOperation>> const& operations, WaitUntilFinished wait) override {
+            added += wait == WaitUntilFinished::Yes ? operations.size() : 100;
+            NSOperationQueue::addOperations(operations, wait);
+        }
+    };
+    auto const queue = make<Counting>(Serial::Yes);
+    std::thread::id ranOn;
+    queue->addOperationWithBlockAndWait([&] { ranOn = std::this_thread::get_id(); });
+    EXPECT_EQ(queue->added, 1u);
+    EXPECT_EQ(ranOn, std::this_thread::get_id());
 }
 
 TEST(SerialOperationQueueDeathTest, WaitingInsideItsOwnOperationNeverReturnsAndNothingElseBreaks) {

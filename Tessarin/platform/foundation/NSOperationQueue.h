@@ -39,7 +39,7 @@ public:
     void addOperation(Ref<NSOperation> operation);
     void addOperationWithBlock(Closure<void()> block);
     /// Waiting from inside an operation of the same serial queue blocks for ever.
-    void addOperations(std::vector<Ref<NSOperation>> const& operations, WaitUntilFinished wait);
+    virtual void addOperations(std::vector<Ref<NSOperation>> const& operations, WaitUntilFinished wait);
     /// The same as adding one block operation and waiting for it, without making the operation.
     void runAndWait(FunctionRef<void()> block);
     void waitUntilAllOperationsAreFinished();

@@ -1,5 +1,5 @@
 #include "Tessarin/platform/foundation/NSOperationQueue.h"
-#include "Tessarin/platform/queues/Queue.h"
+#include "Tessarin/platform/queues/Dispatch.h"
 
 #include "tests/support/MainThread.h"
 #include <algorithm>
@@ -122,6 +122,31 @@ TEST(NSOperationQueue, PendingOperationsKeepTheirQueueAlive) {
         gate->open();
         EXPECT_EQ(done->get_future().wait_for(std::chrono::seconds(30)), std::future_status::ready);
     }
+}
+
+TEST(OperationQueue, ALimitLoweredWhileOperationsRunHoldsForThoseThatHaveNotBegun) {
+    auto const queue = make<NSOperationQueue>();
+    queue->setMaxConcurrentOperationCount(2);
+    auto const started = dispatch_semaphore_create(0);
+    auto const gate = dispatch_semaphore_create(0);
+    std::atomic<int> inside = 0;
+    std::atomic<int> most = 0;
+    for (int i = 0; i < 2; ++i)
+        queue->addOperationWithBlock([=] {
+            dispatch_semaphore_signal(started);
+            dispatch_semaphore_wait(gate, DISPATCH_TIME_FOREVER);
+        });
+    for (int i = 0; i < 2; ++i) dispatch_semaphore_wait(started, DISPATCH_TIME_FOREVER);
+    for (int i = 0; i < 200; ++i)
+        queue->addOperationWithBlock([&] {
+            if (++inside > 1) most = 2;
+            std::this_thread::yield();
+            --inside;
+        });
+    queue->setMaxConcurrentOperationCount(1);
+    for (int i = 0; i < 2; ++i) dispatch_semaphore_signal(gate);
+    queue->waitUntilAllOperationsAreFinished();
+    EXPECT_EQ(most, 0);
 }
 
 TEST(NSOperationQueue, TheMainQueueRunsOnTheMainThread) {

@@ -71,6 +71,30 @@ TEST(ConcurrentQueue, ReadersOverlapAndABarrierKeepsItsPlace) {
     EXPECT_EQ(order, "ab");
 }
 
+TEST(ConcurrentQueue, ABarrierWaitsForAReaderThatIsUnderWay) {
+    auto const queue = concurrentQueue();
+    Event inside, gate;
+    std::atomic<bool> reads = true;
+    bool alone = false;
+    dispatch_async(queue, [&, inside, gate] {
+        inside.happen();
+        gate.wait();
+        reads = false;
+    });
+    EXPECT_TRUE(inside.wait());
+    Event done;
+    dispatch_barrier_async(queue, [&, done] { alone = !reads, done.happen(); });
+    auto const other = serialQueue(); // served behind the barrier, if that does not wait
+    for (int i = 0; i < 20; ++i) {
+        Event served;
+        dispatch_async(other, [served] { served.happen(); });
+        EXPECT_TRUE(served.wait());
+    }
+    gate.happen();
+    EXPECT_TRUE(done.wait());
+    EXPECT_TRUE(alone);
+}
+
 TEST(ConcurrentQueue, ApplyCallsEveryIndexOnceAlsoInsideTheQueue) {
     auto const concurrent = concurrentQueue();
     dispatch_queue_t const queues[] = {nullptr, dispatch_get_global_queue(QOS_CLASS_UTILITY, 0), concurrent, serialQueue(), queueOn(serialQueue())};

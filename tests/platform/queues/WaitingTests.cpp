@@ -49,6 +49,39 @@ TEST(Group, WaitSeesTheEffectsOfAllWorkAndOutlivesItsLastReference) {
     }
 }
 
+TEST(Group, EveryWaiterWakesAndANextRoundsNoticeWaitsForItsOwnEnd) {
+    auto const group = dispatch_group_create();
+    auto const queue = serialQueue();
+    for (int round = 0; round < 20 && !testing::Test::HasFailure(); ++round) {
+        dispatch_group_enter(group);
+        std::atomic<int> waiting = 0;
+        std::vector<std::thread> threads;
+        for (int i = 0; i < 3; ++i) threads.emplace_back([&] { EXPECT_EQ((++waiting, dispatch_group_wait(group, limit())), 0); });
+        EXPECT_TRUE(eventually([&] { return waiting == 3; })); // and a millisecond later, when it looks again, they sleep
+        dispatch_group_leave(group);
+        for (auto& thread : threads) thread.join();
+    }
+
+    // The end of one round and the start of the next at the same time, on two threads.
+    std::atomic<int> early = 0;
+    for (int round = 0; round < 2000; ++round) {
+        std::atomic<bool> isOver = false;
+        dispatch_group_enter(group);
+        dispatch_group_notify(group, queue, [] {});
+        std::thread leaving([&] { dispatch_group_leave(group); });
+        dispatch_group_wait(group, DISPATCH_TIME_FOREVER);
+        dispatch_group_enter(group);
+        Event done;
+        dispatch_group_notify(group, queue, [&, done] { early += !isOver, done.happen(); });
+        leaving.join();
+        dispatch_sync(queue, [] {});
+        isOver = true;
+        dispatch_group_leave(group);
+        EXPECT_TRUE(done.wait());
+    }
+    EXPECT_EQ(early, 0);
+}
+
 TEST(Semaphore, CountsAndTellsWhetherItWokeSomebody) {
     EXPECT_FALSE(dispatch_semaphore_create(-1));
     auto const semaphore = dispatch_semaphore_create(1);
@@ -133,6 +166,19 @@ TEST(After, PastRunsAtOnceEqualMomentsKeepTheirOrderAndNothingIsEarly) {
     EXPECT_TRUE(done.wait());
     EXPECT_EQ(order, "wabcdez");
     EXPECT_GE(dispatch_time(DISPATCH_TIME_NOW, 0), late);
+}
+
+TEST(After, AnEarlierTimerWakesTheThreadThatSleepsForALaterOneAndIsNotEarly) {
+    auto const queue = serialQueue();
+    dispatch_after(in(60'000 * millisecond), queue, [] {});
+    for (int i = 0; i < 5; ++i) {
+        Event fired;
+        auto const when = in(3 * millisecond);
+        dispatch_time_t ran = 0;
+        dispatch_after(when, queue, [&, fired] { ran = dispatch_time(DISPATCH_TIME_NOW, 0), fired.happen(); });
+        ASSERT_TRUE(fired.wait());
+        EXPECT_GE(ran, when);
+    }
 }
 
 TEST(After, AnItemThatBlocksDelaysNoOtherTimerHoweverDenseTheyAre) {
