@@ -2,8 +2,11 @@
 
 #include "Tessarin/platform/queues/Dispatch.h"
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <mutex>
+#include <thread>
+#include <vector>
 
 namespace Tessarin::benchmarks {
 namespace {
@@ -114,12 +117,38 @@ void thinking(Report& report) {
     report.add({.group = "sync", .row = "1 us work, 1 us think, 99% wait", .unit = "us", .ours = ourWait, .peer = "std::mutex", .theirs = theirWait});
 }
 
+/// How long a thread that comes now and then waits beside four that never stop, in the 20 microseconds that each holds the queue.
+void latency(Report& report) {
+    if (!report.wants("sync", "wait beside 4 threads of 20 us")) return;
+    constexpr std::chrono::microseconds held{20};
+    auto const queue = dispatch_queue_create("bench", DISPATCH_QUEUE_SERIAL);
+    std::vector<double> waits;
+    std::atomic<bool> enough = false;
+    secondsOnThreads(5, [&](int thread) {
+        while (thread > 0 && !enough) dispatch_sync(queue, [&] { burn(held); });
+        if (thread > 0) return;
+        for (int i = 0; i < 500; ++i) {
+            std::this_thread::sleep_for(10 * held);
+            auto const start = Clock::now();
+            dispatch_sync(queue, [&] {
+                waits.push_back(std::chrono::duration<double>(Clock::now() - start) / held);
+                burn(held);
+            });
+        }
+        enough = true;
+    });
+    std::ranges::sort(waits);
+    report.add({.group = "sync", .row = "wait beside 4 threads of 20 us, half", .unit = "held times", .ours = waits[waits.size() / 2], .target = 8, .bound = Bound::Ours});
+    report.add({.group = "sync", .row = "wait beside 4 threads of 20 us, 99%", .unit = "held times", .ours = waits[waits.size() * 99 / 100], .target = 15, .bound = Bound::Ours});
+}
+
 } // namespace
 
 void benchSync(Report& report) {
     uncontended(report);
     for (int const threads : {2, 4, 8}) contended(report, threads);
     thinking(report);
+    latency(report);
 }
 
 } // namespace Tessarin::benchmarks
