@@ -4,8 +4,11 @@
 #include "Tessarin/platform/foundation/NSFileManager.h"
 #include "Tessarin/platform/foundation/NSNotificationCenter.h"
 #include "Tessarin/platform/objectgraph/persistence/StoreRescuePrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/StoreSalvagePrivate.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 #include "Tessarin/store/ManagedObjectStore.h"
+
+#include <filesystem>
 
 namespace Tessarin {
 namespace {
@@ -39,6 +42,28 @@ void requireName(std::string const& name) {
     if (!isName || name.size() > longest)
         fatal("a ManagedObjectStore's file name must have 1 to 244 bytes, without \"/\" and NUL, and not be \".\" or \"..\": \"" + name + "\"");
 }
+
+/// Also makes the store's folder where it is missing: it could not be made before, or not again after the other went aside. What it
+/// stands in is not made anew: a mount may be gone meanwhile.
+class FolderWaiting : public StoreWaiting {
+public:
+    using StoreWaiting::init;
+    virtual void init(Told told, std::optional<double> timeLimit, std::string folder, mode_t mode) {
+        StoreWaiting::init(std::move(told), timeLimit);
+        folder_ = std::move(folder);
+        mode_ = mode;
+    }
+    bool pause(Ref<NSError> const& reason) override {
+        if (!StoreWaiting::pause(reason)) return false;
+        std::error_code none;
+        if (!folder_.empty() && std::filesystem::is_directory(std::filesystem::path(folder_).parent_path(), none)) makeFolders(folder_, mode_);
+        return true;
+    }
+
+private:
+    std::string folder_; // empty: not to be made
+    mode_t mode_ = 0;
+};
 
 } // namespace
 
@@ -107,10 +132,11 @@ void ManagedObjectStore::chooseModel(std::optional<NSURL> const& location) {
 }
 
 void ManagedObjectStore::openStore(NSURL const& file, StoreOptions& options) {
-    auto const waiting = make<StoreWaiting>(std::move(options.onWaiting), options.timeLimit);
-    options.options.set(NSStoreWaitingOption, waiting);
     options.options.set(NSFilePosixPermissions, std::int64_t{options.fileMode});
     bool const isReadOnly = options.options[NSReadOnlyPersistentStoreOption].boolean();
+    auto const waiting = make<FolderWaiting>(std::move(options.onWaiting), options.timeLimit, isReadOnly ? std::string() : storeURL_->path(),
+                                             folderMode(options.fileMode));
+    options.options.set(NSStoreWaitingOption, waiting);
     // No limit unless one is set: what cannot be opened is made anew, and a place that can never hold a store keeps it trying.
     Ref<StoreRefusal> allowed;
     auto wanted = StoreOptions::AfterRefusal::StartEmpty;
@@ -124,7 +150,7 @@ void ManagedObjectStore::openStore(NSURL const& file, StoreOptions& options) {
                 wanted = options.onRefusal(error, refusal->plan() ? &*refusal->plan() : nullptr, refusal->copy());
             allowed = refusal;
             auto const problem = replaceStore(file, error, *refusal, options.fileMode);
-            if (!problem && wanted == StoreOptions::AfterRefusal::Salvage) salvageInto(file);
+            if (!problem && wanted == StoreOptions::AfterRefusal::Salvage) salvageInto(file, options.fileMode);
             if (!problem && isFirst) continue;
             if (problem) error = problem;
         }
@@ -142,11 +168,13 @@ Ref<NSError> ManagedObjectStore::replaceStore(NSURL const& file, Ref<NSError> co
     return failure.error();
 }
 
-void ManagedObjectStore::salvageInto(NSURL const& file) {
+void ManagedObjectStore::salvageInto(NSURL const& file, std::uint32_t fileMode) try {
     if (!replacement_ || !replacement_->copy || replacement_->salvaged) return;
     auto const damaged = replacement_->copy->URLByAppendingPathComponent(file.lastPathComponent());
-    Ref<NSError> error;
-    replacement_->salvaged = coordinator_->salvageStoreAtURL(damaged, file, error);
+    replacement_->salvaged = salvageStore(damaged.path(), file.path(), model_, fileMode);
+    replacement_->salvageError = nullptr;
+} catch (ErrorException const& failure) {
+    replacement_->salvageError = failure.error();
 }
 
 void ManagedObjectStore::tellReplacement() {

@@ -46,6 +46,7 @@ struct StoreReplacement {
     Ref<NSError> reason;
     std::optional<NSURL> copy; // a folder, or the file that stood in place of the store's; absent when nothing was saved in it
     std::optional<SalvageReport> salvaged; // what the store begins with, and what is missing; absent: it begins empty
+    Ref<NSError> salvageError;             // why, where a salvage was asked for; else null
 };
 
 /// Posted by a new store in place of one that was refused, on the thread that makes it and before `didCreateDatabase`; its userInfo
@@ -167,7 +168,7 @@ private:
     NSPersistentStore& onlyStore() const;
     void chooseModel(std::optional<NSURL> const& location);
     void openStore(NSURL const& file, StoreOptions& options);
-    void salvageInto(NSURL const& file);
+    void salvageInto(NSURL const& file, std::uint32_t fileMode);
     Ref<NSError> replaceStore(NSURL const& file, Ref<NSError> const& error, StoreRefusal const& refusal, std::uint32_t fileMode);
     void tellReplacement();
     Ref<NSManagedObjectContext> newContext(NSManagedObjectContextConcurrencyType type) const;

@@ -126,7 +126,8 @@ void damageRecords(Trial& trial, std::string const& path) {
 
 /// Format versions above ours are waited out, whoever wrote them there.
 bool isOfNewerFormat(Bytes const& file) {
-    if (file.size() > 18 && static_cast<unsigned char>(file[18]) > 2) return true; // of a newer SQLite
+    for (std::size_t const at : {18, 19}) // of a newer SQLite, for writing or for reading
+        if (file.size() > at && static_cast<unsigned char>(file[at]) > 2) return true;
     return file.size() > 63 && (file[60] != 0 || file[61] != 0 || file[62] != 0 || static_cast<unsigned char>(file[63]) > 1);
 }
 

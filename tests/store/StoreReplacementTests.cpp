@@ -1,4 +1,5 @@
 // Names that are no paths, and what becomes of what cannot be opened.
+#include "Tessarin/platform/objectgraph/persistence/StoreClockPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/StoreErrors.h"
 #include "Tessarin/platform/sqlite/Connection.h"
 #include "tests/store/StoreFixture.h"
@@ -97,6 +98,18 @@ TEST(StoreReplacement, WhatWillPassIsWaitedForAndTouchesNothing) {
     fs::remove(home.folder.path("Documents/.B.rescued"));
     EXPECT_THROW(home.store(std::move(options)), ErrorException);
     EXPECT_FALSE(fs::exists(home.folder.path("Documents/.B.rescued")));
+}
+
+TEST(StoreReplacement, AFolderThatCouldNotBeMadeIsMadeLater) {
+    StoreHome home;
+    static std::string link;
+    link = home.folder.path("Documents/Notes");
+    fs::create_directories(home.folder.path("Documents"));
+    fs::create_directory_symlink(home.folder.path("nowhere"), link);
+    auto const clock = storeClock();
+    storeClock() = {clock.now, [](double) { fs::remove(link); }}; // at the first pause
+    EXPECT_TRUE(fs::exists(home.store()->storeURL().path() + "/Notes.db"));
+    storeClock() = clock;
 }
 
 TEST(StoreReplacement, ApplicationMayThrowInsteadOfStartingEmpty) {

@@ -19,6 +19,7 @@ void dropChanges(ContextState& context, NSManagedObject& object) {
     if (!state.has(ObjectState::Changed)) return;
     unmarkChanged(context, object);
     state.clear(ObjectState::Updated);
+    if (!state.extras) return;
     if (!state.extras->toMany.empty()) context.mustShowAnew = true;
     state.extras->values.clear();
     state.extras->toMany.clear();

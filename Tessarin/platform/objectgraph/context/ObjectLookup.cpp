@@ -131,10 +131,9 @@ Ref<NSManagedObject> objectWithKey(ContextState& context, NSEntityDescription co
 }
 
 std::vector<Ref<NSManagedObject>> objectsWithKeys(ContextState& context, NSEntityDescription const& entity, std::span<RecordKey const> keys) {
+    std::vector<Ref<NSManagedObject>> held; // until they are among the objects
     if (!entity.subentities().empty()) // the rows say of which entity each is
-        RecordReader(context).rows(entity, keys, [held = std::vector<Ref<NSManagedObject>>(), &context](RowRef row) mutable {
-            held.push_back(objectWithRow(context, std::move(row), {}));
-        });
+        RecordReader(context).rows(entity, keys, [&](RowRef row) { held.push_back(objectWithRow(context, std::move(row), {})); });
     std::vector<Ref<NSManagedObject>> objects;
     objects.reserve(keys.size());
     FaultBatchRef batch;

@@ -25,6 +25,12 @@ std::vector<RefusedChanges::Refusal> RefusedChanges::take() {
 }
 
 Ref<NSError> RefusedChanges::reasonFor(ChangeSets const& sets, std::uint64_t seen) const {
+    auto const isOf = [&](RecordChange const& change) {
+        return std::ranges::any_of(sets, [&](auto const& set) { return set->find(*change.entity, change.key); });
+    };
+    auto at = count() - refusals_.size(); // the log holds the latest only, also of what was dropped
+    for (auto const& refusal : refusals_)
+        if (++at > seen && std::ranges::any_of(refusal.set->changes(), isOf)) return refusal.reason;
     for (auto const& [number, records, reason] : log_) {
         if (number <= seen) continue;
         for (auto const& [entity, key] : records)

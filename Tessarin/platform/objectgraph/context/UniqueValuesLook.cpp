@@ -4,18 +4,16 @@
 
 #include <algorithm>
 #include <map>
+#include <tuple>
 
 namespace Tessarin {
 namespace {
 
 using Kind = RecordChange::Kind;
 
-/// Of two changes of one save, who keeps the values: what exists before what is new, the older before the younger.
-bool comesFirst(RecordChange const& a, RecordChange const& b) {
-    auto const rank = [](RecordChange const& change) { // temporary keys count downwards
-        return std::tuple(change.kind == Kind::Insert, change.key < 0, std::abs(change.key));
-    };
-    return rank(a) < rank(b);
+/// Whether a change leaves the values of a constraint as they were.
+bool hadThem(RecordChange const& change, UniqueConstraint const& constraint, std::string const& values) {
+    return change.before && constraint.valuesOf(*change.before) == values;
 }
 
 } // namespace
@@ -37,7 +35,7 @@ public:
 private:
     void lookAt(RecordChange const& change, UniqueConstraint const& constraint) {
         auto const values = constraint.valuesOf(*change.after);
-        if (!values || (change.before && constraint.valuesOf(*change.before) == values)) return;
+        if (!values || hadThem(change, constraint, *values)) return;
         auto holder = amongOwn(change, constraint, *values);
         if (!holder) holder = amongPublished(change, constraint, *values);
         if (holder)
@@ -46,11 +44,22 @@ private:
             unanswered_[&constraint].push_back(&change);
     }
 
-    RowRef amongOwn(RecordChange const& change, UniqueConstraint const& constraint, std::string const& values) const {
-        RecordChange const* first = &change;
+    RowRef amongOwn(RecordChange const& change, UniqueConstraint const& constraint, std::string const& values) {
+        auto [place, isNew] = firsts_.try_emplace({&constraint, values});
+        if (isNew) place->second = firstOf(constraint, values);
+        auto const* first = place->second;
+        return !first || first == &change ? RowRef() : first->after;
+    }
+
+    /// Of the changes of one save, who keeps the values: who had them before, what exists before what is new, the older before the younger.
+    RecordChange const* firstOf(UniqueConstraint const& constraint, std::string const& values) const {
+        auto const rank = [&](RecordChange const& change) { // temporary keys count downwards
+            return std::tuple(!hadThem(change, constraint, values), change.kind == Kind::Insert, change.key < 0, std::abs(change.key));
+        };
+        RecordChange const* first = nullptr;
         for (auto const key : own_.keysWith(constraint, values))
-            if (auto const* other = own_.find(*constraint.entity, key); comesFirst(*other, *first)) first = other;
-        return first == &change ? RowRef() : first->after;
+            if (auto const* other = own_.find(*constraint.entity, key); !first || rank(*other) < rank(*first)) first = other;
+        return first;
     }
 
     RowRef amongPublished(RecordChange const& change, UniqueConstraint const& constraint, std::string const& values) const {
@@ -89,18 +98,22 @@ private:
     RecordReader above_;
     std::vector<Clash> clashes_;
     std::map<UniqueConstraint const*, std::vector<RecordChange const*>> unanswered_;
+    std::map<std::pair<UniqueConstraint const*, std::string>, RecordChange const*> firsts_; // of those that have the values
 };
 
 Ref<NSError> UniqueValuesLook::settle(bool& hasUnited) {
     auto const& constraints = context_.coordinator->space()->constraints();
     if (constraints.count() == 0) return nullptr;
-    for (;;) {
+    for (std::vector<std::tuple<RecordKey, UniqueConstraint const*, RecordKey>> before;;) {
         auto const own = ChangePacker(context_).pack(constraints);
         if (!own) return nullptr;
         auto const clashes = Search(context_, *own).run();
         if (clashes.empty()) return nullptr;
         hasUnited = true;
-        if (auto error = decide(clashes)) return error;
+        std::vector<std::tuple<RecordKey, UniqueConstraint const*, RecordKey>> now;
+        for (auto const& [change, constraint, holder] : clashes) now.emplace_back(change->key, constraint, holder->key());
+        bool const goesOn = now != std::exchange(before, now); // a policy that changes nothing would be asked for ever
+        if (auto error = decide(clashes, goesOn ? *owner_.mergePolicy() : *NSErrorMergePolicy())) return error;
     }
 }
 

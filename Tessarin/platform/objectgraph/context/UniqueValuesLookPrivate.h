@@ -4,6 +4,7 @@
 namespace Tessarin {
 
 class NSMergeConflict;
+class NSMergePolicy;
 
 /// Whether others have the values that must be unique of what a context is about to save: its other changes, what was handed up
 /// on the way to the store, the store. Costs nothing for entities without constraints. On the context's queue.
@@ -24,7 +25,9 @@ private:
         RowRef holder;
     };
     class Search;
-    Ref<NSError> decide(std::vector<Clash> const& clashes);
+    Ref<NSError> decide(std::vector<Clash> const& clashes, NSMergePolicy& policy);
+    Ref<NSError> resolve(std::vector<Ref<NSMergeConflict>> const& conflicts, NSMergePolicy& policy);
+    RowRef rowNow(Row const& row);
     Ref<NSMergeConflict> conflictOf(Clash const& clash);
     void apply(NSMergeConflict const& conflict);
     void moveLinks(NSManagedObject& from, NSManagedObject& to);
@@ -32,7 +35,10 @@ private:
 
     NSManagedObjectContext& owner_;
     ContextState& context_;
+    void finishLinks();
+
     std::vector<RecordChange> gone_; // new objects that children have seen
+    std::unordered_map<RecordKey, RecordKey> survivors_; // of new objects that gave way: links to the one lead to the other
 };
 
 } // namespace Tessarin

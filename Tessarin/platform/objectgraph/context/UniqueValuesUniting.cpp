@@ -1,4 +1,5 @@
 // What becomes of an object whose values must be unique and that another record has.
+#include "Tessarin/platform/objectgraph/context/ChangePackerPrivate.h"
 #include "Tessarin/platform/objectgraph/context/MergingPrivate.h"
 #include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
 #include "Tessarin/platform/objectgraph/context/RelationshipsPrivate.h"
@@ -6,6 +7,7 @@
 #include "Tessarin/platform/objectgraph/persistence/RowBuilder.h"
 
 #include <algorithm>
+#include <map>
 #include <unordered_set>
 
 namespace Tessarin {
@@ -43,40 +45,67 @@ RowRef defaultsOf(RowLayout const& layout, RecordKey key) {
 }
 
 /// Unsaved references of an object, where nobody keeps up the other end.
-void leadElsewhere(NSManagedObject& object, RecordKey from, RecordKey to) {
+void leadElsewhere(NSManagedObject& object, std::unordered_map<RecordKey, RecordKey> const& survivors) {
+    auto const survivorOf = [&](RecordKey key) {
+        for (auto found = survivors.find(key); found != survivors.end(); found = survivors.find(key)) key = found->second;
+        return key;
+    };
     updateKeys(GraphAccess::state(object));
     auto& extras = GraphAccess::state(object).extras;
     if (!extras) return;
     for (auto& [property, value] : extras->values)
-        if (object.entity().properties()[property]->asRelationship() && value.integer() == from) value = to;
-    for (auto& toMany : extras->toMany) {
+        if (value.kind() == Value::Kind::Integer && object.entity().properties()[property]->asRelationship()) value = survivorOf(value.integer());
+    for (auto& toMany : extras->toMany)
         for (auto* keys : {&toMany.added, &toMany.members}) {
-            if (!keys->contains(from)) continue;
-            if (keys->contains(to))
-                keys->remove(from);
-            else
-                keys->translate([&](RecordKey key) { return key == from ? to : key; });
+            if (std::ranges::none_of(keys->keys(), [&](RecordKey key) { return survivors.contains(key); })) continue;
+            KeySet led;
+            for (auto const key : keys->keys()) led.add(survivorOf(key));
+            *keys = std::move(led);
         }
-    }
 }
 
 } // namespace
 
-Ref<NSError> UniqueValuesLook::decide(std::vector<Clash> const& clashes) {
+Ref<NSError> UniqueValuesLook::decide(std::vector<Clash> const& clashes, NSMergePolicy& policy) {
     std::unordered_set<RecordKey> giving, asked; // an object has one conflict at a time, and none with an object that has one itself
+    std::map<std::pair<UniqueConstraint const*, RecordKey>, RowRef> holders; // of those who give way first
     std::vector<Ref<NSMergeConflict>> conflicts;
     for (auto const& clash : clashes) giving.insert(clash.change->key);
-    for (auto const& clash : clashes)
-        if (!giving.contains(clash.holder->key()) && asked.insert(clash.change->key).second) conflicts.push_back(conflictOf(clash));
+    for (auto const& clash : clashes) {
+        if (giving.contains(clash.holder->key()) || !asked.insert(clash.change->key).second) continue;
+        conflicts.push_back(conflictOf(clash));
+        holders[{clash.constraint, clash.change->key}] = clash.holder;
+    }
     if (conflicts.empty()) conflicts.push_back(conflictOf(clashes.front()));
-    Ref<NSError> error;
-    bool const isDecided =
-        owner_.mergePolicy()->resolveConflicts(conflicts, error) && std::ranges::all_of(conflicts, [](auto const& each) { return each->isResolved_; });
-    if (!isDecided && !error) NSErrorMergePolicy()->resolveConflicts(conflicts, error);
-    if (!isDecided) return error;
-    for (auto const& conflict : conflicts) apply(*conflict);
+    if (auto error = resolve(conflicts, policy)) return error;
+    for (auto const& clash : clashes) { // who was behind one that gave way meets the same record, as that has left it
+        auto const found = holders.find({clash.constraint, clash.holder->key()});
+        if (found == holders.end() || !asked.insert(clash.change->key).second) continue;
+        auto const row = rowNow(*found->second);
+        if (auto error = row ? resolve({conflictOf({clash.change, clash.constraint, row})}, policy) : nullptr) return error;
+    }
+    finishLinks();
     if (!gone_.empty()) mergeCorrections(context_, std::make_shared<ChangeSet const>(context_.coordinator->space(), std::exchange(gone_, {})));
     return nullptr;
+}
+
+Ref<NSError> UniqueValuesLook::resolve(std::vector<Ref<NSMergeConflict>> const& conflicts, NSMergePolicy& policy) {
+    Ref<NSError> error;
+    bool const isDecided = policy.resolveConflicts(conflicts, error) && std::ranges::all_of(conflicts, [](auto const& each) { return each->isResolved_; });
+    if (!isDecided && !error) NSErrorMergePolicy()->resolveConflicts(conflicts, error);
+    if (isDecided)
+        for (auto const& conflict : conflicts) apply(*conflict);
+    else
+        finishLinks();
+    return isDecided ? nullptr : error;
+}
+
+/// The row of a record with what is unsaved here; none when it is gone.
+RowRef UniqueValuesLook::rowNow(Row const& row) {
+    auto const object = objectWithKey(context_, row.entity(), row.key());
+    if (object->isDeleted()) return {};
+    auto const change = object->hasChanges() ? ChangePacker(context_).packed(*object, false) : std::nullopt;
+    return change && change->after ? change->after : GraphAccess::state(*object).row;
 }
 
 Ref<NSMergeConflict> UniqueValuesLook::conflictOf(Clash const& clash) {
@@ -126,7 +155,15 @@ void UniqueValuesLook::moveLinks(NSManagedObject& from, NSManagedObject& to) {
             from.mutableSetValueForKey(relationship->name()).removeObject(member);
         }
     }
-    for (auto const& object : context_.changed) leadElsewhere(*object, from.recordKey(), to.recordKey());
+    survivors_[from.recordKey()] = to.recordKey();
+}
+
+/// One look at all changed objects for all that gave way.
+void UniqueValuesLook::finishLinks() {
+    if (survivors_.empty()) return;
+    for (auto const& object : context_.changed) leadElsewhere(*object, survivors_);
+    survivors_.clear();
+    context_.mustShowAnew = true;
 }
 
 void UniqueValuesLook::forget(NSManagedObject& object) {

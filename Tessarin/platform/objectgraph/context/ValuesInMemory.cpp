@@ -25,12 +25,13 @@ std::optional<std::vector<Ref<NSManagedObject>>> ValuesInMemory::find(ContextSta
                                                                       Value const& value) {
     auto const hash = valueHash(value, attribute.attributeType());
     if (!hash) return {};
-    auto [place, isNew] = entries_.try_emplace(&attribute);
-    auto& entries = place->second;
-    if (isNew || entries.size() > 4 * context.link->count() + 64) { // most are out of date
+    auto& [entries, atStart, isKnown] = entries_[&attribute];
+    if (!isKnown || entries.size() > 4 * context.link->count() + 64) { // most are out of date
         entries.clear();
         for (auto const& object : context.link->all())
             if (auto const shown = object->isFault() ? std::nullopt : shownHash(GraphAccess::state(*object), attribute)) entries.emplace(*shown, object);
+        isKnown = true;
+        atStart = entries.size();
     }
     std::vector<Ref<NSManagedObject>> found;
     for (auto [at, end] = entries.equal_range(*hash); at != end;) {
@@ -46,6 +47,7 @@ std::optional<std::vector<Ref<NSManagedObject>>> ValuesInMemory::find(ContextSta
 
 void ValuesInMemory::noteChanged(NSManagedObject& object) {
     if (object.isFault()) changedFaults_.push_back(object.self<NSManagedObject>());
+    if (changedFaults_.size() > 2 * changedFaultsAtSweep_ + 1024) changedFaultsAtSweep_ = changedFaults().size();
     note(object);
 }
 
@@ -61,7 +63,11 @@ std::vector<Ref<NSManagedObject>> ValuesInMemory::changedFaults() {
 }
 
 void ValuesInMemory::enter(NSManagedObject& object, NSAttributeDescription const& attribute, Entries& entries) {
-    if (auto const hash = shownHash(GraphAccess::state(object), attribute)) entries.emplace(*hash, object.self<NSManagedObject>());
+    auto const hash = shownHash(GraphAccess::state(object), attribute);
+    if (!hash || !entries.isKnown) return;
+    entries.byHash.emplace(*hash, object.self<NSManagedObject>());
+    if (entries.byHash.size() <= 4 * entries.atStart + 4096) return;
+    entries = {}; // nobody has asked for long: made anew when somebody does
 }
 
 } // namespace Tessarin

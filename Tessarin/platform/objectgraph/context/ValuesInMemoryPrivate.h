@@ -33,11 +33,16 @@ public:
     std::vector<Ref<NSManagedObject>> changedFaults();
 
 private:
-    using Entries = std::unordered_multimap<std::uint64_t, WeakRef<NSManagedObject>>; // by hash of the value
+    struct Entries {
+        std::unordered_multimap<std::uint64_t, WeakRef<NSManagedObject>> byHash; // of the value
+        std::size_t atStart = 0;
+        bool isKnown = false;
+    };
     static void enter(NSManagedObject& object, NSAttributeDescription const& attribute, Entries& entries);
 
     std::map<NSAttributeDescription const*, Entries> entries_;
     std::vector<WeakRef<NSManagedObject>> changedFaults_; // and some that are none any more
+    std::size_t changedFaultsAtSweep_ = 0;
 };
 
 } // namespace Tessarin

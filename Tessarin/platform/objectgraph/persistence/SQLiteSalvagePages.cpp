@@ -54,10 +54,10 @@ bool SQLiteSalvagePages::isKind(Page page, Kind kind) const {
 }
 
 void SQLiteSalvagePages::findFree() {
-    for (auto trunk = static_cast<Page>(number(32, 4)); trunk > 1 && trunk <= count_ && seen_.insert(trunk).second;) {
+    for (auto trunk = static_cast<Page>(number(32, 4)); trunk > 1 && trunk <= count_ && free_.insert(trunk).second;) {
         auto const start = startOf(trunk);
         auto const held = std::min<std::uint64_t>(number(start + 4, 4), pageSize_ / 4 - 2);
-        for (std::uint64_t at = 0; at < held; ++at) seen_.insert(static_cast<Page>(number(start + 8 + at * 4, 4)));
+        for (std::uint64_t at = 0; at < held; ++at) free_.insert(static_cast<Page>(number(start + 8 + at * 4, 4)));
         trunk = static_cast<Page>(number(start, 4));
     }
 }
@@ -98,7 +98,7 @@ void SQLiteSalvagePages::visit(Page root, Tree& tree) {
 std::vector<SQLiteSalvagePages::Page> SQLiteSalvagePages::strays() const {
     std::vector<Page> found;
     for (Page page = 2; page <= count_; ++page)
-        if (isKind(page, Kind::Leaf) && !seen_.contains(page)) found.push_back(page);
+        if (isKind(page, Kind::Leaf) && !seen_.contains(page) && !free_.contains(page)) found.push_back(page);
     return found;
 }
 

@@ -102,8 +102,13 @@ std::optional<std::string> RescuedCopies::keep() const {
     };
     if (auto const earlier = all(); !earlier.empty() && isKeptIn(earlier.back().second)) return earlier.back().second.native();
     auto const place = newPlace();
-    for (auto const* ending : endings)
-        if (existing(ending)) keepLink(real.native() + ending, place / (file_.filename().native() + ending));
+    try {
+        for (auto const* ending : endings)
+            if (existing(ending)) keepLink(real.native() + ending, place / (file_.filename().native() + ending));
+    } catch (...) { // a part of it must not count as a copy
+        discard(place);
+        throw;
+    }
     prune(place);
     return place.native();
 }

@@ -1,6 +1,7 @@
 #include "Tessarin/platform/objectgraph/persistence/StoreSalvagePrivate.h"
 
 #include "Tessarin/platform/foundation/NSError.h"
+#include "Tessarin/platform/foundation/NSUUID.h"
 #include "Tessarin/platform/objectgraph/persistence/SQLiteSalvagePrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/SQLiteStoredModelPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/StoreMetadataPrivate.h"
@@ -8,6 +9,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <fcntl.h>
 #include <numeric>
 #include <sys/stat.h>
@@ -19,7 +21,7 @@ namespace {
 [[noreturn]] void fail(std::string const& path) { throw ErrorException(NSError::errorWithErrno(errno, path)); }
 
 struct File {
-    File(std::string const& path, int flags) : number(::open(path.c_str(), flags | O_CLOEXEC, 0600)) {
+    File(std::string const& path, int flags, mode_t mode = 0600) : number(::open(path.c_str(), flags | O_CLOEXEC, mode)) {
         if (number < 0) fail(path);
     }
     ~File() { ::close(number); }
@@ -31,21 +33,26 @@ struct File {
 /// A database's files that go with this, unless they are kept.
 class Database {
 public:
-    explicit Database(std::string path) : path_(std::move(path)) {
-        File const made(path_, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW);
+    Database(std::string path, mode_t mode) : path_(std::move(path)) {
+        File const made(path_, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, mode);
+        if (::fchmod(made.number, mode) != 0) fail(path_);
     }
     ~Database() {
         for (auto const* ending : {"", "-wal", "-shm", "-journal"})
-            if (!isKept_) ::unlink((path_ + ending).c_str());
+            ::unlink((path_ + ending).c_str());
     }
     Database(Database const&) = delete;
     Database& operator=(Database const&) = delete;
     std::string const& path() const noexcept { return path_; }
-    void keep() noexcept { isKept_ = true; }
+    /// It has another name from now on, which nothing had.
+    void moveTo(std::string const& place) {
+        if (::renameat2(AT_FDCWD, path_.c_str(), AT_FDCWD, place.c_str(), RENAME_NOREPLACE) == 0) return;
+        if (errno != EINVAL && errno != ENOSYS) fail(place);
+        if (::link(path_.c_str(), place.c_str()) != 0) fail(place); // a file system that cannot rename so; the first name goes with this
+    }
 
 private:
     std::string const path_;
-    bool isKept_ = false;
 };
 
 /// What the device cannot read becomes zeros, a page at a time.
@@ -94,9 +101,12 @@ Dictionary metadataOf(SQLite::Connection& damaged) {
 
 } // namespace
 
-SalvageReport salvageStore(std::string const& damagedPath, std::string const& freshPath, Ref<NSManagedObjectModel> const& model) {
-    Database fresh(freshPath);
-    Database const working(freshPath + ".working");
+SalvageReport salvageStore(std::string const& damagedPath, std::string const& freshPath, Ref<NSManagedObjectModel> const& model, mode_t mode) {
+    if (::access(freshPath.c_str(), F_OK) == 0) throw ErrorException(NSError::errorWithErrno(EEXIST, freshPath));
+    // Under a name of its own until it is whole: nobody can open it before, and what a killed process leaves is in nobody's way.
+    auto const name = freshPath + ".salvage-" + NSUUID::UUID().UUIDString();
+    Database fresh(name, mode);
+    Database const working(name + ".working", 0600);
     copy(damagedPath, working.path());
     for (auto const* ending : {"-wal", "-journal"})
         if (::access((damagedPath + ending).c_str(), F_OK) == 0) copy(damagedPath + ending, working.path() + ending);
@@ -114,7 +124,7 @@ SalvageReport salvageStore(std::string const& damagedPath, std::string const& fr
         report = SQLiteSalvage(working.path(), damaged, connection, schema).run();
         transaction.commit();
     }
-    fresh.keep();
+    fresh.moveTo(freshPath);
     return report;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/model/NSManagedObjectModel.h"
 #include "Tessarin/platform/objectgraph/persistence/SalvageReport.h"
+#include <sys/types.h>
 
 namespace Tessarin {
 
@@ -8,6 +9,6 @@ namespace Tessarin {
 /// that cannot be read either, of `model`. Changes nothing of `damaged`; makes a working copy beside `fresh` and removes
 /// it. Throws ErrorException when nothing can be read, when `fresh` exists, or for what is no damage; then nothing is left behind.
 TESSARIN_API SalvageReport salvageStore(std::string const& damaged, std::string const& fresh,
-                                        Ref<NSManagedObjectModel> const& model);
+                                        Ref<NSManagedObjectModel> const& model, mode_t mode = 0600);
 
 } // namespace Tessarin

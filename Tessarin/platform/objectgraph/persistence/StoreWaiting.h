@@ -24,7 +24,7 @@ public:
     /// opening. After `timeLimit` seconds (absent: never) the opening ends with the reason as its error; 0 never waits.
     virtual void init(Told told, std::optional<double> timeLimit);
     /// Pauses for a moment, the next time for twice as long; false, without a pause, when the limit is reached.
-    bool pause(Ref<NSError> const& reason);
+    virtual bool pause(Ref<NSError> const& reason);
     bool isOver() const noexcept { return isOver_; }
     /// The store is open: a later opening begins anew.
     void end() noexcept;

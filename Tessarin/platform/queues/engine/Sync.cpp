@@ -9,11 +9,9 @@ using namespace engine;
 namespace {
 
 // A sync spins for what a short critical section takes, then sleeps beside the queue and competes with others for it: strict
-// hand-over costs a switch of threads every time. After a millisecond it stands in line, where nobody overtakes it. Where the queue
-// was not free for a moment while it spun, others hold it for longer than such a switch takes, and patience is short.
+// hand-over costs a switch of threads every time. After a millisecond it stands in line, where nobody overtakes it.
 constexpr Nanoseconds spinPatience = 4'000;
 constexpr Nanoseconds patience = 1'000'000;
-constexpr Nanoseconds shortPatience = 100'000;
 
 constexpr std::uint64_t closedToReaders = state::Owned | state::Token | state::Suspended | state::Items;
 
@@ -34,11 +32,9 @@ bool DispatchQueue::tryClaim(Access access) noexcept {
 bool DispatchQueue::claim(Access access) noexcept {
     if (isRoot()) return isGlobal();
     bool claimed = false;
-    bool wasFree = false;
     spin(spinPatience, [&] {
         auto bits = state_.load(std::memory_order_relaxed);
         if (bits & state::Suspended) return true;
-        wasFree = wasFree || !(bits & state::Owned);
         if (bits == 0 || (access == Access::Shared && !(bits & closedToReaders)) || bits == state::Sleepers)
             claimed = access == Access::Shared ? tryClaim(access)
                                                : state_.compare_exchange_strong(bits, bits | state::Owned, std::memory_order_acquire,
@@ -48,7 +44,7 @@ bool DispatchQueue::claim(Access access) noexcept {
     if (claimed || isConcurrent()) return claimed;
 
     BlockingScope const blocking;
-    auto const deadline = monotonicNow() + (wasFree ? patience : shortPatience);
+    auto const deadline = monotonicNow() + patience;
     auto bits = state_.load(std::memory_order_relaxed);
     do {
         if (bits & (state::Token | state::Suspended)) return false;

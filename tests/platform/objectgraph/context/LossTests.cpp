@@ -192,6 +192,17 @@ TEST_P(Loss, RulesHoldForToOnesAndForUpdates) {
     EXPECT_FALSE(root->save(error)) << "an update is checked, too";
 }
 
+TEST_P(Loss, ADeletionThatSomebodyElseSavedFirstIsMerged) {
+    saved("Award", {{"name", "A"}});
+    auto const worker = library.worker(), sibling = library.worker();
+    auto const listener = listening(sibling, NSManagedObjectContextDidSaveNotification,
+                                    [&](auto const& note) { worker->mergeChangesFromContextDidSaveNotification(*note); });
+    for (auto const& context : {worker, sibling}) context->deleteObject(*fetched(*context, "Award").front());
+    ASSERT_TRUE(saves(*sibling));
+    EXPECT_FALSE(worker->hasChanges());
+    EXPECT_TRUE(saves(*worker));
+}
+
 TEST_P(Loss, AnAcceptedChangeIsSeenBelowThoughTheLevelAboveHasGotAnother) {
     auto const id = saved("Book", {{"title", "old"}, {"year", 1}})->objectID();
     auto const main = library.worker(), other = library.worker();
