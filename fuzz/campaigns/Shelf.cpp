@@ -111,7 +111,8 @@ void requireIntegrity(std::string const& file) {
     sqlite3* handle = nullptr;
     std::string answer;
     auto const take = [](void* to, int, char** values, char**) { return static_cast<std::string*>(to)->assign(values[0]), 0; };
-    if (sqlite3_open(file.c_str(), &handle) != SQLITE_OK ||
+    // Whoever has just closed the file may still be moving the log into it.
+    if (sqlite3_open(file.c_str(), &handle) != SQLITE_OK || sqlite3_busy_timeout(handle, 30'000) != SQLITE_OK ||
         sqlite3_exec(handle, "PRAGMA integrity_check", take, &answer, nullptr) != SQLITE_OK)
         answer = sqlite3_errmsg(handle);
     sqlite3_close(handle);

@@ -262,6 +262,24 @@ TEST(Size, ARecordThatNoStoreCouldHoldIsRefusedBeforeItIsMade) {
     EXPECT_EQ(error ? error->code() : 0, 1661);
 }
 
+TEST_P(LossInSQLite, WhatManyRecordsLeadToIsReadTogether) {
+    for (int i = 0; i < 300; ++i) {
+        auto const book = inserted(*root, "Book", {{"title", "B"}, {"author", Value(inserted(*root, "Author", {{"name", "A"}}))}});
+        inserted(*root, "Chapter", {{"book", Value(book)}});
+    }
+    ASSERT_TRUE(saves(*root));
+    for (auto const& [entity, key, table, name] : {std::tuple("Book", "author", "Author", "name"), {"Chapter", "book", "Book", "title"}}) {
+        SCOPED_TRACE(table); // a book may be a novel, an author is nothing else
+        Library const later("SQLite", &library);
+        auto const objects = fetched(*later.root, entity);
+        auto const first = toOne(objects.front(), key)->valueForKey(name);
+        SQLite::Connection other(library.file());
+        other.execute(std::string("ALTER TABLE ") + table + " RENAME TO Hidden");
+        for (auto const& object : objects) EXPECT_EQ(toOne(object, key)->valueForKey(name), first);
+        other.execute(std::string("ALTER TABLE Hidden RENAME TO ") + table);
+    }
+}
+
 TEST_P(Loss, AListIsWholeOrEmpty) {
     for (int i = 0; i < 600; ++i) inserted(*root, "Book", {{"year", i}});
     ASSERT_TRUE(saves(*root));
