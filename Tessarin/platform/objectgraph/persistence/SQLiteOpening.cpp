@@ -314,6 +314,9 @@ void SQLiteOpening::checkAllPages(SQLite::Connection& connection) const {
 }
 
 void SQLiteOpening::requireReadable(std::string const& problem) const {
+    // Of a free page it does not say why; one beyond the end of the file is told otherwise.
+    bool const isUnreadablePage = problem.find("failed to get page") != problem.npos;
+    if (isUnreadablePage) throw Postponed(storeError(StoreErrorCode::StoreOpen, "The store cannot be read: " + problem));
     static constexpr std::string_view unreadable = "error code";
     if (auto const at = problem.find(unreadable); at != problem.npos) {
         int const code = std::atoi(problem.c_str() + at + unreadable.size() + 1) & 0xFF;
