@@ -144,9 +144,12 @@ std::string answer(NSManagedObjectContext& context, NSFetchRequest const& reques
     return keys;
 }
 
-/// Bounds that are read from the members of an unordered relationship: which comes first is nobody's promise.
+/// Bounds that are read from the members of an unordered relationship, and lists that are compared with them: which member comes first is
+/// nobody's promise.
 bool hasBoundsWithoutOrder(NSPredicate const& predicate) {
     auto const text = predicate.predicateFormat();
+    for (auto const* comparison : {"} <", "} >", "} =", "} !=", "< {", "> {", "= {"})
+        if (text.find(comparison) != text.npos) return true;
     for (auto at = text.find("BETWEEN "); at != text.npos; at = text.find("BETWEEN ", at + 8))
         if (at + 8 < text.size() && std::isalpha(static_cast<unsigned char>(text[at + 8]))) return true;
     return false;
