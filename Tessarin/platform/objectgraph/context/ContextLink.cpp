@@ -27,11 +27,18 @@ void releaseObject(ContextLink& link) noexcept {
     if (link.references_.fetch_sub(1, std::memory_order_acq_rel) == 1) delete &link;
 }
 
-FaultBatch::FaultBatch(ContextLink& owner, NSEntityDescription const& entity) : link(owner), rootEntity(entity.rootEntity()) {
+FaultBatch::FaultBatch(ContextLink& owner, NSEntityDescription const& entity) : link(owner), rootEntity(entity.rootEntity()), number(owner.nextBatchNumber()) {
     retainObject(link);
 }
 FaultBatch::~FaultBatch() {
     if (!isLone()) releaseObject(link);
+}
+
+void FaultBatch::hold(std::span<Ref<NSManagedObject> const> objects) {
+    for (auto const& object : objects) {
+        auto const& other = *GraphAccess::state(*object).batch;
+        if (other.isLone() || other.number > number) held.push_back(object);
+    }
 }
 
 void retainObject(FaultBatch& batch, std::uint32_t count) noexcept {

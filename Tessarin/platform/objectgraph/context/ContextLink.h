@@ -42,6 +42,7 @@ public:
     /// Nothing refers any more to what this context alone knew by its temporary key.
     void forgetAliases() noexcept { aliases_.clear(); }
     /// How often keys have changed that objects may hold; and one more time.
+    std::uint64_t nextBatchNumber() noexcept { return ++batchCount_; }
     std::uint32_t keyChanges() const noexcept { return keyChanges_; }
     void noteKeyChange() noexcept { ++keyChanges_; }
     void noteAlias(RecordKey temporary, RecordKey permanent) { aliases_.add(temporary, permanent); }
@@ -72,6 +73,7 @@ private:
     Ref<RowSpace> space_;
     FaultBatch lone_{*this};
     std::vector<Class const*> classes_; // by entity index, looked up on first use
+    std::uint64_t batchCount_ = 0;
     std::uint32_t keyChanges_ = 1;
     KeyAliases aliases_;                // of records that no other context knew before; the others are among the promotions
     mutable SpinLock mutex_;

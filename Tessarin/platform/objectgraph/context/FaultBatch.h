@@ -3,6 +3,7 @@
 #include "Tessarin/platform/queues/Retained.h"
 #include <atomic>
 #include <memory>
+#include <span>
 #include <vector>
 
 namespace Tessarin {
@@ -24,10 +25,14 @@ struct FaultBatch {
     FaultBatch& operator=(FaultBatch const&) = delete;
     ~FaultBatch();
     bool isLone() const noexcept { return rootEntity == nullptr; }
+    /// Keeps destinations while a member lives; not those of its own or an older batch, which may lead back here: a circle would keep
+    /// itself, the context's link and the store for ever.
+    void hold(std::span<std::shared_ptr<NSManagedObject> const> objects);
 
     ContextLink& link; // kept, but by its own
     std::atomic<std::uint32_t> references{0};
     NSEntityDescription const* rootEntity = nullptr;
+    std::uint64_t number = 0; // in the order in which the link's batches were made
     std::vector<RecordKey> members;
     std::vector<std::uint32_t> walked;                    // properties whose destinations are in `held`
     std::vector<std::shared_ptr<NSManagedObject>> held;   // destinations, kept while a member lives

@@ -161,8 +161,7 @@ void walkBatch(ContextState& context, FaultBatch& batch, NSRelationshipDescripti
         auto const destination = cell == RowLayout::noCell ? 0 : state.row->reference(static_cast<std::size_t>(cell));
         if (destination != 0 && seen.insert(destination).second) destinations.push_back(destination);
     }
-    auto objects = objectsWithKeys(context, *relationship.destinationEntity(), destinations);
-    batch.held.insert(batch.held.end(), std::make_move_iterator(objects.begin()), std::make_move_iterator(objects.end()));
+    batch.hold(objectsWithKeys(context, *relationship.destinationEntity(), destinations));
 }
 
 void fillFault(ContextState& context, NSManagedObject& object) {

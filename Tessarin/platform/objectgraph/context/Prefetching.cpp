@@ -55,7 +55,7 @@ void keep(std::span<Ref<NSManagedObject> const> objects, Objects const& found) {
     for (auto const& object : objects) {
         auto* const batch = GraphAccess::state(*object).batch.get();
         if (batch == last || batch->isLone()) continue;
-        batch->held.insert(batch->held.end(), found.begin(), found.end());
+        batch->hold(found);
         last = batch;
     }
 }

@@ -280,6 +280,22 @@ TEST_P(LossInSQLite, WhatManyRecordsLeadToIsReadTogether) {
     }
 }
 
+TEST_P(LossInSQLite, LinksThatLeadBackKeepNothingAlive) {
+    for (int i = 0; i < 2; ++i) inserted(*root, "Tag", {{"icon", Value(inserted(*root, "Icon", {{"name", std::to_string(i)}}))}});
+    ASSERT_TRUE(saves(*root));
+    for (bool const isPrefetched : {false, true}) {
+        WeakRef<NSPersistentStoreCoordinator> weak;
+        {
+            Library const later("SQLite", &library);
+            weak = later.coordinator;
+            auto const request = make<NSFetchRequest>("Tag");
+            if (isPrefetched) request->setRelationshipKeyPathsForPrefetching({"icon.tag"});
+            for (auto const& tag : later.root->executeFetchRequest(*request, error)) EXPECT_EQ(toOne(toOne(tag, "icon"), "tag"), tag);
+        }
+        EXPECT_TRUE(weak.expired()) << isPrefetched;
+    }
+}
+
 TEST_P(Loss, AListIsWholeOrEmpty) {
     for (int i = 0; i < 600; ++i) inserted(*root, "Book", {{"year", i}});
     ASSERT_TRUE(saves(*root));
