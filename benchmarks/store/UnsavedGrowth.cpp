@@ -151,6 +151,24 @@ double saveInMemory(std::size_t n) {
     return seconds;
 }
 
+/// U14: one save of n new records with a unique value that one in the store has.
+double takenValues(std::size_t n) {
+    auto const coordinator = make<NSPersistentStoreCoordinator>(ModelBuilder().entity("Tag").attribute("name", NSAttributeType::String).unique({"name"}).build());
+    Ref<NSError> error;
+    if (!coordinator->addPersistentStoreWithType(NSInMemoryStoreType, {}, NSURL::fileURLWithPath("/taken"), {}, error)) throw ErrorException(error);
+    auto const context = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue);
+    context->setPersistentStoreCoordinator(coordinator);
+    context->setMergePolicy(NSMergeByPropertyStoreTrumpMergePolicy());
+    double seconds = 0;
+    context->performBlockAndWait([&] {
+        for (std::size_t const count : {std::size_t{1}, n}) {
+            for (std::size_t at = 0; at < count; ++at) context->insertNewObject("Tag")->setValueForKey("taken", "name");
+            seconds = secondsOf([&] { saveOrThrow(*context); });
+        }
+    });
+    return seconds;
+}
+
 struct DirtyRow {
     char const* id;
     char const* what;
@@ -209,6 +227,7 @@ void measureUnsavedGrowth(std::string const& folder, FunctionRef<bool(std::strin
             return row.seconds(stack, n);
         }, row.n);
     ratio("U9", "a save of one in memory among n", constant, saveInMemory, 250);
+    ratio("U14", "n new records with a taken unique value", linear, takenValues, 2000);
 
     auto const wanted = [&](DirtyRow const& row) { return wants(row.id, row.what); };
     if (std::ranges::none_of(dirtyRows, wanted)) return;

@@ -201,6 +201,58 @@ TEST_P(Uniqueness, OfTwoSavedRecordsNeitherGivesWay) {
     EXPECT_EQ(Kennel::seenBelow(main), "Ann,Bob 0");
 }
 
+TEST_P(Uniqueness, WhoHadTheValueAndChangesInTheSameSaveIsInTheWayToo) {
+    auto const first = inserted(*there, "Person", {{"name", "Ann"}}), second = inserted(*there, "Person", {{"name", "Bob"}});
+    ASSERT_TRUE(saves(*there));
+    auto const worker = Library::childOf(main);
+    auto const people = fetched(*worker, "Person", nullptr, {NSSortDescriptor::sortDescriptorWithKey("name")});
+    for (auto const& [taker, holder] : {std::pair(people[0], people[1]), {people[1], people[0]}}) { // whichever has the smaller key
+        taker->setValueForKey(holder->valueForKey("name"), "name");
+        holder->setValueForKey(5, "age");
+        ASSERT_FALSE(worker->save(error));
+        EXPECT_EQ(error->code(), 133021);
+        worker->rollback();
+    }
+}
+
+namespace {
+
+/// Decides that everything stays as it is.
+class StubbornPolicy : public NSMergePolicy {
+public:
+    bool resolveConflicts(std::vector<Ref<NSMergeConflict>> const& conflicts, Ref<NSError>& error) override {
+        if (!NSMergePolicy::resolveConflicts(conflicts, error)) return false;
+        for (auto const& each : conflicts) each->setResolvedValue(each->sourceObject()->valueForKey("name"), "name");
+        return true;
+    }
+};
+
+} // namespace
+
+TEST_P(Uniqueness, APolicyThatChangesNothingCountsAsRefusing) {
+    for (auto const* name : {"Ann", "Bob"}) inserted(*there, "Person", {{"name", name}});
+    ASSERT_TRUE(saves(*there));
+    auto const worker = Library::childOf(main);
+    worker->setMergePolicy(make<StubbornPolicy>(NSMergePolicyType::MergeByPropertyStoreTrump));
+    fetched(*worker, "Person", where("name == 'Bob'")).front()->setValueForKey("Ann", "name");
+    ASSERT_FALSE(worker->save(error));
+    EXPECT_EQ(error->code(), 133021);
+}
+
+TEST_P(Uniqueness, ManyNewObjectsGiveWayToOneRecordAtOnce) {
+    inserted(*there, "Person", {{"name", "Ann"}});
+    ASSERT_TRUE(saves(*there));
+    auto const worker = Library::childOf(main);
+    worker->setMergePolicy(NSMergeByPropertyStoreTrumpMergePolicy());
+    for (int at = 0; at < 50; ++at)
+        inserted(*worker, "Dog", {{"owner", Value(inserted(*worker, "Person", {{"name", "Ann"}, {"nick", std::to_string(at)}}))}});
+    ASSERT_TRUE(saves(*worker));
+    EXPECT_EQ(Kennel::seenBelow(main), "Ann 50");
+    auto const ann = fetched(*main, "Person").front();
+    EXPECT_EQ(ann->valueForKey("nick"), Value("0")) << "what it lacked, of the first";
+    EXPECT_EQ(ann->mutableSetValueForKey("dogs").count(), 50u);
+}
+
 namespace {
 
 /// Adds up ages, and lets a sibling save while it does so for the first time.
