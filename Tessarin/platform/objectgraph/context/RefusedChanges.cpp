@@ -24,6 +24,11 @@ std::vector<RefusedChanges::Refusal> RefusedChanges::take() {
     return std::exchange(refusals_, {});
 }
 
+void RefusedChanges::putBack(std::vector<Refusal> refusals) {
+    for (auto const& refusal : refusals) records_.add(*refusal.set);
+    refusals_.insert(refusals_.begin(), std::make_move_iterator(refusals.begin()), std::make_move_iterator(refusals.end()));
+}
+
 Ref<NSError> RefusedChanges::reasonFor(ChangeSets const& sets, std::uint64_t seen) const {
     auto const isOf = [&](RecordChange const& change) {
         return std::ranges::any_of(sets, [&](auto const& set) { return set->find(*change.entity, change.key); });
@@ -39,10 +44,10 @@ Ref<NSError> RefusedChanges::reasonFor(ChangeSets const& sets, std::uint64_t see
     return nullptr;
 }
 
-void dropRefused(ContextState& context) {
-    auto const refusals = context.refused.take();
-    if (refusals.empty()) return;
-    context.published.dropAside();
+namespace {
+
+/// The records of the refused sets as they are without them.
+std::vector<RecordChange> correctionsOf(ContextState& context, std::span<RefusedChanges::Refusal const> refusals) {
     RecordReader const reader(context);
     std::vector<RecordChange> now;
     std::unordered_set<RecordKey> told;
@@ -54,7 +59,25 @@ void dropRefused(ContextState& context) {
             if (!correction.after) correction.kind = RecordChange::Kind::Delete;
             now.push_back(std::move(correction));
         }
-    mergeCorrections(context, std::make_shared<ChangeSet const>(context.coordinator->space(), std::move(now)));
+    return now;
+}
+
+} // namespace
+
+void dropRefused(ContextState& context) {
+    auto refusals = context.refused.take();
+    if (refusals.empty()) return;
+    context.published.dropAside();
+    try {
+        auto corrections = correctionsOf(context, refusals);
+        mergeCorrections(context, std::make_shared<ChangeSet const>(context.coordinator->space(), std::move(corrections)));
+    } catch (ErrorException const&) { // a store that cannot be read: they stay
+        ChangeSets sets;
+        for (auto const& refusal : refusals) sets.push_back(refusal.set);
+        context.published.setAside(sets);
+        context.refused.putBack(std::move(refusals));
+        throw;
+    }
 }
 
 } // namespace Tessarin

@@ -19,6 +19,8 @@ public:
     /// Of those that are not dropped.
     RefusedRecords const& records() const noexcept { return records_; }
     std::vector<Refusal> take();
+    /// What was taken stays after all.
+    void putBack(std::vector<Refusal> refusals);
     /// How many there ever were. Any thread.
     std::uint64_t count() const noexcept { return count_.load(std::memory_order_acquire); }
     /// Why records of those sets were refused since there were `seen`, dropped since or not; null when they were not.

@@ -55,6 +55,7 @@ Ref<NSError> sizeProblem(NSManagedObject& object) {
     std::size_t changed = 0, largest = 0;
     NSPropertyDescription const* culprit = nullptr;
     for (auto const& [property, value] : state.extras->values) {
+        if (object.entity().properties()[property]->isTransient()) continue;
         auto const kind = value.kind();
         auto const bytes = kind == Value::Kind::Text ? value.text().size() : kind == Value::Kind::Data ? value.bytes().size() : 0;
         changed += bytes;

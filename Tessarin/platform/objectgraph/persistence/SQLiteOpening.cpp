@@ -1,5 +1,6 @@
 #include "Tessarin/platform/objectgraph/persistence/SQLiteOpeningPrivate.h"
 
+#include "Tessarin/platform/objectgraph/persistence/SQLiteEmptinessPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/SQLiteFileChecksPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/SQLiteLogCheckPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/SQLiteMigrationPrivate.h"
@@ -16,7 +17,6 @@
 #include <chrono>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <numeric>
@@ -37,8 +37,6 @@ SQLite::ConnectionOptions connectionOptions(SQLiteStoreOptions const& options) {
             .cacheKilobytes = options.cacheKilobytes,
             .synchronous = static_cast<SQLite::Synchronous>(options.synchronous)};
 }
-
-bool isEmpty(SQLite::Connection& connection) { return connection.integer("SELECT count(*) FROM sqlite_schema") == 0; }
 
 } // namespace
 
@@ -150,7 +148,7 @@ std::unique_ptr<SQLiteStore::Impl> SQLiteOpening::store(SQLite::Connection& conn
 void SQLiteOpening::refuse(Refused const& refused, SQLite::Connection* connection) {
     if (options_.isReadOnly || !file_.isFileURL()) throw refused;
     if (StoreRefusal::identityAt(judgedPlace_) != judged_) throw Postponed(refused.error()); // it is another by now
-    bool const isEmpty = connection && holdsNothing(*connection);
+    bool const isEmpty = connection && holdsNothing(*connection, path_);
     std::optional<NSURL> copy;
     if (!isEmpty)
         if (auto const place = RescuedCopies(path_, options_.fileMode).keep()) copy = NSURL::fileURLWithPath(*place);
@@ -158,27 +156,6 @@ void SQLiteOpening::refuse(Refused const& refused, SQLite::Connection* connectio
     auto more = error.userInfo();
     more.set(StoreRefusalErrorKey, make<StoreRefusal>(judgedPlace_, judged_, isEmpty, std::move(plan_), std::move(copy)));
     throw Refused(NSError::errorWithDomain(error.domain(), error.code(), std::move(more)));
-}
-
-/// Whether it is certain that nothing was ever saved there, or nothing is left of it.
-bool SQLiteOpening::holdsNothing(SQLite::Connection& connection) const try {
-    if (auto const id = connection.integer("PRAGMA application_id"); id != 0 && id != storeApplicationID) return false;
-    if (connection.text("PRAGMA quick_check(1)") != "ok") return false;
-    auto const pageSize = static_cast<std::uint32_t>(connection.integer("PRAGMA page_size"));
-    // Without a log there is no shared index either, and SQLite would not let go of one that was asked for.
-    auto const pages = connection.text("PRAGMA journal_mode") == "wal" ? connection.readableLogPages() : 0;
-    if (hasUnreadableCommits(path_, pages, pageSize)) return false;
-    if (isEmpty(connection)) return true;
-    static constexpr std::int64_t ownMetadata = 3;
-    if (connection.integer("SELECT count(*) FROM tessarin_metadata") > ownMetadata) return false;
-    std::string all;
-    {
-        auto const tables = connection.use("SELECT name FROM sqlite_schema WHERE type = 'table' AND name NOT GLOB 'tessarin_*' AND name NOT GLOB 'sqlite_*'");
-        while (tables->step()) all += fmt::format("{}EXISTS (SELECT 1 FROM {})", all.empty() ? "SELECT " : " OR ", quoted(tables->text(0)));
-    }
-    return all.empty() || connection.integer(all) == 0;
-} catch (ErrorException const&) {
-    return false;
 }
 
 /// What stands at the path, before SQLite looks at it.
@@ -257,13 +234,13 @@ void SQLiteOpening::throwReadOnly() const {
 }
 
 void SQLiteOpening::makeIfEmpty(SQLite::Connection& connection) {
-    if (!isEmpty(connection)) return;
+    if (!hasNoSchema(connection)) return;
     if (auto const other = connection.integer("PRAGMA application_id"); other != 0 && other != storeApplicationID)
         throw Refused::because("it is another application's: " + path_);
     connection.execute("COMMIT; PRAGMA journal_mode = WAL");
     {
         SQLite::Transaction transaction(connection);
-        if (isEmpty(connection)) { // unless another process was faster
+        if (hasNoSchema(connection)) { // unless another process was faster
             auto const pageSize = static_cast<std::uint32_t>(connection.integer("PRAGMA page_size"));
             if (hasUnreadableCommits(path_, connection.readableLogPages(), pageSize)) throw Refused::because("its log is damaged: " + path_);
             create(connection);
@@ -322,11 +299,9 @@ void SQLiteOpening::requireReadable(std::string const& problem) const {
         int const code = std::atoi(problem.c_str() + at + unreadable.size() + 1) & 0xFF;
         if (code != SQLITE_CORRUPT && code != SQLITE_NOTADB) throw Postponed(storeError(StoreErrorCode::StoreOpen, "The store cannot be read: " + problem));
     }
-    errno = 0;
-    std::ifstream input(path_, std::ios::binary);
-    char buffer[4096];
-    while (input.read(buffer, sizeof buffer)) {}
-    if (!input.eof()) throwVerdict(errno != 0 ? errno : EIO, path_);
+    SQLite::RawFile file(path_); // a stream would drop this process's locks when it closes
+    std::vector<std::byte> buffer(1 << 16);
+    for (std::int64_t at = 0; file.read(at, buffer);) at += static_cast<std::int64_t>(buffer.size());
 }
 
 std::optional<std::vector<std::int64_t>> SQLiteOpening::numbersOfSameModel(SQLite::Connection& connection) const {

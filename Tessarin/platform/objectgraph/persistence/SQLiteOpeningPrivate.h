@@ -20,7 +20,6 @@ private:
     std::unique_ptr<SQLiteStore::Impl> store(SQLite::Connection& connection, std::vector<std::int64_t> numbers,
                                              SQLite::ConnectionOptions const& options);
     [[noreturn]] void refuse(Refused const& refused, SQLite::Connection* connection);
-    bool holdsNothing(SQLite::Connection& connection) const;
     void checkPlace();
     void checkLink() const;
     void makeFile();

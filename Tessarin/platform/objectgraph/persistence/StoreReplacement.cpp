@@ -1,6 +1,7 @@
 #include "Tessarin/platform/objectgraph/persistence/StoreRescuePrivate.h"
 
 #include "Tessarin/platform/foundation/FilesPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/SQLiteEmptinessPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/StoreErrors.h"
 #include "Tessarin/platform/sqlite/RawFile.h"
 
@@ -34,7 +35,10 @@ bool replaceStore(std::string const& file, StoreRefusal const& refusal, mode_t f
         if (!held.emplace(file).lockOut()) failBusy(file);
     RescuedCopies const copies(file, fileMode);
     auto const place = copies.moveFolder(refusal.copy() ? std::optional(refusal.copy()->path()) : std::nullopt);
-    if (!refusal.isOfEmptyStore() || !copies.discard(place)) copy = NSURL::fileURLWithPath(place);
+    held.reset();
+    // What was empty when it was judged may have been written to before it was locked.
+    bool const isEmpty = refusal.isOfEmptyStore() && holdsNothing((fs::path(place) / fs::path(file).filename()).native());
+    if (!isEmpty || !copies.discard(place)) copy = NSURL::fileURLWithPath(place);
     return true;
 } catch (fs::filesystem_error const& failure) {
     throw ErrorException(NSError::errorWithErrno(failure.code().value(), failure.path1().string()));

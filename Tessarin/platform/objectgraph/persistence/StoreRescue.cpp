@@ -1,11 +1,14 @@
 #include "Tessarin/platform/objectgraph/persistence/StoreRescuePrivate.h"
 
+#include "Tessarin/platform/sqlite/RawFile.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
 #include <fmt/format.h>
 #include <fstream>
+#include <span>
 #include <sys/stat.h>
 
 namespace Tessarin {
@@ -26,12 +29,44 @@ bool makeFolder(fs::path const& path, mode_t mode) {
     return true;
 }
 
+constexpr std::size_t chunkSize = 1 << 20;
+
+/// The bytes of a file that this process may have open as a database: read in any other way, it would lose its locks on it.
+class DatabaseBytes {
+public:
+    explicit DatabaseBytes(fs::path const& path) : path_(path), file_(path.native()), left_(fs::file_size(path)) {}
+    /// The next of them; none at the end.
+    std::span<std::byte const> next() {
+        auto const chunk = std::span(buffer_).first(static_cast<std::size_t>(std::min<std::uintmax_t>(left_, chunkSize)));
+        if (!chunk.empty() && !file_.read(at_, chunk)) fail(EIO, path_); // it became shorter
+        at_ += static_cast<std::int64_t>(chunk.size());
+        left_ -= chunk.size();
+        return chunk;
+    }
+
+private:
+    fs::path const path_;
+    SQLite::RawFile file_;
+    std::vector<std::byte> buffer_ = std::vector<std::byte>(chunkSize);
+    std::uintmax_t left_;
+    std::int64_t at_ = 0;
+};
+
+void copyBytes(fs::path const& from, fs::path const& to) {
+    std::ofstream output(to, std::ios::binary);
+    DatabaseBytes bytes(from);
+    for (auto chunk = bytes.next(); output && !chunk.empty(); chunk = bytes.next())
+        output.write(reinterpret_cast<char const*>(chunk.data()), static_cast<std::streamsize>(chunk.size()));
+    output.close();
+    if (!output) fail(errno != 0 ? errno : EIO, to);
+}
+
 void keepLink(fs::path const& from, fs::path const& to) {
     std::error_code failed;
     fs::create_hard_link(from, to, failed);
     if (!failed) return;
-    fs::copy_file(from, to, failed); // a file system without links
-    if (failed) fail(failed.value(), from);
+    if (from.native().ends_with("-shm")) return; // made anew from the log, and full of locks
+    copyBytes(from, to);                         // a file system without links
 }
 
 /// Whether the copy is a link to the file, or where there are no links holds the same.
@@ -39,16 +74,20 @@ bool isSame(fs::path const& file, fs::path const& copy) {
     std::error_code none;
     if (fs::equivalent(file, copy, none)) return true;
     if (none || fs::hard_link_count(copy, none) != 1 || fs::file_size(file, none) != fs::file_size(copy, none)) return false;
-    std::ifstream one(file, std::ios::binary), other(copy, std::ios::binary);
-    std::istreambuf_iterator<char> const end;
-    return std::equal(std::istreambuf_iterator<char>(one), end, std::istreambuf_iterator<char>(other), end);
+    DatabaseBytes one(file), other(copy);
+    for (;;) {
+        auto const left = one.next(), right = other.next();
+        if (!std::ranges::equal(left, right)) return false;
+        if (left.empty()) return true;
+    }
 }
 
-/// The copies' numbers; a copy that an earlier version named by the time comes before all others.
-std::uint64_t numberOf(std::string const& name) {
+/// A copy's number, before what an interrupted move added to it; absent for a name that somebody else gave.
+std::optional<std::uint64_t> numberOf(std::string const& name) {
     std::uint64_t number = 0;
     auto const [end, failure] = std::from_chars(name.data(), name.data() + name.size(), number);
-    return failure == std::errc{} && (*end == '\0' || *end == '.') ? number : 0;
+    if (failure != std::errc{} || (*end != '\0' && std::string_view(end) != ".moved")) return {};
+    return number;
 }
 
 } // namespace
@@ -71,7 +110,7 @@ std::vector<std::pair<std::uint64_t, fs::path>> RescuedCopies::all() const {
     std::vector<std::pair<std::uint64_t, fs::path>> found;
     std::error_code none;
     for (fs::directory_iterator it(folder_, none), end; !none && it != end; it.increment(none))
-        found.emplace_back(numberOf(it->path().filename()), it->path());
+        if (auto const number = numberOf(it->path().filename())) found.emplace_back(*number, it->path());
     std::ranges::sort(found);
     return found;
 }

@@ -32,6 +32,8 @@ TEST_P(Loss, AnEditOfAnUnreadFaultWhoseRecordIsGoneIsAConflict) {
         SCOPED_TRACE(place);
         auto const book = saved("Book", {{"title", "A"}});
         auto& context = std::string_view(place) == "here" ? *root : *worker;
+        auto const settle = [&] { worker->performBlockAndWait([] {}); }; // its queue looks at what it was told
+        settle();
         auto const other = Library::childOf(root);
         auto const id = book->objectID();
         auto const doomed = other->objectWithID(*id);
@@ -43,6 +45,7 @@ TEST_P(Loss, AnEditOfAnUnreadFaultWhoseRecordIsGoneIsAConflict) {
             other->deleteObject(*doomed);
             ASSERT_TRUE(saves(*other));
         }
+        settle();
         ASSERT_TRUE(fault->isFault());
         fault->setValueForKey("mine", "title");
         EXPECT_EQ(codeOfSave(context), NSManagedObjectMergeError);

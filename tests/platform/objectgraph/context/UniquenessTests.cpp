@@ -1,5 +1,7 @@
 // Values that must be unique: who is told, who gives way, and that what a store will never take stands in nobody's way.
 #include "Library.h"
+#include "Tessarin/platform/sqlite/Connection.h"
+
 #include <functional>
 
 using namespace Tessarin;
@@ -101,6 +103,13 @@ TEST_P(Uniqueness, RefusedChangesHoldUpNobodyAndAreTold) {
     EXPECT_EQ(reported->code(), 133022);
     EXPECT_EQ(kennel.saved(), "Ann,Bob,Cid 0");
 
+    if (std::string_view(GetParam()) == "SQLite") { // which cannot be read for a while
+        auto const refused = root->refusalReasons().size();
+        SQLite::Connection(kennel.file.path()).execute("ALTER TABLE Person RENAME TO Hidden");
+        EXPECT_THROW(root->rollback(), ErrorException);
+        SQLite::Connection(kennel.file.path()).execute("ALTER TABLE Hidden RENAME TO Person");
+        EXPECT_EQ(root->refusalReasons().size(), refused);
+    }
     root->rollback();
     EXPECT_EQ(Kennel::seenBelow(main), "Ann,Bob,Cid 0");
     main->performBlockAndWait([&] { EXPECT_FALSE(ann->managedObjectContext()); });

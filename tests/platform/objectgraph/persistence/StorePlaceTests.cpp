@@ -4,7 +4,7 @@
 #include "Tessarin/platform/objectgraph/persistence/NSPersistentStoreCoordinator.h"
 #include "Tessarin/platform/objectgraph/persistence/StoreClockPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/StoreErrors.h"
-#include "Tessarin/platform/objectgraph/persistence/StoreRefusal.h"
+#include "Tessarin/platform/objectgraph/persistence/StoreRescuePrivate.h"
 #include "Tessarin/platform/sqlite/Connection.h"
 
 #include <future>
@@ -92,11 +92,13 @@ TEST_F(StorePlace, CopiesHaveNumbersTheirLogsAndOnlyOursGo) {
             EXPECT_EQ(StoreRefusal::of(*error)->copy(), NSURL::fileURLWithPath(folder.path(".Notes.rescued/" + std::to_string(number))));
         }
         EXPECT_EQ(copied(std::to_string(number), "-wal"), "no store-wal" + std::to_string(number));
-        if (number == 2) folder.write(".Notes.rescued/2/diary.txt", "mine");
+        if (number != 2) continue;
+        folder.write(".Notes.rescued/2/diary.txt", "mine");
+        fs::rename(folder.path(".Notes.rescued/1"), folder.path(".Notes.rescued/of March"));
     }
     std::set<std::string> left;
     for (auto const& each : fs::directory_iterator(folder.path(".Notes.rescued"))) left.insert(each.path().filename());
-    EXPECT_EQ(left, (std::set<std::string>{"2", "4", "5", "6"}));
+    EXPECT_EQ(left, (std::set<std::string>{"2", "4", "5", "6", "of March"}));
     EXPECT_EQ(copied("2", ""), "no store2") << "not even in part";
 }
 
@@ -109,6 +111,13 @@ TEST_F(StorePlace, AStoreWithoutRecordsIsNotKept) {
         EXPECT_TRUE(StoreRefusal::of(*error) && StoreRefusal::of(*error)->isOfEmptyStore());
     }
     EXPECT_EQ(rescued(), 0U);
+    // Unless somebody writes to it before it is replaced.
+    auto const file = folder.path("Notes/Notes.db");
+    SQLite::Connection(file).execute("CREATE TABLE other (text); INSERT INTO other VALUES ('mine')");
+    std::optional<NSURL> copy;
+    ASSERT_TRUE(replaceStore(file, *StoreRefusal::of(*error), 0600, copy));
+    ASSERT_TRUE(copy);
+    EXPECT_EQ(SQLite::Connection(copy->path() + "/Notes.db").text("SELECT text FROM other"), "mine");
 }
 
 TEST_F(StorePlace, WhatWillPassIsWaitedForAndWhatIsRefusedIsNotChanged) {
