@@ -152,6 +152,7 @@
 #include "Tessarin/keyaccess/KVC.h"
 #include "Tessarin/keyaccess/Reflection.h"
 #include "Tessarin/keyaccess/ValueConversion.h"
+#include "Tessarin/notifications/Connection.h"
 #include "Tessarin/notifications/NSNotification+Posting.h"
 #include "Tessarin/notifications/NSObject+Observing.h"
 #include "Tessarin/notifications/Notifier.h"

@@ -124,10 +124,12 @@ void Notifier::unregister(Watcher const& watcher) {
 
 void Notifier::fireAll() {
     // An operation that is under way may be about to append a watcher; then this one has to follow it.
-    if (watchers_.isEmpty() && !serializer_->hasOperations()) return;
+    if (watchers_.isEmpty() && connected_.isEmpty() && !serializer_->hasOperations()) return;
     serializer_->addOperationWithBlock([self = self<Notifier>()] {
-        SharedList<Ref<Watcher>>::Reading const now(self->watchers_);
+        SharedList<Ref<Watcher>>::Reading const now(self->watchers_), connected(self->connected_);
         for (auto const& watcher : now) watcher->fired(nullptr);
+        for (auto const& watcher : connected)
+            if (watcher->isActive()) watcher->fired(nullptr);
     });
 }
 

@@ -23,7 +23,8 @@ struct NotifyOptions;
 using NotificationBlock = Closure<void(Ref<NSNotification> const&)>;
 
 /// Sends `message` with the notification to `target`, which is held weakly. Of these and the next two: without an object any
-/// sender counts; without a count there is no limit to the deliveries.
+/// sender counts; without a count there is no limit to the deliveries. A watcher whose count runs out leaves as by `unwatch`, so
+/// that two which end with one post take the wrong one along, or end the process: there `connect` is the safe way.
 struct WatchTarget {
     Required<Ref<NSObject>> target;
     Required<Selector> message;
@@ -59,6 +60,7 @@ class TESSARIN_API Notifier : public NSObject {
 public:
     class Watcher;
     class WatcherWithLinkedObject;
+    class Connection;
     /// Posts to thousands of channels in turn read little else than their notifiers, notifications and watchers, each from slabs.
     template <class T> using ObjectAllocator = ObjectSlabAllocator<T>;
 
@@ -75,7 +77,8 @@ public:
     virtual void init(std::string name);
 
     /// Three ways to register. Each waits for the serializer, so none may be called from one of its operations: that would
-    /// block for ever. Each then forgets the watchers that can never deliver again.
+    /// block for ever. Each then forgets the watchers that can never deliver again. Leaving is by position (`unregister`), and
+    /// safe only for one watcher at a time; where several may leave at once, `connect`.
     virtual void watch(WatchTarget options);
     virtual Ref<NSObject> watch(WatchBlock options); // the token for `unwatch`
     virtual void watch(WatchTied options);
@@ -86,7 +89,8 @@ public:
     /// Posts exactly one notification: now and here, or later on the main thread.
     virtual void notify(NotifyOptions options);
     void notify();
-    /// Ends the watcher whose token this is; anything else is ignored.
+    /// Ends the watcher whose token this is; anything else is ignored. WARNING: `unwatch(a); unwatch(b);` without waiting for the
+    /// serializer in between may remove a third watcher instead of b, or end the process; see `unregister`.
     virtual void unwatch(Ref<NSObject> const& observer);
 
     /// Registrations in their order. Setting them does not talk to the notification centre.
@@ -95,11 +99,15 @@ public:
     virtual void modifyWatchers(FunctionRef<void(std::vector<Ref<Watcher>>&)> change);
 
     /// Removes, later on the serializer, whatever then stands at the position at which the watcher stands now. Nothing when it
-    /// does not; fatal when the list is shorter by then.
+    /// does not; fatal when the list is shorter by then. So of two that leave at once the second may take a neighbour along.
     virtual void unregister(Watcher const& watcher);
     /// Removes obsolete watchers from `watchers`: now, or later on the serializer.
     virtual void clean(bool later);
     void clean() { clean(false); }
+
+    /// Registers for as long as what it returns lives, and leaves exactly that registration: always safe. Never waits.
+    [[nodiscard]] Connection connect(WatchTarget options);
+    [[nodiscard]] Connection connect(WatchBlock options);
 
     std::string const& name() const { return name_; }
     /// The serial queue on which `watchers` is changed.
@@ -113,16 +121,20 @@ protected:
     Notifier();
     /// Appends and cleans up, and returns when the serializer has done so.
     void append(Ref<Watcher> watcher);
+    Connection connect(Ref<Watcher> watcher);
 
-    /// Calls `fired` without a notification on each watcher, in their order, later on the serializer. When there is none, and
-    /// none on its way, nothing is queued.
+    /// Calls `fired` without a notification on each watcher, in their order, then on the connected ones, later on the serializer.
+    /// When there is none, and none on its way, nothing is queued.
     void fireAll();
 
 private:
+    void disconnect(Ref<Watcher> watcher);
+
     Ref<NSNotificationChannel> channel_; // these three are constant after init
     std::string name_;
     Ref<NSOperationQueue> serializer_;
     SharedList<Ref<Watcher>> watchers_;
+    SharedList<Ref<Watcher>> connected_; // changed on the serializer, like the former
     Cell<bool> mayBecomeObsolete_{false}; // whether any watcher ever could; spares channels of plain closures their cleaning
 };
 
@@ -142,4 +154,5 @@ inline void Notifier::notify() { notify(NotifyOptions{}); }
 
 } // namespace Tessarin
 
+#include "Tessarin/notifications/Connection.h"
 #include "Tessarin/notifications/Watcher.h"

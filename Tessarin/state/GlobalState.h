@@ -50,6 +50,10 @@ public:
     /// Sends `action` to the observer with the ValueWatcher as its argument. The observer is held weakly.
     virtual void watchValue(Ref<NSObject> observer, Selector action);
 
+    /// Registers a block for as long as what it returns lives; may be called from anywhere, also from inside a watcher.
+    using Notifier::connect;
+    [[nodiscard]] Connection connect(ValueBlock block);
+
     using Notifier::notify;
     /// Has each watcher called with the current value. Both arguments are ignored, on purpose: a watcher reads the state when its
     /// turn comes, on the serializer, so it never sees a value older than one that it saw before.

@@ -36,4 +36,8 @@ template <class T> void GlobalState<T>::watchValue(Ref<NSObject> observer, Selec
     append(make<ValueWatcher<T>>(self<GlobalState>(), std::move(observer), action));
 }
 
+template <class T> Notifier::Connection GlobalState<T>::connect(ValueBlock block) {
+    return Notifier::connect(make<ValueWatcher<T>>(self<GlobalState>(), TiedObject{}, std::move(block)));
+}
+
 } // namespace Tessarin

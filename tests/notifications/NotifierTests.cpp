@@ -210,6 +210,37 @@ TEST_F(NotifierTests, RemovalIsByThePositionFoundAtCallTime) {
         "^Notifier.unregister: there is no watcher at position 0 any more\n$");
 }
 
+TEST_F(NotifierTests, AConnectionLeavesExactlyItsOwnRegistrationWhateverElseLeaves) {
+    auto const connect = [this](int amount, std::optional<std::int64_t> count = {}) {
+        return channel->connect({.count = count, .block = [this, amount](auto const&) { heard += amount; }});
+    };
+    auto const token = watch();
+    auto first = connect(10), second = connect(100), third = connect(1000);
+    auto const release = hold(channel);
+    first.disconnect();
+    channel->unwatch(token);
+    second = std::move(third); // ends what it was
+    EXPECT_TRUE(second.isConnected() && !first.isConnected() && !third.isConnected());
+    post(channel);
+    EXPECT_EQ(heard, 1000) << "at once, though the serializer is busy";
+    release();
+    EXPECT_EQ(settled(channel), 0u);
+    {
+        auto const once = connect(1, 1), twice = connect(1, 1);
+        for (int i = 0; i < 2; ++i) post(channel);
+        EXPECT_FALSE(once.isConnected() || twice.isConnected());
+        settled(channel);
+    }
+    auto const target = make<Listener>();
+    {
+        auto const scoped = channel->connect({.target = target, .message = "heard:"_sel});
+        post(channel);
+    }
+    post(channel);
+    EXPECT_EQ(heard, 5002);
+    EXPECT_EQ(target->deliveries, 1);
+}
+
 TEST_F(NotifierTests, WatchersMayEndThemselvesAndRegisterOthersWhileTheyRun) {
     Ref<NSObject> self;
     WeakRef<NSObject> gone;

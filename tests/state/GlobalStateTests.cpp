@@ -197,6 +197,25 @@ TEST_F(States, WatchingFromInsideADeliveryBlocksForEver) {
         testing::ExitedWithCode(0), "");
 }
 
+TEST_F(States, ConnectionsBeginAndEndInsideADelivery) {
+    Notifier::Connection outer, inner, later;
+    outer = state->connect([&](int value) {
+        seen.push_back(value);
+        later.disconnect();
+        inner = state->connect([&](int now) { seen.push_back(-now); });
+        outer.disconnect();
+    });
+    later = state->connect([&](int) { seen.push_back(100); });
+    for (int const value : {1, 2}) {
+        state->setCurrent(value);
+        settled();
+    }
+    inner.disconnect();
+    state->setCurrent(3);
+    EXPECT_EQ(settled(), 0u);
+    EXPECT_EQ(seen, (std::vector{1, -2}));
+}
+
 TEST_F(States, WatchersMayLeaveInsideADelivery) {
     Ref<NSObject> token;
     token = state->watchValue([&](int value) {
