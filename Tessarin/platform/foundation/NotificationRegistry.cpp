@@ -28,20 +28,23 @@ Ref<NSNotificationChannel> NotificationRegistry::existingChannel(std::string_vie
 
 Ref<NSNotificationChannel> NotificationRegistry::channel(std::optional<std::string_view> name) {
     if (!name) return everyName_;
+    Registrations gone;
     std::lock_guard const hold(mutex_);
-    return made(*name);
+    return made(*name, gone);
 }
 
-Ref<NSNotificationChannel> NotificationRegistry::made(std::string_view name) {
+Ref<NSNotificationChannel> NotificationRegistry::made(std::string_view name, Registrations& gone) {
     if (auto const found = channels_.find(name); found != channels_.end()) return found->second;
-    if (channels_.size() >= dropAt_) dropEmptyChannels();
+    if (channels_.size() >= dropAt_) dropEmptyChannels(gone);
     Ref<NSNotificationChannel> channel(new NSNotificationChannel(Text{name}, weak_from_this(), number_, everyName_));
     channels_.emplace(channel->name(), channel);
     return channel;
 }
 
-/// Names that were used once and never again do not stay for ever.
-void NotificationRegistry::dropEmptyChannels() {
+/// Names that were used once and never again do not stay for ever, nor does what was observed under them and has ended.
+void NotificationRegistry::dropEmptyChannels(Registrations& gone) {
+    for (auto const& [name, channel] : channels_)
+        if (channel->count_ != 0) sweepLocked(*channel, gone);
     // A channel that only the table holds can be neither posted to nor copied by anybody else, since both begin here.
     std::erase_if(channels_, [](auto const& entry) { return entry.second.use_count() == 1 && entry.second->count_ == 0; });
     dropAt_ = std::max<std::size_t>(64, channels_.size() * 2);
@@ -50,7 +53,7 @@ void NotificationRegistry::dropEmptyChannels() {
 void NotificationRegistry::add(std::optional<std::string_view> name, OwnRegistration& registration) {
     Registrations gone;
     std::lock_guard const hold(mutex_);
-    addLocked(name ? *made(*name) : *everyName_, registration, gone);
+    addLocked(name ? *made(*name, gone) : *everyName_, registration, gone);
 }
 
 void NotificationRegistry::add(NSNotificationChannel& channel, OwnRegistration& registration) {
@@ -96,10 +99,15 @@ void NotificationRegistry::sweepLocked(NSNotificationChannel& channel, Registrat
             if (auto* const registration = place.registration(); registration && registration->isDead()) dead.push_back(registration);
     }
     for (auto* const registration : dead) {
-        channel.remove(*registration, gone);
+        if (!channel.remove(*registration, gone)) continue; // it went with another of its observer
         auto const found = byObserver_.find(registration->observer());
         if (found == byObserver_.end()) continue;
-        std::erase_if(found->second, [&](auto const& other) { return other.get() == registration; });
+        // All of the observer that are dead, under whatever names: so it is looked through once and not for each of them.
+        std::erase_if(found->second, [&](auto const& other) {
+            if (!other->isDead()) return false;
+            other->channel_->remove(*other, gone);
+            return true;
+        });
         if (found->second.empty()) byObserver_.erase(found);
     }
     channel.sweepAt_ = std::max<std::size_t>(32, channel.count_ * 2);

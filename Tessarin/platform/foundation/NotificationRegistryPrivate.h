@@ -35,10 +35,10 @@ public:
 
 private:
     // With the mutex held; what leaves is moved to `gone`, to be destroyed without it.
-    Ref<NSNotificationChannel> made(std::string_view name);
+    Ref<NSNotificationChannel> made(std::string_view name, Registrations& gone);
     void addLocked(NSNotificationChannel& channel, OwnRegistration& registration, Registrations& gone);
     void sweepLocked(NSNotificationChannel& channel, Registrations& gone);
-    void dropEmptyChannels();
+    void dropEmptyChannels(Registrations& gone);
 
     std::uint32_t const number_; // tells registries apart, also from those that are no more
     std::mutex mutex_;

@@ -103,11 +103,36 @@ TEST_F(NotificationCenter, HoldsObserversWeaklyAndForgetsDestroyedOnes) {
     EXPECT_EQ(posted("A"), Log{});
     EXPECT_FALSE(channel->hasObservers()) << "a post has swept them";
 
-    for (int i = 0; i < 1000; ++i)
-        center->addObserver(listener("x"), "heard:"_sel, "A"); // nobody posts: adding sweeps now and then
-    auto const last = listener("l");
-    center->addObserver(last, "heard:"_sel, "A");
-    EXPECT_EQ(posted("A"), Log{"lA"});
+}
+
+std::atomic<int> storages{0};
+/// Counts the storages that something still remembers, though it be weakly.
+template <class T> struct Counting : std::allocator<T> {
+    Counting() = default;
+    template <class U> Counting(Counting<U> const&) noexcept {}
+    template <class U> struct rebind {
+        using other = Counting<U>;
+    };
+    T* allocate(std::size_t count) { return ++storages, std::allocator<T>::allocate(count); }
+    void deallocate(T* at, std::size_t count) { --storages, std::allocator<T>::deallocate(at, count); }
+};
+class Counted : public NSObject {
+public:
+    template <class T> using ObjectAllocator = Counting<T>;
+};
+
+TEST_F(NotificationCenter, WhatIsDeadIsReleasedThoughNobodyPosts) {
+    auto const kept = listener("k");
+    for (bool const isNameNew : {false, true})
+        for (bool const isSender : {false, true}) {
+            for (int i = 0; i < 1000; ++i) {
+                auto const name = isNameNew ? "A" + std::to_string(i + 1000 * isSender) : "A";
+                auto const ended = make<Counted>();
+                center->addObserver(isSender ? Ref<NSObject>(kept) : ended, "heard:"_sel, name, isSender ? ended : nullptr);
+            }
+            EXPECT_LT(storages, 300) << isNameNew << isSender;
+        }
+    EXPECT_EQ(posted("A"), Log{});
 }
 
 TEST_F(NotificationCenter, ChangesDuringAPostCountFromTheNextOneOnButRemovalAtOnce) {
