@@ -120,8 +120,8 @@ SQLTranslation::Said SQLTranslation::said(NSComparisonPredicate const& predicate
     }
     if (!right->isConstant()) return {};
     auto const value = right->expressionValueWithObject({});
-    if (modifier == Modifier::Direct) { // a list of members has only its own operator
-        if (type != Operator::Contains) return {};
+    if (modifier == Modifier::Direct) { // a list of members has only its own operator, and an aggregate of it is none
+        if (type != Operator::Contains || path->back().starts_with('@')) return {};
         if (value.isAbsent()) return "0";
         type = Operator::EqualTo;
         modifier = Modifier::Any;

@@ -243,6 +243,7 @@ TEST_P(Fetching, AnswersInMemoryAndFromTheStoreAreTheSame) {
         NSExpression::expressionForConstantValue("renamed"), NSPredicateOperatorType::EqualTo);
     auto const counts = [&](char const* when, std::size_t renamed) {
         EXPECT_EQ(fetched(*worker, "Author", where("ANY books.tags.@count == 2")).size(), 1u) << when;
+        EXPECT_TRUE(fetched(*worker, "Author", where("2 IN books.tags.@count")).empty()) << when << ": one number, of all books";
         EXPECT_EQ(fetched(*worker, "Book", where("%K == '100'", "SELF.title")).size(), 1u) << when;
         EXPECT_EQ(fetched(*worker, "Book", byObject).size(), renamed) << when;
     };
