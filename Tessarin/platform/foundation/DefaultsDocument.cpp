@@ -1,88 +1,21 @@
 #include "Tessarin/platform/foundation/DefaultsDocumentPrivate.h"
 
+#include "Tessarin/platform/foundation/DefaultsScanPrivate.h"
 #include "Tessarin/platform/foundation/DefaultsTextPrivate.h"
-#include "Tessarin/platform/foundation/NSError.h"
 
 #include <algorithm>
 
 namespace Tessarin::defaults {
 namespace {
 
-constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
-
-std::size_t lineEnd(std::string_view text, std::size_t at) { return std::min(text.find('\n', at), text.size()); }
-
-/// Behind blank lines and comments.
-std::size_t behindTrivia(std::string_view text, std::size_t at) {
-    while (at < text.size() && (text[at] == ' ' || text[at] == '\t' || text[at] == '\r' || text[at] == '\n' || text[at] == '#'))
-        at = text[at] == '#' ? lineEnd(text, at) : at + 1;
-    return at;
-}
-
-/// Behind the string that begins at `at`.
-std::size_t behindString(std::string_view text, std::size_t at) {
-    char const quote = text[at];
-    std::string_view const three = quote == '"' ? R"(""")" : "'''";
-    bool const isLong = text.substr(at).starts_with(three);
-    at += isLong ? 3 : 1;
-    for (; at < text.size(); ++at) {
-        if (text[at] == '\\' && quote == '"') {
-            ++at;
-        } else if (isLong && text.substr(at).starts_with(three)) {
-            at += 3;
-            while (at < text.size() && text[at] == quote) ++at; // up to two quotes may stand before the closing ones
-            return at;
-        } else if (!isLong && (text[at] == quote || text[at] == '\n')) { // a line break only in ill-formed text
-            return text[at] == quote ? at + 1 : at;
-        }
-    }
-    return text.size();
-}
-
-struct Extent {
-    std::size_t valueEnd;
-    std::size_t end; // behind the line break
-};
-/// Of the statement that begins at `at`: it ends with the first line at whose end all brackets are closed.
-Extent extentFrom(std::string_view text, std::size_t at) {
-    int depth = 0;
-    auto valueEnd = at;
-    while (at < text.size() && !(text[at] == '\n' && depth <= 0)) {
-        char const c = text[at];
-        if (c == '#') {
-            at = lineEnd(text, at);
-            continue;
-        }
-        if (c == '[' || c == '{') ++depth;
-        if (c == ']' || c == '}') --depth;
-        at = c == '"' || c == '\'' ? behindString(text, at) : at + 1;
-        if (c != ' ' && c != '\t' && c != '\r' && c != '\n') valueEnd = at;
-    }
-    return {valueEnd, std::min(at + 1, text.size())};
-}
-
 /// The first part of the key of a statement.
 Text firstKey(std::string_view statement) {
     statement.remove_prefix(std::min(statement.find_first_not_of("[ \t"), statement.size()));
     if (!statement.starts_with('"') && !statement.starts_with('\'')) return statement.substr(0, statement.find_first_of(" \t.=]\r\n"));
-    try {
-        auto const read = dictionaryFromTOML(std::string{statement.substr(0, behindString(statement, 0))} + " = 0");
-        return read.empty() ? Text{} : read.begin()->key;
-    } catch (ErrorException const&) {
-        return {}; // in ill-formed text, which is not kept
-    }
+    return dictionaryFromTOML(std::string{statement.substr(0, behindString(statement, 0))} + " = 0").begin()->key;
 }
 
 std::string line(Dictionary::Entry const& entry) { return tomlKey(entry.key) + " = " + tomlValue(entry.value); }
-
-bool isWellFormed(std::string_view text) {
-    try {
-        dictionaryFromTOML(text);
-        return true;
-    } catch (ErrorException const&) {
-        return false;
-    }
-}
 
 } // namespace
 
@@ -95,11 +28,12 @@ std::vector<DefaultsDocument::Statement> DefaultsDocument::statements(std::strin
     std::vector<Statement> found;
     for (std::size_t at = 0;;) {
         auto const begin = behindTrivia(text, at);
-        auto const [valueEnd, end] = extentFrom(text, begin);
-        if (begin == end) {
+        if (begin == text.size()) {
             after = text.substr(at);
             return found;
         }
+        auto const extent = extentFrom(text, begin);
+        auto const valueEnd = extent.valueEnd, end = extent.end;
         std::string before{text.substr(at, begin - at)}, body{text.substr(begin, valueEnd - begin)}, ending{text.substr(valueEnd, end - valueEnd)};
         bool const isSection = text[begin] == '[';
         if (!isSection && !found.empty() && found.back().isSection) {
@@ -111,15 +45,6 @@ std::vector<DefaultsDocument::Statement> DefaultsDocument::statements(std::strin
         }
         at = end;
     }
-}
-
-DefaultsDocument DefaultsDocument::salvaged(std::string_view text) {
-    std::string well, after;
-    for (auto const& statement : statements(text, after)) {
-        auto const more = statement.before + statement.body + statement.ending;
-        if (isWellFormed(more) && isWellFormed(well + more)) well += more; // alone for speed, together for keys that come twice
-    }
-    return DefaultsDocument(std::move(well));
 }
 
 void DefaultsDocument::apply(std::vector<Dictionary::Entry> const& changes) {

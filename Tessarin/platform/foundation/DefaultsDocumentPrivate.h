@@ -14,7 +14,8 @@ public:
     DefaultsDocument() = default;
     /// Throws ErrorException (NSFormatErrorDomain) for text that is not TOML.
     explicit DefaultsDocument(std::string text);
-    /// What can be read of an ill-formed text: each statement that is well-formed by itself.
+    /// What can be read of an ill-formed text: each statement that is well-formed by itself, in the sections that are. One that
+    /// is not closed ends before the next line that looks like a key or a section. Takes as long as the text is.
     static DefaultsDocument salvaged(std::string_view text);
 
     std::string const& text() const noexcept { return text_; }

@@ -9,10 +9,11 @@
 #include "Tessarin/platform/runtime/OneLinePrivate.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <fmt/format.h>
+#include <pthread.h>
 #include <thread>
-#include <unistd.h>
 
 namespace Tessarin::defaults {
 namespace {
@@ -20,6 +21,7 @@ namespace {
 constexpr double quietSeconds = 1;     // without a change, before changes are written
 constexpr int mostRounds = 10;         // of such seconds, before they are written all the same
 constexpr double settleSeconds = 0.02; // for editors, which replace a file in several steps
+constexpr int mostLooks = 25;          // at such a file, so far apart
 constexpr double longestPause = 64;    // seconds between two tries to write
 
 dispatch_queue_t const& background() {
@@ -31,27 +33,28 @@ void after(double seconds, Closure<void()> work) {
     dispatch_after(dispatch_time(DISPATCH_TIME_NOW, static_cast<std::int64_t>(seconds * 1e9)), background(), std::move(work));
 }
 
+/// How often this process is the child of a fork.
+std::uint32_t forks() {
+    static std::atomic<std::uint32_t> count = 0;
+    static int const once = ::pthread_atfork(nullptr, nullptr, [] { count.fetch_add(1, std::memory_order_relaxed); });
+    static_cast<void>(once);
+    return count.load(std::memory_order_relaxed);
+}
+
 void warn(std::string const& line) { static_cast<void>(std::fputs((asOneLine(line) + '\n').c_str(), stderr)); }
 
 } // namespace
 
-DefaultsSuite::DefaultsSuite(std::string const& path) : file_(path) {}
+DefaultsSuite::DefaultsSuite(std::string const& path) : forks_(forks()), file_(path) {}
 
 void DefaultsSuite::begin() {
     noticeIsDue_ = true; // not for the first reading: nobody has seen anything else yet
     file_.makeFolder();
     watch(); // before reading, so that no change falls between
-    readSilently();
+    readOrWarn();
     std::lock_guard const hold(lock_);
     noticeIsDue_ = false;
     othersKeys_.clear();
-}
-
-/// An ill-formed file stays as it is, and so does what is in memory; `synchronize` says what is wrong.
-void DefaultsSuite::readSilently() try {
-    std::lock_guard const hold(fileMutex_);
-    read();
-} catch (ErrorException const&) {
 }
 
 void DefaultsSuite::watch() { DefaultsWatch::begin(file_.folder(), file_.name(), weak_from_this()); }
@@ -63,6 +66,7 @@ void DefaultsSuite::set(std::string_view key, Value value) {
     std::uint64_t number = 0;
     {
         std::lock_guard const hold(lock_);
+        noticeFork();
         auto found = entries_.find(key);
         if (found == entries_.end()) {
             if (value.isAbsent()) return;
@@ -75,7 +79,6 @@ void DefaultsSuite::set(std::string_view key, Value value) {
         number = entry.change = ++changes_;
         isFirst = !std::exchange(writeIsDue_, true);
         isNews = !std::exchange(noticeIsDue_, true);
-        if (isFirst) process_ = ::getpid();
     }
     if (isFirst) after(quietSeconds, [self = shared_from_this(), number] { self->writeWhenQuiet(number, 1); });
     if (isNews) tellSoon();
@@ -90,13 +93,22 @@ Dictionary DefaultsSuite::values() const {
     return all;
 }
 
-bool DefaultsSuite::hasUnwritten() const {
-    std::lock_guard const hold(lock_);
-    return !dirty_.empty() && process_ == ::getpid();
+/// In a forked child nobody will do what was due, and what the parent has set is the parent's to write.
+void DefaultsSuite::noticeFork() {
+    if (std::exchange(forks_, forks()) == forks()) return;
+    inherited_ = changes_;
+    writeIsDue_ = readIsDue_ = noticeIsDue_ = false;
 }
 
-DefaultsSuite::Unwritten DefaultsSuite::unwritten() const {
+bool DefaultsSuite::hasUnwritten() const {
     std::lock_guard const hold(lock_);
+    auto const inherited = forks_ == forks() ? inherited_ : changes_;
+    return std::ranges::any_of(dirty_, [=](auto const* entry) { return entry->second.change > inherited; });
+}
+
+DefaultsSuite::Unwritten DefaultsSuite::unwritten() {
+    std::lock_guard const hold(lock_);
+    noticeFork();
     Unwritten all;
     for (auto const* const entry : dirty_) {
         all.changes.push_back({entry->first, entry->second.value});
@@ -121,66 +133,66 @@ void DefaultsSuite::markWritten(Unwritten const& written) {
 Ref<NSError> DefaultsSuite::synchronize() {
     try {
         std::lock_guard const hold(fileMutex_);
-        auto const changes = unwritten();
-        if (changes.changes.empty()) {
+        if (unwritten().changes.empty()) {
             read();
-        } else {
-            DefaultsFile::Lock const lock(file_);
-            watch(); // the folder may be new
-            write(changes, readBeforeWriting());
+            return illFormed_ ? illFormed_->problem : nullptr;
         }
+        DefaultsFile::Lock const lock(file_);
+        watch(); // the folder may be new
+        read();
+        if (auto const changes = unwritten(); !changes.changes.empty()) write(changes);
         return nullptr;
     } catch (ErrorException const& failure) {
         return failure.error();
     }
 }
 
-void DefaultsSuite::read() {
-    auto text = file_.read();
-    if (text == known_.text()) return; // mostly our own writing
+void DefaultsSuite::readOrWarn() {
+    std::lock_guard const hold(fileMutex_);
+    std::string reason;
     try {
-        adopt(DefaultsDocument(std::move(text)));
+        read();
     } catch (ErrorException const& failure) {
-        throw ErrorException(about(failure.error()));
+        reason = failure.error()->localizedDescription();
+        if (reason != unreadable_) warn(reason);
     }
+    unreadable_ = std::move(reason);
 }
 
-/// What is wrong with the text of the file, with its path.
-Ref<NSError> DefaultsSuite::about(Ref<NSError> const& problem) const {
-    if (problem->domain() != NSFormatErrorDomain) return problem;
-    auto const words = fmt::format("{}: {}", file_.path(), problem->localizedDescription());
-    return NSError::errorWithDomain(problem->domain(), problem->code(), {{NSLocalizedDescriptionKey, words}, {NSFilePathErrorKey, file_.path()}});
-}
-
-/// An editor that writes in place leaves the file empty, cut off or missing for a moment: such a file is looked at again. One
-/// that stays ill-formed is kept aside, and what is well-formed of it goes on. Gives the text that was found.
-std::string DefaultsSuite::readBeforeWriting() {
-    for (int patience = 5;; --patience) {
+/// Takes over what the file says. An editor that writes in place, or moves the file away first, leaves it ill-formed, empty or
+/// missing for a moment: a file that was touched lately is looked at again before that is believed.
+void DefaultsSuite::read() {
+    for (int looks = mostLooks;; --looks) {
         auto text = file_.read();
-        bool const isEmptied = text.empty() && !known_.text().empty();
+        if (text == (illFormed_ ? illFormed_->text : known_.text())) return; // mostly our own writing
+        bool const isFinal = looks == 0 || !file_.wasTouchedLately(settleSeconds * mostLooks);
         try {
-            if (!isEmptied || patience == 0) {
-                if (text != known_.text()) adopt(DefaultsDocument(text));
-                return text;
+            if (isFinal || !text.empty()) {
+                adopt(DefaultsDocument(text));
+                illFormed_.reset();
+                return;
             }
         } catch (ErrorException const& failure) {
-            if (patience == 0) {
-                salvage(text, failure.error());
-                return text;
-            }
+            if (isFinal) return salvage(std::move(text), failure.error());
         }
         std::this_thread::sleep_for(std::chrono::duration<double>(settleSeconds));
     }
 }
 
-void DefaultsSuite::salvage(std::string const& text, Ref<NSError> const& problem) {
-    auto const place = file_.setAside(text);
+/// What is well-formed counts, and for the rest what was known before. The file stays as it is until something must be written.
+void DefaultsSuite::salvage(std::string text, Ref<NSError> const& problem) {
     auto document = DefaultsDocument::salvaged(text);
     std::vector<Dictionary::Entry> missing;
     for (auto const& entry : known_.values())
         if (!document.values().contains(entry.key)) missing.push_back(entry);
     document.apply(missing);
-    warn(fmt::format("{}; kept as {}", about(problem)->localizedDescription(), place));
+
+    auto const words = fmt::format("{}: {}", file_.path(), problem->localizedDescription());
+    auto const error = NSError::errorWithDomain(problem->domain(), problem->code(),
+                                                {{NSLocalizedDescriptionKey, words}, {NSFilePathErrorKey, file_.path()}});
+    bool const isNews = !illFormed_;
+    illFormed_ = IllFormed{std::move(text), error};
+    if (isNews) warn(words + "; what is well-formed in the file counts");
     adopt(std::move(document));
 }
 
@@ -197,22 +209,28 @@ void DefaultsSuite::adopt(DefaultsDocument document) {
         std::lock_guard const hold(lock_);
         for (auto& [key, value] : differences) {
             auto const found = entries_.find(key);
-            if (found != entries_.end() && found->second.change != 0) continue;
-            if (value.isAbsent())
-                entries_.erase(key);
-            else
-                std::swap(entries_[key].value, value);
-            othersKeys_.push_back(key);
+            if (found != entries_.end() && found->second.change > inherited_) continue; // set here and not written yet
+            auto& entry = found == entries_.end() ? entries_[key] : found->second;
+            std::swap(entry.value, value);
+            entry.change = 0; // what the parent has set it may have written meanwhile
+            othersKeys_.insert(key);
         }
+        std::erase_if(dirty_, [](auto const* entry) { return entry->second.change == 0; });
+        for (auto const& difference : differences)
+            if (auto const found = entries_.find(difference.key); found->second.change == 0 && found->second.value.isAbsent())
+                entries_.erase(found);
         if (othersKeys_.empty() || std::exchange(noticeIsDue_, true)) return;
     }
     tellSoon();
 }
 
-void DefaultsSuite::write(Unwritten const& unwritten, std::string_view found) {
+void DefaultsSuite::write(Unwritten const& unwritten) {
+    auto const place = illFormed_ ? file_.setAside(illFormed_->text) : std::string{};
     auto next = known_;
     next.apply(unwritten.changes);
-    if (next.text() != found) file_.write(next.text());
+    if (illFormed_ || next.text() != known_.text()) file_.write(next.text());
+    if (illFormed_) warn(fmt::format("{} was written anew without what is not TOML; kept as {}", file_.path(), place));
+    illFormed_.reset();
     known_ = std::move(next);
     markWritten(unwritten);
 }
@@ -263,7 +281,7 @@ void DefaultsSuite::fileMayHaveChanged() {
             std::lock_guard const hold(self->lock_);
             self->readIsDue_ = false;
         }
-        self->readSilently();
+        self->readOrWarn();
     });
 }
 
@@ -274,7 +292,7 @@ void DefaultsSuite::tellSoon() {
 }
 
 void DefaultsSuite::tell() {
-    std::vector<Text> keys;
+    decltype(othersKeys_) keys;
     {
         std::lock_guard const hold(lock_);
         noticeIsDue_ = false;

@@ -6,9 +6,11 @@
 #include "Tessarin/platform/runtime/SpinLock.h"
 #include "Tessarin/platform/runtime/TextHashPrivate.h"
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 namespace Tessarin::defaults {
@@ -18,7 +20,8 @@ namespace Tessarin::defaults {
 class DefaultsSuite : public std::enable_shared_from_this<DefaultsSuite> {
 public:
     explicit DefaultsSuite(std::string const& path);
-    /// To be called once, before anything else. A file that cannot be read gives no settings, and `synchronize` says why.
+    /// To be called once, before anything else. Of an ill-formed file what is well-formed in it counts; one that cannot be read
+    /// gives no settings. A line on standard error says so.
     void begin();
 
     Value value(std::string_view key) const {
@@ -51,16 +54,21 @@ private:
         std::vector<std::uint64_t> numbers;
     };
 
-    Unwritten unwritten() const;
+    /// A text that is not TOML, and why.
+    struct IllFormed {
+        std::string text;
+        Ref<NSError> problem;
+    };
+
+    void noticeFork();
+    Unwritten unwritten();
     void markWritten(Unwritten const& written);
     void watch();
     void read();
-    void readSilently();
-    std::string readBeforeWriting();
-    void salvage(std::string const& text, Ref<NSError> const& problem);
+    void readOrWarn();
+    void salvage(std::string text, Ref<NSError> const& problem);
     void adopt(DefaultsDocument document);
-    void write(Unwritten const& unwritten, std::string_view found);
-    Ref<NSError> about(Ref<NSError> const& problem) const;
+    void write(Unwritten const& unwritten);
     void writeWhenQuiet(std::uint64_t seen, int rounds);
     void writeOrRetry(double pause);
     void tellSoon();
@@ -70,14 +78,17 @@ private:
     Entries entries_;       // an absent value is a removal that is not written yet
     std::vector<Entries::value_type*> dirty_; // the entries with a change number
     std::uint64_t changes_ = 0;
-    int process_ = 0; // that made the changes
+    std::uint64_t inherited_ = 0; // up to here changes were made by the process that this one was forked from
+    std::uint32_t forks_; // when it was last looked
     bool writeIsDue_ = false, readIsDue_ = false, noticeIsDue_ = false;
-    std::vector<Text> othersKeys_; // changed by others since the last notice
-    std::string lastProblem_;      // of writing, that was printed
+    std::unordered_set<Text, TextHash, std::equal_to<>> othersKeys_; // changed by others since the last notice
+    std::string lastProblem_; // of writing, that was printed
 
     std::mutex fileMutex_; // for the file; taken before lock_
     DefaultsFile const file_;
-    DefaultsDocument known_; // the file as it was last read or written
+    DefaultsDocument known_; // the file as it was last read or written; of an ill-formed one what could be read
+    std::optional<IllFormed> illFormed_; // what the file says instead, as long as that is so
+    std::string unreadable_; // why it could not be read, when that was printed
 };
 
 } // namespace Tessarin::defaults

@@ -1,6 +1,7 @@
 #include "Tessarin/platform/foundation/DefaultsTextPrivate.h"
 
 #include "Tessarin/platform/foundation/Base64.h"
+#include "Tessarin/platform/foundation/DefaultsScanPrivate.h"
 #include "Tessarin/platform/foundation/DefaultsTagsPrivate.h"
 #include "Tessarin/platform/foundation/NSError.h"
 #include "Tessarin/platform/foundation/NSUUID.h"
@@ -95,16 +96,55 @@ Value valueOf(toml::node const& node) {
 
 bool sameBits(double a, double b) { return std::bit_cast<std::uint64_t>(a) == std::bit_cast<std::uint64_t>(b); }
 
+[[noreturn]] void failInLine(std::int64_t line, std::string_view words) {
+    throw ErrorException(NSError::errorWithDomain(NSFormatErrorDomain, line,
+                                                  {{NSLocalizedDescriptionKey, fmt::format("line {}: {}", line, words)}}));
+}
+
+/// Some ill-formed texts the parser does not refuse: it stops the process, or goes where nothing is defined.
+void requireParsable(std::string_view text) {
+    for (std::size_t at = text.starts_with(byteOrderMark) ? byteOrderMark.size() : 0;;) {
+        at = behindTrivia(text, at);
+        if (at == text.size()) return;
+        auto const statement = extentFrom(text, at);
+        if (statement.problem) failInLine(1 + std::ranges::count(text.substr(0, statement.problemAt), '\n'), statement.problem);
+        at = statement.end;
+    }
+}
+
+toml::table parsed(std::string_view text) {
+    requireParsable(text);
+    return toml::parse(text);
+}
+
 } // namespace
 
 Dictionary dictionaryFromTOML(std::string_view text) {
     try {
-        return dictionaryOf(toml::parse(text));
+        return dictionaryOf(parsed(text));
     } catch (toml::parse_error const& failure) {
-        auto const line = failure.source().begin.line;
-        throw ErrorException(NSError::errorWithDomain(
-            NSFormatErrorDomain, line, {{NSLocalizedDescriptionKey, fmt::format("line {}: {}", line, failure.description())}}));
+        failInLine(failure.source().begin.line, failure.description());
     }
+}
+
+std::optional<StatementName> statementName(std::string_view statement) try {
+    if (statement.starts_with(byteOrderMark)) return {}; // which only the whole text may begin with
+    auto const table = parsed(statement);
+    bool const isSection = statement.substr(behindTrivia(statement, 0)).starts_with('[');
+    StatementName name{StatementName::Kind::Section, {}};
+    for (auto const* level = &table; level;) {
+        if (level->empty()) return name;
+        if (level->size() > 1) return {}; // several statements
+        auto const& [key, node] = *level->begin();
+        name.parts.emplace_back(key.str());
+        level = node.is_table() && !node.as_table()->is_inline() ? node.as_table() : nullptr;
+    }
+    name.kind = isSection ? StatementName::Kind::Element : StatementName::Kind::Value;
+    return name;
+} catch (toml::parse_error const&) {
+    return {};
+} catch (ErrorException const&) {
+    return {};
 }
 
 bool isSame(Value const& a, Value const& b) {

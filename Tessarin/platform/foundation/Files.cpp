@@ -25,10 +25,16 @@ bool writeAll(int descriptor, std::span<std::byte const> bytes) {
 }
 
 std::string resolved(std::string const& path) {
-    std::error_code ignored;
-    if (!std::filesystem::is_symlink(path, ignored)) return path;
-    auto const target = std::filesystem::canonical(path, ignored);
-    return ignored ? path : target.native();
+    namespace fs = std::filesystem;
+    constexpr int mostLinks = 40; // as the system follows
+    std::error_code failure;
+    fs::path at = path;
+    for (int links = 0; links < mostLinks && fs::is_symlink(at, failure); ++links) {
+        auto const target = fs::read_symlink(at, failure);
+        if (failure) return path;
+        at = at.parent_path() / target; // which is `target` where that begins with a slash
+    }
+    return fs::is_symlink(at, failure) ? path : at.native();
 }
 
 namespace {
@@ -55,7 +61,10 @@ void requirePath(std::string const& path) {
 
 std::vector<std::byte> read(std::string const& path) {
     requirePath(path);
-    Descriptor const file{::open(path.c_str(), O_RDONLY | O_CLOEXEC)};
+    return read(Descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC)), path);
+}
+
+std::vector<std::byte> read(Descriptor const& file, std::string const& path) {
     struct stat status {};
     if (file.number < 0 || ::fstat(file.number, &status) != 0) fail(path);
     std::vector<std::byte> bytes(static_cast<std::size_t>(std::max<off_t>(status.st_size, 0)) + 1); // one more, to see the end

@@ -361,6 +361,11 @@ TEST_F(UserDefaultsRole, DISABLED_ReadOnlyFolder) {
     store_->setInteger(1, "kept");
     EXPECT_EQ(errorOfSynchronize(), EACCES);
     EXPECT_EQ(store_->integerForKey("kept"), 1);
+    auto const other = NSUserDefaults::initWithSuiteName("other"); // whose folder cannot be made
+    other->setInteger(1, "kept");
+    Ref<NSError> error;
+    EXPECT_FALSE(other->synchronize(error));
+    EXPECT_EQ(error->code(), EACCES) << "the real reason";
     ASSERT_EQ(::seteuid(::getuid()), 0);
     fs::permissions(folder, fs::perms(0755));
     EXPECT_EQ(errorOfSynchronize(), 0);
