@@ -14,6 +14,9 @@ struct SpecificTable;
 extern constinit SpecificTable noSpecifics;
 struct Waiter;
 enum class Access : std::uint8_t { Exclusive, Shared };
+/// How long syncs hold a queue, beside what it takes to put a thread to sleep and wake it: less, several times that, perhaps or for
+/// certain much more (a single one may have been interrupted).
+enum class SyncTurns : std::uint8_t { Short, Middling, PerhapsLong, Long };
 
 /// The bits around the list of newly submitted items, which sits in the middle of a queue's one state word.
 ///
@@ -79,6 +82,9 @@ public:
     bool tryClaim(engine::Access access) noexcept;
     /// Takes the queue, waiting for another sync at most about a millisecond; false: wait in line.
     bool claim(engine::Access access) noexcept;
+    /// What a sync found that others waited for: how those who come next shall wait.
+    void noteTurn(engine::Nanoseconds length) noexcept;
+    engine::SyncTurns turns() const noexcept { return turns_.load(std::memory_order_relaxed); }
     void leave(engine::Access access) noexcept { access == engine::Access::Shared ? leaveShared() : leaveExclusive(); }
 
     void suspend();
@@ -138,6 +144,7 @@ private:
     Kind const kind_;
     bool isTargeted_ = false; // by any queue so far; guarded by rareLock
     bool turnUsed_ = false;   // the owner's, while it drains
+    std::atomic<engine::SyncTurns> turns_ = engine::SyncTurns::Short;
     std::atomic<DispatchQueue*> target_;
     DispatchQueue* comingTarget_ = nullptr; // while its owner has not come to it; guarded by rareLock
     char const* label_; // owned, null when empty; static for roots

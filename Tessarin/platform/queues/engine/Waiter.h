@@ -2,6 +2,7 @@
 #include "Tessarin/platform/queues/engine/DispatchQueue.h"
 #include "Tessarin/platform/queues/engine/Thread.h"
 #include "Tessarin/platform/runtime/FunctionRef.h"
+#include <sched.h>
 
 namespace Tessarin::engine {
 
@@ -20,8 +21,9 @@ struct Waiter : WorkItem {
     /// Queues it on `at`, and waits until the queues from there up are this thread's (Granted) or the main thread has run the
     /// work (Done).
     Outcome waitOn(DispatchQueue& at, Access access) noexcept {
+        auto const turns = at.turns();
         line(at, access);
-        if (spin(3'000, [this] { return outcome.load(std::memory_order_acquire) >= Granted; })) return result();
+        if (turns == SyncTurns::Middling || turns == SyncTurns::PerhapsLong ? yieldUntilSettled() : spin(3'000, [this] { return isSettled(); })) return result();
         BlockingScope const blocking;
         std::uint32_t expected = Waiting;
         outcome.compare_exchange_strong(expected, Asleep, std::memory_order_acq_rel);
@@ -41,7 +43,16 @@ struct Waiter : WorkItem {
         runInQueue(queue, function);
         settle(Done);
     }
+    bool isSettled() const noexcept { return outcome.load(std::memory_order_acquire) >= Granted; }
+    /// Spinning, but for threads that have something to do: the one that has the queue may be among them.
+    bool yieldUntilSettled() const noexcept {
+        for (auto const end = monotonicNow() + yieldPatience; !isSettled(); sched_yield())
+            if (monotonicNow() > end) return false;
+        return true;
+    }
     Outcome result() const noexcept { return static_cast<Outcome>(outcome.load(std::memory_order_acquire)); }
+
+    static constexpr Nanoseconds yieldPatience = 1'000'000;
 
     DispatchQueue& queue;         // whose work it is
     DispatchQueue* level = nullptr; // on whose list it stands
