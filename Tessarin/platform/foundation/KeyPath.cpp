@@ -64,9 +64,13 @@ Value sum(Value const& members, bool average) {
     return allWhole ? Value(whole) : Value(total);
 }
 
+bool hasOrder(Kind kind) { return kind < Kind::Object; }
+
+/// Of what has an order; the first of several objects would be anybody.
 Value extreme(Value const& members, std::partial_ordering wanted) {
     Value best;
     forEachMember(members, [&](Value const& member) {
+        if (!hasOrder(member.kind())) return true;
         if (best.isAbsent() || compareValues(member, best) == wanted) best = member;
         return true;
     });

@@ -5,6 +5,7 @@
 #include "Tessarin/platform/queues/Dispatch.h"
 
 #include "tests/support/TemporaryFolder.h"
+#include <algorithm>
 #include <atomic>
 #include <dlfcn.h>
 #include <fcntl.h>
