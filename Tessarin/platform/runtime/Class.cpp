@@ -44,29 +44,28 @@ Class& Class::made(std::type_info const& type, SelectorTable selectors) {
     return *entry;
 }
 
-void Class::publish(Class const* superclass, SelectorTable selectors, Factory factory) {
+void Class::publish(Class const* superclass, Factory factory) {
     auto& all = classes();
     std::lock_guard const hold(all.mutex);
-    superclass_ = superclass;
-    selectors_ = std::move(selectors);
-    factory_ = factory;
+    superclass_.store(superclass, std::memory_order_release);
+    factory_.store(factory, std::memory_order_release);
     all.byName[name_] = this;
 }
 
 bool Class::isSubclassOf(Class const& other) const noexcept {
-    for (auto const* at = this; at; at = at->superclass_)
+    for (auto const* at = this; at; at = at->superclass())
         if (at == &other) return true;
     return false;
 }
 
 SelectorTable::Entry const* Class::find(Selector selector) const noexcept {
-    for (auto const* at = this; at; at = at->superclass_)
+    for (auto const* at = this; at; at = at->superclass())
         if (auto const* entry = at->selectors_.find(selector)) return entry;
     return nullptr;
 }
 
 SelectorTable::Entry const* Class::findOfClass(Selector selector) const noexcept {
-    for (auto const* at = this; at; at = at->superclass_)
+    for (auto const* at = this; at; at = at->superclass())
         if (auto const* entry = at->selectors_.find(selector, true)) return entry;
     return nullptr;
 }

@@ -4,6 +4,7 @@
 #include "Tessarin/platform/runtime/Ref.h"
 #include "Tessarin/platform/runtime/Selector.h"
 #include "Tessarin/platform/runtime/SelectorTable.h"
+#include <atomic>
 #include <string>
 #include <string_view>
 #include <typeinfo>
@@ -17,7 +18,7 @@ template <class T, class Base = NSObject> Class const& registerClass();
 class TESSARIN_API Class {
 public:
     std::string const& name() const noexcept { return name_; }
-    Class const* superclass() const noexcept { return superclass_; }
+    Class const* superclass() const noexcept { return superclass_.load(std::memory_order_acquire); }
     bool isSubclassOf(Class const& other) const noexcept;
 
     /// The entry of this class or its nearest superclass that answers `selector`; null when none does.
@@ -27,7 +28,10 @@ public:
     /// Sends a message to the class. Fatal as `invoke` of an object is.
     Value invoke(Selector selector, std::initializer_list<Value> arguments = {}) const;
     /// A new object made with the plain `init()`; null when the class was registered without one.
-    Ref<NSObject> makeObject() const { return factory_ ? factory_() : nullptr; }
+    Ref<NSObject> makeObject() const {
+        auto const factory = factory_.load(std::memory_order_acquire);
+        return factory ? factory() : nullptr;
+    }
 
 private:
     template <class T> friend Class const& classOf();
@@ -35,13 +39,13 @@ private:
     using Factory = Ref<NSObject> (*)();
 
     SelectorTable::Entry const* findOfClass(Selector selector) const noexcept;
-    static Class& made(std::type_info const& type, SelectorTable selectors = {});
-    void publish(Class const* superclass, SelectorTable selectors, Factory factory);
+    static Class& made(std::type_info const& type, SelectorTable selectors);
+    void publish(Class const* superclass, Factory factory);
 
-    std::string name_;
-    Class const* superclass_ = nullptr;
+    std::string name_; // constant, as is the table: whoever has found an entry may keep it for good
     SelectorTable selectors_;
-    Factory factory_ = nullptr;
+    std::atomic<Class const*> superclass_{nullptr}; // these two from its registration on
+    std::atomic<Factory> factory_{nullptr};
 };
 
 /// The class object of T. Before `registerClass<T>()` it is not found by name, has no superclass, and answers what
@@ -55,8 +59,9 @@ template <class T> Class const& classOf() {
     return shared;
 }
 
-/// Makes T known by name, with the selectors that its static `selectors()` lists. Call it once, before objects of T are
-/// used: at the start of `main` or from a static of the .cpp file. Calling it again changes nothing.
+/// Makes T known by name, with its superclass, whose selectors it answers, too. Call it once, before objects of T are
+/// used: at the start of `main` or from a static of the .cpp file. Later will do for whoever needs neither before; calling it
+/// again changes nothing. The selectors are those that the static `selectors()` lists.
 ///
 ///     SelectorTable Editor::selectors() { return {{"reload:"_sel, &Editor::reload}}; }
 ///     registerClass<Editor>();
@@ -69,7 +74,7 @@ template <class T, class Base> Class const& registerClass() {
         Class::Factory factory = nullptr;
         if constexpr (requires(detail::Made<T>& object) { object.start(); } && !std::is_abstract_v<detail::Made<T>>)
             factory = []() -> Ref<NSObject> { return make<T>(); };
-        Class::made(typeid(T)).publish(std::is_same_v<T, Base> ? nullptr : &classOf<Base>(), std::move(table), factory);
+        Class::made(typeid(T), std::move(table)).publish(std::is_same_v<T, Base> ? nullptr : &classOf<Base>(), factory);
         return true;
     }();
     static_cast<void>(once);

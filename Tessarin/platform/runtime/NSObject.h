@@ -20,7 +20,6 @@ namespace Tessarin {
 /// selectors lists them in a static `selectors()` and is registered with `registerClass`.
 class TESSARIN_API NSObject : public std::enable_shared_from_this<NSObject>, public NSObjectObserving {
 public:
-    virtual void init() {}
     virtual ~NSObject();
     NSObject(NSObject const&) = delete;
     NSObject& operator=(NSObject const&) = delete;
@@ -53,6 +52,8 @@ public:
 
 protected:
     NSObject() = default;
+    /// Called by `make`, once; an object that lives is not initialised again.
+    virtual void init() {}
 
 private:
     friend void setAssociatedObject(NSObject const&, void const*, Ref<NSObject>);

@@ -54,6 +54,11 @@ public:
     std::string kind() const override { return "square"; }
 };
 
+class Late : public Shape {
+public:
+    void arrive() {}
+    static SelectorTable selectors() { return {{"arrive"_sel, &Late::arrive}}; }
+};
 class Stranger : public NSObject {};
 class Unplain : public NSObject { // without a plain init it cannot be made by name
 public:
@@ -93,6 +98,20 @@ TEST(Class, KnowsNamesSuperclassesAndHowToMakeObjectsWhoseStepsReachTheOverride)
         << "never registered, though its class object exists: " << classOf<App::Stranger>().name();
     EXPECT_EQ(classNamed("XCTest"), nullptr);
 }
+
+TEST(Class, RegisteredAfterItsFirstUseKeepsTheTableThatOthersPointTo) {
+    registerAll();
+    auto const late = make<App::Late>();
+    auto const* const entry = late->objectClass().find("arrive"_sel);
+    EXPECT_FALSE(late->respondsToSelector("kind"_sel));
+    registerClass<App::Late, Shape>();
+    EXPECT_EQ(late->objectClass().find("arrive"_sel), entry);
+    EXPECT_TRUE(entry && late->respondsToSelector("kind"_sel));
+}
+
+template <class T>
+concept InitialisedAnew = requires(T& object) { object.init(); };
+static_assert(!InitialisedAnew<NSObject>, "only make initialises");
 
 TEST(Selectors, MessagesReachOverridesAndConvertTheirArguments) {
     registerAll();
