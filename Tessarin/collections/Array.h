@@ -24,22 +24,44 @@ template <class T>
 concept WholeNumber = std::integral<T> && !std::same_as<T, bool> && !std::same_as<T, char> && !std::same_as<T, char8_t> &&
                       !std::same_as<T, char16_t> && !std::same_as<T, char32_t> && !std::same_as<T, wchar_t>;
 
+template <class T> inline constexpr bool isReference = false;
+template <class T> inline constexpr bool isReference<Ref<T>> = true;
+template <class T>
+concept ObjectReference = std::convertible_to<T, Ref<NSObject const>> && isReference<T>;
+
+/// Whether both lead to the same, seen as the common class; classes that have none are told apart by their complete objects.
+template <class A, class B> bool isSame(A const* a, B const* b) {
+    if constexpr (requires { a == b; })
+        return a == b;
+    else if constexpr (std::is_polymorphic_v<A> && std::is_polymorphic_v<B>)
+        return dynamic_cast<void const*>(a) == dynamic_cast<void const*>(b);
+    else
+        return false;
+}
+
 /// Whether an element is of the type of `object`, and equal to it. Any two integers are of one type, and so are any two
-/// numbers in a List; a reference is of the type of its object.
+/// numbers in a List; a reference is of the type of its object. Objects of the runtime are asked, others are equal when they are
+/// the same.
 template <class T, class U> bool matches(T const& element, U const& object) {
-    if constexpr (std::is_same_v<T, Value>) {
-        return element == Value(object);
+    if constexpr (std::is_same_v<T, Value> && ObjectReference<U>) {
+        return object ? element.template objectAs<typename U::element_type>() && element == Value(object) : element.isAbsent();
+    } else if constexpr (std::is_same_v<T, Value>) {
+        if constexpr (std::constructible_from<Value, U const&>) return element == Value(object);
+        return false; // of a type that no element can have
     } else if constexpr (WholeNumber<T> && WholeNumber<U>) {
         return std::cmp_equal(element, object);
-    } else if constexpr (requires { std::dynamic_pointer_cast<typename U::element_type>(element); }) {
+    } else if constexpr (ObjectReference<T> && ObjectReference<U>) {
         if (element && !std::dynamic_pointer_cast<typename U::element_type>(element)) return false;
         return equal(element, object);
+    } else if constexpr (isReference<T> && isReference<U>) {
+        return isSame(element.get(), object.get());
     } else {
         return equal(element, object);
     }
 }
 
-/// The index of the first element of the type of `object` that is equal to it; absent when there is none.
+/// The index of the first element of the type of `object` that is equal to it; absent when there is none. Any type will do that
+/// can be compared.
 template <class T, class U> std::optional<std::ptrdiff_t> indexOf(std::vector<T> const& values, U const& object) {
     for (std::size_t at = 0; at < values.size(); ++at)
         if (matches<T>(values[at], object)) return static_cast<std::ptrdiff_t>(at);

@@ -1,7 +1,7 @@
 #pragma once
 #include "Tessarin/collections/Array.h"
 #include "Tessarin/collections/GeneratorIterator.h"
-#include "Tessarin/platform/queues/Queue.h"
+#include "Tessarin/collections/Synchronised.h"
 #include "Tessarin/platform/runtime/Ref.h"
 #include "Tessarin/platform/runtime/Slot.h"
 
@@ -11,12 +11,18 @@ template <class T> struct ThreadsafeArrayGenerator;
 
 /// An array that several threads read and change: each operation is one synchronous submission to a private serial queue, but
 /// for what says otherwise. Calling one inside a closure that runs on the same array's queue (in the transform of `map`, say)
-/// blocks for ever; nobody checks for that.
+/// blocks for ever; nobody checks for that. What a closure, a copy or a comparison throws reaches the caller. An element that is
+/// replaced or removed is destroyed when the call has left the queue. Elements that cannot be copied are walked by `map` and
+/// `withValues`; what would copy them does not compile.
 ///
 ///     auto const names = make<ThreadsafeArray<std::string>>(std::vector<std::string>{"Ada"});
 ///     names->append("Grace");
 ///     (*names)[0] = "Ada Lovelace";
 ///     for (auto const& name : names->values()) print(name);
+///     names->withValues([](std::vector<std::string>& all) { std::ranges::sort(all); });
+///
+/// A loop over a reference keeps the array: `for (auto x : makeArray())`. One over `*makeArray()` does not, in C++20: the array
+/// would be gone before the first step.
 template <class T> class ThreadsafeArray : public std::enable_shared_from_this<ThreadsafeArray<T>> {
 public:
     ThreadsafeArray(ThreadsafeArray const&) = delete;
@@ -29,23 +35,22 @@ public:
     /// The elements themselves, past the queue: unsynchronised on purpose.
     virtual std::vector<T> const& array() const { return array_; }
     virtual void setArray(std::vector<T> array) { array_ = std::move(array); }
-    virtual void modifyArray(FunctionRef<void(std::vector<T>&)> change) {
-        auto changed = array();
-        change(changed);
-        setArray(std::move(changed));
-    }
+    /// In place, unless a subclass might hear of it: then through `array` and `setArray`.
+    virtual void modifyArray(FunctionRef<void(std::vector<T>&)> change);
 
-    virtual void init(std::vector<T> array);
+    /// Reads, changes and writes on the queue as one, so that no change of another thread is lost; gives a copy of what `change`
+    /// gives. Elements that `change` itself destroys end on the queue.
+    template <class F> auto withValues(F&& change);
 
     /// What `array[index]` reads and writes. Fatal when there is no such element.
     virtual T slot(std::ptrdiff_t index) const;
     virtual void setSlot(std::ptrdiff_t index, T value);
     /// Reads, changes, writes: two submissions, between which another thread may come.
-    virtual void modifySlot(std::ptrdiff_t index, FunctionRef<void(T&)> change) {
-        auto changed = slot(index);
-        change(changed);
-        setSlot(index, std::move(changed));
-    }
+    /// An element that cannot be copied is changed in place, on the queue.
+    virtual void modifySlot(std::ptrdiff_t index, FunctionRef<void(T&)> change);
+    T slot(std::ptrdiff_t index) const
+        requires(!std::copy_constructible<T>)
+    = delete;
     Slot<ThreadsafeArray, std::ptrdiff_t, T> operator[](std::ptrdiff_t index) { return {*this, index}; }
     T operator[](std::ptrdiff_t index) const { return slot(index); }
 
@@ -69,6 +74,15 @@ public:
     virtual std::vector<T> values() const;
     virtual std::optional<T> first() const;
     virtual std::optional<T> last() const;
+    std::vector<T> values() const
+        requires(!std::copy_constructible<T>)
+    = delete;
+    std::optional<T> first() const
+        requires(!std::copy_constructible<T>)
+    = delete;
+    std::optional<T> last() const
+        requires(!std::copy_constructible<T>)
+    = delete;
 
     bool contains(T const& element) const
         requires std::equality_comparable<T>;
@@ -82,12 +96,17 @@ public:
 
 protected:
     ThreadsafeArray() = default;
+    virtual void init(std::vector<T> array);
     void init() { init(std::vector<T>{}); }
     /// The queue, for subclasses. Null until `init` has run; every operation but those on `array` is then fatal.
     dispatch_queue_t const& queue() const { return queue_; }
 
 private:
-    void sync(char const* operation, FunctionRef<void()> work) const;
+    void sync(char const* operation, FunctionRef<void()> work) const {
+        detail::synchronised(queue_, "ThreadsafeArray", operation, work);
+    }
+    template <class Read> auto copied(char const* operation, Read const& read) const;
+    T takeAt(std::size_t at);
     std::size_t position(std::ptrdiff_t index, char const* operation) const;
     template <class F> static auto collected(F& transform, auto const& visitAll);
 
@@ -102,6 +121,10 @@ template <class T> struct ThreadsafeArrayGenerator {
 
     std::optional<T> next();
 };
+
+/// A reference is a range, too, and keeps its array during the loop.
+template <class T> auto begin(Ref<ThreadsafeArray<T>> const& array) { return array->begin(); }
+template <class T> std::default_sentinel_t end(Ref<ThreadsafeArray<T>> const&) { return {}; }
 
 namespace Array {
 /// The elements of a ThreadsafeArray, read past its queue.

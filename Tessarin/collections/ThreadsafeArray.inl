@@ -1,5 +1,6 @@
 #pragma once
 #include <string>
+#include <typeinfo>
 
 namespace Tessarin {
 
@@ -10,9 +11,43 @@ template <class T> void ThreadsafeArray<T>::init(std::vector<T> array) {
     queue_ = dispatch_queue_create("threadsafe_array_queue", DISPATCH_QUEUE_SERIAL);
 }
 
-template <class T> void ThreadsafeArray<T>::sync(char const* operation, FunctionRef<void()> work) const {
-    if (!queue_) fatal(std::string{"ThreadsafeArray."} + operation + ": there is no queue");
-    dispatch_sync(queue_, work);
+template <class T> void ThreadsafeArray<T>::modifyArray(FunctionRef<void(std::vector<T>&)> change) {
+    if (typeid(*this) == typeid(detail::Made<ThreadsafeArray>)) return change(array_);
+    auto changed = [&]() -> std::vector<T> {
+        if constexpr (std::copy_constructible<T>) return array();
+        return std::move(array_);
+    }();
+    change(changed);
+    setArray(std::move(changed));
+}
+
+template <class T> template <class F> auto ThreadsafeArray<T>::withValues(F&& change) {
+    using Result = std::remove_cvref_t<std::invoke_result_t<F&, std::vector<T>&>>;
+    if constexpr (std::is_void_v<Result>) {
+        sync("withValues", [&] { modifyArray(change); });
+    } else {
+        std::optional<Result> result;
+        sync("withValues", [&] { modifyArray([&](std::vector<T>& values) { result.emplace(std::invoke(change, values)); }); });
+        return std::move(result).value();
+    }
+}
+
+/// What `read` finds on the queue, copied into an optional; only for elements that can be copied.
+template <class T> template <class Read> auto ThreadsafeArray<T>::copied(char const* operation, Read const& read) const {
+    std::optional<T> element;
+    if constexpr (std::copy_constructible<T>)
+        sync(operation, [&] {
+            if (auto const at = read()) element.emplace(array_[*at]);
+        });
+    else
+        fatal(std::string{"ThreadsafeArray."} + operation + ": the elements cannot be copied");
+    return element;
+}
+
+template <class T> T ThreadsafeArray<T>::takeAt(std::size_t at) {
+    T taken = std::move(array_[at]);
+    array_.erase(array_.begin() + static_cast<std::ptrdiff_t>(at));
+    return taken;
 }
 
 template <class T> std::size_t ThreadsafeArray<T>::position(std::ptrdiff_t index, char const* operation) const {
@@ -24,13 +59,26 @@ template <class T> std::size_t ThreadsafeArray<T>::position(std::ptrdiff_t index
 }
 
 template <class T> T ThreadsafeArray<T>::slot(std::ptrdiff_t index) const {
-    std::optional<T> element;
-    sync("subscript", [&] { element.emplace(array_[position(index, "subscript")]); });
-    return *std::move(element);
+    return *copied("subscript", [&] { return std::optional(position(index, "subscript")); });
 }
 
 template <class T> void ThreadsafeArray<T>::setSlot(std::ptrdiff_t index, T value) {
-    sync("subscript", [&] { array_[position(index, "subscript")] = std::move(value); });
+    std::optional<T> replaced; // destroyed when the call has left the queue
+    sync("subscript", [&] {
+        auto const at = position(index, "subscript");
+        replaced.emplace(std::move(array_[at]));
+        array_[at] = std::move(value);
+    });
+}
+
+template <class T> void ThreadsafeArray<T>::modifySlot(std::ptrdiff_t index, FunctionRef<void(T&)> change) {
+    if constexpr (std::copy_constructible<T>) {
+        auto changed = slot(index);
+        change(changed);
+        setSlot(index, std::move(changed));
+    } else {
+        sync("subscript", [&] { change(array_[position(index, "subscript")]); });
+    }
 }
 
 template <class T> std::ptrdiff_t ThreadsafeArray<T>::count() const {
@@ -48,7 +96,7 @@ template <class T> void ThreadsafeArray<T>::removeAtIndex(std::ptrdiff_t index) 
     dispatch_async(queue_, [self = this->shared_from_this(), index] {
         // Only the upper bound is forgiven: a negative index is a mistake, one behind the end may be a race that was lost.
         if (index >= std::ssize(self->array_)) return;
-        self->array_.erase(self->array_.begin() + static_cast<std::ptrdiff_t>(self->position(index, "removeAtIndex")));
+        detail::destroyOffQueue(self->takeAt(self->position(index, "removeAtIndex")));
     });
 }
 
@@ -72,24 +120,19 @@ template <class T> template <class F> auto ThreadsafeArray<T>::collected(F& tran
 
 template <class T> std::vector<T> ThreadsafeArray<T>::values() const {
     std::vector<T> copy;
-    sync("values", [&] { copy = array_; });
+    if constexpr (std::copy_constructible<T>)
+        sync("values", [&] { copy = std::vector<T>(array_); });
+    else
+        fatal("ThreadsafeArray.values: the elements cannot be copied");
     return copy;
 }
 
 template <class T> std::optional<T> ThreadsafeArray<T>::first() const {
-    std::optional<T> element;
-    sync("first", [&] {
-        if (!array_.empty()) element = array_.front();
-    });
-    return element;
+    return copied("first", [&] { return array_.empty() ? std::nullopt : std::optional(std::size_t{0}); });
 }
 
 template <class T> std::optional<T> ThreadsafeArray<T>::last() const {
-    std::optional<T> element;
-    sync("last", [&] {
-        if (!array_.empty()) element = array_.back();
-    });
-    return element;
+    return copied("last", [&] { return array_.empty() ? std::nullopt : std::optional(array_.size() - 1); });
 }
 
 template <class T>
@@ -105,7 +148,10 @@ template <class T>
 void ThreadsafeArray<T>::remove(T const& element)
     requires std::equality_comparable<T>
 {
-    sync("remove", [&] { Array::remove(array_, element); });
+    std::optional<T> removed; // destroyed when the call has left the queue
+    sync("remove", [&] {
+        if (auto const at = Array::indexOf(array_, element)) removed.emplace(takeAt(static_cast<std::size_t>(*at)));
+    });
 }
 
 template <class T> std::optional<T> ThreadsafeArrayGenerator<T>::next() {

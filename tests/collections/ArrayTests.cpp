@@ -29,6 +29,32 @@ TEST(Array, FindsByTypeFirstAndThenByEquality) {
     std::vector<Ref<NSObject>> const objects{nullptr, animal, cat};
     EXPECT_EQ(Array::indexOf(objects, cat), 2) << "the first is equal, but no Cat";
     EXPECT_EQ(Array::indexOf(objects, animal), 1);
+    EXPECT_EQ(Array::indexOf(List{animal, cat}, cat), 1);
+}
+
+TEST(Array, TakesAnyTypeThatCanBeCompared) {
+    struct Plain {
+        bool operator==(Plain const&) const = default;
+    };
+    struct Shape {
+        virtual ~Shape() = default;
+    };
+    struct Named {
+        virtual ~Named() = default;
+    };
+    struct Circle : Shape, Named {};
+    auto const circle = std::make_shared<Circle>();
+    std::vector<std::shared_ptr<Shape>> const shapes{std::make_shared<Shape>(), circle, nullptr};
+    EXPECT_EQ(Array::indexOf(shapes, circle), 1);
+    EXPECT_EQ(Array::indexOf(shapes, std::shared_ptr<Named>(circle)), 1);
+    EXPECT_EQ(Array::indexOf(shapes, std::shared_ptr<Circle>()), 2);
+    EXPECT_EQ(Array::indexOf(std::vector{circle}, shapes[1]), 0);
+    auto const number = std::make_shared<int>(1);
+    EXPECT_TRUE(Array::contains(std::vector{number}, number));
+    EXPECT_FALSE(Array::contains(shapes, number) || Array::contains(shapes, 1) || Array::contains(shapes, Plain{}));
+    List list{1, "a"};
+    EXPECT_FALSE(Array::contains(list, Plain{}) || Array::contains(list, number));
+    EXPECT_EQ(Array::remove(list, number).size(), 2u);
 }
 
 TEST(Array, RemovesTheFirstMatchOfAMixedList) {

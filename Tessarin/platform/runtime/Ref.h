@@ -54,9 +54,15 @@ template <class T> auto allocated() {
 ///
 ///     auto queue = make<Dispatcher>(QueueOptions{.identifier = "images"});
 template <class T, class... Arguments> Ref<T> make(Arguments&&... arguments) {
-    auto object = detail::allocated<T>();
-    object->start(std::forward<Arguments>(arguments)...);
-    return object;
+    constexpr bool isKnown = requires(detail::Made<T>& made) { made.start(std::forward<Arguments>(arguments)...); };
+    static_assert(isKnown, "make<T>(…): T has no init that takes these arguments");
+    if constexpr (isKnown) {
+        auto object = detail::allocated<T>();
+        object->start(std::forward<Arguments>(arguments)...);
+        return object;
+    } else {
+        return Ref<T>{};
+    }
 }
 
 } // namespace Tessarin

@@ -5,11 +5,11 @@
 namespace Tessarin {
 
 /// A field of an option struct that may not be left out: it has no default constructor, so that leaving it out does not
-/// compile and overloads which differ only by a label stay distinct.
+/// compile and overloads which differ only by a label stay distinct. It takes what converts by itself: no text for a Selector.
 template <class T> class Required {
 public:
     template <class U>
-        requires(std::is_constructible_v<T, U &&> && !std::is_same_v<std::remove_cvref_t<U>, Required>)
+        requires(std::is_convertible_v<U &&, T> && !std::is_same_v<std::remove_cvref_t<U>, Required>)
     Required(U&& value) : value_(std::forward<U>(value)) {}
 
     T const& get() const& noexcept { return value_; }

@@ -1,10 +1,13 @@
 #pragma once
+#include <concepts>
+#include <iosfwd>
 #include <utility>
 
 namespace Tessarin {
 
 /// What a subscript that reads and writes returns: `home["name"] = x` calls `home.setSlot(key, x)`, and reading calls
 /// `home.slot(key)`. It converts only as an rvalue, so that `auto v = home["name"]` cannot keep a reference by accident.
+/// `home[key] += x` reads and then writes: between the two another thread may come.
 template <class Home, class Key, class V> class Slot {
 public:
     Slot(Home& home, Key key) noexcept : home_(home), key_(std::move(key)) {}
@@ -14,10 +17,41 @@ public:
     operator V() && { return home_.slot(key_); }
     V get() && { return home_.slot(key_); }
     void operator=(V value) && { home_.setSlot(key_, std::move(value)); }
+    template <class By>
+        requires requires(V& value, By const& by) { value += by; }
+    void operator+=(By const& by) && {
+        if constexpr (requires { home_.modifySlot(key_, [](V&) {}); }) {
+            home_.modifySlot(key_, [&](V& value) { value += by; });
+        } else {
+            V value = home_.slot(key_);
+            value += by;
+            home_.setSlot(key_, std::move(value));
+        }
+    }
 
 private:
     Home& home_;
     Key key_;
 };
+
+template <class T> inline constexpr bool isSlot = false;
+template <class Home, class Key, class V> inline constexpr bool isSlot<Slot<Home, Key, V>> = true;
+
+template <class Home, class Key, class V, class Other>
+    requires(!isSlot<Other>) && requires(V const& value, Other const& other) {
+        { value == other } -> std::convertible_to<bool>;
+    }
+bool operator==(Slot<Home, Key, V>&& slot, Other const& other) {
+    return std::move(slot).get() == other;
+}
+template <class Home, class Key, class V, class OtherHome, class OtherKey, class Other>
+bool operator==(Slot<Home, Key, V>&& slot, Slot<OtherHome, OtherKey, Other>&& other) {
+    return std::move(slot).get() == std::move(other).get();
+}
+template <class Home, class Key, class V>
+    requires requires(std::ostream& out, V const& value) { out << value; }
+std::ostream& operator<<(std::ostream& out, Slot<Home, Key, V>&& slot) {
+    return out << std::move(slot).get();
+}
 
 } // namespace Tessarin

@@ -1,0 +1,23 @@
+#pragma once
+#include "Tessarin/Export.h"
+#include "Tessarin/platform/queues/Queue.h"
+#include "Tessarin/platform/runtime/FunctionRef.h"
+#include "Tessarin/platform/runtime/Text.h"
+#include <string>
+#include <type_traits>
+#include <utility>
+
+namespace Tessarin::detail {
+
+/// Runs `work` on the queue of a collection. What it throws reaches the caller, as it would without the queue. Fatal, with the
+/// names of type and operation, when there is no queue.
+TESSARIN_API void synchronised(dispatch_queue_t const& queue, char const* type, char const* operation, FunctionRef<void()> work);
+
+/// Destroys an element that has left a collection inside an item of the collection's queue: elsewhere, for its destructor may ask
+/// the collection something, and would wait for that very item.
+template <class T> void destroyOffQueue(T gone) {
+    if constexpr (!std::is_trivially_destructible_v<T> && !std::is_same_v<T, std::string> && !std::is_same_v<T, Text>)
+        dispatch_async(dispatch_get_global_queue(QOS_CLASS_DEFAULT, 0), [gone = std::move(gone)] {});
+}
+
+} // namespace Tessarin::detail
