@@ -2,6 +2,7 @@
 #include "Tessarin/Export.h"
 #include "Tessarin/platform/runtime/Cell.h"
 #include "Tessarin/platform/runtime/Closure.h"
+#include "Tessarin/platform/runtime/ClosureObject.h"
 #include "Tessarin/platform/runtime/FunctionRef.h"
 #include "Tessarin/platform/runtime/NSObject.h"
 #include "Tessarin/platform/runtime/Required.h"
@@ -12,13 +13,15 @@ namespace Tessarin {
 class NSNotification;
 class NSOperationQueue;
 
+using ObservationBlock = ClosureObject<void(Ref<NSNotification> const&)>;
+
 /// What an Observation observes. Without an object any sender counts; without a queue the block runs on the posting thread.
 struct ObservationOptions {
     Required<std::string> name;
     Ref<NSObject> object = {};
     bool oneOff = false;
     Ref<NSOperationQueue> queue = {};
-    Closure<void(Ref<NSNotification> const&)> block = {};
+    Required<Closure<void(Ref<NSNotification> const&)>> block;
 };
 
 /// Posting on the default centre in one call, and observing it for as long as an object is kept. Names are used unchanged.
@@ -49,14 +52,17 @@ public:
     virtual Ref<NSObject> token() const { return token_.get(); }
     virtual void setToken(Ref<NSObject> token) { token_.set(std::move(token)); }
     virtual void modifyToken(FunctionRef<void(Ref<NSObject>&)> change);
-    virtual void init(ObservationOptions options);
 
-    /// Fatal: an observation of nothing makes no sense.
-    void init() override;
+    /// The class answers "initWithName:object:oneOff:queue:block:" with a new observation; the block is an ObservationBlock.
+    static SelectorTable selectors();
     ~Observation() override;
 
 protected:
     Observation() = default;
+    /// Fatal without a block.
+    virtual void init(ObservationOptions options);
+    /// Fatal: an observation of nothing makes no sense.
+    void init() override;
 
 private:
     Cell<Ref<NSObject>> token_; // set here while the first notification may arrive elsewhere

@@ -4,6 +4,7 @@
 #include "Tessarin/platform/foundation/NSNotification.h"
 #include "Tessarin/platform/runtime/Cell.h"
 #include "Tessarin/platform/runtime/Closure.h"
+#include "Tessarin/platform/runtime/EndCounter.h"
 #include "Tessarin/platform/runtime/Enumeration.h"
 #include "Tessarin/platform/runtime/FunctionRef.h"
 #include "Tessarin/platform/runtime/NSObject.h"
@@ -44,6 +45,13 @@ struct WatchTied {
     Required<TiedObject> tiedTo;
     Required<NotificationBlock> block;
 };
+/// What `watch` does not take: neither a block, nor a target with its message.
+struct NeitherBlockNorMessage {
+    Ref<NSObject> target = {};
+    Ref<NSObject> object = {};
+    std::optional<std::int64_t> count = {};
+    TiedObject tiedTo = {};
+};
 struct UnwatchTarget {
     Required<TiedObject> target;
     Ref<NSObject> object = {};
@@ -73,15 +81,13 @@ public:
         using Enumeration::Enumeration;
     };
 
-    /// `name`, ".", the main bundle's identifier. Fatal when that has none.
-    virtual void init(std::string name);
-
     /// Three ways to register. Each waits for the serializer, so none may be called from one of its operations: that would
     /// block for ever. Each then forgets the watchers that can never deliver again. Leaving is by position (`unregister`), and
     /// safe only for one watcher at a time; where several may leave at once, `connect`.
     virtual void watch(WatchTarget options);
     virtual Ref<NSObject> watch(WatchBlock options); // the token for `unwatch`
     virtual void watch(WatchTied options);
+    void watch(NeitherBlockNorMessage) = delete;
 
     /// Removes the first watcher, and no more, with that target (or tied object) and exactly that sender filter, later on the
     /// serializer. Without an object, watchers with a filter do not match.
@@ -93,7 +99,8 @@ public:
     /// serializer in between may remove a third watcher instead of b, or end the process; see `unregister`.
     virtual void unwatch(Ref<NSObject> const& observer);
 
-    /// Registrations in their order. Setting them does not talk to the notification centre.
+    /// Registrations in their order. Setting them does not talk to the notification centre; null ones are left out. What the
+    /// notifier itself changes, an overridden setter hears.
     virtual std::vector<Ref<Watcher>> watchers() const { return watchers_.copy(); }
     virtual void setWatchers(std::vector<Ref<Watcher>> watchers);
     virtual void modifyWatchers(FunctionRef<void(std::vector<Ref<Watcher>>&)> change);
@@ -108,19 +115,27 @@ public:
     /// Registers for as long as what it returns lives, and leaves exactly that registration: always safe. Never waits.
     [[nodiscard]] Connection connect(WatchTarget options);
     [[nodiscard]] Connection connect(WatchBlock options);
+    Connection connect(NeitherBlockNorMessage) = delete;
 
     std::string const& name() const { return name_; }
     /// The serial queue on which `watchers` is changed.
     Ref<NSOperationQueue> const& serializer() const { return serializer_; }
 
-    /// Fatal: a channel without a name makes no sense.
-    void init() override;
     ~Notifier() override;
 
 protected:
+    /// When a watcher becomes obsolete, so that not all have to be asked at each registration.
+    enum class Obsolete { Never, WithTarget, WhenItSaysSo };
+
     Notifier();
+    /// `name`, ".", the main bundle's identifier. Fatal when that has none.
+    virtual void init(std::string name);
+    /// Fatal: a channel without a name makes no sense.
+    void init() override;
+    /// Says that nobody overrides the access to `watchers`: then they need no copy to be changed. Before it is shared.
+    void changeInPlace() { changesInPlace_ = true; }
     /// Appends and cleans up, and returns when the serializer has done so.
-    void append(Ref<Watcher> watcher);
+    void append(Ref<Watcher> watcher, Obsolete when);
     Connection connect(Ref<Watcher> watcher);
 
     /// Calls `fired` without a notification on each watcher, in their order, then on the connected ones, later on the serializer.
@@ -129,13 +144,20 @@ protected:
 
 private:
     void disconnect(Ref<Watcher> watcher);
+    void insert(Ref<Watcher> watcher, Obsolete when);
+    void remove(Ref<Watcher> const& watcher);
+    void forEachWatcher(FunctionRef<void(Ref<Watcher> const&)> visit) const;
 
     Ref<NSNotificationChannel> channel_; // these three are constant after init
     std::string name_;
     Ref<NSOperationQueue> serializer_;
     SharedList<Ref<Watcher>> watchers_;
     SharedList<Ref<Watcher>> connected_; // changed on the serializer, like the former
-    Cell<bool> mayBecomeObsolete_{false}; // whether any watcher ever could; spares channels of plain closures their cleaning
+    // A watcher whose end is known needs no asking, until a target that somebody watches has ended:
+    EndCounter endedTargets_;
+    Cell<std::uint64_t> seenEnds_{0};
+    Cell<bool> mustAsk_{false}; // there may be others
+    bool changesInPlace_ = false;
 };
 
 inline constexpr Notifier::Coalescent Notifier::Coalescent::Idle{0};

@@ -25,7 +25,10 @@ Selector noAction() {
 
 Notifier::Watcher::Watcher() : action_(noAction()) {}
 /// The allocator of listeners has taken it off the notification centre before.
-Notifier::Watcher::~Watcher() = default;
+Notifier::Watcher::~Watcher() {
+    if (!isFollowed_) return;
+    if (auto const followed = target_.lock()) notifier_->endedTargets_.unfollow(*followed, this);
+}
 
 void Notifier::Watcher::init() { unavailable("init()", "Watcher"); }
 
@@ -47,6 +50,7 @@ void Notifier::Watcher::start(Ref<Notifier> notifier, Ref<NSObject> object, std:
     NSObject::init();
     notifier_ = std::move(notifier);
     object_ = std::move(object);
+    isSubclass_ = typeid(*this) != typeid(detail::Made<Watcher>);
     if (count) setCount(count);
     listenTo(*notifier_->channel_);
 }
@@ -66,6 +70,22 @@ void Notifier::Watcher::modifyCount(FunctionRef<void(std::optional<std::int64_t>
     setCount(changed);
 }
 
+void Notifier::Watcher::setTarget(Ref<NSObject> target) {
+    if (auto const followed = isFollowed_ ? target_.lock() : nullptr) notifier_->endedTargets_.unfollow(*followed, this);
+    isFollowed_ = false;
+    target_.set(std::move(target));
+    endMayDiffer();
+}
+
+void Notifier::Watcher::endMayDiffer() {
+    if (hasKnownEnd_.exchange(false)) notifier_->mustAsk_.set(true);
+}
+
+void Notifier::Watcher::endIsKnown(bool isFollowed) {
+    isFollowed_ = isFollowed;
+    hasKnownEnd_.set(true);
+}
+
 void Notifier::Watcher::modifyTarget(FunctionRef<void(Ref<NSObject>&)> change) {
     auto changed = target();
     change(changed);
@@ -78,15 +98,16 @@ void Notifier::Watcher::fired(Ref<NSNotification> const& notification) {
     if (hasAction_)
         if (auto const addressee = target()) addressee->performSelector(action_, notification);
     if (block_) block_(notification);
-    if (hasCount_.get()) countDown(); // also when there was nobody to deliver to
+    if (hasCount_.get() || isSubclass_) countDown(); // also when there was nobody to deliver to
 }
 
 void Notifier::Watcher::countDown() {
-    auto const left = *count();
-    if (left == std::numeric_limits<std::int64_t>::min())
+    auto const left = count(); // which a subclass may override
+    if (!left) return;
+    if (*left == std::numeric_limits<std::int64_t>::min())
         fatal("Notifier.Watcher.fired: the count cannot go below the smallest integer");
-    setCount(left - 1);
-    if (left < 2) Watcher::unregister();
+    setCount(*left - 1);
+    if (*left < 2) Watcher::unregister();
 }
 
 void Notifier::Watcher::unregister() {

@@ -1,7 +1,7 @@
 #pragma once
 #include "Tessarin/notifications/Notifier.h"
 #include "Tessarin/state/GlobalStates.h"
-#include "Tessarin/state/TextOfValue.h"
+#include "Tessarin/descriptions/TextOfValue.h"
 #include <string>
 
 namespace Tessarin {
@@ -20,10 +20,6 @@ enum class ForceCurrentThread { No, Yes };
 template <class T> class GlobalState : public Notifier {
 public:
     using ValueBlock = Closure<void(T const&)>;
-
-    /// Enters the state into `s_completeGlobalState`, in place of any of the same description; there it stays alive. A watcher given here stays for good.
-    virtual void init(T value, std::string description, ValueBlock watcher);
-    void init(T value, std::string description) { init(std::move(value), std::move(description), {}); }
 
     T const& initial() const { return *initial_; }
     /// The creation value, until a user sets another one. Changes of `current` leave it alone, on purpose.
@@ -65,6 +61,10 @@ public:
 
 protected:
     GlobalState() = default;
+    /// Enters the state into `s_completeGlobalState`, in place of any of the same description; there it stays alive. A watcher
+    /// given here stays for good.
+    virtual void init(T value, std::string description, ValueBlock watcher);
+    void init(T value, std::string description) { init(std::move(value), std::move(description), {}); }
 
 private:
     using Notifier::init; // a state has a value

@@ -10,6 +10,7 @@ template <class T> void GlobalState<T>::init(T value, std::string description, V
     current_.emplace(std::move(value));
     desc_ = description;
     Notifier::init(std::move(description));
+    if (typeid(*this) == typeid(detail::Made<GlobalState>)) this->changeInPlace();
     s_completeGlobalState().set(desc_, self<Notifier>());
     if (watcher) watchValue(std::move(watcher));
 }
@@ -27,13 +28,14 @@ template <class T> void GlobalState<T>::setCurrent(T value) {
 template <class T> void GlobalState<T>::notify(T const&, ForceCurrentThread) { fireAll(); }
 
 template <class T> Ref<ValueWatcher<T>> GlobalState<T>::watchValue(TiedObject object, ValueBlock block) {
+    auto const when = object ? Obsolete::WithTarget : block ? Obsolete::Never : Obsolete::WhenItSaysSo;
     auto watcher = make<ValueWatcher<T>>(self<GlobalState>(), std::move(object), std::move(block));
-    append(watcher);
+    append(watcher, when);
     return watcher;
 }
 
 template <class T> void GlobalState<T>::watchValue(Ref<NSObject> observer, Selector action) {
-    append(make<ValueWatcher<T>>(self<GlobalState>(), std::move(observer), action));
+    append(make<ValueWatcher<T>>(self<GlobalState>(), std::move(observer), action), Obsolete::WithTarget);
 }
 
 template <class T> Notifier::Connection GlobalState<T>::connect(ValueBlock block) {

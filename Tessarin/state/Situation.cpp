@@ -13,6 +13,9 @@ void count(std::int64_t& counter, std::int64_t step, char const* operation) {
     if (__builtin_add_overflow(counter, step, &counter)) fatal(std::string{"Situation."} + operation + ": a count overflows");
 }
 
+/// Whether nobody overrides the access to its list, so that it needs no copy to be changed.
+bool isPlain(Situation const& situation) { return typeid(situation) == typeid(detail::Made<Situation>); }
+
 using Work = Ref<Closure<void()> const>;
 
 Work shared(Closure<void()> work) { return std::make_shared<Closure<void()> const>(std::move(work)); }
@@ -55,10 +58,12 @@ void Situation::modifyPendingConditions(FunctionRef<void(std::vector<Ref<Conditi
 }
 
 void Situation::addCondition(Ref<Condition> condition) {
+    if (!condition) fatal("Situation.addCondition: there is no condition");
     condition->setSituation(shared_from_this());
     syncQueue_->sync([&] {
         count(pendingCount_, 1, "addCondition");
-        pendingConditions_.push_back(condition);
+        if (isPlain(*this)) return pendingConditions_.push_back(condition);
+        modifyPendingConditions([&](auto& pending) { pending.push_back(condition); });
     });
     workQueue_->async([condition = std::move(condition)] { condition->start(); });
 }
@@ -71,11 +76,18 @@ void Situation::fulfill(Ref<Condition> condition) {
     syncQueue_->async([self = shared_from_this(), condition = std::move(condition)] {
         count(self->pendingCount_, -1, "fulfill");
         count(self->completedCount_, 1, "fulfill");
-        auto& pending = self->pendingConditions_;
-        if (auto const found = std::ranges::find(pending, condition); found != pending.end()) pending.erase(found);
-        if (!pending.empty()) return;
-        auto const completion = self->completion_; // stays set, for the next time
-        if (*completion) (*completion)();
+        auto const remove = [&](auto& pending) {
+            if (auto const found = std::ranges::find(pending, condition); found != pending.end()) pending.erase(found);
+            return pending.empty();
+        };
+        if (isPlain(*self)) {
+            if (!remove(self->pendingConditions_)) return;
+        } else {
+            self->modifyPendingConditions(remove);
+            if (!self->pendingConditions().empty()) return;
+        }
+        auto const kept = self->completion_; // stays set, for the next time, unless it sets another one
+        if (auto const& completion = self->completion()) completion();
     });
 }
 

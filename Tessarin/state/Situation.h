@@ -46,7 +46,6 @@ public:
     }
     virtual void modifyPendingConditions(FunctionRef<void(std::vector<Ref<Condition>>&)> change);
 
-    virtual void init();
     /// Returns once the condition is counted, before its work runs. Any thread, also the work of a condition.
     virtual void addCondition(Ref<Condition> condition);
     virtual void addCondition(Closure<void()> work);
@@ -60,6 +59,7 @@ public:
 
 protected:
     Situation();
+    virtual void init();
 
 private:
     bool locked_ = false;
@@ -95,8 +95,6 @@ public:
 
     /// Fulfils the condition; a second call does so again. Fatal when it was never added.
     virtual void met();
-    virtual void init(std::optional<std::string> label);
-    virtual void init(std::optional<std::string> label, Closure<void()> work);
     /// Runs the work here and is met. Nothing when it was started before.
     virtual void start();
     /// The label, or "Condition".
@@ -104,7 +102,10 @@ public:
 
 protected:
     Condition();
+    virtual void init(std::optional<std::string> label);
+    virtual void init(std::optional<std::string> label, Closure<void()> work);
     void init() { init(std::nullopt); }
+    void init(Closure<void()> work) { init(std::nullopt, std::move(work)); }
 
 private:
     Ref<Situation> situation_;

@@ -10,9 +10,6 @@ template <class T> class ValueWatcher : public Notifier::Watcher {
 public:
     using ValueBlock = typename GlobalState<T>::ValueBlock;
 
-    virtual void init(Ref<GlobalState<T>> notifier, TiedObject tiedTo, ValueBlock block);
-    virtual void init(Ref<GlobalState<T>> notifier, Ref<NSObject> observer, Selector action);
-
     /// The notification and the count are ignored. A tied watcher goes on being called after the end of its object, until it is
     /// cleaned up.
     void fired(Ref<NSNotification> const& notification) override;
@@ -21,7 +18,10 @@ public:
     }
 
     bool hasTiedObject() const { return hasTiedObject_.get(); }
-    void setHasTiedObject(bool hasTiedObject) { hasTiedObject_.set(hasTiedObject); }
+    void setHasTiedObject(bool hasTiedObject) {
+        hasTiedObject_.set(hasTiedObject);
+        this->endMayDiffer();
+    }
     Ref<GlobalState<T>> const& parentState() const { return parentState_; }
     ValueBlock const& typeBlock() const { return typeBlock_; }
 
@@ -31,6 +31,8 @@ public:
 
 protected:
     ValueWatcher() = default;
+    virtual void init(Ref<GlobalState<T>> notifier, TiedObject tiedTo, ValueBlock block);
+    virtual void init(Ref<GlobalState<T>> notifier, Ref<NSObject> observer, Selector action);
 
 private:
     using Watcher::init; // a value watcher has a state

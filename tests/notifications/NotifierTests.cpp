@@ -1,7 +1,7 @@
 #include "tests/notifications/NotifierFixture.h"
-#include "tests/support/Blocked.h"
 #include "tests/support/MainThread.h"
 
+#include <chrono>
 #include <limits>
 #include <thread>
 
@@ -270,6 +270,52 @@ TEST_F(NotifierTests, AChannelWithWatchersStaysAliveAndGoesWithTheLast) {
     while (!weak.expired()) std::this_thread::yield();
 }
 
+TEST_F(NotifierTests, OverriddenGettersAndSettersAreHeard) {
+    class Hearing : public Notifier {
+    public:
+        void setWatchers(std::vector<Ref<Watcher>> watchers) override {
+            sizes += std::to_string(watchers.size());
+            watchers.push_back(nullptr); // left out
+            Notifier::setWatchers(std::move(watchers));
+        }
+        std::string sizes;
+    };
+    class Endless : public Notifier::Watcher {
+        std::optional<std::int64_t> count() const override { return 9; }
+        void setCount(std::optional<std::int64_t> count) override { left = *count; }
+
+    public:
+        std::int64_t left = 0;
+    };
+    auto const hearing = make<Hearing>("hearing");
+    auto const token = hearing->watch({.block = [](auto const&) {}});
+    hearing->watch({.tiedTo = make<NSObject>(), .block = [](auto const&) {}}); // which is cleaned up at once
+    hearing->unwatch(token);
+    EXPECT_EQ(settled(hearing), 0u);
+    EXPECT_EQ(hearing->sizes, "1210");
+    auto const endless = make<Endless>(channel, nullptr, NotificationBlock([](auto const&) {}), std::nullopt);
+    post(channel);
+    EXPECT_EQ(endless->left, 8);
+}
+
+TEST_F(NotifierTests, ARegistrationDoesNotAskAllThatAreTiedToObjects) {
+    std::vector<Ref<NSObject>> objects(6000);
+    for (auto& object : objects) object = make<NSObject>();
+    auto const time = [&](std::size_t count) {
+        auto const own = make<Notifier>("tied");
+        auto const start = std::chrono::steady_clock::now();
+        for (std::size_t i = 0; i < count; ++i) own->watch({.tiedTo = objects[i], .block = [](auto const&) {}});
+        auto const seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        objects[count / 2] = make<NSObject>();
+        own->clean();
+        EXPECT_EQ(own->watchers().size(), count - 1) << "but forgets what has ended";
+        own->setWatchers({});
+        return seconds;
+    };
+    auto const few = std::min(time(1500), time(1500));
+    EXPECT_LT(std::min(time(6000), time(6000)), 9 * few);
+}
+
 TEST_F(NotifierTests, MisuseIsFatalAndSaysWhatWasMissing) {
     EXPECT_DEATH(make<Notifier>(), "^\"init\\(\\)\" not implemented on \"Tessarin.Notifier\"\n$");
     EXPECT_DEATH(make<Notifier::Watcher>(), "^\"init\\(\\)\" not implemented on \"Tessarin.Watcher\"\n$");
@@ -284,11 +330,6 @@ TEST_F(NotifierTests, MisuseIsFatalAndSaysWhatWasMissing) {
     EXPECT_DEATH(post(channel), "^Tessarin.NSObject does not answer heard:\n$");
     NSBundle::mainBundle()->setBundleIdentifier({});
     EXPECT_DEATH(make<Notifier>("a"), "^Notifier.init: the main bundle has no identifier\n$");
-}
-
-TEST_F(NotifierTests, RegisteringFromTheSerializerBlocksForEver) {
-    EXPECT_EXIT(tests::exitIfBlocked([this] { channel->serializer()->addOperationWithBlockAndWait([this] { watch(); }); }),
-                testing::ExitedWithCode(0), "");
 }
 
 } // namespace

@@ -79,6 +79,11 @@ TEST(Posting, OnTheMainThreadHappensInALaterTurn) {
     auto const direct = make<Observation>(ObservationOptions{.name = "Posting.message", .block = [&](auto const&) { ++heard; }});
     classNamed("Tessarin.NSNotification")->invoke("postNotification:object:userInfo:"_sel, {"Posting.message", nullptr, nullptr});
     EXPECT_EQ(heard, 1);
+    auto const block = make<ObservationBlock>([&](auto const&) { ++heard; });
+    auto const observing = classOf<Observation>().invoke("initWithName:object:oneOff:queue:block:"_sel,
+                                                         {"Posting.sent", nullptr, true, nullptr, block});
+    for (int i = 0; i < 2; ++i) NSNotification::postNotification("Posting.sent");
+    EXPECT_EQ(heard, 2);
 }
 
 TEST(Observing, RegistersByNameAndRemovesOneOrAll) {

@@ -29,11 +29,10 @@ public:
     std::string description() const override;
     static SelectorTable selectors();
 
-    using NSObject::init;
-    virtual void init(Text name, Ref<NSObject> object, Value userInfo);
-
 protected:
     NSNotification() = default;
+    using NSObject::init;
+    virtual void init(Text name, Ref<NSObject> object, Value userInfo);
 
 private:
     Text name_; // all three constant after init
