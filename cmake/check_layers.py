@@ -23,7 +23,8 @@ ALLOWED = {room: set(PLATFORM[:at]) for at, room in enumerate(PLATFORM)} | {
     "defaults": set(PLATFORM),
     "keyaccess": set(PLATFORM),
     "notifications": {*PLATFORM, "dispatch", "collections"},
-    "state": {*PLATFORM, "dispatch", "collections", "notifications"},
+    "descriptions": {*PLATFORM, "keyaccess"},
+    "state": {*PLATFORM, "dispatch", "collections", "notifications", "descriptions"},
     "store": {*PLATFORM, "dispatch", "collections", "notifications"},
     "measurement": {*PLATFORM, "dates"},
 }
