@@ -2,7 +2,6 @@
 #include "Tessarin/dispatch/DeferredIn.h"
 #include "Tessarin/dispatch/Pending.h"
 
-#include "tests/support/Blocked.h"
 #include <gtest/gtest.h>
 #include <thread>
 
@@ -21,41 +20,6 @@ TEST(Deferred, RunsItsBlockOnceEvenWhenItYieldsNothing) {
         deferred->fulfill();
         EXPECT_EQ(calls, 2);
     }
-}
-
-TEST(Deferred, MaterializingDirectlyComputesEachTimeAndIsNotRemembered) {
-    int calls = 0;
-    auto const deferred = make<Deferred<int>>([&] { return ++calls; });
-    for (int i = 0; i < 2; ++i) deferred->materialize();
-    EXPECT_EQ(deferred->actual(), 2);
-    EXPECT_FALSE(deferred->materialized());
-    deferred->setActual(40); // overwritten by the first fulfil
-    EXPECT_EQ(deferred->fulfill(), 3);
-    deferred->modifyActual([](std::optional<int>& actual) { actual = *actual + 10; });
-    EXPECT_EQ(deferred->fulfill(), 13);
-}
-
-TEST(Deferred, WithoutABlockForgetsWhatWasSetBeforeAndKeepsWhatIsSetAfter) {
-    auto const deferred = make<Deferred<int>>();
-    deferred->setActual(1);
-    EXPECT_EQ(deferred->fulfill(), std::nullopt);
-    deferred->setActual(2);
-    EXPECT_EQ(deferred->fulfill(), 2);
-    class Doubling : public Deferred<int> { // goes through its virtual operations
-        void setActual(std::optional<int> actual) override { Deferred::setActual(actual ? std::optional(*actual * 2) : actual); }
-    };
-    EXPECT_EQ(make<Doubling>([] { return 4; })->fulfill(), 8);
-}
-
-TEST(StringLike, IsTheTextItselfAndElseEmpty) {
-    std::pair<Ref<StringLike>, char const*> const rows[] = {{make<Deferred<std::string>>([] { return "x"; }), "x"},
-                                                            {make<Deferred<Text>>([] { return Text{"y"}; }), "y"},
-                                                            {make<Deferred<Value>>([] { return Value("z"); }), "z"},
-                                                            {make<Pending<std::string>>([] { return "p"; }), "p"},
-                                                            {make<Deferred<Value>>([] { return Value(5); }), ""},
-                                                            {make<Pending<int>>([] { return 7; }), ""},
-                                                            {make<Deferred<std::string>>(), ""}};
-    for (auto const& [like, text] : rows) EXPECT_EQ(like->string(), text);
 }
 
 TEST(DeferredIn, RunsInsideItsContextFromAnyThread) {
@@ -126,26 +90,6 @@ TEST(Pending, ASubclassChoosesTheQueueAndAbsenceOfOneIsFatal) {
         dispatch_queue_t dispatchQueue() const override { return nullptr; }
     };
     EXPECT_DEATH(make<Nowhere>([] { return 1; }), "^Pending.init: there is no queue to work on\n$");
-}
-
-TEST(PendingDeathTest, ASecondFulfilNeverReturnsNorOneFromInsideTheBlock) {
-    EXPECT_EXIT(
-        {
-            auto const pending = make<Pending<int>>([] { return 1; });
-            if (pending->fulfill() == 1) tests::exitIfBlocked([pending] { pending->fulfill(); });
-        },
-        testing::ExitedWithCode(0), "");
-    EXPECT_EXIT(
-        {
-            Ref<Pending<int>> pending;
-            auto const known = dispatch_semaphore_create(0);
-            pending = make<Pending<int>>([&] {
-                dispatch_semaphore_wait(known, DISPATCH_TIME_FOREVER);
-                return *pending->fulfill();
-            });
-            tests::exitIfBlocked([&] { pending->fulfill(); }, [&] { dispatch_semaphore_signal(known); });
-        },
-        testing::ExitedWithCode(0), "");
 }
 
 } // namespace

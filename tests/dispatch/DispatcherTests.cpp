@@ -4,6 +4,7 @@
 #include "tests/support/MainThread.h"
 #include <chrono>
 #include <cmath>
+#include <gtest/gtest.h>
 #include <limits>
 #include <thread>
 
