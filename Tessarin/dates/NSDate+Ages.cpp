@@ -3,6 +3,7 @@
 #include "Tessarin/dates/Double+Time.h"
 #include "Tessarin/platform/foundation/NSDate.h"
 #include "Tessarin/platform/foundation/NSLocalizedString.h"
+#include "Tessarin/platform/foundation/RelativeTimePrivate.h"
 #include "Tessarin/platform/runtime/NumberText.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 
@@ -62,6 +63,16 @@ std::string NSDateAges::ageString(double seconds, NSDateFormatterStyle style) {
     case NSDateFormatterStyle::Full: return count == 1 ? localized(unit.one) : joined(count, " ", unit.many);
     default: return joined(count, "", unit.brief);
     }
+}
+
+std::string NSDateAges::relativeAgeString(double seconds, NSDateFormatterStyle style) {
+    auto const size = wholeSeconds(seconds);
+    if (style == NSDateFormatterStyle::No) return {};
+    if (size == 0) return relativeTimeText(0, RelativeUnit::Seconds, style);
+    auto const* const unit = std::ranges::find_if(ladder, [size](Unit const& each) { return size >= each.seconds; });
+    auto const count = static_cast<double>(size / unit->seconds);
+    return relativeTimeText(seconds > 0 ? -count : count, static_cast<RelativeUnit>(unit - ladder),
+                            style); // in the ladder's order
 }
 
 std::string NSDateAges::durationStringRelativeTo(NSDate const& other) const {

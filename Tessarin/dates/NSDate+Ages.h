@@ -21,6 +21,11 @@ public:
     /// a number or does not fit 64 bits, the smallest of these included.
     static std::string ageString(double seconds, NSDateFormatterStyle style = NSDateFormatterStyle::Short);
 
+    /// "3 days ago" for an age, "in 3 days" for a negative one, "now": the largest unit as above, in the user's language and with
+    /// its plural forms, without any table of the application. Full and Long write it out, Medium and Short abbreviate it as the
+    /// language does ("3 mo. ago"); No is empty. Fatal for the same numbers.
+    static std::string relativeAgeString(double seconds, NSDateFormatterStyle style = NSDateFormatterStyle::Full);
+
     /// The exact distance, "12.345678 s": the shortest text that reads back, of which digits after the twelfth character are cut
     /// off, exponents included.
     std::string durationStringRelativeTo(NSDate const& other) const;

@@ -40,12 +40,23 @@ NSDate NSDateArithmetic::dateByChanging(DateParts parts) const {
     if (parts.day) components.day = parts.day;
     if (parts.month) components.month = parts.month;
     if (parts.year) components.year = parts.year;
-    return components.day ? rebuilt(*calendar, whole(this), components) : whole(this); // a date out of reach has no parts
+    if (parts.month || parts.year) components.isLeapMonth.reset();
+    if (!components.day) return whole(this); // a date out of reach has no parts
+    bool const isMidnight = parts.second == 0 && parts.minute == 0 && parts.hour == 0; // a day has one, whoever asks
+    return isMidnight ? calendar->dateFromComponents(components).value_or(whole(this))
+                      : rebuilt(*calendar, whole(this), components);
 }
 
 NSDate NSDateArithmetic::midnight() const { return dateByChanging({.second = 0, .minute = 0, .hour = 0}); }
 NSDate NSDateArithmetic::noon() const { return dateByChanging({.second = 0, .minute = 0, .hour = 12}); }
-NSDate NSDateArithmetic::lastSecond() const { return dateByChanging({.second = 59, .minute = 59, .hour = 23}); }
+NSDate NSDateArithmetic::lastSecond() const {
+    auto const& calendar = NSCalendar::currentCalendar();
+    auto next = calendar->components(dayUnits, whole(this));
+    if (!next.day) return whole(this);
+    ++*next.day;
+    auto const midnight = calendar->dateFromComponents(next);
+    return midnight ? midnight->dateByAddingTimeInterval(-1) : whole(this);
+}
 NSDate NSDateArithmetic::dateOnly() const { return midnight(); }
 NSDate NSDateArithmetic::timeOnly() const { return whole(this); }
 
@@ -58,6 +69,7 @@ NSDate NSDateArithmetic::dateBySettingDate(std::optional<NSDate> const& date) co
     components.era = day.era; // comes with the year where a calendar has several
     components.year = day.year;
     components.month = day.month;
+    components.isLeapMonth = day.isLeapMonth;
     components.day = day.day;
     return rebuilt(*calendar, whole(this), components);
 }

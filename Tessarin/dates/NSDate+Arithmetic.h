@@ -20,6 +20,7 @@ struct DateParts {
 /// Arithmetic in the user's calendar and time zone. Days keep the time on the clock at the wall also where the clocks change; a
 /// time that they skip moves forward by what they skip; of one that occurs twice, it is the one with the receiver's distance from
 /// universal time; the 31st of a month that has none is its last day. What the calendar cannot reach leaves the date as it is.
+/// A day has one midnight and one last second, whoever asks for them.
 ///
 ///     auto const due = date.dateByAdding({.days = 14}).lastSecond();
 class TESSARIN_API NSDateArithmetic {
@@ -30,14 +31,15 @@ public:
     /// Years, then months, then days, then time that passes. Fractions of a second stay.
     NSDate dateByAdding(DateAmounts amounts) const;
     NSDate nextDay() const;
+    /// Where a whole day is missing, the one before the gap.
     NSDate previousDay() const;
 
-    /// All that make a date anew drop the fraction of a second, even when nothing else changes.
+    /// All that make a date anew drop the fraction of a second, even when nothing else changes. To 00:00:00: the first that day.
     NSDate dateByChanging(DateParts parts) const;
-    /// 00:00:00, or the first moment of a day that has none.
+    /// 00:00:00, or the first moment of a day that has none; the first one of a day that has two.
     NSDate midnight() const;
     NSDate noon() const;
-    /// 23:59:59. On a day whose last hour occurs twice, that of the hour with the receiver's distance from universal time.
+    /// The second before the next day's midnight: 23:59:59, the later one where the last hour occurs twice.
     NSDate lastSecond() const;
     /// The same as `midnight`.
     NSDate dateOnly() const;

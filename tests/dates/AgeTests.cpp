@@ -59,6 +59,28 @@ TEST(DateAges, DISABLED_Child) {
     EXPECT_EQ(NSDate::ageString(7'200, Style::Full), "2 hours") << "no text: the key";
 }
 
+TEST(DateAges, RelativeOnesHaveThePluralsOfTheLanguage) {
+    struct {
+        char const* locale;
+        double seconds;
+        Style style;
+        char const* text;
+    } const rows[] = {{"en_US", 3 * day, Style::Full, "3 days ago"},
+                      {"en_US", -61, Style::Full, "in 1 minute"},
+                      {"en_US", 0.5, Style::Full, "now"},
+                      {"en_US", 90 * day, Style::Medium, "3 mo. ago"},
+                      {"en_US", 3 * day, Style::No, ""},
+                      {"de_DE", 14 * day, Style::Full, "vor 2 Wochen"},
+                      {"pl_PL", 2 * day, Style::Full, "2 dni temu"},
+                      {"pl_PL", 3 * 3'600, Style::Full, "3 godziny temu"},
+                      {"pl_PL", 5 * 3'600, Style::Full, "5 godzin temu"},
+                      {"ru_RU", 360 * day, Style::Full, "1 год назад"}};
+    for (auto const& row : rows) {
+        Surroundings const place("UTC", row.locale);
+        EXPECT_EQ(NSDate::relativeAgeString(row.seconds, row.style), row.text) << row.locale << " " << row.seconds;
+    }
+}
+
 TEST(DateAges, SpeakTheLanguageOfTheMainBundle) {
     TemporaryFolder const folder;
     folder.write("de.lproj/Localizable.strings", german);

@@ -2,6 +2,7 @@
 
 #include "Tessarin/platform/foundation/CivilDate.h"
 #include "Tessarin/platform/foundation/NSCalendar.h"
+#include "Tessarin/platform/foundation/OtherCalendarPrivate.h"
 #include "Tessarin/platform/foundation/UserEnvironmentPrivate.h"
 #include "Tessarin/platform/foundation/ZoneTablePrivate.h"
 
@@ -85,7 +86,7 @@ icu::DateFormat::EStyle icuStyle(NSDateFormatterStyle style) {
 }
 
 std::unique_ptr<icu::DateFormat> makeFormat(DateFormat const& wish, UserEnvironment const& environment) {
-    icu::Locale const locale(environment.locale.c_str());
+    icu::Locale const locale(wish.isForMachines ? "en_US@calendar=gregorian" : environment.locale.c_str());
     UErrorCode status = U_ZERO_ERROR;
     std::unique_ptr<icu::DateFormat> format;
     if (wish.pattern.empty())
@@ -115,13 +116,13 @@ Kept& keptIn(UserEnvironment const& environment) {
 
 /// Null when there is nothing to write, or the pattern makes no sense to ICU.
 icu::DateFormat* formatFor(DateFormat const& wish) {
-    auto const& [dateStyle, timeStyle, pattern] = wish;
+    auto const& [dateStyle, timeStyle, pattern, isForMachines] = wish;
     if (pattern.empty() && dateStyle == NSDateFormatterStyle::No && timeStyle == NSDateFormatterStyle::No) return nullptr;
     auto const& environment = UserEnvironment::current();
     auto& formats = keptIn(environment).formats;
     auto const key = pattern.empty()
                          ? fmt::format("{} {}", static_cast<std::int64_t>(dateStyle), static_cast<std::int64_t>(timeStyle))
-                         : fmt::format("'{}", pattern);
+                         : fmt::format("{}{}", isForMachines ? '"' : '\'', pattern);
     auto const found = formats.find(key);
     if (found != formats.end()) return found->second.get();
     if (formats.size() >= 64) formats.clear(); // patterns that are made up as they come
@@ -159,6 +160,8 @@ bool isReadable(icu::UnicodeString const& text) {
 std::string DateFormat::text(double seconds) const {
     auto* const format = formatFor(*this);
     if (!format || !(std::abs(seconds) < 1.8e14)) return {};
+    bool const isGregorian = isForMachines || UserEnvironment::current().calendar->calendarIdentifier() == "gregorian";
+    if (!isGregorian && !OtherCalendar::reaches(static_cast<std::int64_t>(seconds / 86'400))) return {};
     icu::UnicodeString text;
     std::string result;
     return format->format((seconds + reference) * 1000, text).toUTF8String(result);

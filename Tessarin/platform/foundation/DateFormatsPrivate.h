@@ -12,6 +12,7 @@ namespace Tessarin {
 struct DateFormat {
     NSDateFormatterStyle dateStyle, timeStyle; // when there is no pattern
     std::string_view pattern;
+    bool isForMachines = false; // in English and the Gregorian calendar, whatever the user's are
 
     /// Seconds since 2001.
     std::string text(double seconds) const;

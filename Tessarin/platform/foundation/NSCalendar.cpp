@@ -85,7 +85,7 @@ NSDateComponents NSCalendar::components(NSCalendarUnit units, NSDate const& date
     OtherCalendar::takeApart(identifier_, day, result);
     if (!has(units, Era | Year)) result.era.reset();
     if (!has(units, Year)) result.year.reset();
-    if (!has(units, Month)) result.month.reset();
+    if (!has(units, Month)) result.month.reset(), result.isLeapMonth.reset();
     if (!has(units, Day)) result.day.reset();
     return result;
 }
@@ -136,7 +136,12 @@ std::optional<NSDate> NSCalendar::dateByAddingComponents(NSDateComponents const&
         if (components.year || components.month)
             newDay = addMonths(day, components.year.value_or(0), components.month.value_or(0));
         if (!newDay || !isWithin(*newDay, most / dayLength)) return {};
-        moved = clocks_->instantOf((*newDay + days) * dayLength + second, offset);
+        auto const target = *newDay + days;
+        moved = clocks_->instantOf(target * dayLength + second, offset);
+        // Onto a day that the clocks skip as a whole one counts back to the day before: a loop over days would stand still.
+        auto const reached = split(moved + clocks_->periodAt(moved).offset);
+        if (days < 0 && reached.day > target && reached.second == second)
+            moved = clocks_->instantOf((target - 1) * dayLength + second, offset);
     }
     moved += *seconds;
     if (!isWithin(moved, farthest)) return {};

@@ -16,7 +16,7 @@ namespace Tessarin {
 ///
 /// "gregorian" is the Julian calendar before 1582-10-15. A wall time that the clocks skip moves forward by what they skip, so
 /// 02:30 becomes 03:30; one that occurs twice means the first, unless a date says which is meant. Dates more than some five
-/// million years away have no components and are not made.
+/// million years away have no components and are not made; in other calendars than the Gregorian one a hundred thousand.
 class TESSARIN_API NSCalendar : public NSObject {
 public:
     /// The user's: the calendar that the locale (LC_ALL, else LC_TIME, else LANG) prefers, with the local time zone. What is asked
@@ -38,8 +38,9 @@ public:
     std::optional<NSDate> dateFromComponents(NSDateComponents const& components, std::optional<NSDate> sibling = {}) const;
 
     /// Adds years, then months, each of which ends on the last day of a month that is too short; then days, all of these on
-    /// the clock at the wall, keeping the time of the day; then hours, minutes and seconds, as time that passes. Fractions of
-    /// a second stay. Of a wall time that occurs twice it is the one with the offset of `date`. Absent when out of reach.
+    /// the clock at the wall, keeping the time of the day; then hours, minutes and seconds, as time that passes. Days that are
+    /// counted back onto one that is skipped as a whole end on the one before. Fractions of a second stay. Of a wall time that
+    /// occurs twice it is the one with the offset of `date`. Absent when out of reach.
     std::optional<NSDate> dateByAddingComponents(NSDateComponents const& components, NSDate const& date) const;
 
     std::string description() const override;

@@ -34,6 +34,7 @@ struct NSDateComponents {
     std::optional<std::int64_t> minute = {};
     std::optional<std::int64_t> second = {};
     std::optional<std::int64_t> weekday = {}; // 1 is Sunday; never looked at when a date is made
+    std::optional<bool> isLeapMonth = {};     // said with the month where two of a year have its number: Chinese, Korean
 
     friend bool operator==(NSDateComponents const&, NSDateComponents const&) = default;
 };

@@ -10,7 +10,8 @@ namespace {
 } // namespace
 
 std::string NSDateFormatter::stringFromDate(NSDate const& date) const {
-    return DateFormat{dateStyle_, timeStyle_, dateFormat_}.text(date.timeIntervalSinceReferenceDate());
+    bool const isForMachines = dateFormat_ == ISO8601Format || dateFormat_ == RFC822Format;
+    return DateFormat{dateStyle_, timeStyle_, dateFormat_, isForMachines}.text(date.timeIntervalSinceReferenceDate());
 }
 
 std::optional<NSDate> NSDateFormatter::dateFromString(std::string_view text) const {

@@ -19,8 +19,8 @@ namespace Tessarin {
 ///     auto const date = formatter->dateFromString("2015-03-01");
 class TESSARIN_API NSDateFormatter : public NSObject {
 public:
-    /// The forms of ISO 8601 with milliseconds and of RFC 822. These are first read by hand, in English and in the Gregorian
-    /// calendar; only what does not fit there is read as any other format.
+    /// The forms of ISO 8601 with milliseconds and of RFC 822. These are written in English and in the Gregorian calendar, and
+    /// first read so; only what does not fit there is read as any other format.
     static constexpr std::string_view ISO8601Format = "yyyy-MM-dd'T'HH:mm:ss.SSSZ";
     static constexpr std::string_view RFC822Format = "EEE',' dd' 'MMM' 'yyyy HH':'mm':'ss zzz";
 

@@ -11,6 +11,8 @@ namespace Tessarin {
 namespace OtherCalendar {
 
 bool isKnown(std::string const& identifier);
+/// Whether the day is near enough: within a hundred thousand years.
+bool reaches(std::int64_t day);
 /// Sets era, year, month and day; nothing when the day is out of reach.
 void takeApart(std::string const& identifier, std::int64_t day, NSDateComponents& components);
 std::optional<std::int64_t> dayOf(std::string const& identifier, NSDateComponents const& components);

@@ -68,28 +68,32 @@ TEST(NSCalendar, AddsYearsThenMonthsThenDaysOnTheWallAndTimeAsItPasses) {
         char const* from;
         NSDateComponents amount;
         char const* sum;
-    } const rows[] = {
-        {"UTC", "2024-02-29 12:00:00", {.year = 1}, "2025-02-28 12:00:00 UTC"},
-        {"UTC", "2024-02-29 12:00:00", {.year = 1, .month = 1}, "2025-03-28 12:00:00 UTC"},
-        {"UTC", "2024-02-29 12:00:00", {.year = -4}, "2020-02-29 12:00:00 UTC"},
-        {"UTC", "2023-01-31 12:00:00", {.month = 1}, "2023-02-28 12:00:00 UTC"},
-        {"UTC", "2023-01-31 12:00:00", {.month = 1, .day = 1}, "2023-03-01 12:00:00 UTC"},
-        {"UTC", "2023-03-31 12:00:00", {.month = -13}, "2022-02-28 12:00:00 UTC"},
-        {"UTC", "2023-12-31 23:59:59", {.second = 1}, "2024-01-01 00:00:00 UTC"},
-        {"UTC", "1582-10-04 12:00:00", {.day = 1}, "1582-10-15 12:00:00 UTC"},
-        {"UTC", "1500-02-29 12:00:00", {.year = 100}, "1600-02-29 12:00:00 UTC"},
-        {"UTC", "1600-02-29 12:00:00", {.year = -100}, "1500-02-29 12:00:00 UTC"},
-        {"UTC", "0001-01-01 00:00:00", {.month = -1}, "0000-12-01 00:00:00 UTC"}, // 1 BC
-        {"UTC", "0001-03-01 00:00:00", {.day = -1}, "0001-02-28 00:00:00 UTC"},
-        {"Europe/Berlin", "2018-03-24 12:00:00", {.day = 1}, "2018-03-25 12:00:00 CEST"},
-        {"Europe/Berlin", "2018-03-24 12:00:00", {.hour = 24}, "2018-03-25 13:00:00 CEST"},
-        {"Europe/Berlin", "2018-03-24 02:30:00", {.day = 1}, "2018-03-25 03:30:00 CEST"},
-        {"Europe/Berlin", "2018-02-25 02:30:00", {.month = 1}, "2018-03-25 03:30:00 CEST"},
-        {"Europe/Berlin", "2018-10-27 02:30:00", {.day = 1}, "2018-10-28 02:30:00 CEST"},
-        {"Europe/Berlin", "2018-10-29 02:30:00", {.day = -1}, "2018-10-28 02:30:00 CET"},
-        {"Europe/Berlin", "2018-10-27 02:30:00", {.day = 1, .hour = 1}, "2018-10-28 02:30:00 CET"},
-        {"Pacific/Apia", "2011-12-29 12:00:00", {.day = 1}, "2011-12-31 12:00:00 +14"},
-        {"America/Sao_Paulo", "2018-11-03 00:00:00", {.day = 1}, "2018-11-04 01:00:00 -02"}};
+    } const rows[] = {{"UTC", "2024-02-29 12:00:00", {.year = 1}, "2025-02-28 12:00:00 UTC"},
+                      {"UTC", "2024-02-29 12:00:00", {.year = 1, .month = 1}, "2025-03-28 12:00:00 UTC"},
+                      {"UTC", "2024-02-29 12:00:00", {.year = -4}, "2020-02-29 12:00:00 UTC"},
+                      {"UTC", "2023-01-31 12:00:00", {.month = 1}, "2023-02-28 12:00:00 UTC"},
+                      {"UTC", "2023-01-31 12:00:00", {.month = 1, .day = 1}, "2023-03-01 12:00:00 UTC"},
+                      {"UTC", "2023-03-31 12:00:00", {.month = -13}, "2022-02-28 12:00:00 UTC"},
+                      {"UTC", "2023-12-31 23:59:59", {.second = 1}, "2024-01-01 00:00:00 UTC"},
+                      {"UTC", "1582-10-04 12:00:00", {.day = 1}, "1582-10-15 12:00:00 UTC"},
+                      {"UTC", "1500-02-29 12:00:00", {.year = 100}, "1600-02-29 12:00:00 UTC"},
+                      {"UTC", "1600-02-29 12:00:00", {.year = -100}, "1500-02-29 12:00:00 UTC"},
+                      {"UTC", "0001-01-01 00:00:00", {.month = -1}, "0000-12-01 00:00:00 UTC"}, // 1 BC
+                      {"UTC", "0001-03-01 00:00:00", {.day = -1}, "0001-02-28 00:00:00 UTC"},
+                      {"UTC", "-0001-02-15 00:00:00", {.month = -3}, "-002-11-15 00:00:00 UTC"},
+                      {"UTC", "-0001-02-15 00:00:00", {.month = 14}, "0000-04-15 00:00:00 UTC"},
+                      {"Europe/Berlin", "2018-03-24 12:00:00", {.day = 1}, "2018-03-25 12:00:00 CEST"},
+                      {"Europe/Berlin", "2018-03-24 12:00:00", {.hour = 24}, "2018-03-25 13:00:00 CEST"},
+                      {"Europe/Berlin", "2018-03-24 02:30:00", {.day = 1}, "2018-03-25 03:30:00 CEST"},
+                      {"Europe/Berlin", "2018-02-25 02:30:00", {.month = 1}, "2018-03-25 03:30:00 CEST"},
+                      {"Europe/Berlin", "2018-10-27 02:30:00", {.day = 1}, "2018-10-28 02:30:00 CEST"},
+                      {"Europe/Berlin", "2018-10-29 02:30:00", {.day = -1}, "2018-10-28 02:30:00 CET"},
+                      {"Europe/Berlin", "2018-10-27 02:30:00", {.day = 1, .hour = 1}, "2018-10-28 02:30:00 CET"},
+                      {"Pacific/Apia", "2011-12-29 12:00:00", {.day = 1}, "2011-12-31 12:00:00 +14"},
+                      {"Pacific/Apia", "2011-12-31 12:00:00", {.day = -1}, "2011-12-29 12:00:00 -10"}, // a loop over days goes on
+                      {"Pacific/Apia", "2012-01-01 12:00:00", {.day = -2}, "2011-12-29 12:00:00 -10"},
+                      {"Pacific/Kwajalein", "1993-08-22 06:00:00", {.day = -1}, "1993-08-20 06:00:00 -12"},
+                      {"America/Sao_Paulo", "2018-11-03 00:00:00", {.day = 1}, "2018-11-04 01:00:00 -02"}};
     for (auto const& row : rows) {
         auto const calendar = calendarIn(row.zone);
         auto const from = *calendar->dateFromComponents(parts(row.from));
@@ -120,6 +124,16 @@ TEST(NSCalendar, WhatIsOutOfReachIsAbsent) {
     auto const last = calendar->dateFromComponents({.year = 5'000'000, .month = 12, .day = 31});
     EXPECT_EQ(calendar->components(Year | Month | Day, *last), (NSDateComponents{.year = 5'000'000, .month = 12, .day = 31}));
     EXPECT_EQ(NSCalendar::calendarWithIdentifier("martian"), nullptr);
+    for (auto const* identifier :
+         {"hebrew", "chinese", "islamic-umalqura"}) { // where ICU would count for seconds and then be wrong
+        auto const other = calendarIn("UTC", identifier);
+        for (std::int64_t const amount : {2'000'000'000, -2'000'000'000, 5'000'000})
+            for (auto const& parts : {NSDateComponents{.year = amount}, NSDateComponents{.month = amount}}) {
+                EXPECT_FALSE(other->dateFromComponents(parts)) << identifier << amount;
+                EXPECT_FALSE(other->dateByAddingComponents(parts, NSDate::now())) << identifier << amount;
+            }
+        EXPECT_FALSE(other->components(Year, *last).year) << identifier;
+    }
 }
 
 TEST(NSCalendar, OtherCalendarsShareTheClocks) {
@@ -144,6 +158,18 @@ TEST(NSCalendar, OtherCalendarsShareTheClocks) {
     auto const persian = calendarIn("Asia/Tehran", "persian");
     auto const end = *persian->dateFromComponents({.year = 1400, .month = 6, .day = 31, .hour = 8});
     EXPECT_EQ(persian->components(Month | Day, *persian->dateByAddingComponents({.month = 1}, end)), (NSDateComponents{.month = 7, .day = 30}));
+    for (auto const* identifier : {"chinese", "dangi"}) {
+        auto const lunar = calendarIn("Asia/Shanghai", identifier);
+        auto each = *gregorian->dateFromComponents(parts("2020-01-01 12:00:00"));
+        for (int day = 0, leapDays = 0; day < 366; ++day, each = each.dateByAddingTimeInterval(86'400)) {
+            auto const components = lunar->components(whole, each);
+            leapDays += components.isLeapMonth.value_or(false);
+            EXPECT_EQ(lunar->dateFromComponents(components), each) << identifier << day;
+            if (day == 365) {
+                EXPECT_EQ(leapDays, 29) << "a fourth month came twice";
+            }
+        }
+    }
     auto const showa = *calendarIn("UTC", "japanese")->dateByAddingComponents({.year = -40}, date);
     EXPECT_EQ(calendarIn("UTC", "japanese")->components(Year, showa), (NSDateComponents{.era = 234, .year = 56})) << "with its era";
 }

@@ -39,6 +39,18 @@ TEST(NSDateFormatter, FollowsTheEnvironment) {
     EXPECT_EQ(formatter->stringFromDate(moment.dateByAddingTimeInterval(120 * 86'400)), "13:30 Irish Standard Time");
 }
 
+TEST(NSDateFormatter, WhatMachinesReadIsWrittenForThem) {
+    for (auto const* locale : {"th_TH.UTF-8", "ar_EG.UTF-8", "ja_JP.UTF-8@calendar=japanese", "de_DE.UTF-8"}) {
+        Environment const all("LC_ALL", locale), zone("TZ", "Asia/Bangkok");
+        NSTimeZone::resetSystemTimeZone();
+        auto const formatter = make<NSDateFormatter>();
+        formatter->setDateFormat(NSDateFormatter::ISO8601Format);
+        EXPECT_EQ(formatter->stringFromDate(moment), "2015-03-01T19:30:45.250+0700") << locale;
+        formatter->setDateFormat(NSDateFormatter::RFC822Format);
+        EXPECT_EQ(formatter->stringFromDate(moment), "Sun, 01 Mar 2015 19:30:45 GMT+7") << locale;
+    }
+}
+
 TEST(NSDateFormatter, ReadsStrictlyAfterTheTwoFixedForms) {
     Environment const all("LC_ALL", "fr_FR.UTF-8"), zone("TZ", "Europe/Paris");
     NSTimeZone::resetSystemTimeZone();
