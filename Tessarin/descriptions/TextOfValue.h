@@ -10,9 +10,9 @@
 
 namespace Tessarin {
 
-template <class T> std::string textOfValue(T const& value);
-
 namespace descriptions {
+
+template <class T> std::string described(T const& value);
 
 template <class T>
 concept Described = requires(T const& value) {
@@ -32,9 +32,9 @@ concept Map = reflection::Iterable<T> && requires { typename T::mapped_type; };
 /// Inside of something else a text stands in quotes, so that one can see where it ends.
 template <class T> std::string nested(T const& value) {
     if constexpr (reflection::TextLike<T>)
-        return '"' + textOfValue(value) + '"';
+        return '"' + descriptions::described(value) + '"';
     else
-        return textOfValue(value);
+        return descriptions::described(value);
 }
 
 /// "[1, 2]", "["a": 1]", and "[:]" for a map without entries.
@@ -72,13 +72,7 @@ template <class T> std::string textOfNumber(T value) {
         return std::to_string(value);
 }
 
-} // namespace descriptions
-
-/// The text of any value, as people read it: its own description; numbers, 3.0 for a real one; texts as they are; the name of an
-/// enumerator or a month; "nil" or what is held; what it writes to a stream; "[1, 2]", "["a": 1]", "(1, 2)", "Point(x: 1, y: 2)";
-/// and else the name of its type.
-template <class T> std::string textOfValue(T const& value) {
-    using namespace descriptions;
+template <class T> std::string described(T const& value) {
     if constexpr (Described<T>) {
         return value.description();
     } else if constexpr (std::is_arithmetic_v<T>) {
@@ -95,7 +89,7 @@ template <class T> std::string textOfValue(T const& value) {
         else
             return std::string{typeName<T>} + '(' + std::to_string(value.rawValue()) + ')';
     } else if constexpr (reflection::Holding<T> && !std::is_pointer_v<T>) { // what a plain pointer leads to may lead back
-        return value ? textOfValue(*value) : "nil";
+        return value ? descriptions::described(*value) : "nil";
     } else if constexpr (std::constructible_from<Value, T const&>) {
         return Value(value).description();
     } else if constexpr (Streamed<T>) {
@@ -114,5 +108,12 @@ template <class T> std::string textOfValue(T const& value) {
         return std::string{typeName<T>};
     }
 }
+
+} // namespace descriptions
+
+/// The text of any value, as people read it: its own description; numbers, 3.0 for a real one; texts as they are; the name of an
+/// enumerator or a month; "nil" or what is held; what it writes to a stream; "[1, 2]", "["a": 1]", "(1, 2)", "Point(x: 1, y: 2)";
+/// and else the name of its type.
+template <class T> std::string textOfValue(T const& value) { return descriptions::described(value); }
 
 } // namespace Tessarin
