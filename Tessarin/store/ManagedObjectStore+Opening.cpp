@@ -3,8 +3,8 @@
 #include "Tessarin/platform/foundation/NSBundle.h"
 #include "Tessarin/platform/foundation/NSFileManager.h"
 #include "Tessarin/platform/foundation/NSNotificationCenter.h"
-#include "Tessarin/platform/objectgraph/persistence/StoreRescuePrivate.h"
-#include "Tessarin/platform/objectgraph/persistence/StoreSalvagePrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/StoreRescuePrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/StoreSalvagePrivate.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 #include "Tessarin/store/ManagedObjectStore.h"
 

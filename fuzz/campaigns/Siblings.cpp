@@ -2,7 +2,7 @@
 
 #include "fuzz/campaigns/Shelf.h"
 
-#include "Tessarin/platform/objectgraph/persistence/StoreErrors.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
 
 #include <atomic>
 #include <barrier>

@@ -1,6 +1,6 @@
 // Names that are no paths, and what becomes of what cannot be opened.
-#include "Tessarin/platform/objectgraph/persistence/StoreClockPrivate.h"
-#include "Tessarin/platform/objectgraph/persistence/StoreErrors.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/StoreClockPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
 #include "Tessarin/platform/sqlite/Connection.h"
 #include "tests/store/StoreFixture.h"
 

@@ -2,8 +2,8 @@
 #include "Tessarin/platform/objectgraph/context/FetchRequestProblem.h"
 #include "Tessarin/platform/objectgraph/context/MergingPrivate.h"
 #include "Tessarin/platform/objectgraph/context/RelationshipsPrivate.h"
-#include "Tessarin/platform/objectgraph/persistence/BatchChange.h"
-#include "Tessarin/platform/objectgraph/persistence/StoreErrors.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/BatchChange.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
 #include "Tessarin/platform/queues/Dispatch.h"
 
 namespace Tessarin {

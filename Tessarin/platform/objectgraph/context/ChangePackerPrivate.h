@@ -1,7 +1,7 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/context/RecordReaderPrivate.h"
-#include "Tessarin/platform/objectgraph/persistence/RowBlockWriter.h"
-#include "Tessarin/platform/objectgraph/persistence/RowBuilder.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RowBlockWriter.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RowBuilder.h"
 
 namespace Tessarin {
 

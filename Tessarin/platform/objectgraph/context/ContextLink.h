@@ -1,7 +1,7 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/context/FaultBatch.h"
-#include "Tessarin/platform/objectgraph/persistence/KeyAliases.h"
-#include "Tessarin/platform/objectgraph/persistence/RowCache.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RowCache.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/KeyAliases.h"
 #include "Tessarin/platform/queues/Retained.h"
 #include "Tessarin/platform/runtime/Class.h"
 #include "Tessarin/platform/runtime/SpinLock.h"

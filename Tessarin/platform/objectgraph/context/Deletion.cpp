@@ -1,7 +1,7 @@
 // Deleting objects: the delete rules work at once, so that the graph never shows a half-deleted state.
 #include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
 #include "Tessarin/platform/objectgraph/context/RelationshipsPrivate.h"
-#include "Tessarin/platform/objectgraph/persistence/StoreErrors.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
 
 #include <algorithm>
 

@@ -1,6 +1,6 @@
 #include "Tessarin/platform/objectgraph/context/EntityRulesPrivate.h"
 
-#include "Tessarin/platform/objectgraph/persistence/RowLayout.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RowLayout.h"
 
 namespace Tessarin {
 namespace {

@@ -4,7 +4,7 @@
 #include "Tessarin/platform/foundation/NSCompoundPredicate.h"
 #include "Tessarin/platform/objectgraph/context/NSManagedObject.h"
 #include "Tessarin/platform/objectgraph/context/NearestKeysPrivate.h"
-#include "Tessarin/platform/objectgraph/persistence/StoreErrors.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
 
 namespace Tessarin {
 namespace {

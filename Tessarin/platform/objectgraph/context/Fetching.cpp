@@ -6,7 +6,7 @@
 #include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
 #include "Tessarin/platform/objectgraph/context/PrefetchingPrivate.h"
 #include "Tessarin/platform/objectgraph/context/UnsavedRecordsPrivate.h"
-#include "Tessarin/platform/objectgraph/persistence/StoreErrors.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
 
 #include <algorithm>
 #include <optional>

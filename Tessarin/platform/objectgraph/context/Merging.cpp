@@ -2,7 +2,7 @@
 
 #include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
 #include "Tessarin/platform/objectgraph/context/RecordReaderPrivate.h"
-#include "Tessarin/platform/objectgraph/persistence/RowBuilder.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RowBuilder.h"
 #include "Tessarin/platform/queues/Dispatch.h"
 
 #include <algorithm>

@@ -1,5 +1,5 @@
 #pragma once
-#include "Tessarin/platform/objectgraph/persistence/NSManagedObjectID.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/NSManagedObjectID.h"
 #include <vector>
 
 namespace Tessarin {

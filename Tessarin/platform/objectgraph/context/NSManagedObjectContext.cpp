@@ -7,7 +7,7 @@
 #include "Tessarin/platform/objectgraph/context/RecordReaderPrivate.h"
 #include "Tessarin/platform/objectgraph/context/RelationshipsPrivate.h"
 #include "Tessarin/platform/objectgraph/context/SaveOperationPrivate.h"
-#include "Tessarin/platform/objectgraph/persistence/StoreErrors.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
 #include "Tessarin/platform/queues/Dispatch.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 

@@ -7,7 +7,7 @@
 #include "Tessarin/platform/objectgraph/context/NSBatchUpdateRequest.h"
 #include "Tessarin/platform/objectgraph/context/NSManagedObject.h"
 #include "Tessarin/platform/objectgraph/context/NSMergePolicy.h"
-#include "Tessarin/platform/objectgraph/persistence/NSPersistentStoreCoordinator.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/NSPersistentStoreCoordinator.h"
 #include "Tessarin/platform/objectgraph/query/NSFetchRequest.h"
 #include "Tessarin/platform/queues/Queue.h"
 #include "Tessarin/platform/runtime/Closure.h"

@@ -2,7 +2,7 @@
 
 #include "Tessarin/platform/objectgraph/context/NSManagedObject.h"
 #include "Tessarin/platform/objectgraph/context/ContextStatePrivate.h"
-#include "Tessarin/platform/objectgraph/persistence/RowBuilder.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RowBuilder.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 
 namespace Tessarin {

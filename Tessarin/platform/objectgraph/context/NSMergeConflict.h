@@ -1,6 +1,6 @@
 #pragma once
 #include "Tessarin/Export.h"
-#include "Tessarin/platform/objectgraph/persistence/RowConflicts.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RowConflicts.h"
 #include "Tessarin/platform/runtime/NSObject.h"
 #include <optional>
 #include <string_view>

@@ -1,6 +1,6 @@
 #include "Tessarin/platform/objectgraph/context/NSMergePolicy.h"
 
-#include "Tessarin/platform/objectgraph/persistence/StoreErrors.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
 
 namespace Tessarin {
 namespace {

@@ -2,8 +2,8 @@
 #include "Tessarin/platform/objectgraph/context/ContextLink.h"
 #include "Tessarin/platform/objectgraph/context/FaultBatch.h"
 #include "Tessarin/platform/objectgraph/context/KeySet.h"
-#include "Tessarin/platform/objectgraph/persistence/NSManagedObjectID.h"
-#include "Tessarin/platform/objectgraph/persistence/Row.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/Row.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/NSManagedObjectID.h"
 #include "Tessarin/platform/runtime/ObjectSlab.h"
 #include <memory>
 #include <utility>

@@ -1,6 +1,6 @@
 #include "Tessarin/platform/objectgraph/context/RecordReaderPrivate.h"
 
-#include "Tessarin/platform/objectgraph/persistence/RowBuilder.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RowBuilder.h"
 
 #include <algorithm>
 #include <unordered_set>

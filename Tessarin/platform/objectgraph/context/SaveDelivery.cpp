@@ -3,7 +3,7 @@
 #include "Tessarin/platform/objectgraph/context/RecordReaderPrivate.h"
 #include "Tessarin/platform/objectgraph/context/SaveOperationPrivate.h"
 #include "Tessarin/platform/objectgraph/context/UniqueValuesLookPrivate.h"
-#include "Tessarin/platform/objectgraph/persistence/StoreErrors.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
 
 #include <algorithm>
 #include <ranges>

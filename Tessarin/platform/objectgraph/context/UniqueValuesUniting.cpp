@@ -4,7 +4,7 @@
 #include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
 #include "Tessarin/platform/objectgraph/context/RelationshipsPrivate.h"
 #include "Tessarin/platform/objectgraph/context/UniqueValuesLookPrivate.h"
-#include "Tessarin/platform/objectgraph/persistence/RowBuilder.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RowBuilder.h"
 
 #include <algorithm>
 #include <map>

@@ -1,7 +1,7 @@
 // What keeps an object from being saved.
 #include "Tessarin/platform/objectgraph/context/RelationshipsPrivate.h"
-#include "Tessarin/platform/objectgraph/persistence/RowLayout.h"
-#include "Tessarin/platform/objectgraph/persistence/StoreErrors.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RowLayout.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
 
 #include <limits>
 

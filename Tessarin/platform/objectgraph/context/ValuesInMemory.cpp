@@ -1,7 +1,7 @@
 #include "Tessarin/platform/objectgraph/context/ValuesInMemoryPrivate.h"
 
 #include "Tessarin/platform/objectgraph/context/ContextStatePrivate.h"
-#include "Tessarin/platform/objectgraph/persistence/ValueHashPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/ValueHashPrivate.h"
 
 #include <algorithm>
 

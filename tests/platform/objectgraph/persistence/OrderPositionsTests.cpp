@@ -1,4 +1,4 @@
-#include "Tessarin/platform/objectgraph/persistence/OrderPositions.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/OrderPositions.h"
 
 #include <gtest/gtest.h>
 #include <map>

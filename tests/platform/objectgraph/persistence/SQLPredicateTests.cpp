@@ -2,7 +2,7 @@
 #include "Tessarin/platform/foundation/NSPredicate.h"
 #include "Tessarin/platform/foundation/NSSortDescriptor.h"
 #include "Tessarin/platform/foundation/NSUUID.h"
-#include "Tessarin/platform/objectgraph/persistence/NSManagedObjectID.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/NSManagedObjectID.h"
 
 #include <map>
 #include <random>

@@ -1,6 +1,6 @@
 // Links through every change of two relationships, A.x and B.y, compared with maps that do the same.
 #include "StoreFixture.h"
-#include "Tessarin/platform/objectgraph/persistence/MigrationPlan.h"
+#include "Tessarin/platform/objectgraph/persistence/migration/MigrationPlan.h"
 #include <map>
 #include <random>
 

@@ -1,5 +1,5 @@
 #include "StoreFixture.h"
-#include "Tessarin/platform/objectgraph/persistence/MigrationPlan.h"
+#include "Tessarin/platform/objectgraph/persistence/migration/MigrationPlan.h"
 #include "Tessarin/platform/sqlite/Connection.h"
 #include <cmath>
 

@@ -1,5 +1,5 @@
 #include "StoreFixture.h"
-#include "Tessarin/platform/objectgraph/persistence/BatchChange.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/BatchChange.h"
 
 namespace Tessarin::tests {
 namespace {

@@ -1,5 +1,5 @@
 #include "StoreFixture.h"
-#include "Tessarin/platform/objectgraph/persistence/SQLiteSharedScanPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteSharedScanPrivate.h"
 
 #include <atomic>
 #include <set>

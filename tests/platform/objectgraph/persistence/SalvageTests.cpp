@@ -1,5 +1,5 @@
 #include "StoreFixture.h"
-#include "Tessarin/platform/objectgraph/persistence/NSPersistentStoreCoordinator.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/NSPersistentStoreCoordinator.h"
 #include "Tessarin/platform/sqlite/Connection.h"
 
 namespace Tessarin::tests {

@@ -1,8 +1,8 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/model/ModelBuilder.h"
-#include "Tessarin/platform/objectgraph/persistence/InMemoryStore.h"
-#include "Tessarin/platform/objectgraph/persistence/RowBuilder.h"
-#include "Tessarin/platform/objectgraph/persistence/SQLiteStore.h"
+#include "Tessarin/platform/objectgraph/persistence/memory/InMemoryStore.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RowBuilder.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteStore.h"
 #include "tests/support/TemporaryFolder.h"
 #include <algorithm>
 #include <filesystem>

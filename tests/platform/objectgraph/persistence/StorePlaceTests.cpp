@@ -1,10 +1,10 @@
 // What opening a store makes, keeps, waits for and leaves alone in the file system.
 #include "StoreFixture.h"
 #include "Tessarin/platform/foundation/NSFileManager.h"
-#include "Tessarin/platform/objectgraph/persistence/NSPersistentStoreCoordinator.h"
-#include "Tessarin/platform/objectgraph/persistence/StoreClockPrivate.h"
-#include "Tessarin/platform/objectgraph/persistence/StoreErrors.h"
-#include "Tessarin/platform/objectgraph/persistence/StoreRescuePrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/NSPersistentStoreCoordinator.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/StoreClockPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/StoreRescuePrivate.h"
 #include "Tessarin/platform/sqlite/Connection.h"
 
 #include <future>

@@ -1,0 +1,55 @@
+#include "Tessarin/platform/objectgraph/persistence/rows/ChangeIndex.h"
+
+#include "Tessarin/platform/objectgraph/persistence/rows/ChangeSet.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/ValueHashPrivate.h"
+
+#include <algorithm>
+
+namespace Tessarin {
+ChangeIndex::Entries ChangeIndex::sorted(std::span<RecordChange const> changes, NSAttributeDescription const& attribute) {
+    Entries entries;
+    bool const isText = attribute.attributeType() == NSAttributeType::String;
+    for (std::uint32_t at = 0; at < changes.size(); ++at) {
+        auto const& [entity, row] = std::tie(changes[at].entity, changes[at].after);
+        if (!row || entity->properties().size() <= attribute.index() || entity->properties()[attribute.index()] != &attribute) continue;
+        auto const cell = row->layout().cellOf(attribute.index());
+        if (cell == RowLayout::noCell || !row->isPresent(static_cast<std::size_t>(cell))) continue;
+        entries.push_back({isText ? valueHash(row->text(static_cast<std::size_t>(cell))) : valueHash(row->integer(static_cast<std::size_t>(cell))), at});
+    }
+    std::ranges::sort(entries);
+    return entries;
+}
+
+std::optional<std::vector<std::uint32_t>> ChangeIndex::find(std::span<RecordChange const> changes, NSAttributeDescription const& attribute,
+                                                            Value const& value) const {
+    auto const hash = attribute.isTransient() ? std::nullopt : valueHash(value, attribute.attributeType());
+    if (!hash) return {};
+    Entries const* entries = nullptr;
+    {
+        std::lock_guard const hold(mutex_);
+        auto [place, isNew] = entries_.try_emplace(&attribute);
+        if (isNew) place->second = sorted(changes, attribute);
+        entries = &place->second;
+    }
+    std::vector<std::uint32_t> found;
+    auto const range = std::ranges::equal_range(*entries, *hash, {}, &Entry::hash);
+    for (auto const& entry : range) found.push_back(entry.at);
+    return found;
+}
+
+std::span<std::uint32_t const> ChangeIndex::find(std::span<RecordChange const> changes, UniqueConstraint const& constraint,
+                                                 std::string const& values) const {
+    Holders const* holders = nullptr;
+    {
+        std::lock_guard const hold(mutex_);
+        auto [place, isNew] = unique_.try_emplace(&constraint);
+        for (std::uint32_t at = 0; isNew && at < changes.size(); ++at)
+            if (auto const& [entity, row] = std::tie(changes[at].entity, changes[at].after); row && entity->isKindOf(constraint.entity))
+                if (auto taken = constraint.valuesOf(*row)) place->second[std::move(*taken)].push_back(at);
+        holders = &place->second;
+    }
+    auto const found = holders->find(values);
+    return found == holders->end() ? std::span<std::uint32_t const>() : found->second;
+}
+
+} // namespace Tessarin

@@ -1,0 +1,75 @@
+#include "Tessarin/platform/objectgraph/persistence/rows/ChangeSet.h"
+
+#include "Tessarin/platform/objectgraph/model/NSManagedObjectModel.h"
+
+#include <algorithm>
+#include <compare>
+
+namespace Tessarin {
+namespace {
+
+struct Place {
+    RecordKey key;
+    std::size_t at; // where the change stands now
+    auto operator<=>(Place const&) const = default;
+};
+
+/// Sorts what is small, root by root, and then moves each change once. New records come with their keys in sequence, so that
+/// mostly there is nothing to sort within a root.
+void sortChanges(std::vector<RecordChange>& changes) {
+    std::vector<std::vector<Place>> roots;
+    for (std::size_t at = 0; at < changes.size(); ++at) {
+        auto const root = changes[at].entity->rootEntity()->index();
+        if (root >= roots.size()) roots.resize(root + 1);
+        roots[root].push_back({changes[at].key, at});
+    }
+    std::vector<RecordChange> sorted;
+    sorted.reserve(changes.size());
+    for (auto& places : roots) {
+        if (!std::ranges::is_sorted(places)) std::ranges::sort(places);
+        for (auto const& place : places) sorted.push_back(std::move(changes[place.at]));
+    }
+    changes = std::move(sorted);
+}
+
+} // namespace
+
+ChangeSet::ChangeSet(Ref<RowSpace> space, std::vector<RecordChange> changes) : space_(std::move(space)), changes_(std::move(changes)) {
+    sortChanges(changes_);
+    changedRows_.resize(space_->model().entities().size());
+    for (auto const& change : changes_) {
+        if (change.changesRow()) ++changedRows_[change.entity->index()];
+        changesRelationships_ = changesRelationships_ || !change.relationships.empty();
+    }
+}
+
+std::span<RecordChange const> ChangeSet::changesOf(NSEntityDescription const& rootEntity) const noexcept {
+    auto const range = std::ranges::equal_range(changes_, rootEntity.index(), {}, [](RecordChange const& change) { return change.entity->rootEntity()->index(); });
+    return {range.begin(), range.end()};
+}
+
+std::optional<std::vector<RecordKey>> ChangeSet::keysWith(NSEntityDescription const& rootEntity, NSAttributeDescription const& attribute,
+                                                          Value const& value) const {
+    auto const changes = changesOf(rootEntity);
+    auto const places = index_.find(changes, attribute, value);
+    if (!places) return {};
+    std::vector<RecordKey> keys;
+    for (auto const at : *places) keys.push_back(changes[at].key);
+    return keys;
+}
+
+std::vector<RecordKey> ChangeSet::keysWith(UniqueConstraint const& constraint, std::string const& values) const {
+    auto const changes = changesOf(*constraint.entity->rootEntity());
+    std::vector<RecordKey> keys;
+    if (changes.empty()) return keys;
+    for (auto const at : index_.find(changes, constraint, values)) keys.push_back(changes[at].key);
+    return keys;
+}
+
+RecordChange const* ChangeSet::find(NSEntityDescription const& entity, RecordKey key) const noexcept {
+    auto const changes = changesOf(*entity.rootEntity());
+    auto const found = std::ranges::lower_bound(changes, key, {}, &RecordChange::key);
+    return found != changes.end() && found->key == key ? &*found : nullptr;
+}
+
+} // namespace Tessarin

@@ -1,0 +1,80 @@
+#include "Tessarin/platform/objectgraph/persistence/rows/Row.h"
+
+#include "Tessarin/platform/objectgraph/persistence/rows/RowCache.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
+#include "Tessarin/platform/runtime/PagePoolPrivate.h"
+
+#include <algorithm>
+
+namespace Tessarin {
+namespace {
+
+std::array<std::uint8_t, 16> uuidFrom(std::string_view bytes) {
+    std::array<std::uint8_t, 16> uuid{};
+    std::memcpy(uuid.data(), bytes.data(), std::min(bytes.size(), uuid.size()));
+    return uuid;
+}
+
+} // namespace
+
+Value Row::value(std::size_t cell) const {
+    if (!isPresent(cell)) return {};
+    auto const* attribute = layout_->cells()[cell].property->asAttribute();
+    if (!attribute) return {};
+    switch (attribute->attributeType()) {
+    case NSAttributeType::Boolean: return integer(cell) != 0;
+    case NSAttributeType::Integer16:
+    case NSAttributeType::Integer32:
+    case NSAttributeType::Integer64: return integer(cell);
+    case NSAttributeType::Double: return real(cell);
+    case NSAttributeType::Float: return static_cast<float>(real(cell));
+    case NSAttributeType::Date: return Value::date(real(cell));
+    case NSAttributeType::String: return text(cell);
+    case NSAttributeType::URI: return Value::url(text(cell));
+    case NSAttributeType::Decimal: return Decimal::fromText(text(cell));
+    case NSAttributeType::BinaryData: return Value::data(bytes(cell));
+    case NSAttributeType::UUID: return Value::uuid(uuidFrom(text(cell)));
+    default: return {};
+    }
+}
+
+bool Row::cellEquals(std::size_t cell, Row const& other) const noexcept {
+    if (isPresent(cell) != other.isPresent(cell)) return false;
+    if (!isPresent(cell)) return true;
+    return isHeapCell(layout_->cells()[cell].type) ? text(cell) == other.text(cell) : integer(cell) == other.integer(cell);
+}
+
+static_assert(RowBlock::most == PagePool::pageSize && sizeof(RowBlock) == RowBlock::step);
+
+RowBlock* RowBlock::make(std::size_t capacity, std::uint32_t references) {
+    auto* block = ::new (capacity == most ? PagePool::take() : ::operator new(capacity)) RowBlock;
+    block->references.store(references, std::memory_order_relaxed);
+    block->capacity = static_cast<std::uint32_t>(capacity);
+    block->used = block->begin();
+    return block;
+}
+
+bool RowBlock::retainIfAlive() noexcept {
+    auto count = references.load(std::memory_order_relaxed);
+    while (count != 0)
+        if (references.compare_exchange_weak(count, count + 1, std::memory_order_acquire, std::memory_order_relaxed)) return true;
+    return false;
+}
+
+void RowBlock::destroy() noexcept {
+    if (isCached.load(std::memory_order_relaxed)) first()->layout().space().cache().drop(*this);
+    capacity == most ? PagePool::give(this) : ::operator delete(this);
+}
+
+void throwDamaged(NSEntityDescription const& found, NSEntityDescription const& wanted, RecordKey key) {
+    throw ErrorException(storeError(StoreErrorCode::StoreDamaged, "The store is damaged: the record " + std::to_string(key) + " is a " +
+                                                                      found.name() + " where a " + wanted.name() + " belongs."));
+}
+
+std::uint32_t versionFrom(RecordKey key, std::int64_t stored) {
+    if (key > 0 && stored >= 0 && stored <= Row::mostVersion) return static_cast<std::uint32_t>(stored);
+    throw ErrorException(storeError(StoreErrorCode::StoreDamaged, "The store is damaged: it holds a record with the key " + std::to_string(key) +
+                                                                      " and the version " + std::to_string(stored) + "."));
+}
+
+} // namespace Tessarin

@@ -1,0 +1,186 @@
+#include "Tessarin/platform/objectgraph/persistence/rows/RowConflicts.h"
+
+#include "Tessarin/platform/objectgraph/persistence/rows/RowBuilder.h"
+
+#include <algorithm>
+#include <tuple>
+#include <unordered_map>
+
+namespace Tessarin {
+namespace {
+
+using Kind = RecordChange::Kind;
+
+bool changesRow(RecordChange const& change) { return change.kind != Kind::Update || change.before != change.after; }
+
+bool isSame(Row const& a, Row const& b) {
+    if (&a.layout() != &b.layout()) return false;
+    for (std::size_t cell = 0; cell < a.layout().cells().size(); ++cell)
+        if (!a.cellEquals(cell, b)) return false;
+    return true;
+}
+
+/// What several sets do to one record, one after another.
+struct Chain {
+    std::vector<RecordChange const*> steps;
+    std::size_t firstSet = 0;
+    bool isInserted = false; // by one of the sets: nobody else can know it
+    bool isBroken = false;   // a step was not made on the one before it
+
+    RowRef const& base() const { return steps.front()->before; }
+    std::uint32_t version() const {
+        std::uint32_t highest = 0;
+        for (auto const* step : steps)
+            for (auto const* row : {step->before.get(), step->after.get()})
+                if (row) highest = std::max(highest, row->version());
+        return highest;
+    }
+    void add(RecordChange const& change, std::size_t set) {
+        if (!steps.empty() && change.entity != steps.front()->entity) throwDamaged(*change.entity, *steps.front()->entity, change.key);
+        if (steps.empty())
+            firstSet = set;
+        else if (change.kind != Kind::Insert || steps.back()->after)
+            isBroken = isBroken || change.before != steps.back()->after;
+        isInserted = isInserted || (change.kind == Kind::Insert && (steps.empty() || steps.back()->after));
+        steps.push_back(&change);
+    }
+    /// The steps again, on top of `row`. What was deleted stays so unless it is inserted again.
+    RowRef on(RowRef row) const {
+        for (auto const* step : steps) {
+            if (step->kind != Kind::Update)
+                row = step->after;
+            else if (row)
+                row = row == step->before ? step->after : mergedRow(*step->before, *step->after, *row);
+        }
+        return row;
+    }
+};
+
+class Reconciliation {
+public:
+    Reconciliation(std::span<Ref<ChangeSet const> const> sets, StoredRow stored) : sets_(sets), stored_(stored) {}
+
+    Ref<NSError> run(ConflictResolver resolve, SaveOutcome& outcome) {
+        collect();
+        for (auto const& [key, chain] : chains_) lookAt(chain);
+        if (!conflicts_.empty()) {
+            std::ranges::sort(conflicts_, {}, [](RowConflict const& each) { return std::tuple(std::string_view(each.entity->name()), each.key); });
+            if (auto error = resolve(conflicts_)) return error;
+        }
+        for (auto const& conflict : conflicts_) rewrite(chains_.at(conflict.key), conflict.stored, conflict.final);
+        if (!rewritten_.empty()) rewriteSets(outcome);
+        return nullptr;
+    }
+
+private:
+    struct Rewritten {
+        std::size_t set = 0;
+        RecordChange change; // without relationships; `before` and `after` the same row: nothing but relationships
+    };
+
+    void collect() {
+        for (std::size_t set = 0; set < sets_.size(); ++set)
+            for (auto const& change : sets_[set]->changes())
+                if (changesRow(change)) chains_[change.key].add(change, set);
+    }
+
+    void lookAt(Chain const& chain) {
+        auto const& first = *chain.steps.front();
+        bool const isNew = chain.isInserted && first.kind == Kind::Insert;
+        // A record that had been deleted was inserted again, and somebody else may have done the same.
+        bool const mayExist = !isNew || first.after->version() > 1;
+        auto const stored = mayExist ? stored_(*first.entity, first.key) : RowRef();
+        if (stored && &stored->entity() != first.entity) throwDamaged(stored->entity(), *first.entity, first.key);
+        if (chain.isInserted || !chain.base()) {
+            if (chain.isBroken || (isNew && stored)) rewrite(chain, stored, chain.on(chain.base()));
+            return;
+        }
+        if (stored && stored->version() <= chain.base()->version()) {
+            if (chain.isBroken || stored->version() < chain.base()->version()) rewrite(chain, stored, chain.on(stored));
+            return;
+        }
+        if (stored && differsByCutLinks(*chain.base(), *stored)) return rewrite(chain, stored, chain.on(stored));
+        auto wanted = chain.on(chain.base());
+        bool const isGoneOnBothSides = !stored && !wanted;
+        bool const wasNeverSaved = !stored && chain.base()->key() < 0;
+        if (isGoneOnBothSides || wasNeverSaved) return;
+        conflicts_.push_back({first.entity, first.key, chain.base(), std::move(wanted), stored, stored});
+    }
+
+    /// Whether all that happened to a record is that records which it led to are gone: that is nobody's change of it.
+    bool differsByCutLinks(Row const& base, Row const& stored) const {
+        if (isSame(base, stored) || &base.layout() != &stored.layout()) return false;
+        auto const& cells = base.layout().cells();
+        for (std::size_t cell = 0; cell < cells.size(); ++cell) {
+            if (stored.cellEquals(cell, base)) continue;
+            if (cells[cell].type != CellType::Reference || stored.reference(cell) != 0) return false;
+            if (stored_(*cells[cell].property->asRelationship()->destinationEntity(), base.reference(cell))) return false;
+        }
+        return true;
+    }
+
+    void rewrite(Chain const& chain, RowRef const& stored, RowRef const& final) {
+        auto const& first = *chain.steps.front();
+        Rewritten made{chain.firstSet, {.kind = Kind::Delete, .key = first.key, .entity = first.entity, .before = stored}};
+        if (final) made.change.kind = stored ? Kind::Update : Kind::Insert;
+        auto const& last = chain.steps.back()->after;
+        if (final && last && isSame(*final, *last) && (!stored || last->version() > stored->version())) {
+            made.change.after = last; // which others may have built on already
+        } else if (final) {
+            // Above every version that anybody may have seen of it, so that all take this one.
+            builder_.begin(*final, std::max(chain.version(), stored ? stored->version() : 0) + 1);
+            made.change.after = builder_.finish();
+        }
+        rewritten_.emplace(first.key, std::move(made));
+    }
+
+    void rewriteSets(SaveOutcome& outcome) {
+        for (std::size_t set = 0; set < sets_.size(); ++set) {
+            std::vector<RecordChange> changes;
+            for (auto const& change : sets_[set]->changes()) {
+                auto const found = rewritten_.find(change.key);
+                if (found == rewritten_.end()) {
+                    changes.push_back(change);
+                    continue;
+                }
+                auto made = found->second.change;
+                if (found->second.set != set) {
+                    made.kind = made.after ? Kind::Update : Kind::Delete;
+                    made.before = made.after;
+                }
+                if (made.after) made.relationships = change.relationships;
+                if (made.before != made.after || !made.relationships.empty()) changes.push_back(std::move(made));
+            }
+            outcome.sets.push_back(std::make_shared<ChangeSet const>(sets_[set]->sharedSpace(), std::move(changes)));
+        }
+        for (auto const& [key, made] : rewritten_) {
+            auto change = made.change;
+            change.kind = change.after ? Kind::Update : Kind::Delete;
+            change.before = {}; // whatever a context has of it
+            outcome.corrected.push_back(std::move(change));
+        }
+    }
+
+    std::span<Ref<ChangeSet const> const> sets_;
+    StoredRow stored_;
+    std::unordered_map<RecordKey, Chain> chains_;
+    std::vector<RowConflict> conflicts_;
+    std::unordered_map<RecordKey, Rewritten> rewritten_;
+    RowBuilder builder_;
+};
+
+} // namespace
+
+RowRef resolvedRow(RowConflict const& conflict, NSMergePolicyType policy) {
+    bool const objectWins = policy == NSMergePolicyType::MergeByPropertyObjectTrump || policy == NSMergePolicyType::Overwrite;
+    bool const byProperty = policy == NSMergePolicyType::MergeByPropertyStoreTrump || policy == NSMergePolicyType::MergeByPropertyObjectTrump;
+    auto const& [entity, key, base, wanted, stored, final] = conflict;
+    if (!wanted || !stored || !byProperty) return objectWins ? wanted : stored;
+    return objectWins ? mergedRow(*base, *wanted, *stored) : mergedRow(*base, *stored, *wanted);
+}
+
+Ref<NSError> reconcile(std::span<Ref<ChangeSet const> const> sets, StoredRow stored, ConflictResolver resolve, SaveOutcome& outcome) {
+    return Reconciliation(sets, stored).run(resolve, outcome);
+}
+
+} // namespace Tessarin

@@ -1,0 +1,48 @@
+#pragma once
+#include "Tessarin/Export.h"
+#include "Tessarin/platform/foundation/NSError.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/ChangeSet.h"
+#include "Tessarin/platform/runtime/FunctionRef.h"
+
+namespace Tessarin {
+
+/// Who wins where a record was changed both here and elsewhere since it was read here. NSMergePolicy.h tells what each does.
+enum class NSMergePolicyType : std::uint64_t {
+    Error = 0,
+    MergeByPropertyStoreTrump = 1,
+    MergeByPropertyObjectTrump = 2,
+    Overwrite = 3,
+    Rollback = 4,
+};
+
+/// A record that a save changes or deletes, and that is no longer as it was when it was read.
+struct RowConflict {
+    NSEntityDescription const* entity = nullptr;
+    RecordKey key = 0;
+    RowRef base;   // as it was read
+    RowRef wanted; // as the save would have it; none: it deletes the record
+    RowRef stored; // as it is; none: it was deleted
+    RowRef final;  // for the resolver to set: what it will be; none: deleted. The version is not the resolver's concern
+};
+
+/// What the record becomes under a policy; for `Error` as it is.
+TESSARIN_API RowRef resolvedRow(RowConflict const& conflict, NSMergePolicyType policy);
+
+/// Decides all conflicts of a save, ordered by entity and key, or refuses the save with an error.
+using ConflictResolver = FunctionRef<Ref<NSError>(std::span<RowConflict> conflicts)>;
+/// The row of a record as it is now; none when it does not exist.
+using StoredRow = FunctionRef<RowRef(NSEntityDescription const& entity, RecordKey key)>;
+
+/// What became of change sets.
+struct SaveOutcome {
+    std::vector<Ref<ChangeSet const>> sets; // as they were saved, one for each; empty: as they were given
+    /// Records that ended otherwise than the given sets say: updates to their row, or deletions.
+    std::vector<RecordChange> corrected;
+};
+
+/// Makes sets fit records as they are: what was changed elsewhere meanwhile is a conflict, what was made on something that
+/// was not saved before it is made again on what is there. To-many relationships merge by what was added and removed and
+/// are no conflict. Changes nothing but `outcome`; an error is the resolver's.
+TESSARIN_API Ref<NSError> reconcile(std::span<Ref<ChangeSet const> const> sets, StoredRow stored, ConflictResolver resolve, SaveOutcome& outcome);
+
+} // namespace Tessarin

@@ -1,0 +1,168 @@
+#include "Tessarin/platform/objectgraph/persistence/rows/ValueJSON.h"
+
+#include <cmath>
+#include <fmt/format.h>
+#include <simdjson.h>
+
+namespace Tessarin {
+namespace {
+
+using Kind = Value::Kind;
+namespace dom = simdjson::dom;
+
+void write(std::string& out, Value const& value);
+
+void writeText(std::string& out, std::string_view text) {
+    out += '"';
+    for (auto const c : text) {
+        if (c == '"' || c == '\\')
+            (out += '\\') += c;
+        else if (static_cast<unsigned char>(c) < 0x20)
+            out += fmt::format("\\u{:04x}", static_cast<int>(c));
+        else
+            out += c;
+    }
+    out += '"';
+}
+
+void writeDouble(std::string& out, double number) {
+    if (!std::isfinite(number)) {
+        out += fmt::format("{{\"$double\":\"{}\"}}", number);
+        return;
+    }
+    auto const text = fmt::format("{}", number);
+    out += text;
+    if (text.find_first_of(".e") == std::string::npos) out += ".0";
+}
+
+void writeList(std::string& out, auto const& items) {
+    out += '[';
+    char const* separator = "";
+    for (auto const& item : items) {
+        out += std::exchange(separator, ",");
+        write(out, item);
+    }
+    out += ']';
+}
+
+void writeDictionary(std::string& out, Dictionary const& dictionary) {
+    out += '{';
+    char const* separator = "";
+    for (auto const& [key, value] : dictionary) {
+        out += std::exchange(separator, ",");
+        writeText(out, key.view().starts_with('$') ? "$" + key.string() : key.string());
+        out += ':';
+        write(out, value);
+    }
+    out += '}';
+}
+
+void writeTagged(std::string& out, char const* tag, Value const& content) {
+    out += fmt::format("{{\"{}\":", tag);
+    write(out, content);
+    out += '}';
+}
+
+std::string hexadecimal(std::span<std::byte const> bytes) {
+    std::string text;
+    for (auto const byte : bytes) text += fmt::format("{:02x}", std::to_integer<int>(byte));
+    return text;
+}
+
+void write(std::string& out, Value const& value) {
+    switch (value.kind()) {
+    case Kind::Boolean: out += value.boolean() ? "true" : "false"; return;
+    case Kind::Integer: out += std::to_string(value.integer()); return;
+    case Kind::Double: return writeDouble(out, value.number());
+    case Kind::Float: return writeTagged(out, "$float", value.number());
+    case Kind::Date: return writeTagged(out, "$date", value.dateSeconds());
+    case Kind::Text: return writeText(out, value.text());
+    case Kind::UUID: return writeTagged(out, "$uuid", value.description());
+    case Kind::Data: return writeTagged(out, "$data", hexadecimal(value.bytes()));
+    case Kind::URL: return writeTagged(out, "$url", value.urlText());
+    case Kind::Decimal: return writeTagged(out, "$decimal", value.decimal().text());
+    case Kind::List: return writeList(out, value.list());
+    case Kind::Set: return writeTagged(out, "$set", List(value.set().begin(), value.set().end()));
+    case Kind::Dictionary: return writeDictionary(out, value.dictionary());
+    default: out += "null";
+    }
+}
+
+std::vector<std::byte> bytesOf(std::string_view text) {
+    auto const digit = [](char c) { return c <= '9' ? c - '0' : (c | 0x20) - 'a' + 10; };
+    std::vector<std::byte> bytes;
+    for (std::size_t at = 0; at + 1 < text.size(); at += 2)
+        bytes.push_back(static_cast<std::byte>(digit(text[at]) << 4 | digit(text[at + 1])));
+    return bytes;
+}
+
+Value uuidOf(std::string_view text) {
+    std::string digits(text);
+    std::erase(digits, '-');
+    auto const bytes = bytesOf(digits);
+    std::array<std::uint8_t, 16> uuid{};
+    for (std::size_t at = 0; at < std::min(bytes.size(), uuid.size()); ++at) uuid[at] = std::to_integer<std::uint8_t>(bytes[at]);
+    return Value::uuid(uuid);
+}
+
+double doubleOf(Value const& content) {
+    if (!content.isText()) return content.number();
+    auto const text = content.text();
+    if (text == "nan" || text == "-nan") return std::nan("");
+    return text.starts_with('-') ? -HUGE_VAL : HUGE_VAL;
+}
+
+Value tagged(std::string_view tag, Value const& content) {
+    if (tag == "$date") return Value::date(doubleOf(content));
+    if (tag == "$float") return static_cast<float>(doubleOf(content));
+    if (tag == "$double") return doubleOf(content);
+    if (tag == "$data") return Value::data(bytesOf(content.text()));
+    if (tag == "$uuid") return uuidOf(content.text());
+    if (tag == "$url") return Value::url(content.text());
+    if (tag == "$decimal") return Decimal::fromText(content.text());
+    if (tag == "$set") return ValueSet(content.list().begin(), content.list().end());
+    return {};
+}
+
+Value read(dom::element element) {
+    switch (element.type()) {
+    case dom::element_type::BOOL: return element.get_bool().value_unsafe();
+    case dom::element_type::INT64: return element.get_int64().value_unsafe();
+    case dom::element_type::UINT64: return static_cast<std::int64_t>(element.get_uint64().value_unsafe());
+    case dom::element_type::DOUBLE: return element.get_double().value_unsafe();
+    case dom::element_type::STRING: return element.get_string().value_unsafe();
+    case dom::element_type::ARRAY: {
+        List list;
+        dom::array const items = element.get_array().value_unsafe();
+        for (auto const item : items) list.push_back(read(item));
+        return list;
+    }
+    case dom::element_type::OBJECT: {
+        Dictionary dictionary;
+        dom::object const entries = element.get_object().value_unsafe();
+        for (auto const& [key, value] : entries) {
+            if (key.starts_with("$") && !key.starts_with("$$")) return tagged(key, read(value));
+            dictionary.set(key.starts_with("$$") ? key.substr(1) : key, read(value));
+        }
+        return dictionary;
+    }
+    default: return {};
+    }
+}
+
+} // namespace
+
+std::string typedJSON(Value const& value) {
+    std::string out;
+    write(out, value);
+    return out;
+}
+
+std::optional<Value> valueOfTypedJSON(std::string_view text) {
+    dom::parser parser;
+    dom::element root;
+    if (parser.parse(text.data(), text.size()).get(root) != simdjson::SUCCESS) return {};
+    return read(root);
+}
+
+} // namespace Tessarin

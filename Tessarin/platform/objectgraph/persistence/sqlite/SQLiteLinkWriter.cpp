@@ -1,0 +1,114 @@
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteLinkWriterPrivate.h"
+
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteKeyRunsPrivate.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+
+namespace Tessarin {
+
+SQLiteLinkWriter::SQLiteLinkWriter(SQLite::Connection& connection, SQLiteSchema const& schema)
+    : connection_(connection), schema_(schema), tables_(schema.links().size()) {}
+
+void SQLiteLinkWriter::collect(RecordChange const& change) {
+    for (auto const& relationship : change.relationships) {
+        auto const* link = schema_.linkOf(*relationship.relationship);
+        if (!link) continue;
+        auto& table = tables_[static_cast<std::size_t>(link - schema_.links().data())];
+        if (link->isWrittenHere) {
+            for (auto const member : relationship.added) table.added.push_back({change.key, member});
+            for (auto const member : relationship.removed) table.removed.emplace_back(change.key, member);
+        }
+        if (relationship.order && !link->position.empty())
+            table.ordered.push_back({change.key, *relationship.order, change.kind == RecordChange::Kind::Insert});
+    }
+}
+
+void SQLiteLinkWriter::write() {
+    for (std::size_t link = 0; link < tables_.size(); ++link) {
+        writeRemoved(link);
+        writeAdded(link);
+    }
+    // Positions last: those of an inverse stand in rows that the other side has just written.
+    for (std::size_t link = 0; link < tables_.size(); ++link) writeOrder(link);
+    forget();
+}
+
+void SQLiteLinkWriter::forget() noexcept {
+    for (auto& table : tables_) {
+        table.added.clear();
+        table.removed.clear();
+        table.ordered.clear();
+    }
+}
+
+void SQLiteLinkWriter::writeRemoved(std::size_t at) {
+    auto& removed = tables_[at].removed;
+    if (removed.empty()) return;
+    auto const statement =
+        connection_.use(fmt::format("DELETE FROM {} WHERE owner = ? AND member = ?", schema_.links()[at].table));
+    std::ranges::sort(removed);
+    for (auto const& [owner, member] : removed) {
+        statement->bind(1, owner);
+        statement->bind(2, member);
+        statement->run();
+    }
+}
+
+// Sorted, so that they go into the table one behind another. A link that is there already was made by another process.
+void SQLiteLinkWriter::writeAdded(std::size_t at) {
+    auto& [added, removed, ordered, insert] = tables_[at];
+    if (added.empty()) return;
+    auto const place = [](Added const& link) { return std::pair(link.owner, link.member); };
+    if (!std::ranges::is_sorted(added, {}, place)) std::ranges::sort(added, {}, place);
+    if (!insert)
+        insert = std::make_unique<SQLite::Statement>(
+            connection_, fmt::format("INSERT OR IGNORE INTO {} (owner, member) VALUES (?, ?)", schema_.links()[at].table));
+    for (auto const& link : added) {
+        insert->bind(1, link.owner);
+        insert->bind(2, link.member);
+        insert->run();
+    }
+}
+
+std::vector<OrderedMember> SQLiteLinkWriter::stored(SQLiteSchema::Link const& link, Ordered const& order) {
+    std::vector<OrderedMember> members;
+    for (auto const member : order.members) members.push_back({member, {}});
+    if (order.isNew) return members;
+    std::vector<OrderedMember> present;
+    auto const query = connection_.use(
+        fmt::format("SELECT {}, {} FROM {} WHERE {} = ? ORDER BY 1", link.member, link.position, link.table, link.owner));
+    query->bind(1, order.owner);
+    while (query->step())
+        if (!query->isNull(1)) present.push_back({query->integer(0), query->integer(1)});
+    for (auto& member : members) {
+        auto const found = std::ranges::lower_bound(present, member.member, {}, &OrderedMember::member);
+        if (found != present.end() && found->member == member.member) member.position = found->position;
+    }
+    return members;
+}
+
+void SQLiteLinkWriter::writeOrder(std::size_t at) {
+    auto const& link = schema_.links()[at];
+    if (tables_[at].ordered.empty()) return;
+    auto const statement = connection_.use(
+        fmt::format("UPDATE {} SET {} = ? WHERE {} = ? AND {} = ?", link.table, link.position, link.owner, link.member));
+    for (auto const& order : tables_[at].ordered)
+        for (auto const& [member, position] : changedPositions(stored(link, order))) {
+            statement->bind(1, *position);
+            statement->bind(2, order.owner);
+            statement->bind(3, member);
+            statement->run();
+        }
+}
+
+void SQLiteLinkWriter::removeAllOf(NSEntityDescription const& rootEntity, std::span<RecordKey const> keys) {
+    for (auto const& link : schema_.links()) {
+        if (!link.isWrittenHere) continue;
+        auto const sql = fmt::format("DELETE FROM {} WHERE ", link.table);
+        if (link.relationship->entity()->rootEntity() == &rootEntity) runForKeys(connection_, sql + "owner", keys);
+        if (link.relationship->destinationEntity()->rootEntity() == &rootEntity) runForKeys(connection_, sql + "member", keys);
+    }
+}
+
+} // namespace Tessarin

@@ -1,0 +1,48 @@
+#pragma once
+#include "Tessarin/platform/objectgraph/persistence/migration/StoredModel.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteStorePrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteVerdictPrivate.h"
+
+namespace Tessarin {
+
+/// Opens a store's file: makes it, brings it to the model, waits or refuses.
+class SQLiteOpening {
+public:
+    SQLiteOpening(NSURL const& file, Ref<RowSpace> space, SQLiteStoreOptions options);
+
+    /// Null with an error when the file is refused, the path can hold none, or the limit of waiting is reached.
+    std::unique_ptr<SQLiteStore::Impl> run(Ref<NSError>& error);
+
+private:
+    std::unique_ptr<SQLiteStore::Impl> attempt();
+    std::unique_ptr<SQLiteStore::Impl> openForWriting(std::unique_ptr<SQLite::Connection>& connection);
+    std::unique_ptr<SQLiteStore::Impl> openForReading(std::unique_ptr<SQLite::Connection>& connection);
+    std::unique_ptr<SQLiteStore::Impl> store(SQLite::Connection& connection, std::vector<std::int64_t> numbers,
+                                             SQLite::ConnectionOptions const& options);
+    [[noreturn]] void refuse(Refused const& refused, SQLite::Connection* connection);
+    void checkPlace();
+    void checkLink() const;
+    void makeFile();
+    bool isOfNewerSQLite(std::size_t versionPlace) const;
+    [[noreturn]] void throwReadOnly() const;
+    void makeIfEmpty(SQLite::Connection& connection);
+    void create(SQLite::Connection& connection);
+    void checkFormat(SQLite::Connection& connection) const;
+    void checkPages(SQLite::Connection& connection) const;
+    void checkAllPages(SQLite::Connection& connection) const;
+    void requireReadable(std::string const& problem) const;
+    std::optional<std::vector<std::int64_t>> numbersOfSameModel(SQLite::Connection& connection) const;
+    std::vector<std::int64_t> bringToModel(SQLite::Connection& connection);
+
+    NSURL const file_;
+    std::string const path_;
+    Ref<RowSpace> const space_;
+    SQLiteStoreOptions const options_;
+    SQLite::ConnectionOptions const connectionOptions_;
+    // What this attempt judges: where it stands, what it is, and what a migration would do.
+    std::string judgedPlace_;
+    std::optional<StoreRefusal::Identity> judged_;
+    std::optional<MigrationPlan> plan_;
+};
+
+} // namespace Tessarin

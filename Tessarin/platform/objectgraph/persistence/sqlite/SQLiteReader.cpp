@@ -1,0 +1,324 @@
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteReaderPrivate.h"
+
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteRecordWriterPrivate.h"
+#include "Tessarin/platform/objectgraph/query/SQLFunctionsPrivate.h"
+#include "Tessarin/platform/objectgraph/query/SQLTranslationPrivate.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+#include <unordered_map>
+
+namespace Tessarin {
+namespace {
+
+std::vector<RecordKey> sorted(std::span<RecordKey const> keys) {
+    std::vector<RecordKey> copy(keys.begin(), keys.end());
+    if (!std::ranges::is_sorted(copy)) std::ranges::sort(copy);
+    copy.erase(std::unique(copy.begin(), copy.end()), copy.end());
+    return copy;
+}
+
+constexpr std::int64_t longScan = 20'000; // records
+
+/// Of "… AND NOT SELF IN records" the last condition; null for any other predicate.
+NSComparisonPredicate const* excludedRecords(NSPredicate const* predicate) {
+    auto const* all = predicate ? predicate->asCompound() : nullptr;
+    if (!all || all->compoundPredicateType() != NSCompoundPredicateType::And || all->subpredicates().empty()) return nullptr;
+    auto const* last = all->subpredicates().back()->asCompound();
+    if (!last || last->compoundPredicateType() != NSCompoundPredicateType::Not) return nullptr;
+    auto const* records = last->subpredicates().front()->asComparison();
+    bool const isSelfIn = records && records->predicateOperatorType() == NSPredicateOperatorType::In &&
+                          records->leftExpression()->expressionType() == NSExpressionType::EvaluatedObject;
+    return isSelfIn ? records : nullptr;
+}
+
+template <class List, class Key> void sortByKey(List& list, Key key) {
+    if (!std::ranges::is_sorted(list, {}, key)) std::ranges::sort(list, {}, key);
+}
+
+} // namespace
+
+class SQLiteReader::SmallCache {
+public:
+    explicit SmallCache(SQLite::Connection& connection) : connection_(connection) {
+        auto const query = connection.use("PRAGMA cache_size");
+        query->step();
+        usual_ = query->integer(0);
+        set(-256); // KiB
+    }
+    SmallCache(SmallCache const&) = delete;
+    SmallCache& operator=(SmallCache const&) = delete;
+    ~SmallCache() {
+        try {
+            set(usual_);
+        } catch (SQLite::Failure const&) { // the cache stays small
+        }
+    }
+
+private:
+    void set(std::int64_t size) { connection_.execute(fmt::format("PRAGMA cache_size = {}", size)); }
+
+    SQLite::Connection& connection_;
+    std::int64_t usual_ = 0;
+};
+
+SQLiteReader::SQLiteReader(SQLiteSchema const& schema, SQLite::Connection& connection)
+    : schema_(schema), connection_(connection) {
+    registerSQLFunctions(connection);
+}
+
+void bindAll(SQLite::Statement& statement, List const& arguments, int before) {
+    int at = before;
+    for (auto const& argument : arguments) {
+        ++at;
+        switch (argument.kind()) {
+        case Value::Kind::Integer: statement.bind(at, argument.integer()); break;
+        case Value::Kind::Double: statement.bind(at, argument.number()); break;
+        case Value::Kind::Text: statement.bind(at, argument.text()); break;
+        case Value::Kind::Data: statement.bind(at, argument.bytes()); break;
+        default: statement.bindNull(at);
+        }
+    }
+}
+
+bool areDense(std::span<RecordKey const> sortedKeys) {
+    if (sortedKeys.size() < 8) return false;
+    return sortedKeys.back() - sortedKeys.front() < static_cast<RecordKey>(sortedKeys.size()) * 4;
+}
+
+SQLiteRowDecoder& SQLiteReader::decoderFor(NSEntityDescription const& entity, bool includesSubentities) {
+    auto const key = std::pair(entity.index(), includesSubentities);
+    if (auto const found = decoders_.find(key); found != decoders_.end()) return found->second;
+    return decoders_.try_emplace(key, schema_, entity, includesSubentities, asOf_).first->second;
+}
+
+void SQLiteReader::rows(NSEntityDescription const& rootEntity, std::span<RecordKey const> keys, FunctionRef<void(RowRef)> each) {
+    auto& decoder = decoderFor(rootEntity, true);
+    auto const wanted = sorted(keys);
+    auto const select = fmt::format("SELECT {} FROM {} AS t0 WHERE t0.id ", decoder.columns(), schema_.tableOf(rootEntity).name);
+    if (areDense(wanted)) {
+        auto const query = connection_.use(select + "BETWEEN ? AND ? ORDER BY t0.id");
+        query->bind(1, wanted.front());
+        query->bind(2, wanted.back());
+        for (auto next = wanted.begin(); query->step();) {
+            auto const key = query->integer(0);
+            while (next != wanted.end() && *next < key) ++next;
+            if (next == wanted.end() || *next != key) continue;
+            if (auto row = decoder.row(*query)) each(std::move(row));
+        }
+        return;
+    }
+    auto const query = connection_.use(select + "= ?");
+    for (auto const key : wanted) {
+        query->bind(1, key);
+        if (query->step())
+            if (auto row = decoder.row(*query)) each(std::move(row));
+        query->reset();
+    }
+}
+
+void SQLiteReader::findHolders(UniqueConstraint const& constraint, std::span<RowRef const> rows, std::vector<RecordKey>& holders) {
+    std::string sql;
+    for (auto const* property : constraint.properties)
+        sql += fmt::format("{}{} = ?", sql.empty() ? "" : " AND ", schema_.columnOf(*property));
+    // As the index says it: below the root, a constraint binds that entity's own tree only.
+    if (constraint.entity->superentity()) sql += fmt::format(" AND entity IN ({})", schema_.numbersInTreeOf(*constraint.entity));
+    auto const statement = connection_.use(fmt::format("SELECT id FROM {} WHERE {}", schema_.tableOf(*constraint.entity).name, sql));
+    for (auto const& row : rows) {
+        for (std::size_t at = 0; at < constraint.properties.size(); ++at)
+            bindCell(*statement, static_cast<int>(at) + 1, *row, static_cast<std::size_t>(row->layout().cellOf(constraint.properties[at]->index())));
+        holders.push_back(statement->step() ? statement->integer(0) : 0);
+        statement->reset();
+    }
+}
+
+RowRef SQLiteReader::row(NSEntityDescription const& rootEntity, RecordKey key) {
+    RowRef found;
+    rows(rootEntity, {&key, 1}, [&](RowRef row) { found = std::move(row); });
+    return found;
+}
+
+void SQLiteReader::members(NSRelationshipDescription const& relationship, std::span<RecordKey const> owners,
+                           FunctionRef<void(RecordKey owner, RecordKey member)> each) {
+    auto const* link = schema_.linkOf(relationship);
+    if (!link) return;
+    auto const wanted = sorted(owners);
+    auto const select = fmt::format("SELECT {1}, {2} FROM {0} WHERE {1} ", link->table, link->owner, link->member);
+    auto const order = link->position.empty() ? link->member : fmt::format("{}, {}", link->position, link->member);
+    if (areDense(wanted)) {
+        auto const query = connection_.use(select + fmt::format("BETWEEN ? AND ? ORDER BY {}, {}", link->owner, order));
+        query->bind(1, wanted.front());
+        query->bind(2, wanted.back());
+        for (auto next = wanted.begin(); query->step();) {
+            auto const owner = query->integer(0);
+            while (next != wanted.end() && *next < owner) ++next;
+            if (next != wanted.end() && *next == owner) each(owner, query->integer(1));
+        }
+        return;
+    }
+    auto const query = connection_.use(select + fmt::format("= ? ORDER BY {}", order));
+    for (auto const owner : wanted) {
+        query->bind(1, owner);
+        while (query->step()) each(owner, query->integer(1));
+        query->reset();
+    }
+}
+
+std::string SQLiteReader::conditionOf(Scanned const& scanned, SQLTranslation const& translation) const {
+    auto condition = translation.condition();
+    // The table holds the records of the whole tree.
+    bool const isWholeTree = !scanned.entity->superentity() && scanned.includesSubentities;
+    if (!schema_.tableOf(*scanned.entity).hasEntityColumn || isWholeTree)
+        return condition.empty() ? condition : " WHERE " + condition;
+    auto const numbers =
+        scanned.includesSubentities ? schema_.numbersInTreeOf(*scanned.entity) : std::to_string(schema_.numberOf(*scanned.entity));
+    return fmt::format(" WHERE t0.entity IN ({}){}{}", numbers, condition.empty() ? "" : " AND ", condition);
+}
+
+void SQLiteReader::fetch(StoreQuery const& query, StoreAnswer& answer, bool isLong) {
+    auto& decoder = decoderOf(query);
+    SQLTranslation translation(schema_, *query.entity);
+    answer.complete =
+        (!query.predicate || translation.addPredicate(*query.predicate)) && translation.addOrder(query.sortDescriptors);
+    bool const isCut = answer.complete && (query.limit != 0 || query.offset != 0);
+    bool const keysOnly = query.wantsKeysOnly && answer.complete;
+    bool const byKeys = keysOnly || (!isCut && decoder.expectsCached());
+    auto const condition = conditionOf(scannedBy(query), translation);
+    auto sql = fmt::format("SELECT {} FROM {} AS t0{}{}", byKeys ? "t0.id, t0.version" : decoder.columns(),
+                           schema_.tableOf(*query.entity).name, translation.joins(), condition);
+    bool const isCutByKey = isCut && translation.order().empty();
+    if (!translation.order().empty()) sql += " ORDER BY " + translation.order();
+    if (isCutByKey) sql += " ORDER BY t0.id";
+    auto arguments = translation.arguments();
+    if (isCut) {
+        sql += " LIMIT ? OFFSET ?";
+        arguments.push_back(query.limit == 0 ? -1 : static_cast<std::int64_t>(query.limit));
+        arguments.push_back(static_cast<std::int64_t>(query.offset));
+    }
+    auto const run = [&](SQLite::Statement& statement) {
+        bindAll(statement, arguments);
+        if (keysOnly)
+            while (statement.step()) answer.keys.push_back(statement.integer(0));
+        else if (byKeys)
+            readByKeys(statement, query, answer.rows);
+        else
+            decoder.readAll(statement, answer.rows);
+    };
+    std::optional<SmallCache> smallCache;
+    if (isLong) smallCache.emplace(connection_);
+    if (translation.isReusable())
+        run(*connection_.use(sql));
+    else
+        run(*std::make_unique<SQLite::Statement>(connection_, sql));
+    if (!isCut && !keysOnly) decoder.noteCount(answer.rows.size());
+    if (!translation.order().empty() || isCutByKey) return;
+    // An index gives them in its own order. SQL is not asked to sort them: it would rather read the whole table in order.
+    sortByKey(answer.keys, std::identity());
+    sortByKey(answer.rows, [](RowRef const& row) { return row->key(); });
+}
+
+std::optional<SQLiteReader::Selection> SQLiteReader::selectionOf(StoreQuery const& query) const {
+    SQLTranslation translation(schema_, *query.entity);
+    if (query.predicate && !translation.addPredicate(*query.predicate)) return {};
+    bool const isCut = query.limit != 0 || query.offset != 0;
+    if (isCut && !translation.addOrder(query.sortDescriptors)) return {};
+    Selection selection{conditionOf(scannedBy(query), translation), translation.arguments()};
+    if (!isCut && translation.joins().empty()) return selection;
+    auto inner = fmt::format("SELECT t0.id FROM {} AS t0{}{}", schema_.tableOf(*query.entity).name, translation.joins(), selection.condition);
+    if (isCut) {
+        inner += fmt::format(" ORDER BY {} LIMIT ? OFFSET ?", translation.order().empty() ? "t0.id" : translation.order());
+        selection.arguments.push_back(query.limit == 0 ? -1 : static_cast<std::int64_t>(query.limit));
+        selection.arguments.push_back(static_cast<std::int64_t>(query.offset));
+    }
+    selection.condition = " WHERE t0.id IN (" + inner + ")";
+    return selection;
+}
+
+// By the span of the keys: their number would cost a scan.
+std::optional<SQLiteReader::Span> SQLiteReader::longSpanOf(StoreQuery const& query) {
+    if (query.predicate || query.limit != 0 || query.offset != 0) return {};
+    auto const& table = schema_.tableOf(*query.entity).name;
+    auto const ends = connection_.use(fmt::format("SELECT (SELECT min(id) FROM {0}), (SELECT max(id) FROM {0})", table));
+    if (!ends->step()) return {};
+    Span const span{ends->integer(0), ends->integer(1)};
+    return span.last - span.first > longScan ? std::optional(span) : std::nullopt;
+}
+
+namespace {
+
+std::string scanText(std::string const& columns, std::string const& table, std::string const& condition) {
+    return fmt::format("SELECT {} FROM {} AS t0{}t0.id BETWEEN ? AND ?", columns, table, condition.empty() ? " WHERE " : condition + " AND ");
+}
+
+} // namespace
+
+SQLiteReader::Scan::Scan(SQLiteReader& reader, Scanned const& scanned)
+    : smallCache_(std::make_unique<SmallCache>(reader.connection_)),
+      decoder_(reader.decoderFor(*scanned.entity, scanned.includesSubentities)),
+      statement_(reader.connection_.use(scanText(decoder_.columns(), reader.schema_.tableOf(*scanned.entity).name,
+                                                 reader.conditionOf(scanned, SQLTranslation(reader.schema_, *scanned.entity))))) {}
+SQLiteReader::Scan::~Scan() = default;
+
+bool SQLiteReader::Scan::read(Span span, std::vector<RowRef>& rows) {
+    statement_->bind(1, span.first);
+    statement_->bind(2, span.last);
+    bool const areNew = decoder_.readAll(*statement_, rows);
+    statement_->reset();
+    return areNew;
+}
+
+/// For records of which most are at hand: reads keys and versions, then the records that are not.
+void SQLiteReader::readByKeys(SQLite::Statement& statement, StoreQuery const& query, std::vector<RowRef>& rows) {
+    auto& cache = schema_.space().cache();
+    std::vector<RecordKey> missing;
+    std::vector<std::size_t> places;
+    while (statement.step()) {
+        auto const key = statement.integer(0);
+        rows.push_back(cache.find(key, versionFrom(key, statement.integer(1))));
+        if (rows.back()) continue;
+        missing.push_back(key);
+        places.push_back(rows.size() - 1);
+    }
+    if (missing.empty()) return;
+    std::unordered_map<RecordKey, std::size_t> placeOf;
+    for (std::size_t at = 0; at < missing.size(); ++at) placeOf.emplace(missing[at], places[at]);
+    this->rows(*query.entity->rootEntity(), missing, [&](RowRef row) {
+        auto& place = rows[placeOf[row->key()]];
+        place = std::move(row);
+    });
+    std::erase(rows, RowRef()); // of an entity that this model does not know
+}
+
+std::string SQLiteReader::countText(Scanned const& scanned, SQLTranslation const& translation) const {
+    return fmt::format("SELECT count(*) FROM {} AS t0{}{}", schema_.tableOf(*scanned.entity).name, translation.joins(), conditionOf(scanned, translation));
+}
+
+void SQLiteReader::count(StoreQuery const& query, std::size_t& count, bool& complete) {
+    SQLTranslation translation(schema_, *query.entity);
+    complete = !query.predicate || translation.addPredicate(*query.predicate);
+    if (!complete) return;
+    auto sql = countText(scannedBy(query), translation);
+    auto arguments = translation.arguments();
+    if (auto const* excluded = excludedRecords(query.predicate)) {
+        // What is counted without a few records is all less those: an index counts all without a look at each.
+        SQLTranslation all(schema_, *query.entity), few(schema_, *query.entity);
+        auto const parts = query.predicate->asCompound()->subpredicates();
+        for (auto const& part : parts.first(parts.size() - 1)) {
+            all.addPredicate(*part);
+            few.addPredicate(*part);
+        }
+        if (few.addPredicate(*excluded)) {
+            sql = fmt::format("SELECT ({}) - ({})", countText(scannedBy(query), all), countText(scannedBy(query), few));
+            arguments = all.arguments();
+            arguments.insert(arguments.end(), few.arguments().begin(), few.arguments().end());
+        }
+    }
+    SQLite::Statement statement(connection_, sql);
+    bindAll(statement, arguments);
+    if (!statement.step()) return;
+    auto const all = static_cast<std::size_t>(statement.integer(0));
+    auto const left = all - std::min(all, query.offset);
+    count = query.limit == 0 ? left : std::min(left, query.limit);
+}
+
+} // namespace Tessarin

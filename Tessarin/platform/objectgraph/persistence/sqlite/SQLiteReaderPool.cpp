@@ -1,0 +1,124 @@
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteReaderPoolPrivate.h"
+
+#include "Tessarin/platform/queues/Dispatch.h"
+
+namespace Tessarin {
+
+struct SQLiteReaderPool::Seat {
+    Seat(SQLiteSchema const& schema, std::unique_ptr<SQLite::Connection> opened)
+        : cache(schema.space().cache()), connection(std::move(opened)), reader(schema, *connection) {}
+
+    void begin() {
+        if (connection->isInTransaction()) {
+            if (!connection->hasNewerCommits()) return;
+            end();
+        }
+        connection->noteCommits(); // before the snapshot is taken: a commit in between only makes it look old too early
+        reader.seeAsOf(cache.now());
+        connection->use("BEGIN")->run();
+    }
+    void end() noexcept {
+        try {
+            if (connection->isInTransaction()) connection->use("COMMIT")->run();
+        } catch (SQLite::Failure const&) {
+            // Nothing was written, so nothing is lost; the next use begins anew or reports what is wrong.
+        }
+    }
+
+    RowCache const& cache;
+    std::unique_ptr<SQLite::Connection> connection;
+    SQLiteReader reader;
+};
+
+SQLiteReaderPool::Lease::Lease(SQLiteReaderPool& pool, std::unique_ptr<Seat> seat) noexcept
+    : pool_(pool), seat_(std::move(seat)) {}
+SQLiteReaderPool::Lease::~Lease() {
+    if (seat_) pool_.giveBack(std::move(seat_));
+}
+SQLiteReader* SQLiteReaderPool::Lease::operator->() const noexcept { return &seat_->reader; }
+
+SQLiteReaderPool::SQLiteReaderPool(SQLiteSchema const& schema, std::string path, SQLite::ConnectionOptions options)
+    : schema_(schema), path_(std::move(path)), options_(std::move(options)) {}
+SQLiteReaderPool::~SQLiteReaderPool() = default;
+
+void SQLiteReaderPool::add(std::unique_ptr<SQLite::Connection> connection) {
+    auto seat = std::make_unique<Seat>(schema_, std::move(connection));
+    std::lock_guard const hold(mutex_);
+    idle_.push_back(std::move(seat));
+}
+
+SQLiteReaderPool::Lease SQLiteReaderPool::lease(Patience patience) {
+    Lease lease(*this, take(patience));
+    return lease;
+}
+
+std::unique_ptr<SQLiteReaderPool::Seat> SQLiteReaderPool::take(Patience patience) {
+    std::unique_ptr<Seat> seat;
+    std::unique_lock hold(mutex_);
+    while (!seat) {
+        if (!idle_.empty()) {
+            seat = std::move(idle_.back());
+            idle_.pop_back();
+            break;
+        }
+        hold.unlock();
+        try {
+            seat = std::make_unique<Seat>(schema_, std::make_unique<SQLite::Connection>(path_, options_));
+            hold.lock();
+        } catch (SQLite::Failure const&) {
+            hold.lock();
+            if (patience == Patience::GivesUp || (inUse_ == 0 && idle_.empty())) throw;
+            returned_.wait(hold, [&] { return !idle_.empty() || inUse_ == 0; }); // out of descriptors: somebody gives one back
+        }
+    }
+    ++inUse_;
+    ++uses_;
+    hold.unlock();
+    try {
+        seat->begin();
+    } catch (...) {
+        giveBack(std::move(seat));
+        throw;
+    }
+    return seat;
+}
+
+void SQLiteReaderPool::giveBack(std::unique_ptr<Seat> seat) {
+    std::unique_ptr<Seat> surplus; // closed after the lock is released
+    auto const now = std::chrono::steady_clock::now();
+    {
+        std::lock_guard const hold(mutex_);
+        --inUse_;
+        quickUses_ = now - std::exchange(lastUse_, now) < burst ? quickUses_ + 1 : 0;
+        bool const isOneOfMany = quickUses_ > 1; // the first look-up and its fault are not yet worth a timer, and its thread
+        if (!isOneOfMany) seat->end();
+        if (idle_.size() < keptIdle)
+            idle_.push_back(std::move(seat));
+        else
+            surplus = std::move(seat);
+        if (isOneOfMany && !isEndingLater_) endIdleLater();
+    }
+    returned_.notify_one();
+}
+
+void SQLiteReaderPool::endIdle() {
+    std::lock_guard const hold(mutex_);
+    for (auto const& seat : idle_) seat->end();
+}
+
+void SQLiteReaderPool::endIdleLater() {
+    isEndingLater_ = true;
+    dispatch_after(dispatch_time(DISPATCH_TIME_NOW, 50'000'000), dispatch_get_global_queue(QOS_CLASS_UTILITY, 0),
+                   [weak = weak_from_this(), use = uses_] {
+                       if (auto const self = weak.lock()) self->endUnlessUsedSince(use);
+                   });
+}
+
+void SQLiteReaderPool::endUnlessUsedSince(std::uint64_t use) {
+    std::lock_guard const hold(mutex_);
+    isEndingLater_ = false;
+    if (uses_ != use) return endIdleLater();
+    for (auto const& seat : idle_) seat->end();
+}
+
+} // namespace Tessarin

@@ -1,0 +1,93 @@
+#pragma once
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteRowDecoderPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/NSPersistentStore.h"
+#include "Tessarin/platform/sqlite/Connection.h"
+#include <map>
+#include <memory>
+#include <optional>
+
+namespace Tessarin {
+
+class SQLTranslation;
+
+/// Answers questions over one connection. Used by one thread at a time; what fails throws ErrorException.
+class TESSARIN_API SQLiteReader {
+public:
+    SQLiteReader(SQLiteSchema const& schema, SQLite::Connection& connection);
+    /// A read transaction begins, which will see the commits up to that moment at least; without one all are seen.
+    void seeAsOf(RowCache::Moment moment) noexcept { asOf_ = moment; }
+
+    /// The keys of a table that a query reads from one end to the other.
+    struct Span {
+        RecordKey first, last;
+    };
+    /// Absent for a query that reads less, and for a table that is not worth the trouble.
+    std::optional<Span> longSpanOf(StoreQuery const& query);
+    /// Which records a scan reads: all of an entity.
+    struct Scanned {
+        NSEntityDescription const* entity;
+        bool includesSubentities;
+        friend bool operator==(Scanned const&, Scanned const&) = default;
+    };
+    /// Reads parts of a table by key, one after the other. While it lives, the connection's page cache is small: a table that is
+    /// read from one end to the other finds none of its pages there the next time, and would only push out the others.
+    class Scan;
+    /// Whether most of the query's rows are probably in the cache, see `SQLiteRowDecoder`, which is told of the last result by
+    /// `noteCount`.
+    bool expectsCached(StoreQuery const& query) { return decoderOf(query).expectsCached(); }
+    void noteCount(StoreQuery const& query, std::size_t count) { decoderOf(query).noteCount(count); }
+    /// What file the reader sees, see `SQLite::Connection::seenState`.
+    std::optional<SQLite::Connection::LogState> seenState() const noexcept { return connection_.seenState(); }
+
+    /// The records that a query means, as the end of a statement about `TABLE AS t0`.
+    struct Selection {
+        std::string condition; // " WHERE …" or empty
+        List arguments;
+    };
+    /// Absent where SQL cannot say it.
+    std::optional<Selection> selectionOf(StoreQuery const& query) const;
+
+    /// `isLong`: it has a `longSpanOf`.
+    void fetch(StoreQuery const& query, StoreAnswer& answer, bool isLong);
+    void count(StoreQuery const& query, std::size_t& count, bool& complete);
+    void rows(NSEntityDescription const& rootEntity, std::span<RecordKey const> keys, FunctionRef<void(RowRef)> each);
+    RowRef row(NSEntityDescription const& rootEntity, RecordKey key);
+    void findHolders(UniqueConstraint const& constraint, std::span<RowRef const> rows, std::vector<RecordKey>& holders);
+    void members(NSRelationshipDescription const& relationship, std::span<RecordKey const> owners,
+                 FunctionRef<void(RecordKey owner, RecordKey member)> each);
+
+private:
+    void readByKeys(SQLite::Statement& statement, StoreQuery const& query, std::vector<RowRef>& rows);
+    static Scanned scannedBy(StoreQuery const& query) { return {query.entity, query.includesSubentities}; }
+    std::string countText(Scanned const& scanned, SQLTranslation const& translation) const;
+    std::string conditionOf(Scanned const& scanned, SQLTranslation const& translation) const;
+    SQLiteRowDecoder& decoderFor(NSEntityDescription const& entity, bool includesSubentities);
+    SQLiteRowDecoder& decoderOf(StoreQuery const& query) { return decoderFor(*query.entity, query.includesSubentities); }
+
+    class SmallCache;
+    SQLiteSchema const& schema_;
+    SQLite::Connection& connection_;
+    RowCache::Moment asOf_ = RowCache::always;
+    std::map<std::pair<std::size_t, bool>, SQLiteRowDecoder> decoders_;
+};
+
+/// Binds what a translation collected, behind the first `before` parameters.
+TESSARIN_API void bindAll(SQLite::Statement& statement, List const& arguments, int before = 0);
+
+class TESSARIN_API SQLiteReader::Scan {
+public:
+    Scan(SQLiteReader& reader, Scanned const& scanned);
+    ~Scan();
+    /// Whether all rows are new, see `SQLiteRowDecoder::readAll`.
+    bool read(Span span, std::vector<RowRef>& rows);
+
+private:
+    std::unique_ptr<SmallCache> smallCache_;
+    SQLiteRowDecoder& decoder_;
+    SQLite::StatementUse statement_;
+};
+
+/// Sorted keys that lie so close together that reading the whole range costs less than looking each up.
+TESSARIN_API bool areDense(std::span<RecordKey const> sortedKeys);
+
+} // namespace Tessarin

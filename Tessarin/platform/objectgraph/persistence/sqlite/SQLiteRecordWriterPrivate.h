@@ -1,0 +1,36 @@
+#pragma once
+#include "Tessarin/platform/objectgraph/persistence/rows/Row.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteSchemaPrivate.h"
+#include "Tessarin/platform/sqlite/Connection.h"
+#include <map>
+#include <memory>
+
+namespace Tessarin {
+
+/// Binds a cell as it is kept.
+void bindCell(SQLite::Statement& statement, int at, Row const& row, std::size_t cell);
+
+/// Writes the records of one entity over the store's writing connection; its statements stay prepared.
+class TESSARIN_API SQLiteRecordWriter {
+public:
+    SQLiteRecordWriter(SQLite::Connection& connection, SQLiteSchema const& schema, NSEntityDescription const& entity);
+
+    void insert(Row const& row);
+    /// Writes the cells that differ. False, and nothing is written, when the record is not there in the version of `before`.
+    bool update(Row const& before, Row const& after);
+
+private:
+    using Mask = std::vector<std::uint64_t>; // a bit per cell
+    std::unique_ptr<SQLite::Statement> updateOf(Mask const& mask) const;
+
+    SQLite::Connection& connection_;
+    SQLiteSchema const& schema_;
+    NSEntityDescription const& entity_;
+    RowLayout const& layout_;
+    std::unique_ptr<SQLite::Statement> insert_;
+    std::map<Mask, std::unique_ptr<SQLite::Statement>> updates_;
+    Mask mask_, lastMask_;
+    SQLite::Statement* last_ = nullptr; // of lastMask_: usually many records in succession change the same properties
+};
+
+} // namespace Tessarin

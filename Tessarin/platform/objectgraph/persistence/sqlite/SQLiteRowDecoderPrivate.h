@@ -1,0 +1,57 @@
+#pragma once
+#include "Tessarin/platform/objectgraph/persistence/rows/RowBlockWriter.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RowBuilder.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteSchemaPrivate.h"
+#include "Tessarin/platform/sqlite/Statement.h"
+
+namespace Tessarin {
+
+/// Which columns a query reads for an entity (and its sub-entities), and how they become rows. Used by one thread at a time.
+class TESSARIN_API SQLiteRowDecoder {
+public:
+    /// `asOf`: which commits the connection sees, at any time.
+    SQLiteRowDecoder(SQLiteSchema const& schema, NSEntityDescription const& entity, bool includesSubentities, RowCache::Moment const& asOf);
+
+    /// The list of columns of the table, which the query calls `t0`: id and version first.
+    std::string const& columns() const noexcept { return columns_; }
+    /// The row on which the statement stands: the cached one when it is as new, else a new one, which the cache then knows.
+    RowRef row(SQLite::Statement const& statement);
+    /// All rows that are left; whether all of them are new, and so follow one another in blocks of their own.
+    bool readAll(SQLite::Statement& statement, std::vector<RowRef>& rows);
+
+    /// Whether a query like the last one will probably find most of its rows in the cache. Reading only keys and versions is
+    /// then four times as fast.
+    bool expectsCached() const { return lastCount_ >= manyRows && space_.cache().size() >= lastCount_; }
+    void noteCount(std::size_t count) noexcept { lastCount_ = count; }
+
+private:
+    static constexpr std::size_t manyRows = 200;
+    static constexpr std::size_t usualText = 64; // of all texts of a row together; with more, the row may be made twice
+    struct Cell {
+        std::size_t cell;
+        int column;
+        CellType type;
+        RowLayout::Packing::Place place;
+    };
+    struct Plan {
+        RowLayout const* layout = nullptr;
+        std::vector<Cell> cells;
+    };
+    /// How to read the row on which the statement stands; null for an entity that this model does not know.
+    Plan const* planOf(sqlite3_stmt* handle) const noexcept;
+    RowRef decoded(sqlite3_stmt* handle, Plan const& plan, RecordKey key, std::uint32_t version, RowBlockWriter* blocks);
+    static bool packInto(RowBlockWriter::Room room, sqlite3_stmt* handle, Plan const& plan, std::size_t& size);
+    void addPlans(SQLiteSchema const& schema, NSEntityDescription const& entity, bool includesSubentities,
+                  std::vector<std::string>& names);
+
+    RowSpace& space_;
+    RowCache::Moment const& asOf_;
+    bool hasEntityColumn_;
+    std::string columns_;
+    std::vector<std::pair<std::int64_t, Plan>> plans_; // by number of the entity
+    RowBuilder builder_;
+    RowBlockWriter blocks_;
+    std::size_t lastCount_ = 0;
+};
+
+} // namespace Tessarin

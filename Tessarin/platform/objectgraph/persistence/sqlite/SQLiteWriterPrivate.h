@@ -1,0 +1,58 @@
+#pragma once
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteDanglingLinksPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteLinkWriterPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteReaderPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteRecordWriterPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/BatchChange.h"
+
+namespace Tessarin {
+
+/// Writes change sets over the store's writing connection, within a transaction of the caller. Used by one thread at a
+/// time; what fails throws ErrorException, and the transaction must then be taken back.
+class TESSARIN_API SQLiteWriter {
+public:
+    SQLiteWriter(SQLiteSchema const& schema, SQLite::Connection& connection);
+
+    /// Thrown by `write` at the first record that is not as a change expects it.
+    struct Stale {};
+    enum class Conflicts { Noticed, Settled };
+
+    void write(std::span<Ref<ChangeSet const> const> sets, Conflicts conflicts);
+    /// Puts what `write` wrote into the cache and tells what it wrote beside; after the commit.
+    void publish(std::span<Ref<ChangeSet const> const> sets, SaveOutcome& outcome);
+    /// Batch requests; false when SQL cannot say which records are meant, nothing is written then.
+    bool update(BatchTarget const& target, std::span<BatchAssignment const> assignments, BatchOutcome& outcome);
+    bool remove(std::span<BatchTarget const> targets, BatchOutcome& outcome);
+    /// Takes what they wrote out of the cache; after the commit.
+    void forgetRows(BatchOutcome const& outcome);
+    /// The record as the transaction sees it.
+    RowRef stored(NSEntityDescription const& entity, RecordKey key) { return reader_.row(*entity.rootEntity(), key); }
+
+private:
+    void writeSet(ChangeSet const& set);
+    void writeDeletions(ChangeSet const& set);
+    void checkVersions(std::string const& table, std::span<RecordChange const> changes);
+    void writeUpdates(ChangeSet const& set);
+    void giveUpUniqueValues(RecordChange const& change);
+    void update(RecordChange const& change);
+    void insert(RecordChange const& change);
+    void dropIndexesBefore(ChangeSet const& set);
+    void dropIndexesOf(std::string const& table);
+    void remakeIndexes();
+    SQLiteRecordWriter& writerOf(NSEntityDescription const& entity);
+    std::optional<SQLiteReader::Selection> selectionOf(BatchTarget const& target) const;
+    void requireSources(BatchTarget const& target, std::span<BatchAssignment const> assignments, SQLiteReader::Selection const& selection);
+    void runBatch(SQLite::Statement& statement, NSEntityDescription const& entity, BatchOutcome& outcome);
+    [[noreturn]] void explain(SQLite::Failure const& failure) const;
+
+    SQLiteSchema const& schema_;
+    SQLite::Connection& connection_;
+    SQLiteReader reader_; // sees what the transaction has written
+    SQLiteLinkWriter links_;
+    SQLiteDanglingLinks dangling_;
+    Conflicts conflicts_ = Conflicts::Noticed;
+    std::vector<std::unique_ptr<SQLiteRecordWriter>> writers_; // by index of the entity
+    std::vector<SQLiteSchema::Index const*> dropped_;
+};
+
+} // namespace Tessarin

@@ -1,0 +1,58 @@
+#include "Tessarin/platform/objectgraph/persistence/stores/KeyPromotions.h"
+
+#include "Tessarin/platform/objectgraph/persistence/stores/NSPersistentStore.h"
+
+namespace Tessarin {
+
+RecordKey KeyPromotions::permanentKey(RecordKey temporary, NSPersistentStore& store, Ref<NSError>& error) {
+    std::lock_guard const hold(mutex_);
+    if (auto const known = permanent_.find(temporary)) return known;
+    auto const made = store.reserveKeys(1, error);
+    if (error) return 0;
+    permanent_.add(temporary, made);
+    log_.emplace_back(temporary, made);
+    temporary_.emplace(made, temporary);
+    count_.fetch_add(1, std::memory_order_release);
+    return made;
+}
+
+RecordKey KeyPromotions::permanentKey(RecordKey temporary) const {
+    if (count() == 0) return 0;
+    std::lock_guard const hold(mutex_);
+    return permanent_.find(temporary);
+}
+
+RecordKey KeyPromotions::temporaryKey(RecordKey permanent) const {
+    if (count() == 0) return 0;
+    std::lock_guard const hold(mutex_);
+    auto const found = temporary_.find(permanent);
+    return found == temporary_.end() ? 0 : found->second;
+}
+
+std::size_t KeyPromotions::join() {
+    std::lock_guard const hold(mutex_);
+    return *seen_.insert(count());
+}
+
+KeyPromotions::Log KeyPromotions::advance(std::size_t& seen) {
+    std::lock_guard const hold(mutex_);
+    auto const unseen = static_cast<std::ptrdiff_t>(count() - seen);
+    Log const news(log_.end() - unseen, log_.end());
+    seen_.erase(seen_.find(seen));
+    seen = *seen_.insert(count());
+    forgetSeen();
+    return news;
+}
+
+void KeyPromotions::leave(std::size_t seen) {
+    std::lock_guard const hold(mutex_);
+    seen_.erase(seen_.find(seen));
+    forgetSeen();
+}
+
+void KeyPromotions::forgetSeen() {
+    auto const kept = seen_.empty() ? 0 : count() - *seen_.begin();
+    for (; log_.size() > kept; log_.pop_front()) temporary_.erase(log_.front().second);
+}
+
+} // namespace Tessarin

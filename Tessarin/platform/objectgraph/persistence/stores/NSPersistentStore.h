@@ -1,0 +1,74 @@
+#pragma once
+#include "Tessarin/Export.h"
+#include "Tessarin/platform/foundation/NSError.h"
+#include "Tessarin/platform/foundation/NSURL.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RowConflicts.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/RefusedSets.h"
+#include "Tessarin/platform/runtime/FunctionRef.h"
+#include "Tessarin/platform/runtime/NSObject.h"
+
+namespace Tessarin {
+
+class NSPredicate;
+class NSSortDescriptor;
+struct BatchAssignment;
+struct BatchOutcome;
+struct BatchTarget;
+
+/// A question to a store.
+struct StoreQuery {
+    NSEntityDescription const* entity = nullptr;
+    bool includesSubentities = true;
+    NSPredicate const* predicate = nullptr; // null: every record
+    std::span<Ref<NSSortDescriptor> const> sortDescriptors;
+    std::size_t limit = 0; // 0: no limit
+    std::size_t offset = 0;
+    bool wantsKeysOnly = false; // a complete answer may give `keys` in place of `rows`
+};
+
+/// A store's answer: `complete` when the store applied predicate, order, limit and offset; otherwise `rows` holds at least
+/// every record that fits and the asker filters, sorts and cuts.
+struct StoreAnswer {
+    std::vector<RowRef> rows;
+    std::vector<RecordKey> keys;
+    bool complete = true;
+};
+
+/// One store of a coordinator: where rows come from and go to. Every operation may be called from any thread; a save
+/// excludes only other saves. Errors are returned (null: fine) and leave the store as it was.
+class TESSARIN_API NSPersistentStore : public NSObject {
+public:
+    virtual std::string const& type() const = 0;
+    virtual NSURL url() const = 0;
+    /// The text-keyed dictionary kept beside the records; written by the next save, also by one without changes.
+    virtual Dictionary metadata() const = 0;
+    virtual void setMetadata(Dictionary metadata) = 0;
+    /// The store's own identity, in its metadata under "NSStoreUUID".
+    virtual std::string identifier() const = 0;
+
+    /// Writes the sets in their order, all or nothing, and remembers their rows in the cache once that is on disk. Records
+    /// that somebody else changed go to `resolve`, while nobody else can write; it may read from the store. No link to a
+    /// record that does not exist is left.
+    virtual Ref<NSError> save(std::span<Ref<ChangeSet const> const> sets, ConflictResolver resolve, SaveOutcome& outcome) = 0;
+    /// Which of the sets that `save` refused for good (`isRefusedForGood`) stand in the way of the others, found by trying one
+    /// after another; leaves the store as it was. An error: it cannot be found out now.
+    virtual Ref<NSError> findRefused(std::span<Ref<ChangeSet const> const> sets, ConflictResolver resolve, std::vector<RefusedSet>& refused) = 0;
+    /// Gives every record that is meant the same new values, or deletes them, all or nothing, without a look at contexts. Raises
+    /// versions; leaves no link to a record that does not exist; the rows that changed leave the cache or are exchanged there.
+    virtual Ref<NSError> updateInBatch(BatchTarget const& target, std::span<BatchAssignment const> assignments, BatchOutcome& outcome) = 0;
+    virtual Ref<NSError> deleteInBatch(std::span<BatchTarget const> targets, BatchOutcome& outcome) = 0;
+    /// For each row the key of a stored record with its values of a constraint, all of which are present; 0 for none. By index.
+    virtual Ref<NSError> findHolders(UniqueConstraint const& constraint, std::span<RowRef const> rows, std::vector<RecordKey>& holders) = 0;
+    virtual Ref<NSError> fetch(StoreQuery const& query, StoreAnswer& answer) = 0;
+    /// Counts what `fetch` would give; `complete` false: the asker must fetch and count itself.
+    virtual Ref<NSError> count(StoreQuery const& query, std::size_t& count, bool& complete) = 0;
+    /// The rows of records in the tree of `rootEntity`, in any order; keys that the store does not know are left out.
+    virtual Ref<NSError> rows(NSEntityDescription const& rootEntity, std::span<RecordKey const> keys, FunctionRef<void(RowRef)> each) = 0;
+    /// The members of a to-many relationship of each owner; of one owner in their order when the relationship has one.
+    virtual Ref<NSError> members(NSRelationshipDescription const& relationship, std::span<RecordKey const> owners,
+                                 FunctionRef<void(RecordKey owner, RecordKey member)> each) = 0;
+    /// The first of `count` neighbouring keys that nobody else has or will get; 0 with an error.
+    virtual RecordKey reserveKeys(std::size_t count, Ref<NSError>& error) = 0;
+};
+
+} // namespace Tessarin
