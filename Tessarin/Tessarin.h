@@ -160,6 +160,7 @@
 #include "Tessarin/notifications/NSObject+Observing.h"
 #include "Tessarin/notifications/Notifier.h"
 #include "Tessarin/notifications/TiedObject.h"
+#include "Tessarin/notifications/WatchOptions.h"
 #include "Tessarin/notifications/Watcher.h"
 #include "Tessarin/descriptions/TextOfValue.h"
 #include "Tessarin/descriptions/TypeNames.h"

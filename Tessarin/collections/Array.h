@@ -68,7 +68,9 @@ template <class T, class U> std::optional<std::ptrdiff_t> indexOf(std::vector<T>
     return {};
 }
 
-template <class T, class U> bool contains(std::vector<T> const& values, U const& object) { return indexOf(values, object).has_value(); }
+template <class T, class U> bool contains(std::vector<T> const& values, U const& object) {
+    return indexOf(values, object).has_value();
+}
 
 /// Removes the first element that `indexOf` would find, if any, and gives the array after that.
 template <class T, class U> std::vector<T>& remove(std::vector<T>& values, U const& object) {

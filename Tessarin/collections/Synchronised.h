@@ -1,17 +1,33 @@
 #pragma once
 #include "Tessarin/Export.h"
 #include "Tessarin/platform/queues/Queue.h"
-#include "Tessarin/platform/runtime/FunctionRef.h"
 #include "Tessarin/platform/runtime/Text.h"
+#include <exception>
 #include <string>
 #include <type_traits>
 #include <utility>
 
 namespace Tessarin::detail {
 
+[[noreturn]] TESSARIN_API void noQueue(char const* type, char const* operation);
+
 /// Runs `work` on the queue of a collection. What it throws reaches the caller, as it would without the queue. Fatal, with the
 /// names of type and operation, when there is no queue.
-TESSARIN_API void synchronised(dispatch_queue_t const& queue, char const* type, char const* operation, FunctionRef<void()> work);
+template <class Work>
+void synchronised(dispatch_queue_t const& queue, char const* type, char const* operation, Work const& work) {
+    if (!queue) [[unlikely]]
+        noQueue(type, operation);
+    std::exception_ptr thrown;
+    dispatch_sync(queue, [&] {
+        try {
+            work();
+        } catch (...) {
+            thrown = std::current_exception();
+        }
+    });
+    if (thrown) [[unlikely]]
+        std::rethrow_exception(std::move(thrown));
+}
 
 /// Destroys an element that has left a collection inside an item of the collection's queue: elsewhere, for its destructor may ask
 /// the collection something, and would wait for that very item.

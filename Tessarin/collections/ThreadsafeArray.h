@@ -102,7 +102,7 @@ protected:
     dispatch_queue_t const& queue() const { return queue_; }
 
 private:
-    void sync(char const* operation, FunctionRef<void()> work) const {
+    void sync(char const* operation, auto const& work) const {
         detail::synchronised(queue_, "ThreadsafeArray", operation, work);
     }
     template <class Read> auto copied(char const* operation, Read const& read) const;

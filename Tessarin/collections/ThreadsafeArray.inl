@@ -92,7 +92,7 @@ template <class T> void ThreadsafeArray<T>::append(T element) {
 }
 
 template <class T> void ThreadsafeArray<T>::removeAtIndex(std::ptrdiff_t index) {
-    if (!queue_) fatal("ThreadsafeArray.removeAtIndex: there is no queue");
+    if (!queue_) detail::noQueue("ThreadsafeArray", "removeAtIndex");
     dispatch_async(queue_, [self = this->shared_from_this(), index] {
         // Only the upper bound is forgiven: a negative index is a mistake, one behind the end may be a race that was lost.
         if (index >= std::ssize(self->array_)) return;

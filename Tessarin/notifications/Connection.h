@@ -3,8 +3,8 @@
 
 namespace Tessarin {
 
-/// A registration for as long as this value lives. It leaves exactly its own watcher, whatever else leaves the channel at the same
-/// time: it does not stand in `watchers`, so no removal by position can hit it, nor does its end move any position. Once
+/// A registration for as long as this value lives. It leaves exactly its own watcher, whatever else leaves the channel at the
+/// same time: it does not stand in `watchers`, so no removal by position can hit it, nor does its end move any position. Once
 /// `disconnect` has returned no delivery begins; one that is under way on another thread may still be ending. It keeps its
 /// channel. Any thread, also a watcher's own block and an operation of the serializer; one Connection by one thread at a time.
 ///

@@ -1,15 +1,11 @@
 #pragma once
 #include "Tessarin/Export.h"
-#include "Tessarin/notifications/TiedObject.h"
-#include "Tessarin/platform/foundation/NSNotification.h"
+#include "Tessarin/notifications/WatchOptions.h"
 #include "Tessarin/platform/runtime/Cell.h"
-#include "Tessarin/platform/runtime/Closure.h"
 #include "Tessarin/platform/runtime/EndCounter.h"
 #include "Tessarin/platform/runtime/Enumeration.h"
 #include "Tessarin/platform/runtime/FunctionRef.h"
-#include "Tessarin/platform/runtime/NSObject.h"
 #include "Tessarin/platform/runtime/ObjectSlab.h"
-#include "Tessarin/platform/runtime/Required.h"
 #include "Tessarin/platform/runtime/SharedList.h"
 #include <cstdint>
 #include <optional>
@@ -21,41 +17,6 @@ namespace Tessarin {
 class NSNotificationChannel;
 class NSOperationQueue;
 struct NotifyOptions;
-using NotificationBlock = Closure<void(Ref<NSNotification> const&)>;
-
-/// Sends `message` with the notification to `target`, which is held weakly. Of these and the next two: without an object any
-/// sender counts; without a count there is no limit to the deliveries. A watcher whose count runs out leaves as by `unwatch`, so
-/// that two which end with one post take the wrong one along, or end the process: there `connect` is the safe way.
-struct WatchTarget {
-    Required<Ref<NSObject>> target;
-    Required<Selector> message;
-    Ref<NSObject> object = {};
-    std::optional<std::int64_t> count = {};
-};
-/// Calls `block` with the notification.
-struct WatchBlock {
-    Ref<NSObject> object = {};
-    std::optional<std::int64_t> count = {};
-    Required<NotificationBlock> block;
-};
-/// Calls `block` for as long as `tiedTo` lives. The count is kept but never used.
-struct WatchTied {
-    Ref<NSObject> object = {};
-    std::optional<std::int64_t> count = {};
-    Required<TiedObject> tiedTo;
-    Required<NotificationBlock> block;
-};
-/// What `watch` does not take: neither a block, nor a target with its message.
-struct NeitherBlockNorMessage {
-    Ref<NSObject> target = {};
-    Ref<NSObject> object = {};
-    std::optional<std::int64_t> count = {};
-    TiedObject tiedTo = {};
-};
-struct UnwatchTarget {
-    Required<TiedObject> target;
-    Ref<NSObject> object = {};
-};
 
 /// One named channel on the default notification centre. Its full name ends with the application's identifier. Watchers run
 /// on the main thread, or on the posting one where `notify` says so. Any thread, but for reading `watchers` without care.
@@ -90,7 +51,7 @@ public:
     void watch(NeitherBlockNorMessage) = delete;
 
     /// Removes the first watcher, and no more, with that target (or tied object) and exactly that sender filter, later on the
-    /// serializer. Without an object, watchers with a filter do not match.
+    /// serializer. Without an object, watchers with a filter do not match. By position, as the next one: it may hit a neighbour.
     virtual void unwatch(UnwatchTarget options);
     /// Posts exactly one notification: now and here, or later on the main thread.
     virtual void notify(NotifyOptions options);

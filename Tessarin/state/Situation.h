@@ -42,6 +42,7 @@ public:
         return {pendingConditions_.begin(), pendingConditions_.end()};
     }
     virtual void setPendingConditions(std::vector<Ref<Condition>> conditions) {
+        std::erase(conditions, nullptr);
         pendingConditions_.assign(conditions.begin(), conditions.end());
     }
     virtual void modifyPendingConditions(FunctionRef<void(std::vector<Ref<Condition>>&)> change);
