@@ -4,6 +4,9 @@
 #include "benchmarks/queues/Peers.h"
 #include <chrono>
 #include <future>
+#include <mutex>
+#include <semaphore>
+#include <vector>
 
 namespace Tessarin::benchmarks {
 namespace {
@@ -128,6 +131,64 @@ void oneMoreWorker(Report& report, char const* row, bool announced) {
     report.add({.group = "hops", .row = row, .unit = "ms", .ours = ours, .target = 50});
 }
 
+/// Messages between serial queues, one for each: every hop leads to any of them.
+class Mesh {
+public:
+    Mesh(int queues, int quality, int hops) : messages_(static_cast<std::size_t>(queues)), hops_(hops) {
+        auto const target = dispatch_get_global_queue(quality, 0);
+        for (auto& message : messages_) {
+            queues_.push_back(dispatch_queue_create("bench", DISPATCH_QUEUE_SERIAL));
+            dispatch_set_target_queue(queues_.back(), target);
+            message = {queues_.size(), hops / queues};
+        }
+    }
+    double nanosecondsAHop() {
+        travelling_ = static_cast<int>(messages_.size());
+        return 1e9 / hops_ * secondsOf([&] {
+                   for (auto& message : messages_) hop(message);
+                   done_.acquire();
+               });
+    }
+
+private:
+    struct Message {
+        std::uint64_t state;
+        int left;
+    };
+    void hop(Message& message) {
+        if (message.left-- == 0) {
+            if (--travelling_ == 0) done_.release();
+            return;
+        }
+        message.state = message.state * 6364136223846793005U + 1442695040888963407U;
+        dispatch_async(queues_[(message.state >> 33) % queues_.size()], [this, &message] { hop(message); });
+    }
+
+    std::vector<Message> messages_;
+    std::vector<dispatch_queue_t> queues_;
+    int hops_;
+    std::atomic<int> travelling_ = 0;
+    std::binary_semaphore done_{0};
+};
+
+void allToAll(Report& report, int queues, int quality, char const* row, double target) {
+    if (!report.wants("hops", row)) return;
+    std::mutex mutex;
+    long value = 0;
+    constexpr int pairs = 3'000'000;
+    auto const result = medians(
+        runs, [&] { return Mesh(queues, quality, 1'000'000).nanosecondsAHop(); },
+        [&] {
+            return secondsOf([&] {
+                       for (int at = 0; at < pairs; ++at) {
+                           std::lock_guard const hold(mutex);
+                           touch(value);
+                       }
+                   }) / pairs * 1e9;
+        });
+    report.add({.group = "hops", .row = row, .unit = "ns", .ours = result.ours, .peer = "std::mutex", .theirs = result.theirs, .target = target});
+}
+
 } // namespace
 
 void benchHops(Report& report) {
@@ -135,6 +196,10 @@ void benchHops(Report& report) {
     // Both processors sleep by then, and what it takes to wake them is the machine's: no more than by hand.
     roundTrip(report, "async and wait, after a pause", std::chrono::microseconds{200}, {.target = 1.1});
     pingPong(report);
+    allToAll(report, 30, QOS_CLASS_DEFAULT, "all to all of 30 serial queues", 7.0);
+    allToAll(report, 30, QOS_CLASS_UTILITY, "the same, utility", 4.7);
+    allToAll(report, 1'000, QOS_CLASS_DEFAULT, "all to all of 1,000 serial queues", 6.1);
+    allToAll(report, 1'000, QOS_CLASS_UTILITY, "the same of 1,000, utility", 7.0);
     syncToMain(report);
     oneMoreWorker(report, "one more worker, engine's waits", true);
     oneMoreWorker(report, "one more worker, other waits", false);

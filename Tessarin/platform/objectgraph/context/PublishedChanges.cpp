@@ -44,6 +44,8 @@ ChangeSets rebased(ChangeSets const& sets, ChangeSets const& unsaved) {
 
 namespace {
 
+ChangeSets copyOf(std::shared_ptr<ChangeSets const> const& sets) { return sets ? *sets : ChangeSets(); }
+
 std::shared_ptr<ChangeSets const> withMore(ChangeSets list, ChangeSets const& more) {
     for (auto const& set : more) addFolded(list, set);
     return std::make_shared<ChangeSets>(std::move(list));
@@ -73,7 +75,7 @@ bool PublishedChanges::handUp(ChangeSets const& leaving, ChangeSets const& sets,
         auto staying = sets_;
         reading.unlock();
         removeFrom(staying, leaving);
-        auto const readAbove = withMore(*above.sets, sets);
+        auto const readAbove = withMore(copyOf(above.sets), sets);
         Shared readHere = withMore({}, staying);
         std::scoped_lock const hold(mutex_, parent.mutex_);
         if (parent.arrivals_ != seen) return false;
@@ -123,7 +125,8 @@ bool PublishedChanges::empty() const {
 
 PublishedChanges::Reading PublishedChanges::forReading() const {
     std::lock_guard const hold(mutex_);
-    return {aside_, read_, unsaved_, state_};
+    auto const unlessEmpty = [](Shared const& sets) { return sets->empty() ? Shared() : sets; };
+    return {unlessEmpty(aside_), unlessEmpty(read_), unlessEmpty(unsaved_), state_};
 }
 
 std::uint64_t PublishedChanges::state() const {
@@ -146,7 +149,7 @@ ChangeSets PublishedChanges::stage(Ref<ChangeSet const> const& own) {
     auto const more = own ? ChangeSets{own} : ChangeSets{};
     for (;;) {
         auto const before = forReading();
-        auto const read = withMore(*before.sets, more);
+        auto const read = withMore(copyOf(before.sets), more);
         Shared none = std::make_shared<ChangeSets>(); // what is unsaved is released after the lock
         std::lock_guard const hold(mutex_);
         if (state_ != before.state) continue;

@@ -32,31 +32,42 @@ RowRef rowAfter(RecordChange const& change, RowRef const& current, bool isUnsave
     return isUnsaved ? mergedRow(*change.before, *current, *change.after) : mergedRow(*change.before, *change.after, *current);
 }
 
+struct Level {
+    PublishedChanges const* published;
+    PublishedChanges::Reading reading;
+};
+
 /// What the levels from a context up have published, at one moment.
-std::vector<PublishedChanges::Reading> readingsAt(ContextState const& context) {
-    std::vector<PublishedChanges const*> levels;
-    for (auto const* at = &context; at; at = at->parent ? &GraphAccess::state(*at->parent) : nullptr) levels.push_back(&at->published);
+std::vector<Level> levelsAt(ContextState const& context) {
+    auto const above = [](ContextState const* at) { return at->parent ? &GraphAccess::state(*at->parent) : nullptr; };
+    std::size_t depth = 0;
+    for (auto const* at = &context; at; at = above(at)) ++depth;
+    std::vector<Level> levels;
+    levels.reserve(depth);
+    for (auto const* at = &context; at; at = above(at)) levels.push_back({&at->published, {}});
     for (;;) {
-        std::vector<PublishedChanges::Reading> readings;
-        for (auto const* level : levels) readings.push_back(level->forReading());
+        for (auto& level : levels) level.reading = level.published->forReading();
         std::size_t same = 0; // what nothing has left meanwhile has not moved up between two looks; nothing is above the last
-        while (same + 1 < levels.size() && levels[same]->state() == readings[same].state) ++same;
-        if (same + 1 == levels.size()) return readings;
+        while (same + 1 < depth && levels[same].published->state() == levels[same].reading.state) ++same;
+        if (same + 1 == depth) return levels;
     }
 }
 
 } // namespace
 
 RecordReader::RecordReader(ContextState& context, Sees sees) : coordinator_(context.coordinator), store_(coordinator_ ? coordinator_->store() : nullptr) {
-    auto const readings = readingsAt(context);
-    auto const add = [&](ChangeSets const& sets) { sets_.insert(sets_.end(), sets.begin(), sets.end()); };
-    for (auto level = readings.rbegin(); level != readings.rend(); ++level) {
-        if (sees != Sees::Accepted) add(*level->aside);
-        add(*level->sets);
-        bool const isOwn = std::next(level) == readings.rend(); // whose unsaved changes are in its objects
-        if (sees != Sees::Unsaved || isOwn || level->unsaved->empty()) continue;
+    auto const levels = levelsAt(context);
+    auto const add = [&](std::shared_ptr<ChangeSets const> const& sets) {
+        if (sets) sets_.insert(sets_.end(), sets->begin(), sets->end());
+    };
+    for (auto level = levels.rbegin(); level != levels.rend(); ++level) {
+        auto const& [published, reading] = *level;
+        if (sees != Sees::Accepted) add(reading.aside);
+        add(reading.sets);
+        bool const isOwn = std::next(level) == levels.rend(); // whose unsaved changes are in its objects
+        if (sees != Sees::Unsaved || isOwn || !reading.unsaved) continue;
         isUnsaved_.resize(sets_.size());
-        add(*level->unsaved);
+        add(reading.unsaved);
         isUnsaved_.resize(sets_.size(), true);
     }
 }

@@ -25,9 +25,26 @@ constexpr Nanoseconds dense = 1'000'000;
 struct Timer {
     Nanoseconds when;
     std::uint64_t sequence; // equal moments keep the order of submission
-    WorkItem* item;         // its link, which nobody else uses yet, is the queue
+    WorkItem* item;         // its link, which nobody else uses yet, is the queue, or with a flag a droppable timer
 
-    DispatchQueue* queue() const noexcept { return reinterpret_cast<DispatchQueue*>(item->link); }
+    static constexpr std::uintptr_t IsDroppable = 1;
+    DroppableTimer* droppable() const noexcept {
+        return item->link & IsDroppable ? reinterpret_cast<DroppableTimer*>(item->link & ~IsDroppable) : nullptr;
+    }
+    bool isDropped() const noexcept {
+        auto const* const own = droppable();
+        return own && own->isDropped();
+    }
+    /// To its queue, unless it is dropped.
+    void handOut() const noexcept {
+        auto* const own = droppable();
+        auto& queue = own ? own->queue() : *reinterpret_cast<DispatchQueue*>(item->link);
+        bool const isGivenUp = isDropped();
+        item->link = 0;
+        isGivenUp ? recycle(item) : queue.submit(item);
+        if (own) own->release();
+        queue.release();
+    }
 };
 
 bool isLater(Timer const& left, Timer const& right) {
@@ -36,17 +53,34 @@ bool isLater(Timer const& left, Timer const& right) {
 
 class Timekeeper {
 public:
-    void add(Nanoseconds when, DispatchQueue& queue, WorkItem* item) {
+    /// `link` is that of a Timer.
+    void add(Nanoseconds when, std::uintptr_t link, WorkItem* item) {
         bool isNext = false;
         {
             std::lock_guard const hold(lock_);
             if (timers_.size() == timers_.capacity()) timers_.reserve(timers_.size() + timers_.size() / 4 + 8); // they may be many
-            item->link = reinterpret_cast<std::uintptr_t>(&queue);
+            item->link = link;
             timers_.push_back({when, ++sequence_, item});
             std::push_heap(timers_.begin(), timers_.end(), isLater);
             isNext = when < wakesAt_;
         }
         if (isNext) knock();
+    }
+
+    /// One of the pending ones, or one that has just been due, is dropped. Where most are, they go.
+    void noteDropped() {
+        static constexpr std::size_t fewDropped = 64;
+        std::vector<Timer> dropped;
+        {
+            std::lock_guard const hold(lock_);
+            if (++dropped_ < fewDropped || dropped_ < timers_.size() / 2) return;
+            auto const first = std::partition(timers_.begin(), timers_.end(), [](Timer const& each) { return !each.isDropped(); });
+            dropped.assign(first, timers_.end());
+            timers_.erase(first, timers_.end());
+            std::make_heap(timers_.begin(), timers_.end(), isLater);
+            dropped_ = 0;
+        }
+        for (auto const& each : dropped) each.handOut();
     }
 
     /// Makes the thread look again, and start if need be.
@@ -127,12 +161,7 @@ private:
         return !caught.item || ownRun_.run(caught);
     }
     void handOut() noexcept {
-        for (auto const& timer : due_) {
-            auto* const queue = timer.queue();
-            timer.item->link = 0;
-            queue->submit(timer.item);
-            queue->release();
-        }
+        for (auto const& timer : due_) timer.handOut();
         due_.clear();
     }
 
@@ -166,6 +195,7 @@ private:
     Lock lock_;
     std::vector<Timer> timers_;  // a heap, guarded by lock_
     std::uint64_t sequence_ = 0; // guarded by lock_
+    std::size_t dropped_ = 0;    // since they were last cleared; guarded by lock_
     Nanoseconds wakesAt_ = never; // written by the thread under lock_
 
     // The thread's own:
@@ -188,7 +218,22 @@ void Timekeeper::succeed() { timekeeper().run(); }
 
 constinit std::atomic<bool> monitorIsOut = false;
 
-void submitAt(Nanoseconds when, DispatchQueue& queue, WorkItem* item) { timekeeper().add(when, queue, item); }
+void submitAt(Nanoseconds when, DispatchQueue& queue, WorkItem* item) {
+    timekeeper().add(when, reinterpret_cast<std::uintptr_t>(&queue), item);
+}
+
+DroppableTimer* submitAtUnlessDropped(Nanoseconds when, DispatchQueue& queue, WorkItem* item) {
+    queue.retain();
+    auto* const timer = new DroppableTimer(queue);
+    timekeeper().add(when, reinterpret_cast<std::uintptr_t>(timer) | Timer::IsDroppable, item);
+    return timer;
+}
+
+void DroppableTimer::drop() noexcept {
+    isDropped_.store(true, std::memory_order_release);
+    timekeeper().noteDropped();
+    release();
+}
 
 void sendMonitor() noexcept {
     if (!monitorIsOut.exchange(true, std::memory_order_seq_cst)) timekeeper().knock();

@@ -11,14 +11,16 @@ namespace {
 // Threads that only submit would drain a thread-local list and threads that only run would flood it. So full batches travel
 // through the depot: one lock per 64 items, and no malloc once the depot is warm. A batch is a page of memory, and stays one: a
 // thread that runs the items of several others gathers each page's on a shelf of its own. Mixed ones would scatter every long
-// backlog all over the memory, at four times the cost ("mainloop", a post, 4 threads).
+// backlog all over the memory, at four times the cost ("mainloop", a post, 4 threads); a few, for the thread's own use, do not.
 struct Shelf {
     std::uintptr_t page = 0; // 0 while it is empty
     Batch batch;
 };
 struct Cache {
     static constexpr unsigned shelfCount = 8;
+    static constexpr int mostMixed = 128;
 
+    Batch mixed;   // of any pages, given back here and taken again: threads that run and submit alike need nothing else
     Batch current; // to take from, and to give back what is of its page
     std::uintptr_t page = 0;
     std::array<Shelf, shelfCount> shelves;
@@ -30,6 +32,11 @@ constinit thread_local Cache cache [[gnu::tls_model("initial-exec")]];
 
 struct CacheReturner {
     ~CacheReturner() {
+        while (cache.mixed.count > 0) {
+            Batch one;
+            one.push(cache.mixed.pop());
+            itemDepot().put(one);
+        }
         itemDepot().put(std::exchange(cache.current, {}));
         for (auto& shelf : cache.shelves) itemDepot().put(std::exchange(shelf, {}).batch);
     }
@@ -82,9 +89,10 @@ void shelve(FreeItem* item, std::uintptr_t page) noexcept {
 } // namespace
 
 WorkItem* newItem(Closure<void()>&& work, ItemKind kind) {
-    if (cache.current.count == 0) refill();
-    auto* const memory = cache.current.pop();
-    __builtin_prefetch(cache.current.items, 1); // behind a long backlog it comes from far away (async to a global queue)
+    if (cache.mixed.count == 0 && cache.current.count == 0) refill();
+    auto& batch = cache.mixed.count > 0 ? cache.mixed : cache.current;
+    auto* const memory = batch.pop();
+    __builtin_prefetch(batch.items, 1); // behind a long backlog it comes from far away (async to a global queue)
     return ::new (static_cast<void*>(memory)) WorkItem{std::move(work), static_cast<std::uintptr_t>(kind)};
 }
 
@@ -93,6 +101,8 @@ void recycle(WorkItem* item) noexcept {
     auto* const free = ::new (static_cast<void*>(item)) FreeItem{nullptr, nullptr};
     if (auto const page = pageOf(free); page == cache.page)
         cache.current.push(free);
+    else if (cache.mixed.count < Cache::mostMixed)
+        cache.mixed.push(free);
     else
         shelve(free, page);
     if (!cache.returnsAtExit) returnAtExit();
