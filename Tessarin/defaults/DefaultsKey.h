@@ -2,10 +2,12 @@
 #include "Tessarin/Export.h"
 #include "Tessarin/platform/foundation/NSData.h"
 #include "Tessarin/platform/foundation/NSDate.h"
+#include <concepts>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 namespace Tessarin {
@@ -14,13 +16,28 @@ class NSUserDefaults;
 
 namespace detail {
 template <class T, class... Others> concept OneOf = (std::same_as<T, Others> || ...);
+/// Every value is a 64-bit signed one, too.
+template <class T> concept Counted = std::integral<T> && !std::same_as<T, bool> && (sizeof(T) < 8 || std::is_signed_v<T>);
+
+template <class T> struct NumberOf {
+    using type = T;
+};
+template <class T>
+    requires std::is_enum_v<T>
+struct NumberOf<T> {
+    using type = std::underlying_type_t<T>;
+};
 }
 
+/// What is stored as an integer: one of any width that fits 64 bits with a sign, or an enumeration by its numbers.
+template <class T> concept DefaultsInteger = detail::Counted<typename detail::NumberOf<T>::type>;
 /// What a setting may be.
 template <class T>
-concept DefaultsValue = detail::OneOf<T, std::string, std::int64_t, float, double, bool, std::vector<std::string>, NSData, NSDate>;
+concept DefaultsValue =
+    DefaultsInteger<T> || detail::OneOf<T, std::string, float, double, bool, std::vector<std::string>, NSData, NSDate>;
 
-/// What reading it gives: zero or empty when nothing is stored; data and dates are absent then, and when something else is stored.
+/// What reading it gives: zero or empty when nothing is stored; data and dates are absent then, and when something else is stored. An
+/// integer that is too large for its type reads as the largest, one that is too small as the smallest.
 template <DefaultsValue T> using DefaultsReading = std::conditional_t<detail::OneOf<T, NSData, NSDate>, std::optional<T>, T>;
 
 /// The name of a setting together with its type, to be declared once, as a constant.

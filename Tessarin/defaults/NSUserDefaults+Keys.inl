@@ -1,4 +1,6 @@
 #pragma once
+#include <algorithm>
+#include <limits>
 
 namespace Tessarin {
 
@@ -10,9 +12,10 @@ template <DefaultsValue T> DefaultsReading<T> NSUserDefaultsKeys::slot(DefaultsK
     auto const& home = static_cast<NSUserDefaults const&>(*this);
     if constexpr (std::is_same_v<T, bool>)
         return home.boolForKey(key.key);
-    else if constexpr (std::is_same_v<T, std::int64_t>)
-        return home.integerForKey(key.key);
-    else if constexpr (std::is_same_v<T, float>)
+    else if constexpr (DefaultsInteger<T>) { // saturated, as every reading of a number is
+        using Limits = std::numeric_limits<typename detail::NumberOf<T>::type>;
+        return static_cast<T>(std::clamp<std::int64_t>(home.integerForKey(key.key), Limits::min(), Limits::max()));
+    } else if constexpr (std::is_same_v<T, float>)
         return home.floatForKey(key.key);
     else if constexpr (std::is_same_v<T, double>)
         return home.doubleForKey(key.key);
@@ -28,8 +31,8 @@ template <DefaultsValue T> void NSUserDefaultsKeys::setSlot(DefaultsKey<T> const
     auto& home = static_cast<NSUserDefaults&>(*this);
     if constexpr (std::is_same_v<T, bool>)
         home.setBool(value, key.key);
-    else if constexpr (std::is_same_v<T, std::int64_t>)
-        home.setInteger(value, key.key);
+    else if constexpr (DefaultsInteger<T>)
+        home.setInteger(static_cast<std::int64_t>(value), key.key);
     else if constexpr (std::is_same_v<T, float>)
         home.setFloat(value, key.key);
     else if constexpr (std::is_same_v<T, double>)

@@ -4,6 +4,8 @@
 #include "Tessarin/measurement/Timing.h"
 #include "Tessarin/platform/foundation/JSON.h"
 #include "Tessarin/platform/foundation/NSData.h"
+#include "Tessarin/platform/foundation/UTF8Private.h"
+#include "Tessarin/platform/runtime/NumberText.h"
 
 #include <algorithm>
 #include <cmath>
@@ -18,16 +20,26 @@ struct Slice {
     std::int64_t end;
 };
 
+/// What is no moment at all is the first start.
+std::int64_t nanosecondsBetween(NSDate origin, NSDate date) {
+    constexpr double most = 9e18; // 285 years, within 64 bits
+    auto const nanoseconds = date.timeIntervalSinceDate(origin) * 1e9;
+    return std::isnan(nanoseconds) ? 0 : std::llround(std::clamp(nanoseconds, -most, most));
+}
+
+/// JSON knows no other numbers than finite ones.
+Value secondsBetween(NSDate from, NSDate to) {
+    auto const seconds = to.timeIntervalSinceDate(from);
+    return std::isfinite(seconds) ? Value(seconds) : Value(shortestText(seconds));
+}
+
 double microseconds(std::int64_t nanoseconds) { return static_cast<double>(nanoseconds) / 1000; }
 
 std::vector<Slice> slicesOf(std::vector<Ref<Timing>> const& timings, NSDate origin, NSDate now) {
-    auto const since = [&](NSDate date) {
-        return static_cast<std::int64_t>(std::llround(date.timeIntervalSinceDate(origin) * 1e9));
-    };
     std::vector<Slice> slices;
     for (auto const& timing : timings) {
-        auto const start = since(timing->start());
-        slices.push_back({timing, start, std::max(start, since(timing->finish().value_or(now)))});
+        auto const start = nanosecondsBetween(origin, timing->start());
+        slices.push_back({timing, start, std::max(start, nanosecondsBetween(origin, timing->finish().value_or(now)))});
     }
     std::ranges::stable_sort(slices, [](Slice const& a, Slice const& b) { // outer ones before what is inside
         return a.start != b.start ? a.start < b.start : a.end > b.end;
@@ -62,13 +74,14 @@ public:
 private:
     static Dictionary event(Slice const& slice, char const* phase, std::int64_t at) {
         auto const& timing = *slice.timing;
-        return {{"name", timing.title().empty() ? "timing" : timing.title()},
-                {"cat", "timing"},
-                {"ph", phase},
-                {"ts", microseconds(at)},
-                {"pid", ::getpid()},
-                {"tid", timing.thread()},
-                {"args", Dictionary{{"file", lastPathComponent(timing.filename())}, {"running", !timing.finish()}}}};
+        return {
+            {"name", timing.title().empty() ? "timing" : wellFormedUTF8(timing.title())},
+            {"cat", "timing"},
+            {"ph", phase},
+            {"ts", microseconds(at)},
+            {"pid", ::getpid()},
+            {"tid", timing.thread()},
+            {"args", Dictionary{{"file", wellFormedUTF8(lastPathComponent(timing.filename()))}, {"running", !timing.finish()}}}};
     }
 
     void addOnOwnRow(Slice const& slice) {
@@ -84,12 +97,12 @@ private:
         int number = 0;
         for (auto previous = slice.timing->start(); auto const& lap : slice.timing->laps()) {
             ++number;
-            auto mark = event(slice, "i", static_cast<std::int64_t>(std::llround(lap.date.timeIntervalSinceDate(origin_) * 1e9)));
-            mark.set("name", lap.note.value_or("lap " + std::to_string(number)));
+            auto mark = event(slice, "i", nanosecondsBetween(origin_, lap.date));
+            mark.set("name", wellFormedUTF8(lap.note.value_or("lap " + std::to_string(number))));
             mark.set("cat", "lap");
             mark.set("s", "t"); // as high as its thread's row
-            mark.set("args",
-                     Dictionary{{"timing", slice.timing->title()}, {"seconds", lap.date.timeIntervalSinceDate(previous)}});
+            mark.set("args", Dictionary{{"timing", wellFormedUTF8(slice.timing->title())},
+                                        {"seconds", secondsBetween(previous, lap.date)}});
             events_.push_back(std::move(mark));
             previous = lap.date;
         }

@@ -5,6 +5,7 @@
 #include "Tessarin/platform/queues/Once.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 #include "Tessarin/platform/runtime/NumberText.h"
+#include "Tessarin/platform/runtime/SharedMapPrivate.h"
 
 #include <fmt/format.h>
 
@@ -17,16 +18,9 @@ namespace {
 
 constexpr std::string_view clockSign = "\U0001F558";
 
-/// Looked up at every lap by key, changed at every start: readers share a table that nobody changes.
-Cell<Ref<Timing::ActiveTimes const>>& table() {
-    static auto& shared = *new Cell<Ref<Timing::ActiveTimes const>>(std::make_shared<Timing::ActiveTimes const>());
+SharedMap<Timing::ActiveTimes>& table() {
+    static auto& shared = *new SharedMap<Timing::ActiveTimes>;
     return shared;
-}
-
-Ref<Timing> timingUnder(std::string const& key) {
-    auto const times = table().get();
-    auto const at = times->find(key);
-    return at == times->end() ? nullptr : at->second;
 }
 
 double average(NSDate start, Timing::Laps const& laps) {
@@ -66,18 +60,18 @@ Timing::Type& Timing::type() {
 
 Ref<Timing> Timing::Type::start(std::string title, std::string file) {
     auto timing = make<Timing>(std::move(title), std::move(file));
-    dispatch_async(queue(), [timing] { modifyActiveTimes([&](ActiveTimes& times) { times[timing->title()] = timing; }); });
+    dispatch_async(queue(), [timing] { table().set(timing->title(), timing); });
     return timing;
 }
 
 Ref<Timing> Timing::Type::lap(std::optional<std::string> note, std::string const& key) {
-    auto timing = timingUnder(key);
+    auto timing = table().find(key);
     if (timing) timing->lap(std::move(note));
     return timing;
 }
 
 void Timing::Type::stop(std::string const& key) {
-    auto const timing = timingUnder(key);
+    auto const timing = table().find(key);
     if (!timing) return;
     timing->stop();
     timing->log(); // and it stays registered, so that later laps and stops under the key still find it
@@ -99,8 +93,8 @@ void Timing::Type::time(std::optional<std::string> const& name, int iterations, 
         lapLines(timing->start(), laps, line));
 }
 
-Timing::ActiveTimes Timing::activeTimes() { return *table().get(); }
-void Timing::setActiveTimes(ActiveTimes times) { table().set(std::make_shared<ActiveTimes const>(std::move(times))); }
+Timing::ActiveTimes Timing::activeTimes() { return table().all(); }
+void Timing::setActiveTimes(ActiveTimes times) { table().setAll(std::move(times)); }
 void Timing::modifyActiveTimes(FunctionRef<void(ActiveTimes&)> change) {
     auto times = activeTimes();
     change(times);

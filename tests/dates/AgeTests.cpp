@@ -96,14 +96,21 @@ TEST(NSBundle, TextsFollowTheUsersLanguages) {
     folder.write("Resources/pt-BR.lproj/Localizable.strings", std::string_view("\xFF\xFEn\0o\0w\0=\0\"\0j\0\xE1\0\"\0;\0", 20));
     folder.write("Resources/en.lproj/Localizable.strings", "now = \"right now\"; broken = ; \"never\" = \"read\";");
     folder.write("Resources/en.lproj/Other.strings", "<?xml version=\"1.0\"?><plist><dict><key>now</key><string>other</string></dict></plist>");
+    folder.write("Resources/zh-Hans.lproj/Localizable.strings", "now = \"现在\";");
+    folder.write("Resources/zh-Hant.lproj/Localizable.strings", "now = \"現在\";");
     folder.write("Info.plist", "<plist><dict><key>CFBundleDevelopmentRegion</key><string>en</string></dict></plist>");
     auto const bundle = NSBundle::bundleWithPath(folder.path());
     struct {
         char const *messages, *languages;
         char const *now, *hour;
-    } const rows[] = {{"de_DE.UTF-8", "", "jetztä", "eine \"Stunde\""}, {"pt_BR", "", "já", "1 hour"},
-                      {"pt_PT", "", "right now", "1 hour"},              {"fr_FR", "fr:de", "jetztä", "eine \"Stunde\""},
-                      {"C", "de", "right now", "1 hour"},                {"", "", "right now", "1 hour"}};
+    } const rows[] = {{"de_DE.UTF-8", "", "jetztä", "eine \"Stunde\""},
+                      {"pt_BR", "", "já", "1 hour"},
+                      {"pt_PT", "", "right now", "1 hour"},
+                      {"fr_FR", "fr:de", "jetztä", "eine \"Stunde\""},
+                      {"zh_CN.UTF-8", "", "现在", "1 hour"},
+                      {"zh_TW", "", "現在", "1 hour"}, // by the script of the country
+                      {"C", "de", "right now", "1 hour"},
+                      {"", "", "right now", "1 hour"}};
     for (auto const& row : rows) {
         tests::Environment const all("LC_ALL", ""), plain("LANG", ""), messages("LC_MESSAGES", row.messages), languages("LANGUAGE", row.languages);
         NSTimeZone::resetSystemTimeZone();

@@ -14,6 +14,10 @@ DefaultsKey<bool> const isMuted("isMuted");
 DefaultsKey<std::vector<std::string>> const recent("recent");
 DefaultsKey<NSData> const seal("seal");
 DefaultsKey<NSDate> const opened("opened");
+DefaultsKey<int> const count("volume");
+DefaultsKey<std::uint8_t> const small("volume");
+enum class Side : std::int16_t { Left = -1, Right = 1 };
+DefaultsKey<Side> const side("volume");
 
 /// The standard store is one for the process, so its folder must not change from test to test.
 class DefaultsKeys : public testing::Test {
@@ -71,6 +75,23 @@ TEST_F(DefaultsKeys, DataAndDatesAreOnlyWhatIsOfTheirKind) {
     EXPECT_EQ(read_[seal], std::nullopt);
     EXPECT_EQ(read_[opened], std::nullopt);
     EXPECT_TRUE(standard_.hasValueForKey("seal"));
+}
+
+TEST_F(DefaultsKeys, IntegersOfAnyWidthAndEnumerationsAndWhatIsReadWhereItStands) {
+    standard_[count] = 300;
+    EXPECT_EQ(read_[small], 255) << "the largest that fits";
+    standard_[volume] = INT64_MIN;
+    EXPECT_EQ(read_[count], INT32_MIN);
+    standard_[side] = Side::Left;
+    EXPECT_EQ(read_[side], Side::Left);
+    EXPECT_EQ(standard_.objectForKey("volume"), Value(-1));
+    standard_[count] += 8;
+    EXPECT_TRUE(standard_[count] == 7 && standard_[theme] == "");
+    standard_[theme] = "dark";
+    standard_[theme] += "er";
+    EXPECT_TRUE(standard_[theme] == "darker" && standard_[theme] != "dark");
+    NSUserDefaults::set(Side::Right, side);
+    EXPECT_EQ(NSUserDefaults::get(side), Side::Right);
 }
 
 TEST_F(DefaultsKeys, StaticOperationsFollowTheGroupAndWriteAtOnce) {

@@ -45,6 +45,14 @@ template <class T> std::string labels(T const& value) {
     return text;
 }
 
+TEST(KeyAccess, ANumberThatDoesNotFitIsAbsent) {
+    Dictionary const numbers{{"most", 127}, {"more", 128}, {"wrapped", 300}, {"negative", -1}};
+    EXPECT_EQ(valueForKey<std::int8_t>(numbers, "most"), 127);
+    for (auto const* key : {"more", "wrapped"}) EXPECT_EQ(valueForKey<std::int8_t>(numbers, key), std::nullopt) << key;
+    EXPECT_EQ(valueForKey<std::uint32_t>(numbers, "negative"), std::nullopt);
+    EXPECT_EQ(valueForKey<std::uint16_t>(numbers, "wrapped"), 300);
+}
+
 TEST(KeyPath, EndsWhereAComponentReadsLikeTheLastOne) {
     struct Inner {
         int a = 2, b = 3;

@@ -87,6 +87,20 @@ TEST(Timing, TakesTheMomentOfTheCallAndLeavesTheRestToItsQueue) {
     Timing::modifyActiveTimes([](auto& times) { times.erase("suspended"); });
 }
 
+TEST(Timing, AStartCostsTheSameAmongManyTitles) {
+    auto const secondsOfStarts = [] {
+        settle();
+        NSDate const start;
+        for (int at = 0; at < 1'000; ++at) Timing::start("again");
+        settle();
+        return -start.timeIntervalSinceNow();
+    };
+    auto const few = secondsOfStarts();
+    for (int at = 0; at < 16'000; ++at) Timing::start("title " + std::to_string(at));
+    EXPECT_LT(secondsOfStarts(), 10 * few + 0.05);
+    Timing::setActiveTimes({});
+}
+
 TEST(Timing, RepeatsABlockAndPrintsTheAverage) {
     auto const registered = Timing::activeTimes().size();
     int calls = 0;
@@ -186,6 +200,21 @@ TEST(TimingTrace, SlicesNestOnTheRowsOfTheirThreads) {
     EXPECT_TRUE(events.at("X timing")["args"].dictionary()["running"].boolean());
     EXPECT_LE(end("X timing"), end("X inner"));
     EXPECT_EQ(events.size(), 8u);
+}
+
+TEST(TimingTrace, TitlesAndMomentsThatJSONCannotSayStillGiveATrace) {
+    tests::TemporaryFolder const folder;
+    auto const url = NSURL::fileURLWithPath(folder.path("trace.json"));
+    auto const never = NSDate::dateWithTimeIntervalSinceReferenceDate(std::nan(""));
+    auto const timing =
+        finished("bad \xFF title", 1, {{"\xC3", never}, {"far", NSDate::dateWithTimeIntervalSinceReferenceDate(1e300)}});
+    Timing::writeTraceToURL(url, {timing});
+    auto const document = JSON::contentsOfURL(url);
+    auto const& events = document.dictionary()["traceEvents"].list();
+    ASSERT_EQ(events.size(), 3u);
+    EXPECT_EQ(events[0].dictionary()["name"].text(), "bad \uFFFD title");
+    EXPECT_EQ(events[1].dictionary()["name"].text(), "\uFFFD");
+    EXPECT_EQ(events[1].dictionary()["args"].dictionary()["seconds"].text(), "nan");
 }
 
 TEST(Measure, PrintsItsTwoForms) {

@@ -49,6 +49,15 @@ bool isKnown(std::string const& locale) {
     return U_SUCCESS(status) && status != U_USING_DEFAULT_WARNING;
 }
 
+/// "zh-Hans" of zh_CN: the language with the script that it has there. Empty where ICU does not know.
+std::string withScript(std::string_view wish) {
+    UErrorCode status = U_ZERO_ERROR;
+    icu::Locale locale(icuName(wish).c_str());
+    locale.addLikelySubtags(status);
+    return U_FAILURE(status) || !*locale.getScript() ? std::string{}
+                                                     : fmt::format("{}-{}", locale.getLanguage(), locale.getScript());
+}
+
 } // namespace
 
 std::string localeWishes() { return std::string{dateWish()}; }
@@ -71,15 +80,16 @@ std::vector<std::string> userLanguages() {
     if (isC(textWish())) return languages; // then LANGUAGE does not count either
     auto wishes = variable("LANGUAGE").empty() ? textWish() : variable("LANGUAGE");
     while (!wishes.empty()) {
-        std::string posix{withoutModifier(wishes.substr(0, wishes.find(':')))};
+        auto const wish = wishes.substr(0, wishes.find(':'));
+        std::string posix{withoutModifier(wish)};
         wishes.remove_prefix(std::min(wishes.find(':'), wishes.size() - 1) + 1);
         if (isC(posix)) continue;
         auto hyphened = posix;
         std::ranges::replace(hyphened, '_', '-');
         languages.push_back(hyphened);
-        if (hyphened == posix) continue;
-        languages.push_back(posix);
-        languages.push_back(posix.substr(0, posix.find('_')));
+        if (hyphened != posix) languages.push_back(posix);
+        if (auto script = withScript(wish); !script.empty()) languages.push_back(std::move(script));
+        if (hyphened != posix) languages.push_back(posix.substr(0, posix.find('_')));
     }
     return languages;
 }

@@ -13,7 +13,8 @@ std::string languageWishes();
 std::string userLocale();
 /// The calendar that people of that locale prefer: "gregorian", "persian".
 std::string calendarOfLocale(std::string const& locale);
-/// The languages of texts, the best first: LANGUAGE, else that of LC_ALL, LC_MESSAGES or LANG: "pt-BR", "pt_BR", "pt". Empty for C.
+/// The languages of texts, the best first: LANGUAGE, else that of LC_ALL, LC_MESSAGES or LANG: "pt-BR", "pt_BR",
+/// "pt-Latn", "pt". Empty for C.
 std::vector<std::string> userLanguages();
 
 } // namespace Tessarin

@@ -273,28 +273,6 @@ TEST_F(UserDefaults, FourProcessesLoseNothing) {
         for (int at = 0; at < 50; ++at) EXPECT_EQ(all->integerForKey(fmt::format("{}{}", name, at)), at + 1) << name << at;
 }
 
-TEST_F(UserDefaults, KilledWhileWritingTheFileAlwaysReads) {
-    auto const* const wanted = std::getenv("TESSARIN_KILLS");
-    std::minstd_rand random(3);
-    auto const pipe = folder_.path("pipe");
-    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
-    std::int64_t last = 0;
-    for (int kills = wanted ? std::atoi(wanted) : 30; kills > 0; --kills) {
-        auto const child = start("WritesForEver", pipe);
-        std::ifstream(pipe).get(); // it has written once
-        std::this_thread::sleep_for(std::chrono::microseconds(random() % 10'000));
-        ::kill(child, SIGKILL);
-        EXPECT_TRUE(WIFSIGNALED(end(child)));
-        auto const read = reread();
-        auto const count = read->integerForKey("count");
-        EXPECT_GT(count, last);
-        EXPECT_EQ(read->objectForKey("copy"), Value(count)) << "half a write";
-        EXPECT_EQ(read->stringForKey("text49"), std::string(40, 'x'));
-        last = count;
-    }
-    EXPECT_FALSE(fs::exists(folder_.path("suite/defaults.toml.broken")));
-}
-
 TEST_F(UserDefaults, FailuresLoseNothing) {
     for (std::string const role : {"FullDisk", "ReadOnlyFolder", "SetsAndExits"}) EXPECT_EQ(end(start(role, folder_.path())), 0) << role;
     EXPECT_EQ(folder_.read(file), "late = 1\n") << "what was set last is written at exit";
@@ -317,16 +295,6 @@ TEST_F(UserDefaultsRole, DISABLED_WritesFifty) {
     for (int at = 0; at < 50; ++at) {
         store_->setInteger(at + 1, fmt::format("{}{}", argument_, at));
         EXPECT_TRUE(store_->synchronize());
-    }
-}
-
-TEST_F(UserDefaultsRole, DISABLED_WritesForEver) {
-    for (int at = 0; at < 50; ++at) store_->setObject(std::string(40, 'x'), fmt::format("text{}", at));
-    for (auto count = store_->integerForKey("count") + 1;; ++count) {
-        store_->setInteger(count, "count");
-        store_->setInteger(count, "copy");
-        EXPECT_TRUE(store_->synchronize());
-        if (!argument_.empty()) std::ofstream(std::exchange(argument_, {})) << '!';
     }
 }
 
