@@ -1,6 +1,5 @@
 #pragma once
 #include "Tessarin/Export.h"
-#include "Tessarin/platform/foundation/NSURL.h"
 #include "Tessarin/platform/runtime/Value.h"
 #include <cstddef>
 #include <ostream>
@@ -10,6 +9,8 @@
 #include <vector>
 
 namespace Tessarin {
+
+class NSURL;
 
 /// Immutable bytes: a value of sixteen bytes whose copies share them. Any thread.
 ///
@@ -23,11 +24,11 @@ public:
     static NSData dataWithText(std::string_view text) { return dataWithBytes(std::as_bytes(std::span{text})); }
 
     /// All bytes of a file. Throws ErrorException (an errno) when it cannot be read.
-    static NSData contentsOfURL(NSURL const& url) { return contentsOfFile(url.path()); }
+    static NSData contentsOfURL(NSURL const& url);
     static NSData contentsOfFile(std::string const& path);
     /// Replaces the file's content in one step, so that a reader finds the old bytes or the new; they are synced before.
     /// Throws ErrorException, and the file stays as it was. Follows a symbolic link and keeps the mode of an existing file.
-    void writeToURL(NSURL const& url) const { writeToFile(url.path()); }
+    void writeToURL(NSURL const& url) const;
     void writeToFile(std::string const& path) const;
 
     std::span<std::byte const> bytes() const noexcept { return value_.bytes(); }

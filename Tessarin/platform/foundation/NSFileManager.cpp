@@ -1,7 +1,5 @@
 #include "Tessarin/platform/foundation/NSFileManager.h"
 
-#include "Tessarin/platform/foundation/NSBundle.h"
-#include "Tessarin/platform/foundation/NSDate.h"
 #include "Tessarin/platform/foundation/NSError.h"
 
 #include <algorithm>
@@ -121,26 +119,17 @@ Dictionary NSFileManager::attributesOfItemAtURL(NSURL const& url) const {
     auto const path = pathOf(url);
     struct stat status {};
     if (::lstat(path.c_str(), &status) != 0) check({errno, std::generic_category()}, path);
-    auto const seconds = static_cast<double>(status.st_mtim.tv_sec) + static_cast<double>(status.st_mtim.tv_nsec) * 1e-9;
+    static constexpr double from1970To2001 = 978'307'200;
+    auto const seconds = static_cast<double>(status.st_mtim.tv_sec) - from1970To2001 + static_cast<double>(status.st_mtim.tv_nsec) * 1e-9;
     return {{NSFileType, typeText(status.st_mode)},
             {NSFileSize, status.st_size},
-            {NSFileModificationDate, NSDate::dateWithTimeIntervalSince1970(seconds)},
+            {NSFileModificationDate, Value::date(seconds)},
             {NSFilePosixPermissions, status.st_mode & 07777}};
 }
 
 std::string NSFileManager::currentDirectoryPath() const {
     std::error_code ignored;
     return fs::current_path(ignored).native();
-}
-
-std::optional<NSURL> NSFileManager::containerURLForSecurityApplicationGroupIdentifier(std::string_view identifier) const {
-    if (identifier.empty() || identifier.find('/') != identifier.npos || identifier.find("..") != identifier.npos) return {};
-    if (identifier == NSBundle::mainBundle()->bundleIdentifier()) return {};
-    auto const base = userDirectory(NSSearchPathDirectory::ApplicationSupport);
-    if (!base) return {};
-    auto container = base->URLByAppendingPathComponent("group-containers").URLByAppendingPathComponent(identifier);
-    if (!directoryExistsAtURL(container)) return {};
-    return container;
 }
 
 } // namespace Tessarin
