@@ -1,6 +1,5 @@
 #include "Tessarin/dispatch/Dispatcher.h"
 
-#include "tests/support/Blocked.h"
 #include "tests/support/MainThread.h"
 #include <chrono>
 #include <cmath>
@@ -131,11 +130,6 @@ TEST(Dispatcher, DelayWithoutSecondsRunsHereAndWithSecondsOnTheMainQueue) {
     for (int i = 0; i < 3; ++i) EXPECT_EQ(dispatch_semaphore_wait(ran, dispatch_time(DISPATCH_TIME_NOW, 10 * NSEC_PER_SEC)), 0);
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds{20});
     EXPECT_TRUE(inMain);
-}
-
-TEST(DispatcherDeathTest, SyncOnTheQueueThatRunsItNeverReturns) {
-    EXPECT_EXIT(tests::exitIfBlocked([own = make<Dispatcher>()] { own->sync([&] { own->sync([] {}); }); }),
-                testing::ExitedWithCode(0), "");
 }
 
 TEST(DispatcherDeathTest, MisuseIsFatal) {

@@ -1,7 +1,6 @@
 #include "Tessarin/dispatch/NetworkActivityIndicator.h"
 #include "Tessarin/platform/foundation/NSOperationQueue.h"
 
-#include "tests/support/Blocked.h"
 #include <gtest/gtest.h>
 #include <thread>
 #include <unistd.h>
@@ -38,29 +37,6 @@ TEST(SerialOperationQueue, AWaitingClosureIsOneOperationThatASubclassMaySee) {
     queue->addOperationWithBlockAndWait([&] { ranOn = std::this_thread::get_id(); });
     EXPECT_EQ(queue->added, 1u);
     EXPECT_EQ(ranOn, std::this_thread::get_id());
-}
-
-TEST(SerialOperationQueueDeathTest, WaitingInsideItsOwnOperationNeverReturnsAndNothingElseBreaks) {
-    using Wait = void (*)(NSOperationQueue&);
-    Wait const waits[] = {[](NSOperationQueue& own) { own.addOperationWithBlockAndWait([] {}); },
-                          [](NSOperationQueue& own) { own.waitUntilAllOperationsAreFinished(); },
-                          [](NSOperationQueue& own) {
-                              own.addOperations({NSBlockOperation::blockOperationWithBlock([] {})}, WaitUntilFinished::Yes);
-                          }};
-    for (auto const& wait : waits)
-        EXPECT_EXIT(
-            {
-                auto const queue = make<NSOperationQueue>(Serial::Yes);
-                bool const blocked = tests::staysBlocked([=] { queue->addOperationWithBlockAndWait([&] { wait(*queue); }); });
-                bool served = false;
-                make<NSOperationQueue>(Serial::Yes)->addOperationWithBlockAndWait([&] { served = true; });
-                ::_exit(blocked && served ? 0 : 1);
-            },
-            testing::ExitedWithCode(0), "");
-    EXPECT_EXIT(tests::exitIfBlocked([queue = make<NSOperationQueue>()] {
-                    queue->addOperationWithBlockAndWait([&] { queue->waitUntilAllOperationsAreFinished(); });
-                }),
-                testing::ExitedWithCode(0), "");
 }
 
 TEST(NetworkActivityIndicator, NeverShowsAndAnswersMessages) {
