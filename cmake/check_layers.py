@@ -12,7 +12,8 @@ from pathlib import Path
 
 # Each room of the platform includes itself and those before it.
 PLATFORM = ["platform/" + room for room in (
-    "runtime", "queues", "foundation", "sqlite",
+    "runtime", "queues", "foundation/values", "foundation/files", "foundation/json", "foundation/time", "foundation/bundles",
+    "foundation/predicates", "foundation/operations", "foundation/notifications", "foundation/preferences", "sqlite",
     "objectgraph/model", "objectgraph/query", "objectgraph/persistence", "objectgraph/context")]
 OBJECT_GRAPH = [room for room in PLATFORM if "objectgraph" in room]
 
@@ -58,7 +59,7 @@ def without_comments(text, and_texts=False):
 def room_of(path):
     """'platform/objectgraph/model' for a file of that room, '' for one that stands directly in Tessarin/."""
     parts = path.split("/")[1:-1]
-    depth = 1 if parts[:1] != ["platform"] else 3 if parts[1:2] == ["objectgraph"] else 2
+    depth = 1 if parts[:1] != ["platform"] else 3 if parts[1:2] in (["objectgraph"], ["foundation"]) else 2
     return "/".join(parts[:depth])
 
 
@@ -166,24 +167,25 @@ def read_tree(root):
 
 def self_test():
     around = {path: "" for path in (
-        "Tessarin/platform/runtime/Ref.h", "Tessarin/platform/queues/Queue.h", "Tessarin/platform/foundation/NSDate.h",
+        "Tessarin/platform/runtime/Ref.h", "Tessarin/platform/queues/Queue.h", "Tessarin/platform/foundation/time/NSDate.h",
         "Tessarin/platform/sqlite/Statement.h", "Tessarin/platform/objectgraph/model/Entity.h",
         "Tessarin/platform/objectgraph/context/Context.h", "Tessarin/platform/queues/LanePrivate.h",
         "Tessarin/platform/queues/engine/Pool.h",
         "Tessarin/dates/NSDate+Ages.h", "Tessarin/dates/NSDate+Ages.inl", "Tessarin/dispatch/Dispatcher.h",
         "Tessarin/notifications/Notifier.h", "Tessarin/state/State.h", "Tessarin/store/Store.h")}
     inc = '#include "Tessarin/{}"\n'.format
-    around["Tessarin/platform/foundation/NSDate.h"] = inc("dates/NSDate+Ages.h") + inc("dates/NSDate+Ages.inl")
+    around["Tessarin/platform/foundation/time/NSDate.h"] = inc("dates/NSDate+Ages.h") + inc("dates/NSDate+Ages.inl")
     rows = [  # where, what stands there, what is said about it (None: nothing)
         ("platform/runtime/A.h", inc("platform/queues/Queue.h"), "'platform/runtime' may not include 'platform/queues'"),
         ("platform/queues/A.h", inc("platform/runtime/Ref.h"), None),
         ("platform/objectgraph/model/A.cpp", inc("platform/objectgraph/context/Context.h"), "may not include"),
         ("platform/objectgraph/context/A.cpp", inc("platform/objectgraph/model/Entity.h"), None),
-        ("platform/foundation/A.h", inc("platform/objectgraph/model/Entity.h"), "may not include"),
-        ("platform/foundation/A.cpp", inc("dates/NSDate+Ages.h"), "may not include"),
-        ("platform/foundation/NSURL.h", inc("dates/NSDate+Ages.h"), "may not include"),
-        ("platform/foundation/NSDate.h", inc("dates/NSDate+Ages.h") + inc("dates/NSDate+Ages.inl"), None),
-        ("platform/foundation/NSDate.cpp", inc("dates/NSDate+Ages.h"), "may not include"),
+        ("platform/foundation/values/A.h", inc("platform/objectgraph/model/Entity.h"), "may not include"),
+        ("platform/foundation/values/A.cpp", inc("dates/NSDate+Ages.h"), "may not include"),
+        ("platform/foundation/values/A.cpp", inc("platform/foundation/time/NSDate.h"), "may not include"),
+        ("platform/foundation/files/NSURL.h", inc("dates/NSDate+Ages.h"), "may not include"),
+        ("platform/foundation/time/NSDate.h", inc("dates/NSDate+Ages.h") + inc("dates/NSDate+Ages.inl"), None),
+        ("platform/foundation/time/NSDate.cpp", inc("dates/NSDate+Ages.h"), "may not include"),
         ("dispatch/A.cpp", inc("platform/objectgraph/context/Context.h"), "may not include"),
         ("dispatch/DeferredIn.h", inc("platform/objectgraph/context/Context.h"), None),
         ("dispatch/DeferredIn.h", inc("notifications/Notifier.h"), "may not include"),

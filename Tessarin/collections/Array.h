@@ -1,5 +1,5 @@
 #pragma once
-#include "Tessarin/platform/foundation/Random.h"
+#include "Tessarin/platform/foundation/values/Random.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 #include "Tessarin/platform/runtime/NSObject.h"
 #include "Tessarin/platform/runtime/Value.h"

@@ -1,9 +1,9 @@
 #include "Tessarin/dates/NSDate+Ages.h"
 
 #include "Tessarin/dates/Double+Time.h"
-#include "Tessarin/platform/foundation/NSDate.h"
-#include "Tessarin/platform/foundation/NSLocalizedString.h"
-#include "Tessarin/platform/foundation/RelativeTimePrivate.h"
+#include "Tessarin/platform/foundation/time/NSDate.h"
+#include "Tessarin/platform/foundation/bundles/NSLocalizedString.h"
+#include "Tessarin/platform/foundation/time/RelativeTimePrivate.h"
 #include "Tessarin/platform/runtime/NumberText.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 

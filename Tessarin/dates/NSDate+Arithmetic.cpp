@@ -1,6 +1,6 @@
 #include "Tessarin/dates/NSDate+Arithmetic.h"
 
-#include "Tessarin/platform/foundation/NSCalendar.h"
+#include "Tessarin/platform/foundation/time/NSCalendar.h"
 
 namespace Tessarin {
 namespace {

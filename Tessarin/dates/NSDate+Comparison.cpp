@@ -1,4 +1,4 @@
-#include "Tessarin/platform/foundation/NSCalendar.h"
+#include "Tessarin/platform/foundation/time/NSCalendar.h"
 
 namespace Tessarin {
 namespace {

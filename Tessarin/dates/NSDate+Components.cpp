@@ -1,7 +1,7 @@
 #include "Tessarin/dates/NSDate+Components.h"
 
 #include "Tessarin/dates/SymbolLookupPrivate.h"
-#include "Tessarin/platform/foundation/NSCalendar.h"
+#include "Tessarin/platform/foundation/time/NSCalendar.h"
 
 namespace Tessarin {
 namespace {

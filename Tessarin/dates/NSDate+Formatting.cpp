@@ -1,6 +1,6 @@
 #include "Tessarin/dates/NSDate+Formatting.h"
 
-#include "Tessarin/platform/foundation/NSDateFormatter.h"
+#include "Tessarin/platform/foundation/time/NSDateFormatter.h"
 
 namespace Tessarin {
 

@@ -1,6 +1,6 @@
 #pragma once
 #include "Tessarin/Export.h"
-#include "Tessarin/platform/foundation/NSDateFormatterStyle.h"
+#include "Tessarin/platform/foundation/time/NSDateFormatterStyle.h"
 #include <string>
 
 namespace Tessarin {

@@ -1,5 +1,5 @@
 #pragma once
-#include "Tessarin/platform/foundation/NSDateFormatter.h"
+#include "Tessarin/platform/foundation/time/NSDateFormatter.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 
 namespace Tessarin {

@@ -1,7 +1,7 @@
 #pragma once
 #include "Tessarin/Export.h"
-#include "Tessarin/platform/foundation/NSData.h"
-#include "Tessarin/platform/foundation/NSDate.h"
+#include "Tessarin/platform/foundation/time/NSDate.h"
+#include "Tessarin/platform/foundation/values/NSData.h"
 #include <concepts>
 #include <cstdint>
 #include <optional>

@@ -1,6 +1,6 @@
 #include "Tessarin/defaults/NSUserDefaults+Keys.h"
 
-#include "Tessarin/platform/foundation/NSUserDefaults.h"
+#include "Tessarin/platform/foundation/preferences/NSUserDefaults.h"
 #include "Tessarin/platform/runtime/Cell.h"
 
 namespace Tessarin {

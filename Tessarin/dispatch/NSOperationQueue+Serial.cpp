@@ -1,6 +1,6 @@
 #include "Tessarin/dispatch/NSOperationQueue+Serial.h"
 
-#include "Tessarin/platform/foundation/NSOperationQueue.h"
+#include "Tessarin/platform/foundation/operations/NSOperationQueue.h"
 
 namespace Tessarin {
 

@@ -1,6 +1,6 @@
 #include "Tessarin/measurement/Measure.h"
 
-#include "Tessarin/platform/foundation/NSDate.h"
+#include "Tessarin/platform/foundation/time/NSDate.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 #include "Tessarin/platform/runtime/NumberText.h"
 

@@ -2,9 +2,9 @@
 // its own, "i" for a mark.
 #include "Tessarin/measurement/LastPathComponentPrivate.h"
 #include "Tessarin/measurement/Timing.h"
-#include "Tessarin/platform/foundation/JSON.h"
-#include "Tessarin/platform/foundation/NSData.h"
-#include "Tessarin/platform/foundation/UTF8Private.h"
+#include "Tessarin/platform/foundation/json/JSON.h"
+#include "Tessarin/platform/foundation/values/NSData.h"
+#include "Tessarin/platform/foundation/values/UTF8Private.h"
 #include "Tessarin/platform/runtime/NumberText.h"
 
 #include <algorithm>

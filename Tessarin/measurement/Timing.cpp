@@ -1,7 +1,7 @@
 #include "Tessarin/measurement/Timing.h"
 
 #include "Tessarin/measurement/LastPathComponentPrivate.h"
-#include "Tessarin/platform/foundation/NSUUID.h"
+#include "Tessarin/platform/foundation/values/NSUUID.h"
 #include "Tessarin/platform/queues/Once.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 #include "Tessarin/platform/runtime/NumberText.h"

@@ -1,7 +1,7 @@
 #pragma once
 #include "Tessarin/Export.h"
-#include "Tessarin/platform/foundation/NSDate.h"
-#include "Tessarin/platform/foundation/NSURL.h"
+#include "Tessarin/platform/foundation/files/NSURL.h"
+#include "Tessarin/platform/foundation/time/NSDate.h"
 #include "Tessarin/platform/queues/Queue.h"
 #include "Tessarin/platform/runtime/Cell.h"
 #include "Tessarin/platform/runtime/FunctionRef.h"

@@ -1,7 +1,7 @@
 #include "Tessarin/notifications/Connection.h"
 
-#include "Tessarin/platform/foundation/NSNotificationCenter.h"
-#include "Tessarin/platform/foundation/NSOperationQueue.h"
+#include "Tessarin/platform/foundation/notifications/NSNotificationCenter.h"
+#include "Tessarin/platform/foundation/operations/NSOperationQueue.h"
 
 namespace Tessarin {
 

@@ -1,9 +1,9 @@
 #include "Tessarin/notifications/NSNotification+Posting.h"
 
 #include "Tessarin/dispatch/Dispatcher.h"
-#include "Tessarin/platform/foundation/NSNotification.h"
-#include "Tessarin/platform/foundation/NSNotificationCenter.h"
-#include "Tessarin/platform/foundation/NSOperationQueue.h"
+#include "Tessarin/platform/foundation/notifications/NSNotification.h"
+#include "Tessarin/platform/foundation/notifications/NSNotificationCenter.h"
+#include "Tessarin/platform/foundation/operations/NSOperationQueue.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 
 namespace Tessarin {

@@ -1,6 +1,6 @@
 #include "Tessarin/notifications/NSObject+Observing.h"
 
-#include "Tessarin/platform/foundation/NSNotificationCenter.h"
+#include "Tessarin/platform/foundation/notifications/NSNotificationCenter.h"
 #include "Tessarin/platform/runtime/AssociatedObjects.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 #include "Tessarin/platform/runtime/OneLinePrivate.h"

@@ -2,10 +2,10 @@
 
 #include "Tessarin/collections/Array.h"
 #include "Tessarin/dispatch/Dispatcher.h"
-#include "Tessarin/platform/foundation/NSBundle.h"
-#include "Tessarin/platform/foundation/NSNotificationCenter.h"
-#include "Tessarin/platform/foundation/NSNotificationChannel.h"
-#include "Tessarin/platform/foundation/NSOperationQueue.h"
+#include "Tessarin/platform/foundation/bundles/NSBundle.h"
+#include "Tessarin/platform/foundation/notifications/NSNotificationCenter.h"
+#include "Tessarin/platform/foundation/notifications/NSNotificationChannel.h"
+#include "Tessarin/platform/foundation/operations/NSOperationQueue.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 #pragma once
 #include "Tessarin/notifications/TiedObject.h"
-#include "Tessarin/platform/foundation/NSNotification.h"
+#include "Tessarin/platform/foundation/notifications/NSNotification.h"
 #include "Tessarin/platform/runtime/Closure.h"
 #include "Tessarin/platform/runtime/NSObject.h"
 #include "Tessarin/platform/runtime/Required.h"

@@ -1,7 +1,7 @@
 #include "Tessarin/notifications/Watcher.h"
 
-#include "Tessarin/platform/foundation/NSNotificationCenter.h"
-#include "Tessarin/platform/foundation/NSNotificationChannel.h"
+#include "Tessarin/platform/foundation/notifications/NSNotificationCenter.h"
+#include "Tessarin/platform/foundation/notifications/NSNotificationChannel.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 
 #include <limits>

@@ -1,6 +1,6 @@
 #pragma once
 #include "Tessarin/notifications/Notifier.h"
-#include "Tessarin/platform/foundation/NSNotificationListener.h"
+#include "Tessarin/platform/foundation/notifications/NSNotificationListener.h"
 
 namespace Tessarin {
 

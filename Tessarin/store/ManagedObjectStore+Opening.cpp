@@ -1,8 +1,8 @@
 // How a store is made: settings, names, model, file, contexts.
-#include "Tessarin/platform/foundation/Gestalt.h"
-#include "Tessarin/platform/foundation/NSBundle.h"
-#include "Tessarin/platform/foundation/NSFileManager.h"
-#include "Tessarin/platform/foundation/NSNotificationCenter.h"
+#include "Tessarin/platform/foundation/bundles/Gestalt.h"
+#include "Tessarin/platform/foundation/bundles/NSBundle.h"
+#include "Tessarin/platform/foundation/files/NSFileManager.h"
+#include "Tessarin/platform/foundation/notifications/NSNotificationCenter.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreRescuePrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreSalvagePrivate.h"
 #include "Tessarin/platform/runtime/Fatal.h"

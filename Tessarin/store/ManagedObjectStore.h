@@ -1,8 +1,8 @@
 #pragma once
 #include "Tessarin/Export.h"
 #include "Tessarin/dispatch/Dispatcher.h"
-#include "Tessarin/platform/foundation/NSNotification.h"
-#include "Tessarin/platform/foundation/NSURL.h"
+#include "Tessarin/platform/foundation/files/NSURL.h"
+#include "Tessarin/platform/foundation/notifications/NSNotification.h"
 #include "Tessarin/platform/objectgraph/context/NSManagedObjectContext.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/SalvageReport.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreRefusal.h"

@@ -1,6 +1,6 @@
 #include "Tessarin/store/NSFileManager+Directories.h"
 
-#include "Tessarin/platform/foundation/NSFileManager.h"
+#include "Tessarin/platform/foundation/files/NSFileManager.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 
 namespace Tessarin {

@@ -1,6 +1,6 @@
 #pragma once
 #include "Tessarin/Export.h"
-#include "Tessarin/platform/foundation/NSSearchPath.h"
+#include "Tessarin/platform/foundation/files/NSSearchPath.h"
 #include <optional>
 
 namespace Tessarin {

@@ -1,5 +1,5 @@
 // What the hooks of the import do unless a subclass overrides them.
-#include "Tessarin/platform/foundation/NSDateFormatter.h"
+#include "Tessarin/platform/foundation/time/NSDateFormatter.h"
 #include "Tessarin/platform/objectgraph/context/NSManagedObject.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 

@@ -1,6 +1,6 @@
 // Preferences with fifty keys beside those of other libraries. The raw limit of writing is a temporary file of the same bytes,
 // fsync, rename; the one behind it also syncs the folder, as ours does so that no loss of power brings the old file back.
-#include "Tessarin/platform/foundation/NSUserDefaults.h"
+#include "Tessarin/platform/foundation/preferences/NSUserDefaults.h"
 #include "benchmarks/defaults/Peers.h"
 #include "benchmarks/support/Threads.h"
 

@@ -1,6 +1,6 @@
 // Notifiers beside the signals of other libraries. Ours may be used from any thread; of the peers only Boost.Signals2 may.
 #include "Tessarin/notifications/Notifier.h"
-#include "Tessarin/platform/foundation/NSBundle.h"
+#include "Tessarin/platform/foundation/bundles/NSBundle.h"
 #include "benchmarks/notifications/Peers.h"
 #include "benchmarks/support/Threads.h"
 

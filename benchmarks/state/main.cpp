@@ -1,6 +1,6 @@
 // Observable values beside those of other libraries, and how soon a watcher on another thread sees a change.
-#include "Tessarin/platform/foundation/NSBundle.h"
-#include "Tessarin/platform/foundation/NSOperationQueue.h"
+#include "Tessarin/platform/foundation/bundles/NSBundle.h"
+#include "Tessarin/platform/foundation/operations/NSOperationQueue.h"
 #include "Tessarin/state/GlobalState.h"
 #include "Tessarin/state/Situation.h"
 #include "benchmarks/state/Peers.h"

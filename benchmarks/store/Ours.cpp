@@ -1,5 +1,5 @@
 // Our side: the object graph as an application uses it, written through a worker, read in the main context.
-#include "Tessarin/platform/foundation/JSON.h"
+#include "Tessarin/platform/foundation/json/JSON.h"
 #include "benchmarks/store/OurModel.h"
 #include "benchmarks/store/Timing.h"
 

@@ -1,7 +1,7 @@
 #include "CatalogueStore.h"
 
-#include "Tessarin/platform/foundation/NSBundle.h"
-#include "Tessarin/platform/foundation/NSFileManager.h"
+#include "Tessarin/platform/foundation/bundles/NSBundle.h"
+#include "Tessarin/platform/foundation/files/NSFileManager.h"
 #include <cstdlib>
 
 using namespace Tessarin;

@@ -1,6 +1,6 @@
 #include "DataFile.h"
 
-#include "Tessarin/platform/foundation/JSON.h"
+#include "Tessarin/platform/foundation/json/JSON.h"
 #include <stdexcept>
 
 using namespace Tessarin;

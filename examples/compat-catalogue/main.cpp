@@ -3,7 +3,7 @@
 #include "Import.h"
 #include "MainQueueWatch.h"
 #include "Questions.h"
-#include "Tessarin/platform/foundation/NSFileManager.h"
+#include "Tessarin/platform/foundation/files/NSFileManager.h"
 #include "Verification.h"
 #include <chrono>
 #include <cstdio>

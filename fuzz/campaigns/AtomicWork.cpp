@@ -3,8 +3,8 @@
 
 #include "fuzz/campaigns/Campaign.h"
 
-#include "Tessarin/platform/foundation/NSData.h"
-#include "Tessarin/platform/foundation/NSError.h"
+#include "Tessarin/platform/foundation/values/NSData.h"
+#include "Tessarin/platform/foundation/values/NSError.h"
 
 #include <filesystem>
 #include <fstream>

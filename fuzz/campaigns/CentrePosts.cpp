@@ -3,10 +3,10 @@
 // and where they overlapped a least and a most.
 #include "fuzz/campaigns/Channels.h"
 
-#include "Tessarin/platform/foundation/NSNotificationCenter.h"
-#include "Tessarin/platform/foundation/NSNotificationChannel.h"
-#include "Tessarin/platform/foundation/NSNotificationListener.h"
-#include "Tessarin/platform/foundation/NSOperationQueue.h"
+#include "Tessarin/platform/foundation/notifications/NSNotificationCenter.h"
+#include "Tessarin/platform/foundation/notifications/NSNotificationChannel.h"
+#include "Tessarin/platform/foundation/notifications/NSNotificationListener.h"
+#include "Tessarin/platform/foundation/operations/NSOperationQueue.h"
 
 #include <algorithm>
 #include <atomic>

@@ -3,7 +3,7 @@
 
 #include "fuzz/campaigns/Scenes.h"
 
-#include "Tessarin/platform/foundation/NSError.h"
+#include "Tessarin/platform/foundation/values/NSError.h"
 
 #include <filesystem>
 #include <future>

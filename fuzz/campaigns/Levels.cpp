@@ -2,7 +2,7 @@
 // every way to forget; compared with layers of maps.
 #include "fuzz/campaigns/Levels.h"
 
-#include "Tessarin/platform/foundation/NSNotificationCenter.h"
+#include "Tessarin/platform/foundation/notifications/NSNotificationCenter.h"
 #include "fuzz/campaigns/Shelf.h"
 
 #include <algorithm>

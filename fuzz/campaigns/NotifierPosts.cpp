@@ -2,8 +2,8 @@
 #include "fuzz/campaigns/Channels.h"
 
 #include "Tessarin/notifications/Notifier.h"
-#include "Tessarin/platform/foundation/NSBundle.h"
-#include "Tessarin/platform/foundation/NSOperationQueue.h"
+#include "Tessarin/platform/foundation/bundles/NSBundle.h"
+#include "Tessarin/platform/foundation/operations/NSOperationQueue.h"
 
 #include <algorithm>
 #include <atomic>

@@ -1,6 +1,6 @@
 #include "fuzz/campaigns/Predicates.h"
 
-#include "Tessarin/platform/foundation/NSPredicate.h"
+#include "Tessarin/platform/foundation/predicates/NSPredicate.h"
 #include "Tessarin/platform/objectgraph/context/NSManagedObjectContext.h"
 #include "Tessarin/platform/objectgraph/model/ModelBuilder.h"
 

@@ -3,8 +3,8 @@
 
 #include "fuzz/campaigns/Campaign.h"
 
-#include "Tessarin/platform/foundation/NSError.h"
-#include "Tessarin/platform/foundation/NSUserDefaults.h"
+#include "Tessarin/platform/foundation/preferences/NSUserDefaults.h"
+#include "Tessarin/platform/foundation/values/NSError.h"
 
 #include <cstdlib>
 #include <filesystem>

@@ -1,6 +1,6 @@
 // Ages and durations as text, and the words in the user's language.
-#include "Tessarin/platform/foundation/NSBundle.h"
-#include "Tessarin/platform/foundation/NSLocalizedString.h"
+#include "Tessarin/platform/foundation/bundles/NSBundle.h"
+#include "Tessarin/platform/foundation/bundles/NSLocalizedString.h"
 
 #include "tests/dates/DateFixture.h"
 #include <cmath>

@@ -1,5 +1,5 @@
 #pragma once
-#include "Tessarin/platform/foundation/NSCalendar.h"
+#include "Tessarin/platform/foundation/time/NSCalendar.h"
 
 #include "tests/support/TemporaryFolder.h"
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 // What the room adds to dates: components, order, arithmetic, texts.
 #include "Tessarin/dates/DateMonth.h"
-#include "Tessarin/platform/foundation/NSDateFormatter.h"
+#include "Tessarin/platform/foundation/time/NSDateFormatter.h"
 
 #include "tests/dates/DateFixture.h"
 #include <atomic>

@@ -1,4 +1,4 @@
-#include "Tessarin/platform/foundation/NSUserDefaults.h"
+#include "Tessarin/platform/foundation/preferences/NSUserDefaults.h"
 
 #include "tests/support/TemporaryFolder.h"
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
 #include "Tessarin/dispatch/NetworkActivityIndicator.h"
-#include "Tessarin/platform/foundation/NSOperationQueue.h"
+#include "Tessarin/platform/foundation/operations/NSOperationQueue.h"
 
 #include <gtest/gtest.h>
 #include <thread>

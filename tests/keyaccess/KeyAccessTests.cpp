@@ -1,7 +1,7 @@
 #include "Tessarin/keyaccess/KVC.h"
-#include "Tessarin/platform/foundation/NSDate.h"
-#include "Tessarin/platform/foundation/NSURL.h"
-#include "Tessarin/platform/foundation/NSUUID.h"
+#include "Tessarin/platform/foundation/files/NSURL.h"
+#include "Tessarin/platform/foundation/time/NSDate.h"
+#include "Tessarin/platform/foundation/values/NSUUID.h"
 #include "Tessarin/platform/runtime/NSObject.h"
 
 #include <array>

@@ -1,6 +1,6 @@
 #include "Tessarin/measurement/Timing.h"
 #include "Tessarin/measurement/Measure.h"
-#include "Tessarin/platform/foundation/JSON.h"
+#include "Tessarin/platform/foundation/json/JSON.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <cmath>

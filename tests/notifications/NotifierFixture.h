@@ -1,9 +1,9 @@
 #pragma once
 #include "Tessarin/dispatch/Dispatcher.h"
 #include "Tessarin/notifications/Notifier.h"
-#include "Tessarin/platform/foundation/NSBundle.h"
-#include "Tessarin/platform/foundation/NSNotificationCenter.h"
-#include "Tessarin/platform/foundation/NSOperationQueue.h"
+#include "Tessarin/platform/foundation/bundles/NSBundle.h"
+#include "Tessarin/platform/foundation/notifications/NSNotificationCenter.h"
+#include "Tessarin/platform/foundation/operations/NSOperationQueue.h"
 
 #include <gtest/gtest.h>
 

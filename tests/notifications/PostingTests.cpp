@@ -1,6 +1,6 @@
-#include "Tessarin/platform/foundation/NSNotification.h"
-#include "Tessarin/platform/foundation/NSNotificationCenter.h"
-#include "Tessarin/platform/foundation/NSOperationQueue.h"
+#include "Tessarin/platform/foundation/notifications/NSNotification.h"
+#include "Tessarin/platform/foundation/notifications/NSNotificationCenter.h"
+#include "Tessarin/platform/foundation/operations/NSOperationQueue.h"
 
 #include "tests/support/MainThread.h"
 #include <future>

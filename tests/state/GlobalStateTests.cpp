@@ -1,6 +1,6 @@
 #include "Tessarin/dates/DateMonth.h"
-#include "Tessarin/platform/foundation/NSBundle.h"
-#include "Tessarin/platform/foundation/NSOperationQueue.h"
+#include "Tessarin/platform/foundation/bundles/NSBundle.h"
+#include "Tessarin/platform/foundation/operations/NSOperationQueue.h"
 #include "Tessarin/platform/queues/Semaphore.h"
 #include "Tessarin/state/GlobalState.h"
 

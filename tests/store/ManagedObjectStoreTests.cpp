@@ -1,4 +1,4 @@
-#include "Tessarin/platform/foundation/Gestalt.h"
+#include "Tessarin/platform/foundation/bundles/Gestalt.h"
 #include "tests/store/StoreFixture.h"
 
 class XCTest : public Tessarin::NSObject {}; // what a test program's main registers

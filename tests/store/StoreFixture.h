@@ -1,6 +1,6 @@
 #pragma once
-#include "Tessarin/platform/foundation/NSFileManager.h"
-#include "Tessarin/platform/foundation/NSNotificationCenter.h"
+#include "Tessarin/platform/foundation/files/NSFileManager.h"
+#include "Tessarin/platform/foundation/notifications/NSNotificationCenter.h"
 #include "Tessarin/platform/objectgraph/model/ModelDocument.h"
 #include "Tessarin/store/ManagedObjectStore.h"
 #include "tests/support/MainThread.h"

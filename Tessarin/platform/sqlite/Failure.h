@@ -1,5 +1,5 @@
 #pragma once
-#include "Tessarin/platform/foundation/NSError.h"
+#include "Tessarin/platform/foundation/values/NSError.h"
 
 struct sqlite3;
 

@@ -1,5 +1,5 @@
 // Calendars: what is odd about clocks and months, in zones that have it.
-#include "Tessarin/platform/foundation/NSCalendar.h"
+#include "Tessarin/platform/foundation/time/NSCalendar.h"
 
 #include <cmath>
 #include <fmt/format.h>

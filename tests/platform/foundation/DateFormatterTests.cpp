@@ -1,6 +1,6 @@
 // Dates as text and back.
-#include "Tessarin/platform/foundation/NSDateFormatter.h"
-#include "Tessarin/platform/foundation/NSTimeZone.h"
+#include "Tessarin/platform/foundation/time/NSDateFormatter.h"
+#include "Tessarin/platform/foundation/time/NSTimeZone.h"
 
 #include "tests/support/TemporaryFolder.h"
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
-#include "Tessarin/platform/foundation/CivilDate.h"
-#include "Tessarin/platform/foundation/NSDate.h"
+#include "Tessarin/platform/foundation/time/CivilDate.h"
+#include "Tessarin/platform/foundation/time/NSDate.h"
 
 #include <chrono>
 #include <gtest/gtest.h>

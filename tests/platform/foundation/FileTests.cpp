@@ -1,10 +1,10 @@
 // Files, standard folders, bundles and property lists.
-#include "Tessarin/platform/foundation/Gestalt.h"
-#include "Tessarin/platform/foundation/NSBundle.h"
-#include "Tessarin/platform/foundation/NSDate.h"
-#include "Tessarin/platform/foundation/NSError.h"
-#include "Tessarin/platform/foundation/NSFileManager.h"
-#include "Tessarin/platform/foundation/PropertyList.h"
+#include "Tessarin/platform/foundation/bundles/Gestalt.h"
+#include "Tessarin/platform/foundation/bundles/NSBundle.h"
+#include "Tessarin/platform/foundation/bundles/PropertyList.h"
+#include "Tessarin/platform/foundation/files/NSFileManager.h"
+#include "Tessarin/platform/foundation/time/NSDate.h"
+#include "Tessarin/platform/foundation/values/NSError.h"
 
 #include "tests/support/TemporaryFolder.h"
 #include <cstdlib>

@@ -1,6 +1,6 @@
-#include "Tessarin/platform/foundation/JSON.h"
-#include "Tessarin/platform/foundation/NSDate.h"
-#include "Tessarin/platform/foundation/NSError.h"
+#include "Tessarin/platform/foundation/json/JSON.h"
+#include "Tessarin/platform/foundation/time/NSDate.h"
+#include "Tessarin/platform/foundation/values/NSError.h"
 
 #include "tests/support/TemporaryFolder.h"
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
-#include "Tessarin/platform/foundation/NSComparisonPredicate.h"
-#include "Tessarin/platform/foundation/NSCompoundPredicate.h"
-#include "Tessarin/platform/foundation/NSError.h"
+#include "Tessarin/platform/foundation/predicates/NSComparisonPredicate.h"
+#include "Tessarin/platform/foundation/predicates/NSCompoundPredicate.h"
+#include "Tessarin/platform/foundation/values/NSError.h"
 
 #include <gtest/gtest.h>
 #include <limits>

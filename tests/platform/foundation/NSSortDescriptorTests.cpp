@@ -1,5 +1,5 @@
-#include "Tessarin/platform/foundation/NSSortDescriptor.h"
-#include "Tessarin/platform/foundation/TextFolding.h"
+#include "Tessarin/platform/foundation/predicates/NSSortDescriptor.h"
+#include "Tessarin/platform/foundation/predicates/TextFolding.h"
 
 #include <gtest/gtest.h>
 

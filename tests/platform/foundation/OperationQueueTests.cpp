@@ -1,4 +1,4 @@
-#include "Tessarin/platform/foundation/NSOperationQueue.h"
+#include "Tessarin/platform/foundation/operations/NSOperationQueue.h"
 #include "Tessarin/platform/queues/Dispatch.h"
 
 #include "tests/support/MainThread.h"

@@ -1,6 +1,6 @@
 // Zones: the system's whole database beside the C library, the forms of TZ, and files that are no zones.
-#include "Tessarin/platform/foundation/NSCalendar.h"
-#include "Tessarin/platform/foundation/NSTimeZone.h"
+#include "Tessarin/platform/foundation/time/NSCalendar.h"
+#include "Tessarin/platform/foundation/time/NSTimeZone.h"
 
 #include "tests/support/TemporaryFolder.h"
 #include <cstdio>

@@ -1,7 +1,7 @@
 // The file of preferences: ill-formed, unusual, touched by others, written while the system fails.
-#include "Tessarin/platform/foundation/NSError.h"
-#include "Tessarin/platform/foundation/NSNotificationCenter.h"
-#include "Tessarin/platform/foundation/NSUserDefaults.h"
+#include "Tessarin/platform/foundation/notifications/NSNotificationCenter.h"
+#include "Tessarin/platform/foundation/preferences/NSUserDefaults.h"
+#include "Tessarin/platform/foundation/values/NSError.h"
 #include "Tessarin/platform/queues/Dispatch.h"
 
 #include "tests/support/TemporaryFolder.h"

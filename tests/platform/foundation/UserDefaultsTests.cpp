@@ -1,8 +1,8 @@
 // Preferences and their files. What needs a process of its own runs in one of the roles at the end.
-#include "Tessarin/platform/foundation/NSError.h"
-#include "Tessarin/platform/foundation/NSNotificationCenter.h"
-#include "Tessarin/platform/foundation/NSUUID.h"
-#include "Tessarin/platform/foundation/NSUserDefaults.h"
+#include "Tessarin/platform/foundation/notifications/NSNotificationCenter.h"
+#include "Tessarin/platform/foundation/preferences/NSUserDefaults.h"
+#include "Tessarin/platform/foundation/values/NSError.h"
+#include "Tessarin/platform/foundation/values/NSUUID.h"
 
 #include "tests/support/TemporaryFolder.h"
 #include <cmath>

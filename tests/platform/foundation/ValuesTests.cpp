@@ -1,9 +1,9 @@
 // URLs, UUIDs, random numbers and Base64.
-#include "Tessarin/platform/foundation/Base64.h"
-#include "Tessarin/platform/foundation/NSData.h"
-#include "Tessarin/platform/foundation/NSURL.h"
-#include "Tessarin/platform/foundation/NSUUID.h"
-#include "Tessarin/platform/foundation/Random.h"
+#include "Tessarin/platform/foundation/files/NSURL.h"
+#include "Tessarin/platform/foundation/values/Base64.h"
+#include "Tessarin/platform/foundation/values/NSData.h"
+#include "Tessarin/platform/foundation/values/NSUUID.h"
+#include "Tessarin/platform/foundation/values/Random.h"
 
 #include <filesystem>
 #include <gtest/gtest.h>

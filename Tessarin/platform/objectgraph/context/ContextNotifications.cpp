@@ -1,7 +1,7 @@
 #include "Tessarin/platform/objectgraph/context/ContextNotificationsPrivate.h"
 
-#include "Tessarin/platform/foundation/NSNotificationCenter.h"
-#include "Tessarin/platform/foundation/NSNotificationChannel.h"
+#include "Tessarin/platform/foundation/notifications/NSNotificationCenter.h"
+#include "Tessarin/platform/foundation/notifications/NSNotificationChannel.h"
 #include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
 #include "Tessarin/platform/queues/Dispatch.h"
 

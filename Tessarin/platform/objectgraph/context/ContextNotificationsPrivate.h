@@ -1,5 +1,5 @@
 #pragma once
-#include "Tessarin/platform/foundation/NSNotification.h"
+#include "Tessarin/platform/foundation/notifications/NSNotification.h"
 #include "Tessarin/platform/objectgraph/context/ContextStatePrivate.h"
 #include <mutex>
 

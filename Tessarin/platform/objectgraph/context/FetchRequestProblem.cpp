@@ -1,7 +1,7 @@
 #include "Tessarin/platform/objectgraph/context/FetchRequestProblem.h"
 
-#include "Tessarin/platform/foundation/NSComparisonPredicate.h"
-#include "Tessarin/platform/foundation/NSCompoundPredicate.h"
+#include "Tessarin/platform/foundation/predicates/NSComparisonPredicate.h"
+#include "Tessarin/platform/foundation/predicates/NSCompoundPredicate.h"
 #include "Tessarin/platform/objectgraph/context/NSManagedObject.h"
 #include "Tessarin/platform/objectgraph/context/NearestKeysPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"

@@ -1,7 +1,7 @@
 // Fetching: what the store finds, corrected by what is not saved yet.
-#include "Tessarin/platform/foundation/NSComparisonPredicate.h"
-#include "Tessarin/platform/foundation/NSCompoundPredicate.h"
-#include "Tessarin/platform/foundation/NSSortDescriptor.h"
+#include "Tessarin/platform/foundation/predicates/NSComparisonPredicate.h"
+#include "Tessarin/platform/foundation/predicates/NSCompoundPredicate.h"
+#include "Tessarin/platform/foundation/predicates/NSSortDescriptor.h"
 #include "Tessarin/platform/objectgraph/context/FetchRequestProblem.h"
 #include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
 #include "Tessarin/platform/objectgraph/context/PrefetchingPrivate.h"

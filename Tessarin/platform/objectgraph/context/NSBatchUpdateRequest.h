@@ -1,6 +1,6 @@
 #pragma once
-#include "Tessarin/platform/foundation/NSExpression.h"
-#include "Tessarin/platform/foundation/NSPredicate.h"
+#include "Tessarin/platform/foundation/predicates/NSExpression.h"
+#include "Tessarin/platform/foundation/predicates/NSPredicate.h"
 #include "Tessarin/platform/objectgraph/context/NSBatchResult.h"
 #include <map>
 #include <string>

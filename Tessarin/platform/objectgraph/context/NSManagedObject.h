@@ -1,7 +1,7 @@
 #pragma once
 #include "Tessarin/Export.h"
-#include "Tessarin/platform/foundation/NSDate.h"
-#include "Tessarin/platform/foundation/NSError.h"
+#include "Tessarin/platform/foundation/time/NSDate.h"
+#include "Tessarin/platform/foundation/values/NSError.h"
 #include "Tessarin/platform/objectgraph/context/ObjectState.h"
 #include "Tessarin/platform/objectgraph/context/PropertyHandle.h"
 #include "Tessarin/platform/runtime/FunctionRef.h"

@@ -1,6 +1,6 @@
 #include "Tessarin/platform/objectgraph/context/NSManagedObjectContext.h"
 
-#include "Tessarin/platform/foundation/NSNotificationCenter.h"
+#include "Tessarin/platform/foundation/notifications/NSNotificationCenter.h"
 #include "Tessarin/platform/objectgraph/context/ContextNotificationsPrivate.h"
 #include "Tessarin/platform/objectgraph/context/MergingPrivate.h"
 #include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"

@@ -1,7 +1,7 @@
 #pragma once
 #include "Tessarin/Export.h"
-#include "Tessarin/platform/foundation/NSError.h"
-#include "Tessarin/platform/foundation/NSNotification.h"
+#include "Tessarin/platform/foundation/notifications/NSNotification.h"
+#include "Tessarin/platform/foundation/values/NSError.h"
 #include "Tessarin/platform/objectgraph/context/FetchedObjects.h"
 #include "Tessarin/platform/objectgraph/context/NSBatchDeleteRequest.h"
 #include "Tessarin/platform/objectgraph/context/NSBatchUpdateRequest.h"

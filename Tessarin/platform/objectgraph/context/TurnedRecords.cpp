@@ -1,6 +1,6 @@
 #include "Tessarin/platform/objectgraph/context/TurnedRecordsPrivate.h"
 
-#include "Tessarin/platform/foundation/NSComparisonPredicate.h"
+#include "Tessarin/platform/foundation/predicates/NSComparisonPredicate.h"
 #include "Tessarin/platform/objectgraph/query/NSFetchRequest.h"
 
 namespace Tessarin {

@@ -1,7 +1,7 @@
 #include "Tessarin/platform/objectgraph/context/UnsavedRecordsPrivate.h"
 
-#include "Tessarin/platform/foundation/NSComparisonPredicate.h"
-#include "Tessarin/platform/foundation/NSCompoundPredicate.h"
+#include "Tessarin/platform/foundation/predicates/NSComparisonPredicate.h"
+#include "Tessarin/platform/foundation/predicates/NSCompoundPredicate.h"
 #include "Tessarin/platform/objectgraph/context/TurnedRecordsPrivate.h"
 
 #include <algorithm>

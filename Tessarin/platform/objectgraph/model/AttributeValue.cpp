@@ -1,5 +1,5 @@
 // Conversion of values to what an attribute of some type keeps.
-#include "Tessarin/platform/foundation/NSUUID.h"
+#include "Tessarin/platform/foundation/values/NSUUID.h"
 #include "Tessarin/platform/objectgraph/model/NSAttributeDescription.h"
 
 #include <charconv>

@@ -1,8 +1,8 @@
 // Models from files and folders.
-#include "Tessarin/platform/foundation/NSBundle.h"
-#include "Tessarin/platform/foundation/NSData.h"
-#include "Tessarin/platform/foundation/NSError.h"
-#include "Tessarin/platform/foundation/PropertyList.h"
+#include "Tessarin/platform/foundation/bundles/NSBundle.h"
+#include "Tessarin/platform/foundation/bundles/PropertyList.h"
+#include "Tessarin/platform/foundation/values/NSData.h"
+#include "Tessarin/platform/foundation/values/NSError.h"
 #include "Tessarin/platform/objectgraph/model/ModelDocument.h"
 #include "Tessarin/platform/objectgraph/model/NSManagedObjectModel.h"
 

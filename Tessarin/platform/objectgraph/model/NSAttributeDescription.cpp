@@ -1,6 +1,6 @@
 #include "Tessarin/platform/objectgraph/model/NSAttributeDescription.h"
 
-#include "Tessarin/platform/foundation/TextPattern.h"
+#include "Tessarin/platform/foundation/predicates/TextPattern.h"
 
 namespace Tessarin {
 

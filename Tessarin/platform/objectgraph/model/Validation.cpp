@@ -1,6 +1,6 @@
 // What is wrong with values before a save.
-#include "Tessarin/platform/foundation/NSError.h"
-#include "Tessarin/platform/foundation/TextPattern.h"
+#include "Tessarin/platform/foundation/predicates/TextPattern.h"
+#include "Tessarin/platform/foundation/values/NSError.h"
 #include "Tessarin/platform/objectgraph/model/NSEntityDescription.h"
 #include "Tessarin/platform/objectgraph/model/NSValidationError.h"
 

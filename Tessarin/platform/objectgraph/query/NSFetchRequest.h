@@ -1,7 +1,7 @@
 #pragma once
 #include "Tessarin/Export.h"
-#include "Tessarin/platform/foundation/NSPredicate.h"
-#include "Tessarin/platform/foundation/NSSortDescriptor.h"
+#include "Tessarin/platform/foundation/predicates/NSPredicate.h"
+#include "Tessarin/platform/foundation/predicates/NSSortDescriptor.h"
 #include "Tessarin/platform/runtime/NSObject.h"
 #include <string>
 #include <string_view>

@@ -1,6 +1,6 @@
 #include "Tessarin/platform/objectgraph/query/SQLFunctionsPrivate.h"
 
-#include "Tessarin/platform/foundation/PredicateComparisonPrivate.h"
+#include "Tessarin/platform/foundation/predicates/PredicateComparisonPrivate.h"
 
 #include <sqlite3.h>
 

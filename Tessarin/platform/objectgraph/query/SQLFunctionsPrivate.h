@@ -1,5 +1,5 @@
 #pragma once
-#include "Tessarin/platform/foundation/NSSortDescriptor.h"
+#include "Tessarin/platform/foundation/predicates/NSSortDescriptor.h"
 #include "Tessarin/platform/sqlite/Connection.h"
 
 namespace Tessarin {

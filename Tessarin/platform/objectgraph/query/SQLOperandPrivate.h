@@ -1,5 +1,5 @@
 #pragma once
-#include "Tessarin/platform/foundation/NSExpression.h"
+#include "Tessarin/platform/foundation/predicates/NSExpression.h"
 #include "Tessarin/platform/objectgraph/query/SQLSchemaPrivate.h"
 #include <map>
 

@@ -1,7 +1,7 @@
 #pragma once
-#include "Tessarin/platform/foundation/NSComparisonPredicate.h"
-#include "Tessarin/platform/foundation/NSCompoundPredicate.h"
-#include "Tessarin/platform/foundation/NSSortDescriptor.h"
+#include "Tessarin/platform/foundation/predicates/NSComparisonPredicate.h"
+#include "Tessarin/platform/foundation/predicates/NSCompoundPredicate.h"
+#include "Tessarin/platform/foundation/predicates/NSSortDescriptor.h"
 #include "Tessarin/platform/objectgraph/query/SQLOperandPrivate.h"
 
 namespace Tessarin {

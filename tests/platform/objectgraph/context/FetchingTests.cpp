@@ -1,7 +1,7 @@
 // Fetch requests beyond predicate and order: batches, prefetched relationships, and a store that cannot be read for a while.
 #include "Library.h"
-#include "Tessarin/platform/foundation/NSComparisonPredicate.h"
-#include "Tessarin/platform/foundation/NSCompoundPredicate.h"
+#include "Tessarin/platform/foundation/predicates/NSComparisonPredicate.h"
+#include "Tessarin/platform/foundation/predicates/NSCompoundPredicate.h"
 #include "Tessarin/platform/sqlite/Connection.h"
 #include <limits>
 #include <ranges>

@@ -1,5 +1,5 @@
 #pragma once
-#include "Tessarin/platform/foundation/NSNotificationCenter.h"
+#include "Tessarin/platform/foundation/notifications/NSNotificationCenter.h"
 #include "Tessarin/platform/objectgraph/context/NSManagedObjectContext.h"
 #include "Tessarin/platform/objectgraph/model/ModelBuilder.h"
 #include "tests/support/TemporaryFolder.h"

@@ -1,4 +1,4 @@
-#include "Tessarin/platform/foundation/NSUUID.h"
+#include "Tessarin/platform/foundation/values/NSUUID.h"
 #include "Tessarin/platform/objectgraph/model/ModelDocument.h"
 #include "Tessarin/platform/objectgraph/model/NSManagedObjectModel.h"
 

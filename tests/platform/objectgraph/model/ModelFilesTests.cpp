@@ -1,4 +1,4 @@
-#include "Tessarin/platform/foundation/NSBundle.h"
+#include "Tessarin/platform/foundation/bundles/NSBundle.h"
 #include "Tessarin/platform/objectgraph/model/NSManagedObjectModel.h"
 #include "tests/support/TemporaryFolder.h"
 

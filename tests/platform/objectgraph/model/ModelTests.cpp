@@ -1,4 +1,4 @@
-#include "Tessarin/platform/foundation/NSError.h"
+#include "Tessarin/platform/foundation/values/NSError.h"
 #include "Tessarin/platform/objectgraph/model/ModelBuilder.h"
 #include "Tessarin/platform/objectgraph/model/NSValidationError.h"
 #include "Tessarin/platform/runtime/FunctionRef.h"

@@ -1,7 +1,7 @@
 #include "StoreFixture.h"
-#include "Tessarin/platform/foundation/NSPredicate.h"
-#include "Tessarin/platform/foundation/NSSortDescriptor.h"
-#include "Tessarin/platform/foundation/NSUUID.h"
+#include "Tessarin/platform/foundation/predicates/NSPredicate.h"
+#include "Tessarin/platform/foundation/predicates/NSSortDescriptor.h"
+#include "Tessarin/platform/foundation/values/NSUUID.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/NSManagedObjectID.h"
 
 #include <map>

@@ -1,6 +1,6 @@
 // What opening a store makes, keeps, waits for and leaves alone in the file system.
 #include "StoreFixture.h"
-#include "Tessarin/platform/foundation/NSFileManager.h"
+#include "Tessarin/platform/foundation/files/NSFileManager.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/NSPersistentStoreCoordinator.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreClockPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"

@@ -1,6 +1,6 @@
 #include "Tessarin/platform/objectgraph/persistence/memory/InMemoryStore.h"
 
-#include "Tessarin/platform/foundation/NSUUID.h"
+#include "Tessarin/platform/foundation/values/NSUUID.h"
 #include "Tessarin/platform/objectgraph/model/NSManagedObjectModel.h"
 #include "Tessarin/platform/objectgraph/persistence/memory/InMemoryLinksPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/rows/RowBuilder.h"

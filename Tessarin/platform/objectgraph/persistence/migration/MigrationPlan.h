@@ -1,7 +1,7 @@
 #pragma once
 #include "Tessarin/Export.h"
-#include "Tessarin/platform/foundation/NSError.h"
-#include "Tessarin/platform/foundation/NSURL.h"
+#include "Tessarin/platform/foundation/files/NSURL.h"
+#include "Tessarin/platform/foundation/values/NSError.h"
 #include "Tessarin/platform/objectgraph/model/NSManagedObjectModel.h"
 #include <optional>
 

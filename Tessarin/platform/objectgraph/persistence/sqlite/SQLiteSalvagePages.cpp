@@ -1,6 +1,6 @@
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteSalvagePagesPrivate.h"
 
-#include "Tessarin/platform/foundation/NSError.h"
+#include "Tessarin/platform/foundation/values/NSError.h"
 
 #include <cerrno>
 #include <fcntl.h>

@@ -1,6 +1,6 @@
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteStoredModelPrivate.h"
 
-#include "Tessarin/platform/foundation/NSUUID.h"
+#include "Tessarin/platform/foundation/values/NSUUID.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteSchemaPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreMetadataPrivate.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 #include "Tessarin/Export.h"
-#include "Tessarin/platform/foundation/NSURL.h"
+#include "Tessarin/platform/foundation/files/NSURL.h"
 #include "Tessarin/platform/objectgraph/model/NSEntityDescription.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/KeyTable.h"
 #include "Tessarin/platform/runtime/FunctionRef.h"

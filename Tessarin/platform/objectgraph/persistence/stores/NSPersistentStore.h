@@ -1,7 +1,7 @@
 #pragma once
 #include "Tessarin/Export.h"
-#include "Tessarin/platform/foundation/NSError.h"
-#include "Tessarin/platform/foundation/NSURL.h"
+#include "Tessarin/platform/foundation/files/NSURL.h"
+#include "Tessarin/platform/foundation/values/NSError.h"
 #include "Tessarin/platform/objectgraph/persistence/rows/RowConflicts.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/RefusedSets.h"
 #include "Tessarin/platform/runtime/FunctionRef.h"

@@ -1,5 +1,5 @@
 #pragma once
-#include "Tessarin/platform/foundation/NSError.h"
+#include "Tessarin/platform/foundation/values/NSError.h"
 #include "Tessarin/platform/objectgraph/persistence/rows/ChangeSet.h"
 #include "Tessarin/platform/runtime/FunctionRef.h"
 #include <unordered_set>

@@ -1,6 +1,6 @@
 #pragma once
 #include "Tessarin/Export.h"
-#include "Tessarin/platform/foundation/NSURL.h"
+#include "Tessarin/platform/foundation/files/NSURL.h"
 #include "Tessarin/platform/objectgraph/persistence/migration/MigrationPlan.h"
 #include <utility>
 

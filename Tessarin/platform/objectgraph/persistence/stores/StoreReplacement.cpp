@@ -1,6 +1,6 @@
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreRescuePrivate.h"
 
-#include "Tessarin/platform/foundation/FilesPrivate.h"
+#include "Tessarin/platform/foundation/files/FilesPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteEmptinessPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
 #include "Tessarin/platform/sqlite/RawFile.h"

@@ -1,7 +1,7 @@
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreSalvagePrivate.h"
 
-#include "Tessarin/platform/foundation/NSError.h"
-#include "Tessarin/platform/foundation/NSUUID.h"
+#include "Tessarin/platform/foundation/values/NSError.h"
+#include "Tessarin/platform/foundation/values/NSUUID.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteSalvagePrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteStoredModelPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreMetadataPrivate.h"

@@ -1,6 +1,6 @@
 #pragma once
 #include "Tessarin/Export.h"
-#include "Tessarin/platform/foundation/NSError.h"
+#include "Tessarin/platform/foundation/values/NSError.h"
 #include "Tessarin/platform/runtime/Closure.h"
 #include <optional>
 

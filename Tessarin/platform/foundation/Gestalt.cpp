@@ -1,9 +1,0 @@
-#include "Tessarin/platform/foundation/Gestalt.h"
-
-#include "Tessarin/platform/runtime/Class.h"
-
-namespace Tessarin::Gestalt {
-
-bool isRunningUnitTests() { return classNamed("XCTest") != nullptr; }
-
-} // namespace Tessarin::Gestalt

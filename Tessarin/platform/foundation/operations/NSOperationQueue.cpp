@@ -1,0 +1,136 @@
+#include "Tessarin/platform/foundation/operations/NSOperationQueue.h"
+
+#include "Tessarin/platform/queues/Semaphore.h"
+
+namespace Tessarin {
+namespace {
+
+[[maybe_unused]] auto const& registered = registerClass<NSOperationQueue>();
+
+constinit thread_local NSOperationQueue const* atWorkHere = nullptr; // without a lane
+
+} // namespace
+
+Ref<NSOperationQueue> const& NSOperationQueue::mainQueue() {
+    static auto const& shared = *new Ref<NSOperationQueue>([] {
+        auto queue = make<NSOperationQueue>(Serial::No);
+        queue->limit_ = 1;
+        queue->isMain_ = true;
+        queue->useLane(dispatch_get_main_queue());
+        return queue;
+    }());
+    return shared;
+}
+
+std::int64_t NSOperationQueue::maxConcurrentOperationCount() const {
+    std::lock_guard const hold(mutex_);
+    return limit_;
+}
+
+void NSOperationQueue::setMaxConcurrentOperationCount(std::int64_t count) {
+    if (isMain_) return;
+    if (count < 0) count = NSOperationQueueDefaultMaxConcurrentOperationCount;
+    std::lock_guard const hold(mutex_);
+    if (count == limit_) return;
+    limit_ = count;
+    if (usesLane_) return leaveLane();
+    if (count == 1 && !lane_ && isIdle()) return useLane(dispatch_queue_create("NSOperationQueue", DISPATCH_QUEUE_SERIAL));
+    startMore();
+}
+
+void NSOperationQueue::useLane(dispatch_queue_t lane) {
+    lane_ = std::move(lane);
+    usesLane_.store(true, std::memory_order_release);
+}
+
+void NSOperationQueue::leaveLane() {
+    usesLane_ = false;
+    isHeld_ = true;
+    dispatch_async(lane_, [self = self<NSOperationQueue>()] {
+        std::lock_guard const hold(self->mutex_);
+        self->isHeld_ = false;
+        self->startMore();
+        if (self->isIdle()) self->finished_.notify_all();
+    });
+}
+
+void NSOperationQueue::addOperation(Ref<NSOperation> operation) {
+    addOperationWithBlock([operation = std::move(operation)] { operation->start(); });
+}
+
+void NSOperationQueue::addOperationWithBlock(Closure<void()> block) {
+    if (usesLane_.load(std::memory_order_acquire)) return dispatch_async(lane_, std::move(block));
+    std::lock_guard const hold(mutex_);
+    pending_.push_back(std::move(block));
+    startMore();
+}
+
+void NSOperationQueue::startMore() {
+    if (isHeld_) return;
+    while (starting_ < static_cast<std::int64_t>(pending_.size()) && (limit_ < 0 || running_ < limit_)) {
+        ++running_;
+        ++starting_;
+        dispatch_async(dispatch_get_global_queue(QOS_CLASS_DEFAULT, 0), [self = self<NSOperationQueue>()] { self->work(); });
+    }
+}
+
+void NSOperationQueue::work() {
+    std::unique_lock hold(mutex_);
+    --starting_;
+    atWorkHere = this;
+    while (!pending_.empty() && (limit_ < 0 || running_ <= limit_)) {
+        auto block = std::move(pending_.front());
+        pending_.pop_front();
+        hold.unlock();
+        block();
+        block = nullptr; // what it kept goes without the lock, too
+        hold.lock();
+    }
+    atWorkHere = nullptr;
+    --running_;
+    if (isIdle()) finished_.notify_all();
+}
+
+void NSOperationQueue::addOperations(std::vector<Ref<NSOperation>> const& operations, WaitUntilFinished wait) {
+    if (wait == WaitUntilFinished::Yes && operations.size() == 1) return runAndWait([&] { operations[0]->start(); });
+    for (auto const& operation : operations) addOperation(operation);
+    if (wait == WaitUntilFinished::No) return;
+    for (auto const& operation : operations) operation->waitUntilFinished();
+}
+
+void NSOperationQueue::runAndWait(FunctionRef<void()> block) {
+    if (usesLane_.load(std::memory_order_acquire)) return dispatch_sync(lane_, block);
+    auto const done = dispatch_semaphore_create(0);
+    addOperationWithBlock([&done, block] {
+        auto const kept = done; // the waiting thread leaves as soon as it is woken
+        block();
+        dispatch_semaphore_signal(kept);
+    });
+    dispatch_semaphore_wait(done, DISPATCH_TIME_FOREVER);
+}
+
+void NSOperationQueue::waitUntilAllOperationsAreFinished() {
+    if (usesLane_.load(std::memory_order_acquire)) return dispatch_sync(lane_, [] {});
+    std::unique_lock hold(mutex_);
+    finished_.wait(hold, [this] { return isIdle(); });
+}
+
+bool NSOperationQueue::hasOperations() const {
+    if (usesLane_.load(std::memory_order_acquire)) return !queueIsIdle(lane_);
+    std::lock_guard const hold(mutex_);
+    return !isIdle();
+}
+
+bool NSOperationQueue::runsHere() const {
+    if (atWorkHere == this) return true;
+    if (usesLane_.load(std::memory_order_acquire)) return queueIsHeld(lane_);
+    std::lock_guard const hold(mutex_);
+    return lane_ && queueIsHeld(lane_); // an operation of before the lane was left
+}
+
+SelectorTable NSOperationQueue::selectors() {
+    return {{"initWithSerial:"_sel, &NSOperationQueue::initWithSerial},
+            {"setMaxConcurrentOperationCount:"_sel, &NSOperationQueue::setMaxConcurrentOperationCount}};
+}
+
+} // namespace Tessarin

@@ -1,0 +1,7 @@
+#include "Tessarin/platform/foundation/values/NSData.h"
+
+namespace Tessarin {
+
+std::string NSData::description() const { return value_.description(); }
+
+} // namespace Tessarin
