@@ -45,7 +45,8 @@ template <DefaultsValue T> void NSUserDefaultsKeys::setSlot(DefaultsKey<T> const
 
 template <DefaultsValue T> DefaultsReading<T> NSUserDefaultsKeys::get(DefaultsKey<T> const& key) { return defaults()->slot(key); }
 
-template <DefaultsValue T> void NSUserDefaultsKeys::set(std::type_identity_t<std::optional<T>> value, DefaultsKey<T> const& forKey) {
+template <DefaultsValue T>
+void NSUserDefaultsKeys::set(std::type_identity_t<std::optional<T>> value, DefaultsKey<T> const& forKey) {
     // The group is looked up for each step: when it is switched between them, the new one is written.
     if (value)
         defaults()->setSlot(forKey, *std::move(value));

@@ -33,8 +33,8 @@ inline constexpr std::string_view NSUserDefaultsChangedKeys = "NSUserDefaultsCha
 /// ten seconds at most), by `synchronize`, and when the process ends through `exit` or `main`. Writing takes over what others
 /// wrote meanwhile, except where both changed the same key, and leaves their comments and layout alone. Where it fails (no
 /// space, no permission) the settings stay in memory, a line on standard error says why, and it is tried again.
-/// Of a file that is not TOML what is well-formed in it counts, a line on standard error says so, and `synchronize` why. It is left
-/// alone until something must be written; then it is kept beside as `defaults.toml.broken`.
+/// Of a file that is not TOML what is well-formed in it counts, a line on standard error says so, and `synchronize` why. It is
+/// left alone until something must be written; then it is kept beside as `defaults.toml.broken`.
 ///
 /// How the typed readings take what is stored:
 ///
