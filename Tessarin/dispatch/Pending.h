@@ -1,7 +1,7 @@
 #pragma once
 #include "Tessarin/dispatch/StringLike.h"
+#include "Tessarin/platform/queues/DispatchSemaphore.h"
 #include "Tessarin/platform/queues/Queue.h"
-#include "Tessarin/platform/queues/Semaphore.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 #include "Tessarin/platform/runtime/Ref.h"
 #include <utility>

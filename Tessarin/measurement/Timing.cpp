@@ -2,7 +2,7 @@
 
 #include "Tessarin/measurement/LastPathComponentPrivate.h"
 #include "Tessarin/platform/foundation/values/NSUUID.h"
-#include "Tessarin/platform/queues/Once.h"
+#include "Tessarin/platform/queues/DispatchOnce.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 #include "Tessarin/platform/runtime/NumberText.h"
 #include "Tessarin/platform/runtime/SharedMapPrivate.h"

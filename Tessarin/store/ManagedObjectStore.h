@@ -7,7 +7,7 @@
 #include "Tessarin/platform/objectgraph/persistence/stores/SalvageReport.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreRefusal.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreWaiting.h"
-#include "Tessarin/platform/queues/Group.h"
+#include "Tessarin/platform/queues/DispatchGroup.h"
 #include "Tessarin/platform/runtime/Cell.h"
 #include "Tessarin/platform/runtime/Slot.h"
 #include <optional>

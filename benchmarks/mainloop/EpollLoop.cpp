@@ -1,4 +1,4 @@
-#include "Tessarin/platform/queues/MainQueue.h"
+#include "Tessarin/platform/queues/DispatchMain.h"
 #include "benchmarks/mainloop/Loops.h"
 
 #include <cstdint>

@@ -1,6 +1,6 @@
 // W14: how long a save holds up the main queue, seen as a toolkit's event loop sees it.
-#include "Tessarin/platform/queues/Group.h"
-#include "Tessarin/platform/queues/MainQueue.h"
+#include "Tessarin/platform/queues/DispatchGroup.h"
+#include "Tessarin/platform/queues/DispatchMain.h"
 #include "benchmarks/store/OurRows.h"
 #include "benchmarks/store/OurModel.h"
 #include "benchmarks/support/Report.h"

@@ -1,6 +1,6 @@
 #include "MainQueueWatch.h"
 
-#include "Tessarin/platform/queues/MainQueue.h"
+#include "Tessarin/platform/queues/DispatchMain.h"
 #include <algorithm>
 #include <chrono>
 #include <poll.h>

@@ -4,7 +4,7 @@
 //     campaigns NAME [--trials N] [--minutes M] [--first K] [--state FILE]
 //
 // Without --first it goes on where the state file says that the last run stopped, else at 0.
-#include "Tessarin/platform/queues/MainQueue.h"
+#include "Tessarin/platform/queues/DispatchMain.h"
 #include "fuzz/campaigns/Campaign.h"
 #include "fuzz/campaigns/FaultyFiles.h"
 

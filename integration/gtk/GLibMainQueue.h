@@ -1,5 +1,5 @@
 #pragma once
-#include "Tessarin/platform/queues/MainQueue.h"
+#include "Tessarin/platform/queues/DispatchMain.h"
 #include <glib-unix.h>
 
 namespace Tessarin {

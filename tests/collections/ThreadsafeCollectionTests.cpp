@@ -1,6 +1,6 @@
 #include "Tessarin/collections/ThreadsafeArray.h"
 #include "Tessarin/collections/ThreadsafeDictionary.h"
-#include "Tessarin/platform/queues/Semaphore.h"
+#include "Tessarin/platform/queues/DispatchSemaphore.h"
 
 #include <algorithm>
 #include <gtest/gtest.h>

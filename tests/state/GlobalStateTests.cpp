@@ -1,7 +1,7 @@
 #include "Tessarin/dates/DateMonth.h"
 #include "Tessarin/platform/foundation/bundles/NSBundle.h"
 #include "Tessarin/platform/foundation/operations/NSOperationQueue.h"
-#include "Tessarin/platform/queues/Semaphore.h"
+#include "Tessarin/platform/queues/DispatchSemaphore.h"
 #include "Tessarin/state/GlobalState.h"
 
 #include <atomic>

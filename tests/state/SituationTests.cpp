@@ -1,6 +1,6 @@
 #include "Tessarin/state/Situation.h"
 
-#include "Tessarin/platform/queues/Semaphore.h"
+#include "Tessarin/platform/queues/DispatchSemaphore.h"
 #include "Tessarin/platform/runtime/Format.h"
 
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 #include "tests/support/MainThread.h"
 
-#include "Tessarin/platform/queues/MainQueue.h"
+#include "Tessarin/platform/queues/DispatchMain.h"
 #include <cstdlib>
 #include <filesystem>
 #include <future>

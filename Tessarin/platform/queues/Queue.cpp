@@ -1,6 +1,6 @@
 #include "Tessarin/platform/queues/Queue.h"
 
-#include "Tessarin/platform/queues/Time.h"
+#include "Tessarin/platform/queues/DispatchTime.h"
 #include "Tessarin/platform/queues/engine/Pool.h"
 #include "Tessarin/platform/queues/engine/Required.h"
 #include "Tessarin/platform/queues/engine/Thread.h"

@@ -1,4 +1,4 @@
-#include "Tessarin/platform/queues/Source.h"
+#include "Tessarin/platform/queues/DispatchSource.h"
 #include "tests/platform/queues/Support.h"
 
 #include <atomic>

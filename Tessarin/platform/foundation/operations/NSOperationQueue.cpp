@@ -1,6 +1,6 @@
 #include "Tessarin/platform/foundation/operations/NSOperationQueue.h"
 
-#include "Tessarin/platform/queues/Semaphore.h"
+#include "Tessarin/platform/queues/DispatchSemaphore.h"
 
 namespace Tessarin {
 namespace {

@@ -3,8 +3,8 @@
 #include "Tessarin/platform/foundation/time/CivilDate.h"
 #include "Tessarin/platform/foundation/time/NSCalendar.h"
 #include "Tessarin/platform/foundation/time/OtherCalendarPrivate.h"
+#include "Tessarin/platform/foundation/time/TimeZoneTablePrivate.h"
 #include "Tessarin/platform/foundation/time/UserEnvironmentPrivate.h"
-#include "Tessarin/platform/foundation/time/ZoneTablePrivate.h"
 
 #include <cmath>
 #include <fmt/format.h>
@@ -43,7 +43,7 @@ public:
         auto const instant = isWall ? clocks.instantOf(time, {}) : time;
         auto const& period = clocks.periodAt(instant);
         auto const offset = isWall ? static_cast<std::int32_t>(time - instant) : period.offset;
-        saving = ZoneTable::isSummer(period) ? 3'600'000 : 0;
+        saving = TimeZoneTable::isSummer(period) ? 3'600'000 : 0;
         raw = offset * 1000 - saving;
     }
     std::int32_t getOffset(std::uint8_t era, std::int32_t year, std::int32_t month, std::int32_t day, std::uint8_t,
@@ -66,7 +66,7 @@ public:
     }
     UBool useDaylightTime() const override { return zone_->table().changeAfter(floored(icu::Calendar::getNow())).has_value(); }
     UBool inDaylightTime(UDate date, UErrorCode&) const override {
-        return ZoneTable::isSummer(zone_->table().periodAt(floored(date)));
+        return TimeZoneTable::isSummer(zone_->table().periodAt(floored(date)));
     }
 
 private:

@@ -2,8 +2,8 @@
 
 #include "Tessarin/platform/foundation/time/CivilDate.h"
 #include "Tessarin/platform/foundation/time/OtherCalendarPrivate.h"
+#include "Tessarin/platform/foundation/time/TimeZoneTablePrivate.h"
 #include "Tessarin/platform/foundation/time/UserEnvironmentPrivate.h"
-#include "Tessarin/platform/foundation/time/ZoneTablePrivate.h"
 
 namespace Tessarin {
 namespace {

@@ -57,7 +57,7 @@ private:
 
     std::string identifier_; // all constant after init
     Ref<NSTimeZone> zone_;
-    ZoneTable const* clocks_ = nullptr; // the zone's
+    TimeZoneTable const* clocks_ = nullptr; // the zone's
     bool isGregorian_ = true;
 };
 

@@ -1,9 +1,9 @@
 #include "Tessarin/platform/foundation/time/NSTimeZone.h"
 
 #include "Tessarin/platform/foundation/files/FilesPrivate.h"
-#include "Tessarin/platform/foundation/time/SystemZonePrivate.h"
+#include "Tessarin/platform/foundation/time/SystemTimeZonePrivate.h"
+#include "Tessarin/platform/foundation/time/TimeZoneTablePrivate.h"
 #include "Tessarin/platform/foundation/time/UserEnvironmentPrivate.h"
-#include "Tessarin/platform/foundation/time/ZoneTablePrivate.h"
 #include "Tessarin/platform/foundation/values/NSError.h"
 #include "Tessarin/platform/runtime/FunctionRef.h"
 
@@ -33,8 +33,8 @@ std::string fileState(std::string const& path) {
     return fmt::format("{}:{}:{}.{}", state.st_dev, state.st_ino, state.st_mtim.tv_sec, state.st_mtim.tv_nsec);
 }
 
-std::optional<ZoneTable> tableOfFile(std::string const& path) try {
-    return ZoneTable::fromFile(files::readText(path));
+std::optional<TimeZoneTable> tableOfFile(std::string const& path) try {
+    return TimeZoneTable::fromFile(files::readText(path));
 } catch (ErrorException const&) {
     return {}; // as if there were none
 }
@@ -46,7 +46,7 @@ std::string zoneName(std::string const& path) {
 }
 
 /// Zones are few and many ask for them: each that was read stays.
-Ref<NSTimeZone> known(std::string const& key, FunctionRef<std::optional<ZoneTable>()> makeTable, std::string name) {
+Ref<NSTimeZone> known(std::string const& key, FunctionRef<std::optional<TimeZoneTable>()> makeTable, std::string name) {
     static auto& lock = *new std::mutex;
     static auto& zones = *new std::unordered_map<std::string, Ref<NSTimeZone>>;
     std::lock_guard const hold(lock);
@@ -54,7 +54,7 @@ Ref<NSTimeZone> known(std::string const& key, FunctionRef<std::optional<ZoneTabl
     if (found != zones.end()) return found->second;
     auto table = makeTable();
     if (!table) return nullptr;
-    auto zone = make<NSTimeZone>(std::move(name), std::make_shared<ZoneTable const>(*std::move(table)));
+    auto zone = make<NSTimeZone>(std::move(name), std::make_shared<TimeZoneTable const>(*std::move(table)));
     return zones[key] = std::move(zone);
 }
 
@@ -73,7 +73,7 @@ std::string fileOfName(std::string_view name) {
 
 Ref<NSTimeZone> utc() {
     static auto const& zone = *new Ref<NSTimeZone>(known(
-        "UTC", [] { return ZoneTable::fixed(0, "UTC"); }, "UTC"));
+        "UTC", [] { return TimeZoneTable::fixed(0, "UTC"); }, "UTC"));
     return zone;
 }
 
@@ -94,12 +94,12 @@ std::string systemZoneName() {
 
 } // namespace
 
-std::string systemZoneKey() {
+std::string systemTimeZoneKey() {
     auto const wish = wishedZone();
     return fmt::format("{}{} {}", wish ? "TZ=" : "", wish.value_or(""), fileState(wish ? fileOfName(*wish) : systemFile));
 }
 
-Ref<NSTimeZone> systemZone() {
+Ref<NSTimeZone> systemTimeZone() {
     auto const wish = wishedZone();
     auto zone = wish ? NSTimeZone::timeZoneWithName(*wish) : zoneOfFile(systemFile, systemZoneName());
     return zone ? zone : utc();
@@ -109,26 +109,26 @@ Ref<NSTimeZone> NSTimeZone::timeZoneWithName(std::string_view name) {
     std::string const text{name};
     if (name == "UTC" || name == "GMT")
         return known(
-            text, [&] { return ZoneTable::fixed(0, text); }, text);
+            text, [&] { return TimeZoneTable::fixed(0, text); }, text);
     if (auto zone = zoneOfFile(fileOfName(name), zoneName(text))) return zone;
     return known(
-        "rule " + text, [&] { return ZoneTable::fromRule(name); }, text);
+        "rule " + text, [&] { return TimeZoneTable::fromRule(name); }, text);
 }
 
 Ref<NSTimeZone> NSTimeZone::timeZoneForSecondsFromGMT(std::int64_t seconds) {
-    if (seconds <= -ZoneTable::widest || seconds >= ZoneTable::widest) return nullptr;
+    if (seconds <= -TimeZoneTable::widest || seconds >= TimeZoneTable::widest) return nullptr;
     auto const size = std::abs(seconds);
     auto name = fmt::format("GMT{}{:02}:{:02}", seconds < 0 ? '-' : '+', size / 3600, size / 60 % 60);
     if (size % 60 != 0) name += fmt::format(":{:02}", size % 60);
     return known(
-        "fixed " + name, [&] { return ZoneTable::fixed(static_cast<std::int32_t>(seconds), name); }, name);
+        "fixed " + name, [&] { return TimeZoneTable::fixed(static_cast<std::int32_t>(seconds), name); }, name);
 }
 
 Ref<NSTimeZone> const& NSTimeZone::localTimeZone() { return UserEnvironment::current().zone; }
 void NSTimeZone::setDefaultTimeZone(Ref<NSTimeZone> zone) { UserEnvironment::setZone(std::move(zone)); }
 void NSTimeZone::resetSystemTimeZone() { UserEnvironment::lookAgain(); }
 
-void NSTimeZone::init(std::string name, std::shared_ptr<ZoneTable const> table) {
+void NSTimeZone::init(std::string name, std::shared_ptr<TimeZoneTable const> table) {
     NSObject::init();
     name_ = std::move(name);
     table_ = std::move(table);

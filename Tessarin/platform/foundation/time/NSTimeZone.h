@@ -9,7 +9,7 @@
 
 namespace Tessarin {
 
-class ZoneTable;
+class TimeZoneTable;
 
 /// The clocks of a region: how far they are from universal time, and when that changes, from the system's zone files. An
 /// immutable object, usable on any thread; asking for a name twice gives one object for as long as the file stays the same.
@@ -43,17 +43,17 @@ public:
 
     std::string description() const override { return name_; }
     /// For calendars and formatters of the library.
-    ZoneTable const& table() const noexcept { return *table_; }
+    TimeZoneTable const& table() const noexcept { return *table_; }
 
     using NSObject::init;
-    virtual void init(std::string name, std::shared_ptr<ZoneTable const> table);
+    virtual void init(std::string name, std::shared_ptr<TimeZoneTable const> table);
 
 protected:
     NSTimeZone() = default;
 
 private:
     std::string name_; // constant after init
-    std::shared_ptr<ZoneTable const> table_;
+    std::shared_ptr<TimeZoneTable const> table_;
 };
 
 } // namespace Tessarin

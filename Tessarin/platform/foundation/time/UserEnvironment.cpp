@@ -1,7 +1,7 @@
 #include "Tessarin/platform/foundation/time/UserEnvironmentPrivate.h"
 
 #include "Tessarin/platform/foundation/time/NSCalendar.h"
-#include "Tessarin/platform/foundation/time/SystemZonePrivate.h"
+#include "Tessarin/platform/foundation/time/SystemTimeZonePrivate.h"
 #include "Tessarin/platform/foundation/time/UserLanguagePrivate.h"
 
 #include <ctime>
@@ -35,7 +35,7 @@ Looking& looking() {
 std::unique_ptr<UserEnvironment const> makeEnvironment(Ref<NSTimeZone> const& wished, std::uint64_t generation) {
     auto made = std::make_unique<UserEnvironment>();
     made->generation = generation;
-    made->zone = wished ? wished : systemZone();
+    made->zone = wished ? wished : systemTimeZone();
     made->locale = userLocale();
     made->calendar = NSCalendar::calendarWithIdentifier(calendarOfLocale(made->locale), made->zone);
     if (!made->calendar) made->calendar = NSCalendar::calendarWithIdentifier("gregorian", made->zone);
@@ -46,7 +46,7 @@ std::unique_ptr<UserEnvironment const> makeEnvironment(Ref<NSTimeZone> const& wi
 UserEnvironment const& look() {
     auto& [mutex, zone, met] = looking();
     std::lock_guard const hold(mutex);
-    auto const key = fmt::format("{} {} {}", zone ? fmt::format("{}", fmt::ptr(zone.get())) : systemZoneKey(), localeWishes(),
+    auto const key = fmt::format("{} {} {}", zone ? fmt::format("{}", fmt::ptr(zone.get())) : systemTimeZoneKey(), localeWishes(),
                                  languageWishes());
     auto& environment = met[key];
     if (!environment) environment = makeEnvironment(zone, met.size());

@@ -1,4 +1,4 @@
-#include "Tessarin/platform/queues/Once.h"
+#include "Tessarin/platform/queues/DispatchOnce.h"
 
 #include "Tessarin/platform/queues/engine/Parking.h"
 #include "Tessarin/platform/queues/engine/Thread.h"

@@ -1,8 +1,8 @@
-#include "Tessarin/platform/foundation/time/ZoneTablePrivate.h"
+#include "Tessarin/platform/foundation/time/TimeZoneTablePrivate.h"
 
 #include "Tessarin/platform/foundation/time/CivilDate.h"
-#include "Tessarin/platform/foundation/time/ZoneFilePrivate.h"
-#include "Tessarin/platform/foundation/time/ZoneRulePrivate.h"
+#include "Tessarin/platform/foundation/time/TimeZoneFilePrivate.h"
+#include "Tessarin/platform/foundation/time/TimeZoneRulePrivate.h"
 
 namespace Tessarin {
 namespace {
@@ -20,7 +20,7 @@ std::int64_t yearOf(std::int64_t instant) { return civilFromDays(instant / 86'40
 } // namespace
 
 /// Collects periods in order.
-class ZoneTableBuilder {
+class TimeZoneTableBuilder {
 public:
     void add(std::int64_t start, std::int32_t offset, bool isDaylight, std::string const& abbreviation) {
         ZonePeriod const period{start, offset, name(abbreviation), isDaylight};
@@ -30,7 +30,7 @@ public:
         periods.push_back(period);
     }
     /// The changes that a rule makes after `instant`, through a whole cycle of years.
-    void addRule(ZoneRule const& rule, std::int64_t instant, std::int64_t firstYear) {
+    void addRule(TimeZoneRule const& rule, std::int64_t instant, std::int64_t firstYear) {
         auto const lastYear = std::max(firstYear, yearOf(std::max(instant, std::int64_t{0}))) + 402;
         for (auto year = firstYear; year <= lastYear; ++year) {
             auto const start = rule.start.inYear(year) - rule.standard.offset;
@@ -42,11 +42,11 @@ public:
         }
         table_.cycleEnd_ = secondOfYear(lastYear); // the year after it may already begin in the one before
     }
-    void addClock(std::int64_t start, ZoneClock const& clock, bool isDaylight) {
+    void addClock(std::int64_t start, TimeZoneClock const& clock, bool isDaylight) {
         add(start, clock.offset, isDaylight, clock.abbreviation);
     }
 
-    ZoneTable finish() {
+    TimeZoneTable finish() {
         auto& [periods, names, buckets, firstBucket, cycleEnd] = table_;
         if (cycleEnd == 0) cycleEnd = never;
         auto const lastStart = periods.back().start;
@@ -56,7 +56,7 @@ public:
         firstBucket = std::max(year1800, periods.size() > 2 ? periods[1].start : 0);
         std::uint16_t index = 0;
         for (auto time = firstBucket; time <= lastStart && buckets.size() < mostBuckets;
-             time += std::int64_t{1} << ZoneTable::bucketBits) {
+             time += std::int64_t{1} << TimeZoneTable::bucketBits) {
             while (periods[index + 1U].start <= time) ++index;
             buckets.push_back(index);
         }
@@ -74,19 +74,19 @@ private:
         return static_cast<std::uint16_t>(at);
     }
 
-    ZoneTable table_;
+    TimeZoneTable table_;
 };
 
-std::optional<ZoneTable> ZoneTable::fromFile(std::string_view content) {
-    auto const file = ZoneFile::fromContent(content);
+std::optional<TimeZoneTable> TimeZoneTable::fromFile(std::string_view content) {
+    auto const file = TimeZoneFile::fromContent(content);
     if (!file) return {};
-    ZoneTableBuilder builder;
-    auto const add = [&](std::int64_t start, ZoneFile::Type const& type) {
+    TimeZoneTableBuilder builder;
+    auto const add = [&](std::int64_t start, TimeZoneFile::Type const& type) {
         builder.add(start, type.offset, type.isDaylight, type.abbreviation);
     };
     add(always, file->types.front());
     for (auto const& [time, type] : file->changes) add(time - reference, file->types[type]);
-    if (auto const rule = ZoneRule::fromText(file->footer)) {
+    if (auto const rule = TimeZoneRule::fromText(file->footer)) {
         auto const last = file->changes.empty() ? always : file->changes.back().time - reference;
         if (rule->daylight)
             builder.addRule(*rule, last, last == always ? firstRuledYear : yearOf(last) - 1);
@@ -96,27 +96,27 @@ std::optional<ZoneTable> ZoneTable::fromFile(std::string_view content) {
     return builder.finish();
 }
 
-std::optional<ZoneTable> ZoneTable::fromRule(std::string_view text) {
-    auto const rule = ZoneRule::fromText(text);
+std::optional<TimeZoneTable> TimeZoneTable::fromRule(std::string_view text) {
+    auto const rule = TimeZoneRule::fromText(text);
     if (!rule) return {};
-    ZoneTableBuilder builder;
+    TimeZoneTableBuilder builder;
     builder.addClock(always, rule->standard, false);
     if (rule->daylight) builder.addRule(*rule, always, firstRuledYear);
     return builder.finish();
 }
 
-ZoneTable ZoneTable::fixed(std::int32_t offset, std::string abbreviation) {
-    ZoneTableBuilder builder;
+TimeZoneTable TimeZoneTable::fixed(std::int32_t offset, std::string abbreviation) {
+    TimeZoneTableBuilder builder;
     builder.add(always, offset, false, abbreviation);
     return builder.finish();
 }
 
-std::size_t ZoneTable::indexBySearch(std::int64_t instant) const noexcept {
+std::size_t TimeZoneTable::indexBySearch(std::int64_t instant) const noexcept {
     auto const after = std::ranges::upper_bound(periods_, instant, {}, &ZonePeriod::start);
     return static_cast<std::size_t>(after - periods_.begin()) - 1;
 }
 
-std::int64_t ZoneTable::instantOf(std::int64_t wall, std::optional<std::int32_t> preferred) const noexcept {
+std::int64_t TimeZoneTable::instantOf(std::int64_t wall, std::optional<std::int32_t> preferred) const noexcept {
     auto const inCycle = wall - widest < cycleEnd_ ? wall : intoCycle(wall - widest) + widest;
     auto const* const period = &periods_[indexAt(inCycle - widest)];
     bool const isPlain = inCycle + widest < period[1].start;
@@ -124,7 +124,7 @@ std::int64_t ZoneTable::instantOf(std::int64_t wall, std::optional<std::int32_t>
 }
 
 /// Looks at every period that may show that wall time.
-std::int64_t ZoneTable::instantNearChange(ZonePeriod const* period, std::int64_t wall,
+std::int64_t TimeZoneTable::instantNearChange(ZonePeriod const* period, std::int64_t wall,
                                           std::optional<std::int32_t> preferred) const noexcept {
     std::optional<std::int64_t> first;
     std::int64_t moved = wall - period->offset;
@@ -141,7 +141,7 @@ std::int64_t ZoneTable::instantNearChange(ZonePeriod const* period, std::int64_t
     return first.value_or(moved);
 }
 
-std::optional<std::int64_t> ZoneTable::changeAfter(std::int64_t instant) const noexcept {
+std::optional<std::int64_t> TimeZoneTable::changeAfter(std::int64_t instant) const noexcept {
     auto const inCycle = instant < cycleEnd_ ? instant : intoCycle(instant);
     auto const next = periods_[indexAt(inCycle) + 1].start;
     if (next == never) return {};

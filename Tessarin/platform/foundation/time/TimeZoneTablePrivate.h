@@ -10,7 +10,7 @@ namespace Tessarin {
 /// A span in which the clocks of a zone keep one distance from universal time. It ends where the next one starts.
 struct ZonePeriod {
     std::int64_t start;  // seconds since 2001-01-01 UTC
-    std::int32_t offset; // seconds that the clock on the wall is ahead of universal time; less than `ZoneTable::widest`
+    std::int32_t offset; // seconds that the clock on the wall is ahead of universal time; less than `TimeZoneTable::widest`
     std::uint16_t name;  // of the table's abbreviations
     bool isDaylight;
 };
@@ -18,14 +18,14 @@ struct ZonePeriod {
 /// The periods of a zone in order, so that instants and wall times find each other in some ten nanoseconds (benchmark "dates").
 /// Wall times are seconds since 2001-01-01 00:00 on the clock at the wall. What a rule says of the years to come is written out
 /// for one cycle of the calendar, 400 years, and later years look there.
-class ZoneTable {
+class TimeZoneTable {
 public:
     static constexpr std::int64_t widest = 26 * 3600;
 
     /// Both absent when ill-formed. A file has the TZif form of any version, a rule the form of POSIX: "CET-1CEST,M3.5.0,M10.5.0/3".
-    static std::optional<ZoneTable> fromFile(std::string_view content);
-    static std::optional<ZoneTable> fromRule(std::string_view rule);
-    static ZoneTable fixed(std::int32_t offset, std::string abbreviation);
+    static std::optional<TimeZoneTable> fromFile(std::string_view content);
+    static std::optional<TimeZoneTable> fromRule(std::string_view rule);
+    static TimeZoneTable fixed(std::int32_t offset, std::string abbreviation);
 
     ZonePeriod const& periodAt(std::int64_t instant) const noexcept {
         return periods_[indexAt(instant < cycleEnd_ ? instant : intoCycle(instant))];
@@ -44,7 +44,7 @@ public:
     std::optional<std::int64_t> changeAfter(std::int64_t instant) const noexcept;
 
 private:
-    friend class ZoneTableBuilder;
+    friend class TimeZoneTableBuilder;
     static constexpr int bucketBits = 24; // 194 days: hardly ever more than one change
     static constexpr std::int64_t cycle = 146'097LL * 86'400;
 

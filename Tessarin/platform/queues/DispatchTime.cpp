@@ -1,4 +1,4 @@
-#include "Tessarin/platform/queues/Time.h"
+#include "Tessarin/platform/queues/DispatchTime.h"
 
 #include "Tessarin/platform/queues/engine/Parking.h"
 

@@ -1,4 +1,4 @@
-#include "Tessarin/platform/foundation/time/ZoneRulePrivate.h"
+#include "Tessarin/platform/foundation/time/TimeZoneRulePrivate.h"
 
 #include "Tessarin/platform/foundation/time/CivilDate.h"
 
@@ -52,9 +52,9 @@ public:
         if (skip(':')) seconds += number(0, 59);
         return sign * seconds;
     }
-    ZoneRule::Moment moment() {
-        using Kind = ZoneRule::Moment::Kind;
-        ZoneRule::Moment moment;
+    TimeZoneRule::Moment moment() {
+        using Kind = TimeZoneRule::Moment::Kind;
+        TimeZoneRule::Moment moment;
         if (skip('M')) {
             moment.month = number(1, 12);
             expect('.');
@@ -78,7 +78,7 @@ private:
 };
 
 /// Days since 2001-01-01, of which 0 was a Monday.
-std::int64_t weekdayOfMonth(std::int64_t year, ZoneRule::Moment const& moment) {
+std::int64_t weekdayOfMonth(std::int64_t year, TimeZoneRule::Moment const& moment) {
     auto const first = daysFromCivil({year, moment.month, 1});
     auto const weekday = ((first + 1) % 7 + 7) % 7;
     auto const day = (moment.day - weekday + 7) % 7 + (moment.week - 1) * 7;
@@ -87,7 +87,7 @@ std::int64_t weekdayOfMonth(std::int64_t year, ZoneRule::Moment const& moment) {
 
 } // namespace
 
-std::int64_t ZoneRule::Moment::inYear(std::int64_t year) const {
+std::int64_t TimeZoneRule::Moment::inYear(std::int64_t year) const {
     auto const firstDay = daysFromCivil({year, 1, 1});
     switch (kind) {
     case Kind::Weekday: return weekdayOfMonth(year, *this) * 86'400 + time;
@@ -98,9 +98,9 @@ std::int64_t ZoneRule::Moment::inYear(std::int64_t year) const {
     return (firstDay + day - 1 + passesLeapDay) * 86'400 + time;
 }
 
-std::optional<ZoneRule> ZoneRule::fromText(std::string_view text) {
+std::optional<TimeZoneRule> TimeZoneRule::fromText(std::string_view text) {
     RuleReader in{text};
-    ZoneRule rule;
+    TimeZoneRule rule;
     rule.standard.abbreviation = in.abbreviation();
     rule.standard.offset = -in.time(24);
     if (!in.atEnd()) {

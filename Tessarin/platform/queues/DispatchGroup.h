@@ -1,5 +1,5 @@
 #pragma once
-#include "Tessarin/platform/queues/Time.h"
+#include "Tessarin/platform/queues/DispatchTime.h"
 
 namespace Tessarin {
 

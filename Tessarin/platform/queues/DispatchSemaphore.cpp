@@ -1,4 +1,4 @@
-#include "Tessarin/platform/queues/Semaphore.h"
+#include "Tessarin/platform/queues/DispatchSemaphore.h"
 
 #include "Tessarin/platform/queues/engine/Parking.h"
 #include "Tessarin/platform/queues/engine/Required.h"

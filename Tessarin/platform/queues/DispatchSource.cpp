@@ -1,4 +1,4 @@
-#include "Tessarin/platform/queues/Source.h"
+#include "Tessarin/platform/queues/DispatchSource.h"
 
 #include "Tessarin/platform/queues/Queue.h"
 #include "Tessarin/platform/queues/engine/Required.h"

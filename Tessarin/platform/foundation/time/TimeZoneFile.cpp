@@ -1,4 +1,4 @@
-#include "Tessarin/platform/foundation/time/ZoneFilePrivate.h"
+#include "Tessarin/platform/foundation/time/TimeZoneFilePrivate.h"
 
 namespace Tessarin {
 namespace {
@@ -29,7 +29,7 @@ std::optional<Header> readHeader(std::string_view content) {
 }
 
 /// One data block: times, types of changes, types, abbreviations; what follows these is of no use here.
-std::optional<ZoneFile> readBlock(std::string_view block, Header const& header, std::size_t timeSize) {
+std::optional<TimeZoneFile> readBlock(std::string_view block, Header const& header, std::size_t timeSize) {
     auto const takeBytes = [&](std::uint64_t size) {
         auto const part = block.substr(0, size);
         block.remove_prefix(size);
@@ -40,7 +40,7 @@ std::optional<ZoneFile> readBlock(std::string_view block, Header const& header, 
     auto const types = takeBytes(header.types * 6);
     auto const names = takeBytes(header.characters);
 
-    ZoneFile file;
+    TimeZoneFile file;
     for (std::size_t at = 0; at < types.size(); at += 6) {
         auto const offset = static_cast<std::int32_t>(bigEndian(types.substr(at, 4)));
         auto const name = static_cast<unsigned char>(types[at + 5]);
@@ -61,7 +61,7 @@ std::optional<ZoneFile> readBlock(std::string_view block, Header const& header, 
 
 } // namespace
 
-std::optional<ZoneFile> ZoneFile::fromContent(std::string_view content) {
+std::optional<TimeZoneFile> TimeZoneFile::fromContent(std::string_view content) {
     auto header = readHeader(content);
     if (!header) return {};
     std::size_t timeSize = 4;

@@ -1,4 +1,4 @@
-#include "Tessarin/platform/queues/Group.h"
+#include "Tessarin/platform/queues/DispatchGroup.h"
 
 #include "Tessarin/platform/queues/engine/DispatchQueue.h"
 #include "Tessarin/platform/queues/engine/Required.h"

@@ -1,4 +1,4 @@
-#include "Tessarin/platform/queues/MainQueue.h"
+#include "Tessarin/platform/queues/DispatchMain.h"
 
 #include "Tessarin/platform/queues/engine/DispatchQueue.h"
 #include "Tessarin/platform/queues/engine/Thread.h"

@@ -6,13 +6,13 @@
 
 namespace Tessarin {
 
-struct ZoneClock {
+struct TimeZoneClock {
     std::string abbreviation;
     std::int32_t offset = 0; // ahead of universal time; a rule's text counts the other way round
 };
 
 /// A zone as POSIX writes it, "CET-1CEST,M3.5.0,M10.5.0/3": the two offsets, and when the clocks change in every year.
-struct ZoneRule {
+struct TimeZoneRule {
     /// A moment of each year, on the clock that is valid before it.
     struct Moment {
         enum class Kind { Julian, Day, Weekday } kind = Kind::Weekday;
@@ -25,12 +25,12 @@ struct ZoneRule {
         std::int64_t inYear(std::int64_t year) const;
     };
 
-    ZoneClock standard;
-    std::optional<ZoneClock> daylight; // absent when the clocks never change
+    TimeZoneClock standard;
+    std::optional<TimeZoneClock> daylight; // absent when the clocks never change
     Moment start, end;             // of daylight saving
 
     /// Absent for what is ill-formed. A daylight clock without moments changes as in the United States.
-    static std::optional<ZoneRule> fromText(std::string_view text);
+    static std::optional<TimeZoneRule> fromText(std::string_view text);
 };
 
 } // namespace Tessarin

@@ -8,7 +8,7 @@
 namespace Tessarin {
 
 /// What a TZif file says (RFC 8536), checked: types are within range, changes in order. Leap seconds are left out.
-struct ZoneFile {
+struct TimeZoneFile {
     struct Type {
         std::int32_t offset;
         bool isDaylight;
@@ -22,7 +22,7 @@ struct ZoneFile {
     std::vector<Change> changes;
     std::string footer; // the rule after the last change; empty when that lasts for ever, and in files of version 1
 
-    static std::optional<ZoneFile> fromContent(std::string_view content);
+    static std::optional<TimeZoneFile> fromContent(std::string_view content);
 };
 
 } // namespace Tessarin
