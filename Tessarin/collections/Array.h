@@ -101,7 +101,8 @@ template <class T> std::vector<T> shuffled(std::vector<T> const& values) {
     auto copy = values;
     for (std::size_t at = 0; at + 1 < copy.size(); ++at)
         std::iter_swap(copy.begin() + static_cast<std::ptrdiff_t>(at),
-                       copy.begin() + static_cast<std::ptrdiff_t>(at + randomBelow(static_cast<std::uint32_t>(copy.size() - at))));
+                       copy.begin() +
+                           static_cast<std::ptrdiff_t>(at + randomBelow(static_cast<std::uint32_t>(copy.size() - at))));
     return copy;
 }
 

@@ -25,7 +25,8 @@ Dispatcher::~Dispatcher() = default;
 void Dispatcher::init() { init(QueueOptions{}); }
 
 void Dispatcher::init(QueueOptions options) {
-    queue_ = dispatch_queue_create(options.identifier.c_str(), options.serial ? DISPATCH_QUEUE_SERIAL : DISPATCH_QUEUE_CONCURRENT);
+    queue_ =
+        dispatch_queue_create(options.identifier.c_str(), options.serial ? DISPATCH_QUEUE_SERIAL : DISPATCH_QUEUE_CONCURRENT);
     if (!queue_) fatal("Dispatcher: no queue could be made");
     type_ = customQueueQOS;
 }

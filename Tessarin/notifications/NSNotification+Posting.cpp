@@ -43,7 +43,8 @@ void NSNotificationPosting::Observation::init(ObservationOptions options) {
         if (!observation) return;
         if (auto const token = observation->token()) NSNotificationCenter::defaultCenter()->removeObserver(*token);
     };
-    setToken(NSNotificationCenter::defaultCenter()->addObserverForName(*options.name, options.object, std::move(options.queue), std::move(deliver)));
+    setToken(NSNotificationCenter::defaultCenter()->addObserverForName(*options.name, options.object, std::move(options.queue),
+                                                                       std::move(deliver)));
 }
 
 SelectorTable NSNotificationPosting::Observation::selectors() {

@@ -22,7 +22,8 @@ void NSObjectObserving::addAsObserver(std::string_view name, Selector selector, 
     if (receiver.respondsToSelector(selector))
         return NSNotificationCenter::defaultCenter()->addObserver(receiver.shared_from_this(), selector, name, object);
     // The parenthesis stays open: the line has always read like this, and is searched for in logs.
-    printLine("Trying to register for a notification (" + std::string{name} + ", but " + receiver.objectClass().name() + " doesn't respond to " + selector.name());
+    printLine("Trying to register for a notification (" + std::string{name} + ", but " + receiver.objectClass().name() +
+              " doesn't respond to " + selector.name());
 }
 
 void NSObjectObserving::removeAsObserver(std::optional<std::string_view> name) {

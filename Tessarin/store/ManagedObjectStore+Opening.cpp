@@ -29,18 +29,23 @@ Settings& settings() {
 NSURL baseDirectory() {
     auto const group = ManagedObjectStore::groupIdentifier();
     if (!group.empty())
-        if (auto container = NSFileManager::defaultManager()->containerURLForSecurityApplicationGroupIdentifier(group)) return *container;
+        if (auto container = NSFileManager::defaultManager()->containerURLForSecurityApplicationGroupIdentifier(group))
+            return *container;
     return NSFileManager::documentsDirectoryURL();
 }
 
-Ref<NSManagedObjectModel> withEntities(Ref<NSManagedObjectModel> model) { return model && !model->entitiesByName().empty() ? model : nullptr; }
+Ref<NSManagedObjectModel> withEntities(Ref<NSManagedObjectModel> model) {
+    return model && !model->entitiesByName().empty() ? model : nullptr;
+}
 
 /// A name becomes a folder and several files, so it must not lead anywhere else.
 void requireName(std::string const& name) {
     static constexpr std::size_t longest = 255 - std::string_view(".db-journal").size();
-    bool const isName = !name.empty() && name != "." && name != ".." && name.find('/') == name.npos && name.find('\0') == name.npos;
+    bool const isName =
+        !name.empty() && name != "." && name != ".." && name.find('/') == name.npos && name.find('\0') == name.npos;
     if (!isName || name.size() > longest)
-        fatal("a ManagedObjectStore's file name must have 1 to 244 bytes, without \"/\" and NUL, and not be \".\" or \"..\": \"" + name + "\"");
+        fatal("a ManagedObjectStore's file name must have 1 to 244 bytes, without \"/\" and NUL, and not be \".\" or \"..\": \"" +
+              name + "\"");
 }
 
 /// Also makes the store's folder where it is missing: it could not be made before, or not again after the other went aside. What it
@@ -56,7 +61,8 @@ public:
     bool pause(Ref<NSError> const& reason) override {
         if (!StoreWaiting::pause(reason)) return false;
         std::error_code none;
-        if (!folder_.empty() && std::filesystem::is_directory(std::filesystem::path(folder_).parent_path(), none)) makeFolders(folder_, mode_);
+        if (!folder_.empty() && std::filesystem::is_directory(std::filesystem::path(folder_).parent_path(), none))
+            makeFolders(folder_, mode_);
         return true;
     }
 
@@ -107,7 +113,8 @@ void ManagedObjectStore::init(StoreOptions options) {
     chooseModel(location);
     coordinator_ = make<NSPersistentStoreCoordinator>(model_);
     if (!options.options[NSReadOnlyPersistentStoreOption].boolean()) makeFolders(storeURL_->path(), folderMode(options.fileMode));
-    bool const existed = NSFileManager::defaultManager()->fileExistsAtURL(file); // decided here, before a replacement can change it
+    bool const existed =
+        NSFileManager::defaultManager()->fileExistsAtURL(file); // decided here, before a replacement can change it
     openStore(file, options);
 
     privateContext_ = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue);
@@ -125,7 +132,8 @@ void ManagedObjectStore::chooseModel(std::optional<NSURL> const& location) {
     if (location) {
         model_ = withEntities(NSManagedObjectModel::contentsOfURL(*location));
         if (!model_)
-            if (auto const bundle = NSBundle::bundleWithURL(*location)) model_ = withEntities(NSManagedObjectModel::mergedModelFromBundles({{bundle}}));
+            if (auto const bundle = NSBundle::bundleWithURL(*location))
+                model_ = withEntities(NSManagedObjectModel::mergedModelFromBundles({{bundle}}));
     }
     if (!model_) model_ = NSManagedObjectModel::mergedModelFromBundles();
     if (!model_) fatal("a ManagedObjectStore found no model: neither at its location nor in the main bundle");
@@ -134,8 +142,8 @@ void ManagedObjectStore::chooseModel(std::optional<NSURL> const& location) {
 void ManagedObjectStore::openStore(NSURL const& file, StoreOptions& options) {
     options.options.set(NSFilePosixPermissions, std::int64_t{options.fileMode});
     bool const isReadOnly = options.options[NSReadOnlyPersistentStoreOption].boolean();
-    auto const waiting = make<FolderWaiting>(std::move(options.onWaiting), options.timeLimit, isReadOnly ? std::string() : storeURL_->path(),
-                                             folderMode(options.fileMode));
+    auto const waiting = make<FolderWaiting>(std::move(options.onWaiting), options.timeLimit,
+                                             isReadOnly ? std::string() : storeURL_->path(), folderMode(options.fileMode));
     options.options.set(NSStoreWaitingOption, waiting);
     // No limit unless one is set: what cannot be opened is made anew, and a place that can never hold a store keeps it trying.
     Ref<StoreRefusal> allowed;
@@ -159,10 +167,12 @@ void ManagedObjectStore::openStore(NSURL const& file, StoreOptions& options) {
 }
 
 /// What keeps it from being done, or null.
-Ref<NSError> ManagedObjectStore::replaceStore(NSURL const& file, Ref<NSError> const& error, StoreRefusal const& refusal, std::uint32_t fileMode) try {
+Ref<NSError> ManagedObjectStore::replaceStore(NSURL const& file, Ref<NSError> const& error, StoreRefusal const& refusal,
+                                              std::uint32_t fileMode) try {
     std::optional<NSURL> copy;
     if (!Tessarin::replaceStore(file.path(), refusal, fileMode, copy)) return nullptr;
-    if (!replacement_ || copy) replacement_ = StoreReplacement{error, std::move(copy)}; // a copy is not forgotten for an empty store
+    if (!replacement_ || copy)
+        replacement_ = StoreReplacement{error, std::move(copy)}; // a copy is not forgotten for an empty store
     return nullptr;
 } catch (ErrorException const& failure) {
     return failure.error();
@@ -180,7 +190,8 @@ void ManagedObjectStore::salvageInto(NSURL const& file, std::uint32_t fileMode) 
 void ManagedObjectStore::tellReplacement() {
     Dictionary details{{"error", replacement_->reason}};
     if (replacement_->copy) details.set("copy", *replacement_->copy);
-    NSNotificationCenter::defaultCenter()->postNotificationName(ManagedObjectStoreDidReplaceNotification, self<NSObject>(), std::move(details));
+    NSNotificationCenter::defaultCenter()->postNotificationName(ManagedObjectStoreDidReplaceNotification, self<NSObject>(),
+                                                                std::move(details));
 }
 
 } // namespace Tessarin

@@ -33,9 +33,8 @@ void ManagedObjectStore::changeRegistry(Closure<void(ActiveContexts&)> change) {
 }
 
 void ManagedObjectStore::registerContext(Ref<NSManagedObjectContext> const& context) {
-    changeRegistry([weak = WeakRef<NSManagedObjectContext>(context), store = self<ManagedObjectStore>()](ActiveContexts& contexts) {
-        contexts.push_back(make<ActiveContext>(weak.lock(), store));
-    });
+    changeRegistry([weak = WeakRef<NSManagedObjectContext>(context), store = self<ManagedObjectStore>()](
+                       ActiveContexts& contexts) { contexts.push_back(make<ActiveContext>(weak.lock(), store)); });
 }
 
 void ManagedObjectStore::unregisterContext(Ref<NSManagedObjectContext> const& context) {
@@ -48,7 +47,8 @@ void ManagedObjectStore::unregisterContext(Ref<NSManagedObjectContext> const& co
 }
 
 void ManagedObjectStore::updatedActiveContexts() {
-    changeRegistry([](ActiveContexts& contexts) { std::erase_if(contexts, [](auto const& entry) { return !entry->context(); }); });
+    changeRegistry(
+        [](ActiveContexts& contexts) { std::erase_if(contexts, [](auto const& entry) { return !entry->context(); }); });
 }
 
 } // namespace Tessarin

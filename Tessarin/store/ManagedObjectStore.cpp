@@ -58,7 +58,8 @@ void ManagedObjectStore::contextDidSave(Ref<NSNotification> const& notification)
 
 void ManagedObjectStore::climb(NSManagedObjectContext& saved) {
     dispatch_group_enter(saveDispatchGroup_);
-    saved.parentContext()->saveAndWait({.wait = false, .completion = [group = saveDispatchGroup_](Ref<NSError> const&) { dispatch_group_leave(group); }});
+    saved.parentContext()->saveAndWait(
+        {.wait = false, .completion = [group = saveDispatchGroup_](Ref<NSError> const&) { dispatch_group_leave(group); }});
 }
 
 NSPersistentStore& ManagedObjectStore::onlyStore() const {
@@ -102,7 +103,8 @@ void deleteAll(NSManagedObjectContext& context, NSEntityDescription const& entit
 
 } // namespace
 
-void ManagedObjectStore::deleteAllData(std::optional<std::vector<Ref<NSEntityDescription>>> entities, Closure<void()> completion) {
+void ManagedObjectStore::deleteAllData(std::optional<std::vector<Ref<NSEntityDescription>>> entities,
+                                       Closure<void()> completion) {
     privateContext_->performBlockAndWait([&] {
         try {
             for (auto const& entity : entities ? *entities : model_->entities()) deleteAll(*privateContext_, *entity);

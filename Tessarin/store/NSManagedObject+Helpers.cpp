@@ -29,9 +29,13 @@ void NSManagedObjectHelpers::deleteFromContext(bool save) {
     if (save) context->saveAndWait({.wait = true, .toDisk = true});
 }
 
-bool NSManagedObjectHelpers::hasPropertyForKey(std::string_view key) const { return home().entity().propertyNamed(key) != nullptr; }
+bool NSManagedObjectHelpers::hasPropertyForKey(std::string_view key) const {
+    return home().entity().propertyNamed(key) != nullptr;
+}
 
-Ref<NSManagedObjectHelpers::ThreadsafeToken> NSManagedObjectHelpers::threadsafeToken() const { return make<ThreadsafeToken>(home()); }
+Ref<NSManagedObjectHelpers::ThreadsafeToken> NSManagedObjectHelpers::threadsafeToken() const {
+    return make<ThreadsafeToken>(home());
+}
 
 void NSManagedObjectHelpers::log() const { printLine(home().description()); }
 

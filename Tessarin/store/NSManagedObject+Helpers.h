@@ -82,7 +82,8 @@ template <class T> std::string entityName() {
 }
 
 /// Tokens for a list of objects, in their order.
-template <class T> std::vector<Ref<NSManagedObjectHelpers::ThreadsafeToken>> threadsafeTokens(std::vector<Ref<T>> const& objects) {
+template <class T>
+std::vector<Ref<NSManagedObjectHelpers::ThreadsafeToken>> threadsafeTokens(std::vector<Ref<T>> const& objects) {
     std::vector<Ref<NSManagedObjectHelpers::ThreadsafeToken>> tokens;
     tokens.reserve(objects.size());
     for (auto const& object : objects) tokens.push_back(object->threadsafeToken());

@@ -59,7 +59,8 @@ Converted converted(NSManagedObject& object, NSAttributeType type, Value const& 
     }
 }
 
-Ref<NSManagedObject> attached(NSManagedObject& owner, NSRelationshipDescription const& relationship, Ref<NSManagedObject> object, Dictionary const& dictionary) {
+Ref<NSManagedObject> attached(NSManagedObject& owner, NSRelationshipDescription const& relationship, Ref<NSManagedObject> object,
+                              Dictionary const& dictionary) {
     // Before the nested import, so that the object is linked when its own relationships are imported.
     if (relationship.isToMany())
         owner.mutableSetValueForKey(relationship.name()).addObject(object);
@@ -83,14 +84,16 @@ void NSManagedObjectImport::importDictionary(Dictionary const& dictionary) {
         auto const* property = entity.propertyNamed(key.view());
         if (!property) continue;
         if (auto const* attribute = property->asAttribute()) {
-            if (auto result = converted(object, attribute->attributeType(), value)) object.setValueForKey(*std::move(result), *name);
+            if (auto result = converted(object, attribute->attributeType(), value))
+                object.setValueForKey(*std::move(result), *name);
         } else if (value.kind() == Value::Kind::Dictionary) {
             importRelationship(*property->asRelationship(), value.dictionary());
         }
     }
 }
 
-Ref<NSManagedObject> NSManagedObjectImport::existing(NSRelationshipDescription const& relationship, Dictionary const& dictionary) {
+Ref<NSManagedObject> NSManagedObjectImport::existing(NSRelationshipDescription const& relationship,
+                                                     Dictionary const& dictionary) {
     return home().findExistingRelationship(relationship.destinationEntity()->name(), dictionary);
 }
 
@@ -100,7 +103,8 @@ Ref<NSManagedObject> NSManagedObjectImport::importRelationship(std::string_view 
     return description ? importRelationship(*description, fromDictionary) : nullptr;
 }
 
-Ref<NSManagedObject> NSManagedObjectImport::importRelationship(NSRelationshipDescription const& relationship, Dictionary const& dictionary) {
+Ref<NSManagedObject> NSManagedObjectImport::importRelationship(NSRelationshipDescription const& relationship,
+                                                               Dictionary const& dictionary) {
     if (auto found = existing(relationship, dictionary)) return attached(home(), relationship, std::move(found), dictionary);
     return addRelationship(relationship.name(), dictionary);
 }

@@ -67,7 +67,8 @@ std::int64_t NSManagedObjectContextOperations::count(std::string_view entityName
     return count;
 }
 
-std::vector<Ref<NSManagedObject>> NSManagedObjectContextOperations::allObjects(std::string_view entityName, FetchOptions options) {
+std::vector<Ref<NSManagedObject>> NSManagedObjectContextOperations::allObjects(std::string_view entityName,
+                                                                               FetchOptions options) {
     std::vector<Ref<NSManagedObject>> objects;
     bool const isWhole = takeObjects(entityName, std::move(options), [&](std::span<Ref<NSManagedObject>> run, std::size_t total) {
         objects.reserve(total);

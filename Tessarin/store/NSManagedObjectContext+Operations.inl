@@ -10,17 +10,19 @@ template <class T> Ref<T> NSManagedObjectContextOperations::insertObject() {
 }
 template <class T> std::vector<Ref<T>> NSManagedObjectContextOperations::allObjects(FetchOptions options) {
     std::vector<Ref<T>> objects;
-    bool const isWhole = takeObjects(entityName<T>(), std::move(options), [&](std::span<Ref<NSManagedObject>> run, std::size_t total) {
-        objects.reserve(total);
-        detail::appendCast<T>(run, objects);
-    });
+    bool const isWhole =
+        takeObjects(entityName<T>(), std::move(options), [&](std::span<Ref<NSManagedObject>> run, std::size_t total) {
+            objects.reserve(total);
+            detail::appendCast<T>(run, objects);
+        });
     if (!isWhole) objects.clear();
     return objects;
 }
 template <class T> Ref<T> NSManagedObjectContextOperations::anyObject(AnyObjectOptions options) {
     return std::dynamic_pointer_cast<T>(anyObjectNamed(entityName<T>(), std::move(options)));
 }
-template <class T> Ref<T> NSManagedObjectContextOperations::reconstitute(Ref<NSManagedObjectHelpers::ThreadsafeToken> const& token) {
+template <class T>
+Ref<T> NSManagedObjectContextOperations::reconstitute(Ref<NSManagedObjectHelpers::ThreadsafeToken> const& token) {
     return token ? std::dynamic_pointer_cast<T>(objectOf(*token)) : nullptr;
 }
 template <class T>
@@ -29,7 +31,8 @@ Ref<T> NSManagedObjectContextOperations::reconstitute(Ref<T> const& object) {
     return object ? std::dynamic_pointer_cast<T>(objectLike(*object)) : nullptr;
 }
 template <class T>
-std::vector<Ref<T>> NSManagedObjectContextOperations::reconstitute(std::vector<Ref<NSManagedObjectHelpers::ThreadsafeToken>> const& tokens) {
+std::vector<Ref<T>>
+NSManagedObjectContextOperations::reconstitute(std::vector<Ref<NSManagedObjectHelpers::ThreadsafeToken>> const& tokens) {
     std::vector<Ref<T>> result;
     for (auto const& token : tokens)
         if (auto object = reconstitute<T>(token)) result.push_back(std::move(object));

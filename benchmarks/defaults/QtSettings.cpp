@@ -13,7 +13,9 @@ public:
         for (int at = 0; at < keyCount; ++at) keys_.push_back(QString::fromStdString(keyName(at)));
     }
     std::int64_t get(int key) override { return settings_.value(keys_[static_cast<std::size_t>(key)]).toLongLong(); }
-    void set(int key, std::int64_t value) override { settings_.setValue(keys_[static_cast<std::size_t>(key)], static_cast<qlonglong>(value)); }
+    void set(int key, std::int64_t value) override {
+        settings_.setValue(keys_[static_cast<std::size_t>(key)], static_cast<qlonglong>(value));
+    }
     void write() override { settings_.sync(); }
 
 private:

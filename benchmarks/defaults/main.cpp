@@ -61,11 +61,12 @@ struct Peer {
     SettingsMaker make;
     bool isRaw = false;
 };
-Peer const peers[] = {{makeOurSettings},
-                      {makeQtSettings},
-                      {makeKDESettings},
-                      {[](std::string const& folder) -> std::unique_ptr<Settings> { return std::make_unique<RawFile>(folder, false); }, true},
-                      {[](std::string const& folder) -> std::unique_ptr<Settings> { return std::make_unique<RawFile>(folder, true); }, true}};
+Peer const peers[] = {
+    {makeOurSettings},
+    {makeQtSettings},
+    {makeKDESettings},
+    {[](std::string const& folder) -> std::unique_ptr<Settings> { return std::make_unique<RawFile>(folder, false); }, true},
+    {[](std::string const& folder) -> std::unique_ptr<Settings> { return std::make_unique<RawFile>(folder, true); }, true}};
 
 /// Every library in turn, so that all meet the same machine; the medians.
 template <class Measure>
@@ -106,12 +107,15 @@ int run(int argc, char** argv) {
     addRow(report, folder, {.row = "set", .unit = "ns", .target = 40, .bound = Bound::Ours}, 15, false, [&](Settings& settings) {
         return nanoseconds(20'000, [&] { settings.set(key = (key + 1) % keyCount, ++sum); });
     });
-    addRow(report, folder, {.row = "set one and write, synced", .unit = "us", .target = 0.93}, 101, true, [&](Settings& settings) {
-        return nanoseconds(1, [&] {
-                   settings.set(key, ++sum);
-                   settings.write();
-               }) / 1e3;
-    });
+    addRow(report, folder, {.row = "set one and write, synced", .unit = "us", .target = 0.93}, 101, true,
+           [&](Settings& settings) {
+               return nanoseconds(1,
+                                  [&] {
+                                      settings.set(key, ++sum);
+                                      settings.write();
+                                  }) /
+                      1e3;
+           });
     std::error_code ignored;
     std::filesystem::remove_all(folder, ignored);
     return report.finish();

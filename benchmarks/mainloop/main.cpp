@@ -79,14 +79,30 @@ double throughput(Loop& loop, Post post, int threads) {
 void benchLoop(Report& report, char const* name, char const* peer, std::unique_ptr<Loop> const& loop) {
     if (!loop) return;
     if (report.wants(name, "post until it runs")) {
-        auto const both = medians(runs, [&] { return latency(*loop, postToMainQueue); }, [&] { return latency(*loop, postToLoop); });
-        report.add({.group = name, .row = "post until it runs", .unit = "us", .ours = both.ours, .peer = peer, .theirs = both.theirs, .target = 1.1});
+        auto const both = medians(
+            runs, [&] { return latency(*loop, postToMainQueue); }, [&] { return latency(*loop, postToLoop); });
+        report.add({.group = name,
+                    .row = "post until it runs",
+                    .unit = "us",
+                    .ours = both.ours,
+                    .peer = peer,
+                    .theirs = both.theirs,
+                    .target = 1.1});
     }
     for (int const threads : {1, 4}) {
         auto const row = "a post, " + std::to_string(threads) + (threads == 1 ? " thread" : " threads");
         if (!report.wants(name, row)) continue;
-        auto const both = medians(runs, [&] { return throughput(*loop, postToMainQueue, threads); }, [&] { return throughput(*loop, postToLoop, threads); });
-        report.add({.group = name, .row = row, .unit = "ns", .ours = both.ours, .peer = peer, .theirs = both.theirs, .target = 180, .bound = Bound::Ours});
+        auto const both = medians(
+            runs, [&] { return throughput(*loop, postToMainQueue, threads); },
+            [&] { return throughput(*loop, postToLoop, threads); });
+        report.add({.group = name,
+                    .row = row,
+                    .unit = "ns",
+                    .ours = both.ours,
+                    .peer = peer,
+                    .theirs = both.theirs,
+                    .target = 180,
+                    .bound = Bound::Ours});
     }
 }
 

@@ -19,7 +19,9 @@ template <class Submit, class Finish> double rate(int producers, Submit const& s
            });
 }
 
-std::string row(char const* what, int producers) { return std::string{what} + ", " + std::to_string(producers) + (producers == 1 ? " producer" : " producers"); }
+std::string row(char const* what, int producers) {
+    return std::string{what} + ", " + std::to_string(producers) + (producers == 1 ? " producer" : " producers");
+}
 
 double oursToSerial(int producers) {
     auto const queue = dispatch_queue_create("bench", DISPATCH_QUEUE_SERIAL);
@@ -31,12 +33,16 @@ double oursToSerial(int producers) {
 void toSerial(Report& report, int producers) {
     auto const name = row("to a serial queue", producers);
     if (!report.wants("async", name)) return;
-    compare(report, {.group = "async", .row = name, .unit = "M/s", .target = 1, .better = Better::Larger}, [&] { return oursToSerial(producers); },
-            &Peer::serial, [&](QueueMaker make) {
-                auto const queue = make();
-                long value = 0;
-                return rate(producers, [&] { queue->post([](void* counter) { ++*static_cast<long*>(counter); }, &value); }, [&] { finish(*queue); });
-            });
+    compare(
+        report, {.group = "async", .row = name, .unit = "M/s", .target = 1, .better = Better::Larger},
+        [&] { return oursToSerial(producers); }, &Peer::serial,
+        [&](QueueMaker make) {
+            auto const queue = make();
+            long value = 0;
+            return rate(
+                producers, [&] { queue->post([](void* counter) { ++*static_cast<long*>(counter); }, &value); },
+                [&] { finish(*queue); });
+        });
 }
 
 double oursToGlobal(int producers) {
@@ -79,9 +85,8 @@ void allocationsPerItem(Report& report) {
     long values[6]{};
     auto const submit = [&](int count) {
         for (int i = 0; i < count; ++i) {
-            dispatch_async(queue, [a = &values[0], b = &values[1], c = &values[2], d = &values[3], e = &values[4], f = &values[5]] {
-                ++*a, ++*b, ++*c, ++*d, ++*e, ++*f;
-            });
+            dispatch_async(queue, [a = &values[0], b = &values[1], c = &values[2], d = &values[3], e = &values[4],
+                                   f = &values[5]] { ++*a, ++*b, ++*c, ++*d, ++*e, ++*f; });
             if (i % 1000 == 0) dispatch_sync(queue, [] {});
         }
         dispatch_sync(queue, [] {});
@@ -89,7 +94,11 @@ void allocationsPerItem(Report& report) {
     submit(100'000);
     auto const before = allocations();
     submit(100'000);
-    report.add({.group = "async", .row = "allocations an item, closure of 48 bytes", .unit = "", .ours = static_cast<double>(allocations() - before) / 100'000, .target = 0.001});
+    report.add({.group = "async",
+                .row = "allocations an item, closure of 48 bytes",
+                .unit = "",
+                .ours = static_cast<double>(allocations() - before) / 100'000,
+                .target = 0.001});
 }
 
 } // namespace

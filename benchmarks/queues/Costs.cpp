@@ -39,7 +39,14 @@ void specific(Report& report, char const* row, void const* key) {
             },
             threadLocalRead);
     });
-    report.add({.group = "costs", .row = row, .unit = "ns", .ours = result.ours, .peer = "thread-local", .theirs = result.theirs, .target = 2, .bound = Bound::Ours});
+    report.add({.group = "costs",
+                .row = row,
+                .unit = "ns",
+                .ours = result.ours,
+                .peer = "thread-local",
+                .theirs = result.theirs,
+                .target = 2,
+                .bound = Bound::Ours});
 }
 
 /// Heap bytes of each of many.
@@ -57,7 +64,8 @@ void bytes(Report& report) {
     double const idle = bytesOf(count, [&] { queues.push_back(dispatch_queue_create(nullptr, DISPATCH_QUEUE_SERIAL)); });
     // Timers first: they stay, so that the items cannot come from their memory.
     auto const queue = dispatch_queue_create("bench", DISPATCH_QUEUE_SERIAL);
-    double const timer = bytesOf(count, [&] { dispatch_after(dispatch_time(DISPATCH_TIME_NOW, 3'600'000'000'000), queue, [] {}); });
+    double const timer =
+        bytesOf(count, [&] { dispatch_after(dispatch_time(DISPATCH_TIME_NOW, 3'600'000'000'000), queue, [] {}); });
     dispatch_suspend(queue);
     double const item = bytesOf(count, [&] { dispatch_async(queue, [] {}); });
     dispatch_resume(queue);
@@ -66,7 +74,14 @@ void bytes(Report& report) {
     auto const asio = asioPeer();
     auto const theirs = asio.bytes ? asio.bytes(count) : std::array<double, 3>{};
     auto const add = [&](char const* row, double ours, double other, double target) {
-        report.add({.group = "costs", .row = row, .unit = "bytes", .ours = ours, .peer = "Asio", .theirs = std::round(other), .target = target, .bound = Bound::Ours});
+        report.add({.group = "costs",
+                    .row = row,
+                    .unit = "bytes",
+                    .ours = ours,
+                    .peer = "Asio",
+                    .theirs = std::round(other),
+                    .target = target,
+                    .bound = Bound::Ours});
     };
     add("bytes of an idle queue", idle, theirs[0], 96);
     add("bytes of a timer", timer, theirs[1], 96);

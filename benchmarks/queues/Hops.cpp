@@ -32,10 +32,11 @@ void roundTrip(Report& report, char const* row, std::chrono::microseconds pause,
             dispatch_semaphore_wait(done, DISPATCH_TIME_FOREVER);
         });
     };
-    compare(report, {.group = "hops", .row = row, .unit = "us", .target = goal.target, .bound = goal.bound}, ours, &Peer::serial, [&](QueueMaker make) {
-        auto const theirs = make();
-        return microseconds(pause, [&] { finish(*theirs); });
-    });
+    compare(report, {.group = "hops", .row = row, .unit = "us", .target = goal.target, .bound = goal.bound}, ours, &Peer::serial,
+            [&](QueueMaker make) {
+                auto const theirs = make();
+                return microseconds(pause, [&] { finish(*theirs); });
+            });
 }
 
 class PingPong {
@@ -66,7 +67,8 @@ void pingPong(Report& report) {
     char const* const row = "ping-pong between two serial queues";
     if (!report.wants("hops", row)) return;
     constexpr int hops = 100'000;
-    dispatch_queue_t const queues[] = {dispatch_queue_create("ping", DISPATCH_QUEUE_SERIAL), dispatch_queue_create("pong", DISPATCH_QUEUE_SERIAL)};
+    dispatch_queue_t const queues[] = {dispatch_queue_create("ping", DISPATCH_QUEUE_SERIAL),
+                                       dispatch_queue_create("pong", DISPATCH_QUEUE_SERIAL)};
     auto const submit = [&](bool first, PingPong& game) { dispatch_async(queues[first ? 0 : 1], [&game] { game.hop(); }); };
     compare(report, {.group = "hops", .row = row, .unit = "M/s", .target = 4.7, .better = Better::Larger, .bound = Bound::Ours},
             [&] { return PingPong(submit, hops).rate(); }, &Peer::serial, [&](QueueMaker make) {
@@ -98,7 +100,8 @@ void syncToMain(Report& report) {
     constexpr int count = 10'000;
     auto const microseconds = [](auto const& measure) { return median(runs, [&] { return measure(count) / count * 1e6; }); };
     Row row{.group = "hops", .row = "sync to the main queue", .unit = "us", .ours = microseconds(oursToMain), .target = 20};
-    for (auto const& peer : otherPeers()) row.others.push_back(peer.syncToMain ? std::optional(microseconds(peer.syncToMain)) : std::nullopt);
+    for (auto const& peer : otherPeers())
+        row.others.push_back(peer.syncToMain ? std::optional(microseconds(peer.syncToMain)) : std::nullopt);
     report.add(std::move(row));
 }
 
@@ -186,7 +189,13 @@ void allToAll(Report& report, int queues, int quality, char const* row, double t
                        }
                    }) / pairs * 1e9;
         });
-    report.add({.group = "hops", .row = row, .unit = "ns", .ours = result.ours, .peer = "std::mutex", .theirs = result.theirs, .target = target});
+    report.add({.group = "hops",
+                .row = row,
+                .unit = "ns",
+                .ours = result.ours,
+                .peer = "std::mutex",
+                .theirs = result.theirs,
+                .target = target});
 }
 
 } // namespace

@@ -31,7 +31,9 @@ public:
 private:
     Executor executor_;
 };
-template <class Executor> std::unique_ptr<PeerQueue> queueOn(Executor executor) { return std::make_unique<Queue<Executor>>(std::move(executor)); }
+template <class Executor> std::unique_ptr<PeerQueue> queueOn(Executor executor) {
+    return std::make_unique<Queue<Executor>>(std::move(executor));
+}
 
 double syncToMain(int count) {
     asio::io_context main;
@@ -60,7 +62,8 @@ std::array<double, 2> timers(int count) {
     std::binary_semaphore done{0};
     double const before = processorSeconds();
     for (int i = 0; i < count; ++i) {
-        auto const when = Clock::now() + std::chrono::nanoseconds{100'000'000 + std::int64_t{i} * 7919 % count * (1'000'000'000 / count)};
+        auto const when =
+            Clock::now() + std::chrono::nanoseconds{100'000'000 + std::int64_t{i} * 7919 % count * (1'000'000'000 / count)};
         all.emplace_back(strand, when).async_wait([&late, when](auto const&) {
             late.push_back(std::chrono::duration<double, std::milli>(Clock::now() - when).count());
         });

@@ -32,7 +32,8 @@ std::vector<Peer> const& otherPeers() {
     return peers;
 }
 
-void compare(Report& report, Row row, FunctionRef<double()> ours, QueueMaker Peer::*kind, FunctionRef<double(QueueMaker)> theirs) {
+void compare(Report& report, Row row, FunctionRef<double()> ours, QueueMaker Peer::*kind,
+             FunctionRef<double(QueueMaker)> theirs) {
     std::vector<QueueMaker> makers{handMadePeer().*kind};
     for (auto const& peer : otherPeers()) makers.push_back(peer.*kind);
     std::vector<double> own;

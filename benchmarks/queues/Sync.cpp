@@ -35,7 +35,13 @@ void uncontended(Report& report) {
                        }
                    }) / count * 1e9;
         });
-    report.add({.group = "sync", .row = "uncontended", .unit = "ns", .ours = result.ours, .peer = "std::mutex", .theirs = result.theirs, .target = 1.5});
+    report.add({.group = "sync",
+                .row = "uncontended",
+                .unit = "ns",
+                .ours = result.ours,
+                .peer = "std::mutex",
+                .theirs = result.theirs,
+                .target = 1.5});
 }
 
 void contended(Report& report, int threads) {
@@ -58,7 +64,14 @@ void contended(Report& report, int threads) {
                 ++value;
             });
         });
-    report.add({.group = "sync", .row = row, .unit = "M/s", .ours = result.ours, .peer = "std::mutex", .theirs = result.theirs, .target = 0.45, .better = Better::Larger});
+    report.add({.group = "sync",
+                .row = row,
+                .unit = "M/s",
+                .ours = result.ours,
+                .peer = "std::mutex",
+                .theirs = result.theirs,
+                .target = 0.45,
+                .better = Better::Larger});
 }
 
 void burn(std::chrono::nanoseconds time) {
@@ -113,8 +126,20 @@ void thinking(Report& report) {
             theirWait = one.p99;
             return one.thousandsPerSecond;
         });
-    report.add({.group = "sync", .row = "1 us work, 1 us think, 2 threads", .unit = "k/s", .ours = result.ours, .peer = "std::mutex", .theirs = result.theirs, .target = 0.86, .better = Better::Larger});
-    report.add({.group = "sync", .row = "1 us work, 1 us think, 99% wait", .unit = "us", .ours = ourWait, .peer = "std::mutex", .theirs = theirWait});
+    report.add({.group = "sync",
+                .row = "1 us work, 1 us think, 2 threads",
+                .unit = "k/s",
+                .ours = result.ours,
+                .peer = "std::mutex",
+                .theirs = result.theirs,
+                .target = 0.86,
+                .better = Better::Larger});
+    report.add({.group = "sync",
+                .row = "1 us work, 1 us think, 99% wait",
+                .unit = "us",
+                .ours = ourWait,
+                .peer = "std::mutex",
+                .theirs = theirWait});
 }
 
 constexpr std::chrono::microseconds held{20};
@@ -169,9 +194,26 @@ void latency(Report& report) {
         });
     for (auto* const each : {&halves, &longest}) std::ranges::sort(*each);
     auto const middle = halves.size() / 2;
-    report.add({.group = "sync", .row = "wait beside 4 threads of 20 us, half", .unit = "held times", .ours = halves[middle], .target = 8, .bound = Bound::Ours});
-    report.add({.group = "sync", .row = "wait beside 4 threads of 20 us, 99%", .unit = "held times", .ours = longest[middle], .target = 15, .bound = Bound::Ours});
-    report.add({.group = "sync", .row = "what the four do meanwhile", .unit = "k/s", .ours = result.ours, .peer = "std::mutex", .theirs = result.theirs, .target = 0.8, .better = Better::Larger});
+    report.add({.group = "sync",
+                .row = "wait beside 4 threads of 20 us, half",
+                .unit = "held times",
+                .ours = halves[middle],
+                .target = 8,
+                .bound = Bound::Ours});
+    report.add({.group = "sync",
+                .row = "wait beside 4 threads of 20 us, 99%",
+                .unit = "held times",
+                .ours = longest[middle],
+                .target = 15,
+                .bound = Bound::Ours});
+    report.add({.group = "sync",
+                .row = "what the four do meanwhile",
+                .unit = "k/s",
+                .ours = result.ours,
+                .peer = "std::mutex",
+                .theirs = result.theirs,
+                .target = 0.8,
+                .better = Better::Larger});
 }
 
 } // namespace

@@ -190,7 +190,8 @@ public:
     Reading importJSON(Workload const& work, std::string const& file) override {
         return written(file, [&](NSManagedObjectContext& worker) {
             KnownAuthors const authors(worker);
-            JSON::forEachElement(work.json, [&](Value book) { worker.insertObject<Book>()->importDictionary(book.dictionary()); });
+            JSON::forEachElement(work.json,
+                                 [&](Value book) { worker.insertObject<Book>()->importDictionary(book.dictionary()); });
         });
     }
 

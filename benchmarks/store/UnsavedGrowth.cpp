@@ -136,7 +136,8 @@ double saveInMemory(std::size_t n) {
     auto const coordinator = make<NSPersistentStoreCoordinator>(
         ModelBuilder().entity("Note").attribute("text", NSAttributeType::String).toMany("links", "Note", {}).build());
     Ref<NSError> error;
-    if (!coordinator->addPersistentStoreWithType(NSInMemoryStoreType, {}, NSURL::fileURLWithPath("/growth"), {}, error)) throw ErrorException(error);
+    if (!coordinator->addPersistentStoreWithType(NSInMemoryStoreType, {}, NSURL::fileURLWithPath("/growth"), {}, error))
+        throw ErrorException(error);
     auto const context = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue);
     context->setPersistentStoreCoordinator(coordinator);
     double seconds = 0;
@@ -153,9 +154,11 @@ double saveInMemory(std::size_t n) {
 
 /// U14: one save of n new records with a unique value that one in the store has.
 double takenValues(std::size_t n) {
-    auto const coordinator = make<NSPersistentStoreCoordinator>(ModelBuilder().entity("Tag").attribute("name", NSAttributeType::String).unique({"name"}).build());
+    auto const coordinator = make<NSPersistentStoreCoordinator>(
+        ModelBuilder().entity("Tag").attribute("name", NSAttributeType::String).unique({"name"}).build());
     Ref<NSError> error;
-    if (!coordinator->addPersistentStoreWithType(NSInMemoryStoreType, {}, NSURL::fileURLWithPath("/taken"), {}, error)) throw ErrorException(error);
+    if (!coordinator->addPersistentStoreWithType(NSInMemoryStoreType, {}, NSURL::fileURLWithPath("/taken"), {}, error))
+        throw ErrorException(error);
     auto const context = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue);
     context->setPersistentStoreCoordinator(coordinator);
     context->setMergePolicy(NSMergeByPropertyStoreTrumpMergePolicy());
@@ -194,7 +197,10 @@ double secondsOfRequest(NSManagedObjectContext& context, DirtyRow const& row) {
     }
     Ref<NSError> error;
     return median(31, [&] {
-        return secondsOf([&] { row.sortedBy ? context.executeFetchRequest(*request, error).size() : static_cast<std::size_t>(context.countForFetchRequest(*request, error)); });
+        return secondsOf([&] {
+            row.sortedBy ? context.executeFetchRequest(*request, error).size()
+                         : static_cast<std::size_t>(context.countForFetchRequest(*request, error));
+        });
     });
 }
 
@@ -215,7 +221,8 @@ void measureUnsavedGrowth(std::string const& folder, FunctionRef<bool(std::strin
                           FunctionRef<void(std::string const& row, double figure, double target)> add) {
     int files = 0;
     auto const newFile = [&] { return (std::filesystem::path(folder) / fmt::format("unsaved{}.db", ++files)).string(); };
-    auto const ratio = [&](char const* id, char const* what, double target, FunctionRef<double(std::size_t)> seconds, std::size_t n) {
+    auto const ratio = [&](char const* id, char const* what, double target, FunctionRef<double(std::size_t)> seconds,
+                           std::size_t n) {
         if (!wants(id, what)) return;
         seconds(4 * n); // what the process needs at its first time
         auto const one = median(9, [&] { return seconds(n); }), four = median(9, [&] { return seconds(4 * n); });
@@ -234,7 +241,8 @@ void measureUnsavedGrowth(std::string const& folder, FunctionRef<bool(std::strin
     Stack stack(newFile(), Synchronous::Normal);
     auto const worker = stack.makeWorker();
     auto const library = Library::generate(200'000);
-    worker->performBlockAndWait([&] { LibraryInserter(*worker, library, LibraryInserter::Start::Empty).insertBooks(library.books); });
+    worker->performBlockAndWait(
+        [&] { LibraryInserter(*worker, library, LibraryInserter::Start::Empty).insertBooks(library.books); });
     stack.saveToDisk(*worker);
     for (auto const& row : dirtyRows)
         if (wanted(row)) add(fmt::format("{} {}: dirty / clean", row.id, row.what), slowdownByUnsaved(stack, row), row.target);

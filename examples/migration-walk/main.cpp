@@ -26,7 +26,8 @@ std::vector<std::pair<long, std::string>> piecesOf(std::string const& name) {
         auto end = at;
         while (end < name.size() && (std::isdigit(static_cast<unsigned char>(name[end])) != 0) == isNumber) ++end;
         auto text = name.substr(at, end - at);
-        isNumber ? pieces.emplace_back(std::stol(text), "") : pieces.emplace_back(-1, text.substr(0, text.find_last_not_of(' ') + 1));
+        isNumber ? pieces.emplace_back(std::stol(text), "")
+                 : pieces.emplace_back(-1, text.substr(0, text.find_last_not_of(' ') + 1));
         at = end;
     }
     return pieces;
@@ -70,7 +71,8 @@ public:
             for (std::size_t at = 0; !entity->isAbstract() && at < records; ++at) {
                 all.push_back(context_->insertNewObject(entity->name()));
                 for (auto const* attribute : entity->attributes())
-                    if (auto value = sample(*attribute, random); !value.isAbsent()) all.back()->setValueForKey(value, attribute->name());
+                    if (auto value = sample(*attribute, random); !value.isAbsent())
+                        all.back()->setValueForKey(value, attribute->name());
             }
         for (auto const& object : all) link(*object, all, random);
         save(all);
@@ -89,7 +91,9 @@ public:
         for (auto const& [name, count] : before.counts)
             if (summary_.counts.contains(name) && summary_.counts[name] < count) return name + " lost records";
         for (auto const& [name, sum] : before.sums)
-            if (summary_.sums.contains(name) && summary_.sums[name].first == sum.first && summary_.sums[name].second != sum.second) return name + " changed its values";
+            if (summary_.sums.contains(name) && summary_.sums[name].first == sum.first &&
+                summary_.sums[name].second != sum.second)
+                return name + " changed its values";
         return "";
     }
 
@@ -110,7 +114,8 @@ private:
     static void link(NSManagedObject& object, std::vector<Ref<NSManagedObject>> const& all, std::mt19937& random) {
         for (auto const* relationship : object.entity().relationships()) {
             std::vector<Ref<NSManagedObject>> fitting;
-            std::ranges::copy_if(all, std::back_inserter(fitting), [&](auto const& other) { return other->entity().isKindOf(relationship->destinationEntity()); });
+            std::ranges::copy_if(all, std::back_inserter(fitting),
+                                 [&](auto const& other) { return other->entity().isKindOf(relationship->destinationEntity()); });
             if (fitting.empty()) continue;
             auto const& other = fitting[random() % fitting.size()];
             if (relationship->isToMany())
@@ -125,7 +130,8 @@ private:
         Ref<NSError> error;
         while (!context_->save(error)) {
             std::vector<Ref<NSManagedObject>> bad;
-            std::ranges::copy_if(all, std::back_inserter(bad), [](auto const& object) { return !object->isDeleted() && object->validateForSave(); });
+            std::ranges::copy_if(all, std::back_inserter(bad),
+                                 [](auto const& object) { return !object->isDeleted() && object->validateForSave(); });
             if (bad.empty()) throw ErrorException(error);
             for (auto const& object : bad) context_->deleteObject(*object);
         }
@@ -143,7 +149,8 @@ private:
             for (auto const* attribute : entity->attributes()) {
                 auto& [type, sum] = summary.sums[entity->name() + "." + attribute->name()];
                 type = attribute->attributeType();
-                for (auto const& object : objects) sum += std::hash<std::string>{}(object->valueForKey(attribute->name()).description());
+                for (auto const& object : objects)
+                    sum += std::hash<std::string>{}(object->valueForKey(attribute->name()).description());
             }
         }
         return summary;

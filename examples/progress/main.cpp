@@ -74,7 +74,8 @@ int main() {
     // Added from the work of one, so that some are pending until all have been added.
     job->addCondition([kept = WeakRef<WatchedSituation>(job), primes] {
         auto const alive = kept.lock();
-        for (int step = 1; alive && step < 60; ++step) alive->addCondition([primes, step] { primes->append(primesBelow(step * 1000)); });
+        for (int step = 1; alive && step < 60; ++step)
+            alive->addCondition([primes, step] { primes->append(primesBelow(step * 1000)); });
     });
     runMainLoop();
 }

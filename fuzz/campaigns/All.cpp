@@ -20,7 +20,8 @@ std::span<Campaign const> allCampaigns() {
         {"predicates", "random formats, asked in memory and of a file", tryPredicates, judgePredicates, 10},
         {"processes", "processes race to make a store; eight of them use one", tryProcesses},
         {"schedule", "three levels of contexts against a sequential model; siblings that raise one record", trySchedule},
-        {"levels", "linked records edited at every level, saves that fail, references let go, against layers of maps", tryLevels, judgeLevels, 40},
+        {"levels", "linked records edited at every level, saves that fail, references let go, against layers of maps", tryLevels,
+         judgeLevels, 40},
         {"channels", "threads register, remove, destroy and post at notification centres and notifiers", tryChannels},
     };
     return all;

@@ -227,8 +227,8 @@ void judge(Witness const& witness, std::map<int, Ref<Post>> const& posts, std::m
             (witness.name == any || witness.name == post->name) && (witness.sender == any || witness.sender == post->sender);
         int const least = fits && witness.addEnd < post->begin && post->end < witness.removeBegin;
         int const most = fits && witness.addBegin < post->end && post->begin < witness.removeEnd;
-        require(least <= counts[number] && counts[number] <= most, "heard {} times, not {} to {}; kind {}", counts[number], least, most,
-                static_cast<int>(witness.kind));
+        require(least <= counts[number] && counts[number] <= most, "heard {} times, not {} to {}; kind {}", counts[number], least,
+                most, static_cast<int>(witness.kind));
     }
 }
 

@@ -55,14 +55,17 @@ Sound makeSound(int items, bool withLog) {
 }
 
 Sound const& soundStore(bool isLarge, bool withLog) {
-    static Sound const stores[2][2] = {{makeSound(30, false), makeSound(30, true)}, {makeSound(2000, false), makeSound(2000, true)}};
+    static Sound const stores[2][2] = {{makeSound(30, false), makeSound(30, true)},
+                                       {makeSound(2000, false), makeSound(2000, true)}};
     return stores[isLarge][withLog];
 }
 
 void damageBytes(Trial& trial, Bytes& bytes) {
     if (bytes.empty()) return;
     auto const page = [&] { return trial.random(bytes.size() / 4096 + 1) * 4096; };
-    auto const anywhere = [&] { return trial.chance(0.3) ? trial.random(std::min<std::size_t>(bytes.size(), 4096)) : trial.random(bytes.size()); };
+    auto const anywhere = [&] {
+        return trial.chance(0.3) ? trial.random(std::min<std::size_t>(bytes.size(), 4096)) : trial.random(bytes.size());
+    };
     switch (trial.random(8)) {
     case 0: // some bits
     case 1:
@@ -74,7 +77,8 @@ void damageBytes(Trial& trial, Bytes& bytes) {
     case 3: { // a page of zeros, or of noise
         auto const from = std::min(page(), bytes.size());
         bool const isNoise = trial.chance(0.5);
-        for (auto at = from; at < std::min(from + 4096, bytes.size()); ++at) bytes[at] = isNoise ? static_cast<char>(trial.random(256)) : '\0';
+        for (auto at = from; at < std::min(from + 4096, bytes.size()); ++at)
+            bytes[at] = isNoise ? static_cast<char>(trial.random(256)) : '\0';
         break;
     }
     case 4: bytes.resize(trial.random(bytes.size() + 1)); break;
@@ -120,7 +124,8 @@ void damageRecords(Trial& trial, std::string const& path) {
     };
     sqlite3* handle = nullptr;
     sqlite3_open(path.c_str(), &handle);
-    for (auto count = 1 + trial.random(3); count > 0; --count) sqlite3_exec(handle, statements[trial.random(std::size(statements))], nullptr, nullptr, nullptr);
+    for (auto count = 1 + trial.random(3); count > 0; --count)
+        sqlite3_exec(handle, statements[trial.random(std::size(statements))], nullptr, nullptr, nullptr);
     sqlite3_close(handle);
 }
 
@@ -153,7 +158,8 @@ void use(Shelf const& shelf, Tally& tally) {
                 for (auto const* relationship : object->entity().relationships())
                     attempt([&] {
                         auto const value = object->valueForKey(relationship->name());
-                        require(relationship->isToMany() || value.isAbsent() || value.objectAs<NSManagedObject>()->entity().isKindOf(relationship->destinationEntity()),
+                        require(relationship->isToMany() || value.isAbsent() ||
+                                    value.objectAs<NSManagedObject>()->entity().isKindOf(relationship->destinationEntity()),
                                 "{} leads elsewhere", relationship->name());
                     });
             }
@@ -222,7 +228,8 @@ void tryDamage(Trial& trial, Tally& tally) {
 }
 
 void judgeDamage(Tally const& tally) {
-    require(tally.of("refused") > 0 && tally.of("opened") > 0 && tally.of("errors while it was used") > 0, "the damage did not bite: {}", tally.text());
+    require(tally.of("refused") > 0 && tally.of("opened") > 0 && tally.of("errors while it was used") > 0,
+            "the damage did not bite: {}", tally.text());
 }
 
 } // namespace Tessarin::campaigns

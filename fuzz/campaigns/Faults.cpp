@@ -56,7 +56,8 @@ bool succeeds(Scene& scene, Kind kind, Duration duration, std::string& words) {
             return false;
         }
     });
-    if (duration == Duration::Sticky && running.wait_for(scene.patience(kind)) == std::future_status::timeout) FaultyFiles::heal();
+    if (duration == Duration::Sticky && running.wait_for(scene.patience(kind)) == std::future_status::timeout)
+        FaultyFiles::heal();
     require(running.wait_for(std::chrono::seconds(60)) == std::future_status::ready, "it hangs");
     return running.get();
 }
@@ -92,8 +93,8 @@ void tryFault(Trial& trial, Tally& tally) {
         scene->check();
     } catch (std::exception const& failure) {
         FaultyFiles::heal();
-        throw Broken(fmt::format("{}, operation {} of {}, kind {}, {}: {} [{}]", sceneKind.name, at, operations, static_cast<int>(kind),
-                                 duration == Duration::Once ? "once" : "sticky", failure.what(), words));
+        throw Broken(fmt::format("{}, operation {} of {}, kind {}, {}: {} [{}]", sceneKind.name, at, operations,
+                                 static_cast<int>(kind), duration == Duration::Once ? "once" : "sticky", failure.what(), words));
     }
 }
 

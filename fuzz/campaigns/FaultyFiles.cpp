@@ -34,7 +34,8 @@ bool isDue() {
 int faultOf(int code, bool takesSpace = false) {
     disk.operationBegins();
     if (kind == Kind::Reading && code != SQLITE_IOERR_READ) return SQLITE_OK;
-    if (layer != Layer::SQLite || kind == Kind::Memory || kind == Kind::ShortWrite || (kind == Kind::Full && !takesSpace)) return SQLITE_OK;
+    if (layer != Layer::SQLite || kind == Kind::Memory || kind == Kind::ShortWrite || (kind == Kind::Full && !takesSpace))
+        return SQLITE_OK;
     if (!isDue()) return SQLITE_OK;
     return kind == Kind::Full ? SQLITE_FULL : code;
 }
@@ -112,11 +113,30 @@ void shmBarrier(sqlite3_file* file) {
 int shmUnmap(sqlite3_file* file, int remove) {
     return through(file, [&](auto* f, auto* m) { return m->xShmUnmap(f, remove); });
 }
-int fetch(sqlite3_file*, sqlite3_int64, int, void** to) { return *to = nullptr, SQLITE_OK; } // no memory maps: their writes go unseen
+int fetch(sqlite3_file*, sqlite3_int64, int, void** to) {
+    return *to = nullptr, SQLITE_OK;
+} // no memory maps: their writes go unseen
 int unfetch(sqlite3_file*, sqlite3_int64, void*) { return SQLITE_OK; }
 
-constexpr sqlite3_io_methods methods{3, close, read, write, truncate, sync, fileSize, lock, unlock, checkReservedLock, fileControl, sectorSize,
-                                     deviceCharacteristics, shmMap, shmLock, shmBarrier, shmUnmap, fetch, unfetch};
+constexpr sqlite3_io_methods methods{3,
+                                     close,
+                                     read,
+                                     write,
+                                     truncate,
+                                     sync,
+                                     fileSize,
+                                     lock,
+                                     unlock,
+                                     checkReservedLock,
+                                     fileControl,
+                                     sectorSize,
+                                     deviceCharacteristics,
+                                     shmMap,
+                                     shmLock,
+                                     shmBarrier,
+                                     shmUnmap,
+                                     fetch,
+                                     unfetch};
 
 int open(sqlite3_vfs*, char const* name, sqlite3_file* file, int flags, int* outFlags) {
     auto& made = File::of(file);
@@ -158,7 +178,8 @@ void install() {
     static sqlite3_mem_methods memory = realMemory;
     memory.xMalloc = allocate;
     memory.xRealloc = reallocate;
-    if (sqlite3_config(SQLITE_CONFIG_MALLOC, &memory) != SQLITE_OK) throw std::runtime_error("SQLite was used before its faults were installed");
+    if (sqlite3_config(SQLITE_CONFIG_MALLOC, &memory) != SQLITE_OK)
+        throw std::runtime_error("SQLite was used before its faults were installed");
     real = sqlite3_vfs_find(nullptr);
     static sqlite3_vfs vfs = *real;
     vfs.zName = "faulty";
@@ -178,7 +199,9 @@ std::uint64_t failures() { return failed; }
 
 void setLayer(Layer wanted) { layer = wanted; }
 int systemFault(Needs needs) {
-    if (layer != Layer::System || kind == Kind::ShortWrite || kind == Kind::Reading || (kind == Kind::Full && needs != Needs::Space) || !isDue()) return 0;
+    if (layer != Layer::System || kind == Kind::ShortWrite || kind == Kind::Reading ||
+        (kind == Kind::Full && needs != Needs::Space) || !isDue())
+        return 0;
     return kind == Kind::Full ? ENOSPC : kind == Kind::Memory ? ENOMEM : EIO;
 }
 bool isShortWrite() { return layer == Layer::System && kind == Kind::ShortWrite && isDue(); }

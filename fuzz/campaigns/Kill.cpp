@@ -67,7 +67,8 @@ void requireWhole(Shelf const& shelf, char const* label, char const* batches) {
         std::size_t links = 0;
         for (auto const& item : items) {
             auto const value = integerOf(*item, "value");
-            require(item->valueForKey(label) == Value("item " + std::to_string(value)), "item {} is labelled {}", value, item->valueForKey(label).description());
+            require(item->valueForKey(label) == Value("item " + std::to_string(value)), "item {} is labelled {}", value,
+                    item->valueForKey(label).description());
             auto const batch = item->entity().propertyNamed(batches)->asRelationship()->isToMany()
                                    ? item->mutableSetValueForKey(batches).allObjects().at(0)
                                    : item->valueForKey(batches).objectAs<NSManagedObject>();
@@ -77,7 +78,8 @@ void requireWhole(Shelf const& shelf, char const* label, char const* batches) {
         require(links == 2 * (itemsBeforeMigration - 1), "{} links", links);
         for (auto const& batch : fetched(*shelf.root, "Batch")) {
             auto const inOrder = batch->mutableSetValueForKey("items").allObjects();
-            require(std::ranges::is_sorted(inOrder, {}, [](auto const& item) { return integerOf(*item, "value"); }), "a batch lost its order");
+            require(std::ranges::is_sorted(inOrder, {}, [](auto const& item) { return integerOf(*item, "value"); }),
+                    "a batch lost its order");
         }
     });
 }
@@ -107,7 +109,8 @@ void tryMigration(Trial& trial, Tally& tally) {
 void tryKill(Trial& trial, Tally& tally) { trial.number() % 3 == 2 ? tryMigration(trial, tally) : trySaves(trial, tally); }
 
 void judgeKill(Tally const& tally) {
-    require(tally.of("saves acknowledged") > 0 && tally.of("old stores after a migration was killed") > 0 && tally.of("new ones") > 0,
+    require(tally.of("saves acknowledged") > 0 && tally.of("old stores after a migration was killed") > 0 &&
+                tally.of("new ones") > 0,
             "too few moments were met: {}", tally.text());
 }
 

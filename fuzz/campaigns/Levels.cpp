@@ -83,8 +83,8 @@ public:
         for (std::size_t at = 0; at < workerCount; ++at) contexts_.push_back(shelf_.worker());
         contexts_.push_back(shelf_.main);
         contexts_.push_back(shelf_.root);
-        token_ = NSNotificationCenter::defaultCenter()->addObserverForName(NSManagedObjectContextDidSaveNotification, nullptr, nullptr,
-                                                                           [this](auto const& note) { lastSave_ = note; });
+        token_ = NSNotificationCenter::defaultCenter()->addObserverForName(
+            NSManagedObjectContextDidSaveNotification, nullptr, nullptr, [this](auto const& note) { lastSave_ = note; });
     }
     ~Levels() { NSNotificationCenter::defaultCenter()->removeObserver(*token_); }
 
@@ -193,7 +193,8 @@ private:
     }
 
     bool isAboutToGo(int record) const {
-        return std::ranges::any_of(layers_, [&](Layer const& layer) { return layer.contains(record) && layer.at(record).isDeleted; });
+        return std::ranges::any_of(layers_,
+                                   [&](Layer const& layer) { return layer.contains(record) && layer.at(record).isDeleted; });
     }
 
     /// What nobody's item lies in: who wins where one deletes a box and another uses it is another matter.
@@ -211,7 +212,8 @@ private:
     }
 
     void remove(std::size_t at) {
-        auto const number = chosen(at, [&](int each, Shown const& shown) { return isMine(at, each) && !(shown.isBox && isUsed(each)); });
+        auto const number =
+            chosen(at, [&](int each, Shown const& shown) { return isMine(at, each) && !(shown.isBox && isUsed(each)); });
         if (!number) return;
         bool const isBox = viewOf(at)[*number].isBox;
         on(at, [&](auto& context) { context.deleteObject(*perhapsKept(at, find(context, *number, isBox))); });
@@ -239,7 +241,9 @@ private:
         auto const number = chosenItem(at);
         View above = stored_;
         for (auto const level : {rootAt, mainAt}) overlay(received_[level], above);
-        if (!number || !above.contains(*number) || layers_[at].contains(*number) || layers_[mainAt].contains(*number) || layers_[rootAt].contains(*number)) return;
+        if (!number || !above.contains(*number) || layers_[at].contains(*number) || layers_[mainAt].contains(*number) ||
+            layers_[rootAt].contains(*number))
+            return;
         auto const theirs = std::int64_t{1000} + newNumber(at);
         on(at, [&](auto& context) {
             auto const contested = find(context, *number);
@@ -273,7 +277,8 @@ private:
     }
     /// What becomes of those who use a new record that is taken back is another matter.
     bool hasNewRecordInUse(std::size_t at) const {
-        return std::ranges::any_of(layers_[at], [&](auto const& each) { return each.second.isInserted && isUsedElsewhere(at, each.first); });
+        return std::ranges::any_of(layers_[at],
+                                   [&](auto const& each) { return each.second.isInserted && isUsedElsewhere(at, each.first); });
     }
 
     /// Its own changes go; what children handed up stays.
@@ -358,12 +363,14 @@ private:
             view[number] = {.isBox = true};
             std::set<int> members, pointing;
             for (auto const& item : box->mutableSetValueForKey("items").allObjects()) {
-                require(members.insert(static_cast<int>(integerOf(*item, "number"))).second, "box {} holds an item twice", number);
+                require(members.insert(static_cast<int>(integerOf(*item, "number"))).second, "box {} holds an item twice",
+                        number);
                 require(box->mutableSetValueForKey("items").containsObject(item), "box {} does not know what it holds", number);
             }
             for (auto const& [other, shown] : view)
                 if (shown.box == number) pointing.insert(other);
-            require(members == pointing, "box {} holds {} items, and {} say that they are in it", number, members.size(), pointing.size());
+            require(members == pointing, "box {} holds {} items, and {} say that they are in it", number, members.size(),
+                    pointing.size());
         }
         return view;
     }
@@ -377,8 +384,9 @@ private:
             for (auto const& [number, shown] : expected) {
                 require(seen.contains(number), "context {} misses record {}", at, number);
                 auto const& there = seen.at(number);
-                require(there == shown, "context {} shows record {} as {}/{}/{}, not {}/{}/{}", at, number, there.value, there.box.value_or(-1),
-                        there.next.value_or(-1), shown.value, shown.box.value_or(-1), shown.next.value_or(-1));
+                require(there == shown, "context {} shows record {} as {}/{}/{}, not {}/{}/{}", at, number, there.value,
+                        there.box.value_or(-1), there.next.value_or(-1), shown.value, shown.box.value_or(-1),
+                        shown.next.value_or(-1));
             }
             require(seen.size() == expected.size(), "context {} shows {} records, not {}", at, seen.size(), expected.size());
             checkIdentities(context);
@@ -394,7 +402,8 @@ private:
             require(context.objectRegisteredForID(*id) == object, "an identity leads to another object");
             if (object->isDeleted() || object->valueForKey("number").isAbsent()) continue; // its record is gone
             auto const known = identities_.try_emplace(static_cast<int>(integerOf(*object, "number")), id).first->second;
-            require(known == id, "record {} has two identities, {} and {}", integerOf(*object, "number"), known->description(), id->description());
+            require(known == id, "record {} has two identities, {} and {}", integerOf(*object, "number"), known->description(),
+                    id->description());
         }
     }
 

@@ -43,7 +43,8 @@ ModelDisk::File* ModelDisk::open(std::string const& path) {
     std::lock_guard const hold(mutex_);
     if (folder_.empty() || !path.starts_with(folder_)) return nullptr;
     auto& file = files_[nameOf(path)];
-    if (!std::filesystem::exists(path)) file = {.syncsFolder = path.ends_with("-wal") || path.ends_with("-journal")}; // whatever had that name
+    if (!std::filesystem::exists(path))
+        file = {.syncsFolder = path.ends_with("-wal") || path.ends_with("-journal")}; // whatever had that name
     return &file;
 }
 

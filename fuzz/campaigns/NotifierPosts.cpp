@@ -26,7 +26,8 @@ struct Span {
 
 /// How many watchers there are when the serializer has done what was asked of it.
 std::size_t settled(Ref<Notifier> const& notifier) {
-    for (int i = 0; i < 2; ++i) notifier->serializer()->waitUntilAllOperationsAreFinished(); // `unwatch` finds a watcher in one and removes it in another
+    for (int i = 0; i < 2; ++i)
+        notifier->serializer()->waitUntilAllOperationsAreFinished(); // `unwatch` finds a watcher in one and removes it in another
     return notifier->watchers().size();
 }
 
@@ -199,6 +200,8 @@ void tryNotifierPosts(Trial& trial, Tally& tally) {
     NotifierSchedule(static_cast<unsigned>(trial.random(1U << 31))).run(tally);
 }
 
-void tryChannels(Trial& trial, Tally& tally) { trial.number() % 2 == 0 ? tryCentrePosts(trial, tally) : tryNotifierPosts(trial, tally); }
+void tryChannels(Trial& trial, Tally& tally) {
+    trial.number() % 2 == 0 ? tryCentrePosts(trial, tally) : tryNotifierPosts(trial, tally);
+}
 
 } // namespace Tessarin::campaigns

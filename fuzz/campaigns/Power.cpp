@@ -49,7 +49,8 @@ std::int64_t savesIn(std::string const& file, std::int64_t most) {
 
 void tryPower(Trial& trial, Tally& tally) {
     if (trial.number() % 4 == 3) return tryPlainPower(trial, tally);
-    static constexpr Synchronous modes[] = {Synchronous::Full, Synchronous::Full, Synchronous::Full, Synchronous::Normal, Synchronous::Off};
+    static constexpr Synchronous modes[] = {Synchronous::Full, Synchronous::Full, Synchronous::Full, Synchronous::Normal,
+                                            Synchronous::Off};
     auto const mode = modes[trial.number() % std::size(modes)];
     auto const before = trial.folder() + "/before", after = trial.folder() + "/after";
     std::filesystem::create_directory(before);
@@ -71,12 +72,14 @@ void tryPower(Trial& trial, Tally& tally) {
         return;
     }
     require(found >= 0, "{}: {} saves were acknowledged; the file is damaged, or holds a save by halves", name, acknowledged);
-    if (mode == Synchronous::Full) require(found >= acknowledged, "FULL: {} saves were acknowledged, {} are there", acknowledged, found);
+    if (mode == Synchronous::Full)
+        require(found >= acknowledged, "FULL: {} saves were acknowledged, {} are there", acknowledged, found);
     if (found < acknowledged) tally.add("behind with NORMAL");
 }
 
 void judgePower(Tally const& tally) {
-    bool const bites = tally.of("behind with NORMAL") > 0 && tally.of("behind with OFF") > 0 && tally.of("behind with atomic writes") > 0;
+    bool const bites =
+        tally.of("behind with NORMAL") > 0 && tally.of("behind with OFF") > 0 && tally.of("behind with atomic writes") > 0;
     bool const isDamaged = tally.of("damaged with OFF") > 0 || tally.of("trials with OFF") < 100; // one in nine
     require(bites && isDamaged, "losing power did not bite: {}", tally.text());
 }

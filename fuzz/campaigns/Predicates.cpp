@@ -49,7 +49,8 @@ public:
             else if (trial_.chance(0.5))
                 text.erase(at, trial_.random(4));
             else
-                text.insert(at, pick({"[", "]", "(", ")", "{", ",", ".", "@", "#", "$", "%", "'", "\"", "-", "inf", "\\", "==", " NOT ", "\xC2"}));
+                text.insert(at, pick({"[", "]", "(", ")", "{", ",", ".", "@", "#", "$", "%", "'", "\"", "-", "inf", "\\",
+                                      "==", " NOT ", "\xC2"}));
         }
         return text;
     }
@@ -63,18 +64,24 @@ private:
             return "(" + condition(depth + 1) + pick({" AND ", " OR ", " && ", " || "}) + condition(depth + 1) + ")";
         if (depth < 4 && trial_.chance(0.15)) return "NOT (" + condition(depth + 1) + ")";
         return std::string(pick({"", "", "", "ANY ", "ALL ", "NONE "})) + side() + " " +
-               pick({"==", "!=", "<", "<=", ">", ">=", "IN", "CONTAINS", "BEGINSWITH", "ENDSWITH", "LIKE", "MATCHES", "BETWEEN", "==[c]", "CONTAINS[cd]"}) + " " + side();
+               pick({"==", "!=", "<", "<=", ">", ">=", "IN", "CONTAINS", "BEGINSWITH", "ENDSWITH", "LIKE", "MATCHES", "BETWEEN",
+                     "==[c]", "CONTAINS[cd]"}) +
+               " " + side();
     }
     std::string side() { return trial_.chance(0.55) ? path() : constant(); }
     std::string path() {
-        std::string text = pick({"name", "age", "weight", "tame", "born", "cost", "note", "keeper", "friends", "breed", "SELF", "self", "nosuch", "$V"});
+        std::string text = pick({"name", "age", "weight", "tame", "born", "cost", "note", "keeper", "friends", "breed", "SELF",
+                                 "self", "nosuch", "$V"});
         if (text != "keeper" && text != "friends" && text != "SELF" && !trial_.chance(0.05)) return text;
         for (auto more = trial_.random(3); more > 0; --more)
-            text += std::string(".") + pick({"name", "boss", "animals", "staff", "keeper", "friends", "age", "@count", "@sum.age", "@max.weight", "breed", "wrong"});
+            text += std::string(".") + pick({"name", "boss", "animals", "staff", "keeper", "friends", "age", "@count", "@sum.age",
+                                             "@max.weight", "breed", "wrong"});
         return text;
     }
     std::string constant() {
-        if (trial_.chance(0.4)) return pick({"nil", "YES", "1", "-2", "0.5", "inf", "-inf", "'A1'", "''", "{1, 2}", "{'A1', nil}", "{0, inf}", "'A*'", "'.'", "9223372036854775807"});
+        if (trial_.chance(0.4))
+            return pick({"nil", "YES", "1", "-2", "0.5", "inf", "-inf", "'A1'", "''", "{1, 2}", "{'A1', nil}", "{0, inf}", "'A*'",
+                         "'.'", "9223372036854775807"});
         arguments.push_back(argument());
         return "%@";
     }
@@ -120,12 +127,15 @@ void fill(NSManagedObjectContext& context, std::uint64_t seed) {
         auto const animal = animals.emplace_back(context.insertNewObject(random(3) == 0 ? "Dog" : "Animal"));
         if (random(4)) animal->setValueForKey("A" + std::to_string(random(5)), "name");
         if (random(4)) animal->setValueForKey(static_cast<std::int64_t>(random(5)) - 2, "age");
-        if (random(4)) animal->setValueForKey(random(8) ? static_cast<double>(random(9)) / 4 : std::numeric_limits<double>::infinity(), "weight");
+        if (random(4))
+            animal->setValueForKey(random(8) ? static_cast<double>(random(9)) / 4 : std::numeric_limits<double>::infinity(),
+                                   "weight");
         if (random(2)) animal->setValueForKey(random(2) == 0, "tame");
         if (random(2)) animal->setValueForKey(Value::date(static_cast<double>(random(4))), "born");
         if (random(2)) animal->setValueForKey(static_cast<double>(random(4)) / 4, "cost");
         if (random(3)) animal->setValueForKey(keepers[random(keepers.size())], "keeper");
-        for (auto links = random(4); links > 0; --links) animal->mutableSetValueForKey("friends").addObject(animals[random(animals.size())]);
+        for (auto links = random(4); links > 0; --links)
+            animal->mutableSetValueForKey("friends").addObject(animals[random(animals.size())]);
         if (animal->entity().name() == "Dog" && random(2)) animal->setValueForKey("A1", "breed");
     }
     Ref<NSError> error;
@@ -175,7 +185,8 @@ void tryPredicates(Trial& trial, Tally& tally) {
         request->setPredicate(predicate);
         for (auto const& context : {memory, file}) context->reset();
         auto const inMemory = answer(*memory, *request), inFile = answer(*file, *request);
-        require(inMemory == inFile, "\"{}\" ({}): in memory \"{}\", in the file \"{}\"", format, predicate->predicateFormat(), inMemory, inFile);
+        require(inMemory == inFile, "\"{}\" ({}): in memory \"{}\", in the file \"{}\"", format, predicate->predicateFormat(),
+                inMemory, inFile);
         tally.add(inMemory.empty() ? "nothing found" : inMemory.back() == ' ' ? "records found" : "requests refused");
     }
 }

@@ -17,7 +17,8 @@ constexpr int processCount = 8;
 /// What one process has done and seen.
 class Actor {
 public:
-    Actor(std::string const& file, std::string name, std::uint64_t seed) : shelf_(file), name_(std::move(name)), trial_("actor " + name_, seed) {}
+    Actor(std::string const& file, std::string name, std::uint64_t seed)
+        : shelf_(file), name_(std::move(name)), trial_("actor " + name_, seed) {}
 
     void act() {
         switch (auto const choice = trial_.random(10); choice) {
@@ -39,11 +40,14 @@ private:
         made_.clear();
         onQueueOf(*worker, [&] { change(*worker); });
         shelf_.saveToDisk(*worker);
-        for (auto const& object : made_) report(fmt::format("made {} {}", object->recordKey(), object->valueForKey("label").description()));
+        for (auto const& object : made_)
+            report(fmt::format("made {} {}", object->recordKey(), object->valueForKey("label").description()));
         for (auto const& label : removed_) {
             // A deletion is given up where another process has changed the record meanwhile.
             bool isThere = false;
-            onQueueOf(*worker, [&] { isThere = !fetched(*worker, "Item", NSPredicate::predicateWithFormat("label == %@", label)).empty(); });
+            onQueueOf(*worker, [&] {
+                isThere = !fetched(*worker, "Item", NSPredicate::predicateWithFormat("label == %@", label)).empty();
+            });
             if (isThere) own_.insert(label);
             report((isThere ? "kept 0 " : "gone 0 ") + label);
         }
@@ -70,7 +74,8 @@ private:
     void removeOwn(NSManagedObjectContext& worker) {
         if (own_.empty()) return;
         auto const label = *std::next(own_.begin(), static_cast<std::ptrdiff_t>(trial_.random(own_.size())));
-        for (auto const& item : fetched(worker, "Item", NSPredicate::predicateWithFormat("label == %@", label))) worker.deleteObject(*item);
+        for (auto const& item : fetched(worker, "Item", NSPredicate::predicateWithFormat("label == %@", label)))
+            worker.deleteObject(*item);
         own_.erase(label);
         removed_.push_back(label);
     }
@@ -124,8 +129,9 @@ void tryProcesses(Trial& trial, Tally& tally) {
     auto const file = trial.folder() + "/shelf.db"; // made by whoever comes first
     std::vector<std::unique_ptr<Child>> children;
     for (int at = 0; at < processCount; ++at)
-        children.push_back(std::make_unique<Child>(
-            "actor", std::vector<std::string>{file, std::string(1, static_cast<char>('a' + at)), std::to_string(trial.random(1'000'000'000)), "40"}));
+        children.push_back(
+            std::make_unique<Child>("actor", std::vector<std::string>{file, std::string(1, static_cast<char>('a' + at)),
+                                                                      std::to_string(trial.random(1'000'000'000)), "40"}));
     std::map<RecordKey, std::string> labels;
     std::set<std::string> expected;
     for (auto const& child : children) {

@@ -211,7 +211,8 @@ private:
         auto const expected = viewOf(at);
         for (auto const& [number, item] : expected) {
             require(seen.contains(number), "context {} misses item {}", at, number);
-            require(seen[number] == item, "context {} shows item {} as {}/{}, not {}/{}", at, number, seen[number].value, seen[number].weight, item.value, item.weight);
+            require(seen[number] == item, "context {} shows item {} as {}/{}, not {}/{}", at, number, seen[number].value,
+                    seen[number].weight, item.value, item.weight);
         }
         require(seen.size() == expected.size(), "context {} shows {} items, not {}", at, seen.size(), expected.size());
     }
@@ -238,6 +239,8 @@ private:
 
 } // namespace
 
-void trySchedule(Trial& trial, Tally& tally) { trial.number() % 4 == 3 ? trySiblings(trial, tally) : Schedule(trial, tally).run(); }
+void trySchedule(Trial& trial, Tally& tally) {
+    trial.number() % 4 == 3 ? trySiblings(trial, tally) : Schedule(trial, tally).run();
+}
 
 } // namespace Tessarin::campaigns

@@ -22,8 +22,8 @@ void checkpoint(std::string const& file);
 class Shelf {
 public:
     /// Throws ErrorException when the file is refused.
-    explicit Shelf(std::string const& file, Ref<NSManagedObjectModel> const& model = shelfModel(), Inference inference = Inference::Allowed,
-                   Synchronous synchronous = Synchronous::Full);
+    explicit Shelf(std::string const& file, Ref<NSManagedObjectModel> const& model = shelfModel(),
+                   Inference inference = Inference::Allowed, Synchronous synchronous = Synchronous::Full);
     Ref<NSManagedObjectContext> worker() const;
     /// Saves a worker and all above it; on the caller's thread. Throws what fails.
     void saveToDisk(NSManagedObjectContext& worker) const;

@@ -84,7 +84,8 @@ class OpenOld : public StoreScene {
     void check() override {
         requireOnDisk(savedBefore + 1);
         std::uint64_t const most = kind_ == Kind::Full ? 400 : 60; // of a few tries: without space each may fail at many writes
-        require(FaultyFiles::failures() < most, "{} failures while it waited: it is tried again without a pause", FaultyFiles::failures());
+        require(FaultyFiles::failures() < most, "{} failures while it waited: it is tried again without a pause",
+                FaultyFiles::failures());
     }
     mutable Kind kind_ = Kind::InputOutput; // of the fault that is under way
     bool copied_ = false;
@@ -174,7 +175,8 @@ class Migrate : public StoreScene {
         requireIntegrity(file());
         Shelf const shelf(file(), laterShelfModel(), Inference::Forbidden);
         onQueueOf(*shelf.root, [&] {
-            for (auto const& batch : fetched(*shelf.root, "Batch")) require(batch->valueForKey("title") == Value("untitled"), "a default is missing");
+            for (auto const& batch : fetched(*shelf.root, "Batch"))
+                require(batch->valueForKey("title") == Value("untitled"), "a default is missing");
         });
         requireContent(shelf, savedBefore, "migrated");
         require(!fs::exists(fs::path(folder_).parent_path() / ".store.rescued"), "a passing fault had the store wiped");

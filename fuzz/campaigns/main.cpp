@@ -39,7 +39,8 @@ public:
     std::uint64_t& of(std::string const& name) { return counts_[name]; }
     void save() const {
         if (file_.empty()) return;
-        if (auto const folder = std::filesystem::path(file_).parent_path(); !folder.empty()) std::filesystem::create_directories(folder);
+        if (auto const folder = std::filesystem::path(file_).parent_path(); !folder.empty())
+            std::filesystem::create_directories(folder);
         std::ofstream output(file_ + ".new");
         for (auto const& [name, count] : counts_) output << name << ' ' << count << '\n';
         output.close();
@@ -52,7 +53,8 @@ private:
 };
 
 int list(State& state) {
-    for (auto const& campaign : allCampaigns()) fmt::print("{:<10} {:>8} done  {}\n", campaign.name, state.of(campaign.name), campaign.what);
+    for (auto const& campaign : allCampaigns())
+        fmt::print("{:<10} {:>8} done  {}\n", campaign.name, state.of(campaign.name), campaign.what);
     return 0;
 }
 
@@ -69,8 +71,8 @@ int run(Campaign const& campaign, Options const& options, State& state) {
             Trial trial(campaign.name, number);
             campaign.trial(trial, tally);
         } catch (std::exception const& failure) {
-            fmt::print(stderr, "{}: trial {}: {}\nrepeat it with: campaigns {} --first {} --trials 1\n", campaign.name, number, failure.what(),
-                       campaign.name, number);
+            fmt::print(stderr, "{}: trial {}: {}\nrepeat it with: campaigns {} --first {} --trials 1\n", campaign.name, number,
+                       failure.what(), campaign.name, number);
             return 1;
         }
         state.of(campaign.name) = std::max(state.of(campaign.name), number + 1);

@@ -25,7 +25,8 @@ protected:
     DefaultsKeys() : home_("XDG_CONFIG_HOME", folder_.path()) {}
     void TearDown() override {
         NSUserDefaults::setCurrentDefaultsGroup("");
-        for (auto const* key : {"theme", "volume", "ratio", "width", "isMuted", "recent", "seal", "opened"}) standard_.removeValueForKey(key);
+        for (auto const* key : {"theme", "volume", "ratio", "width", "isMuted", "recent", "seal", "opened"})
+            standard_.removeValueForKey(key);
         standard_.synchronize();
     }
 

@@ -29,7 +29,8 @@ public:
     }
     void quit() override { g_main_loop_quit(loops_.back()); }
     void callAfter(int milliseconds, std::function<void()> work) override {
-        g_timeout_add_full(G_PRIORITY_DEFAULT, static_cast<guint>(milliseconds), call, new std::function(std::move(work)), destroy);
+        g_timeout_add_full(G_PRIORITY_DEFAULT, static_cast<guint>(milliseconds), call, new std::function(std::move(work)),
+                           destroy);
     }
     void callWhenIdle(std::function<void()> work) override {
         g_idle_add_full(GLibMainQueue::defaultPriority, call, new std::function(std::move(work)), destroy);

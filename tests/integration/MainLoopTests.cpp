@@ -15,7 +15,8 @@ using namespace tests;
 bool isFirstThread() { return gettid() == getpid(); }
 void post(Closure<void()> work) { dispatch_async(dispatch_get_main_queue(), std::move(work)); }
 void postAfter(int milliseconds, Closure<void()> work) {
-    dispatch_after(dispatch_time(DISPATCH_TIME_NOW, milliseconds * std::int64_t{1'000'000}), dispatch_get_main_queue(), std::move(work));
+    dispatch_after(dispatch_time(DISPATCH_TIME_NOW, milliseconds * std::int64_t{1'000'000}), dispatch_get_main_queue(),
+                   std::move(work));
 }
 
 /// These tests run on the main thread, each in a loop of its own.

@@ -18,7 +18,8 @@ namespace {
 class QtLoop : public Loop {
 public:
     QtLoop() {
-        QObject::connect(QCoreApplication::eventDispatcher(), &QAbstractEventDispatcher::aboutToBlock, &mainQueue_, [this] { ++waits_; });
+        QObject::connect(QCoreApplication::eventDispatcher(), &QAbstractEventDispatcher::aboutToBlock, &mainQueue_,
+                         [this] { ++waits_; });
     }
     void run() override {
         QEventLoop loop;

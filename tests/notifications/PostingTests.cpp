@@ -51,7 +51,8 @@ TEST(Observation, OneOffEndsAfterItsFirstDeliveryWithItsTokenLeftSet) {
 
 TEST(Observation, WithoutATokenNothingIsRemoved) {
     int heard = 0;
-    auto observation = make<Observation>(ObservationOptions{.name = "Posting.taken", .oneOff = true, .block = [&](auto const&) { ++heard; }});
+    auto observation =
+        make<Observation>(ObservationOptions{.name = "Posting.taken", .oneOff = true, .block = [&](auto const&) { ++heard; }});
     Ref<NSObject> token;
     observation->modifyToken([&](Ref<NSObject>& current) { token = std::exchange(current, nullptr); });
     for (int i = 0; i < 2; ++i) NSNotification::postNotification("Posting.taken");
@@ -112,7 +113,8 @@ TEST(Observing, AMissingSelectorPrintsItsLineAndRegistersNothing) {
     auto const editor = make<App::Editor>();
     testing::internal::CaptureStdout();
     editor->addAsObserver("DocumentSaved", "reload:"_sel);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Trying to register for a notification (DocumentSaved, but App.Editor doesn't respond to reload:\n");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "Trying to register for a notification (DocumentSaved, but App.Editor doesn't respond to reload:\n");
     NSNotification::postNotification("DocumentSaved"); // would be fatal
 }
 

@@ -35,20 +35,65 @@ TEST_F(Import, ConvertsToTheAttributesType) {
         Value from;
         std::optional<Value> to;
     } const rows[] = {
-        {"age", "42", 42}, {"age", "-42", -42}, {"age", "+42", 42}, {"age", "+-42", absent}, {"age", "0x10", absent}, {"age", nan, absent}, {"age", "4x", absent}, {"age", " 42", absent}, {"age", "4.0", absent},
-        {"age", 42, 42}, {"age", 3.7, 3}, {"age", true, 1}, {"age", "", absent}, {"age", List{1}, absent}, {"age", absent, absent},
-        {"height", "1.75", 1.75}, {"height", "1e-3", 0.001}, {"height", 2, 2.0}, {"height", "tall", absent}, {"height", "+-1.5", absent}, {"height", "nan", absent}, {"height", "-inf", -infinity}, {"height", nan, absent}, {"height", date, absent},
-        {"weight", "0.1", 0.1f}, {"weight", 0.1, 0.1f}, {"weight", "heavy", absent}, {"weight", "+inf", static_cast<float>(infinity)}, {"weight", "-nan", absent}, {"balance", "nan", absent},
-        {"balance", "0.1", Decimal::fromDouble(0.1f)}, {"balance", 0.1, Decimal::fromDouble(0.1f)}, // single precision
+        {"age", "42", 42},
+        {"age", "-42", -42},
+        {"age", "+42", 42},
+        {"age", "+-42", absent},
+        {"age", "0x10", absent},
+        {"age", nan, absent},
+        {"age", "4x", absent},
+        {"age", " 42", absent},
+        {"age", "4.0", absent},
+        {"age", 42, 42},
+        {"age", 3.7, 3},
+        {"age", true, 1},
+        {"age", "", absent},
+        {"age", List{1}, absent},
+        {"age", absent, absent},
+        {"height", "1.75", 1.75},
+        {"height", "1e-3", 0.001},
+        {"height", 2, 2.0},
+        {"height", "tall", absent},
+        {"height", "+-1.5", absent},
+        {"height", "nan", absent},
+        {"height", "-inf", -infinity},
+        {"height", nan, absent},
+        {"height", date, absent},
+        {"weight", "0.1", 0.1f},
+        {"weight", 0.1, 0.1f},
+        {"weight", "heavy", absent},
+        {"weight", "+inf", static_cast<float>(infinity)},
+        {"weight", "-nan", absent},
+        {"balance", "nan", absent},
+        {"balance", "0.1", Decimal::fromDouble(0.1f)},
+        {"balance", 0.1, Decimal::fromDouble(0.1f)}, // single precision
         {"balance", *Decimal::fromText("2.5"), *Decimal::fromText("2.5")},
-        {"name", "Emma", "Emma"}, {"name", 7, absent}, {"name", Dictionary{{"a", 1}}, absent},
-        {"active", "true", true}, {"active", "1", true}, {"active", "y", true}, {"active", "Y", false}, {"active", "yes", false},
-        {"active", 2, true}, {"active", 0.5, true}, {"active", 0, false}, {"active", nan, stays}, {"active", List{}, stays}, {"active", absent, stays},
-        {"born", "2015-03-01T12:00:00.000+0000", date}, {"born", "Sun, 01 Mar 2015 12:00:00 GMT", date}, {"born", "2015-03-01", absent}, {"born", "sun, 01 MAR 2015 12:00:00 GMT", date},
-        {"born", Value::date(0), stays}, {"born", 1425211200, stays}, {"photo", "cat", stays}, {"photo", absent, stays},
+        {"name", "Emma", "Emma"},
+        {"name", 7, absent},
+        {"name", Dictionary{{"a", 1}}, absent},
+        {"active", "true", true},
+        {"active", "1", true},
+        {"active", "y", true},
+        {"active", "Y", false},
+        {"active", "yes", false},
+        {"active", 2, true},
+        {"active", 0.5, true},
+        {"active", 0, false},
+        {"active", nan, stays},
+        {"active", List{}, stays},
+        {"active", absent, stays},
+        {"born", "2015-03-01T12:00:00.000+0000", date},
+        {"born", "Sun, 01 Mar 2015 12:00:00 GMT", date},
+        {"born", "2015-03-01", absent},
+        {"born", "sun, 01 MAR 2015 12:00:00 GMT", date},
+        {"born", Value::date(0), stays},
+        {"born", 1425211200, stays},
+        {"photo", "cat", stays},
+        {"photo", absent, stays},
     };
-    Dictionary const earlier{{"age", 1}, {"height", 1.0}, {"weight", 1.0f}, {"balance", Decimal(1)}, {"name", "old"}, {"active", true},
-                             {"born", Value::date(1)}, {"photo", Value::data(std::vector{std::byte{1}})}};
+    Dictionary const earlier{
+        {"age", 1},      {"height", 1.0},  {"weight", 1.0f},         {"balance", Decimal(1)},
+        {"name", "old"}, {"active", true}, {"born", Value::date(1)}, {"photo", Value::data(std::vector{std::byte{1}})}};
     for (auto const& row : rows)
         with([&](Person& person) {
             SCOPED_TRACE(std::string{row.key} + " from " + row.from.description());
@@ -68,7 +113,10 @@ TEST_F(Import, WarnsTwiceForEachNestedDictionaryAndMakesNewObjects) {
         EXPECT_EQ(boss->valueForKey("name"), "Ada");
         EXPECT_EQ(boss->mutableSetValueForKey("reports").count(), 1u) << "the list was ignored; the inverse stands";
 
-        EXPECT_EQ(printedBy([&] { person.importDictionary({{"pets", Dictionary{{"name", "Rex"}}}}); }), std::string{banner} + banner);
+        EXPECT_EQ(printedBy([&] {
+                      person.importDictionary({{"pets", Dictionary{{"name", "Rex"}}}});
+                  }),
+                  std::string{banner} + banner);
         EXPECT_EQ(printedBy([&] { EXPECT_TRUE(person.addRelationship("pets", {{"name", "Tom"}})); }), banner);
         EXPECT_EQ(person.mutableSetValueForKey("pets").count(), 2u);
         EXPECT_EQ(context->count("Pet"), 2);
@@ -107,9 +155,12 @@ TEST_F(Import, HookFindsObjectsThatAreAttachedBeforeTheyAreFilled) {
             return values["name"] == "Ada" ? ada : nullptr;
         };
         EXPECT_EQ(printedBy([&] {
-            EXPECT_EQ(person.importRelationship("boss", {{"name", "Ada"}, {"age", "36"}, {"pets", Dictionary{{"name", "Rex"}}}}), ada);
-            EXPECT_EQ(ada->importRelationship("reports", {{"name", "Ada"}}), ada);
-        }), "");
+                      EXPECT_EQ(person.importRelationship(
+                                    "boss", {{"name", "Ada"}, {"age", "36"}, {"pets", Dictionary{{"name", "Rex"}}}}),
+                                ada);
+                      EXPECT_EQ(ada->importRelationship("reports", {{"name", "Ada"}}), ada);
+                  }),
+                  "");
         EXPECT_EQ(ada->valueForKey("age"), 36);
         EXPECT_TRUE(ada->mutableSetValueForKey("reports").containsObject(ada));
         EXPECT_EQ(context->count("Person"), 2);
@@ -133,7 +184,8 @@ TEST_F(Import, HookRenamesWhatWasLookedUpUnderTheRawKey) {
 TEST_F(Import, TextsToBooleansAreMatchedWhole) {
     with([](Person& person) {
         for (auto const* text : {"true", "1", "y"}) EXPECT_EQ(person.dictionaryStringToBool(text), true) << text;
-        for (auto const* text : {"True", "yes", "Y", "0", "", "true "}) EXPECT_EQ(person.dictionaryStringToBool(text), false) << text;
+        for (auto const* text : {"True", "yes", "Y", "0", "", "true "})
+            EXPECT_EQ(person.dictionaryStringToBool(text), false) << text;
     });
 }
 

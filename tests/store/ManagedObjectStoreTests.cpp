@@ -29,8 +29,10 @@ TEST(ManagedObjectStore, StandsOnThreeLevels) {
         Type type;
         Ref<NSManagedObjectContext> parent;
         char const* name;
-    } const rows[] = {{root, Type::PrivateQueue, nullptr, "Private Context"}, {main, Type::MainQueue, root, "Main Thread Context"},
-                      {worker, Type::PrivateQueue, main, "W"}, {store->createWorkerContext(), Type::PrivateQueue, main, "Worker Context"}};
+    } const rows[] = {{root, Type::PrivateQueue, nullptr, "Private Context"},
+                      {main, Type::MainQueue, root, "Main Thread Context"},
+                      {worker, Type::PrivateQueue, main, "W"},
+                      {store->createWorkerContext(), Type::PrivateQueue, main, "Worker Context"}};
     std::set<Ref<NSMergePolicy>> policies;
     for (auto const& row : rows) {
         EXPECT_EQ(row.context->concurrencyType(), row.type);
@@ -79,7 +81,8 @@ TEST(ManagedObjectStore, TestsKeepAwayFromTheApplicationsData) {
     // In a process of its own, since a class stays registered.
     auto const inTest = [&] {
         registerClass<::XCTest>();
-        auto const right = home.store("A")->storeURL() == home.documents("UnitTest-A") && std::filesystem::exists(home.folder.path("Documents/UnitTest-A/UnitTest-A.db"));
+        auto const right = home.store("A")->storeURL() == home.documents("UnitTest-A") &&
+                           std::filesystem::exists(home.folder.path("Documents/UnitTest-A/UnitTest-A.db"));
         std::filesystem::remove_all(home.folder.path());
         std::_Exit(right ? 0 : 1);
     };
@@ -92,7 +95,8 @@ TEST(ManagedObjectStore, ModelWithoutEntitiesGivesWayToTheBundle) {
     home.folder.write("Empty.xcdatamodel/Inner.xcdatamodel/contents", peopleAndPets);
     home.folder.write("Bundle/Resources/People.xcdatamodel/contents", peopleAndPets);
     for (auto const* location : {"Empty.xcdatamodel", "Bundle"})
-        EXPECT_TRUE(home.store(StoreOptions{.modelURL = home.url(location), .filename = "A"})->model()->entityNamed("Pet")) << location;
+        EXPECT_TRUE(home.store(StoreOptions{.modelURL = home.url(location), .filename = "A"})->model()->entityNamed("Pet"))
+            << location;
 }
 
 TEST(ManagedObjectStore, MisuseIsFatal) {
@@ -102,7 +106,8 @@ TEST(ManagedObjectStore, MisuseIsFatal) {
     EXPECT_DEATH(make<ManagedObjectStore>(), "unimplemented initializer 'init\\(\\)' for class 'Tessarin.ManagedObjectStore'");
     EXPECT_DEATH(make<ManagedObjectStore>(StoreOptions{}), "file name");
     for (auto const* location : {"/usr", "/nothing"}) // a bundle without a model, no bundle; nor has the main bundle one
-        EXPECT_DEATH(make<ManagedObjectStore>(StoreOptions{.modelURL = NSURL::fileURLWithPath(location), .filename = "A"}), "no model");
+        EXPECT_DEATH(make<ManagedObjectStore>(StoreOptions{.modelURL = NSURL::fileURLWithPath(location), .filename = "A"}),
+                     "no model");
     EXPECT_DEATH(make<Hollow>(StoreOptions{})->metadata("a"), "no store");
     EXPECT_DEATH((*make<Hollow>(StoreOptions{}))["a"] = 1, "no store");
 }
@@ -235,7 +240,8 @@ TEST(ManagedObjectStore, DeletesAllDataAndReplacesTheMainContext) {
     auto const before = store->mainThreadContext();
     auto const fill = [&] {
         worker->performBlockAndWait([&] {
-            for (auto const* name : {"Ada", "Bob"}) (*insert(*worker, "Pet", "of " + std::string{name}))["owner"] = insert(*worker, "Person", name);
+            for (auto const* name : {"Ada", "Bob"})
+                (*insert(*worker, "Pet", "of " + std::string{name}))["owner"] = insert(*worker, "Person", name);
         });
         worker->saveAndWait({.toDisk = true});
         waitForFile(*store);

@@ -85,7 +85,8 @@ public:
 
 private:
     std::vector<WeakRef<ManagedObjectStore>> made_;
-    Environment variables_[3] = {{"HOME", folder.path()}, {"XDG_CONFIG_HOME", std::nullopt}, {"XDG_DATA_HOME", folder.path("data")}};
+    Environment variables_[3] = {
+        {"HOME", folder.path()}, {"XDG_CONFIG_HOME", std::nullopt}, {"XDG_DATA_HOME", folder.path("data")}};
 };
 
 /// A context over an empty store in memory, of the model above.

@@ -15,22 +15,29 @@ namespace fs = std::filesystem;
 TEST(StoreNames, WhatIsNoFileNameIsFatalBeforeAnythingIsTouched) {
     StoreHome home;
     home.folder.write("Documents/diary.txt", "mine");
-    for (auto const& name : {std::string(), std::string("."), std::string(".."), std::string("../Pictures"), std::string("Notes 11/2026"),
-                             std::string("a\0b", 3), std::string(245, 'n')}) {
+    for (auto const& name : {std::string(), std::string("."), std::string(".."), std::string("../Pictures"),
+                             std::string("Notes 11/2026"), std::string("a\0b", 3), std::string(245, 'n')}) {
         auto const sentence = "file name must have 1 to 244 bytes, without \"/\" and NUL";
         EXPECT_DEATH(home.store(name), sentence) << name;
-        EXPECT_DEATH((ManagedObjectStore::setFilename(name), home.store(StoreOptions{.modelURL = home.url("People.xcdatamodel")})), sentence) << name;
-        EXPECT_DEATH((ManagedObjectStore::setAppGroupIdentifier("", name), home.store(StoreOptions{.modelURL = home.url("People.xcdatamodel")})), sentence);
+        EXPECT_DEATH(
+            (ManagedObjectStore::setFilename(name), home.store(StoreOptions{.modelURL = home.url("People.xcdatamodel")})),
+            sentence)
+            << name;
+        EXPECT_DEATH((ManagedObjectStore::setAppGroupIdentifier("", name),
+                      home.store(StoreOptions{.modelURL = home.url("People.xcdatamodel")})),
+                     sentence);
     }
     EXPECT_EQ(std::distance(fs::directory_iterator(home.folder.path("Documents")), {}), 1);
-    for (auto const& name : {std::string(200, 'n'), std::string("50% ..?#")}) EXPECT_TRUE(fs::exists(home.store(name)->storeURL().path() + "/" + name + ".db"));
+    for (auto const& name : {std::string(200, 'n'), std::string("50% ..?#")})
+        EXPECT_TRUE(fs::exists(home.store(name)->storeURL().path() + "/" + name + ".db"));
 }
 
 /// What is told of a replacement while it lives.
 struct Replacements {
     Replacements() {
         token = NSNotificationCenter::defaultCenter()->addObserverForName(
-            ManagedObjectStoreDidReplaceNotification, nullptr, nullptr, [this](Ref<NSNotification> const& note) { notes.push_back(note); });
+            ManagedObjectStoreDidReplaceNotification, nullptr, nullptr,
+            [this](Ref<NSNotification> const& note) { notes.push_back(note); });
     }
     ~Replacements() { NSNotificationCenter::defaultCenter()->removeObserver(*token); }
     std::vector<Ref<NSNotification>> notes;
@@ -59,16 +66,20 @@ TEST(StoreReplacement, FolderGoesAsideWithAllItHoldsAndTheApplicationLearnsOfIt)
         EXPECT_EQ(details["copy"], Value(home.url(copy)));
     }
     for (int number = 1; number <= 5; ++number)
-        EXPECT_EQ(home.folder.read("Documents/.Notes.rescued/" + std::to_string(number) + "/my-diary.txt"), "mine " + std::to_string(number));
+        EXPECT_EQ(home.folder.read("Documents/.Notes.rescued/" + std::to_string(number) + "/my-diary.txt"),
+                  "mine " + std::to_string(number));
 
     fs::remove_all(home.folder.path("Documents/Notes"));
     home.folder.write("Documents/Notes", "a text in place of the folder");
-    EXPECT_EQ(home.folder.read("Documents/.Notes.rescued/" + home.store()->replacement()->copy->lastPathComponent()), "a text in place of the folder");
+    EXPECT_EQ(home.folder.read("Documents/.Notes.rescued/" + home.store()->replacement()->copy->lastPathComponent()),
+              "a text in place of the folder");
 }
 
 TEST(StoreReplacement, WhatWillPassIsWaitedForAndTouchesNothing) {
     StoreHome home;
-    auto const patient = [&](std::string const& name) { return StoreOptions{.modelURL = home.url("People.xcdatamodel"), .filename = name, .timeLimit = 0.3}; };
+    auto const patient = [&](std::string const& name) {
+        return StoreOptions{.modelURL = home.url("People.xcdatamodel"), .filename = name, .timeLimit = 0.3};
+    };
     auto const codeOf = [&](std::string const& name) -> std::int64_t {
         try {
             home.store(patient(name));
@@ -116,8 +127,10 @@ TEST(StoreReplacement, ApplicationMayThrowInsteadOfStartingEmpty) {
     StoreHome home;
     home.folder.write("Documents/Notes/Notes.db", "no store");
     auto const asking = [&](bool throws, int& asked) {
-        return StoreOptions{.modelURL = home.url("People.xcdatamodel"), .filename = "Notes",
-                            .onRefusal = [&home, &asked, throws](Ref<NSError> const& error, MigrationPlan const* plan, std::optional<NSURL> const& copy) {
+        return StoreOptions{.modelURL = home.url("People.xcdatamodel"),
+                            .filename = "Notes",
+                            .onRefusal = [&home, &asked, throws](Ref<NSError> const& error, MigrationPlan const* plan,
+                                                                 std::optional<NSURL> const& copy) {
                                 ++asked;
                                 EXPECT_EQ(plan, nullptr);
                                 EXPECT_EQ(copy, home.url("Documents/.Notes.rescued/1"));

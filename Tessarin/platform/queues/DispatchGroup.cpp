@@ -47,7 +47,8 @@ public:
             std::lock_guard const hold(lock_);
             auto state = state_.load(std::memory_order_relaxed);
             while (!isEmpty(state)) {
-                if (!state_.compare_exchange_weak(state, state | Notifies, std::memory_order_acq_rel, std::memory_order_relaxed)) continue;
+                if (!state_.compare_exchange_weak(state, state | Notifies, std::memory_order_acq_rel, std::memory_order_relaxed))
+                    continue;
                 notices_.push_back({dispatch_queue_t{&queue}, item, roundOf(state)});
                 return;
             }
@@ -99,7 +100,8 @@ private:
         std::vector<Notice> ended;
         {
             std::lock_guard const hold(lock_);
-            auto const first = std::ranges::stable_partition(notices_, [=](auto const& notice) { return notice.round != round; }).begin();
+            auto const first =
+                std::ranges::stable_partition(notices_, [=](auto const& notice) { return notice.round != round; }).begin();
             ended.assign(std::make_move_iterator(first), std::make_move_iterator(notices_.end()));
             notices_.erase(first, notices_.end());
         }
@@ -130,14 +132,16 @@ void dispatch_group_async(dispatch_group_t const& group, dispatch_queue_t const&
         group->leave();
     }));
 }
-void dispatch_group_async_f(dispatch_group_t const& group, dispatch_queue_t const& queue, void* context, dispatch_function_t work) {
+void dispatch_group_async_f(dispatch_group_t const& group, dispatch_queue_t const& queue, void* context,
+                            dispatch_function_t work) {
     dispatch_group_async(group, queue, [=] { work(context); });
 }
 
 void dispatch_group_notify(dispatch_group_t const& group, dispatch_queue_t const& queue, Closure<void()> work) {
     required(group, __func__).notify(required(queue, __func__), newItem(std::move(work)));
 }
-void dispatch_group_notify_f(dispatch_group_t const& group, dispatch_queue_t const& queue, void* context, dispatch_function_t work) {
+void dispatch_group_notify_f(dispatch_group_t const& group, dispatch_queue_t const& queue, void* context,
+                             dispatch_function_t work) {
     dispatch_group_notify(group, queue, [=] { work(context); });
 }
 

@@ -46,7 +46,8 @@ void writeDescriptor(int file) noexcept {
 
 void clearDescriptor() noexcept {
     std::uint64_t count = 0;
-    if (int const file = descriptor.load(std::memory_order_seq_cst); file >= 0) static_cast<void>(!read(file, &count, sizeof count));
+    if (int const file = descriptor.load(std::memory_order_seq_cst); file >= 0)
+        static_cast<void>(!read(file, &count, sizeof count));
 }
 
 void drainOnce() {

@@ -28,7 +28,8 @@ void dispatch_once_slow(dispatch_once_t* token, FunctionRef<void()> work) {
     if ((seen | 1) == (mine | 1)) fatal("dispatch_once: called inside its own work");
     BlockingScope const blocking;
     while (seen != done) {
-        if (!(seen & 1) && !word.compare_exchange_weak(seen, seen | 1, std::memory_order_acq_rel, std::memory_order_acquire)) continue;
+        if (!(seen & 1) && !word.compare_exchange_weak(seen, seen | 1, std::memory_order_acq_rel, std::memory_order_acquire))
+            continue;
         park(word, seen | 1, never);
         seen = word.load(std::memory_order_acquire);
     }

@@ -18,7 +18,8 @@ public:
     void retain() noexcept { references_.fetch_add(1, std::memory_order_relaxed); }
     void release() noexcept {
         if (references_.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
-        if (value_.load(std::memory_order_relaxed) < initial_) fatal("dispatch_semaphore_create: the semaphore was released while in use");
+        if (value_.load(std::memory_order_relaxed) < initial_)
+            fatal("dispatch_semaphore_create: the semaphore was released while in use");
         delete this;
     }
 
@@ -34,7 +35,8 @@ public:
             // Too late, unless a signal has counted this thread as woken: then its grant must be taken.
             auto value = value_.load(std::memory_order_relaxed);
             while (value < 0)
-                if (value_.compare_exchange_weak(value, value + 1, std::memory_order_acq_rel, std::memory_order_relaxed)) return false;
+                if (value_.compare_exchange_weak(value, value + 1, std::memory_order_acq_rel, std::memory_order_relaxed))
+                    return false;
         }
     }
 
@@ -57,7 +59,8 @@ private:
     bool tryTakeGrant() noexcept {
         auto grants = grants_.load(std::memory_order_relaxed);
         while (grants > 0)
-            if (grants_.compare_exchange_weak(grants, grants - 1, std::memory_order_acq_rel, std::memory_order_relaxed)) return true;
+            if (grants_.compare_exchange_weak(grants, grants - 1, std::memory_order_acq_rel, std::memory_order_relaxed))
+                return true;
         return false;
     }
 

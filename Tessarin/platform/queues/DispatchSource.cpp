@@ -16,7 +16,9 @@ using namespace engine;
 
 namespace {
 
-Nanoseconds bounded(std::uint64_t nanoseconds) noexcept { return static_cast<Nanoseconds>(std::min<std::uint64_t>(nanoseconds, never)); }
+Nanoseconds bounded(std::uint64_t nanoseconds) noexcept {
+    return static_cast<Nanoseconds>(std::min<std::uint64_t>(nanoseconds, never));
+}
 Nanoseconds sum(Nanoseconds a, Nanoseconds b) noexcept { return a > never - b ? never : a + b; }
 
 /// The roundest moment between `due` and `leeway` later: timers that may be late a little come to the same ones.
@@ -39,7 +41,8 @@ public:
         due_ = start == DISPATCH_TIME_NOW ? now : deadlineOf(start);
         interval_ = interval == 0 ? never : bounded(interval);
         leeway_ = bounded(leeway);
-        if (due_ < now) due_ = interval_ == never ? now : now - (now - due_) % interval_; // rounds before this call are not missed
+        if (due_ < now)
+            due_ = interval_ == never ? now : now - (now - due_) % interval_; // rounds before this call are not missed
         arm();
     }
     void setHandler(Closure<void()> handler) { exchange(handler_, std::move(handler)); }
@@ -163,7 +166,8 @@ dispatch_source_t dispatch_source_create(dispatch_source_type_t, std::uintptr_t,
     return dispatch_source_t::adopt(new DispatchSource(queue));
 }
 
-void dispatch_source_set_timer(dispatch_source_t const& source, dispatch_time_t start, std::uint64_t interval, std::uint64_t leeway) {
+void dispatch_source_set_timer(dispatch_source_t const& source, dispatch_time_t start, std::uint64_t interval,
+                               std::uint64_t leeway) {
     required(source, __func__).timer->set(start, interval, leeway);
 }
 void dispatch_source_set_event_handler(dispatch_source_t const& source, Closure<void()> handler) {
@@ -174,7 +178,9 @@ void dispatch_source_set_cancel_handler(dispatch_source_t const& source, Closure
 }
 std::uintptr_t dispatch_source_get_data(dispatch_source_t const& source) { return required(source, __func__).timer->rounds(); }
 void dispatch_source_cancel(dispatch_source_t const& source) { required(source, __func__).timer->cancel(); }
-std::intptr_t dispatch_source_testcancel(dispatch_source_t const& source) { return required(source, __func__).timer->isCancelled(); }
+std::intptr_t dispatch_source_testcancel(dispatch_source_t const& source) {
+    return required(source, __func__).timer->isCancelled();
+}
 void dispatch_activate(dispatch_source_t const& source) { required(source, __func__).timer->activate(); }
 void dispatch_suspend(dispatch_source_t const& source) { required(source, __func__).timer->suspend(); }
 void dispatch_resume(dispatch_source_t const& source) { required(source, __func__).timer->resume(); }

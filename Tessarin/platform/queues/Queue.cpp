@@ -17,7 +17,8 @@ void engine::refuseNull(char const* operation) { fatal(std::string{operation} + 
 void retainObject(DispatchQueue& queue) noexcept { queue.retain(); }
 void releaseObject(DispatchQueue& queue) noexcept { queue.release(); }
 
-dispatch_queue_attr_t dispatch_queue_attr_make_with_qos_class(dispatch_queue_attr_t attribute, qos_class_t qualityOfService, int) {
+dispatch_queue_attr_t dispatch_queue_attr_make_with_qos_class(dispatch_queue_attr_t attribute, qos_class_t qualityOfService,
+                                                              int) {
     if (qualityOfService == QOS_CLASS_UNSPECIFIED || globalQueue(qualityOfService)) attribute.qualityOfService = qualityOfService;
     return attribute;
 }
@@ -31,7 +32,9 @@ char const* dispatch_queue_get_label(dispatch_queue_t const& queue) {
     return asked ? asked->label() : "";
 }
 
-void dispatch_async(dispatch_queue_t const& queue, Closure<void()> work) { required(queue, __func__).submit(newItem(std::move(work))); }
+void dispatch_async(dispatch_queue_t const& queue, Closure<void()> work) {
+    required(queue, __func__).submit(newItem(std::move(work)));
+}
 void dispatch_async_f(dispatch_queue_t const& queue, void* context, dispatch_function_t work) {
     required(queue, __func__).submit(newItem([=] { work(context); }));
 }

@@ -36,8 +36,8 @@ inline constexpr dispatch_queue_attr_t DISPATCH_QUEUE_CONCURRENT{.concurrent = t
 
 /// The same kind of queue over the global queue of another class; an unknown class leaves `attribute` as it is. The relative
 /// priority is accepted and ignored.
-TESSARIN_API dispatch_queue_attr_t dispatch_queue_attr_make_with_qos_class(dispatch_queue_attr_t attribute, qos_class_t qualityOfService,
-                                                                           int relativePriority);
+TESSARIN_API dispatch_queue_attr_t dispatch_queue_attr_make_with_qos_class(dispatch_queue_attr_t attribute,
+                                                                           qos_class_t qualityOfService, int relativePriority);
 
 /// A new private queue. The label is copied; null stands for "". Work that was submitted keeps the queue alive.
 TESSARIN_API dispatch_queue_t dispatch_queue_create(char const* label, dispatch_queue_attr_t attribute);
@@ -83,7 +83,8 @@ TESSARIN_API void dispatch_set_target_queue(dispatch_queue_t const& queue, dispa
 
 /// Keeps `value` under a key, which is compared by address; null removes it. The destructor, if any, gets a value that was
 /// replaced, removed or left in a queue that died, on the default global queue.
-TESSARIN_API void dispatch_queue_set_specific(dispatch_queue_t const& queue, void const* key, void* value, dispatch_function_t destructor);
+TESSARIN_API void dispatch_queue_set_specific(dispatch_queue_t const& queue, void const* key, void* value,
+                                              dispatch_function_t destructor);
 /// The queue's own value, null without one.
 TESSARIN_API void* dispatch_queue_get_specific(dispatch_queue_t const& queue, void const* key);
 /// The value of the current queue, else of the nearest queue along its targets. A nested sync hides the caller's queue. On the

@@ -32,7 +32,8 @@ public:
     Closure(std::nullptr_t) noexcept {}
 
     template <class F>
-        requires(!std::is_same_v<std::remove_cvref_t<F>, Closure> && std::is_invocable_r_v<Result, std::decay_t<F>&, Arguments...>)
+        requires(!std::is_same_v<std::remove_cvref_t<F>, Closure> &&
+                 std::is_invocable_r_v<Result, std::decay_t<F>&, Arguments...>)
     Closure(F&& function) {
         using Stored = std::decay_t<F>;
         if constexpr (std::is_pointer_v<Stored> || std::is_member_pointer_v<Stored>)

@@ -106,7 +106,8 @@ std::weak_ordering Decimal::compare(Decimal const& other) const {
     auto a = text(), b = other.text();
     bool const negative = mantissa_ < 0;
     auto const wholeDigits = [](std::string const& t) { return std::min(t.find('.'), t.size()); };
-    if (wholeDigits(a) != wholeDigits(b)) return (wholeDigits(a) < wholeDigits(b)) != negative ? std::weak_ordering::less : std::weak_ordering::greater;
+    if (wholeDigits(a) != wholeDigits(b))
+        return (wholeDigits(a) < wholeDigits(b)) != negative ? std::weak_ordering::less : std::weak_ordering::greater;
     int const order = a.compare(b);
     if (order == 0) return std::weak_ordering::equivalent;
     return (order < 0) != negative ? std::weak_ordering::less : std::weak_ordering::greater;

@@ -6,7 +6,8 @@ namespace Tessarin {
 namespace {
 
 [[noreturn]] void unknownKey(NSObject const& object, std::string_view key) {
-    fatal(object.objectClass().name() + " " + object.description() + " is not key value coding-compliant for the key \"" + std::string{key} + "\"");
+    fatal(object.objectClass().name() + " " + object.description() + " is not key value coding-compliant for the key \"" +
+          std::string{key} + "\"");
 }
 
 std::string setterName(std::string_view key) {

@@ -28,7 +28,9 @@ struct Chunk {
     std::size_t untouched = 1; // pages from here on were never given
     std::size_t given = 0;
 
-    static Chunk& of(void* page) noexcept { return *reinterpret_cast<Chunk*>(reinterpret_cast<std::uintptr_t>(page) & ~(chunkSize - 1)); }
+    static Chunk& of(void* page) noexcept {
+        return *reinterpret_cast<Chunk*>(reinterpret_cast<std::uintptr_t>(page) & ~(chunkSize - 1));
+    }
     bool isFull() const noexcept { return given == pages; }
     void* take() noexcept {
         ++given;

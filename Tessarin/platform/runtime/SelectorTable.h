@@ -52,7 +52,8 @@ public:
         Entry(Selector selector, std::size_t count) : selector_(selector), count_(count) {}
 
         template <class T, class Result, class... Parameters, class Member, std::size_t... I>
-        static Value call(NSObject* object, Member member, std::span<Value const> arguments, Selector name, std::index_sequence<I...>) {
+        static Value call(NSObject* object, Member member, std::span<Value const> arguments, Selector name,
+                          std::index_sequence<I...>) {
             auto* receiver = dynamic_cast<T*>(object);
             if (!receiver) fatal("selector " + name.name() + " was registered for another class");
             if constexpr (std::is_void_v<Result>) {
@@ -64,7 +65,8 @@ public:
         }
 
         template <class Result, class... Parameters, std::size_t... I>
-        static Value callFunction(Result (*function)(Parameters...), std::span<Value const> arguments, Selector name, std::index_sequence<I...>) {
+        static Value callFunction(Result (*function)(Parameters...), std::span<Value const> arguments, Selector name,
+                                  std::index_sequence<I...>) {
             if constexpr (std::is_void_v<Result>) {
                 function(argument<std::remove_cvref_t<Parameters>>(arguments[I], name)...);
                 return {};

@@ -39,7 +39,22 @@ concept ValueConvertible = requires(T const& t, Value const& v) {
 class TESSARIN_API Value : private detail::CompactCell {
 public:
     enum class Kind : std::uint8_t {
-        Absent, Boolean, Integer, Float, Double, Date, Text, UUID, Data, URL, Decimal, Object, List, Set, Dictionary, ValueDictionary
+        Absent,
+        Boolean,
+        Integer,
+        Float,
+        Double,
+        Date,
+        Text,
+        UUID,
+        Data,
+        URL,
+        Decimal,
+        Object,
+        List,
+        Set,
+        Dictionary,
+        ValueDictionary
     };
 
     Value() noexcept = default;

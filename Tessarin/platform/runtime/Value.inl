@@ -15,7 +15,8 @@ template <class T> std::optional<T> Value::as() const {
         return kind() == Kind::Integer || kind() == Kind::Boolean ? std::optional(static_cast<T>(integer())) : std::nullopt;
     } else if constexpr (std::is_floating_point_v<T>) {
         return isNumber() ? std::optional(static_cast<T>(number())) : std::nullopt;
-    } else if constexpr (std::is_same_v<T, std::string> || std::is_same_v<T, Tessarin::Text> || std::is_same_v<T, std::string_view>) {
+    } else if constexpr (std::is_same_v<T, std::string> || std::is_same_v<T, Tessarin::Text> ||
+                         std::is_same_v<T, std::string_view>) {
         return isText() ? std::optional(T(text())) : std::nullopt;
     } else if constexpr (std::is_same_v<T, Tessarin::Decimal>) {
         return kind() == Kind::Decimal ? std::optional(decimal()) : std::nullopt;

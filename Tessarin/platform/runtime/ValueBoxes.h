@@ -13,7 +13,9 @@ public:
         std::memcpy(value.raw, &box, sizeof box);
         value.tag = static_cast<unsigned char>(kind);
     }
-    template <class T> static T const& get(Value const& value) noexcept { return static_cast<Box<T> const*>(counter(value))->content; }
+    template <class T> static T const& get(Value const& value) noexcept {
+        return static_cast<Box<T> const*>(counter(value))->content;
+    }
 
     static void retain(Value const& value) noexcept { counter(value)->references.fetch_add(1, std::memory_order_relaxed); }
     static void release(Value& value) noexcept {

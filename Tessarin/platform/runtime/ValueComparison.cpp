@@ -86,7 +86,8 @@ std::partial_ordering compareValues(Value const& a, Value const& b) {
     case Kind::Text: return a.text() <=> b.text();
     case Kind::URL: return a.urlText() <=> b.urlText();
     case Kind::UUID: return a.uuidBytes() <=> b.uuidBytes();
-    case Kind::Data: return std::lexicographical_compare_three_way(a.bytes().begin(), a.bytes().end(), b.bytes().begin(), b.bytes().end());
+    case Kind::Data:
+        return std::lexicographical_compare_three_way(a.bytes().begin(), a.bytes().end(), b.bytes().begin(), b.bytes().end());
     default: return a == b ? std::partial_ordering::equivalent : std::partial_ordering::unordered;
     }
 }

@@ -55,7 +55,8 @@ std::string immutableURI(std::string const& path) {
 
 Connection::Connection(std::string path, ConnectionOptions const& options) : path_(std::move(path)) {
     sqlite3* opened = nullptr;
-    auto const code = options.isImmutable ? sqlite3_open_v2(immutableURI(path_).c_str(), &opened, flagsOf(Access::Read) | SQLITE_OPEN_URI, nullptr)
+    auto const code = options.isImmutable ? sqlite3_open_v2(immutableURI(path_).c_str(), &opened,
+                                                            flagsOf(Access::Read) | SQLITE_OPEN_URI, nullptr)
                                           : sqlite3_open_v2(path_.c_str(), &opened, flagsOf(options.access), nullptr);
     handle_.reset(opened); // also after a failure, whose words it holds
     if (code != SQLITE_OK) throw Failure::of(opened, code, path_);

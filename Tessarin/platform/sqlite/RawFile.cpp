@@ -10,7 +10,8 @@ void RawFile::Close::operator()(sqlite3* handle) const noexcept { sqlite3_close_
 
 RawFile::RawFile(std::string const& path) {
     sqlite3* opened = nullptr;
-    auto code = sqlite3_open_v2(path.c_str(), &opened, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_PRIVATECACHE, nullptr);
+    auto code =
+        sqlite3_open_v2(path.c_str(), &opened, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_PRIVATECACHE, nullptr);
     handle_.reset(opened);
     if (code == SQLITE_OK) code = sqlite3_file_control(opened, nullptr, SQLITE_FCNTL_FILE_POINTER, &file_);
     if (code == SQLITE_OK && (!file_ || !file_->pMethods)) code = SQLITE_CANTOPEN;

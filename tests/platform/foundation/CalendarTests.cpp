@@ -18,7 +18,8 @@ Ref<NSCalendar> calendarIn(char const* zone, char const* identifier = "gregorian
 /// "2018-11-04 00:30:00"
 NSDateComponents parts(std::string const& text) {
     long long year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0;
-    EXPECT_EQ(std::sscanf(text.c_str(), "%lld-%lld-%lld %lld:%lld:%lld", &year, &month, &day, &hour, &minute, &second), 6) << text;
+    EXPECT_EQ(std::sscanf(text.c_str(), "%lld-%lld-%lld %lld:%lld:%lld", &year, &month, &day, &hour, &minute, &second), 6)
+        << text;
     return {.year = year, .month = month, .day = day, .hour = hour, .minute = minute, .second = second};
 }
 
@@ -48,17 +49,22 @@ TEST(NSCalendar, WallTimesThatAreSkippedOrRepeated) {
         {"Europe/Berlin", "2018-10-28 02:30:00", "2018-10-28 02:30:00 CEST", "2018-12-01 00:00:00", "2018-10-28 02:30:00 CET"},
         {"Pacific/Apia", "2011-12-30 12:00:00", "2011-12-31 12:00:00 +14", "2011-12-29 12:00:00", "2011-12-31 12:00:00 +14"},
         {"Pacific/Kwajalein", "1993-08-21 06:00:00", "1993-08-22 06:00:00 +12", "1993-08-20 00:00:00", "1993-08-22 06:00:00 +12"},
-        {"Australia/Lord_Howe", "2018-10-07 02:10:00", "2018-10-07 02:40:00 +11", "2018-10-01 00:00:00", "2018-10-07 02:40:00 +11"},
-        {"Australia/Lord_Howe", "2018-04-01 01:45:00", "2018-04-01 01:45:00 +11", "2018-05-01 00:00:00", "2018-04-01 01:45:00 +1030"},
-        {"Pacific/Chatham", "2018-09-30 02:50:00", "2018-09-30 03:50:00 +1345", "2018-10-01 00:00:00", "2018-09-30 03:50:00 +1345"},
-        {"Pacific/Chatham", "2018-04-01 03:00:00", "2018-04-01 03:00:00 +1345", "2018-04-02 00:00:00", "2018-04-01 03:00:00 +1245"},
+        {"Australia/Lord_Howe", "2018-10-07 02:10:00", "2018-10-07 02:40:00 +11", "2018-10-01 00:00:00",
+         "2018-10-07 02:40:00 +11"},
+        {"Australia/Lord_Howe", "2018-04-01 01:45:00", "2018-04-01 01:45:00 +11", "2018-05-01 00:00:00",
+         "2018-04-01 01:45:00 +1030"},
+        {"Pacific/Chatham", "2018-09-30 02:50:00", "2018-09-30 03:50:00 +1345", "2018-10-01 00:00:00",
+         "2018-09-30 03:50:00 +1345"},
+        {"Pacific/Chatham", "2018-04-01 03:00:00", "2018-04-01 03:00:00 +1345", "2018-04-02 00:00:00",
+         "2018-04-01 03:00:00 +1245"},
         {"Africa/Monrovia", "1972-01-07 00:30:00", "1972-01-07 01:14:30 GMT", "1972-01-01 00:00:00", "1972-01-07 01:14:30 GMT"}};
     for (auto const& row : rows) {
         auto const calendar = calendarIn(row.zone);
         auto const wish = parts(row.wish);
         EXPECT_EQ(text(*calendar, *calendar->dateFromComponents(wish)), row.first) << row.zone;
         auto const sibling = *calendar->dateFromComponents(parts(row.sibling));
-        EXPECT_EQ(text(*calendar, *calendar->dateFromComponents(wish, sibling)), row.kept) << row.zone << " beside " << row.sibling;
+        EXPECT_EQ(text(*calendar, *calendar->dateFromComponents(wish, sibling)), row.kept)
+            << row.zone << " beside " << row.sibling;
     }
 }
 
@@ -114,9 +120,11 @@ TEST(NSCalendar, WhatIsOutOfReachIsAbsent) {
         EXPECT_EQ(calendar->components(whole, far), NSDateComponents{});
         EXPECT_FALSE(calendar->dateByAddingComponents({.day = 1}, far));
     }
-    for (auto const amount : {std::numeric_limits<std::int64_t>::max(), std::numeric_limits<std::int64_t>::min(), std::int64_t{400'000'000'000'000}})
-        for (auto const& parts : {NSDateComponents{.year = amount}, NSDateComponents{.month = amount}, NSDateComponents{.day = amount},
-                                  NSDateComponents{.hour = amount}, NSDateComponents{.minute = amount}, NSDateComponents{.second = amount}})
+    for (auto const amount :
+         {std::numeric_limits<std::int64_t>::max(), std::numeric_limits<std::int64_t>::min(), std::int64_t{400'000'000'000'000}})
+        for (auto const& parts :
+             {NSDateComponents{.year = amount}, NSDateComponents{.month = amount}, NSDateComponents{.day = amount},
+              NSDateComponents{.hour = amount}, NSDateComponents{.minute = amount}, NSDateComponents{.second = amount}})
             for (auto const& each : {calendar, persian}) {
                 EXPECT_FALSE(each->dateByAddingComponents(parts, date));
                 EXPECT_FALSE(each->dateFromComponents(parts));
@@ -146,7 +154,8 @@ TEST(NSCalendar, OtherCalendarsShareTheClocks) {
     for (auto const& row : rows) {
         auto const calendar = calendarIn("Asia/Tehran", row.identifier);
         auto const found = calendar->components(whole, date);
-        EXPECT_EQ((std::tuple{*found.year, *found.month, *found.day}), (std::tuple{row.year, row.month, row.day})) << row.identifier;
+        EXPECT_EQ((std::tuple{*found.year, *found.month, *found.day}), (std::tuple{row.year, row.month, row.day}))
+            << row.identifier;
         EXPECT_EQ((std::tuple{*found.hour, *found.minute, *found.second}), (std::tuple{12, 30, 15})) << row.identifier;
         // Every hour across the change of the clocks, that of the next day at 00:00 included.
         for (int hour = 0; hour < 72; ++hour) {
@@ -157,7 +166,8 @@ TEST(NSCalendar, OtherCalendarsShareTheClocks) {
     }
     auto const persian = calendarIn("Asia/Tehran", "persian");
     auto const end = *persian->dateFromComponents({.year = 1400, .month = 6, .day = 31, .hour = 8});
-    EXPECT_EQ(persian->components(Month | Day, *persian->dateByAddingComponents({.month = 1}, end)), (NSDateComponents{.month = 7, .day = 30}));
+    EXPECT_EQ(persian->components(Month | Day, *persian->dateByAddingComponents({.month = 1}, end)),
+              (NSDateComponents{.month = 7, .day = 30}));
     for (auto const* identifier : {"chinese", "dangi"}) {
         auto const lunar = calendarIn("Asia/Shanghai", identifier);
         auto each = *gregorian->dateFromComponents(parts("2020-01-01 12:00:00"));
@@ -171,7 +181,8 @@ TEST(NSCalendar, OtherCalendarsShareTheClocks) {
         }
     }
     auto const showa = *calendarIn("UTC", "japanese")->dateByAddingComponents({.year = -40}, date);
-    EXPECT_EQ(calendarIn("UTC", "japanese")->components(Year, showa), (NSDateComponents{.era = 234, .year = 56})) << "with its era";
+    EXPECT_EQ(calendarIn("UTC", "japanese")->components(Year, showa), (NSDateComponents{.era = 234, .year = 56}))
+        << "with its era";
 }
 
 } // namespace

@@ -15,13 +15,15 @@ NSDate const moment = NSDate::dateWithISO8601Text("2015-03-01T12:30:45.250Z").va
 
 TEST(NSDateFormatter, FollowsTheEnvironment) {
     // LC_TIME decides when LC_ALL is silent, LANG when both are; in a zone whose rules changed after ICU 72 was made.
-    Environment const all("LC_ALL", ""), time("LC_TIME", "fr_FR.UTF-8"), language("LANG", "de_DE.UTF-8"), zone("TZ", "Asia/Almaty");
+    Environment const all("LC_ALL", ""), time("LC_TIME", "fr_FR.UTF-8"), language("LANG", "de_DE.UTF-8"),
+        zone("TZ", "Asia/Almaty");
     NSTimeZone::resetSystemTimeZone();
     auto const formatter = make<NSDateFormatter>();
     EXPECT_EQ(formatter->stringFromDate(moment), "") << "nothing to write";
     formatter->setDateFormat("EEEE d MMMM yyyy HH:mm:ss.SSS Z");
     EXPECT_EQ(formatter->stringFromDate(moment), "dimanche 1 mars 2015 18:30:45.250 +0600");
-    EXPECT_EQ(formatter->stringFromDate(moment.dateByAddingTimeInterval(3'653 * 86'400.0)), "samedi 1 mars 2025 17:30:45.250 +0500");
+    EXPECT_EQ(formatter->stringFromDate(moment.dateByAddingTimeInterval(3'653 * 86'400.0)),
+              "samedi 1 mars 2025 17:30:45.250 +0500");
     formatter->setDateFormat("");
     formatter->setDateStyle(Style::Short);
     EXPECT_EQ(formatter->stringFromDate(moment), "01/03/2015");
@@ -35,7 +37,8 @@ TEST(NSDateFormatter, FollowsTheEnvironment) {
     Environment const ireland("TZ", "Europe/Dublin"), english("LANG", "en_IE");
     NSTimeZone::resetSystemTimeZone();
     formatter->setDateFormat("HH:mm zzzz");
-    EXPECT_EQ(formatter->stringFromDate(moment), "12:30 Greenwich Mean Time") << "daylight saving is the winter's there, by its flag";
+    EXPECT_EQ(formatter->stringFromDate(moment), "12:30 Greenwich Mean Time")
+        << "daylight saving is the winter's there, by its flag";
     EXPECT_EQ(formatter->stringFromDate(moment.dateByAddingTimeInterval(120 * 86'400)), "13:30 Irish Standard Time");
 }
 

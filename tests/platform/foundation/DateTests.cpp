@@ -14,7 +14,8 @@ TEST(CivilDate, AgreesWithTheStandardLibraryFromTheReformOn) {
         year_month_day const expected{day};
         auto const number = (day - reference).count();
         auto const date = civilFromDays(number);
-        ASSERT_EQ(date, (CivilDate{int{expected.year()}, static_cast<int>(unsigned{expected.month()}), static_cast<int>(unsigned{expected.day()})}));
+        ASSERT_EQ(date, (CivilDate{int{expected.year()}, static_cast<int>(unsigned{expected.month()}),
+                                   static_cast<int>(unsigned{expected.day()})}));
         ASSERT_EQ(daysFromCivil(date), number);
     }
 }

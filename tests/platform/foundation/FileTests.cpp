@@ -53,7 +53,8 @@ TEST(NSError, DescribesItselfAndComparesByContent) {
     EXPECT_EQ(error->userInfo()["NSFilePath"], Value("/x"));
     EXPECT_TRUE(equal(error, NSError::errorWithErrno(ENOENT, "/x")));
     EXPECT_FALSE(equal(error, NSError::errorWithErrno(ENOENT, "/y")));
-    EXPECT_EQ(NSError::errorWithDomain("D", 7)->description(), "Error Domain=D Code=7 \"The operation could not be completed (D error 7).\"");
+    EXPECT_EQ(NSError::errorWithDomain("D", 7)->description(),
+              "Error Domain=D Code=7 \"The operation could not be completed (D error 7).\"");
     EXPECT_NE(std::string{ErrorException(error).what()}.find("No such file"), std::string::npos);
 }
 
@@ -75,7 +76,8 @@ TEST(NSData, WritingReplacesTheWholeFileOrNothing) {
     std::filesystem::create_directory(folder.path("folder"));
     EXPECT_EQ(errnoOf([&] { NSData().writeToURL(at(folder, "folder")); }), EISDIR);
     EXPECT_EQ(errnoOf([&] { NSData::contentsOfURL(at(folder, "none")); }), ENOENT);
-    EXPECT_EQ(NSFileManager::defaultManager()->contentsOfDirectoryAtURL(at(folder, "")).size(), 3u) << "nothing temporary stays behind";
+    EXPECT_EQ(NSFileManager::defaultManager()->contentsOfDirectoryAtURL(at(folder, "")).size(), 3u)
+        << "nothing temporary stays behind";
     EXPECT_GT(NSData::contentsOfFile("/proc/self/maps").length(), 0u) << "a file without a size";
 }
 
@@ -134,7 +136,10 @@ TEST(Files, AURLWithAZeroByteNamesNoFile) {
 
 TEST(SearchPaths, CountNoVariableInAProgramThatRunsWithRaisedRights) {
     TemporaryFolder const planted;
-    Environment const variables[] = {{"HOME", planted.path()}, {"TMPDIR", planted.path()}, {"XDG_CACHE_HOME", planted.path()}, {"XDG_DATA_HOME", planted.path()}};
+    Environment const variables[] = {{"HOME", planted.path()},
+                                     {"TMPDIR", planted.path()},
+                                     {"XDG_CACHE_HOME", planted.path()},
+                                     {"XDG_DATA_HOME", planted.path()}};
     EXPECT_TRUE(NSTemporaryDirectory().starts_with(planted.path()));
     rightsAreRaised = true;
     auto const caches = NSSearchPathForDirectoriesInDomains(NSSearchPathDirectory::Caches, NSSearchPathDomainMask::User);
@@ -145,20 +150,29 @@ TEST(SearchPaths, CountNoVariableInAProgramThatRunsWithRaisedRights) {
 
 TEST(SearchPaths, FollowTheUsersOwnFolders) {
     TemporaryFolder const home;
-    Environment const variables[] = {{"HOME", home.path()}, {"XDG_CONFIG_HOME", std::nullopt}, {"XDG_DATA_HOME", "relative"}, {"XDG_CACHE_HOME", "/cache/"}};
+    Environment const variables[] = {
+        {"HOME", home.path()}, {"XDG_CONFIG_HOME", std::nullopt}, {"XDG_DATA_HOME", "relative"}, {"XDG_CACHE_HOME", "/cache/"}};
     auto const path = [](NSSearchPathDirectory directory, ExpandTilde expand = ExpandTilde::Yes) {
         auto const paths = NSSearchPathForDirectoriesInDomains(directory, NSSearchPathDomainMask::User, expand);
         return paths.empty() ? "none" : paths[0];
     };
     using enum NSSearchPathDirectory;
     EXPECT_EQ(path(Document), home.path("Documents")) << "without a file";
-    home.write(".config/user-dirs.dirs", "# XDG_MUSIC_DIR=\"/no\"\nXDG_DOCUMENTS_DIR=\"/first\"\nXDG_DOCUMENTS_DIR=\"$HOME/My \\\"Texts\\\"/\"\n"
-                                         "XDG_MUSIC_DIR=\"relative\"\n  XDG_VIDEOS_DIR=\"$HOME/\"\nXDG_PICTURES_DIR=\"$HOMEX/a\"\nXDG_DESKTOP_DIR=/unquoted\n");
+    home.write(
+        ".config/user-dirs.dirs",
+        "# XDG_MUSIC_DIR=\"/no\"\nXDG_DOCUMENTS_DIR=\"/first\"\nXDG_DOCUMENTS_DIR=\"$HOME/My \\\"Texts\\\"/\"\n"
+        "XDG_MUSIC_DIR=\"relative\"\n  XDG_VIDEOS_DIR=\"$HOME/\"\nXDG_PICTURES_DIR=\"$HOMEX/a\"\nXDG_DESKTOP_DIR=/unquoted\n");
     struct {
         NSSearchPathDirectory directory;
         std::string path;
-    } const rows[] = {{Document, home.path("My \"Texts\"")}, {Music, home.path("Music")}, {Movies, home.path()}, {Pictures, home.path("Pictures")},
-                      {Desktop, home.path("Desktop")}, {Library, home.path(".local/share")}, {ApplicationSupport, home.path(".local/share")}, {Caches, "/cache"},
+    } const rows[] = {{Document, home.path("My \"Texts\"")},
+                      {Music, home.path("Music")},
+                      {Movies, home.path()},
+                      {Pictures, home.path("Pictures")},
+                      {Desktop, home.path("Desktop")},
+                      {Library, home.path(".local/share")},
+                      {ApplicationSupport, home.path(".local/share")},
+                      {Caches, "/cache"},
                       {NSSearchPathDirectory{1}, "none"}};
     for (auto const& row : rows) EXPECT_EQ(path(row.directory), row.path);
     EXPECT_EQ(path(Library, ExpandTilde::No), "~/.local/share");
@@ -172,9 +186,12 @@ TEST(NSFileManager, GroupContainersExistOnlyUnderProperNames) {
     Environment const variable("XDG_DATA_HOME", data.path());
     auto const& files = NSFileManager::defaultManager();
     NSBundle::mainBundle()->setBundleIdentifier("org.example.self");
-    for (char const* name : {"org.example.group", "org.example.self", "a..b"}) std::filesystem::create_directories(data.path("group-containers") + "/" + name);
-    EXPECT_EQ(files->containerURLForSecurityApplicationGroupIdentifier("org.example.group"), at(data, "group-containers/org.example.group"));
-    for (char const* name : {"", "org.example.none", "org.example.self", "a..b", "..", "org.example.group/", "../group-containers/org.example.group"})
+    for (char const* name : {"org.example.group", "org.example.self", "a..b"})
+        std::filesystem::create_directories(data.path("group-containers") + "/" + name);
+    EXPECT_EQ(files->containerURLForSecurityApplicationGroupIdentifier("org.example.group"),
+              at(data, "group-containers/org.example.group"));
+    for (char const* name : {"", "org.example.none", "org.example.self", "a..b", "..", "org.example.group/",
+                             "../group-containers/org.example.group"})
         EXPECT_EQ(files->containerURLForSecurityApplicationGroupIdentifier(name), std::nullopt) << name;
     NSBundle::mainBundle()->setBundleIdentifier({});
 }
@@ -186,7 +203,8 @@ TEST(NSBundle, FindsResourcesInEveryLayout) {
     folder.write("App/Resources/a.txt", "");
     folder.write("App/c.data", "");
     folder.write("App/Contents/Resources/sub/d.txt", "");
-    folder.write("App/Contents/Info.plist", "<plist><dict><key>CFBundleIdentifier</key><string>org.example.app</string></dict></plist>");
+    folder.write("App/Contents/Info.plist",
+                 "<plist><dict><key>CFBundleIdentifier</key><string>org.example.app</string></dict></plist>");
     auto const bundle = NSBundle::bundleWithURL(at(folder, "App"));
     ASSERT_NE(bundle, nullptr);
     EXPECT_EQ(bundle->URLForResource("a", "txt"), at(folder, "App/Contents/Resources/a.txt"));
@@ -227,10 +245,12 @@ TEST(PropertyList, ReadsEveryKind) {
 }
 
 TEST(PropertyList, RefusesEverythingElse) {
-    for (std::string const text : {"", "<dict/>", "<plist/>", "<plist><dict/><dict/></plist>", "<plist><dict><key>a</key></dict></plist>",
-                                   "<plist><dict><string>a</string><key>b</key></dict></plist>", "<plist><integer>7x</integer></plist>",
-                                   "<plist><integer></integer></plist>", "<plist><date>2015-03-01</date></plist>", "<plist><data>*</data></plist>",
-                                   "<plist><other/></plist>", "<plist><array>text</array></plist>", "<plist><string><true/></string></plist>", "<plist><array>"})
+    for (std::string const text :
+         {"", "<dict/>", "<plist/>", "<plist><dict/><dict/></plist>", "<plist><dict><key>a</key></dict></plist>",
+          "<plist><dict><string>a</string><key>b</key></dict></plist>", "<plist><integer>7x</integer></plist>",
+          "<plist><integer></integer></plist>", "<plist><date>2015-03-01</date></plist>", "<plist><data>*</data></plist>",
+          "<plist><other/></plist>", "<plist><array>text</array></plist>", "<plist><string><true/></string></plist>",
+          "<plist><array>"})
         EXPECT_EQ(errnoOf([&] { PropertyList::fromXML(text); }), -1) << text;
     std::string deep;
     for (int i = 0; i < 10'000; ++i) deep += "<array>";

@@ -35,7 +35,8 @@ TEST(JSON, ReadsEveryKindAndWritesItBack) {
         {"null", Value(), nullptr},
         {"[true,false,null]", List{true, false, Value()}, nullptr},
         {R"("é\u00e9\ud83d\ude00\"\\\/\n\u0001")", "éé😀\"\\/\n\x01", R"("éé😀\"\\/\n\u0001")"},
-        {R"({"a":1,"a key of more than fourteen bytes":[{}],"a":2,"":3})", Dictionary{{"a", 2}, {"a key of more than fourteen bytes", List{Dictionary{}}}, {"", 3}},
+        {R"({"a":1,"a key of more than fourteen bytes":[{}],"a":2,"":3})",
+         Dictionary{{"a", 2}, {"a key of more than fourteen bytes", List{Dictionary{}}}, {"", 3}},
          R"({"a":2,"a key of more than fourteen bytes":[{}],"":3})"},
         {" [ ] ", List{}, "[]"},
     };
@@ -48,10 +49,50 @@ TEST(JSON, ReadsEveryKindAndWritesItBack) {
 }
 
 TEST(JSON, RefusesIllFormedText) {
-    for (std::string const text :
-         {"", " ", "[", "[1", "[1,", "[1,]", "[,1]", "[1 2]", "[1]]", "[1}", "[1,\"a]", "]", "{", "{\"a\"", "{\"a\":", "{\"a\":1", "{\"a\":1,}", "{\"a\" 1}", "{a:1}",
-          "{\"a\":1 \"b\":2}", "{1:2}", "nul", "nulll", "truex", "fals", "[tru]", "[nul]", "1.2.3", "01", "+1", "-", "1e", "[1.]", "[.5]", "NaN", "1 2", "{} {}", "\"a",
-          "\"a\nb\"", "\"\\x\"", "\"\\ud800\"", "'a'", "\"\xff\"", "// c\n1"})
+    for (std::string const text : {"",
+                                   " ",
+                                   "[",
+                                   "[1",
+                                   "[1,",
+                                   "[1,]",
+                                   "[,1]",
+                                   "[1 2]",
+                                   "[1]]",
+                                   "[1}",
+                                   "[1,\"a]",
+                                   "]",
+                                   "{",
+                                   "{\"a\"",
+                                   "{\"a\":",
+                                   "{\"a\":1",
+                                   "{\"a\":1,}",
+                                   "{\"a\" 1}",
+                                   "{a:1}",
+                                   "{\"a\":1 \"b\":2}",
+                                   "{1:2}",
+                                   "nul",
+                                   "nulll",
+                                   "truex",
+                                   "fals",
+                                   "[tru]",
+                                   "[nul]",
+                                   "1.2.3",
+                                   "01",
+                                   "+1",
+                                   "-",
+                                   "1e",
+                                   "[1.]",
+                                   "[.5]",
+                                   "NaN",
+                                   "1 2",
+                                   "{} {}",
+                                   "\"a",
+                                   "\"a\nb\"",
+                                   "\"\\x\"",
+                                   "\"\\ud800\"",
+                                   "'a'",
+                                   "\"\xff\"",
+                                   "// c\n1"})
         EXPECT_TRUE(refuses([&] { JSON::parse(text); })) << text;
     std::string const deep(100'000, '[');
     EXPECT_TRUE(refuses([&] { JSON::parse(deep + std::string(100'000, ']')); }));
@@ -66,7 +107,8 @@ TEST(JSON, HandsOverTheElementsOfATextOrFile) {
     EXPECT_EQ(elements, (List{Dictionary{{"n", 1}}, List{2}, 3}));
     EXPECT_EQ(JSON::contentsOfURL(url).list(), elements);
     List before;
-    EXPECT_TRUE(refuses([&] { JSON::forEachElement("[{\"n\":1},[2],3,}]", [&](Value element) { before.push_back(std::move(element)); }); }));
+    EXPECT_TRUE(refuses(
+        [&] { JSON::forEachElement("[{\"n\":1},[2],3,}]", [&](Value element) { before.push_back(std::move(element)); }); }));
     EXPECT_EQ(before, elements);
     folder.write("a.json", "[1,2");
     EXPECT_TRUE(refuses([&] { JSON::forEachElement(url, [](Value) {}); }));
@@ -77,8 +119,8 @@ TEST(JSON, HandsOverTheElementsOfATextOrFile) {
 
 TEST(JSON, RefusesToWriteWhatItCannotSay) {
     EXPECT_EQ(JSON::text(List{0.1f, *Decimal::fromText("1.50")}), "[0.1,1.5]");
-    for (Value const& value : {Value(NSDate::now()), Value(std::numeric_limits<double>::infinity()), Value(ValueSet{}), Value(ValueDictionary{{1, 2}}),
-                               Value(List{Value::url("a:")})})
+    for (Value const& value : {Value(NSDate::now()), Value(std::numeric_limits<double>::infinity()), Value(ValueSet{}),
+                               Value(ValueDictionary{{1, 2}}), Value(List{Value::url("a:")})})
         EXPECT_TRUE(refuses([&] { JSON::text(value); })) << value;
 }
 

@@ -249,7 +249,8 @@ TEST(NSPredicate, NestedToAnyDepthItIsWalkedWithoutTheStack) {
     auto const nested = [](int depth, Ref<NSPredicate> inner) {
         for (int level = 0; level < depth; ++level)
             inner = level % 2 ? Ref<NSPredicate>(NSCompoundPredicate::notPredicateWithSubpredicate(std::move(inner)))
-                              : NSCompoundPredicate::orPredicateWithSubpredicates({NSPredicate::predicateWithValue(false), std::move(inner)});
+                              : NSCompoundPredicate::orPredicateWithSubpredicates(
+                                    {NSPredicate::predicateWithValue(false), std::move(inner)});
         return inner;
     };
     for (int const depth : {499, 501, 200'001, 200'002, 200'003}) {
@@ -264,9 +265,11 @@ TEST(NSPredicate, NestedToAnyDepthItIsWalkedWithoutTheStack) {
 }
 
 TEST(NSPredicate, FormatsThatEndTooSoonAreRefused) {
-    for (auto const* format : {"t ==[", "t ==[c", "t ==['c'] 1", "t ==[1] 1", "t", "t ==", "t IN {", "t IN {1", "(", "NOT", "ANY", "t == -", "%", "t ==[]", "- inf"})
+    for (auto const* format : {"t ==[", "t ==[c", "t ==['c'] 1", "t ==[1] 1", "t", "t ==", "t IN {", "t IN {1", "(", "NOT", "ANY",
+                               "t == -", "%", "t ==[]", "- inf"})
         EXPECT_FALSE(NSPredicate::parse(format)) << format;
-    auto const infinite = NSPredicate::predicateWithFormat("rating < %@ AND -inf < rating AND #inf.INF == nil", std::numeric_limits<double>::infinity());
+    auto const infinite = NSPredicate::predicateWithFormat("rating < %@ AND -inf < rating AND #inf.INF == nil",
+                                                           std::numeric_limits<double>::infinity());
     EXPECT_TRUE(NSPredicate::predicateWithFormat(infinite->predicateFormat())->isEqual(*infinite)) << infinite->predicateFormat();
 }
 

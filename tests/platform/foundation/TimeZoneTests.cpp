@@ -26,7 +26,8 @@ std::string contentOf(std::filesystem::path const& file) {
 /// One zone beside the C library, which has the same one set: around every change, and in between.
 class Comparison {
 public:
-    Comparison(std::string name, std::time_t from) : name_(std::move(name)), from_(from), zone_(NSTimeZone::timeZoneWithName(name_)) {
+    Comparison(std::string name, std::time_t from)
+        : name_(std::move(name)), from_(from), zone_(NSTimeZone::timeZoneWithName(name_)) {
         if (zone_) calendar_ = NSCalendar::calendarWithIdentifier("gregorian", zone_);
     }
     int faults() {
@@ -47,8 +48,13 @@ private:
         ::localtime_r(&time, &expected);
         auto const date = at(time);
         auto const found = calendar_->components(Year | Month | Day | Hour | Minute | Second | Weekday, date);
-        NSDateComponents const wall{.year = expected.tm_year + 1900, .month = expected.tm_mon + 1, .day = expected.tm_mday,
-                                    .hour = expected.tm_hour, .minute = expected.tm_min, .second = expected.tm_sec, .weekday = expected.tm_wday + 1};
+        NSDateComponents const wall{.year = expected.tm_year + 1900,
+                                    .month = expected.tm_mon + 1,
+                                    .day = expected.tm_mday,
+                                    .hour = expected.tm_hour,
+                                    .minute = expected.tm_min,
+                                    .second = expected.tm_sec,
+                                    .weekday = expected.tm_wday + 1};
         if (found != wall) fault(time, "has another wall time");
         if (zone_->secondsFromGMTForDate(date) != expected.tm_gmtoff || zone_->abbreviationForDate(date) != expected.tm_zone ||
             zone_->isDaylightSavingTimeForDate(date) != (expected.tm_isdst > 0))
@@ -86,8 +92,9 @@ private:
         ::tzset();
         faults += Comparison(name, year1900).faults();
     }
-    for (auto const* const rule : {"CET-1CEST,M3.5.0,M10.5.0/3", "EST5EDT4,J60/0,J300", "ABC3DEF,59/1:30,300", "NZST-12NZDT,M9.5.0,M4.1.0/3",
-                                   "<-03>3<-02>,M3.5.0/-2,M10.5.0/-1", "IST-1GMT0,M10.5.0,M3.5.0/1"}) {
+    for (auto const* const rule :
+         {"CET-1CEST,M3.5.0,M10.5.0/3", "EST5EDT4,J60/0,J300", "ABC3DEF,59/1:30,300", "NZST-12NZDT,M9.5.0,M4.1.0/3",
+          "<-03>3<-02>,M3.5.0/-2,M10.5.0/-1", "IST-1GMT0,M10.5.0,M3.5.0/1"}) {
         ::setenv("TZ", rule, 1);
         ::tzset();
         faults += Comparison(rule, year1971).faults(); // the C library's rules begin in 1970
@@ -96,7 +103,9 @@ private:
     std::_Exit(faults == 0 && seen.size() > 200 ? 0 : 1);
 }
 
-TEST(NSTimeZone, EveryZoneAgreesWithTheCLibrary) { EXPECT_EXIT(compareTheWholeDatabase(), testing::ExitedWithCode(0), "zones compared"); }
+TEST(NSTimeZone, EveryZoneAgreesWithTheCLibrary) {
+    EXPECT_EXIT(compareTheWholeDatabase(), testing::ExitedWithCode(0), "zones compared");
+}
 
 TEST(NSTimeZone, IsWhatTheEnvironmentSays) {
     struct {
@@ -120,7 +129,8 @@ TEST(NSTimeZone, IsWhatTheEnvironmentSays) {
                       {"CET-1CEST,M13.5.0,M10.5.0", "UTC", 0, 0},
                       {"CET-1CEST,M3.5.0", "UTC", 0, 0},
                       {"CET-99", "UTC", 0, 0},
-                      {std::nullopt, nullptr, NSTimeZone::timeZoneWithName("/etc/localtime")->secondsFromGMTForDate(at(1'421'000'000)),
+                      {std::nullopt, nullptr,
+                       NSTimeZone::timeZoneWithName("/etc/localtime")->secondsFromGMTForDate(at(1'421'000'000)),
                        NSTimeZone::timeZoneWithName("/etc/localtime")->secondsFromGMTForDate(at(1'437'000'000))}};
     for (auto const& row : rows) {
         Environment const wish("TZ", row.wish);
@@ -147,7 +157,9 @@ TEST(NSTimeZone, RulesHoldForEver) {
         for (int const cycles : {1, 2, 100}) {
             auto const later = date.dateByAddingTimeInterval(cycles * cycle);
             ASSERT_EQ(berlin->secondsFromGMTForDate(later), berlin->secondsFromGMTForDate(date));
-            ASSERT_EQ(calendar->dateFromComponents(calendar->components(Year | Month | Day | Hour | Minute | Second, later), later), later);
+            ASSERT_EQ(
+                calendar->dateFromComponents(calendar->components(Year | Month | Day | Hour | Minute | Second, later), later),
+                later);
         }
     }
     auto const next = berlin->nextDaylightSavingTimeTransitionAfterDate(at(0).dateByAddingTimeInterval(5 * cycle));

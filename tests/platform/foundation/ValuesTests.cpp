@@ -67,7 +67,8 @@ TEST(NSURL, KnowsItsKindAndRefusesWhatIsNone) {
     EXPECT_FALSE(NSURL::URLWithString("filex:///a")->isFileURL());
     EXPECT_EQ(NSURL::URLWithString("https://u:p@[::1]:80/a")->host(), "[::1]");
     EXPECT_EQ(NSURL::URLWithString("https://h.example:80")->host(), "h.example");
-    for (char const* text : {"", "a", "/a", ":a", "1a:b", "a b:c", "a:b c", "a:%", "a:%2", "a:%zz", "a:\xC3\xBC", "a:<b>", "a:\n"})
+    for (char const* text :
+         {"", "a", "/a", ":a", "1a:b", "a b:c", "a:b c", "a:%", "a:%2", "a:%zz", "a:\xC3\xBC", "a:<b>", "a:\n"})
         EXPECT_EQ(NSURL::URLWithString(text), std::nullopt) << text;
 }
 
@@ -77,8 +78,9 @@ TEST(NSUUID, TextFormReadsBackAndNothingElseDoes) {
     EXPECT_EQ(uuid->UUIDString(), "E621E1F8-C36C-495A-93FC-0C247A3E6E5F");
     EXPECT_EQ(uuid->bytes()[15], 0x5F);
     EXPECT_EQ(Value(*uuid).as<NSUUID>(), uuid);
-    for (char const* text : {"", "E621E1F8C36C495A93FC0C247A3E6E5F", "E621E1F8-C36C-495A-93FC-0C247A3E6E5", "E621E1F8-C36C-495A-93FC-0C247A3E6E5G",
-                             "E621E1F8-C36C-495A-93FC--C247A3E6E5F", "E621E1F8+C36C-495A-93FC-0C247A3E6E5F", "E621E1F8-C36C-495A-93FC-0C247A3E6E5F "})
+    for (char const* text : {"", "E621E1F8C36C495A93FC0C247A3E6E5F", "E621E1F8-C36C-495A-93FC-0C247A3E6E5",
+                             "E621E1F8-C36C-495A-93FC-0C247A3E6E5G", "E621E1F8-C36C-495A-93FC--C247A3E6E5F",
+                             "E621E1F8+C36C-495A-93FC-0C247A3E6E5F", "E621E1F8-C36C-495A-93FC-0C247A3E6E5F "})
         EXPECT_EQ(NSUUID::UUIDWithString(text), std::nullopt) << text;
     std::set<NSUUID> made;
     for (int i = 0; i < 100; ++i) {
@@ -123,13 +125,15 @@ TEST(Random, AForkedChildDrawsNumbersOfItsOwn) {
 }
 
 TEST(Base64, PadsAndReadsOnlyWhatIsWellFormed) {
-    for (auto const& [plain, text] : {std::pair{"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"foob", "Zm9vYg=="}, {"\xFF\xFE\xFF", "//7/"}}) {
+    for (auto const& [plain, text] :
+         {std::pair{"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"foob", "Zm9vYg=="}, {"\xFF\xFE\xFF", "//7/"}}) {
         auto const data = NSData::dataWithText(plain);
         EXPECT_EQ(base64FromBytes(data.bytes()), text);
         EXPECT_EQ(NSData(*bytesFromBase64(text)), data);
     }
     EXPECT_EQ(NSData(*bytesFromBase64(" Zm9v\n\tYg= =")).text(), "foob");
-    for (char const* text : {"Z", "Zg", "Zg=", "Z===", "====", "Zg==Zg==", "Zg=v", "Zm9*", "="}) EXPECT_EQ(bytesFromBase64(text), std::nullopt) << text;
+    for (char const* text : {"Z", "Zg", "Zg=", "Z===", "====", "Zg==Zg==", "Zg=v", "Zm9*", "="})
+        EXPECT_EQ(bytesFromBase64(text), std::nullopt) << text;
 }
 
 } // namespace

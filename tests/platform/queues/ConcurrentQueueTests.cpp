@@ -97,7 +97,8 @@ TEST(ConcurrentQueue, ABarrierWaitsForAReaderThatIsUnderWay) {
 
 TEST(ConcurrentQueue, ApplyCallsEveryIndexOnceAlsoInsideTheQueue) {
     auto const concurrent = concurrentQueue();
-    dispatch_queue_t const queues[] = {nullptr, dispatch_get_global_queue(QOS_CLASS_UTILITY, 0), concurrent, serialQueue(), queueOn(serialQueue())};
+    dispatch_queue_t const queues[] = {nullptr, dispatch_get_global_queue(QOS_CLASS_UTILITY, 0), concurrent, serialQueue(),
+                                       queueOn(serialQueue())};
     for (auto const& queue : queues) {
         std::vector<std::atomic<int>> calls(2000);
         auto const call = [&](std::size_t index) { ++calls[index]; };
@@ -196,7 +197,9 @@ std::chrono::steady_clock::duration timeOfAChain(int length, dispatch_queue_attr
 TEST(Targets, AChainOfAnyLengthNeedsNoStackAndTimeOnlyForEachQueueOnce) {
     for (auto const attribute : {DISPATCH_QUEUE_SERIAL, DISPATCH_QUEUE_CONCURRENT})
         for (bool const fromAbove : {true, false}) {
-            auto const timeOf = [&](int length) { return std::min(timeOfAChain(length, attribute, fromAbove), timeOfAChain(length, attribute, fromAbove)); };
+            auto const timeOf = [&](int length) {
+                return std::min(timeOfAChain(length, attribute, fromAbove), timeOfAChain(length, attribute, fromAbove));
+            };
             EXPECT_LT(timeOf(100'000), 12 * timeOf(25'000)) << "quadratic would be 16";
         }
 }

@@ -82,10 +82,12 @@ TEST(Idle, AProcessThatHasUsedEveryKindOfQueueMakesNoWakeUpsAndItsWorkersAndMemo
     auto const before = bytes();
     constexpr std::size_t backlog = 200'000;
     leaveMemoryBehind(backlog);
-    for (auto const quality : {QOS_CLASS_BACKGROUND, QOS_CLASS_UTILITY, QOS_CLASS_DEFAULT, QOS_CLASS_USER_INITIATED, QOS_CLASS_USER_INTERACTIVE}) {
+    for (auto const quality :
+         {QOS_CLASS_BACKGROUND, QOS_CLASS_UTILITY, QOS_CLASS_DEFAULT, QOS_CLASS_USER_INITIATED, QOS_CLASS_USER_INTERACTIVE}) {
         auto const global = dispatch_get_global_queue(quality, 0);
         dispatch_apply(20, global, [](std::size_t) {});
-        for (auto const& queue : {global, queueOn(global), queueOn(global, DISPATCH_QUEUE_CONCURRENT), queueOn(queueOn(global))}) useAQueue(queue);
+        for (auto const& queue : {global, queueOn(global), queueOn(global, DISPATCH_QUEUE_CONCURRENT), queueOn(queueOn(global))})
+            useAQueue(queue);
     }
     auto const& main = dispatch_get_main_queue();
     for (auto const& queue : {main, queueOn(main), queueOn(main, DISPATCH_QUEUE_CONCURRENT)}) useAQueue(queue);

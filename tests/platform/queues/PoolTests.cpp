@@ -247,7 +247,8 @@ TEST(Pool, SignalsOfAnItemsOwnDoingReachIt) {
     });
     ASSERT_TRUE(done.wait());
     ASSERT_EQ(read(child[0], &inChild, sizeof inChild), static_cast<ssize_t>(sizeof inChild));
-    for (int const signal : {SIGILL, SIGTRAP, SIGFPE, SIGBUS, SIGSEGV, SIGSYS, SIGPIPE, SIGPROF}) EXPECT_FALSE(sigismember(&closed, signal));
+    for (int const signal : {SIGILL, SIGTRAP, SIGFPE, SIGBUS, SIGSEGV, SIGSYS, SIGPIPE, SIGPROF})
+        EXPECT_FALSE(sigismember(&closed, signal));
     EXPECT_TRUE(sigismember(&closed, SIGTERM));
     EXPECT_FALSE(sigismember(&inChild, SIGTERM));
     close(child[0]);

@@ -154,7 +154,8 @@ TEST(SerialQueue, TheLastReferenceMayGoDuringASync) {
         watch(elsewhere);
         dispatch_sync(elsewhere, [&] { std::thread([&] { elsewhere = nullptr; }).join(); });
 
-        auto behind = dispatch_queue_create("in line", attribute); // the sync waits behind an item, and takes the queue over from it
+        auto behind =
+            dispatch_queue_create("in line", attribute); // the sync waits behind an item, and takes the queue over from it
         watch(behind);
         Event gate;
         dispatch_async(behind, [gate] { gate.wait(); });
@@ -207,7 +208,8 @@ TEST(SerialQueueDeathTest, MisuseEndsWithOneLineThatNamesTheOperation) {
         "^dispatch_suspend: the queue was released while suspended\n$");
     EXPECT_DEATH(dispatch_sync(dispatch_get_global_queue(5, 0), [] {}), "^dispatch_sync: called without an object\n$");
     EXPECT_DEATH(dispatch_after(DISPATCH_TIME_FOREVER, nullptr, [] {}), "^dispatch_after: called without an object\n$");
-    EXPECT_DEATH(dispatch_set_target_queue(dispatch_get_main_queue(), serialQueue()), "^dispatch_set_target_queue: .* have no target\n$");
+    EXPECT_DEATH(dispatch_set_target_queue(dispatch_get_main_queue(), serialQueue()),
+                 "^dispatch_set_target_queue: .* have no target\n$");
     EXPECT_DEATH(
         {
             auto const lower = serialQueue();

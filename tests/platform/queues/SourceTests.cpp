@@ -12,7 +12,9 @@ using namespace tests;
 
 constexpr std::int64_t millisecond = 1'000'000;
 dispatch_source_t timer(dispatch_queue_t const& queue) { return dispatch_source_create(DISPATCH_SOURCE_TYPE_TIMER, 0, 0, queue); }
-std::int64_t since(std::chrono::steady_clock::time_point start) { return std::chrono::nanoseconds(std::chrono::steady_clock::now() - start).count(); }
+std::int64_t since(std::chrono::steady_clock::time_point start) {
+    return std::chrono::nanoseconds(std::chrono::steady_clock::now() - start).count();
+}
 
 TEST(TimerSource, RepeatsInStepNeverEarlyNeverTwiceAtATimeUntilItCancelsItself) {
     for (auto const& queue : {serialQueue(), concurrentQueue(), dispatch_get_global_queue(0, 0)}) {
@@ -108,7 +110,9 @@ TEST(TimerSource, ADroppedOneEndsAndManyCancelledOnesLeaveNothing) {
     for (int at = 0; at < 200; ++at) timer(queue); // never set: costs nothing
     EXPECT_TRUE(eventually([&] { return held.use_count() == 1; }));
     for (auto const& each : {timer(queue), timer(queue)}) {
-        for (int at = 0; at < 100; ++at) dispatch_source_set_timer(each, dispatch_time(DISPATCH_TIME_NOW, 3'600'000 * millisecond), 0, 0), dispatch_activate(each);
+        for (int at = 0; at < 100; ++at)
+            dispatch_source_set_timer(each, dispatch_time(DISPATCH_TIME_NOW, 3'600'000 * millisecond), 0, 0),
+                dispatch_activate(each);
     }
     EXPECT_TRUE(gone.wait()) << "an hour is not waited for";
 }

@@ -55,7 +55,8 @@ TEST(Specifics, ManyKeysAndEveryDestructorOnce) {
         auto const queue = serialQueue();
         for (char& each : keys) dispatch_queue_set_specific(queue, &each, &number, destructor);
         for (char& each : keys) EXPECT_EQ(dispatch_queue_get_specific(queue, &each), &number);
-        dispatch_queue_set_specific(queue, &keys[0], &number, nullptr); // replaced: the old one goes, the new one has no destructor
+        dispatch_queue_set_specific(queue, &keys[0], &number,
+                                    nullptr); // replaced: the old one goes, the new one has no destructor
         dispatch_queue_set_specific(queue, &keys[1], nullptr, nullptr); // removed
         EXPECT_EQ(dispatch_queue_get_specific(queue, &keys[1]), nullptr);
         EXPECT_TRUE(eventually([] { return destroyed == 2; }));

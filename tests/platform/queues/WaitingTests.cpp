@@ -204,10 +204,13 @@ TEST(After, AnItemThatBlocksDelaysNoOtherTimerHoweverDenseTheyAre) {
 
 TEST(WaitingDeathTest, MisuseEndsWithOneLineThatNamesTheOperation) {
     EXPECT_DEATH(dispatch_group_leave(dispatch_group_create()), "^dispatch_group_leave: without dispatch_group_enter\n$");
-    EXPECT_DEATH(dispatch_semaphore_wait(dispatch_semaphore_create(1), DISPATCH_TIME_NOW), "^dispatch_semaphore_create: .* released while in use\n$");
-    EXPECT_DEATH(dispatch_semaphore_wait(dispatch_semaphore_create(-1), in(millisecond)), "^dispatch_semaphore_wait: called without an object\n$");
+    EXPECT_DEATH(dispatch_semaphore_wait(dispatch_semaphore_create(1), DISPATCH_TIME_NOW),
+                 "^dispatch_semaphore_create: .* released while in use\n$");
+    EXPECT_DEATH(dispatch_semaphore_wait(dispatch_semaphore_create(-1), in(millisecond)),
+                 "^dispatch_semaphore_wait: called without an object\n$");
     EXPECT_DEATH(dispatch_semaphore_signal(nullptr), "^dispatch_semaphore_signal: called without an object\n$");
-    EXPECT_DEATH(dispatch_group_async(dispatch_group_create(), nullptr, [] {}), "^dispatch_group_async: called without an object\n$");
+    EXPECT_DEATH(dispatch_group_async(dispatch_group_create(), nullptr, [] {}),
+                 "^dispatch_group_async: called without an object\n$");
     static dispatch_once_t token = 0;
     EXPECT_DEATH(dispatch_once(&token, [] { dispatch_once(&token, [] {}); }), "^dispatch_once: called inside its own work\n$");
 }

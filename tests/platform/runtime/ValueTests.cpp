@@ -78,7 +78,8 @@ TEST(Value, NumbersAreOneFamilyAndCompareExactly) {
     struct {
         double from;
         std::int64_t to;
-    } const conversions[] = {{2.9, 2}, {-2.9, -2}, {1e300, INT64_MAX}, {-1e300, INT64_MIN}, {std::nan(""), 0}, {0x1p63, INT64_MAX}};
+    } const conversions[] = {{2.9, 2},          {-2.9, -2},         {1e300, INT64_MAX}, {-1e300, INT64_MIN},
+                             {std::nan(""), 0}, {0x1p63, INT64_MAX}};
     for (auto const& row : conversions) EXPECT_EQ(Value(row.from).integer(), row.to) << row.from;
     EXPECT_EQ(Value("7").integer(), 0);
     EXPECT_FALSE(Value("true").boolean());
@@ -162,7 +163,8 @@ TEST(Dictionary, AnswersAlikeWhenSmallAndWhenIndexed) {
         EXPECT_EQ(dictionary.find(key), nullptr);
         dictionary.set(key, count);
         dictionary.set(key, count * 2); // replaces
-        for (int at = 1; at <= count; ++at) ASSERT_EQ(dictionary["key " + std::to_string(at)], Value(at * 2)) << at << " of " << count;
+        for (int at = 1; at <= count; ++at)
+            ASSERT_EQ(dictionary["key " + std::to_string(at)], Value(at * 2)) << at << " of " << count;
         ASSERT_EQ(dictionary.size(), static_cast<std::size_t>(count));
     }
     Dictionary reversed;
@@ -183,10 +185,24 @@ TEST(Decimal, ReadsWritesAndOrders) {
     struct {
         char const* from;
         char const* to; // null where it is refused
-    } const texts[] = {{"12.50", "12.5"}, {"-0.0003", "-0.0003"}, {"3e-7", "0.0000003"}, {"+7", "7"}, {"1E+3", "1000"}, {"000", "0"}, {"-0", "0"},
-                      {".5", "0.5"}, {"5.", "5"}, {"12345678901234567890123456789012345678", "12345678901234567890123456789012345678"},
-                      {"123456789012345678901234567890123456789", nullptr}, {"", nullptr}, {".", nullptr}, {"1e", nullptr}, {"1e+-3", nullptr},
-                      {"1.2.3", nullptr}, {"0x1", nullptr}, {" 1", nullptr}};
+    } const texts[] = {{"12.50", "12.5"},
+                       {"-0.0003", "-0.0003"},
+                       {"3e-7", "0.0000003"},
+                       {"+7", "7"},
+                       {"1E+3", "1000"},
+                       {"000", "0"},
+                       {"-0", "0"},
+                       {".5", "0.5"},
+                       {"5.", "5"},
+                       {"12345678901234567890123456789012345678", "12345678901234567890123456789012345678"},
+                       {"123456789012345678901234567890123456789", nullptr},
+                       {"", nullptr},
+                       {".", nullptr},
+                       {"1e", nullptr},
+                       {"1e+-3", nullptr},
+                       {"1.2.3", nullptr},
+                       {"0x1", nullptr},
+                       {" 1", nullptr}};
     for (auto const& row : texts) {
         auto const read = Decimal::fromText(row.from);
         ASSERT_EQ(read.has_value(), row.to != nullptr) << row.from;
@@ -198,7 +214,8 @@ TEST(Decimal, ReadsWritesAndOrders) {
     char const* const ascending[] = {"-100", "-50", "-5.5", "-0.05", "0", "0.05", "0.5", "5", "5.45", "5.5", "50"};
     for (std::size_t i = 0; i < std::size(ascending); ++i)
         for (std::size_t j = 0; j < std::size(ascending); ++j)
-            EXPECT_EQ(*Decimal::fromText(ascending[i]) < *Decimal::fromText(ascending[j]), i < j) << ascending[i] << " < " << ascending[j];
+            EXPECT_EQ(*Decimal::fromText(ascending[i]) < *Decimal::fromText(ascending[j]), i < j)
+                << ascending[i] << " < " << ascending[j];
 }
 
 } // namespace

@@ -73,7 +73,8 @@ NSURL NSBundle::resourceURL() const {
     return folders.empty() ? *url_ : folders.front();
 }
 
-std::optional<NSURL> NSBundle::URLForResource(std::string_view name, std::string_view extension, std::string_view subdirectory) const {
+std::optional<NSURL> NSBundle::URLForResource(std::string_view name, std::string_view extension,
+                                              std::string_view subdirectory) const {
     std::string file{name};
     if (!extension.empty()) file.append(1, '.').append(extension);
     for (auto const& folder : resourceFolders(subdirectory)) {

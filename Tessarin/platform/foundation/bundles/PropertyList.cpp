@@ -15,7 +15,8 @@ namespace {
 constexpr int deepest = 512; // so that a hostile file cannot exhaust the stack
 
 [[noreturn]] void refuse(std::string_view reason) {
-    throw ErrorException(NSError::errorWithDomain(NSFormatErrorDomain, 1, {{NSLocalizedDescriptionKey, fmt::format("not a property list: {}", reason)}}));
+    throw ErrorException(NSError::errorWithDomain(NSFormatErrorDomain, 1,
+                                                  {{NSLocalizedDescriptionKey, fmt::format("not a property list: {}", reason)}}));
 }
 
 std::string_view trimmed(std::string_view text) {
@@ -34,7 +35,8 @@ template <class Number> Value readNumber(std::string_view text) {
 }
 
 Value readDate(std::string_view text) { // 2015-03-01T12:30:00Z
-    auto const read = text.ends_with('Z') ? NSDate::dateWithISO8601Text(fmt::format("{}.000Z", text.substr(0, text.size() - 1))) : std::nullopt;
+    auto const read =
+        text.ends_with('Z') ? NSDate::dateWithISO8601Text(fmt::format("{}.000Z", text.substr(0, text.size() - 1))) : std::nullopt;
     if (!read) refuse(fmt::format("'{}' is no date", text));
     return *read;
 }

@@ -19,7 +19,8 @@ void check(std::error_code const& error, std::string const& path) {
 
 std::string pathOf(NSURL const& url) {
     auto path = url.path();
-    if (!url.isFileURL() || path.find('\0') != path.npos) throw ErrorException(NSError::errorWithErrno(EINVAL, url.absoluteString()));
+    if (!url.isFileURL() || path.find('\0') != path.npos)
+        throw ErrorException(NSError::errorWithErrno(EINVAL, url.absoluteString()));
     return path;
 }
 
@@ -101,7 +102,8 @@ std::vector<NSURL> NSFileManager::contentsOfDirectoryAtURL(NSURL const& url) con
     auto const path = pathOf(url);
     std::error_code error;
     std::vector<std::string> names;
-    for (fs::directory_iterator at(path, error), end; !error && at != end; at.increment(error)) names.push_back(at->path().filename());
+    for (fs::directory_iterator at(path, error), end; !error && at != end; at.increment(error))
+        names.push_back(at->path().filename());
     check(error, path);
     std::ranges::sort(names);
     std::vector<NSURL> urls;
@@ -120,7 +122,8 @@ Dictionary NSFileManager::attributesOfItemAtURL(NSURL const& url) const {
     struct stat status {};
     if (::lstat(path.c_str(), &status) != 0) check({errno, std::generic_category()}, path);
     static constexpr double from1970To2001 = 978'307'200;
-    auto const seconds = static_cast<double>(status.st_mtim.tv_sec) - from1970To2001 + static_cast<double>(status.st_mtim.tv_nsec) * 1e-9;
+    auto const seconds =
+        static_cast<double>(status.st_mtim.tv_sec) - from1970To2001 + static_cast<double>(status.st_mtim.tv_nsec) * 1e-9;
     return {{NSFileType, typeText(status.st_mode)},
             {NSFileSize, status.st_size},
             {NSFileModificationDate, Value::date(seconds)},

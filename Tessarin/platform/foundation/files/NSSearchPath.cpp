@@ -16,9 +16,12 @@ struct UserDirectory {
     char const* fallback; // in the home folder
 };
 constexpr UserDirectory userDirectories[] = {
-    {NSSearchPathDirectory::Document, "XDG_DOCUMENTS_DIR", "Documents"}, {NSSearchPathDirectory::Desktop, "XDG_DESKTOP_DIR", "Desktop"},
-    {NSSearchPathDirectory::Downloads, "XDG_DOWNLOAD_DIR", "Downloads"}, {NSSearchPathDirectory::Movies, "XDG_VIDEOS_DIR", "Videos"},
-    {NSSearchPathDirectory::Music, "XDG_MUSIC_DIR", "Music"},            {NSSearchPathDirectory::Pictures, "XDG_PICTURES_DIR", "Pictures"},
+    {NSSearchPathDirectory::Document, "XDG_DOCUMENTS_DIR", "Documents"},
+    {NSSearchPathDirectory::Desktop, "XDG_DESKTOP_DIR", "Desktop"},
+    {NSSearchPathDirectory::Downloads, "XDG_DOWNLOAD_DIR", "Downloads"},
+    {NSSearchPathDirectory::Movies, "XDG_VIDEOS_DIR", "Videos"},
+    {NSSearchPathDirectory::Music, "XDG_MUSIC_DIR", "Music"},
+    {NSSearchPathDirectory::Pictures, "XDG_PICTURES_DIR", "Pictures"},
 };
 
 std::string withoutEndingSlash(std::string path) {
@@ -90,7 +93,8 @@ std::string NSTemporaryDirectory() {
     return path;
 }
 
-std::vector<std::string> NSSearchPathForDirectoriesInDomains(NSSearchPathDirectory directory, NSSearchPathDomainMask domains, ExpandTilde expand) {
+std::vector<std::string> NSSearchPathForDirectoriesInDomains(NSSearchPathDirectory directory, NSSearchPathDomainMask domains,
+                                                             ExpandTilde expand) {
     if (!(static_cast<std::uint64_t>(domains) & static_cast<std::uint64_t>(NSSearchPathDomainMask::User))) return {};
     auto const home = NSHomeDirectory();
     if (home.empty()) return {};

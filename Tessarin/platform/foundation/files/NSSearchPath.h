@@ -29,7 +29,8 @@ enum class ExpandTilde { Yes, No };
 /// the English names in the home folder); library and application support are `$XDG_DATA_HOME`, caches `$XDG_CACHE_HOME`.
 /// The environment is read at each call; nothing is created. Empty for other folders, without a home folder, and for
 /// masks without the user's domain.
-TESSARIN_API std::vector<std::string> NSSearchPathForDirectoriesInDomains(NSSearchPathDirectory directory, NSSearchPathDomainMask domains,
+TESSARIN_API std::vector<std::string> NSSearchPathForDirectoriesInDomains(NSSearchPathDirectory directory,
+                                                                          NSSearchPathDomainMask domains,
                                                                           ExpandTilde expand = ExpandTilde::Yes);
 
 /// The user's home folder: `$HOME`, else what the system's user table says; empty when there is none.

@@ -14,7 +14,8 @@ namespace ondemand = simdjson::ondemand;
 constexpr int deepest = 1000; // so that a hostile text cannot exhaust the stack
 
 [[noreturn]] void refuse(std::string_view reason) {
-    throw ErrorException(NSError::errorWithDomain(NSFormatErrorDomain, 2, {{NSLocalizedDescriptionKey, fmt::format("not JSON: {}", reason)}}));
+    throw ErrorException(
+        NSError::errorWithDomain(NSFormatErrorDomain, 2, {{NSLocalizedDescriptionKey, fmt::format("not JSON: {}", reason)}}));
 }
 
 /// Builds values from one document. Keys longer than a Text holds inline are shared among the objects that repeat them.
@@ -62,7 +63,8 @@ private:
 
     Text sharedKey(std::string_view key) {
         if (key.size() <= 14) return Text{key};
-        auto& known = keys_[(key.size() * 31 + static_cast<unsigned char>(key[0]) * 7 + static_cast<unsigned char>(key.back())) % keys_.size()];
+        auto& known = keys_[(key.size() * 31 + static_cast<unsigned char>(key[0]) * 7 + static_cast<unsigned char>(key.back())) %
+                            keys_.size()];
         if (known != key) known = Text{key};
         return known;
     }

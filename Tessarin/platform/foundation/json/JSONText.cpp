@@ -12,7 +12,8 @@ namespace {
 using Kind = Value::Kind;
 
 [[noreturn]] void refuse(Value const& value) {
-    throw ErrorException(NSError::errorWithDomain(NSFormatErrorDomain, 3, {{NSLocalizedDescriptionKey, fmt::format("JSON cannot say {}", value.description())}}));
+    throw ErrorException(NSError::errorWithDomain(
+        NSFormatErrorDomain, 3, {{NSLocalizedDescriptionKey, fmt::format("JSON cannot say {}", value.description())}}));
 }
 
 void writeText(std::string& out, std::string_view text) {
@@ -73,7 +74,8 @@ void write(std::string& out, Value const& value) {
     case Kind::Float:
     case Kind::Double:
         if (!std::isfinite(value.number())) refuse(value);
-        return value.kind() == Kind::Float ? writeNumber(out, static_cast<float>(value.number())) : writeNumber(out, value.number());
+        return value.kind() == Kind::Float ? writeNumber(out, static_cast<float>(value.number()))
+                                           : writeNumber(out, value.number());
     case Kind::Decimal: out += value.decimal().text(); return;
     case Kind::Text: writeText(out, value.text()); return;
     case Kind::List: writeList(out, value.list()); return;

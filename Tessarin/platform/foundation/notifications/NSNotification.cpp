@@ -20,7 +20,9 @@ void NSNotification::init(Text name, Ref<NSObject> object, Value userInfo) {
     userInfo_ = std::move(userInfo);
 }
 
-SelectorTable NSNotification::selectors() { return {{"postNotification:object:userInfo:"_sel, &NSNotification::postNotification}}; }
+SelectorTable NSNotification::selectors() {
+    return {{"postNotification:object:userInfo:"_sel, &NSNotification::postNotification}};
+}
 
 std::string NSNotification::description() const {
     std::string text = fmt::format("NSNotification {{name = {}", name_.view());

@@ -40,7 +40,8 @@ Ref<NSNotificationCenter> const& NSNotificationCenter::defaultCenter() {
     return shared;
 }
 
-void NSNotificationCenter::addObserver(Ref<NSObject> const& observer, Selector selector, std::optional<std::string_view> name, Ref<NSObject> const& object) {
+void NSNotificationCenter::addObserver(Ref<NSObject> const& observer, Selector selector, std::optional<std::string_view> name,
+                                       Ref<NSObject> const& object) {
     if (!observer) fatal("addObserver: there is no observer");
     auto registration = make<SelectorRegistration>();
     registration->selector = selector;
@@ -50,8 +51,8 @@ void NSNotificationCenter::addObserver(Ref<NSObject> const& observer, Selector s
     registry_->add(name, *registration);
 }
 
-Ref<NSObject> NSNotificationCenter::addObserverForName(std::optional<std::string_view> name, Ref<NSObject> const& object, Ref<NSOperationQueue> queue,
-                                                       Block block) {
+Ref<NSObject> NSNotificationCenter::addObserverForName(std::optional<std::string_view> name, Ref<NSObject> const& object,
+                                                       Ref<NSOperationQueue> queue, Block block) {
     if (!block) fatal("addObserverForName: there is no block");
     auto registration = blockRegistration(std::move(queue));
     registration->block = std::move(block);
@@ -62,7 +63,8 @@ Ref<NSObject> NSNotificationCenter::addObserverForName(std::optional<std::string
 
 void NSNotificationCenter::removeObserver(NSObject const& observer) { registry_->remove(observer, {}, nullptr); }
 
-void NSNotificationCenter::removeObserver(NSObject const& observer, std::optional<std::string_view> name, Ref<NSObject> const& object) {
+void NSNotificationCenter::removeObserver(NSObject const& observer, std::optional<std::string_view> name,
+                                          Ref<NSObject> const& object) {
     registry_->remove(observer, name, object.get());
 }
 
@@ -77,7 +79,8 @@ void NSNotificationCenter::postNotification(Ref<NSNotification> const& notificat
 void NSNotificationCenter::postNotificationName(std::string_view name, Ref<NSObject> object, Value userInfo) {
     auto channel = registry_->existingChannel(name);
     if (!channel) channel = registry_->everyName();
-    if (channel->hasObservers()) channel->post(NSNotification::notificationWithName(name, std::move(object), std::move(userInfo)));
+    if (channel->hasObservers())
+        channel->post(NSNotification::notificationWithName(name, std::move(object), std::move(userInfo)));
 }
 
 Ref<NSNotificationChannel> NSNotificationCenter::channelForName(std::string_view name) { return registry_->channel(name); }

@@ -31,12 +31,14 @@ public:
     /// Sends `selector` with the notification to the observer, which is held weakly: a destroyed one is forgotten. An absent
     /// name stands for every name, a null object for every sender. Registered twice, it is called twice. A post is fatal
     /// when the observer does not answer the selector.
-    void addObserver(Ref<NSObject> const& observer, Selector selector, std::optional<std::string_view> name = {}, Ref<NSObject> const& object = nullptr);
+    void addObserver(Ref<NSObject> const& observer, Selector selector, std::optional<std::string_view> name = {},
+                     Ref<NSObject> const& object = nullptr);
     /// Calls `block` with the notification: on the posting thread, or, given a queue, in an operation of that queue, and the post
     /// waits until it has ended; a post from inside an operation of the same queue calls the block here and now. So a thread
     /// that posts must hold nothing that the queue's operations wait for. Lasts until the returned token is removed; the token
     /// itself keeps nothing alive.
-    Ref<NSObject> addObserverForName(std::optional<std::string_view> name, Ref<NSObject> const& object, Ref<NSOperationQueue> queue, Block block);
+    Ref<NSObject> addObserverForName(std::optional<std::string_view> name, Ref<NSObject> const& object,
+                                     Ref<NSOperationQueue> queue, Block block);
 
     /// Removes all registrations of an observer, which may be a token. What is not registered is ignored.
     void removeObserver(NSObject const& observer);

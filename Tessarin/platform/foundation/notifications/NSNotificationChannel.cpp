@@ -17,11 +17,16 @@ constinit std::atomic<std::uint64_t> lastSequence{0};
 
 NSNotificationChannel::NSNotificationChannel(Text name, WeakRef<NotificationRegistry> registry, std::uint32_t home,
                                              Ref<NSNotificationChannel> everyName)
-    : list_(std::make_unique<List>()), everyName_(std::move(everyName)), name_(std::move(name)), registry_(std::move(registry)), home_(home) {}
+    : list_(std::make_unique<List>()),
+      everyName_(std::move(everyName)),
+      name_(std::move(name)),
+      registry_(std::move(registry)),
+      home_(home) {}
 
 NSNotificationChannel::~NSNotificationChannel() = default;
 
-NSNotificationChannel::Reading::Reading(NSNotificationChannel& channel, Ref<NSNotification>* plain) : channel_(channel), plain_(plain) {
+NSNotificationChannel::Reading::Reading(NSNotificationChannel& channel, Ref<NSNotification>* plain)
+    : channel_(channel), plain_(plain) {
     std::lock_guard const hold(channel.mutex_);
     list_ = channel.list_.get();
     ++list_->readers;

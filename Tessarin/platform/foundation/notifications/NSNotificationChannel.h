@@ -34,7 +34,9 @@ public:
 
     Text const& name() const noexcept { return name_; }
     /// Whether a post might reach anybody, whatever its sender.
-    bool hasObservers() const noexcept { return count_.load(std::memory_order_acquire) != 0 || (everyName_ && everyName_->hasObservers()); }
+    bool hasObservers() const noexcept {
+        return count_.load(std::memory_order_acquire) != 0 || (everyName_ && everyName_->hasObservers());
+    }
     /// As `postNotification` of the centre; the notification must have this channel's name.
     void post(Ref<NSNotification> const& notification);
     /// The same with a notification of this channel's name, which is only made when there are observers; without a sender or
@@ -46,7 +48,8 @@ public:
     /// Calls a member of the observer, which is held weakly, without the detour through a selector. Ends when the centre
     /// removes the observer, and when the observer is destroyed.
     template <class T>
-    void addObserver(Ref<T> const& observer, void (T::*member)(Ref<NSNotification> const&), Ref<NSObject> const& sender = nullptr) {
+    void addObserver(Ref<T> const& observer, void (T::*member)(Ref<NSNotification> const&),
+                     Ref<NSObject> const& sender = nullptr) {
         addMember(observer, [member](NSObject& object, Ref<NSNotification> const& notification) {
             std::invoke(member, static_cast<T&>(object), notification);
         }, sender);
@@ -60,7 +63,8 @@ private:
     using Member = Closure<void(NSObject&, Ref<NSNotification> const&)>;
     using Registrations = std::vector<Ref<NotificationRegistration>>;
 
-    NSNotificationChannel(Text name, WeakRef<NotificationRegistry> registry, std::uint32_t home, Ref<NSNotificationChannel> everyName);
+    NSNotificationChannel(Text name, WeakRef<NotificationRegistry> registry, std::uint32_t home,
+                          Ref<NSNotificationChannel> everyName);
     void addMember(Ref<NSObject> const& observer, Member member, Ref<NSObject> const& sender);
     void deliver(Reading const& own, Ref<NSNotification> const& notification);
     bool add(NotificationRegistration& registration);

@@ -19,7 +19,8 @@ struct alignas(64) NSNotificationChannel::List {
                     (registration.kind_ == NotificationRegistration::Kind::Listener ? listenerBit : 0)) {}
 
         NotificationRegistration* registration() const noexcept {
-            return word_ & removedBit ? nullptr : reinterpret_cast<NotificationRegistration*>(word_ & ~(filteredBit | listenerBit));
+            return word_ & removedBit ? nullptr
+                                      : reinterpret_cast<NotificationRegistration*>(word_ & ~(filteredBit | listenerBit));
         }
         // Of one that is not removed:
         bool isFiltered() const noexcept { return word_ & filteredBit; }

@@ -96,7 +96,8 @@ void NotificationRegistry::sweepLocked(NSNotificationChannel& channel, Registrat
     {
         std::lock_guard const hold(channel.mutex_);
         for (auto const& place : channel.list_->places)
-            if (auto* const registration = place.registration(); registration && registration->isDead()) dead.push_back(registration);
+            if (auto* const registration = place.registration(); registration && registration->isDead())
+                dead.push_back(registration);
     }
     for (auto* const registration : dead) {
         if (!channel.remove(*registration, gone)) continue; // it went with another of its observer

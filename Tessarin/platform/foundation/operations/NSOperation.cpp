@@ -19,7 +19,9 @@ void NSOperation::waitUntilFinished() const {
     for (auto state = state_.load(); state != State::Finished; state = state_.load()) state_.wait(state);
 }
 
-Ref<NSBlockOperation> NSBlockOperation::blockOperationWithBlock(Closure<void()> block) { return make<NSBlockOperation>(std::move(block)); }
+Ref<NSBlockOperation> NSBlockOperation::blockOperationWithBlock(Closure<void()> block) {
+    return make<NSBlockOperation>(std::move(block));
+}
 
 void NSBlockOperation::init(Closure<void()> block) {
     NSObject::init();

@@ -18,7 +18,8 @@ char const* nameOf(Kind kind) {
 }
 
 [[noreturn]] void unknownKey(Value const& value, std::string_view key) {
-    auto const name = value.kind() == Kind::Object ? value.object()->objectClass().name() : std::string{"the "} + nameOf(value.kind());
+    auto const name =
+        value.kind() == Kind::Object ? value.object()->objectClass().name() : std::string{"the "} + nameOf(value.kind());
     fatal(name + " " + value.description() + " is not key value coding-compliant for the key \"" + std::string{key} + "\"");
 }
 

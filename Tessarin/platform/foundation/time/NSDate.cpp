@@ -11,7 +11,8 @@ namespace Tessarin {
 NSDate::NSDate() {
     timespec now{};
     ::clock_gettime(CLOCK_REALTIME, &now);
-    seconds_ = static_cast<double>(now.tv_sec - static_cast<std::time_t>(NSTimeIntervalSince1970)) + static_cast<double>(now.tv_nsec) * 1e-9;
+    seconds_ = static_cast<double>(now.tv_sec - static_cast<std::time_t>(NSTimeIntervalSince1970)) +
+               static_cast<double>(now.tv_nsec) * 1e-9;
 }
 
 std::string NSDate::description() const {
@@ -20,7 +21,8 @@ std::string NSDate::description() const {
     auto const days = std::floor(seconds_ / 86400);
     auto const second = static_cast<int>(seconds_ - days * 86400);
     auto const date = civilFromDays(static_cast<std::int64_t>(days));
-    return fmt::format("{:04}-{:02}-{:02} {:02}:{:02}:{:02} +0000", date.year, date.month, date.day, second / 3600, second / 60 % 60, second % 60);
+    return fmt::format("{:04}-{:02}-{:02} {:02}:{:02}:{:02} +0000", date.year, date.month, date.day, second / 3600,
+                       second / 60 % 60, second % 60);
 }
 
 } // namespace Tessarin

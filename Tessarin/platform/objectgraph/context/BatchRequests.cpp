@@ -26,9 +26,11 @@ NSEntityDescription const& entityNamed(Coordinator const& coordinator, std::stri
     throw ErrorException(storeError(StoreErrorCode::UnknownEntity, "There is no entity named \"" + name + "\" in this model."));
 }
 
-BatchAssignment toOne(Coordinator const& coordinator, NSEntityDescription const& entity, NSRelationshipDescription const& relationship, Value const& value) {
+BatchAssignment toOne(Coordinator const& coordinator, NSEntityDescription const& entity,
+                      NSRelationshipDescription const& relationship, Value const& value) {
     auto const& name = relationship.name();
-    if (relationship.isToMany() || relationship.isTransient()) refuse(entity, name, "is a relationship that a batch update cannot set.");
+    if (relationship.isToMany() || relationship.isTransient())
+        refuse(entity, name, "is a relationship that a batch update cannot set.");
     if (relationship.isReciprocal() && !relationship.inverseRelationship()->isToMany())
         refuse(entity, name, "is one-to-one: a batch update cannot keep up its other end.");
     if (value.isAbsent()) {
@@ -41,7 +43,8 @@ BatchAssignment toOne(Coordinator const& coordinator, NSEntityDescription const&
     return {.property = &relationship, .reference = key};
 }
 
-BatchAssignment assignment(Coordinator const& coordinator, NSEntityDescription const& entity, std::string const& name, Value value) {
+BatchAssignment assignment(Coordinator const& coordinator, NSEntityDescription const& entity, std::string const& name,
+                           Value value) {
     auto const* property = entity.propertyNamed(name);
     if (!property) refuse(entity, name, "is no property of this entity.");
     NSAttributeDescription const* source = nullptr;
@@ -50,10 +53,12 @@ BatchAssignment assignment(Coordinator const& coordinator, NSEntityDescription c
             value = expression->expressionValueWithObject({});
         } else {
             auto const& path = expression->keyPath().components();
-            bool const isName = expression->expressionType() == NSExpressionType::KeyPath && !expression->operand() && path.size() == 1;
+            bool const isName =
+                expression->expressionType() == NSExpressionType::KeyPath && !expression->operand() && path.size() == 1;
             auto const* from = isName ? entity.propertyNamed(path.front()) : nullptr;
             source = from ? from->asAttribute() : nullptr;
-            if (!source || source->isTransient()) refuse(entity, name, "takes constants and the names of stored attributes only.");
+            if (!source || source->isTransient())
+                refuse(entity, name, "takes constants and the names of stored attributes only.");
         }
     }
     auto const* attribute = property->asAttribute();
@@ -64,7 +69,8 @@ BatchAssignment assignment(Coordinator const& coordinator, NSEntityDescription c
     CellType type{};
     if (attribute->isTransient() || attribute->isDerived() || !cellTypeOf(attribute->attributeType(), type))
         refuse(entity, name, "is not stored, or of a kind that cannot be.");
-    if (source && source->attributeType() != attribute->attributeType()) refuse(entity, name, "takes attributes of its own type only.");
+    if (source && source->attributeType() != attribute->attributeType())
+        refuse(entity, name, "takes attributes of its own type only.");
     if (source) return {.property = attribute, .source = source};
     if (attribute->holdsKindOf(value) && !value.isAbsent()) value = attributeValue(attribute->attributeType(), std::move(value));
     if (auto error = valueProblem(entity, *attribute, value)) throw ErrorException(error);
@@ -97,7 +103,8 @@ std::vector<RecordKey> keysOf(Coordinator const& coordinator, NSFetchRequest con
 
 /// `change` on what the request means; once more with keys where the store cannot say that.
 template <class Change>
-void onTargets(Coordinator const& coordinator, NSFetchRequest const& request, bool namesRecords, BatchOutcome& outcome, Change change) {
+void onTargets(Coordinator const& coordinator, NSFetchRequest const& request, bool namesRecords, BatchOutcome& outcome,
+               Change change) {
     BatchTarget target{.query = queryOf(coordinator, request), .namesRecords = namesRecords};
     if (auto error = change(target)) throw ErrorException(error);
     if (outcome.complete) return;
@@ -111,11 +118,13 @@ std::vector<BatchTarget> targetsOf(Coordinator const& coordinator, std::span<Ref
         if (id->isIn(coordinator->identities()) && id->recordKey() > 0)
             keys[id->entity().rootEntity()].push_back(id->recordKey());
     std::vector<BatchTarget> targets;
-    for (auto& [root, some] : keys) targets.push_back({.query = {.entity = root, .sortDescriptors = {}}, .keys = std::move(some)});
+    for (auto& [root, some] : keys)
+        targets.push_back({.query = {.entity = root, .sortDescriptors = {}}, .keys = std::move(some)});
     return targets;
 }
 
-template <class Result> Ref<Result> resultOf(Coordinator const& coordinator, NSBatchRequestResultType type, BatchOutcome const& outcome) {
+template <class Result>
+Ref<Result> resultOf(Coordinator const& coordinator, NSBatchRequestResultType type, BatchOutcome const& outcome) {
     std::vector<Ref<NSManagedObjectID>> ids;
     if (type == NSBatchRequestResultType::ObjectIDs)
         for (auto const& [entity, key] : outcome.records) ids.push_back(coordinator->identities().identity(*entity, key));
@@ -131,14 +140,24 @@ Ref<ChangeSet const> changesNow(NSPersistentStoreCoordinator& coordinator, Objec
         for (auto const& id : ids) {
             if (!id->isIn(coordinator.identities()) || id->recordKey() <= 0) continue;
             if (kind == NSDeletedObjectsKey)
-                found.push_back({.kind = RecordChange::Kind::Delete, .key = id->recordKey(), .entity = &id->entity(), .before = {}, .after = {}, .relationships = {}});
+                found.push_back({.kind = RecordChange::Kind::Delete,
+                                 .key = id->recordKey(),
+                                 .entity = &id->entity(),
+                                 .before = {},
+                                 .after = {},
+                                 .relationships = {}});
             else
                 keys[id->entity().rootEntity()].push_back(id->recordKey());
         }
     for (auto const& [root, some] : keys) {
         auto const note = [&](RowRef row) {
             auto const* entity = &row->entity();
-            found.push_back({.kind = RecordChange::Kind::Update, .key = row->key(), .entity = entity, .before = {}, .after = std::move(row), .relationships = {}});
+            found.push_back({.kind = RecordChange::Kind::Update,
+                             .key = row->key(),
+                             .entity = entity,
+                             .before = {},
+                             .after = std::move(row),
+                             .relationships = {}});
         };
         if (auto error = coordinator.store()->rows(*root, some, note)) throw ErrorException(error);
     }
@@ -154,7 +173,8 @@ Ref<NSBatchUpdateResult> NSManagedObjectContext::executeRequest(NSBatchUpdateReq
         auto& store = storeOf(coordinator);
         auto const& entity = entityNamed(coordinator, request.entityName());
         std::vector<BatchAssignment> assignments;
-        for (auto const& [name, value] : request.propertiesToUpdate()) assignments.push_back(assignment(coordinator, entity, name, value));
+        for (auto const& [name, value] : request.propertiesToUpdate())
+            assignments.push_back(assignment(coordinator, entity, name, value));
         BatchOutcome outcome;
         auto const meant = make<NSFetchRequest>(request.entityName());
         meant->setPredicate(request.predicate());
@@ -187,7 +207,8 @@ Ref<NSBatchDeleteResult> NSManagedObjectContext::executeRequest(NSBatchDeleteReq
     }
 }
 
-void NSManagedObjectContext::mergeChangesFromRemoteContextSave(ObjectIDsByChange const& changes, std::span<Ref<NSManagedObjectContext> const> contexts) {
+void NSManagedObjectContext::mergeChangesFromRemoteContextSave(ObjectIDsByChange const& changes,
+                                                               std::span<Ref<NSManagedObjectContext> const> contexts) {
     std::map<Coordinator, Ref<ChangeSet const>> sets;
     for (auto const& context : contexts) {
         auto const& coordinator = context->state_->coordinator;

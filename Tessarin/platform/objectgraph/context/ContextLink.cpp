@@ -18,16 +18,23 @@ Class const& classFor(NSEntityDescription const& entity) {
 
 } // namespace
 
-ContextLink::ContextLink(Ref<NSManagedObjectContext> const& context, ContextState& state, Ref<NSPersistentStoreCoordinator> coordinator)
-    : context_(context), state_(&state), coordinator_(std::move(coordinator)), space_(coordinator_->space()),
+ContextLink::ContextLink(Ref<NSManagedObjectContext> const& context, ContextState& state,
+                         Ref<NSPersistentStoreCoordinator> coordinator)
+    : context_(context),
+      state_(&state),
+      coordinator_(std::move(coordinator)),
+      space_(coordinator_->space()),
       classes_(space_->model().entities().size()) {}
 
-void retainObject(ContextLink& link, std::uint32_t count) noexcept { link.references_.fetch_add(count, std::memory_order_relaxed); }
+void retainObject(ContextLink& link, std::uint32_t count) noexcept {
+    link.references_.fetch_add(count, std::memory_order_relaxed);
+}
 void releaseObject(ContextLink& link) noexcept {
     if (link.references_.fetch_sub(1, std::memory_order_acq_rel) == 1) delete &link;
 }
 
-FaultBatch::FaultBatch(ContextLink& owner, NSEntityDescription const& entity) : link(owner), rootEntity(entity.rootEntity()), number(owner.nextBatchNumber()) {
+FaultBatch::FaultBatch(ContextLink& owner, NSEntityDescription const& entity)
+    : link(owner), rootEntity(entity.rootEntity()), number(owner.nextBatchNumber()) {
     retainObject(link);
 }
 FaultBatch::~FaultBatch() {
@@ -118,7 +125,8 @@ std::vector<Ref<NSManagedObject>> ContextLink::all(NSEntityDescription const* en
     if (!entity) result.reserve(objects_.size());
     objects_.forEach([&](RecordKey, NSManagedObject* object) {
         if (entity && &GraphAccess::state(*object).layout->entity() != entity) return;
-        if (auto kept = std::static_pointer_cast<NSManagedObject>(object->weak_from_this().lock())) result.push_back(std::move(kept));
+        if (auto kept = std::static_pointer_cast<NSManagedObject>(object->weak_from_this().lock()))
+            result.push_back(std::move(kept));
     });
     return result;
 }

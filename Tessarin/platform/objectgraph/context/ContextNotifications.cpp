@@ -9,7 +9,8 @@ namespace Tessarin {
 namespace {
 
 Ref<NSNotificationChannel> const& changeChannel() {
-    static auto const& channel = *new auto(NSNotificationCenter::defaultCenter()->channelForName(NSManagedObjectContextObjectsDidChangeNotification));
+    static auto const& channel =
+        *new auto(NSNotificationCenter::defaultCenter()->channelForName(NSManagedObjectContextObjectsDidChangeNotification));
     return channel;
 }
 
@@ -22,12 +23,16 @@ Dictionary objectsOf(NSManagedObjectContext& context, ChangeSets const& sets) {
             auto& kind = change.kind == Kind::Insert ? inserted : change.kind == Kind::Update ? updated : deleted;
             kind.insert(object);
         }
-    return {{NSInsertedObjectsKey, std::move(inserted)}, {NSUpdatedObjectsKey, std::move(updated)}, {NSDeletedObjectsKey, std::move(deleted)}};
+    return {{NSInsertedObjectsKey, std::move(inserted)},
+            {NSUpdatedObjectsKey, std::move(updated)},
+            {NSDeletedObjectsKey, std::move(deleted)}};
 }
 
 } // namespace
 
-void ContextNotification::init(Text name, Ref<NSManagedObjectContext> context) { NSNotification::init(std::move(name), std::move(context), {}); }
+void ContextNotification::init(Text name, Ref<NSManagedObjectContext> context) {
+    NSNotification::init(std::move(name), std::move(context), {});
+}
 
 Value const& ContextNotification::userInfo() const {
     std::call_once(made_, [this] {
@@ -96,7 +101,8 @@ void noteNews(ContextState& context, NSManagedObject& object, ContextNews::Kind 
     auto& entry = news.entries[&object];
     if (!entry.object) entry.object = object.self<NSManagedObject>();
     entry.kinds |= kind;
-    bool const endsWithABlock = news.openBlocks != 0 || context.concurrencyType != NSManagedObjectContextConcurrencyType::MainQueue;
+    bool const endsWithABlock =
+        news.openBlocks != 0 || context.concurrencyType != NSManagedObjectContextConcurrencyType::MainQueue;
     if (endsWithABlock || std::exchange(news.isScheduled, true)) return;
     dispatch_async(context.queue, [context = WeakRef<NSManagedObjectContext>(context.link->context())] {
         auto const living = context.lock();
@@ -107,7 +113,8 @@ void noteNews(ContextState& context, NSManagedObject& object, ContextNews::Kind 
 }
 
 void postDidRefuse(NSManagedObjectContext& context, ChangeSets sets, Ref<NSError> reason) {
-    auto const notification = make<ContextRefusalNotification>(context.self<NSManagedObjectContext>(), std::move(sets), std::move(reason));
+    auto const notification =
+        make<ContextRefusalNotification>(context.self<NSManagedObjectContext>(), std::move(sets), std::move(reason));
     NSNotificationCenter::defaultCenter()->postNotification(notification);
 }
 

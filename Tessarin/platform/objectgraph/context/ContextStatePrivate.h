@@ -29,7 +29,7 @@ public:
     std::atomic<int> children{0};              // contexts whose parent this is; any thread
     bool isShowingUnsaved = false;             // had a child when it last processed its changes
     Unshown unshown;                           // what is unsaved and not shown to children yet
-    bool mustShowAnew = false;                 // what is shown to children cannot be kept: it has keys that changed, or links that were undone
+    bool mustShowAnew = false; // what is shown to children cannot be kept: it has keys that changed, or links that were undone
     std::size_t promotionsSeen = 0;            // of the coordinator's log
     bool knowsForeignTemporaries = false;      // has objects for unsaved records of an ancestor
 
@@ -45,7 +45,8 @@ public:
     static ContextState& state(NSManagedObjectContext& context) noexcept { return *context.state_; }
     static ContextState const& state(NSManagedObjectContext const& context) noexcept { return *context.state_; }
     static void fire(NSManagedObject& object) { object.fire(); }
-    static std::vector<Ref<NSManagedObject>> destinations(NSManagedObject& object, NSRelationshipDescription const& relationship) {
+    static std::vector<Ref<NSManagedObject>> destinations(NSManagedObject& object,
+                                                          NSRelationshipDescription const& relationship) {
         return object.destinations(relationship);
     }
 };

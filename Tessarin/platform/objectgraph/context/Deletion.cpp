@@ -17,7 +17,8 @@ std::vector<Ref<NSManagedObject>> destinationsOf(NSManagedObject& object, NSRela
 }
 
 /// What one relationship of an object that goes means for its destinations.
-void applyRule(NSManagedObject& object, NSRelationshipDescription const& relationship, std::vector<Ref<NSManagedObject>>& alsoDeleted) {
+void applyRule(NSManagedObject& object, NSRelationshipDescription const& relationship,
+               std::vector<Ref<NSManagedObject>>& alsoDeleted) {
     auto const rule = relationship.deleteRule();
     if (rule == NSDeleteRule::NoAction || rule == NSDeleteRule::Deny) return; // what denies shows at save
     for (auto const& destination : destinationsOf(object, relationship)) {
@@ -48,9 +49,11 @@ void forgetInserted(ContextState& context, NSManagedObject& object) {
 Ref<NSError> denialOf(NSManagedObject& object) {
     for (auto const* relationship : object.entity().relationships()) {
         if (relationship->deleteRule() != NSDeleteRule::Deny) continue;
-        if (std::ranges::none_of(destinationsOf(object, *relationship), [](auto const& each) { return isThere(*each); })) continue;
+        if (std::ranges::none_of(destinationsOf(object, *relationship), [](auto const& each) { return isThere(*each); }))
+            continue;
         auto const name = object.entity().name() + "." + relationship->name();
-        return storeError(StoreErrorCode::RelationshipDenied, name + " denies the deletion while it has a destination.", {{"NSValidationErrorKey", name}});
+        return storeError(StoreErrorCode::RelationshipDenied, name + " denies the deletion while it has a destination.",
+                          {{"NSValidationErrorKey", name}});
     }
     return nullptr;
 }

@@ -21,7 +21,8 @@ struct Place {
 };
 
 Place placeOf(NSPropertyDescription const& property, bool isMany) {
-    if (auto const* relationship = property.asRelationship()) return {relationship->destinationEntity(), isMany || relationship->isToMany()};
+    if (auto const* relationship = property.asRelationship())
+        return {relationship->destinationEntity(), isMany || relationship->isToMany()};
     switch (property.asAttribute()->attributeType()) {
     case NSAttributeType::Integer16:
     case NSAttributeType::Integer32:
@@ -65,7 +66,9 @@ public:
     }
 
 private:
-    [[noreturn]] static void refuse(std::string text) { throw ErrorException(storeError(StoreErrorCode::UnknownEntity, std::move(text))); }
+    [[noreturn]] static void refuse(std::string text) {
+        throw ErrorException(storeError(StoreErrorCode::UnknownEntity, std::move(text)));
+    }
 
     void predicate(NSPredicate const& predicate) {
         if (auto const* compound = predicate.asCompound()) {
@@ -95,7 +98,9 @@ private:
         return followed(start, path.components());
     }
 
-    std::string inPath() const { return path_->components().size() > 1 ? " (in \"" + shownKey(path_->text()) + "\")" : std::string(); }
+    std::string inPath() const {
+        return path_->components().size() > 1 ? " (in \"" + shownKey(path_->text()) + "\")" : std::string();
+    }
 
     Place followed(Place place, Components path) {
         for (; !path.empty() && !place.isOpen; path = path.subspan(1)) {
@@ -103,7 +108,8 @@ private:
             if (key.starts_with('@')) return aggregated(place, path);
             bool const isFirst = path.size() == path_->components().size();
             if (place.entity && (key == "self" || (isFirst && key == "SELF"))) continue;
-            if (!place.entity) refuse("An attribute's values have no keys, so there is no \"" + shownKey(key) + "\"" + inPath() + ".");
+            if (!place.entity)
+                refuse("An attribute's values have no keys, so there is no \"" + shownKey(key) + "\"" + inPath() + ".");
             if (auto const* property = place.entity->propertyNamed(key))
                 place = placeOf(*property, place.isMany);
             else
@@ -123,7 +129,8 @@ private:
                nearestKeys(*place.entity, path.front()) + ".");
     }
 
-    static void visitBelow(NSEntityDescription const& entity, std::string const& key, FunctionRef<void(NSPropertyDescription const&)> visit) {
+    static void visitBelow(NSEntityDescription const& entity, std::string const& key,
+                           FunctionRef<void(NSPropertyDescription const&)> visit) {
         for (auto const* child : entity.subentities()) {
             if (auto const* property = child->propertyNamed(key))
                 visit(*property);
@@ -147,7 +154,8 @@ private:
             auto const* property = entity->propertyNamed(key);
             auto const* relationship = property ? property->asRelationship() : nullptr;
             if (!relationship)
-                refuse("The entity " + entity->name() + " has no relationship \"" + shownKey(key) + "\" to be prefetched" + nearestKeys(*entity, key) + ".");
+                refuse("The entity " + entity->name() + " has no relationship \"" + shownKey(key) + "\" to be prefetched" +
+                       nearestKeys(*entity, key) + ".");
             entity = relationship->destinationEntity();
         }
     }

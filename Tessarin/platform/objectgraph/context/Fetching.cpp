@@ -38,7 +38,8 @@ public:
         merged.reserve(objects.size() + added.size());
         auto rest = objects.begin();
         for (auto& each : added) {
-            auto const place = std::partition_point(rest, objects.end(), [&](Ref<NSManagedObject> const& other) { return isBefore(keyed(other), each); });
+            auto const place = std::partition_point(
+                rest, objects.end(), [&](Ref<NSManagedObject> const& other) { return isBefore(keyed(other), each); });
             merged.insert(merged.end(), std::move_iterator(rest), std::move_iterator(place));
             merged.push_back(std::move(each.object));
             rest = place;
@@ -148,9 +149,9 @@ public:
         for (auto const key : unsaved_->all())
             if (key > 0) unsaved.push_back(context_.coordinator->identities().identity(entity_, key));
         if (unsaved.empty()) return request_.predicate();
-        auto const isUnsaved = NSComparisonPredicate::predicateWithLeftExpression(NSExpression::expressionForEvaluatedObject(),
-                                                                                 NSExpression::expressionForConstantValue(std::move(unsaved)),
-                                                                                 NSPredicateOperatorType::In);
+        auto const isUnsaved = NSComparisonPredicate::predicateWithLeftExpression(
+            NSExpression::expressionForEvaluatedObject(), NSExpression::expressionForConstantValue(std::move(unsaved)),
+            NSPredicateOperatorType::In);
         std::vector<Ref<NSPredicate>> parts;
         if (request_.predicate()) parts.push_back(request_.predicate());
         parts.push_back(NSCompoundPredicate::notPredicateWithSubpredicate(isUnsaved));
@@ -233,7 +234,8 @@ private:
         std::vector<RowRef> rows;
         KeySet seen; // sets may know a record by another key
         auto const add = [&](Ref<NSManagedObject> object) {
-            if (!object->isDeleted() && seen.add(object->recordKey()) && isWanted(object->entity()) && fits(*object)) objects.push_back(std::move(object));
+            if (!object->isDeleted() && seen.add(object->recordKey()) && isWanted(object->entity()) && fits(*object))
+                objects.push_back(std::move(object));
         };
         for (auto const key : unsaved_->candidates()) {
             auto living = context_.link->find(key);
@@ -244,7 +246,8 @@ private:
         }
         reader_.rows(entity_, unread, [&](RowRef row) { rows.push_back(std::move(row)); });
         Objects read;
-        objectsWithRows(context_, entity_, rows, [&](std::span<Ref<NSManagedObject>> run) { read.insert(read.end(), run.begin(), run.end()); });
+        objectsWithRows(context_, entity_, rows,
+                        [&](std::span<Ref<NSManagedObject>> run) { read.insert(read.end(), run.begin(), run.end()); });
         for (auto& object : read) add(std::move(object));
         return objects;
     }
@@ -277,7 +280,9 @@ NSEntityDescription const* entityOf(ContextState const& context, NSFetchRequest 
         return nullptr;
     }
     auto const* entity = context.coordinator->managedObjectModel()->entityNamed(request.entityName());
-    if (!entity) error = storeError(StoreErrorCode::UnknownEntity, "There is no entity named \"" + std::string{request.entityName()} + "\" in this model.");
+    if (!entity)
+        error = storeError(StoreErrorCode::UnknownEntity,
+                           "There is no entity named \"" + std::string{request.entityName()} + "\" in this model.");
     if (entity) error = problemWithFetchRequest(request, *entity);
     return error ? nullptr : entity;
 }
@@ -293,7 +298,8 @@ Ref<NSError> caught(FunctionRef<Ref<NSError>()> work) {
 
 } // namespace
 
-std::vector<Ref<NSManagedObject>> NSManagedObjectContext::executeFetchRequest(NSFetchRequest const& request, Ref<NSError>& error) {
+std::vector<Ref<NSManagedObject>> NSManagedObjectContext::executeFetchRequest(NSFetchRequest const& request,
+                                                                              Ref<NSError>& error) {
     Objects objects;
     executeFetchRequest(request, error, [&](std::span<Ref<NSManagedObject>> run, std::size_t total) {
         objects.reserve(total);

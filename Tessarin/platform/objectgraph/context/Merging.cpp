@@ -121,7 +121,8 @@ void forgetLinksOf(ContextState& context, ChangeSet const& corrections) {
         auto& state = GraphAccess::state(*object);
         if (!state.extras || state.key < 0) continue;
         for (auto const& toMany : state.extras->toMany)
-            if (toMany.isLoaded && mayHold(*object->entity().properties()[toMany.property]->asRelationship())) forgetMembers(state, toMany.property);
+            if (toMany.isLoaded && mayHold(*object->entity().properties()[toMany.property]->asRelationship()))
+                forgetMembers(state, toMany.property);
     }
 }
 
@@ -133,7 +134,11 @@ void noteNewsOf(ContextState& context, ChangeSet const& set, ContextNews::Kind u
         bool const isUpdate = change.kind == RecordChange::Kind::Update;
         auto const object = isUpdate && update == ContextNews::Refreshed ? context.link->find(change.key)
                                                                          : objectWithKey(context, *change.entity, change.key);
-        if (object) noteNews(context, *object, isUpdate ? update : change.kind == RecordChange::Kind::Insert ? ContextNews::Inserted : ContextNews::Deleted);
+        if (object)
+            noteNews(context, *object,
+                     isUpdate                                    ? update
+                     : change.kind == RecordChange::Kind::Insert ? ContextNews::Inserted
+                                                                 : ContextNews::Deleted);
     }
 }
 

@@ -10,8 +10,8 @@ namespace Tessarin {
 namespace {
 
 [[noreturn]] void unknownKey(NSManagedObject const& object, std::string_view key) {
-    fatal(object.objectClass().name() + " of the entity " + object.entity().name() + " is not key value coding-compliant for the key \"" +
-          std::string{key} + "\"");
+    fatal(object.objectClass().name() + " of the entity " + object.entity().name() +
+          " is not key value coding-compliant for the key \"" + std::string{key} + "\"");
 }
 
 NSPropertyDescription const& propertyOf(NSManagedObject const& object, std::string_view key) {
@@ -20,7 +20,8 @@ NSPropertyDescription const& propertyOf(NSManagedObject const& object, std::stri
 }
 
 bool isKnownBelow(NSEntityDescription const& entity, std::string_view key) {
-    return entity.propertyNamed(key) || std::ranges::any_of(entity.subentities(), [&](auto const* each) { return isKnownBelow(*each, key); });
+    return entity.propertyNamed(key) ||
+           std::ranges::any_of(entity.subentities(), [&](auto const* each) { return isKnownBelow(*each, key); });
 }
 
 } // namespace
@@ -119,7 +120,8 @@ void NSManagedObject::setValueForKey(Value value, std::string_view key) {
     if (relationship.isToMany()) return setDestinations(relationship, value);
     auto const object = detail::castToKnown<NSManagedObject>(value.object());
     if (!object && !value.isAbsent())
-        fatal("unacceptable value for the relationship " + entity().name() + "." + relationship.name() + ": " + value.description());
+        fatal("unacceptable value for the relationship " + entity().name() + "." + relationship.name() + ": " +
+              value.description());
     setDestination(relationship, object.get());
 }
 
@@ -135,7 +137,8 @@ Dictionary NSManagedObject::changedValues() {
 
 std::string NSManagedObject::description() const {
     auto& object = const_cast<NSManagedObject&>(*this);
-    std::string text = "<" + objectClass().name() + "> (entity: " + entity().name() + "; id: " + objectID()->description() + "; data: ";
+    std::string text =
+        "<" + objectClass().name() + "> (entity: " + entity().name() + "; id: " + objectID()->description() + "; data: ";
     if (isFault()) return text + "<fault>)";
     text += "{";
     for (auto const* attribute : entity().attributes())

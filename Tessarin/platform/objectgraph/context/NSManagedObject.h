@@ -133,7 +133,9 @@ private:
 template <class T, class... Arguments>
     requires std::is_base_of_v<NSManagedObject, T>
 Ref<T> make(Arguments&&...) {
-    static_assert(sizeof(T) == 0, "a managed object is made by its context: call insertNewObject(\"Book\"), insertEntityNamed or insertObject<Book>()");
+    static_assert(
+        sizeof(T) == 0,
+        "a managed object is made by its context: call insertNewObject(\"Book\"), insertEntityNamed or insertObject<Book>()");
     return nullptr;
 }
 

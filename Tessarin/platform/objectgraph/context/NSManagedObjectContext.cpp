@@ -14,7 +14,8 @@
 namespace Tessarin {
 namespace {
 
-void joinCoordinator(ContextState& context, Ref<NSManagedObjectContext> const& owner, Ref<NSPersistentStoreCoordinator> coordinator) {
+void joinCoordinator(ContextState& context, Ref<NSManagedObjectContext> const& owner,
+                     Ref<NSPersistentStoreCoordinator> coordinator) {
     context.coordinator = std::move(coordinator);
     context.link = ContextLinkRef{new ContextLink(owner, context, context.coordinator)};
     context.promotionsSeen = context.coordinator->promotions().join();
@@ -59,7 +60,8 @@ NSManagedObjectContext::~NSManagedObjectContext() {
 
 void NSManagedObjectContext::init(ConcurrencyType concurrencyType) {
     state_->concurrencyType = concurrencyType;
-    state_->queue = concurrencyType == ConcurrencyType::MainQueue ? dispatch_get_main_queue() : dispatch_queue_create("NSManagedObjectContext", {});
+    state_->queue = concurrencyType == ConcurrencyType::MainQueue ? dispatch_get_main_queue()
+                                                                  : dispatch_queue_create("NSManagedObjectContext", {});
 }
 
 NSManagedObjectContextConcurrencyType NSManagedObjectContext::concurrencyType() const noexcept { return state_->concurrencyType; }
@@ -91,7 +93,9 @@ void NSManagedObjectContext::setPersistentStoreCoordinator(Ref<NSPersistentStore
 }
 
 void NSManagedObjectContext::performBlock(Closure<void()> block) {
-    dispatch_async(state_->queue, [context = self<NSManagedObjectContext>(), block = std::move(block)] { runBlock(*context, *context->state_, block); });
+    dispatch_async(state_->queue, [context = self<NSManagedObjectContext>(), block = std::move(block)] {
+        runBlock(*context, *context->state_, block);
+    });
 }
 
 void NSManagedObjectContext::performBlockAndWait(FunctionRef<void()> block) {
@@ -177,7 +181,8 @@ bool NSManagedObjectContext::saveThrough(Ref<NSError>& error) {
 
 void NSManagedObjectContext::refreshObject(NSManagedObject& object, bool mergeChanges) {
     auto& state = GraphAccess::state(object);
-    if (state.link() != state_->link.get() || state.has(ObjectState::Inserted)) return; // what was never saved cannot be read again
+    if (state.link() != state_->link.get() || state.has(ObjectState::Inserted))
+        return; // what was never saved cannot be read again
     noteNews(*state_, object, ContextNews::Refreshed);
     if (!mergeChanges) {
         undoLinks(*state_, object);

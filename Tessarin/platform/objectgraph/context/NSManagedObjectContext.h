@@ -154,7 +154,8 @@ public:
     /// registered objects show what stands there now, unsaved changes stay. Reads the records on the calling thread, any thread;
     /// each context then takes them over on its own queue: at once where the caller is on it, else soon. Identities of another
     /// coordinator are ignored. Throws ErrorException when the store cannot be read.
-    static void mergeChangesFromRemoteContextSave(ObjectIDsByChange const& changes, std::span<Ref<NSManagedObjectContext> const> contexts);
+    static void mergeChangesFromRemoteContextSave(ObjectIDsByChange const& changes,
+                                                  std::span<Ref<NSManagedObjectContext> const> contexts);
 
     ~NSManagedObjectContext() override;
 

@@ -14,8 +14,8 @@ void NSMergeConflict::init(Ref<NSManagedObject> source, Ref<RowSpace> space, Row
     cached_ = space_->cache().find(conflict_.key);
 }
 
-void NSMergeConflict::init(Ref<NSManagedObject> source, Ref<RowSpace> space, RowConflict conflict, UniqueConstraint const& constraint,
-                           Ref<NSManagedObject> existing) {
+void NSMergeConflict::init(Ref<NSManagedObject> source, Ref<RowSpace> space, RowConflict conflict,
+                           UniqueConstraint const& constraint, Ref<NSManagedObject> existing) {
     init(std::move(source), std::move(space), std::move(conflict));
     constraint_ = &constraint;
     existing_ = std::move(existing);
@@ -67,7 +67,8 @@ RowRef NSMergeConflict::resolvedUnique(NSMergePolicyType type) const {
     if (!source_->isInserted()) {
         if (!storeWins) return {};
         builder.begin(*wanted, wanted->version());
-        for (auto const* property : constraint_->properties) builder.setCell(static_cast<std::size_t>(base->layout().cellOf(property->index())), *base);
+        for (auto const* property : constraint_->properties)
+            builder.setCell(static_cast<std::size_t>(base->layout().cellOf(property->index())), *base);
         return builder.finish();
     }
     builder.begin(*stored, stored->version());
@@ -83,13 +84,16 @@ RowRef NSMergeConflict::resolvedUnique(NSMergePolicyType type) const {
 
 void NSMergeConflict::setResolvedValue(Value const& value, std::string_view attribute) {
     auto const* property = conflict_.entity->propertyNamed(attribute);
-    auto const cell = property && property->asAttribute() ? conflict_.base->layout().cellOf(property->index()) : RowLayout::noCell;
-    if (cell == RowLayout::noCell) fatal("the entity " + conflict_.entity->name() + " has no stored attribute \"" + std::string{attribute} + "\"");
+    auto const cell =
+        property && property->asAttribute() ? conflict_.base->layout().cellOf(property->index()) : RowLayout::noCell;
+    if (cell == RowLayout::noCell)
+        fatal("the entity " + conflict_.entity->name() + " has no stored attribute \"" + std::string{attribute} + "\"");
     if (!conflict_.final) return;
     RowBuilder builder;
     builder.begin(*conflict_.final, conflict_.final->version());
     if (!builder.setValue(static_cast<std::size_t>(cell), value))
-        fatal("unacceptable value for the attribute " + conflict_.entity->name() + "." + property->name() + ": " + value.description());
+        fatal("unacceptable value for the attribute " + conflict_.entity->name() + "." + property->name() + ": " +
+              value.description());
     conflict_.final = builder.finish();
 }
 

@@ -32,8 +32,12 @@ bool NSMergePolicy::resolveConflicts(std::vector<Ref<NSMergeConflict>> const& co
 }
 
 Ref<NSMergePolicy> const& NSErrorMergePolicy() { return shared<NSErrorMergePolicyType>(); }
-Ref<NSMergePolicy> const& NSMergeByPropertyStoreTrumpMergePolicy() { return shared<NSMergeByPropertyStoreTrumpMergePolicyType>(); }
-Ref<NSMergePolicy> const& NSMergeByPropertyObjectTrumpMergePolicy() { return shared<NSMergeByPropertyObjectTrumpMergePolicyType>(); }
+Ref<NSMergePolicy> const& NSMergeByPropertyStoreTrumpMergePolicy() {
+    return shared<NSMergeByPropertyStoreTrumpMergePolicyType>();
+}
+Ref<NSMergePolicy> const& NSMergeByPropertyObjectTrumpMergePolicy() {
+    return shared<NSMergeByPropertyObjectTrumpMergePolicyType>();
+}
 Ref<NSMergePolicy> const& NSOverwriteMergePolicy() { return shared<NSOverwriteMergePolicyType>(); }
 Ref<NSMergePolicy> const& NSRollbackMergePolicy() { return shared<NSRollbackMergePolicyType>(); }
 

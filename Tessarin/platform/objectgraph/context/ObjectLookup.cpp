@@ -11,7 +11,8 @@ namespace {
 
 constexpr std::size_t longestRun = 256; // objects that are entered together
 
-Ref<NSManagedObject> madeFault(ContextState& context, NSEntityDescription const& entity, RecordKey key, FaultBatchRef const& batch) {
+Ref<NSManagedObject> madeFault(ContextState& context, NSEntityDescription const& entity, RecordKey key,
+                               FaultBatchRef const& batch) {
     key = context.link->current(key);
     auto object = context.link->makeObject(entity, key, batch);
     GraphAccess::state(*object).set(ObjectState::Fault);
@@ -111,7 +112,8 @@ void objectsWithRows(ContextState& context, NSEntityDescription const& entity, s
     FaultBatchRef batch;
     while (!rows.empty()) {
         auto const run = rows.first(std::min(rows.size(), longestRun));
-        if (!batch || batch->members.size() + run.size() > FaultBatch::mostMembers) batch = makeBatch(context, entity, rows.size());
+        if (!batch || batch->members.size() + run.size() > FaultBatch::mostMembers)
+            batch = makeBatch(context, entity, rows.size());
         std::array<Ref<NSManagedObject>, longestRun> objects;
         findOrMake(context, run, *batch, std::span(objects).first(run.size()));
         take(std::span(objects).first(run.size()));
@@ -119,7 +121,8 @@ void objectsWithRows(ContextState& context, NSEntityDescription const& entity, s
     }
 }
 
-Ref<NSManagedObject> objectWithKey(ContextState& context, NSEntityDescription const& entity, RecordKey key, FaultBatchRef const& batch) {
+Ref<NSManagedObject> objectWithKey(ContextState& context, NSEntityDescription const& entity, RecordKey key,
+                                   FaultBatchRef const& batch) {
     applyPromotions(context);
     if (auto living = context.link->find(key)) {
         requireSameTree(living->entity(), entity, key);
@@ -130,7 +133,8 @@ Ref<NSManagedObject> objectWithKey(ContextState& context, NSEntityDescription co
     return madeFault(context, entity, key, batch);
 }
 
-std::vector<Ref<NSManagedObject>> objectsWithKeys(ContextState& context, NSEntityDescription const& entity, std::span<RecordKey const> keys) {
+std::vector<Ref<NSManagedObject>> objectsWithKeys(ContextState& context, NSEntityDescription const& entity,
+                                                  std::span<RecordKey const> keys) {
     std::vector<Ref<NSManagedObject>> held; // until they are among the objects
     if (!entity.subentities().empty()) // the rows say of which entity each is
         RecordReader(context).rows(entity, keys, [&](RowRef row) { held.push_back(objectWithRow(context, std::move(row), {})); });
@@ -138,7 +142,8 @@ std::vector<Ref<NSManagedObject>> objectsWithKeys(ContextState& context, NSEntit
     objects.reserve(keys.size());
     FaultBatchRef batch;
     for (auto const key : keys) {
-        if (!batch || batch->members.size() == FaultBatch::mostMembers) batch = makeBatch(context, entity, keys.size() - objects.size());
+        if (!batch || batch->members.size() == FaultBatch::mostMembers)
+            batch = makeBatch(context, entity, keys.size() - objects.size());
         batch->members.push_back(key);
         objects.push_back(objectWithKey(context, entity, key, batch));
     }
@@ -194,7 +199,8 @@ void applyPromotions(ContextState& context) {
     auto const log = promotions.advance(context.promotionsSeen);
     context.link->noteKeyChange();
     for (auto const& [temporary, permanent] : log)
-        if (auto const object = context.link->find(temporary); object && object->recordKey() == temporary) promoteObject(context, *object, permanent);
+        if (auto const object = context.link->find(temporary); object && object->recordKey() == temporary)
+            promoteObject(context, *object, permanent);
 }
 
 void markChanged(NSManagedObject& object, ObjectState::Flag how) {
@@ -204,7 +210,10 @@ void markChanged(NSManagedObject& object, ObjectState::Flag how) {
     if (!context) return;
     noteUnshown(*context, object);
     bool const isNew = how == ObjectState::Inserted && !state.has(ObjectState::Changed);
-    noteNews(*context, object, isNew ? ContextNews::Inserted : how == ObjectState::Deleted ? ContextNews::Deleted : ContextNews::Updated);
+    noteNews(*context, object,
+             isNew                         ? ContextNews::Inserted
+             : how == ObjectState::Deleted ? ContextNews::Deleted
+                                           : ContextNews::Updated);
     if (state.has(ObjectState::Changed)) return;
     state.set(ObjectState::Changed);
     context->changed.add(object.self<NSManagedObject>());

@@ -11,9 +11,11 @@ Ref<NSManagedObject> objectWithRow(ContextState& context, RowRef row, FaultBatch
 void objectsWithRows(ContextState& context, NSEntityDescription const& entity, std::span<RowRef> rows,
                      FunctionRef<void(std::span<Ref<NSManagedObject>>)> take);
 /// The object of a record that was not read. `entity` may be an ancestor of the record's own; the record is read then.
-Ref<NSManagedObject> objectWithKey(ContextState& context, NSEntityDescription const& entity, RecordKey key, FaultBatchRef const& batch = {});
+Ref<NSManagedObject> objectWithKey(ContextState& context, NSEntityDescription const& entity, RecordKey key,
+                                   FaultBatchRef const& batch = {});
 /// The objects of several records, in their order, as faults that fill together.
-std::vector<Ref<NSManagedObject>> objectsWithKeys(ContextState& context, NSEntityDescription const& entity, std::span<RecordKey const> keys);
+std::vector<Ref<NSManagedObject>> objectsWithKeys(ContextState& context, NSEntityDescription const& entity,
+                                                  std::span<RecordKey const> keys);
 /// Before the destination of a to-one is looked up: makes the destinations of the whole batch, to be filled together.
 void walkBatch(ContextState& context, FaultBatch& batch, NSRelationshipDescription const& relationship);
 /// Reads the row of a fault, and of its batch's other faults with it.

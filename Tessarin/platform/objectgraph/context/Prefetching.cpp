@@ -15,11 +15,13 @@ using Objects = std::vector<Ref<NSManagedObject>>;
 /// Reads the rows of those that have none, a batch at a time.
 void fill(ContextState& context, Objects const& objects) {
     for (auto const& object : objects)
-        if (auto const& state = GraphAccess::state(*object); !state.row && state.has(ObjectState::Fault)) fillFault(context, *object);
+        if (auto const& state = GraphAccess::state(*object); !state.row && state.has(ObjectState::Fault))
+            fillFault(context, *object);
 }
 
 /// Reads a to-many of all the owners with one question, then gives each its members.
-void loadMembers(ContextState& context, std::span<Ref<NSManagedObject> const> owners, NSRelationshipDescription const& relationship) {
+void loadMembers(ContextState& context, std::span<Ref<NSManagedObject> const> owners,
+                 NSRelationshipDescription const& relationship) {
     std::vector<RecordKey> unread;
     for (auto const& owner : owners)
         if (!hasLoadedMembers(*owner, relationship)) unread.push_back(owner->recordKey());
@@ -28,10 +30,13 @@ void loadMembers(ContextState& context, std::span<Ref<NSManagedObject> const> ow
     reader.storedMembers(relationship, unread, members);
     for (auto const& owner : owners)
         if (!hasLoadedMembers(*owner, relationship))
-            setLoadedMembers(*owner, relationship, reader.withChanges(relationship, owner->entity(), owner->recordKey(), std::move(members[owner->recordKey()])));
+            setLoadedMembers(
+                *owner, relationship,
+                reader.withChanges(relationship, owner->entity(), owner->recordKey(), std::move(members[owner->recordKey()])));
 }
 
-Objects follow(ContextState& context, std::span<Ref<NSManagedObject> const> objects, NSRelationshipDescription const& relationship) {
+Objects follow(ContextState& context, std::span<Ref<NSManagedObject> const> objects,
+               NSRelationshipDescription const& relationship) {
     if (relationship.isToMany()) loadMembers(context, objects, relationship);
     std::unordered_set<RecordKey> seen;
     std::vector<RecordKey> keys;
@@ -72,7 +77,8 @@ Ref<NSError> prefetch(ContextState& context, NSEntityDescription const& entity, 
         auto const* property = at->propertyNamed(key);
         auto const* relationship = property ? property->asRelationship() : nullptr;
         if (!relationship)
-            return storeError(StoreErrorCode::UnknownEntity, "The entity " + at->name() + " has no relationship \"" + std::string{key} + "\" to be prefetched.");
+            return storeError(StoreErrorCode::UnknownEntity,
+                              "The entity " + at->name() + " has no relationship \"" + std::string{key} + "\" to be prefetched.");
         auto found = follow(context, current, *relationship);
         keep(objects, found);
         at = relationship->destinationEntity();

@@ -36,7 +36,8 @@ ChangeSets rebased(ChangeSets const& sets, ChangeSets const& unsaved) {
     if (unsaved.empty()) return sets;
     ChangeSets result;
     for (auto const& set : sets) {
-        bool const isBuiltOnIt = std::ranges::any_of(set->changes(), [&](auto const& change) { return bool(basisOf(change, unsaved)); });
+        bool const isBuiltOnIt =
+            std::ranges::any_of(set->changes(), [&](auto const& change) { return bool(basisOf(change, unsaved)); });
         result.push_back(isBuiltOnIt ? rebased(*set, unsaved) : set);
     }
     return result;
@@ -140,7 +141,8 @@ std::shared_ptr<ChangeSets const> PublishedChanges::unsaved() const {
 }
 
 void PublishedChanges::setUnsaved(ChangeSets unsaved) {
-    std::shared_ptr<ChangeSets const> next = std::make_shared<ChangeSets>(std::move(unsaved)); // the older one is released after the lock
+    std::shared_ptr<ChangeSets const> next =
+        std::make_shared<ChangeSets>(std::move(unsaved)); // the older one is released after the lock
     std::lock_guard const hold(mutex_);
     std::swap(unsaved_, next);
 }

@@ -55,7 +55,8 @@ std::vector<Level> levelsAt(ContextState const& context) {
 
 } // namespace
 
-RecordReader::RecordReader(ContextState& context, Sees sees) : coordinator_(context.coordinator), store_(coordinator_ ? coordinator_->store() : nullptr) {
+RecordReader::RecordReader(ContextState& context, Sees sees)
+    : coordinator_(context.coordinator), store_(coordinator_ ? coordinator_->store() : nullptr) {
     auto const levels = levelsAt(context);
     auto const add = [&](std::shared_ptr<ChangeSets const> const& sets) {
         if (sets) sets_.insert(sets_.end(), sets->begin(), sets->end());
@@ -109,7 +110,8 @@ RowRef RecordReader::row(NSEntityDescription const& entity, RecordKey key, bool 
     return result;
 }
 
-void RecordReader::rows(NSEntityDescription const& entity, std::span<RecordKey const> keys, FunctionRef<void(RowRef)> each, bool fresh) const {
+void RecordReader::rows(NSEntityDescription const& entity, std::span<RecordKey const> keys, FunctionRef<void(RowRef)> each,
+                        bool fresh) const {
     std::vector<RecordKey> wanted;
     for (auto key : keys) {
         if (key < 0)
@@ -131,8 +133,8 @@ void RecordReader::rows(NSEntityDescription const& entity, std::span<RecordKey c
     if (auto error = store_->rows(*entity.rootEntity(), wanted, each)) throw ErrorException(error);
 }
 
-std::vector<RecordKey> RecordReader::members(NSRelationshipDescription const& relationship, NSEntityDescription const& ownerEntity,
-                                             RecordKey owner) const {
+std::vector<RecordKey> RecordReader::members(NSRelationshipDescription const& relationship,
+                                             NSEntityDescription const& ownerEntity, RecordKey owner) const {
     MembersByOwner members;
     storedMembers(relationship, {&owner, 1}, members);
     return withChanges(relationship, ownerEntity, owner, std::move(members[owner]));
@@ -148,8 +150,9 @@ void RecordReader::storedMembers(NSRelationshipDescription const& relationship, 
     if (auto error = store_->members(relationship, saved, note)) throw ErrorException(error);
 }
 
-std::vector<RecordKey> RecordReader::withChanges(NSRelationshipDescription const& relationship, NSEntityDescription const& ownerEntity,
-                                                 RecordKey owner, std::vector<RecordKey> members) const {
+std::vector<RecordKey> RecordReader::withChanges(NSRelationshipDescription const& relationship,
+                                                 NSEntityDescription const& ownerEntity, RecordKey owner,
+                                                 std::vector<RecordKey> members) const {
     auto const& destination = *relationship.destinationEntity();
     auto& promotions = coordinator_->promotions();
     auto const former = owner > 0 ? promotions.temporaryKey(owner) : 0;

@@ -31,14 +31,17 @@ public:
     /// The record's row; none when there is no such record. `fresh` asks the store even when a row is in memory.
     RowRef row(NSEntityDescription const& entity, RecordKey key, bool fresh = false) const;
     /// The rows of those records that exist, in any order.
-    void rows(NSEntityDescription const& entity, std::span<RecordKey const> keys, FunctionRef<void(RowRef)> each, bool fresh = false) const;
+    void rows(NSEntityDescription const& entity, std::span<RecordKey const> keys, FunctionRef<void(RowRef)> each,
+              bool fresh = false) const;
     /// The members of a to-many relationship, in order when it has one.
-    std::vector<RecordKey> members(NSRelationshipDescription const& relationship, NSEntityDescription const& ownerEntity, RecordKey owner) const;
+    std::vector<RecordKey> members(NSRelationshipDescription const& relationship, NSEntityDescription const& ownerEntity,
+                                   RecordKey owner) const;
     /// The members that the store knows, of many owners at once.
-    void storedMembers(NSRelationshipDescription const& relationship, std::span<RecordKey const> owners, MembersByOwner& members) const;
+    void storedMembers(NSRelationshipDescription const& relationship, std::span<RecordKey const> owners,
+                       MembersByOwner& members) const;
     /// What the change sets make of an owner's members in the store.
-    std::vector<RecordKey> withChanges(NSRelationshipDescription const& relationship, NSEntityDescription const& ownerEntity, RecordKey owner,
-                                       std::vector<RecordKey> members) const;
+    std::vector<RecordKey> withChanges(NSRelationshipDescription const& relationship, NSEntityDescription const& ownerEntity,
+                                       RecordKey owner, std::vector<RecordKey> members) const;
 
 private:
     /// What the sets make of a record: nothing to say, gone, or this row.

@@ -39,7 +39,8 @@ Ref<NSError> RefusedChanges::reasonFor(ChangeSets const& sets, std::uint64_t see
     for (auto const& [number, records, reason] : log_) {
         if (number <= seen) continue;
         for (auto const& [entity, key] : records)
-            if (std::ranges::any_of(sets, [&, kind = entity, at = key](auto const& set) { return set->find(*kind, at); })) return reason;
+            if (std::ranges::any_of(sets, [&, kind = entity, at = key](auto const& set) { return set->find(*kind, at); }))
+                return reason;
     }
     return nullptr;
 }

@@ -11,7 +11,9 @@
 namespace Tessarin {
 namespace {
 
-ObjectState::Flag changeOf(NSManagedObject const& object) { return object.isInserted() ? ObjectState::Inserted : ObjectState::Updated; }
+ObjectState::Flag changeOf(NSManagedObject const& object) {
+    return object.isInserted() ? ObjectState::Inserted : ObjectState::Updated;
+}
 
 ToManyState& toManyOf(NSManagedObject& owner, NSRelationshipDescription const& relationship) {
     auto& state = GraphAccess::state(owner);
@@ -86,7 +88,8 @@ void updateKeys(ObjectState& state) {
     if (!state.extras || std::exchange(state.extras->keysAsOf, link.keyChanges()) == link.keyChanges()) return;
     auto const& properties = state.layout->entity().properties();
     for (auto& [property, value] : state.extras->values)
-        if (value.kind() == Value::Kind::Integer && value.integer() < 0 && properties[property]->asRelationship()) value = link.current(value.integer());
+        if (value.kind() == Value::Kind::Integer && value.integer() < 0 && properties[property]->asRelationship())
+            value = link.current(value.integer());
     for (auto& toMany : state.extras->toMany) toMany.toPermanent([&](RecordKey key) { return link.current(key); });
 }
 
@@ -112,11 +115,13 @@ ToManyState& loadedMembers(NSManagedObject& owner, NSRelationshipDescription con
     if (auto& toMany = toManyOf(owner, relationship); toMany.isLoaded) return toMany;
     std::vector<RecordKey> members;
     auto* context = state.link()->contextState();
-    if (context && !relationship.isTransient()) members = RecordReader(*context).members(relationship, owner.entity(), owner.recordKey());
+    if (context && !relationship.isTransient())
+        members = RecordReader(*context).members(relationship, owner.entity(), owner.recordKey());
     return setLoadedMembers(owner, relationship, std::move(members));
 }
 
-ToManyState& setLoadedMembers(NSManagedObject& owner, NSRelationshipDescription const& relationship, std::vector<RecordKey> members) {
+ToManyState& setLoadedMembers(NSManagedObject& owner, NSRelationshipDescription const& relationship,
+                              std::vector<RecordKey> members) {
     auto& state = GraphAccess::state(owner);
     auto& toMany = toManyOf(owner, relationship);
     auto const current = [link = state.link()](RecordKey key) { return link->current(key); };
@@ -140,7 +145,8 @@ bool hasMember(NSManagedObject& owner, NSRelationshipDescription const& relation
     auto const* inverse = relationship.inverseRelationship();
     if (inverse && relationship.isReciprocal() && !inverse->isToMany()) return referenceOf(member, *inverse) == owner.recordKey();
     // A record that is not saved yet has all its links in memory; asking it spares reading the other end.
-    if (owner.recordKey() < 0 && !relationship.isOrdered()) return toManyOf(owner, relationship).added.contains(member.recordKey());
+    if (owner.recordKey() < 0 && !relationship.isOrdered())
+        return toManyOf(owner, relationship).added.contains(member.recordKey());
     if (member.recordKey() < 0 && inverse && relationship.isReciprocal() && !inverse->isOrdered())
         return toManyOf(member, *inverse).added.contains(owner.recordKey());
     return loadedMembers(owner, relationship).members.contains(member.recordKey());
@@ -155,13 +161,15 @@ namespace {
 /// The destination of a to-one as it was read, or 0.
 RecordKey readReferenceOf(ObjectState const& state, NSRelationshipDescription const& relationship) {
     auto const cell = state.layout->cellOf(relationship.index());
-    return state.row && cell != RowLayout::noCell ? state.link()->current(state.row->reference(static_cast<std::size_t>(cell))) : 0;
+    return state.row && cell != RowLayout::noCell ? state.link()->current(state.row->reference(static_cast<std::size_t>(cell)))
+                                                  : 0;
 }
 
 /// After links were undone: an object that is as it was has no unsaved changes.
 void forgetIfUnchanged(ContextState& context, NSManagedObject& object) {
     auto& state = GraphAccess::state(object);
-    if (!state.has(ObjectState::Changed) || !state.extras || state.has(ObjectState::Inserted) || state.has(ObjectState::Deleted)) return;
+    if (!state.has(ObjectState::Changed) || !state.extras || state.has(ObjectState::Inserted) || state.has(ObjectState::Deleted))
+        return;
     std::erase_if(state.extras->values, [&](auto const& entry) {
         auto const* relationship = object.entity().properties()[entry.first]->asRelationship();
         return relationship && readReferenceOf(state, *relationship) == entry.second.integer();
@@ -280,7 +288,9 @@ void NSManagedObject::setDestinations(NSRelationshipDescription const& relations
     std::vector<Ref<NSManagedObject>> members;
     auto const take = [&](Value const& value) {
         auto object = value.objectAs<NSManagedObject>();
-        if (!object) fatal("unacceptable member for the relationship " + entity().name() + "." + relationship.name() + ": " + value.description());
+        if (!object)
+            fatal("unacceptable member for the relationship " + entity().name() + "." + relationship.name() + ": " +
+                  value.description());
         members.push_back(std::move(object));
     };
     if (objects.kind() == Value::Kind::Set)
@@ -288,18 +298,22 @@ void NSManagedObject::setDestinations(NSRelationshipDescription const& relations
     else if (objects.kind() == Value::Kind::List)
         for (auto const& value : objects.list()) take(value);
     else if (!objects.isAbsent())
-        fatal("unacceptable value for the relationship " + entity().name() + "." + relationship.name() + ": " + objects.description());
+        fatal("unacceptable value for the relationship " + entity().name() + "." + relationship.name() + ": " +
+              objects.description());
     MutableObjectSet(self<NSManagedObject>(), relationship).setObjects(members);
 }
 
 MutableObjectSet NSManagedObject::mutableSetValueForKey(std::string_view key) {
     auto const* property = entity().propertyNamed(key);
     auto const* relationship = property ? property->asRelationship() : nullptr;
-    if (!relationship || !relationship->isToMany()) fatal("the entity " + entity().name() + " has no to-many relationship \"" + std::string{key} + "\"");
+    if (!relationship || !relationship->isToMany())
+        fatal("the entity " + entity().name() + " has no to-many relationship \"" + std::string{key} + "\"");
     return {self<NSManagedObject>(), *relationship};
 }
 
-bool MutableObjectSet::containsObject(Ref<NSManagedObject> const& object) const { return object && hasMember(*owner_, relationship_, *object); }
+bool MutableObjectSet::containsObject(Ref<NSManagedObject> const& object) const {
+    return object && hasMember(*owner_, relationship_, *object);
+}
 
 std::size_t MutableObjectSet::count() const { return loadedMembers(*owner_, relationship_).members.size(); }
 

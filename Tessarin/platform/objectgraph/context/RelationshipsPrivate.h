@@ -14,7 +14,8 @@ RecordKey referenceOf(NSManagedObject& object, NSRelationshipDescription const& 
 ToManyState& loadedMembers(NSManagedObject& owner, NSRelationshipDescription const& relationship);
 bool hasLoadedMembers(NSManagedObject& owner, NSRelationshipDescription const& relationship);
 /// The members were read: these, with the owner's unsaved changes on top.
-ToManyState& setLoadedMembers(NSManagedObject& owner, NSRelationshipDescription const& relationship, std::vector<RecordKey> members);
+ToManyState& setLoadedMembers(NSManagedObject& owner, NSRelationshipDescription const& relationship,
+                              std::vector<RecordKey> members);
 /// The members of a to-many, in order when it has one; valid until the relationship changes.
 std::span<RecordKey const> memberKeys(NSManagedObject& owner, NSRelationshipDescription const& relationship);
 bool hasMember(NSManagedObject& owner, NSRelationshipDescription const& relationship, NSManagedObject& member);

@@ -67,7 +67,9 @@ Ref<NSError> SaveOperation::handUp(NSManagedObjectContext& parent) {
             RecordReader const above(state, RecordReader::Sees::Saved);
             auto const stored = [&](NSEntityDescription const& entity, RecordKey key) { return above.row(entity, key); };
             try {
-                if (auto error = reconcile(handed_, stored, [this](std::span<RowConflict> conflicts) { return decide(conflicts); }, outcome_)) return error;
+                if (auto error = reconcile(
+                        handed_, stored, [this](std::span<RowConflict> conflicts) { return decide(conflicts); }, outcome_))
+                    return error;
             } catch (ErrorException const& failure) { // it cannot be read now
                 return failure.error();
             }
@@ -111,10 +113,12 @@ bool SaveOperation::fitsAbove(ContextState& parent) const {
 Ref<NSError> SaveOperation::decide(std::span<RowConflict> conflicts) {
     std::vector<Ref<NSMergeConflict>> list;
     for (auto const& each : conflicts)
-        list.push_back(make<NSMergeConflict>(objectWithKey(context_, *each.entity, each.key), context_.coordinator->space(), each));
+        list.push_back(
+            make<NSMergeConflict>(objectWithKey(context_, *each.entity, each.key), context_.coordinator->space(), each));
     auto const policy = owner_.mergePolicy();
     Ref<NSError> error;
-    bool const isDecided = policy->resolveConflicts(list, error) && std::ranges::all_of(list, [](auto const& each) { return each->isResolved_; });
+    bool const isDecided =
+        policy->resolveConflicts(list, error) && std::ranges::all_of(list, [](auto const& each) { return each->isResolved_; });
     if (!isDecided && !error) NSErrorMergePolicy()->resolveConflicts(list, error);
     if (!isDecided) return error;
     for (std::size_t at = 0; at < conflicts.size(); ++at) conflicts[at].final = list[at]->conflict_.final;

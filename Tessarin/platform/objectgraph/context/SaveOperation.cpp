@@ -14,7 +14,9 @@
 namespace Tessarin {
 namespace {
 
-bool isTransient(NSManagedObject const& object, std::size_t property) { return object.entity().properties()[property]->isTransient(); }
+bool isTransient(NSManagedObject const& object, std::size_t property) {
+    return object.entity().properties()[property]->isTransient();
+}
 
 Ref<NSError> combined(std::vector<Ref<NSError>> errors) {
     if (errors.empty()) return nullptr;
@@ -32,7 +34,8 @@ Ref<NSError> combined(std::vector<Ref<NSError>> errors) {
 
 Ref<NSError> SaveOperation::run(ChangeSets* handed) try {
     owner_.processPendingChanges();
-    for (std::size_t at = 0; at < context_.changed.size(); ++at) Ref<NSManagedObject>(context_.changed[at])->willSave(); // which may change more
+    for (std::size_t at = 0; at < context_.changed.size(); ++at)
+        Ref<NSManagedObject>(context_.changed[at])->willSave(); // which may change more
     if (auto error = validate()) return error;
     do {
         if (auto error = prepare()) return error;
@@ -156,7 +159,8 @@ Ref<NSError> SaveOperation::promoteReferences() {
 }
 
 void SaveOperation::settle() {
-    if (!outcome_.corrected.empty()) corrections_ = std::make_shared<ChangeSet const>(context_.coordinator->space(), std::move(outcome_.corrected));
+    if (!outcome_.corrected.empty())
+        corrections_ = std::make_shared<ChangeSet const>(context_.coordinator->space(), std::move(outcome_.corrected));
     if (!ownRefusal_) settleObjects();
     setAside();
     if (ownRefusal_) context_.published.unstage(own_);

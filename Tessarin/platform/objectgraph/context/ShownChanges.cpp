@@ -14,7 +14,8 @@ using Kind = RecordChange::Kind;
 using Links = std::vector<Unshown::Link const*>;
 
 /// The members that came and went; who did both is where it ended.
-RelationshipChange packed(std::span<Unshown::Link const* const> links, NSRelationshipDescription const& relationship, ChangePacker const& packer) {
+RelationshipChange packed(std::span<Unshown::Link const* const> links, NSRelationshipDescription const& relationship,
+                          ChangePacker const& packer) {
     KeySet added, removed;
     for (auto const* link : links) {
         if (link->relationship != &relationship) continue;
@@ -83,7 +84,8 @@ private:
 
     void addRelationships(NSManagedObject& object, Links const& links, RecordChange& change) {
         for (auto const* link : links) {
-            bool const isPacked = std::ranges::find(change.relationships, link->relationship, &RelationshipChange::relationship) != change.relationships.end();
+            bool const isPacked = std::ranges::find(change.relationships, link->relationship,
+                                                    &RelationshipChange::relationship) != change.relationships.end();
             if (isPacked || link->relationship->isTransient()) continue;
             auto& added = change.relationships.emplace_back(packed(links, *link->relationship, packer_));
             if (link->relationship->isOrdered()) added.order = packer_.order(object, *link->relationship);

@@ -10,7 +10,8 @@ using Path = std::span<std::string const>;
 
 /// Without what does not lead to another record.
 Path leading(Path path) {
-    while (!path.empty() && (path.front() == "SELF" || path.front() == "self" || path.front().starts_with('@'))) path = path.subspan(1);
+    while (!path.empty() && (path.front() == "SELF" || path.front() == "self" || path.front().starts_with('@')))
+        path = path.subspan(1);
     return path;
 }
 
@@ -29,7 +30,8 @@ public:
         if (rest.empty() && !relationship->isToMany()) return true;
         KeySet destinations;
         addChanged(*relationship->destinationEntity(), destinations);
-        return add(*relationship->destinationEntity(), rest, destinations) && addReferring(entity, *relationship, destinations, keys);
+        return add(*relationship->destinationEntity(), rest, destinations) &&
+               addReferring(entity, *relationship, destinations, keys);
     }
 
     /// Records of which only to-many relationships changed, which leaves their rows as they are.
@@ -51,7 +53,8 @@ private:
     }
 
     /// Records that refer to one of `destinations` in the store; who refers to it since then has changed itself.
-    bool addReferring(NSEntityDescription const& entity, NSRelationshipDescription const& relationship, KeySet const& destinations, KeySet& keys) {
+    bool addReferring(NSEntityDescription const& entity, NSRelationshipDescription const& relationship,
+                      KeySet const& destinations, KeySet& keys) {
         std::vector<RecordKey> saved;
         for (auto const key : destinations.keys())
             if (key > 0) saved.push_back(key);
@@ -74,10 +77,12 @@ private:
     bool addFound(NSPersistentStore& store, NSEntityDescription const& entity, NSRelationshipDescription const& relationship,
                   std::span<RecordKey const> destinations, KeySet& keys) {
         List identities;
-        for (auto const key : destinations) identities.push_back(context_.coordinator->identities().identity(*relationship.destinationEntity(), key));
+        for (auto const key : destinations)
+            identities.push_back(context_.coordinator->identities().identity(*relationship.destinationEntity(), key));
         auto const predicate = NSComparisonPredicate::predicateWithLeftExpression(
-            NSExpression::expressionForKeyPath(relationship.name()), NSExpression::expressionForConstantValue(std::move(identities)),
-            NSPredicateOperatorType::In, relationship.isToMany() ? NSComparisonPredicateModifier::Any : NSComparisonPredicateModifier::Direct);
+            NSExpression::expressionForKeyPath(relationship.name()),
+            NSExpression::expressionForConstantValue(std::move(identities)), NSPredicateOperatorType::In,
+            relationship.isToMany() ? NSComparisonPredicateModifier::Any : NSComparisonPredicateModifier::Direct);
         StoreQuery query;
         query.entity = &entity;
         query.predicate = predicate.get();
@@ -99,8 +104,8 @@ private:
 
 } // namespace
 
-bool addTurnedRecords(ContextState const& context, RecordReader const& reader, NSFetchRequest const& request, NSEntityDescription const& entity,
-                      KeySet& keys) {
+bool addTurnedRecords(ContextState const& context, RecordReader const& reader, NSFetchRequest const& request,
+                      NSEntityDescription const& entity, KeySet& keys) {
     TurnedRecords records(context, reader);
     bool asksForMembers = false;
     auto const add = [&](KeyPath const& path) {

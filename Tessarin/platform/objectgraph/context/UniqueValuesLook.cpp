@@ -54,7 +54,8 @@ private:
     /// Of the changes of one save, who keeps the values: who had them before, what exists before what is new, the older before the younger.
     RecordChange const* firstOf(UniqueConstraint const& constraint, std::string const& values) const {
         auto const rank = [&](RecordChange const& change) { // temporary keys count downwards
-            return std::tuple(!hadThem(change, constraint, values), change.kind == Kind::Insert, change.key < 0, std::abs(change.key));
+            return std::tuple(!hadThem(change, constraint, values), change.kind == Kind::Insert, change.key < 0,
+                              std::abs(change.key));
         };
         RecordChange const* first = nullptr;
         for (auto const key : own_.keysWith(constraint, values))
@@ -80,7 +81,8 @@ private:
         if (auto error = above_.store()->findHolders(constraint, rows, holders)) throw ErrorException(error);
         for (std::size_t at = 0; at < changes.size(); ++at) {
             if (holders[at] == 0 || holders[at] == changes[at]->key || isOnItsWay(constraint, holders[at])) continue;
-            if (auto row = above_.row(*constraint.entity, holders[at])) clashes_.push_back({changes[at], &constraint, std::move(row)});
+            if (auto row = above_.row(*constraint.entity, holders[at]))
+                clashes_.push_back({changes[at], &constraint, std::move(row)});
         }
     }
 

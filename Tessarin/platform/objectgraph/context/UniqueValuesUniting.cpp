@@ -39,7 +39,8 @@ RowRef defaultsOf(RowLayout const& layout, RecordKey key) {
     RowBuilder builder;
     builder.begin(layout, key, Row::firstVersion);
     for (std::size_t cell = 0; cell < layout.cells().size(); ++cell)
-        if (auto const* attribute = layout.cells()[cell].property->asAttribute(); attribute && !attribute->defaultValue().isAbsent())
+        if (auto const* attribute = layout.cells()[cell].property->asAttribute();
+            attribute && !attribute->defaultValue().isAbsent())
             builder.setValue(cell, attribute->defaultValue());
     return builder.finish();
 }
@@ -54,7 +55,8 @@ void leadElsewhere(NSManagedObject& object, std::unordered_map<RecordKey, Record
     auto& extras = GraphAccess::state(object).extras;
     if (!extras) return;
     for (auto& [property, value] : extras->values)
-        if (value.kind() == Value::Kind::Integer && object.entity().properties()[property]->asRelationship()) value = survivorOf(value.integer());
+        if (value.kind() == Value::Kind::Integer && object.entity().properties()[property]->asRelationship())
+            value = survivorOf(value.integer());
     for (auto& toMany : extras->toMany)
         for (auto* keys : {&toMany.added, &toMany.members}) {
             if (std::ranges::none_of(keys->keys(), [&](RecordKey key) { return survivors.contains(key); })) continue;
@@ -67,7 +69,8 @@ void leadElsewhere(NSManagedObject& object, std::unordered_map<RecordKey, Record
 } // namespace
 
 Ref<NSError> UniqueValuesLook::decide(std::vector<Clash> const& clashes, NSMergePolicy& policy) {
-    std::unordered_set<RecordKey> giving, asked; // an object has one conflict at a time, and none with an object that has one itself
+    std::unordered_set<RecordKey> giving,
+        asked; // an object has one conflict at a time, and none with an object that has one itself
     std::map<std::pair<UniqueConstraint const*, RecordKey>, RowRef> holders; // of those who give way first
     std::vector<Ref<NSMergeConflict>> conflicts;
     for (auto const& clash : clashes) giving.insert(clash.change->key);
@@ -85,13 +88,15 @@ Ref<NSError> UniqueValuesLook::decide(std::vector<Clash> const& clashes, NSMerge
         if (auto error = row ? resolve({conflictOf({clash.change, clash.constraint, row})}, policy) : nullptr) return error;
     }
     finishLinks();
-    if (!gone_.empty()) mergeCorrections(context_, std::make_shared<ChangeSet const>(context_.coordinator->space(), std::exchange(gone_, {})));
+    if (!gone_.empty())
+        mergeCorrections(context_, std::make_shared<ChangeSet const>(context_.coordinator->space(), std::exchange(gone_, {})));
     return nullptr;
 }
 
 Ref<NSError> UniqueValuesLook::resolve(std::vector<Ref<NSMergeConflict>> const& conflicts, NSMergePolicy& policy) {
     Ref<NSError> error;
-    bool const isDecided = policy.resolveConflicts(conflicts, error) && std::ranges::all_of(conflicts, [](auto const& each) { return each->isResolved_; });
+    bool const isDecided = policy.resolveConflicts(conflicts, error) &&
+                           std::ranges::all_of(conflicts, [](auto const& each) { return each->isResolved_; });
     if (!isDecided && !error) NSErrorMergePolicy()->resolveConflicts(conflicts, error);
     if (isDecided)
         for (auto const& conflict : conflicts) apply(*conflict);
@@ -118,7 +123,8 @@ Ref<NSMergeConflict> UniqueValuesLook::conflictOf(Clash const& clash) {
         return make<NSMergeConflict>(source, space, conflict, *constraint, existing);
     }
     auto const& layout = holder->layout();
-    RowConflict const conflict{&holder->entity(), holder->key(), defaultsOf(layout, holder->key()), inLayout(layout, *change->after), holder, holder};
+    RowConflict const conflict{
+        &holder->entity(), holder->key(), defaultsOf(layout, holder->key()), inLayout(layout, *change->after), holder, holder};
     return make<NSMergeConflict>(source, space, conflict, *constraint, existing);
 }
 
@@ -169,7 +175,12 @@ void UniqueValuesLook::finishLinks() {
 void UniqueValuesLook::forget(NSManagedObject& object) {
     auto& state = GraphAccess::state(object);
     if (state.has(ObjectState::Published) || state.key > 0)
-        gone_.push_back({.kind = RecordChange::Kind::Delete, .key = state.key, .entity = &object.entity(), .before = {}, .after = {}, .relationships = {}});
+        gone_.push_back({.kind = RecordChange::Kind::Delete,
+                         .key = state.key,
+                         .entity = &object.entity(),
+                         .before = {},
+                         .after = {},
+                         .relationships = {}});
     context_.link->remove(object, state.key);
     state.clear(ObjectState::Inserted);
     state.set(ObjectState::Deleted);

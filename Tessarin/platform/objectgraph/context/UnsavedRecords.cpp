@@ -12,7 +12,8 @@ namespace {
 /// The attribute of which a comparison says that it equals a constant; null when it says something else.
 NSAttributeDescription const* comparedAttribute(NSComparisonPredicate const& comparison, NSEntityDescription const& entity) {
     auto const& left = *comparison.leftExpression();
-    bool const isEquality = comparison.predicateOperatorType() == NSPredicateOperatorType::EqualTo && comparison.options() == TextOptions::None &&
+    bool const isEquality = comparison.predicateOperatorType() == NSPredicateOperatorType::EqualTo &&
+                            comparison.options() == TextOptions::None &&
                             comparison.comparisonPredicateModifier() == NSComparisonPredicateModifier::Direct;
     if (!isEquality || left.expressionType() != NSExpressionType::KeyPath || left.operand()) return nullptr;
     if (comparison.rightExpression()->expressionType() != NSExpressionType::ConstantValue) return nullptr;
@@ -22,7 +23,8 @@ NSAttributeDescription const* comparedAttribute(NSComparisonPredicate const& com
 
 } // namespace
 
-std::optional<std::vector<Ref<NSManagedObject>>> objectsByEquality(ContextState& context, NSPredicate const& predicate, NSEntityDescription const& entity) {
+std::optional<std::vector<Ref<NSManagedObject>>> objectsByEquality(ContextState& context, NSPredicate const& predicate,
+                                                                   NSEntityDescription const& entity) {
     if (auto const* compound = predicate.asCompound()) {
         if (compound->compoundPredicateType() != NSCompoundPredicateType::And) return {};
         for (auto const& each : compound->subpredicates())
@@ -35,8 +37,12 @@ std::optional<std::vector<Ref<NSManagedObject>>> objectsByEquality(ContextState&
     return context.values.find(context, *attribute, comparison->rightExpression()->constantValue());
 }
 
-UnsavedRecords::UnsavedRecords(ContextState& context, RecordReader const& reader, NSFetchRequest const& request, NSEntityDescription const& entity)
-    : context_(context), request_(request), entity_(entity), sets_(&reader.sets()),
+UnsavedRecords::UnsavedRecords(ContextState& context, RecordReader const& reader, NSFetchRequest const& request,
+                               NSEntityDescription const& entity)
+    : context_(context),
+      request_(request),
+      entity_(entity),
+      sets_(&reader.sets()),
       ownCount_(context.changed.countOf(entity, request.includesSubentities())) {
     if (context.changed.empty() && sets_->empty()) return;
     for (auto const& set : *sets_) note(*set, entity);

@@ -13,7 +13,8 @@ class NSPredicate;
 /// one operation, in a time that does not grow with what is not saved of entities that the request does not ask.
 class UnsavedRecords {
 public:
-    UnsavedRecords(ContextState& context, RecordReader const& reader, NSFetchRequest const& request, NSEntityDescription const& entity);
+    UnsavedRecords(ContextState& context, RecordReader const& reader, NSFetchRequest const& request,
+                   NSEntityDescription const& entity);
 
     bool empty() const noexcept { return count_ == 0; }
     /// At most so many.
@@ -53,6 +54,7 @@ private:
 
 /// The objects in memory that fulfil an equality which the predicate asks for, and perhaps a few others; absent when it asks for
 /// none that is looked up.
-std::optional<std::vector<Ref<NSManagedObject>>> objectsByEquality(ContextState& context, NSPredicate const& predicate, NSEntityDescription const& entity);
+std::optional<std::vector<Ref<NSManagedObject>>> objectsByEquality(ContextState& context, NSPredicate const& predicate,
+                                                                   NSEntityDescription const& entity);
 
 } // namespace Tessarin

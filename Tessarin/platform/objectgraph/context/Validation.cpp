@@ -10,7 +10,8 @@ namespace {
 
 Ref<NSError> unstorable(NSEntityDescription const& entity, NSAttributeDescription const& attribute) {
     return storeError(StoreErrorCode::UnsupportedAttribute,
-                      entity.name() + "." + attribute.name() + " is of a kind that cannot be stored: derived, transformable, composite or undefined.");
+                      entity.name() + "." + attribute.name() +
+                          " is of a kind that cannot be stored: derived, transformable, composite or undefined.");
 }
 
 bool fitsWidth(NSAttributeType type, std::int64_t value) {
@@ -42,8 +43,8 @@ Ref<NSError> valueProblem(NSEntityDescription const& entity, NSAttributeDescript
     bool const isStorable = !attribute.isDerived() && cellTypeOf(attribute.attributeType(), type);
     if (!isStorable) return value.isAbsent() ? nullptr : unstorable(entity, attribute);
     if (value.isNumber() && !fitsWidth(attribute.attributeType(), value.integer()))
-        return storeError(StoreErrorCode::ValueTooWide,
-                          entity.name() + "." + attribute.name() + " cannot hold " + value.description() + ": it is wider than the attribute.");
+        return storeError(StoreErrorCode::ValueTooWide, entity.name() + "." + attribute.name() + " cannot hold " +
+                                                            value.description() + ": it is wider than the attribute.");
     return attribute.validate(value);
 }
 
@@ -71,8 +72,9 @@ Ref<NSError> sizeProblem(NSManagedObject& object) {
         if (isHeapCell(state.layout->cells()[cell].type) && !state.extras->value(state.layout->cells()[cell].property->index()))
             total += state.row->text(cell).size();
     if (total <= mostBytes) return nullptr;
-    return storeError(StoreErrorCode::ValueTooBig, object.entity().name() + "." + culprit->name() + " is too big: with it the record has " +
-                                                       std::to_string(total) + " bytes, and a store holds " + std::to_string(mostBytes) + ".",
+    return storeError(StoreErrorCode::ValueTooBig,
+                      object.entity().name() + "." + culprit->name() + " is too big: with it the record has " +
+                          std::to_string(total) + " bytes, and a store holds " + std::to_string(mostBytes) + ".",
                       {{"NSValidationErrorKey", culprit->name()}});
 }
 

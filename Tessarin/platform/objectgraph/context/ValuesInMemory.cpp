@@ -21,15 +21,16 @@ std::optional<std::uint64_t> shownHash(ObjectState& state, NSAttributeDescriptio
 
 } // namespace
 
-std::optional<std::vector<Ref<NSManagedObject>>> ValuesInMemory::find(ContextState const& context, NSAttributeDescription const& attribute,
-                                                                      Value const& value) {
+std::optional<std::vector<Ref<NSManagedObject>>>
+ValuesInMemory::find(ContextState const& context, NSAttributeDescription const& attribute, Value const& value) {
     auto const hash = valueHash(value, attribute.attributeType());
     if (!hash) return {};
     auto& [entries, atStart, isKnown] = entries_[&attribute];
     if (!isKnown || entries.size() > 4 * context.link->count() + 64) { // most are out of date
         entries.clear();
         for (auto const& object : context.link->all())
-            if (auto const shown = object->isFault() ? std::nullopt : shownHash(GraphAccess::state(*object), attribute)) entries.emplace(*shown, object);
+            if (auto const shown = object->isFault() ? std::nullopt : shownHash(GraphAccess::state(*object), attribute))
+                entries.emplace(*shown, object);
         isKnown = true;
         atStart = entries.size();
     }
@@ -40,7 +41,8 @@ std::optional<std::vector<Ref<NSManagedObject>>> ValuesInMemory::find(ContextSta
         if (isUpToDate) found.push_back(std::move(object));
         at = isUpToDate ? std::next(at) : entries.erase(at);
     }
-    std::ranges::sort(found, {}, [](auto const& object) { return object->recordKey(); }); // one that had the value twice is entered twice
+    std::ranges::sort(found, {},
+                      [](auto const& object) { return object->recordKey(); }); // one that had the value twice is entered twice
     found.erase(std::unique(found.begin(), found.end()), found.end());
     return found;
 }

@@ -19,7 +19,8 @@ class ValuesInMemory {
 public:
     /// The objects whose attribute has this value, and perhaps a few others; absent for types and values that are not looked up
     /// by equality.
-    std::optional<std::vector<Ref<NSManagedObject>>> find(ContextState const& context, NSAttributeDescription const& attribute, Value const& value);
+    std::optional<std::vector<Ref<NSManagedObject>>> find(ContextState const& context, NSAttributeDescription const& attribute,
+                                                          Value const& value);
     /// The object shows other values than before, or has just shown its first.
     void note(NSManagedObject& object) {
         for (auto& [attribute, entries] : entries_) enter(object, *attribute, entries);

@@ -79,7 +79,8 @@ Ref<NSManagedObjectModel> modelOfVersions(fs::path const& folder, std::string* p
 
 Ref<NSManagedObjectModel> NSManagedObjectModel::contentsOfURL(NSURL const& url, std::string* problem) {
     fs::path const path = url.path();
-    if (!url.isFileURL() || path.empty() || path.native().find('\0') != path.native().npos) return failure(problem, url.absoluteString() + " is not a file");
+    if (!url.isFileURL() || path.empty() || path.native().find('\0') != path.native().npos)
+        return failure(problem, url.absoluteString() + " is not a file");
     if (!isFolder(path)) return modelOfDocument(path, problem);
     return path.extension() == versionsEnding ? modelOfVersions(path, problem) : modelOfDocument(path / "contents", problem);
 }

@@ -30,7 +30,8 @@ public:
         if (cells_.empty()) return none;
         Words const words(name);
         for (auto at = words.hash() & mask(); cells_[at].position != none; at = (at + 1) & mask())
-            if (cells_[at].words == words && (words.areWhole() || names_[cells_[at].position] == name)) return cells_[at].position;
+            if (cells_[at].words == words && (words.areWhole() || names_[cells_[at].position] == name))
+                return cells_[at].position;
         return none;
     }
 

@@ -120,7 +120,8 @@ private:
 
     void leaveExclusive() noexcept {
         auto expected = engine::state::Owned;
-        if (fifo_ || !state_.compare_exchange_strong(expected, 0, std::memory_order_release, std::memory_order_relaxed)) leaveExclusiveSlowly();
+        if (fifo_ || !state_.compare_exchange_strong(expected, 0, std::memory_order_release, std::memory_order_relaxed))
+            leaveExclusiveSlowly();
     }
     void leaveExclusiveSlowly() noexcept;
     void leaveShared() noexcept;

@@ -91,7 +91,8 @@ bool Pool::collectKept() noexcept {
 bool Pool::findBlocked() noexcept {
     bool found = false;
     for (auto* worker = workers_; worker; worker = worker->next) {
-        if (worker->sleeps || worker->isExtra || worker->blocked.load(std::memory_order_relaxed) || !isAsleep(worker->thread)) continue;
+        if (worker->sleeps || worker->isExtra || worker->blocked.load(std::memory_order_relaxed) || !isAsleep(worker->thread))
+            continue;
         worker->blocked.store(true, std::memory_order_relaxed);
         --running_;
         found = true;

@@ -58,7 +58,8 @@ Pool::Visit inspectPools(Nanoseconds now) noexcept {
 } // namespace engine
 
 dispatch_queue_t dispatch_queue_create(char const* label, dispatch_queue_attr_t attribute) {
-    auto* target = globalQueue(attribute.qualityOfService == QOS_CLASS_UNSPECIFIED ? QOS_CLASS_DEFAULT : attribute.qualityOfService);
+    auto* target =
+        globalQueue(attribute.qualityOfService == QOS_CLASS_UNSPECIFIED ? QOS_CLASS_DEFAULT : attribute.qualityOfService);
     if (!target) target = &standard;
     auto const kind = attribute.concurrent ? DispatchQueue::Kind::Concurrent : DispatchQueue::Kind::Serial;
     target->retain();

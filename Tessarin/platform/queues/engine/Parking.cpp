@@ -20,8 +20,8 @@ bool wait(void const* word, std::uint32_t expected, Nanoseconds deadline) noexce
         until.tv_sec = positive / second;
         until.tv_nsec = positive % second;
     }
-    auto const result = syscall(SYS_futex, word, FUTEX_WAIT_BITSET_PRIVATE, expected, deadline == never ? nullptr : &until, nullptr,
-                                FUTEX_BITSET_MATCH_ANY);
+    auto const result = syscall(SYS_futex, word, FUTEX_WAIT_BITSET_PRIVATE, expected, deadline == never ? nullptr : &until,
+                                nullptr, FUTEX_BITSET_MATCH_ANY);
     return result == 0 || errno != ETIMEDOUT;
 }
 
@@ -58,7 +58,8 @@ void Lock::lockSlow() noexcept {
     constexpr Nanoseconds patience = 2'000;
     if (spin(patience, [this] {
             std::uint32_t expected = 0;
-            return word_.load(std::memory_order_relaxed) == 0 && word_.compare_exchange_weak(expected, 1, std::memory_order_acquire);
+            return word_.load(std::memory_order_relaxed) == 0 &&
+                   word_.compare_exchange_weak(expected, 1, std::memory_order_acquire);
         }))
         return;
     while (word_.exchange(2, std::memory_order_acquire) != 0) park(word_, 2);

@@ -47,7 +47,8 @@ public:
 /// leaves after its turn as soon as the others make headway again. What concurrent and global queues run stays under the cap.
 class Pool {
 public:
-    constexpr Pool(DispatchQueue& queue, char const* name, int niceness) noexcept : queue_(queue), name_(name), niceness_(niceness) {}
+    constexpr Pool(DispatchQueue& queue, char const* name, int niceness) noexcept
+        : queue_(queue), name_(name), niceness_(niceness) {}
     Pool(Pool const&) = delete;
     Pool& operator=(Pool const&) = delete;
 

@@ -54,7 +54,8 @@ int processorsByQuota() {
         auto const controllers = "," + line.substr(first + 1, second - first - 1) + ",";
         auto const group = line.substr(second + 1);
         if (controllers == ",,") least = std::min(least, leastLimit(mounted, group, limitOfUnified));
-        if (controllers.find(",cpu,") != std::string::npos) least = std::min(least, leastLimit(mounted + "/cpu", group, limitOfOlder));
+        if (controllers.find(",cpu,") != std::string::npos)
+            least = std::min(least, leastLimit(mounted + "/cpu", group, limitOfOlder));
     }
     return least;
 }

@@ -28,7 +28,8 @@ bool DispatchQueue::tryClaim(Access access) noexcept {
     }
     auto bits = state_.load(std::memory_order_relaxed);
     while (!(bits & closedToReaders) && bits < state::MostReaders)
-        if (state_.compare_exchange_weak(bits, bits + state::Reader, std::memory_order_acquire, std::memory_order_relaxed)) return true;
+        if (state_.compare_exchange_weak(bits, bits + state::Reader, std::memory_order_acquire, std::memory_order_relaxed))
+            return true;
     return false;
 }
 
@@ -40,9 +41,10 @@ bool DispatchQueue::claim(Access access) noexcept {
         auto bits = state_.load(std::memory_order_relaxed);
         if (bits & state::Suspended) return true;
         if (bits == 0 || (access == Access::Shared && !(bits & closedToReaders)) || bits == state::Sleepers)
-            claimed = access == Access::Shared ? tryClaim(access)
-                                               : state_.compare_exchange_strong(bits, bits | state::Owned, std::memory_order_acquire,
-                                                                                std::memory_order_relaxed);
+            claimed = access == Access::Shared
+                          ? tryClaim(access)
+                          : state_.compare_exchange_strong(bits, bits | state::Owned, std::memory_order_acquire,
+                                                           std::memory_order_relaxed);
         return claimed;
     });
     if (claimed || isConcurrent()) return claimed;
@@ -54,7 +56,8 @@ bool DispatchQueue::claim(Access access) noexcept {
         if (bits & (state::Token | state::Suspended)) return false;
         // Who has slept claims with Sleepers set: it cannot know whether it was the only one.
         if ((bits & ~(state::Sleepers | state::Ended)) == 0) {
-            if (state_.compare_exchange_weak(bits, bits | state::Owned | state::Sleepers, std::memory_order_acquire, std::memory_order_relaxed))
+            if (state_.compare_exchange_weak(bits, bits | state::Owned | state::Sleepers, std::memory_order_acquire,
+                                             std::memory_order_relaxed))
                 return true;
             continue;
         }
@@ -118,7 +121,8 @@ void leaveChain(DispatchQueue& innermost, Access access, DispatchQueue const* st
 }
 
 /// `level` is the first queue that is not held yet.
-[[gnu::noinline]] void syncSlowly(DispatchQueue& queue, Access access, DispatchQueue& firstLevel, FunctionRef<void()> work) noexcept {
+[[gnu::noinline]] void syncSlowly(DispatchQueue& queue, Access access, DispatchQueue& firstLevel,
+                                  FunctionRef<void()> work) noexcept {
     Waiter waiter(queue, work);
     auto* level = &firstLevel;
     for (;; level = level->target()) {

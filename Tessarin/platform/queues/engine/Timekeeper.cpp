@@ -58,7 +58,8 @@ public:
         bool isNext = false;
         {
             std::lock_guard const hold(lock_);
-            if (timers_.size() == timers_.capacity()) timers_.reserve(timers_.size() + timers_.size() / 4 + 8); // they may be many
+            if (timers_.size() == timers_.capacity())
+                timers_.reserve(timers_.size() + timers_.size() / 4 + 8); // they may be many
             item->link = link;
             timers_.push_back({when, ++sequence_, item});
             std::push_heap(timers_.begin(), timers_.end(), isLater);
@@ -74,7 +75,8 @@ public:
         {
             std::lock_guard const hold(lock_);
             if (++dropped_ < fewDropped || dropped_ < timers_.size() / 2) return;
-            auto const first = std::partition(timers_.begin(), timers_.end(), [](Timer const& each) { return !each.isDropped(); });
+            auto const first =
+                std::partition(timers_.begin(), timers_.end(), [](Timer const& each) { return !each.isDropped(); });
             dropped.assign(first, timers_.end());
             timers_.erase(first, timers_.end());
             std::make_heap(timers_.begin(), timers_.end(), isLater);

@@ -23,7 +23,9 @@ struct Waiter : WorkItem {
     Outcome waitOn(DispatchQueue& at, Access access) noexcept {
         auto const turns = at.turns();
         line(at, access);
-        if (turns == SyncTurns::Middling || turns == SyncTurns::PerhapsLong ? yieldUntilSettled() : spin(3'000, [this] { return isSettled(); })) return result();
+        if (turns == SyncTurns::Middling || turns == SyncTurns::PerhapsLong ? yieldUntilSettled()
+                                                                            : spin(3'000, [this] { return isSettled(); }))
+            return result();
         BlockingScope const blocking;
         std::uint32_t expected = Waiting;
         outcome.compare_exchange_strong(expected, Asleep, std::memory_order_acq_rel);

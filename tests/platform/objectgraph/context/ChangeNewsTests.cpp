@@ -17,7 +17,8 @@ void turnsEnd() {
 /// "inserted Book, updated Tag", in the order of the keys.
 std::string told(NSNotification const& note) {
     std::string text;
-    for (char const* key : {NSInsertedObjectsKey, NSUpdatedObjectsKey, NSDeletedObjectsKey, NSRefreshedObjectsKey, NSInvalidatedObjectsKey})
+    for (char const* key :
+         {NSInsertedObjectsKey, NSUpdatedObjectsKey, NSDeletedObjectsKey, NSRefreshedObjectsKey, NSInvalidatedObjectsKey})
         for (auto const& object : note.userInfo().dictionary()[key].set())
             text += (text.empty() ? "" : ", ") + std::string(key) + " " + object.objectAs<NSManagedObject>()->entity().name();
     return text;
@@ -69,8 +70,9 @@ TEST_F(ChangeNews, EachAnnouncementSaysWhatHappenedSinceTheLast) {
     expect("a child's save", "[inserted Book, updated Tag]");
 
     turn([&] { EXPECT_TRUE(saves(*main)); });
-    auto const merging = listening(library.root, NSManagedObjectContextDidSaveNotification,
-                                   [this](auto const& note) { turn([&] { main->mergeChangesFromContextDidSaveNotification(*note); }); });
+    auto const merging = listening(library.root, NSManagedObjectContextDidSaveNotification, [this](auto const& note) {
+        turn([&] { main->mergeChangesFromContextDidSaveNotification(*note); });
+    });
     library.root->performBlockAndWait([&] {
         library.root->objectWithID(*tag->objectID())->setValueForKey("e", "name");
         inserted(*library.root, "Author", {{"name", "x"}});

@@ -267,7 +267,8 @@ TEST_P(Context, AnotherCoordinatorsObjectsAndSavesMeanNothing) {
     EXPECT_FALSE(root->existingObjectWithID(id, error));
     EXPECT_TRUE(error);
     auto const identity = foreign->objectID();
-    for (auto const& predicate : {where("SELF == %@", Value(identity)), where("SELF == %@", Value(foreign)), where("SELF IN %@", List{Value(identity)})}) {
+    for (auto const& predicate : {where("SELF == %@", Value(identity)), where("SELF == %@", Value(foreign)),
+                                  where("SELF IN %@", List{Value(identity)})}) {
         EXPECT_EQ(fetched(*library.worker(), "Book", predicate).size(), 0u) << predicate->predicateFormat();
         EXPECT_FALSE(predicate->evaluateWithObject(Value(own)));
     }

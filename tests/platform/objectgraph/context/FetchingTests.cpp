@@ -155,7 +155,8 @@ TEST_P(Fetching, WhatTheEntityLacksIsAnErrorAtEveryDoorWhateverTheRecordsHold) {
 
 TEST_P(Fetching, NaNIsAbsentAndInfinityIsKeptInMemoryAsInTheStore) {
     auto const infinity = std::numeric_limits<double>::infinity(), nan = std::numeric_limits<double>::quiet_NaN();
-    for (auto const& [name, value] : {std::pair{"nan", nan}, std::pair{"inf", infinity}, std::pair{"-inf", -infinity}, std::pair{"one", 1.0}})
+    for (auto const& [name, value] :
+         {std::pair{"nan", nan}, std::pair{"inf", infinity}, std::pair{"-inf", -infinity}, std::pair{"one", 1.0}})
         inserted(*root, "Author", {{"name", name}})->setValueForKey(value, "rating");
     auto const found = [&](char const* format, double value) {
         std::string names;
@@ -170,7 +171,8 @@ TEST_P(Fetching, NaNIsAbsentAndInfinityIsKeptInMemoryAsInTheStore) {
         EXPECT_EQ(found("rating > -inf AND rating < %@", infinity), "one ");
     };
     expectAll();
-    for (auto const& author : fetched(*root, "Author", where("rating == inf"))) EXPECT_EQ(author->valueForKey("rating"), infinity);
+    for (auto const& author : fetched(*root, "Author", where("rating == inf")))
+        EXPECT_EQ(author->valueForKey("rating"), infinity);
     auto const problem = root->save(error) ? std::string() : error->localizedDescription();
     EXPECT_NE(problem.find("rating"), std::string::npos) << "0 to 10 are the bounds: " << problem;
 }
@@ -255,7 +257,8 @@ TEST_P(Fetching, AnswersInMemoryAndFromTheStoreAreTheSame) {
 }
 
 TEST_P(Fetching, UnsavedChangesTurnTheAnswersOfTheRecordsThatReferToThem) {
-    auto const byAuthor = NSSortDescriptor::sortDescriptorWithKey("author.name"), byTitle = NSSortDescriptor::sortDescriptorWithKey("title");
+    auto const byAuthor = NSSortDescriptor::sortDescriptorWithKey("author.name"),
+               byTitle = NSSortDescriptor::sortDescriptorWithKey("title");
     auto const expect = [&](char const* when, std::size_t found, char const* first, std::size_t prolific) {
         auto const predicate = where("author.name == 'A0'");
         EXPECT_EQ(fetched(*worker, "Book", predicate).size(), found) << when;
@@ -288,7 +291,9 @@ TEST_P(Fetching, UnsavedChangesTurnTheAnswersOfTheRecordsThatReferToThem) {
 }
 
 TEST_P(Fetching, WhatIsInMemoryIsFoundByTheValueItHasNow) {
-    auto const found = [&](char const* title) { return worker->anyObjectNamed("Book", {.predicate = where("title == %@", title)}); };
+    auto const found = [&](char const* title) {
+        return worker->anyObjectNamed("Book", {.predicate = where("title == %@", title)});
+    };
     EXPECT_FALSE(found("x"));
     auto const book = inserted(*worker, "Book", {{"title", "x"}});
     EXPECT_EQ(found("x"), book);

@@ -61,8 +61,10 @@ TEST_P(Loss, AnEditOfAnUnreadFaultWhoseRecordIsGoneIsAConflict) {
 }
 
 TEST_P(Loss, ARefreshShowsThatARecordIsGone) {
-    auto const book = saved("Book", {{"title", "A"}}), other = saved("Book", {{"title", "B"}}), edited = saved("Book", {{"title", "C"}});
-    ASSERT_TRUE(root->executeRequest(*make<NSBatchDeleteRequest>(std::vector{book->objectID(), other->objectID(), edited->objectID()}), error));
+    auto const book = saved("Book", {{"title", "A"}}), other = saved("Book", {{"title", "B"}}),
+               edited = saved("Book", {{"title", "C"}});
+    ASSERT_TRUE(root->executeRequest(
+        *make<NSBatchDeleteRequest>(std::vector{book->objectID(), other->objectID(), edited->objectID()}), error));
     edited->setValueForKey("mine", "title");
     root->refreshObject(*book, true);
     root->refreshAllObjects();
@@ -267,11 +269,13 @@ TEST(Size, ARecordThatNoStoreCouldHoldIsRefusedBeforeItIsMade) {
 
 TEST_P(LossInSQLite, WhatManyRecordsLeadToIsReadTogether) {
     for (int i = 0; i < 300; ++i) {
-        auto const book = inserted(*root, "Book", {{"title", "B"}, {"author", Value(inserted(*root, "Author", {{"name", "A"}}))}});
+        auto const book =
+            inserted(*root, "Book", {{"title", "B"}, {"author", Value(inserted(*root, "Author", {{"name", "A"}}))}});
         inserted(*root, "Chapter", {{"book", Value(book)}});
     }
     ASSERT_TRUE(saves(*root));
-    for (auto const& [entity, key, table, name] : {std::tuple("Book", "author", "Author", "name"), {"Chapter", "book", "Book", "title"}}) {
+    for (auto const& [entity, key, table, name] :
+         {std::tuple("Book", "author", "Author", "name"), {"Chapter", "book", "Book", "title"}}) {
         SCOPED_TRACE(table); // a book may be a novel, an author is nothing else
         Library const later("SQLite", &library);
         auto const objects = fetched(*later.root, entity);
@@ -293,7 +297,8 @@ TEST_P(LossInSQLite, LinksThatLeadBackKeepNothingAlive) {
             weak = later.coordinator;
             auto const request = make<NSFetchRequest>("Tag");
             if (isPrefetched) request->setRelationshipKeyPathsForPrefetching({"icon.tag"});
-            for (auto const& tag : later.root->executeFetchRequest(*request, error)) EXPECT_EQ(toOne(toOne(tag, "icon"), "tag"), tag);
+            for (auto const& tag : later.root->executeFetchRequest(*request, error))
+                EXPECT_EQ(toOne(toOne(tag, "icon"), "tag"), tag);
         }
         EXPECT_TRUE(weak.expired()) << isPrefetched;
     }
@@ -305,7 +310,8 @@ TEST_P(Loss, AListIsWholeOrEmpty) {
     auto const worker = library.worker();
     auto const last = fetched(*library.worker(), "Book").back()->objectID()->recordKey();
     // The identity of another tree under a book's key, as a damaged file would have it.
-    auto const liar = worker->objectWithID(*library.coordinator->identities().identity(*libraryModel()->entityNamed("Icon"), last));
+    auto const liar =
+        worker->objectWithID(*library.coordinator->identities().identity(*libraryModel()->entityNamed("Icon"), last));
     ASSERT_TRUE(liar);
     EXPECT_TRUE(worker->executeFetchRequest(*make<NSFetchRequest>("Book"), error).empty());
     EXPECT_TRUE(error);

@@ -14,8 +14,8 @@ std::string everything(Ref<NSManagedObjectContext> const& context) {
         for (auto const& book : fetched(*context, "Book")) {
             auto const author = toOne(book, "author");
             lines.push_back(book->valueForKey("title").description() + " " + book->valueForKey("year").description() + " " +
-                            (author ? author->valueForKey("name").description() : "nobody") + " [" + members(*book, "tags", "name") + "] [" +
-                            members(*book, "chapters") + "]");
+                            (author ? author->valueForKey("name").description() : "nobody") + " [" +
+                            members(*book, "tags", "name") + "] [" + members(*book, "chapters") + "]");
         }
     });
     std::ranges::sort(lines);
@@ -33,7 +33,8 @@ TEST(ManySaves, ReadAndAreWrittenAsIfTheParentHadSavedAfterEach) {
         for (bool const savesEach : {false, true}) {
             std::mt19937 random{seed};
             Library library("SQLite");
-            for (auto const* name : {"a", "b", "c"}) inserted(*library.root, "Author", {{"name", name}}), inserted(*library.root, "Tag", {{"name", name}});
+            for (auto const* name : {"a", "b", "c"})
+                inserted(*library.root, "Author", {{"name", name}}), inserted(*library.root, "Tag", {{"name", name}});
             ASSERT_TRUE(saves(*library.root));
             auto const main = Library::childOf(library.root);
             for (int step = 0; step < 90; ++step) {

@@ -17,7 +17,8 @@ struct Kennel {
         root = opened(type, coordinator);
         main = Library::childOf(root);
         if (type == std::string("InMemory"))
-            (there = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue))->setPersistentStoreCoordinator(coordinator);
+            (there = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue))
+                ->setPersistentStoreCoordinator(coordinator);
         else
             there = opened(type, theirs);
     }
@@ -82,8 +83,8 @@ TEST_P(Uniqueness, RefusedChangesHoldUpNobodyAndAreTold) {
 
     std::string told;
     auto const listener = listening(root, NSManagedObjectContextDidRefuseChangesNotification, [&](auto const& notification) {
-        told += std::to_string(notification->userInfo().dictionary()[NSRefusalErrorKey].template objectAs<NSError>()->code()) + ":" +
-                std::to_string(notification->userInfo().dictionary()[NSInsertedObjectsKey].set().size()) + " ";
+        told += std::to_string(notification->userInfo().dictionary()[NSRefusalErrorKey].template objectAs<NSError>()->code()) +
+                ":" + std::to_string(notification->userInfo().dictionary()[NSInsertedObjectsKey].set().size()) + " ";
     });
     ASSERT_TRUE(saves(*main));
     ASSERT_TRUE(saves(*root));
@@ -150,7 +151,9 @@ TEST_P(Uniqueness, ThePolicyDecidesWhatBecomesOfANewObjectWithTheValuesOfAnother
             auto const name = "P" + std::to_string(round++);
             auto const worker = Library::childOf(main);
             worker->setMergePolicy(make<NSMergePolicy>(policy));
-            auto const where = place == std::string("in the store") ? there : place == std::string("handed up") ? Library::childOf(main) : worker;
+            auto const where = place == std::string("in the store") ? there
+                               : place == std::string("handed up")  ? Library::childOf(main)
+                                                                    : worker;
             auto const first = inserted(*where, "Person", {{"name", name}, {"age", 3}, {"town", "Rome"}});
             if (where != worker) { ASSERT_TRUE(saves(*where)); }
             auto const second = inserted(*worker, "Person", {{"name", name}, {"age", 7}, {"nick", "Nan"}});
@@ -215,7 +218,8 @@ TEST_P(Uniqueness, WhoHadTheValueAndChangesInTheSameSaveIsInTheWayToo) {
     ASSERT_TRUE(saves(*there));
     auto const worker = Library::childOf(main);
     auto const people = fetched(*worker, "Person", nullptr, {NSSortDescriptor::sortDescriptorWithKey("name")});
-    for (auto const& [taker, holder] : {std::pair(people[0], people[1]), {people[1], people[0]}}) { // whichever has the smaller key
+    for (auto const& [taker, holder] :
+         {std::pair(people[0], people[1]), {people[1], people[0]}}) { // whichever has the smaller key
         taker->setValueForKey(holder->valueForKey("name"), "name");
         holder->setValueForKey(5, "age");
         ASSERT_FALSE(worker->save(error));
@@ -254,7 +258,8 @@ TEST_P(Uniqueness, ManyNewObjectsGiveWayToOneRecordAtOnce) {
     auto const worker = Library::childOf(main);
     worker->setMergePolicy(NSMergeByPropertyStoreTrumpMergePolicy());
     for (int at = 0; at < 50; ++at)
-        inserted(*worker, "Dog", {{"owner", Value(inserted(*worker, "Person", {{"name", "Ann"}, {"nick", std::to_string(at)}}))}});
+        inserted(*worker, "Dog",
+                 {{"owner", Value(inserted(*worker, "Person", {{"name", "Ann"}, {"nick", std::to_string(at)}}))}});
     ASSERT_TRUE(saves(*worker));
     EXPECT_EQ(Kennel::seenBelow(main), "Ann 50");
     auto const ann = fetched(*main, "Person").front();
@@ -273,7 +278,9 @@ public:
         for (auto const& each : conflicts) {
             if (!each->uniqueProperties().empty()) continue;
             auto const age = [](Dictionary const& snapshot) { return snapshot["age"].integer(); };
-            each->setResolvedValue(each->sourceObject()->valueForKey("age").integer() + age(*each->persistedSnapshot()) - age(each->objectSnapshot()), "age");
+            each->setResolvedValue(each->sourceObject()->valueForKey("age").integer() + age(*each->persistedSnapshot()) -
+                                       age(each->objectSnapshot()),
+                                   "age");
         }
         return true;
     }

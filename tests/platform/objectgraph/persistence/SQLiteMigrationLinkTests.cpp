@@ -206,7 +206,8 @@ TEST_F(LinkMigration, AnInverseMovesToAnotherPropertyAndARelationshipBecomesItsO
         for (int key = 0; key < 6; ++key) open.newKey();
         auto a = open.insertion("A", 1, {{"spouse", 2}});
         a.relationships = {open.links("A", "x", {5, 4}, {}, Keys{5, 4}), open.links("A", "friends", {2})};
-        ASSERT_FALSE(open.save({a, open.insertion("A", 2, {}), open.insertion("B", 4, {{"y", 1}}), open.insertion("B", 5, {{"y", 1}})}));
+        ASSERT_FALSE(
+            open.save({a, open.insertion("A", 2, {}), open.insertion("B", 4, {{"y", 1}}), open.insertion("B", 5, {{"y", 1}})}));
     }
     OpenStore open(file, model(true));
     ASSERT_TRUE(open.store) << open.error->description();

@@ -151,7 +151,8 @@ TEST_F(Migration, WhoIsNoLongerOfAnEntityLeavesItsLinks) {
         person.relationships[0].options = {.inverse = "people"};
         model.entities[ChildAt].options.parent.clear();
         model.entities[ClubAt].relationships.clear();
-        model.entities[HouseAt].relationships = {{.name = "people", .destination = "Person", .toMany = true, .options = {.inverse = "home"}}};
+        model.entities[HouseAt].relationships = {
+            {.name = "people", .destination = "Person", .toMany = true, .options = {.inverse = "home"}}};
     }));
     ASSERT_TRUE(open);
     EXPECT_EQ(open->fetch("Child").size(), 1U);

@@ -128,11 +128,14 @@ ssize_t failingReadAt(int file, void* bytes, std::size_t size, off_t at) {
 TEST_F(Opening, PagesThatCannotBeReadAreWaitedForAndNotTakenForDamage) {
     makeStore();
     auto* const files = sqlite3_vfs_find(nullptr);
-    auto const exchange = [files](char const* name, auto function) { files->xSetSystemCall(files, name, reinterpret_cast<sqlite3_syscall_ptr>(function)); };
+    auto const exchange = [files](char const* name, auto function) {
+        files->xSetSystemCall(files, name, reinterpret_cast<sqlite3_syscall_ptr>(function));
+    };
     exchange("read", failingRead);
     exchange("pread", failingReadAt);
     exchange("pread64", failingReadAt);
-    unreadableFrom = static_cast<off_t>(fs::file_size(place)) - 4096; // what is looked at before the pages are checked lies further in front
+    unreadableFrom =
+        static_cast<off_t>(fs::file_size(place)) - 4096; // what is looked at before the pages are checked lies further in front
     expectWaits([] {
         auto const limit = std::chrono::steady_clock::now() + std::chrono::seconds(1); // a refused file is not read any more
         while (failures < 12 && std::chrono::steady_clock::now() < limit) std::this_thread::yield();
@@ -171,7 +174,8 @@ TEST_F(Opening, AMissingFolderAndANewerFormatAreWaitedFor) {
 }
 
 TEST_F(Opening, WhatRunsInAForeignFileHasNoEffect) {
-    static std::string const endless = " AS WITH RECURSIVE r(x) AS (SELECT 1 UNION ALL SELECT x + 1 FROM r) SELECT x AS id, 1 AS version, '' AS name FROM r";
+    static std::string const endless =
+        " AS WITH RECURSIVE r(x) AS (SELECT 1 UNION ALL SELECT x + 1 FROM r) SELECT x AS id, 1 AS version, '' AS name FROM r";
     makeStore();
     run("CREATE TRIGGER wipe AFTER INSERT ON Author BEGIN DELETE FROM Author; END;"
         "CREATE TRIGGER late AFTER UPDATE ON tessarin_store BEGIN DELETE FROM Author; END;"
@@ -190,7 +194,8 @@ TEST_F(Opening, WhatRunsInAForeignFileHasNoEffect) {
     ASSERT_TRUE(migrated.store) << migrated.error->description();
     EXPECT_EQ(migrated.fetch("Author").size(), 201U);
     migrated.store.reset();
-    EXPECT_EQ(SQLite::Connection(place).integer("SELECT count(*) FROM sqlite_schema WHERE name IN ('late', 'endless', 'names')"), 3);
+    EXPECT_EQ(SQLite::Connection(place).integer("SELECT count(*) FROM sqlite_schema WHERE name IN ('late', 'endless', 'names')"),
+              3);
 
     for (std::string const table : {"Tag", "tag_FRIENDS", "tessarin_metadata"}) {
         fs::remove(place);
@@ -198,7 +203,8 @@ TEST_F(Opening, WhatRunsInAForeignFileHasNoEffect) {
         run("DROP TABLE " + table + "; CREATE VIEW " + table + endless);
         OpenStore open(url, libraryModel().build());
         EXPECT_FALSE(open.store) << table;
-        EXPECT_NE(open.error->localizedDescription().find("a view stands in place of the table"), std::string::npos) << open.error->description();
+        EXPECT_NE(open.error->localizedDescription().find("a view stands in place of the table"), std::string::npos)
+            << open.error->description();
     }
 }
 
@@ -218,13 +224,16 @@ TEST_F(Opening, ADescriptionThatWouldGrowBeyondMeasureIsRefused) {
         put->run();
         OpenStore open(url, libraryModel().build());
         ASSERT_FALSE(open.store);
-        EXPECT_NE(open.error->localizedDescription().find("its model is too large"), std::string::npos) << open.error->description();
+        EXPECT_NE(open.error->localizedDescription().find("its model is too large"), std::string::npos)
+            << open.error->description();
     }
 }
 
 TEST_F(Opening, AMissingOrLowNextKeyOverwritesNoRecord) {
-    for (auto const* change : {"DELETE FROM tessarin_store WHERE key = 'nextKey'", "UPDATE tessarin_store SET value = 1 WHERE key = 'nextKey'",
-                               "UPDATE tessarin_store SET value = -5 WHERE key = 'nextKey'", "UPDATE tessarin_store SET value = 'x' WHERE key = 'nextKey'"}) {
+    for (auto const* change :
+         {"DELETE FROM tessarin_store WHERE key = 'nextKey'", "UPDATE tessarin_store SET value = 1 WHERE key = 'nextKey'",
+          "UPDATE tessarin_store SET value = -5 WHERE key = 'nextKey'",
+          "UPDATE tessarin_store SET value = 'x' WHERE key = 'nextKey'"}) {
         fs::remove(place);
         makeStore();
         run(change);

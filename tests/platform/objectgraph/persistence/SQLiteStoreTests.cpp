@@ -60,12 +60,14 @@ TEST(SQLiteStore, BatchRequestsLeaveNoRowInTheCacheThatIsOld) {
     StoreFolder folder;
     OpenStore open(folder.url("a.db"), libraryModel().build());
     Keys const keys{open.newKey(), open.newKey(), open.newKey()}; // an author, a book of it, a tag
-    ASSERT_FALSE(open.save({open.insertion("Author", keys[0], {{"name", "old"}}), open.insertion("Book", keys[1], {{"author", keys[0]}}),
-                            open.insertion("Tag", keys[2], {{"name", "old"}})}));
+    ASSERT_FALSE(
+        open.save({open.insertion("Author", keys[0], {{"name", "old"}}), open.insertion("Book", keys[1], {{"author", keys[0]}}),
+                   open.insertion("Tag", keys[2], {{"name", "old"}})}));
     RowRef const held[] = {open.read("Author", keys[0]), open.read("Book", keys[1]), open.read("Tag", keys[2])};
     auto const& cache = open.space->cache();
     BatchOutcome outcome;
-    BatchTarget const tags{{.entity = &open.entity("Tag"), .sortDescriptors = {}}}, authors{{.entity = &open.entity("Author"), .sortDescriptors = {}}};
+    BatchTarget const tags{{.entity = &open.entity("Tag"), .sortDescriptors = {}}},
+        authors{{.entity = &open.entity("Author"), .sortDescriptors = {}}};
     BatchAssignment const name{.property = open.entity("Tag").propertyNamed("name"), .value = "new"};
     ASSERT_FALSE(open.store->updateInBatch(tags, {&name, 1}, outcome));
     EXPECT_EQ(cache.find(keys[2]), nullptr);
@@ -78,7 +80,8 @@ TEST(SQLiteStore, ASlowReaderPutsNoRowInTheCacheThatACommitHasReplaced) {
     StoreFolder folder;
     OpenStore open(folder.url("a.db"), libraryModel().build());
     Keys const keys{open.newKey(), open.newKey()};
-    ASSERT_FALSE(open.save({open.insertion("Tag", keys[0], {{"name", "old"}}), open.insertion("Tag", keys[1], {{"name", "old"}})}));
+    ASSERT_FALSE(
+        open.save({open.insertion("Tag", keys[0], {{"name", "old"}}), open.insertion("Tag", keys[1], {{"name", "old"}})}));
     std::vector<RowRef> rows;
     EXPECT_FALSE(open.store->rows(open.entity("Tag"), keys, [&](RowRef row) {
         if (rows.empty()) { // nobody keeps the row that replaces the other one

@@ -114,10 +114,12 @@ TEST(SQLiteReaderPool, NoIdleReaderKeepsTheLogFromBeingEmptied) {
     for (int round = 0; round < 40; ++round) {
         auto const name = std::string(400'000, static_cast<char>('a' + round % 26));
         auto const before = open.read("Author", key);
-        ASSERT_FALSE(open.save({before ? open.update(before, {{"name", name}}) : open.insertion("Author", key, {{"name", name}})}));
+        ASSERT_FALSE(
+            open.save({before ? open.update(before, {{"name", name}}) : open.insertion("Author", key, {{"name", name}})}));
         for (int look = 0; look < 20; ++look) open.read("Tag", key);
     }
-    EXPECT_LT(std::filesystem::file_size(folder.path("a.db-wal")), 12'000'000U) << "16 MB went through it, and 4 MB of it are the usual";
+    EXPECT_LT(std::filesystem::file_size(folder.path("a.db-wal")), 12'000'000U)
+        << "16 MB went through it, and 4 MB of it are the usual";
 }
 
 } // namespace

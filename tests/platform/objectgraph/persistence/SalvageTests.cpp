@@ -21,15 +21,17 @@ protected:
         for (RecordKey key = author; key < author + 10; ++key) changes.push_back(open.insertion("Author", key, {{"name", "A"}}));
         for (RecordKey key = tag; key < tag + 2; ++key) changes.push_back(open.insertion("Tag", key, {{"name", "T"}}));
         for (RecordKey key = book; key < book + count; ++key) {
-            changes.push_back(open.insertion("Book", key, {{"code", "code " + std::to_string(key)}, {"year", key}, {"author", author + key % 10}}));
+            changes.push_back(open.insertion(
+                "Book", key, {{"code", "code " + std::to_string(key)}, {"year", key}, {"author", author + key % 10}}));
             if (key % 4 == 0) changes.back().relationships = {open.links("Book", "tags", {tag, tag + 1}, {}, Keys{tag + 1, tag})};
         }
         ASSERT_FALSE(open.save(std::move(changes)));
     }
     /// The `at`th page of a table or index on its way through the file, of kind "leaf" or "internal".
     std::int64_t page(std::string const& name, std::string const& kind, int at = 0) const {
-        return SQLite::Connection(file.path()).integer("SELECT pageno FROM dbstat WHERE name = '" + name + "' AND pagetype = '" + kind +
-                                                       "' ORDER BY path LIMIT 1 OFFSET " + std::to_string(at));
+        return SQLite::Connection(file.path())
+            .integer("SELECT pageno FROM dbstat WHERE name = '" + name + "' AND pagetype = '" + kind +
+                     "' ORDER BY path LIMIT 1 OFFSET " + std::to_string(at));
     }
     void blank(std::int64_t page) const {
         ASSERT_GT(page, 1);
@@ -107,7 +109,8 @@ TEST_F(DamagedFile, NearlyAllOfItIsSalvaged) {
 // No more is looked at, lest opening a large file take long.
 TEST_F(DamagedFile, AtBothEndsOfATableItIsRefused) {
     auto const sound = folder.read("a.db");
-    auto const last = SQLite::Connection(file.path()).integer("SELECT max(pageno) FROM dbstat WHERE name = 'Book' AND pagetype = 'leaf'");
+    auto const last =
+        SQLite::Connection(file.path()).integer("SELECT max(pageno) FROM dbstat WHERE name = 'Book' AND pagetype = 'leaf'");
     std::tuple<char const*, std::int64_t, bool> const table[] = {
         {"first", page("Book", "leaf"), false}, {"inside", page("Book", "leaf", 40), true}, {"last", last, false}};
     for (auto const& [what, page, opens] : table) {

@@ -89,7 +89,8 @@ TEST_F(StorePlace, CopiesHaveNumbersTheirLogsAndOnlyOursGo) {
         for (int time = 0; time < 2; ++time) { // the second finds it kept
             ASSERT_FALSE(opened());
             ASSERT_TRUE(StoreRefusal::of(*error));
-            EXPECT_EQ(StoreRefusal::of(*error)->copy(), NSURL::fileURLWithPath(folder.path(".Notes.rescued/" + std::to_string(number))));
+            EXPECT_EQ(StoreRefusal::of(*error)->copy(),
+                      NSURL::fileURLWithPath(folder.path(".Notes.rescued/" + std::to_string(number))));
         }
         EXPECT_EQ(copied(std::to_string(number), "-wal"), "no store-wal" + std::to_string(number));
         if (number != 2) continue;
@@ -105,7 +106,8 @@ TEST_F(StorePlace, CopiesHaveNumbersTheirLogsAndOnlyOursGo) {
 TEST_F(StorePlace, AStoreWithoutRecordsIsNotKept) {
     auto wide = ModelBuilder();
     wide.entity("Wide");
-    for (int at = 0; at < 2100; ++at) wide.attribute("a" + std::to_string(at), NSAttributeType::Integer64); // more than a table may have
+    for (int at = 0; at < 2100; ++at)
+        wide.attribute("a" + std::to_string(at), NSAttributeType::Integer64); // more than a table may have
     for (int time = 0; time < 2; ++time) {
         EXPECT_FALSE(opened({}, wide.build()));
         EXPECT_TRUE(StoreRefusal::of(*error) && StoreRefusal::of(*error)->isOfEmptyStore());
@@ -122,7 +124,8 @@ TEST_F(StorePlace, AStoreWithoutRecordsIsNotKept) {
 
 TEST_F(StorePlace, WhatWillPassIsWaitedForAndWhatIsRefusedIsNotChanged) {
     ASSERT_TRUE(opened());
-    SQLite::Connection(place.native()).execute("PRAGMA journal_mode = DELETE; INSERT INTO Tag (id, version, name) VALUES (1, 2, 'x')");
+    SQLite::Connection(place.native())
+        .execute("PRAGMA journal_mode = DELETE; INSERT INTO Tag (id, version, name) VALUES (1, 2, 'x')");
     auto const good = folder.read("Notes/Notes.db");
     EXPECT_FALSE(opened({{NSInferMappingModelAutomaticallyOption, false}}, ModelBuilder().entity("Other").build()));
     EXPECT_TRUE(StoreRefusal::of(*error));
@@ -147,12 +150,15 @@ TEST_F(StorePlace, APathThatCanHoldNoStoreIsAnErrorAtOnce) {
     auto const ofLength = [&](std::size_t length) { return deep + "/" + std::string(length - deep.size() - 1, 'n'); };
     for (auto const& path : {folder.path("link.db"), folder.path("folder/a.db"), ofLength(505)}) {
         Dictionary const patient{{NSStoreWaitingOption, make<StoreWaiting>(nullptr, 60.0)}};
-        EXPECT_FALSE(SQLiteStore::open(NSURL::fileURLWithPath(path), std::make_shared<RowSpace>(libraryModel().build()), patient, error)) << path;
+        EXPECT_FALSE(
+            SQLiteStore::open(NSURL::fileURLWithPath(path), std::make_shared<RowSpace>(libraryModel().build()), patient, error))
+            << path;
         EXPECT_EQ(error->code(), static_cast<std::int64_t>(StoreErrorCode::StorePlace)) << error->localizedDescription();
     }
     EXPECT_TRUE(OpenStore(NSURL::fileURLWithPath(ofLength(504)), libraryModel().build()).store);
     auto const cutOff = *NSURL::URLWithString("file://" + folder.path("cut.db%00b"));
-    EXPECT_FALSE(make<NSPersistentStoreCoordinator>(libraryModel().build())->addPersistentStoreWithType(NSSQLiteStoreType, {}, cutOff, {}, error));
+    EXPECT_FALSE(make<NSPersistentStoreCoordinator>(libraryModel().build())
+                     ->addPersistentStoreWithType(NSSQLiteStoreType, {}, cutOff, {}, error));
     EXPECT_TRUE(error);
     EXPECT_FALSE(fs::exists(folder.path("cut.db")));
 }
@@ -188,16 +194,21 @@ TEST_F(StorePlace, TheSlowerOfTwoMakersOpensWhatTheOtherMade) {
     other.execute("PRAGMA journal_mode = WAL; BEGIN IMMEDIATE");
     auto outcome = std::async(std::launch::async, [&] { return OpenStore(url, libraryModel().build()).store != nullptr; });
     outcome.wait_for(std::chrono::milliseconds(60)); // it finds an empty file meanwhile; otherwise this shows less
-    auto const ids = source.use("SELECT 'PRAGMA application_id = ' || application_id || '; PRAGMA user_version = ' || user_version "
-                                "FROM pragma_application_id, pragma_user_version");
+    auto const ids =
+        source.use("SELECT 'PRAGMA application_id = ' || application_id || '; PRAGMA user_version = ' || user_version "
+                   "FROM pragma_application_id, pragma_user_version");
     ids->step();
     other.execute(std::string(ids->text(0)));
-    for (auto const schema = source.use("SELECT sql FROM sqlite_schema WHERE sql IS NOT NULL ORDER BY type DESC"); schema->step();)
+    for (auto const schema = source.use("SELECT sql FROM sqlite_schema WHERE sql IS NOT NULL ORDER BY type DESC");
+         schema->step();)
         other.execute(std::string(schema->text(0)));
     for (std::string const table : {"tessarin_store", "tessarin_metadata"})
-        for (auto const row = source.use("SELECT format('INSERT INTO " + table + " VALUES (%Q, %Q)', key, value) FROM " + table); row->step();)
+        for (auto const row = source.use("SELECT format('INSERT INTO " + table + " VALUES (%Q, %Q)', key, value) FROM " + table);
+             row->step();)
             other.execute(std::string(row->text(0)));
-    for (auto const row = source.use("SELECT format('INSERT INTO tessarin_entity VALUES (%d, %Q, %Q)', number, name, \"table\") FROM tessarin_entity"); row->step();)
+    for (auto const row = source.use(
+             "SELECT format('INSERT INTO tessarin_entity VALUES (%d, %Q, %Q)', number, name, \"table\") FROM tessarin_entity");
+         row->step();)
         other.execute(std::string(row->text(0)));
     other.execute("COMMIT");
     EXPECT_TRUE(outcome.get());
@@ -223,7 +234,8 @@ TEST_F(StorePlace, FilesAreTheirUsersAloneUnlessAnOptionSaysOtherwise) {
             auto const store = opened(options);
             ASSERT_TRUE(store);
             store->reserveKeys(1, error);
-            for (auto const* name : {"Notes/Notes.db", "Notes/Notes.db-wal", "Notes/Notes.db-shm"}) EXPECT_EQ(modeOf(name), wanted) << name;
+            for (auto const* name : {"Notes/Notes.db", "Notes/Notes.db-wal", "Notes/Notes.db-shm"})
+                EXPECT_EQ(modeOf(name), wanted) << name;
         }
         folder.write("Notes/Notes.db", "no store");
         EXPECT_FALSE(opened(options));
@@ -247,7 +259,8 @@ TEST_F(StorePlace, SavingNoticesThatTheFileIsGone) {
         for (int time = 0; time < 2; ++time) {
             auto const problem = save();
             ASSERT_TRUE(problem);
-            EXPECT_NE(problem->localizedDescription().find("not in its place"), std::string::npos) << problem->localizedDescription();
+            EXPECT_NE(problem->localizedDescription().find("not in its place"), std::string::npos)
+                << problem->localizedDescription();
         }
         EXPECT_EQ(fs::exists(place), isReplaced) << "made again";
         fs::remove_all(place.parent_path());
@@ -282,7 +295,8 @@ TEST_F(StorePlace, ReadOnlyMakesNothingAndSavesNothing) {
     folder.write("Notes/Notes.db", content);
     // As another user, since the superuser may do everything.
     if (::geteuid() != 0) return;
-    for (auto const& path : {fs::path(folder.path()), place.parent_path(), place}) fs::permissions(path, fs::perms(path == place ? 0444 : 0555));
+    for (auto const& path : {fs::path(folder.path()), place.parent_path(), place})
+        fs::permissions(path, fs::perms(path == place ? 0444 : 0555));
     fs::permissions(fs::path(folder.path()).parent_path(), fs::perms::others_exec, fs::perm_options::add);
     for (bool const hasLog : {false, true}) {
         for (auto const* ending : {"-wal", "-shm"}) fs::remove(place.native() + ending);

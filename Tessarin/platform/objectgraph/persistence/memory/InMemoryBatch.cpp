@@ -21,7 +21,8 @@ void InMemoryStore::meant(BatchTarget const& target, BatchOutcome& outcome, std:
     if (target.keys) wanted.insert(target.keys->begin(), target.keys->end());
     for (auto const& [key, row] : records->second) {
         if (target.keys && !wanted.contains(key)) continue;
-        if (query.includesSubentities ? row->entity().isKindOf(query.entity) : &row->entity() == query.entity) rows.push_back(row);
+        if (query.includesSubentities ? row->entity().isKindOf(query.entity) : &row->entity() == query.entity)
+            rows.push_back(row);
     }
     return;
 }
@@ -39,7 +40,8 @@ Ref<NSError> InMemoryStore::change(std::vector<RecordChange> changes, BatchOutco
     return nullptr;
 }
 
-Ref<NSError> InMemoryStore::updateInBatch(BatchTarget const& target, std::span<BatchAssignment const> assignments, BatchOutcome& outcome) {
+Ref<NSError> InMemoryStore::updateInBatch(BatchTarget const& target, std::span<BatchAssignment const> assignments,
+                                          BatchOutcome& outcome) {
     std::lock_guard const saving(saving_);
     std::lock_guard const hold(mutex_);
     outcome = {};
@@ -50,7 +52,8 @@ Ref<NSError> InMemoryStore::updateInBatch(BatchTarget const& target, std::span<B
         auto const* relationship = each.property->asRelationship();
         if (!relationship || each.reference == 0) continue;
         auto const destination = row(*relationship->destinationEntity(), each.reference);
-        if (!destination || !destination->entity().isKindOf(relationship->destinationEntity())) return missingDestination(*relationship, each.reference);
+        if (!destination || !destination->entity().isKindOf(relationship->destinationEntity()))
+            return missingDestination(*relationship, each.reference);
     }
     RowBuilder builder;
     std::vector<RecordChange> changes;
@@ -69,7 +72,12 @@ Ref<NSError> InMemoryStore::updateInBatch(BatchTarget const& target, std::span<B
             if (taken.back().isAbsent() && !property->isOptional()) return property->asAttribute()->validate({});
             builder.setValue(cell, taken.back());
         }
-        changes.push_back({.kind = RecordChange::Kind::Update, .key = before->key(), .entity = &before->entity(), .before = before, .after = builder.finish(), .relationships = {}});
+        changes.push_back({.kind = RecordChange::Kind::Update,
+                           .key = before->key(),
+                           .entity = &before->entity(),
+                           .before = before,
+                           .after = builder.finish(),
+                           .relationships = {}});
     }
     return change(std::move(changes), outcome);
 }
@@ -83,7 +91,12 @@ Ref<NSError> InMemoryStore::deleteInBatch(std::span<BatchTarget const> targets, 
     if (!outcome.complete) return nullptr;
     std::vector<RecordChange> changes;
     for (auto const& row : rows)
-        changes.push_back({.kind = RecordChange::Kind::Delete, .key = row->key(), .entity = &row->entity(), .before = row, .after = {}, .relationships = {}});
+        changes.push_back({.kind = RecordChange::Kind::Delete,
+                           .key = row->key(),
+                           .entity = &row->entity(),
+                           .before = row,
+                           .after = {},
+                           .relationships = {}});
     return change(std::move(changes), outcome);
 }
 

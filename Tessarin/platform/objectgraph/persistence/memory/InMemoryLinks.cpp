@@ -10,7 +10,8 @@ namespace {
 
 /// The to-many at the other end that lists who leads to a record; null for none.
 NSRelationshipDescription const* listAtOtherEnd(NSRelationshipDescription const& relationship) {
-    return relationship.isReciprocal() && relationship.inverseRelationship()->isToMany() ? relationship.inverseRelationship() : nullptr;
+    return relationship.isReciprocal() && relationship.inverseRelationship()->isToMany() ? relationship.inverseRelationship()
+                                                                                         : nullptr;
 }
 
 void add(std::vector<RecordKey>& members, RecordKey member) {
@@ -76,7 +77,8 @@ void InMemoryLinks::applyOrder(RelationshipChange const& changed, RecordKey owne
     if (found == links_[changed.relationship].end()) return;
     std::unordered_map<RecordKey, std::size_t> places;
     for (auto const member : *changed.order) places.emplace(member, places.size());
-    std::ranges::stable_sort(found->second, {}, [&](RecordKey member) { return places.contains(member) ? places[member] : places.size(); });
+    std::ranges::stable_sort(found->second, {},
+                             [&](RecordKey member) { return places.contains(member) ? places[member] : places.size(); });
 }
 
 std::vector<RecordKey> InMemoryLinks::members(NSRelationshipDescription const& relationship, RecordKey owner) const {

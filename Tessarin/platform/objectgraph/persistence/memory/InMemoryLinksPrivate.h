@@ -29,7 +29,8 @@ private:
 
     std::vector<NSRelationshipDescription const*> relationships_; // that are stored, each once
     std::unordered_map<NSRelationshipDescription const*, Links> links_;     // the members of each to-many
-    std::unordered_map<NSRelationshipDescription const*, Links> referring_; // of one without an inverse list: who leads to a record
+    std::unordered_map<NSRelationshipDescription const*, Links>
+        referring_; // of one without an inverse list: who leads to a record
 };
 
 } // namespace Tessarin

@@ -76,7 +76,8 @@ Ref<NSError> InMemoryStore::save(std::span<Ref<ChangeSet const> const> sets, Con
     return nullptr;
 }
 
-Ref<NSError> InMemoryStore::findRefused(std::span<Ref<ChangeSet const> const> sets, ConflictResolver, std::vector<RefusedSet>& refused) {
+Ref<NSError> InMemoryStore::findRefused(std::span<Ref<ChangeSet const> const> sets, ConflictResolver,
+                                        std::vector<RefusedSet>& refused) {
     std::lock_guard const hold(mutex_);
     auto const stored = [&](NSEntityDescription const& entity, RecordKey key) { return row(entity, key); };
     UniqueTrial trial(*unique_, stored);
@@ -144,21 +145,25 @@ void InMemoryStore::cutDangling(std::span<Ref<ChangeSet const> const> sets, Save
     std::map<RecordKey, std::vector<NSRelationshipDescription const*>> cuts; // by record: the to-ones that lead nowhere
     for (auto const& [root, keys] : missing)
         for (auto const key : keys)
-            links_->forget(*root, key, [&](RecordKey owner, NSRelationshipDescription const& toOne) { cuts[owner].push_back(&toOne); });
+            links_->forget(*root, key,
+                           [&](RecordKey owner, NSRelationshipDescription const& toOne) { cuts[owner].push_back(&toOne); });
     RowBuilder builder;
     for (auto const& [key, relationships] : cuts) {
         auto& records = records_[relationships.front()->entity()->rootEntity()];
         auto const kept = records.at(key); // which `replace` exchanges
         builder.begin(*kept, kept->version() + 1);
-        for (auto const* relationship : relationships) builder.setAbsent(static_cast<std::size_t>(kept->layout().cellOf(relationship->index())));
+        for (auto const* relationship : relationships)
+            builder.setAbsent(static_cast<std::size_t>(kept->layout().cellOf(relationship->index())));
         auto made = builder.finish();
         replace(records, key, made);
         std::erase_if(outcome.corrected, [&, cut = key](RecordChange const& change) { return change.key == cut; });
-        outcome.corrected.push_back({.kind = Kind::Update, .key = key, .entity = &made->entity(), .before = {}, .after = made, .relationships = {}});
+        outcome.corrected.push_back(
+            {.kind = Kind::Update, .key = key, .entity = &made->entity(), .before = {}, .after = made, .relationships = {}});
     }
 }
 
-Ref<NSError> InMemoryStore::findHolders(UniqueConstraint const& constraint, std::span<RowRef const> rows, std::vector<RecordKey>& holders) {
+Ref<NSError> InMemoryStore::findHolders(UniqueConstraint const& constraint, std::span<RowRef const> rows,
+                                        std::vector<RecordKey>& holders) {
     std::lock_guard const hold(mutex_);
     for (auto const& row : rows) holders.push_back(unique_->holder(constraint, *constraint.valuesOf(*row)));
     return nullptr;

@@ -132,7 +132,8 @@ constexpr std::size_t mostBytes = 4 << 20, mostEntities = 10'000, mostProperties
 constexpr std::size_t mostAncestors = 100; // as many as a model may have
 
 void requireAtMost(std::size_t most, std::size_t count, char const* what) {
-    if (count > most) throw Refused::because(fmt::format("the description of its model is too large: {} {}, at most {}", count, what, most));
+    if (count > most)
+        throw Refused::because(fmt::format("the description of its model is too large: {} {}, at most {}", count, what, most));
 }
 
 /// What a model will hold once it is expanded, counted before it is.
@@ -145,7 +146,8 @@ void requireBounded(List const& entities) {
     std::unordered_map<std::string_view, Counted> byName;
     for (auto const& item : entities) {
         auto const& entry = item.dictionary();
-        byName.emplace(entry["name"].text(), Counted{entry["attributes"].list().size() + entry["relationships"].list().size(), entry["parent"].text()});
+        byName.emplace(entry["name"].text(),
+                       Counted{entry["attributes"].list().size() + entry["relationships"].list().size(), entry["parent"].text()});
     }
     std::size_t properties = 0;
     for (auto const& [name, counted] : byName) {

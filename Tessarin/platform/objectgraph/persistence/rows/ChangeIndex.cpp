@@ -11,17 +11,20 @@ ChangeIndex::Entries ChangeIndex::sorted(std::span<RecordChange const> changes, 
     bool const isText = attribute.attributeType() == NSAttributeType::String;
     for (std::uint32_t at = 0; at < changes.size(); ++at) {
         auto const& [entity, row] = std::tie(changes[at].entity, changes[at].after);
-        if (!row || entity->properties().size() <= attribute.index() || entity->properties()[attribute.index()] != &attribute) continue;
+        if (!row || entity->properties().size() <= attribute.index() || entity->properties()[attribute.index()] != &attribute)
+            continue;
         auto const cell = row->layout().cellOf(attribute.index());
         if (cell == RowLayout::noCell || !row->isPresent(static_cast<std::size_t>(cell))) continue;
-        entries.push_back({isText ? valueHash(row->text(static_cast<std::size_t>(cell))) : valueHash(row->integer(static_cast<std::size_t>(cell))), at});
+        entries.push_back({isText ? valueHash(row->text(static_cast<std::size_t>(cell)))
+                                  : valueHash(row->integer(static_cast<std::size_t>(cell))),
+                           at});
     }
     std::ranges::sort(entries);
     return entries;
 }
 
-std::optional<std::vector<std::uint32_t>> ChangeIndex::find(std::span<RecordChange const> changes, NSAttributeDescription const& attribute,
-                                                            Value const& value) const {
+std::optional<std::vector<std::uint32_t>> ChangeIndex::find(std::span<RecordChange const> changes,
+                                                            NSAttributeDescription const& attribute, Value const& value) const {
     auto const hash = attribute.isTransient() ? std::nullopt : valueHash(value, attribute.attributeType());
     if (!hash) return {};
     Entries const* entries = nullptr;
@@ -44,7 +47,8 @@ std::span<std::uint32_t const> ChangeIndex::find(std::span<RecordChange const> c
         std::lock_guard const hold(mutex_);
         auto [place, isNew] = unique_.try_emplace(&constraint);
         for (std::uint32_t at = 0; isNew && at < changes.size(); ++at)
-            if (auto const& [entity, row] = std::tie(changes[at].entity, changes[at].after); row && entity->isKindOf(constraint.entity))
+            if (auto const& [entity, row] = std::tie(changes[at].entity, changes[at].after);
+                row && entity->isKindOf(constraint.entity))
                 if (auto taken = constraint.valuesOf(*row)) place->second[std::move(*taken)].push_back(at);
         holders = &place->second;
     }

@@ -27,7 +27,8 @@ public:
                                                    Value const& value) const;
 
     /// The same for the values of a constraint, and exactly those.
-    std::span<std::uint32_t const> find(std::span<RecordChange const> changes, UniqueConstraint const& constraint, std::string const& values) const;
+    std::span<std::uint32_t const> find(std::span<RecordChange const> changes, UniqueConstraint const& constraint,
+                                        std::string const& values) const;
 
 private:
     using Holders = std::unordered_map<std::string, std::vector<std::uint32_t>>;

@@ -34,7 +34,8 @@ void sortChanges(std::vector<RecordChange>& changes) {
 
 } // namespace
 
-ChangeSet::ChangeSet(Ref<RowSpace> space, std::vector<RecordChange> changes) : space_(std::move(space)), changes_(std::move(changes)) {
+ChangeSet::ChangeSet(Ref<RowSpace> space, std::vector<RecordChange> changes)
+    : space_(std::move(space)), changes_(std::move(changes)) {
     sortChanges(changes_);
     changedRows_.resize(space_->model().entities().size());
     for (auto const& change : changes_) {
@@ -44,12 +45,13 @@ ChangeSet::ChangeSet(Ref<RowSpace> space, std::vector<RecordChange> changes) : s
 }
 
 std::span<RecordChange const> ChangeSet::changesOf(NSEntityDescription const& rootEntity) const noexcept {
-    auto const range = std::ranges::equal_range(changes_, rootEntity.index(), {}, [](RecordChange const& change) { return change.entity->rootEntity()->index(); });
+    auto const range = std::ranges::equal_range(changes_, rootEntity.index(), {},
+                                                [](RecordChange const& change) { return change.entity->rootEntity()->index(); });
     return {range.begin(), range.end()};
 }
 
-std::optional<std::vector<RecordKey>> ChangeSet::keysWith(NSEntityDescription const& rootEntity, NSAttributeDescription const& attribute,
-                                                          Value const& value) const {
+std::optional<std::vector<RecordKey>> ChangeSet::keysWith(NSEntityDescription const& rootEntity,
+                                                          NSAttributeDescription const& attribute, Value const& value) const {
     auto const changes = changesOf(rootEntity);
     auto const places = index_.find(changes, attribute, value);
     if (!places) return {};

@@ -25,7 +25,7 @@ struct RecordChange {
     RecordKey key = 0;                           // permanent
     NSEntityDescription const* entity = nullptr; // the record's own, never an ancestor of it
     RowRef before;                               // the row that the change was made on; none for an insertion
-    RowRef after;                                // none for a deletion; for an update equal to `before` when only to-many relationships changed
+    RowRef after; // none for a deletion; for an update equal to `before` when only to-many relationships changed
     std::vector<RelationshipChange> relationships;
 
     /// False when only to-many relationships changed, which leave the row as it is.

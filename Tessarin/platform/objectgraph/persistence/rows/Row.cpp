@@ -67,14 +67,16 @@ void RowBlock::destroy() noexcept {
 }
 
 void throwDamaged(NSEntityDescription const& found, NSEntityDescription const& wanted, RecordKey key) {
-    throw ErrorException(storeError(StoreErrorCode::StoreDamaged, "The store is damaged: the record " + std::to_string(key) + " is a " +
-                                                                      found.name() + " where a " + wanted.name() + " belongs."));
+    throw ErrorException(storeError(StoreErrorCode::StoreDamaged, "The store is damaged: the record " + std::to_string(key) +
+                                                                      " is a " + found.name() + " where a " + wanted.name() +
+                                                                      " belongs."));
 }
 
 std::uint32_t versionFrom(RecordKey key, std::int64_t stored) {
     if (key > 0 && stored >= 0 && stored <= Row::mostVersion) return static_cast<std::uint32_t>(stored);
-    throw ErrorException(storeError(StoreErrorCode::StoreDamaged, "The store is damaged: it holds a record with the key " + std::to_string(key) +
-                                                                      " and the version " + std::to_string(stored) + "."));
+    throw ErrorException(storeError(StoreErrorCode::StoreDamaged, "The store is damaged: it holds a record with the key " +
+                                                                      std::to_string(key) + " and the version " +
+                                                                      std::to_string(stored) + "."));
 }
 
 } // namespace Tessarin

@@ -36,7 +36,8 @@ struct Chain {
         return highest;
     }
     void add(RecordChange const& change, std::size_t set) {
-        if (!steps.empty() && change.entity != steps.front()->entity) throwDamaged(*change.entity, *steps.front()->entity, change.key);
+        if (!steps.empty() && change.entity != steps.front()->entity)
+            throwDamaged(*change.entity, *steps.front()->entity, change.key);
         if (steps.empty())
             firstSet = set;
         else if (change.kind != Kind::Insert || steps.back()->after)
@@ -64,7 +65,9 @@ public:
         collect();
         for (auto const& [key, chain] : chains_) lookAt(chain);
         if (!conflicts_.empty()) {
-            std::ranges::sort(conflicts_, {}, [](RowConflict const& each) { return std::tuple(std::string_view(each.entity->name()), each.key); });
+            std::ranges::sort(conflicts_, {}, [](RowConflict const& each) {
+                return std::tuple(std::string_view(each.entity->name()), each.key);
+            });
             if (auto error = resolve(conflicts_)) return error;
         }
         for (auto const& conflict : conflicts_) rewrite(chains_.at(conflict.key), conflict.stored, conflict.final);
@@ -173,13 +176,15 @@ private:
 
 RowRef resolvedRow(RowConflict const& conflict, NSMergePolicyType policy) {
     bool const objectWins = policy == NSMergePolicyType::MergeByPropertyObjectTrump || policy == NSMergePolicyType::Overwrite;
-    bool const byProperty = policy == NSMergePolicyType::MergeByPropertyStoreTrump || policy == NSMergePolicyType::MergeByPropertyObjectTrump;
+    bool const byProperty =
+        policy == NSMergePolicyType::MergeByPropertyStoreTrump || policy == NSMergePolicyType::MergeByPropertyObjectTrump;
     auto const& [entity, key, base, wanted, stored, final] = conflict;
     if (!wanted || !stored || !byProperty) return objectWins ? wanted : stored;
     return objectWins ? mergedRow(*base, *wanted, *stored) : mergedRow(*base, *stored, *wanted);
 }
 
-Ref<NSError> reconcile(std::span<Ref<ChangeSet const> const> sets, StoredRow stored, ConflictResolver resolve, SaveOutcome& outcome) {
+Ref<NSError> reconcile(std::span<Ref<ChangeSet const> const> sets, StoredRow stored, ConflictResolver resolve,
+                       SaveOutcome& outcome) {
     return Reconciliation(sets, stored).run(resolve, outcome);
 }
 

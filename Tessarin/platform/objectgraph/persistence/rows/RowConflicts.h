@@ -43,6 +43,7 @@ struct SaveOutcome {
 /// Makes sets fit records as they are: what was changed elsewhere meanwhile is a conflict, what was made on something that
 /// was not saved before it is made again on what is there. To-many relationships merge by what was added and removed and
 /// are no conflict. Changes nothing but `outcome`; an error is the resolver's.
-TESSARIN_API Ref<NSError> reconcile(std::span<Ref<ChangeSet const> const> sets, StoredRow stored, ConflictResolver resolve, SaveOutcome& outcome);
+TESSARIN_API Ref<NSError> reconcile(std::span<Ref<ChangeSet const> const> sets, StoredRow stored, ConflictResolver resolve,
+                                    SaveOutcome& outcome);
 
 } // namespace Tessarin

@@ -31,7 +31,8 @@ RowLayout::Packing packed(std::vector<RowLayout::Cell> const& cells, bool isWide
         }
     std::uint32_t textBefore = 0;
     for (std::size_t cell = 0; cell < cells.size(); ++cell)
-        if (isHeapCell(cells[cell].type)) packing.places[cell].textBefore = std::exchange(textBefore, packing.places[cell].offset);
+        if (isHeapCell(cells[cell].type))
+            packing.places[cell].textBefore = std::exchange(textBefore, packing.places[cell].offset);
     packing.presence = offset;
     packing.heap = offset + static_cast<std::uint32_t>((cells.size() + 7) / 8);
     return packing;
@@ -61,8 +62,9 @@ RowLayout::RowLayout(RowSpace& space, NSEntityDescription const& entity) : space
     for (auto const* property : entity.properties()) {
         CellType type = CellType::Reference;
         auto const* attribute = property->asAttribute();
-        bool const isStored = !property->isTransient() && (attribute ? !attribute->isDerived() && cellTypeOf(attribute->attributeType(), type)
-                                                                     : !property->asRelationship()->isToMany());
+        bool const isStored =
+            !property->isTransient() && (attribute ? !attribute->isDerived() && cellTypeOf(attribute->attributeType(), type)
+                                                   : !property->asRelationship()->isToMany());
         cellOfProperty_.push_back(isStored ? static_cast<int>(cells_.size()) : noCell);
         if (isStored) cells_.push_back({property, type});
     }

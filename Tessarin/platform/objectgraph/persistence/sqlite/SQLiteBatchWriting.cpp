@@ -18,17 +18,21 @@ std::string listed(std::span<RecordKey const> keys) {
 /// A record that joins an ordered relationship stands behind those that are there, with its like in the order of their keys.
 std::string positionAfter(SQLiteSchema::Link const& link, RecordKey owner) {
     if (owner == 0) return fmt::format(", {} = NULL", link.position);
-    return fmt::format(", {0} = CASE WHEN {1} = {2} THEN {0} ELSE (SELECT coalesce(max({0}), 0) FROM {3} WHERE {1} = {2}) + id END", link.position,
-                       link.owner, owner, link.table);
+    return fmt::format(
+        ", {0} = CASE WHEN {1} = {2} THEN {0} ELSE (SELECT coalesce(max({0}), 0) FROM {3} WHERE {1} = {2}) + id END",
+        link.position, link.owner, owner, link.table);
 }
 
-char const* returned(SQLiteSchema::Table const& table) { return table.hasEntityColumn ? " RETURNING id, entity" : " RETURNING id"; }
+char const* returned(SQLiteSchema::Table const& table) {
+    return table.hasEntityColumn ? " RETURNING id, entity" : " RETURNING id";
+}
 
 } // namespace
 
 std::optional<SQLiteReader::Selection> SQLiteWriter::selectionOf(BatchTarget const& target) const {
     if (!target.keys) return reader_.selectionOf(target.query);
-    auto const ofEntity = StoreQuery{.entity = target.query.entity, .includesSubentities = target.query.includesSubentities, .sortDescriptors = {}};
+    auto const ofEntity =
+        StoreQuery{.entity = target.query.entity, .includesSubentities = target.query.includesSubentities, .sortDescriptors = {}};
     auto selection = reader_.selectionOf(ofEntity);
     selection->condition += selection->condition.empty() ? " WHERE " : " AND ";
     selection->condition += "t0.id IN (SELECT value FROM json_each(?))";
@@ -42,8 +46,9 @@ void SQLiteWriter::requireSources(BatchTarget const& target, std::span<BatchAssi
     auto const* const word = selection.condition.empty() ? " WHERE " : " AND ";
     for (auto const& [property, value, reference, source] : assignments) {
         if (!source || property->isOptional()) continue;
-        SQLite::Statement statement(connection_, fmt::format("SELECT 1 FROM {} AS t0{}{}t0.{} IS NULL LIMIT 1", schema_.tableOf(*target.query.entity).name,
-                                                             selection.condition, word, schema_.columnOf(*source)));
+        SQLite::Statement statement(connection_, fmt::format("SELECT 1 FROM {} AS t0{}{}t0.{} IS NULL LIMIT 1",
+                                                             schema_.tableOf(*target.query.entity).name, selection.condition,
+                                                             word, schema_.columnOf(*source)));
         bindAll(statement, selection.arguments);
         if (statement.step()) throw ErrorException(property->asAttribute()->validate({}));
     }
@@ -84,7 +89,8 @@ bool SQLiteWriter::update(BatchTarget const& target, std::span<BatchAssignment c
     bool const names = target.namesRecords || schema_.space().cache().size() > 0;
     SQLite::Statement statement(connection_, fmt::format("UPDATE {} AS t0 SET {}{}{}", table.name, sets, selection->condition,
                                                          names ? returned(table) : ""));
-    for (int at = 0; at < static_cast<int>(bound.size()); ++at) bindCell(statement, at + 1, *row, bound[static_cast<std::size_t>(at)]);
+    for (int at = 0; at < static_cast<int>(bound.size()); ++at)
+        bindCell(statement, at + 1, *row, bound[static_cast<std::size_t>(at)]);
     bindAll(statement, selection->arguments, static_cast<int>(bound.size()));
     runBatch(statement, entity, outcome);
     return true;
@@ -102,7 +108,8 @@ bool SQLiteWriter::remove(std::span<BatchTarget const> targets, BatchOutcome& ou
         auto const& entity = *targets[at].query.entity;
         auto const& table = schema_.tableOf(entity);
         auto const before = outcome.records.size();
-        SQLite::Statement statement(connection_, fmt::format("DELETE FROM {} AS t0{}{}", table.name, selections[at].condition, returned(table)));
+        SQLite::Statement statement(
+            connection_, fmt::format("DELETE FROM {} AS t0{}{}", table.name, selections[at].condition, returned(table)));
         bindAll(statement, selections[at].arguments);
         runBatch(statement, entity, outcome);
         std::vector<RecordKey> keys;

@@ -99,9 +99,10 @@ void SQLiteDanglingLinks::cutReferences(Table const& table) {
         auto const& [property, column, type] = *table.references[at];
         auto const& in = *table.referring[at];
         std::vector<RecordKey> keys;
-        forKeys(connection_, fmt::format("SELECT id FROM {} WHERE {}", in.name, column), table.missing, [&](SQLite::Statement& statement) {
-            while (statement.step()) keys.push_back(statement.integer(0));
-        });
+        forKeys(connection_, fmt::format("SELECT id FROM {} WHERE {}", in.name, column), table.missing,
+                [&](SQLite::Statement& statement) {
+                    while (statement.step()) keys.push_back(statement.integer(0));
+                });
         if (keys.empty()) continue;
         std::ranges::sort(keys);
         runForKeys(connection_, fmt::format("UPDATE {0} SET {1} = NULL, version = version + 1 WHERE id", in.name, column), keys);
@@ -132,7 +133,12 @@ void SQLiteDanglingLinks::tell(SQLiteReader& reader, SaveOutcome& outcome) const
         if (!row) continue;
         std::erase_if(outcome.corrected, [&, changed = key](RecordChange const& change) { return change.key == changed; });
         auto const* entity = &row->entity();
-        outcome.corrected.push_back({.kind = RecordChange::Kind::Update, .key = key, .entity = entity, .before = {}, .after = std::move(row), .relationships = {}});
+        outcome.corrected.push_back({.kind = RecordChange::Kind::Update,
+                                     .key = key,
+                                     .entity = entity,
+                                     .before = {},
+                                     .after = std::move(row),
+                                     .relationships = {}});
     }
 }
 

@@ -29,8 +29,9 @@ void SQLiteKeyBlocks::reserve(SQLite::Connection& connection, std::size_t count)
         first = std::max(first, least_); // the file's may be missing, or changed by another tool
     }
     if (first > INT64_MAX - wanted - extra)
-        throw ErrorException(storeError(StoreErrorCode::StoreDamaged,
-                                        "The store is damaged: its next key is " + std::to_string(first) + ", which leaves none for new records."));
+        throw ErrorException(storeError(StoreErrorCode::StoreDamaged, "The store is damaged: its next key is " +
+                                                                          std::to_string(first) +
+                                                                          ", which leaves none for new records."));
     auto const statement = connection.use("INSERT OR REPLACE INTO tessarin_store (key, value) VALUES ('nextKey', ?)");
     statement->bind(1, first + wanted + extra);
     statement->run();

@@ -84,7 +84,8 @@ std::unique_ptr<SQLiteStore::Impl> SQLiteOpening::attempt() {
         return impl;
     } catch (SQLite::Failure const& failure) {
         if (failure.primaryCode() == SQLITE_NOTADB && isOfNewerSQLite(readVersionPlace))
-            throw Postponed(storeError(StoreErrorCode::StoreOpen, "The store can only be read by a newer version of SQLite: " + path_));
+            throw Postponed(
+                storeError(StoreErrorCode::StoreOpen, "The store can only be read by a newer version of SQLite: " + path_));
         try {
             throwVerdict(failure);
         } catch (Refused const& refused) { refuse(refused, connection.get()); }
@@ -107,7 +108,8 @@ std::unique_ptr<SQLiteStore::Impl> SQLiteOpening::openForWriting(std::unique_ptr
     checkPages(*connection);
     auto impl = store(*connection, bringToModel(*connection), connectionOptions_);
     connection->execute("COMMIT");
-    if (connection->text("PRAGMA journal_mode") != "wal") connection->execute("PRAGMA journal_mode = WAL"); // another tool changed it
+    if (connection->text("PRAGMA journal_mode") != "wal")
+        connection->execute("PRAGMA journal_mode = WAL"); // another tool changed it
     return impl;
 }
 
@@ -204,11 +206,13 @@ void SQLiteOpening::makeFile() {
     struct stat status {};
     bool const isMissing = ::stat(path_.c_str(), &status) != 0;
     // SQLite would remove the log of a file that is empty.
-    if ((isMissing || status.st_size == 0) && hasUnreadableCommits(path_, 0, 0) && (::stat(path_.c_str(), &status) != 0 || status.st_size == 0))
+    if ((isMissing || status.st_size == 0) && hasUnreadableCommits(path_, 0, 0) &&
+        (::stat(path_.c_str(), &status) != 0 || status.st_size == 0))
         throw Refused::because("its records are in a log to which the file is missing: " + path_);
     if (!isMissing) return;
     if (::mknod(path_.c_str(), S_IFREG | options_.fileMode, 0) == 0) {
-        if (::stat(path_.c_str(), &status) == 0 && (status.st_mode & 0777) != options_.fileMode) ::chmod(path_.c_str(), options_.fileMode);
+        if (::stat(path_.c_str(), &status) == 0 && (status.st_mode & 0777) != options_.fileMode)
+            ::chmod(path_.c_str(), options_.fileMode);
     } else if (errno != EEXIST) {
         throwVerdict(errno, path_);
     }
@@ -221,7 +225,8 @@ bool SQLiteOpening::isOfNewerSQLite(std::size_t versionPlace) const try {
     static constexpr int versionOfLogs = 2;
     std::array<std::byte, 20> header{};
     if (!SQLite::RawFile(path_).read(0, header)) return false;
-    return std::memcmp(header.data(), beginning.data(), beginning.size() + 1) == 0 && std::to_integer<int>(header[versionPlace]) > versionOfLogs;
+    return std::memcmp(header.data(), beginning.data(), beginning.size() + 1) == 0 &&
+           std::to_integer<int>(header[versionPlace]) > versionOfLogs;
 } catch (SQLite::Failure const&) {
     return false;
 }
@@ -229,7 +234,8 @@ bool SQLiteOpening::isOfNewerSQLite(std::size_t versionPlace) const try {
 /// SQLite lets a file only be read where the file system says so, and where the header asks for a newer SQLite.
 void SQLiteOpening::throwReadOnly() const {
     if (isOfNewerSQLite(writeVersionPlace))
-        throw Postponed(storeError(StoreErrorCode::StoreOpen, "The store can only be written by a newer version of SQLite: " + path_));
+        throw Postponed(
+            storeError(StoreErrorCode::StoreOpen, "The store can only be written by a newer version of SQLite: " + path_));
     throwVerdict(EROFS, path_);
 }
 
@@ -242,7 +248,8 @@ void SQLiteOpening::makeIfEmpty(SQLite::Connection& connection) {
         SQLite::Transaction transaction(connection);
         if (hasNoSchema(connection)) { // unless another process was faster
             auto const pageSize = static_cast<std::uint32_t>(connection.integer("PRAGMA page_size"));
-            if (hasUnreadableCommits(path_, connection.readableLogPages(), pageSize)) throw Refused::because("its log is damaged: " + path_);
+            if (hasUnreadableCommits(path_, connection.readableLogPages(), pageSize))
+                throw Refused::because("its log is damaged: " + path_);
             create(connection);
         }
         transaction.commit();
@@ -297,7 +304,8 @@ void SQLiteOpening::requireReadable(std::string const& problem) const {
     static constexpr std::string_view unreadable = "error code";
     if (auto const at = problem.find(unreadable); at != problem.npos) {
         int const code = std::atoi(problem.c_str() + at + unreadable.size() + 1) & 0xFF;
-        if (code != SQLITE_CORRUPT && code != SQLITE_NOTADB) throw Postponed(storeError(StoreErrorCode::StoreOpen, "The store cannot be read: " + problem));
+        if (code != SQLITE_CORRUPT && code != SQLITE_NOTADB)
+            throw Postponed(storeError(StoreErrorCode::StoreOpen, "The store cannot be read: " + problem));
     }
     SQLite::RawFile file(path_); // a stream would drop this process's locks when it closes
     std::vector<std::byte> buffer(1 << 16);
@@ -306,7 +314,9 @@ void SQLiteOpening::requireReadable(std::string const& problem) const {
 
 std::optional<std::vector<std::int64_t>> SQLiteOpening::numbersOfSameModel(SQLite::Connection& connection) const {
     auto numbers = storedNumbers(connection, space_->model());
-    if (numbers && connection.text("SELECT value FROM tessarin_store WHERE key = 'model'") != storedModelText(space_->model(), *numbers)) numbers.reset();
+    if (numbers &&
+        connection.text("SELECT value FROM tessarin_store WHERE key = 'model'") != storedModelText(space_->model(), *numbers))
+        numbers.reset();
     return numbers;
 }
 

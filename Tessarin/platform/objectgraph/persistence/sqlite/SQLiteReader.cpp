@@ -117,16 +117,19 @@ void SQLiteReader::rows(NSEntityDescription const& rootEntity, std::span<RecordK
     }
 }
 
-void SQLiteReader::findHolders(UniqueConstraint const& constraint, std::span<RowRef const> rows, std::vector<RecordKey>& holders) {
+void SQLiteReader::findHolders(UniqueConstraint const& constraint, std::span<RowRef const> rows,
+                               std::vector<RecordKey>& holders) {
     std::string sql;
     for (auto const* property : constraint.properties)
         sql += fmt::format("{}{} = ?", sql.empty() ? "" : " AND ", schema_.columnOf(*property));
     // As the index says it: below the root, a constraint binds that entity's own tree only.
     if (constraint.entity->superentity()) sql += fmt::format(" AND entity IN ({})", schema_.numbersInTreeOf(*constraint.entity));
-    auto const statement = connection_.use(fmt::format("SELECT id FROM {} WHERE {}", schema_.tableOf(*constraint.entity).name, sql));
+    auto const statement =
+        connection_.use(fmt::format("SELECT id FROM {} WHERE {}", schema_.tableOf(*constraint.entity).name, sql));
     for (auto const& row : rows) {
         for (std::size_t at = 0; at < constraint.properties.size(); ++at)
-            bindCell(*statement, static_cast<int>(at) + 1, *row, static_cast<std::size_t>(row->layout().cellOf(constraint.properties[at]->index())));
+            bindCell(*statement, static_cast<int>(at) + 1, *row,
+                     static_cast<std::size_t>(row->layout().cellOf(constraint.properties[at]->index())));
         holders.push_back(statement->step() ? statement->integer(0) : 0);
         statement->reset();
     }
@@ -170,8 +173,8 @@ std::string SQLiteReader::conditionOf(Scanned const& scanned, SQLTranslation con
     bool const isWholeTree = !scanned.entity->superentity() && scanned.includesSubentities;
     if (!schema_.tableOf(*scanned.entity).hasEntityColumn || isWholeTree)
         return condition.empty() ? condition : " WHERE " + condition;
-    auto const numbers =
-        scanned.includesSubentities ? schema_.numbersInTreeOf(*scanned.entity) : std::to_string(schema_.numberOf(*scanned.entity));
+    auto const numbers = scanned.includesSubentities ? schema_.numbersInTreeOf(*scanned.entity)
+                                                     : std::to_string(schema_.numberOf(*scanned.entity));
     return fmt::format(" WHERE t0.entity IN ({}){}{}", numbers, condition.empty() ? "" : " AND ", condition);
 }
 
@@ -224,7 +227,8 @@ std::optional<SQLiteReader::Selection> SQLiteReader::selectionOf(StoreQuery cons
     if (isCut && !translation.addOrder(query.sortDescriptors)) return {};
     Selection selection{conditionOf(scannedBy(query), translation), translation.arguments()};
     if (!isCut && translation.joins().empty()) return selection;
-    auto inner = fmt::format("SELECT t0.id FROM {} AS t0{}{}", schema_.tableOf(*query.entity).name, translation.joins(), selection.condition);
+    auto inner = fmt::format("SELECT t0.id FROM {} AS t0{}{}", schema_.tableOf(*query.entity).name, translation.joins(),
+                             selection.condition);
     if (isCut) {
         inner += fmt::format(" ORDER BY {} LIMIT ? OFFSET ?", translation.order().empty() ? "t0.id" : translation.order());
         selection.arguments.push_back(query.limit == 0 ? -1 : static_cast<std::int64_t>(query.limit));
@@ -247,7 +251,8 @@ std::optional<SQLiteReader::Span> SQLiteReader::longSpanOf(StoreQuery const& que
 namespace {
 
 std::string scanText(std::string const& columns, std::string const& table, std::string const& condition) {
-    return fmt::format("SELECT {} FROM {} AS t0{}t0.id BETWEEN ? AND ?", columns, table, condition.empty() ? " WHERE " : condition + " AND ");
+    return fmt::format("SELECT {} FROM {} AS t0{}t0.id BETWEEN ? AND ?", columns, table,
+                       condition.empty() ? " WHERE " : condition + " AND ");
 }
 
 } // namespace
@@ -256,7 +261,8 @@ SQLiteReader::Scan::Scan(SQLiteReader& reader, Scanned const& scanned)
     : smallCache_(std::make_unique<SmallCache>(reader.connection_)),
       decoder_(reader.decoderFor(*scanned.entity, scanned.includesSubentities)),
       statement_(reader.connection_.use(scanText(decoder_.columns(), reader.schema_.tableOf(*scanned.entity).name,
-                                                 reader.conditionOf(scanned, SQLTranslation(reader.schema_, *scanned.entity))))) {}
+                                                 reader.conditionOf(scanned, SQLTranslation(reader.schema_, *scanned.entity))))) {
+}
 SQLiteReader::Scan::~Scan() = default;
 
 bool SQLiteReader::Scan::read(Span span, std::vector<RowRef>& rows) {
@@ -290,7 +296,8 @@ void SQLiteReader::readByKeys(SQLite::Statement& statement, StoreQuery const& qu
 }
 
 std::string SQLiteReader::countText(Scanned const& scanned, SQLTranslation const& translation) const {
-    return fmt::format("SELECT count(*) FROM {} AS t0{}{}", schema_.tableOf(*scanned.entity).name, translation.joins(), conditionOf(scanned, translation));
+    return fmt::format("SELECT count(*) FROM {} AS t0{}{}", schema_.tableOf(*scanned.entity).name, translation.joins(),
+                       conditionOf(scanned, translation));
 }
 
 void SQLiteReader::count(StoreQuery const& query, std::size_t& count, bool& complete) {

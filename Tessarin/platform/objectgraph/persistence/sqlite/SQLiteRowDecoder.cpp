@@ -22,7 +22,8 @@ void SQLiteRowDecoder::addPlans(SQLiteSchema const& schema, NSEntityDescription 
     for (std::size_t cell = 0; cell < cells.size(); ++cell) {
         auto const& name = schema.columnOf(*cells[cell].property);
         auto const found = std::ranges::find(names.begin() + 2, names.end(), name);
-        plan.cells.push_back({cell, static_cast<int>(found - names.begin()), cells[cell].type, plan.layout->packing(false).places[cell]});
+        plan.cells.push_back(
+            {cell, static_cast<int>(found - names.begin()), cells[cell].type, plan.layout->packing(false).places[cell]});
         if (found == names.end()) names.push_back(name);
     }
     plans_.emplace_back(schema.numberOf(entity), std::move(plan));
@@ -84,7 +85,8 @@ RowRef SQLiteRowDecoder::decoded(sqlite3_stmt* handle, Plan const& plan, RecordK
         if (isHeapCell(type)) {
             if (std::string_view content; readContent(value, type, content)) builder_.setText(cell, content);
         } else if (!isNull(value)) {
-            type == CellType::Real ? builder_.setReal(cell, sqlite3_value_double(value)) : builder_.setInteger(cell, sqlite3_value_int64(value));
+            type == CellType::Real ? builder_.setReal(cell, sqlite3_value_double(value))
+                                   : builder_.setInteger(cell, sqlite3_value_int64(value));
         }
     }
     return builder_.finish(blocks);

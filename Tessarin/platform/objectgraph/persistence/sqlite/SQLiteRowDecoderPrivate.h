@@ -10,7 +10,8 @@ namespace Tessarin {
 class TESSARIN_API SQLiteRowDecoder {
 public:
     /// `asOf`: which commits the connection sees, at any time.
-    SQLiteRowDecoder(SQLiteSchema const& schema, NSEntityDescription const& entity, bool includesSubentities, RowCache::Moment const& asOf);
+    SQLiteRowDecoder(SQLiteSchema const& schema, NSEntityDescription const& entity, bool includesSubentities,
+                     RowCache::Moment const& asOf);
 
     /// The list of columns of the table, which the query calls `t0`: id and version first.
     std::string const& columns() const noexcept { return columns_; }

@@ -46,7 +46,8 @@ private:
     std::size_t pageSize_ = 512; // the least there is, until the header is read
     Page count_ = 0;
     std::unordered_set<Page> seen_; // reached
-    std::unordered_set<Page> free_; // as the list of free pages says, which may be damaged itself: a table that leads to one counts more
+    std::unordered_set<Page>
+        free_; // as the list of free pages says, which may be damaged itself: a table that leads to one counts more
 };
 
 } // namespace Tessarin

@@ -13,7 +13,8 @@ namespace Tessarin {
 class TESSARIN_API SQLiteSharedScan {
 public:
     /// `state` is what the asking thread's reader sees.
-    SQLiteSharedScan(Ref<RowSpace> space, SQLiteReader::Scanned scanned, SQLiteReader::Span span, SQLite::Connection::LogState const& state);
+    SQLiteSharedScan(Ref<RowSpace> space, SQLiteReader::Scanned scanned, SQLiteReader::Span span,
+                     SQLite::Connection::LogState const& state);
 
     /// Adds all records to `rows`, by key, and to `kept`. On the asking thread, once.
     void read(SQLiteReader& reader, std::vector<RowRef>& rows, KeptRows& kept);

@@ -42,7 +42,8 @@ SQLiteStoreOptions SQLiteStoreOptions::from(Dictionary const& options) {
     if (auto const& infers = options["NSInferMappingModelAutomaticallyOption"]; infers.isNumber())
         read.infersMapping = infers.boolean();
     read.isReadOnly = options["NSReadOnlyPersistentStoreOption"].boolean();
-    if (auto const& mode = options["NSFilePosixPermissions"]; mode.isNumber()) read.fileMode = static_cast<std::uint32_t>(mode.integer() & 0777);
+    if (auto const& mode = options["NSFilePosixPermissions"]; mode.isNumber())
+        read.fileMode = static_cast<std::uint32_t>(mode.integer() & 0777);
     read.waiting = options[NSStoreWaitingOption].objectAs<StoreWaiting>();
     if (!read.waiting) read.waiting = make<StoreWaiting>(nullptr, std::nullopt);
     return read;
@@ -78,7 +79,8 @@ SQLiteStore::Impl::Writing& SQLiteStore::Impl::writer() {
 
 void SQLiteStore::Impl::requireInPlace() const {
     if (StoreRefusal::identityAt(path) == identity) return;
-    throw ErrorException(storeError(StoreErrorCode::StoreSave, "The store's file is not in its place any more, so nothing is written: " + path,
+    throw ErrorException(storeError(StoreErrorCode::StoreSave,
+                                    "The store's file is not in its place any more, so nothing is written: " + path,
                                     {{NSFilePathErrorKey, path}}));
 }
 
@@ -127,7 +129,8 @@ Ref<NSError> SQLiteStore::save(std::span<Ref<ChangeSet const> const> sets, Confl
     return error;
 }
 
-Ref<NSError> SQLiteStore::findRefused(std::span<Ref<ChangeSet const> const> sets, ConflictResolver resolve, std::vector<RefusedSet>& refused) {
+Ref<NSError> SQLiteStore::findRefused(std::span<Ref<ChangeSet const> const> sets, ConflictResolver resolve,
+                                      std::vector<RefusedSet>& refused) {
     auto& impl = *impl_;
     std::lock_guard const hold(impl.writing);
     auto const tryIn = [&](SQLite::Connection& connection, SQLiteWriter& writer, Ref<ChangeSet const> const& set) {
@@ -136,7 +139,8 @@ Ref<NSError> SQLiteStore::findRefused(std::span<Ref<ChangeSet const> const> sets
         SaveOutcome outcome;
         auto error = caught([&] {
             if (auto refusal = reconcile({&set, 1}, stored, resolve, outcome)) throw ErrorException(refusal);
-            writer.write(outcome.sets.empty() ? std::span(&set, 1) : std::span<Ref<ChangeSet const> const>(outcome.sets), SQLiteWriter::Conflicts::Settled);
+            writer.write(outcome.sets.empty() ? std::span(&set, 1) : std::span<Ref<ChangeSet const> const>(outcome.sets),
+                         SQLiteWriter::Conflicts::Settled);
         });
         connection.execute(error ? "ROLLBACK TO one; RELEASE one" : "RELEASE one");
         return error;
@@ -145,7 +149,9 @@ Ref<NSError> SQLiteStore::findRefused(std::span<Ref<ChangeSet const> const> sets
         auto& [connection, writer] = impl.writer();
         SQLite::Transaction const transaction(connection); // never committed
         impl.requireSameModel(connection);
-        if (auto passing = findRefusedSets(sets, [&](auto const& set) { return tryIn(connection, writer, set); }, refused)) throw ErrorException(passing);
+        if (auto passing = findRefusedSets(
+                sets, [&](auto const& set) { return tryIn(connection, writer, set); }, refused))
+            throw ErrorException(passing);
     });
     impl.writerSeat.reset();
     return error;
@@ -171,7 +177,8 @@ Ref<NSError> SQLiteStore::Impl::inBatch(BatchOutcome& outcome, FunctionRef<bool(
     return error;
 }
 
-Ref<NSError> SQLiteStore::updateInBatch(BatchTarget const& target, std::span<BatchAssignment const> assignments, BatchOutcome& outcome) {
+Ref<NSError> SQLiteStore::updateInBatch(BatchTarget const& target, std::span<BatchAssignment const> assignments,
+                                        BatchOutcome& outcome) {
     return impl_->inBatch(outcome, [&](SQLiteWriter& writer) { return writer.update(target, assignments, outcome); });
 }
 
@@ -188,8 +195,10 @@ Ref<NSError> SQLiteStore::Impl::reading(std::string const& table, FunctionRef<vo
     });
 }
 
-Ref<NSError> SQLiteStore::findHolders(UniqueConstraint const& constraint, std::span<RowRef const> rows, std::vector<RecordKey>& holders) {
-    return impl_->reading(impl_->schema.tableOf(*constraint.entity).name, [&](SQLiteReader& reader) { reader.findHolders(constraint, rows, holders); });
+Ref<NSError> SQLiteStore::findHolders(UniqueConstraint const& constraint, std::span<RowRef const> rows,
+                                      std::vector<RecordKey>& holders) {
+    return impl_->reading(impl_->schema.tableOf(*constraint.entity).name,
+                          [&](SQLiteReader& reader) { reader.findHolders(constraint, rows, holders); });
 }
 
 Ref<NSError> SQLiteStore::fetch(StoreQuery const& query, StoreAnswer& answer) {
@@ -202,18 +211,21 @@ Ref<NSError> SQLiteStore::fetch(StoreQuery const& query, StoreAnswer& answer) {
 }
 
 Ref<NSError> SQLiteStore::count(StoreQuery const& query, std::size_t& count, bool& complete) {
-    return impl_->reading(impl_->schema.tableOf(*query.entity).name, [&](SQLiteReader& reader) { reader.count(query, count, complete); });
+    return impl_->reading(impl_->schema.tableOf(*query.entity).name,
+                          [&](SQLiteReader& reader) { reader.count(query, count, complete); });
 }
 
 Ref<NSError> SQLiteStore::rows(NSEntityDescription const& rootEntity, std::span<RecordKey const> keys,
                                FunctionRef<void(RowRef)> each) {
-    return impl_->reading(impl_->schema.tableOf(rootEntity).name, [&](SQLiteReader& reader) { reader.rows(rootEntity, keys, each); });
+    return impl_->reading(impl_->schema.tableOf(rootEntity).name,
+                          [&](SQLiteReader& reader) { reader.rows(rootEntity, keys, each); });
 }
 
 Ref<NSError> SQLiteStore::members(NSRelationshipDescription const& relationship, std::span<RecordKey const> owners,
                                   FunctionRef<void(RecordKey owner, RecordKey member)> each) {
     auto const* link = impl_->schema.linkOf(relationship);
-    return impl_->reading(link ? link->table : std::string(), [&](SQLiteReader& reader) { reader.members(relationship, owners, each); });
+    return impl_->reading(link ? link->table : std::string(),
+                          [&](SQLiteReader& reader) { reader.members(relationship, owners, each); });
 }
 
 std::vector<std::string> SQLiteStore::verify(Ref<NSError>& error) const {

@@ -40,10 +40,13 @@ public:
     void setMetadata(Dictionary metadata) override;
     std::string identifier() const override;
     Ref<NSError> save(std::span<Ref<ChangeSet const> const> sets, ConflictResolver resolve, SaveOutcome& outcome) override;
-    Ref<NSError> findRefused(std::span<Ref<ChangeSet const> const> sets, ConflictResolver resolve, std::vector<RefusedSet>& refused) override;
-    Ref<NSError> updateInBatch(BatchTarget const& target, std::span<BatchAssignment const> assignments, BatchOutcome& outcome) override;
+    Ref<NSError> findRefused(std::span<Ref<ChangeSet const> const> sets, ConflictResolver resolve,
+                             std::vector<RefusedSet>& refused) override;
+    Ref<NSError> updateInBatch(BatchTarget const& target, std::span<BatchAssignment const> assignments,
+                               BatchOutcome& outcome) override;
     Ref<NSError> deleteInBatch(std::span<BatchTarget const> targets, BatchOutcome& outcome) override;
-    Ref<NSError> findHolders(UniqueConstraint const& constraint, std::span<RowRef const> rows, std::vector<RecordKey>& holders) override;
+    Ref<NSError> findHolders(UniqueConstraint const& constraint, std::span<RowRef const> rows,
+                             std::vector<RecordKey>& holders) override;
     Ref<NSError> fetch(StoreQuery const& query, StoreAnswer& answer) override;
     Ref<NSError> count(StoreQuery const& query, std::size_t& count, bool& complete) override;
     Ref<NSError> rows(NSEntityDescription const& rootEntity, std::span<RecordKey const> keys,

@@ -13,7 +13,8 @@ std::string unquotedTable(std::string const& name) { return name.substr(1, name.
 
 } // namespace
 
-void createStoreTables(SQLite::Connection& connection, RowSpace& space, std::vector<std::int64_t> const& numbers, Dictionary metadata) {
+void createStoreTables(SQLite::Connection& connection, RowSpace& space, std::vector<std::int64_t> const& numbers,
+                       Dictionary metadata) {
     connection.execute(fmt::format("PRAGMA application_id = {}", storeApplicationID));
     connection.execute(fmt::format("PRAGMA user_version = {}", storeFormatVersion));
     connection.execute("CREATE TABLE tessarin_store (key TEXT PRIMARY KEY, value) WITHOUT ROWID;"

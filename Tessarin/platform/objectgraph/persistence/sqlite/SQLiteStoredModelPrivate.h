@@ -11,7 +11,8 @@ inline constexpr std::int64_t storeFormatVersion = 1;
 
 /// Makes an empty file a store without records, within a transaction of the caller. Its metadata is `metadata`, with what every
 /// store's holds: a new identity unless that is given.
-void createStoreTables(SQLite::Connection& connection, RowSpace& space, std::vector<std::int64_t> const& numbers, Dictionary metadata);
+void createStoreTables(SQLite::Connection& connection, RowSpace& space, std::vector<std::int64_t> const& numbers,
+                       Dictionary metadata);
 /// The hashes of a model's entities by name, as they stand in a store's metadata.
 Dictionary modelHashes(NSManagedObjectModel const& model);
 /// Writes what the file remembers of its model, within a transaction of the caller.

@@ -24,13 +24,15 @@ bool SQLiteTableScans::read(SQLiteReader& reader, StoreQuery const& query, SQLit
 KeptRows SQLiteTableScans::readShared(SQLiteReader& reader, SQLiteReader::Scanned scanned, SQLiteReader::Span span,
                                       SQLite::Connection::LogState const& state, std::vector<RowRef>& rows) {
     auto const scan = std::make_shared<SQLiteSharedScan>(space_, scanned, span, state);
-    dispatch_group_async(helpers_, dispatch_get_global_queue(QOS_CLASS_USER_INITIATED, 0), [scan, readers = readers_] { scan->help(*readers); });
+    dispatch_group_async(helpers_, dispatch_get_global_queue(QOS_CLASS_USER_INITIATED, 0),
+                         [scan, readers = readers_] { scan->help(*readers); });
     KeptRows kept;
     scan->read(reader, rows, kept);
     return kept;
 }
 
-bool SQLiteTableScans::readKept(SQLiteReader::Scanned scanned, SQLite::Connection::LogState const& state, std::vector<RowRef>& rows) {
+bool SQLiteTableScans::readKept(SQLiteReader::Scanned scanned, SQLite::Connection::LogState const& state,
+                                std::vector<RowRef>& rows) {
     std::lock_guard const hold(mutex_);
     if (!last_ || last_->state != state || last_->scanned != scanned) return false;
     ++uses_;

@@ -57,7 +57,8 @@ Refused Refused::noRule(std::string const& entity, std::string const& property, 
 }
 
 Misplaced Misplaced::because(std::string text, std::string const& path) {
-    return Misplaced(storeError(StoreErrorCode::StorePlace, "The store cannot be opened: " + std::move(text) + ": " + path, {{NSFilePathErrorKey, path}}));
+    return Misplaced(storeError(StoreErrorCode::StorePlace, "The store cannot be opened: " + std::move(text) + ": " + path,
+                                {{NSFilePathErrorKey, path}}));
 }
 
 void throwVerdict(SQLite::Failure const& failure) {

@@ -41,7 +41,8 @@ private:
     void remakeIndexes();
     SQLiteRecordWriter& writerOf(NSEntityDescription const& entity);
     std::optional<SQLiteReader::Selection> selectionOf(BatchTarget const& target) const;
-    void requireSources(BatchTarget const& target, std::span<BatchAssignment const> assignments, SQLiteReader::Selection const& selection);
+    void requireSources(BatchTarget const& target, std::span<BatchAssignment const> assignments,
+                        SQLiteReader::Selection const& selection);
     void runBatch(SQLite::Statement& statement, NSEntityDescription const& entity, BatchOutcome& outcome);
     [[noreturn]] void explain(SQLite::Failure const& failure) const;
 

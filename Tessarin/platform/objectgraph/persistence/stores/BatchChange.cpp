@@ -7,8 +7,9 @@
 namespace Tessarin {
 
 Ref<NSError> missingDestination(NSRelationshipDescription const& relationship, RecordKey key) {
-    return storeError(StoreErrorCode::ObjectMissing, fmt::format("{} cannot lead to {} p{}: there is no such record.", relationship.description(),
-                                                                 relationship.destinationEntity()->name(), key));
+    return storeError(StoreErrorCode::ObjectMissing,
+                      fmt::format("{} cannot lead to {} p{}: there is no such record.", relationship.description(),
+                                  relationship.destinationEntity()->name(), key));
 }
 
 } // namespace Tessarin

@@ -38,7 +38,8 @@ Ref<NSManagedObjectID> IdentityTable::living(RecordKey key) const {
 Ref<NSManagedObjectID> IdentityTable::identity(NSEntityDescription const& entity, RecordKey key) {
     std::lock_guard const hold(mutex_);
     auto const kept = living(key);
-    if (kept && entity.isKindOf(&kept->entity())) kept->entity_.store(&entity, std::memory_order_release); // now it is known better
+    if (kept && entity.isKindOf(&kept->entity()))
+        kept->entity_.store(&entity, std::memory_order_release); // now it is known better
     // Somebody's word for a record that was not there to be asked may have been wrong: that identity stays one of no record.
     if (kept && kept->entity().isKindOf(&entity)) return kept;
     isUsed_.store(true, std::memory_order_release);

@@ -59,7 +59,8 @@ public:
     /// `entity` is what is known of the record: its own, or an ancestor of that.
     Ref<NSManagedObjectID> identity(NSEntityDescription const& entity, RecordKey key);
     /// The same for an entity that somebody only says; null when it does not fit. `known` gives the record's own, null if unknown.
-    Ref<NSManagedObjectID> identityIfFitting(NSEntityDescription const& entity, RecordKey key, FunctionRef<NSEntityDescription const*()> known);
+    Ref<NSManagedObjectID> identityIfFitting(NSEntityDescription const& entity, RecordKey key,
+                                             FunctionRef<NSEntityDescription const*()> known);
     /// A record that had a temporary key has its permanent one from now on.
     void promote(RecordKey temporary, RecordKey permanent);
     /// The store's own identity, for URIs; empty until there is a store.

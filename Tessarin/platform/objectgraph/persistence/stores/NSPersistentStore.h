@@ -52,18 +52,22 @@ public:
     virtual Ref<NSError> save(std::span<Ref<ChangeSet const> const> sets, ConflictResolver resolve, SaveOutcome& outcome) = 0;
     /// Which of the sets that `save` refused for good (`isRefusedForGood`) stand in the way of the others, found by trying one
     /// after another; leaves the store as it was. An error: it cannot be found out now.
-    virtual Ref<NSError> findRefused(std::span<Ref<ChangeSet const> const> sets, ConflictResolver resolve, std::vector<RefusedSet>& refused) = 0;
+    virtual Ref<NSError> findRefused(std::span<Ref<ChangeSet const> const> sets, ConflictResolver resolve,
+                                     std::vector<RefusedSet>& refused) = 0;
     /// Gives every record that is meant the same new values, or deletes them, all or nothing, without a look at contexts. Raises
     /// versions; leaves no link to a record that does not exist; the rows that changed leave the cache or are exchanged there.
-    virtual Ref<NSError> updateInBatch(BatchTarget const& target, std::span<BatchAssignment const> assignments, BatchOutcome& outcome) = 0;
+    virtual Ref<NSError> updateInBatch(BatchTarget const& target, std::span<BatchAssignment const> assignments,
+                                       BatchOutcome& outcome) = 0;
     virtual Ref<NSError> deleteInBatch(std::span<BatchTarget const> targets, BatchOutcome& outcome) = 0;
     /// For each row the key of a stored record with its values of a constraint, all of which are present; 0 for none. By index.
-    virtual Ref<NSError> findHolders(UniqueConstraint const& constraint, std::span<RowRef const> rows, std::vector<RecordKey>& holders) = 0;
+    virtual Ref<NSError> findHolders(UniqueConstraint const& constraint, std::span<RowRef const> rows,
+                                     std::vector<RecordKey>& holders) = 0;
     virtual Ref<NSError> fetch(StoreQuery const& query, StoreAnswer& answer) = 0;
     /// Counts what `fetch` would give; `complete` false: the asker must fetch and count itself.
     virtual Ref<NSError> count(StoreQuery const& query, std::size_t& count, bool& complete) = 0;
     /// The rows of records in the tree of `rootEntity`, in any order; keys that the store does not know are left out.
-    virtual Ref<NSError> rows(NSEntityDescription const& rootEntity, std::span<RecordKey const> keys, FunctionRef<void(RowRef)> each) = 0;
+    virtual Ref<NSError> rows(NSEntityDescription const& rootEntity, std::span<RecordKey const> keys,
+                              FunctionRef<void(RowRef)> each) = 0;
     /// The members of a to-many relationship of each owner; of one owner in their order when the relationship has one.
     virtual Ref<NSError> members(NSRelationshipDescription const& relationship, std::span<RecordKey const> owners,
                                  FunctionRef<void(RecordKey owner, RecordKey member)> each) = 0;

@@ -36,8 +36,8 @@ public:
     /// Opens or makes the store. Waits as long as the file is locked, out of reach or out of space; null with an error when
     /// it is no store of this model (a copy of what stood there is then kept beside its folder, and the error bears a StoreRefusal),
     /// and for a path that can never hold one: too long, or a link that leads nowhere. One store a coordinator: a second is refused. `configuration` absent means all entities, and so does any other for now.
-    Ref<NSPersistentStore> addPersistentStoreWithType(std::string_view type, std::optional<std::string> configuration, NSURL const& url,
-                                                      Dictionary const& options, Ref<NSError>& error);
+    Ref<NSPersistentStore> addPersistentStoreWithType(std::string_view type, std::optional<std::string> configuration,
+                                                      NSURL const& url, Dictionary const& options, Ref<NSError>& error);
     std::vector<Ref<NSPersistentStore>> persistentStores() const;
     /// Looks at all of the store and changes nothing: at its pages and indexes, links and their inverses, orders, the description of
     /// its model, the next key. A sentence for each finding; none when all is well, or with an error when it cannot look. Takes time

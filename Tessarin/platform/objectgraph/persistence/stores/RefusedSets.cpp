@@ -30,7 +30,9 @@ bool RefusedRecords::areNeededBy(ChangeSet const& set) const {
     if (empty()) return false;
     auto const isInserted = [&](RecordKey key) { return inserted_.contains(key); };
     auto const leadsThere = [&](RecordChange const& change) {
-        if (std::ranges::any_of(change.relationships, [&](auto const& each) { return std::ranges::any_of(each.added, isInserted); })) return true;
+        if (std::ranges::any_of(change.relationships,
+                                [&](auto const& each) { return std::ranges::any_of(each.added, isInserted); }))
+            return true;
         if (!change.after || !change.changesRow()) return false;
         auto const cells = change.after->layout().cells();
         for (std::size_t cell = 0; cell < cells.size(); ++cell)
@@ -46,8 +48,8 @@ Ref<NSError> needsRefusedError() {
     return storeError(StoreErrorCode::NeedsRefused, "The changes need others that the store has refused.");
 }
 
-Ref<NSError> findRefusedSets(std::span<Ref<ChangeSet const> const> sets, FunctionRef<Ref<NSError>(Ref<ChangeSet const> const&)> tryOne,
-                             std::vector<RefusedSet>& refused) {
+Ref<NSError> findRefusedSets(std::span<Ref<ChangeSet const> const> sets,
+                             FunctionRef<Ref<NSError>(Ref<ChangeSet const> const&)> tryOne, std::vector<RefusedSet>& refused) {
     RefusedRecords records;
     for (std::size_t at = 0; at < sets.size(); ++at) {
         auto reason = records.areNeededBy(*sets[at]) ? needsRefusedError() : tryOne(sets[at]);

@@ -31,7 +31,8 @@ private:
 
 /// Tries sets one after another. A set that needs a refused one is refused with it, untried. The error of `tryOne` is the
 /// result where it may pass; then nothing is known.
-TESSARIN_API Ref<NSError> findRefusedSets(std::span<Ref<ChangeSet const> const> sets, FunctionRef<Ref<NSError>(Ref<ChangeSet const> const&)> tryOne,
+TESSARIN_API Ref<NSError> findRefusedSets(std::span<Ref<ChangeSet const> const> sets,
+                                          FunctionRef<Ref<NSError>(Ref<ChangeSet const> const&)> tryOne,
                                           std::vector<RefusedSet>& refused);
 /// Why a set is refused that needs a refused one.
 TESSARIN_API Ref<NSError> needsRefusedError();

@@ -6,7 +6,9 @@
 
 namespace Tessarin {
 
-Ref<StoreRefusal> StoreRefusal::of(NSError const& error) { return error.userInfo()[StoreRefusalErrorKey].objectAs<StoreRefusal>(); }
+Ref<StoreRefusal> StoreRefusal::of(NSError const& error) {
+    return error.userInfo()[StoreRefusalErrorKey].objectAs<StoreRefusal>();
+}
 
 std::optional<StoreRefusal::Identity> StoreRefusal::identityAt(std::string const& path) {
     struct stat status {};
@@ -14,8 +16,8 @@ std::optional<StoreRefusal::Identity> StoreRefusal::identityAt(std::string const
     return Identity{status.st_dev, status.st_ino};
 }
 
-void StoreRefusal::init(std::string place, std::optional<Identity> identity, bool isOfEmptyStore, std::optional<MigrationPlan> plan,
-                        std::optional<NSURL> copy) {
+void StoreRefusal::init(std::string place, std::optional<Identity> identity, bool isOfEmptyStore,
+                        std::optional<MigrationPlan> plan, std::optional<NSURL> copy) {
     NSObject::init();
     place_ = std::move(place);
     identity_ = identity;

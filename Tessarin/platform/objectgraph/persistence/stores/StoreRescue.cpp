@@ -25,7 +25,8 @@ constexpr std::array endings{"", "-wal", "-shm", "-journal"};
 bool makeFolder(fs::path const& path, mode_t mode) {
     if (::mkdir(path.c_str(), mode) != 0) return false;
     struct stat status {};
-    if (::stat(path.c_str(), &status) == 0 && (status.st_mode & 0777) != mode) ::chmod(path.c_str(), (status.st_mode & 07000) | mode);
+    if (::stat(path.c_str(), &status) == 0 && (status.st_mode & 0777) != mode)
+        ::chmod(path.c_str(), (status.st_mode & 07000) | mode);
     return true;
 }
 
@@ -136,7 +137,8 @@ std::optional<std::string> RescuedCopies::keep() const {
     if (std::ranges::none_of(endings, existing)) return {};
     auto const isKeptIn = [&](fs::path const& copy) {
         return std::ranges::all_of(endings, [&](auto const* ending) {
-            return !existing(ending) || std::string_view(ending) == "-shm" || isSame(real.native() + ending, copy / (file_.filename().native() + ending));
+            return !existing(ending) || std::string_view(ending) == "-shm" ||
+                   isSame(real.native() + ending, copy / (file_.filename().native() + ending));
         });
     };
     if (auto const earlier = all(); !earlier.empty() && isKeptIn(earlier.back().second)) return earlier.back().second.native();
@@ -173,7 +175,8 @@ bool RescuedCopies::isOurs(fs::path const& place) const {
     if (fs::symlink_status(place, none).type() != fs::file_type::directory) return false;
     for (fs::directory_iterator it(place, none), end; it != end; it.increment(none)) {
         auto const name = it->path().filename().native();
-        bool const isNamedSo = std::ranges::any_of(endings, [&](auto const* ending) { return name == file_.filename().native() + ending; });
+        bool const isNamedSo =
+            std::ranges::any_of(endings, [&](auto const* ending) { return name == file_.filename().native() + ending; });
         if (!isNamedSo || it->symlink_status(none).type() != fs::file_type::regular) return false;
     }
     return !none;

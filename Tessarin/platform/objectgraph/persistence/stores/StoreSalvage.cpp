@@ -48,7 +48,8 @@ public:
     void moveTo(std::string const& place) {
         if (::renameat2(AT_FDCWD, path_.c_str(), AT_FDCWD, place.c_str(), RENAME_NOREPLACE) == 0) return;
         if (errno != EINVAL && errno != ENOSYS) fail(place);
-        if (::link(path_.c_str(), place.c_str()) != 0) fail(place); // a file system that cannot rename so; the first name goes with this
+        if (::link(path_.c_str(), place.c_str()) != 0)
+            fail(place); // a file system that cannot rename so; the first name goes with this
     }
 
 private:
@@ -101,7 +102,8 @@ Dictionary metadataOf(SQLite::Connection& damaged) {
 
 } // namespace
 
-SalvageReport salvageStore(std::string const& damagedPath, std::string const& freshPath, Ref<NSManagedObjectModel> const& model, mode_t mode) {
+SalvageReport salvageStore(std::string const& damagedPath, std::string const& freshPath, Ref<NSManagedObjectModel> const& model,
+                           mode_t mode) {
     if (::access(freshPath.c_str(), F_OK) == 0) throw ErrorException(NSError::errorWithErrno(EEXIST, freshPath));
     // Under a name of its own until it is whole: nobody can open it before, and what a killed process leaves is in nobody's way.
     auto const name = freshPath + ".salvage-" + NSUUID::UUID().UUIDString();

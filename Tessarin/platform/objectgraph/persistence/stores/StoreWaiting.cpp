@@ -9,8 +9,9 @@
 namespace Tessarin {
 
 StoreClock& storeClock() {
-    static StoreClock clock{[] { return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count(); },
-                            [](double seconds) { std::this_thread::sleep_for(std::chrono::duration<double>(seconds)); }};
+    static StoreClock clock{
+        [] { return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count(); },
+        [](double seconds) { std::this_thread::sleep_for(std::chrono::duration<double>(seconds)); }};
     return clock;
 }
 

@@ -18,7 +18,8 @@ bool canBeStored(NSPropertyDescription const& property) {
     CellType type{};
     auto const* attribute = property.asAttribute();
     if (property.isTransient()) return false;
-    return attribute ? !attribute->isDerived() && cellTypeOf(attribute->attributeType(), type) : !property.asRelationship()->isToMany();
+    return attribute ? !attribute->isDerived() && cellTypeOf(attribute->attributeType(), type)
+                     : !property.asRelationship()->isToMany();
 }
 
 } // namespace
@@ -52,14 +53,17 @@ Ref<NSError> UniqueConstraint::violation(Dictionary more) const {
     }
     more.set("entity", Value(entity->name()));
     more.set("attributes", Value(std::move(names)));
-    return storeError(StoreErrorCode::ConstraintConflict, entity->name() + ": another record has the same " + text, std::move(more));
+    return storeError(StoreErrorCode::ConstraintConflict, entity->name() + ": another record has the same " + text,
+                      std::move(more));
 }
 
 UniqueConstraints::UniqueConstraints(NSManagedObjectModel const& model) : byEntity_(model.entities().size()) {
     for (auto const& entity : model.entities())
         for (auto const& properties : entity->uniquenessConstraints()) {
-            if (properties.empty() || !std::ranges::all_of(properties, [](auto const* each) { return canBeStored(*each); })) continue;
-            auto const& made = *all_.emplace_back(std::make_unique<UniqueConstraint>(UniqueConstraint{entity.get(), properties, all_.size()}));
+            if (properties.empty() || !std::ranges::all_of(properties, [](auto const* each) { return canBeStored(*each); }))
+                continue;
+            auto const& made =
+                *all_.emplace_back(std::make_unique<UniqueConstraint>(UniqueConstraint{entity.get(), properties, all_.size()}));
             for (auto const& bound : model.entities())
                 if (bound->isKindOf(entity.get())) byEntity_[bound->index()].push_back(&made);
         }

@@ -25,7 +25,8 @@ RecordKey UniqueValues::holder(UniqueConstraint const& constraint, std::string c
 
 RecordKey UniqueTrial::holder(UniqueConstraint const& constraint, std::string const& values) const {
     if (constraint.index < holders_.size())
-        if (auto const found = holders_[constraint.index].find(values); found != holders_[constraint.index].end()) return found->second;
+        if (auto const found = holders_[constraint.index].find(values); found != holders_[constraint.index].end())
+            return found->second;
     return values_.holder(constraint, values);
 }
 
@@ -51,7 +52,8 @@ Ref<NSError> UniqueTrial::add(ChangeSet const& set) {
         if (!before && change.kind == Kind::Update) continue; // made on a record that an ancestor never saved
         changed.push_back(&change);
         for (auto const* constraint : constraints) {
-            if (auto const was = before ? constraint->valuesOf(*before) : std::nullopt; was && holder(*constraint, *was) == change.key)
+            if (auto const was = before ? constraint->valuesOf(*before) : std::nullopt;
+                was && holder(*constraint, *was) == change.key)
                 setHolder(*constraint, *was, 0);
             if (change.after) taking.emplace_back(&change, constraint);
         }
