@@ -20,7 +20,7 @@
 
 namespace {
 
-std::vector<std::string>* fileCalls = nullptr; // what is said about files, while a test listens
+thread_local std::vector<std::string>* fileCalls = nullptr; // what this thread does to files, while a test listens
 
 std::string nameOf(int file) {
     std::error_code ignored;
