@@ -1,4 +1,5 @@
 // Preferences and their files. What needs a process of its own runs in one of the roles at the end.
+#include "Tessarin/platform/foundation/files/NSURL.h"
 #include "Tessarin/platform/foundation/notifications/NSNotificationCenter.h"
 #include "Tessarin/platform/foundation/preferences/NSUserDefaults.h"
 #include "Tessarin/platform/foundation/values/NSError.h"

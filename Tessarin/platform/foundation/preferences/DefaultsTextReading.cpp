@@ -135,7 +135,8 @@ std::optional<StatementName> statementName(std::string_view statement) try {
     for (auto const* level = &table; level;) {
         if (level->empty()) return name;
         if (level->size() > 1) return {}; // several statements
-        auto const& [key, node] = *level->begin();
+        auto const first = level->begin(); // what it leads to lives in it
+        auto const& [key, node] = *first;
         name.parts.emplace_back(key.str());
         level = node.is_table() && !node.as_table()->is_inline() ? node.as_table() : nullptr;
     }
