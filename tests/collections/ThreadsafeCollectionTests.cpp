@@ -85,8 +85,9 @@ TEST(ThreadsafeArray, ThreadsLoseNothing) {
     for (int thread = 0; thread < 4; ++thread)
         threads.emplace_back([&, thread] {
             for (int i = 1; i <= 500; ++i) {
-                array->append(thread * 500 + i);
-                if (i % 5 == 0) array->remove(thread * 500 + i);
+                auto const own = 10'000 + thread * 500 + i; // never what the first one counts to
+                array->append(own);
+                if (i % 5 == 0) array->remove(own);
                 EXPECT_GE(array->withValues([](std::vector<int>& all) { return ++all[0]; }), 1);
             }
         });
