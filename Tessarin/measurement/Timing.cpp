@@ -134,7 +134,8 @@ void Timing::modifyLaps(FunctionRef<void(Laps&)> change) {
 
 void Timing::lap(std::optional<std::string> note) {
     dispatch_async(queue(), [self = shared_from_this(), lap = Lap{std::move(note), NSDate{}}]() mutable {
-        if (typeid(*self) == typeid(detail::Made<Timing>)) return self->laps_.append(std::move(lap));
+        auto const& own = *self;
+        if (typeid(own) == typeid(detail::Made<Timing>)) return self->laps_.append(std::move(lap));
         self->modifyLaps([&](Laps& laps) { laps.push_back(std::move(lap)); });
     });
 }
