@@ -72,28 +72,6 @@ TEST(SerialQueue, SyncRunsHereEvenWithWorkAhead) {
     EXPECT_TRUE(after);
 }
 
-TEST(SerialQueue, SyncToAnOwnedQueueBlocks) {
-    // The thread never ends, so what it looks at must not either.
-    static auto const& queue = *new dispatch_queue_t(serialQueue());
-    static auto const& entered = *new Event;
-    static std::atomic<bool> passed = false;
-    std::thread([] {
-        dispatch_sync(queue, [] {
-            entered.happen();
-            dispatch_sync(queue, [] {});
-            passed = true;
-        });
-    }).detach();
-    EXPECT_TRUE(entered.wait());
-    Event later; // what is submitted behind it waits too
-    dispatch_async(queue, [later] { later.happen(); });
-    auto const other = serialQueue();
-    dispatch_async(other, [] {});
-    dispatch_sync(other, [] {});
-    EXPECT_FALSE(later.hasHappened());
-    EXPECT_FALSE(passed);
-}
-
 TEST(SerialQueue, LabelIsCopiedAndAbsentMeansEmpty) {
     std::string label = "gone soon";
     auto const queue = serialQueue(label.c_str());
