@@ -13,12 +13,14 @@ template <class T> void ThreadsafeArray<T>::init(std::vector<T> array) {
 
 template <class T> void ThreadsafeArray<T>::modifyArray(FunctionRef<void(std::vector<T>&)> change) {
     if (typeid(*this) == typeid(detail::Made<ThreadsafeArray>)) return change(array_);
-    auto changed = [&]() -> std::vector<T> {
-        if constexpr (std::copy_constructible<T>) return array();
-        return std::move(array_);
-    }();
-    change(changed);
-    setArray(std::move(changed));
+    if constexpr (std::copy_constructible<T>) {
+        auto changed = array();
+        change(changed);
+        setArray(std::move(changed));
+    } else {
+        change(array_); // in place, so that what it throws costs no element
+        setArray(std::move(array_));
+    }
 }
 
 template <class T> template <class F> auto ThreadsafeArray<T>::withValues(F&& change) {

@@ -22,12 +22,14 @@ template <class K, class V, class Hash, class Equal>
     requires HashesKey<Hash, K>
 void ThreadsafeDictionary<K, V, Hash, Equal>::modifyDict(FunctionRef<void(Pairs&)> change) {
     if (typeid(*this) == typeid(detail::Made<ThreadsafeDictionary>)) return change(dict_);
-    auto changed = [&]() -> Pairs {
-        if constexpr (std::copy_constructible<V>) return dict();
-        return std::move(dict_);
-    }();
-    change(changed);
-    setDict(std::move(changed));
+    if constexpr (std::copy_constructible<V>) {
+        auto changed = dict();
+        change(changed);
+        setDict(std::move(changed));
+    } else {
+        change(dict_); // in place, so that what it throws costs no value
+        setDict(std::move(dict_));
+    }
 }
 
 template <class K, class V, class Hash, class Equal>

@@ -162,6 +162,12 @@ TEST(ThreadsafeCollections, WhatAClosureOrACopyThrowsReachesTheCaller) {
     EXPECT_THROW(array->map([](auto const&) -> int { throw 2; }), int);
     EXPECT_THROW(array->withValues([](auto&) { throw 3; }), int);
     EXPECT_EQ(array->count() + dict->count(), 2) << "the queue goes on";
+
+    class Heard : public ThreadsafeArray<std::unique_ptr<int>> {};
+    auto const heard = make<Heard>();
+    heard->append(std::make_unique<int>(1));
+    EXPECT_THROW(heard->withValues([](auto&) { throw 4; }), int);
+    EXPECT_EQ(heard->count(), 1) << "nothing is lost";
 }
 
 /// Asks its home something at its end, which may be inside a call of that home.

@@ -161,8 +161,10 @@ private:
 void retainObject(DispatchSource& source) noexcept { source.retain(); }
 void releaseObject(DispatchSource& source) noexcept { source.release(); }
 
-dispatch_source_t dispatch_source_create(dispatch_source_type_t, std::uintptr_t, std::uintptr_t, dispatch_queue_t const& queue) {
+dispatch_source_t dispatch_source_create(dispatch_source_type_t, std::uintptr_t handle, std::uintptr_t mask,
+                                         dispatch_queue_t const& queue) {
     required(queue, __func__);
+    if (handle != 0 || mask != 0) fatal("dispatch_source_create: a timer has neither a handle nor a mask");
     return dispatch_source_t::adopt(new DispatchSource(queue));
 }
 

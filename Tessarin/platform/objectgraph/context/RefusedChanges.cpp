@@ -72,7 +72,7 @@ void dropRefused(ContextState& context) {
     try {
         auto corrections = correctionsOf(context, refusals);
         mergeCorrections(context, std::make_shared<ChangeSet const>(context.coordinator->space(), std::move(corrections)));
-    } catch (ErrorException const&) { // a store that cannot be read: they stay
+    } catch (...) { // a store that cannot be read: they stay
         ChangeSets sets;
         for (auto const& refusal : refusals) sets.push_back(refusal.set);
         context.published.setAside(sets);

@@ -35,7 +35,11 @@ constexpr std::size_t chunkSize = 1 << 20;
 /// The bytes of a file that this process may have open as a database: read in any other way, it would lose its locks on it.
 class DatabaseBytes {
 public:
-    explicit DatabaseBytes(fs::path const& path) : path_(path), file_(path.native()), left_(fs::file_size(path)) {}
+    explicit DatabaseBytes(fs::path const& path) : path_(path), file_(path.native()) {
+        std::error_code failed;
+        left_ = fs::file_size(path, failed);
+        if (failed) fail(failed.value(), path);
+    }
     /// The next of them; none at the end.
     std::span<std::byte const> next() {
         auto const chunk = std::span(buffer_).first(static_cast<std::size_t>(std::min<std::uintmax_t>(left_, chunkSize)));
@@ -49,13 +53,14 @@ private:
     fs::path const path_;
     SQLite::RawFile file_;
     std::vector<std::byte> buffer_ = std::vector<std::byte>(chunkSize);
-    std::uintmax_t left_;
+    std::uintmax_t left_ = 0;
     std::int64_t at_ = 0;
 };
 
 void copyBytes(fs::path const& from, fs::path const& to) {
-    std::ofstream output(to, std::ios::binary);
     DatabaseBytes bytes(from);
+    errno = 0;
+    std::ofstream output(to, std::ios::binary);
     for (auto chunk = bytes.next(); output && !chunk.empty(); chunk = bytes.next())
         output.write(reinterpret_cast<char const*>(chunk.data()), static_cast<std::streamsize>(chunk.size()));
     output.close();
@@ -71,7 +76,7 @@ void keepLink(fs::path const& from, fs::path const& to) {
 }
 
 /// Whether the copy is a link to the file, or where there are no links holds the same.
-bool isSame(fs::path const& file, fs::path const& copy) {
+bool isSame(fs::path const& file, fs::path const& copy) try {
     std::error_code none;
     if (fs::equivalent(file, copy, none)) return true;
     if (none || fs::hard_link_count(copy, none) != 1 || fs::file_size(file, none) != fs::file_size(copy, none)) return false;
@@ -81,6 +86,8 @@ bool isSame(fs::path const& file, fs::path const& copy) {
         if (!std::ranges::equal(left, right)) return false;
         if (left.empty()) return true;
     }
+} catch (ErrorException const&) { // what cannot be compared is kept once more
+    return false;
 }
 
 /// A copy's number, before what an interrupted move added to it; absent for a name that somebody else gave.
