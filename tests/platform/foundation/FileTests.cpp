@@ -17,7 +17,7 @@
 class XCTest : public Tessarin::NSObject {};
 
 namespace {
-std::vector<mode_t> modesBefore; // of files whose mode was then set
+thread_local std::vector<mode_t> modesBefore; // of files whose mode this thread then set
 bool rightsAreRaised = false;
 } // namespace
 

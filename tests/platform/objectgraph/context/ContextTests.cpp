@@ -278,6 +278,7 @@ TEST_P(Context, AnotherCoordinatorsObjectsAndSavesMeanNothing) {
     update->setPropertiesToUpdate({{"author", Value(inserted(*other.root, "Author", {})->objectID())}});
     EXPECT_FALSE(root->executeRequest(*update, error));
     NSManagedObjectContext::mergeChangesFromRemoteContextSave({{NSDeletedObjectsKey, {identity}}}, std::array{root});
+    root->performBlockAndWait([] {}); // where it is looked at
     EXPECT_EQ(fetched(*root, "Book"), Objects{own});
     EXPECT_DEATH(own->setValueForKey(Value(inserted(*other.root, "Author", {})), "author"), "different contexts");
 }

@@ -84,9 +84,13 @@ protected:
 inline auto const bothStores = ::testing::Values("InMemory", "SQLite");
 inline std::string storeName(::testing::TestParamInfo<char const*> const& each) { return each.param; }
 
+/// What follows asks a context on its queue: blocks that the library itself put there, to tell of other contexts, ran before.
 inline Ref<NSManagedObject> inserted(NSManagedObjectContext& context, char const* entity, Dictionary const& values) {
-    auto object = context.insertNewObject(entity);
-    for (auto const& [key, value] : values) object->setValueForKey(value, key);
+    Ref<NSManagedObject> object;
+    context.performBlockAndWait([&] {
+        object = context.insertNewObject(entity);
+        for (auto const& [key, value] : values) object->setValueForKey(value, key);
+    });
     return object;
 }
 
@@ -104,7 +108,9 @@ inline std::shared_ptr<void> listening(Ref<NSManagedObjectContext> const& contex
 
 inline ::testing::AssertionResult saves(NSManagedObjectContext& context) {
     Ref<NSError> error;
-    if (context.save(error)) return ::testing::AssertionSuccess();
+    bool isSaved = false;
+    context.performBlockAndWait([&] { isSaved = context.save(error); });
+    if (isSaved) return ::testing::AssertionSuccess();
     return ::testing::AssertionFailure() << error->description();
 }
 
@@ -116,7 +122,8 @@ inline Objects fetched(NSManagedObjectContext& context, char const* entity, Ref<
     request->setFetchLimit(limit);
     request->setFetchOffset(offset);
     Ref<NSError> error;
-    auto objects = context.executeFetchRequest(*request, error);
+    Objects objects;
+    context.performBlockAndWait([&] { objects = context.executeFetchRequest(*request, error); });
     EXPECT_FALSE(error) << error->description();
     return objects;
 }
