@@ -45,7 +45,7 @@ protected:
 TEST_F(ChangeNews, EachAnnouncementSaysWhatHappenedSinceTheLast) {
     Ref<NSManagedObject> tag;
     turn([&] {
-        tag = inserted(*main, "Tag", {{"name", "a"}});
+        tag = main->insertNewObject("Tag");
         tag->setValueForKey("b", "name");
         expect("in the middle of a turn", "");
     });
@@ -54,7 +54,7 @@ TEST_F(ChangeNews, EachAnnouncementSaysWhatHappenedSinceTheLast) {
 
     main->performBlockAndWait([&] { tag->setValueForKey("c", "name"); });
     expect("a block that ran at once", "[updated Tag]");
-    main->performBlockAndWait([&] { main->deleteObject(*inserted(*main, "Book", {})); });
+    main->performBlockAndWait([&] { main->deleteObject(*main->insertNewObject("Book")); });
     expect("made and deleted in between", "[]");
     turn([&] { EXPECT_TRUE(saves(*main)); });
     turnsEnd();
