@@ -4,6 +4,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <csignal>
+#include <fstream>
 #include <mutex>
 #include <sched.h>
 #include <sys/resource.h>
@@ -230,6 +231,22 @@ TEST(PoolDeathTest, AsManyComputeAsTheProcessMayUseProcessors) {
         },
         testing::ExitedWithCode(0), "");
 }
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) // which keep memory of their own for each byte
+TEST(Pool, TheMemoryOfALongBacklogGoesBackWhenItIsQuiet) {
+    auto const resident = [] {
+        std::size_t all = 0, now = 0;
+        std::ifstream("/proc/self/statm") >> all >> now;
+        return now * static_cast<std::size_t>(sysconf(_SC_PAGESIZE)) >> 20; // megabytes
+    };
+    auto const queue = serialQueue();
+    dispatch_suspend(queue);
+    for (int i = 0; i < 1'000'000; ++i) dispatch_async(queue, [] {});
+    auto const full = resident();
+    dispatch_resume(queue);
+    EXPECT_TRUE(eventually([&] { return resident() + 55 < full; }));
+}
+#endif
 
 TEST(Pool, SignalsOfAnItemsOwnDoingReachIt) {
     sigset_t closed, inChild;

@@ -1,27 +1,39 @@
 #include "Tessarin/platform/queues/engine/ItemDepot.h"
 
 #include <algorithm>
+#include <array>
+#include <bit>
 #include <functional>
 #include <new>
+#include <sys/mman.h>
 
 namespace Tessarin::engine {
 namespace {
 
-constexpr std::size_t largestChunk = 4096; // items, 256 KiB
-constexpr int batchesToKeep = 256;         // a megabyte
+constexpr int pagesToKeep = 256; // a megabyte
+constexpr std::uint64_t allPages = ~std::uint64_t{0};
 
-constexpr std::align_val_t alignment{Batch::pageSize};
+/// A page as one batch, its first item first.
+FreeItem* carve(std::byte* page) {
+    Batch batch;
+    for (auto* at = page + Batch::pageSize; at != page;) batch.push(::new (at -= sizeof(WorkItem)) FreeItem{nullptr, nullptr});
+    return batch.items;
+}
 
-/// Makes a list of batches, a page each; gives its last.
-FreeItem* carve(std::byte* memory, std::size_t items, FreeItem*& batches) {
-    FreeItem* last = nullptr;
-    for (auto* at = memory + items * sizeof(WorkItem); at != memory;) {
-        Batch batch;
-        while (!batch.isFull()) batch.push(::new (at -= sizeof(WorkItem)) FreeItem{nullptr, nullptr});
-        batch.items->nextBatch = std::exchange(batches, batch.items);
-        if (!last) last = batch.items;
+std::byte* mapped(std::size_t size) {
+    auto* const memory = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (memory == MAP_FAILED) throw std::bad_alloc();
+    return static_cast<std::byte*>(memory);
+}
+
+/// Gives the pages of the mask back, each row of neighbours at once.
+void discard(std::byte* memory, std::uint64_t pages) {
+    for (int at = 0; pages >> at != 0;) {
+        at += std::countr_zero(pages >> at);
+        int const length = std::countr_one(pages >> at);
+        ::madvise(memory + at * Batch::pageSize, length * Batch::pageSize, MADV_DONTNEED);
+        if ((at += length) == 64) return;
     }
-    return last;
 }
 
 } // namespace
@@ -31,20 +43,22 @@ ItemDepot& itemDepot() {
     return depot;
 }
 
-void ItemDepot::putFull(FreeItem* items) noexcept {
-    items->nextBatch = std::exchange(batches_, items);
-    ++batchCount_;
+void ItemDepot::put(PageList pages) noexcept {
+    if (pages.count == 0) return;
+    std::lock_guard const hold(lock_);
+    while (pages.count > 0) pages_.push(pages.pop());
 }
 
-void ItemDepot::put(Batch batch) noexcept {
-    if (batch.count == 0) return;
+void ItemDepot::put(std::span<Batch const> parts) noexcept {
     std::lock_guard const hold(lock_);
-    if (batch.isFull()) return putFull(batch.items);
-    auto const found = parts_.try_emplace(pageOf(batch.items)).first;
-    while (batch.count > 0) found->second.push(batch.pop());
-    if (!found->second.isFull()) return;
-    putFull(found->second.items);
-    parts_.erase(found);
+    for (auto batch : parts) {
+        if (batch.count == 0) continue;
+        auto const found = parts_.try_emplace(pageOf(batch.items)).first;
+        while (batch.count > 0) found->second.push(batch.pop());
+        if (!found->second.isFull()) continue;
+        pages_.push(found->second.items);
+        parts_.erase(found);
+    }
 }
 
 Batch ItemDepot::takePart() noexcept {
@@ -54,54 +68,87 @@ Batch ItemDepot::takePart() noexcept {
     return batch;
 }
 
-void ItemDepot::addFresh(std::unique_lock<Lock>& hold) {
-    auto const items = chunks_.empty() ? std::size_t{Batch::size} : std::min(2 * chunks_.back().items, largestChunk);
-    hold.unlock(); // fresh memory takes its time
-    auto* const memory = static_cast<std::byte*>(::operator new(items * sizeof(WorkItem), alignment));
-    FreeItem* batches = nullptr;
-    auto* const last = carve(memory, items, batches);
-    hold.lock();
-    chunks_.push_back({memory, items});
-    last->nextBatch = batches_;
-    batches_ = batches;
-    batchCount_ += static_cast<int>(items / Batch::size);
-}
-
-Batch ItemDepot::take() {
+std::pair<Batch, PageList> ItemDepot::take() {
     std::unique_lock hold(lock_);
-    if (!batches_ && !parts_.empty()) return takePart();
-    if (!batches_) addFresh(hold);
-    --batchCount_;
-    auto* const items = batches_;
-    batches_ = items->nextBatch;
-    return {items, Batch::size};
-}
-
-ItemDepot::Chunk& ItemDepot::chunkOf(FreeItem* item) noexcept {
-    auto* const address = reinterpret_cast<std::byte*>(item);
-    return *std::prev(std::ranges::upper_bound(chunks_, address, std::less<>{}, &Chunk::memory));
-}
-
-/// Only chunks all of whose pages are whole can go, so parts need not be looked at.
-void ItemDepot::trim() {
-    std::lock_guard const hold(lock_);
-    if (batchCount_ <= batchesToKeep) return;
-    std::ranges::sort(chunks_, std::less<>{}, &Chunk::memory);
-    for (auto* batch = batches_; batch; batch = batch->nextBatch) chunkOf(batch).unused += Batch::size;
-    for (auto* batch = std::exchange(batches_, nullptr); batch;) {
-        auto* const next = batch->nextBatch;
-        if (auto const& chunk = chunkOf(batch); chunk.unused == chunk.items)
-            --batchCount_;
-        else
-            batch->nextBatch = std::exchange(batches_, batch);
-        batch = next;
+    PageList taken;
+    if (pages_.count > 0) {
+        while (taken.count < mostAtOnce && pages_.count > 0) taken.push(pages_.pop());
+    } else {
+        if (!parts_.empty()) return {takePart(), {}};
+        taken = takeUnused(hold);
     }
-    std::erase_if(chunks_, [](auto const& chunk) {
-        if (chunk.unused != chunk.items) return false;
-        ::operator delete(chunk.memory, alignment);
-        return true;
+    auto* const items = taken.pop();
+    return {{items, Batch::size}, taken};
+}
+
+ItemDepot::Chunk& ItemDepot::chunkOf(std::byte* memory) noexcept {
+    return *std::prev(std::ranges::upper_bound(chunks_, memory, std::less<>{}, &Chunk::memory));
+}
+
+ItemDepot::Chunk& ItemDepot::chunkWithUnused() {
+    for (; unusedHint_ < chunks_.size(); ++unusedHint_)
+        if (chunks_[unusedHint_].unused != 0) return chunks_[unusedHint_];
+    if (chunks_.size() == chunks_.capacity()) chunks_.reserve(2 * chunks_.size() + 16);
+    auto* const memory = mapped(chunkSize);
+    auto const place = std::ranges::upper_bound(chunks_, memory, std::less<>{}, &Chunk::memory);
+    unusedHint_ = static_cast<std::size_t>(place - chunks_.begin());
+    return *chunks_.insert(place, {memory, allPages});
+}
+
+/// Pages that nobody has touched; called with the lock, which is given back before they are.
+PageList ItemDepot::takeUnused(std::unique_lock<Lock>& hold) {
+    // Twice as many whenever all are taken: a process with few items touches few pages.
+    auto& chunk = chunkWithUnused();
+    int const most = chunks_.size() > 1 ? mostAtOnce : std::clamp(64 - std::popcount(chunk.unused), 1, mostAtOnce);
+    std::array<std::byte*, mostAtOnce> found;
+    int count = 0;
+    while (count < most && chunk.unused != 0) {
+        found[count++] = chunk.memory + std::countr_zero(chunk.unused) * Batch::pageSize;
+        chunk.unused &= chunk.unused - 1;
+    }
+    hold.unlock();
+    PageList pages;
+    while (count > 0) pages.push(carve(found[--count]));
+    return pages;
+}
+
+void ItemDepot::trim() {
+    auto const pages = takeForTheSystem();
+    for (auto const& [memory, mask] : pages) discard(memory, mask);
+    for (auto* const memory : addUnused(pages)) ::munmap(memory, chunkSize);
+}
+
+/// What is more than worth keeping, by chunk. Nobody else sees it until it is given back.
+std::vector<ItemDepot::Chunk> ItemDepot::takeForTheSystem() {
+    std::vector<Chunk> result;
+    std::lock_guard const hold(lock_);
+    if (pages_.count <= pagesToKeep) return result;
+    result.reserve(chunks_.size());
+    for (auto const& chunk : chunks_) result.push_back({chunk.memory, 0});
+    PageList kept;
+    while (kept.count < pagesToKeep) kept.push(pages_.pop());
+    while (pages_.count > 0) {
+        auto* const page = reinterpret_cast<std::byte*>(pageOf(pages_.pop()) * Batch::pageSize);
+        auto const& chunk = chunkOf(page);
+        auto const at = static_cast<std::size_t>(page - chunk.memory) / Batch::pageSize;
+        result[static_cast<std::size_t>(&chunk - chunks_.data())].unused |= std::uint64_t{1} << at;
+    }
+    pages_ = kept;
+    return result;
+}
+
+/// Gives the chunks of which nothing is used any more.
+std::vector<std::byte*> ItemDepot::addUnused(std::span<Chunk const> pages) {
+    std::vector<std::byte*> unused;
+    std::lock_guard const hold(lock_);
+    for (auto const& [memory, mask] : pages)
+        if (mask != 0) chunkOf(memory).unused |= mask;
+    unusedHint_ = 0;
+    std::erase_if(chunks_, [&](auto const& chunk) {
+        if (chunk.unused == allPages) unused.push_back(chunk.memory);
+        return chunk.unused == allPages;
     });
-    for (auto& chunk : chunks_) chunk.unused = 0;
+    return unused;
 }
 
 } // namespace Tessarin::engine

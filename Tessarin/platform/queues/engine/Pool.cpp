@@ -15,6 +15,7 @@
 namespace Tessarin::engine {
 namespace {
 
+constexpr Nanoseconds quietTime = 300'000'000;
 constexpr Nanoseconds idleTime = 4'000'000'000;
 constexpr int mostThreads = 512;
 constexpr int mostBlockedByTurns = 16; // further threads under the cap are for global and concurrent queues
@@ -26,14 +27,15 @@ int processorCount() noexcept {
     return count;
 }
 
-void Pool::pushInbox(WorkItem* item) noexcept {
+/// A list from its newest to its oldest, or one item.
+void Pool::pushInbox(WorkItem* oldest, WorkItem* newest) noexcept {
     auto* first = inbox_.load(std::memory_order_relaxed);
-    do item->setNext(first);
-    while (!inbox_.compare_exchange_weak(first, item, std::memory_order_seq_cst, std::memory_order_relaxed));
+    do oldest->setNext(first);
+    while (!inbox_.compare_exchange_weak(first, newest, std::memory_order_seq_cst, std::memory_order_relaxed));
 }
 
 void Pool::submit(WorkItem* item) noexcept {
-    pushInbox(item);
+    pushInbox(item, item);
     wakeIfUseful();
 }
 
@@ -46,24 +48,46 @@ void Pool::submitQueue(WorkItem* item) noexcept {
         *catching = {item, this};
         return;
     }
-    item->setNext(nullptr);
-    bool const gaveUp = giveUpKept(*worker);
-    worker->keptCount.fetch_add(1, std::memory_order_relaxed);
-    worker->kept.store(item, std::memory_order_seq_cst);
+    bool const gaveUp = keep(*worker, item);
     callMonitor();
     if (gaveUp) wakeIfUseful();
 }
 
+/// Puts the item behind what the worker keeps. All of that goes to others before, and true is the result, when some of them have
+/// nothing to do or when it is long: serial queues that feed one another hardly need the pool ("hops", all to all).
+bool Pool::keep(Worker& worker, WorkItem* item) noexcept {
+    constexpr std::uint32_t mostKept = 16;
+    item->setNext(nullptr);
+    auto* first = worker.kept.exchange(nullptr, std::memory_order_acq_rel);
+    auto const length = first ? worker.keptLength.load(std::memory_order_relaxed) : 0;
+    bool const othersAreIdle = mayWake_.load(std::memory_order_relaxed) || searching_.load(std::memory_order_relaxed) > 0;
+    bool const givesUp = length >= mostKept || (first && othersAreIdle);
+    if (givesUp) pushAll(std::exchange(first, nullptr));
+    first ? worker.lastKept->setNext(item) : void(first = item);
+    worker.lastKept = item;
+    worker.keptLength.store(givesUp ? 1 : length + 1, std::memory_order_relaxed);
+    worker.keptCount.fetch_add(1, std::memory_order_relaxed);
+    worker.kept.store(first, std::memory_order_seq_cst);
+    return givesUp;
+}
+
+void Pool::pushAll(WorkItem* items) noexcept {
+    if (items) pushInbox(items, reversed(items).first);
+}
+
 /// Lets others run what the worker kept; whether there was anything.
 bool Pool::giveUpKept(Worker& worker) noexcept {
-    auto* item = worker.kept.exchange(nullptr, std::memory_order_acq_rel);
-    if (!item) return false;
-    while (item) {
-        auto* const next = item->next();
-        pushInbox(item);
-        item = next;
-    }
-    return true;
+    auto* const item = worker.kept.exchange(nullptr, std::memory_order_acq_rel);
+    pushAll(item);
+    return item;
+}
+
+/// For a worker that finds nothing: what others keep for later, but for the one that they come to next.
+void Pool::stealKept() noexcept {
+    std::lock_guard const hold(lock_);
+    for (auto* worker = workers_; worker; worker = worker->next)
+        if (worker->kept.load(std::memory_order_relaxed) && worker->keptLength.load(std::memory_order_relaxed) > 1)
+            giveUpKept(*worker);
 }
 
 // Whoever changes searching_ or mayWake_ looks at the inbox afterwards, and here the order is the other way round, so an item
@@ -156,7 +180,6 @@ void* Pool::threadMain(void* argument) {
         pool.workers_ = worker;
     }
     pool.run(*worker);
-    itemDepot().trim(); // it has been quiet for a while
     thisThread.worker = nullptr;
     delete worker;
     return nullptr;
@@ -212,6 +235,7 @@ WorkItem* Pool::takeKept(Worker& worker) noexcept {
     if (!item) return nullptr; // the monitor was here
     if (auto* const rest = item->next()) {
         worker.keptCount.fetch_add(1, std::memory_order_relaxed);
+        worker.keptLength.store(worker.keptLength.load(std::memory_order_relaxed) - 1, std::memory_order_relaxed);
         worker.kept.store(rest, std::memory_order_release);
     }
     return item;
@@ -241,6 +265,9 @@ WorkItem* Pool::take(Worker& worker) noexcept {
 
     if (count > 1) {
         worker.keptCount.fetch_add(1, std::memory_order_relaxed);
+        worker.keptLength.store(static_cast<std::uint32_t>(count - 1), std::memory_order_relaxed);
+        worker.lastKept = item;
+        while (auto* const next = worker.lastKept->next()) worker.lastKept = next;
         worker.kept.store(item->next(), std::memory_order_seq_cst);
         callMonitor();
     }
@@ -261,6 +288,7 @@ WorkItem* Pool::takeTurn(Worker& worker) noexcept {
 WorkItem* Pool::search(Worker& worker) noexcept {
     WorkItem* item = take(worker);
     if (item) return item;
+    stealKept();
     bool const found = spin(worker.searchTime, [&] { return inbox_.load(std::memory_order_relaxed) && (item = take(worker)); });
     worker.searchTime = found ? Worker::longestSearch : worker.searchTime / 2;
     return item;
@@ -302,8 +330,13 @@ bool Pool::sleep(Worker& worker, bool searching) noexcept {
         }
     }
     auto const start = monotonicNow();
+    bool hasTrimmed = false;
     while (worker.called.load(std::memory_order_acquire) == 0) {
-        if (park(worker.called, 0, start + idleTime)) continue;
+        if (park(worker.called, 0, start + (hasTrimmed ? idleTime : quietTime))) continue;
+        if (!std::exchange(hasTrimmed, true)) {
+            itemDepot().trim();
+            continue;
+        }
         std::lock_guard const hold(lock_);
         if (!worker.sleeps) continue; // called at the last moment
         leaveSleepers(worker);

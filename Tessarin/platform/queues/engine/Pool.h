@@ -19,10 +19,12 @@ public:
 
     Pool& pool;
     std::atomic<std::uint32_t> called = NotCalled; // what it sleeps on
-    /// What it will run next, a list: the queue that it made runnable last, or a few items taken at once from a long backlog. The
-    /// monitor takes them away when they stay too long.
+    /// What it will run next, a list: queues that it made runnable, or a few items taken at once from a long backlog. The
+    /// monitor takes them away when they stay too long, and so does a worker that finds nothing else.
     std::atomic<WorkItem*> kept = nullptr;
-    std::atomic<std::uint32_t> keptCount = 0;
+    std::atomic<std::uint32_t> keptCount = 0; // of the times that it was changed
+    std::atomic<std::uint32_t> keptLength = 0; // the worker's, like the next; both mean nothing while the list is empty
+    WorkItem* lastKept = nullptr;
     std::uint32_t keptCountSeen = 0; // the monitor's
     pid_t thread = 0;
     Nanoseconds searchTime = longestSearch; // the worker's; see Pool::search
@@ -45,6 +47,13 @@ public:
 /// A serial queue does not wait for others that compute: when the turns of such queues stand still for half a millisecond, extra
 /// workers over the cap take them, one at first and twice as many at each further half millisecond, up to some hundreds. An extra
 /// leaves after its turn as soon as the others make headway again. What concurrent and global queues run stays under the cap.
+///
+/// Any thread submits, by pushing at the inbox with one compare-and-swap. Whoever needs work takes all of it under the lock and puts
+/// it in line. What a worker keeps is one word: only that worker fills it, and anybody empties it, by an exchange that also hands
+/// over what its items are. That no item is left behind while everybody sleeps rests on one order: a submitter writes the inbox and
+/// then looks at `searching_` and `mayWake_`; who changes these looks at the inbox afterwards. All four are sequentially
+/// consistent, so one of the two sees the other. What a worker keeps needs no such care, since the worker is awake, and the monitor
+/// comes for what it does not run.
 class Pool {
 public:
     constexpr Pool(DispatchQueue& queue, char const* name, int niceness) noexcept
@@ -79,12 +88,15 @@ private:
     WorkItem* takeTurn(Worker& worker) noexcept;
     WorkItem* search(Worker& worker) noexcept;
     bool giveUpKept(Worker& worker) noexcept;
+    bool keep(Worker& worker, WorkItem* item) noexcept;
+    void stealKept() noexcept;
     void stopSearching() noexcept;
     bool sleep(Worker& worker, bool searching) noexcept;
     void leaveSleepers(Worker& worker) noexcept;
     void forget(Worker& worker) noexcept;
 
-    void pushInbox(WorkItem* item) noexcept;
+    void pushInbox(WorkItem* oldest, WorkItem* newest) noexcept;
+    void pushAll(WorkItem* items) noexcept;
     void wakeIfUseful() noexcept;
     void wakeOne() noexcept;
     bool call(Worker::Role role, std::unique_lock<Lock>& hold) noexcept;

@@ -1,89 +1,85 @@
 #include "Tessarin/platform/queues/engine/WorkItem.h"
 
 #include "Tessarin/platform/queues/engine/ItemDepot.h"
+#include "Tessarin/platform/queues/engine/ItemShelves.h"
 #include <array>
 #include <new>
+#include <span>
+#include <tuple>
 #include <utility>
 
 namespace Tessarin::engine {
 namespace {
 
-// Threads that only submit would drain a thread-local list and threads that only run would flood it. So full batches travel
-// through the depot: one lock per 64 items, and no malloc once the depot is warm. A batch is a page of memory, and stays one: a
+// Threads that only submit would drain a thread-local list and threads that only run would flood it. So whole pages of items travel
+// through the depot, 32 under one lock, and no malloc once the depot is warm. A batch is of one page of memory, and stays so: a
 // thread that runs the items of several others gathers each page's on a shelf of its own. Mixed ones would scatter every long
 // backlog all over the memory, at four times the cost ("mainloop", a post, 4 threads); a few, for the thread's own use, do not.
-struct Shelf {
-    std::uintptr_t page = 0; // 0 while it is empty
-    Batch batch;
-};
+//
+// Nothing here is shared: what another thread wrote into an item was seen when the item came to this thread, through its queue or
+// through the depot's lock.
 struct Cache {
-    static constexpr unsigned shelfCount = 8;
     static constexpr int mostMixed = 128;
 
     Batch mixed;   // of any pages, given back here and taken again: threads that run and submit alike need nothing else
     Batch current; // to take from, and to give back what is of its page
     std::uintptr_t page = 0;
-    std::array<Shelf, shelfCount> shelves;
-    unsigned recent = 0; // the shelf that was last given to
-    unsigned oldest = 0; // the next to be cleared for another page
-    bool returnsAtExit = false;
+    Shelves* shelves = nullptr; // made when first needed, until the thread ends
+    enum class Phase : std::uint8_t { New, Living, Ended } phase = Phase::New; // of the thread
 };
 constinit thread_local Cache cache [[gnu::tls_model("initial-exec")]];
 
+void giveShelves() noexcept {
+    if (cache.shelves) cache.shelves->giveAll();
+    delete std::exchange(cache.shelves, nullptr);
+}
+
+void giveEverything() noexcept {
+    std::array<Batch, Cache::mostMixed + 1> parts;
+    std::size_t count = 0;
+    for (parts[count++] = std::exchange(cache.current, {}); cache.mixed.count > 0;) parts[count++].push(cache.mixed.pop());
+    if (parts[0].isFull()) {
+        PageList page;
+        page.push(std::exchange(parts[0], {}).items);
+        itemDepot().put(page);
+    }
+    itemDepot().put(std::span(parts.data(), count));
+    giveShelves();
+}
+
 struct CacheReturner {
     ~CacheReturner() {
-        while (cache.mixed.count > 0) {
-            Batch one;
-            one.push(cache.mixed.pop());
-            itemDepot().put(one);
-        }
-        itemDepot().put(std::exchange(cache.current, {}));
-        for (auto& shelf : cache.shelves) itemDepot().put(std::exchange(shelf, {}).batch);
+        giveEverything();
+        cache.phase = Cache::Phase::Ended;
     }
 };
 
-void returnAtExit() {
-    if (std::exchange(cache.returnsAtExit, true)) return;
+/// The thread has its first item, or one after its end, which stays with nobody.
+[[gnu::noinline]] void begin() noexcept {
+    if (cache.phase == Cache::Phase::Ended) return giveEverything();
+    cache.phase = Cache::Phase::Living;
     thread_local CacheReturner const returner;
     static_cast<void>(&returner);
 }
 
+[[gnu::noinline]] Shelves& makeShelves() { return *(cache.shelves = new Shelves); }
+Shelves& shelves() { return cache.shelves ? *cache.shelves : makeShelves(); }
+
 [[gnu::noinline]] void refill() {
-    returnAtExit();
-    auto* shelf = &cache.shelves[cache.recent];
-    for (unsigned at = 0; at < Cache::shelfCount && shelf->page == 0; ++at) shelf = &cache.shelves[at];
-    cache.current = shelf->page != 0 ? std::exchange(*shelf, {}).batch : itemDepot().take();
+    if (cache.phase == Cache::Phase::New) begin();
+    auto& own = shelves();
+    cache.current = own.take();
+    if (cache.current.count == 0 && own.pages().count > 0) cache.current = {own.pages().pop(), Batch::size};
+    if (cache.current.count == 0) std::tie(cache.current, own.pages()) = itemDepot().take();
     cache.page = pageOf(cache.current.items);
-}
-
-[[gnu::noinline]] void clear(Shelf& shelf) noexcept {
-    returnAtExit();
-    itemDepot().put(std::exchange(shelf, {}).batch);
-}
-
-/// Makes the shelf of that page the recent one: the one it has, an empty one, or one that is cleared for it.
-[[gnu::noinline]] void turnTo(std::uintptr_t page) noexcept {
-    unsigned chosen = Cache::shelfCount;
-    for (unsigned at = 0; at < Cache::shelfCount; ++at) {
-        if (cache.shelves[at].page == page) {
-            cache.recent = at;
-            return;
-        }
-        if (cache.shelves[at].page == 0) chosen = at;
-    }
-    if (chosen == Cache::shelfCount) {
-        chosen = std::exchange(cache.oldest, (cache.oldest + 1) % Cache::shelfCount);
-        clear(cache.shelves[chosen]);
-    }
-    cache.recent = chosen;
-    cache.shelves[chosen].page = page;
+    if (cache.phase == Cache::Phase::Ended) giveShelves();
 }
 
 void shelve(FreeItem* item, std::uintptr_t page) noexcept {
-    if (cache.shelves[cache.recent].page != page) turnTo(page);
-    auto& shelf = cache.shelves[cache.recent];
+    auto& own = shelves();
+    auto& shelf = own.of(page);
     shelf.batch.push(item);
-    if (shelf.batch.isFull()) clear(shelf);
+    if (shelf.batch.isFull()) own.keepPage(std::exchange(shelf, {}).batch.items);
 }
 
 } // namespace
@@ -105,7 +101,7 @@ void recycle(WorkItem* item) noexcept {
         cache.mixed.push(free);
     else
         shelve(free, page);
-    if (!cache.returnsAtExit) returnAtExit();
+    if (cache.phase != Cache::Phase::Living) begin();
 }
 
 void runAndRecycle(WorkItem* item) noexcept {
