@@ -44,8 +44,7 @@ template <class T> std::optional<T> unlessAbsent(T value) {
 /// - Texts of all kinds are had as std::string and Text. A null reference or pointer is nothing.
 /// - A reference is had as one to a base, or to the class that the object has.
 /// - Out of a Value comes what `Value::as` reads: a double from any number object, an integer never from a double and only where
-///   it fits. A T that a
-///   Value can hold is had as Value. What a std::any holds is had as itself.
+///   it fits. A T that a Value can hold is had as Value. What a std::any holds is had as itself.
 /// Numbers of different types are otherwise different: an int is no double and no long.
 template <class T, class From> std::optional<T> convertedTo(From const& value) {
     if constexpr (std::same_as<T, From>) {
@@ -61,12 +60,7 @@ template <class T, class From> std::optional<T> convertedTo(From const& value) {
         auto const* const inside = std::any_cast<T>(&value);
         return inside ? convertedTo<T>(*inside) : std::nullopt;
     } else if constexpr (std::same_as<From, Value>) {
-        if constexpr (std::integral<T> && !std::same_as<T, bool> && sizeof(T) < sizeof(std::int64_t)) {
-            auto const whole = value.template as<std::int64_t>(); // a number that does not fit is no T
-            return whole && *whole == static_cast<T>(*whole) ? std::optional(static_cast<T>(*whole)) : std::nullopt;
-        } else if constexpr (reflection::ReadFromValue<T>) {
-            return value.template as<T>();
-        }
+        if constexpr (reflection::ReadFromValue<T>) return value.template as<T>();
         return {};
     } else if constexpr (reflection::TextLike<From>) {
         auto const text = reflection::textLikeView(value);

@@ -12,7 +12,9 @@ template <class T> std::optional<T> Value::as() const {
     } else if constexpr (std::is_same_v<T, bool>) {
         return kind() == Kind::Boolean ? std::optional(boolean()) : std::nullopt;
     } else if constexpr (std::is_integral_v<T>) {
-        return kind() == Kind::Integer || kind() == Kind::Boolean ? std::optional(static_cast<T>(integer())) : std::nullopt;
+        if (kind() != Kind::Integer && kind() != Kind::Boolean) return std::nullopt;
+        auto const narrow = static_cast<T>(integer());
+        return sizeof(T) == sizeof(std::int64_t) || narrow == integer() ? std::optional(narrow) : std::nullopt;
     } else if constexpr (std::is_floating_point_v<T>) {
         return isNumber() ? std::optional(static_cast<T>(number())) : std::nullopt;
     } else if constexpr (std::is_same_v<T, std::string> || std::is_same_v<T, Tessarin::Text> ||

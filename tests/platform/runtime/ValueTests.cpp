@@ -112,6 +112,8 @@ TEST(Value, ReadsAsATypeOnlyWhatIsOfIt) {
     EXPECT_EQ(Value(3).as<int>(), 3);
     EXPECT_EQ(Value(3).as<double>(), 3.0);
     EXPECT_EQ(Value(3.0).as<int>(), std::nullopt);
+    EXPECT_EQ(Value(300).as<std::int8_t>(), std::nullopt) << "it does not fit";
+    EXPECT_EQ(Value(-1).as<std::uint32_t>(), std::nullopt);
     EXPECT_EQ(Value(3).as<std::string>(), std::nullopt);
     EXPECT_EQ(Value(3).as<bool>(), std::nullopt);
     EXPECT_EQ(Value("x").as<std::string>(), "x");
