@@ -68,6 +68,8 @@ Stack::Stack(std::string const& file, Synchronous synchronous) {
     main->setParentContext(root);
 }
 
+Ref<NSManagedObjectModel> const& Stack::model() { return libraryModel(); }
+
 Ref<NSManagedObjectContext> Stack::makeWorker() const {
     auto worker = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue);
     worker->setParentContext(main);

@@ -64,6 +64,7 @@ private:
 class Stack {
 public:
     Stack(std::string const& file, Synchronous synchronous);
+    static Ref<NSManagedObjectModel> const& model();
 
     Ref<NSManagedObjectContext> makeWorker() const;
     /// Saves a worker and everything above it, to the disk. On the main thread; throws what fails.

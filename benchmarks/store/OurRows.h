@@ -26,4 +26,8 @@ std::uint64_t sumOfTitles(Library const& library);
 void measureUnsavedGrowth(std::string const& folder, FunctionRef<bool(std::string const& id, std::string const& what)> wants,
                           FunctionRef<void(std::string const& row, double figure, double target)> add);
 
+/// G1 …: what is done to all records of a table, beside SQLite on the same file or beside the other way.
+void measureWholeTables(std::string const& folder, FunctionRef<bool(std::string const& id, std::string const& what)> wants,
+                        FunctionRef<void(std::string const& row, double figure, double target)> add);
+
 } // namespace Tessarin::benchmarks

@@ -18,8 +18,10 @@ void Run::measureAll() {
     measureFetchesDuringSave(FetchedEntity::Author, "W15", "fetches during a save, slower by");
     measureFetchesDuringSave(FetchedEntity::Book, "W15b", "the same of the saved entity");
     if (wants("W16", "batched fetch")) measureBatchedFetch();
-    measureUnsavedGrowth(options_.folder, [this](std::string const& id, std::string const& what) { return wants(id, what); },
-                         [this](std::string const& row, double figure, double target) { addOwn(row, "x", figure, target); });
+    auto const wanted = [this](std::string const& id, std::string const& what) { return wants(id, what); };
+    auto const add = [this](std::string const& row, double figure, double target) { addOwn(row, "x", figure, target); };
+    measureUnsavedGrowth(options_.folder, wanted, add);
+    measureWholeTables(options_.folder, wanted, add);
     if (!options_.isOursAlone) measureGrowth();
 }
 

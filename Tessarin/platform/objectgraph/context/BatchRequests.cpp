@@ -196,7 +196,7 @@ Ref<NSBatchDeleteResult> NSManagedObjectContext::executeRequest(NSBatchDeleteReq
         auto& store = storeOf(coordinator);
         BatchOutcome outcome;
         if (request.fetchRequest())
-            onTargets(coordinator, *request.fetchRequest(), true, outcome,
+            onTargets(coordinator, *request.fetchRequest(), request.resultType() == NSBatchRequestResultType::ObjectIDs, outcome,
                       [&](BatchTarget const& target) { return store.deleteInBatch({&target, 1}, outcome); });
         else if (auto problem = store.deleteInBatch(targetsOf(coordinator, request.objectIDs()), outcome))
             throw ErrorException(problem);

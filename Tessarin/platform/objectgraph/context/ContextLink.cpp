@@ -41,11 +41,14 @@ FaultBatch::~FaultBatch() {
     if (!isLone()) releaseObject(link);
 }
 
+bool FaultBatch::mayHold(NSManagedObject& object) const {
+    auto const& other = *GraphAccess::state(object).batch;
+    return other.isLone() || other.number > number;
+}
+
 void FaultBatch::hold(std::span<Ref<NSManagedObject> const> objects) {
-    for (auto const& object : objects) {
-        auto const& other = *GraphAccess::state(*object).batch;
-        if (other.isLone() || other.number > number) held.push_back(object);
-    }
+    for (auto const& object : objects)
+        if (mayHold(*object)) held.push_back(object);
 }
 
 void retainObject(FaultBatch& batch, std::uint32_t count) noexcept {

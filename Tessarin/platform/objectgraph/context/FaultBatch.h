@@ -25,8 +25,10 @@ struct FaultBatch {
     FaultBatch& operator=(FaultBatch const&) = delete;
     ~FaultBatch();
     bool isLone() const noexcept { return rootEntity == nullptr; }
-    /// Keeps destinations while a member lives; not those of its own or an older batch, which may lead back here: a circle would keep
-    /// itself, the context's link and the store for ever.
+    /// Not what is of this or an older batch, which may lead back here: a circle would keep itself, the context's link and the store
+    /// for ever.
+    bool mayHold(NSManagedObject& object) const;
+    /// Keeps destinations while a member lives, as far as it may.
     void hold(std::span<std::shared_ptr<NSManagedObject> const> objects);
 
     ContextLink& link; // kept, but by its own
@@ -34,8 +36,16 @@ struct FaultBatch {
     NSEntityDescription const* rootEntity = nullptr;
     std::uint64_t number = 0; // in the order in which the link's batches were made
     std::vector<RecordKey> members;
-    std::vector<std::uint32_t> walked;                    // properties whose destinations are in `held`
-    std::vector<std::shared_ptr<NSManagedObject>> held;   // destinations, kept while a member lives
+    std::vector<std::uint32_t> walked;                  // properties whose destinations are in `held`
+    std::vector<std::shared_ptr<NSManagedObject>> held; // destinations, kept while a member lives
+    /// How far the members' to-many relationships have been read one after the other; see `readMembersAhead`.
+    struct Walk {
+        std::uint32_t property = 0;
+        std::uint32_t next = 0;    // the position that goes on with it
+        std::uint32_t length = 0;  // of the last step
+        std::vector<std::shared_ptr<NSManagedObject>> held; // the last step's destinations
+    };
+    std::vector<Walk> walks;
 };
 
 void retainObject(FaultBatch& batch, std::uint32_t count = 1) noexcept;

@@ -35,6 +35,24 @@ void loadMembers(ContextState& context, std::span<Ref<NSManagedObject> const> ow
                 reader.withChanges(relationship, owner->entity(), owner->recordKey(), std::move(members[owner->recordKey()])));
 }
 
+/// The living objects of a step that the relationship can be read of.
+Objects ownersOf(ContextState& context, std::span<RecordKey const> keys, NSRelationshipDescription const& relationship) {
+    Objects owners;
+    for (auto const key : keys) {
+        auto living = key > 0 ? context.link->find(key) : nullptr;
+        if (!living || !living->entity().isKindOf(relationship.entity())) continue;
+        auto const& state = GraphAccess::state(*living);
+        if (!state.has(ObjectState::Deleted) && !state.has(ObjectState::Gone)) owners.push_back(std::move(living));
+    }
+    return owners;
+}
+
+FaultBatch::Walk& walkOf(FaultBatch& batch, NSRelationshipDescription const& relationship) {
+    auto const property = static_cast<std::uint32_t>(relationship.index());
+    auto const found = std::ranges::find(batch.walks, property, &FaultBatch::Walk::property);
+    return found != batch.walks.end() ? *found : batch.walks.emplace_back(FaultBatch::Walk{.property = property});
+}
+
 Objects follow(ContextState& context, std::span<Ref<NSManagedObject> const> objects,
                NSRelationshipDescription const& relationship) {
     if (relationship.isToMany()) loadMembers(context, objects, relationship);
@@ -66,6 +84,35 @@ void keep(std::span<Ref<NSManagedObject> const> objects, Objects const& found) {
 }
 
 } // namespace
+
+bool readMembersAhead(ContextState& context, NSManagedObject& owner, NSRelationshipDescription const& relationship) {
+    constexpr std::uint32_t longest = 512, mostLeftOut = 8;
+    auto const batch = GraphAccess::state(owner).batch; // kept, for its members may go
+    if (batch->isLone() || batch->members.size() < 3 || owner.recordKey() < 0) return false;
+    auto& walk = walkOf(*batch, relationship);
+    std::span const members(batch->members);
+    auto const rest = members.subspan(std::min<std::size_t>(walk.next, members.size()));
+    auto const near = rest.first(std::min<std::size_t>(rest.size(), mostLeftOut));
+    auto const found = std::ranges::find(near, owner.recordKey());
+    bool const goesOn = found != near.end();
+    auto const at = goesOn ? walk.next + static_cast<std::uint32_t>(found - near.begin())
+                           : static_cast<std::uint32_t>(std::ranges::find(members, owner.recordKey()) - members.begin());
+    walk.length = goesOn ? std::min(2 * walk.length, longest) : 1;
+    walk.next = at + walk.length;
+    walk.held.clear();
+    if (walk.length < 4 || at >= members.size()) return false;
+
+    auto const step = members.subspan(at, std::min<std::size_t>(walk.length, members.size() - at));
+    auto const owners = ownersOf(context, step, relationship);
+    loadMembers(context, owners, relationship);
+    std::vector<RecordKey> keys;
+    for (auto const& each : owners)
+        for (auto const key : memberKeys(*each, relationship))
+            if (key > 0) keys.push_back(key);
+    walk.held = objectsWithKeys(context, *relationship.destinationEntity(), keys);
+    std::erase_if(walk.held, [&](auto const& object) { return !batch->mayHold(*object); });
+    return hasLoadedMembers(owner, relationship);
+}
 
 Ref<NSError> prefetch(ContextState& context, NSEntityDescription const& entity, std::span<Ref<NSManagedObject> const> objects,
                       std::string_view keyPath) {

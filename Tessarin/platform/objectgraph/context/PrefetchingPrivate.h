@@ -8,4 +8,9 @@ namespace Tessarin {
 Ref<NSError> prefetch(ContextState& context, NSEntityDescription const& entity, std::span<Ref<NSManagedObject> const> objects,
                       std::string_view keyPath);
 
+/// Where the to-many relationships of objects that came together are read one after the other: reads those of the next ones along
+/// with this one's, twice as many each time, and fills their destinations together. False when it did nothing: then `owner` is
+/// to be read alone.
+bool readMembersAhead(ContextState& context, NSManagedObject& owner, NSRelationshipDescription const& relationship);
+
 } // namespace Tessarin

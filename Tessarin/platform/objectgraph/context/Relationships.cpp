@@ -3,6 +3,7 @@
 
 #include "Tessarin/platform/objectgraph/context/NSManagedObjectContext.h"
 #include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
+#include "Tessarin/platform/objectgraph/context/PrefetchingPrivate.h"
 #include "Tessarin/platform/objectgraph/context/RecordReaderPrivate.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 
@@ -115,6 +116,8 @@ ToManyState& loadedMembers(NSManagedObject& owner, NSRelationshipDescription con
     if (auto& toMany = toManyOf(owner, relationship); toMany.isLoaded) return toMany;
     std::vector<RecordKey> members;
     auto* context = state.link()->contextState();
+    if (context && !relationship.isTransient() && readMembersAhead(*context, owner, relationship))
+        return toManyOf(owner, relationship);
     if (context && !relationship.isTransient())
         members = RecordReader(*context).members(relationship, owner.entity(), owner.recordKey());
     return setLoadedMembers(owner, relationship, std::move(members));

@@ -147,6 +147,26 @@ TEST_P(BatchRequest, DeletionLeavesNoDanglingLink) {
     EXPECT_FALSE(chapters.front()->valueForKey("book").object());
 }
 
+TEST_P(BatchRequest, AllOfAnEntityGoAtOnceWithTheirLinks) {
+    auto const tag = inserted(context, "Tag", {{"name", "t"}});
+    for (auto const& book : {a, c}) book->mutableSetValueForKey("tags").addObject(tag);
+    auto const chapter = inserted(context, "Chapter", {{"title", "orphan"}});
+    chapter->setValueForKey(b, "book");
+    ASSERT_TRUE(saves(context));
+    auto const request = make<NSBatchDeleteRequest>(make<NSFetchRequest>("Book"));
+    request->setResultType(NSBatchRequestResultType::Count);
+    auto const result = context.executeRequest(*request, error);
+    ASSERT_TRUE(result) << error->description();
+    EXPECT_EQ(result->count(), 3);
+    context.reset();
+    EXPECT_EQ(books(), "");
+    EXPECT_FALSE(fetched(context, "Chapter").front()->valueForKey("book").object());
+    inserted(context, "Book", {{"title", "new"}});
+    ASSERT_TRUE(saves(context));
+    EXPECT_EQ(members(*fetched(context, "Tag").front(), "books"), "");
+    EXPECT_EQ(members(*fetched(context, "Author").front(), "books"), "");
+}
+
 TEST_P(BatchRequest, DeletesByIdentityAndByOrderAndLimit) {
     auto const unsaved = inserted(context, "Book", {});
     auto request = make<NSBatchDeleteRequest>(std::vector{a->objectID(), author->objectID(), unsaved->objectID()});

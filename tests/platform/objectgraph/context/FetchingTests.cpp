@@ -58,6 +58,38 @@ TEST_P(Fetching, AListInBatchesMakesTheObjectsWhereItIsLookedAt) {
     EXPECT_EQ(std::ranges::find(books, first) - books.begin(), 0);
 }
 
+TEST_P(Fetching, MembersReadOneOwnerAfterAnotherAreThoseOfTheMoment) {
+    Objects authors, books;
+    root->performBlockAndWait([&] {
+        for (int i = 0; i < 40; ++i) authors.push_back(inserted(*root, "Author", {{"name", std::to_string(100 + i)}}));
+        for (int i = 0; i < 120; ++i)
+            books.push_back(inserted(*root, "Book", {{"title", std::to_string(i)}, {"author", Value(authors[i / 3])}}));
+    });
+    ASSERT_TRUE(saves(*root));
+    std::vector const readers{library.worker(), Library::childOf(root)};
+    root->performBlockAndWait([&] { books[10]->setValueForKey(Value(authors[15]), "author"); }); // unsaved one level up
+    for (auto const& reader : readers)
+        reader->performBlockAndWait([&] {
+            auto const walked = fetched(*reader, "Author", nullptr, {NSSortDescriptor::sortDescriptorWithKey("name")});
+            for (std::size_t i = 0; i < walked.size(); ++i) {
+                if (i == 20) { // in the middle: what was read ahead follows
+                    auto const moved = reader->objectWithID(*books[70]->objectID());
+                    moved->setValueForKey(Value(walked[25]), "author");
+                    reader->deleteObject(*reader->objectWithID(*books[66]->objectID()));
+                    reader->deleteObject(*walked[30]);
+                    walked[24]->mutableSetValueForKey("books").addObject(inserted(*reader, "Book", {{"title", "new"}}));
+                }
+                if (i == 30) continue;
+                std::string expected;
+                for (auto const& book : fetched(*reader, "Book", where("author == %@", walked[i]),
+                                                {NSSortDescriptor::sortDescriptorWithKey("title")}))
+                    expected += (expected.empty() ? "" : ",") + book->valueForKey("title").description();
+                EXPECT_EQ(members(*walked[i], "books"), expected) << i;
+            }
+            reader->rollback();
+        });
+}
+
 TEST_P(Fetching, AListInBatchesCountsUnsavedChangesAndOutlivesTheirSave) {
     auto const added = inserted(*worker, "Book", {{"title", "140b"}});
     fetched(*worker, "Book", where("title == %@", "149"))[0]->setValueForKey("000", "title");

@@ -103,6 +103,24 @@ TEST_F(Migration, RenamedAddedAndRemovedThingsKeepTheRest) {
     EXPECT_EQ(open->store->metadata()["NSStoreModelVersionHashes"].dictionary().size(), 6U);
 }
 
+TEST_F(Migration, IndexesThatStayAreNotMadeAgain) {
+    auto const indexes = [&] {
+        std::map<std::string, std::int64_t> places; // in the schema: what is made again comes last
+        SQLite::Connection reader(file.path());
+        auto const query = reader.use("SELECT name, rowid FROM sqlite_schema WHERE type = 'index' AND sql IS NOT NULL");
+        while (query->step()) places[std::string(query->text(0))] = query->integer(1);
+        return places;
+    };
+    auto expected = indexes();
+    ASSERT_TRUE(reopened(changed([](ModelDefinition& model) {
+        model.entities[PersonAt].attributes.push_back({"motto", Type::String, {}});
+        model.entities[PersonAt].attributes[0].options.indexed = true; // made first, where all are made
+    })));
+    auto found = indexes();
+    EXPECT_EQ(found.erase("Person.name"), 1U);
+    EXPECT_EQ(found, expected);
+}
+
 TEST_F(Migration, ValuesAreWidenedAndDefaultsFillWhatBecomesMandatory) {
     auto open = reopened(changed([](ModelDefinition& model) {
         auto& person = model.entities[PersonAt];

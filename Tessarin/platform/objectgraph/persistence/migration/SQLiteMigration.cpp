@@ -14,6 +14,7 @@ std::vector<std::int64_t> SQLiteMigration::run() {
     registerValueConversion(connection_);
     auto const conditions = conditionsOf(mapping_);
     for (auto const& condition : conditions) checkBefore(condition);
+    findKept();
     dropIndexes();
     moveOldTables();
     auto families = this->families();
@@ -33,15 +34,19 @@ std::vector<std::int64_t> SQLiteMigration::run() {
     return numbers;
 }
 
-/// Afterwards the new tables have all records with what stands in their columns.
-void SQLiteMigration::moveOldTables() {
-    auto const isKept = [&](std::string const& name) { return std::ranges::find(keptNames_, name) != keptNames_.end(); };
-    std::vector<std::pair<Table const*, Table const*>> kept;
+void SQLiteMigration::findKept() {
     for (auto const& table : schema_.tables())
-        if (auto const* old = unchanged(table)) kept.emplace_back(&table, old), keptNames_.push_back(old->name);
+        if (auto const* old = unchanged(table)) kept_.emplace_back(&table, old), keptNames_.push_back(old->name);
     for (auto const& link : schema_.links())
         if (link.isJoinTable && link.isWrittenHere && unchanged(link)) keptNames_.push_back(link.table);
+}
 
+bool SQLiteMigration::isKept(std::string const& table) const {
+    return std::ranges::find(keptNames_, table) != keptNames_.end();
+}
+
+/// Afterwards the new tables have all records with what stands in their columns.
+void SQLiteMigration::moveOldTables() {
     for (auto const& table : oldSchema_.tables())
         if (!isKept(table.name)) moveAway(table.name);
     for (auto const& link : oldSchema_.links())
@@ -52,7 +57,7 @@ void SQLiteMigration::moveOldTables() {
         if (link.isJoinTable && link.isWrittenHere && !isKept(link.table))
             connection_.execute(SQLiteSchema::createJoinTable(link, schema_.inverseOf(link)));
 
-    for (auto const& [table, old] : kept) addColumns(*table, *old);
+    for (auto const& [table, old] : kept_) addColumns(*table, *old);
     for (auto const& table : schema_.tables())
         if (!isKept(table.name)) fill(table);
 }
@@ -68,11 +73,18 @@ void SQLiteMigration::writeModel(std::vector<std::int64_t> const& numbers) {
     metadata.write(connection_);
 }
 
+/// All but those that are wanted again, as they are, on tables that stay.
 void SQLiteMigration::dropIndexes() {
     std::vector<std::string> names;
     {
-        auto const query = connection_.use("SELECT name FROM sqlite_schema WHERE type = 'index' AND sql IS NOT NULL");
-        while (query->step()) names.emplace_back(query->text(0));
+        auto const query = connection_.use("SELECT name, sql FROM sqlite_schema WHERE type = 'index' AND sql IS NOT NULL");
+        while (query->step()) {
+            auto const same = std::ranges::find(schema_.indexes(), query->text(1), &SQLiteSchema::Index::statement);
+            if (same != schema_.indexes().end() && isKept(same->table))
+                keptIndexes_.insert(same->statement);
+            else
+                names.emplace_back(query->text(0));
+        }
     }
     for (auto const& name : names) connection_.execute("DROP INDEX " + quoted(name));
 }
@@ -139,6 +151,7 @@ void SQLiteMigration::forgetLinksToNobody(std::string const& table, Relationship
 
 void SQLiteMigration::makeIndexes() {
     for (auto const& index : schema_.indexes()) {
+        if (keptIndexes_.contains(index.statement)) continue;
         try {
             connection_.execute(index.statement);
         } catch (SQLite::Failure const&) {

@@ -4,6 +4,7 @@
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteSchemaPrivate.h"
 #include "Tessarin/platform/sqlite/Connection.h"
 #include <map>
+#include <set>
 
 namespace Tessarin {
 
@@ -64,6 +65,8 @@ private:
     Link const* unchanged(Link const& link) const;
     std::string const& currentName(std::string const& oldTable) const;
 
+    void findKept();
+    bool isKept(std::string const& table) const;
     void moveOldTables();
     void dropIndexes();
     void moveAway(std::string const& table);
@@ -104,7 +107,9 @@ private:
     SQLiteSchema const oldSchema_;
     RowSpace& space_;
     SQLiteSchema const schema_;
-    std::vector<std::string> keptNames_; // of tables and join tables
+    std::vector<std::pair<Table const*, Table const*>> kept_; // new and old
+    std::vector<std::string> keptNames_;                      // of tables and join tables
+    std::set<std::string> keptIndexes_;                       // their statements
     int placesOfLinks_ = 0; // tables of collected links that were made
     std::map<std::string, std::string> moved_; // old table → where it is now
 };

@@ -107,6 +107,10 @@ bool SQLiteWriter::remove(std::span<BatchTarget const> targets, BatchOutcome& ou
     for (std::size_t at = 0; at < targets.size(); ++at) {
         auto const& entity = *targets[at].query.entity;
         auto const& table = schema_.tableOf(entity);
+        if (selections[at].condition.empty() && !targets[at].namesRecords) {
+            removeAll(entity, outcome);
+            continue;
+        }
         auto const before = outcome.records.size();
         SQLite::Statement statement(
             connection_, fmt::format("DELETE FROM {} AS t0{}{}", table.name, selections[at].condition, returned(table)));
@@ -118,6 +122,13 @@ bool SQLiteWriter::remove(std::span<BatchTarget const> targets, BatchOutcome& ou
         dangling_.cutAllTo(*entity.rootEntity(), std::move(keys));
     }
     return true;
+}
+
+/// Without a condition SQLite frees a table page by page, and does not look at its records.
+void SQLiteWriter::removeAll(NSEntityDescription const& entity, BatchOutcome& outcome) {
+    SQLite::Statement statement(connection_, "DELETE FROM " + schema_.tableOf(entity).name);
+    runBatch(statement, entity, outcome);
+    dangling_.cutAllTo(*entity.rootEntity());
 }
 
 void SQLiteWriter::runBatch(SQLite::Statement& statement, NSEntityDescription const& entity, BatchOutcome& outcome) {

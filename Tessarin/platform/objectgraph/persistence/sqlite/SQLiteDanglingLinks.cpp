@@ -127,6 +127,17 @@ void SQLiteDanglingLinks::cutAllTo(NSEntityDescription const& rootEntity, std::v
     cutReferences(table);
 }
 
+void SQLiteDanglingLinks::cutAllTo(NSEntityDescription const& rootEntity) {
+    links_.removeAllOf(rootEntity);
+    auto const& table = tables_[tableOf(rootEntity)];
+    for (std::size_t at = 0; at < table.references.size(); ++at) {
+        auto const& in = *table.referring[at];
+        if (in.root != &rootEntity)
+            connection_.execute(fmt::format("UPDATE {0} SET {1} = NULL, version = version + 1 WHERE {1} IS NOT NULL", in.name,
+                                            table.references[at]->name));
+    }
+}
+
 void SQLiteDanglingLinks::tell(SQLiteReader& reader, SaveOutcome& outcome) const {
     for (auto const& [rootEntity, key] : changed_) {
         auto row = reader.row(*rootEntity, key);

@@ -20,6 +20,8 @@ public:
     void cut();
     /// Cuts every link to records that are already deleted; the keys are sorted.
     void cutAllTo(NSEntityDescription const& rootEntity, std::vector<RecordKey> keys);
+    /// The same where none is left. The records that lost a link are not noted.
+    void cutAllTo(NSEntityDescription const& rootEntity);
     /// The records that lost a to-one link: root entity and key.
     std::span<std::pair<NSEntityDescription const*, RecordKey> const> changed() const noexcept { return changed_; }
     /// The records that lost a link and were not told otherwise; after the commit.

@@ -111,4 +111,13 @@ void SQLiteLinkWriter::removeAllOf(NSEntityDescription const& rootEntity, std::s
     }
 }
 
+void SQLiteLinkWriter::removeAllOf(NSEntityDescription const& rootEntity) {
+    for (auto const& link : schema_.links()) {
+        auto const& relationship = *link.relationship;
+        bool const isOfIt = relationship.entity()->rootEntity() == &rootEntity ||
+                            relationship.destinationEntity()->rootEntity() == &rootEntity;
+        if (link.isWrittenHere && isOfIt) connection_.execute("DELETE FROM " + link.table);
+    }
+}
+
 } // namespace Tessarin

@@ -21,6 +21,8 @@ public:
     void forget() noexcept;
     /// Removes every link of records that were deleted. The keys are sorted.
     void removeAllOf(NSEntityDescription const& rootEntity, std::span<RecordKey const> keys);
+    /// Of all records of that root entity.
+    void removeAllOf(NSEntityDescription const& rootEntity);
 
 private:
     struct Added {
