@@ -101,6 +101,7 @@ void ManagedObjectStore::init(StoreOptions options) {
     registry_ = dispatch_queue_create("ManagedObjectStore registry", DISPATCH_QUEUE_SERIAL);
     dispatch_set_target_queue(registry_, dispatch_->queue());
     saveDispatchGroup_ = dispatch_group_create();
+    mostPendingSaves_ = options.mostPendingSaves;
     auto const location = options.modelURL ? options.modelURL : modelURL();
     auto name = options.filename ? options.filename : filename();
     if (!name) fatal("a ManagedObjectStore needs a file name: its own, or the class's");

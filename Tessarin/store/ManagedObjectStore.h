@@ -10,6 +10,7 @@
 #include "Tessarin/platform/queues/DispatchGroup.h"
 #include "Tessarin/platform/runtime/Cell.h"
 #include "Tessarin/platform/runtime/Slot.h"
+#include <deque>
 #include <optional>
 #include <string>
 #include <vector>
@@ -39,6 +40,8 @@ struct StoreOptions {
     /// Permissions of the files that are made (the log has its file's), and of folders, which who may read may search, too. What
     /// exists keeps its own.
     std::uint32_t fileMode = 0600;
+    /// How many saves may wait for the file, with the imports that run, until `importBlock` puts the next import off; 0: never.
+    std::size_t mostPendingSaves = 64;
 };
 
 /// What happened to a store that could not be opened: the newest reason, and where it is kept now.
@@ -141,7 +144,8 @@ public:
     /// A new context beneath the main one; the caller keeps it, the registry remembers it.
     virtual Ref<NSManagedObjectContext> createWorkerContext(std::string name);
     Ref<NSManagedObjectContext> createWorkerContext() { return createWorkerContext("Worker Context"); }
-    /// Runs `block` on a new worker's queue, then saves the worker. Returns at once; nothing reports the end.
+    /// Runs `block` on a new worker's queue, then saves the worker. Returns at once; nothing reports the end. Where imports come
+    /// faster than the file takes them, the next waits for its turn, in the order of the calls; see `StoreOptions::mostPendingSaves`.
     virtual void importBlock(Closure<void(Ref<NSManagedObjectContext> const&)> block);
     /// The metadata kept in the file; a write reaches it with the next save. Fatal without a store.
     virtual Value metadata(std::string const& key) const;
@@ -174,6 +178,7 @@ private:
     Ref<NSManagedObjectContext> newContext(NSManagedObjectContextConcurrencyType type) const;
     void changeRegistry(Closure<void(ActiveContexts&)> change);
     void climb(NSManagedObjectContext& saved);
+    void changeImports(Closure<void()> change);
 
     Ref<NSManagedObjectModel> model_; // constant after init, down to dispatch_
     Ref<NSPersistentStoreCoordinator> coordinator_;
@@ -185,6 +190,9 @@ private:
     dispatch_group_t saveDispatchGroup_;
     Cell<Ref<NSManagedObjectContext>> mainThreadContext_;
     Cell<ActiveContexts> activeContexts_;
+    std::size_t mostPendingSaves_ = 0; // constant after init
+    std::size_t runningImports_ = 0;   // on registry_, like the next
+    std::deque<Closure<void()>> waitingImports_;
 };
 
 /// An entry of the registry: a context, held weakly, and its store, held strongly. A store therefore lives as long as entries

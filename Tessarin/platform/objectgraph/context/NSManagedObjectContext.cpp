@@ -160,6 +160,7 @@ std::vector<Ref<NSManagedObject>> NSManagedObjectContext::deletedObjects() const
     return changedWhere(*state_, [](NSManagedObject const& object) { return object.isDeleted(); });
 }
 
+std::size_t NSManagedObjectContext::pendingSaves() const { return state_->published.count(); }
 bool NSManagedObjectContext::hasChanges() const { return !state_->changed.empty() || !state_->published.empty(); }
 
 bool NSManagedObjectContext::save(Ref<NSError>& error) {

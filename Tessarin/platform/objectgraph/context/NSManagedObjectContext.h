@@ -123,6 +123,8 @@ public:
     std::vector<Ref<NSManagedObject>> deletedObjects() const;
     /// Whether a save would hand anything on: own changes, or what a child handed up.
     bool hasChanges() const;
+    /// How many saves of children stand here that this context has not saved yet. Any thread.
+    std::size_t pendingSaves() const;
 
     /// False with an error, and every change kept, when something is not valid or the store cannot take it.
     bool save(Ref<NSError>& error);

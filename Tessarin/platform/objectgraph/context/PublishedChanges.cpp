@@ -119,9 +119,11 @@ ChangeSets PublishedChanges::current() const {
     return sets_;
 }
 
-bool PublishedChanges::empty() const {
+bool PublishedChanges::empty() const { return count() == 0; }
+
+std::size_t PublishedChanges::count() const {
     std::lock_guard const hold(mutex_);
-    return sets_.empty();
+    return sets_.size();
 }
 
 PublishedChanges::Reading PublishedChanges::forReading() const {

@@ -24,6 +24,7 @@ public:
     /// The sets that stand here now, as they were handed up: what a save hands on.
     ChangeSets current() const;
     bool empty() const;
+    std::size_t count() const;
     /// The same for readers, folded to a few sets, with what else children see. Null where there are none.
     struct Reading {
         std::shared_ptr<ChangeSets const> aside; // see `setAside`
