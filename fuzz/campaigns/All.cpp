@@ -1,13 +1,17 @@
 #include "fuzz/campaigns/Channels.h"
+#include "fuzz/campaigns/Coordinators.h"
 #include "fuzz/campaigns/Damage.h"
 #include "fuzz/campaigns/Faults.h"
+#include "fuzz/campaigns/HandedUp.h"
 #include "fuzz/campaigns/Kill.h"
 #include "fuzz/campaigns/Levels.h"
+#include "fuzz/campaigns/Links.h"
 #include "fuzz/campaigns/Power.h"
 #include "fuzz/campaigns/Predicates.h"
 #include "fuzz/campaigns/Processes.h"
 #include "fuzz/campaigns/Racing.h"
 #include "fuzz/campaigns/Schedule.h"
+#include "fuzz/campaigns/Zones.h"
 
 namespace Tessarin::campaigns {
 
@@ -22,6 +26,10 @@ std::span<Campaign const> allCampaigns() {
         {"schedule", "three levels of contexts against a sequential model; siblings that raise one record", trySchedule},
         {"levels", "linked records edited at every level, saves that fail, references let go, against layers of maps", tryLevels,
          judgeLevels, 40},
+        {"coordinators", "two coordinators of a file link and delete the same records under random policies", tryCoordinators},
+        {"handed-up", "many saves that one level hands to the next, at once or in the end", tryHandedUp},
+        {"links", "two relationships through every change of their ends, against maps", tryLinks, judgeLinks, 30},
+        {"zones", "every time zone of the system beside the C library", tryZones},
         {"channels", "threads register, remove, destroy and post at notification centres and notifiers", tryChannels},
     };
     return all;

@@ -37,34 +37,22 @@ protected:
 };
 
 TEST_F(DefaultsKeys, EachTypeReadsWhatWasSetAndItsOwnNothing) {
-    EXPECT_EQ(read_[theme], "");
-    EXPECT_EQ(read_[volume], 0);
-    EXPECT_EQ(read_[ratio], 0);
-    EXPECT_EQ(read_[width], 0);
-    EXPECT_FALSE(read_[isMuted]);
-    EXPECT_TRUE(read_[recent].empty());
-    EXPECT_EQ(read_[seal], std::nullopt);
-    EXPECT_EQ(read_[opened], std::nullopt);
-
-    standard_[theme] = "dark";
-    standard_[volume] = 3;
-    standard_[ratio] = 0.1f;
-    standard_[width] = 0.1;
-    standard_[isMuted] = true;
-    standard_[recent] = {"a", "b"};
-    standard_[seal] = NSData::dataWithText("x");
-    standard_[opened] = NSDate::distantPast();
-    EXPECT_EQ(read_[theme], "dark");
-    EXPECT_EQ(read_[volume], 3);
+    auto const check = [&](auto const& key, auto const& nothing, auto const& value) {
+        EXPECT_EQ(read_[key], nothing);
+        standard_[key] = value;
+        EXPECT_EQ(read_[key], value);
+    };
+    check(theme, "", "dark");
+    check(volume, 0, 3);
+    check(ratio, 0, 0.1f);
+    check(width, 0, 0.1);
+    check(isMuted, false, true);
+    check(recent, std::vector<std::string>(), std::vector<std::string>{"a", "b"});
+    check(seal, std::nullopt, NSData::dataWithText("x"));
+    check(opened, std::nullopt, NSDate::distantPast());
     EXPECT_EQ(standard_.objectForKey("ratio").kind(), Value::Kind::Float);
-    EXPECT_EQ(read_[ratio], 0.1f);
-    EXPECT_EQ(read_[width], 0.1);
     std::int64_t const copy = standard_[volume];
     EXPECT_EQ(copy, 3);
-    EXPECT_TRUE(read_[isMuted]);
-    EXPECT_EQ(read_[recent], (std::vector<std::string>{"a", "b"}));
-    EXPECT_EQ(read_[seal], NSData::dataWithText("x"));
-    EXPECT_EQ(read_[opened], NSDate::distantPast());
     standard_[opened] = std::nullopt;
     EXPECT_FALSE(standard_.hasValueForKey("opened"));
     static_assert(!std::is_convertible_v<decltype(standard_[volume])&, std::int64_t>, "a slot that is kept must not read");

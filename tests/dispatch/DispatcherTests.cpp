@@ -1,4 +1,6 @@
 #include "Tessarin/dispatch/Dispatcher.h"
+#include "Tessarin/dispatch/NetworkActivityIndicator.h"
+#include "Tessarin/platform/foundation/operations/NSOperationQueue.h"
 
 #include "tests/support/MainThread.h"
 #include <chrono>
@@ -98,13 +100,7 @@ TEST(Dispatcher, NowRunsInlineInTheMainQueueAndElseThroughTheOverriddenSync) {
     EXPECT_EQ(counting->syncs, 1);
 }
 
-TEST(Dispatcher, AsyncToASerialQueueKeepsTheOrderAndAConcurrentOneOverlaps) {
-    auto const serial = make<Dispatcher>();
-    std::string order;
-    for (char const c : std::string{"abcdef"}) serial->async([&order, c] { order += c; });
-    serial->sync([&] { order += "!"; });
-    EXPECT_EQ(order, "abcdef!");
-
+TEST(Dispatcher, AsyncToAConcurrentQueueOverlaps) {
     auto const concurrent = make<Dispatcher>(QueueOptions{.identifier = "a", .serial = false});
     auto const first = dispatch_semaphore_create(0);
     auto const second = dispatch_semaphore_create(0);
@@ -130,6 +126,49 @@ TEST(Dispatcher, DelayWithoutSecondsRunsHereAndWithSecondsOnTheMainQueue) {
     for (int i = 0; i < 3; ++i) EXPECT_EQ(dispatch_semaphore_wait(ran, dispatch_time(DISPATCH_TIME_NOW, 10 * NSEC_PER_SEC)), 0);
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds{20});
     EXPECT_TRUE(inMain);
+}
+
+TEST(SerialOperationQueue, WaitingClosuresRunInOrderBeforeTheirCallsReturn) {
+    EXPECT_EQ(make<NSOperationQueue>(Serial::No)->maxConcurrentOperationCount(),
+              make<NSOperationQueue>()->maxConcurrentOperationCount());
+    auto const queue = make<NSOperationQueue>();
+    queue->invoke("initWithSerial:"_sel, {true});
+    EXPECT_EQ(queue->maxConcurrentOperationCount(), make<NSOperationQueue>(Serial::Yes)->maxConcurrentOperationCount());
+    std::vector<int> order;
+    queue->addOperationWithBlock([&] { order.push_back(0); });
+    for (int i = 1; i <= 3; ++i) {
+        queue->addOperationWithBlockAndWait([&] { order.push_back(i); });
+        EXPECT_EQ(order.size(), static_cast<std::size_t>(i) + 1);
+    }
+    EXPECT_EQ(order, (std::vector{0, 1, 2, 3}));
+}
+
+TEST(SerialOperationQueue, AWaitingClosureIsOneOperationThatASubclassMaySee) {
+    class Counting : public NSOperationQueue {
+    public:
+        std::size_t added = 0;
+        void addOperations(std::vector<Ref<NSOperation>> const& operations, WaitUntilFinished wait) override {
+            added += wait == WaitUntilFinished::Yes ? operations.size() : 100;
+            NSOperationQueue::addOperations(operations, wait);
+        }
+    };
+    auto const queue = make<Counting>(Serial::Yes);
+    std::thread::id ranOn;
+    queue->addOperationWithBlockAndWait([&] { ranOn = std::this_thread::get_id(); });
+    EXPECT_EQ(queue->added, 1u);
+    EXPECT_EQ(ranOn, std::this_thread::get_id());
+}
+
+TEST(NetworkActivityIndicator, NeverShowsAndAnswersMessages) {
+    NetworkActivityIndicator::increment();
+    EXPECT_FALSE(NetworkActivityIndicator::isVisible());
+    NetworkActivityIndicator::decrement();
+    auto const* const type = classNamed("Tessarin.NetworkActivityIndicator");
+    ASSERT_NE(type, nullptr);
+    type->invoke("increment"_sel);
+    EXPECT_EQ(type->invoke("isVisible"_sel), Value(false));
+    EXPECT_TRUE(type->respondsToSelector("decrement"_sel));
+    EXPECT_TRUE(type->makeObject()->respondsToSelector("hideIndicator"_sel));
 }
 
 TEST(DispatcherDeathTest, MisuseIsFatal) {

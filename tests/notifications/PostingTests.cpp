@@ -38,28 +38,22 @@ TEST(Observation, LastsAsLongAsItIsKept) {
     EXPECT_DEATH(make<Observation>(), "\"init\\(\\)\" not implemented on \"Tessarin.Observation\"");
 }
 
-TEST(Observation, OneOffEndsAfterItsFirstDeliveryWithItsTokenLeftSet) {
-    int heard = 0;
+TEST(Observation, OneOffEndsAfterItsFirstDeliveryUnlessItsTokenWasTaken) {
     auto const sender = make<NSObject>();
-    auto const observation = make<Observation>(
-        ObservationOptions{.name = "Posting.once", .object = sender, .oneOff = true, .block = [&](auto const&) { ++heard; }});
-    NSNotification::postNotification("Posting.once"); // another sender
-    for (int i = 0; i < 2; ++i) NSNotification::postNotification("Posting.once", sender);
-    EXPECT_EQ(heard, 1);
-    EXPECT_NE(observation->token(), nullptr);
-}
-
-TEST(Observation, WithoutATokenNothingIsRemoved) {
-    int heard = 0;
-    auto observation =
-        make<Observation>(ObservationOptions{.name = "Posting.taken", .oneOff = true, .block = [&](auto const&) { ++heard; }});
-    Ref<NSObject> token;
-    observation->modifyToken([&](Ref<NSObject>& current) { token = std::exchange(current, nullptr); });
-    for (int i = 0; i < 2; ++i) NSNotification::postNotification("Posting.taken");
-    observation.reset();
-    NSNotification::postNotification("Posting.taken");
-    EXPECT_EQ(heard, 3);
-    NSNotificationCenter::defaultCenter()->removeObserver(*token);
+    for (bool const isTaken : {false, true}) {
+        int heard = 0;
+        auto observation = make<Observation>(
+            ObservationOptions{.name = "Posting.once", .object = sender, .oneOff = true, .block = [&](auto const&) { ++heard; }});
+        auto token = observation->token();
+        if (isTaken) observation->modifyToken([](Ref<NSObject>& current) { current = nullptr; });
+        NSNotification::postNotification("Posting.once"); // another sender
+        for (int i = 0; i < 2; ++i) NSNotification::postNotification("Posting.once", sender);
+        EXPECT_EQ(observation->token(), isTaken ? nullptr : token);
+        observation.reset();
+        NSNotification::postNotification("Posting.once", sender);
+        EXPECT_EQ(heard, isTaken ? 3 : 1) << "without a token nothing is removed";
+        NSNotificationCenter::defaultCenter()->removeObserver(*token);
+    }
 }
 
 TEST(Posting, OnTheMainThreadHappensInALaterTurn) {

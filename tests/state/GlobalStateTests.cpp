@@ -148,23 +148,6 @@ TEST_F(States, StandInTheTableUnderTheirDescriptions) {
     EXPECT_TRUE(last.expired());
 }
 
-TEST_F(States, HoldAnyValueThatCanBeCompared) {
-    struct Point {
-        int x;
-        explicit Point(int at) : x(at) {}
-        bool operator==(Point const&) const = default;
-    };
-    int heard = 0;
-    auto const point = make<GlobalState<Point>>(Point{1}, "Point", [&](Point const& now) { heard += now.x; });
-    point->setCurrent(Point{5});
-    point->serializer()->waitUntilAllOperationsAreFinished();
-    EXPECT_EQ(heard, 5);
-    auto const text = make<GlobalState<std::string>>("a text that does not fit a word", "Text");
-    text->modifyCurrent([](std::string& value) { value += "!"; });
-    EXPECT_EQ(text->description(), "Text: a text that does not fit a word!");
-    point->setWatchers({});
-}
-
 enum class Shade { Light, Dark };
 struct Place {
     int x;
@@ -222,19 +205,6 @@ TEST_F(States, ConnectionsBeginAndEndInsideADelivery) {
     state->setCurrent(3);
     EXPECT_EQ(settled(), 0u);
     EXPECT_EQ(seen, (std::vector{1, -2}));
-}
-
-TEST_F(States, WatchersMayLeaveInsideADelivery) {
-    Ref<NSObject> token;
-    token = state->watchValue([&](int value) {
-        seen.push_back(value);
-        state->unwatch(std::exchange(token, nullptr));
-        state->setCurrent(value + 1);
-    });
-    state->setCurrent(10);
-    EXPECT_EQ(settled(), 0u);
-    EXPECT_EQ(seen, std::vector{10});
-    EXPECT_EQ(state->current(), 11);
 }
 
 } // namespace

@@ -18,7 +18,7 @@ TEST(ContextOperations, FetchCountAndFindByNameAndByClass) {
         for (auto const* name : {"Cyd", "Ada", "Bob"}) insert(*root, "Person", name);
         root->saveAndWait();
         insert(*root, "Person", "Dan"); // not saved
-        auto const byName = NSSortDescriptor::sortDescriptorWithKey("name");
+        auto const byName = by("name");
         EXPECT_EQ(names(root->allObjects("Person", {.sortedBy = {byName}})), "Ada Bob Cyd Dan ");
         EXPECT_EQ(names(root->allObjects<Person>({.predicate = named("Bob")})), "Bob ");
         EXPECT_EQ(root->allObjects("Person").size(), 4u);
@@ -47,7 +47,7 @@ TEST(ContextOperations, AnyObjectPrefersMemoryUnlessItIsToSort) {
         insert(*worker, "Pet", "Tom");
         EXPECT_EQ(worker->anyObjectNamed("Person"), fresh) << "the first in memory that is no fault";
         EXPECT_EQ(worker->anyObjectNamed("Person", {.predicate = named("Ada")}), fault) << "fetched, since memory has no match";
-        EXPECT_EQ(worker->anyObject<Person>({.sortBy = {NSSortDescriptor::sortDescriptorWithKey("name")}}), fault);
+        EXPECT_EQ(worker->anyObject<Person>({.sortBy = {by("name")}}), fault);
     });
 }
 

@@ -30,78 +30,40 @@ TEST_F(Import, ConvertsToTheAttributesType) {
     auto const stays = std::nullopt;
     Value const absent, nan = std::numeric_limits<double>::quiet_NaN();
     auto const infinity = std::numeric_limits<double>::infinity();
-    struct {
-        char const* key;
+    struct Case {
         Value from;
         std::optional<Value> to;
-    } const rows[] = {
-        {"age", "42", 42},
-        {"age", "-42", -42},
-        {"age", "+42", 42},
-        {"age", "+-42", absent},
-        {"age", "0x10", absent},
-        {"age", nan, absent},
-        {"age", "4x", absent},
-        {"age", " 42", absent},
-        {"age", "4.0", absent},
-        {"age", 42, 42},
-        {"age", 3.7, 3},
-        {"age", true, 1},
-        {"age", "", absent},
-        {"age", List{1}, absent},
-        {"age", absent, absent},
-        {"height", "1.75", 1.75},
-        {"height", "1e-3", 0.001},
-        {"height", 2, 2.0},
-        {"height", "tall", absent},
-        {"height", "+-1.5", absent},
-        {"height", "nan", absent},
-        {"height", "-inf", -infinity},
-        {"height", nan, absent},
-        {"height", date, absent},
-        {"weight", "0.1", 0.1f},
-        {"weight", 0.1, 0.1f},
-        {"weight", "heavy", absent},
-        {"weight", "+inf", static_cast<float>(infinity)},
-        {"weight", "-nan", absent},
-        {"balance", "nan", absent},
-        {"balance", "0.1", Decimal::fromDouble(0.1f)},
-        {"balance", 0.1, Decimal::fromDouble(0.1f)}, // single precision
-        {"balance", *Decimal::fromText("2.5"), *Decimal::fromText("2.5")},
-        {"name", "Emma", "Emma"},
-        {"name", 7, absent},
-        {"name", Dictionary{{"a", 1}}, absent},
-        {"active", "true", true},
-        {"active", "1", true},
-        {"active", "y", true},
-        {"active", "Y", false},
-        {"active", "yes", false},
-        {"active", 2, true},
-        {"active", 0.5, true},
-        {"active", 0, false},
-        {"active", nan, stays},
-        {"active", List{}, stays},
-        {"active", absent, stays},
-        {"born", "2015-03-01T12:00:00.000+0000", date},
-        {"born", "Sun, 01 Mar 2015 12:00:00 GMT", date},
-        {"born", "2015-03-01", absent},
-        {"born", "sun, 01 MAR 2015 12:00:00 GMT", date},
-        {"born", Value::date(0), stays},
-        {"born", 1425211200, stays},
-        {"photo", "cat", stays},
-        {"photo", absent, stays},
     };
-    Dictionary const earlier{
-        {"age", 1},      {"height", 1.0},  {"weight", 1.0f},         {"balance", Decimal(1)},
-        {"name", "old"}, {"active", true}, {"born", Value::date(1)}, {"photo", Value::data(std::vector{std::byte{1}})}};
-    for (auto const& row : rows)
-        with([&](Person& person) {
-            SCOPED_TRACE(std::string{row.key} + " from " + row.from.description());
-            person.setValueForKey(earlier[row.key], row.key);
-            person.importDictionary({{row.key, row.from}, {"unknown", 1}});
-            EXPECT_EQ(person.valueForKey(row.key), row.to ? *row.to : earlier[row.key]);
-            EXPECT_EQ(person.valueForKey(row.key).kind(), row.to ? row.to->kind() : earlier[row.key].kind());
-        });
+    struct {
+        char const* key;
+        Value earlier;
+        std::vector<Case> cases;
+    } const rows[] = {
+        {"age", 1, {{"42", 42}, {"-42", -42}, {"+42", 42}, {"+-42", absent}, {"0x10", absent}, {nan, absent},
+         {"4x", absent}, {" 42", absent}, {"4.0", absent}, {42, 42}, {3.7, 3}, {true, 1}, {"", absent}, {List{1}, absent},
+         {absent, absent}}},
+        {"height", 1.0, {{"1.75", 1.75}, {"1e-3", 0.001}, {2, 2.0}, {"tall", absent}, {"+-1.5", absent}, {"nan", absent},
+         {"-inf", -infinity}, {nan, absent}, {date, absent}}},
+        {"weight", 1.0f, {{"0.1", 0.1f}, {0.1, 0.1f}, {"heavy", absent}, {"+inf", static_cast<float>(infinity)},
+         {"-nan", absent}}},
+        {"balance", Decimal(1), {{"nan", absent}, {"0.1", Decimal::fromDouble(0.1f)}, {0.1, Decimal::fromDouble(0.1f)},
+         {*Decimal::fromText("2.5"), *Decimal::fromText("2.5")}}},
+        {"name", "old", {{"Emma", "Emma"}, {7, absent}, {Dictionary{{"a", 1}}, absent}}},
+        {"active", true, {{"true", true}, {"1", true}, {"y", true}, {"Y", false}, {"yes", false}, {2, true}, {0.5, true},
+         {0, false}, {nan, stays}, {List{}, stays}, {absent, stays}}},
+        {"born", Value::date(1), {{"2015-03-01T12:00:00.000+0000", date}, {"Sun, 01 Mar 2015 12:00:00 GMT", date},
+         {"2015-03-01", absent}, {"sun, 01 MAR 2015 12:00:00 GMT", date}, {Value::date(0), stays}, {1425211200, stays}}},
+        {"photo", Value::data(std::vector{std::byte{1}}), {{"cat", stays}, {absent, stays}}},
+    };
+    for (auto const& [key, earlier, cases] : rows)
+        for (auto const& [from, to] : cases)
+            with([&](Person& person) {
+                SCOPED_TRACE(std::string{key} + " from " + from.description());
+                person.setValueForKey(earlier, key);
+                person.importDictionary({{key, from}, {"unknown", 1}});
+                EXPECT_EQ(person.valueForKey(key), to.value_or(earlier));
+                EXPECT_EQ(person.valueForKey(key).kind(), to.value_or(earlier).kind());
+            });
 }
 
 TEST_F(Import, WarnsTwiceForEachNestedDictionaryAndMakesNewObjects) {
@@ -131,11 +93,7 @@ TEST_F(Import, WarnsTwiceForEachNestedDictionaryAndMakesNewObjects) {
 
 TEST_F(Import, SkipsADictionaryForAnAbstractEntityThatTheHookDoesNotFind) {
     auto const model = ModelBuilder().entity("House").toOne("pet", "Animal", {}).entity("Animal", {.isAbstract = true}).build();
-    auto const coordinator = make<NSPersistentStoreCoordinator>(model);
-    Ref<NSError> error;
-    coordinator->addPersistentStoreWithType(NSInMemoryStoreType, {}, NSURL::fileURLWithPath("/nowhere"), {}, error);
-    auto const houses = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue);
-    houses->setPersistentStoreCoordinator(coordinator);
+    auto const houses = tests::contextOver(tests::coordinatorOver(model));
     houses->performBlockAndWait([&] {
         auto const house = houses->insertNewObject("House");
         EXPECT_EQ(printedBy([&] { house->importDictionary({{"pet", Dictionary{}}}); }), std::string{banner} + banner);
@@ -178,14 +136,6 @@ TEST_F(Import, HookRenamesWhatWasLookedUpUnderTheRawKey) {
         person.importDictionary({{"age", "3"}, {"weight", 4}, {"fullName", "Ada"}});
         EXPECT_EQ(person.valueForKey("height"), 3.0) << "converted as the raw key's attribute, stored under the other";
         for (auto const* key : {"age", "weight", "name"}) EXPECT_TRUE(person.valueForKey(key).isAbsent()) << key;
-    });
-}
-
-TEST_F(Import, TextsToBooleansAreMatchedWhole) {
-    with([](Person& person) {
-        for (auto const* text : {"true", "1", "y"}) EXPECT_EQ(person.dictionaryStringToBool(text), true) << text;
-        for (auto const* text : {"True", "yes", "Y", "0", "", "true "})
-            EXPECT_EQ(person.dictionaryStringToBool(text), false) << text;
     });
 }
 

@@ -75,7 +75,6 @@ TEST(ManagedObjectStore, NamesAndFoldersComeFromArgumentsThenTheClass) {
     EXPECT_EQ(ManagedObjectStore::generatedModelURL(), std::nullopt);
 }
 
-
 TEST(ManagedObjectStore, TestsKeepAwayFromTheApplicationsData) {
     StoreHome home;
     // In a process of its own, since a class stays registered.
@@ -283,23 +282,6 @@ TEST(ManagedObjectStore, MetadataReachesTheFileWithTheNextSave) {
     (*again)["lastSync"] = {};
     again->privateContext()->saveAndWait();
     EXPECT_TRUE((*home.store())["lastSync"].get().isAbsent());
-}
-
-TEST(ManagedObjectStore, WipesWhatIsNoStoreAndKeepsACopyOfIt) {
-    StoreHome home;
-    auto const garbage = std::string(4096, 'x');
-    home.folder.write("Documents/Notes/Notes.db", garbage);
-    home.folder.write("Documents/Notes/beside.txt", "goes too");
-    auto const store = home.store<Listening>();
-    EXPECT_EQ(store->told, "context ") << "the file existed, so no database was created";
-    EXPECT_FALSE(std::filesystem::exists(home.folder.path("Documents/Notes/beside.txt")));
-    saveOne(*store, "Ada");
-    waitForFile(*store);
-    EXPECT_EQ(namesInFile(*store), "Ada");
-    int copies = 0;
-    for (auto const& each : std::filesystem::recursive_directory_iterator(home.folder.path("Documents/.Notes.rescued")))
-        copies += each.path().filename() == "Notes.db" && each.file_size() == garbage.size();
-    EXPECT_EQ(copies, 1);
 }
 
 TEST(ManagedObjectStore, MigratesWhateverTheOptionsSay) {

@@ -1,13 +1,11 @@
 #pragma once
 #include "Tessarin/platform/foundation/files/NSFileManager.h"
-#include "Tessarin/platform/foundation/notifications/NSNotificationCenter.h"
 #include "Tessarin/platform/objectgraph/model/ModelDocument.h"
 #include "Tessarin/store/ManagedObjectStore.h"
+#include "tests/support/Contexts.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/MainThread.h"
 #include "tests/support/TemporaryFolder.h"
-#include <chrono>
-#include <gtest/gtest.h>
-#include <thread>
 
 namespace Tessarin::tests {
 
@@ -47,12 +45,6 @@ inline Ref<NSManagedObjectModel> peopleModel() {
     return NSManagedObjectModel::modelWithDefinition(parseModelDocument(peopleAndPets, problem).value(), &problem);
 }
 
-inline bool eventually(std::function<bool()> const& holds) {
-    auto const end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-    while (!holds() && std::chrono::steady_clock::now() < end) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    return holds();
-}
-
 /// A user's home with a model document in it; stores made here keep their files in its Documents, and end with it: one that
 /// lives on hears the saves of later tests.
 class StoreHome {
@@ -78,7 +70,7 @@ public:
         made_.push_back(store);
         return store;
     }
-    NSURL url(std::string_view name) const { return NSURL::fileURLWithPath(folder.path(name)); }
+    NSURL url(std::string_view name) const { return folder.url(name); }
     NSURL documents(std::string const& name) const { return url("Documents/" + name); }
 
     TemporaryFolder folder;
@@ -90,28 +82,14 @@ private:
 };
 
 /// A context over an empty store in memory, of the model above.
-inline Ref<NSManagedObjectContext> contextInMemory() {
-    auto coordinator = make<NSPersistentStoreCoordinator>(peopleModel());
-    Ref<NSError> error;
-    coordinator->addPersistentStoreWithType(NSInMemoryStoreType, {}, NSURL::fileURLWithPath("/nowhere"), {}, error);
-    auto context = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue);
-    context->setPersistentStoreCoordinator(coordinator);
-    return context;
-}
+inline Ref<NSManagedObjectContext> contextInMemory() { return contextOver(coordinatorOver(peopleModel())); }
 
 /// How many records the store itself has, whatever its contexts have not saved.
 inline std::int64_t countInStore(NSManagedObjectContext const& context, char const* entity) {
-    auto const reader = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue);
-    reader->setPersistentStoreCoordinator(context.persistentStoreCoordinator());
+    auto const reader = contextOver(context.persistentStoreCoordinator());
     std::int64_t count = 0;
     reader->performBlockAndWait([&] { count = reader->count(entity); });
     return count;
-}
-
-inline Ref<NSManagedObjectContext> childOf(Ref<NSManagedObjectContext> const& parent) {
-    auto context = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue);
-    context->setParentContext(parent);
-    return context;
 }
 
 inline Ref<NSManagedObject> insert(NSManagedObjectContext& context, char const* entity, std::string const& name) {
@@ -133,18 +111,11 @@ inline void waitForFile(ManagedObjectStore& store) {
 }
 
 /// The names in the file of a store, sorted, as another coordinator reads them.
-inline std::string namesInFile(ManagedObjectStore const& store, std::string const& entity = "Person") {
-    auto coordinator = make<NSPersistentStoreCoordinator>(store.model());
-    Ref<NSError> error;
-    auto const name = store.storeURL().lastPathComponent() + ".db";
-    coordinator->addPersistentStoreWithType(NSSQLiteStoreType, {}, store.storeURL().URLByAppendingPathComponent(name), {}, error);
-    auto context = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue);
-    context->setPersistentStoreCoordinator(coordinator);
+inline std::string namesInFile(ManagedObjectStore const& store, char const* entity = "Person") {
+    auto const file = store.storeURL().URLByAppendingPathComponent(store.storeURL().lastPathComponent() + ".db");
+    auto const context = contextOver(coordinatorOver(store.model(), NSSQLiteStoreType, file));
     std::string names;
-    context->performBlockAndWait([&] {
-        for (auto const& each : context->allObjects(entity, {.sortedBy = {NSSortDescriptor::sortDescriptorWithKey("name")}}))
-            names += (names.empty() ? "" : ",") + each->valueForKey("name").description();
-    });
+    context->performBlockAndWait([&] { names = listed(fetched(*context, entity, nullptr, {by("name")}), "name"); });
     return names;
 }
 
@@ -158,14 +129,6 @@ inline std::string printedBy(std::function<void()> const& work) {
 /// be there before a store whose observing sets off the next save.
 class SaveLog {
 public:
-    SaveLog() {
-        token_ = NSNotificationCenter::defaultCenter()->addObserverForName(
-            NSManagedObjectContextDidSaveNotification, nullptr, nullptr, [this](Ref<NSNotification> const& note) {
-                auto const name = std::static_pointer_cast<NSManagedObjectContext>(note->object())->name() + "; ";
-                dispatch_sync(order_, [&] { text_ += text_.find(name) == text_.npos ? name : ""; });
-            });
-    }
-    ~SaveLog() { NSNotificationCenter::defaultCenter()->removeObserver(*token_); }
     std::string text() const {
         std::string copy;
         dispatch_sync(order_, [&] { copy = text_; });
@@ -178,7 +141,10 @@ public:
 private:
     dispatch_queue_t const order_ = dispatch_queue_create("SaveLog", DISPATCH_QUEUE_SERIAL);
     std::string text_; // on order_
-    Ref<NSObject> token_;
+    std::shared_ptr<void> listener_ = listening(nullptr, NSManagedObjectContextDidSaveNotification, [this](auto const& note) {
+        auto const name = std::static_pointer_cast<NSManagedObjectContext>(note->object())->name() + "; ";
+        dispatch_sync(order_, [&] { text_ += text_.find(name) == text_.npos ? name : ""; });
+    });
 };
 
 } // namespace Tessarin::tests

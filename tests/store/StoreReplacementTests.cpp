@@ -4,8 +4,6 @@
 #include "Tessarin/platform/sqlite/Connection.h"
 #include "tests/store/StoreFixture.h"
 
-#include <sys/stat.h>
-
 namespace Tessarin {
 namespace {
 using namespace tests;
@@ -32,36 +30,30 @@ TEST(StoreNames, WhatIsNoFileNameIsFatalBeforeAnythingIsTouched) {
         EXPECT_TRUE(fs::exists(home.store(name)->storeURL().path() + "/" + name + ".db"));
 }
 
-/// What is told of a replacement while it lives.
-struct Replacements {
-    Replacements() {
-        token = NSNotificationCenter::defaultCenter()->addObserverForName(
-            ManagedObjectStoreDidReplaceNotification, nullptr, nullptr,
-            [this](Ref<NSNotification> const& note) { notes.push_back(note); });
-    }
-    ~Replacements() { NSNotificationCenter::defaultCenter()->removeObserver(*token); }
-    std::vector<Ref<NSNotification>> notes;
-    Ref<NSObject> token;
+/// The file existed before.
+struct Replaced : ManagedObjectStore {
+    void didCreateDatabase() override { ADD_FAILURE() << "nothing was created"; }
 };
 
 TEST(StoreReplacement, FolderGoesAsideWithAllItHoldsAndTheApplicationLearnsOfIt) {
     StoreHome home;
-    Replacements const told;
+    std::vector<Ref<NSNotification>> told;
+    auto const listener = listening(nullptr, ManagedObjectStoreDidReplaceNotification, [&](auto const& note) { told.push_back(note); });
     EXPECT_FALSE(home.store("Other")->replacement());
     for (int number = 1; number <= 5; ++number) {
         fs::remove_all(home.folder.path("Documents/Notes"));
         home.folder.write("Documents/Notes/Notes.db", "no store");
         home.folder.write("Documents/Notes/Notes.db-wal", "its log");
         home.folder.write("Documents/Notes/my-diary.txt", "mine " + std::to_string(number));
-        auto const store = home.store();
+        auto const store = home.store<Replaced>();
         auto const copy = "Documents/.Notes.rescued/" + std::to_string(number);
         ASSERT_TRUE(store->replacement());
         EXPECT_EQ(store->replacement()->copy, home.url(copy));
         EXPECT_EQ(home.folder.read(copy + "/Notes.db-wal"), "its log");
         EXPECT_FALSE(fs::exists(home.folder.path("Documents/Notes/my-diary.txt")));
-        ASSERT_EQ(told.notes.size(), static_cast<std::size_t>(number));
-        auto const& details = told.notes.back()->userInfo().dictionary();
-        EXPECT_EQ(told.notes.back()->object(), store);
+        ASSERT_EQ(told.size(), static_cast<std::size_t>(number));
+        auto const& details = told.back()->userInfo().dictionary();
+        EXPECT_EQ(told.back()->object(), store);
         EXPECT_EQ(details["error"].object(), store->replacement()->reason);
         EXPECT_EQ(details["copy"], Value(home.url(copy)));
     }
@@ -151,14 +143,10 @@ TEST(StoreReplacement, WhatCanBeReadOfADamagedStoreIsInTheNewOneOnRequest) {
     fs::create_directories(home.folder.path("Documents/Notes"));
     auto const file = home.url("Documents/Notes/Notes.db");
     {
-        auto const coordinator = make<NSPersistentStoreCoordinator>(peopleModel());
-        Ref<NSError> error;
-        ASSERT_TRUE(coordinator->addPersistentStoreWithType(NSSQLiteStoreType, {}, file, {}, error));
-        auto const context = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue);
-        context->setPersistentStoreCoordinator(coordinator);
-        context->insertNewObject("Person")->setValueForKey("Ann", "name");
-        context->insertNewObject("Pet")->setValueForKey("Rex", "name");
-        ASSERT_TRUE(context->save(error));
+        auto const context = contextOver(coordinatorOver(peopleModel(), NSSQLiteStoreType, file));
+        inserted(*context, "Person", {{"name", "Ann"}});
+        inserted(*context, "Pet", {{"name", "Rex"}});
+        ASSERT_TRUE(saves(*context));
     }
     auto const page = SQLite::Connection(file.path()).integer("SELECT rootpage FROM sqlite_schema WHERE name = 'Pet'");
     auto bytes = home.folder.read("Documents/Notes/Notes.db");
@@ -168,27 +156,8 @@ TEST(StoreReplacement, WhatCanBeReadOfADamagedStoreIsInTheNewOneOnRequest) {
                                                .onRefusal = [](auto const&...) { return StoreOptions::AfterRefusal::Salvage; }});
     ASSERT_TRUE(store->replacement() && store->replacement()->salvaged);
     EXPECT_FALSE(store->replacement()->salvaged->isComplete());
-    auto const names = [&](char const* entity) {
-        std::string text;
-        store->privateContext()->performBlockAndWait([&] {
-            for (auto const& each : store->privateContext()->allObjects(entity)) text += each->valueForKey("name").description();
-        });
-        return text;
-    };
-    EXPECT_EQ(names("Person"), "Ann");
-    EXPECT_EQ(names("Pet"), "");
-}
-
-TEST(StoreReplacement, FoldersAndFilesAreTheirUsersAlone) {
-    StoreHome home;
-    auto const before = ::umask(0);
-    home.store();
-    ::umask(before);
-    for (auto const& [path, mode] : {std::pair("Documents/Notes", 0700), std::pair("Documents/Notes/Notes.db", 0600)}) {
-        struct stat status {};
-        ASSERT_EQ(::stat(home.folder.path(path).c_str(), &status), 0);
-        EXPECT_EQ(status.st_mode & 0777, static_cast<mode_t>(mode)) << path;
-    }
+    EXPECT_EQ(namesInFile(*store), "Ann");
+    EXPECT_EQ(namesInFile(*store, "Pet"), "");
 }
 
 } // namespace

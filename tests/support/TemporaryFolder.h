@@ -1,4 +1,5 @@
 #pragma once
+#include "Tessarin/platform/foundation/files/NSURL.h"
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -24,6 +25,7 @@ public:
     TemporaryFolder& operator=(TemporaryFolder const&) = delete;
 
     std::string path(std::string_view name = {}) const { return name.empty() ? path_ : path_ + "/" + std::string{name}; }
+    NSURL url(std::string_view name) const { return NSURL::fileURLWithPath(path(name)); }
     /// Writes a file, with the folders on the way to it, and gives its path.
     std::string write(std::string_view name, std::string_view text) const {
         auto file = path(name);

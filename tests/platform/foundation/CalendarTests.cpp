@@ -32,9 +32,7 @@ std::string text(NSCalendar const& calendar, NSDate const& date) {
 
 TEST(NSCalendar, WallTimesThatAreSkippedOrRepeated) {
     struct {
-        char const* zone;
-        char const* wish;
-        char const* first;
+        char const *zone, *wish, *first;
         char const* sibling; // a date with the offset to be preferred
         char const* kept;
     } const rows[] = {
@@ -70,8 +68,7 @@ TEST(NSCalendar, WallTimesThatAreSkippedOrRepeated) {
 
 TEST(NSCalendar, AddsYearsThenMonthsThenDaysOnTheWallAndTimeAsItPasses) {
     struct {
-        char const* zone;
-        char const* from;
+        char const *zone, *from;
         NSDateComponents amount;
         char const* sum;
     } const rows[] = {{"UTC", "2024-02-29 12:00:00", {.year = 1}, "2025-02-28 12:00:00 UTC"},

@@ -7,19 +7,6 @@
 namespace Tessarin {
 namespace {
 
-TEST(CivilDate, AgreesWithTheStandardLibraryFromTheReformOn) {
-    using namespace std::chrono;
-    auto const reference = sys_days{year{2001} / 1 / 1};
-    for (auto day = sys_days{year{1582} / 10 / 15}; day < sys_days{year{2600} / 1 / 1}; day += days{1}) {
-        year_month_day const expected{day};
-        auto const number = (day - reference).count();
-        auto const date = civilFromDays(number);
-        ASSERT_EQ(date, (CivilDate{int{expected.year()}, static_cast<int>(unsigned{expected.month()}),
-                                   static_cast<int>(unsigned{expected.day()})}));
-        ASSERT_EQ(daysFromCivil(date), number);
-    }
-}
-
 TEST(CivilDate, IsJulianBeforeTheReformAndWithoutGaps) {
     EXPECT_EQ(civilFromDays(daysFromCivil({1582, 10, 15}) - 1), (CivilDate{1582, 10, 4}));
     EXPECT_EQ(daysFromCivil({1582, 10, 5}), daysFromCivil({1582, 10, 15})) << "days that never were count on from the 4th";
@@ -44,7 +31,6 @@ TEST(NSDate, CountsFromItsReference) {
     EXPECT_EQ(date.dateByAddingTimeInterval(1.5).timeIntervalSinceDate(date), 1.5);
     EXPECT_EQ(date.earlierDate(NSDate::distantPast()), NSDate::distantPast());
     EXPECT_EQ(date.laterDate(NSDate::distantPast()), date);
-    EXPECT_EQ(Value(date).as<NSDate>(), date);
     auto const system = std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
     EXPECT_NEAR(NSDate::now().timeIntervalSince1970(), system, 5);
 
@@ -58,65 +44,36 @@ TEST(NSDate, CountsFromItsReference) {
     for (auto const& row : rows) EXPECT_EQ(row.date.description(), row.text);
 }
 
-struct Row {
-    char const* text;
-    char const* description; // null where it is refused
-};
-
-template <std::size_t count> void check(Row const (&rows)[count], std::optional<NSDate> (*read)(std::string_view)) {
-    for (auto const& row : rows) {
-        auto const date = read(row.text);
-        ASSERT_EQ(date.has_value(), row.description != nullptr) << row.text;
-        if (date) { EXPECT_EQ(date->description(), row.description) << row.text; }
-    }
-}
-
 TEST(NSDate, ReadsTheISOFormStrictly) {
-    Row const rows[] = {{"2015-03-01T12:30:45.000+0100", "2015-03-01 11:30:45 +0000"},
-                        {"2015-03-01T00:30:00.000-08:30", "2015-03-01 09:00:00 +0000"},
-                        {"2016-02-29T23:59:59.999Z", "2016-02-29 23:59:59 +0000"},
-                        {"1582-10-04T00:00:00.000Z", "1582-10-04 00:00:00 +0000"},
-                        {"1582-10-05T00:00:00.000Z", nullptr},
-                        {"2015-02-29T00:00:00.000Z", nullptr},
-                        {"2015-04-31T00:00:00.000Z", nullptr},
-                        {"2015-13-01T00:00:00.000Z", nullptr},
-                        {"2015-03-01T24:00:00.000Z", nullptr},
-                        {"2015-03-01T00:60:00.000Z", nullptr},
-                        {"2015-03-01T00:00:60.000Z", nullptr},
-                        {"2015-03-01T00:00:00Z", nullptr},
-                        {"2015-03-01T00:00:00.00Z", nullptr},
-                        {"2015-03-01T00:00:00.0000Z", nullptr},
-                        {"2015-03-01T00:00:00.000", nullptr},
-                        {"2015-03-01T00:00:00.000+01", nullptr},
-                        {"2015-03-01T00:00:00.000+2400", nullptr},
-                        {"2015-03-01 00:00:00.000Z", nullptr},
-                        {"2015-3-01T00:00:00.000Z", nullptr},
-                        {"+015-03-01T00:00:00.000Z", nullptr},
-                        {"2015-03-01T00:00:00.000Z ", nullptr},
-                        {"", nullptr}};
-    check(rows, NSDate::dateWithISO8601Text);
+    std::pair<char const*, char const*> const rows[] = {{"2015-03-01T12:30:45.000+0100", "2015-03-01 11:30:45 +0000"},
+                                                       {"2015-03-01T00:30:00.000-08:30", "2015-03-01 09:00:00 +0000"},
+                                                       {"2016-02-29T23:59:59.999Z", "2016-02-29 23:59:59 +0000"},
+                                                       {"1582-10-04T00:00:00.000Z", "1582-10-04 00:00:00 +0000"}};
+    for (auto const& [text, description] : rows) EXPECT_EQ(NSDate::dateWithISO8601Text(text).value().description(), description);
+    for (auto const* text :
+         {"1582-10-05T00:00:00.000Z", "2015-02-29T00:00:00.000Z", "2015-04-31T00:00:00.000Z", "2015-13-01T00:00:00.000Z",
+          "2015-03-01T24:00:00.000Z", "2015-03-01T00:60:00.000Z", "2015-03-01T00:00:60.000Z", "2015-03-01T00:00:00Z",
+          "2015-03-01T00:00:00.00Z", "2015-03-01T00:00:00.0000Z", "2015-03-01T00:00:00.000", "2015-03-01T00:00:00.000+01",
+          "2015-03-01T00:00:00.000+2400", "2015-03-01 00:00:00.000Z", "2015-3-01T00:00:00.000Z",
+          "+015-03-01T00:00:00.000Z", "2015-03-01T00:00:00.000Z ", ""})
+        EXPECT_FALSE(NSDate::dateWithISO8601Text(text)) << text;
     EXPECT_EQ(NSDate::dateWithISO8601Text("2001-01-01T00:00:00.250Z")->timeIntervalSinceReferenceDate(), 0.25);
 }
 
 TEST(NSDate, ReadsTheMailFormStrictly) {
-    Row const rows[] = {{"Sun, 01 Mar 2015 12:30:45 GMT", "2015-03-01 12:30:45 +0000"},
-                        {"Sun, 01 Mar 2015 12:30:45 UTC", "2015-03-01 12:30:45 +0000"},
-                        {"Sun, 01 Mar 2015 12:30:45 PDT", "2015-03-01 19:30:45 +0000"},
-                        {"Sun, 01 Mar 2015 12:30:45 EST", "2015-03-01 17:30:45 +0000"},
-                        {"Sun, 01 Mar 2015 12:30:45 +0100", "2015-03-01 11:30:45 +0000"},
-                        {"Sun, 01 Mar 2015 00:30:45 GMT+01:00", "2015-02-28 23:30:45 +0000"},
-                        {"Mon, 01 Mar 2015 12:30:45 GMT", nullptr},
-                        {"Sun, 1 Mar 2015 12:30:45 GMT", nullptr},
-                        {"Sun 01 Mar 2015 12:30:45 GMT", nullptr},
-                        {"sun, 01 Mar 2015 12:30:45 GMT", nullptr},
-                        {"Sun, 01 MAR 2015 12:30:45 GMT", nullptr},
-                        {"Sun, 01 arA 2015 12:30:45 GMT", nullptr},
-                        {"Sun, 01 Mar 15 12:30:45 GMT", nullptr},
-                        {"Sun, 01 Mar 2015 12:30 GMT", nullptr},
-                        {"Sun, 01 Mar 2015 12:30:45", nullptr},
-                        {"Sun, 01 Mar 2015 12:30:45 CET", nullptr},
-                        {"Sun, 01 Mar 2015 12:30:45 GMTx", nullptr}};
-    check(rows, NSDate::dateWithRFC822Text);
+    std::pair<char const*, char const*> const rows[] = {{"Sun, 01 Mar 2015 12:30:45 GMT", "2015-03-01 12:30:45 +0000"},
+                                                       {"Sun, 01 Mar 2015 12:30:45 UTC", "2015-03-01 12:30:45 +0000"},
+                                                       {"Sun, 01 Mar 2015 12:30:45 PDT", "2015-03-01 19:30:45 +0000"},
+                                                       {"Sun, 01 Mar 2015 12:30:45 EST", "2015-03-01 17:30:45 +0000"},
+                                                       {"Sun, 01 Mar 2015 12:30:45 +0100", "2015-03-01 11:30:45 +0000"},
+                                                       {"Sun, 01 Mar 2015 00:30:45 GMT+01:00", "2015-02-28 23:30:45 +0000"}};
+    for (auto const& [text, description] : rows) EXPECT_EQ(NSDate::dateWithRFC822Text(text).value().description(), description);
+    for (auto const* text :
+         {"Mon, 01 Mar 2015 12:30:45 GMT", "Sun, 1 Mar 2015 12:30:45 GMT", "Sun 01 Mar 2015 12:30:45 GMT",
+          "sun, 01 Mar 2015 12:30:45 GMT", "Sun, 01 MAR 2015 12:30:45 GMT", "Sun, 01 arA 2015 12:30:45 GMT",
+          "Sun, 01 Mar 15 12:30:45 GMT", "Sun, 01 Mar 2015 12:30 GMT", "Sun, 01 Mar 2015 12:30:45",
+          "Sun, 01 Mar 2015 12:30:45 CET", "Sun, 01 Mar 2015 12:30:45 GMTx"})
+        EXPECT_FALSE(NSDate::dateWithRFC822Text(text)) << text;
     EXPECT_EQ(NSDate::dateWithRFC822Text("Wed, 31 Dec 1969 23:59:59 GMT")->timeIntervalSince1970(), -1);
 }
 

@@ -1,27 +1,15 @@
 #include "Tessarin/platform/foundation/operations/NSOperationQueue.h"
-#include "Tessarin/platform/queues/Dispatch.h"
 
+#include "tests/platform/queues/Support.h"
 #include "tests/support/MainThread.h"
 #include <algorithm>
 #include <atomic>
-#include <future>
-#include <gtest/gtest.h>
 #include <mutex>
-#include <thread>
 
 namespace Tessarin {
 namespace {
 
-/// Closed until it is opened; keeps an operation running for as long as a test needs.
-class Gate {
-public:
-    void open() { promise_.set_value(); }
-    void wait() const { future_.wait(); }
-
-private:
-    std::promise<void> promise_;
-    std::shared_future<void> future_ = promise_.get_future().share();
-};
+using tests::Event;
 
 TEST(NSOperationQueue, RunsAsManyAtATimeAsAllowedInOrder) {
     for (std::int64_t const limit : {1, 2, 3}) {
@@ -47,27 +35,9 @@ TEST(NSOperationQueue, RunsAsManyAtATimeAsAllowedInOrder) {
     }
 }
 
-TEST(NSOperationQueue, AllowedConcurrencyIsUsed) {
-    for (std::int64_t const limit : {std::int64_t{3}, NSOperationQueueDefaultMaxConcurrentOperationCount}) {
-        auto const queue = make<NSOperationQueue>();
-        queue->setMaxConcurrentOperationCount(limit);
-        Gate gate;
-        std::promise<void> together;
-        std::atomic<int> arrived{0};
-        for (int i = 0; i < 3; ++i)
-            queue->addOperationWithBlock([&] {
-                if (++arrived == 3) together.set_value();
-                gate.wait();
-            });
-        EXPECT_EQ(together.get_future().wait_for(std::chrono::seconds(30)), std::future_status::ready);
-        gate.open();
-        queue->waitUntilAllOperationsAreFinished();
-    }
-}
-
 TEST(NSOperationQueue, AChangeOfTheCountAppliesToWhatHasNotBegun) {
     auto const queue = make<NSOperationQueue>(Serial::Yes);
-    Gate gate;
+    Event const gate;
     std::vector<int> order;
     queue->addOperationWithBlock([&] {
         gate.wait();
@@ -75,7 +45,7 @@ TEST(NSOperationQueue, AChangeOfTheCountAppliesToWhatHasNotBegun) {
     });
     queue->setMaxConcurrentOperationCount(0);
     queue->addOperationWithBlock([&] { order.push_back(2); });
-    gate.open();
+    gate.happen();
     queue->setMaxConcurrentOperationCount(1);
     queue->runAndWait([&] { order.push_back(3); });
     EXPECT_EQ(order, (std::vector{1, 2, 3}));
@@ -108,45 +78,35 @@ TEST(NSOperationQueue, WaitingAddsReturnAfterTheirOperations) {
 
 TEST(NSOperationQueue, PendingOperationsKeepTheirQueueAlive) {
     for (auto const serial : {Serial::Yes, Serial::No}) {
-        // Shared with the operations, which may still be on their way out of them when the test ends.
-        auto const gate = std::make_shared<Gate>();
-        auto const done = std::make_shared<std::promise<void>>();
-        auto const left = std::make_shared<std::atomic<int>>(2);
+        Event const gate, done;
         auto queue = make<NSOperationQueue>(serial);
-        for (int i = 0; i < 2; ++i)
-            queue->addOperationWithBlock([gate, done, left] {
-                gate->wait();
-                if (--*left == 0) done->set_value();
-            });
+        for (int i = 0; i < 2; ++i) queue->addOperationWithBlock([=] { gate.wait(), done.happen(); });
         queue.reset();
-        gate->open();
-        EXPECT_EQ(done->get_future().wait_for(std::chrono::seconds(30)), std::future_status::ready);
+        for (int i = 0; i < 2; ++i) gate.happen();
+        for (int i = 0; i < 2; ++i) EXPECT_TRUE(done.wait());
     }
 }
 
-TEST(OperationQueue, ALimitLoweredWhileOperationsRunHoldsForThoseThatHaveNotBegun) {
-    auto const queue = make<NSOperationQueue>();
-    queue->setMaxConcurrentOperationCount(2);
-    auto const started = dispatch_semaphore_create(0);
-    auto const gate = dispatch_semaphore_create(0);
-    std::atomic<int> inside = 0;
-    std::atomic<int> most = 0;
-    for (int i = 0; i < 2; ++i)
-        queue->addOperationWithBlock([=] {
-            dispatch_semaphore_signal(started);
-            dispatch_semaphore_wait(gate, DISPATCH_TIME_FOREVER);
-        });
-    for (int i = 0; i < 2; ++i) dispatch_semaphore_wait(started, DISPATCH_TIME_FOREVER);
-    for (int i = 0; i < 200; ++i)
-        queue->addOperationWithBlock([&] {
-            if (++inside > 1) most = 2;
-            std::this_thread::yield();
-            --inside;
-        });
-    queue->setMaxConcurrentOperationCount(1);
-    for (int i = 0; i < 2; ++i) dispatch_semaphore_signal(gate);
-    queue->waitUntilAllOperationsAreFinished();
-    EXPECT_EQ(most, 0);
+TEST(NSOperationQueue, ALimitLoweredWhileOperationsRunHoldsForThoseThatHaveNotBegun) {
+    for (std::int64_t const limit : {std::int64_t{2}, NSOperationQueueDefaultMaxConcurrentOperationCount}) {
+        auto const queue = make<NSOperationQueue>();
+        queue->setMaxConcurrentOperationCount(limit);
+        Event const started, gate;
+        std::atomic<int> inside = 0, most = 0;
+        for (int i = 0; i < 2; ++i)
+            queue->addOperationWithBlock([=] { started.happen(), gate.wait(); });
+        for (int i = 0; i < 2; ++i) EXPECT_TRUE(started.wait()); // both at the same time
+        for (int i = 0; i < 200; ++i)
+            queue->addOperationWithBlock([&] {
+                if (++inside > 1) most = 2;
+                std::this_thread::yield();
+                --inside;
+            });
+        queue->setMaxConcurrentOperationCount(1);
+        for (int i = 0; i < 2; ++i) gate.happen();
+        queue->waitUntilAllOperationsAreFinished();
+        EXPECT_EQ(most, 0);
+    }
 }
 
 TEST(NSOperationQueue, TheMainQueueRunsOnTheMainThread) {

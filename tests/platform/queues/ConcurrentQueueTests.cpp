@@ -53,24 +53,6 @@ TEST(ConcurrentQueue, BarriersRunAloneWhateverTheTarget) {
     }
 }
 
-TEST(ConcurrentQueue, ReadersOverlapAndABarrierKeepsItsPlace) {
-    auto const queue = concurrentQueue();
-    Event first, second, done;
-    std::string order; // changed by barriers only
-    dispatch_async(queue, [=] { first.wait(), second.happen(); });
-    dispatch_async(queue, [=] { first.happen(), second.wait(); });
-    dispatch_barrier_async(queue, [&] { order += "a"; });
-    Event third;
-    dispatch_async(queue, [=] { third.wait(); });
-    dispatch_barrier_async(queue, [&, done] {
-        order += "b";
-        done.happen();
-    });
-    dispatch_barrier_sync(serialQueue(), [&] { third.happen(); });
-    EXPECT_TRUE(done.wait());
-    EXPECT_EQ(order, "ab");
-}
-
 TEST(ConcurrentQueue, ABarrierWaitsForAReaderThatIsUnderWay) {
     auto const queue = concurrentQueue();
     Event inside, gate;

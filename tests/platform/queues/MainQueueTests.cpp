@@ -60,27 +60,6 @@ TEST(MainQueue, DescriptorIsReadableOnlyWhileThereIsWork) {
     });
 }
 
-TEST(MainQueue, ItemThatSubmitsItselfAgainRunsOncePerDrain) {
-    for (auto const& queue : {dispatch_get_main_queue(), queueOn(dispatch_get_main_queue())}) {
-        int runs = 0;
-        struct Again {
-            dispatch_queue_t queue;
-            int& runs;
-            void operator()() const {
-                if (++runs < 5) dispatch_async(queue, *this);
-            }
-        };
-        onMainThread([&] {
-            drainMainQueue();
-            dispatch_async(queue, Again{queue, runs});
-            for (int drains = 1; drains <= 5; ++drains) {
-                drainMainQueue();
-                EXPECT_EQ(runs, drains);
-            }
-        });
-    }
-}
-
 TEST(MainQueue, StopReturnsAfterTheCurrentItemAndKeepsTheRest) {
     onMainThread([] {
         std::string order;
@@ -96,20 +75,6 @@ TEST(MainQueue, StopReturnsAfterTheCurrentItemAndKeepsTheRest) {
         dispatch_after(dispatch_time(DISPATCH_TIME_NOW, 2'000'000), main, [&] { order += "c", stopMainLoop(); });
         runMainLoop();
         EXPECT_EQ(order, "abc");
-    });
-}
-
-TEST(MainQueue, AWaitOfTheMainThreadRunsNoItems) {
-    onMainThread([] {
-        bool ran = false;
-        Event go;
-        dispatch_async(dispatch_get_main_queue(), [&] { ran = true; });
-        dispatch_async(dispatch_get_global_queue(0, 0), [go] { go.happen(); });
-        EXPECT_TRUE(go.wait());
-        dispatch_sync(serialQueue(), [] {});
-        EXPECT_FALSE(ran);
-        drainMainQueue();
-        EXPECT_TRUE(ran);
     });
 }
 

@@ -72,17 +72,6 @@ TEST(SerialQueue, SyncRunsHereEvenWithWorkAhead) {
     EXPECT_TRUE(after);
 }
 
-TEST(SerialQueue, LabelIsCopiedAndAbsentMeansEmpty) {
-    std::string label = "gone soon";
-    auto const queue = serialQueue(label.c_str());
-    label.assign(label.size(), 'x');
-    EXPECT_STREQ(dispatch_queue_get_label(queue), "gone soon");
-    EXPECT_STREQ(dispatch_queue_get_label(serialQueue(nullptr)), "");
-    std::string current;
-    dispatch_sync(queue, [&] { current = dispatch_queue_get_label(nullptr); });
-    EXPECT_EQ(current, "gone soon");
-}
-
 TEST(SerialQueue, PendingWorkKeepsTheQueueAliveAndTheFinalizerRunsOnItsTarget) {
     struct Context {
         Event finalized;

@@ -1,5 +1,4 @@
 #include "tests/platform/queues/Support.h"
-#include "tests/support/MainThread.h"
 
 #include <atomic>
 
@@ -9,7 +8,6 @@ namespace {
 using namespace tests;
 
 char const key = 0;
-char const otherKey = 0;
 int values[4];
 
 void tag(dispatch_queue_t const& queue, void* value) { dispatch_queue_set_specific(queue, &key, value, nullptr); }
@@ -62,40 +60,6 @@ TEST(Specifics, ManyKeysAndEveryDestructorOnce) {
         EXPECT_TRUE(eventually([] { return destroyed == 2; }));
     }
     EXPECT_TRUE(eventually([] { return destroyed == 20; }));
-}
-
-TEST(Specifics, TheMainThreadIsOnTheMainQueueButNotInsideAPrivateSync) {
-    dispatch_queue_set_specific(dispatch_get_main_queue(), &otherKey, &values[2], nullptr);
-    auto const queue = serialQueue();
-    void* outside = nullptr;
-    void* inside = &values[3];
-    bool held[3]{};
-    onMainThread([&] {
-        outside = dispatch_get_specific(&otherKey);
-        held[0] = queueIsHeld(dispatch_get_main_queue()) && !queueIsHeld(queue);
-        dispatch_sync(queue, [&] {
-            inside = dispatch_get_specific(&otherKey);
-            held[1] = queueIsHeld(dispatch_get_main_queue()) && queueIsHeld(queue);
-        });
-    });
-    dispatch_sync(queue, [&] { held[2] = !queueIsHeld(dispatch_get_main_queue()); });
-    EXPECT_EQ(outside, &values[2]);
-    EXPECT_EQ(inside, nullptr);
-    EXPECT_TRUE(held[0] && held[1] && held[2]);
-}
-
-TEST(QueueIsHeld, AnywhereInTheChainOfNestedSyncs) {
-    auto const outer = queueOn(serialQueue());
-    auto const inner = serialQueue();
-    bool nested = false;
-    bool afterwards = true;
-    dispatch_sync(outer, [&] {
-        dispatch_sync(inner, [&] { nested = queueIsHeld(outer) && queueIsHeld(inner); });
-        afterwards = queueIsHeld(inner);
-    });
-    EXPECT_TRUE(nested);
-    EXPECT_FALSE(afterwards);
-    EXPECT_FALSE(queueIsHeld(outer));
 }
 
 } // namespace

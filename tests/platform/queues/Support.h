@@ -1,8 +1,7 @@
 #pragma once
 #include "Tessarin/platform/queues/Dispatch.h"
-#include <chrono>
+#include "tests/support/Eventually.h"
 #include <gtest/gtest.h>
-#include <thread>
 
 namespace Tessarin::tests {
 
@@ -19,16 +18,6 @@ public:
 private:
     dispatch_semaphore_t semaphore_ = dispatch_semaphore_create(0);
 };
-
-/// Polls a state that nothing announces.
-template <class Condition> bool eventually(Condition&& condition) {
-    auto const end = std::chrono::steady_clock::now() + std::chrono::seconds{30};
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > end) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds{1});
-    }
-    return true;
-}
 
 inline dispatch_queue_t serialQueue(char const* label = "test") { return dispatch_queue_create(label, DISPATCH_QUEUE_SERIAL); }
 inline dispatch_queue_t concurrentQueue() { return dispatch_queue_create("test", DISPATCH_QUEUE_CONCURRENT); }

@@ -1,7 +1,4 @@
 #include "Tessarin/platform/runtime/Closure.h"
-#include "Tessarin/platform/runtime/FunctionRef.h"
-#include "Tessarin/platform/runtime/Required.h"
-#include "Tessarin/platform/runtime/Slot.h"
 
 #include <array>
 #include <cstdlib>
@@ -65,49 +62,6 @@ TEST(Closure, TakesMoveOnlyThingsMembersAndNothing) {
     EXPECT_FALSE(Closure<void()>(nullptr));
     Closure<std::unique_ptr<int>(std::unique_ptr<int>)> const pass = [](std::unique_ptr<int> value) { return value; };
     EXPECT_EQ(*pass(std::make_unique<int>(7)), 7);
-}
-
-int twice(int value) { return 2 * value; }
-
-TEST(FunctionRef, BorrowsFunctionsAndStatefulLambdas) {
-    auto const call = [](FunctionRef<int(int)> function) { return function(4); };
-    int calls = 0;
-    auto const before = allocations;
-    EXPECT_EQ(call(twice), 8);
-    EXPECT_EQ(call(&twice), 8);
-    EXPECT_EQ(call([&calls](int value) mutable { return value + ++calls; }), 5);
-    EXPECT_EQ(calls, 1);
-    EXPECT_EQ(allocations, before);
-}
-
-struct LabelA {
-    Required<int> a;
-};
-struct LabelB {
-    Required<int> b;
-};
-int chosen(LabelA) { return 1; }
-int chosen(LabelB) { return 2; }
-
-TEST(Required, TellsOverloadsApartByLabelAlone) {
-    EXPECT_EQ(chosen({.a = 1}), 1);
-    EXPECT_EQ(chosen({.b = 1}), 2);
-    static_assert(!std::is_default_constructible_v<LabelA>);
-}
-
-TEST(Slot, ReadsAndWritesThroughItsHomeButIsNeverKept) {
-    struct Home {
-        Slot<Home, std::size_t, int> operator[](std::size_t at) { return {*this, at}; }
-        int slot(std::size_t at) const { return values[at]; }
-        void setSlot(std::size_t at, int value) { values[at] = value; }
-        std::array<int, 2> values{};
-    } home;
-    home[1] = 5;
-    int const read = home[1];
-    EXPECT_EQ(read, 5);
-    EXPECT_EQ(home.values[0], 0);
-    static_assert(!std::is_convertible_v<Slot<Home, std::size_t, int>&, int>);
-    static_assert(!std::is_copy_constructible_v<Slot<Home, std::size_t, int>>);
 }
 
 } // namespace

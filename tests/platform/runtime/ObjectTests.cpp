@@ -183,17 +183,5 @@ TEST(AssociatedObjects, LiveUntilClearedReplacedOrTheOwnersEnd) {
     EXPECT_EQ(released, 3);
 }
 
-TEST(Equal, AsksObjectsComparesTextsAndSeparatesTypes) {
-    class Named : public NSObject {
-    public:
-        bool isEqual(NSObject const& other) const override { return dynamic_cast<Named const*>(&other) != nullptr; }
-    };
-    auto const a = make<Named>(), b = make<Named>();
-    Ref<NSObject> const c = make<Counted>(), none;
-    EXPECT_TRUE(equal(a, b) && equal(none, none) && equal("text", std::string("text")));
-    EXPECT_FALSE(equal(c, a) || equal(none, a) || equal(1, 1L));
-    EXPECT_FALSE(equal(std::make_shared<int>(1), std::make_shared<int>(1))) << "other references are compared by identity";
-}
-
 } // namespace
 } // namespace Tessarin

@@ -1,30 +1,12 @@
-#include "Tessarin/platform/runtime/Enumeration.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 #include "Tessarin/platform/runtime/Format.h"
 
 #include <cstdio>
 #include <gtest/gtest.h>
 #include <thread>
-#include <unordered_set>
 
 namespace Tessarin {
 namespace {
-
-struct Season : Enumeration<Season> {
-    static const Season Winter, Summer;
-    Season next() const { return Season(1 - rawValue()); }
-
-private:
-    constexpr explicit Season(std::int64_t rawValue) : Enumeration(rawValue) {}
-};
-Season const Season::Winter{0};
-Season const Season::Summer{1};
-
-TEST(Enumeration, CasesAreComparedAndHashedByTheirRawValue) {
-    EXPECT_EQ(Season::Winter.next(), Season::Summer);
-    EXPECT_NE(Season::Winter, Season::Summer);
-    EXPECT_TRUE(std::unordered_set<Season>{Season::Summer}.contains(Season::Winter.next()));
-}
 
 TEST(OutputDeathTest, FatalWritesOneLineAndAborts) {
     EXPECT_EXIT(fatal("out of tea"), testing::KilledBySignal(SIGABRT), "^out of tea\n$");

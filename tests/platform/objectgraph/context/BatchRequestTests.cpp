@@ -32,10 +32,9 @@ protected:
     }
     /// Every book in the store, as "title:year".
     std::string books() {
-        auto reader = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue);
-        reader->setPersistentStoreCoordinator(library.coordinator);
+        auto const reader = contextOver(library.coordinator);
         std::string text;
-        for (auto const& book : fetched(*reader, "Book", nullptr, {NSSortDescriptor::sortDescriptorWithKey("title")}))
+        for (auto const& book : fetched(*reader, "Book", nullptr, {by("title")}))
             text += book->valueForKey("title").description() + ":" + book->valueForKey("year").description() + " ";
         return text;
     }
@@ -176,7 +175,7 @@ TEST_P(BatchRequest, DeletesByIdentityAndByOrderAndLimit) {
     EXPECT_EQ(result->count(), 2);
     EXPECT_EQ(books(), "B:2 C:3 ");
     auto newest = make<NSFetchRequest>("Book");
-    newest->setSortDescriptors({NSSortDescriptor::sortDescriptorWithKey("year", {.ascending = false})});
+    newest->setSortDescriptors({by("year", {.ascending = false})});
     newest->setFetchLimit(1);
     ASSERT_TRUE(context.executeRequest(*make<NSBatchDeleteRequest>(newest), error));
     EXPECT_EQ(books(), "B:2 ");

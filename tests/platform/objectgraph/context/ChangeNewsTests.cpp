@@ -60,7 +60,7 @@ TEST_F(ChangeNews, EachAnnouncementSaysWhatHappenedSinceTheLast) {
     turnsEnd();
     expect("a save changes nothing", "");
 
-    auto const child = Library::childOf(main);
+    auto const child = childOf(main);
     child->performBlockAndWait([&] {
         child->objectWithID(*tag->objectID())->setValueForKey("d", "name");
         inserted(*child, "Book", {});

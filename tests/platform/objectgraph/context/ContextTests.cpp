@@ -14,73 +14,6 @@ NSManagedObjectID const& idOf(Ref<NSManagedObject> const& object) { return *obje
 
 } // namespace
 
-TEST_P(Context, AChildsSaveIsSeenAtEveryLevelBeforeAndAfterItReachesTheStore) {
-    auto const middle = library.worker(), child = Library::childOf(middle), sibling = Library::childOf(middle);
-    auto const author = inserted(*child, "Author", {{"name", "Austen"}});
-    auto const book = inserted(*child, "Book", {{"title", "Emma"}, {"author", Value(author)}});
-    EXPECT_TRUE(idOf(book).isTemporaryID());
-    EXPECT_EQ(book->valueForKey("year"), Value(1900)) << "the default";
-    EXPECT_EQ(fetched(*sibling, "Book").size(), 0u);
-
-    auto const id = book->objectID();
-    ASSERT_TRUE(saves(*child));
-    EXPECT_FALSE(id->isTemporaryID());
-    EXPECT_EQ(id, book->objectID()) << "one identity, promoted";
-    EXPECT_FALSE(child->hasChanges());
-    EXPECT_TRUE(middle->hasChanges());
-    EXPECT_FALSE(root->hasChanges());
-    EXPECT_EQ(listed(fetched(*sibling, "Book", where("author.name == %@", "Austen")), "title"), "Emma") << "not in the store yet";
-    ASSERT_TRUE(saves(*middle));
-    EXPECT_EQ(fetched(*sibling, "Book").size(), 1u);
-    ASSERT_TRUE(saves(*root));
-    EXPECT_FALSE(root->hasChanges());
-
-    auto const later = library.worker();
-    auto const again = later->objectWithID(*id);
-    EXPECT_TRUE(again->isFault());
-    EXPECT_EQ(toOne(again, "author")->valueForKey("name"), Value("Austen"));
-    EXPECT_FALSE(again->isFault());
-    EXPECT_EQ(later->objectWithID(*id), again) << "one object per record and context";
-    EXPECT_EQ(members(*toOne(again, "author"), "books"), "Emma");
-}
-
-TEST_P(Context, AFetchTakesUnsavedChangesIntoAccount) {
-    for (auto const* title : {"A", "B", "C", "D"}) inserted(*root, "Book", {{"title", title}, {"year", 2000}});
-    ASSERT_TRUE(saves(*root));
-    auto const worker = library.worker();
-    auto const byTitle = std::vector{NSSortDescriptor::sortDescriptorWithKey("title")};
-    auto const all = fetched(*worker, "Book", nullptr, byTitle);
-    all[0]->setValueForKey("Z", "title");
-    all[1]->setValueForKey(1999, "year");
-    worker->deleteObject(*all[2]);
-    auto const novel = inserted(*worker, "Novel", {{"title", "Bb"}, {"year", 2000}});
-
-    struct {
-        char const* what;
-        Ref<NSPredicate> predicate;
-        std::size_t limit, offset;
-        char const* expected;
-    } const rows[] = {
-        {"changed, deleted and inserted ones", nullptr, 0, 0, "B,Bb,D,Z"},
-        {"no longer fits", where("year == 2000"), 0, 0, "Bb,D,Z"},
-        {"limit counts what is seen here", nullptr, 2, 0, "B,Bb"},
-        {"offset, too", nullptr, 2, 1, "Bb,D"},
-        {"limit beyond the end", where("title > %@", "C"), 9, 0, "D,Z"},
-    };
-    for (auto const& row : rows)
-        EXPECT_EQ(listed(fetched(*worker, "Book", row.predicate, byTitle, row.limit, row.offset), "title"), row.expected)
-            << row.what;
-    EXPECT_EQ(listed(fetched(*worker, "Novel"), "title"), "Bb");
-    EXPECT_EQ(listed(fetched(*root, "Book", nullptr, byTitle), "title"), "A,B,C,D") << "nothing was saved";
-
-    auto request = make<NSFetchRequest>("Book");
-    request->setPredicate(where("year == 2000"));
-    EXPECT_EQ(worker->countForFetchRequest(*request, error), 3);
-    EXPECT_EQ(root->countForFetchRequest(*request, error), 4);
-    EXPECT_EQ(worker->countForFetchRequest(*make<NSFetchRequest>("Nothing"), error), NSNotFound);
-    EXPECT_TRUE(error);
-}
-
 TEST_P(Context, AFailedSaveKeepsEveryChangeAndASecondTrySucceeds) {
     auto const good = inserted(*root, "Author", {{"name", "Eliot"}, {"rating", 9}});
     auto const nameless = inserted(*root, "Author", {{"rating", 11}});
@@ -173,34 +106,6 @@ TEST_P(Context, AChildSeesItsParentsUnsavedChangesAndBuildsOnThem) {
     EXPECT_EQ(members(*stored, "books"), "edited again,new");
     EXPECT_EQ(fetched(*later, "Book", where("title == 'edited again'")).front()->valueForKey("year"), Value(2));
     EXPECT_EQ(fetched(*later, "Author").size(), 1u);
-}
-
-TEST_P(Context, RefreshRollbackAndResetDropWhatTheySay) {
-    auto const book = inserted(*root, "Book", {{"title", "saved"}});
-    ASSERT_TRUE(saves(*root));
-    book->setValueForKey("unsaved", "title");
-    root->refreshObject(*book, true);
-    EXPECT_EQ(book->valueForKey("title"), Value("unsaved"));
-    root->refreshObject(*book, false);
-    EXPECT_TRUE(book->isFault());
-    EXPECT_EQ(book->valueForKey("title"), Value("saved"));
-
-    book->setValueForKey("unsaved", "title");
-    auto const fresh = inserted(*root, "Book", {{"title", "fresh"}});
-    root->deleteObject(*book);
-    root->rollback();
-    EXPECT_FALSE(root->hasChanges());
-    EXPECT_EQ(book->valueForKey("title"), Value("saved"));
-    EXPECT_FALSE(book->isDeleted());
-    EXPECT_FALSE(fresh->managedObjectContext());
-
-    auto const worker = library.worker();
-    inserted(*worker, "Book", {{"title", "handed up"}});
-    ASSERT_TRUE(saves(*worker));
-    root->reset();
-    EXPECT_FALSE(book->managedObjectContext());
-    ASSERT_TRUE(saves(*root)) << "what a child handed up is saved to it, and survives";
-    EXPECT_EQ(fetched(*root, "Book").size(), 2u);
 }
 
 TEST_P(Context, EverySaveIsAnnouncedWithItsObjects) {

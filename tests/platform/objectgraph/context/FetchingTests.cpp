@@ -21,7 +21,7 @@ protected:
         }
         ASSERT_TRUE(saves(*root));
         root->reset();
-        request->setSortDescriptors({NSSortDescriptor::sortDescriptorWithKey("title", {.ascending = false})});
+        request->setSortDescriptors({by("title", {.ascending = false})});
     }
 
     Ref<NSManagedObjectContext> worker = library.worker();
@@ -176,7 +176,7 @@ TEST_P(Fetching, WhatTheEntityLacksIsAnErrorAtEveryDoorWhateverTheRecordsHold) {
     request->setRelationshipKeyPathsForPrefetching({"author.titles"});
     check("The entity Author has no relationship \"titles\" to be prefetched");
     request->setRelationshipKeyPathsForPrefetching({});
-    request->setSortDescriptors({NSSortDescriptor::sortDescriptorWithKey("author.age")});
+    request->setSortDescriptors({by("author.age")});
     check("no key \"age\"");
     auto nested = where("title == '100'");
     for (int level = 0; level < 501; ++level) nested = NSCompoundPredicate::andPredicateWithSubpredicates({nested});
@@ -192,7 +192,7 @@ TEST_P(Fetching, NaNIsAbsentAndInfinityIsKeptInMemoryAsInTheStore) {
         inserted(*root, "Author", {{"name", name}})->setValueForKey(value, "rating");
     auto const found = [&](char const* format, double value) {
         std::string names;
-        for (auto const& each : fetched(*root, "Author", where(format, value), {NSSortDescriptor::sortDescriptorWithKey("name")}))
+        for (auto const& each : fetched(*root, "Author", where(format, value), {by("name")}))
             names += each->valueForKey("name").description() + " ";
         return names;
     };
@@ -289,8 +289,8 @@ TEST_P(Fetching, AnswersInMemoryAndFromTheStoreAreTheSame) {
 }
 
 TEST_P(Fetching, UnsavedChangesTurnTheAnswersOfTheRecordsThatReferToThem) {
-    auto const byAuthor = NSSortDescriptor::sortDescriptorWithKey("author.name"),
-               byTitle = NSSortDescriptor::sortDescriptorWithKey("title");
+    auto const byAuthor = by("author.name"),
+               byTitle = by("title");
     auto const expect = [&](char const* when, std::size_t found, char const* first, std::size_t prolific) {
         auto const predicate = where("author.name == 'A0'");
         EXPECT_EQ(fetched(*worker, "Book", predicate).size(), found) << when;

@@ -97,9 +97,7 @@ TEST_P(Identity, AURIMustNameTheRecordsOwnEntity) {
 
 TEST(IdentityInAFile, KeysAndVersionsOutOfRangeAreRefusedWithWords) {
     struct {
-        char const* what;
-        char const* statement;
-        char const* words;
+        char const *what, *statement, *words;
     } static const rows[] = {
         {"no keys left", "UPDATE tessarin_store SET value = 9223372036854775807 WHERE key = 'nextKey'", "leaves none"},
         {"wide version", "UPDATE Book SET version = version + 4294967296", "the version 429496729"},

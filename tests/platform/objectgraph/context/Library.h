@@ -1,13 +1,10 @@
 #pragma once
-#include "Tessarin/platform/foundation/notifications/NSNotificationCenter.h"
-#include "Tessarin/platform/objectgraph/context/NSManagedObjectContext.h"
 #include "Tessarin/platform/objectgraph/model/ModelBuilder.h"
+#include "tests/support/Contexts.h"
 #include "tests/support/TemporaryFolder.h"
-#include <gtest/gtest.h>
+#include <functional>
 
 namespace Tessarin::tests {
-
-using Objects = std::vector<Ref<NSManagedObject>>;
 
 /// One model for all, so that identities of different coordinators have but their coordinator to differ in.
 inline Ref<NSManagedObjectModel> const& libraryModel() {
@@ -52,25 +49,15 @@ class Library {
 public:
     explicit Library(char const* storeType, Library const* other = nullptr)
         : folder(other ? other->folder : std::make_shared<TemporaryFolder>()) {
-        Ref<NSError> error;
-        coordinator = make<NSPersistentStoreCoordinator>(libraryModel());
-        store = coordinator->addPersistentStoreWithType(storeType, {}, NSURL::fileURLWithPath(file()), {}, error);
-        EXPECT_TRUE(store) << (error ? error->description() : "");
-        root = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue);
-        root->setPersistentStoreCoordinator(coordinator);
+        coordinator = coordinatorOver(libraryModel(), storeType, NSURL::fileURLWithPath(file()));
+        root = contextOver(coordinator);
     }
 
     std::string file() const { return folder->path("library.db"); }
     Ref<NSManagedObjectContext> worker() const { return childOf(root); }
-    static Ref<NSManagedObjectContext> childOf(Ref<NSManagedObjectContext> const& parent) {
-        auto context = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue);
-        context->setParentContext(parent);
-        return context;
-    }
 
     std::shared_ptr<TemporaryFolder> folder;
     Ref<NSPersistentStoreCoordinator> coordinator;
-    Ref<NSPersistentStore> store;
     Ref<NSManagedObjectContext> root;
 };
 
@@ -84,67 +71,30 @@ protected:
 inline auto const bothStores = ::testing::Values("InMemory", "SQLite");
 inline std::string storeName(::testing::TestParamInfo<char const*> const& each) { return each.param; }
 
-/// What follows asks a context on its queue: blocks that the library itself put there, to tell of other contexts, ran before.
-inline Ref<NSManagedObject> inserted(NSManagedObjectContext& context, char const* entity, Dictionary const& values) {
-    Ref<NSManagedObject> object;
-    context.performBlockAndWait([&] {
-        object = context.insertNewObject(entity);
-        for (auto const& [key, value] : values) object->setValueForKey(value, key);
-    });
-    return object;
-}
+/// Adds up what both sides added to a number; the rest is the store's. `meanwhile` runs at the first conflict.
+class SummingPolicy : public NSMergePolicy {
+public:
+    bool resolveConflicts(std::vector<Ref<NSMergeConflict>> const& conflicts, Ref<NSError>& error) override {
+        if (auto const work = std::exchange(meanwhile, nullptr)) work();
+        if (!NSMergePolicy::resolveConflicts(conflicts, error)) return false;
+        for (auto const& each : conflicts) {
+            if (!each->uniqueProperties().empty()) continue;
+            auto const mine = each->sourceObject()->valueForKey(key_).integer();
+            auto const theirs = (*each->persistedSnapshot())[key_].integer();
+            each->setResolvedValue(mine + theirs - each->objectSnapshot()[key_].integer(), key_);
+        }
+        return true;
+    }
+    std::function<void()> meanwhile;
 
-inline Ref<NSManagedObject> toOne(Ref<NSManagedObject> const& object, char const* key) {
-    return object->valueForKey(key).objectAs<NSManagedObject>();
-}
+    using NSMergePolicy::init;
+    virtual void init(std::string key) {
+        init(NSMergePolicyType::MergeByPropertyStoreTrump);
+        key_ = std::move(key);
+    }
 
-/// Tells `block` of every notification of that name from the context, for as long as what it returns is kept.
-inline std::shared_ptr<void> listening(Ref<NSManagedObjectContext> const& context, std::string_view name,
-                                       NSNotificationCenter::Block block) {
-    auto const& center = NSNotificationCenter::defaultCenter();
-    auto token = center->addObserverForName(name, context, nullptr, std::move(block));
-    return {token.get(), [token](void*) { NSNotificationCenter::defaultCenter()->removeObserver(*token); }};
-}
-
-inline ::testing::AssertionResult saves(NSManagedObjectContext& context) {
-    Ref<NSError> error;
-    bool isSaved = false;
-    context.performBlockAndWait([&] { isSaved = context.save(error); });
-    if (isSaved) return ::testing::AssertionSuccess();
-    return ::testing::AssertionFailure() << error->description();
-}
-
-inline Objects fetched(NSManagedObjectContext& context, char const* entity, Ref<NSPredicate> predicate = nullptr,
-                       std::vector<Ref<NSSortDescriptor>> sort = {}, std::size_t limit = 0, std::size_t offset = 0) {
-    auto request = make<NSFetchRequest>(entity);
-    request->setPredicate(std::move(predicate));
-    request->setSortDescriptors(std::move(sort));
-    request->setFetchLimit(limit);
-    request->setFetchOffset(offset);
-    Ref<NSError> error;
-    Objects objects;
-    context.performBlockAndWait([&] { objects = context.executeFetchRequest(*request, error); });
-    EXPECT_FALSE(error) << error->description();
-    return objects;
-}
-
-template <class... Arguments> Ref<NSPredicate> where(char const* format, Arguments const&... arguments) {
-    return NSPredicate::predicateWithFormat(format, arguments...);
-}
-
-/// The values of one key, joined: "A,B".
-inline std::string listed(Objects const& objects, char const* key) {
-    std::string text;
-    for (auto const& object : objects) text += (text.empty() ? "" : ",") + object->valueForKey(key).description();
-    return text;
-}
-
-/// The same of a to-many relationship; sorted unless it is ordered.
-inline std::string members(NSManagedObject& object, char const* relationship, char const* key = "title") {
-    auto objects = object.mutableSetValueForKey(relationship).allObjects();
-    if (!object.entity().propertyNamed(relationship)->asRelationship()->isOrdered())
-        std::ranges::sort(objects, {}, [&](auto const& each) { return each->valueForKey(key).description(); });
-    return listed(objects, key);
-}
+private:
+    std::string key_;
+};
 
 } // namespace Tessarin::tests

@@ -34,7 +34,7 @@ TEST_P(Loss, AnEditOfAnUnreadFaultWhoseRecordIsGoneIsAConflict) {
         auto& context = std::string_view(place) == "here" ? *root : *worker;
         auto const settle = [&] { worker->performBlockAndWait([] {}); }; // its queue looks at what it was told
         settle();
-        auto const other = Library::childOf(root);
+        auto const other = childOf(root);
         auto const id = book->objectID();
         auto const doomed = other->objectWithID(*id);
         auto const fault = &context == root.get() ? book : worker->objectWithID(*id);
@@ -137,7 +137,7 @@ TEST_P(Loss, RefreshingDropsNoInsertionAndTakesLinksBackAtBothEnds) {
 
 TEST_P(Loss, ANewObjectWithItsKeyIsStillNew) {
     auto const contested = saved("Book", {{"title", "saved"}});
-    auto const worker = library.worker(), child = Library::childOf(worker);
+    auto const worker = library.worker(), child = childOf(worker);
     auto const mine = worker->objectWithID(*contested->objectID());
     mine->setValueForKey("mine", "title");
     auto const fresh = inserted(*worker, "Book", {{"title", "fresh"}});
@@ -212,12 +212,12 @@ TEST_P(Loss, AnAcceptedChangeIsSeenBelowThoughTheLevelAboveHasGotAnother) {
     auto const id = saved("Book", {{"title", "old"}, {"year", 1}})->objectID();
     auto const main = library.worker(), other = library.worker();
     for (auto const& [context, key, value] : {std::tuple{main, "year", Value(2)}, {other, "title", Value("new")}}) {
-        auto const worker = Library::childOf(context);
+        auto const worker = childOf(context);
         worker->objectWithID(*id)->setValueForKey(value, key);
         ASSERT_TRUE(saves(*worker));
     }
     ASSERT_TRUE(saves(*other));
-    auto const seen = Library::childOf(main)->objectWithID(*id);
+    auto const seen = childOf(main)->objectWithID(*id);
     EXPECT_EQ(seen->valueForKey("title"), Value("new"));
     EXPECT_EQ(seen->valueForKey("year"), Value(2)) << "its save was accepted, and is on its way";
 }
@@ -255,11 +255,8 @@ TEST(Size, ARecordThatNoStoreCouldHoldIsRefusedBeforeItIsMade) {
     ModelBuilder model;
     model.entity("Film");
     for (int at = 0; at < 100; ++at) model.attribute("reel" + std::to_string(at), NSAttributeType::String);
-    auto const coordinator = make<NSPersistentStoreCoordinator>(model.build());
+    auto const context = contextOver(coordinatorOver(model.build()));
     Ref<NSError> error;
-    ASSERT_TRUE(coordinator->addPersistentStoreWithType(NSInMemoryStoreType, {}, NSURL::fileURLWithPath("/films"), {}, error));
-    auto const context = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue);
-    context->setPersistentStoreCoordinator(coordinator);
     auto const film = context->insertNewObject("Film");
     Value const reel(std::string(10'000'000, 'r')); // one that all share
     for (int at = 0; at < 100; ++at) film->setValueForKey(reel, "reel" + std::to_string(at));

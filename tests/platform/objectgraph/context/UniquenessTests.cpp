@@ -2,8 +2,6 @@
 #include "Library.h"
 #include "Tessarin/platform/sqlite/Connection.h"
 
-#include <functional>
-
 using namespace Tessarin;
 using namespace Tessarin::tests;
 
@@ -13,46 +11,37 @@ namespace {
 /// file, or another root context where there is no file.
 struct Kennel {
     explicit Kennel(char const* type) {
-        file = NSURL::fileURLWithPath(folder.path("kennel.db"));
-        root = opened(type, coordinator);
-        main = Library::childOf(root);
-        if (type == std::string("InMemory"))
-            (there = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue))
-                ->setPersistentStoreCoordinator(coordinator);
-        else
-            there = opened(type, theirs);
+        coordinator = opened(type);
+        root = contextOver(coordinator);
+        main = childOf(root);
+        there = contextOver(type == std::string("InMemory") ? coordinator : opened(type));
     }
-    Ref<NSManagedObjectContext> opened(char const* type, Ref<NSPersistentStoreCoordinator>& at) const {
+    Ref<NSPersistentStoreCoordinator> opened(char const* type) const {
         using Type = NSAttributeType;
-        Ref<NSError> error;
-        at = make<NSPersistentStoreCoordinator>(ModelBuilder()
-                                                    .entity("Person")
-                                                    .attribute("name", Type::String)
-                                                    .attribute("age", Type::Integer16)
-                                                    .attribute("nick", Type::String)
-                                                    .attribute("town", Type::String)
-                                                    .toMany("dogs", "Dog", {.inverse = "owner"})
-                                                    .unique({"name"})
-                                                    .entity("Dog")
-                                                    .toOne("owner", "Person", {.inverse = "dogs"})
-                                                    .build());
-        at->addPersistentStoreWithType(type, {}, file, {}, error);
-        EXPECT_FALSE(error) << error->description();
-        auto context = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue);
-        context->setPersistentStoreCoordinator(at);
-        return context;
+        return coordinatorOver(ModelBuilder()
+                                   .entity("Person")
+                                   .attribute("name", Type::String)
+                                   .attribute("age", Type::Integer16)
+                                   .attribute("nick", Type::String)
+                                   .attribute("town", Type::String)
+                                   .toMany("dogs", "Dog", {.inverse = "owner"})
+                                   .unique({"name"})
+                                   .entity("Dog")
+                                   .toOne("owner", "Person", {.inverse = "dogs"})
+                                   .build(),
+                               type, file);
     }
     /// Names of people, sorted, and how many dogs, as a new child of a context sees them.
     static std::string seenBelow(Ref<NSManagedObjectContext> const& context) {
-        auto const child = Library::childOf(context);
-        return listed(fetched(*child, "Person", nullptr, {NSSortDescriptor::sortDescriptorWithKey("name")}), "name") + " " +
+        auto const child = childOf(context);
+        return listed(fetched(*child, "Person", nullptr, {by("name")}), "name") + " " +
                std::to_string(fetched(*child, "Dog").size());
     }
     std::string saved() const { return seenBelow(there); }
 
     TemporaryFolder folder;
-    NSURL file = NSURL::fileURLWithPath("/");
-    Ref<NSPersistentStoreCoordinator> coordinator, theirs;
+    NSURL file = folder.url("kennel.db");
+    Ref<NSPersistentStoreCoordinator> coordinator;
     Ref<NSManagedObjectContext> root, main, there;
 };
 
@@ -63,7 +52,7 @@ protected:
     Ref<NSError> error;
 
     Ref<NSManagedObject> handedUp(char const* entity, Dictionary const& values) {
-        auto const worker = Library::childOf(main);
+        auto const worker = childOf(main);
         inserted(*worker, entity, values);
         EXPECT_TRUE(saves(*worker));
         return fetched(*main, entity).back();
@@ -75,7 +64,7 @@ protected:
 TEST_P(Uniqueness, RefusedChangesHoldUpNobodyAndAreTold) {
     auto const ann = handedUp("Person", {{"name", "Ann"}});
     handedUp("Person", {{"name", "Bob"}});
-    auto const worker = Library::childOf(main);
+    auto const worker = childOf(main);
     inserted(*worker, "Dog", {{"owner", Value(worker->objectWithID(*ann->objectID()))}});
     EXPECT_TRUE(saves(*worker));
     inserted(*there, "Person", {{"name", "Ann"}});
@@ -94,7 +83,7 @@ TEST_P(Uniqueness, RefusedChangesHoldUpNobodyAndAreTold) {
     EXPECT_FALSE(root->hasChanges());
     EXPECT_EQ(Kennel::seenBelow(main), "Ann,Ann,Bob 1") << "shown until it is given up";
 
-    auto const both = Library::childOf(main);
+    auto const both = childOf(main);
     inserted(*both, "Person", {{"name", "Cid"}});
     EXPECT_TRUE(both->saveThrough(error)) << "somebody else's changes are not refused";
     both->objectWithID(*ann->objectID())->setValueForKey(7, "age");
@@ -149,10 +138,10 @@ TEST_P(Uniqueness, ThePolicyDecidesWhatBecomesOfANewObjectWithTheValuesOfAnother
         for (auto const& [policy, expected] : rows) {
             SCOPED_TRACE(std::string(place) + ", policy " + std::to_string(static_cast<int>(policy)));
             auto const name = "P" + std::to_string(round++);
-            auto const worker = Library::childOf(main);
+            auto const worker = childOf(main);
             worker->setMergePolicy(make<NSMergePolicy>(policy));
             auto const where = place == std::string("in the store") ? there
-                               : place == std::string("handed up")  ? Library::childOf(main)
+                               : place == std::string("handed up")  ? childOf(main)
                                                                     : worker;
             auto const first = inserted(*where, "Person", {{"name", name}, {"age", 3}, {"town", "Rome"}});
             if (where != worker) { ASSERT_TRUE(saves(*where)); }
@@ -173,7 +162,7 @@ TEST_P(Uniqueness, ThePolicyDecidesWhatBecomesOfANewObjectWithTheValuesOfAnother
             EXPECT_TRUE(second->isDeleted() && !second->managedObjectContext());
             for (auto const& level : {worker, main, root}) {
                 if (level != worker) { ASSERT_TRUE(saves(*level)); }
-                auto const below = Library::childOf(level);
+                auto const below = childOf(level);
                 auto const found = fetched(*below, "Person", tests::where("name == %@", name));
                 ASSERT_EQ(found.size(), 1u);
                 auto const of = [&](char const* key) { return found[0]->valueForKey(key).description(); };
@@ -190,7 +179,7 @@ TEST_P(Uniqueness, OfTwoSavedRecordsNeitherGivesWay) {
     ASSERT_TRUE(saves(*there));
     handedUp("Person", {{"name", "Bob"}});
     for (auto const policy : {NSMergePolicyType::MergeByPropertyObjectTrump, NSMergePolicyType::MergeByPropertyStoreTrump}) {
-        auto const worker = Library::childOf(main);
+        auto const worker = childOf(main);
         worker->setMergePolicy(make<NSMergePolicy>(policy));
         auto const bob = fetched(*worker, "Person", where("name == 'Bob'")).front();
         bob->setValueForKey("Ann", "name");
@@ -201,23 +190,25 @@ TEST_P(Uniqueness, OfTwoSavedRecordsNeitherGivesWay) {
         EXPECT_EQ(bob->valueForKey("age"), Value(5));
     }
     // Values may change hands within a save, and what a deletion frees may be taken.
-    auto const worker = Library::childOf(main);
+    auto const worker = childOf(main);
     auto const ann = fetched(*worker, "Person", where("name == 'Ann'")).front();
     auto const bob = fetched(*worker, "Person", where("name == 'Bob'")).front();
     ann->setValueForKey("Bob", "name");
     bob->setValueForKey("Ann", "name");
     EXPECT_TRUE(saves(*worker));
+    EXPECT_TRUE(main->saveThrough(error));
     worker->deleteObject(*ann);
     inserted(*worker, "Person", {{"name", "Bob"}});
     EXPECT_TRUE(saves(*worker));
-    EXPECT_EQ(Kennel::seenBelow(main), "Ann,Bob 0");
+    EXPECT_TRUE(main->saveThrough(error));
+    EXPECT_EQ(kennel.saved(), "Ann,Bob 0");
 }
 
 TEST_P(Uniqueness, WhoHadTheValueAndChangesInTheSameSaveIsInTheWayToo) {
     auto const first = inserted(*there, "Person", {{"name", "Ann"}}), second = inserted(*there, "Person", {{"name", "Bob"}});
     ASSERT_TRUE(saves(*there));
-    auto const worker = Library::childOf(main);
-    auto const people = fetched(*worker, "Person", nullptr, {NSSortDescriptor::sortDescriptorWithKey("name")});
+    auto const worker = childOf(main);
+    auto const people = fetched(*worker, "Person", nullptr, {by("name")});
     for (auto const& [taker, holder] :
          {std::pair(people[0], people[1]), {people[1], people[0]}}) { // whichever has the smaller key
         taker->setValueForKey(holder->valueForKey("name"), "name");
@@ -245,7 +236,7 @@ public:
 TEST_P(Uniqueness, APolicyThatChangesNothingCountsAsRefusing) {
     for (auto const* name : {"Ann", "Bob"}) inserted(*there, "Person", {{"name", name}});
     ASSERT_TRUE(saves(*there));
-    auto const worker = Library::childOf(main);
+    auto const worker = childOf(main);
     worker->setMergePolicy(make<StubbornPolicy>(NSMergePolicyType::MergeByPropertyStoreTrump));
     fetched(*worker, "Person", where("name == 'Bob'")).front()->setValueForKey("Ann", "name");
     ASSERT_FALSE(worker->save(error));
@@ -255,7 +246,7 @@ TEST_P(Uniqueness, APolicyThatChangesNothingCountsAsRefusing) {
 TEST_P(Uniqueness, ManyNewObjectsGiveWayToOneRecordAtOnce) {
     inserted(*there, "Person", {{"name", "Ann"}});
     ASSERT_TRUE(saves(*there));
-    auto const worker = Library::childOf(main);
+    auto const worker = childOf(main);
     worker->setMergePolicy(NSMergeByPropertyStoreTrumpMergePolicy());
     for (int at = 0; at < 50; ++at)
         inserted(*worker, "Dog",
@@ -267,32 +258,10 @@ TEST_P(Uniqueness, ManyNewObjectsGiveWayToOneRecordAtOnce) {
     EXPECT_EQ(ann->mutableSetValueForKey("dogs").count(), 50u);
 }
 
-namespace {
-
-/// Adds up ages, and lets a sibling save while it does so for the first time.
-class InterruptedPolicy : public NSMergePolicy {
-public:
-    bool resolveConflicts(std::vector<Ref<NSMergeConflict>> const& conflicts, Ref<NSError>& error) override {
-        if (auto const sibling = std::exchange(meanwhile, nullptr)) sibling();
-        if (!NSMergePolicy::resolveConflicts(conflicts, error)) return false;
-        for (auto const& each : conflicts) {
-            if (!each->uniqueProperties().empty()) continue;
-            auto const age = [](Dictionary const& snapshot) { return snapshot["age"].integer(); };
-            each->setResolvedValue(each->sourceObject()->valueForKey("age").integer() + age(*each->persistedSnapshot()) -
-                                       age(each->objectSnapshot()),
-                                   "age");
-        }
-        return true;
-    }
-    std::function<void()> meanwhile;
-};
-
-} // namespace
-
 TEST_P(Uniqueness, WhoSavesWhileASiblingIsBetweenItsLookAndItsHandingUpIsSeen) {
     auto const ann = handedUp("Person", {{"name", "Ann"}, {"age", 0}});
-    auto const worker = Library::childOf(main), sibling = Library::childOf(main);
-    auto const policy = make<InterruptedPolicy>(NSMergePolicyType::MergeByPropertyStoreTrump);
+    auto const worker = childOf(main), sibling = childOf(main);
+    auto const policy = make<SummingPolicy>("age");
     worker->setMergePolicy(policy);
     auto const increment = [&](NSManagedObjectContext& context) {
         auto const mine = context.objectWithID(*ann->objectID());
@@ -308,7 +277,7 @@ TEST_P(Uniqueness, WhoSavesWhileASiblingIsBetweenItsLookAndItsHandingUpIsSeen) {
         ASSERT_TRUE(saves(*sibling));
     };
     ASSERT_TRUE(saves(*worker));
-    EXPECT_EQ(Library::childOf(main)->objectWithID(*ann->objectID())->valueForKey("age"), Value(3)) << "an increment is lost";
+    EXPECT_EQ(childOf(main)->objectWithID(*ann->objectID())->valueForKey("age"), Value(3)) << "an increment is lost";
     EXPECT_EQ(Kennel::seenBelow(main), "Ann,Eva 0");
     EXPECT_FALSE(eva->managedObjectContext());
     EXPECT_EQ(fetched(*main, "Person", where("name == 'Eva'")).front()->valueForKey("nick"), Value("E"));

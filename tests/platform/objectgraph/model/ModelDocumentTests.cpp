@@ -33,31 +33,14 @@ TEST(ModelDocument, ReadsDefaultsByTheirType) {
         Value expected;
         std::string where = "defaultValueString";
     } const rows[] = {
-        {"String", "", ""},
-        {"String", " ", " "},
-        {"String", "&quot;&lt;&amp;12", "\"<&12"},
-        {"String", "x", {}, "anotherName"},
-        {"Boolean", "YES", true},
-        {"Boolean", "NO", false},
-        {"Boolean", "0.0", false},
-        {"Boolean", "100", true},
-        {"Boolean", "perhaps", {}},
-        {"Integer 16", "NO", 0},
-        {"Integer 32", "0.0", 0},
-        {"Integer 64", "-9007199254740993", -9007199254740993},
-        {"Integer 16", "", {}},
-        {"Double", "1e3", 1000.0},
-        {"Double", "nan", {}},
-        {"Float", "0.1", 0.1F},
-        {"Decimal", "0.1", Decimal::fromText("0.1").value()},
-        {"Date", "-3600.5", Value::date(-3600.5), "defaultDateTimeInterval"},
-        {"Date", "0", {}},
-        {"UUID", "empy", {}},
+        {"String", "", ""}, {"String", " ", " "}, {"String", "&quot;&lt;&amp;12", "\"<&12"},
+        {"String", "x", {}, "anotherName"}, {"Boolean", "YES", true}, {"Boolean", "NO", false}, {"Boolean", "0.0", false},
+        {"Boolean", "100", true}, {"Boolean", "perhaps", {}}, {"Integer 16", "NO", 0}, {"Integer 32", "0.0", 0},
+        {"Integer 64", "-9007199254740993", -9007199254740993}, {"Integer 16", "", {}}, {"Double", "1e3", 1000.0},
+        {"Double", "nan", {}}, {"Float", "0.1", 0.1F}, {"Decimal", "0.1", Decimal::fromText("0.1").value()},
+        {"Date", "-3600.5", Value::date(-3600.5), "defaultDateTimeInterval"}, {"Date", "0", {}}, {"UUID", "empy", {}},
         {"UUID", "E621E1F8-C36C-495A-93FC-0C247A3E6E5F", NSUUID::UUIDWithString("E621E1F8-C36C-495A-93FC-0C247A3E6E5F").value()},
-        {"URI", "https://a.org", Value::url("https://a.org")},
-        {"Transformable", "x", {}},
-        {"Binary", "x", {}},
-    };
+        {"URI", "https://a.org", Value::url("https://a.org")}, {"Transformable", "x", {}}, {"Binary", "x", {}}};
     for (auto const& [type, written, expected, where] : rows) {
         SCOPED_TRACE(type + " " + written);
         auto const model =

@@ -60,7 +60,7 @@ protected:
         return NSManagedObjectModel::modelWithDefinition(std::move(definition));
     }
 
-    StoreFolder folder;
+    TemporaryFolder folder;
     NSURL file = folder.url("people.db");
     RecordKey ann = 0, bob = 0, rex = 0, tom = 0, chess = 0, villa = 0;
 };
@@ -75,12 +75,15 @@ TEST_F(Migration, RenamedAddedAndRemovedThingsKeepTheRest) {
         model.entities[ChildAt].options.parent = "Human";
         person.attributes[0].name = "title"; // and "name" is a new one
         person.attributes[0].options.renamingIdentifier = "name";
+        person.attributes[1].type = Type::Decimal;
+        person.attributes[1].options = {.optional = false, .defaultValue = 5};
         person.attributes.push_back({"name", Type::String, {}});
         person.attributes.push_back({"points", Type::Integer32, {.optional = false, .defaultValue = 7}});
         person.attributes.push_back({"motto", Type::String, {.defaultValue = "it's"}});
         std::erase_if(person.attributes, [](auto const& each) { return each.name == "city"; });
         person.relationships[1].name = "animals";
         person.relationships[1].options.renamingIdentifier = "pets";
+        model.entities[PetAt].uniquenessConstraints = {{"name"}};
         model.entities[PetAt].relationships[0].destination = "Human";
         model.entities[PetAt].relationships[0].options.inverse = "animals";
         model.entities[ClubAt].relationships[0].destination = "Human";
@@ -92,6 +95,9 @@ TEST_F(Migration, RenamedAddedAndRemovedThingsKeepTheRest) {
     EXPECT_EQ(open->value(person, "name"), Value());
     EXPECT_EQ(open->value(person, "points"), Value(7));
     EXPECT_EQ(open->value(person, "motto"), Value("it's"));
+    EXPECT_EQ(open->value(person, "age"), Value(*Decimal::fromText("30")));
+    EXPECT_EQ(open->value(open->read("Human", bob), "age"), Value(*Decimal::fromText("5"))) << "now mandatory";
+    EXPECT_TRUE(open->save({open->insertion("Pet", open->newKey(), {{"name", "Rex"}})})) << "the new uniqueness is not enforced";
     EXPECT_EQ(open->read("Human", bob)->entity().name(), "Child");
     EXPECT_EQ(open->value(open->read("Human", bob), "school"), Value("North"));
     EXPECT_EQ(open->members("Human", "animals", ann), (Keys{tom, rex}));
@@ -119,20 +125,6 @@ TEST_F(Migration, IndexesThatStayAreNotMadeAgain) {
     auto found = indexes();
     EXPECT_EQ(found.erase("Person.name"), 1U);
     EXPECT_EQ(found, expected);
-}
-
-TEST_F(Migration, ValuesAreWidenedAndDefaultsFillWhatBecomesMandatory) {
-    auto open = reopened(changed([](ModelDefinition& model) {
-        auto& person = model.entities[PersonAt];
-        person.attributes[1].type = Type::Decimal;
-        person.attributes[1].options = {.optional = false, .defaultValue = 5};
-        person.attributes[2].options.indexed = true;
-        model.entities[PetAt].uniquenessConstraints = {{"name"}};
-    }));
-    ASSERT_TRUE(open);
-    EXPECT_EQ(open->value(open->read("Person", ann), "age"), Value(*Decimal::fromText("30")));
-    EXPECT_EQ(open->value(open->read("Person", bob), "age"), Value(*Decimal::fromText("5")));
-    EXPECT_TRUE(open->save({open->insertion("Pet", open->newKey(), {{"name", "Rex"}})})) << "the new uniqueness is not enforced";
 }
 
 TEST_F(Migration, ToOneBecomesToManyAndAParentIsAdded) {
@@ -292,7 +284,7 @@ TEST(ValueMigration, TakesNumbersThatAreTheSameInTheNewTypeAndRefusesOthers) {
     };
     for (auto const& [from, to, values, now] : table) {
         SCOPED_TRACE(values[0].description());
-        StoreFolder folder;
+        TemporaryFolder folder;
         auto const file = folder.url("values.db");
         {
             OpenStore open(file, modelWith(from));
@@ -331,7 +323,7 @@ TEST(ValueMigration, WithoutValuesEveryPropertyMayBecomeAnyOther) {
         return NSManagedObjectModel::modelWithDefinition({.entities = {a}});
     };
     for (bool const hasRecord : {false, true}) {
-        StoreFolder folder;
+        TemporaryFolder folder;
         auto const file = folder.url("kinds.db");
         if (OpenStore open(file, model(false)); hasRecord) {
             ASSERT_FALSE(open.save({open.insertion("A", open.newKey(), {})}));
@@ -347,7 +339,7 @@ TEST(ValueMigration, WithoutValuesEveryPropertyMayBecomeAnyOther) {
 }
 
 TEST(ValueMigration, OneFormerThingIsOneThingNowAndThePlanTellsWhichStartEmpty) {
-    StoreFolder folder;
+    TemporaryFolder folder;
     auto const file = folder.url("names.db");
     auto builder = ModelBuilder().entity("Pet").attribute("name", Type::String);
     {

@@ -28,7 +28,7 @@ protected:
         ASSERT_FALSE(there.save(std::move(changes)));
     }
 
-    StoreFolder folder;
+    TemporaryFolder folder;
     OpenStore here, there;
     RecordKey first = 0;
 };
@@ -94,7 +94,7 @@ TEST_F(TagsFarApart, AHelperThatSeesAnotherStateReadsNothing) {
 
 TEST(SQLiteTableScan, SharesLeaveNoKeyBetweenThem) {
     static constexpr RecordKey count = 20'200; // one behind the other, so that one stands at every border
-    StoreFolder folder;
+    TemporaryFolder folder;
     OpenStore open(folder.url("a.db"), ModelBuilder().entity("Tag").build());
     auto const first = open.store->reserveKeys(count, open.error);
     std::vector<RecordChange> changes;
@@ -108,7 +108,7 @@ TEST(SQLiteTableScan, SharesLeaveNoKeyBetweenThem) {
 // A fetch right before each save keeps a read transaction, for the next fetch: the save has to end it, or nothing of the log can
 // ever be written over.
 TEST(SQLiteReaderPool, NoIdleReaderKeepsTheLogFromBeingEmptied) {
-    StoreFolder folder;
+    TemporaryFolder folder;
     OpenStore open(folder.url("a.db"), libraryModel().build());
     auto const key = open.newKey();
     for (int round = 0; round < 40; ++round) {

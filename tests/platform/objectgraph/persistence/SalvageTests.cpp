@@ -53,7 +53,7 @@ protected:
         return text;
     }
 
-    StoreFolder folder;
+    TemporaryFolder folder;
     NSURL const file = folder.url("a.db");
     RecordKey author = 0, tag = 0, book = 0;
 };

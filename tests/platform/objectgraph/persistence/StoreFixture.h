@@ -5,15 +5,11 @@
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteStore.h"
 #include "tests/support/TemporaryFolder.h"
 #include <algorithm>
-#include <filesystem>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace Tessarin::tests {
-
-/// A folder of its own, whose files are asked for by URL.
-struct StoreFolder : TemporaryFolder {
-    NSURL url(std::string_view name) const { return NSURL::fileURLWithPath(path(name)); }
-};
 
 inline std::vector<RecordKey> keysOf(std::vector<RowRef> const& rows) {
     std::vector<RecordKey> keys;
@@ -124,6 +120,9 @@ public:
                                     [&](RecordKey, RecordKey member) { found.push_back(member); }));
         return found;
     }
+    static RecordKey reference(RowRef const& row, std::string_view name) {
+        return row->integer(static_cast<std::size_t>(row->layout().cellOf(row->entity().propertyNamed(name)->index())));
+    }
     Value value(RowRef const& row, std::string_view name) const {
         auto const cell = row->layout().cellOf(row->entity().propertyNamed(name)->index());
         return row->value(static_cast<std::size_t>(cell));
@@ -133,6 +132,31 @@ public:
     Ref<NSError> error; // of opening, or of the last key
     Ref<NSPersistentStore> store;
     SaveOutcome outcome;
+};
+
+/// A folder with one for a store in it, beside which copies of what is refused are kept.
+class StoreInItsFolder : public testing::Test {
+protected:
+    void SetUp() override { std::filesystem::create_directory(place.parent_path()); }
+    std::size_t rescued() const {
+        std::error_code none;
+        return static_cast<std::size_t>(
+            std::distance(std::filesystem::directory_iterator(folder.path(".Notes.rescued"), none), {}));
+    }
+    /// The status of a child process that is nobody in particular, once `meanwhile` is done here: the superuser may do everything.
+    static int statusOfNobody(FunctionRef<int()> work, FunctionRef<void()> meanwhile = [] {}) {
+        auto const child = ::fork();
+        if (child == 0) ::_exit(::setgid(65534) != 0 || ::setuid(65534) != 0 ? 9 : work());
+        meanwhile();
+        int status = 0;
+        ::waitpid(child, &status, 0);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+
+    TemporaryFolder folder;
+    std::filesystem::path const place = folder.path("Notes/Notes.db");
+    NSURL const url = NSURL::fileURLWithPath(place.native());
+    Ref<NSError> error;
 };
 
 } // namespace Tessarin::tests

@@ -7,21 +7,15 @@
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreRescuePrivate.h"
 #include "Tessarin/platform/sqlite/Connection.h"
 
-#include <future>
-#include <poll.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace Tessarin::tests {
 namespace {
 
 namespace fs = std::filesystem;
 
-class StorePlace : public testing::Test {
+class StorePlace : public StoreInItsFolder {
 protected:
-    void SetUp() override { fs::create_directory(place.parent_path()); }
-
     /// An opening that would wait fails at once instead.
     Ref<SQLiteStore> opened(Dictionary options = {}, Ref<NSManagedObjectModel> model = libraryModel().build()) {
         if (options[NSStoreWaitingOption].isAbsent()) options.set(NSStoreWaitingOption, make<StoreWaiting>(nullptr, 0.0));
@@ -36,15 +30,6 @@ protected:
     std::string copied(std::string const& number, std::string_view ending) const {
         return folder.read(".Notes.rescued/" + number + "/Notes.db" + std::string(ending));
     }
-    std::size_t rescued() const {
-        std::error_code none;
-        return static_cast<std::size_t>(std::distance(fs::directory_iterator(folder.path(".Notes.rescued"), none), {}));
-    }
-
-    StoreFolder folder;
-    fs::path const place = folder.path("Notes/Notes.db");
-    NSURL const url = NSURL::fileURLWithPath(place.native());
-    Ref<NSError> error;
 };
 
 TEST_F(StorePlace, WhatStandsInADamagedLogAloneIsKept) {
@@ -187,34 +172,6 @@ TEST_F(StorePlace, WaitingBacksOffTellsAndEnds) {
     EXPECT_NEAR(FakeClock::pauses, 107, 10) << "of up to a second each";
 }
 
-TEST_F(StorePlace, TheSlowerOfTwoMakersOpensWhatTheOtherMade) {
-    auto const made = folder.path("made.db");
-    ASSERT_TRUE(SQLiteStore::open(NSURL::fileURLWithPath(made), std::make_shared<RowSpace>(libraryModel().build()), {}, error));
-    SQLite::Connection source(made), other(place.native());
-    other.execute("PRAGMA journal_mode = WAL; BEGIN IMMEDIATE");
-    auto outcome = std::async(std::launch::async, [&] { return OpenStore(url, libraryModel().build()).store != nullptr; });
-    outcome.wait_for(std::chrono::milliseconds(60)); // it finds an empty file meanwhile; otherwise this shows less
-    auto const ids =
-        source.use("SELECT 'PRAGMA application_id = ' || application_id || '; PRAGMA user_version = ' || user_version "
-                   "FROM pragma_application_id, pragma_user_version");
-    ids->step();
-    other.execute(std::string(ids->text(0)));
-    for (auto const schema = source.use("SELECT sql FROM sqlite_schema WHERE sql IS NOT NULL ORDER BY type DESC");
-         schema->step();)
-        other.execute(std::string(schema->text(0)));
-    for (std::string const table : {"tessarin_store", "tessarin_metadata"})
-        for (auto const row = source.use("SELECT format('INSERT INTO " + table + " VALUES (%Q, %Q)', key, value) FROM " + table);
-             row->step();)
-            other.execute(std::string(row->text(0)));
-    for (auto const row = source.use(
-             "SELECT format('INSERT INTO tessarin_entity VALUES (%d, %Q, %Q)', number, name, \"table\") FROM tessarin_entity");
-         row->step();)
-        other.execute(std::string(row->text(0)));
-    other.execute("COMMIT");
-    EXPECT_TRUE(outcome.get());
-    EXPECT_EQ(rescued(), 0U) << "refused first";
-}
-
 TEST_F(StorePlace, FilesAreTheirUsersAloneUnlessAnOptionSaysOtherwise) {
     auto const modeOf = [&](std::string const& name) {
         struct stat status {};
@@ -301,17 +258,12 @@ TEST_F(StorePlace, ReadOnlyMakesNothingAndSavesNothing) {
     for (bool const hasLog : {false, true}) {
         for (auto const* ending : {"-wal", "-shm"}) fs::remove(place.native() + ending);
         if (hasLog) folder.write("Notes/Notes.db-wal", "x");
-        auto const child = ::fork();
-        ASSERT_GE(child, 0);
-        if (child == 0) {
-            if (::setgid(65534) != 0 || ::setuid(65534) != 0) ::_exit(9);
+        auto const status = statusOfNobody([&] {
             OpenStore reader(folder.url("none/none.db"), libraryModel().build(), OpenStore::Kind::Memory);
             reader.store = opened(readOnly);
-            ::_exit(!reader.store ? 1 : reader.fetch("Author").size() == 1 ? 0 : 2);
-        }
-        int status = 0;
-        ::waitpid(child, &status, 0);
-        EXPECT_EQ(WEXITSTATUS(status), hasLog ? 1 : 0);
+            return !reader.store ? 1 : reader.fetch("Author").size() == 1 ? 0 : 2;
+        });
+        EXPECT_EQ(status, hasLog ? 1 : 0);
     }
 }
 
