@@ -126,6 +126,32 @@ TEST(ManagedObjectStore, WorkersSaveClimbsToTheFile) {
     EXPECT_EQ(namesInFile(*store), "Ada,Bob");
 }
 
+TEST(ManagedObjectStore, ImportsWaitWhileTheFileIsBehind) {
+    StoreHome home;
+    auto const store = home.store({.mostPendingSaves = 2});
+    auto const& root = store->privateContext();
+    dispatch_suspend(root->queue());
+    std::atomic<std::size_t> pending = 0; // when the last import began
+    std::atomic<bool> isLast = false;
+    for (std::size_t count = 1; count <= 3; ++count) {
+        store->importBlock([&, count](auto const& worker) {
+            pending = root->pendingSaves();
+            insert(*worker, "Person", std::to_string(count));
+            isLast = count == 3;
+        });
+        if (count < 3) { EXPECT_TRUE(eventually([&] { return root->pendingSaves() == count; })); }
+    }
+    auto const registered = store->createWorkerContext("behind the third");
+    EXPECT_TRUE(eventually([&] { return std::ranges::any_of(store->activeContexts(), [&](auto const& entry) {
+        return entry->context() == registered;
+    }); }));
+    EXPECT_FALSE(isLast);
+    dispatch_resume(root->queue());
+    EXPECT_TRUE(eventually([&] { return isLast.load(); }));
+    EXPECT_LT(pending, 2u);
+    EXPECT_TRUE(eventually([&] { return namesInFile(*store) == "1,2,3"; }));
+}
+
 TEST(ManagedObjectStore, MainThreadMaySaveItsWorkersAndWait) {
     StoreHome home;
     auto const store = home.store();
