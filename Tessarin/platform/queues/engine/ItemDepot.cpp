@@ -112,18 +112,24 @@ PageList ItemDepot::takeUnused(std::unique_lock<Lock>& hold) {
     return pages;
 }
 
-void ItemDepot::trim() {
-    auto const pages = takeForTheSystem();
-    for (auto const& [memory, mask] : pages) discard(memory, mask);
-    for (auto* const memory : addUnused(pages)) ::munmap(memory, chunkSize);
+void ItemDepot::trim() noexcept {
+    try {
+        std::vector<std::byte*> emptied;
+        auto const pages = takeForTheSystem(emptied);
+        for (auto const& [memory, mask] : pages) discard(memory, mask);
+        addUnused(pages, emptied);
+        for (auto* const memory : emptied) ::munmap(memory, chunkSize);
+    } catch (std::bad_alloc const&) { // nothing was taken yet
+    }
 }
 
-/// What is more than worth keeping, by chunk. Nobody else sees it until it is given back.
-std::vector<ItemDepot::Chunk> ItemDepot::takeForTheSystem() {
+/// What is more than worth keeping, by chunk. Nobody else sees it until it is given back. Makes room for as many chunks.
+std::vector<ItemDepot::Chunk> ItemDepot::takeForTheSystem(std::vector<std::byte*>& emptied) {
     std::vector<Chunk> result;
     std::lock_guard const hold(lock_);
     if (pages_.count <= pagesToKeep) return result;
     result.reserve(chunks_.size());
+    emptied.reserve(chunks_.size());
     for (auto const& chunk : chunks_) result.push_back({chunk.memory, 0});
     PageList kept;
     while (kept.count < pagesToKeep) kept.push(pages_.pop());
@@ -137,18 +143,17 @@ std::vector<ItemDepot::Chunk> ItemDepot::takeForTheSystem() {
     return result;
 }
 
-/// Gives the chunks of which nothing is used any more.
-std::vector<std::byte*> ItemDepot::addUnused(std::span<Chunk const> pages) {
-    std::vector<std::byte*> unused;
+/// Takes out the chunks of which nothing is used any more, as far as there is room for them.
+void ItemDepot::addUnused(std::span<Chunk const> pages, std::vector<std::byte*>& emptied) noexcept {
     std::lock_guard const hold(lock_);
     for (auto const& [memory, mask] : pages)
         if (mask != 0) chunkOf(memory).unused |= mask;
     unusedHint_ = 0;
     std::erase_if(chunks_, [&](auto const& chunk) {
-        if (chunk.unused == allPages) unused.push_back(chunk.memory);
-        return chunk.unused == allPages;
+        if (chunk.unused != allPages || emptied.size() == emptied.capacity()) return false;
+        emptied.push_back(chunk.memory);
+        return true;
     });
-    return unused;
 }
 
 } // namespace Tessarin::engine

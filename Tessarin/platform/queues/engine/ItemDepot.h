@@ -69,7 +69,7 @@ public:
     /// Some pages; rather than fresh memory, a part of one.
     std::pair<Batch, PageList> take();
     /// Gives whole pages back to the system, when there are many. For quiet moments: it looks at every free page.
-    void trim();
+    void trim() noexcept;
 
 private:
     /// 64 pages in a row. Those of the mask are in nobody's hands, and cost nothing.
@@ -83,8 +83,8 @@ private:
     Chunk& chunkWithUnused();
     Batch takePart() noexcept;
     PageList takeUnused(std::unique_lock<Lock>& hold);
-    std::vector<Chunk> takeForTheSystem();
-    std::vector<std::byte*> addUnused(std::span<Chunk const> pages);
+    std::vector<Chunk> takeForTheSystem(std::vector<std::byte*>& emptied);
+    void addUnused(std::span<Chunk const> pages, std::vector<std::byte*>& emptied) noexcept;
 
     Lock lock_; // guards the rest
     PageList pages_;
