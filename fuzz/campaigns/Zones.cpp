@@ -24,7 +24,7 @@ NSDate at(std::time_t time) { return NSDate::dateWithTimeIntervalSince1970(stati
 
 /// One name of each zone; where the comparison begins, for the C library's rules begin in 1970.
 std::vector<std::pair<std::string, std::time_t>> const& allZones() {
-    static auto const zones = [] {
+    static auto const all = [] {
         std::vector<std::pair<std::string, std::time_t>> zones;
         std::set<std::string> seen;
         fs::path const root = "/usr/share/zoneinfo";
@@ -44,7 +44,7 @@ std::vector<std::pair<std::string, std::time_t>> const& allZones() {
             zones.emplace_back(rule, year1971);
         return zones;
     }();
-    return zones;
+    return all;
 }
 
 void check(NSTimeZone const& zone, NSCalendar const& calendar, std::time_t time) {

@@ -66,7 +66,7 @@ TEST_P(Fetching, MembersReadOneOwnerAfterAnotherAreThoseOfTheMoment) {
             books.push_back(inserted(*root, "Book", {{"title", std::to_string(i)}, {"author", Value(authors[i / 3])}}));
     });
     ASSERT_TRUE(saves(*root));
-    std::vector const readers{library.worker(), Library::childOf(root)};
+    std::vector const readers{library.worker(), childOf(root)};
     root->performBlockAndWait([&] { books[10]->setValueForKey(Value(authors[15]), "author"); }); // unsaved one level up
     for (auto const& reader : readers)
         reader->performBlockAndWait([&] {
