@@ -128,7 +128,8 @@ TEST(ManagedObjectStore, WorkersSaveClimbsToTheFile) {
 
 TEST(ManagedObjectStore, ImportsWaitWhileTheFileIsBehind) {
     StoreHome home;
-    auto const store = home.store({.mostPendingSaves = 2});
+    auto const store = home.store(StoreOptions{
+        .modelURL = home.url("People.xcdatamodel"), .filename = "Notes", .mostPendingSaves = 2});
     auto const& root = store->privateContext();
     dispatch_suspend(root->queue());
     std::atomic<std::size_t> pending = 0; // when the last import began

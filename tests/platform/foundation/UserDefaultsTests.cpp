@@ -288,7 +288,8 @@ protected:
 TEST_F(UserDefaultsRole, DISABLED_WritesFifty) {
     for (int at = 0; at < 50; ++at) {
         store_->setInteger(at + 1, fmt::format("{}{}", argument_, at));
-        EXPECT_TRUE(store_->synchronize());
+        Ref<NSError> error;
+        EXPECT_TRUE(store_->synchronize(error)) << error->description();
     }
 }
 

@@ -124,8 +124,9 @@ void DefaultsFile::write(std::string_view text) const {
         errno = reason;
         files::fail(path_);
     }
-    syncFolder(this->folder());
 }
+
+void DefaultsFile::finish() const { syncFolder(folder()); }
 
 std::string DefaultsFile::setAside(std::string_view text) const {
     Descriptor const folder{::open(folderOf(path_).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)};
@@ -142,8 +143,9 @@ std::string DefaultsFile::setAside(std::string_view text) const {
 
 DefaultsFile::Lock::Lock(DefaultsFile const& file) : file_(openLock(file.lockPath_)) {
     if (file_.number < 0) files::fail(file.lockPath_);
-    auto const giveUp = std::chrono::steady_clock::now() + 5s;
-    for (auto pause = 100us; ::flock(file_.number, LOCK_EX | LOCK_NB) != 0; pause = std::min<std::chrono::microseconds>(pause * 2, 10ms)) {
+    auto const giveUp = std::chrono::steady_clock::now() + 10s;
+    // Who writes again and again lets go of it for a moment only, which has to be met.
+    for (auto pause = 100us; ::flock(file_.number, LOCK_EX | LOCK_NB) != 0; pause = std::min<std::chrono::microseconds>(pause * 2, 1ms)) {
         if ((errno != EWOULDBLOCK && errno != EINTR) || std::chrono::steady_clock::now() > giveUp) files::fail(file.lockPath_);
         std::this_thread::sleep_for(pause);
     }

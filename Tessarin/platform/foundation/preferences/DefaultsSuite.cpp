@@ -137,10 +137,15 @@ Ref<NSError> DefaultsSuite::synchronize() {
             read();
             return illFormed_ ? illFormed_->problem : nullptr;
         }
-        DefaultsFile::Lock const lock(file_);
-        watch(); // the folder may be new
-        read();
-        if (auto const changes = unwritten(); !changes.changes.empty()) write(changes);
+        {
+            DefaultsFile::Lock const lock(file_);
+            watch(); // the folder may be new
+            read();
+            auto const changes = unwritten();
+            if (changes.changes.empty()) return nullptr;
+            write(changes);
+        }
+        file_.finish();
         return nullptr;
     } catch (ErrorException const& failure) {
         return failure.error();
