@@ -7,6 +7,12 @@
 #include <new>
 #include <sys/mman.h>
 
+// A leak checker, where the program has one: it looks for pointers in these parts of memory too.
+extern "C" {
+[[gnu::weak]] void __lsan_register_root_region(void const* begin, std::size_t size);
+[[gnu::weak]] void __lsan_unregister_root_region(void const* begin, std::size_t size);
+}
+
 namespace Tessarin::engine {
 namespace {
 
@@ -23,7 +29,13 @@ FreeItem* carve(std::byte* page) {
 std::byte* mapped(std::size_t size) {
     auto* const memory = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (memory == MAP_FAILED) throw std::bad_alloc();
+    if (&__lsan_register_root_region) __lsan_register_root_region(memory, size);
     return static_cast<std::byte*>(memory);
+}
+
+void unmap(std::byte* memory, std::size_t size) noexcept {
+    if (&__lsan_unregister_root_region) __lsan_unregister_root_region(memory, size);
+    ::munmap(memory, size);
 }
 
 /// Gives the pages of the mask back, each row of neighbours at once.
@@ -118,7 +130,7 @@ void ItemDepot::trim() noexcept {
         auto const pages = takeForTheSystem(emptied);
         for (auto const& [memory, mask] : pages) discard(memory, mask);
         addUnused(pages, emptied);
-        for (auto* const memory : emptied) ::munmap(memory, chunkSize);
+        for (auto* const memory : emptied) unmap(memory, chunkSize);
     } catch (std::bad_alloc const&) { // nothing was taken yet
     }
 }
