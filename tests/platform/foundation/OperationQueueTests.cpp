@@ -96,7 +96,7 @@ TEST(NSOperationQueue, ALimitLoweredWhileOperationsRunHoldsForThoseThatHaveNotBe
         for (int i = 0; i < 2; ++i)
             queue->addOperationWithBlock([=] { started.happen(), gate.wait(); });
         for (int i = 0; i < 2; ++i) EXPECT_TRUE(started.wait()); // both at the same time
-        for (int i = 0; i < 200; ++i)
+        for (int i = 0; i < 200 && limit == 2; ++i) // none of them has begun
             queue->addOperationWithBlock([&] {
                 if (++inside > 1) most = 2;
                 std::this_thread::yield();

@@ -5,10 +5,11 @@
 namespace Tessarin {
 
 RecordKey KeyPromotions::permanentKey(RecordKey temporary, NSPersistentStore& store, Ref<NSError>& error) {
-    std::lock_guard const hold(mutex_);
-    if (auto const known = permanent_.find(temporary)) return known;
-    auto const made = store.reserveKeys(1, error);
+    if (auto const known = permanentKey(temporary)) return known;
+    auto const made = store.reserveKeys(1, error); // without the lock, for who writes looks at promotions
     if (error) return 0;
+    std::lock_guard const hold(mutex_);
+    if (auto const known = permanent_.find(temporary)) return known; // given meanwhile: the key made here stays unused
     permanent_.add(temporary, made);
     log_.emplace_back(temporary, made);
     temporary_.emplace(made, temporary);
