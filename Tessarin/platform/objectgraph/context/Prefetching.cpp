@@ -103,14 +103,17 @@ bool readMembersAhead(ContextState& context, NSManagedObject& owner, NSRelations
     if (walk.length < 4 || at >= members.size()) return false;
 
     auto const step = members.subspan(at, std::min<std::size_t>(walk.length, members.size() - at));
-    auto const owners = ownersOf(context, step, relationship);
-    loadMembers(context, owners, relationship);
-    std::vector<RecordKey> keys;
-    for (auto const& each : owners)
-        for (auto const key : memberKeys(*each, relationship))
-            if (key > 0) keys.push_back(key);
-    walk.held = objectsWithKeys(context, *relationship.destinationEntity(), keys);
-    std::erase_if(walk.held, [&](auto const& object) { return !batch->mayHold(*object); });
+    try {
+        auto const owners = ownersOf(context, step, relationship);
+        loadMembers(context, owners, relationship);
+        std::vector<RecordKey> keys;
+        for (auto const& each : owners)
+            for (auto const key : memberKeys(*each, relationship))
+                if (key > 0) keys.push_back(key);
+        walk.held = objectsWithKeys(context, *relationship.destinationEntity(), keys);
+        std::erase_if(walk.held, [&](auto const& object) { return !batch->mayHold(*object); });
+    } catch (ErrorException const&) { // what cannot be read may be of another owner: this one is read alone
+    }
     return hasLoadedMembers(owner, relationship);
 }
 
