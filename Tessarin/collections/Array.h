@@ -3,7 +3,6 @@
 #include "Tessarin/platform/runtime/Fatal.h"
 #include "Tessarin/platform/runtime/NSObject.h"
 #include "Tessarin/platform/runtime/Value.h"
-#include <algorithm>
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
@@ -100,9 +99,11 @@ template <class T> std::vector<T> shuffled(std::vector<T> const& values) {
     if (values.size() > std::numeric_limits<std::uint32_t>::max()) fatal("an array of that size cannot be shuffled");
     auto copy = values;
     for (std::size_t at = 0; at + 1 < copy.size(); ++at)
-        std::iter_swap(copy.begin() + static_cast<std::ptrdiff_t>(at),
-                       copy.begin() +
-                           static_cast<std::ptrdiff_t>(at + randomBelow(static_cast<std::uint32_t>(copy.size() - at))));
+        if (auto const from = at + randomBelow(static_cast<std::uint32_t>(copy.size() - at)); from != at) {
+            T moved = std::move(copy[at]); // the elements of a vector<bool> are no references
+            copy[at] = std::move(copy[from]);
+            copy[from] = std::move(moved);
+        }
     return copy;
 }
 

@@ -17,6 +17,7 @@ template <class Work>
 void synchronised(dispatch_queue_t const& queue, char const* type, char const* operation, Work const& work) {
     if (!queue) [[unlikely]]
         noQueue(type, operation);
+#ifdef __cpp_exceptions
     std::exception_ptr thrown;
     dispatch_sync(queue, [&] {
         try {
@@ -27,6 +28,9 @@ void synchronised(dispatch_queue_t const& queue, char const* type, char const* o
     });
     if (thrown) [[unlikely]]
         std::rethrow_exception(std::move(thrown));
+#else
+    dispatch_sync(queue, [&] { work(); });
+#endif
 }
 
 /// Destroys an element that has left a collection inside an item of the collection's queue: elsewhere, for its destructor may ask

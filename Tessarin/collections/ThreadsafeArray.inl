@@ -29,7 +29,11 @@ template <class T> template <class F> auto ThreadsafeArray<T>::withValues(F&& ch
         sync("withValues", [&] { modifyArray(change); });
     } else {
         std::optional<Result> result;
-        sync("withValues", [&] { modifyArray([&](std::vector<T>& values) { result.emplace(std::invoke(change, values)); }); });
+        sync("withValues", [&] {
+            modifyArray([&](std::vector<T>& values) {
+                result.emplace(detail::invokeAs<std::invoke_result_t<F&, std::vector<T>&>>(change, values));
+            });
+        });
         return std::move(result).value();
     }
 }
@@ -116,7 +120,8 @@ template <class T> void ThreadsafeArray<T>::flatMapEach(FunctionRef<void(T const
 
 template <class T> template <class F> auto ThreadsafeArray<T>::collected(F& transform, auto const& visitAll) {
     std::vector<std::decay_t<std::invoke_result_t<F&, T const&>>> results;
-    visitAll([&](T const& element) { results.push_back(std::invoke(transform, element)); });
+    visitAll(
+        [&](T const& element) { results.push_back(detail::invokeAs<std::invoke_result_t<F&, T const&>>(transform, element)); });
     return results;
 }
 

@@ -6,7 +6,6 @@
 #include "Tessarin/platform/runtime/Ref.h"
 #include "Tessarin/platform/runtime/Slot.h"
 #include <concepts>
-#include <functional>
 #include <unordered_map>
 #include <vector>
 

@@ -7,7 +7,9 @@
 #include "Tessarin/platform/runtime/NumberText.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 
+#include <algorithm>
 #include <cmath>
+#include <limits>
 #include <fmt/format.h>
 
 namespace Tessarin {

@@ -1,5 +1,4 @@
 #pragma once
-#include <algorithm>
 #include <limits>
 
 namespace Tessarin {
@@ -14,7 +13,8 @@ template <DefaultsValue T> DefaultsReading<T> NSUserDefaultsKeys::slot(DefaultsK
         return home.boolForKey(key.key);
     else if constexpr (DefaultsInteger<T>) { // saturated, as every reading of a number is
         using Limits = std::numeric_limits<typename detail::NumberOf<T>::type>;
-        return static_cast<T>(std::clamp<std::int64_t>(home.integerForKey(key.key), Limits::min(), Limits::max()));
+        auto const stored = home.integerForKey(key.key);
+        return static_cast<T>(stored < Limits::min() ? Limits::min() : stored > Limits::max() ? Limits::max() : stored);
     } else if constexpr (std::is_same_v<T, float>)
         return home.floatForKey(key.key);
     else if constexpr (std::is_same_v<T, double>)

@@ -1,10 +1,12 @@
 #pragma once
+#include "Tessarin/Export.h"
 #include "Tessarin/descriptions/TypeNames.h"
 #include "Tessarin/keyaccess/Reflection.h"
 #include "Tessarin/platform/runtime/Enumeration.h"
+#include "Tessarin/platform/runtime/FunctionRef.h"
 #include "Tessarin/platform/runtime/NumberText.h"
 #include <concepts>
-#include <sstream>
+#include <ostream>
 #include <string>
 #include <tuple>
 
@@ -13,6 +15,9 @@ namespace Tessarin {
 namespace descriptions {
 
 template <class T> std::string described(T const& value);
+
+/// What `write` writes.
+TESSARIN_API std::string streamedText(FunctionRef<void(std::ostream&)> write);
 
 template <class T>
 concept Described = requires(T const& value) {
@@ -93,9 +98,7 @@ template <class T> std::string described(T const& value) {
     } else if constexpr (std::constructible_from<Value, T const&>) {
         return Value(value).description();
     } else if constexpr (Streamed<T>) {
-        std::ostringstream text;
-        text << value;
-        return text.str();
+        return streamedText([&](std::ostream& out) { out << value; });
     } else if constexpr (reflection::Iterable<T>) {
         return textOfRange(value);
     } else if constexpr (Tuple<T>) {

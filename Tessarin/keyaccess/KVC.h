@@ -1,7 +1,6 @@
 #pragma once
 #include "Tessarin/keyaccess/FirstChild.h"
 #include "Tessarin/keyaccess/ValueConversion.h"
-#include <algorithm>
 
 namespace Tessarin {
 
@@ -15,7 +14,8 @@ public:
     template <class From> void walk(From const& from, std::size_t at = 0) {
         if constexpr (Reflectable<From>) {
             while (at <= path_.size()) {
-                auto const end = std::min(path_.find('.', at), path_.size());
+                auto const dot = path_.find('.', at);
+                auto const end = dot == path_.npos ? path_.size() : dot;
                 auto const component = path_.substr(at, end - at);
                 at = end + 1;
                 // Texts are compared, not places: the path a.b.a ends at the first a. That is how paths have always been read.

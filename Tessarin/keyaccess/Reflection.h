@@ -4,7 +4,7 @@
 #include <concepts>
 #include <cstring>
 #include <optional>
-#include <ranges>
+#include <span> // with the concepts of ranges, without the views
 #include <string>
 #include <string_view>
 
@@ -57,7 +57,8 @@ concept TextKeyed = Iterable<T> && requires(std::ranges::range_reference_t<T con
 
 } // namespace reflection
 
-/// How a type tells its children, if it has none by itself or others than it would have: a member, or a function in its namespace.
+/// How a type tells its children, if it has none by itself or others than it would have: a member, or a function in its
+/// namespace.
 ///
 ///     template <class Visitor> void reflect(Visitor&& child) const { child("name", name_), child("age", age()); }
 ///     template <class Visitor> void reflect(Point const& p, Visitor&& child) { child("x", p.x()), child("y", p.y()); }

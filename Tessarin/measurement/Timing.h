@@ -13,6 +13,10 @@
 #include <string>
 #include <vector>
 
+#ifndef __cpp_rtti
+#error "Tessarin: Timing asks what class an object is of; compile without -fno-rtti"
+#endif
+
 namespace Tessarin {
 
 /// A named stretch of time with laps, for diagnostics. Started timings stand in `activeTimes` under their titles, so that code

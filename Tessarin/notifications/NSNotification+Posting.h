@@ -27,7 +27,8 @@ struct ObservationOptions {
 /// Posting on the default centre in one call, and observing it for as long as an object is kept. Names are used unchanged.
 ///
 ///     NSNotification::postNotification("DocumentSaved", document);
-///     saved_ = make<NSNotification::Observation>(ObservationOptions{.name = "DocumentSaved", .block = [](auto const&) { beep(); }});
+///     auto const beeps = [](auto const&) { beep(); };
+///     saved_ = make<NSNotification::Observation>(ObservationOptions{.name = "DocumentSaved", .block = beeps});
 class TESSARIN_API NSNotificationPosting {
     friend class NSNotification; // only NSNotification can carry this room
     NSNotificationPosting() = default;

@@ -3,6 +3,7 @@
 #include "Tessarin/platform/runtime/Fatal.h"
 
 #include <algorithm>
+#include <deque>
 #include <ostream>
 
 namespace Tessarin {
@@ -28,7 +29,12 @@ Closure<void()> callOf(Work const& work) {
 
 } // namespace
 
-Situation::Situation() = default;
+/// They are met in their order, so it is always the first that goes.
+struct Situation::Pending {
+    std::deque<Ref<Condition>> conditions;
+};
+
+Situation::Situation() : pending_(std::make_unique<Pending>()) {}
 Situation::~Situation() = default;
 
 void Situation::init() {
@@ -51,6 +57,13 @@ void Situation::modifyCompletion(FunctionRef<void(Closure<void()>&)> change) {
     setCompletion(std::move(changed));
 }
 
+std::vector<Ref<Condition>> Situation::pendingConditions() const {
+    return {pending_->conditions.begin(), pending_->conditions.end()};
+}
+void Situation::setPendingConditions(std::vector<Ref<Condition>> conditions) {
+    std::erase(conditions, nullptr);
+    pending_->conditions.assign(conditions.begin(), conditions.end());
+}
 void Situation::modifyPendingConditions(FunctionRef<void(std::vector<Ref<Condition>>&)> change) {
     auto changed = pendingConditions();
     change(changed);
@@ -62,7 +75,7 @@ void Situation::addCondition(Ref<Condition> condition) {
     condition->setSituation(shared_from_this());
     syncQueue_->sync([&] {
         count(pendingCount_, 1, "addCondition");
-        if (isPlain(*this)) return pendingConditions_.push_back(condition);
+        if (isPlain(*this)) return pending_->conditions.push_back(condition);
         modifyPendingConditions([&](auto& pending) { pending.push_back(condition); });
     });
     workQueue_->async([condition = std::move(condition)] { condition->start(); });
@@ -81,7 +94,7 @@ void Situation::fulfill(Ref<Condition> condition) {
             return pending.empty();
         };
         if (isPlain(*self)) {
-            if (!remove(self->pendingConditions_)) return;
+            if (!remove(self->pending_->conditions)) return;
         } else {
             self->modifyPendingConditions(remove);
             if (!self->pendingConditions().empty()) return;

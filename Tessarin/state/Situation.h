@@ -3,12 +3,15 @@
 #include "Tessarin/platform/runtime/Closure.h"
 #include "Tessarin/platform/runtime/FunctionRef.h"
 #include <cstdint>
-#include <deque>
 #include <iosfwd>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
+
+#ifndef __cpp_rtti
+#error "Tessarin: Situation asks what class an object is of; compile without -fno-rtti"
+#endif
 
 namespace Tessarin {
 
@@ -38,13 +41,8 @@ public:
     virtual void modifyCompletion(FunctionRef<void(Closure<void()>&)> change);
     virtual std::int64_t pendingCount() const { return pendingCount_; }
     virtual std::int64_t completedCount() const { return completedCount_; }
-    virtual std::vector<Ref<Condition>> pendingConditions() const {
-        return {pendingConditions_.begin(), pendingConditions_.end()};
-    }
-    virtual void setPendingConditions(std::vector<Ref<Condition>> conditions) {
-        std::erase(conditions, nullptr);
-        pendingConditions_.assign(conditions.begin(), conditions.end());
-    }
+    virtual std::vector<Ref<Condition>> pendingConditions() const;
+    virtual void setPendingConditions(std::vector<Ref<Condition>> conditions);
     virtual void modifyPendingConditions(FunctionRef<void(std::vector<Ref<Condition>>&)> change);
 
     /// Returns once the condition is counted, before its work runs. Any thread, also the work of a condition.
@@ -69,7 +67,8 @@ private:
     std::int64_t completedCount_ = 0;
     Ref<Dispatcher> workQueue_; // these two are constant after init
     Ref<Dispatcher> syncQueue_;
-    std::deque<Ref<Condition>> pendingConditions_; // they are met in their order, so it is always the first that goes
+    struct Pending;
+    std::unique_ptr<Pending> const pending_;
 };
 
 /// A piece of work in a situation. It is met as soon as the work has returned; without work, as soon as its turn comes. Two

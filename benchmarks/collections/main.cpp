@@ -4,6 +4,7 @@
 #include "benchmarks/support/Threads.h"
 
 #include <mutex>
+#include <unordered_map>
 
 namespace Tessarin::benchmarks {
 namespace {

@@ -5,7 +5,9 @@
 #include "benchmarks/support/Threads.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <fstream>
+#include <thread>
 #include <sys/wait.h>
 #include <unistd.h>
 

@@ -2,10 +2,12 @@
 
 #include "Tessarin/platform/queues/Dispatch.h"
 #include "benchmarks/queues/Peers.h"
+#include <atomic>
 #include <chrono>
 #include <future>
 #include <mutex>
 #include <semaphore>
+#include <thread>
 #include <vector>
 
 namespace Tessarin::benchmarks {

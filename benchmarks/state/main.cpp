@@ -8,6 +8,7 @@
 #include "benchmarks/support/Threads.h"
 
 #include <atomic>
+#include <thread>
 
 namespace Tessarin::benchmarks {
 namespace {

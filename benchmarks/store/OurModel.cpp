@@ -2,6 +2,8 @@
 
 #include "Tessarin/platform/objectgraph/model/ModelBuilder.h"
 
+#include <unordered_map>
+
 namespace Tessarin::benchmarks {
 namespace {
 

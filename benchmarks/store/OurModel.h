@@ -2,6 +2,7 @@
 #include "Tessarin/platform/objectgraph/context/NSManagedObjectContext.h"
 #include "benchmarks/store/Contender.h"
 #include <span>
+#include <unordered_map>
 
 namespace Tessarin::benchmarks {
 

@@ -2,6 +2,7 @@
 #include "benchmarks/store/OurRows.h"
 #include "benchmarks/store/Session.h"
 #include "benchmarks/support/Report.h"
+#include <map>
 
 namespace Tessarin::benchmarks {
 

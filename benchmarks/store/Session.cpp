@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fmt/format.h>
+#include <iterator>
 #include <stdexcept>
 #include <unistd.h>
 

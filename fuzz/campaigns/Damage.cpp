@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 #include <future>
+#include <iterator>
 #include <sqlite3.h>
 
 namespace Tessarin::campaigns {

@@ -5,6 +5,8 @@
 
 #include "Tessarin/platform/foundation/values/NSError.h"
 
+#include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <future>
 #include <map>

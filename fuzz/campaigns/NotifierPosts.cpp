@@ -8,8 +8,10 @@
 #include <algorithm>
 #include <atomic>
 #include <deque>
+#include <functional>
 #include <latch>
 #include <map>
+#include <mutex>
 #include <numeric>
 #include <random>
 #include <set>
@@ -31,7 +33,8 @@ std::size_t settled(Ref<Notifier> const& notifier) {
     return notifier->watchers().size();
 }
 
-/// Removal is by position, so it takes only from the watchers that were there first, before any that may be cleaned up, one at a time.
+/// Removal is by position, so it takes only from the watchers that were there first, before any that may be cleaned up, one at a
+/// time.
 class NotifierSchedule {
 public:
     explicit NotifierSchedule(unsigned seed) : seed_(seed) {}

@@ -2,6 +2,9 @@
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <iterator>
+#include <mutex>
 
 namespace Tessarin::campaigns {
 

@@ -1,6 +1,9 @@
 #pragma once
 #include "fuzz/campaigns/ModelDisk.h"
+#include <functional>
+#include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 
 namespace Tessarin::campaigns {

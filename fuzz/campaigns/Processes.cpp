@@ -5,6 +5,7 @@
 #include "fuzz/campaigns/Racing.h"
 #include "fuzz/campaigns/Shelf.h"
 
+#include <iterator>
 #include <map>
 #include <set>
 #include <sstream>

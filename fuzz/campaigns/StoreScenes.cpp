@@ -3,6 +3,7 @@
 
 #include "fuzz/campaigns/Batches.h"
 
+#include <chrono>
 #include <filesystem>
 #include <optional>
 

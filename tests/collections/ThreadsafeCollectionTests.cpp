@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <gtest/gtest.h>
+#include <functional>
 #include <map>
 #include <ranges>
 #include <sstream>

@@ -6,6 +6,7 @@
 #include "tests/dates/DateFixture.h"
 #include <atomic>
 #include <cmath>
+#include <limits>
 #include <set>
 #include <thread>
 
@@ -28,7 +29,8 @@ TEST(DateOperations, ComponentsAreThoseOfTheUsersClock) {
     Surroundings const newYork("America/New_York");
     EXPECT_EQ((std::tuple{moment.day(), moment.hour(), moment.dayOfWeek()}), (std::tuple{28, 18, DateDayOfWeek::Saturday}));
     auto const nowhere = NSDate::dateWithTimeIntervalSinceReferenceDate(std::nan(""));
-    EXPECT_EQ((std::tuple{nowhere.year(), nowhere.month(), nowhere.dayOfWeek()}), (std::tuple{0, DateMonth::January, DateDayOfWeek::Sunday}));
+    EXPECT_EQ((std::tuple{nowhere.year(), nowhere.month(), nowhere.dayOfWeek()}),
+              (std::tuple{0, DateMonth::January, DateDayOfWeek::Sunday}));
 }
 
 TEST(DateOperations, ADateIsNeitherBeforeNorAfterItself) {
@@ -77,7 +79,8 @@ TEST(DateOperations, MidnightsThatTheClocksSkipOrRepeat) {
         EXPECT_EQ(midnight.hour(), row.midnightHour) << row.zone;
         EXPECT_EQ(midnight.timeIntervalSinceDate(receiver), row.toMidnight * 3600 - 0.75) << row.zone << " " << row.month;
         EXPECT_EQ(last.timeIntervalSinceDate(receiver), row.toLast * 3600 - 1.75) << row.zone << " " << row.month;
-        EXPECT_EQ((std::tuple{last.day(), last.hour(), last.minute(), last.second()}), (std::tuple{row.day, 23, 59, 59})) << row.zone;
+        EXPECT_EQ((std::tuple{last.day(), last.hour(), last.minute(), last.second()}), (std::tuple{row.day, 23, 59, 59}))
+            << row.zone;
         for (auto const& any : {midnight, last, last.dateByAddingTimeInterval(-3'600), midnight.dateByAddingTimeInterval(3'600)})
             EXPECT_TRUE(any.midnight() == midnight && any.lastSecond() == last)
                 << row.zone << " " << row.month << ", asked by another";
@@ -94,10 +97,12 @@ TEST(DateOperations, ChangesDropTheFractionAndCarryOver) {
     EXPECT_EQ(fraction.dateByAdding({}), fraction);
     EXPECT_EQ(fraction.dateByAdding({.years = 1}), date(2025, 2, 28, 12, 30, 45).dateByAddingTimeInterval(0.75));
     EXPECT_EQ(fraction.noon(), date(2024, 2, 29, 12));
-    EXPECT_EQ(start.dateByChanging({.second = 1, .minute = 2, .hour = 3, .day = 4, .month = 5, .year = 2026}), date(2026, 5, 4, 3, 2, 1));
+    EXPECT_EQ(start.dateByChanging({.second = 1, .minute = 2, .hour = 3, .day = 4, .month = 5, .year = 2026}),
+              date(2026, 5, 4, 3, 2, 1));
     EXPECT_EQ(start.dateByChanging({.day = 0}), date(2024, 1, 31, 12, 30, 45));
     EXPECT_EQ(start.dateByChanging({.year = 2025}), date(2025, 3, 1, 12, 30, 45)) << "the 29th carries over, unlike in a sum";
-    EXPECT_EQ(start.dateByAdding({.seconds = 15, .minutes = 29, .hours = 11, .days = 1, .months = 1, .years = 1}), date(2025, 3, 30));
+    EXPECT_EQ(start.dateByAdding({.seconds = 15, .minutes = 29, .hours = 11, .days = 1, .months = 1, .years = 1}),
+              date(2025, 3, 30));
     EXPECT_EQ(start.nextDay(), date(2024, 3, 1, 12, 30, 45));
     EXPECT_EQ(start.nextDay().previousDay(), start);
     EXPECT_EQ(start.dateBySettingDate(date(2018, 7, 8, 1)), date(2018, 7, 8, 12, 30, 45));
@@ -107,7 +112,8 @@ TEST(DateOperations, ChangesDropTheFractionAndCarryOver) {
 
     auto const far = NSDate::dateWithTimeIntervalSinceReferenceDate(1e300);
     constexpr auto huge = std::numeric_limits<std::int64_t>::max();
-    EXPECT_TRUE(far.midnight() == far && far.nextDay() == far && far.dateBySettingDate(start) == far && far.dateBySettingTime(start) == far);
+    EXPECT_TRUE(far.midnight() == far && far.nextDay() == far && far.dateBySettingDate(start) == far &&
+                far.dateBySettingTime(start) == far);
     EXPECT_EQ(fraction.dateBySettingDate(far), fraction);
     EXPECT_EQ(fraction.dateByAdding({.months = huge}), fraction);
     EXPECT_EQ(fraction.dateByChanging({.year = huge}), fraction);
@@ -126,7 +132,8 @@ TEST(DateOperations, AZoneThatChangesMeanwhileIsSeenWholeOrNotAtAll) {
     Surroundings const utc("UTC");
     auto const moment = date(2015, 3, 1, 12, 30);
     Ref<NSTimeZone> const zones[] = {NSTimeZone::timeZoneForSecondsFromGMT(3'600), NSTimeZone::timeZoneForSecondsFromGMT(-7'200)};
-    std::set<double> const noons{date(2015, 3, 1, 11).timeIntervalSinceReferenceDate(), date(2015, 3, 1, 14).timeIntervalSinceReferenceDate()};
+    std::set<double> const noons{date(2015, 3, 1, 11).timeIntervalSinceReferenceDate(),
+                                 date(2015, 3, 1, 14).timeIntervalSinceReferenceDate()};
     std::set<std::string> const texts{"1:30\u202fPM", "10:30\u202fAM", "1:30 PM", "10:30 AM"};
     NSTimeZone::setDefaultTimeZone(zones[0]);
     std::atomic<int> wrong = 0, running = 3;

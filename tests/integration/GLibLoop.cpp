@@ -4,6 +4,7 @@
 #include "integration/gtk/GLibMainQueue.h"
 #include "tests/integration/Loop.h"
 
+#include <functional>
 #include <vector>
 
 namespace Tessarin::tests {

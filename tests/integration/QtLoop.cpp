@@ -10,6 +10,7 @@
 #include "integration/qt/QtMainQueue.h"
 #include "tests/integration/Loop.h"
 
+#include <functional>
 #include <vector>
 
 namespace Tessarin::tests {

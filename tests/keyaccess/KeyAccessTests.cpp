@@ -6,6 +6,7 @@
 
 #include <array>
 #include <gtest/gtest.h>
+#include <any>
 #include <map>
 #include <unordered_map>
 

@@ -5,7 +5,9 @@
 
 #include <cmath>
 #include <gtest/gtest.h>
+#include <map>
 #include <regex>
+#include <sstream>
 #include <thread>
 
 namespace Tessarin {

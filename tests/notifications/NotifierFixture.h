@@ -6,6 +6,7 @@
 #include "Tessarin/platform/foundation/operations/NSOperationQueue.h"
 
 #include <gtest/gtest.h>
+#include <functional>
 
 namespace Tessarin::tests {
 

@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <gtest/gtest.h>
+#include <functional>
 #include <limits>
 #include <map>
 #include <thread>

@@ -1,5 +1,7 @@
 #include "tests/store/StoreFixture.h"
 
+#include <algorithm>
+
 namespace Tessarin {
 namespace {
 using namespace tests;

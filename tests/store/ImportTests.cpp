@@ -1,6 +1,8 @@
 #include "Tessarin/platform/objectgraph/model/ModelBuilder.h"
 #include "tests/store/StoreFixture.h"
 
+#include <limits>
+
 namespace Tessarin {
 namespace {
 using tests::insert;

@@ -1,6 +1,10 @@
 #include "Tessarin/platform/foundation/bundles/Gestalt.h"
 #include "tests/store/StoreFixture.h"
 
+#include <algorithm>
+#include <cstdlib>
+#include <set>
+
 class XCTest : public Tessarin::NSObject {}; // what a test program's main registers
 
 namespace Tessarin {

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <future>
 #include <gtest/gtest.h>
+#include <functional>
 #include <mutex>
 #include <thread>
 

@@ -1,7 +1,7 @@
 #pragma once
 #include "Tessarin/Export.h"
 #include <cstddef>
-#include <functional>
+#include <string_view> // std::hash
 #include <utility>
 
 namespace Tessarin {

@@ -1,8 +1,9 @@
 #pragma once
+#include "Tessarin/platform/runtime/Hold.h"
+#include "Tessarin/platform/runtime/Mutex.h"
 #include "Tessarin/platform/runtime/SpinLock.h"
 #include <atomic>
 #include <concepts>
-#include <mutex>
 #include <type_traits>
 #include <utility>
 
@@ -18,16 +19,16 @@ public:
     Cell& operator=(Cell const&) = delete;
 
     T get() const {
-        std::lock_guard const hold(lock_);
+        Hold const hold(lock_);
         return value_;
     }
     void set(T value) {
-        std::lock_guard const hold(lock_);
+        Hold const hold(lock_);
         std::swap(value_, value);
     }
     /// Sets `value` and gives what stood there.
     T exchange(T value) {
-        std::lock_guard const hold(lock_);
+        Hold const hold(lock_);
         std::swap(value_, value);
         return value;
     }
@@ -36,26 +37,26 @@ public:
     void append(Element element)
         requires requires(T& list) { list.push_back(std::move(element)); }
     {
-        std::lock_guard const hold(lock_);
+        Hold const hold(lock_);
         value_.push_back(std::move(element));
     }
     /// Of a weak reference: the object, while it lives. No copy of the reference is made for it.
     auto lock() const
         requires requires(T const& weak) { weak.lock(); }
     {
-        std::lock_guard const hold(lock_);
+        Hold const hold(lock_);
         return value_.lock();
     }
     bool expired() const
         requires requires(T const& weak) { weak.expired(); }
     {
-        std::lock_guard const hold(lock_);
+        Hold const hold(lock_);
         return value_.expired();
     }
 
 private:
     // References, strong or weak, are copied in a few instructions; a text may have to be allocated.
-    mutable std::conditional_t<(sizeof(T) <= 16 && std::is_nothrow_copy_constructible_v<T>), SpinLock, std::mutex> lock_;
+    mutable std::conditional_t<(sizeof(T) <= 16 && std::is_nothrow_copy_constructible_v<T>), SpinLock, Mutex> lock_;
     T value_{}; // guarded by lock_
 };
 

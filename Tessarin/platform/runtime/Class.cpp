@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <cxxabi.h>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <typeindex>
@@ -91,7 +92,7 @@ SelectorTable::Entry const* SelectorTable::find(Selector selector, bool ofClass)
 
 Value SelectorTable::Entry::operator()(NSObject* object, std::span<Value const> arguments) const {
     if (arguments.size() != count_) fatal("selector " + selector_.name() + " was sent with a wrong number of arguments");
-    return call_(object, arguments, selector_);
+    return call_(object, called_, arguments, selector_);
 }
 
 } // namespace Tessarin

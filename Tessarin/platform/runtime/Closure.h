@@ -1,6 +1,5 @@
 #pragma once
 #include <cstddef>
-#include <functional>
 #include <new>
 #include <type_traits>
 #include <utility>
@@ -8,12 +7,30 @@
 namespace Tessarin {
 
 namespace detail {
-/// std::invoke_r, which C++20 lacks: a result is dropped where none is wanted.
-template <class Result, class F, class... Arguments> Result invokeAs(F& function, Arguments&&... arguments) {
-    if constexpr (std::is_void_v<Result>)
-        static_cast<void>(std::invoke(function, std::forward<Arguments>(arguments)...));
+/// A pointer to a member, of an object that stands there itself or is led to.
+template <class Member, class Object, class... Arguments>
+decltype(auto) invokeMember(Member member, Object&& object, Arguments&&... arguments) {
+    if constexpr (requires { (std::forward<Object>(object).*member)(std::forward<Arguments>(arguments)...); })
+        return (std::forward<Object>(object).*member)(std::forward<Arguments>(arguments)...);
+    else if constexpr (requires { ((*std::forward<Object>(object)).*member)(std::forward<Arguments>(arguments)...); })
+        return ((*std::forward<Object>(object)).*member)(std::forward<Arguments>(arguments)...);
+    else if constexpr (requires { std::forward<Object>(object).*member; })
+        return (std::forward<Object>(object).*member);
     else
-        return std::invoke(function, std::forward<Arguments>(arguments)...);
+        return ((*std::forward<Object>(object)).*member);
+}
+/// std::invoke_r, which C++20 lacks: a result is dropped where none is wanted. <functional> would cost every user dearly.
+template <class Result, class F, class... Arguments> Result invokeAs(F& function, Arguments&&... arguments) {
+    if constexpr (std::is_member_pointer_v<std::remove_cv_t<F>>) {
+        if constexpr (std::is_void_v<Result>)
+            static_cast<void>(invokeMember(function, std::forward<Arguments>(arguments)...));
+        else
+            return invokeMember(function, std::forward<Arguments>(arguments)...);
+    } else if constexpr (std::is_void_v<Result>) {
+        static_cast<void>(function(std::forward<Arguments>(arguments)...));
+    } else {
+        return function(std::forward<Arguments>(arguments)...);
+    }
 }
 } // namespace detail
 

@@ -1,6 +1,6 @@
 #pragma once
 #include <cstdint>
-#include <functional>
+#include <memory> // std::hash
 #include <type_traits>
 
 namespace Tessarin {

@@ -1,6 +1,6 @@
 #pragma once
 // Formatting with {fmt}: fmt::format("{} saved {:>20}", document, url). Declares nothing where {fmt} is not installed; a
-// program that uses it links {fmt} itself.
+// program that uses it includes this beside Tessarin.h, which leaves it out, and links {fmt} itself.
 #if __has_include(<fmt/format.h>)
 #include "Tessarin/platform/runtime/NSObject.h"
 #include "Tessarin/platform/runtime/Text.h"

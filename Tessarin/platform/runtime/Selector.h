@@ -1,6 +1,5 @@
 #pragma once
 #include "Tessarin/Export.h"
-#include <functional>
 #include <string>
 #include <string_view>
 

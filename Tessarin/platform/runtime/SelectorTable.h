@@ -3,8 +3,10 @@
 #include "Tessarin/platform/runtime/Fatal.h"
 #include "Tessarin/platform/runtime/Selector.h"
 #include "Tessarin/platform/runtime/Value.h"
-#include <functional>
+#include <cstddef>
+#include <cstring>
 #include <initializer_list>
+#include <optional>
 #include <memory>
 #include <span>
 #include <type_traits>
@@ -24,22 +26,25 @@ public:
     public:
         template <class T, class Result, class... Parameters>
         Entry(Selector selector, Result (T::*member)(Parameters...)) : Entry(selector, sizeof...(Parameters)) {
-            call_ = [member](NSObject* object, std::span<Value const> arguments, Selector name) {
-                return call<T, Result, Parameters...>(object, member, arguments, name, std::index_sequence_for<Parameters...>{});
-            };
+            keep(member, [](NSObject* object, Called called, std::span<Value const> arguments, Selector name) {
+                auto const target = called.as<Result (T::*)(Parameters...)>();
+                return call<T, Result, Parameters...>(object, target, arguments, name, std::index_sequence_for<Parameters...>{});
+            });
         }
         template <class T, class Result, class... Parameters>
         Entry(Selector selector, Result (T::*member)(Parameters...) const) : Entry(selector, sizeof...(Parameters)) {
-            call_ = [member](NSObject* object, std::span<Value const> arguments, Selector name) {
-                return call<T, Result, Parameters...>(object, member, arguments, name, std::index_sequence_for<Parameters...>{});
-            };
+            keep(member, [](NSObject* object, Called called, std::span<Value const> arguments, Selector name) {
+                auto const target = called.as<Result (T::*)(Parameters...) const>();
+                return call<T, Result, Parameters...>(object, target, arguments, name, std::index_sequence_for<Parameters...>{});
+            });
         }
         template <class Result, class... Parameters>
         Entry(Selector selector, Result (*function)(Parameters...)) : Entry(selector, sizeof...(Parameters)) {
             isOfClass_ = true;
-            call_ = [function](NSObject*, std::span<Value const> arguments, Selector name) {
-                return callFunction<Result, Parameters...>(function, arguments, name, std::index_sequence_for<Parameters...>{});
-            };
+            keep(function, [](NSObject*, Called called, std::span<Value const> arguments, Selector name) {
+                auto const target = called.as<Result (*)(Parameters...)>();
+                return callFunction<Result, Parameters...>(target, arguments, name, std::index_sequence_for<Parameters...>{});
+            });
         }
 
         Selector selector() const noexcept { return selector_; }
@@ -49,7 +54,23 @@ public:
         Value operator()(NSObject* object, std::span<Value const> arguments) const;
 
     private:
+        /// A pointer to a function or member of any type.
+        struct Called {
+            template <class Pointer> Pointer as() const noexcept {
+                Pointer pointer;
+                std::memcpy(&pointer, bytes, sizeof pointer);
+                return pointer;
+            }
+            alignas(void*) std::byte bytes[2 * sizeof(void*)] = {};
+        };
+        using Call = Value (*)(NSObject*, Called, std::span<Value const>, Selector);
+
         Entry(Selector selector, std::size_t count) : selector_(selector), count_(count) {}
+        template <class Pointer> void keep(Pointer pointer, Call call) noexcept {
+            static_assert(sizeof pointer <= sizeof called_.bytes);
+            std::memcpy(called_.bytes, &pointer, sizeof pointer);
+            call_ = call;
+        }
 
         template <class T, class Result, class... Parameters, class Member, std::size_t... I>
         static Value call(NSObject* object, Member member, std::span<Value const> arguments, Selector name,
@@ -96,7 +117,8 @@ public:
         Selector selector_;
         std::size_t count_;
         bool isOfClass_ = false;
-        std::function<Value(NSObject*, std::span<Value const>, Selector)> call_;
+        Called called_;
+        Call call_ = nullptr;
     };
 
     SelectorTable() = default;

@@ -1,9 +1,9 @@
 #pragma once
+#include "Tessarin/platform/runtime/Hold.h"
 #include "Tessarin/platform/runtime/SpinLock.h"
 #include <atomic>
 #include <cstddef>
 #include <memory>
-#include <mutex>
 #include <utility>
 #include <vector>
 
@@ -25,13 +25,13 @@ public:
     class Reading {
     public:
         explicit Reading(SharedList const& from) : from_(from) {
-            std::lock_guard const hold(from.lock_);
+            Hold const hold(from.lock_);
             list_ = from.list_.get();
             ++list_->readers;
         }
         ~Reading() {
             std::unique_ptr<List> left; // destroyed after the lock
-            std::lock_guard const hold(from_.lock_);
+            Hold const hold(from_.lock_);
             if (--list_->readers == 0 && list_ != from_.list_.get()) left.reset(list_);
         }
         Reading(Reading const&) = delete;
@@ -47,16 +47,16 @@ public:
 
     bool isEmpty() const noexcept { return count_.load(std::memory_order_acquire) == 0; }
     std::vector<T> copy() const {
-        std::lock_guard const hold(lock_);
+        Hold const hold(lock_);
         return list_->elements;
     }
     void set(std::vector<T> elements) {
-        std::lock_guard const hold(lock_);
+        Hold const hold(lock_);
         std::swap(writable(), elements);
         count_.store(list_->elements.size(), std::memory_order_release);
     }
     void append(T element) {
-        std::lock_guard const hold(lock_);
+        Hold const hold(lock_);
         auto& elements = writable();
         elements.push_back(std::move(element));
         count_.store(elements.size(), std::memory_order_release);
@@ -64,7 +64,7 @@ public:
     /// False when the list is not that long.
     bool removeAt(std::size_t at) {
         T gone;
-        std::lock_guard const hold(lock_);
+        Hold const hold(lock_);
         if (at >= list_->elements.size()) return false;
         gone = take(at);
         return true;
@@ -72,7 +72,7 @@ public:
     /// Removes the first reference to that object, if there is one.
     void remove(T const& element) {
         T gone;
-        std::lock_guard const hold(lock_);
+        Hold const hold(lock_);
         for (std::size_t at = 0; at < list_->elements.size(); ++at)
             if (list_->elements[at] == element) {
                 gone = take(at);

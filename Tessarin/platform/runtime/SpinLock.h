@@ -5,7 +5,7 @@
 namespace Tessarin {
 
 /// A lock for a few instructions that hardly ever meet another thread: a third of the cost of a mutex when they do not. A
-/// waiting thread gives its time away, so that one which was interrupted inside can go on. For std::lock_guard.
+/// waiting thread gives its time away, so that one which was interrupted inside can go on. For Hold.
 /// The benchmark "store", row W3, shows why.
 class SpinLock {
 public:

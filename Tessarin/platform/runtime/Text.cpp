@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstring>
 #include <new>
+#include <ostream>
 
 namespace Tessarin::detail {
 namespace {
@@ -47,3 +48,9 @@ std::string_view longText(CompactCell const& cell) noexcept {
 }
 
 } // namespace Tessarin::detail
+
+namespace Tessarin {
+
+std::ostream& operator<<(std::ostream& out, Text const& text) { return out << text.view(); }
+
+} // namespace Tessarin

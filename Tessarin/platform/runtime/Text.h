@@ -2,10 +2,10 @@
 #include "Tessarin/Export.h"
 #include <compare>
 #include <cstdint>
-#include <functional>
-#include <ostream>
+#include <iosfwd>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace Tessarin {
 
@@ -85,8 +85,8 @@ public:
     }
     friend bool operator==(Text const& a, std::string_view b) noexcept { return a.view() == b; }
     friend bool operator==(Text const& a, char const* b) noexcept { return a.view() == b; }
-    friend auto operator<=>(Text const& a, Text const& b) noexcept { return a.view() <=> b.view(); }
-    friend std::ostream& operator<<(std::ostream& out, Text const& text) { return out << text.view(); }
+    friend std::strong_ordering operator<=>(Text const& a, Text const& b) noexcept { return a.view().compare(b.view()) <=> 0; }
+    friend TESSARIN_API std::ostream& operator<<(std::ostream& out, Text const& text);
 
 private:
     friend class Value;

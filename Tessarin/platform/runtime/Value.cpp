@@ -1,7 +1,7 @@
 #include "Tessarin/platform/runtime/Value.h"
 
 #include "Tessarin/platform/runtime/NSObject.h"
-#include "Tessarin/platform/runtime/ValueBoxes.h"
+#include "Tessarin/platform/runtime/ValueBoxesPrivate.h"
 
 #include <cmath>
 
@@ -123,5 +123,7 @@ ValueSet const& Value::set() const noexcept {
     static auto const& none = *new ValueSet;
     return kind() == Kind::Set ? ValueBoxes::get<ValueSet>(*this) : none;
 }
+
+std::ostream& operator<<(std::ostream& out, Value const& value) { return out << value.description(); }
 
 } // namespace Tessarin

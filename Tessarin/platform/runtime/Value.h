@@ -7,6 +7,7 @@
 #include <compare>
 #include <concepts>
 #include <cstdint>
+#include <iosfwd>
 #include <optional>
 #include <span>
 #include <string>
@@ -142,7 +143,7 @@ public:
     std::size_t hash() const noexcept;
     std::string description() const;
     friend TESSARIN_API bool operator==(Value const& a, Value const& b);
-    friend std::ostream& operator<<(std::ostream& out, Value const& value) { return out << value.description(); }
+    friend TESSARIN_API std::ostream& operator<<(std::ostream& out, Value const& value);
 
 private:
     friend class ValueBoxes;

@@ -1,4 +1,4 @@
-#include "Tessarin/platform/runtime/ValueBoxes.h"
+#include "Tessarin/platform/runtime/ValueBoxesPrivate.h"
 
 #include "Tessarin/platform/runtime/NSObject.h"
 

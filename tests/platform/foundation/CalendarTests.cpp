@@ -2,6 +2,7 @@
 #include "Tessarin/platform/foundation/time/NSCalendar.h"
 
 #include <cmath>
+#include <limits>
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 

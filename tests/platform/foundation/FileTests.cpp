@@ -7,6 +7,7 @@
 #include "Tessarin/platform/foundation/values/NSError.h"
 
 #include "tests/support/TemporaryFolder.h"
+#include <cmath>
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <sys/stat.h>

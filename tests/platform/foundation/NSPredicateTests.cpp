@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 #include <limits>
+#include <set>
 #include <thread>
 
 using namespace Tessarin;

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <future>
 #include <gtest/gtest.h>
+#include <functional>
 #include <thread>
 
 namespace Tessarin {

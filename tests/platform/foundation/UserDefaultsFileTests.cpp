@@ -15,6 +15,8 @@
 #include <sys/inotify.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <chrono>
+#include <cstdlib>
 #include <thread>
 #include <unistd.h>
 

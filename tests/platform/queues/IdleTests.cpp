@@ -1,8 +1,10 @@
 #include "tests/platform/queues/Support.h"
 
 #include <atomic>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <thread>
 #include <malloc.h>
 #include <unistd.h>
 

@@ -3,6 +3,7 @@
 #include <array>
 #include <atomic>
 #include <stdexcept>
+#include <thread>
 
 namespace Tessarin {
 namespace {

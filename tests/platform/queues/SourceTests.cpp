@@ -2,6 +2,7 @@
 #include "tests/platform/queues/Support.h"
 
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <vector>
 

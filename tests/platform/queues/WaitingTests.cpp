@@ -1,6 +1,7 @@
 #include "tests/platform/queues/Support.h"
 
 #include <atomic>
+#include <thread>
 
 namespace Tessarin {
 namespace {

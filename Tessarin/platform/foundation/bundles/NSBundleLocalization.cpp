@@ -6,6 +6,8 @@
 #include "Tessarin/platform/foundation/values/NSData.h"
 #include "Tessarin/platform/foundation/values/NSError.h"
 
+#include <unordered_map>
+
 namespace Tessarin {
 
 /// The tables that were asked for in one environment. Immutable: another table makes another one of these.

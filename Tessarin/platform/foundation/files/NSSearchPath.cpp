@@ -4,6 +4,7 @@
 #include <fstream>
 #include <optional>
 #include <pwd.h>
+#include <algorithm>
 #include <string_view>
 #include <unistd.h>
 

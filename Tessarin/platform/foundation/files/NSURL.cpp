@@ -1,5 +1,6 @@
 #include "Tessarin/platform/foundation/files/NSURL.h"
 
+#include <algorithm>
 #include <filesystem>
 
 namespace Tessarin {
@@ -172,5 +173,7 @@ NSURL NSURL::URLByDeletingPathExtension() const {
     if (dot == last.npos) return *this;
     return withPath(std::string{stem.substr(0, stem.size() - last.size() + dot)} + (path.ends_with('/') ? "/" : ""));
 }
+
+std::ostream& operator<<(std::ostream& out, NSURL const& url) { return out << url.text_; }
 
 } // namespace Tessarin

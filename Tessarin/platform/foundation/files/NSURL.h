@@ -2,9 +2,8 @@
 #include "Tessarin/Export.h"
 #include "Tessarin/platform/runtime/Value.h"
 #include <compare>
-#include <functional>
+#include <iosfwd>
 #include <optional>
-#include <ostream>
 #include <string>
 #include <string_view>
 
@@ -46,7 +45,7 @@ public:
     std::string description() const { return absoluteString(); }
     friend bool operator==(NSURL const&, NSURL const&) = default;
     friend auto operator<=>(NSURL const& a, NSURL const& b) noexcept { return a.text_ <=> b.text_; }
-    friend std::ostream& operator<<(std::ostream& out, NSURL const& url) { return out << url.text_; }
+    friend TESSARIN_API std::ostream& operator<<(std::ostream& out, NSURL const& url);
 
 private:
     friend struct ValueTraits<NSURL>;

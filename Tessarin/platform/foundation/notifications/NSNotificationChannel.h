@@ -9,7 +9,6 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <vector>
 
@@ -51,7 +50,7 @@ public:
     void addObserver(Ref<T> const& observer, void (T::*member)(Ref<NSNotification> const&),
                      Ref<NSObject> const& sender = nullptr) {
         addMember(observer, [member](NSObject& object, Ref<NSNotification> const& notification) {
-            std::invoke(member, static_cast<T&>(object), notification);
+            (static_cast<T&>(object).*member)(notification);
         }, sender);
     }
 

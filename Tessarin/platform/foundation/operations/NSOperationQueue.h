@@ -5,10 +5,8 @@
 #include "Tessarin/platform/runtime/Closure.h"
 #include "Tessarin/platform/runtime/FunctionRef.h"
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
-#include <list>
-#include <mutex>
+#include <memory>
 #include <vector>
 // What other rooms add to operation queues:
 #include "Tessarin/dispatch/NSOperationQueue+Serial.h"
@@ -55,8 +53,10 @@ public:
     using NSObject::init;
     virtual void init(Serial serial);
 
+    ~NSOperationQueue() override;
+
 protected:
-    NSOperationQueue() = default;
+    NSOperationQueue();
 
 private:
     void initWithSerial(bool serial) { init(serial ? Serial::Yes : Serial::No); } // as the selector has it
@@ -64,21 +64,15 @@ private:
     void leaveLane();
     void startMore(); // with the mutex held
     void work();
-    bool isIdle() const { return running_ == 0 && pending_.empty() && !isHeld_; } // with the mutex held
+    bool isIdle() const; // with the mutex held
 
     // A queue that is set to one at a time while it is idle hands everything to a serial dispatch queue, its lane.
     std::atomic<bool> usesLane_{false};
     bool isMain_ = false;   // constant after it was made
     dispatch_queue_t lane_; // constant once set
 
-    mutable std::mutex mutex_;
-    std::condition_variable finished_;
-    // All guarded by mutex_; for operations outside a lane.
-    std::int64_t limit_ = NSOperationQueueDefaultMaxConcurrentOperationCount;
-    std::int64_t running_ = 0;  // workers under way
-    std::int64_t starting_ = 0; // those of them that have not taken their first operation
-    bool isHeld_ = false; // until a lane that was left has run empty
-    std::list<Closure<void()>> pending_; // an empty deque takes 600 bytes, and most queues have a lane
+    struct Workers; // for operations outside a lane, and the limit
+    std::unique_ptr<Workers> const workers_;
 };
 
 } // namespace Tessarin

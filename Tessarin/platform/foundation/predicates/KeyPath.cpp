@@ -3,6 +3,8 @@
 #include "Tessarin/platform/runtime/Fatal.h"
 #include "Tessarin/platform/runtime/NSObject.h"
 
+#include <algorithm>
+
 namespace Tessarin {
 namespace {
 
@@ -145,5 +147,7 @@ bool forEachMember(Value const& value, FunctionRef<bool(Value const&)> each) {
     default: return each(value);
     }
 }
+
+std::span<std::string const> KeyPath::components() const noexcept { return components_; }
 
 } // namespace Tessarin

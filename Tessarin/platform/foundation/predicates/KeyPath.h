@@ -17,7 +17,7 @@ public:
     explicit KeyPath(std::string_view text);
 
     std::string const& text() const noexcept { return text_; }
-    std::span<std::string const> components() const noexcept { return components_; }
+    std::span<std::string const> components() const noexcept;
     bool isEmpty() const noexcept { return components_.empty(); }
 
     /// The value at the end of the path. Objects answer by `valueForKey`, dictionaries by key; through a list or a set the

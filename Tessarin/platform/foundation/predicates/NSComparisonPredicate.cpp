@@ -3,6 +3,8 @@
 #include "Tessarin/platform/foundation/predicates/PredicateComparisonPrivate.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 
+#include <set>
+
 namespace Tessarin {
 
 using Kind = Value::Kind;

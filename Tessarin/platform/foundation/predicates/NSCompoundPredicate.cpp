@@ -2,6 +2,9 @@
 
 #include "Tessarin/platform/runtime/Fatal.h"
 
+#include <algorithm>
+#include <set>
+
 namespace Tessarin {
 
 using Join = NSCompoundPredicateType;
@@ -89,5 +92,7 @@ std::size_t NSCompoundPredicate::hash() const {
     for (auto const& predicate : subpredicates_) hash = hash * 31 + predicate->hash();
     return hash;
 }
+
+std::span<Ref<NSPredicate> const> NSCompoundPredicate::subpredicates() const noexcept { return subpredicates_; }
 
 } // namespace Tessarin

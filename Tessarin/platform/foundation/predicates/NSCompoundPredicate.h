@@ -14,7 +14,7 @@ public:
     static Ref<NSCompoundPredicate> notPredicateWithSubpredicate(Ref<NSPredicate> subpredicate);
 
     NSCompoundPredicateType compoundPredicateType() const noexcept { return join_; }
-    std::span<Ref<NSPredicate> const> subpredicates() const noexcept { return subpredicates_; }
+    std::span<Ref<NSPredicate> const> subpredicates() const noexcept;
     /// How many levels of compound predicates this is, itself one of them.
     std::size_t depth() const noexcept { return depth_; }
 

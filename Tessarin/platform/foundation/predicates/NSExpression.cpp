@@ -3,6 +3,7 @@
 #include "Tessarin/platform/foundation/predicates/PredicateFormatPrivate.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace Tessarin {
@@ -152,5 +153,7 @@ bool NSExpression::isEqual(NSObject const& object) const {
 std::size_t NSExpression::hash() const {
     return std::hash<std::string>{}(path_.text() + name_) + constant_.hash() + members_.size();
 }
+
+std::span<Ref<NSExpression> const> NSExpression::collection() const noexcept { return members_; }
 
 } // namespace Tessarin

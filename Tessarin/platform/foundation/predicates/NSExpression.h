@@ -29,7 +29,7 @@ public:
     KeyPath const& keyPath() const noexcept { return path_; }
     /// Where the key path starts; null for the evaluated object.
     Ref<NSExpression> const& operand() const noexcept { return operand_; }
-    std::span<Ref<NSExpression> const> collection() const noexcept { return members_; }
+    std::span<Ref<NSExpression> const> collection() const noexcept;
 
     /// Its value for `object`. Fatal for a variable, and where an object does not know a key.
     Value expressionValueWithObject(Value const& object) const;

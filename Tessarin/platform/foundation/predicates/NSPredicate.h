@@ -1,6 +1,7 @@
 #pragma once
 #include "Tessarin/platform/foundation/predicates/NSExpression.h"
-#include <ranges>
+#include <set>
+#include <span> // with the concepts of ranges, without the views
 
 namespace Tessarin {
 
@@ -17,8 +18,8 @@ enum class NSPredicateType { Value, Comparison, Compound };
 ///
 /// Formats know `==` (`=`), `!=` (`<>`), `<`, `<=`, `>`, `>=`, IN, BETWEEN, CONTAINS, BEGINSWITH, ENDSWITH, LIKE, MATCHES, each
 /// with [c], [d], [n] behind it; AND (`&&`), OR (`||`), NOT (`!`), ANY, SOME, ALL, NONE, TRUEPREDICATE, FALSEPREDICATE; numbers,
-/// texts in quotes, inf, nil, YES, NO, SELF, $VARIABLE, { lists }; %@ for a value, %K for a key path, %d and its like for a number.
-/// Keywords may be written in any case; "#" before a word makes it a key.
+/// texts in quotes, inf, nil, YES, NO, SELF, $VARIABLE, { lists }; %@ for a value, %K for a key path, %d and its like for a
+/// number. Keywords may be written in any case; "#" before a word makes it a key.
 ///
 /// An absent value is unequal to every other, neither less nor greater than any, and in no list.
 class TESSARIN_API NSPredicate : public NSObject {

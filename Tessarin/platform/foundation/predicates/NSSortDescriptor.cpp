@@ -2,6 +2,7 @@
 
 #include "Tessarin/platform/foundation/predicates/TextFolding.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <unicode/coll.h>
 

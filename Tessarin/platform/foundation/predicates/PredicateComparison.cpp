@@ -1,5 +1,7 @@
 #include "Tessarin/platform/foundation/predicates/PredicateComparisonPrivate.h"
 
+#include <algorithm>
+
 namespace Tessarin {
 namespace {
 

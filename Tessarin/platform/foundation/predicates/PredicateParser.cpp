@@ -3,6 +3,7 @@
 #include "Tessarin/platform/foundation/predicates/PredicateFormatPrivate.h"
 
 #include <fmt/format.h>
+#include <algorithm>
 #include <limits>
 
 namespace Tessarin {

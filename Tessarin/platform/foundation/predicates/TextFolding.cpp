@@ -6,6 +6,9 @@
 #include <unicode/uchar.h>
 #include <unicode/unistr.h>
 
+#include <algorithm>
+#include <cstring>
+
 namespace Tessarin {
 namespace {
 

@@ -4,6 +4,7 @@
 #include "Tessarin/platform/foundation/preferences/DefaultsTextPrivate.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace Tessarin::defaults {
 namespace {
@@ -11,7 +12,8 @@ namespace {
 /// The first part of the key of a statement.
 Text firstKey(std::string_view statement) {
     statement.remove_prefix(std::min(statement.find_first_not_of("[ \t"), statement.size()));
-    if (!statement.starts_with('"') && !statement.starts_with('\'')) return statement.substr(0, statement.find_first_of(" \t.=]\r\n"));
+    if (!statement.starts_with('"') && !statement.starts_with('\''))
+        return statement.substr(0, statement.find_first_of(" \t.=]\r\n"));
     return dictionaryFromTOML(std::string{statement.substr(0, behindString(statement, 0))} + " = 0").begin()->key;
 }
 
@@ -34,7 +36,8 @@ std::vector<DefaultsDocument::Statement> DefaultsDocument::statements(std::strin
         }
         auto const extent = extentFrom(text, begin);
         auto const valueEnd = extent.valueEnd, end = extent.end;
-        std::string before{text.substr(at, begin - at)}, body{text.substr(begin, valueEnd - begin)}, ending{text.substr(valueEnd, end - valueEnd)};
+        std::string before{text.substr(at, begin - at)}, body{text.substr(begin, valueEnd - begin)},
+            ending{text.substr(valueEnd, end - valueEnd)};
         bool const isSection = text[begin] == '[';
         if (!isSection && !found.empty() && found.back().isSection) {
             auto& section = found.back();

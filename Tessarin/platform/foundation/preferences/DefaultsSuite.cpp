@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <fmt/format.h>
 #include <pthread.h>
+#include <chrono>
 #include <thread>
 
 namespace Tessarin::defaults {

@@ -6,7 +6,9 @@
 #include "Tessarin/platform/foundation/values/NSError.h"
 #include "Tessarin/platform/foundation/values/NSUUID.h"
 
+#include <algorithm>
 #include <bit>
+#include <chrono>
 #include <ctime>
 #include <fmt/format.h>
 #include <toml++/toml.h>
@@ -19,8 +21,15 @@ Value valueOf(toml::node const& node);
 Value dateOf(toml::date_time const& moment) {
     auto const& [date, time, offset] = moment;
     if (!offset) {
-        std::tm local{.tm_sec = time.second, .tm_min = time.minute, .tm_hour = time.hour, .tm_mday = date.day, .tm_mon = date.month - 1,
-                      .tm_year = date.year - 1900, .tm_isdst = -1, .tm_gmtoff = 0, .tm_zone = nullptr};
+        std::tm local{.tm_sec = time.second,
+                      .tm_min = time.minute,
+                      .tm_hour = time.hour,
+                      .tm_mday = date.day,
+                      .tm_mon = date.month - 1,
+                      .tm_year = date.year - 1900,
+                      .tm_isdst = -1,
+                      .tm_gmtoff = 0,
+                      .tm_zone = nullptr};
         auto const since1970 = std::chrono::sys_seconds(std::chrono::seconds(std::mktime(&local)));
         return Value::date(dateSeconds((since1970 - std::chrono::sys_seconds(referenceDay)).count(), time.nanosecond));
     }

@@ -4,6 +4,7 @@
 #include "Tessarin/platform/foundation/values/Base64.h"
 #include "Tessarin/platform/foundation/values/NSUUID.h"
 
+#include <algorithm>
 #include <bit>
 #include <charconv>
 #include <chrono>
@@ -74,12 +75,15 @@ std::string floatText(float number) {
 std::optional<std::string> dateText(double seconds) {
     using namespace std::chrono;
     constexpr sys_days first = year{1583} / January / 1, last = year{9999} / December / 31;
-    constexpr double earliest = duration<double>(first - referenceDay).count(), latest = duration<double>(last - referenceDay).count();
+    constexpr double earliest = duration<double>(first - referenceDay).count(),
+                     latest = duration<double>(last - referenceDay).count();
     if (!(seconds >= earliest && seconds < latest)) return {};
     auto whole = std::floor(seconds);
     auto nanoseconds = std::llround((seconds - whole) * 1e9);
     if (nanoseconds == 1'000'000'000) nanoseconds = 0, ++whole;
-    if (std::bit_cast<std::uint64_t>(dateSeconds(static_cast<std::int64_t>(whole), nanoseconds)) != std::bit_cast<std::uint64_t>(seconds)) return {};
+    if (std::bit_cast<std::uint64_t>(dateSeconds(static_cast<std::int64_t>(whole), nanoseconds)) !=
+        std::bit_cast<std::uint64_t>(seconds))
+        return {};
 
     auto const moment = sys_seconds(referenceDay) + std::chrono::seconds(static_cast<std::int64_t>(whole));
     auto const day = floor<days>(moment);
@@ -118,7 +122,9 @@ bool isUTF8(std::string_view text) {
 
 std::string_view obstacle(Value const& value) { return obstacleAt(value, 1); }
 
-std::string tomlKey(std::string_view key) { return !key.empty() && std::ranges::all_of(key, isBare) ? std::string{key} : quoted(key); }
+std::string tomlKey(std::string_view key) {
+    return !key.empty() && std::ranges::all_of(key, isBare) ? std::string{key} : quoted(key);
+}
 
 std::string tomlValue(Value const& value) {
     switch (value.kind()) {

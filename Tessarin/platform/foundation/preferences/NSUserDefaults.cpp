@@ -74,7 +74,8 @@ private:
         }
         for (auto const& suite : all)
             if (auto const problem = suite->hasUnwritten() ? suite->synchronize() : nullptr)
-                static_cast<void>(std::fputs((asOneLine(problem->localizedDescription()) + "; settings are lost\n").c_str(), stderr));
+                static_cast<void>(
+                    std::fputs((asOneLine(problem->localizedDescription()) + "; settings are lost\n").c_str(), stderr));
     }
 
     std::mutex mutex_;
@@ -147,4 +148,9 @@ bool NSUserDefaults::synchronize(Ref<NSError>& error) {
 
 std::string NSUserDefaults::description() const { return Value(dictionaryRepresentation()).description(); }
 
+std::optional<List> NSUserDefaults::arrayForKey(std::string_view key) const { return objectForKey(key).as<List>(); }
+std::optional<Dictionary> NSUserDefaults::dictionaryForKey(std::string_view key) const {
+    return objectForKey(key).as<Dictionary>();
+}
+std::optional<NSData> NSUserDefaults::dataForKey(std::string_view key) const { return objectForKey(key).as<NSData>(); }
 } // namespace Tessarin

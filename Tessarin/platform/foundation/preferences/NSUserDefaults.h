@@ -66,10 +66,10 @@ public:
     double doubleForKey(std::string_view key) const;
     bool boolForKey(std::string_view key) const;
     /// Absent unless a list is stored; the second one also unless all its elements are texts.
-    std::optional<List> arrayForKey(std::string_view key) const { return objectForKey(key).as<List>(); }
+    std::optional<List> arrayForKey(std::string_view key) const;
     std::optional<std::vector<std::string>> stringArrayForKey(std::string_view key) const;
-    std::optional<Dictionary> dictionaryForKey(std::string_view key) const { return objectForKey(key).as<Dictionary>(); }
-    std::optional<NSData> dataForKey(std::string_view key) const { return objectForKey(key).as<NSData>(); }
+    std::optional<Dictionary> dictionaryForKey(std::string_view key) const;
+    std::optional<NSData> dataForKey(std::string_view key) const;
 
     /// Stores any value but objects, sets, dictionaries whose keys are not texts, lists with absent elements, and more than
     /// a hundred levels: those are fatal, as is a key that is not UTF-8. An absent value removes.

@@ -7,6 +7,7 @@
 #include "Tessarin/platform/foundation/time/UserEnvironmentPrivate.h"
 
 #include <cmath>
+#include <unordered_map>
 #include <fmt/format.h>
 #include <unicode/calendar.h>
 #include <unicode/dtfmtsym.h>

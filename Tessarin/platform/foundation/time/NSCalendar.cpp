@@ -5,6 +5,8 @@
 #include "Tessarin/platform/foundation/time/TimeZoneTablePrivate.h"
 #include "Tessarin/platform/foundation/time/UserEnvironmentPrivate.h"
 
+#include <algorithm>
+
 namespace Tessarin {
 namespace {
 

@@ -25,4 +25,6 @@ std::string NSDate::description() const {
                        second / 60 % 60, second % 60);
 }
 
+std::ostream& operator<<(std::ostream& out, NSDate const& date) { return out << date.description(); }
+
 } // namespace Tessarin

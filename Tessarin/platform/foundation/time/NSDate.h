@@ -1,9 +1,8 @@
 #pragma once
 #include "Tessarin/Export.h"
 #include "Tessarin/platform/runtime/Value.h"
-#include <functional>
+#include <iosfwd>
 #include <optional>
-#include <ostream>
 #include <string>
 // What other rooms add to dates:
 #include "Tessarin/dates/NSDate+Ages.h"
@@ -58,7 +57,7 @@ public:
     std::string description() const;
 
     friend constexpr bool operator==(NSDate const& a, NSDate const& b) noexcept { return a.seconds_ == b.seconds_; }
-    friend std::ostream& operator<<(std::ostream& out, NSDate const& date) { return out << date.description(); }
+    friend TESSARIN_API std::ostream& operator<<(std::ostream& out, NSDate const& date);
 
 private:
     explicit constexpr NSDate(NSTimeInterval seconds) noexcept : seconds_(seconds) {}

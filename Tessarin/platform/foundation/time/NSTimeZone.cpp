@@ -8,6 +8,9 @@
 #include "Tessarin/platform/runtime/FunctionRef.h"
 
 #include <cmath>
+#include <cstdlib>
+#include <mutex>
+#include <unordered_map>
 #include <fmt/format.h>
 #include <sys/stat.h>
 #include <unistd.h>

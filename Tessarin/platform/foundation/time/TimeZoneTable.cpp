@@ -4,6 +4,10 @@
 #include "Tessarin/platform/foundation/time/TimeZoneFilePrivate.h"
 #include "Tessarin/platform/foundation/time/TimeZoneRulePrivate.h"
 
+#include <algorithm>
+#include <iterator>
+#include <limits>
+
 namespace Tessarin {
 namespace {
 

@@ -5,6 +5,8 @@
 #include "Tessarin/platform/foundation/time/UserLanguagePrivate.h"
 
 #include <ctime>
+#include <mutex>
+#include <unordered_map>
 #include <fmt/format.h>
 
 namespace Tessarin {

@@ -5,6 +5,9 @@
 #include <unicode/locid.h>
 #include <unicode/ures.h>
 
+#include <algorithm>
+#include <cstdlib>
+
 namespace Tessarin {
 namespace {
 

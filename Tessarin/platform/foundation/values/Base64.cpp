@@ -1,5 +1,6 @@
 #include "Tessarin/platform/foundation/values/Base64.h"
 
+#include <algorithm>
 #include <cstdint>
 
 namespace Tessarin {

@@ -2,7 +2,8 @@
 #include "Tessarin/Export.h"
 #include "Tessarin/platform/runtime/Value.h"
 #include <cstddef>
-#include <ostream>
+#include <iosfwd>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -18,10 +19,10 @@ class NSURL;
 ///     NSData::dataWithText("done").writeToURL(url);
 class TESSARIN_API NSData {
 public:
-    NSData() : NSData(std::vector<std::byte>{}) {}
-    explicit NSData(std::vector<std::byte> bytes) : value_(Value::data(std::move(bytes))) {}
-    static NSData dataWithBytes(std::span<std::byte const> bytes) { return NSData{std::vector(bytes.begin(), bytes.end())}; }
-    static NSData dataWithText(std::string_view text) { return dataWithBytes(std::as_bytes(std::span{text})); }
+    NSData();
+    explicit NSData(std::vector<std::byte> bytes);
+    static NSData dataWithBytes(std::span<std::byte const> bytes);
+    static NSData dataWithText(std::string_view text);
 
     /// All bytes of a file. Throws ErrorException (an errno) when it cannot be read.
     static NSData contentsOfURL(NSURL const& url);
@@ -37,7 +38,7 @@ public:
 
     std::string description() const;
     friend bool operator==(NSData const& a, NSData const& b) noexcept { return a.text() == b.text(); }
-    friend std::ostream& operator<<(std::ostream& out, NSData const& data) { return out << data.description(); }
+    friend TESSARIN_API std::ostream& operator<<(std::ostream& out, NSData const& data);
 
 private:
     friend struct ValueTraits<NSData>;
@@ -46,12 +47,7 @@ private:
 
 template <> struct ValueTraits<NSData> {
     static Value into(NSData const& data) { return data.value_; }
-    static std::optional<NSData> from(Value const& value) {
-        if (value.kind() != Value::Kind::Data) return {};
-        NSData data;
-        data.value_ = value;
-        return data;
-    }
+    static TESSARIN_API std::optional<NSData> from(Value const& value);
 };
 
 } // namespace Tessarin

@@ -33,4 +33,6 @@ std::optional<NSUUID> NSUUID::UUIDWithString(std::string_view text) {
 
 std::string NSUUID::UUIDString() const { return Value::uuid(bytes_).description(); }
 
+std::ostream& operator<<(std::ostream& out, NSUUID const& uuid) { return out << uuid.UUIDString(); }
+
 } // namespace Tessarin

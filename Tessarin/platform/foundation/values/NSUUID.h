@@ -4,9 +4,8 @@
 #include <array>
 #include <compare>
 #include <cstdint>
-#include <functional>
+#include <iosfwd>
 #include <optional>
-#include <ostream>
 #include <string>
 #include <string_view>
 
@@ -30,7 +29,7 @@ public:
 
     friend bool operator==(NSUUID const&, NSUUID const&) = default;
     friend auto operator<=>(NSUUID const&, NSUUID const&) = default;
-    friend std::ostream& operator<<(std::ostream& out, NSUUID const& uuid) { return out << uuid.UUIDString(); }
+    friend TESSARIN_API std::ostream& operator<<(std::ostream& out, NSUUID const& uuid);
 
 private:
     Bytes bytes_;

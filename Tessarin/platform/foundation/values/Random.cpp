@@ -2,6 +2,7 @@
 
 #include "Tessarin/platform/runtime/Fatal.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <pthread.h>

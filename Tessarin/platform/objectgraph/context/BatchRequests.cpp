@@ -2,9 +2,11 @@
 #include "Tessarin/platform/objectgraph/context/FetchRequestProblem.h"
 #include "Tessarin/platform/objectgraph/context/MergingPrivate.h"
 #include "Tessarin/platform/objectgraph/context/RelationshipsPrivate.h"
-#include "Tessarin/platform/objectgraph/persistence/stores/BatchChange.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/BatchChangePrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
 #include "Tessarin/platform/queues/Dispatch.h"
+
+#include <map>
 
 namespace Tessarin {
 namespace {

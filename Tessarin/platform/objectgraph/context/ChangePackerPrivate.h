@@ -1,7 +1,7 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/context/RecordReaderPrivate.h"
-#include "Tessarin/platform/objectgraph/persistence/rows/RowBlockWriter.h"
-#include "Tessarin/platform/objectgraph/persistence/rows/RowBuilder.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RowBlockWriterPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RowBuilderPrivate.h"
 
 namespace Tessarin {
 

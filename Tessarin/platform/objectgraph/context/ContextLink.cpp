@@ -1,4 +1,4 @@
-#include "Tessarin/platform/objectgraph/context/ContextLink.h"
+#include "Tessarin/platform/objectgraph/context/ContextLinkPrivate.h"
 
 #include "Tessarin/platform/objectgraph/context/ContextStatePrivate.h"
 

@@ -3,10 +3,14 @@
 #include "Tessarin/platform/objectgraph/context/ContextNewsPrivate.h"
 #include "Tessarin/platform/objectgraph/context/EntityRulesPrivate.h"
 #include "Tessarin/platform/objectgraph/context/NSManagedObjectContext.h"
+#include "Tessarin/platform/objectgraph/context/ObjectExtrasPrivate.h"
 #include "Tessarin/platform/objectgraph/context/PublishedChangesPrivate.h"
 #include "Tessarin/platform/objectgraph/context/RefusedChangesPrivate.h"
 #include "Tessarin/platform/objectgraph/context/ShownChangesPrivate.h"
 #include "Tessarin/platform/objectgraph/context/ValuesInMemoryPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RowConflictsPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/KeyPromotionsPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/StoreQueryPrivate.h"
 #include "Tessarin/platform/runtime/Cell.h"
 
 namespace Tessarin {

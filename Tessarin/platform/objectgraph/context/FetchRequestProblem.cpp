@@ -6,6 +6,8 @@
 #include "Tessarin/platform/objectgraph/context/NearestKeysPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
 
+#include <algorithm>
+
 namespace Tessarin {
 namespace {
 

@@ -5,6 +5,11 @@
 
 namespace Tessarin {
 
+class ContextLink;
+TESSARIN_API void retainObject(ContextLink& link, std::uint32_t count = 1) noexcept;
+TESSARIN_API void releaseObject(ContextLink& link) noexcept;
+using ContextLinkRef = Retained<ContextLink>;
+
 /// The results of a fetch as a list that keeps 8 bytes for each and makes objects where it is looked at, the request's
 /// `fetchBatchSize` at a time: for tables that show a part of very many records. Which records there are was settled by the
 /// fetch; their values are those of the moment at which each is looked at. A record that was deleted since is an object whose

@@ -9,6 +9,7 @@
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
 
 #include <algorithm>
+#include <iterator>
 #include <optional>
 
 namespace Tessarin {

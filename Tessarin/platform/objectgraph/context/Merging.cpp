@@ -2,7 +2,7 @@
 
 #include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
 #include "Tessarin/platform/objectgraph/context/RecordReaderPrivate.h"
-#include "Tessarin/platform/objectgraph/persistence/rows/RowBuilder.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RowBuilderPrivate.h"
 #include "Tessarin/platform/queues/Dispatch.h"
 
 #include <algorithm>
@@ -10,8 +10,8 @@
 namespace Tessarin {
 namespace {
 
-/// Who wins where a change meets unsaved values. A correction nobody asked for: it moves no unsaved value to another basis, so that a
-/// save notices the conflict.
+/// Who wins where a change meets unsaved values. A correction nobody asked for: it moves no unsaved value to another basis, so
+/// that a save notices the conflict.
 enum class Winner { Incoming, Unsaved, UnsavedUntilSaved };
 
 void dropChanges(ContextState& context, NSManagedObject& object) {

@@ -33,6 +33,8 @@ NSPropertyDescription const& PropertyHandle::lookUp(NSEntityDescription const& e
     return *property;
 }
 
+void ObjectExtrasEnd::operator()(ObjectExtras* extras) const noexcept { delete extras; }
+
 NSManagedObject::~NSManagedObject() {
     if (state_.link()) state_.link()->remove(*this, state_.key);
 }

@@ -4,6 +4,7 @@
 #include "Tessarin/platform/foundation/values/NSError.h"
 #include "Tessarin/platform/objectgraph/context/ObjectState.h"
 #include "Tessarin/platform/objectgraph/context/PropertyHandle.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/NSManagedObjectID.h"
 #include "Tessarin/platform/runtime/FunctionRef.h"
 #include "Tessarin/platform/runtime/ObjectSlab.h"
 #include <optional>

@@ -2,7 +2,7 @@
 
 #include "Tessarin/platform/objectgraph/context/NSManagedObject.h"
 #include "Tessarin/platform/objectgraph/context/ContextStatePrivate.h"
-#include "Tessarin/platform/objectgraph/persistence/rows/RowBuilder.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RowBuilderPrivate.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 
 namespace Tessarin {
@@ -10,8 +10,8 @@ namespace Tessarin {
 void NSMergeConflict::init(Ref<NSManagedObject> source, Ref<RowSpace> space, RowConflict conflict) {
     source_ = std::move(source);
     space_ = std::move(space);
-    conflict_ = std::move(conflict);
-    cached_ = space_->cache().find(conflict_.key);
+    conflict_ = std::make_shared<RowConflict>(std::move(conflict));
+    cached_ = space_->cache().find(conflict_->key);
 }
 
 void NSMergeConflict::init(Ref<NSManagedObject> source, Ref<RowSpace> space, RowConflict conflict,
@@ -20,6 +20,9 @@ void NSMergeConflict::init(Ref<NSManagedObject> source, Ref<RowSpace> space, Row
     constraint_ = &constraint;
     existing_ = std::move(existing);
 }
+
+std::uint64_t NSMergeConflict::oldVersionNumber() const noexcept { return conflict_->base->version(); }
+std::uint64_t NSMergeConflict::newVersionNumber() const noexcept { return conflict_->stored ? conflict_->stored->version() : 0; }
 
 std::vector<std::string> NSMergeConflict::uniqueProperties() const {
     std::vector<std::string> names;
@@ -43,25 +46,25 @@ std::optional<Dictionary> NSMergeConflict::snapshotOf(RowRef const& row) const {
     return snapshot;
 }
 
-Dictionary NSMergeConflict::objectSnapshot() const { return *snapshotOf(conflict_.base); }
+Dictionary NSMergeConflict::objectSnapshot() const { return *snapshotOf(conflict_->base); }
 std::optional<Dictionary> NSMergeConflict::cachedSnapshot() const { return snapshotOf(cached_); }
-std::optional<Dictionary> NSMergeConflict::persistedSnapshot() const { return snapshotOf(conflict_.stored); }
+std::optional<Dictionary> NSMergeConflict::persistedSnapshot() const { return snapshotOf(conflict_->stored); }
 
 void NSMergeConflict::resolve(NSMergePolicyType type) {
     if (type == NSMergePolicyType::Error) return;
     if (constraint_) {
         auto final = resolvedUnique(type);
         if (!final) return;
-        conflict_.final = std::move(final);
+        conflict_->final = std::move(final);
     } else
-        conflict_.final = resolvedRow(conflict_, type);
+        conflict_->final = resolvedRow(*conflict_, type);
     isResolved_ = true;
 }
 
 /// Of a new object: what the record becomes that had the values already. Of a changed one: what it is itself then; none where
 /// neither record can give way.
 RowRef NSMergeConflict::resolvedUnique(NSMergePolicyType type) const {
-    auto const& [entity, key, base, wanted, stored, final] = conflict_;
+    auto const& [entity, key, base, wanted, stored, final] = *conflict_;
     bool const storeWins = type == NSMergePolicyType::MergeByPropertyStoreTrump || type == NSMergePolicyType::Rollback;
     RowBuilder builder;
     if (!source_->isInserted()) {
@@ -83,22 +86,22 @@ RowRef NSMergeConflict::resolvedUnique(NSMergePolicyType type) const {
 }
 
 void NSMergeConflict::setResolvedValue(Value const& value, std::string_view attribute) {
-    auto const* property = conflict_.entity->propertyNamed(attribute);
+    auto const* property = conflict_->entity->propertyNamed(attribute);
     auto const cell =
-        property && property->asAttribute() ? conflict_.base->layout().cellOf(property->index()) : RowLayout::noCell;
+        property && property->asAttribute() ? conflict_->base->layout().cellOf(property->index()) : RowLayout::noCell;
     if (cell == RowLayout::noCell)
-        fatal("the entity " + conflict_.entity->name() + " has no stored attribute \"" + std::string{attribute} + "\"");
-    if (!conflict_.final) return;
+        fatal("the entity " + conflict_->entity->name() + " has no stored attribute \"" + std::string{attribute} + "\"");
+    if (!conflict_->final) return;
     RowBuilder builder;
-    builder.begin(*conflict_.final, conflict_.final->version());
+    builder.begin(*conflict_->final, conflict_->final->version());
     if (!builder.setValue(static_cast<std::size_t>(cell), value))
-        fatal("unacceptable value for the attribute " + conflict_.entity->name() + "." + property->name() + ": " +
+        fatal("unacceptable value for the attribute " + conflict_->entity->name() + "." + property->name() + ": " +
               value.description());
-    conflict_.final = builder.finish();
+    conflict_->final = builder.finish();
 }
 
 std::string NSMergeConflict::description() const {
-    auto const& [entity, key, base, wanted, stored, final] = conflict_;
+    auto const& [entity, key, base, wanted, stored, final] = *conflict_;
     if (constraint_) {
         std::string names;
         for (auto const& name : uniqueProperties()) names += (names.empty() ? "" : ", ") + name;

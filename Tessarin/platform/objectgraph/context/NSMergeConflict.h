@@ -1,6 +1,7 @@
 #pragma once
 #include "Tessarin/Export.h"
-#include "Tessarin/platform/objectgraph/persistence/rows/RowConflicts.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/Row.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/NSMergePolicyType.h"
 #include "Tessarin/platform/runtime/NSObject.h"
 #include <optional>
 #include <string_view>
@@ -9,6 +10,9 @@
 namespace Tessarin {
 
 class NSManagedObject;
+class RowSpace;
+struct RowConflict;
+struct UniqueConstraint;
 
 /// A record that a save changes or deletes although somebody else saved it since it was read; or an object with values that must
 /// be unique and that another record has already, see `uniqueProperties`. Snapshots hold attributes as
@@ -23,9 +27,9 @@ public:
     std::optional<Dictionary> cachedSnapshot() const;
     /// What the record is where the save goes, in the store or one level up; absent when it was deleted.
     std::optional<Dictionary> persistedSnapshot() const;
-    std::uint64_t oldVersionNumber() const noexcept { return conflict_.base->version(); }
+    std::uint64_t oldVersionNumber() const noexcept;
     /// 0 when the record was deleted.
-    std::uint64_t newVersionNumber() const noexcept { return conflict_.stored ? conflict_.stored->version() : 0; }
+    std::uint64_t newVersionNumber() const noexcept;
 
     /// The properties that must be unique together and that both have the same values of; empty for a record that was changed
     /// on both sides. The persisted snapshot is then that of the other record, the object snapshot what a new object begins
@@ -63,7 +67,7 @@ private:
     Ref<NSManagedObject> source_; // constant after init, as what follows up to cached_
     Ref<RowSpace> space_;
     RowRef cached_;
-    RowConflict conflict_;
+    Ref<RowConflict> conflict_; // the resolver's own
     UniqueConstraint const* constraint_ = nullptr; // constant after init, as the next
     Ref<NSManagedObject> existing_;
     bool isResolved_ = false;

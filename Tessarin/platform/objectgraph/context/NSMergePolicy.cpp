@@ -1,6 +1,8 @@
 #include "Tessarin/platform/objectgraph/context/NSMergePolicy.h"
 
+#include "Tessarin/platform/objectgraph/persistence/rows/RowConflictsPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/UniqueConstraintsPrivate.h"
 
 namespace Tessarin {
 namespace {

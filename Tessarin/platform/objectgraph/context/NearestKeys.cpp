@@ -1,6 +1,7 @@
 #include "Tessarin/platform/objectgraph/context/NearestKeysPrivate.h"
 
 #include <algorithm>
+#include <iterator>
 #include <numeric>
 #include <set>
 

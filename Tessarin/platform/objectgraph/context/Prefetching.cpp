@@ -5,6 +5,7 @@
 #include "Tessarin/platform/objectgraph/context/RelationshipsPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
 
+#include <algorithm>
 #include <unordered_set>
 
 namespace Tessarin {

@@ -21,10 +21,7 @@ public:
     /// The property of that name in `entity`. Fatal when there is none.
     NSPropertyDescription const& in(NSEntityDescription const& entity) const {
         auto const* known = last_.load(std::memory_order_acquire);
-        if (known) {
-            auto const properties = entity.properties();
-            if (known->index() < properties.size() && properties[known->index()] == known) return *known;
-        }
+        if (known && entity.propertyAt(known->index()) == known) return *known;
         return lookUp(entity);
     }
 

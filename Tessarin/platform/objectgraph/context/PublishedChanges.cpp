@@ -1,6 +1,6 @@
 #include "Tessarin/platform/objectgraph/context/PublishedChangesPrivate.h"
 
-#include "Tessarin/platform/objectgraph/persistence/rows/RowBuilder.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RowBuilderPrivate.h"
 
 #include <algorithm>
 #include <unordered_set>

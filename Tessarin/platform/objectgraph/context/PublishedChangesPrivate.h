@@ -14,8 +14,8 @@ class NSManagedObjectContext;
 /// entering the context's queue. Any thread.
 class PublishedChanges {
 public:
-    /// `sets`, made of what leaves here, go to the parent: at one moment, so that no reader misses them or sees them twice. False,
-    /// and nothing happens, when something has come to the parent since `seen`.
+    /// `sets`, made of what leaves here, go to the parent: at one moment, so that no reader misses them or sees them twice.
+    /// False, and nothing happens, when something has come to the parent since `seen`.
     bool handUp(ChangeSets const& leaving, ChangeSets const& sets, PublishedChanges& parent, std::uint64_t seen);
     /// How often sets have come.
     std::uint64_t arrivals() const;

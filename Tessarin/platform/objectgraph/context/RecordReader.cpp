@@ -1,8 +1,9 @@
 #include "Tessarin/platform/objectgraph/context/RecordReaderPrivate.h"
 
-#include "Tessarin/platform/objectgraph/persistence/rows/RowBuilder.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RowBuilderPrivate.h"
 
 #include <algorithm>
+#include <iterator>
 #include <unordered_set>
 
 namespace Tessarin {

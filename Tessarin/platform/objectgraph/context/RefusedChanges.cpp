@@ -4,6 +4,7 @@
 #include "Tessarin/platform/objectgraph/context/RecordReaderPrivate.h"
 
 #include <algorithm>
+#include <iterator>
 #include <unordered_set>
 
 namespace Tessarin {

@@ -1,6 +1,6 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/context/FoldedChangesPrivate.h"
-#include "Tessarin/platform/objectgraph/persistence/stores/RefusedSets.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/RefusedSetsPrivate.h"
 #include <atomic>
 #include <deque>
 

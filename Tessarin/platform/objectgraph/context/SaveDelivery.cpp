@@ -121,7 +121,7 @@ Ref<NSError> SaveOperation::decide(std::span<RowConflict> conflicts) {
         policy->resolveConflicts(list, error) && std::ranges::all_of(list, [](auto const& each) { return each->isResolved_; });
     if (!isDecided && !error) NSErrorMergePolicy()->resolveConflicts(list, error);
     if (!isDecided) return error;
-    for (std::size_t at = 0; at < conflicts.size(); ++at) conflicts[at].final = list[at]->conflict_.final;
+    for (std::size_t at = 0; at < conflicts.size(); ++at) conflicts[at].final = list[at]->conflict_->final;
     return nullptr;
 }
 

@@ -3,6 +3,7 @@
 #include "Tessarin/platform/objectgraph/context/ChangePackerPrivate.h"
 
 #include <algorithm>
+#include <cmath>
 #include <map>
 #include <tuple>
 
@@ -51,7 +52,8 @@ private:
         return !first || first == &change ? RowRef() : first->after;
     }
 
-    /// Of the changes of one save, who keeps the values: who had them before, what exists before what is new, the older before the younger.
+    /// Of the changes of one save, who keeps the values: who had them before, what exists before what is new, the older before
+    /// the younger.
     RecordChange const* firstOf(UniqueConstraint const& constraint, std::string const& values) const {
         auto const rank = [&](RecordChange const& change) { // temporary keys count downwards
             return std::tuple(!hadThem(change, constraint, values), change.kind == Kind::Insert, change.key < 0,

@@ -1,5 +1,6 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/context/RecordReaderPrivate.h"
+#include <unordered_map>
 
 namespace Tessarin {
 

@@ -4,10 +4,11 @@
 #include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
 #include "Tessarin/platform/objectgraph/context/RelationshipsPrivate.h"
 #include "Tessarin/platform/objectgraph/context/UniqueValuesLookPrivate.h"
-#include "Tessarin/platform/objectgraph/persistence/rows/RowBuilder.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RowBuilderPrivate.h"
 
 #include <algorithm>
 #include <map>
+#include <unordered_map>
 #include <unordered_set>
 
 namespace Tessarin {
@@ -130,7 +131,7 @@ Ref<NSMergeConflict> UniqueValuesLook::conflictOf(Clash const& clash) {
 
 void UniqueValuesLook::apply(NSMergeConflict const& decided) {
     auto const source = decided.sourceObject(), existing = decided.existingObject();
-    auto const& conflict = decided.conflict_;
+    auto const& conflict = *decided.conflict_;
     bool const isNew = source->isInserted();
     auto& target = isNew ? *existing : *source;
     auto const& before = isNew ? conflict.stored : conflict.wanted;

@@ -4,6 +4,7 @@
 #include "Tessarin/platform/objectgraph/persistence/rows/ValueHashPrivate.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace Tessarin {
 namespace {

@@ -2,6 +2,8 @@
 
 #include "Tessarin/platform/objectgraph/model/StableHashPrivate.h"
 
+#include <algorithm>
+
 namespace Tessarin {
 namespace {
 

@@ -3,6 +3,8 @@
 #include "Tessarin/platform/objectgraph/model/EntityHashPrivate.h"
 #include "Tessarin/platform/objectgraph/model/StableHashPrivate.h"
 
+#include <algorithm>
+
 namespace Tessarin {
 namespace {
 

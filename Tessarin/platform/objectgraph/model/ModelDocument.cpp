@@ -5,6 +5,8 @@
 #include <pugixml.hpp>
 #include <unicode/utf8.h>
 
+#include <algorithm>
+
 namespace Tessarin {
 namespace {
 

@@ -6,7 +6,10 @@
 #include "Tessarin/platform/objectgraph/model/ModelDocument.h"
 #include "Tessarin/platform/objectgraph/model/NSManagedObjectModel.h"
 
+#include <algorithm>
 #include <filesystem>
+#include <functional>
+#include <map>
 
 namespace Tessarin {
 namespace {

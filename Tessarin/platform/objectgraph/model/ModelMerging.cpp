@@ -1,6 +1,8 @@
 // The union of several models.
 #include "Tessarin/platform/objectgraph/model/NSManagedObjectModel.h"
 
+#include <algorithm>
+
 namespace Tessarin {
 namespace {
 

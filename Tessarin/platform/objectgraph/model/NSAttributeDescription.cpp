@@ -34,4 +34,9 @@ bool NSAttributeDescription::holdsKindOf(Value const& value) const noexcept {
     }
 }
 
+NSAttributeDescription::NSAttributeDescription() {
+    name_ = &definition_.name;
+    attribute_ = this;
+}
+
 } // namespace Tessarin

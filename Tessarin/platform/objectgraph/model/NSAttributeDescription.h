@@ -39,10 +39,7 @@ public:
     bool holdsKindOf(Value const& value) const noexcept;
 
 protected:
-    NSAttributeDescription() {
-        name_ = &definition_.name;
-        attribute_ = this;
-    }
+    NSAttributeDescription();
     using NSObject::init;
     virtual void init(AttributeDefinition definition);
 

@@ -28,4 +28,13 @@ std::string NSEntityDescription::description() const { return "entity " + name()
 
 std::string NSPropertyDescription::description() const { return (entity_ ? entity_->name() + "." : std::string{}) + name(); }
 
+std::span<NSEntityDescription const* const> NSEntityDescription::subentities() const noexcept { return subentities_; }
+std::span<NSPropertyDescription const* const> NSEntityDescription::properties() const noexcept { return properties_; }
+std::span<NSAttributeDescription const* const> NSEntityDescription::attributes() const noexcept { return attributes_; }
+std::span<NSRelationshipDescription const* const> NSEntityDescription::relationships() const noexcept { return relationships_; }
+std::span<std::vector<NSPropertyDescription const*> const> NSEntityDescription::uniquenessConstraints() const noexcept {
+    return constraints_;
+}
+std::span<NSFetchIndexDescription const> NSEntityDescription::indexes() const noexcept { return indexes_; }
+
 } // namespace Tessarin

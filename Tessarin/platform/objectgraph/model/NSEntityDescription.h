@@ -35,16 +35,20 @@ public:
 
     NSEntityDescription const* superentity() const noexcept { return super_; }
     /// The direct sub-entities, in the model's order.
-    std::span<NSEntityDescription const* const> subentities() const noexcept { return subentities_; }
+    std::span<NSEntityDescription const* const> subentities() const noexcept;
     /// The topmost ancestor; itself when it has no parent.
     NSEntityDescription const* rootEntity() const noexcept { return root_; }
     /// Whether it is `entity` or inherits from it.
     bool isKindOf(NSEntityDescription const* entity) const noexcept;
 
     /// All properties, inherited ones first in the parent's order: an inherited property has the same position everywhere.
-    std::span<NSPropertyDescription const* const> properties() const noexcept { return properties_; }
-    std::span<NSAttributeDescription const* const> attributes() const noexcept { return attributes_; }
-    std::span<NSRelationshipDescription const* const> relationships() const noexcept { return relationships_; }
+    std::span<NSPropertyDescription const* const> properties() const noexcept;
+    /// The property at that position; null behind the last.
+    NSPropertyDescription const* propertyAt(std::size_t index) const noexcept {
+        return index < properties_.size() ? properties_[index] : nullptr;
+    }
+    std::span<NSAttributeDescription const* const> attributes() const noexcept;
+    std::span<NSRelationshipDescription const* const> relationships() const noexcept;
     /// Null when there is none. One hash look-up, no allocation.
     NSPropertyDescription const* propertyNamed(std::string_view name) const noexcept {
         auto const at = names_.find(name);
@@ -56,9 +60,9 @@ public:
     RelationshipsByName const& relationshipsByName() const noexcept { return relationshipsByName_; }
 
     /// Properties that must be unique together; those declared here, an ancestor's hold too.
-    std::span<std::vector<NSPropertyDescription const*> const> uniquenessConstraints() const noexcept { return constraints_; }
+    std::span<std::vector<NSPropertyDescription const*> const> uniquenessConstraints() const noexcept;
     /// Those declared here. Single attributes may also say `isIndexed()`.
-    std::span<NSFetchIndexDescription const> indexes() const noexcept { return indexes_; }
+    std::span<NSFetchIndexDescription const> indexes() const noexcept;
 
     std::string const& renamingIdentifier() const noexcept { return definition_.options.renamingIdentifier; }
     std::string const& versionHashModifier() const noexcept { return definition_.options.versionHashModifier; }

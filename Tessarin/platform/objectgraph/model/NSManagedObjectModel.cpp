@@ -2,6 +2,9 @@
 
 #include "Tessarin/platform/objectgraph/model/ModelAssemblerPrivate.h"
 
+#include <algorithm>
+#include <map>
+
 namespace Tessarin {
 
 Ref<NSManagedObjectModel> NSManagedObjectModel::modelWithDefinition(ModelDefinition definition, std::string* problem) {
@@ -50,5 +53,7 @@ std::string NSManagedObjectModel::description() const {
     for (auto const& entity : entities_) text += (entity->index() ? ", " : "") + entity->name();
     return text + "}";
 }
+
+std::span<FetchRequestTemplate const> NSManagedObjectModel::fetchRequestTemplates() const noexcept { return templates_; }
 
 } // namespace Tessarin

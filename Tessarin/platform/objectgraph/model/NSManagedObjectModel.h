@@ -47,7 +47,7 @@ public:
     /// The entities of a named subset; all of them when the configuration is absent, none when it is unknown.
     std::vector<NSEntityDescription const*> entitiesForConfiguration(std::optional<std::string_view> configuration) const;
 
-    std::span<FetchRequestTemplate const> fetchRequestTemplates() const noexcept { return templates_; }
+    std::span<FetchRequestTemplate const> fetchRequestTemplates() const noexcept;
     FetchRequestTemplate const* fetchRequestTemplateNamed(std::string_view name) const noexcept;
 
     std::map<std::string, std::string> entityVersionHashesByName() const;

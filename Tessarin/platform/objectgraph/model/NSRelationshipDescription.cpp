@@ -1,5 +1,7 @@
 #include "Tessarin/platform/objectgraph/model/NSRelationshipDescription.h"
 
+#include <algorithm>
+
 namespace Tessarin {
 
 void NSRelationshipDescription::init(RelationshipDefinition definition) {
@@ -14,6 +16,11 @@ void NSRelationshipDescription::init(RelationshipDefinition definition) {
     if (options.renamingIdentifier.empty()) options.renamingIdentifier = definition_.name;
     isOptional_ = options.optional;
     isTransient_ = options.transient;
+}
+
+NSRelationshipDescription::NSRelationshipDescription() {
+    name_ = &definition_.name;
+    relationship_ = this;
 }
 
 } // namespace Tessarin

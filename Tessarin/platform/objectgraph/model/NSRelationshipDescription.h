@@ -31,10 +31,7 @@ public:
     Ref<NSError> validateCount(std::size_t count) const;
 
 protected:
-    NSRelationshipDescription() {
-        name_ = &definition_.name;
-        relationship_ = this;
-    }
+    NSRelationshipDescription();
     using NSObject::init;
     virtual void init(RelationshipDefinition definition);
 

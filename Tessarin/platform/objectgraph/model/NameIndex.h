@@ -1,4 +1,5 @@
 #pragma once
+#include "Tessarin/Export.h"
 #include <bit>
 #include <cstdint>
 #include <cstring>
@@ -9,22 +10,12 @@ namespace Tessarin {
 
 /// Positions by name: open addressing, one hash and usually one comparison per look-up, no allocation. The names must
 /// outlive the index.
-class NameIndex {
+class TESSARIN_API NameIndex {
 public:
     static constexpr std::uint32_t none = UINT32_MAX;
 
     /// Adds `name` at the next position; false when it is there already.
-    bool append(std::string_view name) {
-        if (find(name) != none) return false;
-        names_.push_back(name);
-        if (names_.size() * 2 > cells_.size()) {
-            cells_.assign(std::bit_ceil(names_.size() * 4), {});
-            for (std::uint32_t at = 0; at < names_.size(); ++at) place(at);
-        } else {
-            place(static_cast<std::uint32_t>(names_.size() - 1));
-        }
-        return true;
-    }
+    bool append(std::string_view name);
 
     std::uint32_t find(std::string_view name) const noexcept {
         if (cells_.empty()) return none;
@@ -68,12 +59,7 @@ private:
         std::uint32_t position = none;
     };
     std::uint64_t mask() const noexcept { return cells_.size() - 1; }
-    void place(std::uint32_t position) {
-        Words const words(names_[position]);
-        auto at = words.hash() & mask();
-        while (cells_[at].position != none) at = (at + 1) & mask();
-        cells_[at] = {words, position};
-    }
+    void place(std::uint32_t position);
 
     std::vector<std::string_view> names_;
     std::vector<Entry> cells_; // a power of two, at most half full

@@ -3,6 +3,7 @@
 #include "Tessarin/platform/foundation/predicates/NSComparisonPredicate.h"
 #include "Tessarin/platform/foundation/predicates/NSCompoundPredicate.h"
 #include "Tessarin/platform/sqlite/Connection.h"
+#include <algorithm>
 #include <limits>
 #include <ranges>
 

@@ -1,5 +1,6 @@
 // What one context does must neither vanish nor bring back what is gone.
 #include "Library.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/IdentityTablePrivate.h"
 #include "Tessarin/platform/sqlite/Connection.h"
 
 using namespace Tessarin;

@@ -1,6 +1,8 @@
 // Relationships: order, delete rules. Both ends under random changes are the campaigns "levels" and "handed-up".
 #include "Library.h"
 
+#include <algorithm>
+
 using namespace Tessarin;
 using namespace Tessarin::tests;
 

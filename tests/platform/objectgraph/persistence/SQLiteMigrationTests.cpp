@@ -2,6 +2,8 @@
 #include "Tessarin/platform/objectgraph/persistence/migration/MigrationPlan.h"
 #include "Tessarin/platform/sqlite/Connection.h"
 #include <cmath>
+#include <functional>
+#include <limits>
 
 namespace Tessarin::tests {
 namespace {

@@ -1,8 +1,8 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/model/ModelBuilder.h"
-#include "Tessarin/platform/objectgraph/persistence/memory/InMemoryStore.h"
-#include "Tessarin/platform/objectgraph/persistence/rows/RowBuilder.h"
-#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteStore.h"
+#include "Tessarin/platform/objectgraph/persistence/memory/InMemoryStorePrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RowBuilderPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteStorePrivate.h"
 #include "tests/support/TemporaryFolder.h"
 #include <algorithm>
 #include <gtest/gtest.h>

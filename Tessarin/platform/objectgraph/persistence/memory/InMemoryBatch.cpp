@@ -1,8 +1,9 @@
 // Batch requests of the store without a file.
-#include "Tessarin/platform/objectgraph/persistence/memory/InMemoryStore.h"
-#include "Tessarin/platform/objectgraph/persistence/rows/RowBuilder.h"
-#include "Tessarin/platform/objectgraph/persistence/stores/BatchChange.h"
+#include "Tessarin/platform/objectgraph/persistence/memory/InMemoryStorePrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RowBuilderPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/BatchChangePrivate.h"
 
+#include <mutex>
 #include <unordered_set>
 
 namespace Tessarin {

@@ -1,7 +1,7 @@
 #include "Tessarin/platform/objectgraph/persistence/memory/InMemoryLinksPrivate.h"
 
 #include "Tessarin/platform/objectgraph/model/NSManagedObjectModel.h"
-#include "Tessarin/platform/objectgraph/persistence/rows/RelationshipStorage.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RelationshipStoragePrivate.h"
 
 #include <algorithm>
 

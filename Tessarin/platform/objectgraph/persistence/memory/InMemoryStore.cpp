@@ -1,9 +1,9 @@
-#include "Tessarin/platform/objectgraph/persistence/memory/InMemoryStore.h"
+#include "Tessarin/platform/objectgraph/persistence/memory/InMemoryStorePrivate.h"
 
 #include "Tessarin/platform/foundation/values/NSUUID.h"
 #include "Tessarin/platform/objectgraph/model/NSManagedObjectModel.h"
 #include "Tessarin/platform/objectgraph/persistence/memory/InMemoryLinksPrivate.h"
-#include "Tessarin/platform/objectgraph/persistence/rows/RowBuilder.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RowBuilderPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/UniqueValuesPrivate.h"
 
 #include <algorithm>

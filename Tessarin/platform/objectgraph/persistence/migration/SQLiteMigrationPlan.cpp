@@ -1,7 +1,7 @@
 // What becomes of each table, column and link: looked up, nothing is written.
 #include "Tessarin/platform/objectgraph/persistence/migration/SQLiteMigrationPrivate.h"
 
-#include "Tessarin/platform/objectgraph/persistence/rows/RowBuilder.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RowBuilderPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/rows/ValueConversionPrivate.h"
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/persistence/migration/MigrationConditionsPrivate.h"
-#include "Tessarin/platform/objectgraph/persistence/migration/StoredModel.h"
+#include "Tessarin/platform/objectgraph/persistence/migration/StoredModelPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteSchemaPrivate.h"
 #include "Tessarin/platform/sqlite/Connection.h"
 #include <map>

@@ -1,6 +1,6 @@
-#include "Tessarin/platform/objectgraph/persistence/migration/StoredModel.h"
+#include "Tessarin/platform/objectgraph/persistence/migration/StoredModelPrivate.h"
 
-#include "Tessarin/platform/objectgraph/persistence/rows/ValueJSON.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/ValueJSONPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteVerdictPrivate.h"
 
 #include <fmt/format.h>

@@ -1,11 +1,12 @@
-#include "Tessarin/platform/objectgraph/persistence/rows/ChangeIndex.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/ChangeIndexPrivate.h"
 
-#include "Tessarin/platform/objectgraph/persistence/rows/ChangeSet.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/ChangeSetPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/rows/ValueHashPrivate.h"
 
 #include <algorithm>
 
 namespace Tessarin {
+
 ChangeIndex::Entries ChangeIndex::sorted(std::span<RecordChange const> changes, NSAttributeDescription const& attribute) {
     Entries entries;
     bool const isText = attribute.attributeType() == NSAttributeType::String;

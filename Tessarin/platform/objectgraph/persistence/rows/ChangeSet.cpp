@@ -1,4 +1,4 @@
-#include "Tessarin/platform/objectgraph/persistence/rows/ChangeSet.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/ChangeSetPrivate.h"
 
 #include "Tessarin/platform/objectgraph/model/NSManagedObjectModel.h"
 

@@ -1,4 +1,7 @@
-#include "Tessarin/platform/objectgraph/persistence/rows/OrderPositions.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/OrderPositionsPrivate.h"
+
+#include <algorithm>
+#include <iterator>
 
 namespace Tessarin {
 namespace {

@@ -1,6 +1,6 @@
 #include "Tessarin/platform/objectgraph/persistence/rows/Row.h"
 
-#include "Tessarin/platform/objectgraph/persistence/rows/RowCache.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RowCachePrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
 #include "Tessarin/platform/runtime/PagePoolPrivate.h"
 
@@ -77,6 +77,11 @@ std::uint32_t versionFrom(RecordKey key, std::int64_t stored) {
     throw ErrorException(storeError(StoreErrorCode::StoreDamaged, "The store is damaged: it holds a record with the key " +
                                                                       std::to_string(key) + " and the version " +
                                                                       std::to_string(stored) + "."));
+}
+
+std::span<std::byte const> Row::bytes(std::size_t cell) const noexcept {
+    auto const content = text(cell);
+    return {reinterpret_cast<std::byte const*>(content.data()), content.size()};
 }
 
 } // namespace Tessarin

@@ -1,7 +1,8 @@
 #pragma once
 #include "Tessarin/Export.h"
+#include "Tessarin/platform/objectgraph/model/NSEntityDescription.h"
 #include "Tessarin/platform/objectgraph/persistence/rows/RowLayout.h"
-#include "Tessarin/platform/objectgraph/persistence/stores/KeyTable.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/RecordKey.h"
 #include "Tessarin/platform/runtime/Value.h"
 #include <atomic>
 #include <bit>
@@ -57,10 +58,7 @@ public:
         auto const begin = place.textBefore ? load<std::uint32_t>(place.textBefore) : packing().heap;
         return {at(begin), load<std::uint32_t>(place.offset) - begin};
     }
-    std::span<std::byte const> bytes(std::size_t cell) const noexcept {
-        auto const content = text(cell);
-        return {reinterpret_cast<std::byte const*>(content.data()), content.size()};
-    }
+    std::span<std::byte const> bytes(std::size_t cell) const noexcept;
     /// The cell as the value that an application sees; absent for a reference, which only a context can resolve.
     Value value(std::size_t cell) const;
     bool cellEquals(std::size_t cell, Row const& other) const noexcept;

@@ -1,6 +1,7 @@
-#include "Tessarin/platform/objectgraph/persistence/rows/RowBlockWriter.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RowBlockWriterPrivate.h"
 
 #include <algorithm>
+#include <bit>
 
 namespace Tessarin {
 namespace {

@@ -1,9 +1,11 @@
-#include "Tessarin/platform/objectgraph/persistence/rows/RowBuilder.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RowBuilderPrivate.h"
 
-#include "Tessarin/platform/objectgraph/persistence/rows/RowBlockWriter.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RowBlockWriterPrivate.h"
 #include "Tessarin/platform/runtime/Decimal.h"
 
 #include <algorithm>
+#include <bit>
+#include <cstring>
 
 namespace Tessarin {
 namespace {

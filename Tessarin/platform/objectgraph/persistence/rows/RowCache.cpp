@@ -1,4 +1,4 @@
-#include "Tessarin/platform/objectgraph/persistence/rows/RowCache.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RowCachePrivate.h"
 
 #include "Tessarin/platform/objectgraph/model/NSManagedObjectModel.h"
 

@@ -1,6 +1,6 @@
-#include "Tessarin/platform/objectgraph/persistence/rows/RowConflicts.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RowConflictsPrivate.h"
 
-#include "Tessarin/platform/objectgraph/persistence/rows/RowBuilder.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RowBuilderPrivate.h"
 
 #include <algorithm>
 #include <tuple>

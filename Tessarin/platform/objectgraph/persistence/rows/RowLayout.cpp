@@ -75,4 +75,6 @@ RowLayout::RowLayout(RowSpace& space, NSEntityDescription const& entity) : space
             packing->byProperty.push_back(cell == noCell ? Packing::Place{} : packing->places[static_cast<std::size_t>(cell)]);
 }
 
+std::span<RowLayout::Cell const> RowLayout::cells() const noexcept { return cells_; }
+
 } // namespace Tessarin

@@ -1,8 +1,6 @@
 #pragma once
 #include "Tessarin/Export.h"
-#include "Tessarin/platform/objectgraph/model/NSAttributeDescription.h"
-#include "Tessarin/platform/objectgraph/model/NSEntityDescription.h"
-#include "Tessarin/platform/objectgraph/model/NSRelationshipDescription.h"
+#include "Tessarin/platform/objectgraph/model/ModelDefinition.h"
 #include <cstdint>
 #include <cstring>
 #include <span>
@@ -10,6 +8,8 @@
 
 namespace Tessarin {
 
+class NSEntityDescription;
+class NSPropertyDescription;
 class RowSpace;
 
 /// How a cell of a row is kept, in memory and in the store alike.
@@ -82,7 +82,7 @@ public:
 
     RowSpace& space() const noexcept { return space_; }
     NSEntityDescription const& entity() const noexcept { return entity_; }
-    std::span<Cell const> cells() const noexcept { return cells_; }
+    std::span<Cell const> cells() const noexcept;
     /// The cell of the property at that index of the entity, or `noCell`.
     int cellOf(std::size_t propertyIndex) const noexcept { return cellOfProperty_[propertyIndex]; }
     /// `isWide`: every number has 8 bytes, for rows with a number that its attribute type would cut.

@@ -1,5 +1,6 @@
-#include "Tessarin/platform/objectgraph/persistence/rows/ValueJSON.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/ValueJSONPrivate.h"
 
+#include <algorithm>
 #include <cmath>
 #include <fmt/format.h>
 #include <simdjson.h>

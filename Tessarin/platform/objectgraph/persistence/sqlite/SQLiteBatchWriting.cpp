@@ -1,9 +1,10 @@
 // Batch requests in SQL: one statement for all records that are meant.
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteWriterPrivate.h"
 
-#include "Tessarin/platform/objectgraph/persistence/rows/RowBuilder.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RowBuilderPrivate.h"
 
 #include <algorithm>
+#include <iterator>
 #include <fmt/format.h>
 
 namespace Tessarin {

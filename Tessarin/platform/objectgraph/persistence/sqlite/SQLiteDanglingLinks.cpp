@@ -4,6 +4,7 @@
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteKeyRunsPrivate.h"
 
 #include <algorithm>
+#include <iterator>
 #include <fmt/format.h>
 
 namespace Tessarin {

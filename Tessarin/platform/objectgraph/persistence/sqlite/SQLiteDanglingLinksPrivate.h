@@ -1,5 +1,5 @@
 #pragma once
-#include "Tessarin/platform/objectgraph/persistence/rows/RowConflicts.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RowConflictsPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteLinkWriterPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteReaderPrivate.h"
 #include <array>

@@ -1,6 +1,6 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteSchemaPrivate.h"
-#include "Tessarin/platform/objectgraph/persistence/stores/KeyTable.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/KeyTablePrivate.h"
 #include "Tessarin/platform/sqlite/Connection.h"
 
 namespace Tessarin {

@@ -1,6 +1,6 @@
 #pragma once
-#include "Tessarin/platform/objectgraph/persistence/rows/ChangeSet.h"
-#include "Tessarin/platform/objectgraph/persistence/rows/OrderPositions.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/ChangeSetPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/OrderPositionsPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteSchemaPrivate.h"
 #include "Tessarin/platform/sqlite/Connection.h"
 #include <memory>

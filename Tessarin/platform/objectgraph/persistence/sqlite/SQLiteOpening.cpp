@@ -1,7 +1,7 @@
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteOpeningPrivate.h"
 
 #include "Tessarin/platform/objectgraph/persistence/migration/SQLiteMigrationPrivate.h"
-#include "Tessarin/platform/objectgraph/persistence/rows/ValueJSON.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/ValueJSONPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteEmptinessPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteFileChecksPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteLogCheckPrivate.h"
@@ -22,6 +22,7 @@
 #include <numeric>
 #include <sqlite3.h>
 #include <sys/stat.h>
+#include <algorithm>
 #include <thread>
 #include <unistd.h>
 

@@ -1,6 +1,6 @@
 #pragma once
-#include "Tessarin/platform/objectgraph/persistence/migration/StoredModel.h"
-#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteStorePrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/migration/StoredModelPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteStoreImplPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteVerdictPrivate.h"
 
 namespace Tessarin {

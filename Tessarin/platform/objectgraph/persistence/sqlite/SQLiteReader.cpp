@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <fmt/format.h>
+#include <functional>
 #include <unordered_map>
 
 namespace Tessarin {

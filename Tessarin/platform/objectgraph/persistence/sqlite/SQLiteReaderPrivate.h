@@ -1,6 +1,6 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteRowDecoderPrivate.h"
-#include "Tessarin/platform/objectgraph/persistence/stores/NSPersistentStore.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/StoreQueryPrivate.h"
 #include "Tessarin/platform/sqlite/Connection.h"
 #include <map>
 #include <memory>

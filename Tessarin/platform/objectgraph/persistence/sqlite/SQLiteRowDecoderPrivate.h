@@ -1,6 +1,6 @@
 #pragma once
-#include "Tessarin/platform/objectgraph/persistence/rows/RowBlockWriter.h"
-#include "Tessarin/platform/objectgraph/persistence/rows/RowBuilder.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RowBlockWriterPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RowBuilderPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteSchemaPrivate.h"
 #include "Tessarin/platform/sqlite/Statement.h"
 

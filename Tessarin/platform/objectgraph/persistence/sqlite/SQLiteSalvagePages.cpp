@@ -2,6 +2,7 @@
 
 #include "Tessarin/platform/foundation/values/NSError.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -4,6 +4,7 @@
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteSalvagePrivate.h"
 
 #include <algorithm>
+#include <iterator>
 #include <fmt/format.h>
 #include <sqlite3.h>
 

@@ -1,10 +1,11 @@
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteSchemaPrivate.h"
 
 #include "Tessarin/platform/objectgraph/model/NSManagedObjectModel.h"
-#include "Tessarin/platform/objectgraph/persistence/rows/RelationshipStorage.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RelationshipStoragePrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/NSManagedObjectID.h"
 
 #include <algorithm>
+#include <iterator>
 #include <fmt/format.h>
 
 namespace Tessarin {

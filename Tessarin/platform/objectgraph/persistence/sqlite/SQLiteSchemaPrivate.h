@@ -1,5 +1,5 @@
 #pragma once
-#include "Tessarin/platform/objectgraph/persistence/rows/RowCache.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RowCachePrivate.h"
 #include "Tessarin/platform/objectgraph/query/SQLSchemaPrivate.h"
 #include <string>
 #include <unordered_set>

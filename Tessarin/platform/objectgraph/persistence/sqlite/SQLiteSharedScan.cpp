@@ -1,5 +1,6 @@
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteSharedScanPrivate.h"
 
+#include <algorithm>
 #include <thread>
 
 namespace Tessarin {
@@ -45,7 +46,8 @@ void SQLiteSharedScan::help(SQLiteReaderPool& readers) noexcept {
     }
 }
 
-/// The share at which the helper is when all others are read is mostly done in a moment; when the helper has lost its core, it is not.
+/// The share at which the helper is when all others are read is mostly done in a moment; when the helper has lost its core, it is
+/// not.
 bool SQLiteSharedScan::isReadSoon(Share const& share) {
     auto const end = std::chrono::steady_clock::now() + patience;
     while (!share.isRead.load(std::memory_order_acquire)) {

@@ -1,11 +1,14 @@
-#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteStore.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteStorePrivate.h"
 
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteOpeningPrivate.h"
-#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteStorePrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteStoreImplPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteVerificationPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
 #include "Tessarin/platform/sqlite/Transaction.h"
 
+#include <algorithm>
+#include <cstdlib>
+#include <mutex>
 #include <new>
 
 namespace Tessarin {

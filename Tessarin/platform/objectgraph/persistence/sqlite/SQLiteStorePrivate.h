@@ -1,63 +1,75 @@
 #pragma once
-#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteDamagePrivate.h"
-#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteKeyBlocksPrivate.h"
-#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteReaderPoolPrivate.h"
-#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteStore.h"
-#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteTableScansPrivate.h"
-#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteWriterPrivate.h"
-#include "Tessarin/platform/objectgraph/persistence/stores/StoreMetadataPrivate.h"
-#include "Tessarin/platform/objectgraph/persistence/stores/StoreRefusal.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RowConflictsPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/NSPersistentStore.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/RefusedSetsPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/StoreQueryPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/StoreWaiting.h"
+#include <memory>
 
 namespace Tessarin {
 
-/// What an open store consists of.
-struct SQLiteStore::Impl {
-    struct Writing {
-        SQLite::Connection connection;
-        SQLiteWriter writer;
-        Writing(SQLiteSchema const& schema, std::string const& path, SQLite::ConnectionOptions const& options)
-            : connection(path, options), writer(schema, connection) {
-            connection.execute("PRAGMA journal_size_limit = 16777216"); // a log that one large save made long does not stay so
-        }
-    };
+/// How a store is opened, read from the options of a coordinator.
+struct SQLiteStoreOptions {
+    enum class Synchronous { Off, Normal, Full };
 
-    Impl(NSURL file, Ref<RowSpace> rowSpace, std::vector<std::int64_t> entityNumbers, SQLite::ConnectionOptions connectionOptions)
-        : url(std::move(file)),
-          space(std::move(rowSpace)),
-          schema(*space, std::move(entityNumbers)),
-          path(url.path()),
-          options(std::move(connectionOptions)),
-          readers(std::make_shared<SQLiteReaderPool>(schema, path, options)),
-          scans(std::make_shared<SQLiteTableScans>(space, readers)),
-          damage(schema, path, options) {}
+    Synchronous synchronous = Synchronous::Full; // Full: what a save reported stays after a loss of power
+    std::int64_t cacheKilobytes = 8192;          // of database pages, for each connection
+    double busySeconds = 60;                     // how long a save waits while another process saves
+    bool infersMapping = true;                   // a file of another model is migrated where rules exist
+    bool isReadOnly = false;                     // nothing is made, migrated, rescued or saved
+    std::uint32_t fileMode = 0600;               // permissions of a new file; its log's are those of the file
+    Ref<StoreWaiting> waiting;                   // never null once read
 
-    ~Impl() { scans->waitForHelpers(); }
+    /// Reads "NSSQLitePragmasOption" ({"synchronous": "NORMAL", "cache_size": -8192}; a positive size counts pages of 4 KiB),
+    /// "NSSQLiteBusyTimeoutOption" (seconds), "NSInferMappingModelAutomaticallyOption", "NSReadOnlyPersistentStoreOption",
+    /// "NSFilePosixPermissions" and "NSStoreWaitingOption". Other keys are ignored.
+    static SQLiteStoreOptions from(Dictionary const& options);
+};
 
-    /// The writing connection, made on first use. The caller holds `writing`.
-    Writing& writer();
-    /// Throws when the file that is open is not the one at its path: what is written there would be lost.
-    void requireInPlace() const;
-    Ref<NSError> reading(std::string const& table, FunctionRef<void(SQLiteReader&)> work);
-    void requireSameModel(SQLite::Connection& connection) const;
-    /// One transaction of `change`, which is false when it did nothing.
-    Ref<NSError> inBatch(BatchOutcome& outcome, FunctionRef<bool(SQLiteWriter&)> change);
+/// A store in one SQLite file, in tables that any SQLite tool can read (docs/store-format.md). Several processes may have
+/// it open; fetches run beside a save.
+class TESSARIN_API SQLiteStore : public NSPersistentStore {
+public:
+    /// Opens the file, or makes it: also where it is empty. Waits, with growing pauses and as long as it lasts, while it is
+    /// locked, out of reach, out of space or of a newer format. Null with an error when it is not a store, is damaged, or
+    /// cannot be brought to this model (then the error bears a StoreRefusal, and a link to the file and its log is kept in
+    /// `.FOLDER.rescued/` beside its folder), at once for a path that can never hold a store, and when the limit of waiting is
+    /// reached.
+    static Ref<SQLiteStore> open(NSURL const& file, Ref<RowSpace> space, Dictionary const& options, Ref<NSError>& error);
+    ~SQLiteStore() override;
 
-    NSURL const url;
-    Ref<RowSpace> const space;
-    SQLiteSchema const schema;
-    std::string const path;
-    SQLite::ConnectionOptions const options;
-    std::string identifier;           // constant after opening
-    std::optional<StoreRefusal::Identity> identity; // of the file; likewise
-    bool isReadOnly = false;          // likewise
-    std::int64_t modelGeneration = 0; // likewise; counts the migrations of the file
-    Ref<SQLiteReaderPool> const readers;
-    Ref<SQLiteTableScans> const scans;
-    SQLiteDamage damage;
-    StoreMetadata metadata;
-    SQLiteKeyBlocks keys;
-    std::mutex writing;                   // one save at a time
-    std::unique_ptr<Writing> writerSeat;  // guarded by writing
+    std::string const& type() const override;
+    NSURL url() const override;
+    Dictionary metadata() const override;
+    void setMetadata(Dictionary metadata) override;
+    std::string identifier() const override;
+    Ref<NSError> save(std::span<Ref<ChangeSet const> const> sets, ConflictResolver resolve, SaveOutcome& outcome) override;
+    Ref<NSError> findRefused(std::span<Ref<ChangeSet const> const> sets, ConflictResolver resolve,
+                             std::vector<RefusedSet>& refused) override;
+    Ref<NSError> updateInBatch(BatchTarget const& target, std::span<BatchAssignment const> assignments,
+                               BatchOutcome& outcome) override;
+    Ref<NSError> deleteInBatch(std::span<BatchTarget const> targets, BatchOutcome& outcome) override;
+    Ref<NSError> findHolders(UniqueConstraint const& constraint, std::span<RowRef const> rows,
+                             std::vector<RecordKey>& holders) override;
+    Ref<NSError> fetch(StoreQuery const& query, StoreAnswer& answer) override;
+    Ref<NSError> count(StoreQuery const& query, std::size_t& count, bool& complete) override;
+    Ref<NSError> rows(NSEntityDescription const& rootEntity, std::span<RecordKey const> keys,
+                      FunctionRef<void(RowRef)> each) override;
+    Ref<NSError> members(NSRelationshipDescription const& relationship, std::span<RecordKey const> owners,
+                         FunctionRef<void(RecordKey owner, RecordKey member)> each) override;
+    RecordKey reserveKeys(std::size_t count, Ref<NSError>& error) override;
+    /// A sentence for each thing in the file that is not as it should be; none, too, with an error.
+    std::vector<std::string> verify(Ref<NSError>& error) const;
+
+protected:
+    SQLiteStore();
+    struct Impl;
+    using NSPersistentStore::init;
+    virtual void init(std::unique_ptr<Impl> impl);
+
+private:
+    friend class SQLiteOpening;
+    std::unique_ptr<Impl> impl_;
 };
 
 } // namespace Tessarin

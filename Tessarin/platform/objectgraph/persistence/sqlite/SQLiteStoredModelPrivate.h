@@ -1,6 +1,6 @@
 #pragma once
-#include "Tessarin/platform/objectgraph/persistence/migration/StoredModel.h"
-#include "Tessarin/platform/objectgraph/persistence/rows/RowCache.h"
+#include "Tessarin/platform/objectgraph/persistence/migration/StoredModelPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RowCachePrivate.h"
 #include "Tessarin/platform/sqlite/Connection.h"
 #include <optional>
 

@@ -2,6 +2,8 @@
 
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteSharedScanPrivate.h"
 
+#include <mutex>
+
 namespace Tessarin {
 
 SQLiteTableScans::SQLiteTableScans(Ref<RowSpace> space, Ref<SQLiteReaderPool> readers)

@@ -2,6 +2,7 @@
 #include "Tessarin/platform/objectgraph/persistence/rows/KeptRowsPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteReaderPoolPrivate.h"
 #include "Tessarin/platform/queues/Dispatch.h"
+#include <mutex>
 
 namespace Tessarin {
 

@@ -1,13 +1,15 @@
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteWriterPrivate.h"
 
 #include "Tessarin/platform/objectgraph/model/NSManagedObjectModel.h"
-#include "Tessarin/platform/objectgraph/persistence/rows/RowBuilder.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RowBuilderPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteKeyRunsPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 #include <sqlite3.h>
+
+#include <algorithm>
 
 namespace Tessarin {
 namespace {

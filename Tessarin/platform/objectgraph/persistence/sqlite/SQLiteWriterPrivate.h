@@ -3,7 +3,7 @@
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteLinkWriterPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteReaderPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteRecordWriterPrivate.h"
-#include "Tessarin/platform/objectgraph/persistence/stores/BatchChange.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/BatchChangePrivate.h"
 
 namespace Tessarin {
 

@@ -1,4 +1,4 @@
-#include "Tessarin/platform/objectgraph/persistence/stores/BatchChange.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/BatchChangePrivate.h"
 
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
 

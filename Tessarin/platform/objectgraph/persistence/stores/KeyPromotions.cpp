@@ -1,4 +1,4 @@
-#include "Tessarin/platform/objectgraph/persistence/stores/KeyPromotions.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/KeyPromotionsPrivate.h"
 
 #include "Tessarin/platform/objectgraph/persistence/stores/NSPersistentStore.h"
 

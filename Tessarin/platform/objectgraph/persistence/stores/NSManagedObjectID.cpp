@@ -1,6 +1,9 @@
 #include "Tessarin/platform/objectgraph/persistence/stores/NSManagedObjectID.h"
 
 #include "Tessarin/platform/objectgraph/model/NSManagedObjectModel.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/IdentityTablePrivate.h"
+
+#include <mutex>
 
 namespace Tessarin {
 

@@ -2,37 +2,31 @@
 #include "Tessarin/Export.h"
 #include "Tessarin/platform/foundation/files/NSURL.h"
 #include "Tessarin/platform/foundation/values/NSError.h"
-#include "Tessarin/platform/objectgraph/persistence/rows/RowConflicts.h"
-#include "Tessarin/platform/objectgraph/persistence/stores/RefusedSets.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/RecordKey.h"
 #include "Tessarin/platform/runtime/FunctionRef.h"
 #include "Tessarin/platform/runtime/NSObject.h"
+#include <span>
+#include <string>
+#include <vector>
 
 namespace Tessarin {
 
-class NSPredicate;
-class NSSortDescriptor;
+class ChangeSet;
+class NSEntityDescription;
+class NSRelationshipDescription;
+class RowRef;
 struct BatchAssignment;
 struct BatchOutcome;
 struct BatchTarget;
+struct RefusedSet;
+struct RowConflict;
+struct SaveOutcome;
+struct StoreAnswer;
+struct StoreQuery;
+struct UniqueConstraint;
 
-/// A question to a store.
-struct StoreQuery {
-    NSEntityDescription const* entity = nullptr;
-    bool includesSubentities = true;
-    NSPredicate const* predicate = nullptr; // null: every record
-    std::span<Ref<NSSortDescriptor> const> sortDescriptors;
-    std::size_t limit = 0; // 0: no limit
-    std::size_t offset = 0;
-    bool wantsKeysOnly = false; // a complete answer may give `keys` in place of `rows`
-};
-
-/// A store's answer: `complete` when the store applied predicate, order, limit and offset; otherwise `rows` holds at least
-/// every record that fits and the asker filters, sorts and cuts.
-struct StoreAnswer {
-    std::vector<RowRef> rows;
-    std::vector<RecordKey> keys;
-    bool complete = true;
-};
+/// Decides all conflicts of a save, ordered by entity and key, or refuses the save with an error.
+using ConflictResolver = FunctionRef<Ref<NSError>(std::span<RowConflict> conflicts)>;
 
 /// One store of a coordinator: where rows come from and go to. Every operation may be called from any thread; a save
 /// excludes only other saves. Errors are returned (null: fine) and leave the store as it was.

@@ -1,7 +1,9 @@
 #include "Tessarin/platform/objectgraph/persistence/stores/NSPersistentStoreCoordinator.h"
 
-#include "Tessarin/platform/objectgraph/persistence/memory/InMemoryStore.h"
-#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteStore.h"
+#include "Tessarin/platform/objectgraph/persistence/memory/InMemoryStorePrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteStorePrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RowCachePrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/KeyPromotionsPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreSalvagePrivate.h"
 
@@ -21,6 +23,11 @@ std::vector<std::string_view> piecesOf(std::string_view text, char separator) {
 }
 
 } // namespace
+
+NSPersistentStoreCoordinator::NSPersistentStoreCoordinator() : promotions_(std::make_unique<KeyPromotions>()) {}
+NSPersistentStoreCoordinator::~NSPersistentStoreCoordinator() = default;
+
+IdentityTable& NSPersistentStoreCoordinator::identities() noexcept { return space_->identities(); }
 
 void NSPersistentStoreCoordinator::init(Ref<NSManagedObjectModel> managedObjectModel) {
     model_ = std::move(managedObjectModel);

@@ -1,26 +1,31 @@
 #pragma once
 #include "Tessarin/Export.h"
 #include "Tessarin/platform/objectgraph/model/NSManagedObjectModel.h"
-#include "Tessarin/platform/objectgraph/persistence/stores/KeyPromotions.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/NSManagedObjectID.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/NSPersistentStore.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/SalvageReport.h"
 #include <atomic>
+#include <memory>
 #include <optional>
 #include <string_view>
 
 namespace Tessarin {
+
+class IdentityTable;
+class KeyPromotions;
+class RowSpace;
 
 inline constexpr char const* NSSQLiteStoreType = "SQLite";
 inline constexpr char const* NSInMemoryStoreType = "InMemory";
 /// Option keys of a store: Booleans.
 inline constexpr char const* NSMigratePersistentStoresAutomaticallyOption = "NSMigratePersistentStoresAutomaticallyOption";
 inline constexpr char const* NSInferMappingModelAutomaticallyOption = "NSInferMappingModelAutomaticallyOption";
-/// Option key: true opens a file that exists for reading. Nothing is made, migrated, rescued or saved; a file of an older model is
-/// an error. Where the folder cannot be written, the file is taken for one that nobody changes; a log beside it is an error then.
+/// Option key: true opens a file that exists for reading. Nothing is made, migrated, rescued or saved; a file of an older model
+/// is an error. Where the folder cannot be written, the file is taken for one that nobody changes; a log beside it is an error
+/// then.
 inline constexpr char const* NSReadOnlyPersistentStoreOption = "NSReadOnlyPersistentStoreOption";
-// Further option keys: NSStoreWaitingOption tells of waiting and limits it (StoreWaiting.h); NSFilePosixPermissions (NSFileManager.h)
-// are the permissions of a new file, 0600 by default, which its log, index and rescued copies share.
+// Further option keys: NSStoreWaitingOption tells of waiting and limits it (StoreWaiting.h); NSFilePosixPermissions
+// (NSFileManager.h) are the permissions of a new file, 0600 by default, which its log, index and rescued copies share.
 /// Option key: a dictionary such as {"synchronous": "NORMAL"} (FULL by default, or OFF).
 inline constexpr char const* NSSQLitePragmasOption = "NSSQLitePragmasOption";
 
@@ -34,34 +39,37 @@ class TESSARIN_API NSPersistentStoreCoordinator : public NSObject {
 public:
     Ref<NSManagedObjectModel> const& managedObjectModel() const noexcept { return model_; }
     /// Opens or makes the store. Waits as long as the file is locked, out of reach or out of space; null with an error when
-    /// it is no store of this model (a copy of what stood there is then kept beside its folder, and the error bears a StoreRefusal),
-    /// and for a path that can never hold one: too long, or a link that leads nowhere. One store a coordinator: a second is refused. `configuration` absent means all entities, and so does any other for now.
+    /// it is no store of this model (a copy of what stood there is then kept beside its folder, and the error bears a
+    /// StoreRefusal), and for a path that can never hold one: too long, or a link that leads nowhere. One store a coordinator: a
+    /// second is refused. `configuration` absent means all entities, and so does any other for now.
     Ref<NSPersistentStore> addPersistentStoreWithType(std::string_view type, std::optional<std::string> configuration,
                                                       NSURL const& url, Dictionary const& options, Ref<NSError>& error);
     std::vector<Ref<NSPersistentStore>> persistentStores() const;
-    /// Looks at all of the store and changes nothing: at its pages and indexes, links and their inverses, orders, the description of
-    /// its model, the next key. A sentence for each finding; none when all is well, or with an error when it cannot look. Takes time
-    /// in proportion to the file; contexts may go on meanwhile. A store in memory has nothing to look at.
+    /// Looks at all of the store and changes nothing: at its pages and indexes, links and their inverses, orders, the description
+    /// of its model, the next key. A sentence for each finding; none when all is well, or with an error when it cannot look.
+    /// Takes time in proportion to the file; contexts may go on meanwhile. A store in memory has nothing to look at.
     std::vector<std::string> verify(Ref<NSError>& error) const;
     /// Reads what can be read of the damaged store in the file `damaged` into the new file `fresh`, which can then be added. The
-    /// damaged file stays as it is; nobody may have it open (closing a copy of it would drop this process's locks on it). The model
-    /// is the file's own; where that cannot be read, this coordinator's. Absent with an error, and without a file, when nothing can
-    /// be read, or `fresh` exists. Needs room for two copies for as long as it takes.
+    /// damaged file stays as it is; nobody may have it open (closing a copy of it would drop this process's locks on it). The
+    /// model is the file's own; where that cannot be read, this coordinator's. Absent with an error, and without a file, when
+    /// nothing can be read, or `fresh` exists. Needs room for two copies for as long as it takes.
     std::optional<SalvageReport> salvageStoreAtURL(NSURL const& damaged, NSURL const& fresh, Ref<NSError>& error) const;
-    /// The identity that a URI names; null for another store's, an unknown entity's, or a temporary one, and for an entity that the
-    /// record is not of. Asks the store for a record that nobody has in memory.
+    /// The identity that a URI names; null for another store's, an unknown entity's, or a temporary one, and for an entity that
+    /// the record is not of. Asks the store for a record that nobody has in memory.
     Ref<NSManagedObjectID> managedObjectIDForURIRepresentation(NSURL const& uri);
 
     Ref<RowSpace> const& space() const noexcept { return space_; }
-    IdentityTable& identities() noexcept { return space_->identities(); }
-    KeyPromotions& promotions() noexcept { return promotions_; }
+    IdentityTable& identities() noexcept;
+    KeyPromotions& promotions() noexcept { return *promotions_; }
     /// The store, or null while there is none.
     NSPersistentStore* store() const noexcept { return store_.load(std::memory_order_acquire); }
     /// A key for a record that is not saved yet: negative, unique in the process.
     static RecordKey temporaryKey() noexcept;
 
+    ~NSPersistentStoreCoordinator() override;
+
 protected:
-    NSPersistentStoreCoordinator() = default;
+    NSPersistentStoreCoordinator();
     using NSObject::init;
     virtual void init(Ref<NSManagedObjectModel> managedObjectModel);
 
@@ -71,7 +79,7 @@ private:
     template <class T> friend struct detail::Made;
     Ref<NSManagedObjectModel> model_;
     Ref<RowSpace> space_;
-    KeyPromotions promotions_;
+    std::unique_ptr<KeyPromotions> const promotions_;
     Ref<NSPersistentStore> kept_;
     std::atomic<NSPersistentStore*> store_{nullptr}; // set once
 };

@@ -1,4 +1,4 @@
-#include "Tessarin/platform/objectgraph/persistence/stores/RefusedSets.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/RefusedSetsPrivate.h"
 
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
 #include "Tessarin/platform/sqlite/Failure.h"

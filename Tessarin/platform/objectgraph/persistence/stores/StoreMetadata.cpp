@@ -1,6 +1,6 @@
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreMetadataPrivate.h"
 
-#include "Tessarin/platform/objectgraph/persistence/rows/ValueJSON.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/ValueJSONPrivate.h"
 
 namespace Tessarin {
 

@@ -1,9 +1,10 @@
-#include "Tessarin/platform/objectgraph/persistence/stores/UniqueConstraints.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/UniqueConstraintsPrivate.h"
 
 #include "Tessarin/platform/objectgraph/model/NSManagedObjectModel.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace Tessarin {
 namespace {

@@ -1,5 +1,5 @@
 #pragma once
-#include "Tessarin/platform/objectgraph/persistence/rows/ChangeSet.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/ChangeSetPrivate.h"
 #include "Tessarin/platform/runtime/FunctionRef.h"
 #include <unordered_map>
 

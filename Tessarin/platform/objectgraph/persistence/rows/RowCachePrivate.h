@@ -1,8 +1,9 @@
 #pragma once
 #include "Tessarin/Export.h"
 #include "Tessarin/platform/objectgraph/persistence/rows/Row.h"
-#include "Tessarin/platform/objectgraph/persistence/stores/NSManagedObjectID.h"
-#include "Tessarin/platform/objectgraph/persistence/stores/UniqueConstraints.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/IdentityTablePrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/KeyTablePrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/UniqueConstraintsPrivate.h"
 #include "Tessarin/platform/runtime/SpinLock.h"
 #include <array>
 #include <atomic>
@@ -13,9 +14,9 @@ namespace Tessarin {
 /// The newest saved row of each record that anybody still keeps. Holds them weakly: a row leaves when nobody else keeps it.
 /// Any thread.
 ///
-/// A slow reader may come with a row that a commit has replaced meanwhile, and find no newer one here, since nobody keeps that. So
-/// each commit marks the records that it changed, and what was read as of an earlier moment is not taken for them. The marks are
-/// few, shared by records by their keys: a row that is turned away without need is only read once more.
+/// A slow reader may come with a row that a commit has replaced meanwhile, and find no newer one here, since nobody keeps that.
+/// So each commit marks the records that it changed, and what was read as of an earlier moment is not taken for them. The marks
+/// are few, shared by records by their keys: a row that is turned away without need is only read once more.
 class TESSARIN_API RowCache {
 public:
     /// Counts commits.

@@ -1,5 +1,6 @@
 #pragma once
-#include "Tessarin/platform/objectgraph/persistence/stores/NSPersistentStore.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/StoreQueryPrivate.h"
+#include "Tessarin/platform/runtime/Value.h"
 #include <optional>
 
 namespace Tessarin {

@@ -1,6 +1,7 @@
 #pragma once
 #include "Tessarin/Export.h"
 #include "Tessarin/platform/objectgraph/persistence/rows/Row.h"
+#include <bit>
 #include <vector>
 
 namespace Tessarin {

@@ -1,5 +1,8 @@
 #pragma once
+#include "Tessarin/platform/objectgraph/persistence/rows/RowConflictsPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/NSPersistentStore.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/RefusedSetsPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/StoreQueryPrivate.h"
 #include <map>
 #include <memory>
 #include <mutex>

@@ -1,4 +1,5 @@
 #pragma once
+#include "Tessarin/platform/objectgraph/persistence/stores/RecordKey.h"
 #include <algorithm>
 #include <array>
 #include <bit>
@@ -9,9 +10,6 @@
 #include <vector>
 
 namespace Tessarin {
-
-/// The key of a record: unique in its store, positive once it is permanent, negative while it is temporary; 0 is no record.
-using RecordKey = std::int64_t;
 
 /// A map from record keys to pointers, made for keys that are handed out in sequence: pages of 64 neighbours behind an
 /// open-addressed directory, so that walking a table touches each cache line once. Not synchronised.

@@ -1,6 +1,6 @@
 #pragma once
 #include "Tessarin/Export.h"
-#include "Tessarin/platform/objectgraph/persistence/stores/KeyTable.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/KeyTablePrivate.h"
 #include <optional>
 #include <span>
 

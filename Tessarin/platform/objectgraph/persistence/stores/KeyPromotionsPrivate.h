@@ -1,7 +1,7 @@
 #pragma once
 #include "Tessarin/Export.h"
 #include "Tessarin/platform/foundation/values/NSError.h"
-#include "Tessarin/platform/objectgraph/persistence/stores/KeyAliases.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/KeyAliasesPrivate.h"
 #include <atomic>
 #include <deque>
 #include <mutex>

@@ -1,5 +1,5 @@
 #pragma once
-#include "Tessarin/platform/objectgraph/persistence/stores/KeyTable.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/KeyTablePrivate.h"
 #include <algorithm>
 #include <span>
 #include <unordered_map>

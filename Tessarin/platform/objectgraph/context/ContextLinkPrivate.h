@@ -1,7 +1,8 @@
 #pragma once
-#include "Tessarin/platform/objectgraph/context/FaultBatch.h"
-#include "Tessarin/platform/objectgraph/persistence/rows/RowCache.h"
-#include "Tessarin/platform/objectgraph/persistence/stores/KeyAliases.h"
+#include "Tessarin/platform/objectgraph/context/FaultBatchPrivate.h"
+#include "Tessarin/platform/objectgraph/context/FetchedObjects.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RowCachePrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/KeyAliasesPrivate.h"
 #include "Tessarin/platform/queues/Retained.h"
 #include "Tessarin/platform/runtime/Class.h"
 #include "Tessarin/platform/runtime/SpinLock.h"
@@ -79,10 +80,5 @@ private:
     mutable SpinLock mutex_;
     KeyTable<NSManagedObject> objects_; // guarded by mutex_
 };
-
-TESSARIN_API void retainObject(ContextLink& link, std::uint32_t count = 1) noexcept;
-TESSARIN_API void releaseObject(ContextLink& link) noexcept;
-
-using ContextLinkRef = Retained<ContextLink>;
 
 } // namespace Tessarin

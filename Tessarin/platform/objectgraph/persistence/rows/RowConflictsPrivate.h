@@ -1,19 +1,12 @@
 #pragma once
 #include "Tessarin/Export.h"
 #include "Tessarin/platform/foundation/values/NSError.h"
-#include "Tessarin/platform/objectgraph/persistence/rows/ChangeSet.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/ChangeSetPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/NSMergePolicyType.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/NSPersistentStore.h"
 #include "Tessarin/platform/runtime/FunctionRef.h"
 
 namespace Tessarin {
-
-/// Who wins where a record was changed both here and elsewhere since it was read here. NSMergePolicy.h tells what each does.
-enum class NSMergePolicyType : std::uint64_t {
-    Error = 0,
-    MergeByPropertyStoreTrump = 1,
-    MergeByPropertyObjectTrump = 2,
-    Overwrite = 3,
-    Rollback = 4,
-};
 
 /// A record that a save changes or deletes, and that is no longer as it was when it was read.
 struct RowConflict {
@@ -28,8 +21,6 @@ struct RowConflict {
 /// What the record becomes under a policy; for `Error` as it is.
 TESSARIN_API RowRef resolvedRow(RowConflict const& conflict, NSMergePolicyType policy);
 
-/// Decides all conflicts of a save, ordered by entity and key, or refuses the save with an error.
-using ConflictResolver = FunctionRef<Ref<NSError>(std::span<RowConflict> conflicts)>;
 /// The row of a record as it is now; none when it does not exist.
 using StoredRow = FunctionRef<RowRef(NSEntityDescription const& entity, RecordKey key)>;
 

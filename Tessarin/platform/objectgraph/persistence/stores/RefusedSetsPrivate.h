@@ -1,6 +1,6 @@
 #pragma once
 #include "Tessarin/platform/foundation/values/NSError.h"
-#include "Tessarin/platform/objectgraph/persistence/rows/ChangeSet.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/ChangeSetPrivate.h"
 #include "Tessarin/platform/runtime/FunctionRef.h"
 #include <unordered_set>
 

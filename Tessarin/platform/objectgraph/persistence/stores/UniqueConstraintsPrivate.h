@@ -17,7 +17,8 @@ struct TESSARIN_API UniqueConstraint {
     std::vector<NSPropertyDescription const*> properties;   // stored attributes and to-ones
     std::size_t index = 0;                                  // among the constraints of the model
 
-    /// The row's values, packed so that texts are equal where the values are; absent when one of them is: that is in nobody's way.
+    /// The row's values, packed so that texts are equal where the values are; absent when one of them is: that is in nobody's
+    /// way.
     std::optional<std::string> valuesOf(Row const& row) const;
     /// "Another record has the same …", in the model's words, with entity and attributes in its userInfo.
     Ref<NSError> violation(Dictionary more = {}) const;

@@ -1,8 +1,8 @@
 #pragma once
 #include "Tessarin/Export.h"
-#include "Tessarin/platform/objectgraph/persistence/rows/ChangeIndex.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/ChangeIndexPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/rows/Row.h"
-#include "Tessarin/platform/objectgraph/persistence/rows/RowCache.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RowCachePrivate.h"
 #include <optional>
 #include <span>
 #include <vector>

@@ -1,0 +1,64 @@
+#pragma once
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteDamagePrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteKeyBlocksPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteReaderPoolPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteStorePrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteTableScansPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteWriterPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/StoreMetadataPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/StoreRefusal.h"
+#include <mutex>
+
+namespace Tessarin {
+
+/// What an open store consists of.
+struct SQLiteStore::Impl {
+    struct Writing {
+        SQLite::Connection connection;
+        SQLiteWriter writer;
+        Writing(SQLiteSchema const& schema, std::string const& path, SQLite::ConnectionOptions const& options)
+            : connection(path, options), writer(schema, connection) {
+            connection.execute("PRAGMA journal_size_limit = 16777216"); // a log that one large save made long does not stay so
+        }
+    };
+
+    Impl(NSURL file, Ref<RowSpace> rowSpace, std::vector<std::int64_t> entityNumbers, SQLite::ConnectionOptions connectionOptions)
+        : url(std::move(file)),
+          space(std::move(rowSpace)),
+          schema(*space, std::move(entityNumbers)),
+          path(url.path()),
+          options(std::move(connectionOptions)),
+          readers(std::make_shared<SQLiteReaderPool>(schema, path, options)),
+          scans(std::make_shared<SQLiteTableScans>(space, readers)),
+          damage(schema, path, options) {}
+
+    ~Impl() { scans->waitForHelpers(); }
+
+    /// The writing connection, made on first use. The caller holds `writing`.
+    Writing& writer();
+    /// Throws when the file that is open is not the one at its path: what is written there would be lost.
+    void requireInPlace() const;
+    Ref<NSError> reading(std::string const& table, FunctionRef<void(SQLiteReader&)> work);
+    void requireSameModel(SQLite::Connection& connection) const;
+    /// One transaction of `change`, which is false when it did nothing.
+    Ref<NSError> inBatch(BatchOutcome& outcome, FunctionRef<bool(SQLiteWriter&)> change);
+
+    NSURL const url;
+    Ref<RowSpace> const space;
+    SQLiteSchema const schema;
+    std::string const path;
+    SQLite::ConnectionOptions const options;
+    std::string identifier;           // constant after opening
+    std::optional<StoreRefusal::Identity> identity; // of the file; likewise
+    bool isReadOnly = false;          // likewise
+    std::int64_t modelGeneration = 0; // likewise; counts the migrations of the file
+    Ref<SQLiteReaderPool> const readers;
+    Ref<SQLiteTableScans> const scans;
+    SQLiteDamage damage;
+    StoreMetadata metadata;
+    SQLiteKeyBlocks keys;
+    std::mutex writing;                   // one save at a time
+    std::unique_ptr<Writing> writerSeat;  // guarded by writing
+};
+
+} // namespace Tessarin
