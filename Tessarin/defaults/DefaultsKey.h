@@ -36,8 +36,8 @@ template <class T>
 concept DefaultsValue =
     DefaultsInteger<T> || detail::OneOf<T, std::string, float, double, bool, std::vector<std::string>, NSData, NSDate>;
 
-/// What reading it gives: zero or empty when nothing is stored; data and dates are absent then, and when something else is stored.
-/// An integer that is too large for its type reads as the largest, one that is too small as the smallest.
+/// What reading it gives: zero or empty when nothing is stored; data and dates are absent then, and when something else is
+/// stored. An integer that is too large for its type reads as the largest, one that is too small as the smallest.
 template <DefaultsValue T> using DefaultsReading = std::conditional_t<detail::OneOf<T, NSData, NSDate>, std::optional<T>, T>;
 
 /// The name of a setting together with its type, to be declared once, as a constant.

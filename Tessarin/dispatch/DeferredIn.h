@@ -7,7 +7,8 @@ namespace Tessarin {
 /// A deferred value that is fetched inside a context: its block runs on the context's queue, from whichever thread it is
 /// fulfilled. Objects of the context stay bound to that queue.
 ///
-///     auto const count = make<DeferredIn<std::int64_t>>(context, [](auto const& in) { return in->countForFetchRequest(request); });
+///     auto const count =
+///         make<DeferredIn<std::int64_t>>(context, [](auto const& in) { return in->countForFetchRequest(request); });
 template <class T> class DeferredIn : public Deferred<T> {
 public:
     using Fetch = Closure<std::optional<T>(Ref<NSManagedObjectContext> const&)>;

@@ -48,8 +48,8 @@ void requireName(std::string const& name) {
               name + "\"");
 }
 
-/// Also makes the store's folder where it is missing: it could not be made before, or not again after the other went aside. What it
-/// stands in is not made anew: a mount may be gone meanwhile.
+/// Also makes the store's folder where it is missing: it could not be made before, or not again after the other went aside. What
+/// it stands in is not made anew: a mount may be gone meanwhile.
 class FolderWaiting : public StoreWaiting {
 public:
     using StoreWaiting::init;

@@ -20,21 +20,23 @@ namespace Tessarin {
 /// How `make<ManagedObjectStore>` finds its model and names its file. What is absent is taken from the class's settings.
 struct StoreOptions {
     std::optional<NSURL> modelURL = {};
-    /// A name, not a path: 1 to 244 bytes (a file name may have 255, and SQLite appends ".db-journal"), not "." or "..", without "/"
-    /// and NUL. Anything else is fatal, here and in the class's settings. In test programs "UnitTest-" is put before it, and counts.
+    /// A name, not a path: 1 to 244 bytes (a file name may have 255, and SQLite appends ".db-journal"), not "." or "..", without
+    /// "/" and NUL. Anything else is fatal, here and in the class's settings. In test programs "UnitTest-" is put before it, and
+    /// counts.
     std::optional<std::string> filename = {};
     /// Options of the persistent store; migration and its inference are always switched on.
     Dictionary options = {};
-    /// Told, by the thread that makes the store, why it waits: after 1 s, then after 2, 4, 8 and so on. What it throws ends the making.
+    /// Told, by the thread that makes the store, why it waits: after 1 s, then after 2, 4, 8 and so on. What it throws ends the
+    /// making.
     StoreWaiting::Told onWaiting = {};
     /// Seconds of waiting after which `make` throws the reason as an ErrorException; absent: never.
     std::optional<double> timeLimit = {};
-    /// Asked before another store is begun in place of one that was refused; `plan` may be null. Copy: the folder in which it is kept,
-    /// absent when nothing was in it. What it throws, `make` throws, and what was refused stays where it is. Absent: the
+    /// Asked before another store is begun in place of one that was refused; `plan` may be null. Copy: the folder in which it is
+    /// kept, absent when nothing was in it. What it throws, `make` throws, and what was refused stays where it is. Absent: the
     /// store begins empty. Not asked for a store without records, nor again for the same file.
     enum class AfterRefusal {
         StartEmpty,
-        Salvage // what can be read of a damaged one is in the new store; it begins empty where nothing can, or that is not the reason
+        Salvage // what can be read of a damaged one is in the new store, which is empty where nothing can, or for another reason
     };
     Closure<AfterRefusal(Ref<NSError> const& error, MigrationPlan const* plan, std::optional<NSURL> const& copy)> onRefusal = {};
     /// Permissions of the files that are made (the log has its file's), and of folders, which who may read may search, too. What
@@ -52,8 +54,8 @@ struct StoreReplacement {
     Ref<NSError> salvageError;             // why, where a salvage was asked for; else null
 };
 
-/// Posted by a new store in place of one that was refused, on the thread that makes it and before `didCreateDatabase`; its userInfo
-/// holds "error", and "copy", a URL, unless nothing was saved in it.
+/// Posted by a new store in place of one that was refused, on the thread that makes it and before `didCreateDatabase`; its
+/// userInfo holds "error", and "copy", a URL, unless nothing was saved in it.
 inline constexpr char const* ManagedObjectStoreDidReplaceNotification = "ManagedObjectStoreDidReplaceNotification";
 
 /// A persistent object stack: one model, one SQLite file, a root context that writes it, a main-queue context beneath, and

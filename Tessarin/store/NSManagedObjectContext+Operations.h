@@ -40,7 +40,8 @@ struct SaveToDiskOptions {
     Closure<void(Ref<NSError>)> completion = {};
 };
 
-/// What the store adds to every context. All but `saveAndWait` and `saveToDisk` run on the calling thread, which must be the context's queue.
+/// What the store adds to every context. All but `saveAndWait` and `saveToDisk` run on the calling thread, which must be the
+/// context's queue.
 class TESSARIN_API NSManagedObjectContextOperations {
     friend class NSManagedObjectContext; // only NSManagedObjectContext can carry this room
     NSManagedObjectContextOperations() = default;

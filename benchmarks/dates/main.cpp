@@ -1,4 +1,5 @@
-// Dates in Europe/Berlin, over the years 1970 to 2036 in no order (then the peers' tables end), beside ICU with everything cached, Qt and Hinnant's library.
+// Dates in Europe/Berlin, over the years 1970 to 2036 in no order (then the peers' tables end), beside ICU with everything
+// cached, Qt and Hinnant's library.
 #include "Tessarin/platform/foundation/time/NSCalendar.h"
 #include "benchmarks/dates/Peers.h"
 #include "benchmarks/support/Threads.h"

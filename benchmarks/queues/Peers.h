@@ -36,7 +36,8 @@ Peer tbbPeer();
 std::vector<std::string> otherPeerNames();
 std::vector<Peer> const& otherPeers();
 
-/// Measures ours and every peer in turn, several times, and adds a row of the medians; the peer of its ratio is the hand-made one.
+/// Measures ours and every peer in turn, several times, and adds a row of the medians; the peer of its ratio is the hand-made
+/// one.
 void compare(Report& report, Row row, FunctionRef<double()> ours, QueueMaker Peer::*kind, FunctionRef<double(QueueMaker)> theirs);
 
 /// Waits until everything that was posted to a serial queue has run.

@@ -85,7 +85,8 @@ std::string booksAsJSON(Library const& library, std::size_t count) {
         auto const& author = library.authors[book.author];
         fmt::format_to(
             std::back_inserter(json),
-            R"({}{{"code":"{}","title":"{}","year":{},"price":{},"inPrint":{},"author":{{"name":"{}","birth":"{}","rating":{}}}}})",
+            R"({}{{"code":"{}","title":"{}","year":{},"price":{},"inPrint":{},)"
+            R"("author":{{"name":"{}","birth":"{}","rating":{}}}}})",
             i ? ",\n" : "", book.code, book.title, book.year, book.price, book.inPrint, author.name, isoText(author.birth),
             author.rating);
     }

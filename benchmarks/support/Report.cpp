@@ -43,7 +43,8 @@ std::string json(Row const& row, std::vector<std::string> const& otherPeers) {
             others += fmt::format("{}{}:{:.6g}", others.empty() ? "" : ",", quoted(otherPeers[at]), *row.others[at]);
     auto const orNull = [](bool present, double value) { return present ? fmt::format("{:.6g}", value) : std::string{"null"}; };
     return fmt::format(
-        R"({{"group":{},"row":{},"unit":{},"better":"{}","ours":{:.6g},"peer":{},"theirs":{},"ratio":{},"target":{},"met":{},"stretch":{},"others":{{{}}}}})"
+        R"({{"group":{},"row":{},"unit":{},"better":"{}","ours":{:.6g},"peer":{},)"
+        R"("theirs":{},"ratio":{},"target":{},"met":{},"stretch":{},"others":{{{}}}}})"
         "\n",
         quoted(row.group), quoted(row.row), quoted(row.unit), row.better == Better::Smaller ? "smaller" : "larger", row.ours,
         quoted(row.peer), orNull(hasPeer(row), row.theirs), orNull(hasPeer(row), row.ours / row.theirs),

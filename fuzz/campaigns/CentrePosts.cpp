@@ -1,6 +1,6 @@
-// Threads register, remove, destroy and post at random, also from inside observers, and write down when each step began and ended.
-// Afterwards every post is held against every observer: where the steps were in order there is one right number of deliveries,
-// and where they overlapped a least and a most.
+// Threads register, remove, destroy and post at random, also from inside observers, and write down when each step began and
+// ended. Afterwards every post is held against every observer: where the steps were in order there is one right number of
+// deliveries, and where they overlapped a least and a most.
 #include "fuzz/campaigns/Channels.h"
 
 #include "Tessarin/platform/foundation/notifications/NSNotificationCenter.h"

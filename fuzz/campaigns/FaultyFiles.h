@@ -42,8 +42,8 @@ bool isShortWrite();
 /// From now on the disk is a model: writes are kept there until they are synced, and syncs cost nothing. Files that exist
 /// already are on the disk.
 void beginPowerTrial(std::string folder);
-/// At that operation, power goes: what the disk holds then is kept, and `atCut` is called. `random(n)` decides over every write that was
-/// not synced whether it is there, torn or missing.
+/// At that operation, power goes: what the disk holds then is kept, and `atCut` is called. `random(n)` decides over every write
+/// that was not synced whether it is there, torn or missing.
 void cutPower(std::uint64_t at, std::function<std::uint64_t(std::uint64_t)> random, std::function<void()> atCut);
 /// Writes the disk as it was left into `folder`; false when power never went.
 bool writeDisk(std::string const& folder);

@@ -342,7 +342,8 @@ private:
         return view;
     }
 
-    /// The number that a to-one leads to, if the record is there, and not about to go: `next` has no inverse that would let go of it.
+    /// The number that a to-one leads to, if the record is there, and not about to go: `next` has no inverse that would let go of
+    /// it.
     static Link linkOf(NSManagedObjectContext& context, NSManagedObject& object, char const* key) {
         auto const other = object.valueForKey(key).objectAs<NSManagedObject>();
         Ref<NSError> error;

@@ -154,8 +154,8 @@ std::string answer(NSManagedObjectContext& context, NSFetchRequest const& reques
     return keys;
 }
 
-/// Bounds that are read from the members of an unordered relationship, and lists that are compared with them: which member comes first is
-/// nobody's promise.
+/// Bounds that are read from the members of an unordered relationship, and lists that are compared with them: which member comes
+/// first is nobody's promise.
 bool hasBoundsWithoutOrder(NSPredicate const& predicate) {
     auto const text = predicate.predicateFormat();
     auto const names = [&](char const* key) { return text.find(key) != text.npos; };

@@ -9,7 +9,8 @@ using Objects = std::vector<Ref<NSManagedObject>>;
 
 /// Batches of items in their order; items that know one another.
 Ref<NSManagedObjectModel> const& shelfModel();
-/// The same a version later: a batch has a title, an item's label is its name, its value is wider, and it may be in several batches.
+/// The same a version later: a batch has a title, an item's label is its name, its value is wider, and it may be in several
+/// batches.
 Ref<NSManagedObjectModel> const& laterShelfModel();
 
 enum class Inference { Allowed, Forbidden };

@@ -23,7 +23,8 @@ private:
 /// Of the Gregorian calendar, on the clocks of the user.
 inline NSDate date(std::int64_t year, int month, int day, int hour = 0, int minute = 0, int second = 0) {
     auto const calendar = NSCalendar::calendarWithIdentifier("gregorian");
-    return *calendar->dateFromComponents({.year = year, .month = month, .day = day, .hour = hour, .minute = minute, .second = second});
+    return *calendar->dateFromComponents(
+        {.year = year, .month = month, .day = day, .hour = hour, .minute = minute, .second = second});
 }
 
 } // namespace Tessarin::tests

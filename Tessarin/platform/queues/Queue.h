@@ -77,8 +77,8 @@ TESSARIN_API void dispatch_suspend(dispatch_queue_t const& queue);
 TESSARIN_API void dispatch_resume(dispatch_queue_t const& queue);
 
 /// Makes the queue's items run on `target`, from the next item that starts; null stands for the default global queue. Fatal for
-/// the main queue, for a global one, and when it would close a circle: until a busy queue has come to the change, its old target and
-/// the new one both count. Costs at most a look at each queue above `target`.
+/// the main queue, for a global one, and when it would close a circle: until a busy queue has come to the change, its old target
+/// and the new one both count. Costs at most a look at each queue above `target`.
 TESSARIN_API void dispatch_set_target_queue(dispatch_queue_t const& queue, dispatch_queue_t const& target);
 
 /// Keeps `value` under a key, which is compared by address; null removes it. The destructor, if any, gets a value that was

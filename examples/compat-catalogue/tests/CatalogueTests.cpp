@@ -25,10 +25,12 @@ constexpr auto dataSet = R"({
         "edge": {"version_added": "preview", "flags": [{"type": "preference", "name": "#tail", "value_to_set": "Enabled"}]}}}}}},
 "browsers": {
     "edge": {"name": "Edge", "type": "desktop", "upstream": "firefox", "releases": {
-        "9": {"release_date": "2015-03-01", "status": "retired"}, "12.1": {"status": "retired"}, "100": {"status": "planned", "release_date": "2031-01-01"},
+        "9": {"release_date": "2015-03-01", "status": "retired"}, "12.1": {"status": "retired"},
+        "100": {"status": "planned", "release_date": "2031-01-01"},
         "12.16": {"release_date": "2022-06-01", "status": "current"}}},
     "firefox": {"name": "Firefox", "preview_name": "Nightly", "releases": {
-        "104": {"release_date": "2022-08-23", "engine": "Gecko", "engine_version": "104", "status": "current"}, "99": {"release_date": "2022-04-05", "status": "retired"}}},
+        "104": {"release_date": "2022-08-23", "engine": "Gecko", "engine_version": "104", "status": "current"},
+        "99": {"release_date": "2022-04-05", "status": "retired"}}},
     "safari": {"name": "Safari", "releases": {"1.0": {"release_date": null, "status": "retired"}}}}
 })";
 

@@ -145,7 +145,8 @@ DefaultsFile::Lock::Lock(DefaultsFile const& file) : file_(openLock(file.lockPat
     if (file_.number < 0) files::fail(file.lockPath_);
     auto const giveUp = std::chrono::steady_clock::now() + 10s;
     // Who writes again and again lets go of it for a moment only, which has to be met.
-    for (auto pause = 100us; ::flock(file_.number, LOCK_EX | LOCK_NB) != 0; pause = std::min<std::chrono::microseconds>(pause * 2, 1ms)) {
+    for (auto pause = 100us; ::flock(file_.number, LOCK_EX | LOCK_NB) != 0;
+         pause = std::min<std::chrono::microseconds>(pause * 2, 1ms)) {
         if ((errno != EWOULDBLOCK && errno != EINTR) || std::chrono::steady_clock::now() > giveUp) files::fail(file.lockPath_);
         std::this_thread::sleep_for(pause);
     }

@@ -24,7 +24,8 @@ std::int64_t leadingInteger(std::string_view text) {
     text = unsignedPart(text, isNegative);
     constexpr auto most = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
     std::uint64_t size = 0;
-    if (std::from_chars(text.data(), text.data() + text.size(), size).ec == std::errc::result_out_of_range) size = ~std::uint64_t{0};
+    if (std::from_chars(text.data(), text.data() + text.size(), size).ec == std::errc::result_out_of_range)
+        size = ~std::uint64_t{0};
     if (isNegative) return size > most ? std::numeric_limits<std::int64_t>::min() : -static_cast<std::int64_t>(size);
     return static_cast<std::int64_t>(std::min(size, most));
 }
@@ -32,13 +33,15 @@ std::int64_t leadingInteger(std::string_view text) {
 double leadingNumber(std::string_view text) {
     bool isNegative = false;
     text = unsignedPart(text, isNegative);
-    bool const isNumber = !text.empty() && (isDigit(text[0]) || (text[0] == '.' && text.size() > 1 && isDigit(text[1]))); // no "inf"
+    bool const isNumber =
+        !text.empty() && (isDigit(text[0]) || (text[0] == '.' && text.size() > 1 && isDigit(text[1]))); // no "inf"
     double number = 0;
     if (!isNumber) return 0;
     auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     if (error == std::errc::result_out_of_range) {
         std::string_view const digits{text.data(), end};
-        bool const isTiny = digits.find_first_of("eE") == digits.npos ? !isDigit(digits[0]) || digits[0] == '0' : digits.find('-') != digits.npos;
+        bool const isTiny =
+            digits.find_first_of("eE") == digits.npos ? !isDigit(digits[0]) || digits[0] == '0' : digits.find('-') != digits.npos;
         number = isTiny ? 0 : HUGE_VAL;
     }
     return isNegative ? -number : number;

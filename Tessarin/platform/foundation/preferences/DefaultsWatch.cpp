@@ -23,7 +23,8 @@ public:
     void add(std::string const& folder, std::string const& name, WeakRef<DefaultsSuite> suite) {
         if (inotify_ < 0) return;
         std::lock_guard const hold(mutex_);
-        int const number = ::inotify_add_watch(inotify_, folder.c_str(), IN_CLOSE_WRITE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE | IN_ONLYDIR);
+        int const number =
+            ::inotify_add_watch(inotify_, folder.c_str(), IN_CLOSE_WRITE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE | IN_ONLYDIR);
         if (number < 0) return;
         std::erase_if(watched_, [](auto const& entry) { return entry.second.expired(); });
         watched_.insert_or_assign({number, name}, std::move(suite)); // a folder that is watched already keeps its number

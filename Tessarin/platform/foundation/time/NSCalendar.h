@@ -19,8 +19,8 @@ namespace Tessarin {
 /// million years away have no components and are not made; in other calendars than the Gregorian one a hundred thousand.
 class TESSARIN_API NSCalendar : public NSObject {
 public:
-    /// The user's: the calendar that the locale (LC_ALL, else LC_TIME, else LANG) prefers, with the local time zone. What is asked
-    /// of it follows these, but a calendar that was kept does not change.
+    /// The user's: the calendar that the locale (LC_ALL, else LC_TIME, else LANG) prefers, with the local time zone. What is
+    /// asked of it follows these, but a calendar that was kept does not change.
     static Ref<NSCalendar> const& currentCalendar();
     /// "gregorian", "buddhist", "persian", "hebrew", "japanese", …; null for one that ICU does not know.
     static Ref<NSCalendar> calendarWithIdentifier(std::string_view identifier,

@@ -22,7 +22,8 @@ class TimeZoneTable {
 public:
     static constexpr std::int64_t widest = 26 * 3600;
 
-    /// Both absent when ill-formed. A file has the TZif form of any version, a rule the form of POSIX: "CET-1CEST,M3.5.0,M10.5.0/3".
+    /// Both absent when ill-formed. A file has the TZif form of any version, a rule the form of POSIX:
+    /// "CET-1CEST,M3.5.0,M10.5.0/3".
     static std::optional<TimeZoneTable> fromFile(std::string_view content);
     static std::optional<TimeZoneTable> fromRule(std::string_view rule);
     static TimeZoneTable fixed(std::int32_t offset, std::string abbreviation);

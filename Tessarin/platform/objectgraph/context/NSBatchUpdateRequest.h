@@ -12,7 +12,7 @@ namespace Tessarin {
 ///
 ///     auto request = make<NSBatchUpdateRequest>("Book");
 ///     request->setPredicate(NSPredicate::predicateWithFormat("year < %d", 1935));
-///     request->setPropertiesToUpdate({{"inPrint", false}, {"price", 1.5}, {"title", NSExpression::expressionForKeyPath("code")}});
+///     request->setPropertiesToUpdate({{"inPrint", false}, {"title", NSExpression::expressionForKeyPath("code")}});
 ///     auto result = context->executeRequest(*request, error);
 ///
 /// What is done: row versions are raised, so that whoever changed one of the records meanwhile meets a conflict at the next
@@ -26,9 +26,10 @@ namespace Tessarin {
 /// (always in memory; in SQL, one with an operation of its own) is looked at first, so that a save in between is not seen.
 class TESSARIN_API NSBatchUpdateRequest : public NSObject {
 public:
-    /// By property name: a constant; an NSExpression that is constant, or the name of an attribute of exactly the same type, whose
-    /// value before the update is taken; for a to-one relationship an NSManagedObjectID or a saved object. An absent value empties
-    /// the property. Anything else, a to-many, a transient property and a one-to-one relationship with an inverse are refused.
+    /// By property name: a constant; an NSExpression that is constant, or the name of an attribute of exactly the same type,
+    /// whose value before the update is taken; for a to-one relationship an NSManagedObjectID or a saved object. An absent value
+    /// empties the property. Anything else, a to-many, a transient property and a one-to-one relationship with an inverse are
+    /// refused.
     using PropertiesToUpdate = std::map<std::string, Value>;
 
     std::string const& entityName() const noexcept { return entityName_; }

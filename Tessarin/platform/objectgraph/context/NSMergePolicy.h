@@ -25,8 +25,9 @@ inline constexpr auto NSRollbackMergePolicyType = NSMergePolicyType::Rollback;
 /// | Rollback | every property theirs | stays deleted | their record stays |
 ///
 /// A record that is inserted again has its properties and what this save added to its to-many relationships. To-many
-/// relationships are no conflict: what each side added and removed counts. What an application did not set it gets as Error. After a save that failed so, nothing has changed: set another
-/// policy, or refresh the objects (which then win over what they were refreshed with), and save again.
+/// relationships are no conflict: what each side added and removed counts. What an application did not set it gets as Error.
+/// After a save that failed so, nothing has changed: set another policy, or refresh the objects (which then win over what they
+/// were refreshed with), and save again.
 ///
 /// The same policy decides about a new object with values that must be unique and that another record has, where the object is
 /// saved: a record in the store, one that was saved one level up, or an older unsaved object of the same context.

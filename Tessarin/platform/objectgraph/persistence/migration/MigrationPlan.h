@@ -20,8 +20,8 @@ public:
     static std::optional<MigrationPlan> between(NSManagedObjectModel const& from, NSManagedObjectModel const& to,
                                                 Ref<NSError>& error);
     /// By migrating the file in a transaction that is taken back: so it also finds what only the records tell, such as values
-    /// that would have to be unique or do not fit. Nothing is changed, but the file's write lock is held meanwhile. Absent with an
-    /// error where the migration would be refused, and when the file is no store or cannot be opened now. The error's `count`
+    /// that would have to be unique or do not fit. Nothing is changed, but the file's write lock is held meanwhile. Absent with
+    /// an error where the migration would be refused, and when the file is no store or cannot be opened now. The error's `count`
     /// says how many records are in the way, `example` is the key of one.
     static std::optional<MigrationPlan> dryRun(NSURL const& file, Ref<NSManagedObjectModel> const& model, Ref<NSError>& error);
 

@@ -24,7 +24,8 @@ public:
     }
     /// What the old entity is now; null when it is gone.
     NSEntityDescription const* targetOf(NSEntityDescription const& old) const noexcept { return targets_[old.index()]; }
-    /// Every old stored relationship whose links become those of `relationship`: one for each entity that has it, usually the same.
+    /// Every old stored relationship whose links become those of `relationship`: one for each entity that has it, usually the
+    /// same.
     std::vector<NSRelationshipDescription const*> sourcesOf(NSRelationshipDescription const& relationship) const;
     /// Whether all records that had `old`, and are still there, have its links in `relationship`.
     bool takesAllOf(NSRelationshipDescription const& old, NSRelationshipDescription const& relationship) const;

@@ -126,7 +126,8 @@ void SQLiteSalvage::add(Table& table, SQLite::Statement const& from) {
     }
 }
 
-/// In the order of trust: pages that their table leads to, then pages to which nothing leads, each wholly before those with faults.
+/// In the order of trust: pages that their table leads to, then pages to which nothing leads, each wholly before those with
+/// faults.
 void SQLiteSalvage::readPages() {
     std::vector<std::pair<Table*, SQLiteSalvagePages::Page>> reached, strays;
     for (auto const& [name, root] : rootPages()) {

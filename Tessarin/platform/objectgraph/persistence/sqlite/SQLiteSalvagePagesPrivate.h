@@ -7,8 +7,9 @@
 
 namespace Tessarin {
 
-/// The pages of a database file, as far as one must know them to find a table's records when the way to them is broken: pages that
-/// hold records, those that only lead to them, and those that are free. The format is described at sqlite.org/fileformat2.html.
+/// The pages of a database file, as far as one must know them to find a table's records when the way to them is broken: pages
+/// that hold records, those that only lead to them, and those that are free. The format is described at
+/// sqlite.org/fileformat2.html.
 class TESSARIN_API SQLiteSalvagePages {
 public:
     using Page = std::uint32_t; // from 1

@@ -6,11 +6,12 @@
 
 namespace Tessarin {
 
-/// Copies what can be read of one store's file into another. A table that cannot be read from one end to the other is read page by
-/// page, and what leads to a page does not have to be sound. Indexes and links tell what is missing then.
+/// Copies what can be read of one store's file into another. A table that cannot be read from one end to the other is read page
+/// by page, and what leads to a page does not have to be sound. Indexes and links tell what is missing then.
 class TESSARIN_API SQLiteSalvage {
 public:
-    /// `damaged` is a copy that nobody else uses, without a log; `fresh` has the empty tables of `schema` and is in a transaction.
+    /// `damaged` is a copy that nobody else uses, without a log; `fresh` has the empty tables of `schema` and is in a
+    /// transaction.
     SQLiteSalvage(std::string const& damagedPath, SQLite::Connection& damaged, SQLite::Connection& fresh,
                   SQLiteSchema const& schema);
 

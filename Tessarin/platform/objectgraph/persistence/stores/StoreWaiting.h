@@ -12,7 +12,8 @@ inline constexpr char const* NSStoreWaitingOption = "NSStoreWaitingOption";
 /// How the opening of a store waits for what may pass: with growing pauses of up to a second, for ever unless a limit is set.
 /// For one opening at a time, used by the thread that opens.
 ///
-///     auto const waiting = make<StoreWaiting>([](auto const& reason, double) { showInStatusLine(reason->localizedDescription()); }, 30.0);
+///     auto const show = [](auto const& reason, double) { showInStatusLine(reason->localizedDescription()); };
+///     auto const waiting = make<StoreWaiting>(show, 30.0);
 ///     coordinator->addPersistentStoreWithType(NSSQLiteStoreType, {}, file, {{NSStoreWaitingOption, waiting}}, error);
 class TESSARIN_API StoreWaiting : public NSObject {
 public:
