@@ -1,38 +1,18 @@
+// The settings in memory; those of the file stand in DefaultsSuite+File.cpp, what happens a moment later in DefaultsSuite+Later.cpp.
 #include "Tessarin/platform/foundation/preferences/DefaultsSuitePrivate.h"
 
-#include "Tessarin/platform/foundation/notifications/NSNotificationCenter.h"
 #include "Tessarin/platform/foundation/preferences/DefaultsTextPrivate.h"
 #include "Tessarin/platform/foundation/preferences/DefaultsWatchPrivate.h"
-#include "Tessarin/platform/foundation/values/NSError.h"
-#include "Tessarin/platform/queues/Dispatch.h"
 #include "Tessarin/platform/runtime/Fatal.h"
-#include "Tessarin/platform/runtime/OneLinePrivate.h"
 
 #include <algorithm>
 #include <atomic>
-#include <cstdio>
-#include <fmt/format.h>
+#include <mutex>
 #include <pthread.h>
-#include <chrono>
-#include <thread>
+#include <utility>
 
 namespace Tessarin::defaults {
 namespace {
-
-constexpr double quietSeconds = 1;     // without a change, before changes are written
-constexpr int mostRounds = 10;         // of such seconds, before they are written all the same
-constexpr double settleSeconds = 0.02; // for editors, which replace a file in several steps
-constexpr int mostLooks = 25;          // at such a file, so far apart
-constexpr double longestPause = 64;    // seconds between two tries to write
-
-dispatch_queue_t const& background() {
-    static auto const& queue = *new dispatch_queue_t(dispatch_get_global_queue(QOS_CLASS_UTILITY, 0));
-    return queue;
-}
-
-void after(double seconds, Closure<void()> work) {
-    dispatch_after(dispatch_time(DISPATCH_TIME_NOW, static_cast<std::int64_t>(seconds * 1e9)), background(), std::move(work));
-}
 
 /// How often this process is the child of a fork.
 std::uint32_t forks() {
@@ -41,8 +21,6 @@ std::uint32_t forks() {
     static_cast<void>(once);
     return count.load(std::memory_order_relaxed);
 }
-
-void warn(std::string const& line) { static_cast<void>(std::fputs((asOneLine(line) + '\n').c_str(), stderr)); }
 
 } // namespace
 
@@ -59,8 +37,6 @@ void DefaultsSuite::begin() {
 }
 
 void DefaultsSuite::watch() { DefaultsWatch::begin(file_.folder(), file_.name(), weak_from_this()); }
-
-// Memory ----------------------------------------------------------------------------------------------------------------
 
 void DefaultsSuite::set(std::string_view key, Value value) {
     bool isFirst = false, isNews = false;
@@ -81,7 +57,7 @@ void DefaultsSuite::set(std::string_view key, Value value) {
         isFirst = !std::exchange(writeIsDue_, true);
         isNews = !std::exchange(noticeIsDue_, true);
     }
-    if (isFirst) after(quietSeconds, [self = shared_from_this(), number] { self->writeWhenQuiet(number, 1); });
+    if (isFirst) writeSoon(number);
     if (isNews) tellSoon();
 }
 
@@ -127,188 +103,6 @@ void DefaultsSuite::markWritten(Unwritten const& written) {
         auto const found = entries_.find(key);
         if (found->second.change == 0 && found->second.value.isAbsent()) entries_.erase(found);
     }
-}
-
-// The file --------------------------------------------------------------------------------------------------------------
-
-Ref<NSError> DefaultsSuite::synchronize() {
-    try {
-        std::lock_guard const hold(fileMutex_);
-        if (unwritten().changes.empty()) {
-            read();
-            return illFormed_ ? illFormed_->problem : nullptr;
-        }
-        {
-            DefaultsFile::Lock const lock(file_);
-            watch(); // the folder may be new
-            read();
-            auto const changes = unwritten();
-            if (changes.changes.empty()) return nullptr;
-            write(changes);
-        }
-        file_.finish();
-        return nullptr;
-    } catch (ErrorException const& failure) {
-        return failure.error();
-    }
-}
-
-void DefaultsSuite::readOrWarn() {
-    std::lock_guard const hold(fileMutex_);
-    std::string reason;
-    try {
-        read();
-    } catch (ErrorException const& failure) {
-        reason = failure.error()->localizedDescription();
-        if (reason != unreadable_) warn(reason);
-    }
-    unreadable_ = std::move(reason);
-}
-
-/// Takes over what the file says. An editor that writes in place, or moves the file away first, leaves it ill-formed, empty or
-/// missing for a moment: a file that was touched lately is looked at again before that is believed.
-void DefaultsSuite::read() {
-    for (int looks = mostLooks;; --looks) {
-        auto text = file_.read();
-        if (text == (illFormed_ ? illFormed_->text : known_.text())) return; // mostly our own writing
-        bool const isFinal = looks == 0 || !file_.wasTouchedLately(settleSeconds * mostLooks);
-        try {
-            if (isFinal || !text.empty()) {
-                adopt(DefaultsDocument(text));
-                illFormed_.reset();
-                return;
-            }
-        } catch (ErrorException const& failure) {
-            if (isFinal) return salvage(std::move(text), failure.error());
-        }
-        std::this_thread::sleep_for(std::chrono::duration<double>(settleSeconds));
-    }
-}
-
-/// What is well-formed counts, and for the rest what was known before. The file stays as it is until something must be written.
-void DefaultsSuite::salvage(std::string text, Ref<NSError> const& problem) {
-    auto document = DefaultsDocument::salvaged(text);
-    std::vector<Dictionary::Entry> missing;
-    for (auto const& entry : known_.values())
-        if (!document.values().contains(entry.key)) missing.push_back(entry);
-    document.apply(missing);
-
-    auto const words = fmt::format("{}: {}", file_.path(), problem->localizedDescription());
-    auto const error = NSError::errorWithDomain(problem->domain(), problem->code(),
-                                                {{NSLocalizedDescriptionKey, words}, {NSFilePathErrorKey, file_.path()}});
-    bool const isNews = !illFormed_;
-    illFormed_ = IllFormed{std::move(text), error};
-    if (isNews) warn(words + "; what is well-formed in the file counts");
-    adopt(std::move(document));
-}
-
-/// Takes over what others changed, but for what was set here and is not written yet.
-void DefaultsSuite::adopt(DefaultsDocument document) {
-    std::vector<Dictionary::Entry> differences;
-    for (auto const& [key, value] : document.values())
-        if (auto const* const old = known_.values().find(key); !old || !isSame(*old, value)) differences.push_back({key, value});
-    for (auto const& [key, value] : known_.values())
-        if (!document.values().contains(key)) differences.push_back({key, Value()});
-    known_ = std::move(document);
-
-    {
-        std::lock_guard const hold(lock_);
-        for (auto& [key, value] : differences) {
-            auto const found = entries_.find(key);
-            if (found != entries_.end() && found->second.change > inherited_) continue; // set here and not written yet
-            auto& entry = found == entries_.end() ? entries_[key] : found->second;
-            std::swap(entry.value, value);
-            entry.change = 0; // what the parent has set it may have written meanwhile
-            othersKeys_.insert(key);
-        }
-        std::erase_if(dirty_, [](auto const* entry) { return entry->second.change == 0; });
-        for (auto const& difference : differences)
-            if (auto const found = entries_.find(difference.key); found->second.change == 0 && found->second.value.isAbsent())
-                entries_.erase(found);
-        if (othersKeys_.empty() || std::exchange(noticeIsDue_, true)) return;
-    }
-    tellSoon();
-}
-
-void DefaultsSuite::write(Unwritten const& unwritten) {
-    auto const place = illFormed_ ? file_.setAside(illFormed_->text) : std::string{};
-    auto next = known_;
-    next.apply(unwritten.changes);
-    if (illFormed_ || next.text() != known_.text()) file_.write(next.text());
-    if (illFormed_) warn(fmt::format("{} was written anew without what is not TOML; kept as {}", file_.path(), place));
-    illFormed_.reset();
-    known_ = std::move(next);
-    markWritten(unwritten);
-}
-
-// Later -----------------------------------------------------------------------------------------------------------------
-
-void DefaultsSuite::writeWhenQuiet(std::uint64_t seen, int rounds) {
-    {
-        std::lock_guard const hold(lock_);
-        bool const isQuiet = changes_ == seen || rounds >= mostRounds;
-        seen = changes_;
-        rounds = isQuiet ? 0 : rounds + 1;
-        if (isQuiet) writeIsDue_ = false; // from now on a change asks for the next time
-    }
-    if (rounds == 0) return writeOrRetry(quietSeconds);
-    after(quietSeconds, [self = shared_from_this(), seen, rounds] { self->writeWhenQuiet(seen, rounds); });
-}
-
-void DefaultsSuite::writeOrRetry(double pause) {
-    if (!hasUnwritten()) return;
-    auto const problem = synchronize();
-    auto const words = problem ? problem->localizedDescription() + "; the settings are kept in memory" : std::string{};
-    {
-        std::lock_guard const hold(lock_);
-        bool const isKnown = std::exchange(lastProblem_, words) == words;
-        if (!problem) return;
-        if (!isKnown) warn(words);
-        if (std::exchange(writeIsDue_, true)) return; // a later change asked already
-    }
-    after(pause, [self = shared_from_this(), pause] {
-        {
-            std::lock_guard const hold(self->lock_);
-            self->writeIsDue_ = false;
-        }
-        self->writeOrRetry(std::min(pause * 2, longestPause));
-    });
-}
-
-void DefaultsSuite::fileMayHaveChanged() {
-    {
-        std::lock_guard const hold(lock_);
-        if (std::exchange(readIsDue_, true)) return;
-    }
-    after(settleSeconds, [weak = weak_from_this()] {
-        auto const self = weak.lock();
-        if (!self) return;
-        {
-            std::lock_guard const hold(self->lock_);
-            self->readIsDue_ = false;
-        }
-        self->readOrWarn();
-    });
-}
-
-void DefaultsSuite::tellSoon() {
-    dispatch_async(dispatch_get_main_queue(), [weak = weak_from_this()] {
-        if (auto const self = weak.lock()) self->tell();
-    });
-}
-
-void DefaultsSuite::tell() {
-    decltype(othersKeys_) keys;
-    {
-        std::lock_guard const hold(lock_);
-        noticeIsDue_ = false;
-        keys.swap(othersKeys_);
-    }
-    auto const sender = home.lock();
-    if (!sender) return;
-    List changed(keys.begin(), keys.end());
-    NSNotificationCenter::defaultCenter()->postNotificationName(NSUserDefaultsDidChangeNotification, sender,
-                                                                Dictionary{{NSUserDefaultsChangedKeys, Value(std::move(changed))}});
 }
 
 } // namespace Tessarin::defaults

@@ -69,10 +69,14 @@ private:
     void salvage(std::string text, Ref<NSError> const& problem);
     void adopt(DefaultsDocument document);
     void write(Unwritten const& unwritten);
+    static void warn(std::string const& line);
+    void writeSoon(std::uint64_t number);
     void writeWhenQuiet(std::uint64_t seen, int rounds);
     void writeOrRetry(double pause);
     void tellSoon();
     void tell();
+
+    static constexpr double settleSeconds = 0.02; // for editors, which replace a file in several steps
 
     mutable SpinLock lock_; // for the memory: all up to fileMutex_
     Entries entries_;       // an absent value is a removal that is not written yet

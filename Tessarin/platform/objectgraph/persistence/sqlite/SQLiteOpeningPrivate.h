@@ -14,6 +14,8 @@ public:
     std::unique_ptr<SQLiteStore::Impl> run(Ref<NSError>& error);
 
 private:
+    static constexpr std::size_t writeVersionPlace = 18, readVersionPlace = 19; // in the header of the file
+
     std::unique_ptr<SQLiteStore::Impl> attempt();
     std::unique_ptr<SQLiteStore::Impl> openForWriting(std::unique_ptr<SQLite::Connection>& connection);
     std::unique_ptr<SQLiteStore::Impl> openForReading(std::unique_ptr<SQLite::Connection>& connection);

@@ -1,0 +1,129 @@
+// What a store's file holds: its tables, their pages, its model.
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteOpeningPrivate.h"
+
+#include "Tessarin/platform/objectgraph/persistence/migration/SQLiteMigrationPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteEmptinessPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteFileChecksPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteLogCheckPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteStoredModelPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
+#include "Tessarin/platform/sqlite/RawFile.h"
+#include "Tessarin/platform/sqlite/Transaction.h"
+
+#include <sqlite3.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <new>
+#include <numeric>
+#include <thread>
+
+namespace Tessarin {
+namespace {
+
+constexpr std::int64_t smallFilePages = 64;
+
+} // namespace
+
+void SQLiteOpening::makeIfEmpty(SQLite::Connection& connection) {
+    if (!hasNoSchema(connection)) return;
+    if (auto const other = connection.integer("PRAGMA application_id"); other != 0 && other != storeApplicationID)
+        throw Refused::because("it is another application's: " + path_);
+    connection.execute("COMMIT; PRAGMA journal_mode = WAL");
+    {
+        SQLite::Transaction transaction(connection);
+        if (hasNoSchema(connection)) { // unless another process was faster
+            auto const pageSize = static_cast<std::uint32_t>(connection.integer("PRAGMA page_size"));
+            if (hasUnreadableCommits(path_, connection.readableLogPages(), pageSize))
+                throw Refused::because("its log is damaged: " + path_);
+            create(connection);
+        }
+        transaction.commit();
+    }
+    connection.execute("BEGIN");
+}
+
+void SQLiteOpening::create(SQLite::Connection& connection) {
+    std::vector<std::int64_t> numbers(space_->model().entities().size());
+    std::iota(numbers.begin(), numbers.end(), 1);
+    createStoreTables(connection, *space_, numbers, {});
+}
+
+void SQLiteOpening::checkFormat(SQLite::Connection& connection) const {
+    if (connection.integer("PRAGMA application_id") != storeApplicationID)
+        throw Refused::because("it is another application's: " + path_);
+    if (connection.integer("PRAGMA user_version") > storeFormatVersion)
+        throw Postponed(storeError(StoreErrorCode::StoreOpen, "The store was written by a newer version: " + path_));
+}
+
+/// A look whose cost does not grow with the file: a small one is checked wholly, of a large one the ends of every table.
+void SQLiteOpening::checkPages(SQLite::Connection& connection) const {
+    if (connection.integer("PRAGMA page_count") <= smallFilePages) {
+        checkAllPages(connection);
+        return;
+    }
+    readEndsOfTables(connection);
+}
+
+/// A file is damaged when three looks say so, each without what the one before left in memory, and when nothing keeps it from
+/// being read: SQLite tells a page that it could not read as one more finding ("unable to get the page. error code=266"), and
+/// that is for waiting, not for refusing.
+void SQLiteOpening::checkAllPages(SQLite::Connection& connection) const {
+    std::string problem;
+    for (int look = 0; look < 3; ++look) {
+        if (look != 0) {
+            connection.execute("PRAGMA shrink_memory");
+            std::this_thread::sleep_for(std::chrono::milliseconds(40));
+        }
+        problem = connection.text("PRAGMA quick_check(1)");
+        if (problem == "ok") return;
+        if (problem.empty()) throw std::bad_alloc();
+        requireReadable(problem);
+    }
+    throw Refused::because("it is damaged: " + problem);
+}
+
+void SQLiteOpening::requireReadable(std::string const& problem) const {
+    // Of a free page it does not say why; one beyond the end of the file is told otherwise.
+    bool const isUnreadablePage = problem.find("failed to get page") != problem.npos;
+    if (isUnreadablePage) throw Postponed(storeError(StoreErrorCode::StoreOpen, "The store cannot be read: " + problem));
+    static constexpr std::string_view unreadable = "error code";
+    if (auto const at = problem.find(unreadable); at != problem.npos) {
+        int const code = std::atoi(problem.c_str() + at + unreadable.size() + 1) & 0xFF;
+        if (code != SQLITE_CORRUPT && code != SQLITE_NOTADB)
+            throw Postponed(storeError(StoreErrorCode::StoreOpen, "The store cannot be read: " + problem));
+    }
+    SQLite::RawFile file(path_); // a stream would drop this process's locks when it closes
+    std::vector<std::byte> buffer(1 << 16);
+    for (std::int64_t at = 0; file.read(at, buffer);) at += static_cast<std::int64_t>(buffer.size());
+}
+
+std::optional<std::vector<std::int64_t>> SQLiteOpening::numbersOfSameModel(SQLite::Connection& connection) const {
+    auto numbers = storedNumbers(connection, space_->model());
+    if (numbers &&
+        connection.text("SELECT value FROM tessarin_store WHERE key = 'model'") != storedModelText(space_->model(), *numbers))
+        numbers.reset();
+    return numbers;
+}
+
+std::vector<std::int64_t> SQLiteOpening::bringToModel(SQLite::Connection& connection) {
+    if (auto numbers = numbersOfSameModel(connection)) return *std::move(numbers);
+    if (!options_.infersMapping)
+        throw Refused::because("it was written with another model, and inferring a mapping is not asked for");
+    connection.execute("COMMIT");
+    SQLite::Transaction transaction(connection);
+    auto const stored = storedModelOfText(connection.text("SELECT value FROM tessarin_store WHERE key = 'model'"));
+    if (!stored) throw Refused::because("the description of its model is damaged");
+    try {
+        auto result = SQLiteMigration(connection, *stored, *space_).run();
+        transaction.commit();
+        connection.execute("BEGIN");
+        return result;
+    } catch (Refused const&) {
+        Ref<NSError> ignored;
+        plan_ = MigrationPlan::between(*stored->model, space_->model(), ignored);
+        throw;
+    }
+}
+
+} // namespace Tessarin
