@@ -6,6 +6,14 @@
 #include <unordered_set>
 #include <utility>
 
+// Any thread may call anything here; all fields are under `mutex_`, and none is ever changed in place where somebody may read
+// it without: what readers get are shared pointers to lists that nobody changes any more, of sets that are immutable. The mutex
+// orders a list's making before whoever takes it. Long work (folding, releasing what left) is done outside: a copy is taken
+// together with `state_`, and the result is put in place only if the state is still the same, else it is made anew. `handUp`
+// alone needs two contexts at once. It takes both mutexes with std::scoped_lock, in whatever order avoids a deadlock, and moves
+// the sets within that one moment, so that a reader who looks at one level after the other while holding neither can tell by
+// `state` that it must look again. What a set does to registered objects is not done here: `unapplied_` waits for the context's
+// own queue.
 namespace Tessarin {
 namespace {
 

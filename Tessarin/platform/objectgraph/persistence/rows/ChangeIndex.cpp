@@ -5,6 +5,10 @@
 
 #include <algorithm>
 
+// A change set is immutable and shared by threads, but for this: the order by an attribute is made by whoever asks first, with
+// `mutex_` held, so that nobody makes it twice. What it made is looked at without the mutex, for it is never changed or removed
+// again, and the nodes of the maps stay where they are; taking the mutex to find it orders its making before the look.
+// `changes` is the set's own list, constant since its construction, and rows hold their layouts through the set's space.
 namespace Tessarin {
 
 ChangeIndex::Entries ChangeIndex::sorted(std::span<RecordChange const> changes, NSAttributeDescription const& attribute) {

@@ -2,6 +2,14 @@
 
 #include "Tessarin/platform/objectgraph/model/NSManagedObjectModel.h"
 
+// Every shard has a lock, which is held for a few instructions; nobody holds two at once, and no row is released while one is
+// held, since its end takes the lock again. The table keeps plain pointers. A block whose count has come to 0 may stand in it
+// for a moment: it is freed only after `drop` has taken its rows out, under the same locks, so a pointer found there leads to
+// memory that is still whole, and `retainIfAlive` tells by the count, never from 0 upwards, whether the row may be had. It
+// acquires, so that whoever gets the row sees its content. `isCached` is written relaxed by somebody who holds a reference: the
+// release of that reference and the acquire of the last one, which destroys, order it before the question. `now_` is written
+// with release after the store's commit and the marks, and read with acquire before a reader's transaction begins: a reader
+// that sees a moment sees every commit up to it. Marks are read and written under the shard's lock only.
 namespace Tessarin {
 namespace {
 

@@ -2,6 +2,14 @@
 
 #include "Tessarin/platform/queues/Dispatch.h"
 
+// A seat, that is a connection with its reader, is either among `idle_`, and then only who holds `mutex_` may touch it, or
+// leased, and then only the thread with the lease may. It moves from the one to the other with the mutex held, which also hands
+// on what the last thread left in it: SQLite's connections are opened without locks of their own. Connections are opened
+// without the mutex, and surplus ones closed without it, for both may take long; a read transaction is begun by the lessee
+// alone. Ending one is short, and done with the mutex held, so that `endIdle` and the timer never meet a seat that somebody is
+// about to lease. The moment for the row cache is asked for before BEGIN: a commit in between makes what is read look older
+// than it is, which costs a second look at a record and can never pass an old row for a new one. The timer holds the pool
+// weakly, since it may come when the store is gone.
 namespace Tessarin {
 
 struct SQLiteReaderPool::Seat {

@@ -3,6 +3,14 @@
 #include <algorithm>
 #include <thread>
 
+// Two threads, each on a connection of its own, and nothing between them but the shares. Whoever sets `isTaken` of a share from
+// false to true reads it, so each is begun by one thread at most; its order does not matter, because it hands nothing over. The
+// helper alone writes `isNew` and `rows` of the shares that it took, then sets `isRead` with release. The asking thread looks
+// at those two only after it has seen `isRead` with acquire, and from then on they are its own: the helper never comes back to
+// a share. A share that the helper has begun and not finished in time is read once more by the asking thread, and what the
+// helper makes of it stays untouched until the scan goes. So nobody waits for long, and no lock is held while a row is read.
+// Both see the same moment of the file: the helper gives up unless its connection's log state is the asking thread's. The scan
+// outlives both threads because both hold it; the rows end before the space, which it keeps.
 namespace Tessarin {
 
 SQLiteSharedScan::SQLiteSharedScan(Ref<RowSpace> space, SQLiteReader::Scanned scanned, SQLiteReader::Span span,

@@ -2,6 +2,13 @@
 
 #include "Tessarin/platform/objectgraph/persistence/stores/NSPersistentStore.h"
 
+// Any thread may ask and add; everything is under `mutex_`, also the store's `reserveKeys`, so that one record never gets two
+// keys. The store takes locks of its own in there and never comes back here. `count_` is the exception: it is raised with
+// release after the entry stands in the tables, and read with acquire without the lock, so that those without promotions, and
+// they are most, pay a load. Whoever reads 0 may miss an entry that is just being made; nobody has heard of its permanent key
+// by then, for that leaves here with `permanentKey` and travels to other threads in published sets, whose own lock orders the
+// count before the question. What a context has `seen` is its own, changed on its queue alone; the copies in `seen_` only tell
+// how much of the log is needed.
 namespace Tessarin {
 
 RecordKey KeyPromotions::permanentKey(RecordKey temporary, NSPersistentStore& store, Ref<NSError>& error) {
