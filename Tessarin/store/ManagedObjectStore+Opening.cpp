@@ -6,6 +6,7 @@
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreRescuePrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreSalvagePrivate.h"
 #include "Tessarin/platform/runtime/Fatal.h"
+#include "Tessarin/store/ImportGatePrivate.h"
 #include "Tessarin/store/ManagedObjectStore.h"
 
 #include <filesystem>
@@ -101,7 +102,6 @@ void ManagedObjectStore::init(StoreOptions options) {
     registry_ = dispatch_queue_create("ManagedObjectStore registry", DISPATCH_QUEUE_SERIAL);
     dispatch_set_target_queue(registry_, dispatch_->queue());
     saveDispatchGroup_ = dispatch_group_create();
-    mostPendingSaves_ = options.mostPendingSaves;
     auto const location = options.modelURL ? options.modelURL : modelURL();
     auto name = options.filename ? options.filename : filename();
     if (!name) fatal("a ManagedObjectStore needs a file name: its own, or the class's");
@@ -122,6 +122,7 @@ void ManagedObjectStore::init(StoreOptions options) {
     privateContext_->setPersistentStoreCoordinator(coordinator_);
     privateContext_->setMergePolicy(make<NSMergePolicy>(NSMergePolicyType::MergeByPropertyStoreTrump));
     privateContext_->setName("Private Context");
+    imports_ = std::make_shared<ImportGate>(registry_, privateContext_, options.mostPendingSaves);
     NSObject::init();
     dispatch_now_main([this] { setupMainThreadContext(); });
     addAsObserver(NSManagedObjectContextDidSaveNotification, "contextDidSave:"_sel);

@@ -2,6 +2,7 @@
 
 #include "Tessarin/platform/foundation/files/NSFileManager.h"
 #include "Tessarin/platform/runtime/Fatal.h"
+#include "Tessarin/store/ImportGatePrivate.h"
 
 namespace Tessarin {
 
@@ -39,29 +40,12 @@ Ref<NSManagedObjectContext> ManagedObjectStore::createWorkerContext(std::string 
 
 void ManagedObjectStore::importBlock(Closure<void(Ref<NSManagedObjectContext> const&)> block) {
     auto const worker = createWorkerContext();
-    auto const store = self<ManagedObjectStore>();
-    auto run = [store, worker, block = std::move(block)] {
-        block(worker);
-        worker->saveAndWait({.wait = false});
-        store->changeImports([store] { --store->runningImports_; });
-    };
-    changeImports([store, worker, run = std::move(run)]() mutable {
-        store->waitingImports_.push_back([worker, run = std::move(run)]() mutable { worker->performBlock(std::move(run)); });
-    });
-}
-
-/// On the registry's queue; then starts as many imports as may run. What waits for the main queue is not counted: an application
-/// that lets it wait for an import would wait for ever.
-void ManagedObjectStore::changeImports(Closure<void()> change) {
-    dispatch_async(registry_, [store = self<ManagedObjectStore>(), change = std::move(change)] {
-        change();
-        auto& waiting = store->waitingImports_;
-        auto const most = store->mostPendingSaves_;
-        while (!waiting.empty() && (most == 0 || store->runningImports_ + store->privateContext_->pendingSaves() < most)) {
-            ++store->runningImports_;
-            waiting.front()();
-            waiting.pop_front();
-        }
+    imports_->add([store = self<ManagedObjectStore>(), worker, block = std::move(block)]() mutable {
+        worker->performBlock([store = std::move(store), worker, block = std::move(block)] {
+            block(worker);
+            worker->saveAndWait({.wait = false});
+            store->imports_->hasEnded();
+        });
     });
 }
 
@@ -69,7 +53,7 @@ void ManagedObjectStore::contextDidSave(Ref<NSNotification> const& notification)
     auto const saved = std::dynamic_pointer_cast<NSManagedObjectContext>(notification->object());
     if (!saved) return;
     if (saved != privateContext_ && saved->parentContext()) climb(*saved);
-    if (saved == privateContext_ && mostPendingSaves_ != 0) changeImports([] {});
+    if (saved == privateContext_) imports_->rootHasSaved();
     for (auto const& entry : activeContexts()) {
         auto const context = entry->context();
         if (!context || context->isEqual(*saved)) continue;

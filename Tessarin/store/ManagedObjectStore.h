@@ -10,12 +10,13 @@
 #include "Tessarin/platform/queues/DispatchGroup.h"
 #include "Tessarin/platform/runtime/Cell.h"
 #include "Tessarin/platform/runtime/Slot.h"
-#include <deque>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace Tessarin {
+
+class ImportGate;
 
 /// How `make<ManagedObjectStore>` finds its model and names its file. What is absent is taken from the class's settings.
 struct StoreOptions {
@@ -180,7 +181,6 @@ private:
     Ref<NSManagedObjectContext> newContext(NSManagedObjectContextConcurrencyType type) const;
     void changeRegistry(Closure<void(ActiveContexts&)> change);
     void climb(NSManagedObjectContext& saved);
-    void changeImports(Closure<void()> change);
 
     Ref<NSManagedObjectModel> model_; // constant after init, down to dispatch_
     Ref<NSPersistentStoreCoordinator> coordinator_;
@@ -192,9 +192,7 @@ private:
     dispatch_group_t saveDispatchGroup_;
     Cell<Ref<NSManagedObjectContext>> mainThreadContext_;
     Cell<ActiveContexts> activeContexts_;
-    std::size_t mostPendingSaves_ = 0; // constant after init
-    std::size_t runningImports_ = 0;   // on registry_, like the next
-    std::deque<Closure<void()>> waitingImports_;
+    Ref<ImportGate> imports_; // constant after init
 };
 
 /// An entry of the registry: a context, held weakly, and its store, held strongly. A store therefore lives as long as entries

@@ -6,6 +6,7 @@
 #include "tests/support/Eventually.h"
 #include "tests/support/MainThread.h"
 #include "tests/support/TemporaryFolder.h"
+#include <functional>
 
 namespace Tessarin::tests {
 

@@ -4,6 +4,8 @@
 #include "Tessarin/platform/sqlite/Connection.h"
 #include "tests/store/StoreFixture.h"
 
+#include <iterator>
+
 namespace Tessarin {
 namespace {
 using namespace tests;

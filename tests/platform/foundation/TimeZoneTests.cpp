@@ -3,7 +3,9 @@
 #include "Tessarin/platform/foundation/time/NSTimeZone.h"
 
 #include "tests/support/TemporaryFolder.h"
+#include <cmath>
 #include <ctime>
+#include <iterator>
 #include <gtest/gtest.h>
 
 namespace Tessarin {

@@ -17,6 +17,7 @@
 #include <spawn.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <cstdlib>
 #include <thread>
 #include <unistd.h>
 

@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <fstream>
 #include <mutex>
+#include <thread>
 #include <sched.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>

@@ -4,6 +4,7 @@
 #include <array>
 #include <bit>
 #include <functional>
+#include <iterator>
 #include <new>
 #include <sys/mman.h>
 

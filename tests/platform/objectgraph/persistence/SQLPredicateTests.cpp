@@ -7,6 +7,7 @@
 #include "tests/support/Contexts.h"
 #include "tests/support/TemporaryFolder.h"
 
+#include <algorithm>
 #include <random>
 
 namespace Tessarin::tests {

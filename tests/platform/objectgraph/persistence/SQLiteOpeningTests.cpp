@@ -4,6 +4,7 @@
 #include <future>
 #include <poll.h>
 #include <sys/stat.h>
+#include <chrono>
 #include <thread>
 
 namespace Tessarin::tests {

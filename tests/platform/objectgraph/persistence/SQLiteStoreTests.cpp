@@ -1,5 +1,8 @@
 #include "StoreFixture.h"
-#include "Tessarin/platform/objectgraph/persistence/rows/OrderPositions.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/OrderPositionsPrivate.h"
+#include <algorithm>
+#include <iterator>
+#include <limits>
 #include <map>
 #include <random>
 

@@ -5,6 +5,7 @@
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteStorePrivate.h"
 #include "tests/support/TemporaryFolder.h"
 #include <algorithm>
+#include <iterator>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>

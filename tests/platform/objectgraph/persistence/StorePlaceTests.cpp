@@ -9,6 +9,8 @@
 
 #include <sys/stat.h>
 
+#include <set>
+
 namespace Tessarin::tests {
 namespace {
 

@@ -1,0 +1,31 @@
+#pragma once
+// Which imports of a store may run: one that hands its changes up faster than the file takes them would fill the memory.
+#include "Tessarin/platform/objectgraph/context/NSManagedObjectContext.h"
+#include "Tessarin/platform/queues/Dispatch.h"
+
+#include <deque>
+
+namespace Tessarin {
+
+/// Starts imports in the order of their coming while fewer than `most` (0: any number) run or stand, saved, before the file. What
+/// waits for the main queue is not counted: an application that lets it wait for an import would wait for ever. Any thread.
+class ImportGate : public std::enable_shared_from_this<ImportGate> {
+public:
+    ImportGate(dispatch_queue_t queue, Ref<NSManagedObjectContext> root, std::size_t most);
+    /// Has `start` called when it may run; `hasEnded` follows once for each.
+    void add(Closure<void()> start);
+    void hasEnded();
+    void rootHasSaved();
+
+private:
+    void change(Closure<void()> step);
+    void startWhatMay();
+
+    dispatch_queue_t queue_; // constant, down to most_
+    Ref<NSManagedObjectContext> root_;
+    std::size_t most_;
+    std::size_t running_ = 0; // on queue_, like the next
+    std::deque<Closure<void()>> waiting_;
+};
+
+} // namespace Tessarin
