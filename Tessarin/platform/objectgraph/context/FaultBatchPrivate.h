@@ -25,15 +25,10 @@ struct FaultBatch {
     FaultBatch& operator=(FaultBatch const&) = delete;
     ~FaultBatch();
     bool isLone() const noexcept { return rootEntity == nullptr; }
-<<<<<<< HEAD:Tessarin/platform/objectgraph/context/FaultBatch.h
-    /// Not what is of this or an older batch, which may lead back here: a circle would keep itself, the context's link and the store
-    /// for ever.
+    /// Not what is of this or an older batch, which may lead back here: a circle would keep itself, the context's link and the
+    /// store for ever.
     bool mayHold(NSManagedObject& object) const;
     /// Keeps destinations while a member lives, as far as it may.
-=======
-    /// Keeps destinations while a member lives; not those of its own or an older batch, which may lead back here: a circle would
-    /// keep itself, the context's link and the store for ever.
->>>>>>> d87bb0a (Tessarin.h compiles in two fifths of the time: storage internals and heavy standard headers left it):Tessarin/platform/objectgraph/context/FaultBatchPrivate.h
     void hold(std::span<std::shared_ptr<NSManagedObject> const> objects);
 
     ContextLink& link; // kept, but by its own
