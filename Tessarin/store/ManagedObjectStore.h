@@ -148,7 +148,8 @@ public:
     virtual Ref<NSManagedObjectContext> createWorkerContext(std::string name);
     Ref<NSManagedObjectContext> createWorkerContext() { return createWorkerContext("Worker Context"); }
     /// Runs `block` on a new worker's queue, then saves the worker. Returns at once; nothing reports the end. Where imports come
-    /// faster than the file takes them, the next waits for its turn, in the order of the calls; see `StoreOptions::mostPendingSaves`.
+    /// faster than the file takes them, the next waits for its turn, in the order of the calls; see
+    /// `StoreOptions::mostPendingSaves`.
     virtual void importBlock(Closure<void(Ref<NSManagedObjectContext> const&)> block);
     /// The metadata kept in the file; a write reaches it with the next save. Fatal without a store.
     virtual Value metadata(std::string const& key) const;

@@ -145,7 +145,8 @@ private:
             put(y, "y", ends.y);
             saveOrThrow(*shelf.root);
             for (int number = 2; number <= 6; ++number)
-                require(records[number]->recordKey() > records[number - 1]->recordKey(), "keys are not in the order of insertion");
+                require(records[number]->recordKey() > records[number - 1]->recordKey(),
+                        "keys are not in the order of insertion");
         });
     }
     static Links read(Shelf const& shelf, char const* entity, char const* name, End end) {
@@ -157,7 +158,8 @@ private:
                 if (end == End::One && !record->valueForKey(name).isAbsent())
                     others.push_back(record->valueForKey(name).objectAs<NSManagedObject>());
                 for (auto const& other : others)
-                    links[static_cast<int>(integerOf(*record, "number"))].push_back(static_cast<int>(integerOf(*other, "number")));
+                    links[static_cast<int>(integerOf(*record, "number"))].push_back(
+                        static_cast<int>(integerOf(*other, "number")));
             }
         });
         return end == End::Ordered ? links : byNumber(links);

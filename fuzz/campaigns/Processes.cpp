@@ -3,6 +3,7 @@
 
 #include "fuzz/campaigns/Child.h"
 #include "fuzz/campaigns/Racing.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/StoreQueryPrivate.h"
 #include "fuzz/campaigns/Shelf.h"
 
 #include <iterator>

@@ -76,8 +76,8 @@ void checkLater(NSTimeZone const& zone, NSCalendar const& calendar, std::time_t 
     constexpr double cycle = 146'097 * 86'400.0;
     for (int const cycles : {1, 2, 100}) {
         auto const later = at(time).dateByAddingTimeInterval(cycles * cycle);
-        require(zone.secondsFromGMTForDate(later) == zone.secondsFromGMTForDate(at(time)), "{}: {} is another offset {} cycles later",
-                zone.name(), time, cycles);
+        require(zone.secondsFromGMTForDate(later) == zone.secondsFromGMTForDate(at(time)),
+                "{}: {} is another offset {} cycles later", zone.name(), time, cycles);
         require(calendar.dateFromComponents(calendar.components(wallUnits, later), later) == later,
                 "{}: {} is not found again {} cycles later", zone.name(), time, cycles);
     }

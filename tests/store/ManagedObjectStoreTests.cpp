@@ -221,7 +221,7 @@ TEST(ManagedObjectStore, SavesAreMergedIntoTheOtherWorkersOfThisStoreOnly) {
     workers[1]->performBlockAndWait([&] { (*adas[1])["age"] = 36; }); // unsaved
     rename(*workers[0], "Eve");
     EXPECT_EQ(seen(1), "Eve");
-    EXPECT_EQ(adas[1]->valueForKey("age"), 36) << "unsaved changes stay";
+    EXPECT_EQ(shown(*adas[1], "age"), 36) << "unsaved changes stay";
     rename(*store->privateContext(), "Zoe");
     EXPECT_EQ(seen(0), "Zoe");
     EXPECT_EQ(seen(1), "Zoe");

@@ -40,7 +40,8 @@ struct Replaced : ManagedObjectStore {
 TEST(StoreReplacement, FolderGoesAsideWithAllItHoldsAndTheApplicationLearnsOfIt) {
     StoreHome home;
     std::vector<Ref<NSNotification>> told;
-    auto const listener = listening(nullptr, ManagedObjectStoreDidReplaceNotification, [&](auto const& note) { told.push_back(note); });
+    auto const listener =
+        listening(nullptr, ManagedObjectStoreDidReplaceNotification, [&](auto const& note) { told.push_back(note); });
     EXPECT_FALSE(home.store("Other")->replacement());
     for (int number = 1; number <= 5; ++number) {
         fs::remove_all(home.folder.path("Documents/Notes"));

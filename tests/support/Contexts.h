@@ -58,6 +58,13 @@ inline ::testing::AssertionResult saves(NSManagedObjectContext& context) {
     return ::testing::AssertionFailure() << error->description();
 }
 
+/// The code of what kept a save from succeeding; 0 when nothing did.
+inline std::int64_t codeOfSave(NSManagedObjectContext& context) {
+    Ref<NSError> error;
+    context.performBlockAndWait([&] { context.save(error); });
+    return error ? error->code() : 0;
+}
+
 inline Objects fetched(NSManagedObjectContext& context, char const* entity, Ref<NSPredicate> predicate = nullptr,
                        std::vector<Ref<NSSortDescriptor>> sort = {}, std::size_t limit = 0, std::size_t offset = 0) {
     auto request = make<NSFetchRequest>(entity);
@@ -88,10 +95,23 @@ inline std::string listed(Objects const& objects, char const* key) {
 
 /// The same of a to-many relationship; sorted unless it is ordered.
 inline std::string members(NSManagedObject& object, char const* relationship, char const* key = "title") {
-    auto objects = object.mutableSetValueForKey(relationship).allObjects();
-    if (!object.entity().propertyNamed(relationship)->asRelationship()->isOrdered())
-        std::ranges::sort(objects, {}, [&](auto const& each) { return each->valueForKey(key).description(); });
-    return listed(objects, key);
+    std::string text;
+    object.managedObjectContext()->performBlockAndWait([&] {
+        auto objects = object.mutableSetValueForKey(relationship).allObjects();
+        if (!object.entity().propertyNamed(relationship)->asRelationship()->isOrdered())
+            std::ranges::sort(objects, {}, [&](auto const& each) { return each->valueForKey(key).description(); });
+        text = listed(objects, key);
+    });
+    return text;
+}
+/// One value.
+inline Value shown(NSManagedObject& object, char const* key) {
+    Value value;
+    object.managedObjectContext()->performBlockAndWait([&] { value = object.valueForKey(key); });
+    return value;
+}
+inline void change(NSManagedObject& object, Value value, char const* key) {
+    object.managedObjectContext()->performBlockAndWait([&] { object.setValueForKey(std::move(value), key); });
 }
 
 } // namespace Tessarin::tests

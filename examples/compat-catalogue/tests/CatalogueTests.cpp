@@ -91,7 +91,7 @@ TEST_F(CompatCatalogue, AnUpdateChangesClearsAndDeletes) {
     replace(changed, R"("safari": {"version_added": false}, )", ""); // a statement goes
     replace(changed, R"("≤12.1")", "null"); // text to nothing
     replace(changed, R"("tail": {)", R"("mane": {)"); // a feature goes, another comes
-    replace(changed, R"(, "99": {"release_date": "2022-04-05")", R"(, "99": {"engine": "Gecko")"); // a date goes
+    replace(changed, R"("99": {"release_date": "2022-04-05")", R"("99": {"engine": "Gecko")"); // a date goes
     replace(changed, R"("12.1": {)", R"("10": {)");
     folder.write("data.json", changed);
 

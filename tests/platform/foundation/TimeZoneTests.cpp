@@ -48,7 +48,8 @@ TEST(NSTimeZone, IsWhatTheEnvironmentSays) {
         EXPECT_EQ(zone->secondsFromGMTForDate(at(1'437'000'000)), row.summer) << row.wish.value_or("unset"); // 2015-07-15
         EXPECT_EQ(NSCalendar::currentCalendar()->timeZone(), zone);
     }
-    for (auto const* wrong : {":", "No/Where", "Europe", "../../../etc/hostname", "CET-1CEST,M13.5.0,M10.5.0", "CET-1CEST,M3.5.0", "CET-99"}) {
+    for (auto const* wrong :
+         {":", "No/Where", "Europe", "../../../etc/hostname", "CET-1CEST,M13.5.0,M10.5.0", "CET-1CEST,M3.5.0", "CET-99"}) {
         Environment const wish("TZ", wrong);
         NSTimeZone::resetSystemTimeZone();
         EXPECT_EQ(NSTimeZone::localTimeZone()->name(), "UTC") << wrong;
@@ -58,7 +59,8 @@ TEST(NSTimeZone, IsWhatTheEnvironmentSays) {
     NSTimeZone::setDefaultTimeZone(nullptr);
     EXPECT_NE(NSTimeZone::localTimeZone()->name(), "GMT-09:30");
     EXPECT_EQ(NSTimeZone::timeZoneForSecondsFromGMT(93'600), nullptr);
-    auto const next = NSTimeZone::timeZoneWithName("Europe/Berlin")->nextDaylightSavingTimeTransitionAfterDate(at(63'114'000'000));
+    auto const next =
+        NSTimeZone::timeZoneWithName("Europe/Berlin")->nextDaylightSavingTimeTransitionAfterDate(at(63'114'000'000));
     EXPECT_EQ(next->description(), "3970-03-29 01:00:00 +0000") << "rules hold for ever";
     EXPECT_FALSE(NSTimeZone::timeZoneWithName("Asia/Kolkata")->nextDaylightSavingTimeTransitionAfterDate(at(0)));
 }

@@ -40,7 +40,8 @@ protected:
     pid_t start(std::string const& role, std::string const& argument = {}) const {
         auto const filter = "--gtest_filter=UserDefaultsRole.DISABLED_" + role;
         tests::Environment const value("TESSARIN_ROLE_ARGUMENT", argument);
-        std::vector<char const*> arguments{"tests", filter.c_str(), "--gtest_also_run_disabled_tests", "--gtest_brief=1", nullptr};
+        std::vector<char const*> arguments{"tests", filter.c_str(), "--gtest_also_run_disabled_tests", "--gtest_brief=1",
+                                           nullptr};
         pid_t child = 0;
         EXPECT_EQ(::posix_spawn(&child, "/proc/self/exe", nullptr, nullptr, const_cast<char**>(arguments.data()), environ), 0);
         return child;
@@ -79,20 +80,51 @@ std::string exactly(Value const& value) {
 
 TEST_F(UserDefaults, EveryValueAndKeyReadsBackExactly) {
     constexpr double infinity = std::numeric_limits<double>::infinity();
-    Value const tagLike(Dictionary{{"float", 0.5}}), nested(List{1, Value(List{1.0, 1.0f, Value(List{})}), Value(Dictionary{{"b", 1}, {"a", tagLike}})});
+    Value const tagLike(Dictionary{{"float", 0.5}}),
+        nested(List{1, Value(List{1.0, 1.0f, Value(List{})}), Value(Dictionary{{"b", 1}, {"a", tagLike}})});
     Value deep = 1;
     for (int level = 1; level < 100; ++level) deep = level % 2 ? Value(Dictionary{{"float", deep}}) : Value(List{deep});
     std::string every;
     for (int code = 0; code < 128; ++code) every += static_cast<char>(code);
-    std::vector<Dictionary::Entry> entries{
-        {"true", true}, {"zero", 0}, {"least", INT64_MIN}, {"most", INT64_MAX}, {"one point", 1.0}, {"-0.0", -0.0}, {"-0.0f", -0.0f}, {"nan", std::nan("")},
-        {"inf", infinity}, {"-inf", -infinity}, {"tiny", 5e-324}, {"huge", 1.7976931348623157e308}, {"0.1", 0.1}, {"0.1f", 0.1f}, {"inff", static_cast<float>(infinity)},
-        {"leastf", std::numeric_limits<float>::denorm_min()}, {"hugef", std::numeric_limits<float>::max()}, {"", "the empty key"}, {"a.b", "dots"}, {"[x]", "#"},
-        {"\"quo'ted\\\"", "a \"quoted\\\" text"}, {"line\nbreak\r\n\t", "\r\n\n\t"}, {"größe 日本 🎈", "größe 日本 🎈\u0085\u2028"}, {every, every}, {"bytes", "\xFF\xC3"},
-        {"data", Value::data(std::vector<std::byte>(300, std::byte{0xFE}))}, {"no data", Value::data(std::vector<std::byte>{})},
-        {"uuid", NSUUID::UUID()}, {"url", NSURL::fileURLWithPath("/a b")}, {"decimal", Decimal::fromText("0.10000000000000000000000001").value()},
-        {"nested", nested}, {"empty", Value(Dictionary{})}, {"deep", deep}, {"tag", tagLike}, {"tags", Value(Dictionary{{"dictionary", tagLike}})},
-        {"data text", Value(Dictionary{{"data", "AAAA"}})}, {"distant", NSDate::distantPast()}, {"never", Value::date(infinity)}, {"early", Value::date(1e-9)}};
+    std::vector<Dictionary::Entry> entries{{"true", true},
+                                           {"zero", 0},
+                                           {"least", INT64_MIN},
+                                           {"most", INT64_MAX},
+                                           {"one point", 1.0},
+                                           {"-0.0", -0.0},
+                                           {"-0.0f", -0.0f},
+                                           {"nan", std::nan("")},
+                                           {"inf", infinity},
+                                           {"-inf", -infinity},
+                                           {"tiny", 5e-324},
+                                           {"huge", 1.7976931348623157e308},
+                                           {"0.1", 0.1},
+                                           {"0.1f", 0.1f},
+                                           {"inff", static_cast<float>(infinity)},
+                                           {"leastf", std::numeric_limits<float>::denorm_min()},
+                                           {"hugef", std::numeric_limits<float>::max()},
+                                           {"", "the empty key"},
+                                           {"a.b", "dots"},
+                                           {"[x]", "#"},
+                                           {"\"quo'ted\\\"", "a \"quoted\\\" text"},
+                                           {"line\nbreak\r\n\t", "\r\n\n\t"},
+                                           {"größe 日本 🎈", "größe 日本 🎈\u0085\u2028"},
+                                           {every, every},
+                                           {"bytes", "\xFF\xC3"},
+                                           {"data", Value::data(std::vector<std::byte>(300, std::byte{0xFE}))},
+                                           {"no data", Value::data(std::vector<std::byte>{})},
+                                           {"uuid", NSUUID::UUID()},
+                                           {"url", NSURL::fileURLWithPath("/a b")},
+                                           {"decimal", Decimal::fromText("0.10000000000000000000000001").value()},
+                                           {"nested", nested},
+                                           {"empty", Value(Dictionary{})},
+                                           {"deep", deep},
+                                           {"tag", tagLike},
+                                           {"tags", Value(Dictionary{{"dictionary", tagLike}})},
+                                           {"data text", Value(Dictionary{{"data", "AAAA"}})},
+                                           {"distant", NSDate::distantPast()},
+                                           {"never", Value::date(infinity)},
+                                           {"early", Value::date(1e-9)}};
     std::mt19937_64 random(7);
     for (int at = 0; at < 300; ++at) {
         double bits = 0;
@@ -111,9 +143,10 @@ TEST_F(UserDefaults, EveryValueAndKeyReadsBackExactly) {
     for (auto const& [key, value] : entries) EXPECT_EQ(exactly(read->objectForKey(key)), exactly(value)) << key;
     EXPECT_EQ(read->dictionaryRepresentation().size(), entries.size());
 
-    auto const judge = fmt::format("python3 -c 'import tomllib; t = tomllib.load(open(\"{}\", \"rb\")); assert len(t) == {} and t[\"a.b\"] == \"dots\" "
-                                   "and t[\"least\"] == -2**63 and t[\"0.1f\"] == {{\"float\": 0.1}} and t[\"now0\"].year in range(2023, 2030)'",
-                                   folder_.path(file), entries.size());
+    auto const judge = fmt::format(
+        "python3 -c 'import tomllib; t = tomllib.load(open(\"{}\", \"rb\")); assert len(t) == {} and t[\"a.b\"] == \"dots\" "
+        "and t[\"least\"] == -2**63 and t[\"0.1f\"] == {{\"float\": 0.1}} and t[\"now0\"].year in range(2023, 2030)'",
+        folder_.path(file), entries.size());
     EXPECT_EQ(std::system(judge.c_str()), 0) << "another reader of TOML sees something else";
 }
 
@@ -130,8 +163,11 @@ TEST_F(UserDefaults, ALinkInPlaceOfTheTemporaryFileIsNotWrittenThrough) {
 }
 
 TEST_F(UserDefaults, WhatIsNotChangedStaysAsItWasWritten) {
-    auto const elsewhere = folder_.write("dotfiles/player.toml", "\xEF\xBB\xBF# Mine\nvolume = 0x0B # loud\n\n# gone with its key\nold.a = 1\nold.b = [ # all\n  \"]\",\n]\ntext = '''\n[no]\n'''''\n"
-                        "# the window\n[window.frame] # here\nwidth = 1_000\n# inside\n\"q.\\\"\" = 2026-01-01T00:00:00Z\n[other]\n x=1\n# end");
+    auto const elsewhere = folder_.write(
+        "dotfiles/player.toml",
+        "\xEF\xBB\xBF# Mine\nvolume = 0x0B # loud\n\n# gone with its key\nold.a = 1\nold.b = [ # all\n  \"]\",\n]\ntext = "
+        "'''\n[no]\n'''''\n"
+        "# the window\n[window.frame] # here\nwidth = 1_000\n# inside\n\"q.\\\"\" = 2026-01-01T00:00:00Z\n[other]\n x=1\n# end");
     fs::create_directory(folder_.path("suite"));
     fs::create_symlink(elsewhere, folder_.path(file));
     auto const store = suite();
@@ -144,8 +180,9 @@ TEST_F(UserDefaults, WhatIsNotChangedStaysAsItWasWritten) {
     store->setObject(Value(Dictionary{{"x", 2}}), "other");
     ASSERT_TRUE(store->synchronize());
     EXPECT_TRUE(fs::is_symlink(folder_.path(file)));
-    EXPECT_EQ(folder_.read(file), "# Mine\nvolume = 12 # loud\ntext = 1000\n\"a new one\" = \"x\"\nother = { x = 2 }\n"
-                                  "# the window\n[window.frame] # here\nwidth = 1_000\n# inside\n\"q.\\\"\" = 2026-01-01T00:00:00Z\n# end");
+    EXPECT_EQ(folder_.read(file),
+              "# Mine\nvolume = 12 # loud\ntext = 1000\n\"a new one\" = \"x\"\nother = { x = 2 }\n"
+              "# the window\n[window.frame] # here\nwidth = 1_000\n# inside\n\"q.\\\"\" = 2026-01-01T00:00:00Z\n# end");
 }
 
 TEST_F(UserDefaults, ReadingsOfOtherKinds) {
@@ -157,13 +194,29 @@ TEST_F(UserDefaults, ReadingsOfOtherKinds) {
         bool boolean;
     };
     constexpr double infinity = std::numeric_limits<double>::infinity();
-    Row const rows[] = {
-        {{}, {}, 0, 0, false}, {true, "1", 1, 1, true}, {false, "0", 0, 0, false}, {-7, "-7", -7, -7, true}, {1e300, "1e+300", INT64_MAX, 1e300, true},
-        {2.9f, "2.9", 2, 2.9f, true}, {-2.9, "-2.9", -2, -2.9, true}, {0.4, "0.4", 0, 0.4, true}, {"", "", 0, 0, false}, {" 12 px", " 12 px", 12, 12, true},
-        {"+1.5e3x", "+1.5e3x", 1, 1500, true}, {"-99999999999999999999", "-99999999999999999999", INT64_MIN, -99999999999999999999.0, true},
-        {"9e999", "9e999", 9, infinity, true}, {"-9e-999", "-9e-999", -9, -0.0, true}, {"inf", "inf", 0, 0, false}, {".5", ".5", 0, 0.5, false},
-        {"yes", "yes", 0, 0, true}, {"True", "True", 0, 0, true}, {"no", "no", 0, 0, false}, {"000", "000", 0, 0, false}, {"-01", "-01", -1, -1, true},
-        {NSDate::now(), {}, 0, 0, false}, {Value(List{1}), {}, 0, 0, false}};
+    Row const rows[] = {{{}, {}, 0, 0, false},
+                        {true, "1", 1, 1, true},
+                        {false, "0", 0, 0, false},
+                        {-7, "-7", -7, -7, true},
+                        {1e300, "1e+300", INT64_MAX, 1e300, true},
+                        {2.9f, "2.9", 2, 2.9f, true},
+                        {-2.9, "-2.9", -2, -2.9, true},
+                        {0.4, "0.4", 0, 0.4, true},
+                        {"", "", 0, 0, false},
+                        {" 12 px", " 12 px", 12, 12, true},
+                        {"+1.5e3x", "+1.5e3x", 1, 1500, true},
+                        {"-99999999999999999999", "-99999999999999999999", INT64_MIN, -99999999999999999999.0, true},
+                        {"9e999", "9e999", 9, infinity, true},
+                        {"-9e-999", "-9e-999", -9, -0.0, true},
+                        {"inf", "inf", 0, 0, false},
+                        {".5", ".5", 0, 0.5, false},
+                        {"yes", "yes", 0, 0, true},
+                        {"True", "True", 0, 0, true},
+                        {"no", "no", 0, 0, false},
+                        {"000", "000", 0, 0, false},
+                        {"-01", "-01", -1, -1, true},
+                        {NSDate::now(), {}, 0, 0, false},
+                        {Value(List{1}), {}, 0, 0, false}};
     auto const store = suite();
     for (auto const& row : rows) {
         SCOPED_TRACE(row.stored.description());
@@ -211,7 +264,8 @@ TEST_F(UserDefaults, ChangesByOthersAreNoticedAndOwnOnesKept) {
     ASSERT_EQ(changed.wait_for(30s), std::future_status::ready);
     EXPECT_EQ(store->integerForKey("theirs"), 3);
     EXPECT_EQ(store->integerForKey("mine"), 2);
-    EXPECT_TRUE(tests::eventually([&] { return folder_.read(file) == "mine = 2\ntheirs = 3\n"; })) << "the write after a quiet second";
+    EXPECT_TRUE(tests::eventually([&] { return folder_.read(file) == "mine = 2\ntheirs = 3\n"; }))
+        << "the write after a quiet second";
     std::ofstream(folder_.path(file), std::ios::app) << "in_place = true\n";
     EXPECT_TRUE(tests::eventually([&] { return store->boolForKey("in_place"); }));
     fs::remove(folder_.path(file));

@@ -25,8 +25,8 @@ public:
     bool wasTouchedLately(double seconds) const;
     /// Replaces the file in one step that also a loss of power leaves whole. Under the lock only.
     void write(std::string_view text) const;
-    /// After `write`: a loss of power does not bring the old file back. Without the lock, so that others who write again and again
-    /// get in between.
+    /// After `write`: a loss of power does not bring the old file back. Without the lock, so that others who write again and
+    /// again get in between.
     void finish() const;
     /// Writes the text into `<file>.broken`, or `.broken-2` and so on where that is taken, unless one of them says the same.
     /// Gives its path.

@@ -1,4 +1,5 @@
-// The settings in memory; those of the file stand in DefaultsSuite+File.cpp, what happens a moment later in DefaultsSuite+Later.cpp.
+// The settings in memory; those of the file stand in DefaultsSuite+File.cpp, what happens a moment later in
+// DefaultsSuite+Later.cpp.
 #include "Tessarin/platform/foundation/preferences/DefaultsSuitePrivate.h"
 
 #include "Tessarin/platform/foundation/preferences/DefaultsTextPrivate.h"

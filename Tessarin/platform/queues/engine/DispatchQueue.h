@@ -14,8 +14,8 @@ struct SpecificTable;
 extern constinit SpecificTable noSpecifics;
 struct Waiter;
 enum class Access : std::uint8_t { Exclusive, Shared };
-/// How long syncs hold a queue, beside what it takes to put a thread to sleep and wake it: less, several times that, perhaps or for
-/// certain much more (a single one may have been interrupted).
+/// How long syncs hold a queue, beside what it takes to put a thread to sleep and wake it: less, several times that, perhaps or
+/// for certain much more (a single one may have been interrupted).
 enum class SyncTurns : std::uint8_t { Short, Middling, PerhapsLong, Long };
 
 /// The bits around the list of newly submitted items, which sits in the middle of a queue's one state word.
@@ -72,8 +72,8 @@ public:
 
     /// Queues the item behind all others, and sees to it that somebody comes to drain.
     void submit(engine::WorkItem* item) noexcept;
-    /// Goes on where an item that stands for a queue leads, until the queue is left. Called with the queue's token, or for an item of
-    /// a concurrent queue as one of its readers.
+    /// Goes on where an item that stands for a queue leads, until the queue is left. Called with the queue's token, or for an
+    /// item of a concurrent queue as one of its readers.
     static void follow(engine::Step step) noexcept;
     bool isIdle() const noexcept { return state_.load(std::memory_order_acquire) == 0; }
     bool hasToken() const noexcept { return state_.load(std::memory_order_acquire) & engine::state::Token; }

@@ -54,11 +54,12 @@ struct PageList {
 
 inline std::uintptr_t pageOf(void const* item) noexcept { return reinterpret_cast<std::uintptr_t>(item) / Batch::pageSize; }
 
-/// Where threads get and leave free items, many pages at a time. It grows with the longest backlog so far; `trim` gives memory back.
+/// Where threads get and leave free items, many pages at a time. It grows with the longest backlog so far; `trim` gives memory
+/// back.
 ///
-/// Every thread may call it. The lock guards what is listed here, never the items themselves: a free item belongs to whoever holds
-/// it in a batch, and passes from thread to thread with the lock. Memory that the kernel has (fresh, or given back to it) is not
-/// touched under the lock.
+/// Every thread may call it. The lock guards what is listed here, never the items themselves: a free item belongs to whoever
+/// holds it in a batch, and passes from thread to thread with the lock. Memory that the kernel has (fresh, or given back to it)
+/// is not touched under the lock.
 class ItemDepot {
 public:
     static constexpr int mostAtOnce = 32; // pages

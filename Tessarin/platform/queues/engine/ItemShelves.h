@@ -6,8 +6,8 @@
 
 namespace Tessarin::engine {
 
-/// Where one thread gathers the free items of each page. In sets by page, so that finding a shelf costs the same with the pages of
-/// many threads as with those of few.
+/// Where one thread gathers the free items of each page. In sets by page, so that finding a shelf costs the same with the pages
+/// of many threads as with those of few.
 class Shelves {
 public:
     struct Shelf {

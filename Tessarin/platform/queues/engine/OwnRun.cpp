@@ -52,7 +52,8 @@ void OwnRun::watch() noexcept {
         auto number = current_.load(std::memory_order_acquire);
         if (number == 0 || std::exchange(seen, number) != number) continue;
         if (!current_.compare_exchange_strong(number, 0, std::memory_order_acq_rel)) continue;
-        // The place is this thread's now; the next run has no deputy yet, and one that is called for it must find nothing to take.
+        // The place is this thread's now; the next run has no deputy yet, and one that is called for it must find nothing to
+        // take.
         hasDeputy_ = false;
         allowedFrom_ = monotonicNow() + penalty;
         return successor_();

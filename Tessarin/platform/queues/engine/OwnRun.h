@@ -13,8 +13,9 @@ struct Catch {
 };
 
 /// Lets the timekeeper's thread run short items of busy timers itself: calling a worker for each batch would cost more than the
-/// timers do (benchmark "timers"). So that an item which takes long, or waits for ever, delays no other timer, a deputy looks every
-/// millisecond; when it finds the same run twice it takes the timekeeper's place, and the thread that runs the item ends with it.
+/// timers do (benchmark "timers"). So that an item which takes long, or waits for ever, delays no other timer, a deputy looks
+/// every millisecond; when it finds the same run twice it takes the timekeeper's place, and the thread that runs the item ends
+/// with it.
 class OwnRun {
 public:
     using Successor = void (*)();

@@ -48,12 +48,12 @@ public:
 /// workers over the cap take them, one at first and twice as many at each further half millisecond, up to some hundreds. An extra
 /// leaves after its turn as soon as the others make headway again. What concurrent and global queues run stays under the cap.
 ///
-/// Any thread submits, by pushing at the inbox with one compare-and-swap. Whoever needs work takes all of it under the lock and puts
-/// it in line. What a worker keeps is one word: only that worker fills it, and anybody empties it, by an exchange that also hands
-/// over what its items are. That no item is left behind while everybody sleeps rests on one order: a submitter writes the inbox and
-/// then looks at `searching_` and `mayWake_`; who changes these looks at the inbox afterwards. All four are sequentially
-/// consistent, so one of the two sees the other. What a worker keeps needs no such care, since the worker is awake, and the monitor
-/// comes for what it does not run.
+/// Any thread submits, by pushing at the inbox with one compare-and-swap. Whoever needs work takes all of it under the lock and
+/// puts it in line. What a worker keeps is one word: only that worker fills it, and anybody empties it, by an exchange that also
+/// hands over what its items are. That no item is left behind while everybody sleeps rests on one order: a submitter writes the
+/// inbox and then looks at `searching_` and `mayWake_`; who changes these looks at the inbox afterwards. All four are
+/// sequentially consistent, so one of the two sees the other. What a worker keeps needs no such care, since the worker is awake,
+/// and the monitor comes for what it does not run.
 class Pool {
 public:
     constexpr Pool(DispatchQueue& queue, char const* name, int niceness) noexcept
@@ -77,7 +77,8 @@ public:
 
     /// How soon the monitor is to come again.
     enum class Visit { NotNeeded, Later, Soon };
-    /// The monitor's visit: takes kept items that nobody runs, finds blocked workers, and sends extra ones where turns stand still.
+    /// The monitor's visit: takes kept items that nobody runs, finds blocked workers, and sends extra ones where turns stand
+    /// still.
     Visit inspect(Nanoseconds now) noexcept;
 
 private:

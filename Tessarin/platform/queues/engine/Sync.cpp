@@ -105,8 +105,8 @@ void DispatchQueue::leaveExclusiveSlowly() noexcept {
 namespace engine {
 namespace {
 
-/// Gives back what is held from `innermost` up, below `stop`. A queue may go as soon as it is left, and then only a reference keeps
-/// its target.
+/// Gives back what is held from `innermost` up, below `stop`. A queue may go as soon as it is left, and then only a reference
+/// keeps its target.
 void leaveChain(DispatchQueue& innermost, Access access, DispatchQueue const* stop) noexcept {
     auto* queue = &innermost;
     while (queue != stop && !queue->isRoot()) {

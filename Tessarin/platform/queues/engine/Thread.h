@@ -18,7 +18,8 @@ struct Frame {
 };
 
 /// What an item that stands for a queue asks of the loop that ran it: to drain the queue, or to run one item of a concurrent
-/// queue. The item itself does nothing else, so that a chain of queues that target one another needs no stack, however long it is.
+/// queue. The item itself does nothing else, so that a chain of queues that target one another needs no stack, however long it
+/// is.
 struct Step {
     DispatchQueue* queue = nullptr;
     WorkItem* item = nullptr; // null: drain

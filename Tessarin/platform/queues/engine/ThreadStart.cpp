@@ -8,8 +8,8 @@
 namespace Tessarin::engine {
 namespace {
 
-/// The application's signals are its own threads' business; but what an item does itself, and what a profiler asks of every thread,
-/// comes to the thread that it concerns.
+/// The application's signals are its own threads' business; but what an item does itself, and what a profiler asks of every
+/// thread, comes to the thread that it concerns.
 sigset_t signalsOfOthers() noexcept {
     sigset_t set;
     sigfillset(&set);

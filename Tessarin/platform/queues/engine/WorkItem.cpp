@@ -11,10 +11,11 @@
 namespace Tessarin::engine {
 namespace {
 
-// Threads that only submit would drain a thread-local list and threads that only run would flood it. So whole pages of items travel
-// through the depot, 32 under one lock, and no malloc once the depot is warm. A batch is of one page of memory, and stays so: a
-// thread that runs the items of several others gathers each page's on a shelf of its own. Mixed ones would scatter every long
-// backlog all over the memory, at four times the cost ("mainloop", a post, 4 threads); a few, for the thread's own use, do not.
+// Threads that only submit would drain a thread-local list and threads that only run would flood it. So whole pages of items
+// travel through the depot, 32 under one lock, and no malloc once the depot is warm. A batch is of one page of memory, and stays
+// so: a thread that runs the items of several others gathers each page's on a shelf of its own. Mixed ones would scatter every
+// long backlog all over the memory, at four times the cost ("mainloop", a post, 4 threads); a few, for the thread's own use, do
+// not.
 //
 // Nothing here is shared: what another thread wrote into an item was seen when the item came to this thread, through its queue or
 // through the depot's lock.

@@ -185,7 +185,7 @@ TEST_P(Context, AnotherCoordinatorsObjectsAndSavesMeanNothing) {
     NSManagedObjectContext::mergeChangesFromRemoteContextSave({{NSDeletedObjectsKey, {identity}}}, std::array{root});
     root->performBlockAndWait([] {}); // where it is looked at
     EXPECT_EQ(fetched(*root, "Book"), Objects{own});
-    EXPECT_DEATH(own->setValueForKey(Value(inserted(*other.root, "Author", {})), "author"), "different contexts");
+    EXPECT_DEATH(change(*own, Value(inserted(*other.root, "Author", {})), "author"), "different contexts");
 }
 
 TEST_P(Context, MisuseIsFatalWithWordsThatNameIt) {

@@ -15,10 +15,6 @@ protected:
         EXPECT_TRUE(saves(*root));
         return object;
     }
-    std::int64_t codeOfSave(NSManagedObjectContext& context) {
-        EXPECT_FALSE(context.save(error));
-        return error ? error->code() : 0;
-    }
 };
 INSTANTIATE_TEST_SUITE_P(Stores, Loss, bothStores, storeName);
 
@@ -40,7 +36,7 @@ TEST_P(Loss, AnEditOfAnUnreadFaultWhoseRecordIsGoneIsAConflict) {
         auto const doomed = other->objectWithID(*id);
         auto const fault = &context == root.get() ? book : worker->objectWithID(*id);
         if (&context == root.get()) {
-            root->refreshObject(*book, false);
+            root->performBlockAndWait([&] { root->refreshObject(*book, false); });
             ASSERT_TRUE(root->executeRequest(*make<NSBatchDeleteRequest>(std::vector{id}), error));
         } else {
             other->deleteObject(*doomed);
@@ -48,9 +44,9 @@ TEST_P(Loss, AnEditOfAnUnreadFaultWhoseRecordIsGoneIsAConflict) {
         }
         settle();
         ASSERT_TRUE(fault->isFault());
-        fault->setValueForKey("mine", "title");
+        change(*fault, "mine", "title");
         EXPECT_EQ(codeOfSave(context), NSManagedObjectMergeError);
-        EXPECT_EQ(fault->valueForKey("title"), Value("mine"));
+        EXPECT_EQ(shown(*fault, "title"), Value("mine"));
         context.setMergePolicy(NSMergeByPropertyObjectTrumpMergePolicy());
         EXPECT_TRUE(saves(context));
         EXPECT_EQ(listed(fetched(*root, "Book"), "title"), "mine");

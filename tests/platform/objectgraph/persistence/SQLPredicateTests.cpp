@@ -4,6 +4,7 @@
 #include "Tessarin/platform/foundation/values/NSUUID.h"
 #include "Tessarin/platform/objectgraph/model/ModelBuilder.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/NSPersistentStore.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/StoreQueryPrivate.h"
 #include "tests/support/Contexts.h"
 #include "tests/support/TemporaryFolder.h"
 

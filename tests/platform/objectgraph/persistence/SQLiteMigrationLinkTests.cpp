@@ -9,8 +9,8 @@ using Keys = std::vector<RecordKey>;
 class LinkMigration : public testing::Test {
 protected:
     /// Two records of A, the first with relationships, and the records 4 and 5 of B with their y.
-    void save(Ref<NSManagedObjectModel> const& model, Dictionary const& toOnes, std::vector<std::pair<char const*, Keys>> const& toManys,
-              std::array<RecordKey, 2> y) const {
+    void save(Ref<NSManagedObjectModel> const& model, Dictionary const& toOnes,
+              std::vector<std::pair<char const*, Keys>> const& toManys, std::array<RecordKey, 2> y) const {
         OpenStore open(file, model);
         for (int key = 0; key < 6; ++key) open.newKey();
         auto a = open.insertion("A", 1, toOnes);

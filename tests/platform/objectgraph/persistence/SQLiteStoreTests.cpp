@@ -135,7 +135,8 @@ TEST(AnyStore, ADeletedRecordLeavesNoLinksAndNoGapInAnOrder) {
         TemporaryFolder folder;
         OpenStore open(folder.url("a.db"), libraryModel().build(), kind);
         RecordKey const book = open.newKey(), red = open.newKey(), blue = open.newKey();
-        std::vector<RecordChange> changes{open.insertion("Book", book, {}), open.insertion("Tag", red, {}), open.insertion("Tag", blue, {})};
+        std::vector<RecordChange> changes{open.insertion("Book", book, {}), open.insertion("Tag", red, {}),
+                                          open.insertion("Tag", blue, {})};
         changes[0].relationships = {open.links("Book", "tags", {red, blue}, {}, Keys{blue, red})};
         changes[1].relationships = {open.links("Tag", "books", {book}), open.links("Tag", "friends", {blue})};
         changes[2].relationships = {open.links("Tag", "books", {book}), open.links("Tag", "friends", {red})};

@@ -144,7 +144,8 @@ protected:
         return static_cast<std::size_t>(
             std::distance(std::filesystem::directory_iterator(folder.path(".Notes.rescued"), none), {}));
     }
-    /// The status of a child process that is nobody in particular, once `meanwhile` is done here: the superuser may do everything.
+    /// The status of a child process that is nobody in particular, once `meanwhile` is done here: the superuser may do
+    /// everything.
     static int statusOfNobody(FunctionRef<int()> work, FunctionRef<void()> meanwhile = [] {}) {
         auto const child = ::fork();
         if (child == 0) ::_exit(::setgid(65534) != 0 || ::setuid(65534) != 0 ? 9 : work());

@@ -1,8 +1,6 @@
 #include "Tessarin/platform/objectgraph/persistence/rows/Row.h"
 
-#include "Tessarin/platform/objectgraph/persistence/rows/RowCachePrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
-#include "Tessarin/platform/runtime/PagePoolPrivate.h"
 
 #include <algorithm>
 
@@ -42,28 +40,6 @@ bool Row::cellEquals(std::size_t cell, Row const& other) const noexcept {
     if (isPresent(cell) != other.isPresent(cell)) return false;
     if (!isPresent(cell)) return true;
     return isHeapCell(layout_->cells()[cell].type) ? text(cell) == other.text(cell) : integer(cell) == other.integer(cell);
-}
-
-static_assert(RowBlock::most == PagePool::pageSize && sizeof(RowBlock) == RowBlock::step);
-
-RowBlock* RowBlock::make(std::size_t capacity, std::uint32_t references) {
-    auto* block = ::new (capacity == most ? PagePool::take() : ::operator new(capacity)) RowBlock;
-    block->references.store(references, std::memory_order_relaxed);
-    block->capacity = static_cast<std::uint32_t>(capacity);
-    block->used = block->begin();
-    return block;
-}
-
-bool RowBlock::retainIfAlive() noexcept {
-    auto count = references.load(std::memory_order_relaxed);
-    while (count != 0)
-        if (references.compare_exchange_weak(count, count + 1, std::memory_order_acquire, std::memory_order_relaxed)) return true;
-    return false;
-}
-
-void RowBlock::destroy() noexcept {
-    if (isCached.load(std::memory_order_relaxed)) first()->layout().space().cache().drop(*this);
-    capacity == most ? PagePool::give(this) : ::operator delete(this);
 }
 
 void throwDamaged(NSEntityDescription const& found, NSEntityDescription const& wanted, RecordKey key) {

@@ -37,7 +37,7 @@ private:
     bool readPage(Table& table, SQLiteSalvagePages::Page page);
     static bool fits(Table const& table, std::vector<std::uint64_t> const& types);
 
-    // SQLiteSalvagedLinks.cpp
+    // SQLiteSalvage+Links.cpp
     void readLinks(SQLiteSchema::Link const& link);
     bool readLinks(std::string const& insertion, std::string const& rows);
     void noteMissing(Table& table);
