@@ -1,6 +1,7 @@
 #include "Tessarin/store/ManagedObjectStore.h"
 
 #include "Tessarin/platform/foundation/files/NSFileManager.h"
+#include "Tessarin/platform/objectgraph/context/WholeDeletionPrivate.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 #include "Tessarin/store/ImportGatePrivate.h"
 
@@ -111,12 +112,13 @@ void deleteAll(NSManagedObjectContext& context, NSEntityDescription const& entit
 void ManagedObjectStore::deleteAllData(std::optional<std::vector<Ref<NSEntityDescription>>> entities,
                                        Closure<void()> completion) {
     privateContext_->performBlockAndWait([&] {
+        Ref<NSError> ignored;
+        if (!entities && deletesEverything(*privateContext_, ignored)) return;
         try {
             for (auto const& entity : entities ? *entities : model_->entities()) deleteAll(*privateContext_, *entity);
         } catch (ErrorException const&) { // what hangs on an object could not be read
             return privateContext_->rollback();
         }
-        Ref<NSError> ignored;
         privateContext_->save(ignored);
     });
     // The old main context is not reset, and workers keep it as their parent.

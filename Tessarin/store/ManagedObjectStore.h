@@ -160,7 +160,8 @@ public:
     void setSlot(std::string const& key, Value value) { setMetadata(key, std::move(value)); }
     /// Deletes every object of the entities (absent: of all), saves, and returns. Then, on the main queue, the main context is
     /// replaced by an empty one and `completion` runs. Errors are ignored: an entity that cannot be read is left as it is, and
-    /// where an object cannot be deleted nothing is.
+    /// where an object cannot be deleted nothing is. Where all goes, no class overrides `prepareForDeletion` or `willSave` and no
+    /// object of the root context is in use, no objects are made for it: tables are emptied.
     virtual void deleteAllData(std::optional<std::vector<Ref<NSEntityDescription>>> entities, Closure<void()> completion);
     void deleteAllData(Closure<void()> completion) { deleteAllData(std::nullopt, std::move(completion)); }
 

@@ -45,11 +45,12 @@ Class& Class::made(std::type_info const& type, SelectorTable selectors) {
     return *entry;
 }
 
-void Class::publish(Class const* superclass, Factory factory) {
+void Class::publish(Class const* superclass, Factory factory, std::uint32_t ownHooks) {
     auto& all = classes();
     std::lock_guard const hold(all.mutex);
     superclass_.store(superclass, std::memory_order_release);
     factory_.store(factory, std::memory_order_release);
+    ownHooks_.store(ownHooks, std::memory_order_release);
     all.byName[name_] = this;
 }
 

@@ -5,6 +5,7 @@
 #include "Tessarin/platform/runtime/Selector.h"
 #include "Tessarin/platform/runtime/SelectorTable.h"
 #include <atomic>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <typeinfo>
@@ -20,6 +21,8 @@ public:
     std::string const& name() const noexcept { return name_; }
     Class const* superclass() const noexcept { return superclass_.load(std::memory_order_acquire); }
     bool isSubclassOf(Class const& other) const noexcept;
+    /// What `T::ownHooks<T>()`, mostly inherited, said at the registration: which of a base's hooks the class overrides.
+    std::uint32_t ownHooks() const noexcept { return ownHooks_.load(std::memory_order_acquire); }
 
     /// The entry of this class or its nearest superclass that answers `selector`; null when none does.
     SelectorTable::Entry const* find(Selector selector) const noexcept;
@@ -40,12 +43,13 @@ private:
 
     SelectorTable::Entry const* findOfClass(Selector selector) const noexcept;
     static Class& made(std::type_info const& type, SelectorTable selectors);
-    void publish(Class const* superclass, Factory factory);
+    void publish(Class const* superclass, Factory factory, std::uint32_t ownHooks);
 
     std::string name_; // constant, as is the table: whoever has found an entry may keep it for good
     SelectorTable selectors_;
-    std::atomic<Class const*> superclass_{nullptr}; // these two from its registration on
+    std::atomic<Class const*> superclass_{nullptr}; // these three from its registration on
     std::atomic<Factory> factory_{nullptr};
+    std::atomic<std::uint32_t> ownHooks_{0};
 };
 
 /// The class object of T. Before `registerClass<T>()` it is not found by name, has no superclass, and answers what
@@ -74,7 +78,9 @@ template <class T, class Base> Class const& registerClass() {
         Class::Factory factory = nullptr;
         if constexpr (requires(detail::Made<T>& object) { object.start(); } && !std::is_abstract_v<detail::Made<T>>)
             factory = []() -> Ref<NSObject> { return make<T>(); };
-        Class::made(typeid(T), std::move(table)).publish(std::is_same_v<T, Base> ? nullptr : &classOf<Base>(), factory);
+        std::uint32_t hooks = 0;
+        if constexpr (requires { T::template ownHooks<T>(); }) hooks = T::template ownHooks<T>();
+        Class::made(typeid(T), std::move(table)).publish(std::is_same_v<T, Base> ? nullptr : &classOf<Base>(), factory, hooks);
         return true;
     }();
     static_cast<void>(once);

@@ -107,7 +107,8 @@ std::vector<RecordKey> keysOf(Coordinator const& coordinator, NSFetchRequest con
 template <class Change>
 void onTargets(Coordinator const& coordinator, NSFetchRequest const& request, bool namesRecords, BatchOutcome& outcome,
                Change change) {
-    BatchTarget target{.query = queryOf(coordinator, request), .namesRecords = namesRecords};
+    BatchTarget target{.query = queryOf(coordinator, request),
+                       .names = namesRecords ? BatchTarget::Names::Records : BatchTarget::Names::None};
     if (auto error = change(target)) throw ErrorException(error);
     if (outcome.complete) return;
     target.keys = keysOf(coordinator, request);

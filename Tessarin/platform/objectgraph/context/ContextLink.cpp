@@ -134,10 +134,14 @@ std::vector<Ref<NSManagedObject>> ContextLink::all(NSEntityDescription const* en
     return result;
 }
 
-Ref<NSManagedObject> ContextLink::makeObject(NSEntityDescription const& entity, RecordKey key, FaultBatchRef batch) {
+Class const& ContextLink::classOfObjects(NSEntityDescription const& entity) {
     auto const*& known = classes_[entity.index()];
     if (!known) known = &classFor(entity);
-    auto object = std::static_pointer_cast<NSManagedObject>(known->makeObject());
+    return *known;
+}
+
+Ref<NSManagedObject> ContextLink::makeObject(NSEntityDescription const& entity, RecordKey key, FaultBatchRef batch) {
+    auto object = std::static_pointer_cast<NSManagedObject>(classOfObjects(entity).makeObject());
     auto& state = GraphAccess::state(*object);
     state.batch = batch ? std::move(batch) : lone();
     state.layout = &space_->layoutOf(entity);

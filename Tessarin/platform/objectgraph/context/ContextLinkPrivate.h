@@ -56,6 +56,8 @@ public:
     /// The living objects; of one entity, without its sub-entities, when one is given.
     std::vector<Ref<NSManagedObject>> all(NSEntityDescription const* entity = nullptr) const;
 
+    /// The class of an entity's objects: the registered one of the entity's class name, or else NSManagedObject.
+    Class const& classOfObjects(NSEntityDescription const& entity);
     /// A new object of the entity's class, the registered one or else the generic object; in `batch` when there is one.
     Ref<NSManagedObject> makeObject(NSEntityDescription const& entity, RecordKey key, FaultBatchRef batch = {});
     /// The batch of objects that came alone.

@@ -14,7 +14,7 @@ Ref<NSNotificationChannel> const& changeChannel() {
     return channel;
 }
 
-Dictionary objectsOf(NSManagedObjectContext& context, ChangeSets const& sets) {
+Dictionary objectsOf(NSManagedObjectContext& context, ChangeSets const& sets, DeletedRecords const& records = {}) {
     using Kind = RecordChange::Kind;
     ValueSet inserted, updated, deleted;
     for (auto const& set : sets)
@@ -22,6 +22,13 @@ Dictionary objectsOf(NSManagedObjectContext& context, ChangeSets const& sets) {
             Value const object{objectWithKey(GraphAccess::state(context), *change.entity, change.key)};
             auto& kind = change.kind == Kind::Insert ? inserted : change.kind == Kind::Update ? updated : deleted;
             kind.insert(object);
+        }
+    for (auto const& run : records.runs())
+        for (auto key = run.first; key <= run.last; ++key) {
+            auto const object = GraphAccess::state(context).link->makeObject(*run.entity, key);
+            GraphAccess::state(*object).set(ObjectState::Deleted);
+            GraphAccess::state(*object).set(ObjectState::Gone);
+            deleted.insert(Value(object));
         }
     return {{NSInsertedObjectsKey, std::move(inserted)},
             {NSUpdatedObjectsKey, std::move(updated)},
@@ -41,12 +48,15 @@ Value const& ContextNotification::userInfo() const {
     return lazyInfo_;
 }
 
-void ContextDidSaveNotification::init(Ref<NSManagedObjectContext> context, ChangeSets sets) {
+void ContextDidSaveNotification::init(Ref<NSManagedObjectContext> context, ChangeSets sets, DeletedRecords deleted) {
     ContextNotification::init(NSManagedObjectContextDidSaveNotification, std::move(context));
     sets_ = std::move(sets);
+    deleted_ = std::move(deleted);
 }
 
-Dictionary ContextDidSaveNotification::makeUserInfo(NSManagedObjectContext& context) const { return objectsOf(context, sets_); }
+Dictionary ContextDidSaveNotification::makeUserInfo(NSManagedObjectContext& context) const {
+    return objectsOf(context, sets_, deleted_);
+}
 
 void ContextRefusalNotification::init(Ref<NSManagedObjectContext> context, ChangeSets sets, Ref<NSError> reason) {
     ContextNotification::init(NSManagedObjectContextDidRefuseChangesNotification, std::move(context));
@@ -60,8 +70,9 @@ Dictionary ContextRefusalNotification::makeUserInfo(NSManagedObjectContext& cont
     return info;
 }
 
-void postDidSave(NSManagedObjectContext& context, ChangeSets sets) {
-    auto const notification = make<ContextDidSaveNotification>(context.self<NSManagedObjectContext>(), std::move(sets));
+void postDidSave(NSManagedObjectContext& context, ChangeSets sets, DeletedRecords deleted) {
+    auto const notification =
+        make<ContextDidSaveNotification>(context.self<NSManagedObjectContext>(), std::move(sets), std::move(deleted));
     NSNotificationCenter::defaultCenter()->postNotification(notification);
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 #include "Tessarin/platform/foundation/notifications/NSNotification.h"
 #include "Tessarin/platform/objectgraph/context/ContextStatePrivate.h"
+#include "Tessarin/platform/objectgraph/context/DeletedRecordsPrivate.h"
 #include <mutex>
 
 namespace Tessarin {
@@ -22,19 +23,21 @@ private:
     mutable Value lazyInfo_; // guarded by made_
 };
 
-/// Carries, beside, what a save handed on: other contexts of the coordinator merge that.
+/// Carries, beside, what a save handed on, or what a deletion of everything deleted: other contexts of the coordinator merge that.
 class ContextDidSaveNotification : public ContextNotification {
 public:
     ChangeSets const& sets() const noexcept { return sets_; }
+    DeletedRecords const& deleted() const noexcept { return deleted_; }
 
 protected:
     ContextDidSaveNotification() = default;
     using ContextNotification::init;
-    virtual void init(Ref<NSManagedObjectContext> context, ChangeSets sets);
+    virtual void init(Ref<NSManagedObjectContext> context, ChangeSets sets, DeletedRecords deleted = {});
     Dictionary makeUserInfo(NSManagedObjectContext& context) const override;
 
 private:
     ChangeSets sets_;
+    DeletedRecords deleted_;
 };
 
 /// Carries what happened since the last one.
@@ -62,7 +65,7 @@ private:
     Ref<NSError> reason_;
 };
 
-void postDidSave(NSManagedObjectContext& context, ChangeSets sets);
+void postDidSave(NSManagedObjectContext& context, ChangeSets sets, DeletedRecords deleted = {});
 void postDidRefuse(NSManagedObjectContext& context, ChangeSets sets, Ref<NSError> reason);
 /// Announces the news, if there are any.
 void postDidChange(NSManagedObjectContext& context);

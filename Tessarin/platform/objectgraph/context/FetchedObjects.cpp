@@ -6,6 +6,11 @@
 #include <algorithm>
 
 namespace Tessarin {
+namespace {
+
+constexpr std::size_t mostBatches = 16; // that are made together for whoever reads on
+
+} // namespace
 
 Ref<NSManagedObject> FetchedObjects::operator[](std::size_t at) const {
     if (at >= keys_.size())
@@ -15,9 +20,12 @@ Ref<NSManagedObject> FetchedObjects::operator[](std::size_t at) const {
     auto const unsaved = std::ranges::lower_bound(unsaved_, at, {}, [](auto const& each) { return each.first; });
     if (unsaved != unsaved_.end() && unsaved->first == at) return unsaved->second;
     if (at < first_ || at - first_ >= batch_.size()) {
+        bool const goesOn = !batch_.empty() && at == first_ + batch_.size();
+        batches_ = goesOn ? std::min(batches_ * 2, mostBatches) : 1;
         first_ = at / batchSize_ * batchSize_;
-        batch_ =
-            objectsWithKeys(*context, *entity_, std::span(keys_).subspan(first_, std::min(batchSize_, keys_.size() - first_)));
+        auto const length = std::min({batchSize_ * batches_, std::max(batchSize_, FaultBatch::mostMembers), keys_.size() - first_});
+        batch_.clear(); // whoever reads on needs no two of them at a time
+        batch_ = objectsWithKeys(*context, *entity_, std::span(keys_).subspan(first_, length));
     }
     return batch_[at - first_];
 }

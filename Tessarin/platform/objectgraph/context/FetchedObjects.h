@@ -26,7 +26,8 @@ public:
 
     std::size_t size() const noexcept { return keys_.size(); }
     bool empty() const noexcept { return keys_.empty(); }
-    /// `at` is less than `size()`; fatal otherwise. Keeps the batch of that object until another is asked for.
+    /// `at` is less than `size()`; fatal otherwise. Keeps the batch of that object until another is asked for. Whoever reads on from
+    /// the end of a batch gets two, then four, up to 16 batches together.
     Ref<NSManagedObject> operator[](std::size_t at) const;
     /// As a T; null when it is none.
     template <class T> Ref<T> at(std::size_t place) const { return std::dynamic_pointer_cast<T>((*this)[place]); }
@@ -41,7 +42,8 @@ private:
     std::vector<RecordKey> keys_;
     std::vector<std::pair<std::size_t, Ref<NSManagedObject>>> unsaved_; // by place: their keys will change
     std::size_t batchSize_ = 1;
-    mutable std::size_t first_ = 0; // of the batch that is kept
+    mutable std::size_t first_ = 0; // of the batches that are kept
+    mutable std::size_t batches_ = 1;
     mutable std::vector<Ref<NSManagedObject>> batch_;
 };
 

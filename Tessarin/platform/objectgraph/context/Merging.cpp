@@ -185,6 +185,15 @@ void mergeSaved(ContextState& context, ChangeSets const& sets) {
     }
 }
 
+void mergeDeleted(ContextState& context, DeletedRecords const& records) {
+    if (!context.link || records.runs().empty()) return;
+    for (auto const& object : context.link->all()) {
+        if (!records.contains(object->entity(), object->recordKey())) continue;
+        noteNews(context, *object, ContextNews::Deleted);
+        mergeDeletion(context, *object, Winner::Unsaved);
+    }
+}
+
 void noteGone(ContextState& context, NSManagedObject& object) { mergeDeletion(context, object, Winner::Unsaved); }
 
 void mergeCorrections(ContextState& context, Ref<ChangeSet const> const& set) {

@@ -1,5 +1,6 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/context/ContextStatePrivate.h"
+#include "Tessarin/platform/objectgraph/context/DeletedRecordsPrivate.h"
 
 namespace Tessarin {
 
@@ -9,6 +10,8 @@ namespace Tessarin {
 void applyReceived(ContextState& context);
 /// What a relative saved: this context's unsaved values stay.
 void mergeSaved(ContextState& context, ChangeSets const& sets);
+/// A relative deleted everything at once.
+void mergeDeleted(ContextState& context, DeletedRecords const& records);
 /// The object's record turned out to be gone; unsaved changes stay until a save finds that.
 void noteGone(ContextState& context, NSManagedObject& object);
 /// Records that a save left otherwise than it was given them: the context's objects follow, with their unsaved values on

@@ -79,6 +79,15 @@ public:
     virtual void prepareForDeletion() {}
     virtual void willSave() {}
 
+    /// Which of the hooks that a deletion calls T has of its own; for `registerClass`. What cannot be told counts as its own.
+    static constexpr std::uint32_t prepareForDeletionHook = 1, willSaveHook = 2;
+    template <class T> static constexpr std::uint32_t ownHooks() {
+        using Hook = void (NSManagedObject::*)();
+        constexpr bool preparesPlainly = requires { requires std::is_same_v<decltype(&T::prepareForDeletion), Hook>; };
+        constexpr bool savesPlainly = requires { requires std::is_same_v<decltype(&T::willSave), Hook>; };
+        return (preparesPlainly ? 0 : prepareForDeletionHook) | (savesPlainly ? 0 : willSaveHook);
+    }
+
     // Hooks of the import, overridable; what they do unless overridden stands in NSManagedObject+Import.h.
     virtual std::optional<std::string> dictionaryKeyToAttributeName(std::string const& key);
     virtual std::optional<NSDate> dictionaryStringToDate(std::string const& text);

@@ -3,10 +3,22 @@
 #include "Tessarin/platform/objectgraph/persistence/rows/RowBuilderPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/BatchChangePrivate.h"
 
+#include <algorithm>
 #include <mutex>
 #include <unordered_set>
 
 namespace Tessarin {
+namespace {
+
+void nameRuns(BatchOutcome& outcome) {
+    auto const place = [](BatchOutcome::Record const& record) {
+        return std::pair{record.entity->rootEntity()->index(), record.key};
+    };
+    std::ranges::sort(outcome.records, {}, place);
+    for (auto const& [entity, key] : outcome.records) addToRuns(outcome.runs, *entity, key);
+}
+
+} // namespace
 
 /// The rows of the records that are meant; the caller holds the lock.
 void InMemoryStore::meant(BatchTarget const& target, BatchOutcome& outcome, std::vector<RowRef>& rows) const {
@@ -98,7 +110,9 @@ Ref<NSError> InMemoryStore::deleteInBatch(std::span<BatchTarget const> targets, 
                            .before = row,
                            .after = {},
                            .relationships = {}});
-    return change(std::move(changes), outcome);
+    if (auto error = change(std::move(changes), outcome)) return error;
+    if (!targets.empty() && targets.front().names == BatchTarget::Names::Runs) nameRuns(outcome);
+    return nullptr;
 }
 
 } // namespace Tessarin

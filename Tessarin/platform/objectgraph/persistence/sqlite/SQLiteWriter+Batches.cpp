@@ -87,7 +87,7 @@ bool SQLiteWriter::update(BatchTarget const& target, std::span<BatchAssignment c
     auto const row = builder.finish();
     auto const& table = schema_.tableOf(entity);
     // Records whose rows somebody may hold have to be named too. Gathering the names costs a quarter of the statement.
-    bool const names = target.namesRecords || schema_.space().cache().size() > 0;
+    bool const names = target.names != BatchTarget::Names::None || schema_.space().cache().size() > 0;
     SQLite::Statement statement(connection_, fmt::format("UPDATE {} AS t0 SET {}{}{}", table.name, sets, selection->condition,
                                                          names ? returned(table) : ""));
     for (int at = 0; at < static_cast<int>(bound.size()); ++at)
@@ -108,7 +108,8 @@ bool SQLiteWriter::remove(std::span<BatchTarget const> targets, BatchOutcome& ou
     for (std::size_t at = 0; at < targets.size(); ++at) {
         auto const& entity = *targets[at].query.entity;
         auto const& table = schema_.tableOf(entity);
-        if (selections[at].condition.empty() && !targets[at].namesRecords) {
+        if (selections[at].condition.empty() && targets[at].names != BatchTarget::Names::Records) {
+            if (targets[at].names == BatchTarget::Names::Runs) nameRuns(entity, outcome);
             removeAll(entity, outcome);
             continue;
         }
@@ -123,6 +124,16 @@ bool SQLiteWriter::remove(std::span<BatchTarget const> targets, BatchOutcome& ou
         dangling_.cutAllTo(*entity.rootEntity(), std::move(keys));
     }
     return true;
+}
+
+void SQLiteWriter::nameRuns(NSEntityDescription const& entity, BatchOutcome& outcome) {
+    auto const& table = schema_.tableOf(entity);
+    SQLite::Statement statement(
+        connection_, fmt::format("SELECT id{} FROM {} ORDER BY id", table.hasEntityColumn ? ", entity" : "", table.name));
+    while (statement.step()) {
+        auto const* own = table.hasEntityColumn ? schema_.entityNumbered(statement.integer(1)) : nullptr;
+        addToRuns(outcome.runs, own ? *own : entity, statement.integer(0));
+    }
 }
 
 /// Without a condition SQLite frees a table page by page, and does not look at its records.

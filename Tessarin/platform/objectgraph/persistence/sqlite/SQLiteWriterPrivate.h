@@ -43,6 +43,7 @@ private:
     std::optional<SQLiteReader::Selection> selectionOf(BatchTarget const& target) const;
     void requireSources(BatchTarget const& target, std::span<BatchAssignment const> assignments,
                         SQLiteReader::Selection const& selection);
+    void nameRuns(NSEntityDescription const& entity, BatchOutcome& outcome);
     void removeAll(NSEntityDescription const& entity, BatchOutcome& outcome);
     void runBatch(SQLite::Statement& statement, NSEntityDescription const& entity, BatchOutcome& outcome);
     [[noreturn]] void explain(SQLite::Failure const& failure) const;

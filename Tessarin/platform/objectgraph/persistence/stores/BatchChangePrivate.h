@@ -9,7 +9,7 @@ namespace Tessarin {
 struct BatchTarget {
     StoreQuery query;
     std::optional<std::vector<RecordKey>> keys = {}; // in place of predicate, order, limit and offset; others are ignored
-    bool namesRecords = true; // false: their number will do
+    enum class Names : std::uint8_t { Records, Runs, None } names = Names::Records; // in the outcome; None: their number will do
 };
 
 /// One property's new value, already checked against the model: a constant, a record, or what another attribute holds.
@@ -20,15 +20,30 @@ struct BatchAssignment {
     NSAttributeDescription const* source = nullptr; // of the same type; takes the place of `value`
 };
 
+/// Records of exactly one entity whose keys are neighbours.
+struct RecordRun {
+    NSEntityDescription const* entity;
+    RecordKey first, last;
+};
+
 struct BatchOutcome {
     struct Record {
         NSEntityDescription const* entity; // its own
         RecordKey key;
     };
     std::vector<Record> records; // in any order; where they need not be named, perhaps none
+    std::vector<RecordRun> runs; // in place of them, where that was asked for, by tree of entities and key
     std::size_t count = 0;       // of records
     bool complete = true;        // false: the store cannot find them itself and did nothing; ask again with keys
 };
+
+/// Enters the next key of a tree of entities.
+inline void addToRuns(std::vector<RecordRun>& runs, NSEntityDescription const& entity, RecordKey key) {
+    if (!runs.empty() && runs.back().entity == &entity && runs.back().last + 1 == key)
+        runs.back().last = key;
+    else
+        runs.push_back({&entity, key, key});
+}
 
 /// The error for a record that a to-one relationship was to lead to.
 TESSARIN_API Ref<NSError> missingDestination(NSRelationshipDescription const& relationship, RecordKey key);

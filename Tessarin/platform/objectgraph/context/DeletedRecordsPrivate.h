@@ -1,0 +1,31 @@
+#pragma once
+#include "Tessarin/platform/objectgraph/model/NSEntityDescription.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/BatchChangePrivate.h"
+
+#include <algorithm>
+#include <utility>
+#include <vector>
+
+namespace Tessarin {
+
+/// Which records a deletion of everything deleted, as runs of keys: millions of records that were made one after the other are
+/// a few runs.
+class DeletedRecords {
+public:
+    DeletedRecords() = default;
+    /// Ordered by the index of the tree's root entity, then by key.
+    explicit DeletedRecords(std::vector<RecordRun> runs) : runs_(std::move(runs)) {}
+
+    std::vector<RecordRun> const& runs() const noexcept { return runs_; }
+    bool contains(NSEntityDescription const& entity, RecordKey key) const {
+        auto const place = std::pair{entity.rootEntity()->index(), key};
+        auto const next = std::ranges::upper_bound(
+            runs_, place, {}, [](RecordRun const& run) { return std::pair{run.entity->rootEntity()->index(), run.first}; });
+        return next != runs_.begin() && std::prev(next)->entity->rootEntity() == entity.rootEntity() && std::prev(next)->last >= key;
+    }
+
+private:
+    std::vector<RecordRun> runs_;
+};
+
+} // namespace Tessarin
