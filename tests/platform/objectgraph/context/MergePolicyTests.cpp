@@ -238,6 +238,41 @@ TEST(MergePolicy, ACorrectionDoesNotHideAConflictFromWhatIsUnsavedBelow) {
     EXPECT_EQ(shown(*bystander, "title"), Value("mine"));
 }
 
+TEST(MergePolicy, ARecordWhoseDeletionIsGivenUpKeepsItsLinksAtBothEnds) {
+    Library there("SQLite"), here("SQLite", &there);
+    auto const book = inserted(*there.root, "Book", {{"title", "A"}}), other = inserted(*there.root, "Book", {{"title", "B"}});
+    auto const author = inserted(*there.root, "Author", {{"name", "W"}}), tag = inserted(*there.root, "Tag", {{"name", "T"}});
+    for (auto const& each : {book, other}) each->setValueForKey(author, "author");
+    book->mutableSetValueForKey("related").addObject(other);
+    book->mutableSetValueForKey("tags").addObject(tag);
+    ASSERT_TRUE(saves(*there.root));
+    here.root->setMergePolicy(make<NSMergePolicy>(Type::MergeByPropertyStoreTrump));
+    auto const mine = fetched(*here.root, "Book", nullptr, {by("title")});
+    for (auto const& each : mine) EXPECT_EQ(members(*each, "related").size(), 1u);
+    auto const mineTag = fetched(*here.root, "Tag").front();
+    here.root->deleteObject(*mine[0]);
+    here.root->deleteObject(*mineTag);
+    here.root->deleteObject(*fetched(*here.root, "Author").front());
+    author->setValueForKey(5, "rating");
+    book->setValueForKey("A again", "title");
+    tag->setValueForKey("T again", "name");
+    ASSERT_TRUE(saves(*there.root));
+    ASSERT_TRUE(saves(*here.root));
+    EXPECT_EQ(findings(here), "");
+    EXPECT_EQ(members(*mine[1], "related"), "A again");
+    EXPECT_EQ(members(*mineTag, "books"), "A again");
+    auto const fresh = Library("SQLite", &there).root;
+    for (auto const& [entity, key, seen] : {std::tuple{"Book", "related", "B,A again"},
+                                            {"Book", "tags", "T again,"},
+                                            {"Tag", "books", "A again"},
+                                            {"Author", "books", "A again,B"}}) {
+        std::string text;
+        for (auto const& each : fetched(*fresh, entity, nullptr, {by(entity == std::string("Book") ? "title" : "name")}))
+            text += (text.empty() ? "" : ",") + members(*each, key, key == std::string("tags") ? "name" : "title");
+        EXPECT_EQ(text, seen) << key;
+    }
+}
+
 TEST(MergePolicy, ADeletionIsNotGivenUpBecauseWhatTheRecordLedToWasDeleted) {
     for (auto const& [name, areSiblings, store] : settings) {
         Stage stage(areSiblings, store, Type::MergeByPropertyStoreTrump);

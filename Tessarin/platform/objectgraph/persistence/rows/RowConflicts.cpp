@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <tuple>
 #include <unordered_map>
+#include <unordered_set>
+#include <utility>
 
 namespace Tessarin {
 namespace {
@@ -71,6 +73,7 @@ public:
             if (auto error = resolve(conflicts_)) return error;
         }
         for (auto const& conflict : conflicts_) rewrite(chains_.at(conflict.key), conflict.stored, conflict.final);
+        if (!spared_.empty()) leadBackToSpared();
         if (!rewritten_.empty()) rewriteSets(outcome);
         return nullptr;
     }
@@ -124,6 +127,7 @@ private:
 
     void rewrite(Chain const& chain, RowRef const& stored, RowRef const& final) {
         auto const& first = *chain.steps.front();
+        if (final && !chain.steps.back()->after) spared_.insert(first.key);
         Rewritten made{chain.firstSet, {.kind = Kind::Delete, .key = first.key, .entity = first.entity, .before = stored}};
         if (final) made.change.kind = stored ? Kind::Update : Kind::Insert;
         auto const& last = chain.steps.back()->after;
@@ -137,13 +141,51 @@ private:
         rewritten_.emplace(first.key, std::move(made));
     }
 
+    /// Whatever let go of a record only because that was deleted leads to it again, since the deletion was given up: references
+    /// here, links of many to many below.
+    void leadBackToSpared() {
+        for (auto const& [key, chain] : chains_) {
+            auto const found = rewritten_.find(key);
+            auto const final = found == rewritten_.end() ? chain.steps.back()->after : found->second.change.after;
+            auto restored = final && chain.base() ? leadingBack(*chain.base(), *final) : RowRef();
+            if (!restored) continue;
+            auto const stored =
+                found == rewritten_.end() ? stored_(*chain.steps.front()->entity, key) : found->second.change.before;
+            rewritten_.erase(key);
+            rewrite(chain, stored, restored);
+        }
+    }
+    /// Null where nothing was let go of.
+    RowRef leadingBack(Row const& base, Row const& final) {
+        if (&base.layout() != &final.layout()) return nullptr;
+        auto const& cells = base.layout().cells();
+        bool isFound = false;
+        for (std::size_t cell = 0; cell < cells.size(); ++cell) {
+            if (cells[cell].type != CellType::Reference || final.reference(cell) != 0) continue;
+            if (!spared_.contains(base.reference(cell))) continue;
+            if (!std::exchange(isFound, true)) builder_.begin(final, final.version());
+            builder_.setReference(cell, base.reference(cell));
+        }
+        return isFound ? builder_.finish() : RowRef();
+    }
+    std::vector<RelationshipChange> withoutSpared(std::vector<RelationshipChange> relationships) const {
+        if (spared_.empty()) return relationships;
+        for (auto& each : relationships)
+            if (auto const* inverse = each.relationship->inverseRelationship(); inverse && inverse->isToMany())
+                std::erase_if(each.removed, [&](RecordKey key) { return spared_.contains(key); });
+        std::erase_if(relationships, [](auto const& each) { return each.added.empty() && each.removed.empty() && !each.order; });
+        return relationships;
+    }
+
     void rewriteSets(SaveOutcome& outcome) {
         for (std::size_t set = 0; set < sets_.size(); ++set) {
             std::vector<RecordChange> changes;
             for (auto const& change : sets_[set]->changes()) {
                 auto const found = rewritten_.find(change.key);
                 if (found == rewritten_.end()) {
-                    changes.push_back(change);
+                    auto kept = change;
+                    kept.relationships = withoutSpared(std::move(kept.relationships));
+                    if (kept.changesRow() || !kept.relationships.empty()) changes.push_back(std::move(kept));
                     continue;
                 }
                 auto made = found->second.change;
@@ -151,7 +193,7 @@ private:
                     made.kind = made.after ? Kind::Update : Kind::Delete;
                     made.before = made.after;
                 }
-                if (made.after) made.relationships = change.relationships;
+                if (made.after) made.relationships = withoutSpared(change.relationships);
                 if (made.before != made.after || !made.relationships.empty()) changes.push_back(std::move(made));
             }
             outcome.sets.push_back(std::make_shared<ChangeSet const>(sets_[set]->sharedSpace(), std::move(changes)));
@@ -169,6 +211,7 @@ private:
     std::unordered_map<RecordKey, Chain> chains_;
     std::vector<RowConflict> conflicts_;
     std::unordered_map<RecordKey, Rewritten> rewritten_;
+    std::unordered_set<RecordKey> spared_; // whose deletions were given up
     RowBuilder builder_;
 };
 
