@@ -2,7 +2,7 @@
 include(CMakePackageConfigHelpers)
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/Tessarin)
 
-install(TARGETS tessarin EXPORT TessarinTargets)
+install(TARGETS tessarin tessarin_queues EXPORT TessarinTargets)
 install(EXPORT TessarinTargets NAMESPACE Tessarin:: DESTINATION ${package_folder})
 
 # check_layers.py knows the same exceptions, and refuses public headers that include one.

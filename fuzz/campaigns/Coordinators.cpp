@@ -39,11 +39,7 @@ void tryCoordinators(Trial& trial, Tally& tally) {
         Ref<NSError> error;
         auto const findings = first.coordinator->verify(error);
         require(!error, "the file cannot be looked at: {}", error ? error->localizedDescription() : "");
-        for (auto const& finding : findings) {
-            bool const leadsNowhere = finding.find("lead to a record that is not there") != finding.npos;
-            require(!leadsNowhere, "after step {}: {}", step, finding);
-            tally.add("other findings"); // a self-inverse link may be left at one of its ends; not yet understood
-        }
+        for (auto const& finding : findings) require(false, "after step {}: {}", step, finding);
         tally.add("saves", 2);
     }
 }

@@ -19,6 +19,16 @@ run(${CMAKE_COMMAND} --build ${temporary}/consumer)
 run(${temporary}/consumer/consumer)
 message("${output}")
 
+# What uses nothing but queues loads five libraries: ours, and the compiler's.
+run(${temporary}/consumer/queues)
+run(ldd ${temporary}/consumer/queues)
+string(REGEX MATCHALL "lib[^ ]+ =>" libraries "${output}")
+list(LENGTH libraries count)
+if(count GREATER 5)
+  file(REMOVE_RECURSE ${temporary})
+  message(FATAL_ERROR "${count} libraries:\n${output}")
+endif()
+
 # The library is compiled with precompiled headers, which hide a forgotten include; an application has none.
 if("$ENV{TESSARIN_LONG}")
   file(GLOB_RECURSE headers ${temporary}/prefix/include/*.h)
