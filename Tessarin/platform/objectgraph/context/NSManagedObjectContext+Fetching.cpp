@@ -1,6 +1,5 @@
 // Fetching: what the store finds, corrected by what is not saved yet.
-#include "Tessarin/platform/foundation/predicates/NSComparisonPredicate.h"
-#include "Tessarin/platform/foundation/predicates/NSCompoundPredicate.h"
+#include "Tessarin/platform/foundation/predicates/NSPredicate.h"
 #include "Tessarin/platform/foundation/predicates/NSSortDescriptor.h"
 #include "Tessarin/platform/objectgraph/context/FetchRequestProblem.h"
 #include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
@@ -68,8 +67,7 @@ private:
     bool isBefore(Keyed const& a, Keyed const& b) const {
         for (std::size_t at = 0; at < descriptors_.size(); ++at)
             if (auto const order = descriptors_[at]->compareKeys(a.keys[at], b.keys[at]); order != 0) return order < 0;
-        auto const x = a.object->recordKey(), y = b.object->recordKey();
-        return (x < 0) != (y < 0) ? y < 0 : x < 0 ? x > y : x < y;
+        return isBeforeByKey(a.object->recordKey(), b.object->recordKey());
     }
 
     std::span<Ref<NSSortDescriptor> const> descriptors_;
@@ -125,10 +123,10 @@ public:
     Ref<NSError> count(std::size_t& found) {
         if (!mustLookAtAll_ && store()) {
             auto query = this->query();
-            Ref<NSPredicate> others;
+            std::vector<KeyRange> unsaved;
             if (hasUnsaved()) { // they are counted here, and all is cut at the end
-                others = withoutUnsaved();
-                query.predicate = others.get();
+                unsaved = unsaved_->stored();
+                query.without = unsaved;
                 query.limit = query.offset = 0;
             }
             bool isComplete = true;
@@ -142,21 +140,6 @@ public:
             }
         }
         return run([&](std::span<Ref<NSManagedObject>>, std::size_t total) { found = total; });
-    }
-
-    /// The request's predicate for the store's records but the unsaved ones.
-    Ref<NSPredicate> withoutUnsaved() const {
-        List unsaved;
-        for (auto const key : unsaved_->all())
-            if (key > 0) unsaved.push_back(context_.coordinator->identities().identity(entity_, key));
-        if (unsaved.empty()) return request_.predicate();
-        auto const isUnsaved = NSComparisonPredicate::predicateWithLeftExpression(
-            NSExpression::expressionForEvaluatedObject(), NSExpression::expressionForConstantValue(std::move(unsaved)),
-            NSPredicateOperatorType::In);
-        std::vector<Ref<NSPredicate>> parts;
-        if (request_.predicate()) parts.push_back(request_.predicate());
-        parts.push_back(NSCompoundPredicate::notPredicateWithSubpredicate(isUnsaved));
-        return NSCompoundPredicate::andPredicateWithSubpredicates(std::move(parts));
     }
 
     /// Whether the store alone can answer.
@@ -238,7 +221,8 @@ private:
             if (!object->isDeleted() && seen.add(object->recordKey()) && isWanted(object->entity()) && fits(*object))
                 objects.push_back(std::move(object));
         };
-        for (auto const key : unsaved_->candidates()) {
+        for (auto const key : listsFirst() ? unsaved_->firstCandidates(request_.fetchLimit() + request_.fetchOffset())
+                                           : unsaved_->candidates()) {
             auto living = context_.link->find(key);
             if (living && (GraphAccess::state(*living).row || living->isInserted()))
                 add(std::move(living));
@@ -251,6 +235,15 @@ private:
                         [&](std::span<Ref<NSManagedObject>> run) { read.insert(read.end(), run.begin(), run.end()); });
         for (auto& object : read) add(std::move(object));
         return objects;
+    }
+
+    /// Whether the request asks for the first records in an order by attributes.
+    bool listsFirst() const {
+        auto const isStored = [&](Ref<NSSortDescriptor> const& each) {
+            auto const* property = entity_.propertyNamed(each->key());
+            return property && property->asAttribute() && !property->isTransient();
+        };
+        return request_.fetchLimit() != 0 && !request_.predicate() && std::ranges::all_of(request_.sortDescriptors(), isStored);
     }
 
     bool fits(NSManagedObject& object) {

@@ -60,6 +60,14 @@ std::shared_ptr<ChangeSets const> withMore(ChangeSets list, ChangeSets const& mo
     return std::make_shared<ChangeSets>(std::move(list));
 }
 
+/// What readers have asked of the sets before, they will ask of those that are new.
+void prepare(ChangeSets const& now, std::shared_ptr<ChangeSets const> const& before) {
+    if (!before) return;
+    for (auto const& set : now)
+        if (std::ranges::find(*before, set) == before->end())
+            for (auto const& earlier : *before) set->prepareLike(*earlier);
+}
+
 void removeFrom(ChangeSets& sets, ChangeSets const& leaving) {
     std::unordered_set<ChangeSet const*> gone;
     for (auto const& set : leaving) gone.insert(set.get());
@@ -85,6 +93,7 @@ bool PublishedChanges::handUp(ChangeSets const& leaving, ChangeSets const& sets,
         reading.unlock();
         removeFrom(staying, leaving);
         auto const readAbove = withMore(copyOf(above.sets), sets);
+        prepare(*readAbove, above.sets);
         Shared readHere = withMore({}, staying);
         std::scoped_lock const hold(mutex_, parent.mutex_);
         if (parent.arrivals_ != seen) return false;

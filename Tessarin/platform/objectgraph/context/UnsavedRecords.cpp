@@ -40,6 +40,7 @@ std::optional<std::vector<Ref<NSManagedObject>>> objectsByEquality(ContextState&
 UnsavedRecords::UnsavedRecords(ContextState& context, RecordReader const& reader, NSFetchRequest const& request,
                                NSEntityDescription const& entity)
     : context_(context),
+      reader_(reader),
       request_(request),
       entity_(entity),
       sets_(&reader.sets()),
@@ -87,10 +88,32 @@ void UnsavedRecords::addOf(ChangeSet const& set, KeySet& keys) const {
         if (change.changesRow() && isWanted(*change.entity)) keys.add(change.key);
 }
 
-std::vector<RecordKey> UnsavedRecords::all() const {
+std::vector<KeyRange> UnsavedRecords::stored() const {
+    std::vector<RecordKey> keys(turned_.keys().begin(), turned_.keys().end());
+    for (auto const& set : *sets_)
+        for (auto const& change : set->changesOf(*entity_.rootEntity()))
+            if (change.changesRow() && isWanted(*change.entity)) keys.push_back(change.key);
+    if (ownCount_ != 0)
+        for (auto const& object : context_.changed)
+            if (isWanted(object->entity())) keys.push_back(object->recordKey());
+    return rangesOf(std::move(keys));
+}
+
+std::vector<RecordKey> UnsavedRecords::firstCandidates(std::size_t count) const {
     auto keys = turned_;
     addOwn(keys);
-    for (auto const& set : *sets_) addOf(*set, keys);
+    auto const& tree = *entity_.rootEntity();
+    for (auto const& set : *sets_) {
+        for (auto const* update : set->updates())
+            if (update->entity->rootEntity() == &tree && isWanted(*update->entity)) keys.add(update->key);
+        auto const first = set->firstInserted(tree, request_.sortDescriptors(), count, [&](RecordChange const& change) {
+            if (!isWanted(*change.entity) || isOwn(change.key)) return false;
+            if (reader_.row(*change.entity, change.key) == change.after) return true;
+            keys.add(change.key); // changed again, in a set that has it elsewhere in its order
+            return false;
+        });
+        for (auto const key : first) keys.add(key);
+    }
     return {keys.keys().begin(), keys.keys().end()};
 }
 

@@ -26,8 +26,11 @@ public:
     bool turnsAll() const noexcept { return turnsAll_; }
     /// The records that may fulfil the request's predicate.
     std::vector<RecordKey> candidates() const;
-    /// All of them.
-    std::vector<RecordKey> all() const;
+    /// The same for a request without a predicate that asks for the first `count` in an order by attributes: those that may be
+    /// among them, without a look at all that is inserted.
+    std::vector<RecordKey> firstCandidates(std::size_t count) const;
+    /// The keys of those that the store may have, as ranges.
+    std::vector<KeyRange> stored() const;
 
 private:
     bool isWanted(NSEntityDescription const& entity) const {
@@ -42,6 +45,7 @@ private:
     bool addOwnEqual(NSPredicate const& predicate, KeySet& keys) const;
 
     ContextState& context_;
+    RecordReader const& reader_;
     NSFetchRequest const& request_;
     NSEntityDescription const& entity_;
     ChangeSets const* sets_;

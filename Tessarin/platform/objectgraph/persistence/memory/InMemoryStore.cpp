@@ -183,6 +183,9 @@ Ref<NSError> InMemoryStore::count(StoreQuery const& query, std::size_t& count, b
     auto const& records = records_[query.entity->rootEntity()];
     count = static_cast<std::size_t>(
         std::ranges::count_if(records, [&](auto const& entry) { return belongsTo(*entry.second, query); }));
+    for (auto const& [first, last] : query.without)
+        for (auto at = records.lower_bound(first); at != records.end() && at->first <= last; ++at)
+            if (belongsTo(*at->second, query)) --count;
     return nullptr;
 }
 

@@ -32,17 +32,27 @@ std::optional<std::vector<std::uint32_t>> ChangeIndex::find(std::span<RecordChan
                                                             NSAttributeDescription const& attribute, Value const& value) const {
     auto const hash = attribute.isTransient() ? std::nullopt : valueHash(value, attribute.attributeType());
     if (!hash) return {};
-    Entries const* entries = nullptr;
-    {
-        std::lock_guard const hold(mutex_);
-        auto [place, isNew] = entries_.try_emplace(&attribute);
-        if (isNew) place->second = sorted(changes, attribute);
-        entries = &place->second;
-    }
     std::vector<std::uint32_t> found;
-    auto const range = std::ranges::equal_range(*entries, *hash, {}, &Entry::hash);
+    auto const range = std::ranges::equal_range(entriesOf(changes, attribute), *hash, {}, &Entry::hash);
     for (auto const& entry : range) found.push_back(entry.at);
     return found;
+}
+
+ChangeIndex::Entries const& ChangeIndex::entriesOf(std::span<RecordChange const> changes,
+                                                   NSAttributeDescription const& attribute) const {
+    std::lock_guard const hold(mutex_);
+    auto [place, isNew] = entries_.try_emplace(&attribute);
+    if (isNew) place->second = sorted(changes, attribute);
+    return place->second;
+}
+
+void ChangeIndex::prepareLike(ChangeIndex const& other, ChangeSet const& set) const {
+    std::vector<NSAttributeDescription const*> asked;
+    {
+        std::lock_guard const hold(other.mutex_);
+        for (auto const& [attribute, entries] : other.entries_) asked.push_back(attribute);
+    }
+    for (auto const* attribute : asked) entriesOf(set.changesOf(*attribute->entity()->rootEntity()), *attribute);
 }
 
 std::span<std::uint32_t const> ChangeIndex::find(std::span<RecordChange const> changes, UniqueConstraint const& constraint,

@@ -12,6 +12,7 @@
 
 namespace Tessarin {
 
+class ChangeSet;
 class NSAttributeDescription;
 class Row;
 struct RecordChange;
@@ -30,6 +31,9 @@ public:
     std::span<std::uint32_t const> find(std::span<RecordChange const> changes, UniqueConstraint const& constraint,
                                         std::string const& values) const;
 
+    /// Asks for the attributes that the other was asked for, ahead of whoever will.
+    void prepareLike(ChangeIndex const& other, ChangeSet const& set) const;
+
 private:
     using Holders = std::unordered_map<std::string, std::vector<std::uint32_t>>;
     struct Entry {
@@ -38,6 +42,7 @@ private:
         auto operator<=>(Entry const&) const = default;
     };
     using Entries = std::vector<Entry>; // sorted
+    Entries const& entriesOf(std::span<RecordChange const> changes, NSAttributeDescription const& attribute) const;
     static Entries sorted(std::span<RecordChange const> changes, NSAttributeDescription const& attribute);
 
     mutable std::mutex mutex_;

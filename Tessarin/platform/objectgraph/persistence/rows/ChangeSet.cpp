@@ -40,6 +40,7 @@ ChangeSet::ChangeSet(Ref<RowSpace> space, std::vector<RecordChange> changes)
     changedRows_.resize(space_->model().entities().size());
     for (auto const& change : changes_) {
         if (change.changesRow()) ++changedRows_[change.entity->index()];
+        if (change.changesRow() && change.kind != RecordChange::Kind::Insert) updates_.push_back(&change);
         changesRelationships_ = changesRelationships_ || !change.relationships.empty();
     }
 }
@@ -66,6 +67,24 @@ std::vector<RecordKey> ChangeSet::keysWith(UniqueConstraint const& constraint, s
     if (changes.empty()) return keys;
     for (auto const at : index_.find(changes, constraint, values)) keys.push_back(changes[at].key);
     return keys;
+}
+
+std::vector<RecordKey> ChangeSet::firstInserted(NSEntityDescription const& rootEntity, ChangeOrder::Descriptors descriptors,
+                                                std::size_t count, FunctionRef<bool(RecordChange const&)> accepts) const {
+    auto const changes = changesOf(rootEntity);
+    for (std::size_t looked = count;; looked *= 8) {
+        std::vector<RecordKey> keys;
+        auto const first = order_.first(*this, rootEntity, descriptors, looked);
+        for (auto const at : first->places)
+            if (keys.size() < count && accepts(changes[at])) keys.push_back(changes[at].key);
+        if (keys.size() == count || first->isAll) return keys;
+        looked = std::max(looked, first->places.size());
+    }
+}
+
+void ChangeSet::prepareLike(ChangeSet const& other) const {
+    order_.prepareLike(other.order_, *this);
+    index_.prepareLike(other.index_, *this);
 }
 
 RecordChange const* ChangeSet::find(NSEntityDescription const& entity, RecordKey key) const noexcept {

@@ -1,8 +1,10 @@
 #pragma once
 #include "Tessarin/Export.h"
 #include "Tessarin/platform/objectgraph/persistence/rows/ChangeIndexPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/ChangeOrderPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/rows/Row.h"
 #include "Tessarin/platform/objectgraph/persistence/rows/RowCachePrivate.h"
+#include "Tessarin/platform/runtime/FunctionRef.h"
 #include <optional>
 #include <span>
 #include <vector>
@@ -16,6 +18,9 @@ struct RelationshipChange {
     std::vector<RecordKey> removed;
     std::optional<std::vector<RecordKey>> order; // ordered relationships: the whole list as it is now
 };
+
+/// The order of records that are alike: by key, what has no permanent one yet behind the rest in the order in which it was made.
+inline bool isBeforeByKey(RecordKey a, RecordKey b) noexcept { return (a < 0) != (b < 0) ? b < 0 : a < 0 ? a > b : a < b; }
 
 /// What happened to one record.
 struct RecordChange {
@@ -55,12 +60,22 @@ public:
     /// The records that have these values of a constraint after the change.
     std::vector<RecordKey> keysWith(UniqueConstraint const& constraint, std::string const& values) const;
 
+    /// Changes of rows that are no insertions.
+    std::span<RecordChange const* const> updates() const noexcept { return updates_; }
+    /// The first `count` insertions of a tree of entities that `accepts`, in the order of descriptors that name attributes.
+    std::vector<RecordKey> firstInserted(NSEntityDescription const& rootEntity, ChangeOrder::Descriptors descriptors,
+                                         std::size_t count, FunctionRef<bool(RecordChange const&)> accepts) const;
+    /// Makes ready for the questions that a set before this one was asked: by whoever saves, so that whoever asks need not wait.
+    void prepareLike(ChangeSet const& other) const;
+
 private:
     Ref<RowSpace> space_;
     std::vector<RecordChange> changes_;
     std::vector<std::size_t> changedRows_; // by index of the entity
+    std::vector<RecordChange const*> updates_;
     bool changesRelationships_ = false;
     ChangeIndex index_;
+    ChangeOrder order_;
 };
 
 } // namespace Tessarin

@@ -21,16 +21,25 @@ std::vector<RecordKey> sorted(std::span<RecordKey const> keys) {
 
 constexpr std::int64_t longScan = 20'000; // records
 
-/// Of "… AND NOT SELF IN records" the last condition; null for any other predicate.
-NSComparisonPredicate const* excludedRecords(NSPredicate const* predicate) {
-    auto const* all = predicate ? predicate->asCompound() : nullptr;
-    if (!all || all->compoundPredicateType() != NSCompoundPredicateType::And || all->subpredicates().empty()) return nullptr;
-    auto const* last = all->subpredicates().back()->asCompound();
-    if (!last || last->compoundPredicateType() != NSCompoundPredicateType::Not) return nullptr;
-    auto const* records = last->subpredicates().front()->asComparison();
-    bool const isSelfIn = records && records->predicateOperatorType() == NSPredicateOperatorType::In &&
-                          records->leftExpression()->expressionType() == NSExpressionType::EvaluatedObject;
-    return isSelfIn ? records : nullptr;
+/// Conditions for records in these ranges: the longest as such, the others as a list of keys.
+void addRanges(std::span<KeyRange const> ranges, std::string& condition, List& arguments) {
+    static constexpr std::size_t mostRanges = 100;
+    std::vector<KeyRange> sorted(ranges.begin(), ranges.end());
+    std::ranges::stable_sort(sorted, std::ranges::greater(), [](KeyRange const& range) { return range.last - range.first; });
+    std::string keys;
+    for (std::size_t at = 0; at < sorted.size(); ++at) {
+        if (at < mostRanges) {
+            condition += at == 0 ? "t0.id BETWEEN ? AND ?" : " OR t0.id BETWEEN ? AND ?";
+            arguments.push_back(sorted[at].first);
+            arguments.push_back(sorted[at].last);
+            continue;
+        }
+        for (auto key = sorted[at].first; key <= sorted[at].last; ++key)
+            fmt::format_to(std::back_inserter(keys), "{}{}", keys.empty() ? "[" : ",", key);
+    }
+    if (keys.empty()) return;
+    condition += " OR t0.id IN (SELECT value FROM json_each(?))";
+    arguments.push_back(keys + "]");
 }
 
 template <class List, class Key> void sortByKey(List& list, Key key) {
@@ -307,19 +316,15 @@ void SQLiteReader::count(StoreQuery const& query, std::size_t& count, bool& comp
     if (!complete) return;
     auto sql = countText(scannedBy(query), translation);
     auto arguments = translation.arguments();
-    if (auto const* excluded = excludedRecords(query.predicate)) {
-        // What is counted without a few records is all less those: an index counts all without a look at each.
-        SQLTranslation all(schema_, *query.entity), few(schema_, *query.entity);
-        auto const parts = query.predicate->asCompound()->subpredicates();
-        for (auto const& part : parts.first(parts.size() - 1)) {
-            all.addPredicate(*part);
-            few.addPredicate(*part);
-        }
-        if (few.addPredicate(*excluded)) {
-            sql = fmt::format("SELECT ({}) - ({})", countText(scannedBy(query), all), countText(scannedBy(query), few));
-            arguments = all.arguments();
-            arguments.insert(arguments.end(), few.arguments().begin(), few.arguments().end());
-        }
+    if (!query.without.empty()) {
+        // What is counted without some records is all less those: an index counts all without a look at each.
+        auto const all = sql;
+        std::string left = "(";
+        auto const own = arguments;
+        arguments.insert(arguments.end(), own.begin(), own.end());
+        addRanges(query.without, left, arguments);
+        auto const word = conditionOf(scannedBy(query), translation).empty() ? " WHERE " : " AND ";
+        sql = fmt::format("SELECT ({}) - ({}{}{}))", all, all, word, left);
     }
     SQLite::Statement statement(connection_, sql);
     bindAll(statement, arguments);

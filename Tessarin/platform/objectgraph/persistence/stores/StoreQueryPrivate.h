@@ -9,6 +9,13 @@ namespace Tessarin {
 class NSPredicate;
 class NSSortDescriptor;
 
+/// Keys of neighbours, from the first to the last.
+struct KeyRange {
+    RecordKey first, last;
+};
+/// Permanent keys, in whatever order and perhaps twice, as ranges in order.
+TESSARIN_API std::vector<KeyRange> rangesOf(std::vector<RecordKey> keys);
+
 /// A question to a store.
 struct StoreQuery {
     NSEntityDescription const* entity = nullptr;
@@ -18,6 +25,7 @@ struct StoreQuery {
     std::size_t limit = 0; // 0: no limit
     std::size_t offset = 0;
     bool wantsKeysOnly = false; // a complete answer may give `keys` in place of `rows`
+    std::span<KeyRange const> without = {}; // only in counts: records that are left out, in order
 };
 
 /// A store's answer: `complete` when the store applied predicate, order, limit and offset; otherwise `rows` holds at least
