@@ -5,7 +5,9 @@
 #include "Tessarin/platform/sqlite/Connection.h"
 #include <algorithm>
 #include <limits>
+#include <random>
 #include <ranges>
+#include <span>
 
 using namespace Tessarin;
 using namespace Tessarin::tests;
@@ -105,6 +107,50 @@ TEST_P(Fetching, AListInBatchesCountsUnsavedChangesAndOutlivesTheirSave) {
     inserted(*worker, "Book", {{"title", "999"}});
     request->setIncludesPendingChanges(false);
     EXPECT_EQ(worker->executeFetchRequest(*request, error).size(), 50u) << "in the store";
+}
+
+TEST_P(Fetching, TheFirstOfAListAndItsCountBesideSavesOnTheirWayAreThoseOfTheWholeList) {
+    std::minstd_rand random(7);
+    auto const some = [&](int most) { return static_cast<int>(random() % static_cast<unsigned>(most)); };
+    auto const lower = childOf(worker);
+    auto const fill = [&](NSManagedObjectContext& context, int count) {
+        for (int number = 0; number < count; ++number)
+            inserted(context, number % 5 == 0 ? "Novel" : "Book", {{"title", std::to_string(some(900))}, {"year", some(30)}});
+    };
+    auto const disturb = [&](NSManagedObjectContext& context, int every) {
+        auto const all = fetched(context, "Book");
+        for (std::size_t at = 0; at < all.size(); ++at) {
+            if (at % static_cast<std::size_t>(every) == 0) change(*all[at], std::to_string(some(900)), "title");
+            if (at % 50 == 7) context.performBlockAndWait([&] { context.deleteObject(*all[at]); });
+        }
+    };
+    fill(*root, 400);
+    ASSERT_TRUE(saves(*root)); // so that there are more runs of keys than the store takes as ranges
+    for (auto const& context : {worker, lower}) {
+        disturb(*context, 3);
+        fill(*context, 300); // more than a set sorts at once
+        ASSERT_TRUE(saves(*context));
+        fill(*context, 20);
+        disturb(*context, 9);
+    }
+    for (auto const& context : {worker, lower})
+        for (auto const& entity : {"Book", "Novel"}) {
+            for (auto const& sort : {std::vector{by("year", {.ascending = false}), by("title")}, {by("title")}, {}}) {
+                auto const all = fetched(*context, entity, nullptr, sort);
+                for (auto const& [limit, offset] : {std::pair{20u, 0u}, {300u, 5u}, {2000u, 0u}}) {
+                    auto const rest = std::span(all).subspan(std::min<std::size_t>(offset, all.size()));
+                    auto const wanted = rest.first(std::min<std::size_t>(limit, rest.size()));
+                    EXPECT_EQ(fetched(*context, entity, nullptr, sort, limit, offset), Objects(wanted.begin(), wanted.end()));
+                }
+            }
+            for (auto const& predicate : {Ref<NSPredicate>(), where("year > 10"), where("year == 3 OR title > '5'")}) {
+                auto const counted = make<NSFetchRequest>(entity);
+                counted->setPredicate(predicate);
+                std::int64_t count = 0;
+                context->performBlockAndWait([&] { count = context->countForFetchRequest(*counted, error); });
+                EXPECT_EQ(count, std::ssize(fetched(*context, entity, predicate)));
+            }
+        }
 }
 
 TEST_P(Fetching, AnEqualityFindsWhatTheSetsAboveMakeOfRecords) {
