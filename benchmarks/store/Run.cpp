@@ -23,6 +23,7 @@ void Run::measureAll() {
     auto const add = [this](std::string const& row, double figure, double target) { addOwn(row, "x", figure, target); };
     measureUnsavedGrowth(options_.folder, wanted, add);
     measureWholeTables(options_.folder, wanted, add);
+    measureMainThread(options_.folder, wanted, add);
     if (!options_.isOursAlone) measureGrowth();
 }
 
