@@ -4,6 +4,7 @@
 #include "Tessarin/platform/runtime/Fatal.h"
 
 #include <algorithm>
+#include <span>
 
 namespace Tessarin {
 namespace {
@@ -24,8 +25,10 @@ Ref<NSManagedObject> FetchedObjects::operator[](std::size_t at) const {
         batches_ = goesOn ? std::min(batches_ * 2, mostBatches) : 1;
         first_ = at / batchSize_ * batchSize_;
         auto const length = std::min({batchSize_ * batches_, std::max(batchSize_, FaultBatch::mostMembers), keys_.size() - first_});
+        auto const keys = std::span(keys_).subspan(first_, length);
+        bool const readsValues = goesOn && !batch_.back()->isFault();
         batch_.clear(); // whoever reads on needs no two of them at a time
-        batch_ = objectsWithKeys(*context, *entity_, std::span(keys_).subspan(first_, length));
+        batch_ = readsValues ? filledObjects(*context, *entity_, keys) : objectsWithKeys(*context, *entity_, keys);
     }
     return batch_[at - first_];
 }

@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <array>
+#include <iterator>
 #include <unordered_set>
+#include <utility>
 
 namespace Tessarin {
 namespace {
@@ -147,6 +149,43 @@ std::vector<Ref<NSManagedObject>> objectsWithKeys(ContextState& context, NSEntit
         batch->members.push_back(key);
         objects.push_back(objectWithKey(context, entity, key, batch));
     }
+    return objects;
+}
+
+namespace {
+
+/// The records' rows in the order of the keys; none where a record is gone, has another key now or cannot be read.
+std::vector<RowRef> rowsInOrder(ContextState& context, NSEntityDescription const& entity, std::span<RecordKey const> keys) {
+    std::vector<RowRef> read, rows(keys.size());
+    read.reserve(keys.size());
+    try {
+        RecordReader(context).rows(entity, keys, [&](RowRef row) { read.push_back(std::move(row)); });
+    } catch (ErrorException const&) { return {}; } // faults throw when they are asked
+    if (read.size() != keys.size()) return {};
+    std::vector<std::pair<RecordKey, std::size_t>> places;
+    places.reserve(keys.size());
+    for (auto const key : keys) places.emplace_back(key, places.size());
+    if (!std::ranges::is_sorted(places)) std::ranges::sort(places);
+    auto const keyOf = [](RowRef const& row) { return row->key(); };
+    if (!std::ranges::is_sorted(read, {}, keyOf)) std::ranges::sort(read, {}, keyOf);
+    for (std::size_t at = 0; at < read.size(); ++at) {
+        if (read[at]->key() != places[at].first) return {};
+        rows[places[at].second] = std::move(read[at]);
+    }
+    return rows;
+}
+
+} // namespace
+
+std::vector<Ref<NSManagedObject>> filledObjects(ContextState& context, NSEntityDescription const& entity,
+                                                std::span<RecordKey const> keys) {
+    auto rows = rowsInOrder(context, entity, keys);
+    if (rows.empty()) return objectsWithKeys(context, entity, keys);
+    std::vector<Ref<NSManagedObject>> objects;
+    objects.reserve(keys.size());
+    objectsWithRows(context, entity, rows, [&](std::span<Ref<NSManagedObject>> run) {
+        objects.insert(objects.end(), std::move_iterator(run.begin()), std::move_iterator(run.end()));
+    });
     return objects;
 }
 

@@ -16,6 +16,9 @@ Ref<NSManagedObject> objectWithKey(ContextState& context, NSEntityDescription co
 /// The objects of several records, in their order, as faults that fill together.
 std::vector<Ref<NSManagedObject>> objectsWithKeys(ContextState& context, NSEntityDescription const& entity,
                                                   std::span<RecordKey const> keys);
+/// The same with their values, read in one go: for whoever will ask for those. What cannot be read comes as a fault.
+std::vector<Ref<NSManagedObject>> filledObjects(ContextState& context, NSEntityDescription const& entity,
+                                                std::span<RecordKey const> keys);
 /// Before the destination of a to-one is looked up: makes the destinations of the whole batch, to be filled together.
 void walkBatch(ContextState& context, FaultBatch& batch, NSRelationshipDescription const& relationship);
 /// Reads the row of a fault, and of its batch's other faults with it.

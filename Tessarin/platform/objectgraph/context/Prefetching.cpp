@@ -100,6 +100,7 @@ bool readMembersAhead(ContextState& context, NSManagedObject& owner, NSRelations
                            : static_cast<std::uint32_t>(std::ranges::find(members, owner.recordKey()) - members.begin());
     walk.length = goesOn ? std::min(2 * walk.length, longest) : 1;
     walk.next = at + walk.length;
+    bool const readsValues = !walk.held.empty() && !walk.held.front()->isFault(); // of the last step's members
     walk.held.clear();
     if (walk.length < 4 || at >= members.size()) return false;
 
@@ -111,7 +112,8 @@ bool readMembersAhead(ContextState& context, NSManagedObject& owner, NSRelations
         for (auto const& each : owners)
             for (auto const key : memberKeys(*each, relationship))
                 if (key > 0) keys.push_back(key);
-        walk.held = objectsWithKeys(context, *relationship.destinationEntity(), keys);
+        auto const& destination = *relationship.destinationEntity();
+        walk.held = readsValues ? filledObjects(context, destination, keys) : objectsWithKeys(context, destination, keys);
         std::erase_if(walk.held, [&](auto const& object) { return !batch->mayHold(*object); });
     } catch (ErrorException const&) { // what cannot be read may be of another owner: this one is read alone
     }

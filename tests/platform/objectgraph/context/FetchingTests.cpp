@@ -61,6 +61,27 @@ TEST_P(Fetching, AListInBatchesMakesTheObjectsWhereItIsLookedAt) {
     EXPECT_EQ(std::ranges::find(books, first) - books.begin(), 0);
 }
 
+TEST_P(Fetching, WhoReadsAListOnSeesTheRecordsAsTheyAreThen) {
+    request->setFetchBatchSize(3);
+    auto const books = worker->fetchObjects(*request, error);
+    auto const other = library.worker();
+    auto const theirs = fetched(*other, "Book", nullptr, {by("title", {.ascending = false})});
+    std::vector<std::string> titles;
+    for (std::size_t at = 0; at < books.size(); ++at) {
+        if (at == 12) { // batches of 3, 6 and 12 have been made by then
+            change(*theirs[30], "changed", "title");
+            other->performBlockAndWait([&] { other->deleteObject(*theirs[33]); });
+            ASSERT_TRUE(saves(*other));
+        }
+        worker->performBlockAndWait([&] { titles.push_back(titleOf(books[at])); });
+    }
+    std::vector<std::string> expected;
+    for (int number = 149; number >= 100; --number) expected.push_back(std::to_string(number));
+    expected[30] = "changed";
+    expected[33] = "nil";
+    EXPECT_EQ(titles, expected);
+}
+
 TEST_P(Fetching, MembersReadOneOwnerAfterAnotherAreThoseOfTheMoment) {
     Objects authors, books;
     root->performBlockAndWait([&] {
