@@ -86,45 +86,19 @@ TEST_F(UserDefaults, EveryValueAndKeyReadsBackExactly) {
     for (int level = 1; level < 100; ++level) deep = level % 2 ? Value(Dictionary{{"float", deep}}) : Value(List{deep});
     std::string every;
     for (int code = 0; code < 128; ++code) every += static_cast<char>(code);
-    std::vector<Dictionary::Entry> entries{{"true", true},
-                                           {"zero", 0},
-                                           {"least", INT64_MIN},
-                                           {"most", INT64_MAX},
-                                           {"one point", 1.0},
-                                           {"-0.0", -0.0},
-                                           {"-0.0f", -0.0f},
-                                           {"nan", std::nan("")},
-                                           {"inf", infinity},
-                                           {"-inf", -infinity},
-                                           {"tiny", 5e-324},
-                                           {"huge", 1.7976931348623157e308},
-                                           {"0.1", 0.1},
-                                           {"0.1f", 0.1f},
-                                           {"inff", static_cast<float>(infinity)},
-                                           {"leastf", std::numeric_limits<float>::denorm_min()},
-                                           {"hugef", std::numeric_limits<float>::max()},
-                                           {"", "the empty key"},
-                                           {"a.b", "dots"},
-                                           {"[x]", "#"},
-                                           {"\"quo'ted\\\"", "a \"quoted\\\" text"},
-                                           {"line\nbreak\r\n\t", "\r\n\n\t"},
-                                           {"größe 日本 🎈", "größe 日本 🎈\u0085\u2028"},
-                                           {every, every},
-                                           {"bytes", "\xFF\xC3"},
-                                           {"data", Value::data(std::vector<std::byte>(300, std::byte{0xFE}))},
-                                           {"no data", Value::data(std::vector<std::byte>{})},
-                                           {"uuid", NSUUID::UUID()},
-                                           {"url", NSURL::fileURLWithPath("/a b")},
-                                           {"decimal", Decimal::fromText("0.10000000000000000000000001").value()},
-                                           {"nested", nested},
-                                           {"empty", Value(Dictionary{})},
-                                           {"deep", deep},
-                                           {"tag", tagLike},
-                                           {"tags", Value(Dictionary{{"dictionary", tagLike}})},
-                                           {"data text", Value(Dictionary{{"data", "AAAA"}})},
-                                           {"distant", NSDate::distantPast()},
-                                           {"never", Value::date(infinity)},
-                                           {"early", Value::date(1e-9)}};
+    std::vector<Dictionary::Entry> entries{
+        {"true", true}, {"zero", 0}, {"least", INT64_MIN}, {"most", INT64_MAX}, {"one point", 1.0}, {"-0.0", -0.0},
+        {"-0.0f", -0.0f}, {"nan", std::nan("")}, {"inf", infinity}, {"-inf", -infinity}, {"tiny", 5e-324},
+        {"huge", 1.7976931348623157e308}, {"0.1", 0.1}, {"0.1f", 0.1f}, {"inff", static_cast<float>(infinity)},
+        {"leastf", std::numeric_limits<float>::denorm_min()}, {"hugef", std::numeric_limits<float>::max()},
+        {"", "the empty key"}, {"a.b", "dots"}, {"[x]", "#"}, {"\"quo'ted\\\"", "a \"quoted\\\" text"},
+        {"line\nbreak\r\n\t", "\r\n\n\t"}, {"größe 日本 🎈", "größe 日本 🎈\u0085\u2028"}, {every, every}, {"bytes", "\xFF\xC3"},
+        {"data", Value::data(std::vector<std::byte>(300, std::byte{0xFE}))},
+        {"no data", Value::data(std::vector<std::byte>{})}, {"uuid", NSUUID::UUID()}, {"url", NSURL::fileURLWithPath("/a b")},
+        {"decimal", Decimal::fromText("0.10000000000000000000000001").value()}, {"nested", nested},
+        {"empty", Value(Dictionary{})}, {"deep", deep}, {"tag", tagLike}, {"tags", Value(Dictionary{{"dictionary", tagLike}})},
+        {"data text", Value(Dictionary{{"data", "AAAA"}})}, {"distant", NSDate::distantPast()},
+        {"never", Value::date(infinity)}, {"early", Value::date(1e-9)}};
     std::mt19937_64 random(7);
     for (int at = 0; at < 300; ++at) {
         double bits = 0;
@@ -194,29 +168,16 @@ TEST_F(UserDefaults, ReadingsOfOtherKinds) {
         bool boolean;
     };
     constexpr double infinity = std::numeric_limits<double>::infinity();
-    Row const rows[] = {{{}, {}, 0, 0, false},
-                        {true, "1", 1, 1, true},
-                        {false, "0", 0, 0, false},
-                        {-7, "-7", -7, -7, true},
-                        {1e300, "1e+300", INT64_MAX, 1e300, true},
-                        {2.9f, "2.9", 2, 2.9f, true},
-                        {-2.9, "-2.9", -2, -2.9, true},
-                        {0.4, "0.4", 0, 0.4, true},
-                        {"", "", 0, 0, false},
-                        {" 12 px", " 12 px", 12, 12, true},
-                        {"+1.5e3x", "+1.5e3x", 1, 1500, true},
-                        {"-99999999999999999999", "-99999999999999999999", INT64_MIN, -99999999999999999999.0, true},
-                        {"9e999", "9e999", 9, infinity, true},
-                        {"-9e-999", "-9e-999", -9, -0.0, true},
-                        {"inf", "inf", 0, 0, false},
-                        {".5", ".5", 0, 0.5, false},
-                        {"yes", "yes", 0, 0, true},
-                        {"True", "True", 0, 0, true},
-                        {"no", "no", 0, 0, false},
-                        {"000", "000", 0, 0, false},
-                        {"-01", "-01", -1, -1, true},
-                        {NSDate::now(), {}, 0, 0, false},
-                        {Value(List{1}), {}, 0, 0, false}};
+    Row const rows[] = {
+        {{}, {}, 0, 0, false}, {true, "1", 1, 1, true}, {false, "0", 0, 0, false}, {-7, "-7", -7, -7, true},
+        {1e300, "1e+300", INT64_MAX, 1e300, true}, {2.9f, "2.9", 2, 2.9f, true}, {-2.9, "-2.9", -2, -2.9, true},
+        {0.4, "0.4", 0, 0.4, true}, {"", "", 0, 0, false}, {" 12 px", " 12 px", 12, 12, true},
+        {"+1.5e3x", "+1.5e3x", 1, 1500, true},
+        {"-99999999999999999999", "-99999999999999999999", INT64_MIN, -99999999999999999999.0, true},
+        {"9e999", "9e999", 9, infinity, true}, {"-9e-999", "-9e-999", -9, -0.0, true}, {"inf", "inf", 0, 0, false},
+        {".5", ".5", 0, 0.5, false}, {"yes", "yes", 0, 0, true}, {"True", "True", 0, 0, true}, {"no", "no", 0, 0, false},
+        {"000", "000", 0, 0, false}, {"-01", "-01", -1, -1, true}, {NSDate::now(), {}, 0, 0, false},
+        {Value(List{1}), {}, 0, 0, false}};
     auto const store = suite();
     for (auto const& row : rows) {
         SCOPED_TRACE(row.stored.description());

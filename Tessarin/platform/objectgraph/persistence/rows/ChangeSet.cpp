@@ -83,6 +83,8 @@ std::vector<RecordKey> ChangeSet::firstInserted(NSEntityDescription const& rootE
 }
 
 void ChangeSet::prepareLike(ChangeSet const& other) const {
+    static constexpr std::size_t fewest = 256; // changes: with less whoever asks is as quick
+    if (changes_.size() < fewest) return;
     order_.prepareLike(other.order_, *this);
     index_.prepareLike(other.index_, *this);
 }
