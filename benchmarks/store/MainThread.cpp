@@ -1,5 +1,5 @@
-// M1 …: what a user interface asks on the main thread beside an import, and beside raw SQLite that does the same on a connection of
-// its own beside a raw import: the time that 99 of 100 questions stay below.
+// M1 …: what a user interface asks on the main thread beside an import, and what raw SQLite answers on a connection of its own
+// beside a raw import: the time that 99 of 100 questions stay below.
 #include "Tessarin/platform/queues/DispatchMain.h"
 #include "benchmarks/store/OurModel.h"
 #include "benchmarks/store/OurRows.h"

@@ -83,7 +83,8 @@ double deletionOfEverything(Original const& original) {
 }
 
 double rawDeletionOfEverything(Original const& original) {
-    return secondsRaw(original.copy(), "BEGIN; DELETE FROM Author; DELETE FROM Tag; DELETE FROM Book; DELETE FROM Book_tags; COMMIT");
+    return secondsRaw(original.copy(),
+                      "BEGIN; DELETE FROM Author; DELETE FROM Tag; DELETE FROM Book; DELETE FROM Book_tags; COMMIT");
 }
 
 /// As a program does that has something to say about each.
@@ -93,7 +94,8 @@ double rawDeletionOneByOne(Original const& original) {
     return secondsOf([&] {
         database.execute("BEGIN");
         std::vector<std::int64_t> keys;
-        for (auto query = database.prepare("SELECT id, title, year, author FROM Book"); query.step();) keys.push_back(query.integer(0));
+        for (auto query = database.prepare("SELECT id, title, year, author FROM Book"); query.step();)
+            keys.push_back(query.integer(0));
         auto removeLinks = database.prepare("DELETE FROM Book_tags WHERE owner = ?");
         auto remove = database.prepare("DELETE FROM Book WHERE id = ?");
         for (auto const key : keys)
