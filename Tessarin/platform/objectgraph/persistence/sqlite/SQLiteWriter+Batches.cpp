@@ -105,12 +105,14 @@ bool SQLiteWriter::remove(std::span<BatchTarget const> targets, BatchOutcome& ou
         selections.push_back(std::move(*selection));
     }
     dangling_.forget();
+    std::vector<NSEntityDescription const*> emptied;
     for (std::size_t at = 0; at < targets.size(); ++at) {
         auto const& entity = *targets[at].query.entity;
         auto const& table = schema_.tableOf(entity);
         if (selections[at].condition.empty() && targets[at].names != BatchTarget::Names::Records) {
             if (targets[at].names == BatchTarget::Names::Runs) nameRuns(entity, outcome);
             removeAll(entity, outcome);
+            emptied.push_back(entity.rootEntity());
             continue;
         }
         auto const before = outcome.records.size();
@@ -123,6 +125,7 @@ bool SQLiteWriter::remove(std::span<BatchTarget const> targets, BatchOutcome& ou
         std::ranges::sort(keys);
         dangling_.cutAllTo(*entity.rootEntity(), std::move(keys));
     }
+    for (auto const* entity : emptied) dangling_.cutAllTo(*entity); // at last: what is emptied, too, has no links to be cut
     return true;
 }
 
@@ -140,7 +143,6 @@ void SQLiteWriter::nameRuns(NSEntityDescription const& entity, BatchOutcome& out
 void SQLiteWriter::removeAll(NSEntityDescription const& entity, BatchOutcome& outcome) {
     SQLite::Statement statement(connection_, "DELETE FROM " + schema_.tableOf(entity).name);
     runBatch(statement, entity, outcome);
-    dangling_.cutAllTo(*entity.rootEntity());
 }
 
 void SQLiteWriter::runBatch(SQLite::Statement& statement, NSEntityDescription const& entity, BatchOutcome& outcome) {
