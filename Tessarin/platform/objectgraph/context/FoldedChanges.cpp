@@ -106,7 +106,11 @@ Ref<ChangeSet const> folded(ChangeSet const& older, ChangeSet const& newer) {
 }
 
 void addFolded(ChangeSets& list, Ref<ChangeSet const> set) {
+    // Long ones are left as they are until there are some: whoever saves would copy them, and that may be the main queue.
+    static constexpr std::size_t longSet = 8192, fewSets = 8;
     while (!list.empty() && list.back()->changes().size() < 2 * set->changes().size()) {
+        bool const isLong = list.back()->changes().size() + set->changes().size() > longSet;
+        if (isLong && list.size() < fewSets) break;
         auto both = folded(*list.back(), *set);
         if (!both) break;
         set = std::move(both);
