@@ -23,7 +23,8 @@ private:
     mutable Value lazyInfo_; // guarded by made_
 };
 
-/// Carries, beside, what a save handed on, or what a deletion of everything deleted: other contexts of the coordinator merge that.
+/// Carries, beside, what a save handed on, or what a deletion of everything deleted: other contexts of the coordinator merge
+/// that.
 class ContextDidSaveNotification : public ContextNotification {
 public:
     ChangeSets const& sets() const noexcept { return sets_; }

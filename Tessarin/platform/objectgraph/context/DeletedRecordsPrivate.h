@@ -3,6 +3,7 @@
 #include "Tessarin/platform/objectgraph/persistence/stores/BatchChangePrivate.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 #include <vector>
 
@@ -21,7 +22,9 @@ public:
         auto const place = std::pair{entity.rootEntity()->index(), key};
         auto const next = std::ranges::upper_bound(
             runs_, place, {}, [](RecordRun const& run) { return std::pair{run.entity->rootEntity()->index(), run.first}; });
-        return next != runs_.begin() && std::prev(next)->entity->rootEntity() == entity.rootEntity() && std::prev(next)->last >= key;
+        if (next == runs_.begin()) return false;
+        auto const& run = *std::prev(next);
+        return run.entity->rootEntity() == entity.rootEntity() && run.last >= key;
     }
 
 private:

@@ -24,7 +24,8 @@ Ref<NSManagedObject> FetchedObjects::operator[](std::size_t at) const {
         bool const goesOn = !batch_.empty() && at == first_ + batch_.size();
         batches_ = goesOn ? std::min(batches_ * 2, mostBatches) : 1;
         first_ = at / batchSize_ * batchSize_;
-        auto const length = std::min({batchSize_ * batches_, std::max(batchSize_, FaultBatch::mostMembers), keys_.size() - first_});
+        auto const most = std::max(batchSize_, FaultBatch::mostMembers);
+        auto const length = std::min({batchSize_ * batches_, most, keys_.size() - first_});
         auto const keys = std::span(keys_).subspan(first_, length);
         bool const readsValues = goesOn && !batch_.back()->isFault();
         batch_.clear(); // whoever reads on needs no two of them at a time

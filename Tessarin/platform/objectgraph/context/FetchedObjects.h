@@ -26,8 +26,8 @@ public:
 
     std::size_t size() const noexcept { return keys_.size(); }
     bool empty() const noexcept { return keys_.empty(); }
-    /// `at` is less than `size()`; fatal otherwise. Keeps the batch of that object until another is asked for. Whoever reads on from
-    /// the end of a batch gets two, then four, up to 16 batches together.
+    /// `at` is less than `size()`; fatal otherwise. Keeps the batch of that object until another is asked for. Whoever reads on
+    /// from the end of a batch gets two, then four, up to 16 batches together.
     Ref<NSManagedObject> operator[](std::size_t at) const;
     /// As a T; null when it is none.
     template <class T> Ref<T> at(std::size_t place) const { return std::dynamic_pointer_cast<T>((*this)[place]); }

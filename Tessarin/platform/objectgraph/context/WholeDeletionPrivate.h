@@ -3,10 +3,10 @@
 
 namespace Tessarin {
 
-/// Deletes every record of a root context's store at once, without making an object of any, and posts the did-save notification,
-/// whose objects are made when somebody asks for them. On the context's queue. False, and nothing was done: the objects have to be
-/// deleted one by one, because a class of them has something to say about its deletion (`prepareForDeletion`, `willSave`), because
-/// the context knows some of them, or because it has changes that cannot be saved.
+/// Deletes every record of a root context's store at once, without making an object of any, and posts the did-save
+/// notification, whose objects are made when somebody asks for them. On the context's queue. False, and nothing was deleted: the
+/// objects have to go one by one, because a class of them has something to say about it (`prepareForDeletion`, `willSave`),
+/// because the context knows some of them, or because it has changes that cannot be saved.
 TESSARIN_API bool deletesEverything(NSManagedObjectContext& context, Ref<NSError>& error);
 
 } // namespace Tessarin

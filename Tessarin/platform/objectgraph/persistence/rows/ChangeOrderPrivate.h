@@ -25,8 +25,8 @@ public:
         std::vector<std::uint32_t> places;
         bool isAll = false; // there are no more
     };
-    /// At least `count` insertions where there are so many, by the attributes that the descriptors name and then by key. Always of
-    /// the same set.
+    /// At least `count` insertions where there are so many, by the attributes that the descriptors name and then by key. Always
+    /// of the same set.
     std::shared_ptr<First const> first(ChangeSet const& set, NSEntityDescription const& tree, Descriptors descriptors,
                                        std::size_t count) const;
     /// Asks what the other was asked, ahead of whoever will.
