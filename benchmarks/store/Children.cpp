@@ -58,7 +58,7 @@ Reading measureInChild(ChildTask task, Contender const& contender, std::string c
     auto const output = outputOfChild({"--child", std::to_string(static_cast<int>(task)), contender.name(), file});
     Reading reading;
     unsigned long long checksum = 0;
-    if (std::sscanf(output.c_str(), "%lf %llu", &reading.value, &checksum) != 2)
+    if (std::sscanf(output.c_str(), "%lf %llu %lf", &reading.value, &checksum, &reading.wall) != 3)
         throw std::runtime_error("no figures in " + output);
     reading.checksum = checksum;
     return reading;
@@ -69,7 +69,7 @@ int runChild(std::string const& task, std::string const& contender, std::string 
         if (kind.name != contender) continue;
         auto const side = kind.make();
         auto const reading = measure(static_cast<ChildTask>(std::stoi(task)), *side, file);
-        fmt::print("{} {}\n", reading.value, reading.checksum);
+        fmt::print("{} {} {}\n", reading.value, reading.checksum, reading.wall);
         return 0;
     }
     throw std::runtime_error("no contender " + contender);

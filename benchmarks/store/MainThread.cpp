@@ -79,8 +79,8 @@ Ref<NSFetchRequest> requestFor(std::size_t which, std::size_t turn) {
     return request;
 }
 
-void askOurs(std::string const& file, Times& times) {
-    Stack const stack(file, Synchronous::Full);
+void askOurs(std::string const& file, Synchronous synchronous, Times& times) {
+    Stack const stack(file, synchronous);
     auto const importing = stack.makeWorker(), saving = stack.makeWorker();
     std::atomic<bool> isDone = false;
     std::thread import([&] {
@@ -119,10 +119,10 @@ void askOurs(std::string const& file, Times& times) {
     import.join();
 }
 
-void askRaw(std::string const& file, Times& times) {
+void askRaw(std::string const& file, Synchronous synchronous, Times& times) {
     std::atomic<bool> isDone = false;
     auto const opened = [&] {
-        auto database = std::make_unique<RawDatabase>(file, Synchronous::Full);
+        auto database = std::make_unique<RawDatabase>(file, synchronous);
         database->execute("PRAGMA busy_timeout = 60000");
         return database;
     };
@@ -161,7 +161,7 @@ void fillFiles(std::string const& ours, std::string const& raw) {
         stack.saveToDisk(*worker);
     }
     RawDatabase database(raw, Synchronous::Normal);
-    for (auto const* statement : sql::schema) database.execute(statement);
+    sql::makeSchema(database);
     sql::Inserter<RawDatabase> inserter(database);
     sql::inTransaction(database, [&] {
         inserter.insertAuthorsAndTags(library());
@@ -178,7 +178,8 @@ std::string copyOf(std::string const& file) {
 
 } // namespace
 
-void measureMainThread(std::string const& folder, FunctionRef<bool(std::string const& id, std::string const& what)> wants,
+void measureMainThread(std::string const& folder, Synchronous synchronous,
+                       FunctionRef<bool(std::string const& id, std::string const& what)> wants,
                        FunctionRef<void(std::string const& row, double figure, double target)> add) {
     if (std::ranges::none_of(questions, [&](auto const& each) { return wants(each.id, each.what); })) return;
     auto const ours = (std::filesystem::path(folder) / "main-ours.db").string();
@@ -187,8 +188,8 @@ void measureMainThread(std::string const& folder, FunctionRef<bool(std::string c
     fillFiles(ours, raw);
     Times oursTimes, rawTimes;
     for (int round = 0; round < rounds; ++round) {
-        askOurs(copyOf(ours), oursTimes);
-        askRaw(copyOf(raw), rawTimes);
+        askOurs(copyOf(ours), synchronous, oursTimes);
+        askRaw(copyOf(raw), synchronous, rawTimes);
     }
     for (std::size_t at = 0; at < questions.size(); ++at) {
         auto const mine = percentile99(oursTimes[at]), theirs = percentile99(rawTimes[at]);

@@ -27,7 +27,8 @@ void measureUnsavedGrowth(std::string const& folder, FunctionRef<bool(std::strin
                           FunctionRef<void(std::string const& row, double figure, double target)> add);
 
 /// M1 …: what is asked on the main thread while something large is imported, beside raw SQLite. On the main thread.
-void measureMainThread(std::string const& folder, FunctionRef<bool(std::string const& id, std::string const& what)> wants,
+void measureMainThread(std::string const& folder, Synchronous synchronous,
+                       FunctionRef<bool(std::string const& id, std::string const& what)> wants,
                        FunctionRef<void(std::string const& row, double figure, double target)> add);
 
 /// G1 …: what is done to all records of a table, beside SQLite on the same file or beside the other way.

@@ -3,6 +3,6 @@
 #include "benchmarks/store/SQLContender.h"
 
 namespace Tessarin::benchmarks {
-std::unique_ptr<Contender> makeRaw() { return std::make_unique<SQLContender<RawDatabase>>("raw SQLite"); }
+std::unique_ptr<Contender> makeRaw() { return std::make_unique<SQLContender<RawDatabase>>("raw"); }
 
 } // namespace Tessarin::benchmarks

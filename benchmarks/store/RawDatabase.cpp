@@ -2,12 +2,15 @@
 
 namespace Tessarin::benchmarks {
 
-RawDatabase::RawDatabase(std::string const& file, Synchronous synchronous) {
+RawDatabase::RawDatabase(std::string const& file) {
     sqlite3* opened = nullptr;
     auto const flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
     auto const result = sqlite3_open_v2(file.c_str(), &opened, flags, nullptr);
     handle_.reset(opened);
     if (result != SQLITE_OK) throw std::runtime_error(file + ": " + sqlite3_errmsg(opened));
+}
+
+RawDatabase::RawDatabase(std::string const& file, Synchronous synchronous) : RawDatabase(file) {
     execute("PRAGMA journal_mode = WAL");
     execute(synchronous == Synchronous::Full ? "PRAGMA synchronous = FULL" : "PRAGMA synchronous = NORMAL");
     execute("PRAGMA cache_size = -8192");

@@ -61,6 +61,8 @@ class RawDatabase {
 public:
     /// WAL, 8 MB of page cache, one thread at a time.
     RawDatabase(std::string const& file, Synchronous synchronous);
+    /// Nothing is set but what the file says itself.
+    explicit RawDatabase(std::string const& file);
 
     RawStatement prepare(std::string_view sql) { return {handle_.get(), sql}; }
     void execute(char const* sql);

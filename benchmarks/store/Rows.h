@@ -1,5 +1,6 @@
 #pragma once
 #include "benchmarks/store/Contender.h"
+#include "benchmarks/support/Report.h"
 #include <span>
 
 namespace Tessarin::benchmarks {
@@ -12,12 +13,15 @@ struct RowPlan {
     char const* id;
     char const* what;
     char const* unit;
-    double target; // ours / raw
+    double target; // ours / rawbest, or with `bound` Ours what ours is below
     double stretch; // the same, where more is thought possible; else 0
     int runs;
     Start start;
     std::optional<Reading> (*measure)(Contender&, Workload const&, std::string const& file);
     std::uint64_t (*expected)(Workload const&) = nullptr; // the checksum; null where agreement is all that can be asked
+    Bound bound = Bound::Ratio;
+
+    bool writes() const { return start != Start::Filled; }
 };
 
 std::span<RowPlan const> rowPlans();

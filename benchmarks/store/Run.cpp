@@ -12,19 +12,29 @@ namespace Tessarin::benchmarks {
 Run::Run(RunOptions const& options, Session::Contenders const& contenders, Report& report)
     : options_(options), contenders_(contenders), report_(report), session_(makeSession(100'000, contenders)) {}
 
+std::vector<std::string> Run::columns() {
+    std::vector<std::string> columns;
+    for (auto const& kind : std::span(contenderKinds).subspan(firstPeer)) columns.emplace_back(kind.name);
+    for (auto const* each : {"wall", "peer's", "ratio"}) columns.emplace_back(each);
+    return columns;
+}
+
 void Run::measureAll() {
     for (auto const& plan : rowPlans())
         if (wants(plan.id, plan.what)) measure(plan);
+    measureSizes();
+    if (options_.synchronous == Synchronous::Full) measureOwnRows();
+    measureMainThread(options_.folder, options_.synchronous, wanted_, add_);
+    if (!options_.isOursAlone && options_.synchronous == Synchronous::Full) measureGrowth();
+}
+
+void Run::measureOwnRows() {
     if (wants("W14", "main queue")) measureMainQueue();
     measureFetchesDuringSave(FetchedEntity::Author, "W15", "fetches during a save, slower by");
     measureFetchesDuringSave(FetchedEntity::Book, "W15b", "the same of the saved entity");
     if (wants("W16", "batched fetch")) measureBatchedFetch();
-    auto const wanted = [this](std::string const& id, std::string const& what) { return wants(id, what); };
-    auto const add = [this](std::string const& row, double figure, double target) { addOwn(row, "x", figure, target); };
-    measureUnsavedGrowth(options_.folder, wanted, add);
-    measureWholeTables(options_.folder, wanted, add);
-    measureMainThread(options_.folder, wanted, add);
-    if (!options_.isOursAlone) measureGrowth();
+    measureUnsavedGrowth(options_.folder, wanted_, add_);
+    measureWholeTables(options_.folder, wanted_, add_);
 }
 
 bool Run::wants(std::string const& id, std::string const& what) const {
@@ -35,22 +45,50 @@ bool Run::wants(std::string const& id, std::string const& what) const {
 Session Run::makeSession(std::size_t books, Session::Contenders const& contenders) const {
     auto const folder = std::filesystem::path(options_.folder) / std::to_string(books);
     std::filesystem::create_directories(folder);
-    return {books, folder, contenders};
+    return {books, options_.synchronous, folder, contenders};
 }
 
 void Run::measure(RowPlan const& plan) {
-    auto const figures = session_.measure(plan, options_.runs ? options_.runs : plan.runs);
-    if (!figures[0]) return; // not yet an operation of ours
-    if (figures[1]) ratios_[plan.id] = *figures[0] / *figures[1];
-    report_.add({.group = "store",
-                 .row = fmt::format("{} {}", plan.id, plan.what),
-                 .unit = plan.unit,
-                 .ours = *figures[0],
-                 .peer = contenderKinds[1].name,
-                 .theirs = figures[1].value_or(0),
-                 .target = figures[1] ? plan.target : 0,
-                 .stretch = figures[1] ? plan.stretch : 0,
-                 .others = {figures.begin() + firstPeer, figures.end()}});
+    if (options_.synchronous == Synchronous::Normal && !plan.writes()) return;
+    measure(plan, session_, plan.what, options_.runs ? options_.runs : plan.runs);
+}
+
+void Run::measure(RowPlan const& plan, Session& session, std::string const& what, int runs) {
+    auto const figures = session.measure(plan, runs);
+    auto const& [ours, best] = std::pair(figures[0], figures[1]);
+    if (!ours) return; // not yet an operation of ours
+    if (best && &session == &session_) ratios_[plan.id] = ours->value / best->value;
+    Row row{.group = "store",
+            .row = fmt::format("{} {}", plan.id, what),
+            .unit = plan.unit,
+            .ours = ours->value,
+            .peer = contenderKinds[1].name,
+            .theirs = best ? best->value : 0,
+            .target = best ? plan.target : 0,
+            .stretch = best ? plan.stretch : 0,
+            .bound = plan.bound};
+    for (auto const& figure : std::span(figures).subspan(firstPeer))
+        row.others.push_back(figure ? std::optional(figure->value) : std::nullopt);
+    if (ours->wall > 0) row.others.insert(row.others.end(), {ours->wall, best ? std::optional(best->wall) : std::nullopt});
+    if (ours->wall > 0 && best) row.others.push_back(ours->wall / best->wall);
+    report_.add(std::move(row));
+}
+
+/// Rows whose cost could be another with few or very many books.
+void Run::measureSizes() {
+    std::vector<std::size_t> sizes{10'000};
+    if (options_.isScaled) sizes.push_back(1'000'000);
+    for (auto const size : sizes) {
+        std::optional<Session> session;
+        for (auto const* id : {"W3b", "W3c", "W12"}) {
+            auto const& plan = rowPlan(id);
+            auto const what = fmt::format("{}, {}", plan.what, size == 10'000 ? "10,000" : "1,000,000");
+            if ((size == 10'000 && plan.id != std::string_view("W12")) || !wants(id, what)) continue;
+            if (options_.synchronous == Synchronous::Normal && !plan.writes()) continue;
+            if (!session) session.emplace(makeSession(size, contenders_));
+            measure(plan, *session, what, 3);
+        }
+    }
 }
 
 void Run::addOwn(std::string const& row, char const* unit, double figure, double target, double stretch) {
@@ -88,7 +126,7 @@ void Run::measureBatchedFetch() {
     addOwn("W16 1,000,000 in batches of 100, memory", "MiB", reading.value, 64);
 }
 
-/// How much the ratio to raw grows from the smallest library to the largest.
+/// How much the ratio to rawbest grows from the smallest library to the largest.
 void Run::measureGrowth() {
     std::vector<RowPlan const*> plans;
     for (auto const* id : {"W1", "W3", "W4", "W5"})
@@ -97,7 +135,7 @@ void Run::measureGrowth() {
 
     Session::Contenders both;
     both.push_back(makeOurs());
-    both.push_back(makeRaw());
+    both.push_back(makeRawBest());
     std::map<RowPlan const*, std::vector<double>> ratios;
     std::vector<std::size_t> sizes{10'000, 100'000};
     if (options_.isScaled) sizes.push_back(1'000'000);
@@ -109,7 +147,7 @@ void Run::measureGrowth() {
                 continue;
             }
             auto const figures = session.measure(*plan, size > 100'000 ? 3 : 11);
-            ratios[plan].push_back(*figures[0] / *figures[1]);
+            ratios[plan].push_back(figures[0]->value / figures[1]->value);
         }
     }
     for (auto const* plan : plans) {

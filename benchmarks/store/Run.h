@@ -2,6 +2,7 @@
 #include "benchmarks/store/OurRows.h"
 #include "benchmarks/store/Session.h"
 #include "benchmarks/support/Report.h"
+#include <functional>
 #include <map>
 
 namespace Tessarin::benchmarks {
@@ -11,12 +12,16 @@ struct RunOptions {
     bool isScaled = false; // also 1,000,000 books, which takes minutes
     bool isOursAlone = false; // for a profiler
     int runs = 0; // of each row; 0: as many as it needs
+    Synchronous synchronous = Synchronous::Full; // Normal: only the rows that write
     std::string folder; // exists
 };
 
 /// All rows, in order, into a report.
 class Run {
 public:
+    /// What stands beside the figures that rows are judged by: the peers', and those of wall time.
+    static std::vector<std::string> columns();
+
     Run(RunOptions const& options, Session::Contenders const& contenders, Report& report);
     void measureAll();
 
@@ -24,6 +29,9 @@ private:
     bool wants(std::string const& id, std::string const& what) const;
     Session makeSession(std::size_t books, Session::Contenders const& contenders) const;
     void measure(RowPlan const& plan);
+    void measure(RowPlan const& plan, Session& session, std::string const& what, int runs);
+    void measureSizes();
+    void measureOwnRows();
     void measureGrowth();
 
     // Rows of ours alone.
@@ -36,7 +44,13 @@ private:
     Session::Contenders const& contenders_;
     Report& report_;
     Session session_;
-    std::map<std::string, double> ratios_; // ours / raw of the rows measured so far, by identifier
+    std::function<bool(std::string const&, std::string const&)> const wanted_ = [this](auto const& id, auto const& what) {
+        return wants(id, what);
+    };
+    std::function<void(std::string const&, double, double)> const add_ = [this](auto const& row, double figure, double target) {
+        addOwn(row, "x", figure, target);
+    };
+    std::map<std::string, double> ratios_; // ours / rawbest of the rows measured so far, by identifier
 };
 
 } // namespace Tessarin::benchmarks

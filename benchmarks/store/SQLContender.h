@@ -7,12 +7,12 @@ namespace Tessarin::benchmarks {
 
 /// All rows in SQL over one kind of database: hand-written, or a peer that wraps SQLite. `Database(file, synchronous)` opens a
 /// file with WAL and 8 MB of page cache.
-template <class Database> class SQLContender : public Contender {
+template <class Database, class Reader = sql::Reader<Database>> class SQLContender : public Contender {
 public:
     using Contender::Contender;
 
     Reading insertAll(Workload const& work, std::string const& file) override {
-        return written(file, Start::Empty, [&](Database& database) {
+        return written(work, file, Start::Empty, [&](Database& database) {
             sql::inTransaction(database, [&] {
                 sql::Inserter<Database> inserter(database);
                 inserter.insertAuthorsAndTags(work.library);
@@ -21,26 +21,28 @@ public:
         });
     }
     Reading insertMore(Workload const& work, std::string const& file, std::size_t count, std::size_t share) override {
-        return written(file, Start::Filled, [&](Database& database) {
+        return written(work, file, Start::Filled, [&](Database& database) {
             sql::Inserter<Database> inserter(database);
             inserter.findAuthorsAndTags(work.library);
             for (std::size_t at = 0; at < count; at += share)
                 sql::inTransaction(database, [&] { inserter.insertBooks(std::span(work.more).subspan(at, share)); });
         });
     }
-    Reading readAll(Workload const&, std::string const& file, Pass timed) override { return read(file)->readAll(timed); }
+    Reading readAll(Workload const& work, std::string const& file, Pass timed) override {
+        return read(file)->readAll(timed, work.library.books.front().code);
+    }
     Reading findByCode(Workload const& work, std::string const& file) override { return read(file)->findByCode(work.library); }
     Reading findAndSort(Workload const&, std::string const& file) override { return read(file)->findAndSort(); }
     Reading walkToAuthors(Workload const&, std::string const& file) override { return read(file)->walkToAuthors(); }
-    Reading changeBooks(Workload const&, std::string const& file) override {
-        return written(file, Start::Filled, [](Database& database) { sql::changeBooks(database); });
+    Reading changeBooks(Workload const& work, std::string const& file) override {
+        return written(work, file, Start::Filled, [](Database& database) { sql::changeBooks(database); });
     }
-    Reading deleteBooks(Workload const&, std::string const& file) override {
-        return written(file, Start::Filled, [](Database& database) { sql::deleteBooks(database); });
+    Reading deleteBooks(Workload const& work, std::string const& file) override {
+        return written(work, file, Start::Filled, [](Database& database) { sql::deleteBooks(database); });
     }
     Reading countBooks(Workload const&, std::string const& file) override { return read(file)->countBooks(); }
     Reading importJSON(Workload const& work, std::string const& file) override {
-        return written(file, Start::Empty, [&](Database& database) {
+        return written(work, file, Start::Empty, [&](Database& database) {
             sql::inTransaction(database, [&] { sql::Importer<Database>(database).import(work.json); });
         });
     }
@@ -49,14 +51,14 @@ public:
         return timedInMs([&] { return opened.emplace(file).operator->()->authorOf(code); });
     }
     Reading residentBooks(std::string const& file) override { return read(file)->residentBooks(); }
-    std::optional<Reading> updateInBatch(Workload const&, std::string const& file) override {
-        return written(file, Start::Filled, [](Database& database) { sql::updateInBatch(database); });
+    std::optional<Reading> updateInBatch(Workload const& work, std::string const& file) override {
+        return written(work, file, Start::Filled, [](Database& database) { sql::updateInBatch(database); });
     }
-    std::optional<Reading> deleteInBatch(Workload const&, std::string const& file) override {
-        return written(file, Start::Filled, [](Database& database) { sql::deleteInBatch(database); });
+    std::optional<Reading> deleteInBatch(Workload const& work, std::string const& file) override {
+        return written(work, file, Start::Filled, [](Database& database) { sql::deleteInBatch(database); });
     }
 
-private:
+protected:
     enum class Start { Empty, Filled };
 
     /// A reader together with what it reads.
@@ -64,23 +66,21 @@ private:
     public:
         explicit OpenReader(std::string const& file) : database_(file, Synchronous::Normal) {}
         OpenReader(OpenReader const&) = delete;
-        sql::Reader<Database>* operator->() { return &reader_; }
+        Reader* operator->() { return &reader_; }
 
     private:
         Database database_;
-        sql::Reader<Database> reader_{database_};
+        Reader reader_{database_};
     };
-    static Reading written(std::string const& file, Start start, auto const& work) {
-        double seconds = 0;
+    static Reading written(Workload const& workload, std::string const& file, Start start, auto const& work) {
+        Cost cost;
         {
-            Database database(file, Synchronous::Full);
+            Database database(file, workload.synchronous);
             if (start == Start::Empty)
-                sql::inTransaction(database, [&] {
-                    for (auto const* statement : sql::schema) database.execute(statement);
-                });
-            seconds = secondsOf([&] { work(database); });
+                sql::inTransaction(database, [&] { sql::makeSchema(database); });
+            cost = costOf([&] { work(database); });
         }
-        return {seconds * 1000, checksumOfFile(file)};
+        return readingOf(cost, checksumOfFile(file));
     }
     static OpenReader read(std::string const& file) { return OpenReader(file); }
 };

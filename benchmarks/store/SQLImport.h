@@ -44,19 +44,29 @@ public:
         }
     }
 
-private:
-    std::int64_t authorKey(simdjson::ondemand::object author) {
-        std::string_view const name = author["name"];
+    virtual ~Importer() = default;
+
+protected:
+    virtual std::optional<std::int64_t> findAuthor(std::string_view name) {
         findAuthor_.bind(1, name);
         std::optional<std::int64_t> known;
         if (findAuthor_.step()) known = findAuthor_.integer(0);
         findAuthor_.reset();
-        if (known) return *known;
+        return known;
+    }
+    virtual void noteAuthor(std::string_view, std::int64_t) {} // one that was just inserted
+
+private:
+    std::int64_t authorKey(simdjson::ondemand::object author) {
+        std::string_view const name = author["name"];
+        if (auto const known = findAuthor(name)) return *known;
         insertAuthor_.bind(1, name);
         insertAuthor_.bind(2, secondsOfDay(author["birth"]));
         insertAuthor_.bind(3, double{author["rating"]});
         insertAuthor_.run();
-        return insertAuthor_.lastKey();
+        auto const key = insertAuthor_.lastKey();
+        noteAuthor(name, key);
+        return key;
     }
 
     Statement findAuthor_, insertAuthor_, insertBook_;

@@ -10,17 +10,27 @@ namespace Tessarin::benchmarks::sql {
 
 /// Each relationship is indexed in both directions. The indexes exist before the rows, as in any application whose store lives
 /// longer than its first import.
-inline constexpr char const* schema[] = {
+inline constexpr char const* tables[] = {
     "CREATE TABLE Author (id INTEGER PRIMARY KEY, name TEXT, birth REAL, rating REAL)",
     "CREATE TABLE Tag (id INTEGER PRIMARY KEY, name TEXT)",
     ("CREATE TABLE Book (id INTEGER PRIMARY KEY, code TEXT, title TEXT, year INTEGER, price REAL, inPrint INTEGER, "
      "author INTEGER)"),
     "CREATE TABLE Book_tags (owner INTEGER NOT NULL, member INTEGER NOT NULL, PRIMARY KEY (owner, member)) WITHOUT ROWID",
+};
+inline constexpr char const* indexes[] = {
     "CREATE INDEX Author_name ON Author (name)",
     "CREATE INDEX Book_code ON Book (code)",
     "CREATE INDEX Book_author ON Book (author)",
     "CREATE INDEX Book_tags_member ON Book_tags (member)",
 };
+inline std::string nameOfIndex(std::string_view statement) {
+    constexpr std::string_view before = "CREATE INDEX ";
+    return std::string(statement.substr(before.size(), statement.find(" ON ") - before.size()));
+}
+void makeSchema(auto& database) {
+    for (auto const* statement : tables) database.execute(statement);
+    for (auto const* statement : indexes) database.execute(statement);
+}
 
 /// Writes authors, tags and books; the keys of authors and tags stand in the library's order.
 template <class Database> class Inserter {
@@ -62,20 +72,28 @@ public:
 
     void insertBooks(std::span<Library::Book const> books) {
         for (auto const& book : books) {
-            insertBook_.bind(1, book.code);
-            insertBook_.bind(2, book.title);
-            insertBook_.bind(3, std::int64_t{book.year});
-            insertBook_.bind(4, book.price);
-            insertBook_.bind(5, std::int64_t{book.inPrint});
-            insertBook_.bind(6, authors_[book.author]);
-            insertBook_.run();
-            insertLink_.bind(1, insertBook_.lastKey());
-            for (auto const tag : book.tags) {
-                insertLink_.bind(2, tags_[tag]);
-                insertLink_.run();
-            }
+            auto const key = insertBook(book);
+            for (auto const tag : book.tags) insertLink(key, keyOfTag(tag));
         }
     }
+
+protected:
+    std::int64_t insertBook(Library::Book const& book) {
+        insertBook_.bind(1, book.code);
+        insertBook_.bind(2, book.title);
+        insertBook_.bind(3, std::int64_t{book.year});
+        insertBook_.bind(4, book.price);
+        insertBook_.bind(5, std::int64_t{book.inPrint});
+        insertBook_.bind(6, authors_[book.author]);
+        insertBook_.run();
+        return insertBook_.lastKey();
+    }
+    void insertLink(std::int64_t owner, std::int64_t member) {
+        insertLink_.bind(1, owner);
+        insertLink_.bind(2, member);
+        insertLink_.run();
+    }
+    std::int64_t keyOfTag(std::uint32_t tag) const { return tags_[tag]; }
 
 private:
     Statement insertAuthor_, insertBook_, insertTag_, insertLink_;

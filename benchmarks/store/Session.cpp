@@ -28,8 +28,10 @@ void syncFile(std::string const& file) {
 
 } // namespace
 
-Workload::Workload(std::size_t books)
-    : library(Library::generate(books + 10'000)), imported(std::min<std::size_t>(books, 50'000)) {
+Workload::Workload(std::size_t books, Synchronous durability)
+    : library(Library::generate(books + 10'000)),
+      imported(std::min<std::size_t>(books, 50'000)),
+      synchronous(durability) {
     auto const end = library.books.begin() + static_cast<std::ptrdiff_t>(books);
     more.assign(std::make_move_iterator(end), std::make_move_iterator(library.books.end()));
     library.books.erase(end, library.books.end());
@@ -37,11 +39,14 @@ Workload::Workload(std::size_t books)
     json.reserve(json.size() + 64); // simdjson reads past the end
 }
 
-Session::Session(std::size_t books, std::string folder, Contenders const& contenders)
-    : work_(books), folder_(std::move(folder)), contenders_(contenders) {}
+Session::Session(std::size_t books, Synchronous synchronous, std::string folder, Contenders const& contenders)
+    : work_(books, synchronous), folder_(std::move(folder)), contenders_(contenders) {}
 
 Figures Session::measure(RowPlan const& plan, int runs) {
-    std::vector<std::vector<double>> values(contenders_.size());
+    struct Values {
+        std::vector<double> judged, wall;
+    };
+    std::vector<Values> values(contenders_.size());
     std::optional<std::uint64_t> expected;
     if (plan.expected) expected = plan.expected(work_);
     for (int run = 0; run < runs; ++run)
@@ -51,12 +56,14 @@ Figures Session::measure(RowPlan const& plan, int runs) {
             auto const reading = plan.measure(contender, work_, fileFor(plan.start, contender));
             if (!reading && at == 0) return Figures(contenders_.size()); // a row needs ours
             if (!reading) continue;
-            values[at].push_back(reading->value);
+            values[at].judged.push_back(reading->value);
+            values[at].wall.push_back(reading->wall);
             if (!expected) expected = reading->checksum;
             check(fmt::format("{} of {}", plan.id, contender.name()), reading->checksum, *expected);
         }
     Figures figures;
-    for (auto& each : values) figures.push_back(each.empty() ? std::optional<double>() : middle(each));
+    for (auto& [judged, wall] : values)
+        figures.push_back(judged.empty() ? std::optional<Figure>() : Figure{middle(judged), middle(wall)});
     return figures;
 }
 

@@ -5,7 +5,11 @@
 namespace Tessarin::benchmarks {
 
 /// The contenders' medians in their order; nothing for one that has no such operation.
-using Figures = std::vector<std::optional<double>>;
+struct Figure {
+    double value; // what a row is judged by, in its unit
+    double wall; // ms; 0: none
+};
+using Figures = std::vector<std::optional<Figure>>;
 
 /// One size of library, and the files that hold it. Checks every checksum.
 class Session {
@@ -14,7 +18,7 @@ public:
     using Contenders = std::vector<std::unique_ptr<Contender>>;
 
     /// `folder` exists and is for this session alone.
-    Session(std::size_t books, std::string folder, Contenders const& contenders);
+    Session(std::size_t books, Synchronous synchronous, std::string folder, Contenders const& contenders);
 
     Workload const& work() const { return work_; }
     /// The contenders' runs take turns, so that all of them meet the same machine.

@@ -1,6 +1,11 @@
 // The object store beside hand-written SQLite and what others put over it: the same data, the same checksums, in one run.
 //
-//     bench_store [--json FILE] [--scale] [--only ROW]... [--ours] [--runs COUNT] [part of a row's name]...
+//     bench_store [--json FILE] [--scale] [--pinned] [--normal] [--only ROW]... [--ours] [--runs COUNT] [part of a row's name]...
+//
+// Times are of the processor, of all threads together, and stand beside those that passed ("wall"). `--pinned` keeps the process
+// on one core: what a second one hides is seen. `--normal` measures the rows that write with PRAGMA synchronous = NORMAL instead
+// of FULL. `benchmarks/store/ways.py` runs all of these ways and prints one table.
+// The targets are against `rawbest`, SQLite by hand with every trick that ours uses (see RawBest.h), on one core.
 //
 // `--ours --runs 50 --only W3` is for a profiler.
 #include "benchmarks/store/Children.h"
@@ -9,6 +14,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fmt/format.h>
+#include <sched.h>
 
 namespace Tessarin::benchmarks {
 namespace {
@@ -28,6 +34,19 @@ private:
     std::string path_ = std::filesystem::temp_directory_path() / "bench_store.XXXXXX";
 };
 
+/// This process and those that it starts, from now on. The last core: the first serves most interrupts.
+void keepOnOneCore() {
+    cpu_set_t allowed, one;
+    if (sched_getaffinity(0, sizeof allowed, &allowed) != 0) throw std::runtime_error("no cores are known");
+    CPU_ZERO(&one);
+    for (int core = CPU_SETSIZE; core-- > 0;)
+        if (CPU_ISSET(core, &allowed)) {
+            CPU_SET(core, &one);
+            break;
+        }
+    if (sched_setaffinity(0, sizeof one, &one) != 0) throw std::runtime_error("cannot stay on one core");
+}
+
 RunOptions parse(int argc, char** argv, std::vector<char*>& others) {
     RunOptions options;
     for (int i = 0; i < argc; ++i) {
@@ -35,6 +54,10 @@ RunOptions parse(int argc, char** argv, std::vector<char*>& others) {
             options.only.emplace_back(argv[++i]);
         else if (std::strcmp(argv[i], "--scale") == 0)
             options.isScaled = true;
+        else if (std::strcmp(argv[i], "--pinned") == 0)
+            keepOnOneCore();
+        else if (std::strcmp(argv[i], "--normal") == 0)
+            options.synchronous = Synchronous::Normal;
         else if (std::strcmp(argv[i], "--ours") == 0)
             options.isOursAlone = true;
         else if (std::strcmp(argv[i], "--runs") == 0 && i + 1 < argc)
@@ -53,9 +76,7 @@ int measureAll(int argc, char** argv) {
     Session::Contenders contenders;
     for (auto const& kind : contenderKinds)
         contenders.push_back(contenders.empty() || !options.isOursAlone ? kind.make() : nullptr);
-    std::vector<std::string> peers;
-    for (auto const& kind : std::span(contenderKinds).subspan(firstPeer)) peers.emplace_back(kind.name);
-    Report report(static_cast<int>(others.size()), others.data(), peers);
+    Report report(static_cast<int>(others.size()), others.data(), Run::columns());
     Run(options, contenders, report).measureAll();
     auto const status = report.finish();
     return Session::hasFailed() ? 1 : status;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <ctime>
 #include <fmt/format.h>
 
 namespace Tessarin::benchmarks {
@@ -36,11 +37,11 @@ std::string quoted(std::string_view text) {
     return result + '"';
 }
 
-std::string json(Row const& row, std::vector<std::string> const& otherPeers) {
+std::string json(Row const& row, std::vector<std::string> const& otherColumns) {
     std::string others;
     for (std::size_t at = 0; at < row.others.size(); ++at)
         if (row.others[at])
-            others += fmt::format("{}{}:{:.6g}", others.empty() ? "" : ",", quoted(otherPeers[at]), *row.others[at]);
+            others += fmt::format("{}{}:{:.6g}", others.empty() ? "" : ",", quoted(otherColumns[at]), *row.others[at]);
     auto const orNull = [](bool present, double value) { return present ? fmt::format("{:.6g}", value) : std::string{"null"}; };
     return fmt::format(
         R"({{"group":{},"row":{},"unit":{},"better":"{}","ours":{:.6g},"peer":{},)"
@@ -51,6 +52,12 @@ std::string json(Row const& row, std::vector<std::string> const& otherPeers) {
         orNull(row.target != 0, row.target), isMet(row), orNull(row.stretch != 0, row.stretch), others);
 }
 
+double processorSeconds() {
+    timespec time{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+}
+
 double middle(std::vector<double>& values) {
     auto const at = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
     std::nth_element(values.begin(), at, values.end());
@@ -59,7 +66,7 @@ double middle(std::vector<double>& values) {
 
 } // namespace
 
-Report::Report(int argc, char** argv, std::vector<std::string> otherPeers) : otherPeers_(std::move(otherPeers)) {
+Report::Report(int argc, char** argv, std::vector<std::string> otherColumns) : otherColumns_(std::move(otherColumns)) {
     for (int i = 1; i < argc; ++i) {
         if (std::string_view{argv[i]} == "--json" && i + 1 < argc)
             jsonFile_ = argv[++i];
@@ -67,7 +74,7 @@ Report::Report(int argc, char** argv, std::vector<std::string> otherPeers) : oth
             names_.emplace_back(argv[i]);
     }
     auto head = fmt::format("{:<12} {:<38} {:>17} {:>28} {:>8} {:>9}", "group", "row", "ours", "peer", "ratio", "target");
-    for (auto const& peer : otherPeers_) head += fmt::format(" {:>9}", peer);
+    for (auto const& column : otherColumns_) head += fmt::format(" {:>9}", column);
     std::fputs((head + "\n").c_str(), stdout);
 }
 
@@ -81,7 +88,7 @@ std::string Report::line(Row const& row) const {
     auto const ratio = hasPeer(row) ? fmt::format("{:.2f}x", row.ours / row.theirs) : std::string{};
     auto text = fmt::format("{:<12} {:<38} {:>9} {:<7} {:>28} {:>8} {:>9}", row.group, row.row, number(row.ours), row.unit, peer,
                             ratio, targetText(row));
-    for (std::size_t at = 0; at < otherPeers_.size(); ++at)
+    for (std::size_t at = 0; at < otherColumns_.size(); ++at)
         text += fmt::format(" {:>9}", at < row.others.size() && row.others[at] ? number(*row.others[at]) : "-");
     return fmt::format("{}  {}\n", text, verdict(row));
 }
@@ -104,7 +111,7 @@ int Report::finish() const {
         return 1;
     }
     bool written = true;
-    for (auto const& row : rows_) written = std::fputs(json(row, otherPeers_).c_str(), file) >= 0 && written;
+    for (auto const& row : rows_) written = std::fputs(json(row, otherColumns_).c_str(), file) >= 0 && written;
     return std::fclose(file) == 0 && written ? 0 : 1;
 }
 
@@ -128,6 +135,29 @@ double secondsOf(FunctionRef<void()> work) {
     auto const start = std::chrono::steady_clock::now();
     work();
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+Cost costOf(FunctionRef<void()> work) {
+    auto const before = processorSeconds();
+    auto const wall = secondsOf(work);
+    return {wall, processorSeconds() - before};
+}
+
+MedianCosts medianCosts(int runs, FunctionRef<Cost()> ours, FunctionRef<Cost()> theirs) {
+    struct Values {
+        std::vector<double> wall, processor;
+        void add(Cost const& cost) {
+            wall.push_back(cost.wall);
+            processor.push_back(cost.processor);
+        }
+        Cost middles() { return {middle(wall), middle(processor)}; }
+    };
+    Values first, second;
+    for (int run = 0; run < runs; ++run) {
+        first.add(ours());
+        second.add(theirs());
+    }
+    return {first.middles(), second.middles()};
 }
 
 } // namespace Tessarin::benchmarks

@@ -24,7 +24,7 @@ struct Row {
     Better better = Better::Smaller;
     double stretch = 0; // a target that is thought hard to reach; zero: none
     Bound bound = Bound::Ratio;
-    std::vector<std::optional<double>> others = {}; // figures of the report's other peers, in their order, to be read only
+    std::vector<std::optional<double>> others = {}; // of the report's other columns, in their order, to be read only
 };
 
 /// Collects rows, prints them as a table in which missed ones are marked, and writes one JSON object a line on request.
@@ -34,8 +34,8 @@ struct Row {
 ///     return report.finish();
 class Report {
 public:
-    /// Each of `otherPeers` gets a column after the target.
-    Report(int argc, char** argv, std::vector<std::string> otherPeers = {});
+    /// Each of `otherColumns` (other peers, the same in another measure) gets a column after the target.
+    Report(int argc, char** argv, std::vector<std::string> otherColumns = {});
 
     /// Whether a row is to be measured: true without names on the command line, else when "group/row" contains one of them.
     bool wants(std::string_view group, std::string_view row) const;
@@ -48,7 +48,7 @@ public:
 private:
     std::string line(Row const& row) const;
 
-    std::vector<std::string> otherPeers_;
+    std::vector<std::string> otherColumns_;
     std::vector<std::string> names_;
     std::string jsonFile_;
     std::vector<Row> rows_;
@@ -64,5 +64,18 @@ double median(int runs, FunctionRef<double()> measure);
 
 /// Seconds that `work` took.
 double secondsOf(FunctionRef<void()> work);
+
+/// The same, and the seconds that all threads of this process kept a processor busy meanwhile.
+struct Cost {
+    double wall = 0;
+    double processor = 0;
+};
+Cost costOf(FunctionRef<void()> work);
+/// As `medians` does, of both measures.
+struct MedianCosts {
+    Cost ours;
+    Cost theirs;
+};
+MedianCosts medianCosts(int runs, FunctionRef<Cost()> ours, FunctionRef<Cost()> theirs);
 
 } // namespace Tessarin::benchmarks
