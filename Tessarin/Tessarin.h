@@ -38,6 +38,7 @@
 #include "Tessarin/platform/queues/Queue.h"
 #include "Tessarin/platform/queues/Retained.h"
 #include "Tessarin/platform/foundation/values/Base64.h"
+#include "Tessarin/platform/foundation/values/Hexadecimal.h"
 #include "Tessarin/platform/foundation/values/NSData.h"
 #include "Tessarin/platform/foundation/values/NSError.h"
 #include "Tessarin/platform/foundation/values/NSUUID.h"
@@ -166,3 +167,4 @@
 #include "Tessarin/measurement/Measure.h"
 #include "Tessarin/measurement/Timing.h"
 #include "Tessarin/system/KeyboardModifiers.h"
+#include "Tessarin/system/NSData+Hexadecimal.h"

@@ -1,5 +1,7 @@
 #include "Tessarin/platform/sqlite/Connection.h"
 
+#include "Tessarin/platform/foundation/values/Hexadecimal.h"
+
 #include <sqlite3.h>
 
 #include <algorithm>
@@ -42,11 +44,10 @@ void distrust(sqlite3* handle) {
 std::string immutableURI(std::string const& path) {
     std::string uri = path.starts_with('/') ? "file://" : "file:";
     for (unsigned char const c : path) {
-        constexpr char const* digits = "0123456789abcdef";
         if (std::isalnum(c) || c == '/' || c == '.' || c == '-' || c == '_')
             uri += static_cast<char>(c);
         else
-            uri += {'%', digits[c >> 4], digits[c & 15]};
+            uri += '%' + hexadecimalFromBytes(std::as_bytes(std::span{&c, 1}));
     }
     return uri + "?immutable=1";
 }

@@ -1,12 +1,11 @@
 #include "Tessarin/platform/foundation/files/NSURL.h"
 
+#include "Tessarin/platform/foundation/values/Hexadecimal.h"
 #include <algorithm>
 #include <filesystem>
 
 namespace Tessarin {
 namespace {
-
-constexpr std::string_view hexDigits = "0123456789ABCDEF";
 
 bool isOneOf(char c, std::string_view set) { return set.find(c) != set.npos; }
 bool isLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
@@ -15,15 +14,9 @@ bool isUnreserved(char c) { return isLetter(c) || isDigit(c) || isOneOf(c, "-._~
 bool staysInPath(char c) { return isUnreserved(c) || isOneOf(c, "/!$&'()*+,=:@"); } // ";" once began parameters
 bool isAllowed(char c) { return isUnreserved(c) || isOneOf(c, "!$&'()*+,;=:@/?#[]%"); }
 
-int hexValue(char c) {
-    if (isDigit(c)) return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
-
 bool isEscape(std::string_view text, std::size_t at) {
-    return text[at] == '%' && at + 2 < text.size() && hexValue(text[at + 1]) >= 0 && hexValue(text[at + 2]) >= 0;
+    return text[at] == '%' && at + 2 < text.size() && hexadecimalValue(text[at + 1]) >= 0 &&
+           hexadecimalValue(text[at + 2]) >= 0;
 }
 
 std::string encoded(std::string_view path) {
@@ -33,10 +26,9 @@ std::string encoded(std::string_view path) {
         if (staysInPath(c)) {
             text += c;
         } else {
-            auto const byte = static_cast<unsigned char>(c);
-            text += '%';
-            text += hexDigits[byte >> 4];
-            text += hexDigits[byte & 15];
+            char digits[2];
+            writeHexadecimal(digits, std::as_bytes(std::span{&c, 1}), HexadecimalDigits::Upper);
+            text.append(1, '%').append(digits, 2);
         }
     }
     return text;
@@ -47,7 +39,7 @@ std::string decoded(std::string_view text) {
     path.reserve(text.size());
     for (std::size_t at = 0; at < text.size(); ++at) {
         if (isEscape(text, at)) {
-            path += static_cast<char>(hexValue(text[at + 1]) * 16 + hexValue(text[at + 2]));
+            path += static_cast<char>(hexadecimalValue(text[at + 1]) * 16 + hexadecimalValue(text[at + 2]));
             at += 2;
         } else {
             path += text[at];

@@ -8,6 +8,8 @@
 #include <string>
 #include <string_view>
 #include <vector>
+// What other rooms add to data:
+#include "Tessarin/system/NSData+Hexadecimal.h"
 
 namespace Tessarin {
 
@@ -17,7 +19,7 @@ class NSURL;
 ///
 ///     auto const note = NSData::contentsOfURL(url);
 ///     NSData::dataWithText("done").writeToURL(url);
-class TESSARIN_API NSData {
+class TESSARIN_API NSData : public NSDataHexadecimal {
 public:
     NSData();
     explicit NSData(std::vector<std::byte> bytes);

@@ -1,4 +1,6 @@
 #pragma once
+#include "Tessarin/platform/foundation/values/Hexadecimal.h"
+#include <array>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -20,9 +22,9 @@ public:
 
     /// 32 hexadecimal digits.
     std::string hex() const {
-        std::string text;
-        for (int shift = 124; shift >= 0; shift -= 4) text += "0123456789abcdef"[static_cast<unsigned>(state_ >> shift) & 15U];
-        return text;
+        std::array<std::byte, 16> bytes{};
+        for (std::size_t at = 0; at < bytes.size(); ++at) bytes[at] = static_cast<std::byte>(state_ >> (120 - 8 * at));
+        return hexadecimalFromBytes(bytes);
     }
 
 private:

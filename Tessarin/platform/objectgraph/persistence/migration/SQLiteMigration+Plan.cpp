@@ -1,6 +1,7 @@
 // What becomes of each table, column and link: looked up, nothing is written.
 #include "Tessarin/platform/objectgraph/persistence/migration/SQLiteMigrationPrivate.h"
 
+#include "Tessarin/platform/foundation/values/Hexadecimal.h"
 #include "Tessarin/platform/objectgraph/persistence/rows/RowBuilderPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/rows/ValueConversionPrivate.h"
 
@@ -55,8 +56,7 @@ std::string SQLiteMigration::literalOfDefault(NSEntityDescription const& entity,
     case CellType::Text:
     case CellType::Bytes: break;
     }
-    std::string hexadecimal;
-    for (auto const byte : row->bytes(cell)) hexadecimal += fmt::format("{:02x}", std::to_integer<int>(byte));
+    auto const hexadecimal = hexadecimalFromBytes(row->bytes(cell));
     return layout.cells()[cell].type == CellType::Text ? "CAST(X'" + hexadecimal + "' AS TEXT)" : "X'" + hexadecimal + "'";
 }
 

@@ -1,5 +1,6 @@
 #include "Tessarin/platform/objectgraph/persistence/rows/ValueJSONPrivate.h"
 
+#include "Tessarin/platform/foundation/values/Hexadecimal.h"
 #include <algorithm>
 #include <cmath>
 #include <fmt/format.h>
@@ -64,12 +65,6 @@ void writeTagged(std::string& out, char const* tag, Value const& content) {
     out += '}';
 }
 
-std::string hexadecimal(std::span<std::byte const> bytes) {
-    std::string text;
-    for (auto const byte : bytes) text += fmt::format("{:02x}", std::to_integer<int>(byte));
-    return text;
-}
-
 void write(std::string& out, Value const& value) {
     switch (value.kind()) {
     case Kind::Boolean: out += value.boolean() ? "true" : "false"; return;
@@ -79,7 +74,7 @@ void write(std::string& out, Value const& value) {
     case Kind::Date: return writeTagged(out, "$date", value.dateSeconds());
     case Kind::Text: return writeText(out, value.text());
     case Kind::UUID: return writeTagged(out, "$uuid", value.description());
-    case Kind::Data: return writeTagged(out, "$data", hexadecimal(value.bytes()));
+    case Kind::Data: return writeTagged(out, "$data", hexadecimalFromBytes(value.bytes()));
     case Kind::URL: return writeTagged(out, "$url", value.urlText());
     case Kind::Decimal: return writeTagged(out, "$decimal", value.decimal().text());
     case Kind::List: return writeList(out, value.list());
@@ -90,11 +85,7 @@ void write(std::string& out, Value const& value) {
 }
 
 std::vector<std::byte> bytesOf(std::string_view text) {
-    auto const digit = [](char c) { return c <= '9' ? c - '0' : (c | 0x20) - 'a' + 10; };
-    std::vector<std::byte> bytes;
-    for (std::size_t at = 0; at + 1 < text.size(); at += 2)
-        bytes.push_back(static_cast<std::byte>(digit(text[at]) << 4 | digit(text[at + 1])));
-    return bytes;
+    return bytesFromHexadecimal(text).value_or(std::vector<std::byte>{});
 }
 
 Value uuidOf(std::string_view text) {
