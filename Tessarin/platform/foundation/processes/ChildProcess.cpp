@@ -1,0 +1,128 @@
+#include "Tessarin/platform/foundation/processes/ChildProcessPrivate.h"
+
+#include "Tessarin/platform/runtime/Hold.h"
+
+#include <cerrno>
+#include <csignal>
+
+namespace Tessarin::processes {
+
+using InputKind = SubprocessInput::Kind;
+using OutputKind = SubprocessOutput::Kind;
+
+ChildProcess::ChildProcess(ProcessRequest request)
+    : request_(std::move(request)),
+      input_(*this, request_.input),
+      output_(*this, request_.output),
+      errors_(*this, request_.errors),
+      end_(*this) {}
+
+void ChildProcess::begin(Where where) {
+    if (!ProcessTurns::shared().take(shared_from_this())) return;
+    if (where == Where::Here) return launch();
+    // Starting a program may wait for a slow disk.
+    dispatch_async(dispatch_get_global_queue(QOS_CLASS_DEFAULT, 0), [self = shared_from_this()] { self->launch(); });
+}
+
+void ChildProcess::launch() {
+    for (bool wasAlone = false;;) {
+        Pipes pipes;
+        auto problem = SpawnProblem{isCancelled_.load() ? ECANCELED : 0, request_.program};
+        if (problem.code == 0) problem = tryLaunch(pipes);
+        if (problem.code == 0) {
+            auto* const loop = loop_; // the child may end before the next line does
+            auto kept = std::make_shared<Pipes>(std::move(pipes));
+            return loop->post([self = shared_from_this(), kept] { self->enrol(*kept); });
+        }
+        if (isShortage(problem.code)) {
+            pipes = {};
+            if (ProcessTurns::shared().postpone(shared_from_this()) == ProcessTurns::Verdict::WaitsForOthers) return;
+            if (!std::exchange(wasAlone, true)) continue; // others have just given up theirs
+        }
+        neverBegan(problem.code, problem.about);
+        return ProcessTurns::shared().leave();
+    }
+}
+
+SpawnProblem ChildProcess::tryLaunch(Pipes& pipes) {
+    SpawnPlan plan{.arguments = request_.arguments, .environment = request_.environment, .folder = request_.folder};
+    plan.arguments.insert(plan.arguments.begin(), request_.program);
+    if (auto problem = findProgram(request_.program, plan.path); problem.code != 0) return problem;
+
+    int code = 0;
+    loop_ = ProcessLoop::current(code);
+    if (!loop_) return {code, request_.program};
+    auto const output = [&](Pipe& pipe, OutputKind kind) {
+        if (kind == OutputKind::Inherited) return SpawnPlan::inherited;
+        if (kind == OutputKind::Discarded || code != 0) return SpawnPlan::nothing;
+        code = pipe.open(Pipe::Ours::Reading);
+        return pipe.writing.number();
+    };
+    switch (request_.input.kind) {
+    case InputKind::Nothing: break;
+    case InputKind::Inherited: plan.standard[0] = SpawnPlan::inherited; break;
+    case InputKind::File:
+        if (int const problem = openFile(pipes.file, request_.input.path)) return {problem, request_.input.path};
+        plan.standard[0] = pipes.file.number();
+        break;
+    case InputKind::Data:
+    case InputKind::Pieces: code = pipes.input.open(Pipe::Ours::Writing); plan.standard[0] = pipes.input.reading.number();
+    }
+    plan.standard[1] = output(pipes.output, request_.output.kind);
+    bool const isMerged = request_.errors.kind == OutputKind::WithOutput;
+    plan.standard[2] = isMerged ? plan.standard[1] : output(pipes.errors, request_.errors.kind);
+    if (isMerged && plan.standard[1] == SpawnPlan::inherited) plan.standard[2] = 1;
+    if (code != 0) return {code, request_.program};
+
+    Hold const hold(life_);
+    auto problem = spawn(plan, identifier_);
+    if (problem.code != 0) {
+        identifier_ = 0;
+        return problem;
+    }
+    end_.process = openProcess(identifier_);
+    for (auto* const given : {&pipes.input.reading, &pipes.output.writing, &pipes.errors.writing, &pipes.file}) given->close();
+    return {};
+}
+
+void ChildProcess::neverBegan(int code, std::string const& about) {
+    result_.isCancelled = isCancelled_.load();
+    result_.error = NSError::errorWithErrno(result_.isCancelled ? ECANCELED : code, about);
+    complete();
+}
+
+void ChildProcess::complete() {
+    if (!request_.queue) return request_.completion(std::move(result_));
+    dispatch_async(request_.queue, [self = shared_from_this()] {
+        if (self->request_.completion) self->request_.completion(std::move(self->result_));
+        // What the closures hold goes where they ran.
+        auto const input = std::move(self->request_.input);
+        auto const output = std::move(self->request_.output), errors = std::move(self->request_.errors);
+        auto const completion = std::move(self->request_.completion);
+    });
+}
+
+void ChildProcess::cancel() {
+    isCancelled_.store(true);
+    if (ProcessTurns::shared().forget(*this)) return neverBegan(ECANCELED, request_.program);
+    int problem = 0;
+    if (auto* const loop = ProcessLoop::current(problem))
+        loop->post([self = shared_from_this()] { self->stop(Stopped::Cancelled); });
+}
+
+bool ChildProcess::send(int signal) {
+    Hold const hold(life_);
+    return identifier_ > 0 && ::kill(identifier_, signal) == 0;
+}
+
+bool ChildProcess::sendToGroup(int signal) {
+    Hold const hold(life_);
+    return identifier_ > 0 && ::kill(-identifier_, signal) == 0;
+}
+
+pid_t ChildProcess::identifier() {
+    Hold const hold(life_);
+    return identifier_;
+}
+
+} // namespace Tessarin::processes

@@ -1,0 +1,128 @@
+#include "Tessarin/platform/foundation/processes/ProcessLoopPrivate.h"
+
+#include "Tessarin/platform/runtime/Hold.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <ctime>
+#include <limits>
+#include <pthread.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+namespace Tessarin::processes {
+
+// A system without epoll takes another watch, unwatch and run; nothing else here asks for one.
+
+ProcessLoop* ProcessLoop::current(int& problem) {
+    static Mutex mutex;
+    static ProcessLoop* loop = nullptr; // never destroyed; guarded by mutex
+    Hold const hold(mutex);
+    if (!loop) problem = make(loop);
+    return loop;
+}
+
+ProcessLoop::ProcessLoop(Handle events, Handle knocks)
+    : events_(std::move(events)), knocks_(std::move(knocks)), scratch_(new std::byte[scratchSize]) {}
+
+int ProcessLoop::make(ProcessLoop*& made) {
+    Handle events{::epoll_create1(EPOLL_CLOEXEC)};
+    if (!events) return errno;
+    Handle knocks{::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
+    if (!knocks) return errno;
+    epoll_event knock{.events = EPOLLIN, .data = {.ptr = nullptr}};
+    if (::epoll_ctl(events.number(), EPOLL_CTL_ADD, knocks.number(), &knock) != 0) return errno;
+    std::unique_ptr<ProcessLoop> loop{new ProcessLoop(std::move(events), std::move(knocks))};
+
+    sigset_t all, before;
+    ::sigfillset(&all);
+    ::pthread_sigmask(SIG_SETMASK, &all, &before); // signals are for the application's threads, and SIGPIPE for nobody
+    pthread_t thread;
+    int const problem = ::pthread_create(&thread, nullptr, &enter, loop.get());
+    ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    if (problem != 0) return problem;
+    ::pthread_detach(thread);
+    made = loop.release();
+    return 0;
+}
+
+void* ProcessLoop::enter(void* self) {
+    ::pthread_setname_np(::pthread_self(), "subprocesses");
+    static_cast<ProcessLoop*>(self)->run();
+    return nullptr;
+}
+
+void ProcessLoop::post(Closure<void()> work) {
+    {
+        Hold const hold(mutex_);
+        posted_.push_back(std::move(work));
+        if (posted_.size() > 1) return; // it has been told
+    }
+    std::uint64_t const one = 1;
+    static_cast<void>(!::write(knocks_.number(), &one, sizeof one));
+}
+
+int ProcessLoop::watch(int descriptor, For what, Watch& watch) {
+    epoll_event event{.events = what == For::Reading ? EPOLLIN : EPOLLOUT, .data = {.ptr = &watch}};
+    return ::epoll_ctl(events_.number(), EPOLL_CTL_ADD, descriptor, &event) == 0 ? 0 : errno;
+}
+
+void ProcessLoop::unwatch(int descriptor, Watch& watch) {
+    ::epoll_ctl(events_.number(), EPOLL_CTL_DEL, descriptor, nullptr);
+    for (auto& event : batch_) // what was found ready before
+        if (event.data.ptr == &watch) event.data.ptr = nullptr;
+}
+
+void ProcessLoop::run() {
+    epoll_event events[64];
+    for (;;) {
+        int const count = ::epoll_wait(events_.number(), events, std::size(events), patience());
+        batch_ = {events, static_cast<std::size_t>(std::max(count, 0))};
+        for (auto const& event : batch_)
+            if (event.data.ptr) static_cast<Watch*>(event.data.ptr)->ready();
+        batch_ = {};
+        runPosted();
+        runDeadlines();
+    }
+}
+
+void ProcessLoop::runPosted() {
+    std::uint64_t knocks = 0;
+    static_cast<void>(!::read(knocks_.number(), &knocks, sizeof knocks));
+    std::vector<Closure<void()>> posted;
+    {
+        Hold const hold(mutex_);
+        posted.swap(posted_);
+    }
+    for (auto const& work : posted) work();
+}
+
+void ProcessLoop::runDeadlines() {
+    auto const moment = now();
+    while (!deadlines_.empty() && deadlines_.begin()->first <= moment) {
+        auto const due = deadlines_.extract(deadlines_.begin());
+        due.mapped()();
+    }
+}
+
+int ProcessLoop::patience() const {
+    if (deadlines_.empty()) return -1;
+    auto const milliseconds = (deadlines_.begin()->first - now() + 999'999) / 1'000'000;
+    return static_cast<int>(std::clamp<std::int64_t>(milliseconds, 0, 1'000'000));
+}
+
+std::int64_t ProcessLoop::now() noexcept {
+    timespec now{};
+    ::clock_gettime(CLOCK_MONOTONIC, &now);
+    return now.tv_sec * std::int64_t{1'000'000'000} + now.tv_nsec;
+}
+
+std::int64_t ProcessLoop::after(double seconds) noexcept {
+    constexpr double longest = 1e9; // thirty years
+    if (!(seconds < longest)) return std::numeric_limits<std::int64_t>::max();
+    return now() + static_cast<std::int64_t>(std::max(seconds, 0.0) * 1e9);
+}
+
+} // namespace Tessarin::processes

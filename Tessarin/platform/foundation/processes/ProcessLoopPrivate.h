@@ -1,0 +1,70 @@
+#pragma once
+#include "Tessarin/platform/foundation/processes/SpawnPrivate.h"
+#include "Tessarin/platform/runtime/Closure.h"
+#include "Tessarin/platform/runtime/Mutex.h"
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <span>
+#include <vector>
+
+struct epoll_event;
+
+namespace Tessarin::processes {
+
+/// Somebody who is told that his descriptor is ready, or has been closed at the other end.
+class Watch {
+public:
+    virtual void ready() = 0;
+
+protected:
+    ~Watch() = default;
+};
+
+/// The one thread that talks to all children. It owns what it is told of: but for `post` and `current`, everything here is called on it.
+class ProcessLoop {
+public:
+    enum class For { Reading, Writing };
+    using Deadlines = std::multimap<std::int64_t, Closure<void()>>; // by the monotonic clock's nanoseconds
+    using Deadline = Deadlines::iterator;
+
+    /// Makes it at the first call. Null, and an errno, while there is neither a descriptor nor a thread for it.
+    static ProcessLoop* current(int& problem);
+    /// Runs the work on the thread, in the order of the calls. Any thread.
+    void post(Closure<void()> work);
+
+    /// 0, or an errno: no memory, or as many watches as the system allows.
+    int watch(int descriptor, For what, Watch& watch);
+    void unwatch(int descriptor, Watch& watch);
+    Deadline at(std::int64_t moment, Closure<void()> work) { return deadlines_.emplace(moment, std::move(work)); }
+    void forget(Deadline deadline) { deadlines_.erase(deadline); }
+    Deadline none() { return deadlines_.end(); }
+    /// Room to read into; what stands there is overwritten by the next.
+    std::span<std::byte> scratch() noexcept { return {scratch_.get(), scratchSize}; }
+
+    static std::int64_t now() noexcept;
+    /// So many seconds from now; never for what does not fit, or is no number.
+    static std::int64_t after(double seconds) noexcept;
+
+private:
+    static constexpr std::size_t scratchSize = 256 * 1024;
+
+    ProcessLoop(Handle events, Handle knocks);
+    static int make(ProcessLoop*& made);
+    static void* enter(void* self);
+    void run();
+    void runPosted();
+    void runDeadlines();
+    int patience() const; // milliseconds
+
+    Handle const events_, knocks_;
+    std::unique_ptr<std::byte[]> const scratch_;
+    Mutex mutex_;
+    std::vector<Closure<void()>> posted_; // guarded by mutex_
+    // The thread's own:
+    Deadlines deadlines_;
+    std::span<epoll_event> batch_; // what it is going through
+};
+
+} // namespace Tessarin::processes

@@ -1,0 +1,26 @@
+#pragma once
+#include "Tessarin/platform/foundation/processes/SubprocessResult.h"
+#include "Tessarin/platform/queues/Queue.h"
+#include <string>
+#include <vector>
+
+namespace Tessarin::processes {
+
+/// What is to run, and how.
+struct ProcessRequest {
+    std::string program;                  // a name to be found in PATH, or a path
+    std::vector<std::string> arguments;   // without the program's name
+    std::vector<std::string> environment; // "NAME=value", all of it
+    std::string folder;                   // empty: the application's
+    SubprocessInput input;
+    SubprocessOutput output, errors;
+    std::optional<double> timeLimit; // seconds since it began
+    double grace = 0;                // seconds between SIGTERM and SIGKILL
+    bool endsGroup = true;           // what it leaves behind in its process group is killed
+    /// A serial one, where the closures run; null when there are none.
+    dispatch_queue_t queue;
+    /// Once, after all other closures, on the queue; without one on a thread that must not wait.
+    Closure<void(SubprocessResult&&)> completion;
+};
+
+} // namespace Tessarin::processes

@@ -1,0 +1,115 @@
+#include "Tessarin/system/Subprocess.h"
+
+#include "Tessarin/platform/foundation/processes/ChildProcessPrivate.h"
+#include "Tessarin/platform/queues/DispatchSemaphore.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <string_view>
+#include <unistd.h>
+
+namespace Tessarin {
+namespace {
+
+using processes::ChildProcess;
+using processes::ProcessRequest;
+
+std::string_view nameIn(std::string_view variable) { return variable.substr(0, variable.find('=')); }
+
+std::vector<std::string> variables(SubprocessEnvironment const& environment) {
+    std::vector<std::string> all;
+    if (environment.base == SubprocessEnvironment::Base::Inherited)
+        for (char** each = environ; each && *each; ++each) all.emplace_back(*each);
+    for (auto const& [name, value] : environment.changes) {
+        std::erase_if(all, [&name](auto const& each) { return nameIn(each) == name; });
+        if (value) all.push_back(name + "=" + *value);
+    }
+    return all;
+}
+
+/// A name that would be read as another one, or as none.
+bool hasIllName(SubprocessEnvironment const& environment) {
+    return std::ranges::any_of(environment.changes, [](auto const& change) {
+        return change.first.empty() || change.first.find('=') != change.first.npos;
+    });
+}
+
+bool calls(SubprocessOutput const& output) {
+    return output.kind == SubprocessOutput::Kind::Lines || output.kind == SubprocessOutput::Kind::Pieces;
+}
+bool hasClosures(SubprocessOptions const& options) {
+    return calls(options.output) || calls(options.errors) || options.input.kind == SubprocessInput::Kind::Pieces;
+}
+
+dispatch_queue_t serialQueue(dispatch_queue_t const& target) {
+    auto queue = dispatch_queue_create("subprocess", DISPATCH_QUEUE_SERIAL);
+    if (target) dispatch_set_target_queue(queue, target);
+    return queue;
+}
+
+ProcessRequest requestOf(SubprocessOptions&& options) {
+    // An output that goes nowhere else cannot go with itself.
+    if (options.output.kind == SubprocessOutput::Kind::WithOutput) options.output = SubprocessOutput::captured();
+    return {.program = std::move(options.program).get(),
+            .arguments = std::move(options.arguments),
+            .environment = variables(options.environment),
+            .folder = std::move(options.folder),
+            .input = std::move(options.input),
+            .output = std::move(options.output),
+            .errors = std::move(options.errors),
+            .timeLimit = options.timeLimit,
+            .grace = options.grace,
+            .endsGroup = options.leftovers == SubprocessLeftovers::Kill,
+            .queue = {},
+            .completion = {}};
+}
+
+SubprocessResult refused(int code, std::string const& program) { return {.error = NSError::errorWithErrno(code, program)}; }
+
+} // namespace
+
+Subprocess::~Subprocess() = default;
+void Subprocess::init(Ref<ChildProcess> child) { child_ = std::move(child); }
+
+SubprocessResult Subprocess::run(SubprocessOptions options) {
+    if (hasIllName(options.environment)) return refused(EINVAL, options.program);
+    bool const needsQueue = hasClosures(options);
+    if (needsQueue && options.queue && queueIsHeld(options.queue)) return refused(EDEADLK, options.program);
+    auto const queue = needsQueue ? serialQueue(options.queue) : dispatch_queue_t{};
+    auto request = requestOf(std::move(options));
+    request.queue = queue;
+    auto const done = dispatch_semaphore_create(0);
+    SubprocessResult result;
+    request.completion = [&result, done](SubprocessResult&& ended) {
+        result = std::move(ended);
+        dispatch_semaphore_signal(done);
+    };
+    std::make_shared<ChildProcess>(std::move(request))->begin(ChildProcess::Where::Here);
+    dispatch_semaphore_wait(done, DISPATCH_TIME_FOREVER);
+    return result;
+}
+
+Ref<Subprocess> Subprocess::start(SubprocessOptions options, Closure<void(SubprocessResult const&)> completion) {
+    bool const isIll = hasIllName(options.environment);
+    auto const queue = serialQueue(options.queue);
+    auto request = requestOf(std::move(options));
+    request.queue = queue;
+    if (isIll) request.environment.emplace_back(1, '\0'); // which the start refuses
+    request.completion = [completion = std::move(completion)](SubprocessResult&& result) {
+        if (completion) completion(result);
+    };
+    auto child = std::make_shared<ChildProcess>(std::move(request));
+    auto subprocess = make<Subprocess>(child);
+    child->begin(ChildProcess::Where::Elsewhere);
+    return subprocess;
+}
+
+void Subprocess::cancel() { child_->cancel(); }
+bool Subprocess::send(int signal) { return child_->send(signal); }
+
+std::optional<int> Subprocess::processIdentifier() const {
+    auto const identifier = child_->identifier();
+    return identifier > 0 ? std::optional<int>(identifier) : std::nullopt;
+}
+
+} // namespace Tessarin
