@@ -1,5 +1,9 @@
 #pragma once
 #include "Tessarin/Export.h"
+// What other rooms add to it:
+#include "Tessarin/system/Gestalt+Build.h"
+#include "Tessarin/system/Gestalt+Machine.h"
+#include "Tessarin/system/Gestalt+Process.h"
 
 namespace Tessarin::Gestalt {
 
