@@ -1,7 +1,7 @@
 #pragma once
 #include "Tessarin/notifications/Notifier.h"
 #include "Tessarin/state/GlobalStates.h"
-#include "Tessarin/descriptions/TextOfValue.h"
+#include "Tessarin/descriptions/Describe.h"
 #include <string>
 
 namespace Tessarin {
@@ -37,7 +37,7 @@ public:
 
     std::string const& desc() const { return desc_; }
     /// "Mode: 3".
-    std::string description() const override { return desc_ + ": " + textOfValue(current()); }
+    std::string description() const override { return desc_ + ": " + describe(current()); }
 
     /// Registers a block, for as long as `object` lives where one is given. Both of these wait for the serializer: from one of
     /// its operations, so from inside a watcher, they block for ever.

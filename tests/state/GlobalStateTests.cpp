@@ -168,8 +168,8 @@ TEST_F(States, DescribeTheirValuesAsPeopleReadThem) {
     EXPECT_EQ(described(Notifier::Coalescent::Now), "D: Coalescent(2)");
     EXPECT_EQ(described(std::vector{Place{1, "a", {}}, Place{2, "b", Shade::Light}}),
               "D: [Place(x: 1, name: \"a\", shade: nil), Place(x: 2, name: \"b\", shade: Light)]");
-    EXPECT_EQ(described(std::map<std::string, std::pair<int, bool>>{{"a", {1, true}}}), "D: [\"a\": (1, true)]");
-    EXPECT_EQ(described(std::map<int, int>()), "D: [:]");
+    EXPECT_EQ(described(std::map<std::string, std::pair<int, bool>>{{"a", {1, true}}}), "D: {\"a\": (1, true)}");
+    EXPECT_EQ(described(std::map<int, int>()), "D: {}");
 }
 
 TEST_F(States, MayBeSetAndWatchedOnManyThreads) {

@@ -16,19 +16,33 @@ concept Described = requires(T const& thing) {
     { thing.description() } -> std::same_as<std::string>;
 };
 
+/// Formats what is written as a text with the width and fill of texts; inside of containers without quotation marks.
+class TextFormatter {
+public:
+    constexpr auto parse(fmt::format_parse_context& context) { return formatter_.parse(context); }
+
+protected:
+    template <class Context> auto formatText(std::string_view text, Context& context) const {
+        return formatter_.format(text, context);
+    }
+
+private:
+    fmt::formatter<std::string_view> formatter_;
+};
+
 } // namespace Tessarin
 
 /// What has a description is formatted by it, with the width and fill of texts.
-template <Tessarin::Described T> struct fmt::formatter<T> : fmt::formatter<std::string_view> {
+template <Tessarin::Described T> struct fmt::formatter<T> : Tessarin::TextFormatter {
     template <class Context> auto format(T const& thing, Context& context) const {
-        return fmt::formatter<std::string_view>::format(thing.description(), context);
+        return formatText(thing.description(), context);
     }
 };
 
 /// A reference to a described thing is formatted as the thing; null as "nil".
-template <Tessarin::Described T> struct fmt::formatter<std::shared_ptr<T>> : fmt::formatter<std::string_view> {
+template <Tessarin::Described T> struct fmt::formatter<std::shared_ptr<T>> : Tessarin::TextFormatter {
     template <class Context> auto format(std::shared_ptr<T> const& thing, Context& context) const {
-        return fmt::formatter<std::string_view>::format(thing ? thing->description() : "nil", context);
+        return formatText(thing ? thing->description() : "nil", context);
     }
 };
 

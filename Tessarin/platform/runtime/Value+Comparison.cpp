@@ -1,11 +1,13 @@
 // Equality, order, hash and description of values.
 #include "Tessarin/platform/runtime/NSObject.h"
+#include "Tessarin/platform/runtime/OneLinePrivate.h"
+#include "Tessarin/platform/runtime/QuotedText.h"
 #include "Tessarin/platform/runtime/Value.h"
 
 #include <algorithm>
 #include <cmath>
 #include <fmt/format.h>
-#include <fmt/ranges.h>
+#include <utility>
 
 namespace Tessarin {
 namespace {
@@ -34,15 +36,6 @@ std::string numberText(double value) {
     return fmt::format("{}", value);
 }
 
-template <class Range, class Each> std::string joined(Range const& range, char open, char close, Each each) {
-    std::string text(1, open);
-    for (auto const& item : range) {
-        if (text.size() > 1) text += ", ";
-        text += each(item);
-    }
-    return text + close;
-}
-
 std::string uuidText(std::array<std::uint8_t, 16> const& bytes) {
     std::string text;
     for (std::size_t at = 0; at < bytes.size(); ++at) {
@@ -50,6 +43,38 @@ std::string uuidText(std::array<std::uint8_t, 16> const& bytes) {
         text += fmt::format("{:02X}", bytes[at]);
     }
     return text;
+}
+
+void appendInside(std::string& line, Value const& value);
+
+template <class Range> void appendElements(std::string& line, char const* ends, Range const& range) {
+    line += ends[0];
+    char const* separator = "";
+    for (auto const& element : range) {
+        line += std::exchange(separator, ", ");
+        if constexpr (requires { element.isAbsent(); }) {
+            appendInside(line, element);
+        } else {
+            auto const& [key, value] = element;
+            appendInside(line, key);
+            line += ": ";
+            appendInside(line, value);
+        }
+    }
+    line += ends[1];
+}
+
+/// What stands inside of a collection is kept to one line.
+void appendInside(std::string& line, Value const& value) {
+    switch (value.kind()) {
+    case Kind::Text: return appendQuotedText(line, value.text());
+    case Kind::Object: line += asOneLine(value.description()); return;
+    case Kind::List: return appendElements(line, "[]", value.list());
+    case Kind::Set: return appendElements(line, "{}", value.set());
+    case Kind::Dictionary: return appendElements(line, "{}", value.dictionary());
+    case Kind::ValueDictionary: return appendElements(line, "{}", value.valueDictionary());
+    default: line += value.description();
+    }
 }
 
 } // namespace
@@ -122,11 +147,6 @@ std::size_t Value::hash() const noexcept {
 }
 
 std::string Value::description() const {
-    auto const pair = [](auto const& entry) {
-        auto const& [key, value] = entry;
-        return Value(key).description() + ": " + value.description();
-    };
-    auto const item = [](Value const& value) { return value.description(); };
     switch (kind()) {
     case Kind::Absent: return "nil";
     case Kind::Boolean: return boolean() ? "true" : "false";
@@ -140,12 +160,11 @@ std::string Value::description() const {
     case Kind::URL: return std::string{urlText()};
     case Kind::Decimal: return decimal().text();
     case Kind::Object: return object()->description();
-    case Kind::List: return joined(list(), '[', ']', item);
-    case Kind::Set: return joined(set(), '{', '}', item);
-    case Kind::Dictionary: return joined(dictionary(), '{', '}', pair);
-    case Kind::ValueDictionary: return joined(valueDictionary(), '{', '}', pair);
+    default: break;
     }
-    return {};
+    std::string line;
+    appendInside(line, *this);
+    return line;
 }
 
 } // namespace Tessarin

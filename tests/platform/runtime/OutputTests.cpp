@@ -36,7 +36,7 @@ TEST(Format, DescriptionsAreFormattedLikeTexts) {
         std::string description() const override { return "Ada"; }
     };
     auto const named = make<Named>();
-    EXPECT_EQ(fmt::format("{}|{:>5}|{:<5}|{}", *named, named, Text("t"), Value(List{1, "a"})), "Ada|  Ada|t    |[1, a]");
+    EXPECT_EQ(fmt::format("{}|{:>5}|{:<5}|{}", *named, named, Text("t"), Value(List{1, "a"})), "Ada|  Ada|t    |[1, \"a\"]");
     EXPECT_EQ(fmt::format("{}", Ref<Named>()), "nil");
 }
 

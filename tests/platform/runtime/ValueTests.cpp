@@ -38,10 +38,10 @@ std::vector<Row> const values = {
     {Value::url("file:///a"), Kind::URL, "file:///a"},
     {*Decimal::fromText("2.50"), Kind::Decimal, "2.5"},
     {object, Kind::Object, nullptr},
-    {List{1, "a"}, Kind::List, "[1, a]"},
+    {List{1, "a"}, Kind::List, "[1, \"a\"]"},
     {ValueSet{Value(1)}, Kind::Set, "{1}"},
-    {Dictionary{{"k", 1}}, Kind::Dictionary, "{k: 1}"},
-    {ValueDictionary{{Value(1), Value("x")}}, Kind::ValueDictionary, "{1: x}"},
+    {Dictionary{{"k", 1}}, Kind::Dictionary, "{\"k\": 1}"},
+    {ValueDictionary{{Value(1), Value("x")}}, Kind::ValueDictionary, "{1: \"x\"}"},
 };
 
 TEST(Value, EveryKindSurvivesCopyMoveAndAssignment) {

@@ -7,13 +7,13 @@
 #include <type_traits>
 
 // What types and enumerators are called: the compiler spells a function's template arguments out.
-namespace Tessarin::descriptions {
+namespace Tessarin::describing {
 
 /// "App::Mode::Dark" of "… [with auto value = App::Mode::Dark]", or of "… [value = …]", which the other compiler writes.
 consteval std::string_view argumentOf(std::string_view text, std::string_view parameter) {
     auto const start = text.find(parameter) + parameter.size();
-    auto const end = text.find_first_of(";]", start);
-    return text.substr(start, end - start);
+    auto const end = text.find("; ", start); // what is left is the last "]"
+    return text.substr(start, (end == text.npos ? text.size() - 1 : end) - start);
 }
 
 /// "Mode" of "App::Mode", "Box<App::Mode>" of "App::Box<App::Mode>".
@@ -27,9 +27,7 @@ consteval std::string_view lastPart(std::string_view name) {
 }
 
 template <class Described> consteval std::string_view spelledType() { return argumentOf(__PRETTY_FUNCTION__, "Described = "); }
-template <auto described> consteval std::string_view spelledValue() {
-    return argumentOf(__PRETTY_FUNCTION__, "described = ");
-}
+template <auto described> consteval std::string_view spelledValue() { return argumentOf(__PRETTY_FUNCTION__, "described = "); }
 
 /// The name of a type without those of its namespaces.
 template <class T> inline constexpr std::string_view typeName = lastPart(spelledType<T>());
@@ -66,4 +64,4 @@ std::string_view nameOfEnumerator(E value) {
     return names[static_cast<std::size_t>(static_cast<std::int64_t>(number) - firstNamed)];
 }
 
-} // namespace Tessarin::descriptions
+} // namespace Tessarin::describing
