@@ -1,6 +1,7 @@
 #include "Tessarin/descriptions/DeepDescription.h"
 
 #include "Tessarin/platform/foundation/values/DescriptionLine.h"
+#include "Tessarin/platform/foundation/values/Hexadecimal.h"
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -140,9 +141,10 @@ bool DeepDescription::answers(NSObject const& object, void const* self, Write wr
 
 void DeepDescription::writeBytes(std::span<std::byte const> bytes) {
     append(fmt::format("{} byte{}", bytes.size(), bytes.size() == 1 ? "" : "s"));
-    if (!bytes.empty()) append(":");
-    for (auto const byte : bytes.first(std::min(bytes.size(), shownBytes)))
-        append(fmt::format(" {:02X}", std::to_integer<unsigned>(byte)));
+    if (!bytes.empty()) {
+        auto const head = bytes.first(std::min(bytes.size(), shownBytes));
+        append(": " + hexadecimalFromBytes(head, {.digits = HexadecimalDigits::Upper, .separator = " "}));
+    }
     if (bytes.size() > shownBytes) append(" …");
 }
 
