@@ -146,6 +146,7 @@
 #include "Tessarin/defaults/DefaultsKey.h"
 #include "Tessarin/defaults/NSUserDefaults+Keys.h"
 #include "Tessarin/geometry/AspectRatioType.h"
+#include "Tessarin/geometry/RadialGradient.h"
 #include "Tessarin/geometry/RectContentMode.h"
 #include "Tessarin/geometry/RectDivision.h"
 #include "Tessarin/keyaccess/AggregateBindings.h"

@@ -1,6 +1,8 @@
-# The toolkits of integration/: tessarin_glib and tessarin_qt exist where the toolkit was found. The library itself needs neither;
+# The toolkits of integration/: tessarin_glib, tessarin_cairo, tessarin_gtk, tessarin_qt and tessarin_qtwidgets exist where the
+# toolkit was found. The library itself needs neither;
 # only examples, tests and benchmarks link them.
 option(TESSARIN_GLIB "Build what uses GLib, where it is installed" ON)
+option(TESSARIN_GTK "Build what uses Cairo and GTK 4, where they are installed" ON)
 option(TESSARIN_QT "Build what uses Qt 6, where it is installed" ON)
 
 # In the tree as installed: <Tessarin/integration/…>.
@@ -19,9 +21,23 @@ if(TESSARIN_GLIB AND PkgConfig_FOUND)
     tessarin_toolkit(glib PkgConfig::GLIB)
   endif()
 endif()
+if(TESSARIN_GTK AND PkgConfig_FOUND)
+  pkg_check_modules(CAIRO QUIET IMPORTED_TARGET GLOBAL cairo)
+  if(CAIRO_FOUND)
+    tessarin_toolkit(cairo PkgConfig::CAIRO)
+  endif()
+  pkg_check_modules(GTK QUIET IMPORTED_TARGET GLOBAL gtk4)
+  if(GTK_FOUND)
+    tessarin_toolkit(gtk PkgConfig::GTK)
+  endif()
+endif()
 if(TESSARIN_QT)
   find_package(Qt6Core QUIET CONFIG GLOBAL)
   if(Qt6Core_FOUND)
     tessarin_toolkit(qt Qt6::Core)
+  endif()
+  find_package(Qt6Widgets QUIET CONFIG GLOBAL)
+  if(Qt6Widgets_FOUND)
+    tessarin_toolkit(qtwidgets Qt6::Widgets)
   endif()
 endif()

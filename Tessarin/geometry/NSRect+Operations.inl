@@ -8,7 +8,7 @@ namespace Tessarin {
 namespace geometry {
 
 constexpr bool isNumber(double value) noexcept { return value == value; }
-constexpr double nearEnd(double start, double length) noexcept { return length < 0 ? start + length : start; }
+constexpr double nearEnd(double start, double length) noexcept { return start + lesser(0, length); }
 /// Minus infinity and an infinite length end at plus infinity.
 constexpr double farEnd(double start, double length) noexcept {
     if (!(length > 0)) return length < 0 ? start : start + length;
@@ -20,7 +20,7 @@ constexpr double middle(double start, double length) noexcept {
     auto const place = start + length / 2;
     return isNumber(place) || !isNumber(start) || !isNumber(length) ? place : 0;
 }
-constexpr double distanceOf(double length) noexcept { return length < 0 ? -length : length; }
+constexpr double distanceOf(double length) noexcept { return __builtin_fabs(length); }
 
 struct Span {
     double start, length;

@@ -9,6 +9,10 @@ namespace geometry {
 constexpr double lesser(double a, double b) noexcept { return b < a ? b : a; }
 constexpr double greater(double a, double b) noexcept { return a < b ? b : a; }
 constexpr double notNegative(double side) noexcept { return side > 0 ? side : 0; } // and a number
+constexpr double chosen(bool isFirst, double first, double second) noexcept {
+    double const both[] = {second, first};
+    return both[isFirst];
+}
 
 } // namespace geometry
 
@@ -27,24 +31,25 @@ constexpr AspectRatioType NSSize::aspectRatioType() const noexcept {
 
 constexpr bool NSSize::hasRatio() const noexcept {
     constexpr double infinity = __builtin_huge_val();
-    return width > 0 && height > 0 && width < infinity && height < infinity;
+    return (width > 0) & (height > 0) & (width < infinity) & (height < infinity); // one jump
 }
 
-// The side that binds is taken from the bounds as it is, and the other one kept within them against rounding.
+// The side that binds is taken from the bounds as it is, both where the ratios are the same; the other one is kept within them against
+// rounding. Which of the two it is cannot be foreseen by the processor either: no jumps.
 constexpr NSSize NSSize::fittedIn(NSSize const& bounds) const noexcept {
     if (!hasRatio()) return {};
     NSSize const most{geometry::notNegative(bounds.width), geometry::notNegative(bounds.height)};
     auto const across = most.width / width, down = most.height / height;
-    return across < down ? NSSize{most.width, geometry::lesser(height * across, most.height)}
-                         : NSSize{geometry::lesser(width * down, most.width), most.height};
+    return {geometry::chosen(across <= down, most.width, geometry::lesser(width * down, most.width)),
+            geometry::chosen(down <= across, most.height, geometry::lesser(height * across, most.height))};
 }
 
 constexpr NSSize NSSize::filling(NSSize const& bounds) const noexcept {
     if (!hasRatio()) return {};
     NSSize const least{geometry::notNegative(bounds.width), geometry::notNegative(bounds.height)};
     auto const across = least.width / width, down = least.height / height;
-    return across > down ? NSSize{least.width, geometry::greater(height * across, least.height)}
-                         : NSSize{geometry::greater(width * down, least.width), least.height};
+    return {geometry::chosen(across >= down, least.width, geometry::greater(width * down, least.width)),
+            geometry::chosen(down >= across, least.height, geometry::greater(height * across, least.height))};
 }
 
 } // namespace Tessarin

@@ -1,0 +1,50 @@
+#pragma once
+#include "Tessarin/platform/foundation/geometry/NSColor.h"
+#include "Tessarin/platform/foundation/geometry/NSRect.h"
+#include <algorithm>
+#include <cairo.h>
+#include <cmath>
+#include <limits>
+#include <optional>
+
+// Points, rectangles and colours as Cairo has them, and back. Cairo has no types for points and sizes: it takes numbers.
+namespace Tessarin {
+
+inline NSRect fromCairo(cairo_rectangle_t const& rect) { return {{rect.x, rect.y}, {rect.width, rect.height}}; }
+inline NSRect fromCairo(cairo_rectangle_int_t const& rect) {
+    return {{double(rect.x), double(rect.y)}, {double(rect.width), double(rect.height)}};
+}
+
+/// Standardized: Cairo would draw a negative size the other way round.
+inline cairo_rectangle_t toCairo(NSRect const& rect) { return {rect.minX(), rect.minY(), rect.width(), rect.height()}; }
+
+/// The smallest one around it. What does not fit an int is as near as one comes; what is no number is 0.
+inline cairo_rectangle_int_t toCairoInt(NSRect const& rect) {
+    auto const whole = [](double number) {
+        constexpr double least = std::numeric_limits<int>::min(), most = std::numeric_limits<int>::max();
+        return std::isnan(number) ? 0 : static_cast<int>(std::clamp(number, least, most));
+    };
+    auto const around = rect.integralOutward();
+    return {whole(around.origin.x), whole(around.origin.y), whole(around.size.width), whole(around.size.height)};
+}
+
+/// The colour of a solid pattern; absent for patterns of other kinds.
+inline std::optional<NSColor> colorFromCairo(cairo_pattern_t* pattern) {
+    NSColor color;
+    auto const status = cairo_pattern_get_rgba(pattern, &color.red, &color.green, &color.blue, &color.alpha);
+    return status == CAIRO_STATUS_SUCCESS ? std::optional(color) : std::nullopt;
+}
+
+/// What is drawn next has this colour.
+inline void setSource(cairo_t* cairo, NSColor const& color) {
+    auto const shown = color.clamped();
+    cairo_set_source_rgba(cairo, shown.red, shown.green, shown.blue, shown.alpha);
+}
+
+/// Adds the rectangle to the current path.
+inline void addRectangle(cairo_t* cairo, NSRect const& rect) {
+    auto const [x, y, width, height] = toCairo(rect);
+    cairo_rectangle(cairo, x, y, width, height);
+}
+
+} // namespace Tessarin

@@ -1,0 +1,9 @@
+#include "Tessarin/Tessarin.h"
+#include <QImage>
+#include <QPainter>
+#include <QWidget>
+
+using namespace Tessarin;
+extern QWidget& widget;
+extern QImage& image;
+extern QPainter& painter;
