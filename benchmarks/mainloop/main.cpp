@@ -76,7 +76,8 @@ double throughput(Loop& loop, Post post, int threads) {
     return seconds / posts * 1e9;
 }
 
-void benchLoop(Report& report, char const* name, char const* peer, std::unique_ptr<Loop> const& loop) {
+/// `bar` bounds what a post takes: 180 ns where the peers take 120, 330 and 330.
+void benchLoop(Report& report, char const* name, char const* peer, double bar, std::unique_ptr<Loop> const& loop) {
     if (!loop) return;
     if (report.wants(name, "post until it runs")) {
         auto const both = medians(
@@ -101,8 +102,7 @@ void benchLoop(Report& report, char const* name, char const* peer, std::unique_p
                     .ours = both.ours,
                     .peer = peer,
                     .theirs = both.theirs,
-                    .target = 180,
-                    .bound = Bound::Ours});
+                    .target = bar});
     }
 }
 
@@ -112,8 +112,8 @@ void benchLoop(Report& report, char const* name, char const* peer, std::unique_p
 int main(int argc, char** argv) {
     using namespace Tessarin::benchmarks;
     Report report(argc, argv);
-    benchLoop(report, "epoll", "mutex and eventfd", makeEpollLoop());
-    benchLoop(report, "GLib", "g_idle_add", makeGLibLoop());
-    benchLoop(report, "Qt", "invokeMethod", makeQtLoop());
+    benchLoop(report, "epoll", "mutex and eventfd", 1.5, makeEpollLoop());
+    benchLoop(report, "GLib", "g_idle_add", 0.55, makeGLibLoop());
+    benchLoop(report, "Qt", "invokeMethod", 0.55, makeQtLoop());
     return report.finish();
 }

@@ -3,8 +3,10 @@
 #include "benchmarks/store/OurRows.h"
 #include "benchmarks/support/Report.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <ctime>
 #include <thread>
 
 namespace Tessarin::benchmarks {
@@ -19,6 +21,12 @@ struct Known {
     std::vector<std::string> texts;
 };
 
+double threadSeconds() {
+    timespec time{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+}
+
 Known known(Workload const& work, FetchedEntity entity) {
     Known known;
     if (entity == FetchedEntity::Author) {
@@ -31,11 +39,12 @@ Known known(Workload const& work, FetchedEntity entity) {
     return known;
 }
 
-/// Looks up one record after the other until `isDone`; look-ups per second. In the worker's queue.
-double lookUpRate(NSManagedObjectContext& worker, Known const& known, std::atomic<bool> const& isDone) {
+/// Of one look-up, in seconds; the processor's are the thread's own.
+Cost costOfLookUp(NSManagedObjectContext& worker, Known const& known, std::atomic<bool> const& isDone) {
     auto const condition = NSPredicate::predicateWithFormat(known.condition);
     auto const request = make<NSFetchRequest>(known.entity);
     std::size_t count = 0;
+    auto const before = threadSeconds();
     auto const seconds = secondsOf([&] {
         for (; !isDone; ++count) {
             auto const& text = known.texts[count * 7919 % known.texts.size()];
@@ -44,19 +53,20 @@ double lookUpRate(NSManagedObjectContext& worker, Known const& known, std::atomi
             if (worker.executeFetchRequest(*request, error).size() != 1) throw std::runtime_error("a record is not found");
         }
     });
-    return static_cast<double>(count) / seconds;
+    auto const each = static_cast<double>(std::max<std::size_t>(count, 1));
+    return {seconds / each, (threadSeconds() - before) / each};
 }
 
-/// The rate on a thread of its own while `work` runs on this one, the main thread.
-double lookUpRateBeside(Stack const& stack, Known const& known, auto const& work) {
+/// On a thread of its own while `work` runs on this one, the main thread.
+Cost costOfLookUpBeside(Stack const& stack, Known const& known, auto const& work) {
     auto const worker = stack.makeWorker();
     std::atomic<bool> isDone = false;
-    double rate = 0;
-    std::thread reader([&] { worker->performBlockAndWait([&] { rate = lookUpRate(*worker, known, isDone); }); });
+    Cost cost;
+    std::thread reader([&] { worker->performBlockAndWait([&] { cost = costOfLookUp(*worker, known, isDone); }); });
     work();
     isDone = true;
     reader.join();
-    return rate;
+    return cost;
 }
 
 void keepBusyFor(std::chrono::milliseconds time) {
@@ -68,7 +78,7 @@ void keepBusyFor(std::chrono::milliseconds time) {
 
 Reading slowdownOfFetches(Workload const& work, FetchedEntity entity, std::string const& file) {
     auto const sought = known(work, entity);
-    double slowdown = 0;
+    Cost slowdown;
     {
         Stack stack(file, Synchronous::Full);
         auto const worker = stack.makeWorker();
@@ -80,11 +90,11 @@ Reading slowdownOfFetches(Workload const& work, FetchedEntity entity, std::strin
         stack.saveToDisk(*worker);
 
         worker->performBlockAndWait([&] { inserter->insertBooks(work.library.books); });
-        auto const alone = lookUpRateBeside(stack, sought, [] { keepBusyFor(300ms); });
-        auto const beside = lookUpRateBeside(stack, sought, [&] { stack.saveToDisk(*worker); });
-        slowdown = alone / beside;
+        auto const alone = costOfLookUpBeside(stack, sought, [] { keepBusyFor(300ms); });
+        auto const beside = costOfLookUpBeside(stack, sought, [&] { stack.saveToDisk(*worker); });
+        slowdown = {beside.wall / alone.wall, beside.processor / alone.processor};
     }
-    return {slowdown, checksumOfFile(file)};
+    return {slowdown.processor, checksumOfFile(file), slowdown.wall};
 }
 
 } // namespace Tessarin::benchmarks

@@ -3,6 +3,7 @@
 #include "Tessarin/platform/queues/DispatchMain.h"
 #include "benchmarks/store/OurRows.h"
 #include "benchmarks/store/OurModel.h"
+#include "benchmarks/store/RawBest.h"
 #include "benchmarks/support/Report.h"
 
 #include <algorithm>
@@ -60,6 +61,23 @@ Reading longestMainQueueHold(Library const& library, std::string const& file) {
         longest = serveMainQueue(isDone);
     }
     return {longest, checksumOfFile(file)};
+}
+
+double rawSaveOf(Library const& library, std::size_t count, std::string const& file) {
+    BestDatabase database(file, Synchronous::Full);
+    sql::makeSchema(database);
+    BestInserter inserter(database);
+    auto const all = std::span(library.books);
+    auto const save = [&](auto const& work) {
+        database.begin();
+        work();
+        database.commit();
+    };
+    save([&] {
+        inserter.insertAuthorsAndTags(library);
+        inserter.insertBooks(all.first(all.size() - count));
+    });
+    return secondsOf([&] { save([&] { inserter.insertBooks(all.last(count)); }); }) * 1000;
 }
 
 } // namespace Tessarin::benchmarks

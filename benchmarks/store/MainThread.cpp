@@ -178,9 +178,7 @@ std::string copyOf(std::string const& file) {
 
 } // namespace
 
-void measureMainThread(std::string const& folder, Synchronous synchronous,
-                       FunctionRef<bool(std::string const& id, std::string const& what)> wants,
-                       FunctionRef<void(std::string const& row, double figure, double target)> add) {
+void measureMainThread(std::string const& folder, Synchronous synchronous, Wants wants, AddRatio add) {
     if (std::ranges::none_of(questions, [&](auto const& each) { return wants(each.id, each.what); })) return;
     auto const ours = (std::filesystem::path(folder) / "main-ours.db").string();
     auto const raw = (std::filesystem::path(folder) / "main-raw.db").string();

@@ -31,6 +31,8 @@ private:
     void measure(RowPlan const& plan);
     void measure(RowPlan const& plan, Session& session, std::string const& what, int runs);
     void measureSizes();
+    static void addWall(Row& row, double ours, double theirs);
+    void addCosts(CostRow const& row, MedianCosts const& costs);
     void measureOwnRows();
     void measureGrowth();
 
@@ -49,6 +51,9 @@ private:
     };
     std::function<void(std::string const&, double, double)> const add_ = [this](auto const& row, double figure, double target) {
         addOwn(row, "x", figure, target);
+    };
+    std::function<void(CostRow const&, MedianCosts const&)> const addCosts_ = [this](auto const& row, auto const& costs) {
+        addCosts(row, costs);
     };
     std::map<std::string, double> ratios_; // ours / rawbest of the rows measured so far, by identifier
 };

@@ -217,8 +217,7 @@ double slowdownByUnsaved(Stack& stack, DirtyRow const& row) {
 
 } // namespace
 
-void measureUnsavedGrowth(std::string const& folder, FunctionRef<bool(std::string const& id, std::string const& what)> wants,
-                          FunctionRef<void(std::string const& row, double figure, double target)> add) {
+void measureUnsavedGrowth(std::string const& folder, Wants wants, AddRatio add) {
     int files = 0;
     auto const newFile = [&] { return (std::filesystem::path(folder) / fmt::format("unsaved{}.db", ++files)).string(); };
     auto const ratio = [&](char const* id, char const* what, double target, FunctionRef<double(std::size_t)> seconds,
