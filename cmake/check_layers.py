@@ -12,9 +12,9 @@ from pathlib import Path
 
 # Each room of the platform includes itself and those before it.
 PLATFORM = ["platform/" + room for room in (
-    "runtime", "queues", "foundation/values", "foundation/processes", "foundation/geometry", "foundation/files",
-    "foundation/json", "foundation/time", "foundation/bundles", "foundation/predicates", "foundation/operations", "foundation/notifications",
-    "foundation/preferences", "sqlite", "objectgraph/model", "objectgraph/query", "objectgraph/persistence", "objectgraph/context")]
+    "runtime", "queues", "foundation/values", "foundation/processes", "foundation/geometry", "foundation/files", "foundation/text",
+    "foundation/json", "foundation/time", "foundation/bundles", "foundation/predicates", "foundation/operations",
+    "foundation/notifications", "foundation/preferences", "sqlite", "objectgraph/model", "objectgraph/query", "objectgraph/persistence", "objectgraph/context")]
 OBJECT_GRAPH = [room for room in PLATFORM if "objectgraph" in room]
 
 ALLOWED = {room: set(PLATFORM[:at]) for at, room in enumerate(PLATFORM)} | {
@@ -24,6 +24,7 @@ ALLOWED = {room: set(PLATFORM[:at]) for at, room in enumerate(PLATFORM)} | {
     "defaults": set(PLATFORM),
     "geometry": set(PLATFORM),
     "keyaccess": set(PLATFORM),
+    "text": set(PLATFORM),
     "notifications": {*PLATFORM, "dispatch", "collections"},
     "descriptions": {*PLATFORM, "keyaccess"},
     "state": {*PLATFORM, "dispatch", "collections", "notifications", "descriptions"},

@@ -11,6 +11,7 @@
 #include "fuzz/campaigns/Processes.h"
 #include "fuzz/campaigns/Racing.h"
 #include "fuzz/campaigns/Schedule.h"
+#include "fuzz/campaigns/Texts.h"
 #include "fuzz/campaigns/Zones.h"
 
 namespace Tessarin::campaigns {
@@ -30,6 +31,7 @@ std::span<Campaign const> allCampaigns() {
         {"handed-up", "many saves that one level hands to the next, at once or in the end", tryHandedUp},
         {"links", "two relationships through every change of their ends, against maps", tryLinks, judgeLinks, 30},
         {"zones", "every time zone of the system beside the C library", tryZones},
+        {"fuzz-text", "texts, half of them ill formed, through every operation on texts, beside ICU and slow ways", tryText, judgeTexts, 10},
         {"channels", "threads register, remove, destroy and post at notification centres and notifiers", tryChannels},
     };
     return all;

@@ -1,5 +1,9 @@
 #pragma once
 #include "Tessarin/Export.h"
+// What other rooms add to texts:
+#include "Tessarin/text/Text+Characters.h"
+#include "Tessarin/text/Text+Language.h"
+#include "Tessarin/text/Text+Sets.h"
 #include <compare>
 #include <cstdint>
 #include <iosfwd>
@@ -57,7 +61,7 @@ inline std::string_view textOf(CompactCell const& cell) noexcept {
 
 /// An immutable UTF-8 text of sixteen bytes: up to 14 characters inline, longer ones shared. Copies are cheap and may be
 /// used on any thread.
-class TESSARIN_API Text : private detail::CompactCell {
+class TESSARIN_API Text : private detail::CompactCell, public TextCharacters, public TextSets, public TextLanguage {
 public:
     Text() noexcept = default;
     Text(std::string_view text) { detail::storeText(*this, text); }
@@ -91,6 +95,7 @@ public:
 private:
     friend class Value;
 };
+static_assert(sizeof(Text) == 16); // the rooms cost no bytes
 
 } // namespace Tessarin
 

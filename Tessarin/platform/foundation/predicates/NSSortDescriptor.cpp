@@ -1,26 +1,17 @@
 #include "Tessarin/platform/foundation/predicates/NSSortDescriptor.h"
 
 #include "Tessarin/platform/foundation/predicates/TextFolding.h"
+#include "Tessarin/platform/foundation/text/LanguagePrivate.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <unicode/coll.h>
 
 namespace Tessarin {
 namespace {
 
-icu::Locale collationLocale() {
-    for (auto const* variable : {"LC_ALL", "LC_COLLATE", "LANG"})
-        if (auto const* name = std::getenv(variable); name && *name) {
-            auto const text = std::string_view{name}.substr(0, std::string_view{name}.find_first_of(".@"));
-            return text == "C" || text == "POSIX" ? icu::Locale::getRoot() : icu::Locale{std::string{text}.c_str()};
-        }
-    return icu::Locale::getRoot();
-}
-
 std::unique_ptr<icu::Collator const> madeCollator(TextComparison comparison) {
     UErrorCode status = U_ZERO_ERROR;
-    std::unique_ptr<icu::Collator> collator{icu::Collator::createInstance(collationLocale(), status)};
+    std::unique_ptr<icu::Collator> collator{icu::Collator::createInstance(icu::Locale{language::localeOf("LC_COLLATE").c_str()}, status)};
     if (U_FAILURE(status)) return nullptr;
     if (comparison == TextComparison::LocalizedCaseInsensitive) collator->setStrength(icu::Collator::SECONDARY);
     if (comparison == TextComparison::LocalizedStandard) collator->setAttribute(UCOL_NUMERIC_COLLATION, UCOL_ON, status);

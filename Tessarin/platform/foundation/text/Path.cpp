@@ -1,0 +1,134 @@
+#include "Tessarin/platform/foundation/text/Path.h"
+
+#include <algorithm>
+
+namespace Tessarin::Path {
+namespace {
+
+/// Without "/" at its end, unless that is all.
+std::string_view withoutEnd(std::string_view path) {
+    while (path.size() > 1 && path.back() == '/') path.remove_suffix(1);
+    return path;
+}
+
+/// Takes the next name from the beginning of a path; empty when there is none left.
+std::string_view takeName(std::string_view& path) {
+    path.remove_prefix(std::min(path.find_first_not_of('/'), path.size()));
+    auto const name = path.substr(0, path.find('/'));
+    path.remove_prefix(name.size());
+    return name;
+}
+
+/// Where the last "." of a name is, if it begins an extension: behind it is something, and before it more than other dots.
+std::size_t dotOf(std::string_view name) {
+    auto const dot = name.rfind('.');
+    return dot + 1 == name.size() || name.find_first_not_of('.') >= dot ? name.npos : dot;
+}
+
+} // namespace
+
+std::string_view lastPathComponent(std::string_view path) {
+    path = withoutEnd(path);
+    return path == "/" ? path : path.substr(path.rfind('/') + 1);
+}
+
+std::string_view deletingLastPathComponent(std::string_view path) {
+    path = withoutEnd(path);
+    auto const slash = path.rfind('/');
+    if (slash == path.npos) return {};
+    return withoutEnd(path.substr(0, std::max<std::size_t>(slash, 1)));
+}
+
+std::string_view pathExtension(std::string_view path) {
+    auto const name = lastPathComponent(path);
+    auto const dot = dotOf(name);
+    return dot == name.npos ? std::string_view{} : name.substr(dot + 1);
+}
+
+std::string_view deletingPathExtension(std::string_view path) {
+    path = withoutEnd(path);
+    auto const extension = pathExtension(path);
+    return extension.empty() ? path : path.substr(0, path.size() - extension.size() - 1);
+}
+
+std::string appendingPathComponent(std::string_view path, std::string_view component) {
+    if (path.empty()) return std::string{withoutEnd(component)};
+    path = withoutEnd(path);
+    component = withoutEnd(component);
+    component.remove_prefix(std::min(component.find_first_not_of('/'), component.size()));
+    std::string result;
+    result.reserve(path.size() + 1 + component.size());
+    result = path;
+    if (component.empty()) return result;
+    if (path != "/") result += '/';
+    return result.append(component);
+}
+
+std::string appendingPathExtension(std::string_view path, std::string_view extension) {
+    path = withoutEnd(path);
+    auto const name = lastPathComponent(path);
+    bool const isNamed = !name.empty() && name != "/" && name != "." && name != "..";
+    if (!isNamed || extension.empty() || extension.find('/') != extension.npos) return std::string{path};
+    std::string result;
+    result.reserve(path.size() + 1 + extension.size());
+    result = path;
+    result += '.';
+    return result.append(extension);
+}
+
+std::vector<std::string> pathComponents(std::string_view path) {
+    std::vector<std::string> components;
+    if (isAbsolutePath(path)) components.emplace_back("/");
+    for (auto name = takeName(path); !name.empty(); name = takeName(path)) components.emplace_back(name);
+    return components;
+}
+
+bool isAbsolutePath(std::string_view path) { return path.starts_with('/'); }
+
+std::string standardized(std::string_view path) {
+    if (path.empty()) return {};
+    bool const isAbsolute = isAbsolutePath(path);
+    std::string result(isAbsolute ? 1 : 0, '/');
+    result.reserve(path.size());
+    auto const root = result.size();
+    auto fixed = root; // what no ".." can take back: the root, or those that lead out of the folder
+    for (auto name = takeName(path); !name.empty(); name = takeName(path)) {
+        if (name == ".") continue;
+        if (name == ".." && result.size() > fixed) {
+            auto const slash = result.rfind('/');
+            result.resize(slash == result.npos ? fixed : std::max(slash, fixed));
+            continue;
+        }
+        if (name == ".." && isAbsolute) continue;
+        if (result.size() > root) result += '/';
+        result += name;
+        if (name == "..") fixed = result.size();
+    }
+    return result.empty() ? "." : result;
+}
+
+std::optional<std::string> relativeTo(std::string_view path, std::string_view base) {
+    if (isAbsolutePath(path) != isAbsolutePath(base)) return {};
+    auto const to = standardized(path), from = standardized(base);
+    std::string_view rest = to == "." ? std::string_view{} : std::string_view{to};
+    std::string_view left = from == "." ? std::string_view{} : std::string_view{from};
+    for (;;) {
+        auto restAfter = rest, leftAfter = left;
+        auto const name = takeName(restAfter);
+        if (name.empty() || name != takeName(leftAfter)) break;
+        rest = restAfter;
+        left = leftAfter;
+    }
+    std::string result;
+    for (auto name = takeName(left); !name.empty(); name = takeName(left)) {
+        if (name == "..") return {}; // nobody knows the name of the folder to come back from
+        result += result.empty() ? ".." : "/..";
+    }
+    for (auto name = takeName(rest); !name.empty(); name = takeName(rest)) {
+        if (!result.empty()) result += '/';
+        result += name;
+    }
+    return result.empty() ? "." : result;
+}
+
+} // namespace Tessarin::Path
