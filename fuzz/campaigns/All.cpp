@@ -11,6 +11,7 @@
 #include "fuzz/campaigns/Processes.h"
 #include "fuzz/campaigns/Racing.h"
 #include "fuzz/campaigns/Schedule.h"
+#include "fuzz/campaigns/Subprocesses.h"
 #include "fuzz/campaigns/Texts.h"
 #include "fuzz/campaigns/Zones.h"
 
@@ -33,6 +34,8 @@ std::span<Campaign const> allCampaigns() {
         {"zones", "every time zone of the system beside the C library", tryZones},
         {"fuzz-text", "texts, half of them ill formed, through every operation on texts, beside ICU and slow ways", tryText, judgeTexts, 10},
         {"channels", "threads register, remove, destroy and post at notification centres and notifiers", tryChannels},
+        {"subprocesses", "hundreds of subprocesses of all kinds under few descriptors and any SIGCHLD handler", trySubprocesses,
+         judgeSubprocesses, 3},
     };
     return all;
 }

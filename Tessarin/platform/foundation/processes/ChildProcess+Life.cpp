@@ -94,8 +94,9 @@ bool ChildProcess::lookForEnd() {
 void ChildProcess::end(siginfo_t const* status) {
     {
         Hold const hold(life_);
-        // As long as it is not reaped, the number of its group is nobody else's.
-        if (status && (request_.endsGroup || isStopping_)) ::kill(-identifier_, SIGKILL);
+        // As long as it is not reaped, the number of its group is nobody else's; and just afterwards, when no process has it.
+        bool const isOurs = status || (::kill(identifier_, 0) != 0 && errno == ESRCH);
+        if (isOurs && (request_.endsGroup || isStopping_)) ::kill(-identifier_, SIGKILL);
         siginfo_t reaped{};
         if (status) askFor(end_.process, identifier_, reaped, 0);
         identifier_ = 0;
