@@ -25,7 +25,7 @@ TEST_P(SubprocessEnds, ResultTellsStatusSignalAndBothStreams) {
              Row{"echo a; echo b >&2; exit 3", "a\n", "b\n", 3, {}},
              Row{"printf x; kill -9 $$", "x", "", {}, SIGKILL},
              Row{"exec >&- 2>&- <&-; exit 5", "", "", 5, {}},
-             Row{"exec >&-; sleep 0.05; echo late >&2", "", "late\n", 0, {}},
+             Row{"exec >&-; echo late >&2", "", "late\n", 0, {}},
              Row{"cat", "", "", 0, {}},
          }) {
         auto const result = ran(script);
@@ -41,23 +41,35 @@ TEST_P(SubprocessEnds, ResultTellsStatusSignalAndBothStreams) {
     EXPECT_EQ(Subprocess::run(std::move(merged)).outputText(), "a\nb\nc\n");
 }
 
-TEST_P(SubprocessEnds, TimeLimitEndsWhatIgnoresItWithItsGrandchildren) {
-    auto options = shell("trap '' TERM; sleep 100 & echo $!; sleep 100");
-    options.timeLimit = 0.05;
-    options.grace = 0.05;
-    auto const stubborn = Subprocess::run(std::move(options));
-    EXPECT_EQ(stubborn.signal, SIGKILL);
-    EXPECT_TRUE(stubborn.isOutOfTime);
-    EXPECT_FALSE(stubborn.isSuccess());
-    auto const grandchild = std::stoi(std::string{stubborn.outputText()});
-    EXPECT_TRUE(eventually([&] { return hasDied(grandchild); }));
+/// Cancelled when it says that it is ready; `last` is the last line that it wrote besides.
+SubprocessResult cancelledWhenReady(std::string script, double grace, std::string& last) {
+    std::promise<void> ready;
+    auto options = shell(std::move(script));
+    options.grace = grace;
+    options.output = SubprocessOutput::lines([&](std::string_view line) {
+        if (line == "ready") return ready.set_value();
+        last = line;
+    });
+    Started started(std::move(options));
+    ready.get_future().wait();
+    started.subprocess->cancel();
+    return started.result();
+}
 
-    options = shell("trap 'echo bye; exit 0' TERM; while :; do sleep 0.01; done");
-    options.timeLimit = 0.1;
-    auto const polite = Subprocess::run(std::move(options));
-    EXPECT_EQ(polite.outputText(), "bye\n");
-    EXPECT_EQ(polite.exitStatus, 0);
-    EXPECT_FALSE(polite.isSuccess()) << "it was asked to";
+TEST_P(SubprocessEnds, TimeLimitAndCancelEndWhatIgnoresThemWithItsGrandchildren) {
+    auto options = shell("sleep 100");
+    options.timeLimit = 0.02;
+    auto const late = Subprocess::run(std::move(options));
+    EXPECT_TRUE(late.isOutOfTime && late.signal == SIGTERM && !late.isSuccess()) << late.description();
+
+    std::string last;
+    auto const stubborn = cancelledWhenReady("trap '' TERM; sleep 100 & echo $!; echo ready; sleep 100", 0.05, last);
+    EXPECT_TRUE(stubborn.isCancelled && stubborn.signal == SIGKILL) << stubborn.description();
+    EXPECT_TRUE(eventually([&] { return hasDied(std::stoi(last)); }));
+
+    auto const polite = cancelledWhenReady("trap 'echo bye; exit 0' TERM; echo ready; while :; do sleep 0.01; done", 60, last);
+    EXPECT_EQ(last, "bye");
+    EXPECT_TRUE(polite.exitStatus == 0 && !polite.isSuccess()) << "it was asked to";
 }
 
 TEST(Subprocess, WhatCannotBeginSaysWhyInTheSystemsWords) {
@@ -80,13 +92,11 @@ TEST(Subprocess, WhatCannotBeginSaysWhyInTheSystemsWords) {
     row({.program = orphan}, ENOENT, orphan + ": its interpreter: No such file or directory");
     row({.program = "true", .folder = folder.path("gone")}, ENOENT, folder.path("gone") + ": No such file or directory");
     row({.program = "true", .folder = plain}, ENOTDIR, plain + ": Not a directory");
-    row({.program = "true", .input = SubprocessInput::file(folder.path("gone"))}, ENOENT,
-        folder.path("gone") + ": No such file or directory");
+    row({.program = "true", .input = SubprocessInput::file(folder.path("gone"))}, ENOENT, "gone: No such file or directory");
     row({.program = "true", .arguments = {std::string("a\0b", 3)}}, EINVAL, "/true: Invalid argument");
     row({.program = std::string("true\0", 5)}, EINVAL, "true: Invalid argument");
     row({.program = "true", .environment = {.changes = {{"A=B", "c"}}}}, EINVAL, "true: Invalid argument");
-    row({.program = "true", .arguments = std::vector<std::string>(64, std::string(130'000, 'x'))}, E2BIG,
-        "/true: Argument list too long");
+    row({.program = "true", .arguments = std::vector(64, std::string(130'000, 'x'))}, E2BIG, "/true: Argument list too long");
     for (std::size_t at = 0; at < rows.size(); ++at) {
         auto& [options, code, about] = rows[at];
         auto const result = at % 2 == 0 ? Subprocess::run(std::move(options)) : Started(std::move(options)).result();
@@ -105,20 +115,17 @@ TEST(Subprocess, GetsItsEnvironmentItsFolderAndNothingElse) {
     options.folder = folder.path();
     EXPECT_EQ(Subprocess::run(std::move(options)).outputText(),
               "new--x=y\n" + std::filesystem::canonical(folder.path()).native() + "\n");
-    EXPECT_EQ(
-        Subprocess::run({.program = "env", .environment = {.base = SubprocessEnvironment::Base::Empty, .changes = {{"A", "1"}}}})
-            .outputText(),
-        "A=1\n");
+    SubprocessEnvironment const own{.base = SubprocessEnvironment::Base::Empty, .changes = {{"A", "1"}}};
+    EXPECT_EQ(Subprocess::run({.program = "env", .environment = own}).outputText(), "A=1\n");
 
     int const open = ::dup(STDIN_FILENO); // without close on exec, as careless libraries leave theirs
     sigset_t blocked, before;
     ::sigfillset(&blocked);
     ::pthread_sigmask(SIG_BLOCK, &blocked, &before);
-    auto const inherited =
-        ran("test -e /proc/self/fd/" + std::to_string(open) + " || echo closed; grep SigBlk /proc/self/status");
+    auto const inherited = ran("ls /proc/self/fd/" + std::to_string(open) + "; grep SigBlk /proc/self/status");
     ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
     ::close(open);
-    EXPECT_EQ(inherited.outputText(), "closed\nSigBlk:\t0000000000000000\n");
+    EXPECT_EQ(inherited.outputText(), "SigBlk:\t0000000000000000\n");
 }
 
 TEST(Subprocess, InputComesFromTextFileAndClosureAndMayBeLeftUnread) {
@@ -153,22 +160,18 @@ TEST(Subprocess, BothWaysAtOnceMoreThanPipesHold) {
     EXPECT_TRUE(kept.outputText() == text && kept.errorsText() == text);
 
     std::string pieces;
-    std::size_t lines = 0, lineBytes = 0, largest = 0;
+    std::size_t lines = 0, lineBytes = 0;
     options = shell("tee /dev/stderr");
     options.input = SubprocessInput::text(text);
     options.output = SubprocessOutput::lines([&](std::string_view line) {
         lineBytes += line.size();
         if (line == std::to_string(lines)) ++lines;
     });
-    options.errors = SubprocessOutput::pieces([&](NSData const& piece) {
-        pieces += piece.text();
-        largest = std::max(largest, piece.length());
-    });
+    options.errors = SubprocessOutput::pieces([&](NSData const& piece) { pieces += piece.text(); });
     EXPECT_TRUE(Subprocess::run(std::move(options)).isSuccess());
     EXPECT_TRUE(pieces == text);
     EXPECT_GT(lines, 300'000U);
     EXPECT_EQ(lineBytes, static_cast<std::size_t>(std::ranges::count_if(text, [](char c) { return c != '\n' && c != '\r'; })));
-    EXPECT_LE(largest, 1U << 20);
 }
 
 TEST(Subprocess, ClosuresRunOnTheQueueInOrderAndTheCompletionLast) {

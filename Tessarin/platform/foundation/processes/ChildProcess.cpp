@@ -74,13 +74,13 @@ SpawnProblem ChildProcess::tryLaunch(Pipes& pipes) {
     if (isMerged && plan.standard[1] == SpawnPlan::inherited) plan.standard[2] = 1;
     if (code != 0) return {code, request_.program};
 
-    Hold const hold(life_);
-    auto problem = spawn(plan, identifier_);
-    if (problem.code != 0) {
-        identifier_ = 0;
-        return problem;
+    pid_t child = 0;
+    if (auto problem = spawn(plan, child); problem.code != 0) return problem;
+    {
+        Hold const hold(life_);
+        identifier_ = child;
     }
-    end_.process = openProcess(identifier_);
+    end_.process = openProcess(child);
     for (auto* const given : {&pipes.input.reading, &pipes.output.writing, &pipes.errors.writing, &pipes.file}) given->close();
     return {};
 }

@@ -116,7 +116,7 @@ int Pipe::open(Ours ours) noexcept {
     for (auto* const end : {&reading, &writing})
         if (int const problem = lift(*end)) return problem;
     int const own = (ours == Ours::Reading ? reading : writing).number();
-    return ::fcntl(own, F_SETFL, ::fcntl(own, F_GETFL) | O_NONBLOCK) == 0 ? 0 : errno;
+    return ::fcntl(own, F_SETFL, O_NONBLOCK) == 0 ? 0 : errno; // a new pipe has no other flags
 }
 
 int openFile(Handle& file, std::string const& path) noexcept {
