@@ -93,7 +93,7 @@ void addRing(Report& report) {
                 .ours = ours,
                 .peer = "ring of 250,000",
                 .theirs = theirs,
-                .target = 1.5});
+                .target = 2});
 }
 
 } // namespace
