@@ -1,8 +1,8 @@
 #include "Tessarin/text/NumberLike.h"
 
 #include "Tessarin/platform/foundation/text/BlanksPrivate.h"
+#include "Tessarin/platform/foundation/text/NumberReadingPrivate.h"
 
-#include <charconv>
 #include <cmath>
 #include <limits>
 
@@ -10,12 +10,7 @@ namespace Tessarin {
 namespace {
 
 template <class Number> std::optional<Number> parsed(std::string_view text) noexcept {
-    text = withoutBlanks(text);
-    if (text.starts_with('+') && !text.starts_with("+-")) text.remove_prefix(1);
-    Number number{};
-    auto const* const end = text.data() + text.size();
-    auto const [stop, problem] = std::from_chars(text.data(), end, number);
-    return problem == std::errc{} && stop == end && !text.empty() ? std::optional(number) : std::nullopt;
+    return readNumber<Number>(withoutBlanks(text));
 }
 
 bool isWhole(std::string_view text) noexcept { return text.find_first_of(".eEnN") == text.npos; }

@@ -93,7 +93,7 @@ TEST(EmailAddress, IsWhatBrowsersAccept) {
     for (auto const& text : refused) EXPECT_FALSE(isEmailAddress(text) || isInternational(text)) << text;
 }
 
-struct Volume : IntLike, FloatLike, DoubleLike {
+struct Volume final : IntLike, FloatLike, DoubleLike {
     std::optional<std::int64_t> integer() const override { return 7; }
     std::optional<float> floatNumber() const override { return 7.5F; }
     std::optional<double> number() const override { return 7.25; }

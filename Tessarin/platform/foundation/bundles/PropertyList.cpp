@@ -1,11 +1,12 @@
 #include "Tessarin/platform/foundation/bundles/PropertyList.h"
 
+#include "Tessarin/platform/foundation/text/BlanksPrivate.h"
+#include "Tessarin/platform/foundation/text/NumberReadingPrivate.h"
 #include "Tessarin/platform/foundation/time/NSDate.h"
 #include "Tessarin/platform/foundation/values/Base64.h"
 #include "Tessarin/platform/foundation/values/NSData.h"
 #include "Tessarin/platform/foundation/values/NSError.h"
 
-#include <charconv>
 #include <fmt/format.h>
 #include <pugixml.hpp>
 
@@ -19,19 +20,10 @@ constexpr int deepest = 512; // so that a hostile file cannot exhaust the stack
                                                   {{NSLocalizedDescriptionKey, fmt::format("not a property list: {}", reason)}}));
 }
 
-std::string_view trimmed(std::string_view text) {
-    constexpr std::string_view blanks = " \t\r\n";
-    auto const from = text.find_first_not_of(blanks);
-    return from == text.npos ? std::string_view{} : text.substr(from, text.find_last_not_of(blanks) - from + 1);
-}
-
-template <class Number> Value readNumber(std::string_view text) {
-    if (text.starts_with('+')) text.remove_prefix(1);
-    Number value{};
-    auto const* const end = text.data() + text.size();
-    auto const [stop, error] = std::from_chars(text.data(), end, value);
-    if (error != std::errc{} || stop != end) refuse(fmt::format("'{}' is no number", text));
-    return value;
+template <class Number> Value numberIn(std::string_view text) {
+    auto const number = readNumber<Number>(text);
+    if (!number) refuse(fmt::format("'{}' is no number", text));
+    return *number;
 }
 
 Value readDate(std::string_view text) { // 2015-03-01T12:30:00Z
@@ -55,7 +47,7 @@ std::vector<pugi::xml_node> elementsOf(pugi::xml_node node) {
     for (auto const child : node.children()) {
         if (child.type() == pugi::node_element)
             elements.push_back(child);
-        else if (!trimmed(child.value()).empty())
+        else if (!withoutBlanks(child.value()).empty())
             refuse("text between elements");
     }
     return elements;
@@ -95,11 +87,11 @@ Value read(pugi::xml_node node, int depth) {
     if (kind == "array") return readList(node, depth);
     auto const text = textOf(node);
     if (kind == "string") return text;
-    if (kind == "integer") return readNumber<std::int64_t>(trimmed(text));
-    if (kind == "real") return readNumber<double>(trimmed(text));
+    if (kind == "integer") return numberIn<std::int64_t>(withoutBlanks(text));
+    if (kind == "real") return numberIn<double>(withoutBlanks(text));
     if (kind == "true") return true;
     if (kind == "false") return false;
-    if (kind == "date") return readDate(trimmed(text));
+    if (kind == "date") return readDate(withoutBlanks(text));
     if (kind == "data") return readData(text);
     refuse(fmt::format("unknown element <{}>", kind));
 }

@@ -1,5 +1,6 @@
 #include "Tessarin/platform/foundation/preferences/DefaultsFilePrivate.h"
 
+#include "Tessarin/platform/foundation/text/Path.h"
 #include "Tessarin/platform/foundation/values/NSError.h"
 
 #include <algorithm>
@@ -18,8 +19,8 @@ namespace {
 using files::Descriptor;
 using namespace std::chrono_literals;
 
-std::string folderOf(std::string const& path) { return path.substr(0, std::max<std::size_t>(path.rfind('/'), 1)); }
-std::string nameOf(std::string const& path) { return path.substr(path.rfind('/') + 1); }
+std::string folderOf(std::string const& path) { return std::string{Path::deletingLastPathComponent(path)}; }
+std::string nameOf(std::string const& path) { return std::string{Path::lastPathComponent(path)}; }
 
 /// What this process has just made, perhaps as root, goes to whom the folder belongs. Only root may do that; what others make is
 /// theirs already.

@@ -1,5 +1,6 @@
 #pragma once
 #include "Tessarin/platform/foundation/files/FilesPrivate.h"
+#include "Tessarin/platform/foundation/text/Path.h"
 #include <string>
 #include <string_view>
 
@@ -14,8 +15,8 @@ public:
     explicit DefaultsFile(std::string const& path) : path_(files::resolved(path)), lockPath_(path + ".lock") {}
 
     std::string const& path() const noexcept { return path_; }
-    std::string folder() const { return path_.substr(0, path_.rfind('/')); }
-    std::string name() const { return path_.substr(path_.rfind('/') + 1); }
+    std::string folder() const { return std::string{Path::deletingLastPathComponent(path_)}; }
+    std::string name() const { return std::string{Path::lastPathComponent(path_)}; }
 
     /// A folder has to be there to be watched. Does nothing where it cannot be made, and makes none that a link leads to.
     void makeFolder() const;

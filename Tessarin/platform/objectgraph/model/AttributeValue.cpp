@@ -1,8 +1,9 @@
 // Conversion of values to what an attribute of some type keeps.
+#include "Tessarin/platform/foundation/text/BlanksPrivate.h"
+#include "Tessarin/platform/foundation/text/NumberReadingPrivate.h"
 #include "Tessarin/platform/foundation/values/NSUUID.h"
 #include "Tessarin/platform/objectgraph/model/NSAttributeDescription.h"
 
-#include <charconv>
 #include <cmath>
 
 namespace Tessarin {
@@ -10,35 +11,21 @@ namespace {
 
 using Kind = Value::Kind;
 
-std::string_view trimmed(std::string_view text) {
-    auto const blank = [](char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; };
-    while (!text.empty() && blank(text.front())) text.remove_prefix(1);
-    while (!text.empty() && blank(text.back())) text.remove_suffix(1);
-    return text;
-}
-
-template <class Number> std::optional<Number> parsed(std::string_view text) {
-    if (text.starts_with('+') && !text.starts_with("+-")) text.remove_prefix(1);
-    Number number{};
-    auto const [end, problem] = std::from_chars(text.data(), text.data() + text.size(), number);
-    return problem == std::errc{} && end == text.data() + text.size() && !text.empty() ? std::optional(number) : std::nullopt;
-}
-
 /// The number that a text stands for: "12", "0.0", also "YES" and "NO".
 Value numberOf(std::string_view written) {
-    auto const text = trimmed(written);
+    auto const text = withoutBlanks(written);
     for (auto const* yes : {"YES", "yes", "true", "TRUE"})
         if (text == yes) return true;
     for (auto const* no : {"NO", "no", "false", "FALSE"})
         if (text == no) return false;
-    if (auto const whole = parsed<std::int64_t>(text)) return *whole;
-    if (auto const number = parsed<double>(text); number && std::isfinite(*number)) return *number;
+    if (auto const whole = readNumber<std::int64_t>(text)) return *whole;
+    if (auto const number = readNumber<double>(text); number && std::isfinite(*number)) return *number;
     return {};
 }
 
 Value decimalOf(Value const& value) {
     if (value.isText())
-        if (auto const exact = Decimal::fromText(trimmed(value.text()))) return *exact;
+        if (auto const exact = Decimal::fromText(withoutBlanks(value.text()))) return *exact;
     auto const number = value.isText() ? numberOf(value.text()) : value;
     bool const isNumber = (number.isNumber() && !std::isnan(number.number())) || number.kind() == Kind::Decimal;
     return isNumber ? Value(number.decimal()) : Value();
