@@ -34,8 +34,8 @@ constexpr bool NSSize::hasRatio() const noexcept {
     return (width > 0) & (height > 0) & (width < infinity) & (height < infinity); // one jump
 }
 
-// The side that binds is taken from the bounds as it is, both where the ratios are the same; the other one is kept within them against
-// rounding. Which of the two it is cannot be foreseen by the processor either: no jumps.
+// The side that binds is taken from the bounds as it is, both where the ratios are the same; the other one is kept within them
+// against rounding. Which of the two it is cannot be foreseen by the processor either: no jumps.
 constexpr NSSize NSSize::fittedIn(NSSize const& bounds) const noexcept {
     if (!hasRatio()) return {};
     NSSize const most{geometry::notNegative(bounds.width), geometry::notNegative(bounds.height)};

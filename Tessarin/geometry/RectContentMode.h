@@ -2,8 +2,8 @@
 
 namespace Tessarin {
 
-/// Where a rectangle goes in a container: see `NSRect::placedIn`. The first three scale; None leaves the rectangle where it is; the
-/// others keep its size and put it to that side or corner, in the middle of what they do not name.
+/// Where a rectangle goes in a container: see `NSRect::placedIn`. The first three scale; None leaves the rectangle where it is;
+/// the others keep its size and put it to that side or corner, in the middle of what they do not name.
 enum class RectContentMode {
     ScaleToFill, // takes the container's size, whatever becomes of the ratio
     ScaleAspectFit, // as large as it can be inside, in the middle

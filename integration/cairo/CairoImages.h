@@ -23,9 +23,9 @@ inline NSSize imageSize(cairo_surface_t* image) {
     return {cairo_image_surface_get_width(image) / across, cairo_image_surface_get_height(image) / down};
 }
 
-/// Draws an image into a rectangle: placed there by the mode, as `NSRect::placedIn` says, smoothly scaled, and cut where it would
-/// stick out. With `None` its origin is the rectangle's. Nothing is drawn of what is no image. The context's source, path and state are
-/// afterwards what they were.
+/// Draws an image into a rectangle: placed there by the mode, as `NSRect::placedIn` says, smoothly scaled, and cut where it
+/// would stick out. With `None` its origin is the rectangle's. Nothing is drawn of what is no image. The context's source, path
+/// and state are afterwards what they were.
 inline void draw(cairo_surface_t* image, NSRect const& into, RectContentMode mode, cairo_t* cairo) {
     NSRect const whole{into.topLeft(), imageSize(image)};
     auto const place = whole.placedIn(into, mode), shown = place.intersection(into).value_or(NSRect{});
@@ -45,8 +45,8 @@ inline void draw(cairo_surface_t* image, NSRect const& into, RectContentMode mod
     cairo_path_destroy(path);
 }
 
-/// An image of what `draw` draws, `scale` pixels a unit, transparent where it draws nothing. Null when the size in pixels is empty or
-/// more than Cairo makes.
+/// An image of what `draw` draws, `scale` pixels a unit, transparent where it draws nothing. Null when the size in pixels is
+/// empty or more than Cairo makes.
 inline CairoSurface snapshot(NSSize const& size, double scale, FunctionRef<void(cairo_t*)> draw) {
     auto const pixels = size.scaled(scale);
     if (pixels.isEmpty() || !(pixels.width <= largestCairoSide && pixels.height <= largestCairoSide)) return nullptr;

@@ -13,15 +13,15 @@ inline bool circlesTouch(RadialGradient const& gradient) {
     return way > 0 && std::abs(way - std::abs(growth)) < 1e-4 * way;
 }
 
-/// Qt's gradient of the same circles and colours, extended; one without stops when there is no picture. Qt knows no gradients that
-/// end at their circles, nor the straight edge beyond circles that touch: `draw` cuts those.
+/// Qt's gradient of the same circles and colours, extended; one without stops when there is no picture. Qt knows no gradients
+/// that end at their circles, nor the straight edge beyond circles that touch: `draw` cuts those.
 inline QRadialGradient toQt(RadialGradient const& gradient) {
     auto start = gradient.startCenter, end = gradient.endCenter;
     auto startRadius = gradient.startRadius, endRadius = gradient.endRadius;
     auto const way = start.distance(end);
     bool const isTouching = circlesTouch(gradient);
-    // Of the two circles through a point Qt knows only the later one: where that has a negative radius, it draws nothing. With circles
-    // inside of each other, the first must be the inner one.
+    // Of the two circles through a point Qt knows only the later one: where that has a negative radius, it draws nothing. With
+    // circles inside of each other, the first must be the inner one.
     bool const isReversed = startRadius > endRadius && (isTouching || startRadius - endRadius > way);
     if (isReversed) std::swap(start, end), std::swap(startRadius, endRadius);
     if (isTouching) endRadius = startRadius + way * (1 + 2e-4); // it would divide by zero

@@ -35,8 +35,8 @@ inline QImage thumbnail(QImage const& image, int longestSide) {
     return small;
 }
 
-/// An image of what `draw` draws, `scale` pixels a unit, transparent where it draws nothing. A null image when the size in pixels is
-/// empty or more than Qt draws on.
+/// An image of what `draw` draws, `scale` pixels a unit, transparent where it draws nothing. A null image when the size in
+/// pixels is empty or more than Qt draws on.
 inline QImage snapshot(NSSize const& size, double scale, FunctionRef<void(QPainter&)> draw) {
     auto const pixels = size.scaled(scale);
     if (pixels.isEmpty() || !(pixels.width <= largestQtSide && pixels.height <= largestQtSide)) return {};

@@ -23,8 +23,8 @@ inline Qt::KeyboardModifiers toQt(KeyboardModifiers keys) {
     return set;
 }
 
-/// Has `KeyboardModifiers::current` ask Qt, from construction to destruction; then whoever was asked before. Absent while there is no
-/// application object or it has no screen. On the main thread. Needs Qt's Gui module.
+/// Has `KeyboardModifiers::current` ask Qt, from construction to destruction; then whoever was asked before. Absent while there
+/// is no application object or it has no screen. On the main thread. Needs Qt's Gui module.
 ///
 ///     QApplication application(argc, argv);
 ///     Tessarin::QtKeyboard const keyboard;

@@ -8,8 +8,9 @@
 
 namespace Tessarin {
 
-/// A colour in sRGB: red, green, blue and opacity, each from 0 to 1, not multiplied by the opacity. A value. Nothing keeps numbers
-/// outside that range out; whoever draws or writes the colour as text takes the nearest inside, and 0 for what is no number.
+/// A colour in sRGB: red, green, blue and opacity, each from 0 to 1, not multiplied by the opacity. A value. Nothing keeps
+/// numbers outside that range out; whoever draws or writes the colour as text takes the nearest inside, and 0 for what is no
+/// number.
 ///
 ///     auto const link = NSColor::fromHexText("#1a5fb4").value_or(NSColor{});
 ///     label.setColour(link.withAlpha(0.5).hexText()); // "#1a5fb480"

@@ -3,8 +3,8 @@
 
 namespace Tessarin {
 
-/// A place on a plane, or a step from one place to another: a value. Any numbers may stand in it. Equality is that of the numbers,
-/// so a point with a NaN equals nothing.
+/// A place on a plane, or a step from one place to another: a value. Any numbers may stand in it. Equality is that of the
+/// numbers, so a point with a NaN equals nothing.
 ///
 ///     auto const middle = press.midpoint(release);
 ///     if (press.distance(release) > 4) drag(release - press);

@@ -10,10 +10,11 @@ enum class RectEdge;
 enum class VerticalAxis;
 struct RectDivision;
 
-/// A rectangle: a value. Any numbers may stand in it. A negative width or height means the same rectangle as the positive one on
-/// the other side of the origin, and all operations take it so; `standardized` writes it so. One that holds no point is empty: a
-/// width or height is zero, or a number is none. Left and top are where x and y are smallest. An infinite size that begins at minus
-/// infinity reaches to plus infinity. Equality is that of the numbers, so a rectangle with a NaN equals nothing.
+/// A rectangle: a value. Any numbers may stand in it. A negative width or height means the same rectangle as the positive one
+/// on the other side of the origin, and all operations take it so; `standardized` writes it so. One that holds no point is
+/// empty: a width or height is zero, or a number is none. Left and top are where x and y are smallest. An infinite size that
+/// begins at minus infinity reaches to plus infinity. Equality is that of the numbers, so a rectangle with a NaN equals
+/// nothing.
 ///
 ///     auto const place = photo.placedIn(page.inset(20, 20), RectContentMode::ScaleAspectFit);
 ///     if (auto const both = place.intersection(visible)) draw(*both);
@@ -68,9 +69,9 @@ struct TESSARIN_API NSRect {
     /// A slice `amount` thick along an edge, and what remains. The amount is taken within zero and the rectangle's own length.
     constexpr RectDivision divided(double amount, RectEdge from) const noexcept;
 
-    /// Where this rectangle goes in `container`; modes without a scale keep its size even when it sticks out. `flipped` swaps Top and
-    /// Bottom. What scales without a ratio (empty, or a side infinite) becomes `{0, 0}` in size; where infinite lengths leave no
-    /// answer, it goes to the container's origin. An unknown mode is None. Cost: benchmark "geometry".
+    /// Where this rectangle goes in `container`; modes without a scale keep its size even when it sticks out. `flipped` swaps
+    /// Top and Bottom. What scales without a ratio (empty, or a side infinite) becomes `{0, 0}` in size; where infinite lengths
+    /// leave no answer, it goes to the container's origin. An unknown mode is None. Cost: benchmark "geometry".
     constexpr NSRect placedIn(NSRect const& container, RectContentMode mode, VerticalAxis axis) const noexcept;
     constexpr NSRect placedIn(NSRect const& container, RectContentMode mode) const noexcept; // y grows downward
 };

@@ -38,8 +38,9 @@ struct TESSARIN_API NSSize {
 
     constexpr NSSize scaled(double factor) const noexcept { return {width * factor, height * factor}; }
     constexpr NSSize scaled(double across, double down) const noexcept { return {width * across, height * down}; }
-    /// The largest size of this ratio that fits into `bounds`, one of whose sides it shares: it grows as well as shrinks. A side of
-    /// the bounds that is negative or no number counts as zero. `{0, 0}` when this size has no ratio: empty, or a side infinite.
+    /// The largest size of this ratio that fits into `bounds`, one of whose sides it shares: it grows as well as shrinks. A
+    /// side of the bounds that is negative or no number counts as zero. `{0, 0}` when this size has no ratio: empty, or a side
+    /// infinite.
     constexpr NSSize fittedIn(NSSize const& bounds) const noexcept;
     /// The smallest size of this ratio that covers `bounds`; for the rest as above.
     constexpr NSSize filling(NSSize const& bounds) const noexcept;
