@@ -78,8 +78,12 @@ std::string appendingPathExtension(std::string_view path, std::string_view exten
 
 std::vector<std::string> pathComponents(std::string_view path) {
     std::vector<std::string> components;
+    components.reserve(static_cast<std::size_t>(std::ranges::count(path, '/')) + 1);
     if (isAbsolutePath(path)) components.emplace_back("/");
-    for (auto name = takeName(path); !name.empty(); name = takeName(path)) components.emplace_back(name);
+    for (std::size_t from = 0, at = 0; at < path.size(); from = at + 1) { // names are short: no calls to look for their ends
+        for (at = from; at < path.size() && path[at] != '/';) ++at;
+        if (at > from) components.emplace_back(path.substr(from, at - from));
+    }
     return components;
 }
 
