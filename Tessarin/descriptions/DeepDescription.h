@@ -17,8 +17,8 @@ struct DeepDescriptionOptions {
 
 namespace descriptions {
 
-/// The walk of a description in depth. What stands to be walked through waits in a list of its own instead of on the stack, so that
-/// a chain of any length can be described. One thread.
+/// The walk of a description in depth. What is still to be walked through waits in a list instead of on the stack, so that a
+/// chain of any length can be described. One thread.
 class TESSARIN_API DeepDescription {
 public:
     /// Writes the node at an address into the walk.
@@ -37,8 +37,8 @@ public:
     /// Begins the line of a child.
     void beginChild(std::string_view label);
     void beginChild(std::size_t index);
-    /// Writes the node at `address` here, when its turn comes: it stays there until the walk has ended, or is kept by `kept`. One that
-    /// a pointer leads to is written once.
+    /// Writes the node at `address` here, when its turn comes: it stays there until the walk has ended, or is kept by `kept`. One
+    /// that a pointer leads to is written once.
     void writeLater(void const* address, Write write);
     void writePointee(void const* address, Write write, Kept kept);
     void writeObject(NSObject const& object);

@@ -13,8 +13,8 @@ template <class T> consteval bool isForeign() {
     return name.starts_with("std::") || name.starts_with("fmt::") || name == "tm";
 }
 
-/// Structures with fields, and enumerations that fmt does not take for numbers. Containers, pairs and optionals have formatters of
-/// fmt's own.
+/// Structures with fields, and enumerations that fmt does not take for numbers. Containers, pairs and optionals have formatters
+/// of fmt's own.
 template <class T>
 concept FormattedByFields = !Described<T> && !describing::Streamable<T> && !reflection::Iterable<T> && !isForeign<T>() &&
                             (CustomReflectable<T> || (std::is_enum_v<T> && !std::is_convertible_v<T, long long>) ||

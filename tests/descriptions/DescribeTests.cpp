@@ -29,7 +29,9 @@ struct Label {
 };
 class Angle {
 public:
-    template <class Visitor> void reflect(Visitor&& child) const { child("degrees", 90), child(std::nullopt, std::string("right")); }
+    template <class Visitor> void reflect(Visitor&& child) const {
+        child("degrees", 90), child(std::nullopt, std::string("right"));
+    }
 };
 struct Sealed {
     explicit Sealed(int value) : reference(value) {}

@@ -1,4 +1,4 @@
-"""program.py GUIDE SOURCE: writes the program that the snippets of a guide make, for tests/readme.py to compare with its text block.
+"""program.py GUIDE SOURCE: writes the program that the snippets of a guide make, for tests/readme.py to judge what it prints.
 
 Paragraphs that begin with a declaration stand outside of functions, the others one after another in main. A statement
 "expression; // text" whose expression is a text must give that text.

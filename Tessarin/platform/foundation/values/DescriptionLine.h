@@ -13,8 +13,8 @@ namespace Tessarin {
 class NSObject;
 
 /// A description of one line while it is written. It knows what keeps one finite: how many levels lie around the place where it
-/// stands, and to which objects pointers led on the way there. A line that is begun meanwhile on the same thread, because an object
-/// describes what it holds, goes on counting. Lives on the stack of one thread.
+/// stands, and to which objects pointers led on the way there. A line that is begun meanwhile on the same thread, because an
+/// object describes what it holds, goes on counting. Lives on the stack of one thread.
 class TESSARIN_API DescriptionLine {
 public:
     /// What lies deeper is left out.
