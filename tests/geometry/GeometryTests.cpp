@@ -51,6 +51,7 @@ TEST(Placement, EachModePutsTheRectangleWhereItSays) {
         EXPECT_EQ(rect.placedIn(container, mode, VerticalAxis::Flipped), (NSRect{{placed.origin.x, flippedY}, placed.size}));
         EXPECT_TRUE(mode == None || NSRect({{17, 6}, {-20, -10}}).placedIn(container, mode) == placed) << number;
     }
+    EXPECT_EQ((NSSize{49, 49}.fittedIn({1, 1})), (NSSize{1, 1})) << "49 * (1 / 49) is less";
     for (int const unknown : {13, -1}) EXPECT_EQ(rect.placedIn(container, RectContentMode{unknown}), rect);
 }
 
