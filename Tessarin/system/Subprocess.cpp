@@ -64,18 +64,9 @@ ProcessRequest requestOf(SubprocessOptions&& options) {
             .completion = {}};
 }
 
-SubprocessResult refused(int code, std::string const& program) { return {.error = NSError::errorWithErrno(code, program)}; }
-
-} // namespace
-
-Subprocess::~Subprocess() = default;
-void Subprocess::init(Ref<ChildProcess> child) { child_ = std::move(child); }
-
-SubprocessResult Subprocess::run(SubprocessOptions options) {
-    if (hasIllName(options.environment)) return refused(EINVAL, options.program);
-    bool const needsQueue = hasClosures(options);
-    if (needsQueue && options.queue && queueIsHeld(options.queue)) return refused(EDEADLK, options.program);
-    auto const queue = needsQueue ? serialQueue(options.queue) : dispatch_queue_t{};
+/// While other threads do the work.
+SubprocessResult runBeside(SubprocessOptions options) {
+    auto const queue = serialQueue(options.queue);
     auto request = requestOf(std::move(options));
     request.queue = queue;
     auto const done = dispatch_semaphore_create(0);
@@ -87,6 +78,38 @@ SubprocessResult Subprocess::run(SubprocessOptions options) {
     std::make_shared<ChildProcess>(std::move(request))->begin(ChildProcess::Where::Here);
     dispatch_semaphore_wait(done, DISPATCH_TIME_FOREVER);
     return result;
+}
+
+/// This thread does it.
+SubprocessResult runHere(SubprocessOptions options) {
+    int problem = 0;
+    auto const loop = processes::ProcessLoop::make(problem);
+    if (!loop) return runBeside(std::move(options));
+    auto request = requestOf(std::move(options));
+    request.loop = loop.get();
+    SubprocessResult result;
+    bool isDone = false;
+    request.completion = [&result, &isDone](SubprocessResult&& ended) {
+        result = std::move(ended);
+        isDone = true;
+    };
+    std::make_shared<ChildProcess>(std::move(request))->begin(ChildProcess::Where::Here);
+    loop->runUntil(isDone);
+    return result;
+}
+
+SubprocessResult refused(int code, std::string const& program) { return {.error = NSError::errorWithErrno(code, program)}; }
+
+} // namespace
+
+Subprocess::~Subprocess() = default;
+void Subprocess::init(Ref<ChildProcess> child) { child_ = std::move(child); }
+
+SubprocessResult Subprocess::run(SubprocessOptions options) {
+    if (hasIllName(options.environment)) return refused(EINVAL, options.program);
+    bool const needsQueue = hasClosures(options);
+    if (needsQueue && options.queue && queueIsHeld(options.queue)) return refused(EDEADLK, options.program);
+    return needsQueue ? runBeside(std::move(options)) : runHere(std::move(options));
 }
 
 Ref<Subprocess> Subprocess::start(SubprocessOptions options, Closure<void(SubprocessResult const&)> completion) {

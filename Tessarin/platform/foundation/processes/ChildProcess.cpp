@@ -50,7 +50,7 @@ SpawnProblem ChildProcess::tryLaunch(Pipes& pipes) {
     if (auto problem = findProgram(request_.program, plan.path); problem.code != 0) return problem;
 
     int code = 0;
-    loop_ = ProcessLoop::current(code);
+    loop_ = request_.loop ? request_.loop : ProcessLoop::current(code);
     if (!loop_) return {code, request_.program};
     auto const output = [&](Pipe& pipe, OutputKind kind) {
         if (kind == OutputKind::Inherited) return SpawnPlan::inherited;
@@ -88,7 +88,8 @@ SpawnProblem ChildProcess::tryLaunch(Pipes& pipes) {
 void ChildProcess::neverBegan(int code, std::string const& about) {
     result_.isCancelled = isCancelled_.load();
     result_.error = NSError::errorWithErrno(result_.isCancelled ? ECANCELED : code, about);
-    complete();
+    if (!request_.loop) return complete();
+    request_.loop->post([self = shared_from_this()] { self->complete(); });
 }
 
 void ChildProcess::complete() {

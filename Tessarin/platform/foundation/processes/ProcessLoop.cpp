@@ -13,53 +13,80 @@
 #include <unistd.h>
 
 namespace Tessarin::processes {
+namespace {
 
-// A system without epoll takes another watch, unwatch and run; nothing else here asks for one.
+/// No signal of a pipe that a child does not read comes to the thread, and none is left for it.
+class PipeSignalBlocked {
+public:
+    PipeSignalBlocked() {
+        ::sigemptyset(&set_);
+        ::sigaddset(&set_, SIGPIPE);
+        ::pthread_sigmask(SIG_BLOCK, &set_, &before_);
+        wasPending_ = isPending();
+    }
+    ~PipeSignalBlocked() {
+        timespec const now{};
+        if (!wasPending_ && isPending()) ::sigtimedwait(&set_, nullptr, &now);
+        ::pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+    }
+
+private:
+    static bool isPending() {
+        sigset_t pending;
+        ::sigpending(&pending);
+        return ::sigismember(&pending, SIGPIPE) == 1;
+    }
+    sigset_t set_, before_;
+    bool wasPending_;
+};
+
+} // namespace
+
+// A system without epoll takes another watch, unwatch and doRound; nothing else here asks for one.
 
 ProcessLoop* ProcessLoop::current(int& problem) {
     static Mutex mutex;
     static ProcessLoop* loop = nullptr; // never destroyed; guarded by mutex
     Hold const hold(mutex);
-    if (!loop) problem = make(loop);
+    if (loop) return loop;
+    auto made = make(problem);
+    if (!made) return nullptr;
+    problem = made->startThread();
+    if (problem == 0) loop = made.release();
     return loop;
 }
 
-ProcessLoop::ProcessLoop(Handle events, Handle knocks)
-    : events_(std::move(events)), knocks_(std::move(knocks)), scratch_(new std::byte[scratchSize]) {}
+ProcessLoop::ProcessLoop(Handle events, Handle knocks) : events_(std::move(events)), knocks_(std::move(knocks)) {}
 
-int ProcessLoop::make(ProcessLoop*& made) {
+std::unique_ptr<ProcessLoop> ProcessLoop::make(int& problem) {
     Handle events{::epoll_create1(EPOLL_CLOEXEC)};
-    if (!events) return errno;
     Handle knocks{::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
-    if (!knocks) return errno;
     epoll_event knock{.events = EPOLLIN, .data = {.ptr = nullptr}};
-    if (::epoll_ctl(events.number(), EPOLL_CTL_ADD, knocks.number(), &knock) != 0) return errno;
-    std::unique_ptr<ProcessLoop> loop{new ProcessLoop(std::move(events), std::move(knocks))};
+    bool const isGood = events && knocks && ::epoll_ctl(events.number(), EPOLL_CTL_ADD, knocks.number(), &knock) == 0;
+    if (!isGood) problem = errno;
+    return std::unique_ptr<ProcessLoop>(isGood ? new ProcessLoop(std::move(events), std::move(knocks)) : nullptr);
+}
 
+int ProcessLoop::startThread() {
     sigset_t all, before;
     ::sigfillset(&all);
     ::pthread_sigmask(SIG_SETMASK, &all, &before); // signals are for the application's threads, and SIGPIPE for nobody
     pthread_t thread;
-    int const problem = ::pthread_create(&thread, nullptr, &enter, loop.get());
+    int const problem = ::pthread_create(&thread, nullptr, &enter, this);
     ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    if (problem != 0) return problem;
-    ::pthread_detach(thread);
-    made = loop.release();
-    return 0;
+    if (problem == 0) ::pthread_detach(thread);
+    return problem;
 }
 
 void* ProcessLoop::enter(void* self) {
     ::pthread_setname_np(::pthread_self(), "subprocesses");
-    static_cast<ProcessLoop*>(self)->run();
-    return nullptr;
+    for (;;) static_cast<ProcessLoop*>(self)->doRound();
 }
 
 void ProcessLoop::post(Closure<void()> work) {
-    {
-        Hold const hold(mutex_);
-        posted_.push_back(std::move(work));
-        if (posted_.size() > 1) return; // it has been told
-    }
+    Hold const hold(mutex_); // until it has knocked: the work may be what ends the loop
+    posted_.push_back(std::move(work));
+    if (posted_.size() > 1) return; // it has been told
     std::uint64_t const one = 1;
     static_cast<void>(!::write(knocks_.number(), &one, sizeof one));
 }
@@ -75,17 +102,25 @@ void ProcessLoop::unwatch(int descriptor, Watch& watch) {
         if (event.data.ptr == &watch) event.data.ptr = nullptr;
 }
 
-void ProcessLoop::run() {
+void ProcessLoop::runUntil(bool const& isDone) {
+    PipeSignalBlocked const blocked;
+    while (!isDone) doRound();
+}
+
+void ProcessLoop::doRound() {
     epoll_event events[64];
-    for (;;) {
-        int const count = ::epoll_wait(events_.number(), events, std::size(events), patience());
-        batch_ = {events, static_cast<std::size_t>(std::max(count, 0))};
-        for (auto const& event : batch_)
-            if (event.data.ptr) static_cast<Watch*>(event.data.ptr)->ready();
-        batch_ = {};
-        runPosted();
-        runDeadlines();
+    int const count = ::epoll_wait(events_.number(), events, std::size(events), patience());
+    batch_ = {events, static_cast<std::size_t>(std::max(count, 0))};
+    bool isKnocked = false;
+    for (auto const& event : batch_) {
+        if (event.data.ptr)
+            static_cast<Watch*>(event.data.ptr)->ready();
+        else
+            isKnocked = true; // or it has been unwatched
     }
+    batch_ = {};
+    if (isKnocked) runPosted();
+    runDeadlines();
 }
 
 void ProcessLoop::runPosted() {

@@ -22,7 +22,8 @@ protected:
     ~Watch() = default;
 };
 
-/// The one thread that talks to all children. It owns what it is told of: but for `post` and `current`, everything here is called on it.
+/// Talks to children: the one thread that does so for all, or one that waits for its own. It owns what it is told of: but for `post`,
+/// `current` and `make`, everything here is called on it.
 class ProcessLoop {
 public:
     enum class For { Reading, Writing };
@@ -31,6 +32,9 @@ public:
 
     /// Makes it at the first call. Null, and an errno, while there is neither a descriptor nor a thread for it.
     static ProcessLoop* current(int& problem);
+    /// One for this thread, which calls `runUntil`: a child that its starter waits for costs no change of threads (benchmark "system").
+    static std::unique_ptr<ProcessLoop> make(int& problem);
+    void runUntil(bool const& isDone);
     /// Runs the work on the thread, in the order of the calls. Any thread.
     void post(Closure<void()> work);
 
@@ -41,7 +45,10 @@ public:
     void forget(Deadline deadline) { deadlines_.erase(deadline); }
     Deadline none() { return deadlines_.end(); }
     /// Room to read into; what stands there is overwritten by the next.
-    std::span<std::byte> scratch() noexcept { return {scratch_.get(), scratchSize}; }
+    std::span<std::byte> scratch() {
+        if (!scratch_) scratch_.reset(new std::byte[scratchSize]);
+        return {scratch_.get(), scratchSize};
+    }
 
     static std::int64_t now() noexcept;
     /// So many seconds from now; never for what does not fit, or is no number.
@@ -51,18 +58,18 @@ private:
     static constexpr std::size_t scratchSize = 256 * 1024;
 
     ProcessLoop(Handle events, Handle knocks);
-    static int make(ProcessLoop*& made);
+    int startThread();
     static void* enter(void* self);
-    void run();
+    void doRound();
     void runPosted();
     void runDeadlines();
     int patience() const; // milliseconds
 
     Handle const events_, knocks_;
-    std::unique_ptr<std::byte[]> const scratch_;
     Mutex mutex_;
     std::vector<Closure<void()>> posted_; // guarded by mutex_
     // The thread's own:
+    std::unique_ptr<std::byte[]> scratch_;
     Deadlines deadlines_;
     std::span<epoll_event> batch_; // what it is going through
 };

@@ -6,6 +6,8 @@
 
 namespace Tessarin::processes {
 
+class ProcessLoop;
+
 /// What is to run, and how.
 struct ProcessRequest {
     std::string program;                  // a name to be found in PATH, or a path
@@ -19,7 +21,9 @@ struct ProcessRequest {
     bool endsGroup = true;           // what it leaves behind in its process group is killed
     /// A serial one, where the closures run; null when there are none.
     dispatch_queue_t queue;
-    /// Once, after all other closures, on the queue; without one on a thread that must not wait.
+    /// The starter's, who waits; null: the one of all.
+    ProcessLoop* loop = nullptr;
+    /// Once, after all other closures, on the queue; without one on the loop's thread, which must not wait.
     Closure<void(SubprocessResult&&)> completion;
 };
 
