@@ -5,8 +5,8 @@
 
 namespace Tessarin {
 
-/// Builds an `NSAttributedString` piece by piece. What takes a text also takes an attributed one, and adds to what that has. A value, for
-/// one thread at a time.
+/// Builds an `NSAttributedString` piece by piece. What takes a text also takes an attributed one, and adds to what that has. A
+/// value, for one thread at a time.
 ///
 ///     NSAttributedString const line = AttributedText()
 ///                                         .bold("Emma").plain(" by ").link(author, "Jane Austen")

@@ -45,10 +45,10 @@ TESSARIN_API std::optional<double> doubleOf(Value const& value);
 TESSARIN_API std::optional<float> floatOf(Value const& value);
 } // namespace detail
 
-// Readings of what is no class of that kind. A whole number of another is that without its fraction; absent for infinity, for what is
-// no number and beyond 64 bits. A float of a double is the nearest; infinity stays infinity. A text reads as a number when it is one
-// from end to end, but for blanks around it: "12", " +1.5e3\n", "-inf"; "", "12 m", "0x10" and what its type cannot hold are absent.
-// Of values, numbers and decimals are read as numbers, texts as texts, all others not at all.
+// Readings of what is no class of that kind. A whole number of another is that without its fraction; absent for infinity, for
+// what is no number and beyond 64 bits. A float of a double is the nearest; infinity stays infinity. A text reads as a number
+// when it is one from end to end, but for blanks around it: "12", " +1.5e3\n", "-inf"; "", "12 m", "0x10" and what its type
+// cannot hold are absent. Of values, numbers and decimals are read as numbers, texts as texts, all others not at all.
 template <std::integral T> constexpr std::optional<std::int64_t> integerOf(T value) noexcept {
     if (std::unsigned_integral<T> && static_cast<std::uint64_t>(value) > std::uint64_t{INT64_MAX}) return {};
     return static_cast<std::int64_t>(value);

@@ -10,8 +10,8 @@ namespace Tessarin {
 
 class Text;
 
-/// Characters as readers count them: grapheme clusters of Unicode, as ICU finds them. A flag, a letter with its accents and "\r\n"
-/// are one each. Bytes that are not UTF-8 count one each, and join nothing. Any text will do, `Text` or not.
+/// Characters as readers count them: grapheme clusters of Unicode, as ICU finds them. A flag, a letter with its accents and
+/// "\r\n" are one each. Bytes that are not UTF-8 count one each, and join nothing. Any text will do, `Text` or not.
 ///
 /// An index costs its distance from the beginning, a negative one the whole text: who walks a long text by index makes a
 /// `TextIndex` of it.

@@ -7,9 +7,9 @@
 
 namespace Tessarin {
 
-/// The characters of a text (grapheme clusters, see `Text::length`) by index, each in the same short time. A value, immutable, cheap
-/// to copy, for any thread. It keeps the text: a `Text` that is there already costs nothing more. Beside it stay nothing for plain
-/// ASCII and about a sixth of the text's size for any other.
+/// The characters of a text (grapheme clusters, see `Text::length`) by index, each in the same short time. A value, immutable,
+/// cheap to copy, for any thread. It keeps the text: a `Text` that is there already costs nothing more. Beside it stay nothing
+/// for plain ASCII and about a sixth of the text's size for any other.
 ///
 ///     TextIndex const characters(article);
 ///     for (std::size_t at = 0; at < characters.length(); ++at) show(*characters.at(at));

@@ -35,7 +35,7 @@ std::strong_ordering compareTexts(std::string_view a, std::string_view b, TextCo
     if (comparison == TextComparison::CaseInsensitive)
         return FoldedText{a, TextOptions::CaseInsensitive}.view() <=> FoldedText{b, TextOptions::CaseInsensitive}.view();
     auto const* rules = comparison == TextComparison::Bytes ? nullptr : collator(comparison);
-    if (!rules) return a <=> b;
+    if (!rules || std::max(a.size(), b.size()) > INT32_MAX) return a <=> b; // ICU counts in 32 bits
     UErrorCode status = U_ZERO_ERROR;
     return static_cast<int>(rules->compareUTF8(piece(a), piece(b), status)) <=> 0;
 }

@@ -9,8 +9,9 @@ namespace Tessarin::clusters {
 /// Whether each byte is a cluster of its own, whatever stands beside it: ASCII without "\r\n".
 bool isOfSingleBytes(std::string_view text) noexcept;
 
-/// Where the clusters of a text begin: a bit for each byte, the count before each block of 512, and the block of every 512th cluster.
-/// That is 8/64 + 8/512 + at most 8/512 of the text's size, and finds each cluster in the same time, however long its neighbours are.
+/// Where the clusters of a text begin: a bit for each byte, the count before each block of 512, and the block of every 512th
+/// cluster. That is 8/64 + 8/512 + at most 8/512 of the text's size, and finds each cluster in the same time, however long its
+/// neighbours are.
 class Beginnings {
 public:
     Beginnings() = default;

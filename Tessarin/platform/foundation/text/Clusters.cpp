@@ -1,5 +1,5 @@
-// Grapheme clusters of UTF-8 by the rules of ICU's character iterator, which walks UTF-16 or through an adapter, and slower (benchmark
-// "text"). The campaign "fuzz-text" holds both against each other.
+// Grapheme clusters of UTF-8 by the rules of ICU's character iterator, which walks UTF-16 or through an adapter, and slower
+// (benchmark "text"). The campaign "fuzz-text" holds both against each other.
 #include "Tessarin/platform/foundation/text/ClustersPrivate.h"
 
 #include "Tessarin/platform/runtime/Fatal.h"
@@ -123,7 +123,8 @@ void takeSyllable(Reader& reader, Kind last) noexcept {
     if (last == T || last == LVT) reader.takeWhile([](Kind kind) { return kind == T; });
 }
 
-/// What joins the character before it; and, through a joiner, a pictogram to a pictogram, through a virama a consonant to a consonant.
+/// What joins the character before it; and, through a joiner, a pictogram to a pictogram, through a virama a consonant to a
+/// consonant.
 void takeFollowers(Reader& reader, Kind base) noexcept {
     bool isPictogram = base == Pictogram, isJoined = false, isConsonant = base == Consonant, isLinked = false;
     for (;; reader.take()) {

@@ -28,8 +28,8 @@ inline std::size_t plainRun(std::string_view text, std::size_t at) noexcept {
     return at - from;
 }
 
-/// Calls `each(offset, count)` for all clusters in their order, as long as it gives true: `count` of them, of one byte each, begin
-/// at `offset`; or one of any length. A run of ASCII is one call.
+/// Calls `each(offset, count)` for all clusters in their order, as long as it gives true: `count` of them, of one byte each,
+/// begin at `offset`; or one of any length. A run of ASCII is one call.
 template <class Each> void forEachRun(std::string_view text, Each const& each) noexcept {
     for (std::size_t at = 0; at < text.size();) {
         auto plain = plainRun(text, at);

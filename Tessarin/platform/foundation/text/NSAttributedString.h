@@ -14,8 +14,8 @@ namespace Tessarin {
 /// What becomes of links in Pango's markup, which knows none: left out, or as the <a href> that labels of GTK understand.
 enum class MarkupLinks { LeftOut, AsAnchors };
 
-/// A text whose pieces have attributes. A value, for one thread at a time; texts are equal when their characters and the attributes of
-/// each are. `AttributedText` builds them.
+/// A text whose pieces have attributes. A value, for one thread at a time; texts are equal when their characters and the
+/// attributes of each are. `AttributedText` builds them.
 ///
 ///     NSAttributedString title("Emma", {.isBold = true});
 ///     title.append(NSAttributedString(", a novel"));
@@ -47,8 +47,8 @@ public:
     /// Characters by index, as `Text::sub` counts them, with their attributes.
     NSAttributedString sub(std::ptrdiff_t from, std::ptrdiff_t to = PTRDIFF_MAX) const;
 
-    /// Paragraphs in HTML, one <p> for each line, to be put into a document's body. What is not UTF-8 and characters that HTML does not
-    /// allow become U+FFFD.
+    /// Paragraphs in HTML, one <p> for each line, to be put into a document's body. What is not UTF-8 and characters that HTML
+    /// does not allow become U+FFFD.
     std::string html() const;
     /// The text in Pango's markup. Alignment is left out, for it belongs to a layout there; what is not UTF-8 becomes U+FFFD.
     std::string pangoMarkup(MarkupLinks links = MarkupLinks::LeftOut) const;

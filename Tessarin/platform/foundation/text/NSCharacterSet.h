@@ -7,8 +7,8 @@
 
 namespace Tessarin {
 
-/// A set of Unicode's code points: a value, immutable, cheap to copy, for any thread. A byte of a text that is not UTF-8 is a member
-/// of the illegal characters, of inverses of sets that it is no member of, and of unions with one that it is a member of.
+/// A set of Unicode's code points: a value, immutable, cheap to copy, for any thread. A byte of a text that is not UTF-8 is a
+/// member of the illegal characters, of inverses of sets that it is no member of, and of unions with one that it is a member of.
 ///
 ///     auto const blanks = NSCharacterSet::whitespaceAndNewlineCharacterSet();
 ///     auto const words = (blanks | NSCharacterSet::punctuationCharacterSet()).invertedSet();

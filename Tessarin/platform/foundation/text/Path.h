@@ -18,16 +18,16 @@ TESSARIN_API std::string_view lastPathComponent(std::string_view path);
 /// "/a/b" of "/a/b/c"; "/" of "/a" and of "/"; "" of "a", which leaves nothing to name.
 TESSARIN_API std::string_view deletingLastPathComponent(std::string_view path);
 
-/// What follows the last "." of the last component, without it: "gz" of "a.tar.gz". Empty where nothing follows it, or nothing but
-/// dots precedes: "a.", ".profile", "..", "..a".
+/// What follows the last "." of the last component, without it: "gz" of "a.tar.gz". Empty where nothing follows it, or nothing
+/// but dots precedes: "a.", ".profile", "..", "..a".
 TESSARIN_API std::string_view pathExtension(std::string_view path);
 /// Without that and its ".".
 TESSARIN_API std::string_view deletingPathExtension(std::string_view path);
 
 /// With one "/" between both. A component that begins with "/" is appended, too; an empty one changes nothing.
 TESSARIN_API std::string appendingPathComponent(std::string_view path, std::string_view component);
-/// With "." and `extension` behind the last component. Unchanged where there is no name to bear it ("", "/", "..") and for an extension
-/// that is empty or holds a "/".
+/// With "." and `extension` behind the last component. Unchanged where there is no name to bear it ("", "/", "..") and for an
+/// extension that is empty or holds a "/".
 TESSARIN_API std::string appendingPathExtension(std::string_view path, std::string_view extension);
 
 /// "/", "a", "b" of "/a//b/"; none of "".
@@ -41,7 +41,8 @@ TESSARIN_API std::string abbreviatingWithTilde(std::string_view path);
 TESSARIN_API std::string expandingTilde(std::string_view path);
 
 /// Without ".", "..", "//" and the "/" at the end, as far as can be said without a look at the disk: "a/.." is ".", ".." above
-/// the root is the root, ".." at the beginning of a relative path stays. Where a name is a symbolic link, that may be another file.
+/// the root is the root, ".." at the beginning of a relative path stays. Where a name is a symbolic link, that may be another
+/// file.
 TESSARIN_API std::string standardized(std::string_view path);
 /// The way from the folder `base` to `path`, both standardized: "../c", "." for the same. Absent where none can be told: from a
 /// relative to an absolute path, the other way round, and from a base that begins with more ".." than the path.
