@@ -174,7 +174,7 @@ private:
         if (mustLookAtAll_) query.predicate = nullptr;
         if (mustLookAtAll_ || request_.fetchLimit() == 0) return askForRest(query, answer);
         // Records that the store counts may turn out to be gone or changed. That is seldom so for many of the first.
-        auto const wanted = request_.fetchLimit() + request_.fetchOffset();
+        auto const wanted = countUpToLast();
         for (std::size_t surplus = 16;; surplus *= 8) {
             answer = {};
             query.limit = wanted + std::min(surplus, unsaved_->count());
@@ -221,8 +221,7 @@ private:
             if (!object->isDeleted() && seen.add(object->recordKey()) && isWanted(object->entity()) && fits(*object))
                 objects.push_back(std::move(object));
         };
-        for (auto const key : listsFirst() ? unsaved_->firstCandidates(request_.fetchLimit() + request_.fetchOffset())
-                                           : unsaved_->candidates()) {
+        for (auto const key : listsFirst() ? unsaved_->firstCandidates(countUpToLast()) : unsaved_->candidates()) {
             auto living = context_.link->find(key);
             if (living && (GraphAccess::state(*living).row || living->isInserted()))
                 add(std::move(living));
@@ -235,6 +234,13 @@ private:
                         [&](std::span<Ref<NSManagedObject>> run) { read.insert(read.end(), run.begin(), run.end()); });
         for (auto& object : read) add(std::move(object));
         return objects;
+    }
+
+    /// How many records there are up to the last one that is wanted, for a request with a limit; never so many that more could
+    /// not be added.
+    std::size_t countUpToLast() const {
+        static constexpr std::size_t most = SIZE_MAX / 4;
+        return std::min(request_.fetchLimit(), most) + std::min(request_.fetchOffset(), most);
     }
 
     /// Whether the request asks for the first records in an order by attributes.

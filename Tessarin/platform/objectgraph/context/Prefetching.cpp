@@ -87,7 +87,7 @@ void keep(std::span<Ref<NSManagedObject> const> objects, Objects const& found) {
 } // namespace
 
 bool readMembersAhead(ContextState& context, NSManagedObject& owner, NSRelationshipDescription const& relationship) {
-    constexpr std::uint32_t longest = 512, mostLeftOut = 8;
+    constexpr std::uint32_t shortest = 4, longest = 512, mostLeftOut = 8; // owners of a step
     auto const batch = GraphAccess::state(owner).batch; // kept, for its members may go
     if (batch->isLone() || batch->members.size() < 3 || owner.recordKey() < 0) return false;
     auto& walk = walkOf(*batch, relationship);
@@ -98,11 +98,11 @@ bool readMembersAhead(ContextState& context, NSManagedObject& owner, NSRelations
     bool const goesOn = found != near.end();
     auto const at = goesOn ? walk.next + static_cast<std::uint32_t>(found - near.begin())
                            : static_cast<std::uint32_t>(std::ranges::find(members, owner.recordKey()) - members.begin());
-    walk.length = goesOn ? std::min(2 * walk.length, longest) : 1;
-    walk.next = at + walk.length;
+    walk.length = goesOn ? std::clamp(2 * walk.length, 1U, longest) : 1;
+    walk.next = at + (walk.length < shortest ? 1 : walk.length);
     bool const readsValues = !walk.held.empty() && !walk.held.front()->isFault(); // of the last step's members
     walk.held.clear();
-    if (walk.length < 4 || at >= members.size()) return false;
+    if (walk.length < shortest || at >= members.size()) return false;
 
     auto const step = members.subspan(at, std::min<std::size_t>(walk.length, members.size() - at));
     try {

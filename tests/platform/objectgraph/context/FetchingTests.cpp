@@ -103,6 +103,9 @@ TEST_P(Fetching, MembersReadOneOwnerAfterAnotherAreThoseOfTheMoment) {
                     reader->deleteObject(*walked[30]);
                     walked[24]->mutableSetValueForKey("books").addObject(inserted(*reader, "Book", {{"title", "new"}}));
                 }
+                if (i == 8) {
+                    EXPECT_TRUE(reader->objectRegisteredForID(*books[36]->objectID())) << "was read ahead, with its author";
+                }
                 if (i == 30) continue;
                 std::string expected;
                 for (auto const& book : fetched(*reader, "Book", where("author == %@", walked[i]),
@@ -128,6 +131,11 @@ TEST_P(Fetching, AListInBatchesCountsUnsavedChangesAndOutlivesTheirSave) {
     inserted(*worker, "Book", {{"title", "999"}});
     request->setIncludesPendingChanges(false);
     EXPECT_EQ(worker->executeFetchRequest(*request, error).size(), 50u) << "in the store";
+}
+
+TEST_P(Fetching, AnOffsetBesideTheLargestLimitLosesNothing) {
+    inserted(*worker, "Book", {{"title", "999"}});
+    EXPECT_EQ(fetched(*worker, "Book", nullptr, {NSSortDescriptor::sortDescriptorWithKey("title")}, SIZE_MAX, 1).size(), 50u);
 }
 
 TEST_P(Fetching, TheFirstOfAListAndItsCountBesideSavesOnTheirWayAreThoseOfTheWholeList) {
@@ -357,8 +365,7 @@ TEST_P(Fetching, AnswersInMemoryAndFromTheStoreAreTheSame) {
 }
 
 TEST_P(Fetching, UnsavedChangesTurnTheAnswersOfTheRecordsThatReferToThem) {
-    auto const byAuthor = by("author.name"),
-               byTitle = by("title");
+    auto const byAuthor = by("author.name"), byTitle = by("title");
     auto const expect = [&](char const* when, std::size_t found, char const* first, std::size_t prolific) {
         auto const predicate = where("author.name == 'A0'");
         EXPECT_EQ(fetched(*worker, "Book", predicate).size(), found) << when;

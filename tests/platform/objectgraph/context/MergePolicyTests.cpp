@@ -273,6 +273,27 @@ TEST(MergePolicy, ARecordWhoseDeletionIsGivenUpKeepsItsLinksAtBothEnds) {
     }
 }
 
+TEST(MergePolicy, ALinkThatWasCutBeforeItsDestinationWasDeletedStaysCutWhenThatIsGivenUp) {
+    for (auto const* kind : {"SQLite", "InMemory"}) {
+        Library library(kind);
+        auto const author = inserted(*library.root, "Author", {{"name", "W"}});
+        auto const book = inserted(*library.root, "Book", {{"title", "A"}, {"author", Value(author)}});
+        ASSERT_TRUE(saves(*library.root));
+        library.root->performBlockAndWait([&] { library.root->setMergePolicy(NSMergeByPropertyStoreTrumpMergePolicy()); });
+        auto const worker = library.worker(), other = contextOver(library.coordinator);
+        worker->performBlockAndWait([&] { worker->objectWithID(*book->objectID())->setValueForKey(Value(), "author"); });
+        ASSERT_TRUE(saves(*worker));
+        worker->performBlockAndWait([&] { worker->deleteObject(*worker->objectWithID(*author->objectID())); });
+        ASSERT_TRUE(saves(*worker));
+        other->performBlockAndWait([&] { other->objectWithID(*author->objectID())->setValueForKey("changed", "name"); });
+        ASSERT_TRUE(saves(*other));
+        ASSERT_TRUE(saves(*library.root));
+        EXPECT_EQ(fetched(*contextOver(library.coordinator), "Author").size(), 1u) << "the deletion is given up";
+        auto const fresh = contextOver(library.coordinator);
+        fresh->performBlockAndWait([&] { EXPECT_FALSE(toOne(fresh->objectWithID(*book->objectID()), "author")) << kind; });
+    }
+}
+
 TEST(MergePolicy, ADeletionIsNotGivenUpBecauseWhatTheRecordLedToWasDeleted) {
     for (auto const& [name, areSiblings, store] : settings) {
         Stage stage(areSiblings, store, Type::MergeByPropertyStoreTrump);
@@ -282,4 +303,3 @@ TEST(MergePolicy, ADeletionIsNotGivenUpBecauseWhatTheRecordLedToWasDeleted) {
         EXPECT_EQ(seen(*stage.root, *stage.id), "gone") << name;
     }
 }
-

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <tuple>
 #include <unordered_map>
-#include <unordered_set>
 #include <utility>
 
 namespace Tessarin {
@@ -25,7 +24,7 @@ bool isSame(Row const& a, Row const& b) {
 /// What several sets do to one record, one after another.
 struct Chain {
     std::vector<RecordChange const*> steps;
-    std::size_t firstSet = 0;
+    std::vector<std::size_t> sets; // of each step
     bool isInserted = false; // by one of the sets: nobody else can know it
     bool isBroken = false;   // a step was not made on the one before it
 
@@ -40,12 +39,20 @@ struct Chain {
     void add(RecordChange const& change, std::size_t set) {
         if (!steps.empty() && change.entity != steps.front()->entity)
             throwDamaged(*change.entity, *steps.front()->entity, change.key);
-        if (steps.empty())
-            firstSet = set;
-        else if (change.kind != Kind::Insert || steps.back()->after)
+        if (!steps.empty() && (change.kind != Kind::Insert || steps.back()->after))
             isBroken = isBroken || change.before != steps.back()->after;
         isInserted = isInserted || (change.kind == Kind::Insert && (steps.empty() || steps.back()->after));
         steps.push_back(&change);
+        sets.push_back(set);
+    }
+    /// The last set in which a reference let go of a record; the first one when none says so.
+    std::size_t letGoIn(std::size_t cell, RecordKey destination) const {
+        for (std::size_t at = steps.size(); at-- > 0;) {
+            auto const &before = steps[at]->before, &after = steps[at]->after;
+            if (before && after && before->reference(cell) == destination && after->reference(cell) != destination)
+                return sets[at];
+        }
+        return sets.front();
     }
     /// The steps again, on top of `row`. What was deleted stays so unless it is inserted again.
     RowRef on(RowRef row) const {
@@ -127,8 +134,8 @@ private:
 
     void rewrite(Chain const& chain, RowRef const& stored, RowRef const& final) {
         auto const& first = *chain.steps.front();
-        if (final && !chain.steps.back()->after) spared_.insert(first.key);
-        Rewritten made{chain.firstSet, {.kind = Kind::Delete, .key = first.key, .entity = first.entity, .before = stored}};
+        if (final && !chain.steps.back()->after) spared_.emplace(first.key, chain.sets.back());
+        Rewritten made{chain.sets.front(), {.kind = Kind::Delete, .key = first.key, .entity = first.entity, .before = stored}};
         if (final) made.change.kind = stored ? Kind::Update : Kind::Insert;
         auto const& last = chain.steps.back()->after;
         if (final && last && isSame(*final, *last) && (!stored || last->version() > stored->version())) {
@@ -142,12 +149,12 @@ private:
     }
 
     /// Whatever let go of a record only because that was deleted leads to it again, since the deletion was given up: references
-    /// here, links of many to many below.
+    /// here, links of many to many below. What had let go of it in an earlier save meant it.
     void leadBackToSpared() {
         for (auto const& [key, chain] : chains_) {
             auto const found = rewritten_.find(key);
             auto const final = found == rewritten_.end() ? chain.steps.back()->after : found->second.change.after;
-            auto restored = final && chain.base() ? leadingBack(*chain.base(), *final) : RowRef();
+            auto restored = final && chain.base() ? leadingBack(chain, *final) : RowRef();
             if (!restored) continue;
             auto const stored =
                 found == rewritten_.end() ? stored_(*chain.steps.front()->entity, key) : found->second.change.before;
@@ -156,23 +163,28 @@ private:
         }
     }
     /// Null where nothing was let go of.
-    RowRef leadingBack(Row const& base, Row const& final) {
+    RowRef leadingBack(Chain const& chain, Row const& final) {
+        auto const& base = *chain.base();
         if (&base.layout() != &final.layout()) return nullptr;
         auto const& cells = base.layout().cells();
         bool isFound = false;
         for (std::size_t cell = 0; cell < cells.size(); ++cell) {
             if (cells[cell].type != CellType::Reference || final.reference(cell) != 0) continue;
-            if (!spared_.contains(base.reference(cell))) continue;
+            auto const spared = spared_.find(base.reference(cell));
+            if (spared == spared_.end() || chain.letGoIn(cell, spared->first) < spared->second) continue;
             if (!std::exchange(isFound, true)) builder_.begin(final, final.version());
             builder_.setReference(cell, base.reference(cell));
         }
         return isFound ? builder_.finish() : RowRef();
     }
-    std::vector<RelationshipChange> withoutSpared(std::vector<RelationshipChange> relationships) const {
+    std::vector<RelationshipChange> withoutSpared(std::vector<RelationshipChange> relationships, std::size_t set) const {
         if (spared_.empty()) return relationships;
         for (auto& each : relationships)
             if (auto const* inverse = each.relationship->inverseRelationship(); inverse && inverse->isToMany())
-                std::erase_if(each.removed, [&](RecordKey key) { return spared_.contains(key); });
+                std::erase_if(each.removed, [&](RecordKey key) {
+                    auto const spared = spared_.find(key);
+                    return spared != spared_.end() && spared->second <= set;
+                });
         std::erase_if(relationships, [](auto const& each) { return each.added.empty() && each.removed.empty() && !each.order; });
         return relationships;
     }
@@ -184,7 +196,7 @@ private:
                 auto const found = rewritten_.find(change.key);
                 if (found == rewritten_.end()) {
                     auto kept = change;
-                    kept.relationships = withoutSpared(std::move(kept.relationships));
+                    kept.relationships = withoutSpared(std::move(kept.relationships), set);
                     if (kept.changesRow() || !kept.relationships.empty()) changes.push_back(std::move(kept));
                     continue;
                 }
@@ -193,7 +205,7 @@ private:
                     made.kind = made.after ? Kind::Update : Kind::Delete;
                     made.before = made.after;
                 }
-                if (made.after) made.relationships = withoutSpared(change.relationships);
+                if (made.after) made.relationships = withoutSpared(change.relationships, set);
                 if (made.before != made.after || !made.relationships.empty()) changes.push_back(std::move(made));
             }
             outcome.sets.push_back(std::make_shared<ChangeSet const>(sets_[set]->sharedSpace(), std::move(changes)));
@@ -211,7 +223,7 @@ private:
     std::unordered_map<RecordKey, Chain> chains_;
     std::vector<RowConflict> conflicts_;
     std::unordered_map<RecordKey, Rewritten> rewritten_;
-    std::unordered_set<RecordKey> spared_; // whose deletions were given up
+    std::unordered_map<RecordKey, std::size_t> spared_; // whose deletions were given up, with the sets of these
     RowBuilder builder_;
 };
 

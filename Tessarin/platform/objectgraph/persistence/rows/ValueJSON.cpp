@@ -84,9 +84,7 @@ void write(std::string& out, Value const& value) {
     }
 }
 
-std::vector<std::byte> bytesOf(std::string_view text) {
-    return bytesFromHexadecimal(text).value_or(std::vector<std::byte>{});
-}
+std::vector<std::byte> bytesOf(std::string_view text) { return bytesFromHexadecimal(text).value_or(std::vector<std::byte>{}); }
 
 Value uuidOf(std::string_view text) {
     std::string digits(text);

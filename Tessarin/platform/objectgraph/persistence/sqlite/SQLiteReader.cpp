@@ -73,7 +73,7 @@ private:
 };
 
 SQLiteReader::SQLiteReader(SQLiteSchema const& schema, SQLite::Connection& connection)
-    : schema_(schema), connection_(connection) {
+    : schema_(schema), connection_(connection), feed_(connection) {
     registerSQLFunctions(connection);
 }
 
@@ -105,26 +105,32 @@ SQLiteRowDecoder& SQLiteReader::decoderFor(NSEntityDescription const& entity, bo
 void SQLiteReader::rows(NSEntityDescription const& rootEntity, std::span<RecordKey const> keys, FunctionRef<void(RowRef)> each) {
     auto& decoder = decoderFor(rootEntity, true);
     auto const wanted = sorted(keys);
-    auto const select = fmt::format("SELECT {} FROM {} AS t0 WHERE t0.id ", decoder.columns(), schema_.tableOf(rootEntity).name);
-    if (areDense(wanted)) {
-        auto const query = connection_.use(select + "BETWEEN ? AND ? ORDER BY t0.id");
-        query->bind(1, wanted.front());
-        query->bind(2, wanted.back());
-        for (auto next = wanted.begin(); query->step();) {
-            auto const key = query->integer(0);
-            while (next != wanted.end() && *next < key) ++next;
-            if (next == wanted.end() || *next != key) continue;
-            if (auto row = decoder.row(*query)) each(std::move(row));
-        }
-        return;
-    }
-    auto const query = connection_.use(select + "= ?");
+    auto const& table = schema_.tableOf(rootEntity).name;
+    if (areDense(wanted)) return readRange(decoder, table, wanted, each);
+    auto const query = connection_.use(fmt::format("SELECT {} FROM {} AS t0 WHERE t0.id = ?", decoder.columns(), table));
     for (auto const key : wanted) {
         query->bind(1, key);
         if (query->step())
             if (auto row = decoder.row(*query)) each(std::move(row));
         query->reset();
     }
+}
+
+/// All between the first and the last, of which some are not wanted.
+void SQLiteReader::readRange(SQLiteRowDecoder& decoder, std::string const& table, std::span<RecordKey const> sortedKeys,
+                             FunctionRef<void(RowRef)> each) {
+    auto const query =
+        connection_.use(fmt::format("SELECT {} FROM {} AS t0 WHERE t0.id BETWEEN ? AND ?", decoder.selection(), table));
+    query->bind(1, sortedKeys.front());
+    query->bind(2, sortedKeys.back());
+    auto next = sortedKeys.begin();
+    std::vector<RowRef> rows;
+    rows.reserve(sortedKeys.size());
+    decoder.readAll(feed_, *query, rows, [&](RecordKey key) {
+        while (next != sortedKeys.end() && *next < key) ++next;
+        return next != sortedKeys.end() && *next == key;
+    });
+    for (auto& row : rows) each(std::move(row));
 }
 
 void SQLiteReader::findHolders(UniqueConstraint const& constraint, std::span<RowRef const> rows,
@@ -158,6 +164,7 @@ void SQLiteReader::members(NSRelationshipDescription const& relationship, std::s
     auto const wanted = sorted(owners);
     auto const select = fmt::format("SELECT {1}, {2} FROM {0} WHERE {1} ", link->table, link->owner, link->member);
     auto const order = link->position.empty() ? link->member : fmt::format("{}, {}", link->position, link->member);
+    if (areDense(wanted) && link->position.empty()) return membersInRange(*link, wanted, each);
     if (areDense(wanted)) {
         auto const query = connection_.use(select + fmt::format("BETWEEN ? AND ? ORDER BY {}, {}", link->owner, order));
         query->bind(1, wanted.front());
@@ -174,6 +181,25 @@ void SQLiteReader::members(NSRelationshipDescription const& relationship, std::s
         query->bind(1, owner);
         while (query->step()) each(owner, query->integer(1));
         query->reset();
+    }
+}
+
+/// Without an order of their own: they are in that of the keys.
+void SQLiteReader::membersInRange(SQLiteSchema::Link const& link, std::span<RecordKey const> sortedOwners, EachMember each) {
+    auto const columns = SQLiteRowFeed::selecting(link.owner + ", " + link.member);
+    auto const query =
+        connection_.use(fmt::format("SELECT {} FROM {} WHERE {} BETWEEN ? AND ?", columns, link.table, link.owner));
+    query->bind(1, sortedOwners.front());
+    query->bind(2, sortedOwners.back());
+    std::vector<std::pair<RecordKey, RecordKey>> pairs;
+    feed_.run(*query, [&](SQLiteRowFeed::Values values) {
+        pairs.emplace_back(SQLiteRowFeed::integer(values[0]), SQLiteRowFeed::integer(values[1]));
+    });
+    if (!std::ranges::is_sorted(pairs)) std::ranges::sort(pairs);
+    auto next = sortedOwners.begin();
+    for (auto const& [owner, member] : pairs) {
+        while (next != sortedOwners.end() && *next < owner) ++next;
+        if (next != sortedOwners.end() && *next == owner) each(owner, member);
     }
 }
 
@@ -196,8 +222,12 @@ void SQLiteReader::fetch(StoreQuery const& query, StoreAnswer& answer, bool isLo
     bool const isCut = answer.complete && (query.limit != 0 || query.offset != 0);
     bool const keysOnly = query.wantsKeysOnly && answer.complete;
     bool const byKeys = keysOnly || (!isCut && decoder.expectsCached());
+    bool const isFed = !isCut && translation.order().empty();
     auto const condition = conditionOf(scannedBy(query), translation);
-    auto sql = fmt::format("SELECT {} FROM {} AS t0{}{}", byKeys ? "t0.id, t0.version" : decoder.columns(),
+    auto sql = fmt::format("SELECT {} FROM {} AS t0{}{}",
+                           byKeys  ? "t0.id, t0.version"
+                           : isFed ? decoder.selection()
+                                   : decoder.columns(),
                            schema_.tableOf(*query.entity).name, translation.joins(), condition);
     bool const isCutByKey = isCut && translation.order().empty();
     if (!translation.order().empty()) sql += " ORDER BY " + translation.order();
@@ -214,6 +244,8 @@ void SQLiteReader::fetch(StoreQuery const& query, StoreAnswer& answer, bool isLo
             while (statement.step()) answer.keys.push_back(statement.integer(0));
         else if (byKeys)
             readByKeys(statement, query, answer.rows);
+        else if (isFed)
+            decoder.readAll(feed_, statement, answer.rows);
         else
             decoder.readAll(statement, answer.rows);
     };
@@ -269,8 +301,9 @@ std::string scanText(std::string const& columns, std::string const& table, std::
 
 SQLiteReader::Scan::Scan(SQLiteReader& reader, Scanned const& scanned)
     : smallCache_(std::make_unique<SmallCache>(reader.connection_)),
+      feed_(reader.feed_),
       decoder_(reader.decoderFor(*scanned.entity, scanned.includesSubentities)),
-      statement_(reader.connection_.use(scanText(decoder_.columns(), reader.schema_.tableOf(*scanned.entity).name,
+      statement_(reader.connection_.use(scanText(decoder_.selection(), reader.schema_.tableOf(*scanned.entity).name,
                                                  reader.conditionOf(scanned, SQLTranslation(reader.schema_, *scanned.entity))))) {
 }
 SQLiteReader::Scan::~Scan() = default;
@@ -278,7 +311,7 @@ SQLiteReader::Scan::~Scan() = default;
 bool SQLiteReader::Scan::read(Span span, std::vector<RowRef>& rows) {
     statement_->bind(1, span.first);
     statement_->bind(2, span.last);
-    bool const areNew = decoder_.readAll(*statement_, rows);
+    bool const areNew = decoder_.readAll(feed_, *statement_, rows);
     statement_->reset();
     return areNew;
 }

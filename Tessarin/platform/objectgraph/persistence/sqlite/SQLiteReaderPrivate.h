@@ -57,6 +57,10 @@ public:
                  FunctionRef<void(RecordKey owner, RecordKey member)> each);
 
 private:
+    void readRange(SQLiteRowDecoder& decoder, std::string const& table, std::span<RecordKey const> sortedKeys,
+                   FunctionRef<void(RowRef)> each);
+    using EachMember = FunctionRef<void(RecordKey owner, RecordKey member)>;
+    void membersInRange(SQLiteSchema::Link const& link, std::span<RecordKey const> sortedOwners, EachMember each);
     void readByKeys(SQLite::Statement& statement, StoreQuery const& query, std::vector<RowRef>& rows);
     static Scanned scannedBy(StoreQuery const& query) { return {query.entity, query.includesSubentities}; }
     std::string countText(Scanned const& scanned, SQLTranslation const& translation) const;
@@ -67,6 +71,7 @@ private:
     class SmallCache;
     SQLiteSchema const& schema_;
     SQLite::Connection& connection_;
+    SQLiteRowFeed feed_;
     RowCache::Moment asOf_ = RowCache::always;
     std::map<std::pair<std::size_t, bool>, SQLiteRowDecoder> decoders_;
 };
@@ -83,6 +88,7 @@ public:
 
 private:
     std::unique_ptr<SmallCache> smallCache_;
+    SQLiteRowFeed& feed_;
     SQLiteRowDecoder& decoder_;
     SQLite::StatementUse statement_;
 };

@@ -1,8 +1,8 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/persistence/rows/RowBlockWriterPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/rows/RowBuilderPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteRowFeedPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteSchemaPrivate.h"
-#include "Tessarin/platform/sqlite/Statement.h"
 
 namespace Tessarin {
 
@@ -15,9 +15,16 @@ public:
 
     /// The list of columns of the table, which the query calls `t0`: id and version first.
     std::string const& columns() const noexcept { return columns_; }
+    /// What a query without order and limit selects instead, to be read with a feed.
+    std::string selection() const { return isFed() ? SQLiteRowFeed::selecting(columns_) : columns_; }
+
     /// The row on which the statement stands: the cached one when it is as new, else a new one, which the cache then knows.
     RowRef row(SQLite::Statement const& statement);
-    /// All rows that are left; whether all of them are new, and so follow one another in blocks of their own.
+    /// All rows that are left, of those that `wants` accepts; whether all of them are new, and so follow one another in blocks
+    /// of their own.
+    using Wants = FunctionRef<bool(RecordKey key)>;
+    bool readAll(SQLiteRowFeed& feed, SQLite::Statement& statement, std::vector<RowRef>& rows, Wants wants);
+    bool readAll(SQLiteRowFeed& feed, SQLite::Statement& statement, std::vector<RowRef>& rows);
     bool readAll(SQLite::Statement& statement, std::vector<RowRef>& rows);
 
     /// Whether a query like the last one will probably find most of its rows in the cache. Reading only keys and versions is
@@ -26,6 +33,7 @@ public:
     void noteCount(std::size_t count) noexcept { lastCount_ = count; }
 
 private:
+    using Values = SQLiteRowFeed::Values;
     static constexpr std::size_t manyRows = 200;
     static constexpr std::size_t usualText = 64; // of all texts of a row together; with more, the row may be made twice
     struct Cell {
@@ -38,10 +46,14 @@ private:
         RowLayout const* layout = nullptr;
         std::vector<Cell> cells;
     };
-    /// How to read the row on which the statement stands; null for an entity that this model does not know.
-    Plan const* planOf(sqlite3_stmt* handle) const noexcept;
-    RowRef decoded(sqlite3_stmt* handle, Plan const& plan, RecordKey key, std::uint32_t version, RowBlockWriter* blocks);
-    static bool packInto(RowBlockWriter::Room room, sqlite3_stmt* handle, Plan const& plan, std::size_t& size);
+    class Filling;
+    bool isFed() const noexcept { return columnCount_ <= SQLiteRowFeed::mostColumns; }
+    void run(SQLiteRowFeed& feed, SQLite::Statement& statement, SQLiteRowFeed::Take take);
+    Values valuesOf(SQLite::Statement const& statement);
+    /// How to read a record; null for an entity that this model does not know.
+    Plan const* planOf(Values values) const noexcept;
+    RowRef decoded(Values values, Plan const& plan, RecordKey key, std::uint32_t version, RowBlockWriter* blocks);
+    static bool packInto(RowBlockWriter::Room room, Values values, Plan const& plan, std::size_t& size);
     void addPlans(SQLiteSchema const& schema, NSEntityDescription const& entity, bool includesSubentities,
                   std::vector<std::string>& names);
 
@@ -49,6 +61,8 @@ private:
     RowCache::Moment const& asOf_;
     bool hasEntityColumn_;
     std::string columns_;
+    std::size_t columnCount_ = 0;
+    std::vector<sqlite3_value*> values_; // of the record on which a statement stands
     std::vector<std::pair<std::int64_t, Plan>> plans_; // by number of the entity
     RowBuilder builder_;
     RowBlockWriter blocks_;
