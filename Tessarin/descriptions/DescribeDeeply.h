@@ -198,8 +198,8 @@ template <class T> void write(DeepDescription& walk, T const& value) {
 ///       portrait: 20512 bytes: 89 50 4E 47 0D 0A 1A 0A 00 00 00 0D 49 48 44 52 …
 ///
 /// What several pointers lead to is written out once, with a number: "Person #1". Where it is met again it reads
-/// "Person #1 (above)", or "Person #1 (leads back)" inside of itself. Single values read as in `describe`. Any thread, as far as `value` may be read
-/// there; nothing of it may change meanwhile. The stack that it needs does not grow with the value.
+/// "Person #1 (above)", or "Person #1 (leads back)" inside of itself. Single values read as in `describe`. Any thread, as far
+/// as `value` may be read there; nothing of it may change meanwhile. The stack that it needs does not grow with the value.
 template <class T> std::string describeDeeply(T const& value, DeepDescriptionOptions const& options = {}) {
     descriptions::DeepDescription walk(options);
     auto const& root = descriptions::asNode(value);

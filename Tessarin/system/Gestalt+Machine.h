@@ -5,7 +5,8 @@
 #include <optional>
 #include <string>
 
-/// The machine, the system on it, and the session of the user, as they are at the call. What the system does not tell is absent. Any thread.
+/// The machine, the system on it, and the session of the user, as they are at the call. What the system does not tell is
+/// absent. Any thread.
 namespace Tessarin::Gestalt {
 
 enum class DisplayServer { None, X11, Wayland };
@@ -30,8 +31,8 @@ TESSARIN_API std::optional<std::string> desktopSession();
 TESSARIN_API DisplayServer displayServer();
 inline bool hasScreen() { return displayServer() != DisplayServer::None; }
 
-/// What this process is confined in: "flatpak", "snap", "docker", "podman", "lxc", "systemd-nspawn", "kubernetes" … Absent when it has the
-/// system to itself, or cannot tell.
+/// What this process is confined in: "flatpak", "snap", "docker", "podman", "lxc", "systemd-nspawn", "kubernetes" … Absent when
+/// it has the system to itself, or cannot tell.
 TESSARIN_API std::optional<std::string> container();
 
 } // namespace Tessarin::Gestalt

@@ -8,8 +8,8 @@
 
 namespace Tessarin {
 
-/// Modifier keys: a set, a value. `command` is the key that many keyboards print a logo on, and Linux calls super; `option` is Alt;
-/// `capsLock` is the lock, not the key.
+/// Modifier keys: a set, a value. `command` is the key that many keyboards print a logo on, and Linux calls super; `option` is
+/// Alt; `capsLock` is the lock, not the key.
 ///
 ///     auto const keys = KeyboardModifiers::current().value_or(KeyboardModifiers::none);
 ///     if (keys.contains(KeyboardModifiers::shift | KeyboardModifiers::control)) extendSelection();
@@ -20,8 +20,8 @@ public:
     /// The empty set.
     constexpr KeyboardModifiers() noexcept = default;
 
-    /// The keys that are down now, as the registered source tells. Absent without a source, and when that cannot tell, for want of a
-    /// display above all. Asks the toolkit, so it is called where the toolkit may be called: on the main thread.
+    /// The keys that are down now, as the registered source tells. Absent without a source, and when that cannot tell, for want
+    /// of a display above all. Asks the toolkit, so it is called where the toolkit may be called: on the main thread.
     static std::optional<KeyboardModifiers> current();
 
     /// Who is asked: a toolkit's adapter, <Tessarin/integration/qt/QtKeyboard.h> or <Tessarin/integration/gtk/GtkKeyboard.h>.

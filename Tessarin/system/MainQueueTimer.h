@@ -16,9 +16,9 @@ struct MainQueueTimerOptions {
     TiedObject tiedTo = {}; // held weakly: the timer ends with it
 };
 
-/// Calls a block on the main queue, once or again and again, until it is invalidated, its tied object ends, or its one call is over. Until
-/// then nobody needs to keep it. What follows may be called from any thread; outside the main queue `pause`, `resume`, `move` and
-/// `fire` take effect when the main queue comes to it.
+/// Calls a block on the main queue, once or again and again, until it is invalidated, its tied object ends, or its one call is
+/// over. Until then nobody needs to keep it. What follows may be called from any thread; outside the main queue `pause`,
+/// `resume`, `move` and `fire` take effect when the main queue comes to it.
 ///
 ///     MainQueueTimer::after(0.3, [=] { search(text); });
 ///     clock = MainQueueTimer::every(1, [this] { showTime(); }, {.tolerance = 0.1, .tiedTo = self()});
@@ -32,19 +32,22 @@ public:
     virtual ~MainQueueTimer();
 
     static Ref<MainQueueTimer> after(double seconds, Closure<void()> block, MainQueueTimerOptions options = {});
-    /// First after one interval. Lateness does not add up, and calls that were missed are not made up for. Fatal unless it is more than 0.
+    /// First after one interval. Lateness does not add up, and calls that were missed are not made up for. Fatal unless it is
+    /// more than 0.
     static Ref<MainQueueTimer> every(double interval, Closure<void()> block, MainQueueTimerOptions options = {});
     /// At once when the date is past. Setting the system's clock afterwards does not move it.
     static Ref<MainQueueTimer> at(NSDate const& date, Closure<void()> block, MainQueueTimerOptions options = {});
 
-    /// The block never runs after this. On another thread it waits for a call under way, so it must not be called there by something that
-    /// the block waits for.
+    /// The block never runs after this. On another thread it waits for a call under way, so it must not be called there by
+    /// something that the block waits for.
     void invalidate();
     bool isValid() const { return gate_.isOpen(); }
 
-    /// Calls the block now: here, in the main queue. A timer for one call has had it then; the next of a repeating one is as it was.
+    /// Calls the block now: here, in the main queue. A timer for one call has had it then; the next of a repeating one is as it
+    /// was.
     void fire();
-    /// What remains until the next call stays as it is, until `resume`. A timer for a date keeps the date: past, it is called at the resume.
+    /// What remains until the next call stays as it is, until `resume`. A timer for a date keeps the date: past, it is called
+    /// at the resume.
     void pause();
     void resume();
     bool isPaused() const { return isPaused_.get(); }

@@ -9,22 +9,22 @@
 
 namespace Tessarin {
 
-/// The variables that a subprocess gets: the application's as they are at the start, or none; then the changes in their order, where
-/// an absent value removes the variable.
+/// The variables that a subprocess gets: the application's as they are at the start, or none; then the changes in their order,
+/// where an absent value removes the variable.
 struct SubprocessEnvironment {
     enum class Base { Inherited, Empty };
     Base base = Base::Inherited;
     std::vector<std::pair<std::string, std::optional<std::string>>> changes = {};
 };
 
-/// What becomes of the processes that a subprocess has started, and that are still there when it has ended. Those that left its process
-/// group, as services do, are not meant; nobody waits for what any of them writes.
+/// What becomes of the processes that a subprocess has started, and that are still there when it has ended. Those that left its
+/// process group, as services do, are not meant; nobody waits for what any of them writes.
 enum class SubprocessLeftovers { Kill, LetLive };
 
 /// How a program is to be run. Move-only.
 struct SubprocessOptions {
-    /// A name that is looked for in the application's PATH (in absolute folders only), or a path, when it holds "/"; a relative one
-    /// starts in the application's folder. No shell is asked: nothing is expanded.
+    /// A name that is looked for in the application's PATH (in absolute folders only), or a path, when it holds "/"; a relative
+    /// one starts in the application's folder. No shell is asked: nothing is expanded.
     Required<std::string> program;
     std::vector<std::string> arguments = {}; // without the program's name
     SubprocessEnvironment environment = {};

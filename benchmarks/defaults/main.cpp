@@ -103,12 +103,10 @@ int run(int argc, char** argv) {
     std::int64_t sum = 0;
     int key = 0;
     // 40 ns each where QSettings takes 135 and 106.
-    addRow(report, folder, {.row = "get", .unit = "ns", .target = 0.3}, 15, false, [&](Settings& settings) {
-        return nanoseconds(20'000, [&] { sum += settings.get(key = (key + 1) % keyCount); });
-    });
-    addRow(report, folder, {.row = "set", .unit = "ns", .target = 0.38}, 15, false, [&](Settings& settings) {
-        return nanoseconds(20'000, [&] { settings.set(key = (key + 1) % keyCount, ++sum); });
-    });
+    addRow(report, folder, {.row = "get", .unit = "ns", .target = 0.3}, 15, false,
+           [&](Settings& settings) { return nanoseconds(20'000, [&] { sum += settings.get(key = (key + 1) % keyCount); }); });
+    addRow(report, folder, {.row = "set", .unit = "ns", .target = 0.38}, 15, false,
+           [&](Settings& settings) { return nanoseconds(20'000, [&] { settings.set(key = (key + 1) % keyCount, ++sum); }); });
     addRow(report, folder, {.row = "set one and write, synced", .unit = "us", .target = 0.93}, 101, true,
            [&](Settings& settings) {
                return nanoseconds(1,

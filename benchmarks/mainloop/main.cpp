@@ -47,7 +47,8 @@ double latency(Loop& loop, Post post) {
             Letter letter;
             for (auto const end = now() + pause; now() < end;) {}
             auto const posted = now();
-            post(loop, [](void* data) { static_cast<Letter*>(data)->arrived = now(); }, &letter);
+            post(
+                loop, [](void* data) { static_cast<Letter*>(data)->arrived = now(); }, &letter);
             while (letter.arrived == 0) std::this_thread::yield();
             took.push_back(static_cast<double>(letter.arrived - posted) / 1e3);
         }
@@ -68,7 +69,12 @@ double throughput(Loop& loop, Post post, int threads) {
         for (int at = 0; at < threads; ++at)
             all.emplace_back([&] {
                 for (int i = 0; i < posts / threads; ++i)
-                    post(loop, [](void*) { if (left.fetch_sub(1, std::memory_order_relaxed) == 1) running->quit(); }, nullptr);
+                    post(
+                        loop,
+                        [](void*) {
+                            if (left.fetch_sub(1, std::memory_order_relaxed) == 1) running->quit();
+                        },
+                        nullptr);
             });
         loop.run();
     });
@@ -96,13 +102,8 @@ void benchLoop(Report& report, char const* name, char const* peer, double bar, s
         auto const both = medians(
             runs, [&] { return throughput(*loop, postToMainQueue, threads); },
             [&] { return throughput(*loop, postToLoop, threads); });
-        report.add({.group = name,
-                    .row = row,
-                    .unit = "ns",
-                    .ours = both.ours,
-                    .peer = peer,
-                    .theirs = both.theirs,
-                    .target = bar});
+        report.add(
+            {.group = name, .row = row, .unit = "ns", .ours = both.ours, .peer = peer, .theirs = both.theirs, .target = bar});
     }
 }
 

@@ -70,12 +70,15 @@ struct Countdown {
 void toGlobal(Report& report, int producers) {
     auto const name = row("to a global queue", producers);
     if (!report.wants("async", name)) return;
-    compare(report, {.group = "async", .row = name, .unit = "M/s", .target = 0.8, .better = Better::Larger}, // 5 M/s of 6
-            [&] { return oursToGlobal(producers); }, &Peer::pool, [&](QueueMaker make) {
-                auto const pool = make();
-                Countdown countdown;
-                return rate(producers, [&] { pool->post(Countdown::step, &countdown); }, [&] { countdown.done.acquire(); });
-            });
+    compare(
+        report, {.group = "async", .row = name, .unit = "M/s", .target = 0.8, .better = Better::Larger}, // 5 M/s of 6
+        [&] { return oursToGlobal(producers); }, &Peer::pool,
+        [&](QueueMaker make) {
+            auto const pool = make();
+            Countdown countdown;
+            return rate(
+                producers, [&] { pool->post(Countdown::step, &countdown); }, [&] { countdown.done.acquire(); });
+        });
 }
 
 /// Once the caches are warm, a closure that fits costs none.

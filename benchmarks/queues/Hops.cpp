@@ -72,16 +72,18 @@ void pingPong(Report& report) {
     dispatch_queue_t const queues[] = {dispatch_queue_create("ping", DISPATCH_QUEUE_SERIAL),
                                        dispatch_queue_create("pong", DISPATCH_QUEUE_SERIAL)};
     auto const submit = [&](bool first, PingPong& game) { dispatch_async(queues[first ? 0 : 1], [&game] { game.hop(); }); };
-    compare(report, {.group = "hops", .row = row, .unit = "M/s", .target = 25, .better = Better::Larger}, // 4.7 M/s of 0.19
-            [&] { return PingPong(submit, hops).rate(); }, &Peer::serial, [&](QueueMaker make) {
-                std::unique_ptr<PeerQueue> const theirs[] = {make(), make()};
-                auto const post = [&](bool first, PingPong& game) {
-                    theirs[first ? 0 : 1]->post([](void* argument) { static_cast<PingPong*>(argument)->hop(); }, &game);
-                };
-                double const rate = PingPong(post, hops).rate();
-                for (auto const& queue : theirs) finish(*queue);
-                return rate;
-            });
+    compare(
+        report, {.group = "hops", .row = row, .unit = "M/s", .target = 25, .better = Better::Larger}, // 4.7 M/s of 0.19
+        [&] { return PingPong(submit, hops).rate(); }, &Peer::serial,
+        [&](QueueMaker make) {
+            std::unique_ptr<PeerQueue> const theirs[] = {make(), make()};
+            auto const post = [&](bool first, PingPong& game) {
+                theirs[first ? 0 : 1]->post([](void* argument) { static_cast<PingPong*>(argument)->hop(); }, &game);
+            };
+            double const rate = PingPong(post, hops).rate();
+            for (auto const& queue : theirs) finish(*queue);
+            return rate;
+        });
 }
 
 double oursToMain(int count) {
@@ -189,7 +191,8 @@ void allToAll(Report& report, int queues, int quality, char const* row, double t
                            std::lock_guard const hold(mutex);
                            touch(value);
                        }
-                   }) / pairs * 1e9;
+                   }) /
+                   pairs * 1e9;
         });
     report.add({.group = "hops",
                 .row = row,

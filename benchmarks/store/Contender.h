@@ -97,11 +97,8 @@ std::unique_ptr<Contender> makeQtSQL();
 inline constexpr struct {
     char const* name;
     std::unique_ptr<Contender> (*make)();
-} contenderKinds[] = {{"ours", makeOurs},
-                      {"rawbest", makeRawBest},
-                      {"raw", makeRaw},
-                      {"SQLiteCpp", makeSQLiteCpp},
-                      {"Qt SQL", makeQtSQL}};
+} contenderKinds[] = {
+    {"ours", makeOurs}, {"rawbest", makeRawBest}, {"raw", makeRaw}, {"SQLiteCpp", makeSQLiteCpp}, {"Qt SQL", makeQtSQL}};
 inline constexpr std::size_t firstPeer = 2;
 
 } // namespace Tessarin::benchmarks

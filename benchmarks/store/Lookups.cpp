@@ -147,14 +147,17 @@ void measureLookups(std::string const& folder, bool isScaled, Wants wants, AddCo
     creation("F1", 10'000);
     creation("F2", 50'000);
     if (auto const* what = "50,000 found or created / 5 x 10,000"; wants("F3", what))
-        add({fmt::format("F3 {}", what), "5 x 10,000", 1.2}, medianCosts(3, [&] { return findOrCreate(newFile(), 50'000); }, [&] {
-                Cost five;
-                for (int each = 0; each < 5; ++each) {
-                    auto const one = findOrCreate(newFile(), 10'000);
-                    five = {five.wall + one.wall, five.processor + one.processor};
-                }
-                return five;
-            }));
+        add({fmt::format("F3 {}", what), "5 x 10,000", 1.2},
+            medianCosts(
+                3, [&] { return findOrCreate(newFile(), 50'000); },
+                [&] {
+                    Cost five;
+                    for (int each = 0; each < 5; ++each) {
+                        auto const one = findOrCreate(newFile(), 10'000);
+                        five = {five.wall + one.wall, five.processor + one.processor};
+                    }
+                    return five;
+                }));
     if (auto const* what = "look-ups beside 10,000 unsaved"; wants("F4", what)) {
         constexpr std::size_t stored = 20'000;
         Stack stack(newFile(), Synchronous::Normal);

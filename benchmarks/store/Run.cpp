@@ -143,12 +143,8 @@ void Run::measureFetchesDuringSave(FetchedEntity entity, char const* id, char co
         wall.push_back(reading.wall);
         return reading.value;
     });
-    Row row{.group = "store",
-            .row = fmt::format("{} {}", id, what),
-            .unit = "x",
-            .ours = slowdown,
-            .target = 1.15,
-            .stretch = 1.05};
+    Row row{
+        .group = "store", .row = fmt::format("{} {}", id, what), .unit = "x", .ours = slowdown, .target = 1.15, .stretch = 1.05};
     std::ranges::sort(wall);
     addWall(row, wall[wall.size() / 2], 0);
     report_.add(std::move(row));

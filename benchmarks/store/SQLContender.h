@@ -76,8 +76,7 @@ protected:
         Cost cost;
         {
             Database database(file, workload.synchronous);
-            if (start == Start::Empty)
-                sql::inTransaction(database, [&] { sql::makeSchema(database); });
+            if (start == Start::Empty) sql::inTransaction(database, [&] { sql::makeSchema(database); });
             cost = costOf([&] { work(database); });
         }
         return readingOf(cost, checksumOfFile(file));

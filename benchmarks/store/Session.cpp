@@ -29,9 +29,7 @@ void syncFile(std::string const& file) {
 } // namespace
 
 Workload::Workload(std::size_t books, Synchronous durability)
-    : library(Library::generate(books + 10'000)),
-      imported(std::min<std::size_t>(books, 50'000)),
-      synchronous(durability) {
+    : library(Library::generate(books + 10'000)), imported(std::min<std::size_t>(books, 50'000)), synchronous(durability) {
     auto const end = library.books.begin() + static_cast<std::ptrdiff_t>(books);
     more.assign(std::make_move_iterator(end), std::make_move_iterator(library.books.end()));
     library.books.erase(end, library.books.end());

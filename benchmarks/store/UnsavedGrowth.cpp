@@ -228,10 +228,13 @@ void measureUnsavedGrowth(std::string const& folder, Wants wants, AddRatio add) 
         add(fmt::format("{} {}: 4 n / n", id, what), four / one, target);
     };
     for (auto const& row : growthRows)
-        ratio(row.id, row.what, row.target, [&](std::size_t n) {
-            Stack stack(newFile(), Synchronous::Normal);
-            return row.seconds(stack, n);
-        }, row.n);
+        ratio(
+            row.id, row.what, row.target,
+            [&](std::size_t n) {
+                Stack stack(newFile(), Synchronous::Normal);
+                return row.seconds(stack, n);
+            },
+            row.n);
     ratio("U9", "a save of one in memory among n", constant, saveInMemory, 250);
     ratio("U14", "n new records with a taken unique value", linear, takenValues, 2000);
 

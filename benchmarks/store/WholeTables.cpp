@@ -82,7 +82,7 @@ Cost deletionOfEverything(Original const& original) {
 
 Cost rawDeletionOfEverything(Original const& original) {
     return costRaw(original.copy(),
-                      "BEGIN; DELETE FROM Author; DELETE FROM Tag; DELETE FROM Book; DELETE FROM Book_tags; COMMIT");
+                   "BEGIN; DELETE FROM Author; DELETE FROM Tag; DELETE FROM Book; DELETE FROM Book_tags; COMMIT");
 }
 
 /// As a program does that has something to say about each.

@@ -43,13 +43,12 @@ std::string json(Row const& row, std::vector<std::string> const& otherColumns) {
         if (row.others[at])
             others += fmt::format("{}{}:{:.6g}", others.empty() ? "" : ",", quoted(otherColumns[at]), *row.others[at]);
     auto const orNull = [](bool present, double value) { return present ? fmt::format("{:.6g}", value) : std::string{"null"}; };
-    return fmt::format(
-        R"({{"group":{},"row":{},"unit":{},"better":"{}","ours":{:.6g},"peer":{},)"
-        R"("theirs":{},"ratio":{},"target":{},"met":{},"stretch":{},"others":{{{}}}}})"
-        "\n",
-        quoted(row.group), quoted(row.row), quoted(row.unit), row.better == Better::Smaller ? "smaller" : "larger", row.ours,
-        quoted(row.peer), orNull(hasPeer(row), row.theirs), orNull(hasPeer(row), row.ours / row.theirs),
-        orNull(row.target != 0, row.target), isMet(row), orNull(row.stretch != 0, row.stretch), others);
+    return fmt::format(R"({{"group":{},"row":{},"unit":{},"better":"{}","ours":{:.6g},"peer":{},)"
+                       R"("theirs":{},"ratio":{},"target":{},"met":{},"stretch":{},"others":{{{}}}}})"
+                       "\n",
+                       quoted(row.group), quoted(row.row), quoted(row.unit), row.better == Better::Smaller ? "smaller" : "larger",
+                       row.ours, quoted(row.peer), orNull(hasPeer(row), row.theirs), orNull(hasPeer(row), row.ours / row.theirs),
+                       orNull(row.target != 0, row.target), isMet(row), orNull(row.stretch != 0, row.stretch), others);
 }
 
 double processorSeconds() {

@@ -3,7 +3,8 @@
 
 namespace Tessarin::campaigns {
 
-/// Texts of which half are no UTF-8, through every operation on texts, beside slow and obvious ones and beside ICU's own iterator.
+/// Texts of which half are no UTF-8, through every operation on texts, beside slow and obvious ones and beside ICU's own
+/// iterator.
 void tryText(Trial& trial, Tally& tally);
 void judgeTexts(Tally const& tally);
 

@@ -1,5 +1,6 @@
 #include "Tessarin/platform/foundation/processes/SpawnPrivate.h"
 #include "tests/system/SubprocessFixture.h"
+#include <algorithm>
 #include <sys/stat.h>
 
 namespace Tessarin::tests {

@@ -31,9 +31,8 @@ int busyMilliseconds(double seconds) {
 /// triggers and views stay where they are and have no effect; renaming a table leaves them alone, too.
 void distrust(sqlite3* handle) {
     static constexpr std::pair<int, int> settings[] = {
-        {SQLITE_DBCONFIG_DEFENSIVE, 1},           {SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0},
-        {SQLITE_DBCONFIG_ENABLE_TRIGGER, 0},      {SQLITE_DBCONFIG_ENABLE_VIEW, 0},
-        {SQLITE_DBCONFIG_LEGACY_ALTER_TABLE, 1},  {SQLITE_DBCONFIG_ENABLE_LOAD_EXTENSION, 0},
+        {SQLITE_DBCONFIG_DEFENSIVE, 1},   {SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0},     {SQLITE_DBCONFIG_ENABLE_TRIGGER, 0},
+        {SQLITE_DBCONFIG_ENABLE_VIEW, 0}, {SQLITE_DBCONFIG_LEGACY_ALTER_TABLE, 1}, {SQLITE_DBCONFIG_ENABLE_LOAD_EXTENSION, 0},
     };
     for (auto const& [setting, value] : settings) sqlite3_db_config(handle, setting, value, nullptr);
     sqlite3_limit(handle, SQLITE_LIMIT_ATTACHED, 0);
@@ -109,9 +108,7 @@ bool Connection::isInTransaction() const noexcept { return sqlite3_get_autocommi
 
 bool Connection::isReadOnly() const noexcept { return sqlite3_db_readonly(handle(), "main") == 1; }
 
-void Connection::setBusySeconds(double seconds) noexcept {
-    sqlite3_busy_timeout(handle(), busyMilliseconds(seconds));
-}
+void Connection::setBusySeconds(double seconds) noexcept { sqlite3_busy_timeout(handle(), busyMilliseconds(seconds)); }
 
 void Connection::leavesLog(bool leaves) noexcept {
     sqlite3_db_config(handle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, leaves ? 1 : 0, nullptr);

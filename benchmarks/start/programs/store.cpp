@@ -6,8 +6,8 @@
 int main(int argc, char** argv) {
     return runOrCountLibraries(argc, argv, [](char const* file) {
         using namespace Tessarin;
-        auto const coordinator = make<NSPersistentStoreCoordinator>(
-            ModelBuilder().entity("Note").attribute("text", NSAttributeType::String).build());
+        auto const coordinator =
+            make<NSPersistentStoreCoordinator>(ModelBuilder().entity("Note").attribute("text", NSAttributeType::String).build());
         Ref<NSError> error;
         if (!coordinator->addPersistentStoreWithType(NSSQLiteStoreType, {}, NSURL::fileURLWithPath(file), {}, error)) return 1;
         auto const context = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue);

@@ -48,7 +48,9 @@ TEST(Value, EveryKindSurvivesCopyMoveAndAssignment) {
     for (auto const& row : values) {
         SCOPED_TRACE(row.value.description());
         EXPECT_EQ(row.value.kind(), row.kind);
-        if (row.description) { EXPECT_EQ(row.value.description(), row.description); }
+        if (row.description) {
+            EXPECT_EQ(row.value.description(), row.description);
+        }
         Value copy = row.value, other = "something else that is long";
         EXPECT_EQ(copy, row.value);
         EXPECT_EQ(copy.hash(), row.value.hash());
@@ -186,9 +188,11 @@ TEST(Dictionary, AnswersAlikeWhenSmallAndWhenIndexed) {
 
 TEST(Decimal, ReadsWritesAndOrders) {
     std::pair<char const*, char const*> const texts[] = {
-        {"12.50", "12.5"}, {"-0.0003", "-0.0003"}, {"3e-7", "0.0000003"}, {"+7", "7"}, {"1E+3", "1000"}, {"000", "0"},
-        {"-0", "0"}, {".5", "0.5"}, {"5.", "5"},
-        {"12345678901234567890123456789012345678", "12345678901234567890123456789012345678"}};
+        {"12.50", "12.5"},     {"-0.0003", "-0.0003"},
+        {"3e-7", "0.0000003"}, {"+7", "7"},
+        {"1E+3", "1000"},      {"000", "0"},
+        {"-0", "0"},           {".5", "0.5"},
+        {"5.", "5"},           {"12345678901234567890123456789012345678", "12345678901234567890123456789012345678"}};
     for (auto const& [from, to] : texts) EXPECT_EQ(Decimal::fromText(from).value().text(), to);
     for (auto const* text : {"123456789012345678901234567890123456789", "", ".", "1e", "1e+-3", "1.2.3", "0x1", " 1"})
         EXPECT_FALSE(Decimal::fromText(text)) << text;
@@ -204,12 +208,24 @@ TEST(Decimal, ReadsWritesAndOrders) {
 
 TEST(NumberText, IsTheShortestThatReadsBack) {
     using Limits = std::numeric_limits<double>;
-    std::pair<double, char const*> const rows[] = {
-        {0, "0.0"}, {-0.0, "-0.0"}, {12, "12.0"}, {0.25, "0.25"}, {0.1 + 0.2, "0.30000000000000004"}, {-1.5, "-1.5"},
-        {1e-4, "0.0001"}, {9.9e-5, "9.9e-05"}, {1e-5, "1e-05"}, {1e15, "1000000000000000.0"},
-        {9007199254740993.0, "9007199254740992.0"}, {1e16, "1e+16"}, {1.5e300, "1.5e+300"}, {Limits::denorm_min(), "5e-324"},
-        {Limits::max(), "1.7976931348623157e+308"}, {Limits::infinity(), "inf"}, {-Limits::infinity(), "-inf"},
-        {-Limits::quiet_NaN(), "nan"}};
+    std::pair<double, char const*> const rows[] = {{0, "0.0"},
+                                                   {-0.0, "-0.0"},
+                                                   {12, "12.0"},
+                                                   {0.25, "0.25"},
+                                                   {0.1 + 0.2, "0.30000000000000004"},
+                                                   {-1.5, "-1.5"},
+                                                   {1e-4, "0.0001"},
+                                                   {9.9e-5, "9.9e-05"},
+                                                   {1e-5, "1e-05"},
+                                                   {1e15, "1000000000000000.0"},
+                                                   {9007199254740993.0, "9007199254740992.0"},
+                                                   {1e16, "1e+16"},
+                                                   {1.5e300, "1.5e+300"},
+                                                   {Limits::denorm_min(), "5e-324"},
+                                                   {Limits::max(), "1.7976931348623157e+308"},
+                                                   {Limits::infinity(), "inf"},
+                                                   {-Limits::infinity(), "-inf"},
+                                                   {-Limits::quiet_NaN(), "nan"}};
     for (auto const& [value, text] : rows) EXPECT_EQ(shortestText(value), text);
 }
 

@@ -15,8 +15,7 @@ bool staysInPath(char c) { return isUnreserved(c) || isOneOf(c, "/!$&'()*+,=:@")
 bool isAllowed(char c) { return isUnreserved(c) || isOneOf(c, "!$&'()*+,;=:@/?#[]%"); }
 
 bool isEscape(std::string_view text, std::size_t at) {
-    return text[at] == '%' && at + 2 < text.size() && hexadecimalValue(text[at + 1]) >= 0 &&
-           hexadecimalValue(text[at + 2]) >= 0;
+    return text[at] == '%' && at + 2 < text.size() && hexadecimalValue(text[at + 1]) >= 0 && hexadecimalValue(text[at + 2]) >= 0;
 }
 
 std::string encoded(std::string_view path) {

@@ -4,8 +4,8 @@
 
 namespace Tessarin {
 
-/// Lets calls pass until it is closed. Who closes it may wait for those that are inside, and then knows that there will be none any more.
-/// Any thread.
+/// Lets calls pass until it is closed. Who closes it may wait for those that are inside, and then knows that there will be none
+/// any more. Any thread.
 ///
 ///     if (!gate.enter()) return;      // the one thread                gate.close(CallGate::Wait::Yes); // the other
 ///     callback();                                                      // nothing calls back from here on

@@ -11,7 +11,8 @@ namespace {
 
 std::unique_ptr<icu::Collator const> madeCollator(TextComparison comparison) {
     UErrorCode status = U_ZERO_ERROR;
-    std::unique_ptr<icu::Collator> collator{icu::Collator::createInstance(icu::Locale{language::localeOf("LC_COLLATE").c_str()}, status)};
+    std::unique_ptr<icu::Collator> collator{
+        icu::Collator::createInstance(icu::Locale{language::localeOf("LC_COLLATE").c_str()}, status)};
     if (U_FAILURE(status)) return nullptr;
     if (comparison == TextComparison::LocalizedCaseInsensitive) collator->setStrength(icu::Collator::SECONDARY);
     if (comparison == TextComparison::LocalizedStandard) collator->setAttribute(UCOL_NUMERIC_COLLATION, UCOL_ON, status);

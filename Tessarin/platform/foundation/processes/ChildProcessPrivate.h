@@ -79,8 +79,8 @@ private:
     pid_t identifier_ = 0; // until it is reaped: nobody else has this number so long; guarded by life_
 };
 
-/// Descriptors are few: as many children run at once as half of what the application may open is enough for, or as there turned out to
-/// be; the others wait, first come, first served. Any thread.
+/// Descriptors are few: as many children run at once as half of what the application may open is enough for, or as there turned
+/// out to be; the others wait, first come, first served. Any thread.
 class ProcessTurns {
 public:
     static ProcessTurns& shared();

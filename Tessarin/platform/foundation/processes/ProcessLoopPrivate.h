@@ -22,8 +22,8 @@ protected:
     ~Watch() = default;
 };
 
-/// Talks to children: the one thread that does so for all, or one that waits for its own. It owns what it is told of: but for `post`,
-/// `current` and `make`, everything here is called on it.
+/// Talks to children: the one thread that does so for all, or one that waits for its own. It owns what it is told of: but for
+/// `post`, `current` and `make`, everything here is called on it.
 class ProcessLoop {
 public:
     enum class For { Reading, Writing };
@@ -32,7 +32,8 @@ public:
 
     /// Makes it at the first call. Null, and an errno, while there is neither a descriptor nor a thread for it.
     static ProcessLoop* current(int& problem);
-    /// One for this thread, which calls `runUntil`: a child that its starter waits for costs no change of threads (benchmark "system").
+    /// One for this thread, which calls `runUntil`: a child that its starter waits for costs no change of threads (benchmark
+    /// "system").
     static std::unique_ptr<ProcessLoop> make(int& problem);
     void runUntil(bool const& isDone);
     /// Runs the work on the thread, in the order of the calls. Any thread.

@@ -52,10 +52,11 @@ struct SpawnProblem {
     std::string about = {};
 };
 
-/// The path of a program: as it is when it holds "/", else of the first folder of PATH that has it. Relative ones are the application's,
-/// not the new folder's. `path` is its result.
+/// The path of a program: as it is when it holds "/", else of the first folder of PATH that has it. Relative ones are the
+/// application's, not the new folder's. `path` is its result.
 SpawnProblem findProgram(std::string const& name, std::string& path);
-/// Starts it as the leader of a process group, with the standard descriptors alone, no signal blocked, and none but SIGHUP ignored.
+/// Starts it as the leader of a process group, with the standard descriptors alone, no signal blocked, and none but SIGHUP
+/// ignored.
 SpawnProblem spawn(SpawnPlan const& plan, pid_t& child);
 
 /// A descriptor that is readable once the process has ended, where the system has such; none otherwise.

@@ -15,9 +15,9 @@ struct TESSARIN_API SubprocessResult {
     bool isOutOfTime = false;
     NSData output = {};
     NSData errors = {};
-    /// Why it never ran, or was given up: an errno of NSPOSIXErrorDomain with the system's words. ECHILD: it has ended, but another part
-    /// of the application took its status. Null for a subprocess that just ended, whatever its status, and for a cancelled one that had
-    /// begun.
+    /// Why it never ran, or was given up: an errno of NSPOSIXErrorDomain with the system's words. ECHILD: it has ended, but
+    /// another part of the application took its status. Null for a subprocess that just ended, whatever its status, and for a
+    /// cancelled one that had begun.
     Ref<NSError> error = {};
 
     /// It ended by itself, in time, with status 0.

@@ -47,8 +47,8 @@ struct TESSARIN_API SubprocessOutput {
     static SubprocessOutput discarded(); // /dev/null
     /// Goes where the application's own goes.
     static SubprocessOutput inherited();
-    /// Each line, without its "\n" or "\r\n", on the subprocess's queue; the last one also when it does not end. What is longer than
-    /// `longestLine` comes in parts. While `each` is slow the subprocess waits.
+    /// Each line, without its "\n" or "\r\n", on the subprocess's queue; the last one also when it does not end. What is longer
+    /// than `longestLine` comes in parts. While `each` is slow the subprocess waits.
     static SubprocessOutput lines(EachLine each);
     /// The bytes as they come.
     static SubprocessOutput pieces(EachPiece each);

@@ -35,8 +35,8 @@ constexpr int hexadecimalValue(char c) noexcept {
     return small >= 'a' && small <= 'f' ? small - 'a' + 10 : -1;
 }
 
-/// Lines of sixteen bytes for people to read: the offset of the first in eight digits, the bytes, and what they are as ASCII, a dot
-/// for what cannot be shown. The offsets begin with `from`.
+/// Lines of sixteen bytes for people to read: the offset of the first in eight digits, the bytes, and what they are as ASCII, a
+/// dot for what cannot be shown. The offsets begin with `from`.
 ///
 ///     00000000  48 65 6c 6c 6f 0a 00                              |Hello..|
 TESSARIN_API std::string hexadecimalDump(std::span<std::byte const> bytes, std::size_t from = 0);
