@@ -117,15 +117,17 @@ void DeepDescription::writePointee(void const* address, Write write, Kept kept) 
 
 void DeepDescription::writeObject(NSObject const& object) {
     Asked question{&object};
-    auto* const outer = std::exchange(asked, &question);
     std::string own;
     {
+        struct Asking { // also when the object throws
+            Asked* outer;
+            ~Asking() { asked = outer; }
+        } const asking{std::exchange(asked, &question)};
         DescriptionLine line;
         DescriptionLine::Inside const inside(line);
         line.appendOwn(&object, [&] { return object.description(); });
         own = line.take();
     }
-    asked = outer;
     if (question.write)
         question.write(*this, question.self);
     else
@@ -177,6 +179,9 @@ std::string DeepDescription::describe(void const* root, Write write) {
             places.emplace(Place{step.address, step.write}, nodes.size());
             fresh.push_back({.text = {}, .node = nodes.size()});
             nodes.push_back({opened, text.size() + opened.size(), std::move(step.kept)});
+        } else if (step.node == pointee && fresh.size() == 1 && fresh[0].write && fresh[0].node == unnumbered) {
+            fresh[0].node = pointee; // of an optional or a variant what it holds is the node
+            fresh[0].kept = std::move(step.kept);
         } else if (step.kept) {
             nodes.push_back({{}, 0, std::move(step.kept)});
         }

@@ -1,6 +1,7 @@
 #pragma once
 #include "Tessarin/descriptions/DescribeDeeply.h"
 #include "Tessarin/platform/runtime/NSObject.h"
+#include <concepts>
 #include <ostream>
 
 namespace Tessarin {
@@ -35,7 +36,8 @@ template <class Self> struct DefaultReflectable<Self, void> {
     friend std::ostream& operator<<(std::ostream& out, DefaultReflectable const& value) {
         return out << static_cast<Self const&>(value).description();
     }
-    friend bool operator==(DefaultReflectable const&, DefaultReflectable const&) = default; // so that a type may default its own
+    /// Of this base alone, so that a type may default its own; one that does not cannot be compared.
+    template <std::same_as<DefaultReflectable> T> friend constexpr bool operator==(T const&, T const&) noexcept { return true; }
 };
 
 template <class Self, class Base> struct DefaultReflectable : Base {

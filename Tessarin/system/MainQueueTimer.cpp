@@ -68,8 +68,8 @@ void MainQueueTimer::init(Kind kind, double seconds, Closure<void()> block, Main
     dispatch_source_set_event_handler(source_, [self = shared_from_this()] { self->fell(); });
     dispatch_source_set_cancel_handler(source_, [self = shared_from_this()] { self->block_ = nullptr; });
     set();
-    dispatch_activate(source_);
     if (auto const& object = options.tiedTo.object()) setAssociatedObject(*object, this, make<End>(weak_from_this()));
+    dispatch_activate(source_);
 }
 
 void MainQueueTimer::set() {

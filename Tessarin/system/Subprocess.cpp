@@ -83,7 +83,7 @@ SubprocessResult runBeside(SubprocessOptions options) {
 /// This thread does it.
 SubprocessResult runHere(SubprocessOptions options) {
     int problem = 0;
-    auto const loop = processes::ProcessLoop::make(problem);
+    auto const loop = processes::ProcessLoop::makeOwn(problem);
     if (!loop) return runBeside(std::move(options));
     auto request = requestOf(std::move(options));
     request.loop = loop.get();

@@ -27,6 +27,9 @@ std::optional<double> numberIn(Value const& value) {
 std::optional<std::int64_t> integerOf(std::string_view text) noexcept {
     if (isWhole(text)) return parsed<std::int64_t>(text); // a detour by double would round
     auto const number = parsed<double>(text);
+    auto const plain = withoutBlanks(text);
+    if (number && plain.find_first_of("eEnN") == plain.npos)
+        if (auto const exact = readNumber<std::int64_t>(plain.substr(0, plain.find('.')))) return exact;
     return number ? Tessarin::integerOf(*number) : std::nullopt;
 }
 

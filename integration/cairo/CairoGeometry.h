@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cairo.h>
 #include <cmath>
-#include <limits>
 #include <optional>
 
 // Points, rectangles and colours as Cairo has them, and back. Cairo has no types for points and sizes: it takes numbers.
@@ -18,14 +17,15 @@ inline NSRect fromCairo(cairo_rectangle_int_t const& rect) {
 /// Standardized: Cairo would draw a negative size the other way round.
 inline cairo_rectangle_t toCairo(NSRect const& rect) { return {rect.minX(), rect.minY(), rect.width(), rect.height()}; }
 
-/// The smallest one around it. What does not fit an int is as near as one comes; what is no number is 0.
+/// The smallest one around it. What does not fit an int ends at 2³⁰; what is no number is 0.
 inline cairo_rectangle_int_t toCairoInt(NSRect const& rect) {
     auto const whole = [](double number) {
-        constexpr double least = std::numeric_limits<int>::min(), most = std::numeric_limits<int>::max();
-        return std::isnan(number) ? 0 : static_cast<int>(std::clamp(number, least, most));
+        constexpr double most = 1 << 30; // so that its width and height fit, too
+        return std::isnan(number) ? 0 : static_cast<int>(std::clamp(number, -most, most));
     };
     auto const around = rect.integralOutward();
-    return {whole(around.origin.x), whole(around.origin.y), whole(around.size.width), whole(around.size.height)};
+    auto const left = whole(around.minX()), top = whole(around.minY());
+    return {left, top, whole(around.maxX()) - left, whole(around.maxY()) - top};
 }
 
 /// The colour of a solid pattern; absent for patterns of other kinds.

@@ -1,6 +1,7 @@
 #pragma once
 #include "Tessarin/platform/runtime/FunctionRef.h"
 #include "Tessarin/integration/cairo/CairoGeometry.h"
+#include <cmath>
 #include <memory>
 
 // Images are Cairo's image surfaces. None of these touches the surface that it reads.
@@ -30,6 +31,8 @@ inline void draw(cairo_surface_t* image, NSRect const& into, RectContentMode mod
     NSRect const whole{into.topLeft(), imageSize(image)};
     auto const place = whole.placedIn(into, mode), shown = place.intersection(into).value_or(NSRect{});
     if (whole.isEmpty() || shown.isEmpty()) return;
+    for (auto const each : {place.origin.x, place.origin.y, place.size.width, place.size.height})
+        if (!std::isfinite(each)) return; // the context would stay in error
     cairo_save(cairo);
     cairo_path_t* const path = cairo_copy_path(cairo);
     cairo_new_path(cairo);

@@ -6,7 +6,6 @@
 #include <QRectF>
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <optional>
 
 // Points, sizes, rectangles, insets and colours as Qt has them, and back. Needs Qt's Gui module for colours.
@@ -39,14 +38,14 @@ inline QColor toQt(NSColor const& color) {
     return QColor::fromRgbF(float(shown.red), float(shown.green), float(shown.blue), float(shown.alpha));
 }
 
-/// The smallest one around it. What does not fit an int is as near as one comes; what is no number is 0.
+/// The smallest one around it. What does not fit an int ends at 2³⁰; what is no number is 0.
 inline QRect toQtInt(NSRect const& rect) {
     auto const whole = [](double number) {
-        constexpr double least = std::numeric_limits<int>::min(), most = std::numeric_limits<int>::max();
-        return std::isnan(number) ? 0 : static_cast<int>(std::clamp(number, least, most));
+        constexpr double most = 1 << 30; // so that its width and height fit, too
+        return std::isnan(number) ? 0 : static_cast<int>(std::clamp(number, -most, most));
     };
     auto const around = rect.integralOutward();
-    return {whole(around.origin.x), whole(around.origin.y), whole(around.size.width), whole(around.size.height)};
+    return {QPoint(whole(around.minX()), whole(around.minY())), QPoint(whole(around.maxX()) - 1, whole(around.maxY()) - 1)};
 }
 
 } // namespace Tessarin

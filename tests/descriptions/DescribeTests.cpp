@@ -122,6 +122,11 @@ public:
     std::string name;
     std::vector<Ref<NSObject>> knows;
 };
+class Host : public DefaultReflectable<Host, NSObject> {
+public:
+    template <class Visitor> void reflect(Visitor&& child) const { child("guests", guests); }
+    Value guests;
+};
 class Teller : public NSObject {
 public:
     std::string description() const override { return "knows " + describe(knows); }
@@ -143,6 +148,12 @@ TEST(Describe, ObjectsThatDescribeEachOtherComeToAnEnd) {
     teller->knows = emma;
     EXPECT_EQ(Value(List{Value(emma)}).description().size(), 2 + describe(emma).size());
     emma->knows.clear();
+
+    auto const here = make<Host>(), there = make<Host>();
+    here->guests = List{Value(there), Value(there)};
+    there->guests = List{Value(here), Value(here)};
+    EXPECT_EQ(describe(here), "Host(guests: [Host(guests: [Host(…), Host(…)]), Host(guests: [Host(…), Host(…)])])");
+    here->guests = Value();
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include "Tessarin/keyaccess/KVC.h"
 #include "integration/fmt/Descriptions.h"
 
+#include <concepts>
 #include <fmt/chrono.h>
 #include <fmt/ranges.h>
 #include <gtest/gtest-spi.h>
@@ -37,6 +38,8 @@ struct Secret : Tessarin::DefaultReflectable<Secret> {
 
 namespace Tessarin {
 namespace {
+
+static_assert(!std::equality_comparable<other::Place>, "the base is equal to itself, which says nothing of the rest");
 
 app::Place const highbury{{}, "Highbury", app::Mode::Dark};
 

@@ -121,6 +121,7 @@ TEST(NumberLike, WhatATypeCannotHoldIsAbsent) {
         {" \t+12\n", 12, 12.0},
         {"-1.5e3", -1500, -1500.0},
         {"9223372036854775807", INT64_MAX, 0x1p63},
+        {"9223372036854775807.0", INT64_MAX, 0x1p63},
         {"9223372036854775808", none, 0x1p63},
         {"-inf", none, -HUGE_VAL},
         {true, 1, 1.0},

@@ -15,7 +15,10 @@ namespace {
 /// Whose status is asked for: by descriptor, since a number may be another's once somebody else has reaped ours.
 int askFor(Handle const& process, pid_t identifier, siginfo_t& status, int how) noexcept {
 #ifdef __linux__
-    if (process) return ::waitid(P_PIDFD, static_cast<id_t>(process.number()), &status, WEXITED | WNOHANG | how);
+    if (process) {
+        int const result = ::waitid(P_PIDFD, static_cast<id_t>(process.number()), &status, WEXITED | WNOHANG | how);
+        if (result == 0 || errno != EINVAL) return result; // Linux 5.3 knows the descriptors, but not this question
+    }
 #else
     static_cast<void>(process);
 #endif
@@ -96,7 +99,7 @@ void ChildProcess::end(siginfo_t const* status) {
         Hold const hold(life_);
         // As long as it is not reaped, the number of its group is nobody else's; and just afterwards, when no process has it.
         bool const isOurs = status || (::kill(identifier_, 0) != 0 && errno == ESRCH);
-        if (isOurs && (request_.endsGroup || isStopping_)) ::kill(-identifier_, SIGKILL);
+        if (isOurs && hasOwnGroup_ && (request_.endsGroup || isStopping_)) ::kill(-identifier_, SIGKILL);
         siginfo_t reaped{};
         if (status) askFor(end_.process, identifier_, reaped, 0);
         identifier_ = 0;

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <unistd.h>
 
 namespace Tessarin::processes {
 
@@ -36,7 +37,11 @@ void ChildProcess::launch() {
         }
         if (isShortage(problem.code)) {
             pipes = {};
-            if (ProcessTurns::shared().postpone(shared_from_this()) == ProcessTurns::Verdict::WaitsForOthers) return;
+            if (ProcessTurns::shared().postpone(shared_from_this()) == ProcessTurns::Verdict::WaitsForOthers) {
+                // A cancellation meanwhile did not find it among those that wait.
+                if (isCancelled_.load() && ProcessTurns::shared().forget(*this)) neverBegan(ECANCELED, request_.program);
+                return;
+            }
             if (!std::exchange(wasAlone, true)) continue; // others have just given up theirs
         }
         neverBegan(problem.code, problem.about);
@@ -60,7 +65,10 @@ SpawnProblem ChildProcess::tryLaunch(Pipes& pipes) {
     };
     switch (request_.input.kind) {
     case InputKind::Nothing: break;
-    case InputKind::Inherited: plan.standard[0] = SpawnPlan::inherited; break;
+    case InputKind::Inherited:
+        plan.standard[0] = SpawnPlan::inherited;
+        plan.hasOwnGroup = ::isatty(STDIN_FILENO) == 0; // another group may not read from the terminal, and would be stopped
+        break;
     case InputKind::File:
         if (int const problem = openFile(pipes.file, request_.input.path)) return {problem, request_.input.path};
         plan.standard[0] = pipes.file.number();
@@ -79,6 +87,7 @@ SpawnProblem ChildProcess::tryLaunch(Pipes& pipes) {
     {
         Hold const hold(life_);
         identifier_ = child;
+        hasOwnGroup_ = plan.hasOwnGroup;
     }
     end_.process = openProcess(child);
     for (auto* const given : {&pipes.input.reading, &pipes.output.writing, &pipes.errors.writing, &pipes.file}) given->close();
@@ -95,11 +104,12 @@ void ChildProcess::neverBegan(int code, std::string const& about) {
 void ChildProcess::complete() {
     if (!request_.queue) return request_.completion(std::move(result_));
     dispatch_async(request_.queue, [self = shared_from_this()] {
-        if (self->request_.completion) self->request_.completion(std::move(self->result_));
-        // What the closures hold goes where they ran.
-        auto const input = std::move(self->request_.input);
-        auto const output = std::move(self->request_.output), errors = std::move(self->request_.errors);
         auto const completion = std::move(self->request_.completion);
+        { // What the closures hold goes where they ran, and before anybody hears of the end.
+            auto const input = std::move(self->request_.input);
+            auto const output = std::move(self->request_.output), errors = std::move(self->request_.errors);
+        }
+        if (completion) completion(std::move(self->result_));
     });
 }
 
@@ -118,7 +128,9 @@ bool ChildProcess::send(int signal) {
 
 bool ChildProcess::sendToGroup(int signal) {
     Hold const hold(life_);
-    return identifier_ > 0 && ::kill(-identifier_, signal) == 0;
+    if (identifier_ <= 0) return false;
+    if (hasOwnGroup_ && ::kill(-identifier_, signal) == 0) return true;
+    return ::kill(identifier_, signal) == 0; // it may have left its group
 }
 
 pid_t ChildProcess::identifier() {

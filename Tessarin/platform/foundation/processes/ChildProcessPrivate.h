@@ -69,6 +69,7 @@ private:
     InputStream input_;
     OutputStream output_, errors_;
     End end_;
+    bool hasOwnGroup_ = true; // guarded by life_ as long as it is being started
     bool isRunning_ = false;
     bool isStopping_ = false;
     ProcessLoop::Deadline timeLimit_, grace_, look_;
@@ -92,8 +93,15 @@ public:
     void leave();
     /// Whether it was waiting, which it does no longer.
     bool forget(ChildProcess& child);
+    /// How many the descriptors are enough for.
+    static std::size_t affordable() noexcept;
 
 private:
+    using Children = std::vector<Ref<ChildProcess>>;
+    Ref<ChildProcess> takeFirst();
+    static void startAll(Children& children);
+    void retryLater();
+    void retry();
     bool isFree() const;
     void wait(Ref<ChildProcess> const& child, ChildProcess::Place before);
 
@@ -101,6 +109,7 @@ private:
     std::list<Ref<ChildProcess>> waiting_;
     std::size_t running_ = 0;
     std::size_t most_ = SIZE_MAX; // as it turned out; until nobody waits
+    bool retries_ = false;        // `retry` will come
 };
 
 } // namespace Tessarin::processes

@@ -1,8 +1,10 @@
 #include "Tessarin/platform/foundation/processes/ProcessLoopPrivate.h"
 
+#include "Tessarin/platform/foundation/processes/ChildProcessPrivate.h"
 #include "Tessarin/platform/runtime/Hold.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <ctime>
@@ -57,6 +59,25 @@ ProcessLoop* ProcessLoop::current(int& problem) {
 }
 
 ProcessLoop::ProcessLoop(Handle events, Handle knocks) : events_(std::move(events)), knocks_(std::move(knocks)) {}
+
+/// Threads that serve their own children: so many that most descriptors are left to the children and the application.
+static std::atomic<std::size_t> ownLoops = 0;
+
+ProcessLoop::~ProcessLoop() {
+    if (isOwn_) ownLoops.fetch_sub(1);
+}
+
+std::unique_ptr<ProcessLoop> ProcessLoop::makeOwn(int& problem) {
+    static constexpr std::size_t share = 4; // of as many children as there may be
+    if (ownLoops.fetch_add(1) < ProcessTurns::affordable() / share)
+        if (auto made = make(problem)) {
+            made->isOwn_ = true;
+            return made;
+        }
+    ownLoops.fetch_sub(1);
+    problem = EMFILE;
+    return nullptr;
+}
 
 std::unique_ptr<ProcessLoop> ProcessLoop::make(int& problem) {
     Handle events{::epoll_create1(EPOLL_CLOEXEC)};

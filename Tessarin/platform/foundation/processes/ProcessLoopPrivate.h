@@ -34,7 +34,8 @@ public:
     static ProcessLoop* current(int& problem);
     /// One for this thread, which calls `runUntil`: a child that its starter waits for costs no change of threads (benchmark
     /// "system").
-    static std::unique_ptr<ProcessLoop> make(int& problem);
+    static std::unique_ptr<ProcessLoop> makeOwn(int& problem);
+    ~ProcessLoop();
     void runUntil(bool const& isDone);
     /// Runs the work on the thread, in the order of the calls. Any thread.
     void post(Closure<void()> work);
@@ -59,6 +60,7 @@ private:
     static constexpr std::size_t scratchSize = 256 * 1024;
 
     ProcessLoop(Handle events, Handle knocks);
+    static std::unique_ptr<ProcessLoop> make(int& problem);
     int startThread();
     static void* enter(void* self);
     void doRound();
@@ -67,6 +69,7 @@ private:
     int patience() const; // milliseconds
 
     Handle const events_, knocks_;
+    bool isOwn_ = false;
     Mutex mutex_;
     std::vector<Closure<void()>> posted_; // guarded by mutex_
     // The thread's own:

@@ -77,8 +77,11 @@ struct Actions {
         for (int const kept : {SIGHUP, SIGKILL, SIGSTOP}) ::sigdelset(&usual, kept); // nohup means the children, too
         add(::posix_spawnattr_setsigmask(&attributes, &none));
         add(::posix_spawnattr_setsigdefault(&attributes, &usual));
-        add(::posix_spawnattr_setpgroup(&attributes, 0));
-        short flags = POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP;
+        short flags = POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF;
+        if (plan.hasOwnGroup) {
+            add(::posix_spawnattr_setpgroup(&attributes, 0));
+            flags |= POSIX_SPAWN_SETPGROUP;
+        }
 #ifdef POSIX_SPAWN_CLOEXEC_DEFAULT // macOS: what no action names is closed
         flags |= POSIX_SPAWN_CLOEXEC_DEFAULT;
 #endif
@@ -121,8 +124,12 @@ int Pipe::open(Ours ours) noexcept {
 
 int openFile(Handle& file, std::string const& path) noexcept {
     if (path.find('\0') != path.npos) return EINVAL;
-    file = Handle{::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY)};
-    return file ? lift(file) : errno;
+    file = Handle{::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK)}; // a pipe by name would wait for a writer
+    struct stat about {};
+    if (!file || ::fstat(file.number(), &about) != 0) return errno;
+    if (S_ISDIR(about.st_mode)) return EISDIR;
+    if (S_ISFIFO(about.st_mode)) return EINVAL;
+    return ::fcntl(file.number(), F_SETFL, 0) == 0 ? lift(file) : errno;
 }
 
 bool isShortage(int code) noexcept { return code == EMFILE || code == ENFILE || code == EAGAIN; }

@@ -44,6 +44,7 @@ struct SpawnPlan {
     std::vector<std::string> environment;
     std::string folder;
     int standard[3] = {nothing, nothing, nothing}; // or a descriptor above 2
+    bool hasOwnGroup = true;                       // false: the application's process group
 };
 
 /// What went wrong with what.
@@ -55,7 +56,7 @@ struct SpawnProblem {
 /// The path of a program: as it is when it holds "/", else of the first folder of PATH that has it. Relative ones are the
 /// application's, not the new folder's. `path` is its result.
 SpawnProblem findProgram(std::string const& name, std::string& path);
-/// Starts it as the leader of a process group, with the standard descriptors alone, no signal blocked, and none but SIGHUP
+/// Starts it as the leader of a process group, if it is to have its own, with the standard descriptors alone, no signal blocked, and none but SIGHUP
 /// ignored.
 SpawnProblem spawn(SpawnPlan const& plan, pid_t& child);
 

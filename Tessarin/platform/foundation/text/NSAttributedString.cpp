@@ -54,17 +54,18 @@ void NSAttributedString::changeAttributes(std::size_t from, std::size_t to, Func
     from = beginningOf(text_, from);
     to = beginningOf(text_, to);
     if (from >= to) return;
-    auto const before = std::exchange(runs_, {});
-    for (auto const& run : before) {
+    NSAttributedString made; // the caller's block may throw
+    for (auto const& run : runs_) {
         auto const first = std::clamp(from, run.from, run.to), last = std::clamp(to, run.from, run.to);
-        add(first - run.from, run.attributes);
+        made.add(first - run.from, run.attributes);
         if (first < last) {
             auto changed = run.attributes;
             change(changed);
-            add(last - first, changed);
+            made.add(last - first, changed);
         }
-        add(run.to - last, run.attributes);
+        made.add(run.to - last, run.attributes);
     }
+    runs_ = std::move(made.runs_);
 }
 
 NSAttributedString NSAttributedString::sub(std::ptrdiff_t from, std::ptrdiff_t to) const {

@@ -7,6 +7,7 @@
 
 #include <charconv>
 #include <sstream>
+#include <type_traits>
 #include <utility>
 
 namespace Tessarin {
@@ -81,8 +82,40 @@ void DescriptionLine::appendText(std::u16string_view text) {
 }
 
 void DescriptionLine::appendValue(Value const& value) {
-    if (value.isText()) return appendText(value.text());
-    appendOwn(&value, [&] { return value.description(); });
+    switch (value.kind()) {
+    case Value::Kind::Text: return appendText(value.text());
+    case Value::Kind::List: return appendElements(value.list(), "[]");
+    case Value::Kind::Set: return appendElements(value.set(), "{}");
+    case Value::Kind::Dictionary: return appendElements(value.dictionary(), "{}");
+    case Value::Kind::ValueDictionary: return appendElements(value.valueDictionary(), "{}");
+    case Value::Kind::Object:
+        if (!mayFollow(value.object().get())) return appendMention(*value.object());
+        return appendOwn(value.object().get(), [&] { return value.object()->description(); });
+    default: appendOwn(&value, [&] { return value.description(); });
+    }
+}
+
+/// Of values, or of keys with values.
+template <class Elements> void DescriptionLine::appendElements(Elements const& elements, std::string_view ends) {
+    append(ends[0]);
+    Inside const inside(*this);
+    std::string_view comma;
+    for (auto const& each : elements) {
+        append(std::exchange(comma, ", "));
+        if (!isOpen()) {
+            append("…");
+            break;
+        }
+        if constexpr (std::is_same_v<std::remove_cvref_t<decltype(each)>, Value>) {
+            appendValue(each);
+        } else {
+            auto const& [key, held] = each;
+            appendValue(Value(key));
+            append(": ");
+            appendValue(held);
+        }
+    }
+    append(ends[1]);
 }
 
 void DescriptionLine::appendOwn(void const* object, FunctionRef<std::string()> description) {

@@ -81,6 +81,8 @@ public:
     std::string take() noexcept { return std::move(text_); }
 
 private:
+    template <class Elements> void appendElements(Elements const& elements, std::string_view ends);
+
     std::string text_;
     unsigned level_ = 0;
     DescriptionLine* const outer_; // the line in whose course this one was begun; null when there is none
