@@ -1,2 +1,3 @@
 #pragma once
-#include "Tessarin/platform/foundation/geometry/NSRect.h" // which ends with what stands in NSRect+Operations.inl: `RectDivision`, too
+// They stand with the operations that every rectangle brings along.
+#include "Tessarin/platform/foundation/geometry/NSRect.h"

@@ -56,8 +56,8 @@ struct SpawnProblem {
 /// The path of a program: as it is when it holds "/", else of the first folder of PATH that has it. Relative ones are the
 /// application's, not the new folder's. `path` is its result.
 SpawnProblem findProgram(std::string const& name, std::string& path);
-/// Starts it as the leader of a process group, if it is to have its own, with the standard descriptors alone, no signal blocked, and none but SIGHUP
-/// ignored.
+/// Starts it as the leader of a process group, if it is to have its own, with the standard descriptors alone, no signal
+/// blocked, and none but SIGHUP ignored.
 SpawnProblem spawn(SpawnPlan const& plan, pid_t& child);
 
 /// A descriptor that is readable once the process has ended, where the system has such; none otherwise.
