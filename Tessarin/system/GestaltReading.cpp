@@ -129,8 +129,8 @@ std::optional<std::string> container(std::string const& root, char const* (*vari
     if (exists("/.flatpak-info")) return "flatpak";
     if (!set("SNAP").empty()) return "snap";
     for (auto const* place : {"/run/host/container-manager", "/run/systemd/container"}) {
-        auto const text = file(root + place);
-        auto rest = std::string_view{text ? *text : ""};
+        auto const text = file(root + place).value_or("");
+        std::string_view rest = text;
         if (auto const name = trimmed(takeLine(rest)); !name.empty()) return std::string{name};
     }
     if (exists("/run/.containerenv")) return "podman";

@@ -17,10 +17,10 @@ inline NSRect fromCairo(cairo_rectangle_int_t const& rect) {
 /// Standardized: Cairo would draw a negative size the other way round.
 inline cairo_rectangle_t toCairo(NSRect const& rect) { return {rect.minX(), rect.minY(), rect.width(), rect.height()}; }
 
-/// The smallest one around it. What does not fit an int ends at 2³⁰; what is no number is 0.
+/// The smallest one around it. What does not fit an int ends below 2³⁰; what is no number is 0.
 inline cairo_rectangle_int_t toCairoInt(NSRect const& rect) {
     auto const whole = [](double number) {
-        constexpr double most = 1 << 30; // so that its width and height fit, too
+        constexpr double most = (1 << 30) - 1; // so that its width and height fit, too
         return std::isnan(number) ? 0 : static_cast<int>(std::clamp(number, -most, most));
     };
     auto const around = rect.integralOutward();

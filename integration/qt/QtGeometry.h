@@ -38,10 +38,10 @@ inline QColor toQt(NSColor const& color) {
     return QColor::fromRgbF(float(shown.red), float(shown.green), float(shown.blue), float(shown.alpha));
 }
 
-/// The smallest one around it. What does not fit an int ends at 2³⁰; what is no number is 0.
+/// The smallest one around it. What does not fit an int ends below 2³⁰; what is no number is 0.
 inline QRect toQtInt(NSRect const& rect) {
     auto const whole = [](double number) {
-        constexpr double most = 1 << 30; // so that its width and height fit, too
+        constexpr double most = (1 << 30) - 1; // so that its width and height fit, too
         return std::isnan(number) ? 0 : static_cast<int>(std::clamp(number, -most, most));
     };
     auto const around = rect.integralOutward();

@@ -46,6 +46,7 @@ TEST(SubprocessSurvival, ThoseThatFindNoDescriptorWaitTheirTurn) {
     setLimit(count > 60 ? 1024 : 96);
     EXPECT_EQ(echoes(count), count);
 
+#ifndef __SANITIZE_ADDRESS__ // its checks need a descriptor now and then
     setLimit(400); // enough for fifty, but the application has taken nearly all
     std::vector<processes::Handle> taken;
     for (int next = 0; next >= 0;) taken.emplace_back(next = ::open("/dev/null", O_RDONLY | O_CLOEXEC));
@@ -53,6 +54,7 @@ TEST(SubprocessSurvival, ThoseThatFindNoDescriptorWaitTheirTurn) {
     taken.resize(taken.size() - 15);
     EXPECT_EQ(echoes(30), 30);
     taken.clear();
+#endif
     setLimit(1024);
     EXPECT_EQ(openDescriptors(), before);
     EXPECT_FALSE(hasChildren());
