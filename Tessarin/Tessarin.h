@@ -152,7 +152,6 @@
 #include "Tessarin/geometry/AspectRatioType.h"
 #include "Tessarin/geometry/RadialGradient.h"
 #include "Tessarin/geometry/RectContentMode.h"
-#include "Tessarin/geometry/RectDivision.h"
 #include "Tessarin/keyaccess/AggregateBindings.h"
 #include "Tessarin/keyaccess/AggregateCount.h"
 #include "Tessarin/keyaccess/AggregateNames.h"

@@ -156,8 +156,11 @@ void benchPaths(Report& report) {
     benchPath(
         report, "with a component", [](Name path) { return Path::appendingPathComponent(path, "part.txt"); },
         [](Peer path) { return path / "part.txt"; });
-    benchPath( // this one is made here, for a path finds its components while it is made
+    benchPath(
         report, "components", [](Name path) { return Path::pathComponents(path); },
+        [](Peer path) { return std::vector<std::string>(path.begin(), path.end()); });
+    benchPath( // a path finds its components while it is made
+        report, "components, the peer's path made, too", [](Name path) { return Path::pathComponents(path); },
         [](Peer made) {
             fs::path const path(made.native());
             return std::vector<std::string>(path.begin(), path.end());

@@ -61,6 +61,13 @@ TEST(KeyboardModifiers, AreTheKeysThatQtKnowsToBeDown) {
 } // namespace
 } // namespace Tessarin
 
+#ifdef __SANITIZE_THREAD__
+/// Qt paints with threads of its own. It is not built for the sanitizer, which cannot see how they hand over what they wrote.
+extern "C" __attribute__((visibility("default"))) char const* __tsan_default_suppressions() {
+    return "race:libQt6Core.so\nrace:libQt6Gui.so\n";
+}
+#endif
+
 int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
     if (Tessarin::QtKeyboard const keyboard; Tessarin::KeyboardModifiers::current()) return 2; // no application object yet

@@ -78,14 +78,14 @@ std::uint32_t versionOf(RecordKey key, SQLiteRowFeed::Values values) { return ve
 } // namespace
 
 RowRef SQLiteRowDecoder::row(SQLite::Statement const& statement) {
-    auto const values = valuesOf(statement);
-    auto const key = keyOf(values);
-    auto const version = versionOf(key, values);
+    auto const key = statement.integer(0);
+    auto const version = versionFrom(key, statement.integer(1));
     auto const& root = plans_.front().second.layout->entity();
     if (auto cached = space_.cache().find(key, version)) {
         requireSameTree(cached->entity(), root, key);
         return cached;
     }
+    auto const values = valuesOf(statement); // only now: most look-ups end above
     auto const* plan = planOf(values);
     if (!plan) return {};
     auto row = decoded(values, *plan, key, version, nullptr);
@@ -182,9 +182,7 @@ private:
 };
 
 bool SQLiteRowDecoder::readAll(SQLiteRowFeed& feed, SQLite::Statement& statement, std::vector<RowRef>& rows) {
-    Filling filling(*this, rows);
-    run(feed, statement, [&](Values values) { filling.add(values); });
-    return filling.finish();
+    return readAll(feed, statement, rows, [](RecordKey) { return true; });
 }
 
 bool SQLiteRowDecoder::readAll(SQLiteRowFeed& feed, SQLite::Statement& statement, std::vector<RowRef>& rows, Wants wants) {

@@ -1,3 +1,0 @@
-#pragma once
-// They stand with the operations that every rectangle brings along.
-#include "Tessarin/platform/foundation/geometry/NSRect.h"
