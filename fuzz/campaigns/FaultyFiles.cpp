@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <memory>
 #include <mutex>
 #include <sqlite3.h>
 #include <stdexcept>
@@ -42,7 +43,7 @@ int faultOf(int code, bool takesSpace = false) {
 
 struct File {
     sqlite3_file base;
-    ModelDisk::File* model; // null when it is not followed
+    std::shared_ptr<ModelDisk::File> model; // null when it is not followed; lives from opening to closing
     sqlite3_file* inner() { return reinterpret_cast<sqlite3_file*>(this + 1); }
     static File& of(sqlite3_file* file) { return *reinterpret_cast<File*>(file); }
 };
@@ -53,6 +54,7 @@ template <class Call> int through(sqlite3_file* file, Call call) {
 }
 
 int close(sqlite3_file* file) {
+    std::destroy_at(&File::of(file).model);
     return through(file, [](auto* f, auto* m) { return m->xClose(f); });
 }
 int read(sqlite3_file* file, void* to, int size, sqlite3_int64 at) {
@@ -63,18 +65,18 @@ int write(sqlite3_file* file, void const* from, int size, sqlite3_int64 at) {
     if (auto const fault = faultOf(SQLITE_IOERR_WRITE, true)) return fault;
     bool const isShort = layer == Layer::SQLite && kind == Kind::ShortWrite && isDue();
     if (isShort) size /= 2;
-    disk.write(File::of(file).model, at, {static_cast<char const*>(from), static_cast<std::size_t>(size)});
+    disk.write(File::of(file).model.get(), at, {static_cast<char const*>(from), static_cast<std::size_t>(size)});
     auto const result = through(file, [&](auto* f, auto* m) { return m->xWrite(f, from, size, at); });
     return isShort ? SQLITE_IOERR_WRITE : result;
 }
 int truncate(sqlite3_file* file, sqlite3_int64 size) {
     if (auto const fault = faultOf(SQLITE_IOERR_TRUNCATE, true)) return fault;
-    disk.truncate(File::of(file).model, size);
+    disk.truncate(File::of(file).model.get(), size);
     return through(file, [&](auto* f, auto* m) { return m->xTruncate(f, size); });
 }
 int sync(sqlite3_file* file, int flags) {
     if (auto const fault = faultOf(SQLITE_IOERR_FSYNC, true)) return fault;
-    if (auto* const model = File::of(file).model) return disk.sync(model), SQLITE_OK;
+    if (auto* const model = File::of(file).model.get()) return disk.sync(model), SQLITE_OK;
     return through(file, [&](auto* f, auto* m) { return m->xSync(f, flags); });
 }
 int fileSize(sqlite3_file* file, sqlite3_int64* size) {
@@ -142,9 +144,12 @@ int open(sqlite3_vfs*, char const* name, sqlite3_file* file, int flags, int* out
     auto& made = File::of(file);
     made.base.pMethods = nullptr;
     if (auto const fault = faultOf(SQLITE_CANTOPEN, true)) return fault == SQLITE_FULL ? SQLITE_CANTOPEN : fault;
-    made.model = name ? disk.open(name) : nullptr;
+    std::construct_at(&made.model, name ? disk.open(name) : nullptr);
     auto const result = real->xOpen(real, name, made.inner(), flags, outFlags);
-    if (made.inner()->pMethods) made.base.pMethods = &methods;
+    if (made.inner()->pMethods)
+        made.base.pMethods = &methods;
+    else
+        std::destroy_at(&made.model); // it will not be closed
     return result;
 }
 int remove(sqlite3_vfs*, char const* name, int syncsFolder) {

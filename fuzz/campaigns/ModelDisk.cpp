@@ -39,13 +39,13 @@ bool ModelDisk::isFollowing() {
     return !folder_.empty();
 }
 
-ModelDisk::File* ModelDisk::open(std::string const& path) {
+std::shared_ptr<ModelDisk::File> ModelDisk::open(std::string const& path) {
     std::lock_guard const hold(mutex_);
     if (folder_.empty() || !path.starts_with(folder_)) return nullptr;
     auto& file = files_[nameOf(path)];
-    if (!std::filesystem::exists(path))
-        file = {.syncsFolder = path.ends_with("-wal") || path.ends_with("-journal")}; // whatever had that name
-    return &file;
+    if (!file || !std::filesystem::exists(path)) // whatever had that name
+        file = std::make_shared<File>(File{.syncsFolder = path.ends_with("-wal") || path.ends_with("-journal")});
+    return file;
 }
 
 void ModelDisk::write(File* file, std::int64_t at, std::string_view bytes) {
@@ -71,15 +71,15 @@ void ModelDisk::sync(File* file) {
     // With a new log or journal SQLite syncs the folder, too, and so whatever was removed there before.
     if (std::exchange(file->exists, true) || !file->syncsFolder) return;
     for (auto& [name, other] : files_)
-        if (other.isRemoved) other = {};
+        if (other->isRemoved) *other = {};
 }
 
 void ModelDisk::remove(std::string const& path) {
     std::lock_guard const hold(mutex_);
     auto const found = files_.find(nameOf(path));
     if (folder_.empty() || found == files_.end()) return;
-    found->second.isRemoved = true; // its name may still be there after the cut, with what it held
-    found->second.pending.clear();
+    found->second->isRemoved = true; // its name may still be there after the cut, with what it held
+    found->second->pending.clear();
 }
 
 void ModelDisk::cutAt(std::uint64_t operation, std::function<std::uint64_t(std::uint64_t)> random, std::function<void()> atCut) {
@@ -96,7 +96,7 @@ void ModelDisk::operationBegins() {
     isCut_ = true;
     atCut_();
     for (auto const& [name, file] : files_)
-        if ((file.exists && !file.isRemoved) || random_(2) == 0) left_[name] = leftOf(file, random_);
+        if ((file->exists && !file->isRemoved) || random_(2) == 0) left_[name] = leftOf(*file, random_);
 }
 
 std::string ModelDisk::leftOf(File const& file, std::function<std::uint64_t(std::uint64_t)> const& random) {

@@ -2,6 +2,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -29,7 +30,8 @@ public:
     /// Files in that folder from now on; an empty name ends it and forgets them.
     void follow(std::string folder);
     bool isFollowing();
-    File* open(std::string const& path); // before it is opened; null when it is not followed
+    /// Before it is opened; null when it is not followed. A file that a store closes late outlives what follows it.
+    std::shared_ptr<File> open(std::string const& path);
     void write(File* file, std::int64_t at, std::string_view bytes);
     void truncate(File* file, std::int64_t size);
     void sync(File* file);
@@ -47,7 +49,7 @@ public:
 private:
     std::mutex mutex_;
     std::string folder_;
-    std::map<std::string, File> files_; // by name
+    std::map<std::string, std::shared_ptr<File>> files_; // by name
     std::uint64_t operations_ = 0, cutAt_ = UINT64_MAX;
     std::function<std::uint64_t(std::uint64_t)> random_;
     std::function<void()> atCut_;
