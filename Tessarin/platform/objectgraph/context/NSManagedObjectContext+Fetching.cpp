@@ -221,7 +221,7 @@ private:
             if (!object->isDeleted() && seen.add(object->recordKey()) && isWanted(object->entity()) && fits(*object))
                 objects.push_back(std::move(object));
         };
-        for (auto const key : listsFirst() ? unsaved_->firstCandidates(countUpToLast()) : unsaved_->candidates()) {
+        for (auto const key : unsaved_->listsFirst() ? unsaved_->firstCandidates(countUpToLast()) : unsaved_->candidates()) {
             auto living = context_.link->find(key);
             if (living && (GraphAccess::state(*living).row || living->isInserted()))
                 add(std::move(living));
@@ -241,15 +241,6 @@ private:
     std::size_t countUpToLast() const {
         static constexpr std::size_t most = SIZE_MAX / 4;
         return std::min(request_.fetchLimit(), most) + std::min(request_.fetchOffset(), most);
-    }
-
-    /// Whether the request asks for the first records in an order by attributes.
-    bool listsFirst() const {
-        auto const isStored = [&](Ref<NSSortDescriptor> const& each) {
-            auto const* property = entity_.propertyNamed(each->key());
-            return property && property->asAttribute() && !property->isTransient();
-        };
-        return request_.fetchLimit() != 0 && !request_.predicate() && std::ranges::all_of(request_.sortDescriptors(), isStored);
     }
 
     bool fits(NSManagedObject& object) {

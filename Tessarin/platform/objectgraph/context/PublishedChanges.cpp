@@ -60,12 +60,10 @@ std::shared_ptr<ChangeSets const> withMore(ChangeSets list, ChangeSets const& mo
     return std::make_shared<ChangeSets>(std::move(list));
 }
 
-/// What readers have asked of the sets before, they will ask of those that are new.
+/// What the main queue asks of those that are new need not be made there.
 void prepare(ChangeSets const& now, std::shared_ptr<ChangeSets const> const& before) {
-    if (!before) return;
     for (auto const& set : now)
-        if (std::ranges::find(*before, set) == before->end())
-            for (auto const& earlier : *before) set->prepareLike(*earlier);
+        if (!before || std::ranges::find(*before, set) == before->end()) set->prepare();
 }
 
 void removeFrom(ChangeSets& sets, ChangeSets const& leaving) {

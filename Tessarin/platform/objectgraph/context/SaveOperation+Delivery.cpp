@@ -63,7 +63,6 @@ Ref<NSError> SaveOperation::handUp(NSManagedObjectContext& parent) {
         if (!isStillFree(seen, lookedAbove_)) return nullptr;
         handed_ = rebased(sets_, *state.published.unsaved());
         outcome_ = {};
-        prepareForReaders(state);
         if (!fitsAbove(state)) {
             RecordReader const above(state, RecordReader::Sees::Saved);
             auto const stored = [&](NSEntityDescription const& entity, RecordKey key) { return above.row(entity, key); };
@@ -78,13 +77,6 @@ Ref<NSError> SaveOperation::handUp(NSManagedObjectContext& parent) {
         }
         if (context_.published.handUp(sets_, handed_, state.published, seen)) return nullptr;
     }
-}
-
-/// What the sets on their way were asked, these will be asked, too: better made ready here than by the main queue.
-void SaveOperation::prepareForReaders(ContextState& parent) const {
-    RecordReader const above(parent, RecordReader::Sees::Saved);
-    for (auto const& set : handed_)
-        for (auto const& earlier : above.sets()) set->prepareLike(*earlier);
 }
 
 /// False when somebody who came since the look for unique values has those of the own changes.

@@ -25,7 +25,6 @@ private:
     void takeApart(std::vector<RefusedSet> const& found);
     Ref<NSError> handUp(NSManagedObjectContext& parent);
     bool fitsAbove(ContextState& parent) const;
-    void prepareForReaders(ContextState& parent) const;
     Ref<NSError> decide(std::span<RowConflict> conflicts);
     void settle();
     void setAside();

@@ -3,6 +3,7 @@
 #include "Tessarin/platform/foundation/predicates/NSComparisonPredicate.h"
 #include "Tessarin/platform/foundation/predicates/NSCompoundPredicate.h"
 #include "Tessarin/platform/objectgraph/context/TurnedRecordsPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/ValueHashPrivate.h"
 
 #include <algorithm>
 
@@ -21,20 +22,29 @@ NSAttributeDescription const* comparedAttribute(NSComparisonPredicate const& com
     return property ? property->asAttribute() : nullptr;
 }
 
+using EqualityTaker = FunctionRef<bool(NSAttributeDescription const& attribute, Value const& constant)>;
+
+/// Hands the equalities on that the predicate asks for, until one is taken; false when none was.
+bool takeEquality(NSPredicate const& predicate, NSEntityDescription const& entity, EqualityTaker take) {
+    if (auto const* compound = predicate.asCompound())
+        return compound->compoundPredicateType() == NSCompoundPredicateType::And &&
+               std::ranges::any_of(compound->subpredicates(),
+                                   [&](auto const& each) { return takeEquality(*each, entity, take); });
+    auto const* comparison = predicate.asComparison();
+    auto const* attribute = comparison ? comparedAttribute(*comparison, entity) : nullptr;
+    return attribute && take(*attribute, comparison->rightExpression()->constantValue());
+}
+
 } // namespace
 
 std::optional<std::vector<Ref<NSManagedObject>>> objectsByEquality(ContextState& context, NSPredicate const& predicate,
                                                                    NSEntityDescription const& entity) {
-    if (auto const* compound = predicate.asCompound()) {
-        if (compound->compoundPredicateType() != NSCompoundPredicateType::And) return {};
-        for (auto const& each : compound->subpredicates())
-            if (auto found = objectsByEquality(context, *each, entity)) return found;
-        return {};
-    }
-    auto const* comparison = predicate.asComparison();
-    auto const* attribute = comparison ? comparedAttribute(*comparison, entity) : nullptr;
-    if (!attribute || attribute->isTransient()) return {};
-    return context.values.find(context, *attribute, comparison->rightExpression()->constantValue());
+    std::optional<std::vector<Ref<NSManagedObject>>> found;
+    takeEquality(predicate, entity, [&](NSAttributeDescription const& attribute, Value const& constant) {
+        if (!attribute.isTransient()) found = context.values.find(context, attribute, constant);
+        return found.has_value();
+    });
+    return found;
 }
 
 UnsavedRecords::UnsavedRecords(ContextState& context, RecordReader const& reader, NSFetchRequest const& request,
@@ -45,10 +55,31 @@ UnsavedRecords::UnsavedRecords(ContextState& context, RecordReader const& reader
       entity_(entity),
       sets_(&reader.sets()),
       ownCount_(context.changed.countOf(entity, request.includesSubentities())) {
+    if (context.concurrencyType == NSManagedObjectContextConcurrencyType::MainQueue) noteQuestion();
     if (context.changed.empty() && sets_->empty()) return;
     for (auto const& set : *sets_) note(*set, entity);
     turnsAll_ = !addTurnedRecords(context, reader, request, entity, turned_);
     count_ += ownCount_ + turned_.size();
+}
+
+/// What is asked now will be asked again beside the next save.
+void UnsavedRecords::noteQuestion() const {
+    auto& questions = context_.coordinator->space()->questions();
+    if (listsFirst()) return questions.note(*entity_.rootEntity(), request_.sortDescriptors());
+    if (!request_.predicate()) return;
+    takeEquality(*request_.predicate(), entity_, [&](NSAttributeDescription const& attribute, Value const& constant) {
+        if (attribute.isTransient() || !valueHash(constant, attribute.attributeType())) return false;
+        questions.note(attribute);
+        return true;
+    });
+}
+
+bool UnsavedRecords::listsFirst() const {
+    auto const isStored = [&](Ref<NSSortDescriptor> const& each) {
+        auto const* property = entity_.propertyNamed(each->key());
+        return property && property->asAttribute() && !property->isTransient();
+    };
+    return request_.fetchLimit() != 0 && !request_.predicate() && std::ranges::all_of(request_.sortDescriptors(), isStored);
 }
 
 void UnsavedRecords::note(ChangeSet const& set, NSEntityDescription const& entity) {
@@ -140,17 +171,13 @@ bool UnsavedRecords::addOwnEqual(NSPredicate const& predicate, KeySet& keys) con
 }
 
 bool UnsavedRecords::addEqual(ChangeSet const& set, NSPredicate const& predicate, KeySet& keys) const {
-    if (auto const* compound = predicate.asCompound())
-        return compound->compoundPredicateType() == NSCompoundPredicateType::And &&
-               std::ranges::any_of(compound->subpredicates(), [&](auto const& each) { return addEqual(set, *each, keys); });
-    auto const* comparison = predicate.asComparison();
-    auto const* attribute = comparison ? comparedAttribute(*comparison, entity_) : nullptr;
-    if (!attribute) return false;
-    auto const found = set.keysWith(*entity_.rootEntity(), *attribute, comparison->rightExpression()->constantValue());
-    if (!found) return false;
-    for (auto const key : *found)
-        if (contains(key)) keys.add(key);
-    return true;
+    return takeEquality(predicate, entity_, [&](NSAttributeDescription const& attribute, Value const& constant) {
+        auto const found = set.keysWith(*entity_.rootEntity(), attribute, constant);
+        if (!found) return false;
+        for (auto const key : *found)
+            if (contains(key)) keys.add(key);
+        return true;
+    });
 }
 
 } // namespace Tessarin

@@ -29,6 +29,8 @@ public:
     /// The same for a request without a predicate that asks for the first `count` in an order by attributes: those that may be
     /// among them, without a look at all that is inserted.
     std::vector<RecordKey> firstCandidates(std::size_t count) const;
+    /// Whether the request asks for that: for the first records in an order by attributes.
+    bool listsFirst() const;
     /// The keys of those that the store may have, as ranges.
     std::vector<KeyRange> stored() const;
 
@@ -37,6 +39,7 @@ private:
         return request_.includesSubentities() ? entity.isKindOf(&entity_) : &entity == &entity_;
     }
     void note(ChangeSet const& set, NSEntityDescription const& entity);
+    void noteQuestion() const;
     bool isOwn(RecordKey key) const;
     void addOwn(KeySet& keys) const;
     void addOf(ChangeSet const& set, KeySet& keys) const;

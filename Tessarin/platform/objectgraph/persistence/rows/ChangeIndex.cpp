@@ -46,15 +46,6 @@ ChangeIndex::Entries const& ChangeIndex::entriesOf(std::span<RecordChange const>
     return place->second;
 }
 
-void ChangeIndex::prepareLike(ChangeIndex const& other, ChangeSet const& set) const {
-    std::vector<NSAttributeDescription const*> asked;
-    {
-        std::lock_guard const hold(other.mutex_);
-        for (auto const& [attribute, entries] : other.entries_) asked.push_back(attribute);
-    }
-    for (auto const* attribute : asked) entriesOf(set.changesOf(*attribute->entity()->rootEntity()), *attribute);
-}
-
 std::span<std::uint32_t const> ChangeIndex::find(std::span<RecordChange const> changes, UniqueConstraint const& constraint,
                                                  std::string const& values) const {
     Holders const* holders = nullptr;

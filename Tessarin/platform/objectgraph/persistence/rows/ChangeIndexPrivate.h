@@ -31,8 +31,10 @@ public:
     std::span<std::uint32_t const> find(std::span<RecordChange const> changes, UniqueConstraint const& constraint,
                                         std::string const& values) const;
 
-    /// Asks for the attributes that the other was asked for, ahead of whoever will.
-    void prepareLike(ChangeIndex const& other, ChangeSet const& set) const;
+    /// Ahead of whoever will ask about the attribute.
+    void prepare(std::span<RecordChange const> changes, NSAttributeDescription const& attribute) const {
+        entriesOf(changes, attribute);
+    }
 
 private:
     using Holders = std::unordered_map<std::string, std::vector<std::uint32_t>>;

@@ -47,7 +47,7 @@ std::shared_ptr<ChangeOrder::First const> ChangeOrder::first(ChangeSet const& se
     auto const name = nameOf(tree, descriptors);
     {
         std::lock_guard const hold(mutex_);
-        auto const& known = questions_[name].answer;
+        auto const& known = answers_[name];
         if (known && (known->isAll || known->places.size() >= count)) return known;
     }
     auto all = insertionsIn(set.changesOf(tree), descriptors);
@@ -61,18 +61,8 @@ std::shared_ptr<ChangeOrder::First const> ChangeOrder::first(ChangeSet const& se
     answer->isAll = wanted == all.size();
     for (auto const& each : std::span(all).first(wanted)) answer->places.push_back(each.at);
     std::lock_guard const hold(mutex_);
-    questions_[name] = {&tree, {descriptors.begin(), descriptors.end()}, answer};
+    answers_[name] = answer;
     return answer;
-}
-
-void ChangeOrder::prepareLike(ChangeOrder const& other, ChangeSet const& set) const {
-    std::vector<Question> asked;
-    {
-        std::lock_guard const hold(other.mutex_);
-        for (auto const& [name, question] : other.questions_)
-            if (question.answer) asked.push_back(question);
-    }
-    for (auto const& each : asked) first(set, *each.tree, each.descriptors, fewest);
 }
 
 } // namespace Tessarin

@@ -29,17 +29,10 @@ public:
     /// of the same set.
     std::shared_ptr<First const> first(ChangeSet const& set, NSEntityDescription const& tree, Descriptors descriptors,
                                        std::size_t count) const;
-    /// Asks what the other was asked, ahead of whoever will.
-    void prepareLike(ChangeOrder const& other, ChangeSet const& set) const;
 
 private:
-    struct Question {
-        NSEntityDescription const* tree = nullptr;
-        std::vector<Ref<NSSortDescriptor>> descriptors;
-        std::shared_ptr<First const> answer;
-    };
     mutable std::mutex mutex_;
-    mutable std::map<std::string, Question> questions_; // guarded by mutex_; answers are never changed
+    mutable std::map<std::string, std::shared_ptr<First const>> answers_; // guarded by mutex_; never changed
 };
 
 } // namespace Tessarin

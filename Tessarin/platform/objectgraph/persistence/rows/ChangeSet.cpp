@@ -82,11 +82,14 @@ std::vector<RecordKey> ChangeSet::firstInserted(NSEntityDescription const& rootE
     }
 }
 
-void ChangeSet::prepareLike(ChangeSet const& other) const {
+void ChangeSet::prepare() const {
     static constexpr std::size_t fewest = 256; // changes: with less whoever asks is as quick
     if (changes_.size() < fewest) return;
-    order_.prepareLike(other.order_, *this);
-    index_.prepareLike(other.index_, *this);
+    for (auto const& question : space_->questions().forNextSet())
+        if (question.equal)
+            index_.prepare(changesOf(*question.equal->entity()->rootEntity()), *question.equal);
+        else
+            order_.first(*this, *question.tree, question.order, 0);
 }
 
 RecordChange const* ChangeSet::find(NSEntityDescription const& entity, RecordKey key) const noexcept {

@@ -65,8 +65,8 @@ public:
     /// The first `count` insertions of a tree of entities that `accepts`, in the order of descriptors that name attributes.
     std::vector<RecordKey> firstInserted(NSEntityDescription const& rootEntity, ChangeOrder::Descriptors descriptors,
                                          std::size_t count, FunctionRef<bool(RecordChange const&)> accepts) const;
-    /// Makes ready for the questions that a set before this one was asked: by whoever saves, so that whoever asks need not wait.
-    void prepareLike(ChangeSet const& other) const;
+    /// Makes ready for what the main queue has asked lately: by whoever saves, so that it need not wait.
+    void prepare() const;
 
 private:
     Ref<RowSpace> space_;

@@ -1,5 +1,6 @@
 #pragma once
 #include "Tessarin/Export.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/ChangeQuestionsPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/rows/Row.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/IdentityTablePrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/KeyTablePrivate.h"
@@ -71,12 +72,14 @@ public:
     RowCache& cache() noexcept { return cache_; }
     IdentityTable& identities() const noexcept { return *identities_; }
     UniqueConstraints const& constraints() const noexcept { return constraints_; }
+    ChangeQuestions& questions() noexcept { return questions_; }
 
 private:
     Ref<NSManagedObjectModel> model_;
     UniqueConstraints constraints_;
     std::vector<RowLayout> layouts_; // by entity index
     RowCache cache_;
+    ChangeQuestions questions_;
     Ref<IdentityTable> identities_;
 };
 
