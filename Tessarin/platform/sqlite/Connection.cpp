@@ -129,13 +129,22 @@ Connection::LogState Connection::logState() const noexcept {
     return state;
 }
 
-std::uint32_t Connection::readableLogPages() const noexcept {
-    static constexpr std::size_t place = 16;
-    auto const state = logState();
-    std::uint32_t pages = 0;
-    std::memcpy(&pages, reinterpret_cast<std::byte const*>(state.data()) + place, sizeof pages);
-    return pages;
+namespace {
+
+std::uint32_t numberIn(Connection::LogState const& state, std::size_t place) noexcept {
+    std::uint32_t number = 0;
+    std::memcpy(&number, reinterpret_cast<std::byte const*>(state.data()) + place, sizeof number);
+    return number;
 }
+
+} // namespace
+
+bool Connection::isOneCommitLater(LogState const& later, LogState const& state) noexcept {
+    static constexpr std::size_t commits = 8;
+    return numberIn(later, commits) == numberIn(state, commits) + 1;
+}
+
+std::uint32_t Connection::readableLogPages() const noexcept { return numberIn(logState(), 16); }
 
 void Connection::noteCommits() noexcept { seenLog_ = logState(); }
 

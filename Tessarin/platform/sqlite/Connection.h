@@ -68,6 +68,10 @@ public:
     /// it is not known for certain, because somebody has committed since. Ask after the transaction's first read.
     using LogState = std::array<std::uint64_t, 6>;
     std::optional<LogState> seenState() const noexcept { return hasNewerCommits() ? std::nullopt : std::optional(seenLog_); }
+    /// The state of the file now, whoever committed last; all 0 when it is not known.
+    LogState logState() const noexcept;
+    /// Whether a single commit leads from one to the other.
+    static bool isOneCommitLater(LogState const& later, LogState const& state) noexcept;
 
 private:
     static constexpr std::size_t keptStatements = 200;
@@ -75,7 +79,6 @@ private:
         void operator()(sqlite3* handle) const noexcept;
     };
     void forgetStatements();
-    LogState logState() const noexcept;
 
     std::string path_;
     std::unique_ptr<sqlite3, Close> handle_; // before the statements, which go first

@@ -40,11 +40,20 @@ TEST_F(TagsFarApart, ARepeatedScanSeesWhatAnybodySavedMeanwhile) {
     EXPECT_EQ(keysOf(here.fetch("Tag")), keys);
 
     auto const ours = here.fetch("Tag");
+    auto const last = keys.back();
     ASSERT_FALSE(here.save({here.deletion(ours[7]), here.update(ours[8], {{"name", "ours"}})}));
-    keys.erase(keys.begin() + 7);
+    ASSERT_FALSE(here.save({here.insertion("Tag", first + 1, {}), here.insertion("Tag", last + 1, {}), here.deletion(ours[30]),
+                            here.insertion("Author", here.newKey(), {})}));
+    for (auto const at : {30, 7}) keys.erase(keys.begin() + at);
+    keys.insert(keys.begin() + 1, first + 1);
+    keys.push_back(last + 1);
     auto found = here.fetch("Tag");
     EXPECT_EQ(keysOf(found), keys);
-    EXPECT_EQ(here.value(found[7], "name"), Value("ours"));
+    EXPECT_EQ(here.value(found[8], "name"), Value("ours"));
+    ASSERT_FALSE(here.save({here.deletion(found.back()), here.deletion(found[1])}));
+    keys.pop_back();
+    keys.erase(keys.begin() + 1);
+    EXPECT_EQ(keysOf(here.fetch("Tag")), keys);
 
     auto const theirs = there.fetch("Tag");
     ASSERT_FALSE(there.save({there.deletion(theirs[0]), there.update(theirs[1], {{"name", "theirs"}})}));

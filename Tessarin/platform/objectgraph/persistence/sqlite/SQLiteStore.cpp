@@ -102,6 +102,7 @@ Ref<NSError> SQLiteStore::save(std::span<Ref<ChangeSet const> const> sets, Confl
         outcome = {};
         auto& [connection, writer] = impl.writer();
         SQLite::Transaction transaction(connection);
+        auto const before = connection.logState();
         impl.requireInPlace(); // what is written to a file that was removed, or moved away, is lost
         impl.requireSameModel(connection);
         auto written = sets;
@@ -115,9 +116,12 @@ Ref<NSError> SQLiteStore::save(std::span<Ref<ChangeSet const> const> sets, Confl
         impl.keys.topUp(connection);
         impl.readers->endIdle(); // so that the commit finds the log free
         transaction.commit();
+        auto const after = connection.logState();
         impl.keys.confirm();
         impl.metadata.confirm();
         writer.publish(written, outcome);
+        bool const isAll = outcome.sets.empty() && outcome.corrected.empty() && connection.isOneCommitLater(after, before);
+        if (isAll) impl.scans->noteSave(before, after, written);
     };
     auto error = caught([&] {
         try {

@@ -38,8 +38,37 @@ bool SQLiteTableScans::readKept(SQLiteReader::Scanned scanned, SQLite::Connectio
     std::lock_guard const hold(mutex_);
     if (!last_ || last_->state != state || last_->scanned != scanned) return false;
     ++uses_;
+    last_->layOver();
     last_->rows.appendTo(rows);
     return true;
+}
+
+void SQLiteTableScans::noteSave(SQLite::Connection::LogState const& before, SQLite::Connection::LogState const& after,
+                                std::span<Ref<ChangeSet const> const> sets) {
+    std::optional<Result> former; // released after the lock
+    std::lock_guard const hold(mutex_);
+    if (!last_ || last_->state != before) return;
+    last_->state = after;
+    auto const& tree = *last_->scanned.entity->rootEntity();
+    for (auto const& set : sets) {
+        auto const count = set->changesOf(tree).size();
+        last_->changes += count;
+        if (count != 0) last_->saves.push_back(set);
+    }
+    if (last_->changes > mostChanges || last_->rows.bytes() > mostKeptBytes) former.swap(last_);
+}
+
+void SQLiteTableScans::Result::layOver() {
+    if (saves.empty()) return;
+    KeptRows::Changes changed;
+    auto const& [entity, includesSubentities] = scanned;
+    for (auto const& set : saves)
+        for (auto const& change : set->changesOf(*entity->rootEntity()))
+            if (change.changesRow() && (includesSubentities ? change.entity->isKindOf(entity) : change.entity == entity))
+                changed[change.key] = change.after;
+    rows.apply(changed);
+    saves.clear();
+    changes = 0;
 }
 
 void SQLiteTableScans::keep(SQLiteReader::Scanned scanned, SQLite::Connection::LogState const& state, KeptRows rows) {
