@@ -144,6 +144,15 @@ TEST(Path, EachOperationAndWhereItDiffersFromTheStandardLibraryAndPOSIX) {
     }
 }
 
+TEST(Path, ComponentsOfAnyLengthAreWholeWhateverTheirBytes) {
+    for (std::size_t length = 1; length < 40; ++length) {
+        std::string const first(length, 'a'), second(40 - length, static_cast<char>('/' | 0x80));
+        for (auto const* const end : {"", "/", "///"})
+            EXPECT_EQ(Path::pathComponents(first + "//" + second + "/c/" + first + end),
+                      (std::vector<std::string>{first, second, "c", first}));
+    }
+}
+
 TEST(Path, TheHomeFolderIsATildeAndBack) {
     auto const* const user = ::getpwuid(::getuid());
     struct {

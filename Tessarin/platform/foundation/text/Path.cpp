@@ -1,6 +1,9 @@
 #include "Tessarin/platform/foundation/text/Path.h"
 
 #include <algorithm>
+#include <bit>
+#include <cstdint>
+#include <cstring>
 
 namespace Tessarin::Path {
 namespace {
@@ -23,6 +26,32 @@ std::string_view takeName(std::string_view& path) {
 std::size_t dotOf(std::string_view name) {
     auto const dot = name.rfind('.');
     return dot + 1 == name.size() || name.find_first_not_of('.') >= dot ? name.npos : dot;
+}
+
+// Names are short, so calls and branches that look for their ends cost more than anything else (benchmark "text").
+
+constexpr std::size_t step = sizeof(std::uint64_t);
+static_assert(std::endian::native == std::endian::little);
+
+/// The highest bit of each byte of at most eight that is a "/".
+std::uint64_t slashesIn(std::string_view part) {
+    constexpr std::uint64_t ones = 0x0101010101010101U, lows = 0x7f7f7f7f7f7f7f7fU;
+    std::uint64_t bytes = 0;
+    if (part.size() == step)
+        std::memcpy(&bytes, part.data(), step);
+    else
+        std::memcpy(&bytes, part.data(), part.size());
+    bytes ^= ones * '/'; // 0 where one is
+    return ~(((bytes & lows) + lows) | bytes | lows);
+}
+
+/// Appends the first `size` bytes of `rest`. With the string's own functions inside.
+[[gnu::noinline, gnu::flatten]] void append(std::vector<std::string>& components, std::string_view rest, std::size_t size) {
+    constexpr std::size_t inPlace = 15; // what a string holds without memory: copied as a whole, without a call, and cut
+    if (size <= inPlace && rest.size() >= inPlace)
+        components.emplace_back(rest.data(), inPlace).erase(size);
+    else
+        components.emplace_back(rest.data(), size);
 }
 
 } // namespace
@@ -77,13 +106,19 @@ std::string appendingPathExtension(std::string_view path, std::string_view exten
 }
 
 std::vector<std::string> pathComponents(std::string_view path) {
+    static constexpr std::size_t usual = 8; // most paths have no more, and to count them first takes longer
     std::vector<std::string> components;
-    components.reserve(static_cast<std::size_t>(std::ranges::count(path, '/')) + 1);
-    if (isAbsolutePath(path)) components.emplace_back("/");
-    for (std::size_t from = 0, at = 0; at < path.size(); from = at + 1) { // names are short: no calls to look for their ends
-        for (at = from; at < path.size() && path[at] != '/';) ++at;
-        if (at > from) components.emplace_back(path.substr(from, at - from));
-    }
+    components.reserve(usual);
+    if (isAbsolutePath(path)) components.emplace_back(1, '/');
+    std::size_t from = 0;
+    auto const endAt = [&](std::size_t to) {
+        if (to > from) append(components, path.substr(from), to - from);
+        from = to + 1;
+    };
+    for (std::size_t at = 0; at < path.size(); at += step)
+        for (auto slashes = slashesIn(path.substr(at, step)); slashes != 0; slashes &= slashes - 1)
+            endAt(at + static_cast<std::size_t>(std::countr_zero(slashes)) / 8);
+    endAt(path.size());
     return components;
 }
 
