@@ -38,6 +38,7 @@
 #include "Tessarin/platform/queues/DispatchSemaphore.h"
 #include "Tessarin/platform/queues/DispatchSource.h"
 #include "Tessarin/platform/queues/DispatchTime.h"
+#include "Tessarin/platform/queues/Queue+Waiting.h"
 #include "Tessarin/platform/queues/Queue.h"
 #include "Tessarin/platform/queues/Retained.h"
 #include "Tessarin/platform/foundation/values/Base64.h"

@@ -75,6 +75,10 @@ public:
     /// Goes on where an item that stands for a queue leads, until the queue is left. Called with the queue's token, or for an
     /// item of a concurrent queue as one of its readers.
     static void follow(engine::Step step) noexcept;
+    /// Whether what runs on it now has nothing beside it.
+    bool runsAlone() const noexcept {
+        return !isGlobal() && !(state_.load(std::memory_order_acquire) & engine::state::Readers);
+    }
     bool isIdle() const noexcept { return state_.load(std::memory_order_acquire) == 0; }
     bool hasToken() const noexcept { return state_.load(std::memory_order_acquire) & engine::state::Token; }
 

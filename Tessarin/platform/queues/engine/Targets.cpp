@@ -1,5 +1,7 @@
 #include "Tessarin/platform/queues/engine/DispatchQueue.h"
 
+#include "Tessarin/platform/queues/Queue+Waiting.h"
+#include "Tessarin/platform/queues/engine/Required.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 #include <mutex>
 #include <unordered_set>
@@ -51,6 +53,18 @@ bool DispatchQueue::leadsTo(DispatchQueue& start, DispatchQueue const& wanted) {
         std::lock_guard const hold(rareLock);
         for (auto* const next : {queue->target(), queue->comingTarget_})
             if (next && !next->isRoot()) open.emplace_back(next);
+    }
+    return false;
+}
+
+bool queueWaitsForThisThread(dispatch_queue_t const& queue) {
+    required(queue, __func__);
+    for (auto level = queue; level;) {
+        if (level->isMain()) return isMainThread();
+        if (level->runsAlone() && queueIsHeld(level)) return true;
+        auto const below = std::move(level); // goes after the lock
+        std::lock_guard const hold(rareLock);
+        level = dispatch_queue_t{below->target()};
     }
     return false;
 }
