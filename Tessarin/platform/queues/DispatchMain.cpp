@@ -31,7 +31,8 @@ constinit bool loopRuns = false;
 constinit bool isDraining = false;
 constinit bool wasClearedInside = false; // the descriptor, by a loop inside an item
 
-// After work the loop looks out for more for a moment: a thread that syncs to main in a row waits a tenth of the time.
+// After a sync the loop looks out for more for a moment: a thread that syncs to main in a row waits a tenth of the time. After
+// anything else nobody waits, and dense timers would cost twice as much (benchmark "system").
 constexpr Nanoseconds afterglow = 10'000;
 bool isSignalled() noexcept { return signal.load(std::memory_order_acquire) == Signalled; }
 
@@ -95,14 +96,11 @@ void runMainLoop() {
     requireMainThread("runMainLoop");
     if (thisThread.frames) fatal("runMainLoop: inside a work item");
     loopRuns = true;
-    bool hasJustRun = false;
     while (!stopRequested.exchange(false)) {
-        if (isSignalled()) {
+        if (isSignalled())
             drainOnce();
-            hasJustRun = true;
-        } else if (!std::exchange(hasJustRun, false) || !spin(afterglow, isSignalled)) {
+        else if (!std::exchange(thisThread.hasServedSync, false) || !spin(afterglow, isSignalled))
             sleepUntilSignalled();
-        }
     }
     loopRuns = false;
 }

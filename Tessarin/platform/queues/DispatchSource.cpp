@@ -57,7 +57,7 @@ public:
             disarm();
             if (isRunning_) return; // its end goes on from here
         }
-        end();
+        dispatch_async(queue_, [self = shared_from_this()] { self->end(); });
     }
     void suspend() {
         std::lock_guard const hold(lock_);
@@ -111,19 +111,17 @@ private:
             isRunning_ = false;
             if (!isCancelled()) return arm();
         }
-        end();
+        end(); // this is the queue
     }
-    /// After the last event: nobody else calls the handlers any more.
+    /// On the queue, after the last event: nobody else calls the handlers any more.
     void end() {
-        dispatch_async(queue_, [self = shared_from_this()] {
-            Handler last, done;
-            {
-                std::lock_guard const hold(self->lock_);
-                std::swap(last, self->handler_);
-                std::swap(done, self->cancelHandler_);
-            }
-            if (done) (*done)();
-        });
+        Handler last, done;
+        {
+            std::lock_guard const hold(lock_);
+            std::swap(last, handler_);
+            std::swap(done, cancelHandler_);
+        }
+        if (done) (*done)();
     }
 
     dispatch_queue_t const queue_;

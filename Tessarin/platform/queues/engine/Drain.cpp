@@ -107,7 +107,10 @@ bool DispatchQueue::runNextConcurrent(bool isFirst) noexcept {
 }
 
 void DispatchQueue::giveTo(Waiter& waiter) noexcept {
-    if (isMainThread()) return waiter.runHere();
+    if (isMainThread()) {
+        thisThread.hasServedSync = true;
+        return waiter.runHere();
+    }
     thisThread.chainPassedOn = true;
     passOn(waiter);
 }
