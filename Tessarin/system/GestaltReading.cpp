@@ -1,6 +1,8 @@
 #include "Tessarin/system/GestaltReadingPrivate.h"
 
+#include <algorithm>
 #include <charconv>
+#include <climits>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -48,6 +50,13 @@ std::optional<std::string> unquoted(std::string_view text) {
         }
     }
     return quote ? std::nullopt : std::optional(value);
+}
+
+/// Where a symbolic link leads; "" when it is none.
+std::string link(std::string const& path) {
+    char target[PATH_MAX];
+    auto const length = ::readlink(path.c_str(), target, sizeof target);
+    return {target, static_cast<std::size_t>(std::max<ssize_t>(length, 0))};
 }
 
 } // namespace
@@ -127,7 +136,9 @@ std::optional<std::string> container(std::string const& root, char const* (*vari
     };
     auto const exists = [&root](char const* path) { return ::access((root + path).c_str(), F_OK) == 0; };
     if (exists("/.flatpak-info")) return "flatpak";
-    if (!set("SNAP").empty()) return "snap";
+    // A terminal in a snap hands the variable on to what it starts outside; what is inside has its program there.
+    if (auto const snap = set("SNAP"); !snap.empty() && link(root + "/proc/self/exe").starts_with(std::string{snap} + "/"))
+        return "snap";
     for (auto const* place : {"/run/host/container-manager", "/run/systemd/container"}) {
         auto const text = file(root + place).value_or("");
         std::string_view rest = text;

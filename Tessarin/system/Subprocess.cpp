@@ -1,7 +1,9 @@
 #include "Tessarin/system/Subprocess.h"
 
 #include "Tessarin/platform/foundation/processes/ChildProcessPrivate.h"
+#include "Tessarin/platform/foundation/text/Path.h"
 #include "Tessarin/platform/queues/DispatchSemaphore.h"
+#include "Tessarin/platform/queues/Queue+Waiting.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -47,13 +49,27 @@ dispatch_queue_t serialQueue(dispatch_queue_t const& target) {
     return queue;
 }
 
+/// What means something else as soon as the application changes its folder, for a start on another thread.
+void fixPaths(ProcessRequest& request) {
+    request.here = processes::currentFolder();
+    if (request.here.empty()) return;
+    for (auto* const path : {&request.folder, &request.input.path})
+        if (!Path::isAbsolutePath(*path)) *path = Path::appendingPathComponent(request.here, *path);
+}
+
+bool isRelativePath(std::string const& program) { return !Path::isAbsolutePath(program) && program.find('/') != program.npos; }
+
 ProcessRequest requestOf(SubprocessOptions&& options) {
     // An output that goes nowhere else cannot go with itself.
     if (options.output.kind == SubprocessOutput::Kind::WithOutput) options.output = SubprocessOutput::captured();
-    return {.program = std::move(options.program).get(),
+    auto program = std::move(options.program).get();
+    auto here = isRelativePath(program) ? processes::currentFolder() : "";
+    return {.program = std::move(program),
             .arguments = std::move(options.arguments),
             .environment = variables(options.environment),
             .folder = std::move(options.folder),
+            .here = std::move(here),
+            .searchPath = processes::searchPath(),
             .input = std::move(options.input),
             .output = std::move(options.output),
             .errors = std::move(options.errors),
@@ -82,11 +98,9 @@ SubprocessResult runBeside(SubprocessOptions options) {
 
 /// This thread does it.
 SubprocessResult runHere(SubprocessOptions options) {
-    int problem = 0;
-    auto const loop = processes::ProcessLoop::makeOwn(problem);
-    if (!loop) return runBeside(std::move(options));
+    processes::OwnProcessLoop loop;
     auto request = requestOf(std::move(options));
-    request.loop = loop.get();
+    request.loop = &loop;
     SubprocessResult result;
     bool isDone = false;
     request.completion = [&result, &isDone](SubprocessResult&& ended) {
@@ -94,7 +108,7 @@ SubprocessResult runHere(SubprocessOptions options) {
         isDone = true;
     };
     std::make_shared<ChildProcess>(std::move(request))->begin(ChildProcess::Where::Here);
-    loop->runUntil(isDone);
+    loop.runUntil(isDone);
     return result;
 }
 
@@ -108,7 +122,7 @@ void Subprocess::init(Ref<ChildProcess> child) { child_ = std::move(child); }
 SubprocessResult Subprocess::run(SubprocessOptions options) {
     if (hasIllName(options.environment)) return refused(EINVAL, options.program);
     bool const needsQueue = hasClosures(options);
-    if (needsQueue && options.queue && queueIsHeld(options.queue)) return refused(EDEADLK, options.program);
+    if (needsQueue && options.queue && queueWaitsForThisThread(options.queue)) return refused(EDEADLK, options.program);
     return needsQueue ? runBeside(std::move(options)) : runHere(std::move(options));
 }
 
@@ -116,6 +130,7 @@ Ref<Subprocess> Subprocess::start(SubprocessOptions options, Closure<void(Subpro
     bool const isIll = hasIllName(options.environment);
     auto const queue = serialQueue(options.queue);
     auto request = requestOf(std::move(options));
+    fixPaths(request);
     request.queue = queue;
     if (isIll) request.environment.emplace_back(1, '\0'); // which the start refuses
     request.completion = [completion = std::move(completion)](SubprocessResult&& result) {

@@ -28,8 +28,9 @@ public:
     Subprocess& operator=(Subprocess const&) = delete;
     virtual ~Subprocess();
 
-    /// Runs it and waits for its end. Closures run on the queue meanwhile: with one that this thread holds nobody would ever
-    /// call them, and the result is the error EDEADLK. `queue` is not looked at when there are no closures.
+    /// Runs it and waits for its end. Closures run on the queue meanwhile: with one that waits for this thread (see
+    /// `queueWaitsForThisThread`) nobody would ever call them, and the result is the error EDEADLK. `queue` is not looked at when
+    /// there are no closures. (Called on the pool's own threads with closures it keeps two of them busy; there are 512.)
     static SubprocessResult run(SubprocessOptions options);
 
     /// Starts it and returns; `completion` is called once, also when it could not be started. It goes on when nobody keeps the

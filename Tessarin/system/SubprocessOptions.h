@@ -21,7 +21,8 @@ struct SubprocessEnvironment {
 /// process group, as services do, are not meant; nobody waits for what any of them writes.
 enum class SubprocessLeftovers { Kill, LetLive };
 
-/// How a program is to be run. Move-only.
+/// How a program is to be run. Move-only. The application's folder, PATH and variables are those of the call, also when it begins
+/// later.
 struct SubprocessOptions {
     /// A name that is looked for in the application's PATH (in absolute folders only), or a path, when it holds "/"; a relative
     /// one starts in the application's folder. No shell is asked: nothing is expanded.

@@ -61,19 +61,20 @@ TEST(Gestalt, WhatConfinesAProcessIsToldByItsFiles) {
         Assignments variables;
         std::optional<std::string> expected;
     };
+    // clang-format off
     for (auto const& [file, text, set, expected] : {
-             Row{"other", "", {}, {}},
-             Row{".flatpak-info", "", {}, "flatpak"},
+             Row{"other", "", {}, {}}, Row{".flatpak-info", "", {}, "flatpak"},
              Row{".dockerenv", "", {{"SNAP", "/snap/x"}}, "snap"},
-             Row{"run/systemd/container", "systemd-nspawn\n", {}, "systemd-nspawn"},
-             Row{"run/systemd/container", "\n", {}, {}},
-             Row{"run/.containerenv", "", {}, "podman"},
-             Row{".dockerenv", "", {}, "docker"},
+             Row{"other", "", {{"SNAP", "/snap/code"}}, {}}, // a terminal's
+             Row{"run/systemd/container", "systemd-nspawn\n", {}, "systemd-nspawn"}, Row{"run/systemd/container", "\n", {}, {}},
+             Row{"run/.containerenv", "", {}, "podman"}, Row{".dockerenv", "", {}, "docker"},
              Row{"proc/1/cgroup", "0::/kubepods/besteffort\n", {}, "kubernetes"},
-             Row{"proc/1/cgroup", "0::/init.scope\n", {{"container", "lxc"}}, "lxc"},
-         }) {
+             Row{"proc/1/cgroup", "0::/init.scope\n", {{"container", "lxc"}}, "lxc"}}) {
+    // clang-format on
         TemporaryFolder const root;
         root.write(file, text);
+        std::filesystem::create_directories(root.path("proc/self"));
+        std::filesystem::create_symlink("/snap/x/bin/editor", root.path("proc/self/exe"));
         variables = set;
         EXPECT_EQ(reading::container(root.path(), variable), expected) << file;
     }
@@ -114,13 +115,12 @@ TEST(Gestalt, SessionMayHaveNoDisplayAndNoDesktop) {
         Gestalt::DisplayServer server;
     };
     using enum Gestalt::DisplayServer;
+    // clang-format off
     for (auto const& [x11, wayland, desktops, session, desktop, server] : {
-             Row{{}, {}, {}, {}, {}, None},
-             Row{"", "", "", "", {}, None},
-             Row{":0", {}, "ubuntu:GNOME", "ubuntu", "GNOME", X11},
-             Row{":0", "wayland-0", "KDE", {}, "KDE", Wayland},
-             Row{{}, "wayland-0", {}, "sway", "sway", Wayland},
-         }) {
+             Row{{}, {}, {}, {}, {}, None}, Row{"", "", "", "", {}, None},
+             Row{":0", {}, "ubuntu:GNOME", "ubuntu", "GNOME", X11}, Row{":0", "wayland-0", "KDE", {}, "KDE", Wayland},
+             Row{{}, "wayland-0", {}, "sway", "sway", Wayland}}) {
+    // clang-format on
         Environment const a("DISPLAY", x11), b("WAYLAND_DISPLAY", wayland);
         Environment const c("XDG_CURRENT_DESKTOP", desktops), d("DESKTOP_SESSION", session);
         EXPECT_TRUE(Gestalt::displayServer() == server && Gestalt::hasScreen() == (server != None));

@@ -1,9 +1,11 @@
 // What surrounds a subprocess in a real application.
 #include "Tessarin/platform/foundation/processes/SpawnPrivate.h"
 #include "tests/system/SubprocessFixture.h"
+#include <atomic>
 #include <fcntl.h>
 #include <ranges>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <thread>
 
 namespace Tessarin::tests {
@@ -49,16 +51,86 @@ TEST(SubprocessSurvival, ThoseThatFindNoDescriptorWaitTheirTurn) {
 #ifndef __SANITIZE_ADDRESS__ // its checks need a descriptor now and then
     setLimit(400); // enough for fifty, but the application has taken nearly all
     std::vector<processes::Handle> taken;
+    std::optional<Started> other;
     for (int next = 0; next >= 0;) taken.emplace_back(next = ::open("/dev/null", O_RDONLY | O_CLOEXEC));
     EXPECT_EQ(ran(":").error->code(), EMFILE) << "nobody would give one back";
     taken.resize(taken.size() - 15);
+    other.emplace(shell("exec sleep 100"));
+    EXPECT_TRUE(eventually([&] { return other->subprocess->isRunning(); }));
     EXPECT_EQ(echoes(30), 30);
-    taken.clear();
+    while (taken.back().number() >= 0) taken.emplace_back(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+    std::promise<void> freed; // by the application, while the other one goes on
+    dispatch_after(dispatch_time(DISPATCH_TIME_NOW, 20'000'000), dispatch_get_global_queue(0, 0), [&] {
+        taken.clear();
+        freed.set_value();
+    });
+    EXPECT_TRUE(ran(":").isSuccess());
+    freed.get_future().wait();
+    other->subprocess->cancel();
+    other.reset();
 #endif
     setLimit(1024);
     EXPECT_EQ(openDescriptors(), before);
     EXPECT_FALSE(hasChildren());
 }
+
+TEST(SubprocessSurvival, BeginsInTheFolderAndWithThePATHOfItsStart) {
+    TemporaryFolder const folder;
+    ::chmod(folder.write("tool", "#!/bin/sh\npwd -P; cat\n").c_str(), 0755);
+    folder.write("input", "content");
+    setLimit(96); // twelve have their turn
+    std::vector<std::unique_ptr<Started>> all;
+    for (int count = 0; count < 12; ++count) all.push_back(std::make_unique<Started>(shell("exec sleep 100")));
+    auto const home = std::filesystem::current_path();
+    std::filesystem::current_path(folder.path());
+    {
+        Environment const set("PATH", folder.path() + ":/usr/bin:/bin");
+        for (auto const* const program : {"tool", "./tool"}) {
+            SubprocessOptions options{.program = program, .input = SubprocessInput::file("input")};
+            all.push_back(std::make_unique<Started>(std::move(options)));
+        }
+    }
+    std::filesystem::current_path(home);
+    for (int count = 0; count < 12; ++count) all[static_cast<std::size_t>(count)]->subprocess->cancel();
+    for (std::size_t late = 12; late < all.size(); ++late)
+        EXPECT_EQ(all[late]->result().outputText(), std::filesystem::canonical(folder.path()).native() + "\ncontent")
+            << all[late]->result().description();
+    setLimit(1024);
+}
+
+TEST(SubprocessSurvival, ManyThreadsOfThePoolMayWaitForTheirsAtOnce) {
+    auto const group = dispatch_group_create();
+    std::atomic<int> lines = 0, good = 0;
+    for (int number = 0; number < 100; ++number)
+        dispatch_group_async(group, dispatch_get_global_queue(0, 0), [&, number] {
+            auto options = shell("echo a; echo b");
+            if (number % 2) options.output = SubprocessOutput::lines([&](std::string_view) { ++lines; });
+            good += Subprocess::run(std::move(options)).isSuccess();
+        });
+    dispatch_group_wait(group, DISPATCH_TIME_FOREVER);
+    EXPECT_EQ(good, 100);
+    EXPECT_EQ(lines, 100);
+}
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) // which take all addresses for themselves
+/// The exit status of a process with little memory left.
+[[noreturn]] void outgrowMemory() {
+    std::size_t pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;
+    rlimit const limit{pages * 4096 + (std::size_t{300} << 20), RLIM_INFINITY};
+    ::setrlimit(RLIMIT_AS, &limit);
+    Started small(shell("read x; echo small"));
+    Started big(shell("exec head -c 500000000 /dev/zero"));
+    auto const& result = big.result();
+    bool const isHonest = result.error && result.error->code() == ENOMEM && result.signal == SIGKILL;
+    ::_exit(isHonest && small.result().outputText() == "small\n" && ran("exit 4").exitStatus == 4 ? 0 : 1);
+}
+
+TEST(SubprocessSurvival, WhatItsOutputFindsNoMemoryForEndsItAlone) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(outgrowMemory(), testing::ExitedWithCode(0), "");
+}
+#endif
 
 void reapEverything(int) {
     int const saved = errno;

@@ -21,14 +21,12 @@ TEST_P(SubprocessEnds, ResultTellsStatusSignalAndBothStreams) {
         char const *script, *output, *errors;
         std::optional<int> status, signal;
     };
+    // clang-format off
     for (auto const& [script, output, errors, status, signal] : {
-             Row{"exit 0", "", "", 0, {}},
-             Row{"echo a; echo b >&2; exit 3", "a\n", "b\n", 3, {}},
-             Row{"printf x; kill -9 $$", "x", "", {}, SIGKILL},
-             Row{"exec >&- 2>&- <&-; exit 5", "", "", 5, {}},
-             Row{"exec >&-; echo late >&2", "", "late\n", 0, {}},
-             Row{"cat", "", "", 0, {}},
-         }) {
+             Row{"exit 0", "", "", 0, {}}, Row{"echo a; echo b >&2; exit 3", "a\n", "b\n", 3, {}},
+             Row{"printf x; kill -9 $$", "x", "", {}, SIGKILL}, Row{"exec >&- 2>&- <&-; exit 5", "", "", 5, {}},
+             Row{"exec >&-; echo late >&2", "", "late\n", 0, {}}, Row{"cat", "", "", 0, {}}}) {
+    // clang-format on
         auto const result = ran(script);
         EXPECT_EQ(result.outputText(), output) << script;
         EXPECT_EQ(result.errorsText(), errors) << script;
@@ -193,14 +191,42 @@ TEST(Subprocess, ClosuresRunOnTheQueueInOrderAndTheCompletionLast) {
     done.get_future().wait();
     EXPECT_EQ(order, "<a><><b><last>ended with status 0");
     EXPECT_TRUE(isThere);
+}
 
-    auto const queue = dispatch_queue_create("holding", DISPATCH_QUEUE_SERIAL);
-    dispatch_sync(queue, [&] {
-        auto waiting = shell("echo a");
-        waiting.queue = queue;
-        waiting.output = SubprocessOutput::lines([](std::string_view) {});
-        EXPECT_EQ(Subprocess::run(std::move(waiting)).error->code(), EDEADLK) << "nobody could call the closure";
-    });
+TEST(Subprocess, RunIsRefusedOnlyWhereNobodyCouldCallItsClosures) {
+    auto const over = [](dispatch_queue_t const& target) {
+        auto queue = dispatch_queue_create("over", DISPATCH_QUEUE_SERIAL);
+        dispatch_set_target_queue(queue, target);
+        return queue;
+    };
+    auto const main = dispatch_get_main_queue(), global = dispatch_get_global_queue(0, 0);
+    auto const serial = over(global), side = dispatch_queue_create("side by side", DISPATCH_QUEUE_CONCURRENT);
+    // clang-format off
+    for (auto const& [held, isBarrier, closures, expected] : {
+             std::tuple{serial, false, serial, EDEADLK}, {over(serial), false, serial, EDEADLK},
+             {serial, false, over(over(serial)), EDEADLK}, {main, false, over(main), EDEADLK},
+             {side, true, over(side), EDEADLK}, {side, false, side, 0}, {global, false, global, 0}, {main, false, global, 0},
+             {serial, false, over(main), 0}})
+    // clang-format on
+        (isBarrier ? dispatch_barrier_sync : dispatch_sync)(held, [&] {
+            auto waiting = shell("echo a");
+            waiting.queue = closures;
+            waiting.output = SubprocessOutput::lines([](std::string_view) {});
+            auto const result = Subprocess::run(std::move(waiting));
+            EXPECT_EQ(result.error ? result.error->code() : 0, expected)
+                << dispatch_queue_get_label(held) << isBarrier << dispatch_queue_get_label(closures);
+        });
+}
+
+TEST(Subprocess, LinesBeyondTheLongestComeInPartsOfThatLength) {
+    auto const longest = std::to_string(SubprocessOutput::longestLine), more = std::to_string(SubprocessOutput::longestLine + 1);
+    auto options = shell("x() { head -c $1 /dev/zero; }; x " + longest + "; printf '\\r\\na\\n'; x " + more +
+                         "; printf '\\nb\\n'; x " + more + "; x " + longest);
+    std::vector<std::size_t> sizes;
+    options.output = SubprocessOutput::lines([&](std::string_view line) { sizes.push_back(line.size()); });
+    EXPECT_TRUE(Subprocess::run(std::move(options)).isSuccess());
+    constexpr auto whole = SubprocessOutput::longestLine;
+    EXPECT_EQ(sizes, (std::vector<std::size_t>{whole, 1, whole, 1, 1, whole, whole, 1}));
 }
 
 TEST(Subprocess, CapturedOutputEndsAtItsLimitAndSoDoesTheSubprocess) {

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 #include <string>
 #include <sys/wait.h>
 #include <system_error>
@@ -38,16 +39,27 @@ void ChildProcess::enrol(Pipes& pipes) {
     self_ = shared_from_this();
     isRunning_ = true;
     timeLimit_ = grace_ = look_ = loop_->none();
-    output_.begin(std::move(pipes.output.reading));
-    errors_.begin(std::move(pipes.errors.reading));
-    input_.begin(std::move(pipes.input.writing));
-    if (request_.timeLimit) setDeadline(timeLimit_, *request_.timeLimit, &ChildProcess::runsOutOfTime);
+    try {
+        output_.begin(std::move(pipes.output.reading));
+        errors_.begin(std::move(pipes.errors.reading));
+        input_.begin(std::move(pipes.input.writing));
+        if (request_.timeLimit) setDeadline(timeLimit_, *request_.timeLimit, &ChildProcess::runsOutOfTime);
+    } catch (std::bad_alloc const&) {
+        giveUp(ENOMEM);
+    }
     if (isCancelled_.load()) stop(Stopped::Cancelled);
     watchEnd();
 }
 
 void ChildProcess::watchEnd() {
     if (end_.process && loop_->watch(end_.process.number(), ProcessLoop::For::Reading, end_) == 0) return;
+    lookAgain(0.001);
+}
+
+void ChildProcess::mayHaveEnded() {
+    if (lookForEnd()) return;
+    // A debugger that traces it has not let go of it: the descriptor would knock on and on.
+    loop_->unwatch(end_.process.number(), end_);
     lookAgain(0.001);
 }
 
@@ -71,7 +83,7 @@ void ChildProcess::kill() { sendToGroup(SIGKILL); }
 
 void ChildProcess::giveUp(int problem) {
     if (!isRunning_) return;
-    if (!result_.error) result_.error = NSError::errorWithErrno(problem, request_.program);
+    if (problem_ == 0) problem_ = problem; // the error is made at the end, when there may be memory again
     kill();
 }
 
@@ -112,6 +124,7 @@ void ChildProcess::end(siginfo_t const* status) {
     errors_.finish();
     result_.output = output_.captured();
     result_.errors = errors_.captured();
+    if (problem_ != 0) result_.error = NSError::errorWithErrno(problem_, request_.program);
     if (!status) {
         if (!result_.error) result_.error = takenStatus(request_.program);
     } else if (status->si_code == CLD_EXITED) {

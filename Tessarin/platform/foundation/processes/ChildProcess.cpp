@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <new>
 #include <unistd.h>
 
 namespace Tessarin::processes {
@@ -30,11 +31,7 @@ void ChildProcess::launch() {
         Pipes pipes;
         auto problem = SpawnProblem{isCancelled_.load() ? ECANCELED : 0, request_.program};
         if (problem.code == 0) problem = tryLaunch(pipes);
-        if (problem.code == 0) {
-            auto* const loop = loop_; // the child may end before the next line does
-            auto kept = std::make_shared<Pipes>(std::move(pipes));
-            return loop->post([self = shared_from_this(), kept] { self->enrol(*kept); });
-        }
+        if (problem.code == 0) return;
         if (isShortage(problem.code)) {
             pipes = {};
             if (ProcessTurns::shared().postpone(shared_from_this()) == ProcessTurns::Verdict::WaitsForOthers) {
@@ -50,9 +47,23 @@ void ChildProcess::launch() {
 }
 
 SpawnProblem ChildProcess::tryLaunch(Pipes& pipes) {
+    try {
+        auto kept = std::make_shared<Pipes>(); // what it takes later is there before the child is
+        if (auto problem = start(pipes); problem.code != 0) return problem;
+        auto* const loop = loop_; // the child may end before the next line does
+        *kept = std::move(pipes);
+        loop->post([self = shared_from_this(), kept] { self->enrol(*kept); });
+        return {};
+    } catch (std::bad_alloc const&) {
+        return {ENOMEM, {}};
+    }
+}
+
+SpawnProblem ChildProcess::start(Pipes& pipes) {
     SpawnPlan plan{.arguments = request_.arguments, .environment = request_.environment, .folder = request_.folder};
     plan.arguments.insert(plan.arguments.begin(), request_.program);
-    if (auto problem = findProgram(request_.program, plan.path); problem.code != 0) return problem;
+    if (auto problem = findProgram(request_.program, request_.searchPath, request_.here, plan.path); problem.code != 0)
+        return problem;
 
     int code = 0;
     loop_ = request_.loop ? request_.loop : ProcessLoop::current(code);

@@ -33,12 +33,14 @@ private:
 
     void launch();
     SpawnProblem tryLaunch(Pipes& pipes);
+    SpawnProblem start(Pipes& pipes);
     void neverBegan(int code, std::string const& about);
     void complete();
 
     // On the loop's thread:
     void enrol(Pipes& pipes);
     void watchEnd();
+    void mayHaveEnded();
     void lookAgain(double seconds);
     void stop(Stopped reason);
     void kill();
@@ -58,7 +60,7 @@ private:
     /// Told of the child's end.
     struct End final : Watch {
         explicit End(ChildProcess& child) : child_(child) {}
-        void ready() override { child_.lookForEnd(); }
+        void ready() override { child_.mayHaveEnded(); }
         ChildProcess& child_;
         Handle process; // a descriptor of the process, where the system has them
     };
@@ -72,6 +74,7 @@ private:
     bool hasOwnGroup_ = true; // guarded by life_ as long as it is being started
     bool isRunning_ = false;
     bool isStopping_ = false;
+    int problem_ = 0; // it was given up for this
     ProcessLoop::Deadline timeLimit_, grace_, look_;
     Ref<ChildProcess> self_;
     std::atomic<bool> isCancelled_ = false;

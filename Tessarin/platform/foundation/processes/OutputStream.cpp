@@ -26,7 +26,20 @@ void OutputStream::unwatch() {
     isWatched_ = false;
 }
 
+void OutputStream::giveUp(int problem) {
+    isGivenUp_ = true;
+    owner_.giveUp(problem);
+}
+
 void OutputStream::ready() {
+    try {
+        readTurn();
+    } catch (std::bad_alloc const&) {
+        giveUp(ENOMEM);
+    }
+}
+
+void OutputStream::readTurn() {
     constexpr int turn = 4; // then others have theirs
     bool goesOn = true;
     for (int part = 0; part < turn && goesOn && isWatched_; ++part) readPart(owner_.loop().scratch(), goesOn);
@@ -50,15 +63,8 @@ void OutputStream::take(std::span<std::byte const> bytes) {
 
 void OutputStream::capture(std::span<std::byte const> bytes) {
     auto const room = std::min(output_.limit - captured_.size(), bytes.size());
-    int problem = room < bytes.size() ? EFBIG : 0;
-    try {
-        captured_.insert(captured_.end(), bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(room));
-    } catch (std::bad_alloc const&) {
-        problem = ENOMEM;
-    }
-    if (problem == 0) return;
-    isGivenUp_ = true;
-    owner_.giveUp(problem);
+    captured_.insert(captured_.end(), bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(room));
+    if (room < bytes.size()) giveUp(EFBIG);
 }
 
 void OutputStream::handOn(std::span<std::byte const> bytes) {
@@ -85,28 +91,48 @@ void OutputStream::splitLines(std::string_view text) {
         auto const end = text.find('\n');
         line_ += text.substr(0, end);
         text.remove_prefix(end == text.npos ? text.size() : end + 1);
-        if (end == text.npos && line_.size() < SubprocessOutput::longestLine) continue;
-        if (end != text.npos && line_.ends_with('\r')) line_.pop_back();
+        if (end == text.npos) {
+            handPartsOn(SubprocessOutput::longestLine + 1); // one byte more may be the "\r" of its end
+            continue;
+        }
+        if (line_.ends_with('\r')) line_.pop_back();
+        handPartsOn(SubprocessOutput::longestLine);
         output_.line(line_);
         line_.clear();
     }
 }
 
+/// Leaves no more of the line than that.
+void OutputStream::handPartsOn(std::size_t most) {
+    while (line_.size() > most) {
+        output_.line(std::string_view{line_}.substr(0, SubprocessOutput::longestLine));
+        line_.erase(0, SubprocessOutput::longestLine);
+    }
+}
+
 void OutputStream::endLines() {
+    handPartsOn(SubprocessOutput::longestLine);
     if (!line_.empty()) output_.line(line_);
     line_.clear();
 }
 
 void OutputStream::finish() {
-    int left = 0;
-    while (pipe_ && ::ioctl(pipe_.number(), FIONREAD, &left) == 0 && left > 0) {
-        bool goesOn = true;
-        auto const room = owner_.loop().scratch();
-        for (auto rest = static_cast<std::size_t>(left); rest > 0 && goesOn && pipe_; rest -= std::min(rest, room.size()))
-            readPart(room.first(std::min(rest, room.size())), goesOn);
-        break; // what others write meanwhile is not the child's
+    try {
+        readRest();
+    } catch (std::bad_alloc const&) {
+        giveUp(ENOMEM);
     }
     close();
+}
+
+/// What others write meanwhile is not the child's.
+void OutputStream::readRest() {
+    int left = 0;
+    if (!pipe_ || ::ioctl(pipe_.number(), FIONREAD, &left) != 0 || left <= 0) return;
+    bool goesOn = true;
+    auto const room = owner_.loop().scratch();
+    for (auto rest = static_cast<std::size_t>(left); rest > 0 && goesOn && pipe_; rest -= std::min(rest, room.size()))
+        readPart(room.first(std::min(rest, room.size())), goesOn);
 }
 
 void OutputStream::close() {

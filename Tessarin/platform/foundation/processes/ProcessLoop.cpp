@@ -1,10 +1,8 @@
 #include "Tessarin/platform/foundation/processes/ProcessLoopPrivate.h"
 
-#include "Tessarin/platform/foundation/processes/ChildProcessPrivate.h"
 #include "Tessarin/platform/runtime/Hold.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <ctime>
@@ -17,78 +15,35 @@
 namespace Tessarin::processes {
 namespace {
 
-/// No signal of a pipe that a child does not read comes to the thread, and none is left for it.
-class PipeSignalBlocked {
+/// The one of all. A system without epoll takes another one; nothing else asks for it.
+class SharedProcessLoop final : public ProcessLoop {
 public:
-    PipeSignalBlocked() {
-        ::sigemptyset(&set_);
-        ::sigaddset(&set_, SIGPIPE);
-        ::pthread_sigmask(SIG_BLOCK, &set_, &before_);
-        wasPending_ = isPending();
-    }
-    ~PipeSignalBlocked() {
-        timespec const now{};
-        if (!wasPending_ && isPending()) ::sigtimedwait(&set_, nullptr, &now);
-        ::pthread_sigmask(SIG_SETMASK, &before_, nullptr);
-    }
+    /// Null, and an errno.
+    static std::unique_ptr<SharedProcessLoop> make(int& problem);
+    int startThread();
+    int watch(int descriptor, For what, Watch& watch) override;
+    void unwatch(int descriptor, Watch& watch) override;
 
 private:
-    static bool isPending() {
-        sigset_t pending;
-        ::sigpending(&pending);
-        return ::sigismember(&pending, SIGPIPE) == 1;
-    }
-    sigset_t set_, before_;
-    bool wasPending_;
+    SharedProcessLoop(Handle events, Handle knocks) : events_(std::move(events)), knocks_(std::move(knocks)) {}
+    void knock() noexcept override;
+    static void* enter(void* self);
+    void doRound();
+
+    Handle const events_, knocks_;
+    std::span<epoll_event> batch_; // what it is going through
 };
 
-} // namespace
-
-// A system without epoll takes another watch, unwatch and doRound; nothing else here asks for one.
-
-ProcessLoop* ProcessLoop::current(int& problem) {
-    static Mutex mutex;
-    static ProcessLoop* loop = nullptr; // never destroyed; guarded by mutex
-    Hold const hold(mutex);
-    if (loop) return loop;
-    auto made = make(problem);
-    if (!made) return nullptr;
-    problem = made->startThread();
-    if (problem == 0) loop = made.release();
-    return loop;
-}
-
-ProcessLoop::ProcessLoop(Handle events, Handle knocks) : events_(std::move(events)), knocks_(std::move(knocks)) {}
-
-/// Threads that serve their own children: so many that most descriptors are left to the children and the application.
-static std::atomic<std::size_t> ownLoops = 0;
-
-ProcessLoop::~ProcessLoop() {
-    if (isOwn_) ownLoops.fetch_sub(1);
-}
-
-std::unique_ptr<ProcessLoop> ProcessLoop::makeOwn(int& problem) {
-    static constexpr std::size_t share = 4; // of as many children as there may be
-    if (ownLoops.fetch_add(1) < ProcessTurns::affordable() / share)
-        if (auto made = make(problem)) {
-            made->isOwn_ = true;
-            return made;
-        }
-    ownLoops.fetch_sub(1);
-    problem = EMFILE;
-    return nullptr;
-}
-
-std::unique_ptr<ProcessLoop> ProcessLoop::make(int& problem) {
+std::unique_ptr<SharedProcessLoop> SharedProcessLoop::make(int& problem) {
     Handle events{::epoll_create1(EPOLL_CLOEXEC)};
     Handle knocks{::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
     epoll_event knock{.events = EPOLLIN, .data = {.ptr = nullptr}};
     bool const isGood = events && knocks && ::epoll_ctl(events.number(), EPOLL_CTL_ADD, knocks.number(), &knock) == 0;
     if (!isGood) problem = errno;
-    return std::unique_ptr<ProcessLoop>(isGood ? new ProcessLoop(std::move(events), std::move(knocks)) : nullptr);
+    return std::unique_ptr<SharedProcessLoop>(isGood ? new SharedProcessLoop(std::move(events), std::move(knocks)) : nullptr);
 }
 
-int ProcessLoop::startThread() {
+int SharedProcessLoop::startThread() {
     sigset_t all, before;
     ::sigfillset(&all);
     ::pthread_sigmask(SIG_SETMASK, &all, &before); // signals are for the application's threads, and SIGPIPE for nobody
@@ -99,36 +54,23 @@ int ProcessLoop::startThread() {
     return problem;
 }
 
-void* ProcessLoop::enter(void* self) {
+void* SharedProcessLoop::enter(void* self) {
     ::pthread_setname_np(::pthread_self(), "subprocesses");
-    for (;;) static_cast<ProcessLoop*>(self)->doRound();
+    for (;;) static_cast<SharedProcessLoop*>(self)->doRound();
 }
 
-void ProcessLoop::post(Closure<void()> work) {
-    Hold const hold(mutex_); // until it has knocked: the work may be what ends the loop
-    posted_.push_back(std::move(work));
-    if (posted_.size() > 1) return; // it has been told
-    std::uint64_t const one = 1;
-    static_cast<void>(!::write(knocks_.number(), &one, sizeof one));
-}
-
-int ProcessLoop::watch(int descriptor, For what, Watch& watch) {
+int SharedProcessLoop::watch(int descriptor, For what, Watch& watch) {
     epoll_event event{.events = what == For::Reading ? EPOLLIN : EPOLLOUT, .data = {.ptr = &watch}};
     return ::epoll_ctl(events_.number(), EPOLL_CTL_ADD, descriptor, &event) == 0 ? 0 : errno;
 }
 
-void ProcessLoop::unwatch(int descriptor, Watch& watch) {
+void SharedProcessLoop::unwatch(int descriptor, Watch& watch) {
     ::epoll_ctl(events_.number(), EPOLL_CTL_DEL, descriptor, nullptr);
     for (auto& event : batch_) // what was found ready before
         if (event.data.ptr == &watch) event.data.ptr = nullptr;
 }
 
-void ProcessLoop::runUntil(bool const& isDone) {
-    PipeSignalBlocked const blocked;
-    while (!isDone) doRound();
-}
-
-void ProcessLoop::doRound() {
+void SharedProcessLoop::doRound() {
     epoll_event events[64];
     int const count = ::epoll_wait(events_.number(), events, std::size(events), patience());
     batch_ = {events, static_cast<std::size_t>(std::max(count, 0))};
@@ -140,13 +82,40 @@ void ProcessLoop::doRound() {
             isKnocked = true; // or it has been unwatched
     }
     batch_ = {};
-    if (isKnocked) runPosted();
+    if (isKnocked) {
+        std::uint64_t knocks = 0;
+        static_cast<void>(!::read(knocks_.number(), &knocks, sizeof knocks));
+        runPosted();
+    }
     runDeadlines();
 }
 
+void SharedProcessLoop::knock() noexcept {
+    std::uint64_t const one = 1;
+    static_cast<void>(!::write(knocks_.number(), &one, sizeof one));
+}
+
+} // namespace
+
+ProcessLoop* ProcessLoop::current(int& problem) {
+    static Mutex mutex;
+    static ProcessLoop* loop = nullptr; // never destroyed; guarded by mutex
+    Hold const hold(mutex);
+    if (loop) return loop;
+    auto made = SharedProcessLoop::make(problem);
+    if (!made) return nullptr;
+    problem = made->startThread();
+    if (problem == 0) loop = made.release();
+    return loop;
+}
+
+void ProcessLoop::post(Closure<void()> work) {
+    Hold const hold(mutex_); // until it has knocked: the work may be what ends the loop
+    posted_.push_back(std::move(work));
+    if (posted_.size() == 1) knock(); // or it has been told
+}
+
 void ProcessLoop::runPosted() {
-    std::uint64_t knocks = 0;
-    static_cast<void>(!::read(knocks_.number(), &knocks, sizeof knocks));
     std::vector<Closure<void()>> posted;
     {
         Hold const hold(mutex_);

@@ -57,12 +57,16 @@ private:
     void close();
     void watch();
     void unwatch();
+    void readTurn();
+    void readRest();
+    void giveUp(int problem);
     void readPart(std::span<std::byte> room, bool& goesOn);
     void take(std::span<std::byte const> bytes);
     void capture(std::span<std::byte const> bytes);
     void handOn(std::span<std::byte const> bytes);
     void wasLookedAt(std::size_t size); // on the queue, as the next two
     void splitLines(std::string_view text);
+    void handPartsOn(std::size_t most);
     void endLines();
 
     StreamOwner& owner_;

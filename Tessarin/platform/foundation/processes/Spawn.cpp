@@ -145,28 +145,33 @@ Handle openProcess(pid_t process) noexcept {
     return {};
 }
 
-SpawnProblem findProgram(std::string const& name, std::string& path) {
+std::string currentFolder() {
+    char* const here = ::getcwd(nullptr, 0);
+    std::string const folder = here && ::access(here, X_OK) == 0 ? here : "";
+    std::free(here);
+    return folder;
+}
+
+std::string searchPath() {
+    auto const* const listed = std::getenv("PATH");
+    return listed ? listed : "/usr/local/bin:/usr/bin:/bin";
+}
+
+SpawnProblem findProgram(std::string const& name, std::string_view folders, std::string const& here, std::string& path) {
     if (name.find('\0') != name.npos) return {EINVAL, std::string{name.c_str()}};
     if (name.find('/') != name.npos) {
-        path = name;
-        if (!name.starts_with('/'))
-            if (char* const here = ::getcwd(nullptr, 0)) {
-                path = std::string{here} + "/" + name;
-                std::free(here);
-            }
-        return {executableFile(path), name};
+        path = name.starts_with('/') || here.empty() ? name : here + "/" + name;
+        return {}; // whether it can be run is seen when it is
     }
-    auto const* const listed = std::getenv("PATH");
-    std::string_view folders = listed ? listed : "/usr/local/bin:/usr/bin:/bin";
     int problem = ENOENT;
     while (!name.empty() && !folders.empty()) {
         auto const folder = folders.substr(0, folders.find(':'));
         folders.remove_prefix(std::min(folders.size(), folder.size() + 1));
         if (!folder.starts_with('/')) continue; // whoever fills the current folder is not to choose what runs
         path = std::string{folder} + "/" + name;
-        int const here = executableFile(path);
-        if (here == 0) return {};
-        if (here == EACCES) problem = EACCES;
+        int const found = executableFile(path);
+        if (found == 0) return {};
+        if (found == EACCES) problem = EACCES;
     }
     return {problem, name};
 }

@@ -1,6 +1,7 @@
 #pragma once
 #include "Tessarin/Export.h"
 #include <string>
+#include <string_view>
 #include <sys/types.h>
 #include <utility>
 #include <vector>
@@ -53,9 +54,12 @@ struct SpawnProblem {
     std::string about = {};
 };
 
-/// The path of a program: as it is when it holds "/", else of the first folder of PATH that has it. Relative ones are the
-/// application's, not the new folder's. `path` is its result.
-SpawnProblem findProgram(std::string const& name, std::string& path);
+/// The application's folder, "" when it has none that it could go back to; its PATH, or the usual one.
+std::string currentFolder();
+std::string searchPath();
+/// The path of a program: of the first absolute folder of PATH that has it; when its name holds "/", that name, which is looked
+/// up from `here`. `path` is its result.
+SpawnProblem findProgram(std::string const& name, std::string_view folders, std::string const& here, std::string& path);
 /// Starts it as the leader of a process group, if it is to have its own, with the standard descriptors alone, no signal
 /// blocked, and none but SIGHUP ignored.
 SpawnProblem spawn(SpawnPlan const& plan, pid_t& child);

@@ -48,7 +48,7 @@ struct TESSARIN_API SubprocessOutput {
     /// Goes where the application's own goes.
     static SubprocessOutput inherited();
     /// Each line, without its "\n" or "\r\n", on the subprocess's queue; the last one also when it does not end. What is longer
-    /// than `longestLine` comes in parts. While `each` is slow the subprocess waits.
+    /// than `longestLine` comes in parts of that length. While `each` is slow the subprocess waits.
     static SubprocessOutput lines(EachLine each);
     /// The bytes as they come.
     static SubprocessOutput pieces(EachPiece each);
