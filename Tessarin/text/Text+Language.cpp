@@ -1,4 +1,3 @@
-#include "Tessarin/platform/foundation/predicates/NSSortDescriptor.h"
 #include "Tessarin/platform/foundation/predicates/TextFolding.h"
 #include "Tessarin/platform/foundation/text/LanguagePrivate.h"
 #include "Tessarin/platform/runtime/Text.h"
@@ -26,7 +25,7 @@ std::string TextLanguage::capitalized(std::string_view text, std::string_view lo
 bool TextLanguage::containsLocalized(std::string_view text, std::string_view part) { return language::contains(text, part); }
 
 std::weak_ordering TextLanguage::compareNaturally(std::string_view a, std::string_view b) {
-    return compareTexts(a, b, TextComparison::LocalizedStandard);
+    return language::compareNaturally(a, b);
 }
 
 } // namespace Tessarin

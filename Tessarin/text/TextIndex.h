@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <string_view>
+#include <utility>
 
 namespace Tessarin {
 
@@ -16,6 +17,14 @@ namespace Tessarin {
 class TESSARIN_API TextIndex {
 public:
     explicit TextIndex(Text text);
+    TextIndex(TextIndex const&) = default;
+    /// Leaves an index of no characters.
+    TextIndex(TextIndex&& other) noexcept : TextIndex() { swap(other); }
+    TextIndex& operator=(TextIndex other) noexcept {
+        swap(other);
+        return *this;
+    }
+    ~TextIndex() = default;
 
     std::size_t length() const noexcept { return length_; }
     /// The whole text; this and all pieces below are there for as long as a copy of this index is.
@@ -39,6 +48,13 @@ public:
 
 private:
     struct Table;
+    TextIndex() = default;
+    void swap(TextIndex& other) noexcept {
+        table_.swap(other.table_);
+        std::swap(text_, other.text_);
+        std::swap(length_, other.length_);
+        std::swap(isPlain_, other.isPlain_);
+    }
     std::string_view clusterAt(std::size_t index) const noexcept;
 
     std::shared_ptr<Table const> table_;

@@ -53,6 +53,12 @@ TEST(Text, RangesCountFromTheEndAndStopAtTheEnds) {
             EXPECT_EQ(plain.sub(from, to), Text::sub("abcde", from, to)) << from << " " << to;
         }
     EXPECT_EQ(Text::sub(text, -3, -1), "\r\n👩‍🚀");
+    TextIndex left = index, moved = std::move(left);
+    EXPECT_TRUE(moved.text() == index.text() && moved.at(0) == index.at(0));
+    EXPECT_TRUE(left.length() == 0 && left.text().empty() && !left.at(0) && !left.at(-1) && left.sub(0).empty() &&
+                !left.indexOf(0));
+    left = plain;
+    EXPECT_EQ(left.at(-1), "e");
 }
 
 TEST(NSCharacterSet, HoldsWhatItsNameSays) {

@@ -8,7 +8,9 @@
 #include <unicode/usearch.h>
 #include <unicode/utf8.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <memory>
 
 namespace Tessarin::language {
 namespace {
@@ -34,24 +36,46 @@ std::size_t wellFormedLength(std::string_view text) {
     return text.size();
 }
 
-std::unique_ptr<icu::Collator> madeRules(icu::Locale const& locale) {
-    UErrorCode status = U_ZERO_ERROR;
-    std::unique_ptr<icu::Collator> rules{icu::Collator::createInstance(locale, status)};
-    if (U_FAILURE(status)) return nullptr;
-    rules->setStrength(icu::Collator::PRIMARY);
-    return rules;
-}
-
-/// Overlooks case and accents. Kept for the thread, until the user's language is another.
-icu::Collator const* searchRules() {
-    thread_local std::unique_ptr<icu::Collator> rules;
-    thread_local std::string rulesLocale = "none yet";
-    if (auto locale = localeOf("LC_COLLATE"); locale != rulesLocale) {
-        rules = madeRules(icu::Locale{locale.c_str()});
-        if (!rules) rules = madeRules(icu::Locale::getRoot()); // a name that ICU takes for none of a locale
-        rulesLocale = std::move(locale);
+/// Rules of the user's language, kept for a thread until that is another.
+class Rules {
+public:
+    using Adjust = void (*)(icu::Collator& rules, UErrorCode& status);
+    explicit Rules(Adjust adjust) : adjust_(adjust) {}
+    /// Null when there is no memory for them.
+    icu::Collator const* current() {
+        if (auto locale = localeOf("LC_COLLATE"); locale != locale_) {
+            rules_ = made(icu::Locale{locale.c_str()});
+            if (!rules_) rules_ = made(icu::Locale::getRoot()); // a name that ICU takes for none of a locale
+            locale_ = std::move(locale);
+        }
+        return rules_.get();
     }
-    return rules.get();
+
+private:
+    std::unique_ptr<icu::Collator> made(icu::Locale const& locale) const {
+        UErrorCode status = U_ZERO_ERROR;
+        std::unique_ptr<icu::Collator> rules{icu::Collator::createInstance(locale, status)};
+        if (U_SUCCESS(status)) adjust_(*rules, status);
+        return U_SUCCESS(status) ? std::move(rules) : nullptr;
+    }
+
+    Adjust const adjust_;
+    std::unique_ptr<icu::Collator> rules_;
+    std::string locale_ = "none yet";
+};
+
+/// Each byte that is not UTF-8 becomes half of a pair, one that stands for no other.
+icu::UnicodeString codeUnits(std::string_view text) {
+    constexpr char16_t firstOfBytes = 0xDC00;
+    icu::UnicodeString result;
+    for (auto size = wellFormedLength(text); !text.empty(); size = wellFormedLength(text)) {
+        result += icu::UnicodeString::fromUTF8(piece(text.substr(0, size)));
+        text.remove_prefix(size);
+        if (text.empty()) break;
+        result += static_cast<char16_t>(firstOfBytes + static_cast<unsigned char>(text.front()));
+        text.remove_prefix(1);
+    }
+    return result;
 }
 
 } // namespace
@@ -100,15 +124,25 @@ std::string capitalized(std::string_view text, std::string const& locale) {
 }
 
 bool contains(std::string_view text, std::string_view part) {
-    auto const* const rules = searchRules();
+    thread_local Rules overlooking([](icu::Collator& all, UErrorCode&) { all.setStrength(icu::Collator::PRIMARY); });
+    auto const* const rules = overlooking.current(); // case and accents
     if (!rules || part.empty() || text.size() > longest || part.size() > longest) return text.find(part) != text.npos;
-    auto const where = icu::UnicodeString::fromUTF8(piece(text)), what = icu::UnicodeString::fromUTF8(piece(part));
+    auto const where = codeUnits(text), what = codeUnits(part);
     UErrorCode status = U_ZERO_ERROR;
     std::unique_ptr<UStringSearch, decltype(&usearch_close)> const search{
         usearch_openFromCollator(what.getBuffer(), what.length(), where.getBuffer(), where.length(), rules->toUCollator(),
                                  nullptr, &status),
         usearch_close};
     return U_SUCCESS(status) && usearch_first(search.get(), &status) != USEARCH_DONE && U_SUCCESS(status);
+}
+
+std::strong_ordering compareNaturally(std::string_view a, std::string_view b) {
+    thread_local Rules natural(
+        [](icu::Collator& all, UErrorCode& status) { all.setAttribute(UCOL_NUMERIC_COLLATION, UCOL_ON, status); });
+    auto const* const rules = natural.current();
+    if (!rules || std::max(a.size(), b.size()) > longest) return a <=> b;
+    UErrorCode status = U_ZERO_ERROR;
+    return static_cast<int>(rules->compareUTF8(piece(a), piece(b), status)) <=> 0;
 }
 
 } // namespace Tessarin::language

@@ -1,5 +1,6 @@
 #pragma once
 #include "Tessarin/platform/runtime/FunctionRef.h"
+#include <compare>
 #include <string>
 #include <string_view>
 
@@ -18,5 +19,7 @@ std::string capitalized(std::string_view text, std::string const& locale);
 
 /// Whether `part` occurs, as the user's order of texts has it without case and accents.
 bool contains(std::string_view text, std::string_view part);
+/// The user's order of texts, with numbers by their value.
+std::strong_ordering compareNaturally(std::string_view a, std::string_view b);
 
 } // namespace Tessarin::language

@@ -41,53 +41,45 @@ UChar32 nextOf(std::string_view text, std::size_t& at) noexcept {
 
 } // namespace
 
-NSCharacterSet NSCharacterSet::named(char const* pattern, bool holdsIllFormed) {
-    UErrorCode status = U_ZERO_ERROR;
-    icu::UnicodeSet const set(icu::UnicodeString::fromUTF8(pattern), status);
-    if (U_FAILURE(status)) fatal("the Unicode data of ICU cannot be read");
-    return NSCharacterSet{std::make_shared<Members const>(set, holdsIllFormed)};
+struct NSCharacterSet::Named {
+    char const* pattern; // as ICU reads it
+    bool holdsIllFormed = false;
+};
+
+/// Read once, when it is asked for first.
+template <NSCharacterSet::Named const& Name> NSCharacterSet NSCharacterSet::named() {
+    static NSCharacterSet const set = [] {
+        UErrorCode status = U_ZERO_ERROR;
+        icu::UnicodeSet const members(icu::UnicodeString::fromUTF8(Name.pattern), status);
+        if (U_FAILURE(status)) fatal("the Unicode data of ICU cannot be read");
+        return NSCharacterSet{std::make_shared<Members const>(members, Name.holdsIllFormed)};
+    }();
+    return set;
 }
 
-NSCharacterSet NSCharacterSet::letterCharacterSet() {
-    static auto const set = named(R"([\p{L}\p{M}])");
-    return set;
-}
-NSCharacterSet NSCharacterSet::decimalDigitCharacterSet() {
-    static auto const set = named(R"([\p{Nd}])");
-    return set;
-}
-NSCharacterSet NSCharacterSet::alphanumericCharacterSet() {
-    static auto const set = named(R"([\p{L}\p{M}\p{N}])");
-    return set;
-}
-NSCharacterSet NSCharacterSet::whitespaceCharacterSet() {
-    static auto const set = named(R"([\p{Zs}\u0009])");
-    return set;
-}
-NSCharacterSet NSCharacterSet::newlineCharacterSet() {
-    static auto const set = named(R"([\u000A-\u000D\u0085\u2028\u2029])");
-    return set;
-}
-NSCharacterSet NSCharacterSet::whitespaceAndNewlineCharacterSet() {
-    static auto const set = whitespaceCharacterSet() | newlineCharacterSet();
-    return set;
-}
-NSCharacterSet NSCharacterSet::punctuationCharacterSet() {
-    static auto const set = named(R"([\p{P}])");
-    return set;
-}
-NSCharacterSet NSCharacterSet::symbolCharacterSet() {
-    static auto const set = named(R"([\p{S}])");
-    return set;
-}
-NSCharacterSet NSCharacterSet::controlCharacterSet() {
-    static auto const set = named(R"([\p{Cc}\p{Cf}])");
-    return set;
-}
-NSCharacterSet NSCharacterSet::illegalCharacterSet() {
-    static auto const set = named(R"([\p{Cn}\p{Cs}])", true); // among the unassigned are the non-characters
-    return set;
-}
+struct NSCharacterSet::Names {
+    static constexpr Named letter{R"([\p{L}\p{M}])"};
+    static constexpr Named decimalDigit{R"([\p{Nd}])"};
+    static constexpr Named alphanumeric{R"([\p{L}\p{M}\p{N}])"};
+    static constexpr Named whitespace{R"([\p{Zs}\u0009])"};
+    static constexpr Named newline{R"([\u000A-\u000D\u0085\u2028\u2029])"};
+    static constexpr Named whitespaceAndNewline{R"([\p{Zs}\u0009-\u000D\u0085\u2028\u2029])"};
+    static constexpr Named punctuation{R"([\p{P}])"};
+    static constexpr Named symbol{R"([\p{S}])"};
+    static constexpr Named control{R"([\p{Cc}\p{Cf}])"};
+    static constexpr Named illegal{R"([\p{Cn}\p{Cs}])", true}; // among the unassigned are the non-characters
+};
+
+NSCharacterSet NSCharacterSet::letterCharacterSet() { return named<Names::letter>(); }
+NSCharacterSet NSCharacterSet::decimalDigitCharacterSet() { return named<Names::decimalDigit>(); }
+NSCharacterSet NSCharacterSet::alphanumericCharacterSet() { return named<Names::alphanumeric>(); }
+NSCharacterSet NSCharacterSet::whitespaceCharacterSet() { return named<Names::whitespace>(); }
+NSCharacterSet NSCharacterSet::newlineCharacterSet() { return named<Names::newline>(); }
+NSCharacterSet NSCharacterSet::whitespaceAndNewlineCharacterSet() { return named<Names::whitespaceAndNewline>(); }
+NSCharacterSet NSCharacterSet::punctuationCharacterSet() { return named<Names::punctuation>(); }
+NSCharacterSet NSCharacterSet::symbolCharacterSet() { return named<Names::symbol>(); }
+NSCharacterSet NSCharacterSet::controlCharacterSet() { return named<Names::control>(); }
+NSCharacterSet NSCharacterSet::illegalCharacterSet() { return named<Names::illegal>(); }
 
 NSCharacterSet NSCharacterSet::characterSetWithCharactersInString(std::string_view text) {
     icu::UnicodeSet set;

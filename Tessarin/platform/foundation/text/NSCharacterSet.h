@@ -50,7 +50,9 @@ public:
 private:
     struct Members;
     explicit NSCharacterSet(std::shared_ptr<Members const> members) : members_(std::move(members)) {}
-    static NSCharacterSet named(char const* pattern, bool holdsIllFormed = false);
+    struct Named;
+    struct Names;
+    template <Named const& Name> static NSCharacterSet named();
     std::size_t lengthOfSpan(std::string_view text, bool ofMembers) const noexcept;
 
     std::shared_ptr<Members const> members_;
