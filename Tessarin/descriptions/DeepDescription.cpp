@@ -115,23 +115,27 @@ void DeepDescription::writePointee(void const* address, Write write, Kept kept) 
         {.text = {}, .address = address, .write = write, .kept = std::move(kept), .level = level_, .node = pointee});
 }
 
+namespace {
+
+/// What the object says of itself, to a walk that asks or to nobody.
+std::string ownDescription(NSObject const& object, Asked* question) {
+    struct Asking { // also when the object throws
+        Asked* outer;
+        ~Asking() { asked = outer; }
+    } const asking{std::exchange(asked, question)};
+    DescriptionLine line;
+    DescriptionLine::Inside const inside(line);
+    line.appendOwn(&object, [&] { return object.description(); });
+    return line.take();
+}
+
+} // namespace
+
 void DeepDescription::writeObject(NSObject const& object) {
     Asked question{&object};
-    std::string own;
-    {
-        struct Asking { // also when the object throws
-            Asked* outer;
-            ~Asking() { asked = outer; }
-        } const asking{std::exchange(asked, &question)};
-        DescriptionLine line;
-        DescriptionLine::Inside const inside(line);
-        line.appendOwn(&object, [&] { return object.description(); });
-        own = line.take();
-    }
-    if (question.write)
-        question.write(*this, question.self);
-    else
-        append(own);
+    auto const own = ownDescription(object, &question);
+    if (question.write && own.empty()) return question.write(*this, question.self);
+    append(question.write ? ownDescription(object, nullptr) : own); // an override has added to the fields: it has the last word
 }
 
 bool DeepDescription::answers(NSObject const& object, void const* self, Write write) noexcept {

@@ -19,7 +19,8 @@ template <class Self> constexpr void mustHaveFields() {
 ///     struct Place : DefaultReflectable<Place> { std::string name; int people = 0; };
 ///     std::cout << Place{.name = "Highbury", .people = 700};             // Place(name: "Highbury", people: 700)
 ///
-/// An object of the runtime names its base, and overrides the description that every object has:
+/// An object of the runtime names its base, and overrides the description that every object has. Who overrides it again, with
+/// another text or more than the fields, has that text in depth, too.
 ///
 ///     class Book : public DefaultReflectable<Book, NSObject> {
 ///     public:
