@@ -41,10 +41,30 @@ inline void setSource(cairo_t* cairo, NSColor const& color) {
     cairo_set_source_rgba(cairo, shown.red, shown.green, shown.blue, shown.alpha);
 }
 
-/// Adds the rectangle to the current path.
+/// How far Cairo's coordinates reach, in the context's units: what lies beyond would be drawn anywhere.
+inline NSRect reachOf(cairo_t* cairo) {
+    constexpr double most = 1 << 22;
+    double left = HUGE_VAL, top = HUGE_VAL, right = -HUGE_VAL, bottom = -HUGE_VAL;
+    for (NSPoint corner : {NSPoint{-most, -most}, {most, -most}, {-most, most}, {most, most}}) {
+        cairo_device_to_user(cairo, &corner.x, &corner.y);
+        left = std::min(left, corner.x), right = std::max(right, corner.x);
+        top = std::min(top, corner.y), bottom = std::max(bottom, corner.y);
+    }
+    return {{left, top}, {right - left, bottom - top}};
+}
+
+/// Adds the rectangle to the current path: as much of it as lies within reach, and nothing of one without a place or size.
 inline void addRectangle(cairo_t* cairo, NSRect const& rect) {
-    auto const [x, y, width, height] = toCairo(rect);
+    auto const shown = rect.intersection(reachOf(cairo));
+    if (!shown) return;
+    auto const [x, y, width, height] = toCairo(*shown);
     cairo_rectangle(cairo, x, y, width, height);
+}
+
+/// Whether a context may be scaled so and stay in order: one that cannot be inverted puts it in error for good.
+inline bool isUsableScale(double across, double down) {
+    auto const isUsable = [](double scale) { return std::abs(scale) > 1e-9 && std::abs(scale) < 1e9; };
+    return isUsable(across) && isUsable(down);
 }
 
 } // namespace Tessarin

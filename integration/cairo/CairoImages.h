@@ -25,20 +25,23 @@ inline NSSize imageSize(cairo_surface_t* image) {
 }
 
 /// Draws an image into a rectangle: placed there by the mode, as `NSRect::placedIn` says, smoothly scaled, and cut where it
-/// would stick out. With `None` its origin is the rectangle's. Nothing is drawn of what is no image. The context's source, path
+/// would stick out. With `None` its origin is the rectangle's. Nothing is drawn of what is no image, and nothing where it would
+/// be more than 10⁹ units away or 10⁹ times its size, or as little. The context's source, path
 /// and state are afterwards what they were.
 inline void draw(cairo_surface_t* image, NSRect const& into, RectContentMode mode, cairo_t* cairo) {
     NSRect const whole{into.topLeft(), imageSize(image)};
     auto const place = whole.placedIn(into, mode), shown = place.intersection(into).value_or(NSRect{});
     if (whole.isEmpty() || shown.isEmpty()) return;
-    for (auto const each : {place.origin.x, place.origin.y, place.size.width, place.size.height})
-        if (!std::isfinite(each)) return; // the context would stay in error
+    auto const across = place.size.width / whole.size.width, down = place.size.height / whole.size.height;
+    if (!isUsableScale(across, down)) return;
+    for (auto const each : {place.origin.x, place.origin.y})
+        if (!(std::abs(each) < 1e9)) return;
     cairo_save(cairo);
     cairo_path_t* const path = cairo_copy_path(cairo);
     cairo_new_path(cairo);
     addRectangle(cairo, shown);
     cairo_translate(cairo, place.origin.x, place.origin.y);
-    cairo_scale(cairo, place.size.width / whole.size.width, place.size.height / whole.size.height);
+    cairo_scale(cairo, across, down);
     cairo_set_source_surface(cairo, image, 0, 0);
     cairo_pattern_set_filter(cairo_get_source(cairo), CAIRO_FILTER_GOOD);
     cairo_pattern_set_extend(cairo_get_source(cairo), CAIRO_EXTEND_PAD); // the rim does not fade

@@ -3,6 +3,7 @@
 #include "integration/qt/QtGradient.h"
 #include "integration/qt/QtImages.h"
 
+#include <cfloat>
 #include <climits>
 #include <cstring>
 #include <gtest/gtest.h>
@@ -189,6 +190,27 @@ TYPED_TEST(Images, SnapshotsHaveTheScaleThatIsAskedFor) {
         EXPECT_TRUE(TypeParam::drawn(refused, 1, [](auto&&) { ADD_FAILURE() << "nothing to draw on"; }).isNull()) << refused;
     for (double const scale : {0.0, -1.0, 1e9, std::nan("")})
         EXPECT_TRUE(TypeParam::drawn({5, 5}, scale, [](auto&&) {}).isNull()) << scale;
+}
+
+TEST(Cairo, WhatHasNoPlaceOrSizeLeavesTheContextInOrder) {
+    auto const image = WithCairo::image(halves(4, 4));
+    auto const drawn = WithCairo::drawn({8, 8}, 1, [&](cairo_t* cairo) {
+        double const numbers[] = {0, 4, -4, 1e-320, 1e-200, 1e200, DBL_MAX, HUGE_VAL, -HUGE_VAL, std::nan("")};
+        constexpr int count = std::size(numbers);
+        cairo_rectangle(cairo, 0, 0, 0, 0), cairo_clip(cairo); // only the context's health is looked at
+        for (int at = 0; at < count * count * count * count; ++at) {
+            NSRect const rect{{numbers[at % count], numbers[at / count % count]},
+                              {numbers[at / count / count % count], numbers[at / count / count / count]}};
+            if (at % 7 == 0) draw(RadialGradient{{2, 2}, 1, {3, 3}, 4, plain}, rect, cairo);
+            draw(image.get(), rect, RectContentMode{at % 13}, cairo);
+            addRectangle(cairo, rect), cairo_fill(cairo);
+            ASSERT_EQ(cairo_status(cairo), CAIRO_STATUS_SUCCESS) << rect << at % 13;
+        }
+        cairo_reset_clip(cairo);
+        WithCairo::fill(cairo, {{-HUGE_VAL, -HUGE_VAL}, {HUGE_VAL, HUGE_VAL}}, {1, 1, 1});
+        WithCairo::fill(cairo, {{4, -HUGE_VAL}, {HUGE_VAL, HUGE_VAL}}, {0, 0, 1});
+    });
+    EXPECT_TRUE(drawn.pixel(3, 7) == white && drawn.pixel(4, 0) == blue && drawn.pixel(7, 7) == blue);
 }
 
 TEST(Conversions, GoBothWays) {
