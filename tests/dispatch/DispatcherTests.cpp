@@ -17,12 +17,11 @@ TEST(Dispatcher, ConstructionKeepsLabelTypeAndQueue) {
     for (auto const& each : {standard, again}) EXPECT_STREQ(dispatch_queue_get_label(each->queue()), "customDISPATCHQueue");
     EXPECT_NE(standard->queue(), again->queue());
     EXPECT_EQ(standard->type(), Dispatcher::customQueueQOS);
+    // clang-format off
     std::pair<Ref<Dispatcher>, qos_class_t> const rows[] = {
-        {Dispatcher::userInteractive(), 33},
-        {Dispatcher::userInitiated(), 25},
-        {Dispatcher::utility(), 17},
-        {Dispatcher::background(), 9},
-        {make<Dispatcher>(QualityOfService{QOS_CLASS_DEFAULT}), QOS_CLASS_DEFAULT}};
+        {Dispatcher::userInteractive(), 33}, {Dispatcher::userInitiated(), 25}, {Dispatcher::utility(), 17},
+        {Dispatcher::background(), 9}, {make<Dispatcher>(QualityOfService{QOS_CLASS_DEFAULT}), QOS_CLASS_DEFAULT}};
+    // clang-format on
     for (auto const& [dispatcher, type] : rows) {
         EXPECT_EQ(dispatcher->type(), type);
         EXPECT_EQ(dispatcher->queue(), dispatch_get_global_queue(type, 0));

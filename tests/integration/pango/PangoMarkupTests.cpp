@@ -28,17 +28,17 @@ std::string readBack(NSAttributedString const& text) {
 
 TEST(PangoMarkup, EveryAttributeIsReadBack) {
     NSColor const red{1, 0, 0, 1}, faint{0, 0, 1, 0.5};
+    // clang-format off
     std::pair<TextAttributes, char const*> const rows[] = {
-        {{}, ""},
-        {{.fontFamily = "A'<\"&b"}, "1 4 family \"A'<\\\"&b\""},
-        {{.fontSize = 10.5}, "1 4 size 10752"},
-        {{.fontSize = -1.0}, ""},
-        {{.isBold = true, .isItalic = true}, "1 4 style italic\n1 4 weight bold"},
+        {{}, ""}, {{.fontFamily = "A'<\"&b"}, "1 4 family \"A'<\\\"&b\""}, {{.fontSize = 10.5}, "1 4 size 10752"},
+        {{.fontSize = -1.0}, ""}, {{.isBold = true, .isItalic = true}, "1 4 style italic\n1 4 weight bold"},
         {{.isUnderlined = true, .isStruckThrough = true}, "1 4 underline single\n1 4 strikethrough true"},
         {{.colour = red, .background = red}, "1 4 foreground #ffff00000000\n1 4 background #ffff00000000"},
         {{.colour = faint}, "1 4 foreground #00000000ffff\n1 4 foreground-alpha 32768"},
         {{.background = faint.withAlpha(0)}, "1 4 background #00000000ffff\n1 4 background-alpha 1"},
-        {{.link = NSURL::URLWithString("https://a/?b&c"), .alignment = TextAlignment::Right}, ""}};
+        {{.link = NSURL::URLWithString("https://a/?b&c"), .alignment = TextAlignment::Right}, ""}
+    };
+    // clang-format on
     for (auto const& [attributes, expected] : rows)
         EXPECT_EQ(readBack(AttributedText().plain("<").with(attributes, "é&").plain(">")), std::string{"<é&>|"} + expected);
 }

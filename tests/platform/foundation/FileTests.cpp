@@ -166,15 +166,12 @@ TEST(SearchPaths, FollowTheUsersOwnFolders) {
     struct {
         NSSearchPathDirectory directory;
         std::string path;
-    } const rows[] = {{Document, home.path("My \"Texts\"")},
-                      {Music, home.path("Music")},
-                      {Movies, home.path()},
-                      {Pictures, home.path("Pictures")},
-                      {Desktop, home.path("Desktop")},
-                      {Library, home.path(".local/share")},
-                      {ApplicationSupport, home.path(".local/share")},
-                      {Caches, "/cache"},
-                      {NSSearchPathDirectory{1}, "none"}};
+    // clang-format off
+    } const rows[] = {
+        {Document, home.path("My \"Texts\"")}, {Music, home.path("Music")}, {Movies, home.path()},
+        {Pictures, home.path("Pictures")}, {Desktop, home.path("Desktop")}, {Library, home.path(".local/share")},
+        {ApplicationSupport, home.path(".local/share")}, {Caches, "/cache"}, {NSSearchPathDirectory{1}, "none"}};
+    // clang-format on
     for (auto const& row : rows) EXPECT_EQ(path(row.directory), row.path);
     EXPECT_EQ(path(Library, ExpandTilde::No), "~/.local/share");
     EXPECT_EQ(path(Caches, ExpandTilde::No), "/cache");

@@ -42,18 +42,12 @@ Ref<NSObject> anIdentity() {
 Value book() {
     Dictionary const author{{"name", "Jane Austen"}, {"born", 1775}, {"agent", nullptr}, {"in", "Steventon"}};
     List const editions{Dictionary{{"year", 1815}, {"copies", 2000}}, Dictionary{{"year", 1833}, {"copies", 500}}};
-    return Dictionary{{"title", "Emma"},
-                      {"year", 1815},
-                      {"price", Decimal::fromText("12.50").value()},
-                      {"rating", 4.5},
-                      {"isOpen", true},
-                      {"subtitle", nullptr},
-                      {"added", Value::date(100)},
-                      {"author", author},
-                      {"editions", editions},
-                      {"prequels", List{}},
-                      {"tags", ValueSet{"Novel", "CLASSIC", "Straße", "Ηπειρος"}},
-                      {"note", "Crème Brûlée\n100%"}};
+    // clang-format off
+    return Dictionary{
+        {"title", "Emma"}, {"year", 1815}, {"price", Decimal::fromText("12.50").value()}, {"rating", 4.5}, {"isOpen", true},
+        {"subtitle", nullptr}, {"added", Value::date(100)}, {"author", author}, {"editions", editions}, {"prequels", List{}},
+        {"tags", ValueSet{"Novel", "CLASSIC", "Straße", "Ηπειρος"}}, {"note", "Crème Brûlée\n100%"}};
+    // clang-format on
 }
 
 struct Row {
@@ -151,13 +145,12 @@ TEST(NSPredicate, LooksAtMembersOfLists) {
 TEST(NSPredicate, ComparesObjectsByWhatTheyStandFor) {
     auto const identity = anIdentity();
     auto const one = make<Record>(7, identity), same = make<Record>(7, identity), other = make<Record>(8, anIdentity());
-    expectRows({{"SELF == %@", {same}, true},
-                {"SELF == %@", {identity}, true},
-                {"SELF == %@", {other}, false},
-                {"SELF IN %@", {Value(List{other, same})}, true},
-                {"SELF IN %@", {Value(List{other})}, false},
-                {"%@ CONTAINS SELF", {ValueSet{identity}}, true},
-                {"self.number == 7 AND twice == 14", {}, true}},
+    // clang-format off
+    expectRows({
+        {"SELF == %@", {same}, true}, {"SELF == %@", {identity}, true}, {"SELF == %@", {other}, false},
+        {"SELF IN %@", {Value(List{other, same})}, true}, {"SELF IN %@", {Value(List{other})}, false},
+        {"%@ CONTAINS SELF", {ValueSet{identity}}, true}, {"self.number == 7 AND twice == 14", {}, true}},
+    // clang-format on
                one);
     auto const remote = NSPredicate::predicateWithFormat("friend == %@ AND friend.number IN %@", same, std::vector<int>{1, 7});
     EXPECT_TRUE(remote->evaluateWithObject(Dictionary{{"friend", one}}));
@@ -167,32 +160,22 @@ TEST(NSPredicate, RefusesMalformedFormatsAndSaysWhere) {
     struct {
         char const *format, *problem;
         List arguments = {};
-    } const rows[] = {{"", "at character 1: the format ends"},
-                      {"title ==", "at character 9: the format ends"},
-                      {"title", "at character 6: a comparison"},
-                      {"title == 'a", "at character 10: this text has no closing quote"},
-                      {"(title == 'a'", "at character 14: a closing parenthesis"},
-                      {"title == 'a')", "at character 13: a condition ends here"},
-                      {"a == 1 b == 2", "at character 8: a condition ends here"},
-                      {"a == %@", "at character 6: the argument for this is missing"},
-                      {"a == %@", "more arguments", {1, 2}},
-                      {"a == %d", "this takes a number", {"x"}},
-                      {"%K == 1", "%K takes a key path", {1}},
-                      {"a == %y", "after % a format has", {1}},
-                      {"a ==[x] 'b'", "c, d and n"},
-                      {"a BETWEEN {1}", "two bounds"},
-                      {"a BETWEEN %@", "two bounds", {5}},
-                      {"a MATCHES '('", "malformed"},
-                      {"and == 1", "written #and"},
-                      {"a & 1 == 1", "bit operators are not supported"},
-                      {"SUBQUERY(a, $x, $x > 1).@count > 0", "SUBQUERY(…) is not supported"},
-                      {"a > CAST(b, 'NSDate')", "CAST(…) is not supported"},
-                      {"a.@median.b > 1", "@median is not supported"},
-                      {"a[0] == 1", "position"},
-                      {"a == {1, 2", "a comma or a closing brace"},
-                      {"a.. == 1", "a key is expected"},
-                      {"a == 12abc", "not a number"},
-                      {"a == 1 \x01", "no meaning"}};
+    // clang-format off
+    } const rows[] = {
+        {"", "at character 1: the format ends"}, {"title ==", "at character 9: the format ends"},
+        {"title", "at character 6: a comparison"}, {"title == 'a", "at character 10: this text has no closing quote"},
+        {"(title == 'a'", "at character 14: a closing parenthesis"},
+        {"title == 'a')", "at character 13: a condition ends here"}, {"a == 1 b == 2", "at character 8: a condition ends here"},
+        {"a == %@", "at character 6: the argument for this is missing"}, {"a == %@", "more arguments", {1, 2}},
+        {"a == %d", "this takes a number", {"x"}}, {"%K == 1", "%K takes a key path", {1}},
+        {"a == %y", "after % a format has", {1}}, {"a ==[x] 'b'", "c, d and n"}, {"a BETWEEN {1}", "two bounds"},
+        {"a BETWEEN %@", "two bounds", {5}}, {"a MATCHES '('", "malformed"}, {"and == 1", "written #and"},
+        {"a & 1 == 1", "bit operators are not supported"},
+        {"SUBQUERY(a, $x, $x > 1).@count > 0", "SUBQUERY(…) is not supported"},
+        {"a > CAST(b, 'NSDate')", "CAST(…) is not supported"}, {"a.@median.b > 1", "@median is not supported"},
+        {"a[0] == 1", "position"}, {"a == {1, 2", "a comma or a closing brace"}, {"a.. == 1", "a key is expected"},
+        {"a == 12abc", "not a number"}, {"a == 1 \x01", "no meaning"}};
+    // clang-format on
     for (auto const& [format, problem, arguments] : rows) {
         Ref<NSError> error;
         EXPECT_EQ(NSPredicate::parse(format, arguments, &error), nullptr) << format;

@@ -32,13 +32,12 @@ TEST(NSSortDescriptor, OrdersTextsInFiveWays) {
     struct {
         TextComparison comparison;
         char const* expected;
+    // clang-format off
     } const rows[] = {
-        {TextComparison::Bytes, "B10 B9 a b9 f é "},
-        {TextComparison::CaseInsensitive, "a B10 b9 B9 f é "},
-        {TextComparison::Localized, "a B10 b9 B9 é f "},
-        {TextComparison::LocalizedCaseInsensitive, "a B10 b9 B9 é f "},
-        {TextComparison::LocalizedStandard, "a b9 B9 B10 é f "},
-    };
+        {TextComparison::Bytes, "B10 B9 a b9 f é "}, {TextComparison::CaseInsensitive, "a B10 b9 B9 f é "},
+        {TextComparison::Localized, "a B10 b9 B9 é f "}, {TextComparison::LocalizedCaseInsensitive, "a B10 b9 B9 é f "},
+        {TextComparison::LocalizedStandard, "a b9 B9 B10 é f "}};
+    // clang-format on
     for (auto const& [comparison, expected] : rows)
         EXPECT_EQ(sorted({"f", "b9", "B9", "a", "é", "B10"}, {by("", {.comparison = comparison})}, ""), expected);
     EXPECT_TRUE(compareTexts("b", "B", TextComparison::CaseInsensitive) == 0);

@@ -17,16 +17,15 @@ namespace {
 TEST(NSURL, AppendingEncodesWhatAPathMayNotHold) {
     struct {
         char const *base, *component, *text, *path;
+    // clang-format off
     } const rows[] = {
-        {"/a", "b", "file:///a/b", "/a/b"},
-        {"/a/", "b/c d", "file:///a/b/c%20d", "/a/b/c d"},
-        {"/", "/b", "file:///b", "/b"},
-        {"/a b", "50%.db", "file:///a%20b/50%25.db", "/a b/50%.db"},
-        {"/a", "%20", "file:///a/%2520", "/a/%20"},
+        {"/a", "b", "file:///a/b", "/a/b"}, {"/a/", "b/c d", "file:///a/b/c%20d", "/a/b/c d"}, {"/", "/b", "file:///b", "/b"},
+        {"/a b", "50%.db", "file:///a%20b/50%25.db", "/a b/50%.db"}, {"/a", "%20", "file:///a/%2520", "/a/%20"},
         {"/a", "what?#;ü", "file:///a/what%3F%23%3B%C3%BC", "/a/what?#;ü"},
         {"/a", "x+y&z=(1)!~'*,:@$", "file:///a/x+y&z=(1)!~'*,:@$", "/a/x+y&z=(1)!~'*,:@$"},
-        {"/a", "b/", "file:///a/b/", "/a/b"},
+        {"/a", "b/", "file:///a/b/", "/a/b"}
     };
+    // clang-format on
     for (auto const& row : rows) {
         auto const url = NSURL::fileURLWithPath(row.base).URLByAppendingPathComponent(row.component);
         EXPECT_EQ(url.absoluteString(), row.text);

@@ -137,14 +137,11 @@ TEST(Time, SumsSaturate) {
         dispatch_time_t when;
         std::int64_t delta;
         dispatch_time_t expected;
+    // clang-format off
     } const rows[] = {
-        {DISPATCH_TIME_FOREVER, -5, DISPATCH_TIME_FOREVER},
-        {now, INT64_MAX, DISPATCH_TIME_FOREVER},
-        {now, INT64_MIN, 1},
-        {1000, -10, 990},
-        {1000, 10, 1010},
-        {dispatch_walltime(nullptr, 0), INT64_MAX, DISPATCH_TIME_FOREVER},
-    };
+        {DISPATCH_TIME_FOREVER, -5, DISPATCH_TIME_FOREVER}, {now, INT64_MAX, DISPATCH_TIME_FOREVER}, {now, INT64_MIN, 1},
+        {1000, -10, 990}, {1000, 10, 1010}, {dispatch_walltime(nullptr, 0), INT64_MAX, DISPATCH_TIME_FOREVER}};
+    // clang-format on
     for (auto const& row : rows) EXPECT_EQ(dispatch_time(row.when, row.delta), row.expected) << row.when << " + " << row.delta;
     timespec const moment{1'700'000'000, 5};
     EXPECT_EQ(dispatch_time(dispatch_walltime(&moment, 7), -7), dispatch_walltime(&moment, 0));

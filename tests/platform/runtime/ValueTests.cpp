@@ -23,26 +23,18 @@ struct Row {
 };
 
 /// One value of each kind, no two of them equal.
+// clang-format off
 std::vector<Row> const values = {
-    {Value(), Kind::Absent, "nil"},
-    {true, Kind::Boolean, "true"},
-    {-7, Kind::Integer, "-7"},
-    {0.25f, Kind::Float, "0.25"},
-    {2.5, Kind::Double, "2.5"},
-    {Value::date(2.5), Kind::Date, "date(2.5)"},
-    {"", Kind::Text, ""},
-    {"fourteen bytes", Kind::Text, "fourteen bytes"},
-    {longText, Kind::Text, longText.c_str()},
+    {Value(), Kind::Absent, "nil"}, {true, Kind::Boolean, "true"}, {-7, Kind::Integer, "-7"}, {0.25f, Kind::Float, "0.25"},
+    {2.5, Kind::Double, "2.5"}, {Value::date(2.5), Kind::Date, "date(2.5)"}, {"", Kind::Text, ""},
+    {"fourteen bytes", Kind::Text, "fourteen bytes"}, {longText, Kind::Text, longText.c_str()},
     {Value::uuid(uuid), Kind::UUID, "01020300-0000-0000-0000-000000000000"},
     {Value::data(std::vector<std::byte>(3)), Kind::Data, "data(3 bytes)"},
-    {Value::url("file:///a"), Kind::URL, "file:///a"},
-    {*Decimal::fromText("2.50"), Kind::Decimal, "2.5"},
-    {object, Kind::Object, nullptr},
-    {List{1, "a"}, Kind::List, "[1, \"a\"]"},
-    {ValueSet{Value(1)}, Kind::Set, "{1}"},
+    {Value::url("file:///a"), Kind::URL, "file:///a"}, {*Decimal::fromText("2.50"), Kind::Decimal, "2.5"},
+    {object, Kind::Object, nullptr}, {List{1, "a"}, Kind::List, "[1, \"a\"]"}, {ValueSet{Value(1)}, Kind::Set, "{1}"},
     {Dictionary{{"k", 1}}, Kind::Dictionary, "{\"k\": 1}"},
-    {ValueDictionary{{Value(1), Value("x")}}, Kind::ValueDictionary, "{1: \"x\"}"},
-};
+    {ValueDictionary{{Value(1), Value("x")}}, Kind::ValueDictionary, "{1: \"x\"}"}};
+// clang-format on
 
 TEST(Value, EveryKindSurvivesCopyMoveAndAssignment) {
     for (auto const& row : values) {
@@ -91,17 +83,12 @@ TEST(Value, NumbersAreOneFamilyAndCompareExactly) {
 
 TEST(Value, OrdersWhatCanBeCompared) {
     auto const infinity = std::numeric_limits<double>::infinity();
-    Value const ascending[][2] = {{Value(), false},
-                                  {1, 1.5},
-                                  {INT64_MAX - 1, INT64_MAX},
-                                  {*Decimal::fromText("1.25"), 1.5},
-                                  {Decimal(1), infinity},
-                                  {-infinity, Decimal(1)},
-                                  {Value::date(1), Value::date(2)},
-                                  {"Z", "a"},
-                                  {"a", "aa"},
-                                  {Value::url("a:"), Value::url("b:")},
-                                  {Value::data(std::vector<std::byte>{}), Value::data(std::vector<std::byte>(1))}};
+    // clang-format off
+    Value const ascending[][2] = {
+        {Value(), false}, {1, 1.5}, {INT64_MAX - 1, INT64_MAX}, {*Decimal::fromText("1.25"), 1.5}, {Decimal(1), infinity},
+        {-infinity, Decimal(1)}, {Value::date(1), Value::date(2)}, {"Z", "a"}, {"a", "aa"},
+        {Value::url("a:"), Value::url("b:")}, {Value::data(std::vector<std::byte>{}), Value::data(std::vector<std::byte>(1))}};
+    // clang-format on
     for (auto const& [less, more] : ascending) {
         EXPECT_TRUE(compareValues(less, more) < 0) << less << " < " << more;
         EXPECT_TRUE(compareValues(more, less) > 0) << less << " < " << more;
@@ -208,24 +195,14 @@ TEST(Decimal, ReadsWritesAndOrders) {
 
 TEST(NumberText, IsTheShortestThatReadsBack) {
     using Limits = std::numeric_limits<double>;
-    std::pair<double, char const*> const rows[] = {{0, "0.0"},
-                                                   {-0.0, "-0.0"},
-                                                   {12, "12.0"},
-                                                   {0.25, "0.25"},
-                                                   {0.1 + 0.2, "0.30000000000000004"},
-                                                   {-1.5, "-1.5"},
-                                                   {1e-4, "0.0001"},
-                                                   {9.9e-5, "9.9e-05"},
-                                                   {1e-5, "1e-05"},
-                                                   {1e15, "1000000000000000.0"},
-                                                   {9007199254740993.0, "9007199254740992.0"},
-                                                   {1e16, "1e+16"},
-                                                   {1.5e300, "1.5e+300"},
-                                                   {Limits::denorm_min(), "5e-324"},
-                                                   {Limits::max(), "1.7976931348623157e+308"},
-                                                   {Limits::infinity(), "inf"},
-                                                   {-Limits::infinity(), "-inf"},
-                                                   {-Limits::quiet_NaN(), "nan"}};
+    // clang-format off
+    std::pair<double, char const*> const rows[] = {
+        {0, "0.0"}, {-0.0, "-0.0"}, {12, "12.0"}, {0.25, "0.25"}, {0.1 + 0.2, "0.30000000000000004"}, {-1.5, "-1.5"},
+        {1e-4, "0.0001"}, {9.9e-5, "9.9e-05"}, {1e-5, "1e-05"}, {1e15, "1000000000000000.0"},
+        {9007199254740993.0, "9007199254740992.0"}, {1e16, "1e+16"}, {1.5e300, "1.5e+300"}, {Limits::denorm_min(), "5e-324"},
+        {Limits::max(), "1.7976931348623157e+308"}, {Limits::infinity(), "inf"}, {-Limits::infinity(), "-inf"},
+        {-Limits::quiet_NaN(), "nan"}};
+    // clang-format on
     for (auto const& [value, text] : rows) EXPECT_EQ(shortestText(value), text);
 }
 

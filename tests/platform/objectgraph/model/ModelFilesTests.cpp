@@ -38,23 +38,17 @@ TEST(ModelFiles, FindsTheCurrentVersion) {
     };
     struct {
         std::string path, expected;
+    // clang-format off
     } const rows[] = {
-        {two("named", currentIs("M 2.0.1.xcdatamodel")), "Two"},
-        {two("other", currentIs("M 1.0.xcdatamodel")), "One"},
+        {two("named", currentIs("M 2.0.1.xcdatamodel")), "Two"}, {two("other", currentIs("M 1.0.xcdatamodel")), "One"},
         {two("gone", currentIs("M 3.xcdatamodel")), "absent"},
-        {two("outside", currentIs("../named.xcdatamodeld/M 1.0.xcdatamodel")), "absent"},
-        {two("empty", note("")), "absent"},
-        {two("unnoted", ""), "absent"},
-        {one("only", ""), "One"},
-        {one("onlyEmpty", note("")), "One"},
-        {one("onlyBroken", "<plist"), "One"},
-        {folder.path("only.xcdatamodeld/M 1.0.xcdatamodel"), "One"},
+        {two("outside", currentIs("../named.xcdatamodeld/M 1.0.xcdatamodel")), "absent"}, {two("empty", note("")), "absent"},
+        {two("unnoted", ""), "absent"}, {one("only", ""), "One"}, {one("onlyEmpty", note("")), "One"},
+        {one("onlyBroken", "<plist"), "One"}, {folder.path("only.xcdatamodeld/M 1.0.xcdatamodel"), "One"},
         {folder.path("only.xcdatamodeld/M 1.0.xcdatamodel/contents"), "One"},
-        {folder.write("old.xcdatamodel/elements", "binary"), "absent"},
-        {folder.path("old.xcdatamodel"), "absent"},
-        {folder.path(), "absent"},
-        {folder.path("nowhere"), "absent"},
-    };
+        {folder.write("old.xcdatamodel/elements", "binary"), "absent"}, {folder.path("old.xcdatamodel"), "absent"},
+        {folder.path(), "absent"}, {folder.path("nowhere"), "absent"}};
+    // clang-format on
     for (auto const& [path, expected] : rows) EXPECT_EQ(loaded(path), expected) << path;
 
     auto const versions = NSManagedObjectModel::versionsOfURL(NSURL::fileURLWithPath(rows[0].path));

@@ -264,27 +264,22 @@ TEST(ValueMigration, TakesNumbersThatAreTheSameInTheNewTypeAndRefusesOthers) {
     struct {
         Type from, to;
         List values, now; // none: refused, for the first value
+    // clang-format off
     } const table[] = {
         {Type::Integer64, Type::Double, {big, -7, std::numeric_limits<std::int64_t>::min()}, {0x1p53, -7.0, -0x1p63}},
         {Type::Integer64, Type::Double, {big + 1, 1}, {}},
         {Type::Integer64, Type::Double, {std::numeric_limits<std::int64_t>::max(), 1}, {}},
         {Type::Integer32, Type::Integer16, {32767, -32768}, {32767, -32768}},
-        {Type::Integer32, Type::Integer16, {32768, 1}, {}},
-        {Type::Integer16, Type::Boolean, {0, 1}, {false, true}},
-        {Type::Integer16, Type::Boolean, {2, 1}, {}},
-        {Type::Boolean, Type::Float, {true}, {1.0F}},
-        {Type::Double, Type::Float, {0.5, HUGE_VAL}, {0.5F, HUGE_VALF}},
-        {Type::Double, Type::Float, {0.1, 0.5}, {}},
-        {Type::Double, Type::Integer64, {-3.0}, {-3}},
-        {Type::Double, Type::Integer64, {0x1p63, 1.0}, {}},
-        {Type::Double, Type::Decimal, {0.1}, {decimal("0.1")}},
-        {Type::Double, Type::Decimal, {HUGE_VAL, 0.1}, {}},
+        {Type::Integer32, Type::Integer16, {32768, 1}, {}}, {Type::Integer16, Type::Boolean, {0, 1}, {false, true}},
+        {Type::Integer16, Type::Boolean, {2, 1}, {}}, {Type::Boolean, Type::Float, {true}, {1.0F}},
+        {Type::Double, Type::Float, {0.5, HUGE_VAL}, {0.5F, HUGE_VALF}}, {Type::Double, Type::Float, {0.1, 0.5}, {}},
+        {Type::Double, Type::Integer64, {-3.0}, {-3}}, {Type::Double, Type::Integer64, {0x1p63, 1.0}, {}},
+        {Type::Double, Type::Decimal, {0.1}, {decimal("0.1")}}, {Type::Double, Type::Decimal, {HUGE_VAL, 0.1}, {}},
         {Type::Decimal, Type::Double, {decimal("0.1")}, {0.1}},
         {Type::Decimal, Type::Double, {decimal("0.10000000000000000001"), decimal("1")}, {}},
         {Type::Decimal, Type::Integer32, {decimal("-12")}, {-12}},
-        {Type::Decimal, Type::Integer32, {decimal("1.5"), decimal("1")}, {}},
-        {Type::String, Type::Transformable, {"a"}, {}},
-    };
+        {Type::Decimal, Type::Integer32, {decimal("1.5"), decimal("1")}, {}}, {Type::String, Type::Transformable, {"a"}, {}}};
+    // clang-format on
     for (auto const& [from, to, values, now] : table) {
         SCOPED_TRACE(values[0].description());
         TemporaryFolder folder;

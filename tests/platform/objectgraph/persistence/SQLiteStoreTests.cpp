@@ -16,26 +16,21 @@ TEST(SQLiteStore, EveryTypeComesBackAfterReopening) {
         char const* name;
         NSAttributeType type;
         Value value;
+    // clang-format off
     } const table[] = {
-        {"flag", NSAttributeType::Boolean, true},
-        {"small", NSAttributeType::Integer16, -3},
-        {"large", NSAttributeType::Integer64, INT64_MIN},
-        {"real", NSAttributeType::Double, 0.1},
-        {"whole", NSAttributeType::Double, 4.0},
-        {"single", NSAttributeType::Float, 0.1F},
-        {"text", NSAttributeType::String, "Straße \"quoted\" 'n'"},
-        {"empty", NSAttributeType::String, ""},
+        {"flag", NSAttributeType::Boolean, true}, {"small", NSAttributeType::Integer16, -3},
+        {"large", NSAttributeType::Integer64, INT64_MIN}, {"real", NSAttributeType::Double, 0.1},
+        {"whole", NSAttributeType::Double, 4.0}, {"single", NSAttributeType::Float, 0.1F},
+        {"text", NSAttributeType::String, "Straße \"quoted\" 'n'"}, {"empty", NSAttributeType::String, ""},
         {"when", NSAttributeType::Date, Value::date(-0.25)},
         {"bytes", NSAttributeType::BinaryData, Value::data(std::as_bytes(std::span("\0\x1\xff", 3)))},
         {"nothing", NSAttributeType::BinaryData, Value::data(std::vector<std::byte>{})},
         {"uuid", NSAttributeType::UUID, Value::uuid({1, 2, 3, 0, 5})},
         {"link", NSAttributeType::URI, Value::url("https://example.org/a%20b")},
-        {"money", NSAttributeType::Decimal, Decimal::fromText("-12.50")},
-        {"absent", NSAttributeType::String, {}},
-        {"id", NSAttributeType::String, "an attribute may have any name"},
-        {"Version", NSAttributeType::Integer32, 7},
-        {"select \"x\"", NSAttributeType::String, "quoted"},
-    };
+        {"money", NSAttributeType::Decimal, Decimal::fromText("-12.50")}, {"absent", NSAttributeType::String, {}},
+        {"id", NSAttributeType::String, "an attribute may have any name"}, {"Version", NSAttributeType::Integer32, 7},
+        {"select \"x\"", NSAttributeType::String, "quoted"}};
+    // clang-format on
     ModelBuilder builder;
     builder.entity("order");
     Dictionary values;
