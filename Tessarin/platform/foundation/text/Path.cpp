@@ -33,20 +33,23 @@ std::size_t dotOf(std::string_view name) {
 constexpr std::size_t step = sizeof(std::uint64_t);
 static_assert(std::endian::native == std::endian::little);
 
-/// The highest bit of each byte of at most eight that is a "/".
-std::uint64_t slashesIn(std::string_view part) {
+/// The highest bit of each of the eight bytes from `at` on that is a "/" or the end of the path.
+std::uint64_t endsIn(std::string_view path, std::size_t at) {
     constexpr std::uint64_t ones = 0x0101010101010101U, lows = 0x7f7f7f7f7f7f7f7fU;
+    auto const rest = path.size() - at;
     std::uint64_t bytes = 0;
-    if (part.size() == step)
-        std::memcpy(&bytes, part.data(), step);
+    if (rest >= step)
+        std::memcpy(&bytes, path.data() + at, step);
     else
-        std::memcpy(&bytes, part.data(), part.size());
+        for (std::size_t each = 0; each < rest; ++each)
+            bytes |= std::uint64_t{static_cast<unsigned char>(path[at + each])} << 8 * each;
     bytes ^= ones * '/'; // 0 where one is
-    return ~(((bytes & lows) + lows) | bytes | lows);
+    auto const slashes = ~(((bytes & lows) + lows) | bytes | lows);
+    return rest < step ? slashes | std::uint64_t{0x80} << 8 * rest : slashes;
 }
 
-/// Appends the first `size` bytes of `rest`. With the string's own functions inside.
-[[gnu::noinline, gnu::flatten]] void append(std::vector<std::string>& components, std::string_view rest, std::size_t size) {
+/// Appends the first `size` bytes of `rest`.
+void append(std::vector<std::string>& components, std::string_view rest, std::size_t size) {
     constexpr std::size_t inPlace = 15; // what a string holds without memory: copied as a whole, without a call, and cut
     if (size <= inPlace && rest.size() >= inPlace)
         components.emplace_back(rest.data(), inPlace).erase(size);
@@ -105,20 +108,18 @@ std::string appendingPathExtension(std::string_view path, std::string_view exten
     return result.append(extension);
 }
 
-std::vector<std::string> pathComponents(std::string_view path) {
+// With the functions of strings and lists inside.
+[[gnu::flatten]] std::vector<std::string> pathComponents(std::string_view path) {
     static constexpr std::size_t usual = 8; // most paths have no more, and to count them first takes longer
     std::vector<std::string> components;
     components.reserve(usual);
-    if (isAbsolutePath(path)) components.emplace_back(1, '/');
-    std::size_t from = 0;
-    auto const endAt = [&](std::size_t to) {
-        if (to > from) append(components, path.substr(from), to - from);
-        from = to + 1;
-    };
-    for (std::size_t at = 0; at < path.size(); at += step)
-        for (auto slashes = slashesIn(path.substr(at, step)); slashes != 0; slashes &= slashes - 1)
-            endAt(at + static_cast<std::size_t>(std::countr_zero(slashes)) / 8);
-    endAt(path.size());
+    if (path.starts_with('/')) components.emplace_back(1, '/');
+    for (std::size_t from = 0, at = 0; at <= path.size(); at += step)
+        for (auto ends = endsIn(path, at); ends != 0; ends &= ends - 1) {
+            auto const to = at + static_cast<std::size_t>(std::countr_zero(ends)) / 8;
+            if (to > from) append(components, path.substr(from), to - from);
+            from = to + 1;
+        }
     return components;
 }
 
