@@ -18,9 +18,11 @@ std::vector<std::int64_t> recordCounts(SQLite::Connection& connection, StoredMod
     RowSpace space(stored.model);
     SQLiteSchema const schema(space, stored.entityNumbers);
     std::vector<std::int64_t> counts;
-    for (auto const& entity : stored.model->entities())
-        counts.push_back(connection.integer(
-            fmt::format("SELECT count(*) FROM {}{}", schema.tableOf(*entity).name, whereEntity(schema, *entity))));
+    for (auto const& entity : stored.model->entities()) {
+        auto const& table = schema.tableOf(*entity); // without a condition SQLite counts pages at a time
+        auto const condition = table.hasEntityColumn ? whereEntity(schema, *entity) : std::string();
+        counts.push_back(connection.integer(fmt::format("SELECT count(*) FROM {}{}", table.name, condition)));
+    }
     return counts;
 }
 
