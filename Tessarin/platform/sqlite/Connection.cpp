@@ -88,6 +88,7 @@ StatementUse Connection::use(std::string_view sql) {
 }
 
 void Connection::forgetStatements() {
+    ++timesForgotten_;
     std::erase_if(statements_, [](auto const& entry) { return !StatementUse::isInUse(*entry.second); });
     std::erase_if(extras_, [](auto const& extra) { return !StatementUse::isInUse(*extra); });
 }

@@ -44,6 +44,9 @@ public:
     void execute(std::string const& sql);
     /// The prepared statement of that text, made on first use and kept; another one while the kept one is in use.
     StatementUse use(std::string_view sql);
+    /// How often kept statements were forgotten, because there were too many: while it stays the same, a statement that `use` has
+    /// given is still there, and may be used again without its text.
+    std::uint64_t timesForgotten() const noexcept { return timesForgotten_; }
     /// The first column of the first row; 0 or empty when there is none.
     std::int64_t integer(std::string_view sql);
     std::string text(std::string_view sql);
@@ -84,6 +87,7 @@ private:
     std::unique_ptr<sqlite3, Close> handle_; // before the statements, which go first
     std::unordered_map<std::string, std::unique_ptr<Statement>, TextHash, std::equal_to<>> statements_;
     std::vector<std::unique_ptr<Statement>> extras_; // made while the kept one was in use; freed with the connection
+    std::uint64_t timesForgotten_ = 0;
     LogState seenLog_{};
 };
 

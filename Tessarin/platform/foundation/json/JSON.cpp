@@ -41,9 +41,9 @@ private:
         Dictionary dictionary;
         dictionary.reserve(8);
         for (auto field : object) {
-            auto const key = sharedKey(field.unescaped_key());
+            auto key = sharedKey(field.unescaped_key());
             ondemand::value value = field.value();
-            dictionary.set(key, read(value, depth + 1));
+            dictionary.set(std::move(key), read(value, depth + 1));
         }
         return dictionary;
     }

@@ -14,7 +14,7 @@ using Operator = NSPredicateOperatorType;
 /// What is known of a constant right side before any object is there.
 struct NSComparisonPredicate::Prepared {
     Value right;
-    std::optional<std::string> text; // folded; for every operator but MATCHES
+    std::optional<std::string> folded; // a text, for every operator but MATCHES, where folding it makes a difference
     Ref<TextPattern const> pattern;
     std::optional<PreparedMembers> members;
 };
@@ -77,8 +77,8 @@ void NSComparisonPredicate::init(Ref<NSExpression> left, Ref<NSExpression> right
     prepared->right = right_->expressionValueWithObject({});
     if (prepared->right.isText() && type == Operator::Matches)
         prepared->pattern = TextPattern::compile(prepared->right.text(), options);
-    else if (prepared->right.isText())
-        prepared->text = foldedText(prepared->right.text(), options);
+    else if (prepared->right.isText() && options != TextOptions::None)
+        prepared->folded = foldedText(prepared->right.text(), options);
     else if (isList(prepared->right) && type == Operator::In)
         prepared->members.emplace(prepared->right, options);
     prepared_ = std::move(prepared);
@@ -96,8 +96,9 @@ bool NSComparisonPredicate::compare(Value const& left, Value const& object) cons
     if (!prepared_) return compareForPredicate(operator_, options_, left, right_->expressionValueWithObject(object));
     if (prepared_->members) return prepared_->members->contains(left);
     if (left.isText()) {
-        if (prepared_->text) return compareFoldedTexts(operator_, FoldedText{left.text(), options_}.view(), *prepared_->text);
         if (prepared_->pattern) return prepared_->pattern->matchesWhole(left.text());
+        if (prepared_->folded) return compareFoldedTexts(operator_, FoldedText{left.text(), options_}.view(), *prepared_->folded);
+        if (prepared_->right.isText()) return compareFoldedTexts(operator_, left.text(), prepared_->right.text());
     }
     return compareForPredicate(operator_, options_, left, prepared_->right);
 }
@@ -108,7 +109,8 @@ void NSComparisonPredicate::collectKeyPaths(std::set<std::string>& paths) const 
 }
 
 Ref<NSPredicate> NSComparisonPredicate::predicateWithSubstitutionVariables(Dictionary const& values) const {
-    return predicateWithLeftExpression(left_->substituted(values), right_->substituted(values), operator_, modifier_, options_);
+    auto const part = [&](Ref<NSExpression> const& each) { return each->hasVariables() ? each->substituted(values) : each; };
+    return predicateWithLeftExpression(part(left_), part(right_), operator_, modifier_, options_);
 }
 
 std::string NSComparisonPredicate::predicateFormat() const {

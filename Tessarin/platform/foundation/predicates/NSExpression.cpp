@@ -119,15 +119,22 @@ void NSExpression::collectKeyPaths(std::set<std::string>& paths) const {
     for (auto const& member : members_) member->collectKeyPaths(paths);
 }
 
+bool NSExpression::hasVariables() const noexcept {
+    return type_ == NSExpressionType::Variable || (operand_ && operand_->hasVariables()) ||
+           std::ranges::any_of(members_, [](auto const& member) { return member->hasVariables(); });
+}
+
 Ref<NSExpression> NSExpression::substituted(Dictionary const& values) const {
+    auto const part = [&](Ref<NSExpression> const& each) { return each->hasVariables() ? each->substituted(values) : each; };
+    if (type_ == NSExpressionType::Variable)
+        if (auto const* value = values.find(name_)) return expressionForConstantValue(*value);
     auto copy = make<NSExpression>(type_);
     copy->constant_ = constant_;
     copy->name_ = name_;
     copy->path_ = path_;
-    if (operand_) copy->operand_ = operand_->substituted(values);
-    for (auto const& member : members_) copy->members_.push_back(member->substituted(values));
-    auto const* value = type_ == NSExpressionType::Variable ? values.find(name_) : nullptr;
-    return value ? expressionForConstantValue(*value) : copy;
+    if (operand_) copy->operand_ = part(operand_);
+    for (auto const& member : members_) copy->members_.push_back(part(member));
+    return copy;
 }
 
 std::string NSExpression::description() const {

@@ -39,6 +39,8 @@ public:
     bool isConstant() const noexcept;
     /// Adds the key paths that start at the evaluated object.
     void collectKeyPaths(std::set<std::string>& paths) const;
+    /// Whether a variable is anywhere in it.
+    bool hasVariables() const noexcept;
     /// With constants in place of the variables that `values` holds.
     Ref<NSExpression> substituted(Dictionary const& values) const;
 

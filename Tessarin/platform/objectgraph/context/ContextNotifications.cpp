@@ -130,8 +130,9 @@ void postDidRefuse(NSManagedObjectContext& context, ChangeSets sets, Ref<NSError
 }
 
 void postDidChange(NSManagedObjectContext& context) {
+    if (GraphAccess::state(context).news.entries.empty()) return;
     auto entries = std::exchange(GraphAccess::state(context).news.entries, {});
-    if (!entries.empty() && hasChangeObservers())
+    if (hasChangeObservers())
         changeChannel()->post(make<ContextDidChangeNotification>(context.self<NSManagedObjectContext>(), std::move(entries)));
 }
 

@@ -3,7 +3,6 @@
 #include "Tessarin/platform/objectgraph/context/RecordReaderPrivate.h"
 
 #include <algorithm>
-#include <array>
 #include <iterator>
 #include <unordered_set>
 #include <utility>
@@ -112,13 +111,14 @@ FaultBatchRef makeBatch(ContextState& context, NSEntityDescription const& entity
 void objectsWithRows(ContextState& context, NSEntityDescription const& entity, std::span<RowRef> rows,
                      FunctionRef<void(std::span<Ref<NSManagedObject>>)> take) {
     FaultBatchRef batch;
+    std::vector<Ref<NSManagedObject>> objects; // of the run
     while (!rows.empty()) {
         auto const run = rows.first(std::min(rows.size(), longestRun));
         if (!batch || batch->members.size() + run.size() > FaultBatch::mostMembers)
             batch = makeBatch(context, entity, rows.size());
-        std::array<Ref<NSManagedObject>, longestRun> objects;
-        findOrMake(context, run, *batch, std::span(objects).first(run.size()));
-        take(std::span(objects).first(run.size()));
+        objects.assign(run.size(), nullptr);
+        findOrMake(context, run, *batch, objects);
+        take(objects);
         rows = rows.subspan(run.size());
     }
 }

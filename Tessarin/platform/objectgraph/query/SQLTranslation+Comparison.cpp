@@ -76,6 +76,11 @@ std::string after(std::string_view beginning) {
 
 } // namespace
 
+std::optional<Value> SQLTranslation::argument(SQLSchema const& schema, SQLKind kind, Value const& value) {
+    auto [argument, isExact] = bound(schema, kind, value);
+    return isExact ? std::move(argument) : std::nullopt;
+}
+
 SQLTranslation::Said SQLTranslation::withValue(SQLOperand const& left, Operator type, TextOptions options, Value const& value) {
     if (type == Operator::EqualTo && value.isAbsent()) return left.sql + " IS NULL";
     if (type == Operator::NotEqualTo && value.isAbsent()) return left.sql + " IS NOT NULL";

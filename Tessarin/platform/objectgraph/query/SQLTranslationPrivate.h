@@ -24,6 +24,9 @@ public:
     List const& arguments() const noexcept { return arguments_; }
     /// Whether the text is worth keeping prepared: not with a long list in it.
     bool isReusable() const noexcept { return isReusable_; }
+    /// What a value is bound as where it is compared, by size or for equality, with an expression of that kind; absent where
+    /// the comparison binds nothing.
+    static std::optional<Value> argument(SQLSchema const& schema, SQLKind kind, Value const& value);
 
 private:
     using Said = std::optional<std::string>; // a condition, NULL counting as false; absent: cannot be said

@@ -209,6 +209,34 @@ TEST_F(SQLPredicate, OrderLimitAndOffsetAreTheStoresWhereItCanSayThem) {
     }
 }
 
+TEST_F(SQLPredicate, ARequestLikeAnEarlierOneIsAnsweredForWhatItAsks) {
+    std::vector<Ref<NSSortDescriptor>> const orders[] = {{}, {by("name")}, {by("name", {.ascending = false})}, {by("keeper.name")}};
+    auto const operand = [&]() -> Value {
+        switch (below(6)) {
+        case 0: return {};
+        case 1: return one(2);
+        case 2: return Value::date(static_cast<double>(below(5)) - 2.5);
+        case 3: return Decimal::fromText("2");
+        case 4: return number();
+        default: return word();
+        }
+    };
+    char const* const paths[] = {"name", "age", "weight", "born", "cost", "keeper.name", "foods.@count"};
+    char const* const signs[] = {"==", "==", "!=", "<", ">="};
+    for (int round = 0; round < 600; ++round) { // of these many have the same text, and more than are kept differ
+        auto const comparison = [&] { return std::string(paths[below(std::size(paths))]) + signs[below(std::size(signs))] + "%@"; };
+        auto const predicate = one(4) ? where((comparison() + " AND " + comparison()).c_str(), operand(), operand())
+                                      : where(comparison().c_str(), operand());
+        auto const* const entity = one(3) ? "Dog" : "Animal";
+        auto const& order = orders[below(std::size(orders))];
+        auto const limit = below(4), offset = below(3);
+        auto expected = keysOf(sortedArrayUsingDescriptors(judged(entity, *predicate), order));
+        expected.erase(expected.begin(), expected.begin() + static_cast<std::ptrdiff_t>(std::min(offset, expected.size())));
+        if (limit != 0 && expected.size() > limit) expected.resize(limit);
+        EXPECT_EQ(keysOf(ask(entity, predicate, order, limit, offset)), expected) << predicate->description();
+    }
+}
+
 TEST_F(SQLPredicate, WhatSQLCannotSayLeavesTheRestToTheStore) {
     // Transient attributes are not in the file; the other condition is applied, limit and order are not.
     auto const answer = ask("Animal", where("age > 2 AND note == nil"),

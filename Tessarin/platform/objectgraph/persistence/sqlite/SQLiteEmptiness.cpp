@@ -25,7 +25,7 @@ bool hasRecords(SQLite::Connection& connection) {
 
 } // namespace
 
-bool hasNoSchema(SQLite::Connection& connection) { return connection.integer("SELECT count(*) FROM sqlite_schema") == 0; }
+bool hasNoSchema(SQLite::Connection& connection) { return !connection.use(wholeSchema)->step(); }
 
 bool holdsNothing(SQLite::Connection& connection, std::string const& path) try {
     if (auto const id = connection.integer("PRAGMA application_id"); id != 0 && id != storeApplicationID) return false;

@@ -1,13 +1,11 @@
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteFileChecksPrivate.h"
 
 #include "Tessarin/platform/objectgraph/model/NSManagedObjectModel.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteEmptinessPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteVerdictPrivate.h"
-#include "Tessarin/platform/runtime/FunctionRef.h"
 
 #include <algorithm>
 #include <fmt/format.h>
-#include <fmt/ranges.h>
-#include <span>
 
 namespace Tessarin {
 namespace {
@@ -19,14 +17,18 @@ std::vector<std::string> textsOf(SQLite::Connection& connection, std::string_vie
     return texts;
 }
 
-/// One statement for many tables: each of its own would be prepared and forgotten. SQLite joins at most 500 selects.
-void forEach(SQLite::Connection& connection, std::vector<std::string> const& selects, FunctionRef<void(SQLite::Statement&)> row) {
-    static constexpr std::size_t most = 200;
-    for (std::span<std::string const> left(selects); !left.empty(); left = left.subspan(std::min(most, left.size()))) {
-        SQLite::Statement statement(connection,
-                                    fmt::format("{}", fmt::join(left.first(std::min(most, left.size())), " UNION ALL ")));
-        while (statement.step()) row(statement);
-    }
+/// The smallest or largest key in a table; 0 in an empty one. Short statements of their own, which are forgotten at once: one for
+/// both ends, or for all tables, costs SQLite about twice as much to prepare.
+RecordKey endOf(SQLite::Connection& connection, char const* end, std::string const& table) {
+    SQLite::Statement statement(connection, fmt::format("SELECT {}(id) FROM {}", end, table));
+    return statement.step() ? statement.integer(0) : 0;
+}
+
+/// As SQL's lower().
+std::string inSmallLetters(std::string name) {
+    std::ranges::transform(name, name.begin(),
+                           [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c; });
+    return name;
 }
 
 /// The tables that must be such, in quotes.
@@ -42,31 +44,37 @@ std::vector<std::string> expectedTables(SQLite::Connection& connection, RowSpace
 } // namespace
 
 void requireNoViewInPlaceOfATable(SQLite::Connection& connection, RowSpace& space) {
-    auto const views =
-        textsOf(connection, "SELECT lower(name) FROM sqlite_schema WHERE type IN ('table', 'view') AND rootpage = 0");
+    std::vector<std::string> views; // in small letters
+    auto const schema = connection.use(wholeSchema);
+    while (schema->step()) {
+        bool const hasNoPages = !schema->isNull(0) && schema->integer(0) == 0;
+        auto const type = schema->text(1);
+        if (hasNoPages && (type == "table" || type == "view")) views.push_back(inSmallLetters(std::string(schema->text(2))));
+    }
     if (views.empty()) return;
-    auto const require = [&](std::string name) {
-        std::ranges::transform(name, name.begin(),
-                               [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c; });
+    auto const require = [&](std::string const& name) {
         for (auto const& view : views)
-            if (quoted(view) == name) throw Refused::because("a view stands in place of the table " + name);
+            if (quoted(view) == inSmallLetters(name)) throw Refused::because("a view stands in place of the table " + name);
     };
     for (auto const* own : {"\"tessarin_store\"", "\"tessarin_metadata\"", "\"tessarin_entity\""}) require(own);
     for (auto const& name : expectedTables(connection, space)) require(name);
 }
 
-void readEndsOfTables(SQLite::Connection& connection) {
-    std::vector<std::string> ends;
-    for (auto const& name : textsOf(connection, "SELECT DISTINCT \"table\" FROM tessarin_entity"))
-        ends.push_back(fmt::format("SELECT (SELECT min(id) FROM {0}), (SELECT max(id) FROM {0})", quoted(name)));
-    forEach(connection, ends, [](SQLite::Statement&) {});
+LargestKeys readEndsOfTables(SQLite::Connection& connection) {
+    LargestKeys largest;
+    for (auto const& name : textsOf(connection, "SELECT DISTINCT \"table\" FROM tessarin_entity")) {
+        endOf(connection, "min", quoted(name));
+        largest.emplace(quoted(name), endOf(connection, "max", quoted(name)));
+    }
+    return largest;
 }
 
-RecordKey largestKey(SQLite::Connection& connection, SQLiteSchema const& schema) {
-    std::vector<std::string> ends;
-    for (auto const& table : schema.tables()) ends.push_back("SELECT max(id) FROM " + table.name);
+RecordKey largestKey(SQLite::Connection& connection, SQLiteSchema const& schema, LargestKeys const& known) {
     RecordKey largest = 0;
-    forEach(connection, ends, [&](SQLite::Statement& row) { largest = std::max(largest, row.integer(0)); });
+    for (auto const& table : schema.tables()) {
+        auto const found = known.find(table.name);
+        largest = std::max(largest, found != known.end() ? found->second : endOf(connection, "max", table.name));
+    }
     return largest;
 }
 

@@ -2,6 +2,8 @@
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteSchemaPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/KeyTablePrivate.h"
 #include "Tessarin/platform/sqlite/Connection.h"
+#include <string>
+#include <unordered_map>
 
 namespace Tessarin {
 
@@ -10,9 +12,11 @@ namespace Tessarin {
 /// Throws Refused where a view, or a virtual table, stands in place of one of the library's tables or of the model's. Other views
 /// are somebody's own.
 TESSARIN_API void requireNoViewInPlaceOfATable(SQLite::Connection& connection, RowSpace& space);
+/// The largest key in each table, by the table's name in quotes.
+using LargestKeys = std::unordered_map<std::string, RecordKey>;
 /// Reads both ends of each table that the file names; what is unreadable throws.
-TESSARIN_API void readEndsOfTables(SQLite::Connection& connection);
-/// The largest key of any record; 0 when there is none.
-TESSARIN_API RecordKey largestKey(SQLite::Connection& connection, SQLiteSchema const& schema);
+TESSARIN_API LargestKeys readEndsOfTables(SQLite::Connection& connection);
+/// The largest key of any record; 0 when there is none. `known`: what the same transaction has read already.
+TESSARIN_API RecordKey largestKey(SQLite::Connection& connection, SQLiteSchema const& schema, LargestKeys const& known = {});
 
 } // namespace Tessarin

@@ -57,12 +57,13 @@ void SQLiteOpening::checkFormat(SQLite::Connection& connection) const {
 }
 
 /// A look whose cost does not grow with the file: a small one is checked wholly, of a large one the ends of every table.
-void SQLiteOpening::checkPages(SQLite::Connection& connection) const {
+void SQLiteOpening::checkPages(SQLite::Connection& connection) {
+    largestKeys_.clear();
     if (connection.integer("PRAGMA page_count") <= smallFilePages) {
         checkAllPages(connection);
         return;
     }
-    readEndsOfTables(connection);
+    largestKeys_ = readEndsOfTables(connection);
 }
 
 /// A file is damaged when three looks say so, each without what the one before left in memory, and when nothing keeps it from
@@ -110,6 +111,7 @@ std::vector<std::int64_t> SQLiteOpening::bringToModel(SQLite::Connection& connec
     if (auto numbers = numbersOfSameModel(connection)) return *std::move(numbers);
     if (!options_.infersMapping)
         throw Refused::because("it was written with another model, and inferring a mapping is not asked for");
+    largestKeys_.clear();
     connection.execute("COMMIT");
     SQLite::Transaction transaction(connection);
     auto const stored = storedModelOfText(connection.text("SELECT value FROM tessarin_store WHERE key = 'model'"));

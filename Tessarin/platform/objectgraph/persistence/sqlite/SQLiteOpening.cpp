@@ -129,7 +129,7 @@ std::unique_ptr<SQLiteStore::Impl> SQLiteOpening::store(SQLite::Connection& conn
                                                         SQLite::ConnectionOptions const& options) {
     auto impl = std::make_unique<SQLiteStore::Impl>(file_, space_, std::move(numbers), options);
     impl->modelGeneration = connection.integer("SELECT value FROM tessarin_store WHERE key = 'modelGeneration'");
-    impl->keys.startBehind(largestKey(connection, impl->schema));
+    impl->keys.startBehind(largestKey(connection, impl->schema, largestKeys_));
     impl->metadata.read(connection);
     impl->identifier = impl->metadata.get()["NSStoreUUID"].text();
     if (impl->identifier.empty()) throw Refused::because("its identity is missing");

@@ -1,5 +1,6 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/persistence/migration/StoredModelPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteFileChecksPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteStoreImplPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteVerdictPrivate.h"
 
@@ -30,7 +31,7 @@ private:
     void makeIfEmpty(SQLite::Connection& connection);
     void create(SQLite::Connection& connection);
     void checkFormat(SQLite::Connection& connection) const;
-    void checkPages(SQLite::Connection& connection) const;
+    void checkPages(SQLite::Connection& connection);
     void checkAllPages(SQLite::Connection& connection) const;
     void requireReadable(std::string const& problem) const;
     std::optional<std::vector<std::int64_t>> numbersOfSameModel(SQLite::Connection& connection) const;
@@ -45,6 +46,7 @@ private:
     std::string judgedPlace_;
     std::optional<StoreRefusal::Identity> judged_;
     std::optional<MigrationPlan> plan_;
+    LargestKeys largestKeys_; // as its transaction sees them, unless it was small or migrated
 };
 
 } // namespace Tessarin

@@ -73,11 +73,11 @@ private:
 };
 
 SQLiteReader::SQLiteReader(SQLiteSchema const& schema, SQLite::Connection& connection)
-    : schema_(schema), connection_(connection), feed_(connection) {
+    : schema_(schema), connection_(connection), feed_(connection), known_(schema, connection) {
     registerSQLFunctions(connection);
 }
 
-void bindAll(SQLite::Statement& statement, List const& arguments, int before) {
+void bindAll(SQLite::Statement& statement, std::span<Value const> arguments, int before) {
     int at = before;
     for (auto const& argument : arguments) {
         ++at;
@@ -89,6 +89,15 @@ void bindAll(SQLite::Statement& statement, List const& arguments, int before) {
         default: statement.bindNull(at);
         }
     }
+}
+
+std::string cutTextOf(StoreQuery const& query) {
+    return fmt::format(" LIMIT {}{}", query.limit == 1 ? "1" : "?", query.offset == 0 ? "" : " OFFSET ?");
+}
+
+void bindCut(SQLite::Statement& statement, StoreQuery const& query, int before) {
+    if (query.limit != 1) statement.bind(++before, query.limit == 0 ? -1 : static_cast<std::int64_t>(query.limit));
+    if (query.offset != 0) statement.bind(++before, static_cast<std::int64_t>(query.offset));
 }
 
 bool areDense(std::span<RecordKey const> sortedKeys) {
@@ -216,47 +225,55 @@ std::string SQLiteReader::conditionOf(Scanned const& scanned, SQLTranslation con
 
 void SQLiteReader::fetch(StoreQuery const& query, StoreAnswer& answer, bool isLong) {
     auto& decoder = decoderOf(query);
+    bool const asksToCut = query.limit != 0 || query.offset != 0;
+    bool const isPerhapsCached = !asksToCut && decoder.expectsCached();
+    auto const comparisons = isPerhapsCached ? SQLiteKnownRequests::Comparisons() : SQLiteKnownRequests::comparisonsOf(query);
+    if (auto const* known = known_.bound(query, comparisons)) {
+        SQLite::StatementUse const use(*known->statement);
+        return readFrom(*use, known->reading, query, answer);
+    }
     SQLTranslation translation(schema_, *query.entity);
     answer.complete =
         (!query.predicate || translation.addPredicate(*query.predicate)) && translation.addOrder(query.sortDescriptors);
-    bool const isCut = answer.complete && (query.limit != 0 || query.offset != 0);
-    bool const keysOnly = query.wantsKeysOnly && answer.complete;
-    bool const byKeys = keysOnly || (!isCut && decoder.expectsCached());
-    bool const isFed = !isCut && translation.order().empty();
+    RequestReading reading{.isCut = answer.complete && asksToCut, .keysOnly = query.wantsKeysOnly && answer.complete};
+    auto const& order = translation.order();
+    reading.byKeys = reading.keysOnly || (!reading.isCut && decoder.expectsCached());
+    reading.isFed = !reading.isCut && order.empty();
+    reading.isInOrder = reading.isCut || !order.empty();
     auto const condition = conditionOf(scannedBy(query), translation);
     auto sql = fmt::format("SELECT {} FROM {} AS t0{}{}",
-                           byKeys  ? "t0.id, t0.version"
-                           : isFed ? decoder.selection()
-                                   : decoder.columns(),
+                           reading.byKeys  ? "t0.id, t0.version"
+                           : reading.isFed ? decoder.selection()
+                                           : decoder.columns(),
                            schema_.tableOf(*query.entity).name, translation.joins(), condition);
-    bool const isCutByKey = isCut && translation.order().empty();
-    if (!translation.order().empty()) sql += " ORDER BY " + translation.order();
-    if (isCutByKey) sql += " ORDER BY t0.id";
-    auto arguments = translation.arguments();
-    if (isCut) {
-        sql += " LIMIT ? OFFSET ?";
-        arguments.push_back(query.limit == 0 ? -1 : static_cast<std::int64_t>(query.limit));
-        arguments.push_back(static_cast<std::int64_t>(query.offset));
-    }
+    if (reading.isInOrder) sql += " ORDER BY " + (order.empty() ? "t0.id" : order);
+    if (reading.isCut) sql += cutTextOf(query);
     auto const run = [&](SQLite::Statement& statement) {
-        bindAll(statement, arguments);
-        if (keysOnly)
-            while (statement.step()) answer.keys.push_back(statement.integer(0));
-        else if (byKeys)
-            readByKeys(statement, query, answer.rows);
-        else if (isFed)
-            decoder.readAll(feed_, statement, answer.rows);
-        else
-            decoder.readAll(statement, answer.rows);
+        bindAll(statement, translation.arguments());
+        if (reading.isCut) bindCut(statement, query, static_cast<int>(translation.arguments().size()));
+        readFrom(statement, reading, query, answer);
     };
     std::optional<SmallCache> smallCache;
     if (isLong) smallCache.emplace(connection_);
-    if (translation.isReusable())
-        run(*connection_.use(sql));
+    if (!translation.isReusable()) return run(*std::make_unique<SQLite::Statement>(connection_, sql));
+    auto const use = connection_.use(sql);
+    run(*use);
+    if (answer.complete) known_.remember(query, comparisons, translation.arguments().size(), {reading, &*use});
+}
+
+void SQLiteReader::readFrom(SQLite::Statement& statement, RequestReading const& reading, StoreQuery const& query,
+                            StoreAnswer& answer) {
+    auto& decoder = decoderOf(query);
+    if (reading.keysOnly)
+        while (statement.step()) answer.keys.push_back(statement.integer(0));
+    else if (reading.byKeys)
+        readByKeys(statement, query, answer.rows);
+    else if (reading.isFed)
+        decoder.readAll(feed_, statement, answer.rows);
     else
-        run(*std::make_unique<SQLite::Statement>(connection_, sql));
-    if (!isCut && !keysOnly) decoder.noteCount(answer.rows.size());
-    if (!translation.order().empty() || isCutByKey) return;
+        decoder.readAll(statement, answer.rows);
+    if (!reading.isCut && !reading.keysOnly) decoder.noteCount(answer.rows.size());
+    if (reading.isInOrder) return;
     // An index gives them in its own order. SQL is not asked to sort them: it would rather read the whole table in order.
     sortByKey(answer.keys, std::identity());
     sortByKey(answer.rows, [](RowRef const& row) { return row->key(); });

@@ -1,4 +1,5 @@
 #pragma once
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteKnownRequestsPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteRowDecoderPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreQueryPrivate.h"
 #include "Tessarin/platform/sqlite/Connection.h"
@@ -61,6 +62,7 @@ private:
                    FunctionRef<void(RowRef)> each);
     using EachMember = FunctionRef<void(RecordKey owner, RecordKey member)>;
     void membersInRange(SQLiteSchema::Link const& link, std::span<RecordKey const> sortedOwners, EachMember each);
+    void readFrom(SQLite::Statement& statement, RequestReading const& reading, StoreQuery const& query, StoreAnswer& answer);
     void readByKeys(SQLite::Statement& statement, StoreQuery const& query, std::vector<RowRef>& rows);
     static Scanned scannedBy(StoreQuery const& query) { return {query.entity, query.includesSubentities}; }
     std::string countText(Scanned const& scanned, SQLTranslation const& translation) const;
@@ -74,10 +76,15 @@ private:
     SQLiteRowFeed feed_;
     RowCache::Moment asOf_ = RowCache::always;
     std::map<std::pair<std::size_t, bool>, SQLiteRowDecoder> decoders_;
+    SQLiteKnownRequests known_;
 };
 
 /// Binds what a translation collected, behind the first `before` parameters.
-TESSARIN_API void bindAll(SQLite::Statement& statement, List const& arguments, int before = 0);
+TESSARIN_API void bindAll(SQLite::Statement& statement, std::span<Value const> arguments, int before = 0);
+/// A request's limit and offset as the end of a statement. A look-up of the first record binds neither.
+std::string cutTextOf(StoreQuery const& query);
+/// Binds what that text leaves open, behind the first `before` parameters.
+void bindCut(SQLite::Statement& statement, StoreQuery const& query, int before);
 
 class TESSARIN_API SQLiteReader::Scan {
 public:

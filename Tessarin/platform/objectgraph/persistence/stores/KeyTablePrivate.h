@@ -73,7 +73,7 @@ private:
         auto const change = (value != nullptr) - (before != nullptr);
         page->used = static_cast<std::uint32_t>(static_cast<int>(page->used) + change);
         count_ += static_cast<std::size_t>(change);
-        if (page->used == 0 && before) freeEmptyPages();
+        if (page->used == 0 && before) takeOut(*page);
         return before;
     }
     static std::uint64_t numberOf(RecordKey key) noexcept { return static_cast<std::uint64_t>(key) / pageSize; }
@@ -84,7 +84,7 @@ private:
         auto const number = numberOf(key);
         if (last_ && last_->number == number) return last_;
         if (directory_.empty()) return nullptr;
-        for (auto at = home(number);; at = (at + 1) & (directory_.size() - 1)) {
+        for (auto at = home(number);; at = after(at)) {
             auto* page = directory_[at].get();
             if (!page) return nullptr;
             if (page->number == number) return last_ = page;
@@ -93,8 +93,8 @@ private:
 
     Page& pageFor(RecordKey key) {
         if (auto* page = pageOf(key)) return *page;
-        if ((pages_ + 1) * 2 > directory_.size()) rebuild(directory_.empty() ? 16 : directory_.size() * 2);
-        auto page = std::make_unique<Page>();
+        if ((pages_ + 1) * 2 > directory_.size()) rebuild(directory_.empty() ? smallest : directory_.size() * 2);
+        auto page = spare_ ? std::move(spare_) : std::make_unique<Page>();
         page->number = numberOf(key);
         ++pages_;
         return *(last_ = place(std::move(page)));
@@ -102,7 +102,7 @@ private:
 
     Page* place(std::unique_ptr<Page> page) {
         auto at = home(page->number);
-        while (directory_[at]) at = (at + 1) & (directory_.size() - 1);
+        while (directory_[at]) at = after(at);
         directory_[at] = std::move(page);
         return directory_[at].get();
     }
@@ -115,24 +115,26 @@ private:
             if (page) place(std::move(page));
     }
 
-    /// Empty pages stay until they are the larger half: freeing each at once would thrash when one object comes and goes.
-    void freeEmptyPages() {
-        if (++empties_ * 2 < pages_ || empties_ < 16) return;
-        auto old = std::move(directory_);
-        std::size_t kept = 0;
-        for (auto const& page : old) kept += page && page->used != 0;
-        directory_ = std::vector<std::unique_ptr<Page>>(std::bit_ceil(std::max<std::size_t>(16, kept * 2 + 2)));
-        shift_ = 64 - std::countr_zero(directory_.size());
-        for (auto& page : old)
-            if (page && page->used != 0) place(std::move(page));
-        pages_ = kept;
-        empties_ = 0;
-        last_ = nullptr;
+    /// One empty page is kept: objects that come and go one by one, each on a page of its own, would make and free one each.
+    void takeOut(Page& page) {
+        auto hole = home(page.number);
+        while (directory_[hole].get() != &page) hole = after(hole);
+        spare_ = std::move(directory_[hole]);
+        for (auto next = after(hole); directory_[next]; next = after(next)) { // what stands behind its home moves up
+            auto const way = (next - home(directory_[next]->number)) & (directory_.size() - 1);
+            if (way < ((next - hole) & (directory_.size() - 1))) continue;
+            directory_[hole] = std::move(directory_[next]);
+            hole = next;
+        }
+        if (last_ == spare_.get()) last_ = nullptr;
+        if (--pages_ * 8 < directory_.size() && directory_.size() > smallest) rebuild(directory_.size() / 2);
     }
+    std::size_t after(std::size_t at) const noexcept { return (at + 1) & (directory_.size() - 1); }
 
+    static constexpr std::size_t smallest = 16; // of a directory that is not empty
     std::vector<std::unique_ptr<Page>> directory_; // its size is a power of two
     std::size_t pages_ = 0;
-    std::size_t empties_ = 0; // pages that became empty since the last clean-up (some may be in use again)
+    std::unique_ptr<Page> spare_; // without entries
     std::size_t count_ = 0;
     int shift_ = 64;
     mutable Page* last_ = nullptr;
