@@ -93,9 +93,9 @@ bool SQLiteKnownRequests::bind(Shape const& shape, StoreQuery const& query, Comp
     return true;
 }
 
-void SQLiteKnownRequests::remember(StoreQuery const& query, Comparisons const& comparisons, std::size_t argumentCount,
+void SQLiteKnownRequests::remember(StoreQuery const& query, Comparisons const& comparisons, std::span<Value const> arguments,
                                    Known known) {
-    if (comparisons.count == 0 || argumentCount != comparisons.count) return;
+    if (comparisons.count == 0 || arguments.size() != comparisons.count) return;
     Shape shape;
     static_cast<Known&>(shape) = known;
     shape.entity = query.entity;
@@ -108,7 +108,7 @@ void SQLiteKnownRequests::remember(StoreQuery const& query, Comparisons const& c
         auto const& comparison = *comparisons.list[at];
         SQLScope scope{.entity = query.entity, .alias = "t0"};
         auto const operand = SQLPaths(schema_).operand(pathOf(comparison).components(), scope);
-        if (!operand) return;
+        if (!operand || SQLTranslation::argument(schema_, operand->kind, valueOf(comparison)) != arguments[at]) return;
         shape.parts.push_back(
             {pathOf(comparison).text(), comparison.predicateOperatorType(), valueOf(comparison).kind(), operand->kind});
     }

@@ -5,6 +5,7 @@
 #include "Tessarin/platform/objectgraph/query/SQLOperandPrivate.h"
 #include "Tessarin/platform/sqlite/Connection.h"
 #include <array>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -40,8 +41,8 @@ public:
     };
     /// The request's statement with everything bound, until the next call. Null for a shape that is not known.
     Known const* bound(StoreQuery const& query, Comparisons const& comparisons);
-    /// Remembers a request that the store answers alone, if its statement binds each value once.
-    void remember(StoreQuery const& query, Comparisons const& comparisons, std::size_t argumentCount, Known known);
+    /// Remembers a request that the store answers alone, if its statement binds each value once and nothing else.
+    void remember(StoreQuery const& query, Comparisons const& comparisons, std::span<Value const> arguments, Known known);
 
 private:
     struct Part {

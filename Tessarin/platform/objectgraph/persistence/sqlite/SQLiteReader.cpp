@@ -258,7 +258,7 @@ void SQLiteReader::fetch(StoreQuery const& query, StoreAnswer& answer, bool isLo
     if (!translation.isReusable()) return run(*std::make_unique<SQLite::Statement>(connection_, sql));
     auto const use = connection_.use(sql);
     run(*use);
-    if (answer.complete) known_.remember(query, comparisons, translation.arguments().size(), {reading, &*use});
+    if (answer.complete) known_.remember(query, comparisons, translation.arguments(), {reading, &*use});
 }
 
 void SQLiteReader::readFrom(SQLite::Statement& statement, RequestReading const& reading, StoreQuery const& query,
