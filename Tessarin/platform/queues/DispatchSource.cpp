@@ -2,6 +2,7 @@
 
 #include "Tessarin/platform/queues/Queue.h"
 #include "Tessarin/platform/queues/engine/Required.h"
+#include "Tessarin/platform/queues/engine/Thread.h"
 #include "Tessarin/platform/queues/engine/Timekeeper.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 #include <algorithm>
@@ -93,6 +94,7 @@ private:
                                          newItem([self = shared_from_this(), moment = moment_] { self->fire(moment); }));
     }
     void fire(std::uint64_t moment) {
+        engine::thisThread.hasServedTimer = true;
         Handler handler;
         {
             std::lock_guard const hold(lock_);

@@ -107,10 +107,7 @@ bool DispatchQueue::runNextConcurrent(bool isFirst) noexcept {
 }
 
 void DispatchQueue::giveTo(Waiter& waiter) noexcept {
-    if (isMainThread()) {
-        thisThread.hasServedSync = true;
-        return waiter.runHere();
-    }
+    if (isMainThread()) return waiter.runHere();
     thisThread.chainPassedOn = true;
     passOn(waiter);
 }

@@ -34,7 +34,7 @@ struct ThreadContext {
     /// A waiting thread has got the queues that this worker held: leave them alone, back to the pool.
     bool chainPassedOn = false;
     bool isOfTheEngine = false; // started by it
-    bool hasServedSync = false; // the main thread, since its loop last asked
+    bool hasServedTimer = false; // the main thread, since its loop last asked
     enum class Role : std::uint8_t { Unknown, Main, Other } role = Role::Unknown;
 };
 extern constinit thread_local ThreadContext thisThread [[gnu::tls_model("initial-exec")]];
