@@ -109,6 +109,31 @@ void syncToMain(Report& report) {
     report.add(std::move(row));
 }
 
+/// A worker and the main loop answer each other's items.
+void answersFromMain(Report& report) {
+    char const* const row = "the main queue and a worker in turn";
+    if (!report.wants("hops", row)) return;
+    constexpr int count = 10'000;
+    auto const worker = dispatch_queue_create("bench", DISPATCH_QUEUE_SERIAL);
+    struct Game {
+        dispatch_queue_t const& worker;
+        int left = count;
+        void hop() {
+            if (left-- == 0) return stopMainLoop();
+            dispatch_async(worker, [this] { dispatch_async(dispatch_get_main_queue(), [this] { hop(); }); });
+        }
+    };
+    double const ours = median(runs, [&] {
+        Game game{worker};
+        return secondsOf([&] {
+                   dispatch_async(dispatch_get_main_queue(), [&game] { game.hop(); });
+                   runMainLoop();
+               }) /
+               count * 1e6;
+    });
+    report.add({.group = "hops", .row = row, .unit = "us", .ours = ours, .target = 20});
+}
+
 /// Every worker that may run blocks; how long until the next item starts?
 void oneMoreWorker(Report& report, char const* row, bool announced) {
     if (!report.wants("hops", row)) return;
@@ -210,6 +235,7 @@ void benchHops(Report& report) {
     // Both processors sleep by then, and what it takes to wake them is the machine's: no more than by hand.
     roundTrip(report, "async and wait, after a pause", std::chrono::microseconds{200}, {.target = 1.1});
     pingPong(report);
+    answersFromMain(report);
     allToAll(report, 30, QOS_CLASS_DEFAULT, "all to all of 30 serial queues", 7.0);
     allToAll(report, 30, QOS_CLASS_UTILITY, "the same, utility", 4.7);
     allToAll(report, 1'000, QOS_CLASS_DEFAULT, "all to all of 1,000 serial queues", 6.1);
