@@ -10,13 +10,9 @@ namespace {
 constexpr std::size_t most = 16;       // that are remembered
 constexpr std::uint32_t patience = 16; // sets that were made ready in vain
 
-bool isSame(Ref<NSSortDescriptor> const& a, Ref<NSSortDescriptor> const& b) {
-    return a == b || (a->key() == b->key() && a->ascending() == b->ascending() && a->comparison() == b->comparison());
-}
-
 bool isSame(ChangeQuestions::Question const& a, ChangeQuestions::Question const& b) {
     return a.equal == b.equal && a.tree == b.tree &&
-           std::ranges::equal(a.order, b.order, [](auto const& x, auto const& y) { return isSame(x, y); });
+           std::ranges::equal(a.order, b.order, [](auto const& x, auto const& y) { return x->isEqual(*y); });
 }
 
 } // namespace
