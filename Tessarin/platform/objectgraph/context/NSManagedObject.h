@@ -58,13 +58,13 @@ public:
     MutableObjectSet mutableSetValueForKey(std::string_view key);
 
     // The same by handle. A string view stays valid until the object changes or is refreshed.
-    template <class T> T get(Attribute<T> const& attribute);
-    template <class T> Ref<T> get(ToOne<T> const& relationship);
-    template <class T> std::vector<Ref<T>> get(ToMany<T> const& relationship);
-    template <class T> void set(Attribute<T> const& attribute, T value);
-    template <class T> void set(ToOne<T> const& relationship, Ref<T> const& object);
-    template <class T> void add(ToMany<T> const& relationship, Ref<T> const& object);
-    template <class T> void remove(ToMany<T> const& relationship, Ref<T> const& object);
+    template <class T> T get(AttributeHandle<T> const& attribute);
+    template <class T> Ref<T> get(ToOneHandle<T> const& relationship);
+    template <class T> std::vector<Ref<T>> get(ToManyHandle<T> const& relationship);
+    template <class T> void set(AttributeHandle<T> const& attribute, T value);
+    template <class T> void set(ToOneHandle<T> const& relationship, Ref<T> const& object);
+    template <class T> void add(ToManyHandle<T> const& relationship, Ref<T> const& object);
+    template <class T> void remove(ToManyHandle<T> const& relationship, Ref<T> const& object);
 
     /// The unsaved values by name (absent for a cleared one); to-ones as objects, to-manys are left out.
     Dictionary changedValues();

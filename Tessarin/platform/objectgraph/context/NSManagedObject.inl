@@ -41,7 +41,7 @@ template <class T, class U> std::vector<Ref<T>> castAll(std::vector<Ref<U>> obje
 }
 } // namespace detail
 
-template <class T> T NSManagedObject::get(Attribute<T> const& attribute) {
+template <class T> T NSManagedObject::get(AttributeHandle<T> const& attribute) {
     auto const& property = attribute.in(entity());
     if constexpr (std::is_same_v<T, bool>) {
         return integerAt(property) != 0;
@@ -58,27 +58,27 @@ template <class T> T NSManagedObject::get(Attribute<T> const& attribute) {
     }
 }
 
-template <class T> void NSManagedObject::set(Attribute<T> const& attribute, T value) {
+template <class T> void NSManagedObject::set(AttributeHandle<T> const& attribute, T value) {
     setAttribute(*attribute.in(entity()).asAttribute(), Value(std::move(value)));
 }
 
-template <class T> Ref<T> NSManagedObject::get(ToOne<T> const& relationship) {
+template <class T> Ref<T> NSManagedObject::get(ToOneHandle<T> const& relationship) {
     auto object = destination(*relationship.in(entity()).asRelationship());
     if constexpr (std::is_same_v<T, NSManagedObject>)
         return object;
     else
         return detail::castToKnown<T>(std::move(object));
 }
-template <class T> void NSManagedObject::set(ToOne<T> const& relationship, Ref<T> const& object) {
+template <class T> void NSManagedObject::set(ToOneHandle<T> const& relationship, Ref<T> const& object) {
     setDestination(*relationship.in(entity()).asRelationship(), object.get());
 }
-template <class T> std::vector<Ref<T>> NSManagedObject::get(ToMany<T> const& relationship) {
+template <class T> std::vector<Ref<T>> NSManagedObject::get(ToManyHandle<T> const& relationship) {
     return detail::castAll<T>(destinations(*relationship.in(entity()).asRelationship()));
 }
-template <class T> void NSManagedObject::add(ToMany<T> const& relationship, Ref<T> const& object) {
+template <class T> void NSManagedObject::add(ToManyHandle<T> const& relationship, Ref<T> const& object) {
     addDestination(*relationship.in(entity()).asRelationship(), *object);
 }
-template <class T> void NSManagedObject::remove(ToMany<T> const& relationship, Ref<T> const& object) {
+template <class T> void NSManagedObject::remove(ToManyHandle<T> const& relationship, Ref<T> const& object) {
     removeDestination(*relationship.in(entity()).asRelationship(), *object);
 }
 

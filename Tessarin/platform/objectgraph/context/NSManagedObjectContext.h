@@ -2,7 +2,9 @@
 #include "Tessarin/Export.h"
 #include "Tessarin/platform/foundation/notifications/NSNotification.h"
 #include "Tessarin/platform/foundation/values/NSError.h"
+#include "Tessarin/platform/objectgraph/context/FetchQuery.h"
 #include "Tessarin/platform/objectgraph/context/FetchedObjects.h"
+#include "Tessarin/platform/objectgraph/context/ManagedObject.h"
 #include "Tessarin/platform/objectgraph/context/NSBatchDeleteRequest.h"
 #include "Tessarin/platform/objectgraph/context/NSBatchUpdateRequest.h"
 #include "Tessarin/platform/objectgraph/context/NSManagedObject.h"
@@ -98,6 +100,11 @@ public:
     void executeFetchRequest(NSFetchRequest const& request, Ref<NSError>& error, FetchedObjectsTaker take);
     /// The same as a list that makes its objects where it is looked at, `fetchBatchSize` at a time. Empty on an error.
     FetchedObjects fetchObjects(NSFetchRequest const& request, Ref<NSError>& error);
+    /// A query for objects of the class T, of the entity that the class names or of the given one: see FetchQuery.
+    template <class T> FetchQuery<T> fetch() { return FetchQuery<T>(self<NSManagedObjectContext>(), entityName<T>()); }
+    template <class T = NSManagedObject> FetchQuery<T> fetch(std::string_view entityName) {
+        return FetchQuery<T>(self<NSManagedObjectContext>(), std::string(entityName));
+    }
     /// NSNotFound on an error.
     std::int64_t countForFetchRequest(NSFetchRequest const& request, Ref<NSError>& error);
     /// Changes or deletes records straight in the store, past this context and its ancestors; returns when it is on the disk.
