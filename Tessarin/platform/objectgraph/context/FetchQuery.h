@@ -1,6 +1,6 @@
 #pragma once
 #include "Tessarin/Export.h"
-#include "Tessarin/platform/objectgraph/context/Condition.h"
+#include "Tessarin/platform/objectgraph/context/TypedPredicate.h"
 #include "Tessarin/platform/objectgraph/context/FetchedObjects.h"
 #include "Tessarin/platform/objectgraph/query/NSFetchRequest.h"
 #include <iterator>

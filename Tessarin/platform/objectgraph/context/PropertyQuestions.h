@@ -9,7 +9,7 @@ namespace Tessarin {
 inline constexpr TextOptions caseInsensitive = TextOptions::CaseInsensitive;
 inline constexpr TextOptions diacriticInsensitive = TextOptions::DiacriticInsensitive;
 
-template <class Root> class Condition;
+template <class Root> class TypedPredicate;
 template <class Root> class SortKey;
 
 /// What typed queries are written with. Everything here is found through its arguments: `any(Book::tags)` needs no `using`,
@@ -28,21 +28,21 @@ public:
     using PathRoot = Root; // the class whose property is the first of the path; void when it is not known
 
     // `title CONTAINS[c] "mm"` and so on: of text attributes. A to-many relationship contains an object: `tags CONTAINS %@`.
-    template <class V> Condition<Root> contains(V const& value, TextOptions options = TextOptions::None) const;
-    template <class V> Condition<Root> beginsWith(V const& text, TextOptions options = TextOptions::None) const;
-    template <class V> Condition<Root> endsWith(V const& text, TextOptions options = TextOptions::None) const;
-    template <class V> Condition<Root> like(V const& pattern, TextOptions options = TextOptions::None) const;
-    template <class V> Condition<Root> matches(V const& pattern, TextOptions options = TextOptions::None) const;
+    template <class V> TypedPredicate<Root> contains(V const& value, TextOptions options = TextOptions::None) const;
+    template <class V> TypedPredicate<Root> beginsWith(V const& text, TextOptions options = TextOptions::None) const;
+    template <class V> TypedPredicate<Root> endsWith(V const& text, TextOptions options = TextOptions::None) const;
+    template <class V> TypedPredicate<Root> like(V const& pattern, TextOptions options = TextOptions::None) const;
+    template <class V> TypedPredicate<Root> matches(V const& pattern, TextOptions options = TextOptions::None) const;
     /// `title ==[c] "emma"`; without options write `==`.
-    template <class V> Condition<Root> equals(V const& text, TextOptions options) const;
+    template <class V> TypedPredicate<Root> equals(V const& text, TextOptions options) const;
     /// `year BETWEEN {1800, 1899}`, both inclusive.
-    template <class Low, class High> Condition<Root> between(Low const& low, High const& high) const;
+    template <class Low, class High> TypedPredicate<Root> between(Low const& low, High const& high) const;
     /// `year IN {1813, 1815}`; any range of what the property is compared with.
-    template <class Values> Condition<Root> in(Values const& values) const;
-    template <class V> Condition<Root> in(std::initializer_list<V> values) const;
+    template <class Values> TypedPredicate<Root> in(Values const& values) const;
+    template <class V> TypedPredicate<Root> in(std::initializer_list<V> values) const;
     /// `title == nil`, which `== nullptr` says, too.
-    Condition<Root> isNil() const;
-    Condition<Root> isNotNil() const;
+    TypedPredicate<Root> isNil() const;
+    TypedPredicate<Root> isNotNil() const;
 
     SortKey<Root> ascending() const { return ordered({.ascending = true}); }
     SortKey<Root> descending() const { return ordered({.ascending = false}); }

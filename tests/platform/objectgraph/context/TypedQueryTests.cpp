@@ -92,7 +92,7 @@ TEST_F(TypedQueries, AConditionIsThePredicateOfItsFormat) {
              minimum(Author::books / Book::year) > 1,
          where("books.@sum.price > 3 AND books.@avg.year > 1 AND books.@min.year > 1")},
         {maximum(Book::author / Author::books / Book::title) == "z", where("author.books.@max.title == 'z'")},
-        {Novel::genre == "g" && Book::year == 1 && Condition(where("pages > 5")),
+        {Novel::genre == "g" && Book::year == 1 && TypedPredicate(where("pages > 5")),
          where("genre == 'g' AND year == 1 AND pages > 5")},
     };
     for (auto const& row : rows) {

@@ -42,20 +42,20 @@ TESSARIN_API Ref<NSPredicate> comparedWithPath(ComparedPath left, NSPredicateOpe
 ///
 /// It stands for the predicate that the format text of the same meaning makes. An attribute of type bool is a condition by
 /// itself. A value; any thread.
-template <class Root = void> class Condition : public query::ConditionParts {
+template <class Root = void> class TypedPredicate : public query::ConditionParts {
 public:
     using ConditionRoot = Root;
 
-    explicit Condition(ConditionParts parts) : ConditionParts(std::move(parts)) {}
+    explicit TypedPredicate(ConditionParts parts) : ConditionParts(std::move(parts)) {}
     /// Any other predicate, to be joined with typed conditions. Fatal when it is null.
-    explicit Condition(Ref<NSPredicate> predicate) : ConditionParts(std::move(predicate)) {}
+    explicit TypedPredicate(Ref<NSPredicate> predicate) : ConditionParts(std::move(predicate)) {}
     template <class Other>
         requires(!std::is_same_v<Root, Other> && query::areRelated<Root, Other>())
-    Condition(Condition<Other> other) : ConditionParts(std::move(other)) {}
+    TypedPredicate(TypedPredicate<Other> other) : ConditionParts(std::move(other)) {}
 
     operator Ref<NSPredicate>() const { return predicate(); }
 };
-Condition(Ref<NSPredicate>) -> Condition<void>;
+TypedPredicate(Ref<NSPredicate>) -> TypedPredicate<void>;
 
 /// One order of a query: `Book::title.localized().descending()`.
 template <class Root = void> class SortKey {
@@ -77,4 +77,4 @@ private:
 
 } // namespace Tessarin
 
-#include "Tessarin/platform/objectgraph/context/Condition.inl"
+#include "Tessarin/platform/objectgraph/context/TypedPredicate.inl"

@@ -69,8 +69,8 @@ constexpr NSPredicateOperatorType mirrored(NSPredicateOperatorType type) {
 
 /// What was told not to fit makes nothing, so that there is no second error.
 template <NSPredicateOperatorType type, bool isFit, class L, class R>
-Condition<CommonRoot<L, R>> conditionOf(L const& left, R const& right, TextOptions options = TextOptions::None) {
-    using Made = Condition<CommonRoot<L, R>>;
+TypedPredicate<CommonRoot<L, R>> conditionOf(L const& left, R const& right, TextOptions options = TextOptions::None) {
+    using Made = TypedPredicate<CommonRoot<L, R>>;
     if constexpr (!isFit)
         return Made(Ref<NSPredicate>());
     else if constexpr (!PathLike<L> || !isPlain<R>())
@@ -155,7 +155,7 @@ template <class L, class R> auto joined(NSCompoundPredicateType join, L&& left, 
     using Right = typename RootOfCondition<std::remove_cvref_t<R>>::Type;
     auto parts = partsOf(std::forward<L>(left));
     parts.join(join, partsOf(std::forward<R>(right)));
-    return Condition<LowerOf<Left, Right>>(std::move(parts));
+    return TypedPredicate<LowerOf<Left, Right>>(std::move(parts));
 }
 
 template <class L, class R>
@@ -166,7 +166,7 @@ auto operator&&(L&& left, R&& right) {
     if constexpr (isFit)
         return joined(NSCompoundPredicateType::And, std::forward<L>(left), std::forward<R>(right));
     else
-        return Condition<>(Ref<NSPredicate>());
+        return TypedPredicate<>(Ref<NSPredicate>());
 }
 template <class L, class R>
     requires(ConditionLike<std::remove_cvref_t<L>> || ConditionLike<std::remove_cvref_t<R>>)
@@ -176,14 +176,14 @@ auto operator||(L&& left, R&& right) {
     if constexpr (isFit)
         return joined(NSCompoundPredicateType::Or, std::forward<L>(left), std::forward<R>(right));
     else
-        return Condition<>(Ref<NSPredicate>());
+        return TypedPredicate<>(Ref<NSPredicate>());
 }
 template <class C>
     requires ConditionLike<std::remove_cvref_t<C>>
 auto operator!(C&& condition) {
     auto parts = partsOf(std::forward<C>(condition));
     parts.negate();
-    return Condition<typename RootOfCondition<std::remove_cvref_t<C>>::Type>(std::move(parts));
+    return TypedPredicate<typename RootOfCondition<std::remove_cvref_t<C>>::Type>(std::move(parts));
 }
 
 /// Texts asked in another way than by comparison.
@@ -196,67 +196,68 @@ inline constexpr bool holdsObject =
 
 template <class Self, class T, class Root>
 template <class V>
-Condition<Root> PropertyQuestions<Self, T, Root>::contains(V const& value, TextOptions options) const {
+TypedPredicate<Root> PropertyQuestions<Self, T, Root>::contains(V const& value, TextOptions options) const {
     constexpr bool isFit = areTexts<Self, V> || holdsObject<Self, V>;
     static_assert(isFit, "a text attribute contains texts, a to-many relationship objects of its class");
     if constexpr (isFit && PathLike<V>)
-        return Condition<Root>(
+        return TypedPredicate<Root>(
             comparedWithPath(comparedPath(path()), NSPredicateOperatorType::Contains, keyPathOf(value), options));
     else if constexpr (isFit)
-        return Condition<Root>(compared(comparedPath(path()), NSPredicateOperatorType::Contains, constantOf(value), options));
+        return TypedPredicate<Root>(
+            compared(comparedPath(path()), NSPredicateOperatorType::Contains, constantOf(value), options));
     else
-        return Condition<Root>(Ref<NSPredicate>());
+        return TypedPredicate<Root>(Ref<NSPredicate>());
 }
 template <class Self, class T, class Root>
 template <class V>
-Condition<Root> PropertyQuestions<Self, T, Root>::beginsWith(V const& text, TextOptions options) const {
+TypedPredicate<Root> PropertyQuestions<Self, T, Root>::beginsWith(V const& text, TextOptions options) const {
     constexpr bool isFit = areTexts<Self, V>;
     static_assert(isFit, "beginsWith asks a text attribute for a text");
     return conditionOf<NSPredicateOperatorType::BeginsWith, isFit>(path(), text, options);
 }
 template <class Self, class T, class Root>
 template <class V>
-Condition<Root> PropertyQuestions<Self, T, Root>::endsWith(V const& text, TextOptions options) const {
+TypedPredicate<Root> PropertyQuestions<Self, T, Root>::endsWith(V const& text, TextOptions options) const {
     constexpr bool isFit = areTexts<Self, V>;
     static_assert(isFit, "endsWith asks a text attribute for a text");
     return conditionOf<NSPredicateOperatorType::EndsWith, isFit>(path(), text, options);
 }
 template <class Self, class T, class Root>
 template <class V>
-Condition<Root> PropertyQuestions<Self, T, Root>::like(V const& pattern, TextOptions options) const {
+TypedPredicate<Root> PropertyQuestions<Self, T, Root>::like(V const& pattern, TextOptions options) const {
     constexpr bool isFit = areTexts<Self, V>;
     static_assert(isFit, "like asks a text attribute for a text");
     return conditionOf<NSPredicateOperatorType::Like, isFit>(path(), pattern, options);
 }
 template <class Self, class T, class Root>
 template <class V>
-Condition<Root> PropertyQuestions<Self, T, Root>::matches(V const& pattern, TextOptions options) const {
+TypedPredicate<Root> PropertyQuestions<Self, T, Root>::matches(V const& pattern, TextOptions options) const {
     constexpr bool isFit = areTexts<Self, V>;
     static_assert(isFit, "matches asks a text attribute for a text");
     return conditionOf<NSPredicateOperatorType::Matches, isFit>(path(), pattern, options);
 }
 template <class Self, class T, class Root>
 template <class V>
-Condition<Root> PropertyQuestions<Self, T, Root>::equals(V const& text, TextOptions options) const {
+TypedPredicate<Root> PropertyQuestions<Self, T, Root>::equals(V const& text, TextOptions options) const {
     constexpr bool isFit = areTexts<Self, V>;
     static_assert(isFit, "equals asks a text attribute for a text");
     return conditionOf<NSPredicateOperatorType::EqualTo, isFit>(path(), text, options);
 }
 template <class Self, class T, class Root>
 template <class Low, class High>
-Condition<Root> PropertyQuestions<Self, T, Root>::between(Low const& low, High const& high) const {
+TypedPredicate<Root> PropertyQuestions<Self, T, Root>::between(Low const& low, High const& high) const {
     constexpr bool isFit = areInOrder<Self, Low> && areInOrder<Self, High> && !PathLike<Low> && !PathLike<High>;
     static_assert(isFit, "between(…) takes two values of the attribute's kind: texts, numbers or dates");
     if constexpr (!isFit)
-        return Condition<Root>(Ref<NSPredicate>());
+        return TypedPredicate<Root>(Ref<NSPredicate>());
     else
-        return Condition<Root>(
+        return TypedPredicate<Root>(
             compared(comparedPath(path()), NSPredicateOperatorType::Between, List{constantOf(low), constantOf(high)}));
 }
 
 template <class Self, class T, class Root>
 template <class Values>
-Condition<Root> PropertyQuestions<Self, T, Root>::in(Values const& values) const {
+TypedPredicate<Root> PropertyQuestions<Self, T, Root>::in(Values const& values) const {
     if constexpr (std::ranges::input_range<Values const&>) {
         using Member = std::remove_cvref_t<std::ranges::range_reference_t<Values const&>>;
         constexpr bool isFit = areComparable<Self, Member> && !PathLike<Member>;
@@ -264,30 +265,30 @@ Condition<Root> PropertyQuestions<Self, T, Root>::in(Values const& values) const
         List list;
         if constexpr (isFit)
             for (auto const& value : values) list.push_back(constantOf(value));
-        return Condition<Root>(compared(comparedPath(path()), NSPredicateOperatorType::In, std::move(list)));
+        return TypedPredicate<Root>(compared(comparedPath(path()), NSPredicateOperatorType::In, std::move(list)));
     } else {
         static_assert(std::ranges::input_range<Values const&>, "in(…) takes a range of what the property is compared with");
-        return Condition<Root>(Ref<NSPredicate>());
+        return TypedPredicate<Root>(Ref<NSPredicate>());
     }
 }
 template <class Self, class T, class Root>
 template <class V>
-Condition<Root> PropertyQuestions<Self, T, Root>::in(std::initializer_list<V> values) const {
+TypedPredicate<Root> PropertyQuestions<Self, T, Root>::in(std::initializer_list<V> values) const {
     constexpr bool isFit = areComparable<Self, V> && !PathLike<V>;
     static_assert(isFit, "in({…}) takes a list of what the property is compared with");
     List list;
     if constexpr (isFit)
         for (auto const& value : values) list.push_back(constantOf(value));
-    return Condition<Root>(compared(comparedPath(path()), NSPredicateOperatorType::In, std::move(list)));
+    return TypedPredicate<Root>(compared(comparedPath(path()), NSPredicateOperatorType::In, std::move(list)));
 }
 
-template <class Self, class T, class Root> Condition<Root> PropertyQuestions<Self, T, Root>::isNil() const {
+template <class Self, class T, class Root> TypedPredicate<Root> PropertyQuestions<Self, T, Root>::isNil() const {
     static_assert(isSingle<Self>(), "a to-many relationship is never nil: ask for count(…) == 0");
-    return Condition<Root>(compared(comparedPath(path()), NSPredicateOperatorType::EqualTo, {}));
+    return TypedPredicate<Root>(compared(comparedPath(path()), NSPredicateOperatorType::EqualTo, {}));
 }
-template <class Self, class T, class Root> Condition<Root> PropertyQuestions<Self, T, Root>::isNotNil() const {
+template <class Self, class T, class Root> TypedPredicate<Root> PropertyQuestions<Self, T, Root>::isNotNil() const {
     static_assert(isSingle<Self>(), "a to-many relationship is never nil: ask for count(…) > 0");
-    return Condition<Root>(compared(comparedPath(path()), NSPredicateOperatorType::NotEqualTo, {}));
+    return TypedPredicate<Root>(compared(comparedPath(path()), NSPredicateOperatorType::NotEqualTo, {}));
 }
 
 template <class Self, class T, class Root> SortKey<Root> PropertyQuestions<Self, T, Root>::ordered(SortOptions options) const {

@@ -1,4 +1,4 @@
-#include "Tessarin/platform/objectgraph/context/Condition.h"
+#include "Tessarin/platform/objectgraph/context/TypedPredicate.h"
 
 #include "Tessarin/platform/runtime/Fatal.h"
 
