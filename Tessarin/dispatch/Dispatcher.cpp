@@ -1,5 +1,6 @@
 #include "Tessarin/dispatch/Dispatcher.h"
 
+#include "Tessarin/dispatch/Awaiting.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 
 namespace Tessarin {
@@ -96,6 +97,8 @@ void delay(std::optional<double> seconds, Closure<void()> closure) {
     if (!seconds) return closure();
     Dispatcher::main()->wait(*seconds, std::move(closure));
 }
+
+Delay delay(double seconds) { return Delay(nanoseconds(seconds)); }
 
 void dispatch_async_main(Closure<void()> closure) { Dispatcher::main()->async(std::move(closure)); }
 void dispatch_now_main(FunctionRef<void()> closure) { Dispatcher::main()->now(closure); }

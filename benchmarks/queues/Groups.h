@@ -9,6 +9,7 @@ namespace Tessarin::benchmarks {
 void benchSync(Report& report);
 void benchAsync(Report& report);
 void benchHops(Report& report);
+void benchCoroutines(Report& report);
 void benchTimers(Report& report);
 void benchCosts(Report& report);
 

@@ -32,6 +32,7 @@ int main(int argc, char** argv) {
     benchSync(report);
     benchAsync(report);
     benchHops(report);
+    benchCoroutines(report);
     benchTimers(report);
     return report.finish();
 }

@@ -85,12 +85,17 @@ void shelve(FreeItem* item, std::uintptr_t page) noexcept {
 
 } // namespace
 
-WorkItem* newItem(Closure<void()>&& work, ItemKind kind) {
+inline void* takeMemory() {
     if (cache.mixed.count == 0 && cache.current.count == 0) refill();
     auto& batch = cache.mixed.count > 0 ? cache.mixed : cache.current;
     auto* const memory = batch.pop();
     __builtin_prefetch(batch.items, 1); // behind a long backlog it comes from far away (async to a global queue)
-    return ::new (static_cast<void*>(memory)) WorkItem{std::move(work), static_cast<std::uintptr_t>(kind)};
+    return memory;
+}
+
+void* memoryForItem() { return takeMemory(); }
+WorkItem* newItem(Closure<void()>&& work, ItemKind kind) {
+    return ::new (takeMemory()) WorkItem{std::move(work), static_cast<std::uintptr_t>(kind)};
 }
 
 void recycle(WorkItem* item) noexcept {

@@ -2,6 +2,9 @@
 #include "Tessarin/platform/runtime/Closure.h"
 #include <cstddef>
 #include <cstdint>
+#include <new>
+#include <type_traits>
+#include <utility>
 
 namespace Tessarin::engine {
 
@@ -26,6 +29,12 @@ static_assert(sizeof(WorkItem) == 64);
 
 /// An item from the calling thread's cache.
 WorkItem* newItem(Closure<void()>&& work, ItemKind kind = ItemKind::Plain);
+void* memoryForItem();
+/// The same for a closure that lies in the item, and is made there (benchmark "queues", coroutines).
+template <class F> WorkItem* newItemOf(F&& work) {
+    static_assert(sizeof(F) <= Closure<void()>::inlineSize && std::is_nothrow_move_constructible_v<std::remove_cvref_t<F>>);
+    return ::new (memoryForItem()) WorkItem{Closure<void()>(std::forward<F>(work)), 0};
+}
 /// Destroys the closure and gives the item to the calling thread's cache.
 void recycle(WorkItem* item) noexcept;
 
