@@ -16,16 +16,28 @@ public:
     void add(Closure<void()> start);
     void hasEnded();
     void rootHasSaved();
+    /// A save above failed: who waits for the store to be closed would wait for ever for the next one.
+    void saveHasFailed();
+    /// Calls `whenIdle` on the queue when all that was added before has ended; what comes meanwhile waits for `goOn`.
+    void holdBack(Closure<void()> whenIdle);
+    /// `Always`: from now on nothing waits for anything.
+    enum class Start { AsBefore, Always };
+    void goOn(Start how);
 
 private:
     void change(Closure<void()> step);
+    bool mayStart() const;
     void startWhatMay();
 
-    dispatch_queue_t queue_; // constant, down to most_
+    dispatch_queue_t queue_;
     Ref<NSManagedObjectContext> root_;
-    std::size_t most_;
-    std::size_t running_ = 0; // on queue_, like the next
+    std::size_t const most_; // constant, as what stands before it
+    std::size_t running_ = 0; // on queue_, like what follows
     std::deque<Closure<void()>> waiting_;
+    std::deque<Closure<void()>> later_; // which came while others were held back
+    Closure<void()> whenIdle_;
+    bool holdsBack_ = false;
+    bool startsAlways_ = false;
 };
 
 } // namespace Tessarin

@@ -1,33 +1,26 @@
-// How a store is made: settings, names, model, file, contexts.
+// How a store is made: name, place, model, file, contexts.
 #include "Tessarin/platform/foundation/bundles/Gestalt.h"
 #include "Tessarin/platform/foundation/bundles/NSBundle.h"
 #include "Tessarin/platform/foundation/files/NSFileManager.h"
 #include "Tessarin/platform/foundation/notifications/NSNotificationCenter.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreRescuePrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreSalvagePrivate.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 #include "Tessarin/store/ImportGatePrivate.h"
 #include "Tessarin/store/ManagedObjectStore.h"
 
+#include <cerrno>
+#include <exception>
 #include <filesystem>
+#include <memory>
+#include <new>
 
 namespace Tessarin {
 namespace {
 
-/// The settings of the class, for the life of the process.
-struct Settings {
-    Cell<std::optional<NSURL>> modelURL;
-    Cell<std::optional<std::string>> filename;
-    Cell<std::string> groupIdentifier;
-    Cell<std::optional<NSURL>> storeDirectoryURL;
-};
-
-Settings& settings() {
-    static auto* const shared = new Settings;
-    return *shared;
-}
-
-NSURL baseDirectory() {
+NSURL baseDirectory(StoreOptions const& options) {
+    if (options.directory) return *options.directory;
     auto const group = ManagedObjectStore::groupIdentifier();
     if (!group.empty())
         if (auto container = NSFileManager::defaultManager()->containerURLForSecurityApplicationGroupIdentifier(group))
@@ -47,6 +40,37 @@ void requireName(std::string const& name) {
     if (!isName || name.size() > longest)
         fatal("a ManagedObjectStore's file name must have 1 to 244 bytes, without \"/\" and NUL, and not be \".\" or \"..\": \"" +
               name + "\"");
+}
+
+/// A store in memory needs none, and has an empty one then.
+std::string requiredName(StoreOptions const& options) {
+    auto name = options.filename ? options.filename : ManagedObjectStore::filename();
+    if (!name && options.inMemory) return {};
+    if (!name) fatal("a ManagedObjectStore needs a file name: its own, or the class's");
+    if (Gestalt::isRunningUnitTests()) name = "UnitTest-" + *name; // tests never touch the application's own data
+    requireName(*name);
+    return *name;
+}
+
+/// What nobody can mean.
+void requireSense(StoreOptions const& options) {
+    if (options.directory && !options.directory->isFileURL())
+        fatal("a ManagedObjectStore's directory must be a folder of the file system: " + options.directory->absoluteString());
+    if (options.inMemory && options.readOnly) fatal("a ManagedObjectStore in memory begins empty: it cannot be read only");
+}
+
+/// Runs `work`; what it throws becomes the error.
+template <class Work> Ref<NSError> caught(Work work) {
+    try {
+        work();
+    } catch (ErrorException const& failure) {
+        return failure.error();
+    } catch (std::bad_alloc const&) {
+        return NSError::errorWithErrno(ENOMEM);
+    } catch (std::exception const& failure) { // of a closure in the options
+        return storeError(StoreErrorCode::StoreOpen, std::string("The store was not opened: ") + failure.what());
+    }
+    return nullptr;
 }
 
 /// Also makes the store's folder where it is missing: it could not be made before, or not again after the other went aside. What
@@ -74,27 +98,6 @@ private:
 
 } // namespace
 
-std::optional<NSURL> ManagedObjectStore::Type::generatedModelURL() const { return {}; }
-void ManagedObjectStore::Type::preload() {}
-void ManagedObjectStore::Type::setAppGroupIdentifier(std::string identifier, std::optional<std::string> filename) {
-    setGroupIdentifier(std::move(identifier));
-    if (filename) setFilename(std::move(filename));
-}
-ManagedObjectStore::Type& ManagedObjectStore::type() {
-    static auto* const shared = new Type;
-    return *shared;
-}
-
-std::optional<NSURL> ManagedObjectStore::modelURL() { return settings().modelURL.get(); }
-void ManagedObjectStore::setModelURL(std::optional<NSURL> url) { settings().modelURL.set(std::move(url)); }
-std::optional<std::string> ManagedObjectStore::filename() { return settings().filename.get(); }
-void ManagedObjectStore::setFilename(std::optional<std::string> filename) { settings().filename.set(std::move(filename)); }
-std::string ManagedObjectStore::groupIdentifier() { return settings().groupIdentifier.get(); }
-void ManagedObjectStore::setGroupIdentifier(std::string identifier) { settings().groupIdentifier.set(std::move(identifier)); }
-std::optional<NSURL> ManagedObjectStore::storeDirectoryURL() { return settings().storeDirectoryURL.get(); }
-void ManagedObjectStore::setStoreDirectoryURL(std::optional<NSURL> url) { settings().storeDirectoryURL.set(std::move(url)); }
-std::optional<std::string> ManagedObjectStore::modelName() { return {}; }
-
 void ManagedObjectStore::init() { fatal("use of unimplemented initializer 'init()' for class 'Tessarin.ManagedObjectStore'"); }
 
 void ManagedObjectStore::init(StoreOptions options) {
@@ -102,25 +105,18 @@ void ManagedObjectStore::init(StoreOptions options) {
     registry_ = dispatch_queue_create("ManagedObjectStore registry", DISPATCH_QUEUE_SERIAL);
     dispatch_set_target_queue(registry_, dispatch_->queue());
     saveDispatchGroup_ = dispatch_group_create();
-    auto const location = options.modelURL ? options.modelURL : modelURL();
-    auto name = options.filename ? options.filename : filename();
-    if (!name) fatal("a ManagedObjectStore needs a file name: its own, or the class's");
-    if (Gestalt::isRunningUnitTests()) name = "UnitTest-" + *name; // tests never touch the application's own data
-    requireName(*name);
-    options.options.set(NSMigratePersistentStoresAutomaticallyOption, true);
-    options.options.set(NSInferMappingModelAutomaticallyOption, true);
-    storeURL_ = baseDirectory().URLByAppendingPathComponent(*name);
-    auto const file = storeURL_->URLByAppendingPathComponent(*name + ".db");
-    chooseModel(location);
+    requireSense(options);
+    mergePolicy_ = options.mergePolicy;
+    auto const name = requiredName(options);
+    storeURL_ = options.inMemory ? *NSURL::URLWithString("memory:") : baseDirectory(options).URLByAppendingPathComponent(name);
+    chooseModel(options);
     coordinator_ = make<NSPersistentStoreCoordinator>(model_);
-    if (!options.options[NSReadOnlyPersistentStoreOption].boolean()) makeFolders(storeURL_->path(), folderMode(options.fileMode));
     bool const existed =
-        NSFileManager::defaultManager()->fileExistsAtURL(file); // decided here, before a replacement can change it
-    openStore(file, options);
+        options.inMemory ? openInMemory() : openFile(storeURL_->URLByAppendingPathComponent(name + ".db"), options);
 
     privateContext_ = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue);
     privateContext_->setPersistentStoreCoordinator(coordinator_);
-    privateContext_->setMergePolicy(make<NSMergePolicy>(NSMergePolicyType::MergeByPropertyStoreTrump));
+    privateContext_->setMergePolicy(mergePolicyOfALevel());
     privateContext_->setName("Private Context");
     imports_ = std::make_shared<ImportGate>(registry_, privateContext_, options.mostPendingSaves);
     NSObject::init();
@@ -130,8 +126,38 @@ void ManagedObjectStore::init(StoreOptions options) {
     if (!existed) didCreateDatabase();
 }
 
-void ManagedObjectStore::chooseModel(std::optional<NSURL> const& location) {
-    if (location) {
+Ref<StoreOpening> ManagedObjectStore::openWith(StoreOptions options, Ref<ManagedObjectStore> (*make)(StoreOptions),
+                                               OpenCompletion<ManagedObjectStore> completion) {
+    requireSense(options);
+    static_cast<void>(requiredName(options));
+    StoreOpening::Told told;
+    if (options.onProgress)
+        told = [kept = std::make_shared<StoreOpening::Told>(std::move(options.onProgress))](StoreProgress const& progress) {
+            Dispatcher::main()->async([kept, progress] { (*kept)(progress); });
+        };
+    options.onProgress = nullptr;
+    auto opening = Tessarin::make<StoreOpening>(std::move(told));
+    options.options.set(NSStoreOpeningOption, opening);
+    Dispatcher::userInitiated()->async(
+        [options = std::move(options), make, opening, completion = std::move(completion)]() mutable {
+            Ref<ManagedObjectStore> store;
+            auto error = caught([&] { store = make(std::move(options)); });
+            opening->end();
+            Dispatcher::main()->async([store = std::move(store), error = std::move(error), completion = std::move(completion)] {
+                if (completion) completion(store, error);
+            });
+        });
+    return opening;
+}
+
+Ref<NSMergePolicy> ManagedObjectStore::mergePolicyOfALevel() const {
+    return mergePolicy_ ? mergePolicy_ : make<NSMergePolicy>(NSMergePolicyType::MergeByPropertyStoreTrump);
+}
+
+void ManagedObjectStore::chooseModel(StoreOptions const& options) {
+    model_ = options.model;
+    auto const location = options.modelURL ? options.modelURL : modelURL();
+    if (!model_ && location) {
         model_ = withEntities(NSManagedObjectModel::contentsOfURL(*location));
         if (!model_)
             if (auto const bundle = NSBundle::bundleWithURL(*location))
@@ -141,30 +167,57 @@ void ManagedObjectStore::chooseModel(std::optional<NSURL> const& location) {
     if (!model_) fatal("a ManagedObjectStore found no model: neither at its location nor in the main bundle");
 }
 
+bool ManagedObjectStore::openInMemory() {
+    Ref<NSError> error;
+    if (!coordinator_->addPersistentStoreWithType(NSInMemoryStoreType, {}, *storeURL_, {}, error)) throw ErrorException(error);
+    return false;
+}
+
+bool ManagedObjectStore::openFile(NSURL const& file, StoreOptions& options) {
+    options.options.set(NSMigratePersistentStoresAutomaticallyOption, true);
+    options.options.set(NSInferMappingModelAutomaticallyOption, true);
+    if (options.readOnly) options.options.set(NSReadOnlyPersistentStoreOption, true);
+    bool const isReadOnly = options.options[NSReadOnlyPersistentStoreOption].boolean();
+    if (!isReadOnly) makeFolders(storeURL_->path(), folderMode(options.fileMode));
+    bool const existed =
+        NSFileManager::defaultManager()->fileExistsAtURL(file); // decided here, before a replacement can change it
+    openStore(file, options);
+    return existed;
+}
+
 void ManagedObjectStore::openStore(NSURL const& file, StoreOptions& options) {
     options.options.set(NSFilePosixPermissions, std::int64_t{options.fileMode});
     bool const isReadOnly = options.options[NSReadOnlyPersistentStoreOption].boolean();
     auto const waiting = make<FolderWaiting>(std::move(options.onWaiting), options.timeLimit,
                                              isReadOnly ? std::string() : storeURL_->path(), folderMode(options.fileMode));
     options.options.set(NSStoreWaitingOption, waiting);
+    if (options.onProgress) options.options.set(NSStoreOpeningOption, make<StoreOpening>(std::move(options.onProgress)));
+    auto const opening = options.options[NSStoreOpeningOption].objectAs<StoreOpening>();
+    auto const throwIfCancelled = [&] {
+        if (opening && opening->isCancelled()) throw ErrorException(opening->cancellation());
+    };
     // No limit unless one is set: what cannot be opened is made anew, and a place that can never hold a store keeps it trying.
     Ref<StoreRefusal> allowed;
     auto wanted = StoreOptions::AfterRefusal::StartEmpty;
     for (bool isFirst = true;; isFirst = false) {
         Ref<NSError> error;
         if (coordinator_->addPersistentStoreWithType(NSSQLiteStoreType, {}, file, options.options, error)) return;
+        throwIfCancelled();
         auto const refusal = waiting->isOver() || isReadOnly ? nullptr : StoreRefusal::of(*error);
         if (refusal) {
             bool const isKnown = refusal->isOfEmptyStore() || (allowed && allowed->identity() == refusal->identity());
             if (options.onRefusal && !isKnown)
                 wanted = options.onRefusal(error, refusal->plan() ? &*refusal->plan() : nullptr, refusal->copy());
+            throwIfCancelled();
             allowed = refusal;
             auto const problem = replaceStore(file, error, *refusal, options.fileMode);
             if (!problem && wanted == StoreOptions::AfterRefusal::Salvage) salvageInto(file, options.fileMode);
             if (!problem && isFirst) continue;
             if (problem) error = problem;
         }
-        if (!waiting->pause(error)) throw ErrorException(error);
+        if (waiting->pause(error)) continue;
+        throwIfCancelled();
+        throw ErrorException(error);
     }
 }
 

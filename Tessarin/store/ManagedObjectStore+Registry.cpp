@@ -33,8 +33,10 @@ void ManagedObjectStore::changeRegistry(Closure<void(ActiveContexts&)> change) {
 }
 
 void ManagedObjectStore::registerContext(Ref<NSManagedObjectContext> const& context) {
-    changeRegistry([weak = WeakRef<NSManagedObjectContext>(context), store = self<ManagedObjectStore>()](
-                       ActiveContexts& contexts) { contexts.push_back(make<ActiveContext>(weak.lock(), store)); });
+    changeRegistry(
+        [weak = WeakRef<NSManagedObjectContext>(context), store = self<ManagedObjectStore>()](ActiveContexts& contexts) {
+            if (!store->isClosed()) contexts.push_back(make<ActiveContext>(weak.lock(), store));
+        });
 }
 
 void ManagedObjectStore::unregisterContext(Ref<NSManagedObjectContext> const& context) {

@@ -4,6 +4,9 @@
 #include "Tessarin/platform/objectgraph/context/WholeDeletionPrivate.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 #include "Tessarin/store/ImportGatePrivate.h"
+#include "Tessarin/store/StoreClosingPrivate.h"
+
+#include <memory>
 
 namespace Tessarin {
 
@@ -25,7 +28,7 @@ void ManagedObjectStore::setupMainThreadContext() {
     auto const context = newContext(NSManagedObjectContextConcurrencyType::MainQueue);
     setMainThreadContext(context);
     context->setParentContext(privateContext_);
-    context->setMergePolicy(make<NSMergePolicy>(NSMergePolicyType::MergeByPropertyStoreTrump));
+    context->setMergePolicy(mergePolicyOfALevel());
     context->setName("Main Thread Context");
 }
 
@@ -34,7 +37,7 @@ Ref<NSManagedObjectContext> ManagedObjectStore::createWorkerContext(std::string 
     auto context = newContext(NSManagedObjectContextConcurrencyType::PrivateQueue);
     if (auto parent = mainThreadContext()) context->setParentContext(std::move(parent));
     context->setName(std::move(name));
-    context->setMergePolicy(make<NSMergePolicy>(NSMergePolicyType::MergeByPropertyStoreTrump));
+    context->setMergePolicy(mergePolicyOfALevel());
     registerContext(context);
     return context;
 }
@@ -44,8 +47,7 @@ void ManagedObjectStore::importBlock(Closure<void(Ref<NSManagedObjectContext> co
     imports_->add([store = self<ManagedObjectStore>(), worker, block = std::move(block)]() mutable {
         worker->performBlock([store = std::move(store), worker, block = std::move(block)] {
             block(worker);
-            worker->saveAndWait({.wait = false});
-            store->imports_->hasEnded();
+            worker->saveAndWait({.wait = false, .completion = [store](Ref<NSError> const&) { store->imports_->hasEnded(); }});
         });
     });
 }
@@ -64,8 +66,20 @@ void ManagedObjectStore::contextDidSave(Ref<NSNotification> const& notification)
 
 void ManagedObjectStore::climb(NSManagedObjectContext& saved) {
     dispatch_group_enter(saveDispatchGroup_);
+    // What it climbs to later climbs by this store, too: it stays until then.
     saved.parentContext()->saveAndWait(
-        {.wait = false, .completion = [group = saveDispatchGroup_](Ref<NSError> const&) { dispatch_group_leave(group); }});
+        {.wait = false, .completion = [store = self<ManagedObjectStore>()](Ref<NSError> const& error) {
+             if (error) store->imports_->saveHasFailed();
+             dispatch_group_leave(store->saveDispatchGroup_);
+         }});
+}
+
+void ManagedObjectStore::close(Closure<void(Ref<NSError> const& error)> completion, WhenUnsaved whenUnsaved) {
+    static_cast<void>(onlyStore());
+    dispatch_async(registry_, [store = self<ManagedObjectStore>(), completion = std::move(completion), whenUnsaved]() mutable {
+        if (!store->closing_) store->closing_ = std::make_shared<StoreClosing>(*store);
+        store->closing_->add(std::move(completion), whenUnsaved);
+    });
 }
 
 NSPersistentStore& ManagedObjectStore::onlyStore() const {

@@ -5,47 +5,21 @@
 #include "Tessarin/platform/foundation/notifications/NSNotification.h"
 #include "Tessarin/platform/objectgraph/context/NSManagedObjectContext.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/SalvageReport.h"
-#include "Tessarin/platform/objectgraph/persistence/stores/StoreRefusal.h"
-#include "Tessarin/platform/objectgraph/persistence/stores/StoreWaiting.h"
 #include "Tessarin/platform/queues/DispatchGroup.h"
 #include "Tessarin/platform/runtime/Cell.h"
 #include "Tessarin/platform/runtime/Slot.h"
+#include "Tessarin/store/StoreOptions.h"
+#include <memory>
 #include <optional>
 #include <string>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace Tessarin {
 
 class ImportGate;
-
-/// How `make<ManagedObjectStore>` finds its model and names its file. What is absent is taken from the class's settings.
-struct StoreOptions {
-    std::optional<NSURL> modelURL = {};
-    /// A name, not a path: 1 to 244 bytes (a file name may have 255, and SQLite appends ".db-journal"), not "." or "..", without
-    /// "/" and NUL. Anything else is fatal, here and in the class's settings. In test programs "UnitTest-" is put before it, and
-    /// counts.
-    std::optional<std::string> filename = {};
-    /// Options of the persistent store; migration and its inference are always switched on.
-    Dictionary options = {};
-    /// Told, by the thread that makes the store, why it waits: after 1 s, then after 2, 4, 8 and so on. What it throws ends the
-    /// making.
-    StoreWaiting::Told onWaiting = {};
-    /// Seconds of waiting after which `make` throws the reason as an ErrorException; absent: never.
-    std::optional<double> timeLimit = {};
-    /// Asked before another store is begun in place of one that was refused; `plan` may be null. Copy: the folder in which it is
-    /// kept, absent when nothing was in it. What it throws, `make` throws, and what was refused stays where it is. Absent: the
-    /// store begins empty. Not asked for a store without records, nor again for the same file.
-    enum class AfterRefusal {
-        StartEmpty,
-        Salvage // what can be read of a damaged one is in the new store, which is empty where nothing can, or for another reason
-    };
-    Closure<AfterRefusal(Ref<NSError> const& error, MigrationPlan const* plan, std::optional<NSURL> const& copy)> onRefusal = {};
-    /// Permissions of the files that are made (the log has its file's), and of folders, which who may read may search, too. What
-    /// exists keeps its own.
-    std::uint32_t fileMode = 0600;
-    /// How many saves may wait for the file, with the imports that run, until `importBlock` puts the next import off; 0: never.
-    std::size_t mostPendingSaves = 64;
-};
+class StoreClosing;
 
 /// What happened to a store that could not be opened: the newest reason, and where it is kept now.
 struct StoreReplacement {
@@ -62,8 +36,9 @@ inline constexpr char const* ManagedObjectStoreDidReplaceNotification = "Managed
 /// A persistent object stack: one model, one SQLite file, a root context that writes it, a main-queue context beneath, and
 /// short-lived worker contexts beneath that. Every save climbs to the file by itself and is merged into the other workers.
 ///
-/// The file is FOLDER/NAME/NAME.db, FOLDER being the group's container or the user's documents. Making a store waits while
-/// the file is locked, out of reach or out of space. A file that is no store of the model goes with its whole folder to
+/// The file is FOLDER/NAME/NAME.db, FOLDER being the options' directory, else the group's container or the user's documents.
+/// Making a store waits while the file is locked, out of reach or out of space. A file that is no store of the model goes with
+/// its whole folder to
 /// `FOLDER/.NAME.rescued/N`, and an empty store takes its place, unless another connection still has it open or the folder
 /// cannot be moved: then that is waited for, too. A place that can never hold a store keeps it trying for ever.
 /// A store that is opened for reading (NSReadOnlyPersistentStoreOption) is never replaced: it waits.
@@ -78,6 +53,7 @@ public:
     class ActiveContext;
     using ActiveContexts = std::vector<Ref<ActiveContext>>;
     using MetadataSlot = Slot<ManagedObjectStore, std::string, Value>;
+    template <class Store> using OpenCompletion = Closure<void(Ref<Store> const& store, Ref<NSError> const& error)>;
 
     /// The class's own overridable operations; a subclass derives from it and hides `type()`.
     class TESSARIN_API Type {
@@ -98,6 +74,19 @@ public:
     static std::optional<NSURL> generatedModelURL() { return type().generatedModelURL(); }
     static SelectorTable selectors();
 
+    /// Makes a store without keeping the calling thread; returns at once, any thread. `completion` is called on the main queue,
+    /// with the store, or with null and what `make` would have thrown. What is wrong with name or directory is fatal at once,
+    /// what is fatal about the model a little later. The handle tells how far a migration is and can cancel it, and all
+    /// waiting: the file is then as it was. A cancellation that comes too late changes nothing, so look at what `completion` is
+    /// given. Letting go of the handle cancels nothing. The closures in the options are called by the opening's own thread,
+    /// `onProgress` on the main queue. The store needs the main queue for a moment; inside an item of it neither that nor
+    /// `completion` comes.
+    ///
+    ///     opening_ = ManagedObjectStore::open({.filename = "Notes", .onProgress = [](auto const& now) { bar(now.fraction); }},
+    ///                                         [](auto const& store, auto const& error) { store ? show(store) : tell(error); });
+    template <class Store = ManagedObjectStore>
+    static Ref<StoreOpening> open(StoreOptions options, OpenCompletion<std::type_identity_t<Store>> completion);
+
     // Settings of the process, shared by all stores; used where a store is made without its own.
     static std::optional<NSURL> modelURL();
     static void setModelURL(std::optional<NSURL> url);
@@ -111,7 +100,7 @@ public:
 
     Ref<NSManagedObjectModel> const& model() const noexcept { return model_; }
     Ref<NSPersistentStoreCoordinator> const& persistentStoreCoordinator() const noexcept { return coordinator_; }
-    /// The store's own folder, not the file.
+    /// The store's own folder, not the file; "memory:" for a store in memory.
     NSURL const& storeURL() const noexcept { return *storeURL_; }
     Ref<NSManagedObjectContext> const& privateContext() const noexcept { return privateContext_; }
     /// What was replaced by this store when it was made; absent when nothing was.
@@ -165,6 +154,28 @@ public:
     virtual void deleteAllData(std::optional<std::vector<Ref<NSEntityDescription>>> entities, Closure<void()> completion);
     void deleteAllData(Closure<void()> completion) { deleteAllData(std::nullopt, std::move(completion)); }
 
+    /// What `close` does when something that was handed up cannot be saved: the disk is full, a parent's own changes are not
+    /// valid, or the store refuses it for good (`refusalReasons`).
+    enum class WhenUnsaved {
+        StayOpen, // all is as before, and nothing is lost: mend it and close again, or give up
+        GiveUp    // those changes are lost
+    };
+    /// Closes the store on purpose, as a document's window does. Returns at once, any thread, also within a block or an import
+    /// of this store. First the imports that were asked for before run, and the blocks that stand on the queues of its
+    /// contexts; then what was saved at any level goes to the file, for which the main queue is needed; then the file is
+    /// closed, and can be moved, deleted or opened again at once. `completion` is called on the main queue: with null when the
+    /// store is closed and all is saved, also where it was closed before; with the reason when something could not be saved.
+    /// Then the store stays open, unless told to give up. What was changed in a context and never saved is not saved by this
+    /// either, and no error.
+    ///
+    /// Afterwards contexts and objects say so when they are used: a fetch, a count and a save of changes are errors of the code
+    /// StoreErrorCode::StoreClosed, and changes stay in their context; a fault throws as when the store cannot be read; what is
+    /// in memory can be looked at. An import runs and prints that it could not be saved. `deleteAllData` deletes nothing and
+    /// completes; metadata that is set is kept nowhere. The registry of workers stays empty. A store whose last reference goes
+    /// without this writes what was saved all the same, and closes its file when its last context has gone.
+    void close(Closure<void(Ref<NSError> const& error)> completion = {}, WhenUnsaved whenUnsaved = WhenUnsaved::StayOpen);
+    bool isClosed() const noexcept { return coordinator_ && coordinator_->isClosed(); }
+
     /// The three return at once; the registry changes on the store's dispatcher, in the order of these calls.
     void registerContext(Ref<NSManagedObjectContext> const& context);
     void unregisterContext(Ref<NSManagedObjectContext> const& context);
@@ -174,8 +185,15 @@ protected:
     ManagedObjectStore() = default;
 
 private:
+    friend class StoreClosing;
+    static Ref<StoreOpening> openWith(StoreOptions options, Ref<ManagedObjectStore> (*make)(StoreOptions),
+                                      OpenCompletion<ManagedObjectStore> completion);
     NSPersistentStore& onlyStore() const;
-    void chooseModel(std::optional<NSURL> const& location);
+    void chooseModel(StoreOptions const& options);
+    Ref<NSMergePolicy> mergePolicyOfALevel() const;
+    /// Both tell whether the store was there before.
+    bool openInMemory();
+    bool openFile(NSURL const& file, StoreOptions& options);
     void openStore(NSURL const& file, StoreOptions& options);
     void salvageInto(NSURL const& file, std::uint32_t fileMode);
     Ref<NSError> replaceStore(NSURL const& file, Ref<NSError> const& error, StoreRefusal const& refusal, std::uint32_t fileMode);
@@ -187,6 +205,7 @@ private:
     Ref<NSManagedObjectModel> model_; // constant after init, down to dispatch_
     Ref<NSPersistentStoreCoordinator> coordinator_;
     std::optional<NSURL> storeURL_;
+    Ref<NSMergePolicy> mergePolicy_; // null: each level has its own
     std::optional<StoreReplacement> replacement_;
     Ref<NSManagedObjectContext> privateContext_;
     Ref<Dispatcher> dispatch_;
@@ -195,7 +214,17 @@ private:
     Cell<Ref<NSManagedObjectContext>> mainThreadContext_;
     Cell<ActiveContexts> activeContexts_;
     Ref<ImportGate> imports_; // constant after init
+    Ref<StoreClosing> closing_; // on registry_; null until it is asked for
 };
+
+template <class Store>
+Ref<StoreOpening> ManagedObjectStore::open(StoreOptions options, OpenCompletion<std::type_identity_t<Store>> completion) {
+    auto const made = [](StoreOptions given) -> Ref<ManagedObjectStore> { return make<Store>(std::move(given)); };
+    return openWith(std::move(options), made,
+                    [completion = std::move(completion)](Ref<ManagedObjectStore> const& store, Ref<NSError> const& error) {
+                        if (completion) completion(std::static_pointer_cast<Store>(store), error);
+                    });
+}
 
 /// An entry of the registry: a context, held weakly, and its store, held strongly. A store therefore lives as long as entries
 /// of dead contexts linger in its registry; that is meant, and ends when they are removed.

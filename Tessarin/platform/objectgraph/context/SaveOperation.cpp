@@ -6,6 +6,7 @@
 #include "Tessarin/platform/objectgraph/context/RecordReaderPrivate.h"
 #include "Tessarin/platform/objectgraph/context/RelationshipsPrivate.h"
 #include "Tessarin/platform/objectgraph/context/UniqueValuesLookPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/SaveDoorPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
 
 #include <algorithm>
@@ -32,8 +33,24 @@ Ref<NSError> combined(std::vector<Ref<NSError>> errors) {
 
 } // namespace
 
-Ref<NSError> SaveOperation::run(ChangeSets* handed) try {
+Ref<NSError> SaveOperation::run(ChangeSets* handed) {
+    using Saves = SaveDoor::Saves;
+    auto const what = context_.published.empty() ? Saves::OwnChanges : Saves::WhatWasHandedUp;
+    SaveDoor::Entry const entry(context_.coordinator->saves(), what);
     owner_.processPendingChanges();
+    if (auto error = whyNothingCanBeSaved(!entry.isInside())) return error;
+    return runSteps(handed);
+}
+
+/// A level further up would find out, and nobody would be told.
+Ref<NSError> SaveOperation::whyNothingCanBeSaved(bool isClosed) const {
+    auto const* store = context_.coordinator->store();
+    if (!store || !(isClosed || store->isReadOnly()) || !owner_.hasChanges()) return nullptr;
+    if (isClosed) return storeClosed(store->url().path());
+    return storeError(StoreErrorCode::StoreReadOnly, "The store was opened for reading: " + store->url().path());
+}
+
+Ref<NSError> SaveOperation::runSteps(ChangeSets* handed) try {
     for (std::size_t at = 0; at < context_.changed.size(); ++at)
         Ref<NSManagedObject>(context_.changed[at])->willSave(); // which may change more
     if (auto error = validate()) return error;

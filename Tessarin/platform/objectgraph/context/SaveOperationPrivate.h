@@ -13,6 +13,8 @@ public:
     Ref<NSError> run(ChangeSets* handed = nullptr);
 
 private:
+    Ref<NSError> runSteps(ChangeSets* handed);
+    Ref<NSError> whyNothingCanBeSaved(bool isClosed) const;
     Ref<NSError> prepare();
     Ref<NSError> validate();
     bool isStillFree(std::uint64_t arrivals, std::uint64_t& looked);

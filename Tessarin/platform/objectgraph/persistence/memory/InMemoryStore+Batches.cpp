@@ -58,6 +58,7 @@ Ref<NSError> InMemoryStore::updateInBatch(BatchTarget const& target, std::span<B
     std::lock_guard const saving(saving_);
     std::lock_guard const hold(mutex_);
     outcome = {};
+    if (auto error = closedProblem()) return error;
     std::vector<RowRef> rows;
     meant(target, outcome, rows);
     if (!outcome.complete) return nullptr;
@@ -99,6 +100,7 @@ Ref<NSError> InMemoryStore::deleteInBatch(std::span<BatchTarget const> targets, 
     std::lock_guard const saving(saving_);
     std::lock_guard const hold(mutex_);
     outcome = {};
+    if (auto error = closedProblem()) return error;
     std::vector<RowRef> rows;
     for (auto const& target : targets) meant(target, outcome, rows);
     if (!outcome.complete) return nullptr;

@@ -43,6 +43,16 @@ std::string const& InMemoryStore::type() const {
     return name;
 }
 
+/// What it held is let go of.
+void InMemoryStore::close() {
+    std::lock_guard const saving(saving_);
+    std::lock_guard const hold(mutex_);
+    isClosed_ = true;
+    records_.clear();
+    links_ = std::make_unique<InMemoryLinks>(space_->model());
+    unique_ = std::make_unique<UniqueValues>(space_->constraints());
+}
+
 Dictionary InMemoryStore::metadata() const {
     std::lock_guard const hold(mutex_);
     return metadata_;
@@ -56,6 +66,7 @@ void InMemoryStore::setMetadata(Dictionary metadata) {
 Ref<NSError> InMemoryStore::save(std::span<Ref<ChangeSet const> const> sets, ConflictResolver resolve, SaveOutcome& outcome) {
     std::lock_guard const saving(saving_);
     outcome = {};
+    if (isClosed_) return std::ranges::all_of(sets, [](auto const& set) { return set->empty(); }) ? nullptr : closedProblem();
     auto const stored = [&](NSEntityDescription const& entity, RecordKey key) {
         std::lock_guard const hold(mutex_); // but not while conflicts are resolved: who does that may read
         return row(entity, key);
@@ -79,6 +90,7 @@ Ref<NSError> InMemoryStore::save(std::span<Ref<ChangeSet const> const> sets, Con
 Ref<NSError> InMemoryStore::findRefused(std::span<Ref<ChangeSet const> const> sets, ConflictResolver,
                                         std::vector<RefusedSet>& refused) {
     std::lock_guard const hold(mutex_);
+    if (auto error = closedProblem()) return error;
     auto const stored = [&](NSEntityDescription const& entity, RecordKey key) { return row(entity, key); };
     UniqueTrial trial(*unique_, stored);
     return findRefusedSets(sets, [&](Ref<ChangeSet const> const& set) { return trial.add(*set); }, refused);
@@ -165,12 +177,14 @@ void InMemoryStore::cutDangling(std::span<Ref<ChangeSet const> const> sets, Save
 Ref<NSError> InMemoryStore::findHolders(UniqueConstraint const& constraint, std::span<RowRef const> rows,
                                         std::vector<RecordKey>& holders) {
     std::lock_guard const hold(mutex_);
+    if (auto error = closedProblem()) return error;
     for (auto const& row : rows) holders.push_back(unique_->holder(constraint, *constraint.valuesOf(*row)));
     return nullptr;
 }
 
 Ref<NSError> InMemoryStore::fetch(StoreQuery const& query, StoreAnswer& answer) {
     std::lock_guard const hold(mutex_);
+    if (auto error = closedProblem()) return error;
     for (auto const& [key, row] : records_[query.entity->rootEntity()])
         if (belongsTo(*row, query)) answer.rows.push_back(row);
     answer.complete = !query.predicate && query.sortDescriptors.empty() && query.limit == 0 && query.offset == 0;
@@ -179,6 +193,7 @@ Ref<NSError> InMemoryStore::fetch(StoreQuery const& query, StoreAnswer& answer) 
 
 Ref<NSError> InMemoryStore::count(StoreQuery const& query, std::size_t& count, bool& complete) {
     std::lock_guard const hold(mutex_);
+    if (auto error = closedProblem()) return error;
     complete = !query.predicate && query.limit == 0 && query.offset == 0;
     auto const& records = records_[query.entity->rootEntity()];
     count = static_cast<std::size_t>(
@@ -194,6 +209,7 @@ Ref<NSError> InMemoryStore::rows(NSEntityDescription const& rootEntity, std::spa
     std::vector<RowRef> found; // handed out after the lock is released
     {
         std::lock_guard const hold(mutex_);
+        if (auto error = closedProblem()) return error;
         auto const& records = records_[&rootEntity];
         for (auto const key : keys)
             if (auto const at = records.find(key); at != records.end()) found.push_back(at->second);
@@ -207,6 +223,7 @@ Ref<NSError> InMemoryStore::members(NSRelationshipDescription const& relationshi
     std::vector<std::pair<RecordKey, RecordKey>> found;
     {
         std::lock_guard const hold(mutex_);
+        if (auto error = closedProblem()) return error;
         for (auto const owner : owners)
             for (auto const member : links_->members(relationship, owner)) found.emplace_back(owner, member);
     }
@@ -215,8 +232,9 @@ Ref<NSError> InMemoryStore::members(NSRelationshipDescription const& relationshi
 }
 
 RecordKey InMemoryStore::reserveKeys(std::size_t count, Ref<NSError>& error) {
-    static_cast<void>(error);
     std::lock_guard const hold(mutex_);
+    error = closedProblem();
+    if (error) return 0;
     return std::exchange(next_, next_ + static_cast<RecordKey>(std::max<std::size_t>(count, 1)));
 }
 

@@ -2,6 +2,7 @@
 #include "Tessarin/platform/objectgraph/persistence/rows/RowConflictsPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/NSPersistentStore.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/RefusedSetsPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreQueryPrivate.h"
 #include <map>
 #include <memory>
@@ -21,6 +22,7 @@ public:
 
     std::string const& type() const override;
     NSURL url() const override { return *url_; }
+    void close() override;
     Dictionary metadata() const override;
     void setMetadata(Dictionary metadata) override;
     std::string identifier() const override { return identifier_; }
@@ -47,6 +49,7 @@ protected:
 
 private:
     using Records = std::map<RecordKey, RowRef>;
+    Ref<NSError> closedProblem() const { return isClosed_ ? storeClosed("in memory") : nullptr; }
     Ref<NSError> conflictIn(std::span<Ref<ChangeSet const> const> sets) const;
     RowRef row(NSEntityDescription const& entity, RecordKey key) const;
     void apply(RecordChange const& change);
@@ -61,6 +64,7 @@ private:
     std::string identifier_;
     std::mutex saving_;        // one save at a time; taken first
     mutable std::mutex mutex_; // guards what follows
+    bool isClosed_ = false;
     Dictionary metadata_;
     RecordKey next_ = 1;
     std::unordered_map<NSEntityDescription const*, Records> records_; // by root entity

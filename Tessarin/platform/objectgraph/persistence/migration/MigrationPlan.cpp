@@ -47,7 +47,8 @@ std::optional<MigrationPlan> MigrationPlan::dryRun(NSURL const& file, Ref<NSMana
         auto const stored = storedModelOfText(text);
         if (!stored) throw Refused::because("the description of its model is damaged");
         RowSpace space(model);
-        SQLiteMigration migration(connection, *stored, space);
+        SQLiteOpeningProgress untold(nullptr, connection);
+        SQLiteMigration migration(connection, *stored, space, untold);
         MigrationPlan plan;
         plan.lines_ =
             MigrationTeller(migration.mapping(), [&](NSEntityDescription const& old) { return migration.countOf(old); }).lines();

@@ -71,6 +71,7 @@ std::string SQLiteMigration::withoutLost(Relationship const& old, Relationship c
 void SQLiteMigration::collect(Family& family) {
     auto const& written = *family.written;
     auto const* other = family.other;
+    progress_.begin(StoreProgress::Stage::Migrating, written.entity()->name(), countIn(&schema_.tableOf(*written.entity())));
     if (written.isToMany()) {
         family.table = schema_.linkOf(written)->table;
     } else {

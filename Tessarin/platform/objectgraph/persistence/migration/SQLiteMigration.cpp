@@ -16,6 +16,7 @@ std::vector<std::int64_t> SQLiteMigration::run() {
     for (auto const& condition : conditions) checkBefore(condition);
     findKept();
     dropIndexes();
+    expectSteps();
     moveOldTables();
     auto families = this->families();
     for (auto& family : families)
@@ -32,6 +33,30 @@ std::vector<std::int64_t> SQLiteMigration::run() {
     for (auto const& entity : space_.model().entities()) numbers.push_back(schema_.numberOf(*entity));
     writeModel(numbers);
     return numbers;
+}
+
+/// What takes long: copying records, adding columns to them, collecting links, making indexes.
+void SQLiteMigration::expectSteps() {
+    for (auto const& table : schema_.tables()) progress_.expect(countIn(&table));
+    for (auto const& family : families())
+        if (!stays(family)) progress_.expect(countIn(&schema_.tableOf(*family.written->entity())));
+    for (auto const& index : schema_.indexes())
+        if (!keptIndexes_.contains(index.statement)) progress_.expect(countIn(tableNamed(index.table)));
+}
+
+/// How many records it gets.
+std::int64_t SQLiteMigration::countIn(Table const* table) const {
+    std::int64_t count = 0;
+    if (table)
+        for (auto const* entity : entitiesOf(*table))
+            if (auto const* source = mapping_.sourceOf(*entity)) count += countOf(*source);
+    return count;
+}
+
+/// Null for a table of links.
+SQLiteMigration::Table const* SQLiteMigration::tableNamed(std::string const& name) const {
+    auto const found = std::ranges::find(schema_.tables(), name, &Table::name);
+    return found == schema_.tables().end() ? nullptr : &*found;
 }
 
 void SQLiteMigration::findKept() {
@@ -96,6 +121,7 @@ void SQLiteMigration::moveAway(std::string const& table) {
 }
 
 void SQLiteMigration::addColumns(Table const& table, Table const& old) {
+    progress_.begin(StoreProgress::Stage::Migrating, table.root->name(), countIn(&table));
     auto const isOld = [&](std::string const& name) {
         return std::ranges::find(old.columns, name, &SQLiteSchema::Column::name) != old.columns.end();
     };
@@ -113,6 +139,7 @@ void SQLiteMigration::addColumns(Table const& table, Table const& old) {
 }
 
 void SQLiteMigration::fill(Table const& table) {
+    progress_.begin(StoreProgress::Stage::Migrating, table.root->name(), countIn(&table));
     for (auto const* entity : entitiesOf(table)) {
         auto const* source = mapping_.sourceOf(*entity);
         if (!source) continue;
@@ -152,6 +179,8 @@ void SQLiteMigration::forgetLinksToNobody(std::string const& table, Relationship
 void SQLiteMigration::makeIndexes() {
     for (auto const& index : schema_.indexes()) {
         if (keptIndexes_.contains(index.statement)) continue;
+        auto const* table = tableNamed(index.table);
+        progress_.begin(StoreProgress::Stage::MakingIndex, table ? table->root->name() : std::string(), countIn(table));
         try {
             connection_.execute(index.statement);
         } catch (SQLite::Failure const&) {

@@ -1,6 +1,7 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/persistence/migration/MigrationConditionsPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/migration/StoredModelPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteOpeningProgressPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteSchemaPrivate.h"
 #include "Tessarin/platform/sqlite/Connection.h"
 #include <map>
@@ -22,8 +23,9 @@ std::vector<std::int64_t> recordCounts(SQLite::Connection& connection, StoredMod
 /// are copied in a column, are collected from all old relationships that held them before any of them is written.
 class SQLiteMigration {
 public:
-    SQLiteMigration(SQLite::Connection& connection, StoredModel const& stored, RowSpace& space)
+    SQLiteMigration(SQLite::Connection& connection, StoredModel const& stored, RowSpace& space, SQLiteOpeningProgress& progress)
         : connection_(connection),
+          progress_(progress),
           counts_(recordCounts(connection, stored)),
           mapping_(*stored.model, space.model()),
           oldSpace_(stored.model),
@@ -65,6 +67,9 @@ private:
     Link const* unchanged(Link const& link) const;
     std::string const& currentName(std::string const& oldTable) const;
 
+    std::int64_t countIn(Table const* table) const;
+    Table const* tableNamed(std::string const& name) const;
+    void expectSteps();
     void findKept();
     bool isKept(std::string const& table) const;
     void moveOldTables();
@@ -101,6 +106,7 @@ private:
     void requireNone(std::string const& entity, std::string const& property, std::string const& reason, std::string const& rows);
 
     SQLite::Connection& connection_;
+    SQLiteOpeningProgress& progress_;
     std::vector<std::int64_t> const counts_;
     ModelMapping const mapping_;
     RowSpace oldSpace_;

@@ -107,7 +107,7 @@ std::optional<std::vector<std::int64_t>> SQLiteOpening::numbersOfSameModel(SQLit
     return numbers;
 }
 
-std::vector<std::int64_t> SQLiteOpening::bringToModel(SQLite::Connection& connection) {
+std::vector<std::int64_t> SQLiteOpening::bringToModel(SQLite::Connection& connection, SQLiteOpeningProgress& progress) {
     if (auto numbers = numbersOfSameModel(connection)) return *std::move(numbers);
     if (!options_.infersMapping)
         throw Refused::because("it was written with another model, and inferring a mapping is not asked for");
@@ -117,8 +117,10 @@ std::vector<std::int64_t> SQLiteOpening::bringToModel(SQLite::Connection& connec
     auto const stored = storedModelOfText(connection.text("SELECT value FROM tessarin_store WHERE key = 'model'"));
     if (!stored) throw Refused::because("the description of its model is damaged");
     try {
-        auto result = SQLiteMigration(connection, *stored, *space_).run();
+        auto result = SQLiteMigration(connection, *stored, *space_, progress).run();
         transaction.commit();
+        isBroughtToModel_ = true;
+        progress.end();
         connection.execute("BEGIN");
         return result;
     } catch (Refused const&) {

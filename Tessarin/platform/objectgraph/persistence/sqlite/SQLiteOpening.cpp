@@ -41,6 +41,7 @@ std::unique_ptr<SQLiteStore::Impl> SQLiteOpening::run(Ref<NSError>& error) {
     for (;;) {
         Ref<NSError> reason;
         try {
+            if (isCancelled()) throw Postponed(options_.opening->cancellation());
             auto impl = attempt();
             options_.waiting->end();
             return impl;
@@ -53,8 +54,8 @@ std::unique_ptr<SQLiteStore::Impl> SQLiteOpening::run(Ref<NSError>& error) {
         } catch (ErrorException const& postponed) { // or the rescue of a refused file had to be
             reason = postponed.error();
         } catch (std::bad_alloc const&) { reason = NSError::errorWithErrno(ENOMEM, path_); }
-        if (!options_.waiting->pause(reason)) {
-            error = reason;
+        if (isCancelled() || !options_.waiting->pause(reason)) {
+            error = isCancelled() ? options_.opening->cancellation() : reason;
             return nullptr;
         }
     }
@@ -95,8 +96,9 @@ std::unique_ptr<SQLiteStore::Impl> SQLiteOpening::openForWriting(std::unique_ptr
     makeIfEmpty(*connection);
     checkFormat(*connection);
     requireNoViewInPlaceOfATable(*connection, *space_);
+    SQLiteOpeningProgress progress(options_.opening, *connection);
     checkPages(*connection);
-    auto impl = store(*connection, bringToModel(*connection), connectionOptions_);
+    auto impl = store(*connection, bringToModel(*connection, progress), connectionOptions_);
     connection->execute("COMMIT");
     if (connection->text("PRAGMA journal_mode") != "wal")
         connection->execute("PRAGMA journal_mode = WAL"); // another tool changed it
@@ -116,7 +118,10 @@ std::unique_ptr<SQLiteStore::Impl> SQLiteOpening::openForReading(std::unique_ptr
     connection->execute("BEGIN");
     checkFormat(*connection);
     requireNoViewInPlaceOfATable(*connection, *space_);
-    checkPages(*connection);
+    {
+        SQLiteOpeningProgress const progress(options_.opening, *connection);
+        checkPages(*connection);
+    }
     auto numbers = numbersOfSameModel(*connection);
     if (!numbers) throw Refused::because("it was written with another model, and is to be read only: " + path_);
     auto impl = store(*connection, *std::move(numbers), options);

@@ -1,6 +1,7 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/persistence/migration/StoredModelPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteFileChecksPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteOpeningProgressPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteStoreImplPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteVerdictPrivate.h"
 
@@ -23,6 +24,7 @@ private:
     std::unique_ptr<SQLiteStore::Impl> store(SQLite::Connection& connection, std::vector<std::int64_t> numbers,
                                              SQLite::ConnectionOptions const& options);
     [[noreturn]] void refuse(Refused const& refused, SQLite::Connection* connection);
+    bool isCancelled() const noexcept { return options_.opening && options_.opening->isCancelled() && !isBroughtToModel_; }
     void checkPlace();
     void checkLink() const;
     void makeFile();
@@ -35,7 +37,7 @@ private:
     void checkAllPages(SQLite::Connection& connection) const;
     void requireReadable(std::string const& problem) const;
     std::optional<std::vector<std::int64_t>> numbersOfSameModel(SQLite::Connection& connection) const;
-    std::vector<std::int64_t> bringToModel(SQLite::Connection& connection);
+    std::vector<std::int64_t> bringToModel(SQLite::Connection& connection, SQLiteOpeningProgress& progress);
 
     NSURL const file_;
     std::string const path_;
@@ -46,6 +48,7 @@ private:
     std::string judgedPlace_;
     std::optional<StoreRefusal::Identity> judged_;
     std::optional<MigrationPlan> plan_;
+    bool isBroughtToModel_ = false; // and that is saved: it cannot be cancelled any more
     LargestKeys largestKeys_; // as its transaction sees them, unless it was small or migrated
 };
 

@@ -1,5 +1,6 @@
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteReaderPoolPrivate.h"
 
+#include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
 #include "Tessarin/platform/queues/Dispatch.h"
 
 // A seat, that is a connection with its reader, is either among `idle_`, and then only who holds `mutex_` may touch it, or
@@ -64,19 +65,30 @@ std::unique_ptr<SQLiteReaderPool::Seat> SQLiteReaderPool::take(Patience patience
     std::unique_ptr<Seat> seat;
     std::unique_lock hold(mutex_);
     while (!seat) {
+        if (isClosed_) throw ErrorException(storeClosed(path_));
         if (!idle_.empty()) {
             seat = std::move(idle_.back());
             idle_.pop_back();
             break;
         }
+        ++betweenLocks_;
         hold.unlock();
+        auto const opened = [&] {
+            hold.lock();
+            --betweenLocks_;
+            if (isClosed_) returned_.notify_all();
+        };
         try {
             seat = std::make_unique<Seat>(schema_, std::make_unique<SQLite::Connection>(path_, options_));
-            hold.lock();
+            opened();
         } catch (SQLite::Failure const&) {
-            hold.lock();
+            opened();
             if (patience == Patience::GivesUp || (inUse_ == 0 && idle_.empty())) throw;
-            returned_.wait(hold, [&] { return !idle_.empty() || inUse_ == 0; }); // out of descriptors: somebody gives one back
+            // Out of descriptors: somebody gives one back.
+            returned_.wait(hold, [&] { return !idle_.empty() || inUse_ == 0 || isClosed_; });
+        } catch (...) {
+            opened();
+            throw;
         }
     }
     ++inUse_;
@@ -100,13 +112,27 @@ void SQLiteReaderPool::giveBack(std::unique_ptr<Seat> seat) {
         quickUses_ = now - std::exchange(lastUse_, now) < burst ? quickUses_ + 1 : 0;
         bool const isOneOfMany = quickUses_ > 1; // the first look-up and its fault are not yet worth a timer, and its thread
         if (!isOneOfMany) seat->end();
-        if (idle_.size() < keptIdle)
+        if (idle_.size() < keptIdle || isClosed_) { // who closes them waits for it
             idle_.push_back(std::move(seat));
-        else
+        } else {
             surplus = std::move(seat);
+            ++betweenLocks_;
+        }
         if (isOneOfMany && !isEndingLater_) endIdleLater();
     }
-    returned_.notify_one();
+    if (!surplus) return returned_.notify_all(); // who waits for a connection, and who closes them all
+    surplus.reset();
+    std::lock_guard const hold(mutex_);
+    --betweenLocks_;
+    returned_.notify_all();
+}
+
+void SQLiteReaderPool::close() {
+    std::vector<std::unique_ptr<Seat>> seats; // closed after the lock is released
+    std::unique_lock hold(mutex_);
+    isClosed_ = true;
+    returned_.wait(hold, [&] { return inUse_ == 0 && betweenLocks_ == 0; });
+    seats.swap(idle_);
 }
 
 void SQLiteReaderPool::endIdle() {

@@ -36,6 +36,8 @@ public:
     /// Where no connection can be made, one in use is waited for. Throws SQLite::Failure when there is none, or nobody waits.
     enum class Patience { Waits, GivesUp };
     Lease lease(Patience patience = Patience::Waits);
+    /// Waits for those in use, and closes all; a lease throws `storeClosed` from now on. Not while this thread has one.
+    void close();
     /// Ends the read transactions of connections that nobody uses, so that a commit may empty the log.
     void endIdle();
 
@@ -54,6 +56,8 @@ private:
     std::condition_variable returned_;
     std::vector<std::unique_ptr<Seat>> idle_;
     std::size_t inUse_ = 0;
+    std::size_t betweenLocks_ = 0; // connections that somebody makes or closes
+    bool isClosed_ = false;
     std::uint64_t uses_ = 0;
     std::chrono::steady_clock::time_point lastUse_;
     std::size_t quickUses_ = 0; // in a row

@@ -49,6 +49,8 @@ SQLiteStoreOptions SQLiteStoreOptions::from(Dictionary const& options) {
         read.fileMode = static_cast<std::uint32_t>(mode.integer() & 0777);
     read.waiting = options[NSStoreWaitingOption].objectAs<StoreWaiting>();
     if (!read.waiting) read.waiting = make<StoreWaiting>(nullptr, std::nullopt);
+    read.opening = options[NSStoreOpeningOption].objectAs<StoreOpening>();
+    read.waiting->setOpening(read.opening);
     return read;
 }
 
@@ -71,7 +73,24 @@ Dictionary SQLiteStore::metadata() const { return impl_->metadata.get(); }
 void SQLiteStore::setMetadata(Dictionary metadata) { impl_->metadata.set(std::move(metadata)); }
 std::string SQLiteStore::identifier() const { return impl_->identifier; }
 
+bool SQLiteStore::isReadOnly() const { return impl_->isReadOnly; }
+
+void SQLiteStore::close() {
+    {
+        std::lock_guard const hold(impl_->writing);
+        impl_->isClosed = true;
+        impl_->writerSeat.reset();
+    }
+    impl_->readers->close(); // what helpers of a scan need, they find closed
+    impl_->scans->close();
+}
+
+void SQLiteStore::Impl::requireOpen() const {
+    if (isClosed) throw ErrorException(storeClosed(path));
+}
+
 SQLiteStore::Impl::Writing& SQLiteStore::Impl::writer() {
+    requireOpen();
     if (isReadOnly) throw ErrorException(storeError(StoreErrorCode::StoreReadOnly, "The store was opened for reading: " + path));
     if (!writerSeat) {
         requireInPlace(); // before another file is taken for it
@@ -238,6 +257,7 @@ Ref<NSError> SQLiteStore::members(NSRelationshipDescription const& relationship,
 std::vector<std::string> SQLiteStore::verify(Ref<NSError>& error) const {
     std::vector<std::string> findings;
     error = caught([&] {
+        impl_->requireOpen();
         SQLite::Connection connection(impl_->path, impl_->options);
         connection.execute("BEGIN");
         findings = SQLiteVerification(connection, impl_->schema).run();

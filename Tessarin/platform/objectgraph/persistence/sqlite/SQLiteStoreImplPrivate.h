@@ -7,6 +7,7 @@
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteWriterPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreMetadataPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreRefusal.h"
+#include <atomic>
 #include <mutex>
 
 namespace Tessarin {
@@ -36,6 +37,8 @@ struct SQLiteStore::Impl {
 
     /// The writing connection, made on first use. The caller holds `writing`.
     Writing& writer();
+    /// Throws when the store was closed on purpose.
+    void requireOpen() const;
     /// Throws when the file that is open is not the one at its path: what is written there would be lost.
     void requireInPlace() const;
     Ref<NSError> reading(std::string const& table, FunctionRef<void(SQLiteReader&)> work);
@@ -57,6 +60,7 @@ struct SQLiteStore::Impl {
     SQLiteDamage damage;
     StoreMetadata metadata;
     SQLiteKeyBlocks keys;
+    std::atomic<bool> isClosed{false};    // set with `writing` held
     std::mutex writing;                   // one save at a time
     std::unique_ptr<Writing> writerSeat;  // guarded by writing
 };

@@ -19,10 +19,11 @@ struct SQLiteStoreOptions {
     bool isReadOnly = false;                     // nothing is made, migrated, rescued or saved
     std::uint32_t fileMode = 0600;               // permissions of a new file; its log's are those of the file
     Ref<StoreWaiting> waiting;                   // never null once read
+    Ref<StoreOpening> opening;                   // may be null
 
     /// Reads "NSSQLitePragmasOption" ({"synchronous": "NORMAL", "cache_size": -8192}; a positive size counts pages of 4 KiB),
     /// "NSSQLiteBusyTimeoutOption" (seconds), "NSInferMappingModelAutomaticallyOption", "NSReadOnlyPersistentStoreOption",
-    /// "NSFilePosixPermissions" and "NSStoreWaitingOption". Other keys are ignored.
+    /// "NSFilePosixPermissions", "NSStoreWaitingOption" and "NSStoreOpeningOption". Other keys are ignored.
     static SQLiteStoreOptions from(Dictionary const& options);
 };
 
@@ -40,6 +41,8 @@ public:
 
     std::string const& type() const override;
     NSURL url() const override;
+    bool isReadOnly() const override;
+    void close() override;
     Dictionary metadata() const override;
     void setMetadata(Dictionary metadata) override;
     std::string identifier() const override;

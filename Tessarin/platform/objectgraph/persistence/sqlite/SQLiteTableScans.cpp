@@ -43,6 +43,13 @@ bool SQLiteTableScans::readKept(SQLiteReader::Scanned scanned, SQLite::Connectio
     return true;
 }
 
+void SQLiteTableScans::close() {
+    waitForHelpers();
+    std::optional<Result> former; // released after the lock
+    std::lock_guard const hold(mutex_);
+    former.swap(last_);
+}
+
 void SQLiteTableScans::noteSave(SQLite::Connection::LogState const& before, SQLite::Connection::LogState const& after,
                                 std::span<Ref<ChangeSet const> const> sets) {
     std::optional<Result> former; // released after the lock

@@ -20,6 +20,8 @@ public:
     /// A save of this store led from one state of the file to the other, and did nothing to rows but this.
     void noteSave(SQLite::Connection::LogState const& before, SQLite::Connection::LogState const& after,
                   std::span<Ref<ChangeSet const> const> sets);
+    /// Forgets all, when nothing that a scan began uses the store any more.
+    void close();
     /// Until nothing that a scan began uses the store any more; none may begin meanwhile.
     void waitForHelpers() const { dispatch_group_wait(helpers_, DISPATCH_TIME_FOREVER); }
 

@@ -34,6 +34,11 @@ class TESSARIN_API NSPersistentStore : public NSObject {
 public:
     virtual std::string const& type() const = 0;
     virtual NSURL url() const = 0;
+    /// Constant.
+    virtual bool isReadOnly() const { return false; }
+    /// Lets go of the file, when those who read or write have ended: it can be moved, deleted or opened again. From then on every
+    /// operation below is an error, `storeClosed`. Not within one of them. A second call does nothing.
+    virtual void close() = 0;
     /// The text-keyed dictionary kept beside the records; written by the next save, also by one without changes.
     virtual Dictionary metadata() const = 0;
     virtual void setMetadata(Dictionary metadata) = 0;

@@ -4,8 +4,11 @@
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteStorePrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/rows/RowCachePrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/KeyPromotionsPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/SaveDoorPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreSalvagePrivate.h"
+
+#include "Tessarin/platform/queues/Dispatch.h"
 
 #include <charconv>
 
@@ -24,7 +27,8 @@ std::vector<std::string_view> piecesOf(std::string_view text, char separator) {
 
 } // namespace
 
-NSPersistentStoreCoordinator::NSPersistentStoreCoordinator() : promotions_(std::make_unique<KeyPromotions>()) {}
+NSPersistentStoreCoordinator::NSPersistentStoreCoordinator()
+    : promotions_(std::make_unique<KeyPromotions>()), saves_(std::make_unique<SaveDoor>()) {}
 NSPersistentStoreCoordinator::~NSPersistentStoreCoordinator() = default;
 
 IdentityTable& NSPersistentStoreCoordinator::identities() noexcept { return space_->identities(); }
@@ -63,6 +67,14 @@ Ref<NSPersistentStore> NSPersistentStoreCoordinator::addPersistentStoreWithType(
 std::vector<Ref<NSPersistentStore>> NSPersistentStoreCoordinator::persistentStores() const {
     if (!store()) return {};
     return {kept_};
+}
+
+void NSPersistentStoreCoordinator::closeStore() {
+    if (!store()) return;
+    auto const free = dispatch_semaphore_create(0);
+    while (!saves_->shut([free] { dispatch_semaphore_signal(free); })) dispatch_semaphore_wait(free, DISPATCH_TIME_FOREVER);
+    isClosed_.store(true, std::memory_order_release);
+    kept_->close();
 }
 
 std::vector<std::string> NSPersistentStoreCoordinator::verify(Ref<NSError>& error) const {

@@ -14,6 +14,7 @@ namespace Tessarin {
 class IdentityTable;
 class KeyPromotions;
 class RowSpace;
+class SaveDoor;
 
 inline constexpr char const* NSSQLiteStoreType = "SQLite";
 inline constexpr char const* NSInMemoryStoreType = "InMemory";
@@ -45,6 +46,14 @@ public:
     Ref<NSPersistentStore> addPersistentStoreWithType(std::string_view type, std::optional<std::string> configuration,
                                                       NSURL const& url, Dictionary const& options, Ref<NSError>& error);
     std::vector<Ref<NSPersistentStore>> persistentStores() const;
+    /// Closes the store, for good: waits for the saves, fetches and batch requests that are under way, then lets go of its
+    /// file, which can be moved, deleted or opened again at once. Contexts say so from then on: fetches, counts and saves of
+    /// changes are errors of the code StoreErrorCode::StoreClosed, and changes stay unsaved; faults throw as when the store
+    /// cannot be read; what is in memory can be looked at. Nothing where there is no store, or it is closed. Neither on a
+    /// context's queue nor within a save. What contexts have handed up and nobody saved stays where it is: ManagedObjectStore's
+    /// `close` sees to that.
+    void closeStore();
+    bool isClosed() const noexcept { return isClosed_.load(std::memory_order_acquire); }
     /// Looks at all of the store and changes nothing: at its pages and indexes, links and their inverses, orders, the description
     /// of its model, the next key. A sentence for each finding; none when all is well, or with an error when it cannot look.
     /// Takes time in proportion to the file; contexts may go on meanwhile. A store in memory has nothing to look at.
@@ -61,6 +70,7 @@ public:
     Ref<RowSpace> const& space() const noexcept { return space_; }
     IdentityTable& identities() noexcept;
     KeyPromotions& promotions() noexcept { return *promotions_; }
+    SaveDoor& saves() noexcept { return *saves_; }
     /// The store, or null while there is none.
     NSPersistentStore* store() const noexcept { return store_.load(std::memory_order_acquire); }
     /// A key for a record that is not saved yet: negative, unique in the process.
@@ -80,8 +90,10 @@ private:
     Ref<NSManagedObjectModel> model_;
     Ref<RowSpace> space_;
     std::unique_ptr<KeyPromotions> const promotions_;
+    std::unique_ptr<SaveDoor> const saves_;
     Ref<NSPersistentStore> kept_;
     std::atomic<NSPersistentStore*> store_{nullptr}; // set once
+    std::atomic<bool> isClosed_{false};
 };
 
 } // namespace Tessarin

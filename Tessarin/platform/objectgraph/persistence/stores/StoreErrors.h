@@ -16,6 +16,8 @@ enum class StoreErrorCode : std::int64_t {
     StoreOpen = 134080,
     StorePlace = 134081, // where no store can ever be
     StoreReadOnly = 134082,
+    StoreOpeningCancelled = 134083,
+    StoreClosed = 134084, // on purpose
     StoreIncompatibleModel = 134100,
     StoreSave = 134030,
     StoreFetch = 134060,
@@ -37,6 +39,11 @@ enum class StoreErrorCode : std::int64_t {
 inline Ref<NSError> storeError(StoreErrorCode code, std::string text, Dictionary more = {}) {
     more.set(NSLocalizedDescriptionKey, std::move(text));
     return NSError::errorWithDomain(ObjectGraphErrorDomain, static_cast<std::int64_t>(code), std::move(more));
+}
+
+/// What is told where a store is used after it was closed.
+inline Ref<NSError> storeClosed(std::string const& place) {
+    return storeError(StoreErrorCode::StoreClosed, "The store was closed: " + place);
 }
 
 } // namespace Tessarin

@@ -26,7 +26,7 @@ bool StoreWaiting::pause(Ref<NSError> const& reason) {
     auto const now = clock.now();
     if (!began_) began_ = now;
     auto const waited = now - *began_;
-    if (timeLimit_ && waited >= *timeLimit_) {
+    if (isCancelled() || (timeLimit_ && waited >= *timeLimit_)) {
         isOver_ = true;
         return false;
     }
@@ -36,9 +36,17 @@ bool StoreWaiting::pause(Ref<NSError> const& reason) {
     }
     auto length = std::min(nextPause_, nextTold_ - waited);
     if (timeLimit_) length = std::min(length, *timeLimit_ - waited);
-    clock.sleep(std::max(length, 0.001));
+    sleep(std::max(length, 0.001));
     nextPause_ = std::min(nextPause_ * 2, longestPause);
-    return true;
+    isOver_ = isCancelled();
+    return !isOver_;
+}
+
+void StoreWaiting::sleep(double seconds) const {
+    auto const& clock = storeClock();
+    if (!opening_) return clock.sleep(seconds);
+    for (auto const end = clock.now() + seconds; seconds > 0 && !isCancelled(); seconds = end - clock.now())
+        clock.sleep(std::min(seconds, cancelledWithin));
 }
 
 void StoreWaiting::end() noexcept {

@@ -1,8 +1,10 @@
 #pragma once
 #include "Tessarin/Export.h"
 #include "Tessarin/platform/foundation/values/NSError.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/StoreOpening.h"
 #include "Tessarin/platform/runtime/Closure.h"
 #include <optional>
+#include <utility>
 
 namespace Tessarin {
 
@@ -24,9 +26,12 @@ public:
     /// `told` (may be empty) is called by the waiting thread after 1 s, then after 2, 4, 8 and so on; what it throws ends the
     /// opening. After `timeLimit` seconds (absent: never) the opening ends with the reason as its error; 0 never waits.
     virtual void init(Told told, std::optional<double> timeLimit);
-    /// Pauses for a moment, the next time for twice as long; false, without a pause, when the limit is reached.
+    /// Pauses for a moment, the next time for twice as long; false, without a pause, when the limit is reached, and as soon as
+    /// the opening is cancelled.
     virtual bool pause(Ref<NSError> const& reason);
     bool isOver() const noexcept { return isOver_; }
+    /// Whose cancellation ends it; may be null.
+    void setOpening(Ref<StoreOpening> opening) noexcept { opening_ = std::move(opening); }
     /// The store is open: a later opening begins anew.
     void end() noexcept;
 
@@ -34,7 +39,11 @@ protected:
     StoreWaiting() = default;
 
 private:
-    static constexpr double firstPause = 0.005, longestPause = 1, firstTold = 1; // seconds
+    static constexpr double firstPause = 0.005, longestPause = 1, firstTold = 1, cancelledWithin = 0.05; // seconds
+    bool isCancelled() const noexcept { return opening_ && opening_->isCancelled(); }
+    void sleep(double seconds) const;
+
+    Ref<StoreOpening> opening_;
     Told told_;
     std::optional<double> timeLimit_;
     std::optional<double> began_;
