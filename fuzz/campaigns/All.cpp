@@ -6,6 +6,7 @@
 #include "fuzz/campaigns/Kill.h"
 #include "fuzz/campaigns/Levels.h"
 #include "fuzz/campaigns/Links.h"
+#include "fuzz/campaigns/Live.h"
 #include "fuzz/campaigns/Power.h"
 #include "fuzz/campaigns/Predicates.h"
 #include "fuzz/campaigns/Processes.h"
@@ -31,6 +32,8 @@ std::span<Campaign const> allCampaigns() {
         {"coordinators", "two coordinators of a file link and delete the same records under random policies", tryCoordinators},
         {"handed-up", "many saves that one level hands to the next, at once or in the end", tryHandedUp},
         {"links", "two relationships through every change of their ends, against maps", tryLinks, judgeLinks, 30},
+        {"live", "live lists of all kinds under random edits, against a copy that applies what they tell, and against fetches", tryLive,
+         judgeLive, 5},
         {"zones", "every time zone of the system beside the C library", tryZones},
         {"fuzz-text", "texts, half of them ill formed, through every operation on texts, beside ICU and slow ways", tryText,
          judgeTexts, 10},

@@ -142,15 +142,17 @@ Ref<ChangeSet const> changesNow(NSPersistentStoreCoordinator& coordinator, Objec
     for (auto const& [kind, ids] : changes)
         for (auto const& id : ids) {
             if (!id->isIn(coordinator.identities()) || id->recordKey() <= 0) continue;
-            if (kind == NSDeletedObjectsKey)
+            if (kind == NSDeletedObjectsKey) {
+                coordinator.space()->cache().forget(id->recordKey()); // which somebody may still hold
                 found.push_back({.kind = RecordChange::Kind::Delete,
                                  .key = id->recordKey(),
                                  .entity = &id->entity(),
                                  .before = {},
                                  .after = {},
                                  .relationships = {}});
-            else
+            } else {
                 keys[id->entity().rootEntity()].push_back(id->recordKey());
+            }
         }
     for (auto const& [root, some] : keys) {
         auto const note = [&](RowRef row) {

@@ -107,6 +107,7 @@ Dictionary ContextDidChangeNotification::makeUserInfo(NSManagedObjectContext&) c
 bool hasChangeObservers() { return changeChannel()->hasObservers(); }
 
 void noteNews(ContextState& context, NSManagedObject& object, ContextNews::Kind kind) {
+    context.feed.note(context, object);
     if (!hasChangeObservers()) return;
     auto& news = context.news;
     auto& entry = news.entries[&object];

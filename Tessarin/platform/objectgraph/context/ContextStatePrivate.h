@@ -1,5 +1,6 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/context/ChangedObjectsPrivate.h"
+#include "Tessarin/platform/objectgraph/context/ContextFeedPrivate.h"
 #include "Tessarin/platform/objectgraph/context/ContextNewsPrivate.h"
 #include "Tessarin/platform/objectgraph/context/EntityRulesPrivate.h"
 #include "Tessarin/platform/objectgraph/context/NSManagedObjectContext.h"
@@ -28,6 +29,7 @@ public:
     ChangedObjects changed; // every object with unsaved changes
     ValuesInMemory values;
     ContextNews news;
+    ContextFeed feed;
     PublishedChanges published;                // what children handed up, not yet handed on; any thread
     RefusedChanges refused;                    // of a root context
     std::atomic<int> children{0};              // contexts whose parent this is; any thread
@@ -40,6 +42,9 @@ public:
     Cell<Ref<NSMergePolicy>> mergePolicy;
     Cell<std::string> name;
 };
+
+/// What a context does before it answers: brings what has come to its objects, shows its children what is unsaved, announces.
+void processChanges(NSManagedObjectContext& context, ContextState& state);
 
 /// How the files of this room reach the insides of objects and contexts.
 class GraphAccess {

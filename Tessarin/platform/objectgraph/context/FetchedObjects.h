@@ -2,6 +2,7 @@
 #include "Tessarin/Export.h"
 #include "Tessarin/platform/objectgraph/context/NSManagedObject.h"
 #include <iterator>
+#include <span>
 
 namespace Tessarin {
 
@@ -30,6 +31,8 @@ public:
 
     std::size_t size() const noexcept { return keys_.size(); }
     bool empty() const noexcept { return keys_.empty(); }
+    /// The records' keys, in their order.
+    std::span<RecordKey const> keys() const noexcept { return keys_; }
     /// `at` is less than `size()`; fatal otherwise. Keeps the batch of that object until another is asked for. Whoever reads on
     /// from the end of a batch gets two, then four, up to 16 batches together.
     Ref<NSManagedObject> operator[](std::size_t at) const;

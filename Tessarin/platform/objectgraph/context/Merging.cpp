@@ -128,9 +128,10 @@ void forgetLinksOf(ContextState& context, ChangeSet const& corrections) {
 
 /// Before a set is merged: what it means for the context's objects, made where nobody has asked for them yet. Where the context
 /// only reads again what others saved, that is not a change of its own.
-void noteNewsOf(ContextState& context, ChangeSet const& set, ContextNews::Kind update) {
+void noteNewsOf(ContextState& context, Ref<ChangeSet const> const& set, ContextNews::Kind update, bool isCorrection = false) {
+    context.feed.note(context, set, isCorrection);
     if (!hasChangeObservers()) return;
-    for (auto const& change : set.changes()) {
+    for (auto const& change : set->changes()) {
         bool const isUpdate = change.kind == RecordChange::Kind::Update;
         auto const object = isUpdate && update == ContextNews::Refreshed ? context.link->find(change.key)
                                                                          : objectWithKey(context, *change.entity, change.key);
@@ -170,7 +171,7 @@ void applyReceived(ContextState& context) {
     if (!context.link) return;
     applyPromotions(context);
     for (auto const& [set, isCorrection] : context.published.takeUnapplied()) {
-        noteNewsOf(context, *set, isCorrection ? ContextNews::Refreshed : ContextNews::Updated);
+        noteNewsOf(context, set, isCorrection ? ContextNews::Refreshed : ContextNews::Updated, isCorrection);
         merge(context, *set, isCorrection ? Winner::UnsavedUntilSaved : Winner::Incoming);
         if (isCorrection) forgetLinksOf(context, *set);
     }
@@ -180,13 +181,14 @@ void mergeSaved(ContextState& context, ChangeSets const& sets) {
     if (!context.link) return;
     applyPromotions(context);
     for (auto const& set : sets) {
-        noteNewsOf(context, *set, ContextNews::Refreshed);
+        noteNewsOf(context, set, ContextNews::Refreshed);
         merge(context, *set, Winner::Unsaved);
     }
 }
 
 void mergeDeleted(ContextState& context, DeletedRecords const& records) {
     if (!context.link || records.runs().empty()) return;
+    context.feed.noteEverything(context);
     for (auto const& object : context.link->all()) {
         if (!records.contains(object->entity(), object->recordKey())) continue;
         noteNews(context, *object, ContextNews::Deleted);
@@ -197,7 +199,7 @@ void mergeDeleted(ContextState& context, DeletedRecords const& records) {
 void noteGone(ContextState& context, NSManagedObject& object) { mergeDeletion(context, object, Winner::Unsaved); }
 
 void mergeCorrections(ContextState& context, Ref<ChangeSet const> const& set) {
-    noteNewsOf(context, *set, ContextNews::Refreshed);
+    noteNewsOf(context, set, ContextNews::Refreshed, true);
     merge(context, *set, Winner::UnsavedUntilSaved);
     forgetLinksOf(context, *set);
     tellCorrections(context, set);

@@ -302,14 +302,14 @@ std::vector<Ref<NSManagedObject>> NSManagedObjectContext::executeFetchRequest(NS
 
 void NSManagedObjectContext::executeFetchRequest(NSFetchRequest const& request, Ref<NSError>& error, FetchedObjectsTaker take) {
     error = nullptr;
-    processPendingChanges();
+    processChanges(*this, *state_);
     auto const* entity = entityOf(*state_, request, error);
     if (entity) error = caught([&] { return Fetch(*state_, request, *entity).run(take); });
 }
 
 FetchedObjects NSManagedObjectContext::fetchObjects(NSFetchRequest const& request, Ref<NSError>& error) {
     error = nullptr;
-    processPendingChanges();
+    processChanges(*this, *state_);
     auto const* entity = entityOf(*state_, request, error);
     if (!entity) return {};
     FetchedObjects list;
@@ -345,7 +345,7 @@ Ref<NSManagedObject> NSManagedObjectContext::loadedObject(NSEntityDescription co
 
 std::int64_t NSManagedObjectContext::countForFetchRequest(NSFetchRequest const& request, Ref<NSError>& error) {
     error = nullptr;
-    processPendingChanges();
+    processChanges(*this, *state_);
     auto const* entity = entityOf(*state_, request, error);
     if (!entity) return NSNotFound;
     std::size_t found = 0;

@@ -49,6 +49,12 @@ std::vector<Ref<NSManagedObject>> changedWhere(ContextState const& context, Func
 
 } // namespace
 
+void processChanges(NSManagedObjectContext& context, ContextState& state) {
+    applyReceived(state);
+    showUnsaved(state);
+    postDidChange(context);
+}
+
 NSManagedObjectContext::NSManagedObjectContext() : state_(std::make_unique<ContextState>()) {}
 
 NSManagedObjectContext::~NSManagedObjectContext() {
@@ -255,9 +261,8 @@ void NSManagedObjectContext::reset() {
 }
 
 void NSManagedObjectContext::processPendingChanges() {
-    applyReceived(*state_);
-    showUnsaved(*state_);
-    postDidChange(*this);
+    processChanges(*this, *state_);
+    if (state_->news.openBlocks == 0) state_->feed.tell(*state_);
 }
 
 void NSManagedObjectContext::mergeChangesFromContextDidSaveNotification(NSNotification const& notification) {

@@ -227,6 +227,7 @@ void promoteObject(ContextState& context, NSManagedObject& object, RecordKey per
     auto& state = GraphAccess::state(object);
     context.coordinator->identities().promote(state.key, permanent);
     context.link->rename(object, state.key, permanent);
+    context.feed.noteNewKeys(context);
     state.key = permanent;
     if (state.has(ObjectState::Published)) context.mustShowAnew = true;
     state.clear(ObjectState::Published);
@@ -237,6 +238,7 @@ void applyPromotions(ContextState& context) {
     if (promotions.count() == context.promotionsSeen) return;
     auto const log = promotions.advance(context.promotionsSeen);
     context.link->noteKeyChange();
+    context.feed.noteNewKeys(context);
     for (auto const& [temporary, permanent] : log)
         if (auto const object = context.link->find(temporary); object && object->recordKey() == temporary)
             promoteObject(context, *object, permanent);

@@ -98,9 +98,8 @@ RecordReader::Pending RecordReader::pending(NSEntityDescription const& entity, R
         }
         bool const isGone = result.isKnown && !result.row;
         if (isGone && change->kind == RecordChange::Kind::Update) continue; // only an insertion brings it back
-        auto row = rowAfter(*change, result.row, at < isUnsaved_.size() && isUnsaved_[at]);
-        if (!row) continue; // only its to-many relationships changed
-        result = {true, std::move(row)};
+        if (!change->changesRow()) continue; // its to-many relationships say nothing of the row, which others may change
+        result = {true, rowAfter(*change, result.row, at < isUnsaved_.size() && isUnsaved_[at])};
     }
     return result;
 }

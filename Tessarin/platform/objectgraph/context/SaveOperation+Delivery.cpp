@@ -75,7 +75,9 @@ Ref<NSError> SaveOperation::handUp(NSManagedObjectContext& parent) {
             }
             if (!outcome_.sets.empty()) handed_ = outcome_.sets;
         }
-        if (context_.published.handUp(sets_, handed_, state.published, seen)) return nullptr;
+        if (!context_.published.handUp(sets_, handed_, state.published, seen)) continue;
+        state.feed.wake(parent);
+        return nullptr;
     }
 }
 

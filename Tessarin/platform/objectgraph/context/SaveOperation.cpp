@@ -37,7 +37,7 @@ Ref<NSError> SaveOperation::run(ChangeSets* handed) {
     using Saves = SaveDoor::Saves;
     auto const what = context_.published.empty() ? Saves::OwnChanges : Saves::WhatWasHandedUp;
     SaveDoor::Entry const entry(context_.coordinator->saves(), what);
-    owner_.processPendingChanges();
+    processChanges(owner_, context_);
     if (auto error = whyNothingCanBeSaved(!entry.isInside())) return error;
     return runSteps(handed);
 }

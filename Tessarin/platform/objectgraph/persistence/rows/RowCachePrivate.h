@@ -36,6 +36,8 @@ public:
     void add(RowRef const& row);
     void remove(RecordKey key);
     void removeAll();
+    /// Somebody beyond this coordinator has deleted the record, who has no moment here.
+    void forget(RecordKey key);
     void endCommit() noexcept { now_.fetch_add(1, std::memory_order_release); }
     /// How many records it knows a row of.
     std::size_t size() const;

@@ -1,0 +1,117 @@
+#include "Tessarin/platform/objectgraph/live/LiveDependenciesPrivate.h"
+
+#include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
+#include "Tessarin/platform/objectgraph/context/RecordReaderPrivate.h"
+#include "Tessarin/platform/objectgraph/context/RelationshipsPrivate.h"
+
+#include <algorithm>
+
+namespace Tessarin {
+
+/// A change of the links themselves is a change of both their ends, so that the first step of a path needs no watching.
+void LiveDependencies::add(std::string_view keyPath, bool isShown) {
+    std::vector<NSRelationshipDescription const*> links;
+    auto const* entity = entity_;
+    for (auto rest = keyPath; !rest.empty();) {
+        auto const end = std::min(rest.find('.'), rest.size());
+        auto const* property = entity->propertyNamed(rest.substr(0, end));
+        rest.remove_prefix(std::min(end + 1, rest.size()));
+        if (!property) return; // an operator, or a property of the application's own
+        if (!links.empty()) {
+            auto way = std::ranges::find_if(
+                ways_, [&](Way const& each) { return each.links == links && each.isShown == isShown; });
+            if (way == ways_.end()) {
+                bool const leadsBack = std::ranges::all_of(links, [](auto const* link) { return link->isReciprocal(); });
+                way = ways_.insert(ways_.end(), {links, {}, isShown, leadsBack});
+            }
+            if (std::ranges::find(way->read, property) == way->read.end()) way->read.push_back(property);
+        }
+        auto const* relationship = property->asRelationship();
+        if (!relationship) return;
+        links.push_back(relationship);
+        entity = relationship->destinationEntity();
+    }
+}
+
+namespace {
+
+using Objects = std::vector<Ref<NSManagedObject>>;
+
+/// Whoever the objects lead to by one relationship.
+std::vector<RecordKey> keysBehind(Objects const& objects, NSRelationshipDescription const& relationship) {
+    std::vector<RecordKey> keys;
+    for (auto const& object : objects) {
+        if (object->isDeleted() || GraphAccess::state(*object).has(ObjectState::Gone)) continue;
+        if (relationship.isToMany()) {
+            auto const members = memberKeys(*object, relationship);
+            keys.insert(keys.end(), members.begin(), members.end());
+        } else if (auto const key = referenceOf(*object, relationship); key != 0) {
+            keys.push_back(key);
+        }
+    }
+    return keys;
+}
+
+/// Whoever was linked with a record that is gone, and has not been told: who deleted it did not know of the link.
+std::vector<RecordKey> keysBehindGone(ContextState& context, RecordChange const& gone, NSRelationshipDescription const& link) {
+    auto const& inverse = *link.inverseRelationship();
+    std::vector<RecordKey> keys;
+    if (inverse.isToMany()) keys = RecordReader(context).members(inverse, *gone.entity, gone.key);
+    for (auto const& object : context.changed)
+        if (!link.isToMany() && object->entity().isKindOf(inverse.destinationEntity()) && referenceOf(*object, link) == gone.key)
+            keys.push_back(object->recordKey());
+    return keys;
+}
+
+} // namespace
+
+void LiveDependencies::walkBack(ContextState& context, Way const& way, std::vector<RecordKey> keys, Affected affected) {
+    for (std::size_t at = way.links.size() - 1; at-- > 0;)
+        keys = keysBehind(objectsWithKeys(context, *way.links[at]->destinationEntity(), keys), *way.links[at]->inverseRelationship());
+    for (auto const key : keys) affected(key, way.isShown);
+}
+
+bool LiveDependencies::follow(ContextState& context, NSEntityDescription const& entity, RecordKey key, Affected affected) const {
+    return std::ranges::all_of(ways_, [&](Way const& way) {
+        if (!entity.isKindOf(way.links.back()->destinationEntity())) return true;
+        auto const current = context.link->current(key);
+        if (current < 0 && !context.link->find(current)) return true; // it is no more, and was never elsewhere
+        if (!way.leadsBack) return false;
+        walkBack(context, way, keysBehind({objectWithKey(context, entity, current)}, *way.links.back()->inverseRelationship()), affected);
+        return true;
+    });
+}
+
+bool LiveDependencies::reads(Way const& way, RecordChange const& change) const {
+    return std::ranges::any_of(way.read, [&](NSPropertyDescription const* property) {
+        auto const isOfIt = [&](RelationshipChange const& each) { return each.relationship == property; };
+        if (property->asRelationship() && property->asRelationship()->isToMany())
+            return std::ranges::any_of(change.relationships, isOfIt);
+        if (!change.before || !change.after || property->index() >= change.entity->properties().size()) return true;
+        auto const cell = change.after->layout().cellOf(property->index());
+        return cell == RowLayout::noCell || !change.after->cellEquals(static_cast<std::size_t>(cell), *change.before);
+    });
+}
+
+bool LiveDependencies::follow(ContextState& context, ChangeSet const& set, bool isCorrection, Affected affected) const {
+    return std::ranges::all_of(ways_, [&](Way const& way) { return follow(context, way, set, isCorrection, affected); });
+}
+
+/// What was linked with a new record has changed itself.
+bool LiveDependencies::follow(ContextState& context, Way const& way, ChangeSet const& set, bool isCorrection, Affected affected) const {
+    static constexpr std::size_t mostGone = 256; // looked up one by one
+    using Kind = RecordChange::Kind;
+    auto const& link = *way.links.back();
+    std::size_t gone = 0;
+    for (auto const& change : set.changesOf(*link.destinationEntity()->rootEntity())) {
+        bool const isUpdate = change.kind == Kind::Update && (isCorrection || reads(way, change));
+        if (!change.entity->isKindOf(link.destinationEntity()) || (!isUpdate && change.kind != Kind::Delete)) continue;
+        if (!way.leadsBack || (!isUpdate && (isCorrection || ++gone > mostGone))) return false;
+        auto keys = isUpdate ? keysBehind({objectWithKey(context, *change.entity, change.key)}, *link.inverseRelationship())
+                             : keysBehindGone(context, change, link);
+        walkBack(context, way, std::move(keys), affected);
+    }
+    return true;
+}
+
+} // namespace Tessarin

@@ -1,0 +1,36 @@
+#pragma once
+#include "Tessarin/platform/objectgraph/context/ContextStatePrivate.h"
+#include <span>
+#include <vector>
+
+namespace Tessarin {
+
+/// What a live list asks for: which records belong to it, and what each is sorted by. On the context's queue.
+class LiveQuestion {
+public:
+    /// Told a record and what it is sorted by; null for one that does not belong to the list.
+    using Answer = FunctionRef<void(RecordKey key, List* values)>;
+
+    LiveQuestion(Ref<NSFetchRequest> request, NSEntityDescription const& entity, std::string_view sectionKeyPath);
+
+    NSEntityDescription const& entity() const noexcept { return *entity_; }
+    NSFetchRequest const& request() const noexcept { return *request_; }
+    /// Of the request, the section's before them where they do not begin with it.
+    std::vector<Ref<NSSortDescriptor>> const& descriptors() const noexcept { return request_->sortDescriptors(); }
+    /// Whether the list shows a part of what fits: then no record's place is known without the others.
+    bool isPart() const noexcept { return request_->fetchLimit() != 0 || request_->fetchOffset() != 0; }
+
+    /// All records of the list, in order.
+    Ref<NSError> all(NSManagedObjectContext& context, FunctionRef<void(RecordKey key, List& values)> take) const;
+    /// What becomes of those records, as they are now; read together.
+    void ask(ContextState& context, std::span<RecordKey const> keys, Answer answer) const;
+
+private:
+    bool belongs(NSManagedObject& object) const;
+    List valuesOf(NSManagedObject& object) const;
+
+    Ref<NSFetchRequest> request_;
+    NSEntityDescription const* entity_;
+};
+
+} // namespace Tessarin
