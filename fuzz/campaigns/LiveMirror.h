@@ -21,6 +21,7 @@ private:
     void apply(LiveChange const& step);
     std::string text(NSManagedObject& object) const;
     std::vector<Row>& section(std::size_t at);
+    bool endsAgree(NSManagedObject& object);
     void requireAgrees();
 
     std::string name_;
@@ -29,7 +30,7 @@ private:
     Ref<LiveList> list_;
     std::vector<std::vector<Row>> copy_;
     std::vector<std::string> problems_; // found while it was told
-    std::size_t tellings_ = 0, moves_ = 0, sectionSteps_ = 0;
+    std::size_t tellings_ = 0, moves_ = 0, sectionSteps_ = 0, disagreements_ = 0;
     ScopedConnection connection_;
 };
 

@@ -1,5 +1,6 @@
 #include "Tessarin/platform/objectgraph/live/LiveDependenciesPrivate.h"
 
+#include "Tessarin/platform/foundation/predicates/NSComparisonPredicate.h"
 #include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
 #include "Tessarin/platform/objectgraph/context/RecordReaderPrivate.h"
 #include "Tessarin/platform/objectgraph/context/RelationshipsPrivate.h"
@@ -97,20 +98,41 @@ bool LiveDependencies::follow(ContextState& context, ChangeSet const& set, bool 
     return std::ranges::all_of(ways_, [&](Way const& way) { return follow(context, way, set, isCorrection, affected); });
 }
 
+/// The records of the list whose way ends at one of those objects. They are asked for rather than walked to: what others have
+/// saved may say of one end of a link what the other end, unsaved here, does not know.
+std::vector<RecordKey> LiveDependencies::keysLeadingTo(ContextState& context, Way const& way, List ends) const {
+    if (ends.empty()) return {};
+    bool const isOverMany = std::ranges::any_of(way.links, &NSRelationshipDescription::isToMany);
+    std::string path;
+    for (auto const* link : way.links) path += (path.empty() ? "" : ".") + link->name();
+    auto const request = make<NSFetchRequest>(entity_->name());
+    request->setPredicate(NSComparisonPredicate::predicateWithLeftExpression(
+        NSExpression::expressionForKeyPath(path), NSExpression::expressionForConstantValue(Value(std::move(ends))),
+        NSPredicateOperatorType::In, isOverMany ? NSComparisonPredicateModifier::Any : NSComparisonPredicateModifier::Direct));
+    Ref<NSError> error;
+    auto const found = context.link->context()->fetchObjects(*request, error);
+    if (error) throw ErrorException(error);
+    return {found.keys().begin(), found.keys().end()};
+}
+
 /// What was linked with a new record has changed itself.
 bool LiveDependencies::follow(ContextState& context, Way const& way, ChangeSet const& set, bool isCorrection, Affected affected) const {
     static constexpr std::size_t mostGone = 256; // looked up one by one
     using Kind = RecordChange::Kind;
     auto const& link = *way.links.back();
     std::size_t gone = 0;
+    List changed;
     for (auto const& change : set.changesOf(*link.destinationEntity()->rootEntity())) {
         bool const isUpdate = change.kind == Kind::Update && (isCorrection || reads(way, change));
         if (!change.entity->isKindOf(link.destinationEntity()) || (!isUpdate && change.kind != Kind::Delete)) continue;
         if (!way.leadsBack || (!isUpdate && (isCorrection || ++gone > mostGone))) return false;
-        auto keys = isUpdate ? keysBehind({objectWithKey(context, *change.entity, change.key)}, *link.inverseRelationship())
-                             : keysBehindGone(context, change, link);
-        walkBack(context, way, std::move(keys), affected);
+        if (isUpdate)
+            changed.push_back(Value(objectWithKey(context, *change.entity, change.key)));
+        else
+            walkBack(context, way, keysBehindGone(context, change, link), affected);
     }
+    for (auto const key : keysLeadingTo(context, way, std::move(changed)))
+        affected(key, way.isShown);
     return true;
 }
 

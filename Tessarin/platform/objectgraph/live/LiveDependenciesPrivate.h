@@ -31,6 +31,7 @@ private:
     };
     bool reads(Way const& way, RecordChange const& change) const;
     bool follow(ContextState& context, Way const& way, ChangeSet const& set, bool isCorrection, Affected affected) const;
+    std::vector<RecordKey> keysLeadingTo(ContextState& context, Way const& way, List ends) const;
     /// `keys`: one link before the end of the way.
     static void walkBack(ContextState& context, Way const& way, std::vector<RecordKey> keys, Affected affected);
 
