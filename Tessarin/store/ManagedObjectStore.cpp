@@ -43,14 +43,31 @@ Ref<NSManagedObjectContext> ManagedObjectStore::createWorkerContext(std::string 
 }
 
 void ManagedObjectStore::importBlock(Closure<void(Ref<NSManagedObjectContext> const&)> block) {
+    runInBackground(std::move(block), nullptr);
+}
+
+/// `ended` is called when the worker has saved, or failed to, on its queue.
+void ManagedObjectStore::runInBackground(Closure<void(Ref<NSManagedObjectContext> const&)> block,
+                                         Closure<void(Ref<NSError>)> ended) {
     auto const worker = createWorkerContext();
-    imports_->add([store = self<ManagedObjectStore>(), worker, block = std::move(block)]() mutable {
-        worker->performBlock([store = std::move(store), worker, block = std::move(block)] {
+    imports_->add([store = self<ManagedObjectStore>(), worker, block = std::move(block), ended = std::move(ended)]() mutable {
+        worker->performBlock([store = std::move(store), worker, block = std::move(block), ended = std::move(ended)]() mutable {
             block(worker);
-            worker->saveAndWait({.wait = false, .completion = [store](Ref<NSError> const&) { store->imports_->hasEnded(); }});
+            auto hasEnded = [store, ended = std::move(ended)](Ref<NSError> const& error) {
+                store->imports_->hasEnded();
+                if (ended) ended(error);
+            };
+            worker->saveAndWait({.wait = false, .completion = std::move(hasEnded)});
         });
     });
 }
+
+void detail::runInBackground(ManagedObjectStore& store, Closure<void(Ref<NSManagedObjectContext> const&)> block,
+                             Closure<void()> ended) {
+    store.runInBackground(std::move(block), [ended = std::move(ended)](Ref<NSError> const&) { ended(); });
+}
+
+void detail::dropChanges(NSManagedObjectContext& context) { context.rollback(); }
 
 void ManagedObjectStore::contextDidSave(Ref<NSNotification> const& notification) {
     auto const saved = std::dynamic_pointer_cast<NSManagedObjectContext>(notification->object());

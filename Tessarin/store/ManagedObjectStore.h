@@ -8,6 +8,7 @@
 #include "Tessarin/platform/queues/DispatchGroup.h"
 #include "Tessarin/platform/runtime/Cell.h"
 #include "Tessarin/platform/runtime/Slot.h"
+#include "Tessarin/store/BackgroundWork.h"
 #include "Tessarin/store/StoreOptions.h"
 #include <memory>
 #include <optional>
@@ -140,6 +141,11 @@ public:
     /// faster than the file takes them, the next waits for its turn, in the order of the calls; see
     /// `StoreOptions::mostPendingSaves`.
     virtual void importBlock(Closure<void(Ref<NSManagedObjectContext> const&)> block);
+    /// The same for `co_await` in a Task, with the result of `work`, which takes the worker as `importBlock`'s block does; see
+    /// BackgroundWork.
+    template <class F> auto background(F&& work) {
+        return BackgroundWork<std::decay_t<F>, detail::isSafeInAwait<F>>(self<ManagedObjectStore>(), std::forward<F>(work));
+    }
     /// The metadata kept in the file; a write reaches it with the next save. Fatal without a store.
     virtual Value metadata(std::string const& key) const;
     virtual void setMetadata(std::string const& key, Value value);
@@ -188,6 +194,9 @@ private:
     friend class StoreClosing;
     static Ref<StoreOpening> openWith(StoreOptions options, Ref<ManagedObjectStore> (*make)(StoreOptions),
                                       OpenCompletion<ManagedObjectStore> completion);
+    friend void detail::runInBackground(ManagedObjectStore& store, Closure<void(Ref<NSManagedObjectContext> const&)> block,
+                                        Closure<void()> ended);
+    void runInBackground(Closure<void(Ref<NSManagedObjectContext> const&)> block, Closure<void(Ref<NSError>)> ended);
     NSPersistentStore& onlyStore() const;
     void chooseModel(StoreOptions const& options);
     Ref<NSMergePolicy> mergePolicyOfALevel() const;

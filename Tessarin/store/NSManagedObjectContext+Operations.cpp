@@ -78,6 +78,11 @@ std::vector<Ref<NSManagedObject>> NSManagedObjectContextOperations::allObjects(s
     return objects;
 }
 
+FetchAwaitable NSManagedObjectContextOperations::fetchAsync(NSFetchRequest const& request) {
+    auto kept = std::static_pointer_cast<NSFetchRequest const>(request.shared_from_this());
+    return {home().self<NSManagedObjectContext>(), std::move(kept)};
+}
+
 bool NSManagedObjectContextOperations::takeObjects(std::string_view entityName, FetchOptions options,
                                                    FunctionRef<void(std::span<Ref<NSManagedObject>>, std::size_t)> take) {
     auto const request = fetchRequest(entityName);

@@ -11,6 +11,7 @@
 
 namespace Tessarin {
 
+class FetchAwaitable;
 class NSError;
 class NSFetchRequest;
 class NSManagedObjectContext;
@@ -58,6 +59,8 @@ public:
     /// On an error one line is printed and the list is empty.
     std::vector<Ref<NSManagedObject>> allObjects(std::string_view entityName, FetchOptions options = {});
     template <class T> std::vector<Ref<T>> allObjects(FetchOptions options = {});
+    /// `fetchAsync` without a completion, for `co_await` in a Task; see FetchAwaitable.
+    [[nodiscard]] FetchAwaitable fetchAsync(NSFetchRequest const& request);
     /// One object, or null. Without `sortBy`, objects in memory are looked through first, unsaved ones included.
     Ref<NSManagedObject> anyObjectNamed(std::string_view entityName, AnyObjectOptions options = {});
     template <class T> Ref<T> anyObject(AnyObjectOptions options = {});

@@ -2,6 +2,7 @@
 // The typed forms of the context operations; included where objects and contexts are complete.
 #include "Tessarin/platform/objectgraph/context/NSManagedObject.h"
 #include "Tessarin/platform/objectgraph/context/NSManagedObjectContext.h"
+#include "Tessarin/store/FetchAwaitable.h"
 
 namespace Tessarin {
 

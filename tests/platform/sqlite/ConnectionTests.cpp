@@ -1,11 +1,14 @@
+#include "Tessarin/platform/sqlite/Interruption.h"
 #include "Tessarin/platform/sqlite/Transaction.h"
 
 #include "tests/support/TemporaryFolder.h"
+#include <atomic>
 #include <cerrno>
 #include <cmath>
 #include <gtest/gtest.h>
 #include <limits>
 #include <sqlite3.h>
+#include <thread>
 
 namespace Tessarin::SQLite {
 namespace {
@@ -31,6 +34,24 @@ TEST_F(Connections, AStatementInUseIsNotGivenOutASecondTime) {
     for (int at = 0; at < 500; ++at) connection.use("SELECT " + std::to_string(at))->step();
     outer->reset();
     EXPECT_TRUE(outer->step());
+}
+
+TEST_F(Connections, AFlagEndsTheStatementThatRunsAndNoneAfterIt) {
+    Connection connection(path);
+    auto const endless = "WITH RECURSIVE c(x) AS (SELECT 1 UNION ALL SELECT x + 1 FROM c) SELECT count(*) FROM c";
+    for (int round = 0; round < 3; ++round) {
+        std::atomic<bool> isGivenUp = false;
+        std::thread other([&] { isGivenUp = true; });
+        {
+            Interruption const interruption(connection, &isGivenUp);
+            auto const statement = connection.use(endless);
+            EXPECT_THROW(statement->step(), Failure);
+        }
+        other.join();
+        EXPECT_EQ(connection.integer("WITH RECURSIVE c(x) AS (SELECT 1 UNION ALL SELECT x + 1 FROM c LIMIT 100000) "
+                                     "SELECT count(*) FROM c"),
+                  100'000);
+    }
 }
 
 TEST_F(Connections, AVeryLongPatienceIsNotNone) {

@@ -187,6 +187,7 @@ Ref<NSBatchUpdateResult> NSManagedObjectContext::executeRequest(NSBatchUpdateReq
         if (!assignments.empty())
             onTargets(coordinator, *meant, request.resultType() == NSBatchRequestResultType::ObjectIDs, outcome,
                       [&](BatchTarget const& target) { return store.updateInBatch(target, assignments, outcome); });
+        coordinator->space()->commits().noteGap();
         return resultOf<NSBatchUpdateResult>(coordinator, request.resultType(), outcome);
     } catch (ErrorException const& failure) {
         error = failure.error();
@@ -205,6 +206,7 @@ Ref<NSBatchDeleteResult> NSManagedObjectContext::executeRequest(NSBatchDeleteReq
                       [&](BatchTarget const& target) { return store.deleteInBatch({&target, 1}, outcome); });
         else if (auto problem = store.deleteInBatch(targetsOf(coordinator, request.objectIDs()), outcome))
             throw ErrorException(problem);
+        coordinator->space()->commits().noteGap();
         return resultOf<NSBatchDeleteResult>(coordinator, request.resultType(), outcome);
     } catch (ErrorException const& failure) {
         error = failure.error();
@@ -219,7 +221,10 @@ void NSManagedObjectContext::mergeChangesFromRemoteContextSave(ObjectIDsByChange
         auto const& coordinator = context->state_->coordinator;
         if (!coordinator || !coordinator->store()) continue;
         auto& set = sets[coordinator];
-        if (!set) set = changesNow(*coordinator, changes);
+        if (!set) {
+            coordinator->space()->commits().noteGap();
+            set = changesNow(*coordinator, changes);
+        }
         if (queueIsHeld(context->state_->queue)) {
             applyReceived(*context->state_);
             mergeCorrections(*context->state_, set);

@@ -42,7 +42,7 @@ public:
     Iterator end() const;
 
 private:
-    friend class NSManagedObjectContext;
+    friend class FetchOperation;
 
     ContextLinkRef link_;
     NSEntityDescription const* entity_ = nullptr;

@@ -5,6 +5,7 @@
 #include "Tessarin/platform/objectgraph/context/FetchQuery.h"
 #include "Tessarin/platform/objectgraph/context/FetchedObjects.h"
 #include "Tessarin/platform/objectgraph/context/ManagedObject.h"
+#include "Tessarin/platform/objectgraph/context/NSAsynchronousFetchRequest.h"
 #include "Tessarin/platform/objectgraph/context/NSBatchDeleteRequest.h"
 #include "Tessarin/platform/objectgraph/context/NSBatchUpdateRequest.h"
 #include "Tessarin/platform/objectgraph/context/NSManagedObject.h"
@@ -100,6 +101,15 @@ public:
     void executeFetchRequest(NSFetchRequest const& request, Ref<NSError>& error, FetchedObjectsTaker take);
     /// The same as a list that makes its objects where it is looked at, `fetchBatchSize` at a time. Empty on an error.
     FetchedObjects fetchObjects(NSFetchRequest const& request, Ref<NSError>& error);
+    /// The same while this thread goes on: the store is asked on another one. The completion is called once, on the context's queue, as a block of it, never before this returns. What it gets
+    /// is what `fetchObjects` would give there and then, with all that was changed and saved meanwhile; only what others wrote to the
+    /// file and this coordinator has not heard of may be missing. Where so much was saved meanwhile that the answer is of no use, it
+    /// asks again, at most three times, then in place. Errors come there, too, also when the context is gone (the error says
+    /// so). The request may be changed afterwards; neither it nor the returned object need be kept.
+    Ref<NSAsynchronousFetch> fetchAsync(NSFetchRequest const& request, FetchCompletion completion);
+    using NSManagedObjectContextOperations::fetchAsync;
+    /// Fatal for one that was executed already.
+    Ref<NSAsynchronousFetch> executeRequest(NSAsynchronousFetchRequest& request);
     /// A query for objects of the class T, of the entity that the class names or of the given one: see FetchQuery.
     template <class T> FetchQuery<T> fetch() { return FetchQuery<T>(self<NSManagedObjectContext>(), entityName<T>()); }
     template <class T = NSManagedObject> FetchQuery<T> fetch(std::string_view entityName) {

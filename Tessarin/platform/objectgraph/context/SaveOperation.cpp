@@ -181,6 +181,7 @@ void SaveOperation::settle() {
     if (!ownRefusal_) settleObjects();
     setAside();
     if (ownRefusal_) context_.published.unstage(own_);
+    if (!context_.parent) noteCommitted();
     if (!context_.parent) context_.published.remove(sets_); // only now: in the file they can be read already
     if (corrections_) {
         mergeCorrections(context_, corrections_);
@@ -188,6 +189,12 @@ void SaveOperation::settle() {
     }
     for (auto const& [set, reason] : refusals_) postDidRefuse(owner_, {set}, reason);
     if (!ownRefusal_ || !handed_.empty()) postDidSave(owner_, std::move(handed_));
+}
+
+void SaveOperation::noteCommitted() const {
+    auto& log = context_.coordinator->space()->commits();
+    log.note(handed_);
+    if (corrections_) log.note({&corrections_, 1});
 }
 
 void SaveOperation::setAside() {

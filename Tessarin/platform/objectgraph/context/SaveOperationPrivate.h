@@ -29,6 +29,7 @@ private:
     bool fitsAbove(ContextState& parent) const;
     Ref<NSError> decide(std::span<RowConflict> conflicts);
     void settle();
+    void noteCommitted() const;
     void setAside();
     void settleObjects();
     void settle(NSManagedObject& object, RowRef const& row);

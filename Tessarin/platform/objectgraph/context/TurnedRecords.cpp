@@ -17,7 +17,8 @@ Path leading(Path path) {
 
 class TurnedRecords {
 public:
-    TurnedRecords(ContextState const& context, RecordReader const& reader) : context_(context), reader_(reader) {}
+    TurnedRecords(ContextState const& context, RecordReader const& reader, ChangeSets const& sets)
+        : context_(context), reader_(reader), sets_(sets) {}
 
     /// False when the path is none of the model's, or the store cannot say who refers to a record.
     bool add(NSEntityDescription const& entity, Path path, KeySet& keys) {
@@ -36,7 +37,7 @@ public:
 
     /// Records of which only to-many relationships changed, which leaves their rows as they are.
     void addRelated(NSEntityDescription const& entity, KeySet& keys) {
-        for (auto const& set : reader_.sets())
+        for (auto const& set : sets_)
             if (set->changesRelationships())
                 for (auto const& change : set->changesOf(*entity.rootEntity()))
                     if (!change.changesRow() && change.entity->isKindOf(&entity)) keys.add(change.key);
@@ -47,7 +48,7 @@ private:
         if (context_.changed.countOf(entity, true) != 0)
             for (auto const& object : context_.changed)
                 if (object->entity().isKindOf(&entity)) keys.add(object->recordKey());
-        for (auto const& set : reader_.sets())
+        for (auto const& set : sets_)
             for (auto const& change : set->changesOf(*entity.rootEntity()))
                 if (change.entity->isKindOf(&entity)) keys.add(change.key);
     }
@@ -100,13 +101,14 @@ private:
 
     ContextState const& context_;
     RecordReader const& reader_;
+    ChangeSets const& sets_;
 };
 
 } // namespace
 
-bool addTurnedRecords(ContextState const& context, RecordReader const& reader, NSFetchRequest const& request,
-                      NSEntityDescription const& entity, KeySet& keys) {
-    TurnedRecords records(context, reader);
+bool addTurnedRecords(ContextState const& context, RecordReader const& reader, ChangeSets const& sets,
+                      NSFetchRequest const& request, NSEntityDescription const& entity, KeySet& keys) {
+    TurnedRecords records(context, reader, sets);
     bool asksForMembers = false;
     auto const add = [&](KeyPath const& path) {
         auto const components = leading(path.components());

@@ -48,7 +48,7 @@ std::optional<std::vector<Ref<NSManagedObject>>> objectsByEquality(ContextState&
 }
 
 UnsavedRecords::UnsavedRecords(ContextState& context, RecordReader const& reader, NSFetchRequest const& request,
-                               NSEntityDescription const& entity)
+                               NSEntityDescription const& entity, ChangeSets const& committed)
     : context_(context),
       reader_(reader),
       request_(request),
@@ -56,9 +56,14 @@ UnsavedRecords::UnsavedRecords(ContextState& context, RecordReader const& reader
       sets_(&reader.sets()),
       ownCount_(context.changed.countOf(entity, request.includesSubentities())) {
     if (context.concurrencyType == NSManagedObjectContextConcurrencyType::MainQueue) noteQuestion();
+    if (!committed.empty()) {
+        withCommitted_ = committed;
+        withCommitted_.insert(withCommitted_.end(), sets_->begin(), sets_->end());
+        sets_ = &withCommitted_;
+    }
     if (context.changed.empty() && sets_->empty()) return;
     for (auto const& set : *sets_) note(*set, entity);
-    turnsAll_ = !addTurnedRecords(context, reader, request, entity, turned_);
+    turnsAll_ = !addTurnedRecords(context, reader, *sets_, request, entity, turned_);
     count_ += ownCount_ + turned_.size();
 }
 

@@ -13,8 +13,11 @@ class NSPredicate;
 /// one operation, in a time that does not grow with what is not saved of entities that the request does not ask.
 class UnsavedRecords {
 public:
+    /// `committed`: sets that are in the store by now, of which the asker's answer may not know.
     UnsavedRecords(ContextState& context, RecordReader const& reader, NSFetchRequest const& request,
-                   NSEntityDescription const& entity);
+                   NSEntityDescription const& entity, ChangeSets const& committed);
+    UnsavedRecords(UnsavedRecords const&) = delete;
+    UnsavedRecords& operator=(UnsavedRecords const&) = delete;
 
     bool empty() const noexcept { return count_ == 0; }
     /// At most so many.
@@ -51,6 +54,7 @@ private:
     RecordReader const& reader_;
     NSFetchRequest const& request_;
     NSEntityDescription const& entity_;
+    ChangeSets withCommitted_; // empty where none were committed
     ChangeSets const* sets_;
     std::optional<KeySet> own_; // the context's changed objects, once they are looked up often
     KeySet turned_;

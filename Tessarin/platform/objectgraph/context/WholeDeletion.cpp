@@ -34,6 +34,7 @@ bool deletesEverything(NSManagedObjectContext& context, Ref<NSError>& error) {
     if (!context.save(error) || context.hasChanges() || state.link->count() != 0) return false; // a save writes metadata, too
     BatchOutcome outcome;
     error = store->deleteInBatch(everythingOf(model), outcome);
+    state.coordinator->space()->commits().noteGap();
     if (!error) postDidSave(context, {}, DeletedRecords(std::move(outcome.runs)));
     return true;
 }

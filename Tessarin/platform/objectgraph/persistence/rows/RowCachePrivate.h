@@ -1,6 +1,7 @@
 #pragma once
 #include "Tessarin/Export.h"
 #include "Tessarin/platform/objectgraph/persistence/rows/ChangeQuestionsPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/CommitLogPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/rows/Row.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/IdentityTablePrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/KeyTablePrivate.h"
@@ -75,6 +76,7 @@ public:
     IdentityTable& identities() const noexcept { return *identities_; }
     UniqueConstraints const& constraints() const noexcept { return constraints_; }
     ChangeQuestions& questions() noexcept { return questions_; }
+    CommitLog& commits() noexcept { return commits_; }
 
 private:
     Ref<NSManagedObjectModel> model_;
@@ -82,6 +84,7 @@ private:
     std::vector<RowLayout> layouts_; // by entity index
     RowCache cache_;
     ChangeQuestions questions_;
+    CommitLog commits_;
     Ref<IdentityTable> identities_;
 };
 

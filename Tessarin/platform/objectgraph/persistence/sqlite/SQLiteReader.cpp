@@ -2,6 +2,7 @@
 
 #include "Tessarin/platform/objectgraph/query/SQLFunctionsPrivate.h"
 #include "Tessarin/platform/objectgraph/query/SQLTranslationPrivate.h"
+#include "Tessarin/platform/sqlite/Interruption.h"
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -110,6 +111,7 @@ std::string SQLiteReader::conditionOf(Scanned const& scanned, SQLTranslation con
 }
 
 void SQLiteReader::fetch(StoreQuery const& query, StoreAnswer& answer, bool isLong) {
+    SQLite::Interruption const interruption(connection_, query.isGivenUp);
     auto& decoder = decoderOf(query);
     bool const asksToCut = query.limit != 0 || query.offset != 0;
     bool const isPerhapsCached = !asksToCut && decoder.expectsCached();

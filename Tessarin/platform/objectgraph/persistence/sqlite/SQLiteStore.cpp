@@ -230,7 +230,8 @@ Ref<NSError> SQLiteStore::findHolders(UniqueConstraint const& constraint, std::s
 Ref<NSError> SQLiteStore::fetch(StoreQuery const& query, StoreAnswer& answer) {
     auto error = impl_->reading(impl_->schema.tableOf(*query.entity).name, [&](SQLiteReader& reader) {
         auto const span = reader.longSpanOf(query);
-        if (!span || !impl_->scans->read(reader, query, *span, answer.rows)) reader.fetch(query, answer, span.has_value());
+        bool const mayShare = span && !query.isGivenUp; // a helper cannot be stopped
+        if (!mayShare || !impl_->scans->read(reader, query, *span, answer.rows)) reader.fetch(query, answer, span.has_value());
     });
     if (error) answer = {};
     return error;

@@ -22,6 +22,7 @@ enum class StoreErrorCode : std::int64_t {
     StoreSave = 134030,
     StoreFetch = 134060,
     StoreDamaged = 134061,
+    FetchCancelled = 134062,
     MergeConflict = 133020,
     ConstraintConflict = 133021,
     ObjectMissing = 133000,

@@ -1,6 +1,7 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/persistence/rows/Row.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/NSPersistentStore.h"
+#include <atomic>
 #include <span>
 #include <vector>
 
@@ -26,6 +27,7 @@ struct StoreQuery {
     std::size_t offset = 0;
     bool wantsKeysOnly = false; // a complete answer may give `keys` in place of `rows`
     std::span<KeyRange const> without = {}; // only in counts: records that are left out, in order
+    std::atomic<bool> const* isGivenUp = nullptr; // only in fetches: set by any thread, it ends them with whatever error
 };
 
 /// A store's answer: `complete` when the store applied predicate, order, limit and offset; otherwise `rows` holds at least

@@ -1,0 +1,242 @@
+#include "Tessarin/platform/objectgraph/context/FetchOperationPrivate.h"
+
+#include "Tessarin/platform/foundation/predicates/NSPredicate.h"
+#include "Tessarin/platform/objectgraph/context/FetchRequestProblem.h"
+#include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
+#include "Tessarin/platform/objectgraph/context/PrefetchingPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
+
+#include <algorithm>
+#include <iterator>
+
+namespace Tessarin {
+
+FetchOperation::FetchOperation(ContextState& context, NSFetchRequest const& request, NSEntityDescription const& entity,
+                               CommitLog::Watch const* since)
+    : context_(context),
+      request_(request),
+      entity_(entity),
+      reader_(context),
+      committed_(since ? since->sets() : ChangeSets()) {
+    if (!request.includesPendingChanges()) return;
+    unsaved_.emplace(context, reader_, request, entity, committed_);
+    mustLookAtAll_ = unsaved_->turnsAll();
+}
+
+bool FetchOperation::isWanted(NSEntityDescription const& entity) const {
+    return request_.includesSubentities() ? entity.isKindOf(&entity_) : &entity == &entity_;
+}
+
+StoreQuery FetchOperation::query() const {
+    StoreQuery query;
+    query.entity = &entity_;
+    query.includesSubentities = request_.includesSubentities();
+    query.predicate = request_.predicate().get();
+    query.sortDescriptors = request_.sortDescriptors();
+    query.limit = request_.fetchLimit();
+    query.offset = request_.fetchOffset();
+    return query;
+}
+
+Ref<NSError> FetchOperation::run(FetchedObjectsTaker take) {
+    StoreAnswer answer;
+    if (auto error = askStore(answer)) return error;
+    return handOn(answer, take);
+}
+
+Ref<NSError> FetchOperation::handOn(StoreAnswer& answer, FetchedObjectsTaker take) {
+    if (isUntouched() && answer.complete) {
+        auto const total = answer.rows.size();
+        Ref<NSError> error;
+        objectsWithRows(context_, entity_, answer.rows, [&](std::span<Ref<NSManagedObject>> run) {
+            if (!error) error = finish(run);
+            if (!error) take(run, total);
+        });
+        return error;
+    }
+    auto objects = objectsOf(answer.rows);
+    bool const isSorted = answer.complete && !mustLookAtAll_; // which the store does
+    if (!isSorted) filter(objects);
+    auto unsaved = hasUnsaved() ? fittingUnsaved() : Objects();
+    FetchSorting const sorting(request_.sortDescriptors());
+    isSorted ? sorting.merge(objects, std::move(unsaved)) : sorting.sort(objects, std::move(unsaved));
+    cut(objects);
+    if (auto error = finish(objects)) return error;
+    take(objects, objects.size());
+    return nullptr;
+}
+
+/// The results' keys, in their order; false when the store alone cannot say.
+bool FetchOperation::keysOfStore(std::vector<RecordKey>& keys, Ref<NSError>& error) {
+    if (!isUntouched() || !store()) return false;
+    auto query = this->query();
+    query.wantsKeysOnly = true;
+    StoreAnswer answer;
+    error = store()->fetch(query, answer);
+    if (!answer.complete) return false;
+    keys = std::move(answer.keys);
+    for (auto const& row : answer.rows) keys.push_back(row->key()); // of a store that gives rows anyway
+    return true;
+}
+
+Ref<NSError> FetchOperation::count(std::size_t& found) {
+    if (!mustLookAtAll_ && store()) {
+        auto query = this->query();
+        std::vector<KeyRange> unsaved;
+        if (hasUnsaved()) { // they are counted here, and all is cut at the end
+            unsaved = unsaved_->stored();
+            query.without = unsaved;
+            query.limit = query.offset = 0;
+        }
+        bool isComplete = true;
+        if (auto error = store()->count(query, found, isComplete)) return error;
+        if (isComplete && !hasUnsaved()) return nullptr;
+        if (isComplete) {
+            found += fittingUnsaved().size();
+            found -= std::min(found, request_.fetchOffset());
+            if (request_.fetchLimit() != 0) found = std::min(found, request_.fetchLimit());
+            return nullptr;
+        }
+    }
+    return run([&](std::span<Ref<NSManagedObject>>, std::size_t total) { found = total; });
+}
+
+Ref<NSError> FetchOperation::askStore(StoreAnswer& answer) {
+    if (!store()) return storeError(StoreErrorCode::ContextWithoutStore, "There is no store to fetch from.");
+    auto query = this->query();
+    if (isUntouched()) return store()->fetch(query, answer);
+    query.offset = 0;
+    query.limit = 0;
+    if (mustLookAtAll_) query.predicate = nullptr;
+    if (mustLookAtAll_ || request_.fetchLimit() == 0) return askForRest(query, answer);
+    // Records that the store counts may turn out to be gone or changed. That is seldom so for many of the first.
+    auto const wanted = countUpToLast();
+    for (std::size_t surplus = 16;; surplus *= 8) {
+        answer = {};
+        query.limit = wanted + std::min(surplus, unsaved_->count());
+        if (auto error = store()->fetch(query, answer)) return error;
+        auto const given = answer.rows.size();
+        removeUnsaved(answer.rows);
+        if (given < query.limit || answer.rows.size() >= wanted || surplus >= unsaved_->count()) return nullptr;
+    }
+}
+
+Ref<NSError> FetchOperation::askForRest(StoreQuery const& query, StoreAnswer& answer) {
+    auto error = store()->fetch(query, answer);
+    removeUnsaved(answer.rows);
+    return error;
+}
+
+void FetchOperation::removeUnsaved(std::vector<RowRef>& rows) {
+    if (hasUnsaved()) unsaved_->removeFrom(rows);
+}
+
+Ref<NSError> FetchOperation::finish(std::span<Ref<NSManagedObject> const> objects) {
+    for (auto const& keyPath : request_.relationshipKeyPathsForPrefetching())
+        if (auto error = prefetch(context_, entity_, objects, keyPath)) return error;
+    if (!request_.returnsObjectsAsFaults())
+        for (auto const& object : objects) GraphAccess::fire(*object);
+    return nullptr;
+}
+
+FetchSorting::Objects FetchOperation::objectsOf(std::vector<RowRef>& rows) {
+    Objects objects;
+    objects.reserve(rows.size());
+    objectsWithRows(context_, entity_, rows, [&](std::span<Ref<NSManagedObject>> run) {
+        objects.insert(objects.end(), std::move_iterator(run.begin()), std::move_iterator(run.end()));
+    });
+    return objects;
+}
+
+FetchSorting::Objects FetchOperation::fittingUnsaved() {
+    Objects objects;
+    std::vector<RecordKey> unread;
+    std::vector<RowRef> rows;
+    KeySet seen; // sets may know a record by another key
+    auto const add = [&](Ref<NSManagedObject> object) {
+        if (!object->isDeleted() && seen.add(object->recordKey()) && isWanted(object->entity()) && fits(*object))
+            objects.push_back(std::move(object));
+    };
+    for (auto const key : unsaved_->listsFirst() ? unsaved_->firstCandidates(countUpToLast()) : unsaved_->candidates()) {
+        auto living = context_.link->find(key);
+        bool const showsAll = living && (GraphAccess::state(*living).row || living->isInserted()) && !wasCommitted(key);
+        if (showsAll)
+            add(std::move(living));
+        else
+            unread.push_back(key);
+    }
+    reader_.rows(entity_, unread, [&](RowRef row) { rows.push_back(std::move(row)); });
+    Objects read;
+    objectsWithRows(context_, entity_, rows,
+                    [&](std::span<Ref<NSManagedObject>> run) { read.insert(read.end(), run.begin(), run.end()); });
+    for (auto& object : read) add(std::move(object));
+    return objects;
+}
+
+/// Whether the context may not have heard yet of what was committed.
+bool FetchOperation::wasCommitted(RecordKey key) const {
+    return std::ranges::any_of(committed_, [&](auto const& set) { return set->find(entity_, key) != nullptr; });
+}
+
+/// How many records there are up to the last one that is wanted, for a request with a limit; never so many that more could
+/// not be added.
+std::size_t FetchOperation::countUpToLast() const {
+    static constexpr std::size_t most = SIZE_MAX / 4;
+    return std::min(request_.fetchLimit(), most) + std::min(request_.fetchOffset(), most);
+}
+
+bool FetchOperation::fits(NSManagedObject& object) const {
+    return !request_.predicate() || request_.predicate()->evaluateWithObject(Value(object.self<NSManagedObject>()));
+}
+
+void FetchOperation::filter(Objects& objects) const {
+    std::erase_if(objects, [&](auto const& object) { return !fits(*object); });
+}
+
+Ref<NSError> FetchOperation::list(FetchedObjects& list) {
+    Ref<NSError> failed;
+    if (!keysOfStore(list.keys_, failed)) {
+        if (failed) return failed;
+        failed = run([&](std::span<Ref<NSManagedObject>> run, std::size_t total) {
+            list.keys_.reserve(total);
+            for (auto const& object : run) add(object, list);
+        });
+    }
+    settle(list);
+    return failed;
+}
+
+void FetchOperation::add(Ref<NSManagedObject> const& object, FetchedObjects& list) {
+    if (object->recordKey() < 0) list.unsaved_.emplace_back(list.keys_.size(), object);
+    list.keys_.push_back(object->recordKey());
+}
+
+void FetchOperation::settle(FetchedObjects& list) const {
+    list.link_ = context_.link;
+    list.entity_ = &entity_;
+    list.batchSize_ = request_.fetchBatchSize() != 0 ? request_.fetchBatchSize() : std::max<std::size_t>(1, list.keys_.size());
+}
+
+NSEntityDescription const* entityOf(ContextState const& context, NSFetchRequest const& request, Ref<NSError>& error) {
+    if (!context.link) {
+        error = storeError(StoreErrorCode::ContextWithoutStore, "This context has neither a parent nor a coordinator.");
+        return nullptr;
+    }
+    auto const* entity = context.coordinator->managedObjectModel()->entityNamed(request.entityName());
+    if (!entity)
+        error = storeError(StoreErrorCode::UnknownEntity,
+                           "There is no entity named \"" + std::string{request.entityName()} + "\" in this model.");
+    if (entity) error = problemWithFetchRequest(request, *entity);
+    return error ? nullptr : entity;
+}
+
+/// What `work` returns, or the error that it throws.
+Ref<NSError> caught(FunctionRef<Ref<NSError>()> work) {
+    try {
+        return work();
+    } catch (ErrorException const& failure) {
+        return failure.error();
+    }
+}
+
+} // namespace Tessarin

@@ -1,0 +1,8 @@
+#pragma once
+#include "benchmarks/support/Report.h"
+
+namespace Tessarin::benchmarks {
+
+void benchAsynchronousFetch(Report& report);
+
+} // namespace Tessarin::benchmarks

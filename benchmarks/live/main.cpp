@@ -1,0 +1,9 @@
+// What stands between a store and a window.
+#include "benchmarks/live/Groups.h"
+
+int main(int argc, char** argv) {
+    using namespace Tessarin::benchmarks;
+    Report report(argc, argv);
+    benchAsynchronousFetch(report);
+    return report.finish();
+}
