@@ -29,6 +29,7 @@ public:
     static constexpr bool await_ready() noexcept { return false; }
     template <class Promise> void await_suspend(std::coroutine_handle<Promise> handle) { begin(Coroutine::of(handle)); }
     FetchResult await_resume() { return std::move(result_); }
+    template <class T> class Of;
 
 private:
     void begin(Coroutine& coroutine);
@@ -36,6 +37,20 @@ private:
     Ref<NSManagedObjectContext> context_;
     Ref<NSFetchRequest const> request_;
     FetchResult result_;
+};
+
+/// The same for a typed query's `fetchAsync()`.
+template <class T> class FetchAwaitable::Of : public FetchAwaitable {
+public:
+    struct Result {
+        FetchedList<T> list;
+        Ref<NSError> error;
+    };
+    using FetchAwaitable::FetchAwaitable;
+    Result await_resume() {
+        auto [objects, error] = FetchAwaitable::await_resume();
+        return {FetchedList<T>(std::move(objects)), std::move(error)};
+    }
 };
 
 } // namespace Tessarin

@@ -39,7 +39,7 @@ AsynchronousFetch::AsynchronousFetch(NSManagedObjectContext& context, NSFetchReq
       completion_(std::move(completion)) {}
 
 void AsynchronousFetch::start(NSManagedObjectContext& context) {
-    context.processPendingChanges();
+    processChanges(context, GraphAccess::state(context));
     entity_ = entityOf(GraphAccess::state(context), *request_, error_);
     if (entity_ && !coordinator_->store())
         error_ = storeError(StoreErrorCode::ContextWithoutStore, "There is no store to fetch from.");
@@ -92,7 +92,7 @@ void AsynchronousFetch::deliver(NSManagedObjectContext& context) {
 }
 
 Ref<NSError> AsynchronousFetch::resultIn(NSManagedObjectContext& context, std::optional<FetchedObjects>& list) {
-    context.processPendingChanges();
+    processChanges(context, GraphAccess::state(context));
     FetchOperation fetch(GraphAccess::state(context), *request_, *entity_, *watch_);
     if (watch_->hasGaps()) return nullptr;
     FetchedObjects found;

@@ -52,6 +52,10 @@ bool AnyFetchQuery::take(FetchedObjectsTaker take, Ref<NSError>* error) const {
     return tell(failure, *asked, error);
 }
 
+Ref<NSAsynchronousFetch> AnyFetchQuery::fetchedAsync(FetchCompletion completion) const {
+    return context_->fetchAsync(*request(), std::move(completion));
+}
+
 FetchedObjects AnyFetchQuery::fetched(Ref<NSError>* error) const {
     auto const asked = request();
     Ref<NSError> failure;

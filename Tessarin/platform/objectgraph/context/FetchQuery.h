@@ -2,6 +2,7 @@
 #include "Tessarin/Export.h"
 #include "Tessarin/platform/objectgraph/context/TypedPredicate.h"
 #include "Tessarin/platform/objectgraph/context/FetchedObjects.h"
+#include "Tessarin/platform/objectgraph/context/NSAsynchronousFetchRequest.h"
 #include "Tessarin/platform/objectgraph/query/NSFetchRequest.h"
 #include <iterator>
 #include <optional>
@@ -9,6 +10,7 @@
 
 namespace Tessarin {
 
+class FetchAwaitable;
 class NSManagedObjectContext;
 
 /// What all typed queries have. Copied like a value.
@@ -27,6 +29,7 @@ protected:
     // What fails goes into `error`; without one, a line is printed.
     bool take(FunctionRef<void(std::span<Ref<NSManagedObject>>, std::size_t)> take, Ref<NSError>* error = nullptr) const;
     FetchedObjects fetched(Ref<NSError>* error = nullptr) const;
+    Ref<NSAsynchronousFetch> fetchedAsync(FetchCompletion completion) const;
 
     Ref<NSManagedObjectContext> context_;
     std::string entityName_;
@@ -83,6 +86,13 @@ public:
     /// A list that makes its objects where it is looked at, `batchSize` at a time. Errors as above.
     FetchedList<T> list() const { return FetchedList<T>(fetched()); }
     FetchedList<T> list(Ref<NSError>& error) const { return FetchedList<T>(fetched(&error)); }
+
+    /// The list, found while this thread goes on: as the context's `fetchAsync`, which says what holds.
+    Ref<NSAsynchronousFetch> async(Closure<void(FetchedList<T> list, Ref<NSError> const& error)> completion) const;
+    /// The same for a task: `auto const [books, error] = co_await query.fetchAsync();`
+    template <class Awaitable = FetchAwaitable> [[nodiscard]] auto fetchAsync() const {
+        return typename Awaitable::template Of<T>(context_, request());
+    }
 
     /// Walks through `objects()`.
     class Iterator;

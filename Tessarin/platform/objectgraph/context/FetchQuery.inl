@@ -74,6 +74,13 @@ template <class T> std::vector<Ref<T>> FetchQuery<T>::found(Ref<NSError>* error)
     if (!take(append, error)) objects.clear();
     return objects;
 }
+template <class T>
+Ref<NSAsynchronousFetch>
+FetchQuery<T>::async(Closure<void(FetchedList<T> list, Ref<NSError> const& error)> completion) const {
+    return fetchedAsync([completion = std::move(completion)](FetchedObjects found, Ref<NSError> const& error) {
+        completion(FetchedList<T>(std::move(found)), error);
+    });
+}
 template <class T> Ref<T> FetchQuery<T>::first() const {
     auto const objects = limit(1).objects();
     return objects.empty() ? nullptr : objects.front();

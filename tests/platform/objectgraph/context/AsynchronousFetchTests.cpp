@@ -1,6 +1,7 @@
 // Fetches whose store query runs on another thread, held against fetches that are made where they are delivered.
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
 
+#include "Tessarin/dispatch/Task.h"
 #include "tests/platform/objectgraph/context/Library.h"
 #include "tests/support/Eventually.h"
 #include <atomic>
@@ -209,6 +210,21 @@ TEST_P(AsynchronousFetches, TellErrorsAtTheEndAndOnce) {
         context = nullptr;
         EXPECT_TRUE(end.get_future().get());
     }
+}
+
+TEST_P(AsynchronousFetches, AnswerTypedQueriesAndTasks) {
+    fill(9);
+    auto const query = middle->fetch<NSManagedObject>("Book").where(where("year >= 0")).sortedBy(by("title")).limit(4);
+    std::promise<std::pair<std::size_t, std::size_t>> counts;
+    auto const both = [](FetchQuery<NSManagedObject> asked, std::promise<std::pair<std::size_t, std::size_t>>& told) -> Task<> {
+        auto const [list, error] = co_await asked.fetchAsync();
+        EXPECT_FALSE(error);
+        asked.async([&told, count = list.size()](FetchedList<NSManagedObject> again, Ref<NSError> const&) {
+            told.set_value({count, again.size()});
+        });
+    };
+    middle->performBlockAndWait([&] { both(query, counts).start(); });
+    EXPECT_EQ(counts.get_future().get(), (std::pair<std::size_t, std::size_t>{4, 4}));
 }
 
 TEST_P(AsynchronousFetches, ArePartOfARequestThatIsExecutedOnce) {
