@@ -132,6 +132,7 @@
 #include "Tessarin/platform/objectgraph/context/NSMergeConflict.h"
 #include "Tessarin/platform/objectgraph/context/NSMergePolicy.h"
 #include "Tessarin/platform/objectgraph/context/ObjectState.h"
+#include "Tessarin/platform/objectgraph/context/OverruledChanges.h"
 #include "Tessarin/platform/objectgraph/context/PropertyHandle.h"
 #include "Tessarin/platform/objectgraph/context/PropertyKinds.h"
 #include "Tessarin/platform/objectgraph/context/PropertyPath.h"

@@ -1,8 +1,10 @@
 #include "Tessarin/platform/foundation/bundles/Gestalt.h"
+#include "Tessarin/platform/objectgraph/context/OverruledChanges.h"
 #include "tests/store/StoreFixture.h"
 
 #include <algorithm>
 #include <cstdlib>
+#include <future>
 #include <set>
 
 class XCTest : public Tessarin::NSObject {}; // what a test program's main registers
@@ -227,6 +229,32 @@ TEST(ManagedObjectStore, SavesAreMergedIntoTheOtherWorkersOfThisStoreOnly) {
     EXPECT_EQ(seen(1), "Zoe");
     for (int i : {2, 3}) EXPECT_EQ(seen(i), "Ada");
     EXPECT_EQ(namesInFile(*other), "Ada");
+}
+
+TEST(ManagedObjectStore, AnEditThatLosesToAnotherProcessIsToldWhereItWasMade) {
+    StoreHome home;
+    auto const store = home.store(), other = home.store();
+    saveOne(*store, "Ada");
+    waitForFile(*store);
+    std::promise<std::string> told;
+    auto const listener = listening(nullptr, NSManagedObjectContextDidOverruleChangesNotification, [&](auto const& notification) {
+        auto const changes = overruledChanges(*notification);
+        auto const& change = changes.front();
+        EXPECT_TRUE(Dispatcher::inMainQueue() && notification->object() == store->mainThreadContext() && changes.size() == 1);
+        EXPECT_EQ((*change.object)["name"].get(), "Eva") << "it shows the other value already";
+        told.set_value(change.attribute + " " + change.lost.description() + " " + change.won.description());
+    });
+    auto const rename = [](ManagedObjectStore& each, char const* name) {
+        auto const context = each.mainThreadContext();
+        context->performBlockAndWait([&] { (*context->allObjects("Person").front())["name"] = name; });
+    };
+    rename(*store, "Ann");
+    rename(*other, "Eva");
+    for (auto const& each : {other, store}) {
+        onMainThread([&] { each->mainThreadContext()->saveAndWait(); });
+        waitForFile(*each);
+    }
+    EXPECT_EQ(told.get_future().get(), "name Ann Eva");
 }
 
 TEST(ManagedObjectStore, RootsOwnSaveEntersNoGroup) {

@@ -2,8 +2,12 @@
 #include "Tessarin/platform/objectgraph/context/RelationshipsPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/rows/RowLayout.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
+#include "Tessarin/platform/runtime/Fatal.h"
 
+#include <algorithm>
 #include <limits>
+#include <optional>
+#include <vector>
 
 namespace Tessarin {
 namespace {
@@ -76,6 +80,60 @@ Ref<NSError> sizeProblem(NSManagedObject& object) {
                       object.entity().name() + "." + culprit->name() + " is too big: with it the record has " +
                           std::to_string(total) + " bytes, and a store holds " + std::to_string(mostBytes) + ".",
                       {{"NSValidationErrorKey", culprit->name()}});
+}
+
+namespace {
+
+/// As a setter would keep it.
+Ref<NSError> problemOf(NSEntityDescription const& entity, NSAttributeDescription const& attribute, Value const& value) {
+    bool const isOfItsKind = attribute.holdsKindOf(value);
+    if (attribute.isTransient()) return isOfItsKind ? nullptr : attribute.validate(value);
+    if (!isOfItsKind || value.isAbsent()) return valueProblem(entity, attribute, value);
+    return valueProblem(entity, attribute, attributeValue(attribute.attributeType(), value));
+}
+
+/// How many destinations a relationship of the context's objects would have; absent for what cannot be any.
+std::optional<std::size_t> countOf(NSRelationshipDescription const& relationship, NSManagedObjectContext const& context,
+                                   Value const& value) {
+    std::vector<NSManagedObject const*> objects;
+    auto const add = [&](Value const& each) {
+        auto const object = each.objectAs<NSManagedObject>();
+        if (!object || !object->entity().isKindOf(relationship.destinationEntity())) return false;
+        objects.push_back(object.get());
+        return object->managedObjectContext().get() == &context;
+    };
+    bool areAll = true;
+    if (relationship.isToMany() && value.kind() == Value::Kind::List)
+        for (auto const& each : value.list()) areAll = add(each) && areAll;
+    else if (relationship.isToMany() && value.kind() == Value::Kind::Set)
+        for (auto const& each : value.set()) areAll = add(each) && areAll;
+    else if (!value.isAbsent())
+        areAll = !relationship.isToMany() && add(value);
+    if (!areAll) return {};
+    std::ranges::sort(objects);
+    return objects.size() - std::ranges::unique(objects).size();
+}
+
+Ref<NSError> problemOf(NSManagedObject const& object, NSPropertyDescription const& property, Value const& value) {
+    auto const context = object.managedObjectContext();
+    if (!context) return nullptr; // it is saved nowhere
+    if (auto const* attribute = property.asAttribute()) return problemOf(object.entity(), *attribute, value);
+    auto const& relationship = *property.asRelationship();
+    auto const count = countOf(relationship, *context, value);
+    if (!count) return relationship.wrongKind(value);
+    return relationship.isTransient() ? nullptr : relationship.validateCount(*count);
+}
+
+} // namespace
+
+Ref<NSError> NSManagedObject::validate(PropertyHandle const& property, Value const& value) const {
+    return problemOf(*this, property.in(entity()), value);
+}
+
+Ref<NSError> NSManagedObject::validateValueForKey(Value const& value, std::string_view key) const {
+    auto const* property = entity().propertyNamed(key);
+    if (!property) fatal("the entity " + entity().name() + " has no property \"" + std::string{key} + "\"");
+    return problemOf(*this, *property, value);
 }
 
 Ref<NSError> NSManagedObject::validateForSave() {

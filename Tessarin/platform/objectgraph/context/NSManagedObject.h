@@ -71,6 +71,14 @@ public:
     /// What would keep this object from being saved; null when nothing does. Called at save for inserted and updated objects;
     /// an override calls its base.
     virtual Ref<NSError> validateForSave();
+    /// What a save would say of one property if it had that value, for a form; null for nothing. Code, text and userInfo are
+    /// those of `validateForSave`, but for an override of that, which is not asked. The value is converted as a setter does;
+    /// one of a wrong kind, for which a setter is fatal, is an error here: NSValidationError::WrongKind. To-ones take an object
+    /// or nothing, to-manys a set or a list. Changes nothing. Fatal for an unknown key.
+    ///
+    ///     if (auto const error = book->validate(Book::year, field.text())) field.tell(error->localizedDescription());
+    Ref<NSError> validate(PropertyHandle const& property, Value const& value) const;
+    Ref<NSError> validateValueForKey(Value const& value, std::string_view key) const;
     std::string description() const override;
 
     // Called at the stated moments; they do nothing here.

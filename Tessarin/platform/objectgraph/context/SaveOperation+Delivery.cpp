@@ -32,6 +32,7 @@ Ref<NSError> SaveOperation::write(NSPersistentStore& store) {
     }
     for (;;) {
         takeApart(found);
+        decided_.clear();
         auto const error = store.save(handed_, resolve, outcome_);
         if (!error) break;
         bool const isOwnAlone = handed_.size() == 1 && handed_.front() == own_ && refusals_.empty();
@@ -63,6 +64,7 @@ Ref<NSError> SaveOperation::handUp(NSManagedObjectContext& parent) {
         if (!isStillFree(seen, lookedAbove_)) return nullptr;
         handed_ = rebased(sets_, *state.published.unsaved());
         outcome_ = {};
+        decided_.clear();
         if (!fitsAbove(state)) {
             RecordReader const above(state, RecordReader::Sees::Saved);
             auto const stored = [&](NSEntityDescription const& entity, RecordKey key) { return above.row(entity, key); };
@@ -124,6 +126,8 @@ Ref<NSError> SaveOperation::decide(std::span<RowConflict> conflicts) {
     if (!isDecided && !error) NSErrorMergePolicy()->resolveConflicts(list, error);
     if (!isDecided) return error;
     for (std::size_t at = 0; at < conflicts.size(); ++at) conflicts[at].final = list[at]->conflict_->final;
+    if (hasOverruleObservers())
+        for (auto const& conflict : conflicts) decided_.push_back({conflict});
     return nullptr;
 }
 

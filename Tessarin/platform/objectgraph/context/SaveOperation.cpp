@@ -11,6 +11,8 @@
 
 #include <algorithm>
 #include <functional>
+#include <iterator>
+#include <utility>
 
 namespace Tessarin {
 namespace {
@@ -39,7 +41,21 @@ Ref<NSError> SaveOperation::run(ChangeSets* handed) {
     SaveDoor::Entry const entry(context_.coordinator->saves(), what);
     processChanges(owner_, context_);
     if (auto error = whyNothingCanBeSaved(!entry.isInside())) return error;
-    return runSteps(handed);
+    auto error = runSteps(handed);
+    tellOverruled(!error);
+    return error;
+}
+
+/// Where the save failed, what it met is still undecided.
+void SaveOperation::tellOverruled(bool isSaved) {
+    auto decided = std::exchange(decidedUnique_, {});
+    bool areOwn = !decided.empty();
+    if (isSaved)
+        for (auto& each : decided_) {
+            areOwn = areOwn || (own_ && own_->find(*each.conflict.entity, each.conflict.key));
+            decided.push_back(std::move(each));
+        }
+    if (!decided.empty()) postDidOverrule(owner_, std::move(decided), areOwn);
 }
 
 /// A level further up would find out, and nobody would be told.
@@ -75,10 +91,13 @@ Ref<NSError> SaveOperation::prepare() {
     lookedHere_ = context_.published.arrivals();
     lookedAbove_ = context_.parent ? GraphAccess::state(*context_.parent).published.arrivals() : 0;
     bool hasUnited = false;
-    if (auto error = UniqueValuesLook(owner_, context_).settle(hasUnited)) return error;
+    UniqueValuesLook look(owner_, context_);
+    auto error = look.settle(hasUnited);
+    std::ranges::move(look.decided(), std::back_inserter(decidedUnique_));
+    if (error) return error;
     if (hasUnited)
-        if (auto error = validate()) return error;
-    if (auto error = givePermanentKeys()) return error;
+        if (error = validate(); error) return error;
+    if (error = givePermanentKeys(); error) return error;
     own_ = packer_.pack();
     return nullptr;
 }

@@ -1,5 +1,6 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/context/ChangePackerPrivate.h"
+#include "Tessarin/platform/objectgraph/context/OverruledChangesPrivate.h"
 
 namespace Tessarin {
 
@@ -28,6 +29,7 @@ private:
     Ref<NSError> handUp(NSManagedObjectContext& parent);
     bool fitsAbove(ContextState& parent) const;
     Ref<NSError> decide(std::span<RowConflict> conflicts);
+    void tellOverruled(bool isSaved);
     void settle();
     void noteCommitted() const;
     void setAside();
@@ -47,6 +49,7 @@ private:
     bool mustLookAgain_ = false; // somebody who came later is in the way
     SaveOutcome outcome_;
     Ref<ChangeSet const> corrections_; // null when there are none
+    DecidedConflicts decided_, decidedUnique_; // where somebody observes what is overruled; the latter are in the objects already
 };
 
 } // namespace Tessarin

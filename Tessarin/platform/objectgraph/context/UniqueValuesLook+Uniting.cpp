@@ -133,6 +133,7 @@ void UniqueValuesLook::apply(NSMergeConflict const& decided) {
     auto const source = decided.sourceObject(), existing = decided.existingObject();
     auto const& conflict = *decided.conflict_;
     bool const isNew = source->isInserted();
+    if (hasOverruleObservers()) decided_.push_back({conflict, !isNew});
     auto& target = isNew ? *existing : *source;
     auto const& before = isNew ? conflict.stored : conflict.wanted;
     auto const cells = conflict.final->layout().cells();

@@ -1,4 +1,5 @@
 #pragma once
+#include "Tessarin/platform/objectgraph/context/OverruledChangesPrivate.h"
 #include "Tessarin/platform/objectgraph/context/RecordReaderPrivate.h"
 #include <unordered_map>
 
@@ -18,6 +19,8 @@ public:
     Ref<NSError> settle(bool& hasUnited);
     /// The same question about a set that was looked at before, without deciding anything.
     bool isFree(ChangeSet const& own) const;
+    /// What was decided, where somebody observes what is overruled.
+    DecidedConflicts& decided() noexcept { return decided_; }
 
 private:
     struct Clash {
@@ -38,6 +41,7 @@ private:
     ContextState& context_;
     void finishLinks();
 
+    DecidedConflicts decided_;
     std::vector<RecordChange> gone_; // new objects that children have seen
     std::unordered_map<RecordKey, RecordKey> survivors_; // of new objects that gave way: links to the one lead to the other
 };

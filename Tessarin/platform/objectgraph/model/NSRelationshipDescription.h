@@ -29,6 +29,8 @@ public:
     /// What is wrong with saving `count` destinations: none though mandatory, fewer than the minimum of a relationship that
     /// is not optional, more than the maximum. Null when it is fine.
     Ref<NSError> validateCount(std::size_t count) const;
+    /// The error for what cannot be its destination.
+    Ref<NSError> wrongKind(Value const& value) const;
 
 protected:
     NSRelationshipDescription();

@@ -79,4 +79,8 @@ Ref<NSError> NSRelationshipDescription::validateCount(std::size_t count) const {
     return nullptr;
 }
 
+Ref<NSError> NSRelationshipDescription::wrongKind(Value const& value) const {
+    return validationFailure(*this, NSValidationError::WrongKind, "cannot lead to this: " + value.description(), value);
+}
+
 } // namespace Tessarin

@@ -1,5 +1,7 @@
 #pragma once
+#include "Tessarin/platform/objectgraph/context/OverruledChanges.h"
 #include "Tessarin/platform/objectgraph/model/ModelBuilder.h"
+#include "Tessarin/platform/queues/Dispatch.h"
 #include "tests/support/Contexts.h"
 #include "tests/support/TemporaryFolder.h"
 #include <functional>
@@ -59,6 +61,39 @@ public:
     std::shared_ptr<TemporaryFolder> folder;
     Ref<NSPersistentStoreCoordinator> coordinator;
     Ref<NSManagedObjectContext> root;
+};
+
+/// What merge policies give up, told by any context while it lives: "own title ours>theirs; theirs year 2>1; own deletion".
+class OverruleLog {
+public:
+    /// Since the last time; each told once and on the queue of the context that posts.
+    std::string text() {
+        std::string all;
+        std::ranges::sort(pieces_);
+        for (auto const& piece : std::exchange(pieces_, {})) all += (all.empty() ? "" : "; ") + piece;
+        return std::exchange(times_, 0) > 1 ? "several times: " + all : all;
+    }
+
+private:
+    static std::string shown(Value const& value) {
+        if (value.isAbsent()) return "-";
+        auto const object = value.objectAs<NSManagedObject>();
+        return (object ? object->valueForKey("name") : value).description();
+    }
+    void note(NSNotification const& notification) {
+        auto const context = std::static_pointer_cast<NSManagedObjectContext>(notification.object());
+        EXPECT_TRUE(queueIsHeld(context->queue()));
+        ++times_;
+        for (auto const& each : overruledChanges(notification)) {
+            EXPECT_TRUE(each.object->isDeleted() || each.object->managedObjectContext() == context);
+            auto const what = each.attribute.empty() ? "deletion" : each.attribute + " " + shown(each.lost) + ">" + shown(each.won);
+            pieces_.push_back((each.isOwn ? "own " : "theirs ") + what);
+        }
+    }
+    int times_ = 0;
+    std::vector<std::string> pieces_;
+    std::shared_ptr<void> listener_ = listening(nullptr, NSManagedObjectContextDidOverruleChangesNotification,
+                                                [this](auto const& notification) { note(*notification); });
 };
 
 /// What a test asks of either kind of store: INSTANTIATE_TEST_SUITE_P(Stores, MyTest, bothStores, storeName).

@@ -96,21 +96,31 @@ TEST(MergePolicy, DecidesWhatBecomesOfARecordThatBothTouched) {
         char const* what;
         Does there, here;
         char const* expected[5]; // by policy
+        char const* overruled[5];
     } const rows[] = {
         {"both changed the title",
          Does::SameAndOther,
          Does::SameAndOther,
-         {"refused: theirs 2 first", "theirs 2 second", "ours 2 second", "ours 1 second", "theirs 2 first"}},
+         {"refused: theirs 2 first", "theirs 2 second", "ours 2 second", "ours 1 second", "theirs 2 first"},
+         {"", "own title ours>theirs", "theirs title theirs>ours", "theirs title theirs>ours; theirs year 2>1",
+          "own author second>first; own title ours>theirs"}},
         {"other properties",
          Does::Other,
          Does::SameAndOther,
-         {"refused: old 2 first", "ours 2 second", "ours 2 second", "ours 1 second", "old 2 first"}},
-        {"deleted there", Does::Delete, Does::SameAndOther, {"refused: gone", "gone", "ours 1 second", "ours 1 second", "gone"}},
+         {"refused: old 2 first", "ours 2 second", "ours 2 second", "ours 1 second", "old 2 first"},
+         {"", "", "", "theirs year 2>1", "own author second>first; own title ours>old"}},
+        {"deleted there",
+         Does::Delete,
+         Does::SameAndOther,
+         {"refused: gone", "gone", "ours 1 second", "ours 1 second", "gone"},
+         {"", "own author second>-; own title ours>-", "theirs deletion", "theirs deletion",
+          "own author second>-; own title ours>-"}},
         {"deleted here",
          Does::SameAndOther,
          Does::Delete,
-         {"refused: theirs 2 first", "theirs 2 first", "gone", "gone", "theirs 2 first"}},
-        {"deleted on both sides", Does::Delete, Does::Delete, {"gone", "gone", "gone", "gone", "gone"}},
+         {"refused: theirs 2 first", "theirs 2 first", "gone", "gone", "theirs 2 first"},
+         {"", "own deletion", "theirs title theirs>-; theirs year 2>-", "theirs title theirs>-; theirs year 2>-", "own deletion"}},
+        {"deleted on both sides", Does::Delete, Does::Delete, {"gone", "gone", "gone", "gone", "gone"}, {"", "", "", "", ""}},
     };
     for (auto const& [name, areSiblings, store] : settings)
         for (auto const& row : rows)
@@ -127,7 +137,9 @@ TEST(MergePolicy, DecidesWhatBecomesOfARecordThatBothTouched) {
                                                "author");
                 }
                 std::string expected = row.expected[policy];
+                OverruleLog log;
                 auto const error = stage.save();
+                EXPECT_EQ(log.text(), row.overruled[policy]);
                 EXPECT_EQ(static_cast<bool>(error), expected.starts_with("refused: "));
                 auto const& id = *stage.id; // corrections may be on their way to the object
                 if (error) {

@@ -128,14 +128,15 @@ TEST_P(Uniqueness, ThePolicyDecidesWhatBecomesOfANewObjectWithTheValuesOfAnother
     struct {
         Policy policy;
         char const* expected; // age, nick, town
-    } const rows[] = {{Policy::Error, ""},
-                      {Policy::MergeByPropertyStoreTrump, "3 Nan Rome"},
-                      {Policy::MergeByPropertyObjectTrump, "7 Nan Rome"},
-                      {Policy::Overwrite, "7 Nan nil"},
-                      {Policy::Rollback, "3 nil Rome"}};
+        char const* overruled;
+    } const rows[] = {{Policy::Error, "", ""},
+                      {Policy::MergeByPropertyStoreTrump, "3 Nan Rome", "own age 7>3"},
+                      {Policy::MergeByPropertyObjectTrump, "7 Nan Rome", "theirs age 3>7"},
+                      {Policy::Overwrite, "7 Nan nil", "theirs age 3>7; theirs town Rome>-"},
+                      {Policy::Rollback, "3 nil Rome", "own age 7>3; own nick Nan>-"}};
     int round = 0;
     for (auto const* place : {"in the store", "handed up", "in the same save"})
-        for (auto const& [policy, expected] : rows) {
+        for (auto const& [policy, expected, overruled] : rows) {
             SCOPED_TRACE(std::string(place) + ", policy " + std::to_string(static_cast<int>(policy)));
             auto const name = "P" + std::to_string(round++);
             auto const worker = childOf(main);
@@ -158,7 +159,9 @@ TEST_P(Uniqueness, ThePolicyDecidesWhatBecomesOfANewObjectWithTheValuesOfAnother
                 EXPECT_TRUE(saves(*worker)) << "nothing was lost";
                 continue;
             }
+            OverruleLog log;
             ASSERT_TRUE(saves(*worker));
+            EXPECT_EQ(log.text(), overruled);
             EXPECT_TRUE(second->isDeleted() && !second->managedObjectContext());
             for (auto const& level : {worker, main, root}) {
                 if (level != worker) { ASSERT_TRUE(saves(*level)); }
