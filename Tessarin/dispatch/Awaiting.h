@@ -89,7 +89,8 @@ private:
 /// that are initialised member by member twice there: lambdas that capture something with a destructor, and braced structs.
 #if defined(__GNUC__) && !defined(__clang__) && __GNUC__ < 13
 template <class F>
-inline constexpr bool isSafeInAwait = std::is_lvalue_reference_v<F> || std::is_trivially_destructible_v<std::remove_reference_t<F>>;
+inline constexpr bool isSafeInAwait =
+    std::is_lvalue_reference_v<F> || std::is_trivially_destructible_v<std::remove_reference_t<F>>;
 #else
 template <class F> inline constexpr bool isSafeInAwait = true;
 #endif

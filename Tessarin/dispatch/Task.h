@@ -6,17 +6,16 @@
 namespace Tessarin {
 
 /// A coroutine that ends with a T, or with nothing. It begins when it is started or awaited, there and then, and runs up to its
-/// first wait as a call would. After a wait it goes on, by an item, on the queue on which it was when it began to wait (the default
-/// global queue where it was on none), or on the one that it named: no thread waits, and no number of awaits grows the stack.
+/// first wait as a call would. After a wait it goes on, by an item, on the queue on which it was when it began to wait (the
+/// default global queue where it was on none), or on the one that it named: no thread waits, and no number of awaits grows the
+/// stack.
 ///
 ///     Task<Image> thumbnail(std::string path) {      // arguments by value: the caller's may be gone when it goes on
 ///         co_await Dispatcher::utility();            // goes on there
-///         auto image = scaled(path);
-///         co_await Dispatcher::main();
-///         co_return image;
+///         co_return scaled(path);
 ///     }
 ///     Task<> show(Ref<View> view) {
-///         view->setImage(co_await thumbnail(view->path()));
+///         view->setImage(co_await thumbnail(view->path())); // back where it was
 ///         co_await delay(0.5);
 ///         view->fadeIn();
 ///     }
@@ -25,16 +24,18 @@ namespace Tessarin {
 ///
 /// `cancel` has it end at the await where it waits, or at its next one: it does not go on after it, its locals are destroyed, on
 /// the queue on which it waits, and then it is done. What it awaits is cancelled, too, and ended first; an end that others must
-/// hear belongs into a destructor. Whoever awaits a task that was cancelled is ended in the same way, unless it awaits `outcome()`.
+/// hear belongs into a destructor. Whoever awaits a task that was cancelled is ended in the same way, unless it awaits
+/// `outcome()`.
 ///
 /// A task that is dropped goes on by itself; one that was never started goes, with its arguments. An exception passes to whoever
-/// awaits. Where the task goes and nobody has heard of it, it ends the process, as one that leaves an item does; what a task that is
-/// ended had started, and not awaited yet, may fail unheard.
+/// awaits. Where the task goes and nobody has heard of it, it ends the process, as one that leaves an item does; what a task that
+/// is ended had started, and not awaited yet, may fail unheard.
 ///
 /// Beware of lambdas: captures belong to the lambda, not to the coroutine, so `[this] () -> Task<> { … }()` reads what is gone at
-/// the first wait. Hand over arguments by value, or have `spawn` keep the lambda. And g++ before 13 destroys what stands in braces in
-/// a `co_await` expression twice, option structs as well as lambdas with captures: make the task first, `auto task = f({.a = b});`,
-/// then `co_await task`. What this library offers to be awaited takes plain arguments, or does not compile where it would hurt.
+/// the first wait: captures must outlive the coroutine. Hand over arguments by value, or have `spawn` keep the lambda. And g++
+/// before 13 destroys what stands in braces in a `co_await` expression twice, option structs as well as lambdas with captures:
+/// make the task first, `auto task = f({.a = b});`, then `co_await task`. What this library offers to be awaited takes plain
+/// arguments, or does not compile where it would hurt.
 ///
 /// One thread at a time, but for `cancel` and `isDone`, which any thread may call.
 template <class T = void> class [[nodiscard]] Task {

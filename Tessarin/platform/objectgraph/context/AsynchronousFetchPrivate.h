@@ -7,8 +7,8 @@
 
 namespace Tessarin {
 
-/// A fetch that goes from the context's queue, where it is asked, to a reader of the store, and back to the context's queue, where
-/// what it has found is corrected by what has happened meanwhile. At one place at a time, but for the flags.
+/// A fetch that goes from the context's queue, where it is asked, to a reader of the store, and back to the context's queue,
+/// where what it has found is corrected by what has happened meanwhile. At one place at a time, but for the flags.
 class AsynchronousFetch : public std::enable_shared_from_this<AsynchronousFetch> {
 public:
     AsynchronousFetch(NSManagedObjectContext& context, NSFetchRequest const& request, FetchCompletion completion);

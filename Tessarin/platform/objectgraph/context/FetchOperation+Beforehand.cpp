@@ -1,6 +1,7 @@
 // Fetching from what the store has answered before, which the context then corrects.
 #include "Tessarin/platform/objectgraph/context/FetchOperationPrivate.h"
 
+#include "Tessarin/platform/foundation/predicates/NSPredicate.h"
 #include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
 
 #include <algorithm>
@@ -24,9 +25,22 @@ StoreQuery FetchOperation::queryBeforehand(std::size_t surplus) const {
     return query;
 }
 
+/// Whether the answer for a record depends on others, too, of which the context may not have heard that they were saved.
+bool FetchOperation::looksAtOthers() const {
+    auto const leadsAway = [&](KeyPath const& path) {
+        auto const& components = path.components();
+        auto const* property = components.size() == 1 ? entity_.propertyNamed(components.front()) : nullptr;
+        return !property || (property->asRelationship() && property->asRelationship()->isToMany());
+    };
+    auto const& sorts = request_.sortDescriptors();
+    return std::ranges::any_of(sorts, [&](auto const& sort) { return leadsAway(sort->keyPath()); }) ||
+           (request_.predicate() && std::ranges::any_of(request_.predicate()->keyPaths(),
+                                                        [&](auto const& path) { return leadsAway(KeyPath(path)); }));
+}
+
 bool FetchOperation::list(StoreQuery const& query, StoreAnswer&& answer, bool canAsk, FetchedObjects& list,
                           Ref<NSError>& error) {
-    if (!request_.includesPendingChanges() && !committed_.empty()) return false;
+    if (!committed_.empty() && (!request_.includesPendingChanges() || looksAtOthers())) return false;
     bool const isWhole = !answer.complete || (query.limit == 0 && query.offset == 0);
     bool const hasAll = !query.predicate && isWhole && !(query.wantsKeysOnly && answer.complete);
     if (mustLookAtAll_ && !hasAll) return false;
@@ -49,6 +63,7 @@ bool FetchOperation::list(StoreQuery const& query, StoreAnswer&& answer, bool ca
         list.keys_.reserve(total);
         for (auto const& object : run) add(object, list);
     });
+    if (!error && showsOld_) return list = {}, false;
     settle(list);
     return true;
 }
@@ -67,11 +82,12 @@ bool FetchOperation::layOver(StoreQuery const& query, std::vector<RecordKey> key
     });
     if (!isEnough(query, given, keys.size())) return false;
     auto more = fittingUnsaved();
-    if (canAsk && more.size() > mostMerged) return false;
-    // By rows that were read now: an object may not have heard yet of what others saved.
+    if (showsOld_ || (canAsk && more.size() > mostMerged)) return false;
+    // By rows that were read now: an object may not have heard yet of what others saved. Those in the middle are asked for again.
+    Objects held;
     auto const objectOf = [&](RecordKey key) {
         auto row = reader_.row(entity_, key);
-        return row ? objectWithRow(context_, std::move(row), {}) : objectWithKey(context_, entity_, key);
+        return held.emplace_back(row ? objectWithRow(context_, std::move(row), {}) : objectWithKey(context_, entity_, key));
     };
     auto places = FetchSorting(request_.sortDescriptors()).merge(keys, std::move(more), objectOf);
     cut(places);

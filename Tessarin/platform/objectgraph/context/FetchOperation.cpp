@@ -167,8 +167,11 @@ FetchSorting::Objects FetchOperation::fittingUnsaved() {
     }
     reader_.rows(entity_, unread, [&](RowRef row) { rows.push_back(std::move(row)); });
     Objects read;
+    auto const now = committed_.empty() ? std::vector<RowRef>() : rows;
     objectsWithRows(context_, entity_, rows,
                     [&](std::span<Ref<NSManagedObject>> run) { read.insert(read.end(), run.begin(), run.end()); });
+    for (std::size_t at = 0; at < now.size(); ++at) // one that keeps to what it read of an ancestor's unsaved values
+        showsOld_ = showsOld_ || (!read[at]->hasChanges() && GraphAccess::state(*read[at]).row != now[at]);
     for (auto& object : read) add(std::move(object));
     return objects;
 }

@@ -26,8 +26,8 @@ public:
     /// The results as a list.
     Ref<NSError> list(FetchedObjects& list);
 
-    /// What to ask the store beforehand, so that `list` can correct it. The request and the context's coordinator must outlive it.
-    /// `surplus`: how many of its first records may turn out to be changed; 0 while nothing has.
+    /// What to ask the store beforehand, so that `list` can correct it. The request and the context's coordinator must outlive
+    /// it. `surplus`: how many of its first records may turn out to be changed; 0 while nothing has.
     StoreQuery queryBeforehand(std::size_t surplus) const;
     /// The list of what the store answered to that. False when that does not do, and the store must be asked again; `canAsk`: it
     /// is false, too, where asking again makes less work than correcting.
@@ -53,6 +53,7 @@ private:
     Objects objectsOf(std::vector<RowRef>& rows);
     Objects fittingUnsaved();
     bool wasCommitted(RecordKey key) const;
+    bool looksAtOthers() const;
     bool isEnough(StoreQuery const& query, std::size_t given, std::size_t left) const;
     bool layOver(StoreQuery const& query, std::vector<RecordKey> keys, bool canAsk, FetchedObjects& list);
     std::size_t countUpToLast() const;
@@ -74,6 +75,7 @@ private:
     ChangeSets committed_;  // since the store was asked
     std::optional<UnsavedRecords> unsaved_; // absent when the request leaves them out
     bool mustLookAtAll_ = false;
+    bool showsOld_ = false; // an object of the context does not show what was committed
 };
 
 /// The entity that a request asks for; null with an error when it cannot be answered.

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <future>
 #include <gtest/gtest.h>
+#include <map>
 #include <random>
 
 namespace Tessarin {
@@ -107,11 +108,18 @@ protected:
 // What is delivered is what a fetch finds at that moment, whatever was changed, saved and merged since it was asked.
 TEST_P(AsynchronousFetches, FindWhatAFetchFindsWhereTheyAreDelivered) {
     fill(150);
+    auto const sibling = library.worker();
+    sibling->setMergePolicy(make<NSMergePolicy>(NSMergePolicyType::MergeByPropertyObjectTrump));
+    std::map<Ref<NSManagedObjectContext>, Objects> held; // what they show is as old as it was read
     int compared = 0;
     for (int step = 0; step < 400; ++step) {
         auto const& context = step % 3 == 0 ? lower : step % 3 == 1 ? middle : root;
         std::promise<std::pair<std::string, std::string>> both;
         auto const request = someRequest();
+        if (some(10) == 0) {
+            held[context] = fetched(*context, "Book");
+            context->performBlockAndWait([&] { listed(held[context], "title"); });
+        }
         context->performBlockAndWait([&] {
             context->fetchAsync(*request, [&both, request, &context](FetchedObjects list, Ref<NSError> const& failed) {
                 EXPECT_FALSE(failed) << failed->description();
@@ -120,7 +128,7 @@ TEST_P(AsynchronousFetches, FindWhatAFetchFindsWhereTheyAreDelivered) {
                 both.set_value({textOf(list), textOf(now)});
             });
             // Nothing is delivered before this block ends; the store is read whenever it is.
-            for (auto const& other : {lower, middle, root})
+            for (auto const& other : {lower, middle, sibling, root})
                 if (some(3) != 0) disturbOnQueue(other);
             if (some(12) == 0) {
                 auto const batch = make<NSBatchUpdateRequest>("Book");
@@ -247,7 +255,7 @@ TEST_P(AsynchronousFetches, ArePartOfARequestThatIsExecutedOnce) {
 
 INSTANTIATE_TEST_SUITE_P(Stores, AsynchronousFetches, bothStores, storeName);
 
-// The statement would take some minutes: each of long texts is searched for hundreds of others.
+// The statement would take more than a minute: each of long texts is searched for hundreds of others.
 TEST(CancelledFetch, EndsInsideItsStatementAndHarmsNoOther) {
     Library const library("SQLite");
     auto const& root = library.root;
