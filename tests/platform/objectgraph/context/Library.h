@@ -86,8 +86,8 @@ private:
         ++times_;
         for (auto const& each : overruledChanges(notification)) {
             EXPECT_TRUE(each.object->isDeleted() || each.object->managedObjectContext() == context);
-            auto const what = each.attribute.empty() ? "deletion" : each.attribute + " " + shown(each.lost) + ">" + shown(each.won);
-            pieces_.push_back((each.isOwn ? "own " : "theirs ") + what);
+            auto const values = each.attribute + " " + shown(each.lost) + ">" + shown(each.won);
+            pieces_.push_back((each.isOwn ? "own " : "theirs ") + (each.attribute.empty() ? "deletion" : values));
         }
     }
     int times_ = 0;

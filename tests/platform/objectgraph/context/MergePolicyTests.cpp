@@ -119,7 +119,8 @@ TEST(MergePolicy, DecidesWhatBecomesOfARecordThatBothTouched) {
          Does::SameAndOther,
          Does::Delete,
          {"refused: theirs 2 first", "theirs 2 first", "gone", "gone", "theirs 2 first"},
-         {"", "own deletion", "theirs title theirs>-; theirs year 2>-", "theirs title theirs>-; theirs year 2>-", "own deletion"}},
+         {"", "own deletion", "theirs title theirs>-; theirs year 2>-", "theirs title theirs>-; theirs year 2>-",
+          "own deletion"}},
         {"deleted on both sides", Does::Delete, Does::Delete, {"gone", "gone", "gone", "gone", "gone"}, {"", "", "", "", ""}},
     };
     for (auto const& [name, areSiblings, store] : settings)
