@@ -21,11 +21,11 @@ TESSARIN_API void runInBackground(ManagedObjectStore& store, Closure<void(Ref<NS
 TESSARIN_API void dropChanges(NSManagedObjectContext& context);
 } // namespace detail
 
-/// What `store->background(work)` gives, for `co_await` in a Task: runs `work` on the queue of a new worker context, saves that as
-/// `importBlock` does, and goes on where the task was with what `work` returned. It begins when it is awaited; once only.
+/// What `store->background(work)` gives, for `co_await` in a Task: runs `work` on the queue of a new worker context, saves that
+/// as `importBlock` does, and goes on where the task was with what `work` returned. It begins when it is awaited; once only.
 ///
-/// What `work` throws is thrown by the `co_await`, and nothing is saved then. A save that fails prints one line; who wants its error
-/// saves in `work` and returns it. Objects of the worker belong to its queue: return values, or identities. A task that is
+/// What `work` throws is thrown by the `co_await`, and nothing is saved then. A save that fails prints one line; who wants its
+/// error saves in `work` and returns it. Objects of the worker belong to its queue: return values, or identities. A task that is
 /// cancelled while it waits for its turn lets `work` be; one that runs already ends first.
 ///
 ///     auto const count = co_await store->background([](auto const& context) { return importNotes(context); });
@@ -44,7 +44,8 @@ public:
 
     Awaiter operator co_await() & { return Awaiter(*this); }
     Awaiter operator co_await() && {
-        static_assert(MayBeTemporary, "this compiler destroys the lambda twice: write auto work = …background(…); co_await work;");
+        static_assert(MayBeTemporary,
+                      "this compiler destroys the lambda twice: write auto work = …background(…); co_await work;");
         return Awaiter(*this);
     }
 

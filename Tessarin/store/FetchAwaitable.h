@@ -17,8 +17,8 @@ struct FetchResult {
     Ref<NSError> error;
 };
 
-/// What `context->fetchAsync(request)` gives, for `co_await` in a Task on the context's queue, where that goes on. The fetch begins
-/// when it is awaited; once only. A task that is cancelled gives the fetch up, also inside the store's statement.
+/// What `context->fetchAsync(request)` gives, for `co_await` in a Task on the context's queue, where that goes on. The fetch
+/// begins when it is awaited; once only. A task that is cancelled gives the fetch up, also inside the store's statement.
 ///
 ///     auto const [books, error] = co_await context->fetchAsync(*request);
 class TESSARIN_API FetchAwaitable {

@@ -42,7 +42,8 @@ void hopRow(Report& report, char const* row, bool isOneQueue) {
         });
     };
     auto const costs = medianCosts(
-        runs, [&] { return run([](Loop& loop) { hop(loop).start(); }); }, [&] { return run([](Loop& loop) { submitNext(loop); }); });
+        runs, [&] { return run([](Loop& loop) { hop(loop).start(); }); },
+        [&] { return run([](Loop& loop) { submitNext(loop); }); });
     report.add({.group = "coroutines",
                 .row = row,
                 .unit = "ns",

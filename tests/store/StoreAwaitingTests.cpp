@@ -44,7 +44,8 @@ TEST(StoreAwaiting, WorkIsSavedWhenTheTaskGoesOnWhereItWas) {
         auto const result = co_await work;
         co_return result + "," + here();
     };
-    EXPECT_EQ(*endOf(fromAQueue(home.store("Other"), std::string(40, 'x'))), std::string(40, 'x') + ",NSManagedObjectContext,own");
+    std::string const text(40, 'x');
+    EXPECT_EQ(*endOf(fromAQueue(home.store("Other"), text)), text + ",NSManagedObjectContext,own");
 }
 
 TEST(StoreAwaiting, WhatWorkThrowsArrivesAndNothingIsSaved) {

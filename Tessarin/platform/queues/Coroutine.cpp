@@ -84,8 +84,8 @@ void Coroutine::forgetAwaited() noexcept {
 }
 
 bool Coroutine::waitForEndOf(Coroutine& other, OfEnded ifEnded) {
-    // A cancelled one does not begin what it would have to wait for; see CancelPoint in dispatch/Task.h. When it is cancelled just
-    // now it waits all the same: the other may use its locals.
+    // A cancelled one does not begin what it would have to wait for; see CancelPoint in dispatch/Awaiting.h. When it is cancelled
+    // just now it waits all the same: the other may use its locals.
     if (!wait(Retained<Awaited>{&other})) other.cancel();
     if (ifEnded == OfEnded::EndsToo) child_ = &other;
     std::uintptr_t before = 0;

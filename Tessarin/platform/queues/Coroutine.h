@@ -33,8 +33,8 @@ private:
 inline void retainObject(Awaited& awaited) noexcept { awaited.retain(); }
 inline void releaseObject(Awaited& awaited) noexcept { awaited.release(); }
 
-/// What is common to all coroutines of `Task` (Tessarin/dispatch/Task.h): it stands in front of the coroutine's frame in one piece
-/// of memory and outlives it. It is resumed by items of queues only, so that no number of awaits in a row grows the stack, and is
+/// What is common to all coroutines of `Task` (Tessarin/dispatch/Task.h): it stands in front of the coroutine's frame in one
+/// piece of memory and outlives it. It is resumed by items of queues only, so that no number of awaits in a row grows the stack, and is
 /// ended, if it shall, by such an item too: then its frame is destroyed where it waits.
 ///
 /// One reference is each owner's, one its own while it runs. What is said to be its own business may be called by the
@@ -98,7 +98,8 @@ private:
     void end() noexcept;
 
     // Aligned as what follows it shall be.
-    alignas(__STDCPP_DEFAULT_NEW_ALIGNMENT__) std::atomic<std::uintptr_t> waiter_ = 0; // the coroutine that waits for its end, or `done`
+    // The coroutine that waits for its end, or `done`.
+    alignas(__STDCPP_DEFAULT_NEW_ALIGNMENT__) std::atomic<std::uintptr_t> waiter_ = 0;
     dispatch_queue_t queue_;                 // its own, while it runs; constant while it waits
     Coroutine* child_ = nullptr;             // likewise: what it waits for, when it ends too where that was ended
     Retained<Awaited> awaited_;              // guarded by lock_

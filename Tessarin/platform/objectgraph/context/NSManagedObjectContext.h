@@ -101,12 +101,12 @@ public:
     void executeFetchRequest(NSFetchRequest const& request, Ref<NSError>& error, FetchedObjectsTaker take);
     /// The same as a list that makes its objects where it is looked at, `fetchBatchSize` at a time. Empty on an error.
     FetchedObjects fetchObjects(NSFetchRequest const& request, Ref<NSError>& error);
-    /// The same while this thread goes on: the store is asked on another one. The completion is called once, on the context's queue,
-    /// as a block of it, never before this returns. What it gets is what `fetchObjects` would give there and then, with all that
-    /// was changed and saved meanwhile; only what others wrote to the file and this coordinator has not heard of may be missing.
-    /// Where the answer is of no use any more (much was saved meanwhile, or anything while the request follows relationships), the
-    /// store is asked again, three times at most, then in place. Errors come there, too, also when the context is gone. The request
-    /// may be changed afterwards; neither it nor the returned object need be kept.
+    /// The same while this thread goes on: the store is asked on another one. The completion is called once, on the context's
+    /// queue, as a block of it, never before this returns. What it gets is what `fetchObjects` would give there and then, with all
+    /// that was changed and saved meanwhile; only what others wrote to the file and this coordinator has not heard of may be
+    /// missing. Where the answer is of no use any more (much was saved meanwhile, or anything while the request follows
+    /// relationships), the store is asked again, three times at most, then in place. Errors come there, too, also when the context
+    /// is gone. The request may be changed afterwards; neither it nor the returned object need be kept.
     Ref<NSAsynchronousFetch> fetchAsync(NSFetchRequest const& request, FetchCompletion completion);
     using NSManagedObjectContextOperations::fetchAsync;
     /// Fatal for one that was executed already.

@@ -238,10 +238,8 @@ TEST_P(AsynchronousFetches, AnswerTypedQueriesAndTasks) {
 TEST_P(AsynchronousFetches, ArePartOfARequestThatIsExecutedOnce) {
     fill(5);
     std::promise<std::size_t> count;
-    auto const request =
-        make<NSAsynchronousFetchRequest>(make<NSFetchRequest>("Book"), FetchCompletion([&](FetchedObjects list, Ref<NSError> const&) {
-                                             count.set_value(list.size());
-                                         }));
+    FetchCompletion completion = [&](FetchedObjects list, Ref<NSError> const&) { count.set_value(list.size()); };
+    auto const request = make<NSAsynchronousFetchRequest>(make<NSFetchRequest>("Book"), std::move(completion));
     Ref<NSAsynchronousFetch> fetch;
     middle->performBlockAndWait([&] {
         fetch = middle->executeRequest(*request);
@@ -265,7 +263,8 @@ TEST(CancelledFetch, EndsInsideItsStatementAndHarmsNoOther) {
         ASSERT_TRUE(root->save(error));
     });
     std::string format;
-    for (int i = 0; i < 400; ++i) format += (i == 0 ? "title CONTAINS '" : " OR title CONTAINS '") + std::string(50, 'q') + std::to_string(i) + "'";
+    for (int i = 0; i < 400; ++i)
+        format += (i == 0 ? "title CONTAINS '" : " OR title CONTAINS '") + std::string(50, 'q') + std::to_string(i) + "'";
     auto const slow = make<NSFetchRequest>("Book");
     slow->setPredicate(where(format.c_str()));
     auto const quick = make<NSFetchRequest>("Book");

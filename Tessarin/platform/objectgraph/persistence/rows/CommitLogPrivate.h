@@ -11,8 +11,8 @@ namespace Tessarin {
 class ChangeSet;
 class RowSpace;
 
-/// What was committed through a coordinator while somebody watches: for those who have asked the store before, and have to correct
-/// its answer. Keeps nothing while nobody does. Any thread.
+/// What was committed through a coordinator while somebody watches: for those who have asked the store before, and have to
+/// correct its answer. Keeps nothing while nobody does. Any thread.
 class CommitLog {
 public:
     using ChangeSets = std::vector<Ref<ChangeSet const>>;
