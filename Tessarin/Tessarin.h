@@ -137,6 +137,7 @@
 #include "Tessarin/platform/objectgraph/context/PropertyKinds.h"
 #include "Tessarin/platform/objectgraph/context/PropertyPath.h"
 #include "Tessarin/platform/objectgraph/context/PropertyQuestions.h"
+#include "Tessarin/platform/objectgraph/context/Settable.h"
 #include "Tessarin/platform/objectgraph/context/TypedPredicate.h"
 #include "Tessarin/platform/objectgraph/live/LiveChanges.h"
 #include "Tessarin/platform/objectgraph/live/LiveList.h"

@@ -55,7 +55,7 @@ template <class T> auto allocated() {
 ///     auto queue = make<Dispatcher>(QueueOptions{.identifier = "images"});
 template <class T, class... Arguments> Ref<T> make(Arguments&&... arguments) {
     constexpr bool isKnown = requires(detail::Made<T>& made) { made.start(std::forward<Arguments>(arguments)...); };
-    static_assert(isKnown, "make<T>(…): T has no init that takes these arguments");
+    static_assert(isKnown, "make<T>(…): T has no init that takes these arguments; its header lists the ways, as init(…)");
     if constexpr (isKnown) {
         auto object = detail::allocated<T>();
         object->start(std::forward<Arguments>(arguments)...);

@@ -4,6 +4,7 @@
 #include "Tessarin/platform/runtime/ValueBoxesPrivate.h"
 
 #include <cmath>
+#include <string>
 
 namespace Tessarin {
 
@@ -15,6 +16,8 @@ Value::Value(Tessarin::List list) { ValueBoxes::put(*this, Kind::List, std::move
 Value::Value(Tessarin::Dictionary dictionary) { ValueBoxes::put(*this, Kind::Dictionary, std::move(dictionary)); }
 Value::Value(Tessarin::ValueDictionary dictionary) { ValueBoxes::put(*this, Kind::ValueDictionary, std::move(dictionary)); }
 Value::Value(ValueSet set) { ValueBoxes::put(*this, Kind::Set, std::move(set)); }
+
+Value Value::large(std::uint64_t number) { return Tessarin::Decimal::fromText(std::to_string(number)).value(); }
 
 Value Value::date(double seconds) {
     Value value;

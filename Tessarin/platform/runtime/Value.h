@@ -12,6 +12,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 namespace Tessarin {
@@ -31,6 +32,21 @@ concept ValueConvertible = requires(T const& t, Value const& v) {
     ValueTraits<T>::into(t);
     ValueTraits<T>::from(v);
 };
+
+namespace detail {
+template <class T>
+concept Character = std::same_as<T, char> || std::same_as<T, wchar_t> || std::same_as<T, char8_t> || std::same_as<T, char16_t> ||
+                    std::same_as<T, char32_t>;
+template <class T> inline constexpr bool isObjectReference = false;
+template <class T> inline constexpr bool isObjectReference<Ref<T>> = std::derived_from<T, NSObject>;
+template <class T> concept WholeNumber = std::integral<T> && !std::same_as<T, bool> && !Character<T>;
+} // namespace detail
+
+namespace detail {
+/// A type whose values go into a Value as texts: `static constexpr auto kind = Value::Kind::Text` in its ValueTraits.
+template <class T>
+concept TextByTraits = ValueConvertible<T> && requires { requires ValueTraits<T>::kind == decltype(ValueTraits<T>::kind)::Text; };
+} // namespace detail
 
 /// Any value, in sixteen bytes: immutable, cheap to copy, safe on any thread. Boolean, integer, float and double are all
 /// "number objects" and equal when their numbers are; any other two kinds are never equal.
@@ -62,11 +78,22 @@ public:
     Value(std::nullptr_t) noexcept {}
     Value(std::nullopt_t) noexcept {}
     template <std::same_as<bool> B> Value(B value) noexcept { setNumber(Kind::Boolean, std::int64_t{value}); }
-    template <std::integral I>
-        requires(!std::same_as<I, bool>)
-    Value(I value) noexcept {
+    /// An unsigned one beyond the largest signed one is a decimal.
+    template <detail::WholeNumber I> Value(I value) noexcept {
+        if constexpr (std::is_unsigned_v<I> && sizeof(I) == sizeof(std::int64_t))
+            if (value > static_cast<I>(INT64_MAX)) {
+                *this = large(value);
+                return;
+            }
         setNumber(Kind::Integer, static_cast<std::int64_t>(value));
     }
+    template <detail::Character C> Value(C) = delete; // a text of one character, or a number? std::string(1, c), int(c)
+    template <class T>
+        requires(!std::same_as<std::remove_cv_t<T>, char>)
+    Value(T*) = delete; // a pointer is no value: give what it points to
+    template <class T>
+        requires(std::is_aggregate_v<T> && !std::is_empty_v<T> && !ValueConvertible<T>)
+    Value(T const&) = delete; // a type of one's own becomes a value by ValueTraits<T>
     Value(float value) noexcept { setNumber(Kind::Float, double{value}); }
     Value(double value) noexcept { setNumber(Kind::Double, value); }
     Value(std::string_view text) {
@@ -137,6 +164,12 @@ public:
     Tessarin::ValueDictionary const& valueDictionary() const noexcept;
     ValueSet const& set() const noexcept;
 
+    /// What a subscript of an object or dictionary may be assigned to: not a bool, which could mean that it is there or that it is
+    /// true, and nothing that refers to the value's memory.
+    template <class T>
+    static constexpr bool readsAs = std::same_as<T, std::string> || std::same_as<T, Tessarin::Text> ||
+                                    std::same_as<T, Tessarin::Decimal> || std::floating_point<T> || detail::WholeNumber<T> ||
+                                    detail::TextByTraits<T> || detail::isObjectReference<T>;
     /// The value as a T when it is one; absent otherwise. An integer does not read as text, a double not as an integer.
     template <class T> std::optional<T> as() const;
 
@@ -147,6 +180,7 @@ public:
 
 private:
     friend class ValueBoxes;
+    static Value large(std::uint64_t number);
     bool isShared() const noexcept {
         return kind() > Kind::Text || (kind() == Kind::Text && raw[inlineCapacity] == onHeap);
     }

@@ -33,6 +33,7 @@ public:
     /// when the observer does not answer the selector.
     void addObserver(Ref<NSObject> const& observer, Selector selector, std::optional<std::string_view> name = {},
                      Ref<NSObject> const& object = nullptr);
+    void addObserver(Ref<NSObject> const& observer, std::string_view name) = delete; // which selector is sent? "reload:"_sel
     /// Calls `block` with the notification: on the posting thread, or, given a queue, in an operation of that queue, and the post
     /// waits until it has ended; a post from inside an operation of the same queue calls the block here and now. So a thread
     /// that posts must hold nothing that the queue's operations wait for. Lasts until the returned token is removed; the token

@@ -27,7 +27,10 @@ public:
     /// Fatal for a malformed format, and when the arguments do not fit it. Ranges become lists.
     template <class... Arguments>
     static Ref<NSPredicate> predicateWithFormat(std::string_view format, Arguments const&... arguments) {
-        return predicateWithFormatArguments(format, List{argument(arguments)...});
+        constexpr bool areValues = (isArgument<Arguments>() && ...);
+        static_assert(areValues, "an argument of a predicate is a value or a range of values; ValueTraits make a type's values such");
+        if constexpr (areValues) return predicateWithFormatArguments(format, List{argument(arguments)...});
+        else return nullptr;
     }
     static Ref<NSPredicate> predicateWithFormatArguments(std::string_view format, List const& arguments);
     /// The same for a format that may be malformed, such as one that a user wrote: null then, and `error` says why.
@@ -67,11 +70,16 @@ protected:
     bool value_ = true;
 
 private:
+    template <class T> static consteval bool isArgument() {
+        if constexpr (std::is_constructible_v<Value, T const&>) return true;
+        else if constexpr (std::ranges::input_range<T const&>)
+            return isArgument<std::remove_cvref_t<std::ranges::range_reference_t<T const&>>>();
+        return false;
+    }
     template <class T> static Value argument(T const& value) {
         if constexpr (std::is_constructible_v<Value, T const&>) {
             return Value(value);
         } else {
-            static_assert(std::ranges::input_range<T const&>, "an argument of a predicate is a value or a range of values");
             List list;
             for (auto const& member : value) list.push_back(argument(member));
             return list;

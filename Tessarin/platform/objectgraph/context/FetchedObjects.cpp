@@ -1,5 +1,6 @@
 #include "Tessarin/platform/objectgraph/context/FetchedObjects.h"
 
+#include "Tessarin/platform/objectgraph/context/NSManagedObjectContext.h"
 #include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 
@@ -10,6 +11,12 @@ namespace Tessarin {
 namespace {
 
 constexpr std::size_t mostBatches = 16; // that are made together for whoever reads on
+
+/// The nearest entity of which both are; null when they are of different trees.
+NSEntityDescription const* commonEntity(NSEntityDescription const* one, NSEntityDescription const& other) {
+    while (one && !other.isKindOf(one)) one = one->superentity();
+    return one;
+}
 
 } // namespace
 
@@ -32,6 +39,23 @@ Ref<NSManagedObject> FetchedObjects::operator[](std::size_t at) const {
         batch_ = readsValues ? filledObjects(*context, *entity_, keys) : objectsWithKeys(*context, *entity_, keys);
     }
     return batch_[at - first_];
+}
+
+FetchedObjects NSManagedObjectContext::objectsWithIDs(std::span<Ref<NSManagedObjectID> const> ids, std::size_t batchSize) {
+    FetchedObjects list;
+    if (!state_->link) return list;
+    list.link_ = state_->link;
+    for (auto const& id : ids) {
+        if (!id || !id->isIn(state_->coordinator->identities())) continue;
+        auto const* entity = list.entity_ ? commonEntity(list.entity_, id->entity()) : &id->entity();
+        if (entity) list.entity_ = entity;
+        auto const key = id->recordKey();
+        // What has no permanent key yet, and what is of another tree, cannot be made with the others.
+        if (!entity || key < 0) list.unsaved_.emplace_back(list.keys_.size(), objectWithID(*id));
+        list.keys_.push_back(entity ? key : 0);
+    }
+    list.batchSize_ = batchSize != 0 ? batchSize : std::max<std::size_t>(1, list.keys_.size());
+    return list;
 }
 
 } // namespace Tessarin

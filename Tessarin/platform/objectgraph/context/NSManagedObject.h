@@ -4,6 +4,7 @@
 #include "Tessarin/platform/foundation/values/NSError.h"
 #include "Tessarin/platform/objectgraph/context/ObjectState.h"
 #include "Tessarin/platform/objectgraph/context/PropertyHandle.h"
+#include "Tessarin/platform/objectgraph/context/Settable.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/NSManagedObjectID.h"
 #include "Tessarin/platform/runtime/FunctionRef.h"
 #include "Tessarin/platform/runtime/ObjectSlab.h"
@@ -32,6 +33,8 @@ class TESSARIN_API NSManagedObject : public IdentifiedObject, public NSManagedOb
 public:
     template <class T> using ObjectAllocator = ObjectSlabAllocator<T>;
 
+    // What `make` makes knows its class; nothing else can be made: a managed object comes from `context->insertObject<Book>()`.
+    Class const& objectClass() const override = 0;
     NSEntityDescription const& entity() const noexcept { return state_.layout->entity(); }
     Ref<NSManagedObjectID> objectID() const;
     RecordKey recordKey() const override { return state_.key; }
@@ -57,14 +60,17 @@ public:
     /// The members of a to-many, to be added to and removed from. Fatal when there is no such to-many.
     MutableObjectSet mutableSetValueForKey(std::string_view key);
 
-    // The same by handle. A string view stays valid until the object changes or is refreshed.
+    // The same by handle. A string view stays valid until the object changes or is refreshed. A setter takes what the attribute
+    // holds without a loss: any text for a text, an integer for a wider one, a constant that fits; null and optionals where the
+    // attribute is optional, and null for a to-one. What does not fit does not compile.
     template <class T> T get(AttributeHandle<T> const& attribute);
     template <class T> Ref<T> get(ToOneHandle<T> const& relationship);
     template <class T> std::vector<Ref<T>> get(ToManyHandle<T> const& relationship);
-    template <class T> void set(AttributeHandle<T> const& attribute, T value);
-    template <class T> void set(ToOneHandle<T> const& relationship, Ref<T> const& object);
-    template <class T> void add(ToManyHandle<T> const& relationship, Ref<T> const& object);
-    template <class T> void remove(ToManyHandle<T> const& relationship, Ref<T> const& object);
+    template <class T> void set(AttributeHandle<T> const& attribute, std::type_identity_t<query::Settable<T>> value);
+    template <class T, class U> void set(ToOneHandle<T> const& relationship, Ref<U> const& object);
+    template <class T> void set(ToOneHandle<T> const& relationship, std::nullptr_t);
+    template <class T, class U> void add(ToManyHandle<T> const& relationship, Ref<U> const& object);
+    template <class T, class U> void remove(ToManyHandle<T> const& relationship, Ref<U> const& object);
 
     /// The unsaved values by name (absent for a cleared one); to-ones as objects, to-manys are left out.
     Dictionary changedValues();

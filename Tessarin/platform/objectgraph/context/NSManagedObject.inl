@@ -51,15 +51,20 @@ template <class T> T NSManagedObject::get(AttributeHandle<T> const& attribute) {
         return static_cast<T>(realAt(property));
     } else if constexpr (std::is_same_v<T, std::string_view> || std::is_same_v<T, std::string>) {
         return T(textAt(property));
+    } else if constexpr (std::is_same_v<T, NSDate>) {
+        return NSDate::dateWithTimeIntervalSinceReferenceDate(realAt(property));
     } else if constexpr (detail::isOptional<T>) {
         return attributeValueAt(property).template as<typename T::value_type>();
     } else {
-        return attributeValueAt(property).template as<T>().value_or(T{});
+        constexpr bool hasZero = std::is_default_constructible_v<T>;
+        static_assert(hasZero, "a type without a zero is read through an optional attribute: Attribute<std::optional<NSUUID>>");
+        if constexpr (hasZero) return attributeValueAt(property).template as<T>().value_or(T{});
     }
 }
 
-template <class T> void NSManagedObject::set(AttributeHandle<T> const& attribute, T value) {
-    setAttribute(*attribute.in(entity()).asAttribute(), Value(std::move(value)));
+template <class T>
+void NSManagedObject::set(AttributeHandle<T> const& attribute, std::type_identity_t<query::Settable<T>> value) {
+    setAttribute(*attribute.in(entity()).asAttribute(), std::move(value).value());
 }
 
 template <class T> Ref<T> NSManagedObject::get(ToOneHandle<T> const& relationship) {
@@ -69,17 +74,26 @@ template <class T> Ref<T> NSManagedObject::get(ToOneHandle<T> const& relationshi
     else
         return detail::castToKnown<T>(std::move(object));
 }
-template <class T> void NSManagedObject::set(ToOneHandle<T> const& relationship, Ref<T> const& object) {
-    setDestination(*relationship.in(entity()).asRelationship(), object.get());
+template <class T, class U> void NSManagedObject::set(ToOneHandle<T> const& relationship, Ref<U> const& object) {
+    constexpr bool isFit = query::isA<T, U>();
+    static_assert(isFit, "this relationship takes an object of its class, of one derived from it, or null");
+    if constexpr (isFit) setDestination(*relationship.in(entity()).asRelationship(), object.get());
+}
+template <class T> void NSManagedObject::set(ToOneHandle<T> const& relationship, std::nullptr_t) {
+    setDestination(*relationship.in(entity()).asRelationship(), nullptr);
 }
 template <class T> std::vector<Ref<T>> NSManagedObject::get(ToManyHandle<T> const& relationship) {
     return detail::castAll<T>(destinations(*relationship.in(entity()).asRelationship()));
 }
-template <class T> void NSManagedObject::add(ToManyHandle<T> const& relationship, Ref<T> const& object) {
-    addDestination(*relationship.in(entity()).asRelationship(), *object);
+template <class T, class U> void NSManagedObject::add(ToManyHandle<T> const& relationship, Ref<U> const& object) {
+    constexpr bool isFit = query::isA<T, U>();
+    static_assert(isFit, "this relationship takes objects of its class, and of those derived from it");
+    if constexpr (isFit) addDestination(*relationship.in(entity()).asRelationship(), *object);
 }
-template <class T> void NSManagedObject::remove(ToManyHandle<T> const& relationship, Ref<T> const& object) {
-    removeDestination(*relationship.in(entity()).asRelationship(), *object);
+template <class T, class U> void NSManagedObject::remove(ToManyHandle<T> const& relationship, Ref<U> const& object) {
+    constexpr bool isFit = query::isA<T, U>();
+    static_assert(isFit, "this relationship has objects of its class, and of those derived from it");
+    if constexpr (isFit) removeDestination(*relationship.in(entity()).asRelationship(), *object);
 }
 
 } // namespace Tessarin

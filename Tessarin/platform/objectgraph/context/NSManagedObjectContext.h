@@ -111,10 +111,9 @@ public:
     using NSManagedObjectContextOperations::fetchAsync;
     /// Fatal for one that was executed already.
     Ref<NSAsynchronousFetch> executeRequest(NSAsynchronousFetchRequest& request);
-    /// A query for objects of the class T, of the entity that the class names or of the given one: see FetchQuery.
-    template <class T> FetchQuery<T> fetch() { return FetchQuery<T>(self<NSManagedObjectContext>(), entityName<T>()); }
-    template <class T = NSManagedObject> FetchQuery<T> fetch(std::string_view entityName) {
-        return FetchQuery<T>(self<NSManagedObjectContext>(), std::string(entityName));
+    /// A query for objects of the class T, of the entity that is named, else of the one that the class names: see FetchQuery.
+    template <class T = NSManagedObject> FetchQuery<T> fetch(std::string_view entity = {}) {
+        return FetchQuery<T>(self<NSManagedObjectContext>(), entity.empty() ? entityName<T>() : std::string(entity));
     }
     /// NSNotFound on an error.
     std::int64_t countForFetchRequest(NSFetchRequest const& request, Ref<NSError>& error);
@@ -127,6 +126,9 @@ public:
     Ref<NSManagedObject> objectWithID(NSManagedObjectID const& id);
     /// The same, but null with an error when the record does not exist.
     Ref<NSManagedObject> existingObjectWithID(NSManagedObjectID const& id, Ref<NSError>& error);
+    /// The objects of those records, in that order, as a list that makes them where it is looked at, `batchSize` at a time (0: all).
+    /// Identities of another coordinator are left out.
+    FetchedObjects objectsWithIDs(std::span<Ref<NSManagedObjectID> const> ids, std::size_t batchSize = 0);
     Ref<NSManagedObject> objectRegisteredForID(NSManagedObjectID const& id);
 
     /// One of the objects of that entity, without its sub-entities, that are in memory and no faults, which fulfils the predicate

@@ -50,7 +50,7 @@ template <class T> class ToManyHandle : public PropertyHandle {
 
 /// An attribute read and written as a T: bool, an integer, float, double, std::string, std::string_view (valid until the
 /// object changes), NSDate and every other type that a Value holds, or an optional of one. Without optional, an absent
-/// value reads as T's zero.
+/// value reads as T's zero, a date as 2001-01-01.
 ///
 /// `Owner` is the class that has it, which the compiler then holds against the object or query it is used with. Classes derived
 /// from `ManagedObject<Book>` need not write it; where it is void, the property is looked for when it is used.

@@ -39,18 +39,12 @@ template <> inline constexpr bool isCharacter<char8_t> = true;
 template <> inline constexpr bool isCharacter<char16_t> = true;
 template <> inline constexpr bool isCharacter<char32_t> = true;
 
-/// A type whose `ValueTraits` say that it goes into a Value as text: `static constexpr auto kind = Value::Kind::Text`.
-template <class V> consteval bool isTextByTraits() {
-    if constexpr (requires { ValueTraits<V>::kind; }) return ValueTraits<V>::kind == Value::Kind::Text;
-    return false;
-}
-
 template <class V> consteval Kind kindOfPlain() {
     if constexpr (std::same_as<V, std::nullptr_t> || std::same_as<V, std::nullopt_t>)
         return Kind::Nil;
     else if constexpr (std::same_as<V, Value>)
         return Kind::Anything;
-    else if constexpr (std::convertible_to<V const&, std::string_view> || isTextByTraits<V>())
+    else if constexpr (std::convertible_to<V const&, std::string_view> || detail::TextByTraits<V>)
         return Kind::Text;
     else if constexpr (std::same_as<V, bool>)
         return Kind::Truth;
@@ -74,6 +68,13 @@ template <class A, class B> consteval bool areRelated() {
         return true;
     else
         return std::is_base_of_v<A, B> || std::is_base_of_v<B, A>;
+}
+/// Whether a U is a T.
+template <class T, class U> consteval bool isA() {
+    if constexpr (std::is_same_v<T, U>)
+        return true;
+    else
+        return std::is_base_of_v<T, U>;
 }
 /// Of two related classes the one further down, of which both conditions can be asked.
 template <class A, class B> consteval auto lowerOf() {

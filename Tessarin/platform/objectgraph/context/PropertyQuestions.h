@@ -44,10 +44,10 @@ public:
     TypedPredicate<Root> isNil() const;
     TypedPredicate<Root> isNotNil() const;
 
-    SortKey<Root> ascending() const { return ordered({.ascending = true}); }
-    SortKey<Root> descending() const { return ordered({.ascending = false}); }
+    SortKey<Root> ascending() const;
+    SortKey<Root> descending() const;
     /// As the user's language sorts; `.localized().descending()` turns it around.
-    SortKey<Root> localized() const { return ordered({.comparison = TextComparison::Localized}); }
+    SortKey<Root> localized() const;
     SortKey<Root> ordered(SortOptions options) const;
 
 private:

@@ -291,10 +291,29 @@ template <class Self, class T, class Root> TypedPredicate<Root> PropertyQuestion
     return TypedPredicate<Root>(compared(comparedPath(path()), NSPredicateOperatorType::NotEqualTo, {}));
 }
 
+template <class Self, class T> inline constexpr bool isOrder = Self::pathMode == PathMode::One && kindOf<T> != Kind::Object;
+template <class Root, PathLike P> SortKey<Root> sortKey(P const& path, SortOptions options) {
+    return SortKey<Root>(NSSortDescriptor::sortDescriptorWithKey(keyPathOf(path), options));
+}
 template <class Self, class T, class Root> SortKey<Root> PropertyQuestions<Self, T, Root>::ordered(SortOptions options) const {
-    static_assert(Self::pathMode == PathMode::One && kindOf<T> != Kind::Object,
+    static_assert(isOrder<Self, T>,
                   "an order is by an attribute, reached through to-one relationships only, or by count(…) and its like");
-    return SortKey<Root>(NSSortDescriptor::sortDescriptorWithKey(keyPathOf(path()), options));
+    return sortKey<Root>(path(), options);
+}
+template <class Self, class T, class Root> SortKey<Root> PropertyQuestions<Self, T, Root>::ascending() const {
+    static_assert(isOrder<Self, T>,
+                  "an order is by an attribute, reached through to-one relationships only, or by count(…) and its like");
+    return sortKey<Root>(path(), {});
+}
+template <class Self, class T, class Root> SortKey<Root> PropertyQuestions<Self, T, Root>::descending() const {
+    static_assert(isOrder<Self, T>,
+                  "an order is by an attribute, reached through to-one relationships only, or by count(…) and its like");
+    return sortKey<Root>(path(), {.ascending = false});
+}
+template <class Self, class T, class Root> SortKey<Root> PropertyQuestions<Self, T, Root>::localized() const {
+    static_assert(isOrder<Self, T>,
+                  "an order is by an attribute, reached through to-one relationships only, or by count(…) and its like");
+    return sortKey<Root>(path(), {.comparison = TextComparison::Localized});
 }
 
 } // namespace Tessarin::query
