@@ -5,6 +5,7 @@
 #include "Tessarin/platform/objectgraph/context/EntityRulesPrivate.h"
 #include "Tessarin/platform/objectgraph/context/NSManagedObjectContext.h"
 #include "Tessarin/platform/objectgraph/context/ObjectExtrasPrivate.h"
+#include "Tessarin/platform/objectgraph/context/ObjectObserversPrivate.h"
 #include "Tessarin/platform/objectgraph/context/PublishedChangesPrivate.h"
 #include "Tessarin/platform/objectgraph/context/RefusedChangesPrivate.h"
 #include "Tessarin/platform/objectgraph/context/ShownChangesPrivate.h"
@@ -30,6 +31,7 @@ public:
     ValuesInMemory values;
     ContextNews news;
     ContextFeed feed;
+    Ref<ObjectObservers> observers; // null while no object was ever observed
     PublishedChanges published;                // what children handed up, not yet handed on; any thread
     RefusedChanges refused;                    // of a root context
     std::atomic<int> children{0};              // contexts whose parent this is; any thread

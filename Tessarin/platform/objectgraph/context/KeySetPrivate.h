@@ -32,6 +32,17 @@ public:
         if (gaps_ > searchedThrough && gaps_ * 2 > keys_.size()) closeGaps();
         return true;
     }
+    /// Takes the key at one place out and puts it in at another; costs what lies between.
+    void move(std::size_t from, std::size_t to) {
+        if (gaps_ != 0) closeGaps();
+        auto const at = [this](std::size_t place) { return keys_.begin() + static_cast<std::ptrdiff_t>(place); };
+        if (from < to)
+            std::rotate(at(from), at(from + 1), at(to + 1));
+        else
+            std::rotate(at(to), at(from), at(from + 1));
+        if (positions_.empty()) return;
+        for (auto place = std::min(from, to); place <= std::max(from, to); ++place) positions_[keys_[place]] = place;
+    }
     /// Keys that `translate` makes 0 leave.
     template <class Translate> void translate(Translate translate) {
         for (auto& key : keys_)

@@ -6,9 +6,12 @@
 #include "Tessarin/platform/objectgraph/context/PropertyHandle.h"
 #include "Tessarin/platform/objectgraph/context/Settable.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/NSManagedObjectID.h"
+#include "Tessarin/platform/runtime/Closure.h"
 #include "Tessarin/platform/runtime/FunctionRef.h"
 #include "Tessarin/platform/runtime/ObjectSlab.h"
+#include "Tessarin/platform/runtime/ScopedConnection.h"
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -20,6 +23,12 @@ namespace Tessarin {
 
 class MutableObjectSet;
 class NSManagedObjectContext;
+
+/// A value that was observed.
+struct ValueChange {
+    std::string key;
+    Value before, now;
+};
 
 /// A record as an object of one context. Use it on the queue of its context only (releasing it is fine anywhere).
 /// Subclasses are registered with `registerClass` under the class name of their entity; an entity whose class is not
@@ -71,6 +80,14 @@ public:
     template <class T> void set(ToOneHandle<T> const& relationship, std::nullptr_t);
     template <class T, class U> void add(ToManyHandle<T> const& relationship, Ref<U> const& object);
     template <class T, class U> void remove(ToManyHandle<T> const& relationship, Ref<U> const& object);
+
+    /// Tells of other values than at the last telling, or than now: at the end of each turn that changed them, here, by a child's
+    /// save or by what was merged, on the context's queue, for as long as what it returns is kept. A deletion is not told. Keeps
+    /// the object.
+    ///
+    ///     connection = book->observe(Book::title, [](std::string const& before, std::string const& now) { … });
+    template <class T, class Told> ScopedConnection observe(AttributeHandle<T> const& attribute, Told told);
+    ScopedConnection observe(std::vector<std::string> keys, Closure<void(std::span<ValueChange const> changes)> told);
 
     /// The unsaved values by name (absent for a cleared one); to-ones as objects, to-manys are left out.
     Dictionary changedValues();
@@ -168,6 +185,11 @@ class TESSARIN_API MutableObjectSet {
 public:
     void addObject(Ref<NSManagedObject> const& object) { owner_->addDestination(relationship_, *object); }
     void removeObject(Ref<NSManagedObject> const& object) { owner_->removeDestination(relationship_, *object); }
+    /// The same at a place in the order, before the member that stands there; a member moves there. `at` is at most `count()`;
+    /// fatal otherwise, and for a relationship without order.
+    void insertObject(Ref<NSManagedObject> const& object, std::size_t at);
+    /// Takes a member out of its place and puts it in at another, as the others stand without it.
+    void moveObject(std::size_t from, std::size_t to);
     bool containsObject(Ref<NSManagedObject> const& object) const;
     std::size_t count() const;
     /// The members; in their order when the relationship has one.
@@ -177,6 +199,8 @@ public:
 
 private:
     friend class NSManagedObject;
+    void requireOrdered() const;
+    [[noreturn]] void requirePlace(std::size_t at, std::size_t count) const;
     MutableObjectSet(Ref<NSManagedObject> owner, NSRelationshipDescription const& relationship)
         : owner_(std::move(owner)), relationship_(relationship) {}
     Ref<NSManagedObject> owner_;

@@ -82,6 +82,19 @@ template <class T, class U> void NSManagedObject::set(ToOneHandle<T> const& rela
 template <class T> void NSManagedObject::set(ToOneHandle<T> const& relationship, std::nullptr_t) {
     setDestination(*relationship.in(entity()).asRelationship(), nullptr);
 }
+template <class T, class Told> ScopedConnection NSManagedObject::observe(AttributeHandle<T> const& attribute, Told told) {
+    using Kept = std::conditional_t<std::is_same_v<T, std::string_view>, std::string, T>;
+    auto const read = [](Value const& value) -> Kept {
+        if constexpr (detail::isOptional<Kept>)
+            return value.template as<typename Kept::value_type>();
+        else
+            return value.template as<Kept>().value_or(Kept{});
+    };
+    return observe({std::string(attribute.name())}, [told = std::move(told), read](std::span<ValueChange const> changes) {
+        told(read(changes.front().before), read(changes.front().now));
+    });
+}
+
 template <class T> std::vector<Ref<T>> NSManagedObject::get(ToManyHandle<T> const& relationship) {
     return detail::castAll<T>(destinations(*relationship.in(entity()).asRelationship()));
 }

@@ -318,6 +318,43 @@ bool MutableObjectSet::containsObject(Ref<NSManagedObject> const& object) const 
     return object && hasMember(*owner_, relationship_, *object);
 }
 
+void MutableObjectSet::insertObject(Ref<NSManagedObject> const& object, std::size_t at) {
+    requireOrdered();
+    auto const before = count();
+    auto from = before;
+    if (containsObject(object)) {
+        auto const keys = memberKeys(*owner_, relationship_);
+        from = static_cast<std::size_t>(std::ranges::find(keys, object->recordKey()) - keys.begin());
+    } else {
+        if (at > before) requirePlace(at, before);
+        owner_->addDestination(relationship_, *object);
+    }
+    moveObject(from, at > from ? at - 1 : at);
+}
+
+void MutableObjectSet::moveObject(std::size_t from, std::size_t to) {
+    requireOrdered();
+    auto& state = loadedMembers(*owner_, relationship_);
+    auto const size = state.members.size();
+    if (from >= size) requirePlace(from, size);
+    if (to >= size) requirePlace(to, size);
+    if (from == to) return;
+    state.members.move(from, to);
+    state.isReordered = true;
+    noteUnshownLink(*owner_, relationship_, 0, true); // nobody came or went
+    markChanged(*owner_, changeOf(*owner_));
+}
+
+void MutableObjectSet::requireOrdered() const {
+    if (!relationship_.isOrdered())
+        fatal("the relationship " + owner_->entity().name() + "." + relationship_.name() + " has no order");
+}
+
+void MutableObjectSet::requirePlace(std::size_t at, std::size_t count) const {
+    fatal("the relationship " + owner_->entity().name() + "." + relationship_.name() + " has no place " + std::to_string(at) +
+          " among " + std::to_string(count) + " members");
+}
+
 std::size_t MutableObjectSet::count() const { return loadedMembers(*owner_, relationship_).members.size(); }
 
 void MutableObjectSet::setObjects(std::vector<Ref<NSManagedObject>> const& objects) {

@@ -61,6 +61,8 @@ std::span<LiveSection const> LiveList::sections() const noexcept {
     return inside_->hasSections ? std::span(inside_->sections.all()) : std::span<LiveSection const>(inside_->whole);
 }
 
+bool LiveList::hasSections() const noexcept { return inside_->hasSections; }
+
 std::size_t LiveList::firstOf(std::size_t section) const {
     if (section >= sections().size()) fatal("LiveList: there is no section " + std::to_string(section));
     return inside_->hasSections ? inside_->sections.firstRankOf(section) : 0;

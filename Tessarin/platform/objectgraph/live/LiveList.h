@@ -50,6 +50,7 @@ public:
     /// One for all without a section key path. The span is valid until the list changes.
     std::span<LiveSection const> sections() const noexcept;
     Ref<NSManagedObject> object(std::size_t section, std::size_t row) const { return (*this)[firstOf(section) + row]; }
+    bool hasSections() const noexcept;
     /// How many results stand before a section.
     std::size_t firstOf(std::size_t section) const;
 
