@@ -141,6 +141,7 @@
 #include "Tessarin/platform/objectgraph/context/TypedPredicate.h"
 #include "Tessarin/platform/objectgraph/live/LiveChanges.h"
 #include "Tessarin/platform/objectgraph/live/LiveList.h"
+#include "Tessarin/platform/objectgraph/live/LiveReplay.h"
 #include "Tessarin/platform/objectgraph/live/LiveResults.h"
 #include "Tessarin/dispatch/Awaiting.h"
 #include "Tessarin/dispatch/Deferred.h"

@@ -4,5 +4,6 @@
 namespace Tessarin::benchmarks {
 
 void benchAsynchronousFetch(Report& report);
+void benchLiveLists(Report& report);
 
 } // namespace Tessarin::benchmarks

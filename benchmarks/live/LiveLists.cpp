@@ -156,11 +156,17 @@ void benchOneChange(Report& report) {
             return costOfChange(bare, random);
         }();
         auto const ours = with - plain;
-        report.add({.group = "live list", .row = name, .unit = "us", .ours = ours, .peer = "look-up", .theirs = lookUp, .target = 4});
+        report.add(
+            {.group = "live list", .row = name, .unit = "us", .ours = ours, .peer = "look-up", .theirs = lookUp, .target = 4});
         if (count == 1'000) smallest = ours;
         if (count == 1'000'000 && smallest != 0)
-            report.add({.group = "live list", .row = "growth to 1,000,000", .unit = "us", .ours = ours, .peer = "1,000",
-                        .theirs = smallest, .target = 3});
+            report.add({.group = "live list",
+                        .row = "growth to 1,000,000",
+                        .unit = "us",
+                        .ours = ours,
+                        .peer = "1,000",
+                        .theirs = smallest,
+                        .target = 3});
     }
 }
 
@@ -203,8 +209,14 @@ void benchScattered(Report& report) {
         shop.main->processPendingChanges();
         return cost / 1e3;
     };
-    auto const [with, without] = medians(5, [&] { return measured(true); }, [&] { return measured(false); });
-    report.add({.group = "live list", .row = "10,000 scattered updates", .unit = "ms", .ours = with, .peer = "nobody looks", .theirs = without});
+    auto const [with, without] = medians(
+        5, [&] { return measured(true); }, [&] { return measured(false); });
+    report.add({.group = "live list",
+                .row = "10,000 scattered updates",
+                .unit = "ms",
+                .ours = with,
+                .peer = "nobody looks",
+                .theirs = without});
 }
 
 } // namespace

@@ -12,8 +12,9 @@ namespace Tessarin {
 class GLibResult {
 public:
     static GType type() {
-        static GType const registered = g_type_register_static_simple(
-            G_TYPE_OBJECT, "TessarinResult", sizeof(GObjectClass), &GLibResult::initClass, sizeof(Instance), nullptr, GTypeFlags{});
+        static GType const registered =
+            g_type_register_static_simple(G_TYPE_OBJECT, "TessarinResult", sizeof(GObjectClass), &GLibResult::initClass,
+                                          sizeof(Instance), nullptr, GTypeFlags{});
         return registered;
     }
     /// The managed object of an item of such a model; null for any other GObject.
@@ -52,8 +53,9 @@ class GLibResultsModel {
 public:
     static GType type() {
         static GType const registered = [] {
-            auto const made = g_type_register_static_simple(G_TYPE_OBJECT, "TessarinResultsModel", sizeof(GObjectClass),
-                                                            &GLibResultsModel::initClass, sizeof(Instance), nullptr, GTypeFlags{});
+            auto const made =
+                g_type_register_static_simple(G_TYPE_OBJECT, "TessarinResultsModel", sizeof(GObjectClass),
+                                              &GLibResultsModel::initClass, sizeof(Instance), nullptr, GTypeFlags{});
             GInterfaceInfo const list{&GLibResultsModel::initInterface, nullptr, nullptr};
             g_type_add_interface_static(made, G_TYPE_LIST_MODEL, &list);
             return made;

@@ -72,7 +72,8 @@ public:
     int rowCount(QModelIndex const& parent = {}) const override {
         if (!hasSections()) return parent.isValid() ? 0 : static_cast<int>(replay_.rows(0));
         if (!parent.isValid()) return static_cast<int>(replay_.sections());
-        return isSection(parent) && parent.column() == 0 ? static_cast<int>(replay_.rows(static_cast<std::size_t>(parent.row()))) : 0;
+        return isSection(parent) && parent.column() == 0 ? static_cast<int>(replay_.rows(static_cast<std::size_t>(parent.row())))
+                                                         : 0;
     }
     int columnCount(QModelIndex const& parent = {}) const override {
         return parent.isValid() && !hasSections() ? 0 : static_cast<int>(std::max<std::size_t>(1, columns_.size()));
@@ -99,7 +100,8 @@ public:
         auto const value = attribute && column.isEditable ? valueFrom(variant, attribute->attributeType()) : std::nullopt;
         if (!value) return false;
         object->setValueForKey(*value, column.keyPath);
-        if (auto const context = list_->context()) context->processPendingChanges(); // a view expects to be told before it goes on
+        if (auto const context = list_->context())
+            context->processPendingChanges(); // a view expects to be told before it goes on
         return true;
     }
     Qt::ItemFlags flags(QModelIndex const& index) const override {
@@ -108,8 +110,10 @@ public:
         return columns_[static_cast<std::size_t>(index.column())].isEditable ? flags | Qt::ItemIsEditable : flags;
     }
     QVariant headerData(int section, Qt::Orientation orientation, int role = Qt::DisplayRole) const override {
-        bool const isTitle = orientation == Qt::Horizontal && role == Qt::DisplayRole && static_cast<std::size_t>(section) < columns_.size();
-        return isTitle ? QVariant(columns_[static_cast<std::size_t>(section)].title) : QAbstractItemModel::headerData(section, orientation, role);
+        bool const isTitle =
+            orientation == Qt::Horizontal && role == Qt::DisplayRole && static_cast<std::size_t>(section) < columns_.size();
+        return isTitle ? QVariant(columns_[static_cast<std::size_t>(section)].title)
+                       : QAbstractItemModel::headerData(section, orientation, role);
     }
     QHash<int, QByteArray> roleNames() const override {
         auto names = QAbstractItemModel::roleNames();
@@ -186,7 +190,8 @@ private:
         case Kind::Remove: beginRemoveRows(parent(step.section), first, last); break;
         case Kind::Move: {
             bool const isDown = step.section == step.toSection && step.toRow > step.row; // Qt counts the row itself, too
-            beginMoveRows(parent(step.section), first, first, parent(step.toSection), static_cast<int>(step.toRow) + (isDown ? 1 : 0));
+            beginMoveRows(parent(step.section), first, first, parent(step.toSection),
+                          static_cast<int>(step.toRow) + (isDown ? 1 : 0));
             break;
         }
         case Kind::Update: break;
@@ -200,7 +205,8 @@ private:
         case Kind::Remove: return endRemoveRows();
         case Kind::Move: return endMoveRows();
         case Kind::Update:
-            emitChanged(rowIndex(step.section, step.row, 0), rowIndex(step.section, step.row + step.count - 1, columnCount() - 1));
+            emitChanged(rowIndex(step.section, step.row, 0),
+                        rowIndex(step.section, step.row + step.count - 1, columnCount() - 1));
         }
     }
     void emitChanged(QModelIndex const& first, QModelIndex const& last) { Q_EMIT dataChanged(first, last); }
@@ -242,7 +248,8 @@ private:
         for (std::size_t at = 0; at < ways.size(); ++at) {
             auto const& [isSectionItself, place, section] = ways[at];
             auto const column = before[static_cast<qsizetype>(at)].column();
-            bool const isThere = isSectionItself && section->place < sections_.size() && sections_[section->place].get() == section;
+            bool const isThere =
+                isSectionItself && section->place < sections_.size() && sections_[section->place].get() == section;
             after.push_back(isThere ? createIndex(static_cast<int>(section->place), column, nullptr)
                             : place ? rowIndex(place->section, place->row, column)
                                     : QModelIndex());

@@ -11,8 +11,11 @@ namespace Tessarin::tests {
 class Shelves {
 public:
     Shelves() {
-        auto const coordinator = make<NSPersistentStoreCoordinator>(
-            ModelBuilder().entity("Book").attribute("title", NSAttributeType::String).attribute("year", NSAttributeType::Integer32).build());
+        auto const coordinator = make<NSPersistentStoreCoordinator>(ModelBuilder()
+                                                                        .entity("Book")
+                                                                        .attribute("title", NSAttributeType::String)
+                                                                        .attribute("year", NSAttributeType::Integer32)
+                                                                        .build());
         Ref<NSError> error;
         coordinator->addPersistentStoreWithType(NSInMemoryStoreType, {}, NSURL::fileURLWithPath("/nowhere"), {}, error);
         context->setPersistentStoreCoordinator(coordinator);

@@ -23,7 +23,8 @@ void ObjectObservers::forgetEnded() {
 void ObjectObservers::follow(ContextTurn const& turn) {
     std::vector<Ref<NSManagedObject>> touched;
     auto const find = [&](RecordKey key) {
-        if (auto object = context_.link->find(key); object && observers_.contains(object.get())) touched.push_back(std::move(object));
+        if (auto object = context_.link->find(key); object && observers_.contains(object.get()))
+            touched.push_back(std::move(object));
     };
     for (auto const& record : turn.records) find(record.key);
     for (auto const& [set, isCorrection] : turn.sets) {

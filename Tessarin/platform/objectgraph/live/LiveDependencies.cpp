@@ -19,8 +19,8 @@ void LiveDependencies::add(std::string_view keyPath, bool isShown) {
         rest.remove_prefix(std::min(end + 1, rest.size()));
         if (!property) return; // an operator, or a property of the application's own
         if (!links.empty()) {
-            auto way = std::ranges::find_if(
-                ways_, [&](Way const& each) { return each.links == links && each.isShown == isShown; });
+            auto way =
+                std::ranges::find_if(ways_, [&](Way const& each) { return each.links == links && each.isShown == isShown; });
             if (way == ways_.end()) {
                 bool const leadsBack = std::ranges::all_of(links, [](auto const* link) { return link->isReciprocal(); });
                 way = ways_.insert(ways_.end(), {links, {}, isShown, leadsBack});
@@ -68,7 +68,8 @@ std::vector<RecordKey> keysBehindGone(ContextState& context, RecordChange const&
 
 void LiveDependencies::walkBack(ContextState& context, Way const& way, std::vector<RecordKey> keys, Affected affected) {
     for (std::size_t at = way.links.size() - 1; at-- > 0;)
-        keys = keysBehind(objectsWithKeys(context, *way.links[at]->destinationEntity(), keys), *way.links[at]->inverseRelationship());
+        keys = keysBehind(objectsWithKeys(context, *way.links[at]->destinationEntity(), keys),
+                          *way.links[at]->inverseRelationship());
     for (auto const key : keys) affected(key, way.isShown);
 }
 
@@ -78,7 +79,8 @@ bool LiveDependencies::follow(ContextState& context, NSEntityDescription const& 
         auto const current = context.link->current(key);
         if (current < 0 && !context.link->find(current)) return true; // it is no more, and was never elsewhere
         if (!way.leadsBack) return false;
-        walkBack(context, way, keysBehind({objectWithKey(context, entity, current)}, *way.links.back()->inverseRelationship()), affected);
+        walkBack(context, way, keysBehind({objectWithKey(context, entity, current)}, *way.links.back()->inverseRelationship()),
+                 affected);
         return true;
     });
 }
@@ -116,7 +118,8 @@ std::vector<RecordKey> LiveDependencies::keysLeadingTo(ContextState& context, Wa
 }
 
 /// What was linked with a new record has changed itself.
-bool LiveDependencies::follow(ContextState& context, Way const& way, ChangeSet const& set, bool isCorrection, Affected affected) const {
+bool LiveDependencies::follow(ContextState& context, Way const& way, ChangeSet const& set, bool isCorrection,
+                              Affected affected) const {
     static constexpr std::size_t mostGone = 256; // looked up one by one
     using Kind = RecordChange::Kind;
     auto const& link = *way.links.back();
@@ -131,8 +134,7 @@ bool LiveDependencies::follow(ContextState& context, Way const& way, ChangeSet c
         else
             walkBack(context, way, keysBehindGone(context, change, link), affected);
     }
-    for (auto const key : keysLeadingTo(context, way, std::move(changed)))
-        affected(key, way.isShown);
+    for (auto const key : keysLeadingTo(context, way, std::move(changed))) affected(key, way.isShown);
     return true;
 }
 

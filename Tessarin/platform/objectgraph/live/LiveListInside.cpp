@@ -78,9 +78,8 @@ std::vector<LiveList::Inside::Touched> LiveList::Inside::nextPortion(std::size_t
         if (next == changes.size()) sets_.pop_front();
     }
     for (auto& record : records) record.key = link->current(record.key);
-    std::ranges::sort(records, [](Touched const& a, Touched const& b) {
-        return a.key != b.key ? a.key < b.key : a.isShown && !b.isShown;
-    });
+    std::ranges::sort(
+        records, [](Touched const& a, Touched const& b) { return a.key != b.key ? a.key < b.key : a.isShown && !b.isShown; });
     auto const repeated = std::ranges::unique(records, {}, &Touched::key);
     records.erase(repeated.begin(), repeated.end());
     return records;

@@ -38,8 +38,7 @@ List LiveQuestion::valuesOf(NSManagedObject& object) const {
 
 bool LiveQuestion::belongs(NSManagedObject& object) const {
     if (object.isDeleted() || GraphAccess::state(object).has(ObjectState::Gone)) return false;
-    bool const isWanted =
-        request_->includesSubentities() ? object.entity().isKindOf(entity_) : &object.entity() == entity_;
+    bool const isWanted = request_->includesSubentities() ? object.entity().isKindOf(entity_) : &object.entity() == entity_;
     if (!isWanted) return false;
     return !request_->predicate() || request_->predicate()->evaluateWithObject(Value(object.self<NSManagedObject>()));
 }

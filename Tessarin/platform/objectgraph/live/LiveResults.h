@@ -1,4 +1,5 @@
 #pragma once
+#include "Tessarin/platform/objectgraph/context/FetchQuery.h"
 #include "Tessarin/platform/objectgraph/live/LiveList.h"
 #include <compare>
 #include <cstddef>
@@ -8,7 +9,7 @@ namespace Tessarin {
 
 /// A live list as a range of Ts; a copy shows the same list. See LiveList for what it follows and how it tells.
 ///
-///     LiveResults<Book> books(context, request);
+///     LiveResults books(context->fetch<Book>().where(Book::year > 1800).sortedBy(Book::title));
 ///     auto const connection = books.observe([&](LiveChanges const& changes) { … });
 ///     for (auto const& book : books) print(book->get(Book::title));
 template <class T> class LiveResults {
@@ -18,6 +19,8 @@ public:
     /// The request's entity is T's; an object of another class reads as null.
     LiveResults(Ref<NSManagedObjectContext> context, Ref<NSFetchRequest> request, LiveOptions options = {})
         : list_(make<LiveList>(std::move(context), std::move(request), std::move(options))) {}
+    explicit LiveResults(FetchQuery<T> const& query, LiveOptions options = {})
+        : LiveResults(query.context(), query.request(), std::move(options)) {}
     explicit LiveResults(Ref<LiveList> list) noexcept : list_(std::move(list)) {}
 
     std::size_t size() const noexcept { return list_->size(); }

@@ -98,7 +98,8 @@ std::size_t ResultOrder::insert(RecordKey key, Values values) {
 void ResultOrder::insertAt(Place place, RecordKey key, Values values) {
     auto& leaf = *leaves_[place.leaf];
     leaf.keys.insert(leaf.keys.begin() + static_cast<std::ptrdiff_t>(place.at), key);
-    leaf.values.insert(leaf.values.begin() + static_cast<std::ptrdiff_t>(place.at * descriptors_.size()), values.begin(), values.end());
+    leaf.values.insert(leaf.values.begin() + static_cast<std::ptrdiff_t>(place.at * descriptors_.size()), values.begin(),
+                       values.end());
     leafOf_.set(key, &leaf);
     ++counts_[place.leaf];
     ++size_;

@@ -66,7 +66,7 @@ private:
 
     std::vector<Ref<NSSortDescriptor>> descriptors_;
     std::vector<std::unique_ptr<Leaf>> leaves_; // none is empty
-    std::vector<std::uint32_t> counts_;         // of the leaves' records, side by side
+    std::vector<std::uint32_t> counts_; // of the leaves' records, side by side
     mutable std::vector<std::size_t> firstRanks_; // of the leaves, right up to `counted_`
     mutable std::size_t counted_ = 0;
     KeyTable<Leaf> leafOf_;

@@ -18,10 +18,12 @@ TEST(Observing, TellsOnceATurnWhatIsAnotherValueWhoeverChangedIt) {
     auto const book = inserted(*library.root, "Book", {{"title", "Emma"}, {"year", 1815}});
     ScopedConnection title, all;
     library.root->performBlockAndWait([&] {
-        title = book->observe(titleOfBook, [&](std::string const& before, std::string const& now) { heard += before + ">" + now + ";"; });
+        title = book->observe(titleOfBook,
+                              [&](std::string const& before, std::string const& now) { heard += before + ">" + now + ";"; });
         all = book->observe({"year", "author"}, [&](std::span<ValueChange const> changes) {
             for (auto const& each : changes)
-                heard += each.key + " " + each.before.description() + ">" + (each.now.object() ? "one" : each.now.description()) + ";";
+                heard +=
+                    each.key + " " + each.before.description() + ">" + (each.now.object() ? "one" : each.now.description()) + ";";
         });
         book->setValueForKey("Sense", "title");
         book->setValueForKey("Sensibility", "title");
