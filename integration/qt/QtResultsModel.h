@@ -105,9 +105,27 @@ public:
         return true;
     }
     Qt::ItemFlags flags(QModelIndex const& index) const override {
-        auto const flags = QAbstractItemModel::flags(index);
+        auto flags = QAbstractItemModel::flags(index);
+        if (list_->owner()) flags |= index.isValid() ? Qt::ItemIsDragEnabled : Qt::ItemIsDropEnabled;
         if (!index.isValid() || isSection(index) || static_cast<std::size_t>(index.column()) >= columns_.size()) return flags;
         return columns_[static_cast<std::size_t>(index.column())].isEditable ? flags | Qt::ItemIsEditable : flags;
+    }
+    /// A list of members (`LiveList` of an ordered relationship) is put in order by dragging rows, where the view drags
+    /// (`setDragDropMode(QAbstractItemView::InternalMove)`).
+    bool moveRows(QModelIndex const& source, int first, int count, QModelIndex const& destination, int before) override {
+        if (!list_->owner() || source.isValid() || destination.isValid() || first < 0 || count < 1 || before < 0) return false;
+        if (first + count > rowCount() || before > rowCount() || (before >= first && before <= first + count)) return false;
+        auto members = list_->owner()->mutableSetValueForKey(list_->relationship()->name());
+        for (int moved = 0; moved < count; ++moved) {
+            bool const isDown = before > first;
+            members.moveObject(static_cast<std::size_t>(isDown ? first : first + moved),
+                               static_cast<std::size_t>(isDown ? before - 1 : before + moved));
+        }
+        if (auto const context = list_->context()) context->processPendingChanges();
+        return true;
+    }
+    Qt::DropActions supportedDropActions() const override {
+        return list_->owner() ? Qt::MoveAction : QAbstractItemModel::supportedDropActions();
     }
     QVariant headerData(int section, Qt::Orientation orientation, int role = Qt::DisplayRole) const override {
         bool const isTitle =

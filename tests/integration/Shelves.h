@@ -11,11 +11,15 @@ namespace Tessarin::tests {
 class Shelves {
 public:
     Shelves() {
-        auto const coordinator = make<NSPersistentStoreCoordinator>(ModelBuilder()
-                                                                        .entity("Book")
-                                                                        .attribute("title", NSAttributeType::String)
-                                                                        .attribute("year", NSAttributeType::Integer32)
-                                                                        .build());
+        auto const coordinator =
+            make<NSPersistentStoreCoordinator>(ModelBuilder()
+                                                   .entity("Shelf")
+                                                   .toMany("books", "Book", {.inverse = "shelf", .ordered = true})
+                                                   .entity("Book")
+                                                   .attribute("title", NSAttributeType::String)
+                                                   .attribute("year", NSAttributeType::Integer32)
+                                                   .toOne("shelf", "Shelf", {.inverse = "books"})
+                                                   .build());
         Ref<NSError> error;
         coordinator->addPersistentStoreWithType(NSInMemoryStoreType, {}, NSURL::fileURLWithPath("/nowhere"), {}, error);
         context->setPersistentStoreCoordinator(coordinator);

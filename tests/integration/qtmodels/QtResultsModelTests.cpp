@@ -98,6 +98,35 @@ TEST(QtResultsModel, EditsThroughTheContextWhatConverts) {
     EXPECT_EQ(shelves.context->updatedObjects().size() + shelves.context->insertedObjects().size(), 2u);
 }
 
+TEST(QtResultsModel, MembersArePutInOrderByRows) {
+    Shelves const shelves;
+    auto const shelf = shelves.context->insertNewObject("Shelf");
+    auto books = shelf->mutableSetValueForKey("books");
+    for (auto const* title : {"a", "b", "c", "d", "e"}) books.addObject(shelves.add(title));
+    shelves.turnEnds();
+    QtResultsModel model(make<LiveList>(shelf, "books"));
+    model.addColumn("Title", "title");
+    QAbstractItemModelTester const tester(&model, QAbstractItemModelTester::FailureReportingMode::Fatal);
+    int moves = 0;
+    QObject::connect(&model, &QAbstractItemModel::rowsMoved, [&] { ++moves; });
+    EXPECT_TRUE(model.moveRows({}, 0, 2, {}, 4));
+    EXPECT_EQ(shown(model), "c d a b e");
+    EXPECT_TRUE(model.moveRows({}, 3, 2, {}, 1));
+    EXPECT_EQ(shown(model), "c b e d a");
+    EXPECT_EQ(moves, 4) << "each row that was dragged, and no other";
+    EXPECT_FALSE(model.moveRows({}, 0, 2, {}, 1)) << "into themselves";
+    for (int turn = 0; turn < 200; ++turn) // always between the same two, until there is no room
+        EXPECT_TRUE(model.moveRows({}, 3, 1, {}, 2));
+    EXPECT_EQ(shown(model), "c b e d a");
+    books.removeObject(books.allObjects().front());
+    shelves.add("f")->setValueForKey(Value(shelf), "shelf");
+    shelves.turnEnds();
+    EXPECT_EQ(shown(model), "b e d a f");
+    shelves.context->deleteObject(*shelf);
+    shelves.turnEnds();
+    EXPECT_EQ(shown(model), "");
+}
+
 } // namespace Tessarin::tests
 
 int main(int count, char** arguments) {

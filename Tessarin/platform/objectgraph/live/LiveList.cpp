@@ -31,11 +31,32 @@ void LiveList::init(Ref<NSManagedObjectContext> context, Ref<NSFetchRequest> req
     if (!entity) fatal("a list of \"" + request->entityName() + "\" needs a context with a model that has this entity");
     LiveQuestion question(request, *entity, options.sectionKeyPath);
     auto dependencies = dependenciesOf(*entity, question, options);
-    inside_ = std::make_shared<Inside>(state.link, std::move(question), std::move(dependencies), !options.sectionKeyPath.empty());
+    begin(std::make_shared<Inside>(state.link, std::move(question), std::move(dependencies), !options.sectionKeyPath.empty()),
+          state.feed);
+}
+
+void LiveList::init(Ref<NSManagedObject> owner, std::string_view key) {
+    auto const* property = owner->entity().propertyNamed(key);
+    auto const* relationship = property ? property->asRelationship() : nullptr;
+    if (!relationship || !relationship->isToMany() || !relationship->isOrdered())
+        fatal("the entity " + owner->entity().name() + " has no ordered relationship \"" + std::string(key) + "\"");
+    auto const context = owner->managedObjectContext();
+    if (!context) fatal("a list of members needs an owner with a context");
+    auto& state = GraphAccess::state(*context);
+    LiveDependencies dependencies(*relationship->destinationEntity());
+    begin(std::make_shared<Inside>(state.link, LiveQuestion(std::move(owner), *relationship), std::move(dependencies), false),
+          state.feed);
+}
+
+void LiveList::begin(Ref<Inside> inside, ContextFeed& feed) {
+    inside_ = std::move(inside);
     inside_->fetchAll();
     inside_->whole.front().count = size();
-    state.feed.add(inside_);
+    feed.add(inside_);
 }
+
+Ref<NSManagedObject> const& LiveList::owner() const noexcept { return inside_->question.owner(); }
+NSRelationshipDescription const* LiveList::relationship() const noexcept { return inside_->question.relationship(); }
 
 std::size_t LiveList::size() const noexcept { return inside_->order.size(); }
 

@@ -13,6 +13,8 @@
 
 namespace Tessarin {
 
+class ContextFeed;
+
 struct LiveOptions {
     /// Results with the same value there are a section. Sections come in the order of the request's first descriptor where that
     /// has this key, else ascending by that value, before the request's order. Empty: no sections.
@@ -62,6 +64,9 @@ public:
     /// Why the list could not be fetched, or not be followed since; null when it is right. It is tried again after the next change.
     Ref<NSError> const& error() const noexcept;
     Ref<NSManagedObjectContext> context() const;
+    /// Of a list of members: whose, and by which relationship; else null.
+    Ref<NSManagedObject> const& owner() const noexcept;
+    NSRelationshipDescription const* relationship() const noexcept;
     NSEntityDescription const& entity() const noexcept;
 
     ~LiveList() override;
@@ -72,8 +77,13 @@ protected:
     /// Fatal for an entity that the model does not have. What the store cannot read leaves the list empty, with an `error`.
     virtual void init(Ref<NSManagedObjectContext> context, Ref<NSFetchRequest> request, LiveOptions options = {});
 
+    /// The members of an ordered relationship, in its order. Keeps the owner; empty once that is deleted. A change of the owner
+    /// costs what its list is long. Fatal for a key that is no ordered relationship.
+    virtual void init(Ref<NSManagedObject> owner, std::string_view relationship);
+
 private:
     class Inside;
+    void begin(Ref<Inside> inside, ContextFeed& feed);
     Ref<Inside> inside_;
 };
 

@@ -21,7 +21,7 @@ LiveList::Inside::Inside(ContextLinkRef contextLink, LiveQuestion asked, LiveDep
 void LiveList::Inside::fetchAll() {
     auto const context = link->context();
     if (!context) return;
-    error = question.all(*context, [&](RecordKey key, List& values) {
+    error = question.all(*context, order, [&](RecordKey key, List& values) {
         if (hasSections && (sections.all().empty() || !order.isSameSection(sections.all().back().name, values.front())))
             sections.insert(sections.all().size(), values.front());
         if (hasSections) sections.add(sections.all().size() - 1, 1);
@@ -49,6 +49,7 @@ void LiveList::Inside::gather(ContextState& context, ContextTurn const& turn) tr
     auto const affected = [this](RecordKey key, bool isShown) { touch(key, isShown); };
     for (auto const& [entity, key] : turn.records) {
         if (isOfList(*entity)) touch(key, true);
+        noteMembers(key);
         noteFollowed(dependencies.follow(context, *entity, key, affected));
     }
     for (auto const& arrival : turn.sets) gather(context, arrival);
@@ -58,6 +59,7 @@ void LiveList::Inside::gather(ContextState& context, ContextTurn const& turn) tr
 }
 
 void LiveList::Inside::gather(ContextState& context, ContextTurn::Arrival const& arrival) {
+    if (auto const& owner = question.owner(); owner && arrival.set->find(owner->entity(), owner->recordKey())) mustFetch_ = true;
     if (!arrival.set->changesOf(*question.entity().rootEntity()).empty()) sets_.push_back({arrival.set, 0});
     noteFollowed(dependencies.follow(context, *arrival.set, arrival.isCorrection,
                                      [this](RecordKey key, bool isShown) { touch(key, isShown); }));
@@ -102,7 +104,7 @@ void LiveList::Inside::workPortion(ContextState& context, std::vector<LiveChange
     std::vector<RecordKey> keys;
     for (auto const& record : records) keys.push_back(record.key);
     LiveOutcome outcome(order, hasSections ? &sections : nullptr);
-    question.ask(context, keys, [&](RecordKey key, List* values) {
+    question.ask(context, order, keys, [&](RecordKey key, List* values) {
         auto const record = std::ranges::lower_bound(records, key, {}, &Touched::key);
         outcome.note(key, values, record->isShown);
         if (values) noteTemporary(key);
@@ -117,7 +119,7 @@ void LiveList::Inside::fetchAgain(ContextState& context, std::vector<LiveChange>
             if (record.isShown) shown.add(record.key);
     LiveOutcome outcome(order, hasSections ? &sections : nullptr);
     std::vector<std::pair<RecordKey, List>> results;
-    error = question.all(*context.link->context(),
+    error = question.all(*context.link->context(), order,
                          [&](RecordKey key, List& values) { results.emplace_back(key, std::move(values)); });
     if (error) return;
     for (auto& [key, values] : results) {

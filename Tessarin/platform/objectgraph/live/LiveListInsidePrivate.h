@@ -53,6 +53,10 @@ private:
     bool isOfList(NSEntityDescription const& entity) const;
     /// Where it is not known what a change touches, everything is fetched, and may show something else.
     void noteFollowed(bool isFollowed) noexcept { mustFetch_ = showsAllAnew_ = mustFetch_ || !isFollowed; }
+    /// What changes an owner may change who its members are.
+    void noteMembers(RecordKey key) {
+        if (question.owner() && question.owner()->recordKey() == key) mustFetch_ = true;
+    }
     void touch(RecordKey key, bool isShown) { touched_.push_back({key, isShown}); }
     std::vector<Touched> nextPortion(std::size_t most);
     bool hasMore() const noexcept { return mustFetch_ || !touched_.empty() || !sets_.empty(); }

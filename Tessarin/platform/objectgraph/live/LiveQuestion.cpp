@@ -3,6 +3,8 @@
 #include "Tessarin/platform/objectgraph/context/KeySetPrivate.h"
 #include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
 #include "Tessarin/platform/objectgraph/context/RecordReaderPrivate.h"
+#include "Tessarin/platform/objectgraph/context/RelationshipsPrivate.h"
+#include "Tessarin/platform/objectgraph/live/MemberPositionsPrivate.h"
 
 #include <algorithm>
 
@@ -28,6 +30,36 @@ Ref<NSFetchRequest> copyOf(NSFetchRequest const& request, std::string_view secti
 LiveQuestion::LiveQuestion(Ref<NSFetchRequest> request, NSEntityDescription const& entity, std::string_view sectionKeyPath)
     : request_(copyOf(*request, sectionKeyPath)), entity_(&entity) {}
 
+/// Sorted by positions of their own, which no record has.
+LiveQuestion::LiveQuestion(Ref<NSManagedObject> owner, NSRelationshipDescription const& relationship)
+    : request_(make<NSFetchRequest>(relationship.destinationEntity()->name())),
+      entity_(relationship.destinationEntity()),
+      owner_(std::move(owner)),
+      relationship_(&relationship) {
+    request_->setSortDescriptors({NSSortDescriptor::sortDescriptorWithKey("position")});
+}
+
+Ref<NSError> LiveQuestion::allMembers(ResultOrder& now, Taker take) const try {
+    bool const isGone = owner_->isDeleted() || GraphAccess::state(*owner_).has(ObjectState::Gone);
+    auto const members = isGone ? std::span<RecordKey const>() : memberKeys(*owner_, *relationship_);
+    auto positions = positionsOf(members, now);
+    if (!positions) { // the same order, with other numbers
+        std::vector<RecordKey> keys;
+        for (std::size_t rank = 0; rank < now.size(); ++rank) keys.push_back(now.keyAt(rank));
+        now.clear();
+        auto const fresh = *positionsOf(keys, now);
+        for (std::size_t at = 0; at < keys.size(); ++at) now.append(keys[at], List{Value(fresh[at])});
+        positions = positionsOf(members, now);
+    }
+    for (std::size_t at = 0; at < members.size(); ++at) {
+        List values{Value((*positions)[at])};
+        take(members[at], values);
+    }
+    return nullptr;
+} catch (ErrorException const& failure) {
+    return failure.error();
+}
+
 List LiveQuestion::valuesOf(NSManagedObject& object) const {
     List values;
     values.reserve(descriptors().size());
@@ -43,7 +75,8 @@ bool LiveQuestion::belongs(NSManagedObject& object) const {
     return !request_->predicate() || request_->predicate()->evaluateWithObject(Value(object.self<NSManagedObject>()));
 }
 
-Ref<NSError> LiveQuestion::all(NSManagedObjectContext& context, FunctionRef<void(RecordKey key, List& values)> take) const {
+Ref<NSError> LiveQuestion::all(NSManagedObjectContext& context, ResultOrder& now, Taker take) const {
+    if (owner_) return allMembers(now, take);
     Ref<NSError> error;
     if (descriptors().empty()) {
         List none;
@@ -60,7 +93,15 @@ Ref<NSError> LiveQuestion::all(NSManagedObjectContext& context, FunctionRef<void
     return error;
 }
 
-void LiveQuestion::ask(ContextState& context, std::span<RecordKey const> keys, Answer answer) const {
+void LiveQuestion::ask(ContextState& context, ResultOrder const& now, std::span<RecordKey const> keys, Answer answer) const {
+    if (owner_) { // who is a member is the owner's matter
+        for (auto const key : keys) {
+            auto const known = now.contains(key) ? now.valuesOf(key) : ResultOrder::Values();
+            List values(known.begin(), known.end());
+            answer(key, known.empty() ? nullptr : &values);
+        }
+        return;
+    }
     auto const tell = [&](NSManagedObject& object) {
         if (!belongs(object)) return answer(object.recordKey(), nullptr);
         auto values = valuesOf(object);

@@ -1,5 +1,6 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/context/ContextStatePrivate.h"
+#include "Tessarin/platform/objectgraph/live/ResultOrderPrivate.h"
 #include <span>
 #include <vector>
 
@@ -12,25 +13,35 @@ public:
     using Answer = FunctionRef<void(RecordKey key, List* values)>;
 
     LiveQuestion(Ref<NSFetchRequest> request, NSEntityDescription const& entity, std::string_view sectionKeyPath);
+    /// For the members of an ordered relationship.
+    LiveQuestion(Ref<NSManagedObject> owner, NSRelationshipDescription const& relationship);
 
     NSEntityDescription const& entity() const noexcept { return *entity_; }
     NSFetchRequest const& request() const noexcept { return *request_; }
     /// Of the request, the section's before them where they do not begin with it.
     std::vector<Ref<NSSortDescriptor>> const& descriptors() const noexcept { return request_->sortDescriptors(); }
     /// Whether the list shows a part of what fits: then no record's place is known without the others.
+    /// Whose members the list shows; null for a list of a request.
+    Ref<NSManagedObject> const& owner() const noexcept { return owner_; }
+    NSRelationshipDescription const* relationship() const noexcept { return relationship_; }
     bool isPart() const noexcept { return request_->fetchLimit() != 0 || request_->fetchOffset() != 0; }
 
-    /// All records of the list, in order.
-    Ref<NSError> all(NSManagedObjectContext& context, FunctionRef<void(RecordKey key, List& values)> take) const;
+    /// All records of the list, in order. `now`: the list as it is.
+    using Taker = FunctionRef<void(RecordKey key, List& values)>;
+    Ref<NSError> all(NSManagedObjectContext& context, ResultOrder& now, Taker take) const;
     /// What becomes of those records, as they are now; read together.
-    void ask(ContextState& context, std::span<RecordKey const> keys, Answer answer) const;
+    void ask(ContextState& context, ResultOrder const& now, std::span<RecordKey const> keys, Answer answer) const;
 
 private:
     bool belongs(NSManagedObject& object) const;
     List valuesOf(NSManagedObject& object) const;
 
+    Ref<NSError> allMembers(ResultOrder& now, Taker take) const;
+
     Ref<NSFetchRequest> request_;
     NSEntityDescription const* entity_;
+    Ref<NSManagedObject> owner_;
+    NSRelationshipDescription const* relationship_ = nullptr;
 };
 
 } // namespace Tessarin
