@@ -98,7 +98,7 @@ public:
         auto const* property = object->entity().propertyNamed(column.keyPath);
         auto const* attribute = property ? property->asAttribute() : nullptr;
         auto const value = attribute && column.isEditable ? valueFrom(variant, attribute->attributeType()) : std::nullopt;
-        if (!value) return false;
+        if (!value || object->validateValueForKey(*value, column.keyPath)) return false;
         object->setValueForKey(*value, column.keyPath);
         if (auto const context = list_->context())
             context->processPendingChanges(); // a view expects to be told before it goes on
