@@ -1,10 +1,22 @@
 #include "fuzz/campaigns/Campaign.h"
 
+#include "fuzz/campaigns/Trace.h"
+
 #include <algorithm>
 #include <filesystem>
 #include <functional>
 
 namespace Tessarin::campaigns {
+namespace {
+
+bool isTraced = false;
+
+} // namespace
+
+void traceFromNowOn() { isTraced = true; }
+void trace(std::string_view line) {
+    if (isTraced) fmt::print("{}\n", line);
+}
 
 Trial::Trial(std::string_view campaign, std::uint64_t number) : number_(number) {
     // Neighbouring numbers must not give neighbouring sequences.

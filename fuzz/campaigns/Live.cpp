@@ -1,10 +1,11 @@
-// Random edits over root, main and two workers, of a second coordinator of the same file, and in batches; live lists of all kinds,
-// in the main and the root context, against a copy that applies what they tell, and against fetches.
+// Random edits over root, main and two workers, of a second coordinator of the same file, and in batches; live lists of all
+// kinds, in the main and the root context, against a copy that applies what they tell, and against fetches.
 #include "fuzz/campaigns/Live.h"
 
 #include "Tessarin/platform/foundation/notifications/NSNotificationCenter.h"
 #include "fuzz/campaigns/LiveMirror.h"
 #include "fuzz/campaigns/Shelf.h"
+#include "fuzz/campaigns/Trace.h"
 
 #include <deque>
 #include <map>
@@ -39,11 +40,16 @@ Ref<NSManagedObjectModel> const& model() {
 class Live {
 public:
     Live(Trial& trial, Tally& tally)
-        : trial_(trial), tally_(tally), file_(trial.folder() + "/live.db"), shelf_(file_, model()), other_(file_, model()) {
+        : trial_(trial),
+          tally_(tally),
+          file_(trial.folder() + "/live.db"),
+          shelf_(file_, model()),
+          other_(file_, model()) {
         for (auto const& context : {shelf_.root, shelf_.main})
             context->setMergePolicy(make<NSMergePolicy>(NSMergePolicyType::MergeByPropertyStoreTrump));
         contexts_ = {shelf_.main, shelf_.root, shelf_.worker(), shelf_.worker()};
-        for (auto const& context : {shelf_.main, shelf_.root}) makeLists(context);
+        makeLists(shelf_.main, "main");
+        makeLists(shelf_.root, "root");
         token_ = NSNotificationCenter::defaultCenter()->addObserverForName(
             NSManagedObjectContextDidSaveNotification, nullptr, nullptr, [this](auto const& note) { tellOthers(note); });
     }
@@ -52,7 +58,7 @@ public:
     void run() {
         for (int step = 0; step < 60; ++step) {
             auto const what = act();
-            if (std::getenv("LIVE_TRACE")) fmt::print("{}: {}\n", step, what);
+            trace(fmt::format("{}: {}", step, what));
             for (auto const& context : contexts_) onQueueOf(*context, [] {}); // what was told them is there
             for (auto& [context, mirrors] : mirrors_)
                 onQueueOf(*context, [&] {
@@ -62,7 +68,7 @@ public:
     }
 
 private:
-    void makeLists(Ref<NSManagedObjectContext> const& context) {
+    void makeLists(Ref<NSManagedObjectContext> const& context, std::string const& of) {
         struct Kind {
             char const* name;
             char const* predicate;
@@ -77,7 +83,8 @@ private:
             {"all", nullptr, {}, {}},
             {"by title", nullptr, {by("title")}, {.shownKeyPaths = {"author.publisher.name"}}},
             {"of a publisher", "author.publisher.name == 'p1' AND year > 3", {by("year", {.ascending = false}), by("title")}, {}},
-            {"by author", nullptr, {by("author.name"), by("title")}, {.sectionKeyPath = "author.name", .shownKeyPaths = {"author.name"}}},
+            {"by author", nullptr, {by("author.name"), by("title")},
+             {.sectionKeyPath = "author.name", .shownKeyPaths = {"author.name"}}},
             {"in sections", "year != 5", {by("title", {.comparison = TextComparison::CaseInsensitive})},
              {.sectionKeyPath = "year", .shownKeyPaths = {"author.name"}}},
             {"with a tag", "ANY tags.name == 't1'", {by("title")}, {}},
@@ -90,7 +97,7 @@ private:
                 if (kind.predicate) request->setPredicate(NSPredicate::predicateWithFormat(kind.predicate));
                 request->setSortDescriptors(kind.order);
                 request->setFetchLimit(kind.limit);
-                mirrors.emplace_back(std::string(context == shelf_.main ? "main, " : "root, ") + kind.name, context, request, kind.options);
+                mirrors.emplace_back(of + ", " + kind.name, context, request, kind.options);
             }
         });
     }
@@ -104,23 +111,24 @@ private:
 
     std::string act() {
         auto const& context = contexts_[trial_.random(contexts_.size())];
-        auto const kind = trial_.random(16);
+        auto const kind = trial_.random(17);
         if (kind == 0) return changeElsewhere();
         if (kind == 1) return changeInBatch();
         std::string what;
+        // What is unsaved above is shown to whoever reads, but nobody is told of it.
+        bool const savesAtOnce = context == shelf_.root;
         onQueueOf(*context, [&] {
             bool const changes = kind < 10;
             if (changes)
                 for (auto count = 1 + trial_.random(4); count > 0; --count) what += change(*context) + ", ";
-            // What is unsaved above is shown to whoever reads, but nobody is told of it.
-            if (changes ? context == shelf_.root : kind < 14)
+            if (changes ? savesAtOnce : kind < 14)
                 what += save(*context);
-            else if (changes)
-                return;
             else if (kind == 14)
                 context->rollback(), what = "rollback";
-            else
+            else if (kind == 15)
                 context->refreshAllObjects(), what = "refresh";
+            else if (kind == 16)
+                context->reset(), what = "reset";
         });
         return what + (context == shelf_.root ? " in root" : context == shelf_.main ? " in main" : " in a worker");
     }
@@ -138,34 +146,48 @@ private:
     }
     Value text(char const* prefix, std::uint64_t count) { return Value(fmt::format("{}{}", prefix, trial_.random(count))); }
 
+    /// One change, told as "author of 3 is 5".
     std::string change(NSManagedObjectContext& context) {
+        auto const set = [&](char const* entity, char const* key, Value value) {
+            auto const object = any(context, entity);
+            auto const to = value.objectAs<NSManagedObject>();
+            auto what = fmt::format("{} of {} is {}", key, object->recordKey(),
+                                    to ? fmt::to_string(to->recordKey()) : value.description());
+            object->setValueForKey(std::move(value), key);
+            return what;
+        };
+        auto const number = [this] { return Value(std::int64_t(trial_.random(9))); };
         switch (trial_.random(12)) {
         case 0: {
             auto const book = context.insertNewObject(trial_.chance(0.3) ? "Novel" : "Book");
             book->setValueForKey(text("b", 12), "title");
-            book->setValueForKey(Value(std::int64_t(trial_.random(9))), "year");
+            book->setValueForKey(number(), "year");
             if (trial_.chance(0.7)) book->setValueForKey(Value(any(context, "Author")), "author");
-            return "a book";
+            return fmt::format("book {}", book->recordKey());
         }
-        case 1: return any(context, "Book")->setValueForKey(text(trial_.chance(0.5) ? "b" : "B", 12), "title"), "title";
-        case 2: return any(context, "Book")->setValueForKey(Value(std::int64_t(trial_.random(9))), "year"), "year";
-        case 3: return any(context, "Book")->setValueForKey(Value(any(context, "Author")), "author"), "author";
-        case 4: return any(context, "Book")->setValueForKey(Value(), "author"), "no author";
-        case 5: return any(context, "Author")->setValueForKey(text("a", 4), "name"), "author's name";
-        case 6: return any(context, "Author")->setValueForKey(Value(any(context, "Publisher")), "publisher"), "publisher";
-        case 7: return any(context, "Publisher")->setValueForKey(text("p", 3), "name"), "publisher's name";
-        case 8: return any(context, "Tag")->setValueForKey(text("t", 3), "name"), "tag's name";
-        case 9: return any(context, "Book")->mutableSetValueForKey("tags").addObject(any(context, "Tag")), "tag";
+        case 1: return set("Book", "title", text(trial_.chance(0.5) ? "b" : "B", 12));
+        case 2: return set("Book", "year", number());
+        case 3: return set("Book", "author", Value(any(context, "Author")));
+        case 4: return set("Book", "author", Value());
+        case 5: return set("Author", "name", text("a", 4));
+        case 6: return set("Author", "publisher", Value(any(context, "Publisher")));
+        case 7: return set("Publisher", "name", text("p", 3));
+        case 8: return set("Tag", "name", text("t", 3));
+        case 9: {
+            auto const book = any(context, "Book"), tag = any(context, "Tag");
+            book->mutableSetValueForKey("tags").addObject(tag);
+            return fmt::format("{} with tag {}", book->recordKey(), tag->recordKey());
+        }
         case 10: {
-            auto const tags = any(context, "Book")->mutableSetValueForKey("tags").allObjects();
-            if (!tags.empty()) any(context, "Tag")->mutableSetValueForKey("books").removeObject(any(context, "Book"));
-            return "no tag";
+            auto const tag = any(context, "Tag"), book = any(context, "Book");
+            tag->mutableSetValueForKey("books").removeObject(book);
+            return fmt::format("{} without tag {}", book->recordKey(), tag->recordKey());
         }
         default: {
             static constexpr char const* entities[] = {"Book", "Book", "Author", "Publisher", "Tag"};
-            auto const* entity = entities[trial_.random(5)];
-            context.deleteObject(*any(context, entity));
-            return std::string("deleted ") + entity;
+            auto const object = any(context, entities[trial_.random(5)]);
+            context.deleteObject(*object);
+            return fmt::format("{} {} is deleted", object->entity().name(), object->recordKey());
         }
         }
     }
@@ -204,28 +226,30 @@ private:
     std::string changeInBatch() {
         Ref<NSError> error;
         ObjectIDsByChange ids;
-        bool const deletes = trial_.chance(0.4);
+        bool const deletes = trial_.chance(0.4), deletesAll = deletes && trial_.chance(0.1);
         onQueueOf(*shelf_.root, [&] {
+            auto& root = *shelf_.root;
             auto const where = NSPredicate::predicateWithFormat("year == %d", static_cast<int>(trial_.random(9)));
             if (deletes) {
                 auto const fetch = make<NSFetchRequest>(trial_.chance(0.8) ? "Book" : "Author");
-                fetch->setPredicate(fetch->entityName() == "Book" ? where : NSPredicate::predicateWithFormat("name == 'a1'"));
+                auto const named = NSPredicate::predicateWithFormat("name == 'a1'");
+                if (!deletesAll) fetch->setPredicate(fetch->entityName() == "Book" ? where : named);
                 auto const request = make<NSBatchDeleteRequest>(fetch);
                 request->setResultType(NSBatchDeleteRequestResultType::ObjectIDs);
-                if (auto const result = shelf_.root->executeRequest(*request, error)) ids[NSDeletedObjectsKey] = result->objectIDs();
+                if (auto const result = root.executeRequest(*request, error)) ids[NSDeletedObjectsKey] = result->objectIDs();
             } else {
                 auto const request = make<NSBatchUpdateRequest>("Book");
                 request->setPredicate(where);
                 request->setPropertiesToUpdate({{"year", std::int64_t(trial_.random(9))}});
                 request->setResultType(NSBatchUpdateRequestResultType::ObjectIDs);
-                if (auto const result = shelf_.root->executeRequest(*request, error)) ids[NSUpdatedObjectsKey] = result->objectIDs();
+                if (auto const result = root.executeRequest(*request, error)) ids[NSUpdatedObjectsKey] = result->objectIDs();
             }
         });
         require(!error, "a batch request fails: {}", error ? error->localizedDescription() : "");
         NSManagedObjectContext::mergeChangesFromRemoteContextSave(ids, std::vector{shelf_.root});
         onQueueOf(*shelf_.root, [] {});
         tally_.add("batches");
-        return deletes ? "deleted in batch" : "updated in batch";
+        return deletesAll ? "all deleted in batch" : deletes ? "deleted in batch" : "updated in batch";
     }
 
     Trial& trial_;

@@ -107,7 +107,8 @@ void LiveMirror::requireAgrees() {
             bool const isSame = known.key == 0 || known.key == object->recordKey() || known.key < 0; // which become others
             require(isSame, "{}: row {} of section {} is {} for {}", name_, row, at, known.key, object->recordKey());
             auto const now = text(*object);
-            require(known.text.empty() || known.text == now || !endsAgree(*object), "{}: row {} shows \"{}\" for \"{}\"", name_, row, known.text, now);
+            require(known.text.empty() || known.text == now || !endsAgree(*object), "{}: row {} shows \"{}\" for \"{}\"", name_, row,
+                    known.text, now);
             known = {object->recordKey(), now};
         }
     }

@@ -1,12 +1,13 @@
 // Campaigns: trial after trial, looking for one in which the store does not keep a promise.
 //
 //     campaigns list [--state FILE]
-//     campaigns NAME [--trials N] [--minutes M] [--first K] [--state FILE]
+//     campaigns NAME [--trials N] [--minutes M] [--first K] [--state FILE] [--trace]
 //
 // Without --first it goes on where the state file says that the last run stopped, else at 0.
 #include "Tessarin/platform/queues/DispatchMain.h"
 #include "fuzz/campaigns/Campaign.h"
 #include "fuzz/campaigns/FaultyFiles.h"
+#include "fuzz/campaigns/Trace.h"
 
 #include <algorithm>
 #include <atomic>
@@ -94,7 +95,7 @@ int run(Campaign const& campaign, Options const& options, State& state) {
 }
 
 int usage() {
-    fmt::print(stderr, "usage: campaigns list | NAME [--trials N] [--minutes M] [--first K] [--state FILE]\n");
+    fmt::print(stderr, "usage: campaigns list | NAME [--trials N] [--minutes M] [--first K] [--state FILE] [--trace]\n");
     return 2;
 }
 
@@ -109,6 +110,8 @@ int runArguments(int argc, char** argv) {
         std::string_view const argument = argv[at];
         if (!argument.starts_with("--")) {
             options.name = argument;
+        } else if (argument == "--trace") {
+            traceFromNowOn();
         } else if (++at == argc) {
             return usage();
         } else if (argument == "--trials") {

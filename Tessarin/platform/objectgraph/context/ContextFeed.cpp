@@ -26,6 +26,12 @@ void ContextFeed::note(ContextState& context, Ref<ChangeSet const> const& set, b
     isTouched(context);
 }
 
+void ContextFeed::noteNewKey(ContextState& context, NSManagedObject const& object, RecordKey now) {
+    if (!isFollowed()) return;
+    turn_.newKeys.push_back({&object.entity(), object.recordKey(), now});
+    noteNewKeys(context);
+}
+
 void ContextFeed::noteNewKeys(ContextState& context) {
     if (!isFollowed()) return;
     turn_.hasNewKeys = true;

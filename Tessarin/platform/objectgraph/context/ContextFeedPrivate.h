@@ -16,6 +16,10 @@ struct ContextTurn {
         NSEntityDescription const* entity;
         RecordKey key;
     };
+    struct NewKey {
+        NSEntityDescription const* entity;
+        RecordKey before, now;
+    };
     struct Arrival {
         Ref<ChangeSet const> set;
         bool isCorrection; // made beyond the contexts: what it deletes may have been linked with records that it does not name
@@ -23,8 +27,9 @@ struct ContextTurn {
 
     std::vector<Record> records;
     std::vector<Arrival> sets;
-    bool hasNewKeys = false;   // temporary keys became permanent
-    bool isEverything = false; // more than is named
+    std::vector<NewKey> newKeys; // of this context's objects, which nobody else may know by the temporary ones
+    bool hasNewKeys = false;     // temporary keys became permanent
+    bool isEverything = false;   // more than is named
     bool empty() const noexcept { return records.empty() && sets.empty() && !hasNewKeys && !isEverything; }
 };
 
@@ -45,6 +50,7 @@ public:
 
     void note(ContextState& context, NSManagedObject const& object);
     void note(ContextState& context, Ref<ChangeSet const> const& set, bool isCorrection);
+    void noteNewKey(ContextState& context, NSManagedObject const& object, RecordKey now);
     void noteNewKeys(ContextState& context);
     void noteEverything(ContextState& context);
     /// Tells the followers what was gathered, unless they are being told.

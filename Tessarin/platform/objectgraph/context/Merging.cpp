@@ -27,8 +27,10 @@ void dropChanges(ContextState& context, NSManagedObject& object) {
 
 void mergeDeletion(ContextState& context, NSManagedObject& object, Winner winner) {
     auto& state = GraphAccess::state(object);
-    // Unsaved changes to what somebody else deleted stay until a save finds the record gone.
-    if (state.has(ObjectState::Changed) && winner != Winner::Incoming && !state.has(ObjectState::Deleted)) return;
+    // Unsaved values of what somebody else deleted stay until a save finds the record gone. Links alone are none: a save drops
+    // them without a word.
+    bool const hasValues = state.has(ObjectState::Inserted) || (state.extras && !state.extras->values.empty());
+    if (state.has(ObjectState::Changed) && hasValues && winner != Winner::Incoming && !state.has(ObjectState::Deleted)) return;
     dropChanges(context, object);
     context.link->remove(object, state.key);
     state.set(ObjectState::Deleted);

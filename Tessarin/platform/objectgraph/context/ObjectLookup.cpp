@@ -227,7 +227,7 @@ void promoteObject(ContextState& context, NSManagedObject& object, RecordKey per
     auto& state = GraphAccess::state(object);
     context.coordinator->identities().promote(state.key, permanent);
     context.link->rename(object, state.key, permanent);
-    context.feed.noteNewKeys(context);
+    context.feed.noteNewKey(context, object, permanent);
     state.key = permanent;
     if (state.has(ObjectState::Published)) context.mustShowAnew = true;
     state.clear(ObjectState::Published);

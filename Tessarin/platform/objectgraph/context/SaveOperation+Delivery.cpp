@@ -70,7 +70,8 @@ Ref<NSError> SaveOperation::handUp(NSManagedObjectContext& parent) {
             auto const stored = [&](NSEntityDescription const& entity, RecordKey key) { return above.row(entity, key); };
             try {
                 if (auto error = reconcile(
-                        handed_, stored, [this](std::span<RowConflict> conflicts) { return decide(conflicts); }, outcome_))
+                        handed_, stored, [this](std::span<RowConflict> conflicts) { return decide(conflicts); }, outcome_,
+                        SetTaker::Context))
                     return error;
             } catch (ErrorException const& failure) { // it cannot be read now
                 return failure.error();

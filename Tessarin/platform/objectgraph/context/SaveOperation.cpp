@@ -255,6 +255,7 @@ void SaveOperation::settle(NSManagedObject& object, RowRef const& row) {
     auto& state = GraphAccess::state(object);
     state.flags = static_cast<std::uint8_t>(state.flags & ~(ObjectState::Inserted | ObjectState::Updated | ObjectState::Changed));
     if (object.isDeleted()) {
+        context_.feed.note(context_, object); // what has been linked with it since shows it no longer
         context_.link->remove(object, state.key);
         state.set(ObjectState::Gone);
         return;

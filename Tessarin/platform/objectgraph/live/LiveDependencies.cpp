@@ -58,9 +58,14 @@ std::vector<RecordKey> keysBehindGone(ContextState& context, RecordChange const&
     auto const& inverse = *link.inverseRelationship();
     std::vector<RecordKey> keys;
     if (inverse.isToMany()) keys = RecordReader(context).members(inverse, *gone.entity, gone.key);
+    auto const led = [&](NSManagedObject& object) {
+        if (!link.isToMany()) return referenceOf(object, link) == gone.key;
+        auto const& extras = GraphAccess::state(object).extras;
+        auto const* toMany = extras ? extras->find(link.index()) : nullptr;
+        return toMany && toMany->added.contains(gone.key);
+    };
     for (auto const& object : context.changed)
-        if (!link.isToMany() && object->entity().isKindOf(inverse.destinationEntity()) && referenceOf(*object, link) == gone.key)
-            keys.push_back(object->recordKey());
+        if (object->entity().isKindOf(inverse.destinationEntity()) && led(*object)) keys.push_back(object->recordKey());
     return keys;
 }
 

@@ -46,8 +46,10 @@ bool LiveList::Inside::isOfList(NSEntityDescription const& entity) const { retur
 void LiveList::Inside::gather(ContextState& context, ContextTurn const& turn) try {
     noteFollowed(!turn.isEverything && !error);
     hasNewKeys_ = hasNewKeys_ || turn.hasNewKeys;
+    for (auto const& [entity, before, now] : turn.newKeys) newKeys_.emplace(before, now);
     auto const affected = [this](RecordKey key, bool isShown) { touch(key, isShown); };
-    for (auto const& [entity, key] : turn.records) {
+    for (auto const& [entity, keyThen] : turn.records) {
+        auto const key = current(keyThen);
         if (isOfList(*entity)) touch(key, true);
         noteMembers(key);
         noteFollowed(dependencies.follow(context, *entity, key, affected));
@@ -65,6 +67,12 @@ void LiveList::Inside::gather(ContextState& context, ContextTurn::Arrival const&
                                      [this](RecordKey key, bool isShown) { touch(key, isShown); }));
 }
 
+RecordKey LiveList::Inside::current(RecordKey key) const {
+    if (key >= 0) return key;
+    auto const own = newKeys_.find(key);
+    return own != newKeys_.end() ? own->second : link->current(key);
+}
+
 /// Each record once, by the key that it has now.
 std::vector<LiveList::Inside::Touched> LiveList::Inside::nextPortion(std::size_t most) {
     std::vector<Touched> records;
@@ -79,7 +87,7 @@ std::vector<LiveList::Inside::Touched> LiveList::Inside::nextPortion(std::size_t
             if (isOfList(*changes[next].entity)) records.push_back({changes[next].key, true});
         if (next == changes.size()) sets_.pop_front();
     }
-    for (auto& record : records) record.key = link->current(record.key);
+    for (auto& record : records) record.key = current(record.key);
     std::ranges::sort(
         records, [](Touched const& a, Touched const& b) { return a.key != b.key ? a.key < b.key : a.isShown && !b.isShown; });
     auto const repeated = std::ranges::unique(records, {}, &Touched::key);
@@ -91,7 +99,7 @@ void LiveList::Inside::takeNewKeys(std::vector<LiveChange>& steps) {
     LiveOutcome outcome(order, hasSections ? &sections : nullptr);
     temporaries_.translate([&](RecordKey key) -> RecordKey {
         if (!order.contains(key)) return 0;
-        auto const now = link->current(key);
+        auto const now = current(key);
         if (now == key) return key;
         outcome.noteNewKey(key, now);
         return 0;
@@ -148,7 +156,10 @@ void LiveList::Inside::work(bool isWhole) try {
             mayGoOn = isWhole || std::chrono::steady_clock::now() < end;
         }
     }
-    if (hasMore() && !error) goOnLater();
+    if (hasMore() && !error)
+        goOnLater();
+    else if (!hasMore())
+        newKeys_.clear();
     tell(std::move(steps));
 } catch (ErrorException const& failure) { // what is not read yet is fetched with the next change
     error = failure.error();

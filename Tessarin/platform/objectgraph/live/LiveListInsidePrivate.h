@@ -6,6 +6,7 @@
 #include "Tessarin/platform/objectgraph/live/LiveOutcomePrivate.h"
 #include "Tessarin/platform/objectgraph/live/LiveQuestionPrivate.h"
 #include <deque>
+#include <unordered_map>
 
 namespace Tessarin {
 
@@ -58,6 +59,7 @@ private:
         if (question.owner() && question.owner()->recordKey() == key) mustFetch_ = true;
     }
     void touch(RecordKey key, bool isShown) { touched_.push_back({key, isShown}); }
+    RecordKey current(RecordKey key) const;
     std::vector<Touched> nextPortion(std::size_t most);
     bool hasMore() const noexcept { return mustFetch_ || !touched_.empty() || !sets_.empty(); }
     void takeNewKeys(std::vector<LiveChange>& steps);
@@ -72,6 +74,7 @@ private:
     std::deque<Touched> touched_;
     std::deque<Waiting> sets_;
     KeySet temporaries_; // keys of the list that may become others
+    std::unordered_map<RecordKey, RecordKey> newKeys_; // of what waits
     bool hasNewKeys_ = false;
     bool mustFetch_ = false;
     bool showsAllAnew_ = false; // when it is fetched

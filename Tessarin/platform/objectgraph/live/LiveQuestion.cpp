@@ -110,7 +110,8 @@ void LiveQuestion::ask(ContextState& context, ResultOrder const& now, std::span<
     std::vector<RecordKey> unread;
     for (auto const key : keys) {
         auto const living = context.link->find(key);
-        if (living && living->hasChanges()) // others show what is stored, or on its way there
+        bool const isRead = living && (living->isInserted() || GraphAccess::state(*living).row);
+        if (isRead && living->hasChanges()) // others show what is stored, or on its way there
             tell(*living);
         else
             unread.push_back(key);

@@ -57,6 +57,23 @@ TEST_P(Loss, AnEditOfAnUnreadFaultWhoseRecordIsGoneIsAConflict) {
     }
 }
 
+TEST_P(Loss, WhatIsMadeOnARecordThatWasNeverSavedDoesNotMakeItARecord) {
+    auto const main = childOf(root), worker = childOf(main);
+    inserted(*main, "Book", {{"title", "A"}});
+    auto const book = fetched(*worker, "Book").at(0);
+    change(*book, "B", "title");
+    ASSERT_TRUE(saves(*worker));
+    main->performBlockAndWait([&] { main->rollback(); });
+    ASSERT_TRUE(saves(*main));
+    auto const above = fetched(*root, "Book");
+    ASSERT_TRUE(saves(*root));
+    for (auto const& context : {root, main, worker}) {
+        EXPECT_EQ(fetched(*context, "Book").size(), 0u);
+        EXPECT_FALSE(context->existingObjectWithID(*book->objectID(), error));
+    }
+    for (auto const& object : above) EXPECT_FALSE(object->managedObjectContext()) << "it was told that it is none";
+}
+
 TEST_P(Loss, ARefreshShowsThatARecordIsGone) {
     auto const book = saved("Book", {{"title", "A"}}), other = saved("Book", {{"title", "B"}}),
                edited = saved("Book", {{"title", "C"}});

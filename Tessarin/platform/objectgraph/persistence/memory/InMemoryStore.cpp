@@ -71,7 +71,7 @@ Ref<NSError> InMemoryStore::save(std::span<Ref<ChangeSet const> const> sets, Con
         std::lock_guard const hold(mutex_); // but not while conflicts are resolved: who does that may read
         return row(entity, key);
     };
-    if (auto refusal = reconcile(sets, stored, resolve, outcome)) return refusal;
+    if (auto refusal = reconcile(sets, stored, resolve, outcome, SetTaker::Store)) return refusal;
     if (!outcome.sets.empty()) sets = outcome.sets;
     std::lock_guard const hold(mutex_);
     if (auto error = conflictIn(sets)) {

@@ -68,7 +68,8 @@ struct Chain {
 
 class Reconciliation {
 public:
-    Reconciliation(std::span<Ref<ChangeSet const> const> sets, StoredRow stored) : sets_(sets), stored_(stored) {}
+    Reconciliation(std::span<Ref<ChangeSet const> const> sets, StoredRow stored, SetTaker taker)
+        : sets_(sets), stored_(stored), taker_(taker) {}
 
     Ref<NSError> run(ConflictResolver resolve, SaveOutcome& outcome) {
         collect();
@@ -116,6 +117,7 @@ private:
         auto wanted = chain.on(chain.base());
         bool const isGoneOnBothSides = !stored && !wanted;
         bool const wasNeverSaved = !stored && chain.base()->key() < 0;
+        if (wasNeverSaved && wanted && taker_ == SetTaker::Store) return rewrite(chain, nullptr, nullptr);
         if (isGoneOnBothSides || wasNeverSaved) return;
         conflicts_.push_back({first.entity, first.key, chain.base(), std::move(wanted), stored, stored});
     }
@@ -220,6 +222,7 @@ private:
 
     std::span<Ref<ChangeSet const> const> sets_;
     StoredRow stored_;
+    SetTaker taker_;
     std::unordered_map<RecordKey, Chain> chains_;
     std::vector<RowConflict> conflicts_;
     std::unordered_map<RecordKey, Rewritten> rewritten_;
@@ -239,8 +242,8 @@ RowRef resolvedRow(RowConflict const& conflict, NSMergePolicyType policy) {
 }
 
 Ref<NSError> reconcile(std::span<Ref<ChangeSet const> const> sets, StoredRow stored, ConflictResolver resolve,
-                       SaveOutcome& outcome) {
-    return Reconciliation(sets, stored).run(resolve, outcome);
+                       SaveOutcome& outcome, SetTaker taker) {
+    return Reconciliation(sets, stored, taker).run(resolve, outcome);
 }
 
 } // namespace Tessarin

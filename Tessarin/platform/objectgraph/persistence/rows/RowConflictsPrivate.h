@@ -24,6 +24,10 @@ TESSARIN_API RowRef resolvedRow(RowConflict const& conflict, NSMergePolicyType p
 /// The row of a record as it is now; none when it does not exist.
 using StoredRow = FunctionRef<RowRef(NSEntityDescription const& entity, RecordKey key)>;
 
+/// Who takes the sets. Something may come to a context later which they are made on; what a store does not have then was never
+/// saved, and is gone.
+enum class SetTaker { Context, Store };
+
 /// What became of change sets.
 struct SaveOutcome {
     std::vector<Ref<ChangeSet const>> sets; // as they were saved, one for each; empty: as they were given
@@ -35,6 +39,6 @@ struct SaveOutcome {
 /// was not saved before it is made again on what is there. To-many relationships merge by what was added and removed and
 /// are no conflict. Changes nothing but `outcome`; an error is the resolver's.
 TESSARIN_API Ref<NSError> reconcile(std::span<Ref<ChangeSet const> const> sets, StoredRow stored, ConflictResolver resolve,
-                                    SaveOutcome& outcome);
+                                    SaveOutcome& outcome, SetTaker taker);
 
 } // namespace Tessarin

@@ -127,7 +127,7 @@ Ref<NSError> SQLiteStore::save(std::span<Ref<ChangeSet const> const> sets, Confl
         auto written = sets;
         if (conflicts == SQLiteWriter::Conflicts::Settled) {
             auto const stored = [&](NSEntityDescription const& entity, RecordKey key) { return writer.stored(entity, key); };
-            if (auto refusal = reconcile(sets, stored, resolve, outcome)) throw ErrorException(refusal);
+            if (auto refusal = reconcile(sets, stored, resolve, outcome, SetTaker::Store)) throw ErrorException(refusal);
             if (!outcome.sets.empty()) written = outcome.sets;
         }
         writer.write(written, conflicts);
@@ -164,7 +164,7 @@ Ref<NSError> SQLiteStore::findRefused(std::span<Ref<ChangeSet const> const> sets
         auto const stored = [&](NSEntityDescription const& entity, RecordKey key) { return writer.stored(entity, key); };
         SaveOutcome outcome;
         auto error = caught([&] {
-            if (auto refusal = reconcile({&set, 1}, stored, resolve, outcome)) throw ErrorException(refusal);
+            if (auto refusal = reconcile({&set, 1}, stored, resolve, outcome, SetTaker::Store)) throw ErrorException(refusal);
             writer.write(outcome.sets.empty() ? std::span(&set, 1) : std::span<Ref<ChangeSet const> const>(outcome.sets),
                          SQLiteWriter::Conflicts::Settled);
         });
