@@ -78,14 +78,22 @@ void LiveDependencies::walkBack(ContextState& context, Way const& way, std::vect
     for (auto const key : keys) affected(key, way.isShown);
 }
 
-bool LiveDependencies::follow(ContextState& context, NSEntityDescription const& entity, RecordKey key, Affected affected) const {
+bool LiveDependencies::follow(ContextState& context, std::span<ContextTurn::Record const> records, Affected affected) const {
     return std::ranges::all_of(ways_, [&](Way const& way) {
-        if (!entity.isKindOf(way.links.back()->destinationEntity())) return true;
-        auto const current = context.link->current(key);
-        if (current < 0 && !context.link->find(current)) return true; // it is no more, and was never elsewhere
-        if (!way.leadsBack) return false;
-        walkBack(context, way, keysBehind({objectWithKey(context, entity, current)}, *way.links.back()->inverseRelationship()),
-                 affected);
+        List ends;
+        std::vector<RecordKey> behind;
+        for (auto const& [entity, keyThen] : records) {
+            if (!entity->isKindOf(way.links.back()->destinationEntity())) continue;
+            auto const key = context.link->current(keyThen);
+            if (key < 0 && !context.link->find(key)) continue; // it is no more, and was never elsewhere
+            if (!way.leadsBack) return false;
+            auto const object = objectWithKey(context, *entity, key);
+            ends.push_back(Value(object));
+            auto const members = keysBehind({object}, *way.links.back()->inverseRelationship());
+            behind.insert(behind.end(), members.begin(), members.end());
+        }
+        walkBack(context, way, std::move(behind), affected);
+        for (auto const key : keysLeadingTo(context, way, std::move(ends))) affected(key, way.isShown);
         return true;
     });
 }

@@ -17,8 +17,8 @@ public:
 
     /// Told a record of the list's entity that may stand elsewhere now, or shows something else.
     using Affected = FunctionRef<void(RecordKey key, bool isShown)>;
-    /// What a change of that record means. False when that cannot be told.
-    bool follow(ContextState& context, NSEntityDescription const& entity, RecordKey key, Affected affected) const;
+    /// What changes of those records mean. False when that cannot be told.
+    bool follow(ContextState& context, std::span<ContextTurn::Record const> records, Affected affected) const;
     /// The same for a whole set.
     bool follow(ContextState& context, ChangeSet const& set, bool isCorrection, Affected affected) const;
 

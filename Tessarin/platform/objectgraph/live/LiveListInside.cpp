@@ -48,12 +48,13 @@ void LiveList::Inside::gather(ContextState& context, ContextTurn const& turn) tr
     hasNewKeys_ = hasNewKeys_ || turn.hasNewKeys;
     for (auto const& [entity, before, now] : turn.newKeys) newKeys_.emplace(before, now);
     auto const affected = [this](RecordKey key, bool isShown) { touch(key, isShown); };
-    for (auto const& [entity, keyThen] : turn.records) {
-        auto const key = current(keyThen);
+    auto records = turn.records;
+    for (auto& [entity, key] : records) {
+        key = current(key);
         if (isOfList(*entity)) touch(key, true);
         noteMembers(key);
-        noteFollowed(dependencies.follow(context, *entity, key, affected));
     }
+    noteFollowed(dependencies.follow(context, records, affected));
     for (auto const& arrival : turn.sets) gather(context, arrival);
 } catch (ErrorException const& failure) { // what a path leads over cannot be read
     error = failure.error();
