@@ -5,5 +5,6 @@ namespace Tessarin::benchmarks {
 
 void benchAsynchronousFetch(Report& report);
 void benchLiveLists(Report& report);
+void benchTypedAccess(Report& report);
 
 } // namespace Tessarin::benchmarks

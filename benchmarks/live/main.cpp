@@ -4,6 +4,7 @@
 int main(int argc, char** argv) {
     using namespace Tessarin::benchmarks;
     Report report(argc, argv);
+    benchTypedAccess(report);
     benchLiveLists(report);
     benchAsynchronousFetch(report);
     return report.finish();
