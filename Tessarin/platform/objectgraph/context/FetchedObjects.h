@@ -43,6 +43,7 @@ public:
 
 private:
     friend class FetchOperation;
+    friend class NSManagedObjectContext;
 
     ContextLinkRef link_;
     NSEntityDescription const* entity_ = nullptr;
