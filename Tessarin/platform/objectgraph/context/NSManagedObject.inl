@@ -58,7 +58,10 @@ template <class T> T NSManagedObject::get(AttributeHandle<T> const& attribute) {
     } else {
         constexpr bool hasZero = std::is_default_constructible_v<T>;
         static_assert(hasZero, "a type without a zero is read through an optional attribute: Attribute<std::optional<NSUUID>>");
-        if constexpr (hasZero) return attributeValueAt(property).template as<T>().value_or(T{});
+        if constexpr (hasZero)
+            return attributeValueAt(property).template as<T>().value_or(T{});
+        else
+            __builtin_unreachable();
     }
 }
 
