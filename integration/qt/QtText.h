@@ -5,8 +5,8 @@
 
 namespace Tessarin {
 
-/// Qt's texts as values: in setters, conditions, subscripts and as the type of an attribute. A lone surrogate becomes the
-/// replacement character.
+/// Qt's texts as values: in setters, conditions, subscripts and as the type of an attribute. A lone surrogate becomes "?",
+/// as Qt writes it.
 ///
 ///     static inline Attribute<QString> const title{"title"};
 ///     book->set(Book::title, lineEdit->text());

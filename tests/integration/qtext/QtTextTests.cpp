@@ -22,7 +22,7 @@ TEST(QtTexts, AreTextsInSettersConditionsAndSubscripts) {
     EXPECT_EQ(title, "Emma");
     auto const condition = (Book::title.contains(QString("mm"), caseInsensitive) && QString("Emma") == qtTitle).predicate();
     EXPECT_TRUE(condition->isEqual(*where("title CONTAINS[c] 'mm' AND title == 'Emma'"))) << *condition;
-    EXPECT_EQ(Value(QString(QChar(0xD800))), Value("\xEF\xBF\xBD")) << "a lone surrogate";
+    EXPECT_EQ(Value(QString(QChar(0xD800))), Value("?")) << "a lone surrogate";
 }
 
 } // namespace

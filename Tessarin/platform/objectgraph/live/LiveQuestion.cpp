@@ -1,12 +1,13 @@
 #include "Tessarin/platform/objectgraph/live/LiveQuestionPrivate.h"
 
-#include "Tessarin/platform/objectgraph/context/KeySetPrivate.h"
+#include "Tessarin/platform/foundation/predicates/NSCompoundPredicate.h"
 #include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
 #include "Tessarin/platform/objectgraph/context/RecordReaderPrivate.h"
 #include "Tessarin/platform/objectgraph/context/RelationshipsPrivate.h"
 #include "Tessarin/platform/objectgraph/live/MemberPositionsPrivate.h"
 
 #include <algorithm>
+#include <optional>
 
 namespace Tessarin {
 namespace {
@@ -25,10 +26,28 @@ Ref<NSFetchRequest> copyOf(NSFetchRequest const& request, std::string_view secti
     return copy;
 }
 
+bool isOverMany(std::string_view path, NSEntityDescription const& from) {
+    auto const* entity = &from;
+    while (!path.empty()) {
+        auto const end = std::min(path.find('.'), path.size());
+        auto const* property = entity->propertyNamed(path.substr(0, end));
+        auto const* relationship = property ? property->asRelationship() : nullptr;
+        if (!relationship) return false;
+        if (relationship->isToMany()) return true;
+        entity = relationship->destinationEntity();
+        path.remove_prefix(std::min(end + 1, path.size()));
+    }
+    return false;
+}
+
 } // namespace
 
 LiveQuestion::LiveQuestion(Ref<NSFetchRequest> request, NSEntityDescription const& entity, std::string_view sectionKeyPath)
-    : request_(copyOf(*request, sectionKeyPath)), entity_(&entity) {}
+    : request_(copyOf(*request, sectionKeyPath)), entity_(&entity) {
+    if (!request_->predicate()) return;
+    auto const paths = request_->predicate()->keyPaths();
+    leadsOverMany_ = std::ranges::any_of(paths, [&](std::string const& path) { return isOverMany(path, entity); });
+}
 
 /// Sorted by positions of their own, which no record has.
 LiveQuestion::LiveQuestion(Ref<NSManagedObject> owner, NSRelationshipDescription const& relationship)
@@ -68,10 +87,30 @@ List LiveQuestion::valuesOf(NSManagedObject& object) const {
     return values;
 }
 
-bool LiveQuestion::belongs(NSManagedObject& object) const {
+/// Which of those records fulfil the predicate. Members of a to-many that an object has read may be older than what others have
+/// stored; a fetch asks where they are kept.
+KeySet LiveQuestion::fitting(ContextState& context, std::span<RecordKey const> keys) const {
+    std::vector<RecordKey> existing;
+    for (auto const key : keys)
+        if (key > 0 || context.link->find(key)) existing.push_back(key);
+    List among;
+    for (auto const& object : objectsWithKeys(context, *entity_, existing)) among.push_back(Value(object));
+    auto const request = make<NSFetchRequest>(entity_->name());
+    request->setPredicate(NSCompoundPredicate::andPredicateWithSubpredicates(
+        {NSPredicate::predicateWithFormat("SELF IN %@", Value(std::move(among))), request_->predicate()}));
+    Ref<NSError> error;
+    auto const found = context.link->context()->fetchObjects(*request, error);
+    if (error) throw ErrorException(error);
+    KeySet fitting;
+    for (auto const key : found.keys()) fitting.add(key);
+    return fitting;
+}
+
+bool LiveQuestion::belongs(NSManagedObject& object, KeySet const* fitting) const {
     if (object.isDeleted() || GraphAccess::state(object).has(ObjectState::Gone)) return false;
     bool const isWanted = request_->includesSubentities() ? object.entity().isKindOf(entity_) : &object.entity() == entity_;
     if (!isWanted) return false;
+    if (fitting) return fitting->contains(object.recordKey());
     return !request_->predicate() || request_->predicate()->evaluateWithObject(Value(object.self<NSManagedObject>()));
 }
 
@@ -102,8 +141,9 @@ void LiveQuestion::ask(ContextState& context, ResultOrder const& now, std::span<
         }
         return;
     }
+    auto const fits = leadsOverMany_ ? std::optional(fitting(context, keys)) : std::nullopt;
     auto const tell = [&](NSManagedObject& object) {
-        if (!belongs(object)) return answer(object.recordKey(), nullptr);
+        if (!belongs(object, fits ? &*fits : nullptr)) return answer(object.recordKey(), nullptr);
         auto values = valuesOf(object);
         answer(object.recordKey(), &values);
     };

@@ -1,5 +1,6 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/context/ContextStatePrivate.h"
+#include "Tessarin/platform/objectgraph/context/KeySetPrivate.h"
 #include "Tessarin/platform/objectgraph/live/ResultOrderPrivate.h"
 #include <span>
 #include <vector>
@@ -20,10 +21,10 @@ public:
     NSFetchRequest const& request() const noexcept { return *request_; }
     /// Of the request, the section's before them where they do not begin with it.
     std::vector<Ref<NSSortDescriptor>> const& descriptors() const noexcept { return request_->sortDescriptors(); }
-    /// Whether the list shows a part of what fits: then no record's place is known without the others.
     /// Whose members the list shows; null for a list of a request.
     Ref<NSManagedObject> const& owner() const noexcept { return owner_; }
     NSRelationshipDescription const* relationship() const noexcept { return relationship_; }
+    /// Whether the list shows a part of what fits: then no record's place is known without the others.
     bool isPart() const noexcept { return request_->fetchLimit() != 0 || request_->fetchOffset() != 0; }
 
     /// All records of the list, in order. `now`: the list as it is.
@@ -33,13 +34,15 @@ public:
     void ask(ContextState& context, ResultOrder const& now, std::span<RecordKey const> keys, Answer answer) const;
 
 private:
-    bool belongs(NSManagedObject& object) const;
+    /// `fitting`: what a fetch said of the predicate; null where the object says.
+    bool belongs(NSManagedObject& object, KeySet const* fitting) const;
+    KeySet fitting(ContextState& context, std::span<RecordKey const> keys) const;
     List valuesOf(NSManagedObject& object) const;
-
     Ref<NSError> allMembers(ResultOrder& now, Taker take) const;
 
     Ref<NSFetchRequest> request_;
     NSEntityDescription const* entity_;
+    bool leadsOverMany_ = false; // the predicate does
     Ref<NSManagedObject> owner_;
     NSRelationshipDescription const* relationship_ = nullptr;
 };
