@@ -142,19 +142,16 @@ void benchOneChange(Report& report) {
         if (!report.wants("live list", name)) continue;
         Shop const shop(count);
         std::mt19937 random(1);
+        costOfChange(shop, random); // once, to warm what both find warm
+        auto const plain = costOfChange(shop, random); // nobody looks
+        auto const lookUp = costOfLookUp(shop, random);
         std::size_t steps = 0;
         auto const list = shop.list();
         if (static_cast<int>(list->size()) != count) fatal("the list is not whole");
-        auto connection = list->observe([&](LiveChanges const& told) { steps += told.steps().size(); });
-        costOfChange(shop, random); // once, to warm what both find warm
-        auto const lookUp = costOfLookUp(shop, random);
+        auto const connection = list->observe([&](LiveChanges const& told) { steps += told.steps().size(); });
+        costOfChange(shop, random);
         auto const with = costOfChange(shop, random);
         if (steps < changes) fatal("the list was not told");
-        connection.end();
-        auto const plain = [&] {
-            Shop const bare(1'000); // nobody looks
-            return costOfChange(bare, random);
-        }();
         auto const ours = with - plain;
         report.add(
             {.group = "live list", .row = name, .unit = "us", .ours = ours, .peer = "look-up", .theirs = lookUp, .target = 4});

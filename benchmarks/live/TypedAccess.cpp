@@ -22,9 +22,9 @@ public:
 
 /// A hundred volumes in memory.
 Ref<NSManagedObjectContext> volumes() {
-    registerClass<Volume>("Volume");
+    auto const& known = registerClass<Volume, NSManagedObject>();
     auto const coordinator = make<NSPersistentStoreCoordinator>(ModelBuilder()
-                                                                    .entity("Volume", {.className = "Volume"})
+                                                                    .entity("Volume", {.className = known.name()})
                                                                     .attribute("title", NSAttributeType::String)
                                                                     .attribute("year", NSAttributeType::Integer64)
                                                                     .build());
