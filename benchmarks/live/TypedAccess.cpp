@@ -67,7 +67,8 @@ void benchTypedAccess(Report& report) {
             runs,
             [&] {
                 return microseconds(context, [&](int i) {
-                    requireOne(context->fetch<Volume>().where(Volume::year == 1900 + i % 100 && Volume::title != "").objects().size());
+                    requireOne(
+                        context->fetch<Volume>().where(Volume::year == 1900 + i % 100 && Volume::title != "").objects().size());
                 });
             },
             [&] {
@@ -78,7 +79,8 @@ void benchTypedAccess(Report& report) {
                     requireOne(context->executeFetchRequest(*request, error).size());
                 });
             });
-        report.add({.group = "typed", .row = "query, built and run", .unit = "us", .ours = ours, .peer = "format", .theirs = theirs});
+        report.add(
+            {.group = "typed", .row = "query, built and run", .unit = "us", .ours = ours, .peer = "format", .theirs = theirs});
     }
     if (report.wants("typed", "a text and a number set")) {
         Ref<Volume> volume;
@@ -97,7 +99,8 @@ void benchTypedAccess(Report& report) {
                     volume->setValueForKey(i, "year");
                 });
             });
-        report.add({.group = "typed", .row = "a text and a number set", .unit = "us", .ours = ours, .peer = "keyed", .theirs = theirs});
+        report.add(
+            {.group = "typed", .row = "a text and a number set", .unit = "us", .ours = ours, .peer = "keyed", .theirs = theirs});
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <utility>
 
 namespace Tessarin {
 
@@ -57,13 +58,13 @@ void LiveOutcome::leave(std::size_t section) {
 }
 
 void LiveOutcome::removeLeaving() {
-    std::vector<std::size_t> ranks;
-    ranks.reserve(leaving_.size());
-    for (auto const key : leaving_) ranks.push_back(*order_.rankOf(key));
-    std::ranges::sort(ranks, std::greater());
-    for (auto const rank : ranks) {
+    std::vector<std::pair<std::size_t, RecordKey>> ranked;
+    ranked.reserve(leaving_.size());
+    for (auto const key : leaving_) ranked.emplace_back(*order_.rankOf(key), key);
+    std::ranges::sort(ranked, std::greater());
+    for (auto const& [rank, key] : ranked) {
         auto const place = placeOf(rank);
-        order_.eraseAt(rank);
+        order_.erase(key);
         leave(place.section);
         add(LiveChange::Kind::Remove, place);
     }
@@ -85,9 +86,8 @@ std::size_t LiveOutcome::sectionFor(List const& values) {
 void LiveOutcome::move(Comer const& mover) {
     bool const isRenamed = mover.key != mover.before;
     auto const target = sections_ ? sectionFor(mover.values) : 0; // before the rows are numbered
-    auto const rank = *order_.rankOf(mover.before);
-    auto const from = placeOf(rank);
-    order_.eraseAt(rank);
+    auto const from = placeOf(*order_.rankOf(mover.before));
+    order_.erase(mover.before);
     leave(from.section);
     auto const now = order_.insert(mover.key, mover.values);
     auto const row = sections_ ? now - sections_->firstRankOf(target) : now;

@@ -122,20 +122,21 @@ void ResultOrder::split(std::size_t place) {
     number(place + 1);
 }
 
-void ResultOrder::eraseAt(std::size_t rank) {
-    auto const place = placeOf(rank);
-    auto& leaf = *leaves_[place.leaf];
-    leafOf_.set(leaf.keys[place.at], nullptr);
-    leaf.keys.erase(leaf.keys.begin() + static_cast<std::ptrdiff_t>(place.at));
-    auto const first = leaf.values.begin() + static_cast<std::ptrdiff_t>(place.at * descriptors_.size());
+void ResultOrder::erase(RecordKey key) {
+    auto& leaf = *leafOf_.find(key);
+    auto const at = std::ranges::find(leaf.keys, key) - leaf.keys.begin();
+    auto const place = leaf.place;
+    leafOf_.set(key, nullptr);
+    leaf.keys.erase(leaf.keys.begin() + at);
+    auto const first = leaf.values.begin() + at * static_cast<std::ptrdiff_t>(descriptors_.size());
     leaf.values.erase(first, first + static_cast<std::ptrdiff_t>(descriptors_.size()));
-    --counts_[place.leaf];
+    --counts_[place];
     --size_;
-    hasChanged(place.leaf + 1);
+    hasChanged(place + 1);
     if (!leaf.keys.empty()) return;
-    leaves_.erase(leaves_.begin() + static_cast<std::ptrdiff_t>(place.leaf));
-    counts_.erase(counts_.begin() + static_cast<std::ptrdiff_t>(place.leaf));
-    number(place.leaf);
+    leaves_.erase(leaves_.begin() + static_cast<std::ptrdiff_t>(place));
+    counts_.erase(counts_.begin() + static_cast<std::ptrdiff_t>(place));
+    number(place);
 }
 
 void ResultOrder::number(std::size_t from) {

@@ -30,7 +30,7 @@ public:
     void append(RecordKey key, Values values);
     /// Adds a record where it belongs, and gives its rank.
     std::size_t insert(RecordKey key, Values values);
-    void eraseAt(std::size_t rank);
+    void erase(RecordKey key);
     /// Exchanges what a record is sorted by for something that sorts the same.
     void setValues(RecordKey key, Values values);
     void clear();
