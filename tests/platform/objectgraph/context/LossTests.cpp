@@ -67,11 +67,15 @@ TEST_P(Loss, WhatIsMadeOnARecordThatWasNeverSavedDoesNotMakeItARecord) {
     ASSERT_TRUE(saves(*main));
     auto const above = fetched(*root, "Book");
     ASSERT_TRUE(saves(*root));
+    Ref<NSManagedObjectID> identity;
+    worker->performBlockAndWait([&] { identity = book->objectID(); });
     for (auto const& context : {root, main, worker}) {
         EXPECT_EQ(fetched(*context, "Book").size(), 0u);
-        EXPECT_FALSE(context->existingObjectWithID(*book->objectID(), error));
+        context->performBlockAndWait([&] { EXPECT_FALSE(context->existingObjectWithID(*identity, error)); });
     }
-    for (auto const& object : above) EXPECT_FALSE(object->managedObjectContext()) << "it was told that it is none";
+    root->performBlockAndWait([&] {
+        for (auto const& object : above) EXPECT_FALSE(object->managedObjectContext()) << "it was told that it is none";
+    });
 }
 
 TEST_P(Loss, ARefreshShowsThatARecordIsGone) {
