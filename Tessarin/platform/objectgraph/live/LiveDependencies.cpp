@@ -1,6 +1,7 @@
 #include "Tessarin/platform/objectgraph/live/LiveDependenciesPrivate.h"
 
 #include "Tessarin/platform/foundation/predicates/NSComparisonPredicate.h"
+#include "Tessarin/platform/objectgraph/context/KeySetPrivate.h"
 #include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
 #include "Tessarin/platform/objectgraph/context/RecordReaderPrivate.h"
 #include "Tessarin/platform/objectgraph/context/RelationshipsPrivate.h"
@@ -53,16 +54,24 @@ std::vector<RecordKey> keysBehind(Objects const& objects, NSRelationshipDescript
     return keys;
 }
 
-/// Whoever was linked with a record that is gone, and has not been told: who deleted it did not know of the link.
-std::vector<RecordKey> keysBehindGone(ContextState& context, RecordChange const& gone, NSRelationshipDescription const& link) {
+/// Whoever was linked with records that are gone, and has not been told: who deleted them did not know of the links.
+std::vector<RecordKey> keysBehindGone(ContextState& context, std::span<RecordChange const* const> gone,
+                                      NSRelationshipDescription const& link) {
+    if (gone.empty()) return {};
     auto const& inverse = *link.inverseRelationship();
     std::vector<RecordKey> keys;
-    if (inverse.isToMany()) keys = RecordReader(context).members(inverse, *gone.entity, gone.key);
+    KeySet goneKeys;
+    for (auto const* change : gone) {
+        goneKeys.add(change->key);
+        if (!inverse.isToMany()) continue;
+        auto const members = RecordReader(context).members(inverse, *change->entity, change->key);
+        keys.insert(keys.end(), members.begin(), members.end());
+    }
     auto const led = [&](NSManagedObject& object) {
-        if (!link.isToMany()) return referenceOf(object, link) == gone.key;
+        if (!link.isToMany()) return goneKeys.contains(referenceOf(object, link));
         auto const& extras = GraphAccess::state(object).extras;
         auto const* toMany = extras ? extras->find(link.index()) : nullptr;
-        return toMany && toMany->added.contains(gone.key);
+        return toMany && std::ranges::any_of(toMany->added.keys(), [&](RecordKey key) { return goneKeys.contains(key); });
     };
     for (auto const& object : context.changed)
         if (object->entity().isKindOf(inverse.destinationEntity()) && led(*object)) keys.push_back(object->recordKey());
@@ -136,17 +145,18 @@ bool LiveDependencies::follow(ContextState& context, Way const& way, ChangeSet c
     static constexpr std::size_t mostGone = 256; // looked up one by one
     using Kind = RecordChange::Kind;
     auto const& link = *way.links.back();
-    std::size_t gone = 0;
+    std::vector<RecordChange const*> gone;
     List changed;
     for (auto const& change : set.changesOf(*link.destinationEntity()->rootEntity())) {
         bool const isUpdate = change.kind == Kind::Update && (isCorrection || reads(way, change));
         if (!change.entity->isKindOf(link.destinationEntity()) || (!isUpdate && change.kind != Kind::Delete)) continue;
-        if (!way.leadsBack || (!isUpdate && (isCorrection || ++gone > mostGone))) return false;
+        if (!way.leadsBack || (!isUpdate && (isCorrection || gone.size() == mostGone))) return false;
         if (isUpdate)
             changed.push_back(Value(objectWithKey(context, *change.entity, change.key)));
         else
-            walkBack(context, way, keysBehindGone(context, change, link), affected);
+            gone.push_back(&change);
     }
+    walkBack(context, way, keysBehindGone(context, gone, link), affected);
     for (auto const key : keysLeadingTo(context, way, std::move(changed))) affected(key, way.isShown);
     return true;
 }
