@@ -112,8 +112,32 @@ TEST_F(Opening, AMissingFolderAndANewerFormatAreWaitedFor) {
     fs::rename(place.parent_path(), away);
     expectWaits([&] { fs::rename(away, place.parent_path()); });
     run("PRAGMA user_version = 99");
-    expectWaits([&] { run("PRAGMA user_version = 1"); });
+    expectWaits([&] { run("PRAGMA user_version = 2"); });
     EXPECT_EQ(rescued(), 0U);
+}
+
+TEST_F(Opening, AFileOfTheFirstFormatIsBroughtToThisOneWithoutLoss) {
+    makeStore();
+    auto const makeOld = [&] {
+        run("DROP TABLE tessarin_history; DELETE FROM tessarin_store WHERE key GLOB 'history*'; PRAGMA user_version = 1");
+    };
+    makeOld();
+    auto other = ModelBuilder().entity("Author").attribute("name", NSAttributeType::Integer16).build();
+    EXPECT_FALSE(OpenStore(url, other).store);
+    EXPECT_EQ(SQLite::Connection(place).integer("PRAGMA user_version"), 1) << "a file that is refused stays as it is";
+    fs::remove_all(folder.path(".Notes.rescued"));
+    std::vector<std::future<std::size_t>> openers; // all of whom find it old
+    for (int count = 0; count < 4; ++count)
+        openers.push_back(
+            std::async(std::launch::async, [&] { return OpenStore(url, libraryModel().build()).fetch("Author").size(); }));
+    for (auto& each : openers) EXPECT_EQ(each.get(), 200U);
+    auto const name = SQLite::Connection(place).integer("SELECT value FROM tessarin_store WHERE key = 'history'");
+    EXPECT_GT(name, 0);
+    EXPECT_TRUE(opens());
+    SQLite::Connection connection(place);
+    EXPECT_EQ(connection.integer("PRAGMA user_version"), 2);
+    EXPECT_EQ(connection.integer("SELECT value FROM tessarin_store WHERE key = 'history'"), name);
+    EXPECT_EQ(connection.integer("SELECT count(*) FROM tessarin_history"), 0);
 }
 
 TEST_F(Opening, WhatRunsInAForeignFileHasNoEffect) {
@@ -122,7 +146,8 @@ TEST_F(Opening, WhatRunsInAForeignFileHasNoEffect) {
     makeStore();
     run("CREATE TRIGGER wipe AFTER INSERT ON Author BEGIN DELETE FROM Author; END;"
         "CREATE TRIGGER late AFTER UPDATE ON tessarin_store BEGIN DELETE FROM Author; END;"
-        "CREATE TABLE theirs (a); CREATE VIEW endless" + endless + "; CREATE VIEW names AS SELECT name FROM Author JOIN endless");
+        "CREATE TABLE theirs (a); CREATE VIEW endless" +
+        endless + "; CREATE VIEW names AS SELECT name FROM Author JOIN endless");
     {
         OpenStore open(url, libraryModel().build());
         ASSERT_TRUE(open.store) << open.error->description();

@@ -56,7 +56,8 @@ void requireNoViewInPlaceOfATable(SQLite::Connection& connection, RowSpace& spac
         for (auto const& view : views)
             if (quoted(view) == inSmallLetters(name)) throw Refused::because("a view stands in place of the table " + name);
     };
-    for (auto const* own : {"\"tessarin_store\"", "\"tessarin_metadata\"", "\"tessarin_entity\""}) require(own);
+    for (auto const* own : {"\"tessarin_store\"", "\"tessarin_metadata\"", "\"tessarin_entity\"", "\"tessarin_history\""})
+        require(own);
     for (auto const& name : expectedTables(connection, space)) require(name);
 }
 

@@ -4,6 +4,7 @@
 #include "Tessarin/platform/objectgraph/persistence/migration/SQLiteMigrationPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteEmptinessPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteFileChecksPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteHistoryTablePrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteLogCheckPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteStoredModelPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
@@ -108,7 +109,18 @@ std::optional<std::vector<std::int64_t>> SQLiteOpening::numbersOfSameModel(SQLit
 }
 
 std::vector<std::int64_t> SQLiteOpening::bringToModel(SQLite::Connection& connection, SQLiteOpeningProgress& progress) {
-    if (auto numbers = numbersOfSameModel(connection)) return *std::move(numbers);
+    if (auto numbers = numbersOfSameModel(connection)) {
+        if (connection.integer("PRAGMA user_version") >= storeFormatVersion) return *std::move(numbers);
+        largestKeys_.clear();
+        connection.execute("COMMIT");
+        {
+            SQLite::Transaction transaction(connection);
+            bringToFormat(connection);
+            transaction.commit();
+        }
+        connection.execute("BEGIN");
+        return bringToModel(connection, progress); // another process may have migrated it in between
+    }
     if (!options_.infersMapping)
         throw Refused::because("it was written with another model, and inferring a mapping is not asked for");
     largestKeys_.clear();
@@ -117,7 +129,9 @@ std::vector<std::int64_t> SQLiteOpening::bringToModel(SQLite::Connection& connec
     auto const stored = storedModelOfText(connection.text("SELECT value FROM tessarin_store WHERE key = 'model'"));
     if (!stored) throw Refused::because("the description of its model is damaged");
     try {
+        bringToFormat(connection);
         auto result = SQLiteMigration(connection, *stored, *space_, progress).run();
+        purgeHistory(connection);
         transaction.commit();
         isBroughtToModel_ = true;
         progress.end();

@@ -1,6 +1,7 @@
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteStoredModelPrivate.h"
 
 #include "Tessarin/platform/foundation/values/NSUUID.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteHistoryTablePrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteSchemaPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreMetadataPrivate.h"
 
@@ -21,6 +22,7 @@ void createStoreTables(SQLite::Connection& connection, RowSpace& space, std::vec
                        "CREATE TABLE tessarin_metadata (key TEXT PRIMARY KEY, value TEXT NOT NULL) WITHOUT ROWID;"
                        "CREATE TABLE tessarin_entity (number INTEGER PRIMARY KEY, name TEXT NOT NULL, \"table\" TEXT NOT NULL);"
                        "INSERT INTO tessarin_store VALUES ('nextKey', 1), ('modelGeneration', 1)");
+    createHistory(connection);
     for (auto const& statement : SQLiteSchema(space, numbers).createStatements()) connection.execute(statement);
     writeStoredModel(connection, space, numbers);
 

@@ -7,7 +7,7 @@
 namespace Tessarin {
 
 inline constexpr std::int64_t storeApplicationID = 0x54657373; // "Tess"
-inline constexpr std::int64_t storeFormatVersion = 1;
+inline constexpr std::int64_t storeFormatVersion = 2; // 1 had no history
 
 /// Makes an empty file a store without records, within a transaction of the caller. Its metadata is `metadata`, with what every
 /// store's holds: a new identity unless that is given.

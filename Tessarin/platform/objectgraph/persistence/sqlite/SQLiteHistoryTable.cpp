@@ -1,0 +1,60 @@
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteHistoryTablePrivate.h"
+
+#include "Tessarin/platform/foundation/values/NSUUID.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteStoredModelPrivate.h"
+
+#include <algorithm>
+#include <cstring>
+#include <fmt/format.h>
+
+namespace Tessarin {
+namespace {
+
+/// Not 0, and never negative, so that it reads well in a token.
+std::int64_t randomName() {
+    auto const text = NSUUID::UUID().UUIDString();
+    std::uint64_t hash = 14695981039346656037U;
+    for (auto const c : text) hash = (hash ^ static_cast<unsigned char>(c)) * 1099511628211U;
+    return static_cast<std::int64_t>((hash >> 1) | 1);
+}
+
+constexpr auto newestTransaction = "SELECT max(id) FROM tessarin_history";
+
+} // namespace
+
+void createHistory(SQLite::Connection& connection) {
+    connection.execute("CREATE TABLE IF NOT EXISTS tessarin_history (id INTEGER PRIMARY KEY, time REAL NOT NULL, "
+                       "process INTEGER NOT NULL, writer INTEGER NOT NULL, author TEXT, context TEXT, changes BLOB NOT NULL)");
+    connection.execute(
+        fmt::format("INSERT OR IGNORE INTO tessarin_store VALUES ('history', {}), ('historyPurged', 0)", randomName()));
+}
+
+void bringToFormat(SQLite::Connection& connection) {
+    if (connection.integer("PRAGMA user_version") >= storeFormatVersion) return; // another process was faster
+    createHistory(connection);
+    connection.execute(fmt::format("PRAGMA user_version = {}", storeFormatVersion));
+}
+
+void purgeHistory(SQLite::Connection& connection, std::int64_t transaction) {
+    auto const [name, purged, newest] = historyOf(connection);
+    auto const last = std::min(transaction, newest);
+    if (name == 0 || last <= purged) return;
+    auto const note = connection.use("UPDATE tessarin_store SET value = ? WHERE key = 'historyPurged'");
+    note->bind(1, last);
+    note->run();
+    auto const remove = connection.use("DELETE FROM tessarin_history WHERE id <= ?");
+    remove->bind(1, last);
+    remove->run();
+}
+
+void purgeHistory(SQLite::Connection& connection) { purgeHistory(connection, INT64_MAX); }
+
+HistoryExtent historyOf(SQLite::Connection& connection) {
+    HistoryExtent extent;
+    extent.name = connection.integer("SELECT value FROM tessarin_store WHERE key = 'history'");
+    extent.purged = connection.integer("SELECT value FROM tessarin_store WHERE key = 'historyPurged'");
+    extent.newest = std::max(connection.integer(newestTransaction), extent.purged);
+    return extent;
+}
+
+} // namespace Tessarin
