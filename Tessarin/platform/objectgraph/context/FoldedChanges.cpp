@@ -50,8 +50,7 @@ bool fold(RecordChange& older, RecordChange const& newer) {
     if (older.kind == Kind::Delete) return true; // there is nothing to change or delete any more
     if (newer.kind == Kind::Delete) {
         older.kind = Kind::Delete;
-        older.after = {};
-        older.relationships.clear();
+        older.after = {}; // its links stay, since whoever was linked with it may have to be found
         return true;
     }
     if (newer.changesRow()) {

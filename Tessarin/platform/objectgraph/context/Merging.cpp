@@ -2,6 +2,7 @@
 
 #include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
 #include "Tessarin/platform/objectgraph/context/RecordReaderPrivate.h"
+#include "Tessarin/platform/objectgraph/context/RelationshipsPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/rows/RowBuilderPrivate.h"
 #include "Tessarin/platform/queues/Dispatch.h"
 
@@ -25,12 +26,23 @@ void dropChanges(ContextState& context, NSManagedObject& object) {
     state.extras->toMany.clear();
 }
 
+void forgetMembers(ObjectState& state, std::size_t property) {
+    if (!state.extras) return;
+    auto* toMany = state.extras->find(property);
+    if (!toMany || !toMany->isLoaded || toMany->isReordered) return;
+    toMany->isLoaded = false; // read again, with what is unsaved here on top
+}
+
 void mergeDeletion(ContextState& context, NSManagedObject& object, Winner winner) {
     auto& state = GraphAccess::state(object);
     // Unsaved values of what somebody else deleted stay until a save finds the record gone. Links alone are none: a save drops
     // them without a word.
     bool const hasValues = state.has(ObjectState::Inserted) || (state.extras && !state.extras->values.empty());
-    if (state.has(ObjectState::Changed) && hasValues && winner != Winner::Incoming && !state.has(ObjectState::Deleted)) return;
+    if (state.has(ObjectState::Changed) && hasValues && winner != Winner::Incoming && !state.has(ObjectState::Deleted)) {
+        if (state.extras) // its stored links are gone with the record
+            for (auto const& toMany : state.extras->toMany) forgetMembers(state, toMany.property);
+        return;
+    }
     dropChanges(context, object);
     context.link->remove(object, state.key);
     state.set(ObjectState::Deleted);
@@ -60,7 +72,11 @@ void takeValues(ObjectState& state, RecordChange const& change) {
 /// levels above are asked.
 RowRef rowAfter(ContextState& context, ObjectState const& state, RecordChange const& change) {
     auto const& current = state.row;
-    if (!current || current == change.before) return change.after;
+    if (!current) {
+        auto row = RecordReader(context).row(*change.entity, state.key);
+        return row ? row : change.after;
+    }
+    if (current == change.before) return change.after;
     bool const mayBeLater = !change.before || current->version() >= change.after->version();
     if (!mayBeLater) return mergedRow(*change.before, *change.after, *current);
     if (current == change.after) return current;
@@ -77,6 +93,33 @@ bool changesBeneath(ObjectState const& state, Row const& row) {
     });
 }
 
+/// Whoever an object led to, or leads to now, looks again whom it has. A list that was put in order here keeps that order.
+void lookAgainFrom(ContextState& context, NSManagedObject& object, NSPropertyDescription const& reference, RecordKey owner) {
+    auto const& relationship = *reference.asRelationship();
+    auto const* inverse = relationship.inverseRelationship();
+    auto const other = owner == 0 || !inverse || !inverse->isToMany() ? nullptr : context.link->find(context.link->current(owner));
+    auto* const extras = other ? GraphAccess::state(*other).extras.get() : nullptr;
+    auto* const toMany = extras ? extras->find(inverse->index()) : nullptr;
+    if (!toMany || !toMany->isLoaded) return;
+    if (!toMany->isReordered)
+        toMany->isLoaded = false;
+    else if (referenceOf(object, relationship) == other->recordKey())
+        toMany->members.add(object.recordKey());
+    else
+        toMany->members.remove(object.recordKey());
+}
+
+void lookAgainWhereMoved(ContextState& context, NSManagedObject& object, RowRef const& before) {
+    auto const& row = GraphAccess::state(object).row;
+    if (!row || row == before) return;
+    for (std::size_t cell = 0; cell < row->layout().cells().size(); ++cell) {
+        auto const& [property, type] = row->layout().cells()[cell];
+        if (type != CellType::Reference || (before && row->cellEquals(cell, *before))) continue;
+        if (before) lookAgainFrom(context, object, *property, before->reference(cell));
+        lookAgainFrom(context, object, *property, row->reference(cell));
+    }
+}
+
 void takeRow(ContextState& context, NSManagedObject& object, RecordChange const& change, Winner winner) {
     auto& state = GraphAccess::state(object);
     if (!change.after) return;
@@ -84,24 +127,24 @@ void takeRow(ContextState& context, NSManagedObject& object, RecordChange const&
         takeValues(state, change);
         return context.values.note(object);
     }
-    if (!state.row && !state.has(ObjectState::Changed)) return; // a fault reads it when it is asked
+    bool const hasValues = state.has(ObjectState::Changed) && state.extras && !state.extras->values.empty();
+    if (!state.row && !hasValues) return; // a fault reads it when it is asked
     auto row = rowAfter(context, state, change);
     if (winner == Winner::UnsavedUntilSaved && changesBeneath(state, *row)) return;
-    state.row = std::move(row);
+    auto const before = std::exchange(state.row, std::move(row));
     state.clear(ObjectState::Gone);
+    lookAgainWhereMoved(context, object, before);
     if (winner != Winner::Incoming || !state.extras || !change.before) return;
     auto const unsaved = rowChangeIn(*context.published.unsaved(), *change.entity, change.key).after;
+    std::vector<std::pair<NSPropertyDescription const*, RecordKey>> moved;
     std::erase_if(state.extras->values, [&](auto const& entry) {
         auto const cell = state.layout->cellOf(entry.first);
-        return cell != RowLayout::noCell && isChildsOwn(change, static_cast<std::size_t>(cell), unsaved);
+        if (cell == RowLayout::noCell || !isChildsOwn(change, static_cast<std::size_t>(cell), unsaved)) return false;
+        auto const& [property, type] = state.layout->cells()[static_cast<std::size_t>(cell)];
+        if (type == CellType::Reference) moved.emplace_back(property, entry.second.integer());
+        return true;
     });
-}
-
-void forgetMembers(ObjectState& state, std::size_t property) {
-    if (!state.extras) return;
-    auto* toMany = state.extras->find(property);
-    if (!toMany || !toMany->isLoaded || toMany->isReordered) return;
-    toMany->isLoaded = false; // read again, with what is unsaved here on top
+    for (auto const& [property, owner] : moved) lookAgainFrom(context, object, *property, owner);
 }
 
 void merge(ContextState& context, NSManagedObject& object, RecordChange const& change, Winner winner) {

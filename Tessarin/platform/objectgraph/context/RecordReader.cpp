@@ -4,25 +4,9 @@
 
 #include <algorithm>
 #include <iterator>
-#include <unordered_set>
 
 namespace Tessarin {
 namespace {
-
-/// By the keys that the records have now: a level that has not run since may still tell of them by their temporary ones.
-void apply(RelationshipChange const& change, KeyPromotions& promotions, std::vector<RecordKey>& members) {
-    auto const now = [&](RecordKey key) {
-        auto const permanent = key < 0 ? promotions.permanentKey(key) : 0;
-        return permanent == 0 ? key : permanent;
-    };
-    if (change.order) members.clear();
-    std::unordered_set<RecordKey> removed;
-    for (auto const key : change.removed) removed.insert(now(key));
-    if (!removed.empty()) std::erase_if(members, [&](RecordKey key) { return removed.contains(key); });
-    std::unordered_set<RecordKey> present(members.begin(), members.end());
-    for (auto const key : change.order ? *change.order : change.added)
-        if (present.insert(now(key)).second) members.push_back(now(key));
-}
 
 /// The row after a change, on top of what was there: `change.after` itself unless others changed the record meanwhile. Then an
 /// accepted change counts more than what was there, and an unsaved one less.
@@ -131,42 +115,6 @@ void RecordReader::rows(NSEntityDescription const& entity, std::span<RecordKey c
     }
     if (wanted.empty() || !store_) return;
     if (auto error = store_->rows(*entity.rootEntity(), wanted, each)) throw ErrorException(error);
-}
-
-std::vector<RecordKey> RecordReader::members(NSRelationshipDescription const& relationship,
-                                             NSEntityDescription const& ownerEntity, RecordKey owner) const {
-    MembersByOwner members;
-    storedMembers(relationship, {&owner, 1}, members);
-    return withChanges(relationship, ownerEntity, owner, std::move(members[owner]));
-}
-
-void RecordReader::storedMembers(NSRelationshipDescription const& relationship, std::span<RecordKey const> owners,
-                                         MembersByOwner& members) const {
-    std::vector<RecordKey> saved;
-    for (auto const owner : owners)
-        if (owner > 0) saved.push_back(owner);
-    if (!store_ || saved.empty()) return;
-    auto const note = [&](RecordKey owner, RecordKey member) { members[owner].push_back(member); };
-    if (auto error = store_->members(relationship, saved, note)) throw ErrorException(error);
-}
-
-std::vector<RecordKey> RecordReader::withChanges(NSRelationshipDescription const& relationship,
-                                                 NSEntityDescription const& ownerEntity, RecordKey owner,
-                                                 std::vector<RecordKey> members) const {
-    auto const& destination = *relationship.destinationEntity();
-    auto& promotions = coordinator_->promotions();
-    auto const former = owner > 0 ? promotions.temporaryKey(owner) : 0;
-    for (auto const& set : sets_) {
-        for (auto const key : {former, owner})
-            if (auto const* change = key == 0 ? nullptr : set->find(ownerEntity, key))
-                for (auto const& each : change->relationships)
-                    if (each.relationship == &relationship) apply(each, promotions, members);
-        std::erase_if(members, [&](RecordKey key) {
-            auto const* change = set->find(destination, key);
-            return change && change->kind == RecordChange::Kind::Delete;
-        });
-    }
-    return members;
 }
 
 } // namespace Tessarin

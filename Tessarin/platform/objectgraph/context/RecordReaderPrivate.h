@@ -50,6 +50,10 @@ private:
         RowRef row;
     };
     Pending pending(NSEntityDescription const& entity, RecordKey key) const;
+    void eachChange(ChangeSet const& set, NSRelationshipDescription const& relationship, NSEntityDescription const& ownerEntity,
+                    RecordKey owner, FunctionRef<void(RelationshipChange const&)> each) const;
+    std::vector<RecordKey> membersByRow(NSRelationshipDescription const& relationship, NSEntityDescription const& ownerEntity,
+                                        RecordKey owner, std::vector<RecordKey> members) const;
 
     Ref<NSPersistentStoreCoordinator> coordinator_;
     NSPersistentStore* store_;

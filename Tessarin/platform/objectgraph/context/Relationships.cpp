@@ -8,6 +8,7 @@
 #include "Tessarin/platform/runtime/Fatal.h"
 
 #include <algorithm>
+#include <optional>
 
 namespace Tessarin {
 namespace {
@@ -123,6 +124,22 @@ ToManyState& loadedMembers(NSManagedObject& owner, NSRelationshipDescription con
     return setLoadedMembers(owner, relationship, std::move(members));
 }
 
+namespace {
+
+/// Whether an unsaved reference, or deletion, of a record says that it leads to the owner; absent where there is none.
+std::optional<bool> leadsUnsaved(ObjectState const& owner, NSRelationshipDescription const& inverse, RecordKey member) {
+    auto const object = owner.link()->find(member);
+    if (!object) return std::nullopt;
+    auto& state = GraphAccess::state(*object);
+    if (state.has(ObjectState::Deleted)) return false;
+    if (!state.has(ObjectState::Changed) || !state.extras) return std::nullopt;
+    updateKeys(state);
+    auto const* reference = state.extras->value(inverse.index());
+    return reference ? std::optional(reference->integer() == owner.key) : std::nullopt;
+}
+
+} // namespace
+
 ToManyState& setLoadedMembers(NSManagedObject& owner, NSRelationshipDescription const& relationship,
                               std::vector<RecordKey> members) {
     auto& state = GraphAccess::state(owner);
@@ -134,6 +151,15 @@ ToManyState& setLoadedMembers(NSManagedObject& owner, NSRelationshipDescription 
     if (auto* context = toMany.holdsTemporaries ? state.link()->contextState() : nullptr) context->knowsForeignTemporaries = true;
     toMany.isLoaded = true;
     toMany.members.clear();
+    auto const* inverse = relationship.inverseRelationship();
+    if (inverse && !inverse->isToMany() && relationship.isReciprocal() && state.link()->contextState()) {
+        // Others may have moved a member that was moved here, or have had their way with it: what it says itself holds.
+        for (auto const key : members)
+            if (leadsUnsaved(state, *inverse, key).value_or(true)) toMany.members.append(key);
+        for (auto const key : toMany.added.keys())
+            if (leadsUnsaved(state, *inverse, key).value_or(false)) toMany.members.add(key);
+        return toMany;
+    }
     for (auto const key : members)
         if (!toMany.removed.contains(key)) toMany.members.append(key);
     for (auto const key : toMany.added.keys()) toMany.members.add(key);

@@ -234,7 +234,11 @@ void SaveOperation::settleObjects() {
             continue;
         }
         if (isAsPacked) {
-            settle(object, own_ ? packer_.rows()[at] : nullptr);
+            auto const row = own_ ? packer_.rows()[at] : nullptr;
+            auto const& state = GraphAccess::state(object);
+            bool const isAsItWas = state.row && !object.isDeleted() && (!row || row == state.row) && state.extras && !state.extras->values.empty();
+            settle(object, row);
+            if (isAsItWas) showWhatOthersMade(object);
             continue;
         }
         auto const* change = handed_.back()->find(object.entity(), object.recordKey());
@@ -249,6 +253,16 @@ void SaveOperation::correct(NSManagedObject& object, RecordChange const& correct
     correction.after ? state.clear(ObjectState::Deleted) : state.set(ObjectState::Deleted);
     if (state.extras) state.extras->toMany.clear();
     settle(object, correction.after);
+}
+
+/// Values that were set to what they had been kept from view what others have stored since.
+void SaveOperation::showWhatOthersMade(NSManagedObject& object) {
+    auto& state = GraphAccess::state(object);
+    auto row = RecordReader(context_).row(object.entity(), state.key);
+    if (row == state.row) return;
+    context_.feed.note(context_, object);
+    if (!row) return noteGone(context_, object);
+    state.row = std::move(row);
 }
 
 void SaveOperation::settle(NSManagedObject& object, RowRef const& row) {

@@ -35,6 +35,7 @@ private:
     void setAside();
     void settleObjects();
     void settle(NSManagedObject& object, RowRef const& row);
+    void showWhatOthersMade(NSManagedObject& object);
     void correct(NSManagedObject& object, RecordChange const& correction);
 
     NSManagedObjectContext& owner_;

@@ -149,7 +149,10 @@ void LiveList::Inside::work(bool isWhole) try {
     {
         Working const working(isWorking_);
         auto const end = std::chrono::steady_clock::now() + longestTurn;
-        if (std::exchange(hasNewKeys_, false)) takeNewKeys(steps);
+        if (std::exchange(hasNewKeys_, false)) {
+            takeNewKeys(steps);
+            mustFetch_ = mustFetch_ || question.isPart(); // others may come before those that had temporary keys
+        }
         if (hasMore() && (mustFetch_ || question.isPart())) fetchAgain(*context, steps);
         bool mayGoOn = !error;
         while (hasMore() && mayGoOn) {

@@ -137,8 +137,11 @@ private:
     void rewrite(Chain const& chain, RowRef const& stored, RowRef const& final) {
         auto const& first = *chain.steps.front();
         if (final && !chain.steps.back()->after) spared_.emplace(first.key, chain.sets.back());
-        Rewritten made{chain.sets.front(), {.kind = Kind::Delete, .key = first.key, .entity = first.entity, .before = stored}};
-        if (final) made.change.kind = stored ? Kind::Update : Kind::Insert;
+        // What was made on a record that was never saved, and is gone, does not make it one.
+        bool const isOfUnsaved = !stored && !chain.isInserted && chain.base() && chain.base()->key() < 0;
+        auto const& before = isOfUnsaved && final ? chain.base() : stored;
+        Rewritten made{chain.sets.front(), {.kind = Kind::Delete, .key = first.key, .entity = first.entity, .before = before}};
+        if (final) made.change.kind = before ? Kind::Update : Kind::Insert;
         auto const& last = chain.steps.back()->after;
         if (final && last && isSame(*final, *last) && (!stored || last->version() > stored->version())) {
             made.change.after = last; // which others may have built on already

@@ -1,0 +1,106 @@
+// Who the members of a to-many relationship are, as the levels see it.
+#include "Tessarin/platform/objectgraph/context/RecordReaderPrivate.h"
+
+#include "Tessarin/platform/objectgraph/context/KeySetPrivate.h"
+
+#include <algorithm>
+#include <unordered_set>
+
+namespace Tessarin {
+namespace {
+
+/// The key that a record has now: a level that has not run since may still tell of it by its temporary one.
+RecordKey currentKey(KeyPromotions& promotions, RecordKey key) {
+    auto const permanent = key < 0 ? promotions.permanentKey(key) : 0;
+    return permanent == 0 ? key : permanent;
+}
+
+void apply(RelationshipChange const& change, KeyPromotions& promotions, std::vector<RecordKey>& members) {
+    if (change.order) members.clear();
+    std::unordered_set<RecordKey> removed;
+    for (auto const key : change.removed) removed.insert(currentKey(promotions, key));
+    if (!removed.empty()) std::erase_if(members, [&](RecordKey key) { return removed.contains(key); });
+    std::unordered_set<RecordKey> present(members.begin(), members.end());
+    for (auto const key : change.order ? *change.order : change.added)
+        if (present.insert(currentKey(promotions, key)).second) members.push_back(currentKey(promotions, key));
+}
+
+/// Whoever is named may be a member; their own rows say who is. Those that an order does not name come behind the others.
+void addCandidates(RelationshipChange const& change, KeyPromotions& promotions, KeySet& candidates) {
+    KeySet const before = change.order ? std::exchange(candidates, {}) : KeySet();
+    for (auto const key : change.order ? *change.order : change.added) candidates.add(currentKey(promotions, key));
+    for (auto const key : before.keys()) candidates.add(key);
+}
+
+} // namespace
+
+std::vector<RecordKey> RecordReader::members(NSRelationshipDescription const& relationship,
+                                             NSEntityDescription const& ownerEntity, RecordKey owner) const {
+    MembersByOwner members;
+    storedMembers(relationship, {&owner, 1}, members);
+    return withChanges(relationship, ownerEntity, owner, std::move(members[owner]));
+}
+
+void RecordReader::storedMembers(NSRelationshipDescription const& relationship, std::span<RecordKey const> owners,
+                                 MembersByOwner& members) const {
+    std::vector<RecordKey> saved;
+    for (auto const owner : owners)
+        if (owner > 0) saved.push_back(owner);
+    if (!store_ || saved.empty()) return;
+    auto const note = [&](RecordKey owner, RecordKey member) { members[owner].push_back(member); };
+    if (auto error = store_->members(relationship, saved, note)) throw ErrorException(error);
+}
+
+std::vector<RecordKey> RecordReader::withChanges(NSRelationshipDescription const& relationship,
+                                                 NSEntityDescription const& ownerEntity, RecordKey owner,
+                                                 std::vector<RecordKey> members) const {
+    auto const* inverse = relationship.inverseRelationship();
+    if (inverse && !inverse->isToMany() && relationship.isReciprocal())
+        return membersByRow(relationship, ownerEntity, owner, std::move(members));
+    auto const& destination = *relationship.destinationEntity();
+    for (auto const& set : sets_) {
+        eachChange(*set, relationship, ownerEntity, owner,
+                   [&](auto const& change) { apply(change, coordinator_->promotions(), members); });
+        std::erase_if(members, [&](RecordKey key) {
+            auto const* change = set->find(destination, key);
+            return change && change->kind == RecordChange::Kind::Delete;
+        });
+    }
+    return members;
+}
+
+void RecordReader::eachChange(ChangeSet const& set, NSRelationshipDescription const& relationship,
+                              NSEntityDescription const& ownerEntity, RecordKey owner,
+                              FunctionRef<void(RelationshipChange const&)> each) const {
+    auto const former = owner > 0 ? coordinator_->promotions().temporaryKey(owner) : 0;
+    for (auto const key : {former, owner})
+        if (auto const* change = key == 0 ? nullptr : set.find(ownerEntity, key))
+            for (auto const& changed : change->relationships)
+                if (changed.relationship == &relationship) each(changed);
+}
+
+/// The row is what a conflict was decided about: an owner whose change of its members did not stand still has it in its set.
+std::vector<RecordKey> RecordReader::membersByRow(NSRelationshipDescription const& relationship,
+                                                  NSEntityDescription const& ownerEntity, RecordKey owner,
+                                                  std::vector<RecordKey> members) const {
+    auto const& destination = *relationship.destinationEntity();
+    if (!hasChangesOf(destination) && !hasChangesOf(ownerEntity)) return members;
+    auto& promotions = coordinator_->promotions();
+    KeySet candidates;
+    for (auto const key : members) candidates.append(key);
+    for (auto const& set : sets_)
+        eachChange(*set, relationship, ownerEntity, owner,
+                   [&](auto const& change) { addCandidates(change, promotions, candidates); });
+    std::unordered_set<RecordKey> const stored(members.begin(), members.end());
+    members.assign(candidates.keys().begin(), candidates.keys().end());
+    std::erase_if(members, [&](RecordKey key) {
+        auto const found = pending(destination, key);
+        if (!found.isKnown) return !stored.contains(key);
+        if (!found.row) return true;
+        auto const& place = found.row->placeOfProperty(relationship.inverseRelationship()->index());
+        return currentKey(promotions, found.row->integer(place)) != currentKey(promotions, owner);
+    });
+    return members;
+}
+
+} // namespace Tessarin
