@@ -106,6 +106,8 @@
 #include "Tessarin/platform/objectgraph/model/NSValidationError.h"
 #include "Tessarin/platform/objectgraph/model/NameIndex.h"
 #include "Tessarin/platform/objectgraph/query/NSFetchRequest.h"
+#include "Tessarin/platform/objectgraph/persistence/history/HistoryRequest.h"
+#include "Tessarin/platform/objectgraph/persistence/history/HistoryTransaction.h"
 #include "Tessarin/platform/objectgraph/persistence/migration/MigrationPlan.h"
 #include "Tessarin/platform/objectgraph/persistence/rows/Row.h"
 #include "Tessarin/platform/objectgraph/persistence/rows/RowLayout.h"

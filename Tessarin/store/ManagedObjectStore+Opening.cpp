@@ -176,6 +176,9 @@ bool ManagedObjectStore::openInMemory() {
 bool ManagedObjectStore::openFile(NSURL const& file, StoreOptions& options) {
     options.options.set(NSMigratePersistentStoresAutomaticallyOption, true);
     options.options.set(NSInferMappingModelAutomaticallyOption, true);
+    options.options.set(NSStoreHistoryOption, options.keepsHistory);
+    options.options.set(NSStoreMergesOthersOption, options.mergesOtherProcesses);
+    if (options.historyAge) options.options.set(NSStoreHistoryAgeOption, *options.historyAge);
     if (options.readOnly) options.options.set(NSReadOnlyPersistentStoreOption, true);
     bool const isReadOnly = options.options[NSReadOnlyPersistentStoreOption].boolean();
     if (!isReadOnly) makeFolders(storeURL_->path(), folderMode(options.fileMode));

@@ -40,6 +40,14 @@ struct StoreOptions {
     /// and a missing file is waited for. A save of changes fails, at whatever level, with StoreErrorCode::StoreReadOnly and
     /// keeps them.
     bool readOnly = false;
+    /// Keeps in the file a history of what is saved: see `NSManagedObjectContext::executeRequest(HistoryRequest)`. Switched off, what
+    /// this process saves does not reach others until they read it anew, or meet a conflict.
+    bool keepsHistory = true;
+    /// Seconds for which the history is kept at least; absent: for ever. By default a week.
+    std::optional<double> historyAge = 7 * 86400.0;
+    /// What other processes save to the file is brought to all contexts of this store, and to what observes them, soon after they
+    /// have saved: unsaved changes stay, as they do when another worker saves. Keeps a history, too.
+    bool mergesOtherProcesses = true;
     /// Options of the persistent store; migration and its inference are always switched on.
     Dictionary options = {};
     /// Told, by the thread that makes the store, why it waits: after 1 s, then after 2, 4, 8 and so on. What it throws ends the

@@ -106,23 +106,25 @@ std::vector<RecordKey> keysOf(Coordinator const& coordinator, NSFetchRequest con
 /// `change` on what the request means; once more with keys where the store cannot say that.
 template <class Change>
 void onTargets(Coordinator const& coordinator, NSFetchRequest const& request, bool namesRecords, BatchOutcome& outcome,
-               Change change) {
+               Ref<ChangeOrigin const> origin, Change change) {
     BatchTarget target{.query = queryOf(coordinator, request),
-                       .names = namesRecords ? BatchTarget::Names::Records : BatchTarget::Names::None};
+                       .names = namesRecords ? BatchTarget::Names::Records : BatchTarget::Names::None,
+                       .origin = std::move(origin)};
     if (auto error = change(target)) throw ErrorException(error);
     if (outcome.complete) return;
     target.keys = keysOf(coordinator, request);
     if (auto error = change(target)) throw ErrorException(error);
 }
 
-std::vector<BatchTarget> targetsOf(Coordinator const& coordinator, std::span<Ref<NSManagedObjectID> const> ids) {
+std::vector<BatchTarget> targetsOf(Coordinator const& coordinator, std::span<Ref<NSManagedObjectID> const> ids,
+                                   Ref<ChangeOrigin const> const& origin) {
     std::map<NSEntityDescription const*, std::vector<RecordKey>> keys; // by root entity
     for (auto const& id : ids)
         if (id->isIn(coordinator->identities()) && id->recordKey() > 0)
             keys[id->entity().rootEntity()].push_back(id->recordKey());
     std::vector<BatchTarget> targets;
     for (auto& [root, some] : keys)
-        targets.push_back({.query = {.entity = root, .sortDescriptors = {}}, .keys = std::move(some)});
+        targets.push_back({.query = {.entity = root, .sortDescriptors = {}}, .keys = std::move(some), .origin = origin});
     return targets;
 }
 
@@ -186,6 +188,7 @@ Ref<NSBatchUpdateResult> NSManagedObjectContext::executeRequest(NSBatchUpdateReq
         meant->setIncludesSubentities(request.includesSubentities());
         if (!assignments.empty())
             onTargets(coordinator, *meant, request.resultType() == NSBatchRequestResultType::ObjectIDs, outcome,
+                      originOf(*state_),
                       [&](BatchTarget const& target) { return store.updateInBatch(target, assignments, outcome); });
         coordinator->space()->commits().noteGap();
         return resultOf<NSBatchUpdateResult>(coordinator, request.resultType(), outcome);
@@ -203,8 +206,10 @@ Ref<NSBatchDeleteResult> NSManagedObjectContext::executeRequest(NSBatchDeleteReq
         BatchOutcome outcome;
         if (request.fetchRequest())
             onTargets(coordinator, *request.fetchRequest(), request.resultType() == NSBatchRequestResultType::ObjectIDs, outcome,
-                      [&](BatchTarget const& target) { return store.deleteInBatch({&target, 1}, outcome); });
-        else if (auto problem = store.deleteInBatch(targetsOf(coordinator, request.objectIDs()), outcome))
+                      originOf(*state_), [&](BatchTarget const& target) {
+                          return store.deleteInBatch({&target, 1}, outcome);
+                      });
+        else if (auto problem = store.deleteInBatch(targetsOf(coordinator, request.objectIDs(), originOf(*state_)), outcome))
             throw ErrorException(problem);
         coordinator->space()->commits().noteGap();
         return resultOf<NSBatchDeleteResult>(coordinator, request.resultType(), outcome);

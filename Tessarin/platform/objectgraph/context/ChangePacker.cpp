@@ -35,7 +35,8 @@ Ref<ChangeSet const> ChangePacker::pack() {
     for (auto const& object : context_.changed) rows_.push_back(changes.emplace_back(packedChange(*object)).after);
     blocks_.close();
     std::erase_if(changes, changesNothing);
-    return changes.empty() ? nullptr : std::make_shared<ChangeSet const>(context_.coordinator->space(), std::move(changes));
+    if (changes.empty()) return nullptr;
+    return std::make_shared<ChangeSet const>(context_.coordinator->space(), std::move(changes), originOf(context_));
 }
 
 Ref<ChangeSet const> ChangePacker::pack(UniqueConstraints const& constraints) {

@@ -42,9 +42,12 @@ public:
     bool knowsForeignTemporaries = false;      // has objects for unsaved records of an ancestor
 
     Cell<Ref<NSMergePolicy>> mergePolicy;
-    Cell<std::string> name;
+    Cell<std::string> name, transactionAuthor;
+    Ref<OthersChangesTaker> othersTaker; // of a root context
 };
 
+/// Who its changes are of; null where that has no name.
+Ref<ChangeOrigin const> originOf(ContextState const& context);
 /// What a context does before it answers: brings what has come to its objects, shows its children what is unsaved, announces.
 void processChanges(NSManagedObjectContext& context, ContextState& state);
 

@@ -4,6 +4,7 @@
 #include "Tessarin/platform/objectgraph/context/ContextNotificationsPrivate.h"
 #include "Tessarin/platform/objectgraph/context/MergingPrivate.h"
 #include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
+#include "Tessarin/platform/objectgraph/context/OthersMergingPrivate.h"
 #include "Tessarin/platform/objectgraph/context/RecordReaderPrivate.h"
 #include "Tessarin/platform/objectgraph/context/RelationshipsPrivate.h"
 #include "Tessarin/platform/objectgraph/context/SaveOperationPrivate.h"
@@ -96,6 +97,7 @@ void NSManagedObjectContext::setParentContext(Ref<NSManagedObjectContext> parent
 void NSManagedObjectContext::setPersistentStoreCoordinator(Ref<NSPersistentStoreCoordinator> coordinator) {
     if (state_->link || state_->parent) fatal("a context's coordinator cannot be set once it has a parent or a coordinator");
     joinCoordinator(*state_, self<NSManagedObjectContext>(), std::move(coordinator));
+    joinOthers(self<NSManagedObjectContext>(), *state_);
 }
 
 void NSManagedObjectContext::performBlock(Closure<void()> block) {

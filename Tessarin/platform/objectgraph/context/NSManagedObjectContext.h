@@ -10,6 +10,7 @@
 #include "Tessarin/platform/objectgraph/context/NSBatchUpdateRequest.h"
 #include "Tessarin/platform/objectgraph/context/NSManagedObject.h"
 #include "Tessarin/platform/objectgraph/context/NSMergePolicy.h"
+#include "Tessarin/platform/objectgraph/persistence/history/HistoryRequest.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/NSPersistentStoreCoordinator.h"
 #include "Tessarin/platform/objectgraph/query/NSFetchRequest.h"
 #include "Tessarin/platform/queues/Queue.h"
@@ -83,6 +84,9 @@ public:
     void setMergePolicy(Ref<NSMergePolicy> policy);
     std::string name() const;
     void setName(std::string name);
+    /// Who is said, in the store's history, to have made the changes that this context saves; empty by default. Any thread.
+    std::string transactionAuthor() const;
+    void setTransactionAuthor(std::string author);
 
     /// Runs `block` on the context's queue; returns at once. The context lives until it has run. Any thread.
     void performBlock(Closure<void()> block);
@@ -121,6 +125,10 @@ public:
     /// Null with an error, and nothing is changed.
     Ref<NSBatchUpdateResult> executeRequest(NSBatchUpdateRequest const& request, Ref<NSError>& error);
     Ref<NSBatchDeleteResult> executeRequest(NSBatchDeleteRequest const& request, Ref<NSError>& error);
+    /// The transactions of the store, see `NSPersistentStoreCoordinator::fetchHistory`. Any thread.
+    std::vector<HistoryTransaction> executeRequest(HistoryRequest const& request, Ref<NSError>& error) const;
+    /// The same on another thread; the completion is called once, as a block of this context. Any thread.
+    void fetchHistory(HistoryRequest request, HistoryCompletion completion);
     /// The object of that record, as a fault when it is not in memory; whether the record exists shows when it is used.
     /// Null for an identity of another coordinator.
     Ref<NSManagedObject> objectWithID(NSManagedObjectID const& id);

@@ -35,7 +35,7 @@ Ref<ChangeSet const> rebased(ChangeSet const& set, ChangeSets const& unsaved) {
         builder.begin(*change.after, change.before->version() + 1);
         change.after = builder.finish();
     }
-    return std::make_shared<ChangeSet const>(set.sharedSpace(), std::move(changes));
+    return std::make_shared<ChangeSet const>(set.sharedSpace(), std::move(changes), set.origin());
 }
 
 } // namespace

@@ -8,11 +8,12 @@
 namespace Tessarin {
 namespace {
 
-std::vector<BatchTarget> everythingOf(NSManagedObjectModel const& model) {
+std::vector<BatchTarget> everythingOf(NSManagedObjectModel const& model, Ref<ChangeOrigin const> const& origin) {
     std::vector<BatchTarget> targets; // in the order of the indexes, as the runs shall be
     for (auto const& entity : model.entities())
         if (!entity->superentity())
-            targets.push_back({.query = {.entity = entity.get(), .sortDescriptors = {}}, .names = BatchTarget::Names::Runs});
+            targets.push_back(
+                {.query = {.entity = entity.get(), .sortDescriptors = {}}, .names = BatchTarget::Names::Runs, .origin = origin});
     std::ranges::sort(targets, {}, [](BatchTarget const& target) { return target.query.entity->index(); });
     return targets;
 }
@@ -33,7 +34,7 @@ bool deletesEverything(NSManagedObjectContext& context, Ref<NSError>& error) {
     if (!std::ranges::all_of(model.entities(), saysNothing)) return false;
     if (!context.save(error) || context.hasChanges() || state.link->count() != 0) return false; // a save writes metadata, too
     BatchOutcome outcome;
-    error = store->deleteInBatch(everythingOf(model), outcome);
+    error = store->deleteInBatch(everythingOf(model, originOf(state)), outcome);
     state.coordinator->space()->commits().noteGap();
     if (!error) postDidSave(context, {}, DeletedRecords(std::move(outcome.runs)));
     return true;

@@ -40,6 +40,7 @@ struct AttributeOptions {
     std::optional<double> maximum = {};
     std::string regularExpression = {}; // the whole text must match; a pattern that does not compile is ignored
     bool indexed = false;
+    bool keptInHistory = false; // its value stays in the store's history when the record is deleted
     bool allowsExternalBinaryDataStorage = false;
     bool derived = false;
     std::string derivationExpression = {};

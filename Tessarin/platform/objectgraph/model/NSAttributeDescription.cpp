@@ -11,6 +11,8 @@ void NSAttributeDescription::init(AttributeDefinition definition) {
     options.defaultValue = attributeValue(definition_.type, options.defaultValue);
     if (options.renamingIdentifier.empty()) options.renamingIdentifier = definition_.name;
     if (!options.regularExpression.empty()) pattern_ = TextPattern::compile(options.regularExpression);
+    if (auto const kept = options.userInfo.find("keptInHistory"); kept != options.userInfo.end())
+        options.keptInHistory = options.keptInHistory || attributeValue(NSAttributeType::Boolean, Value(kept->second)).boolean();
     isOptional_ = options.optional;
     isTransient_ = options.transient;
 }

@@ -22,6 +22,9 @@ public:
     std::string const& regularExpression() const noexcept { return definition_.options.regularExpression; }
 
     bool isIndexed() const noexcept { return definition_.options.indexed; }
+    /// Whether its value stays in the store's history when the record is deleted: by the option of that name, or "YES" under that
+    /// key in the user info of a document.
+    bool isKeptInHistory() const noexcept { return definition_.options.keptInHistory; }
     bool allowsExternalBinaryDataStorage() const noexcept { return definition_.options.allowsExternalBinaryDataStorage; }
     bool isDerived() const noexcept { return definition_.options.derived; }
     std::string const& derivationExpression() const noexcept { return definition_.options.derivationExpression; }

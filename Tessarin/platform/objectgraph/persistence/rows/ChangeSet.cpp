@@ -34,8 +34,8 @@ void sortChanges(std::vector<RecordChange>& changes) {
 
 } // namespace
 
-ChangeSet::ChangeSet(Ref<RowSpace> space, std::vector<RecordChange> changes)
-    : space_(std::move(space)), changes_(std::move(changes)) {
+ChangeSet::ChangeSet(Ref<RowSpace> space, std::vector<RecordChange> changes, Ref<ChangeOrigin const> origin)
+    : space_(std::move(space)), origin_(std::move(origin)), changes_(std::move(changes)) {
     sortChanges(changes_);
     changedRows_.resize(space_->model().entities().size());
     for (auto const& change : changes_) {

@@ -1,5 +1,6 @@
 #pragma once
 #include "Tessarin/Export.h"
+#include "Tessarin/platform/objectgraph/persistence/history/ChangeOriginPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/rows/ChangeIndexPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/rows/ChangeOrderPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/rows/Row.h"
@@ -27,6 +28,7 @@ struct RecordChange {
     enum class Kind : std::uint8_t { Insert, Update, Delete };
 
     Kind kind = Kind::Insert;
+    bool changesNoLinks = false; // of an update that somebody else made: it is of attributes alone
     RecordKey key = 0;                           // permanent
     NSEntityDescription const* entity = nullptr; // the record's own, never an ancestor of it
     RowRef before;                               // the row that the change was made on; none for an insertion
@@ -40,9 +42,11 @@ struct RecordChange {
 /// The changes of one save: immutable, shared by the contexts above and the store. Any thread.
 class TESSARIN_API ChangeSet {
 public:
-    ChangeSet(Ref<RowSpace> space, std::vector<RecordChange> changes);
+    ChangeSet(Ref<RowSpace> space, std::vector<RecordChange> changes, Ref<ChangeOrigin const> origin = nullptr);
 
     Ref<RowSpace> const& sharedSpace() const noexcept { return space_; }
+    /// Null where nobody has said who made them.
+    Ref<ChangeOrigin const> const& origin() const noexcept { return origin_; }
     /// All changes, sorted by the index of the record's root entity, then by key.
     std::span<RecordChange const> changes() const noexcept { return changes_; }
     std::span<RecordChange const> changesOf(NSEntityDescription const& rootEntity) const noexcept;
@@ -70,6 +74,7 @@ public:
 
 private:
     Ref<RowSpace> space_;
+    Ref<ChangeOrigin const> origin_;
     std::vector<RecordChange> changes_;
     std::vector<std::size_t> changedRows_; // by index of the entity
     std::vector<RecordChange const*> updates_;

@@ -2,6 +2,7 @@
 #include "Tessarin/Export.h"
 #include "Tessarin/platform/objectgraph/persistence/rows/ChangeQuestionsPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/rows/CommitLogPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/OthersChangesPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/rows/Row.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/IdentityTablePrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/KeyTablePrivate.h"
@@ -77,6 +78,7 @@ public:
     UniqueConstraints const& constraints() const noexcept { return constraints_; }
     ChangeQuestions& questions() noexcept { return questions_; }
     CommitLog& commits() noexcept { return commits_; }
+    OthersChanges& others() noexcept { return others_; }
 
 private:
     Ref<NSManagedObjectModel> model_;
@@ -85,6 +87,7 @@ private:
     RowCache cache_;
     ChangeQuestions questions_;
     CommitLog commits_;
+    OthersChanges others_;
     Ref<IdentityTable> identities_;
 };
 

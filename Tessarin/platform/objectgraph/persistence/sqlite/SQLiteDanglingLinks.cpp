@@ -107,7 +107,7 @@ void SQLiteDanglingLinks::cutReferences(Table const& table) {
         if (keys.empty()) continue;
         std::ranges::sort(keys);
         runForKeys(connection_, fmt::format("UPDATE {0} SET {1} = NULL, version = version + 1 WHERE id", in.name, column), keys);
-        for (auto const key : keys) changed_.emplace_back(in.root, key);
+        for (auto const key : keys) changed_.push_back({in.root, key, property});
     }
 }
 
@@ -139,8 +139,16 @@ void SQLiteDanglingLinks::cutAllTo(NSEntityDescription const& rootEntity) {
     }
 }
 
+void SQLiteDanglingLinks::forReferencesTo(
+    NSEntityDescription const& rootEntity,
+    FunctionRef<void(NSEntityDescription const& referring, NSPropertyDescription const& property)> each) const {
+    auto const& table = tables_[tableOf(rootEntity)];
+    for (std::size_t at = 0; at < table.references.size(); ++at)
+        each(*table.referring[at]->root, *table.references[at]->property);
+}
+
 void SQLiteDanglingLinks::tell(SQLiteReader& reader, SaveOutcome& outcome) const {
-    for (auto const& [rootEntity, key] : changed_) {
+    for (auto const& [rootEntity, key, property] : changed_) {
         auto row = reader.row(*rootEntity, key);
         if (!row) continue;
         std::erase_if(outcome.corrected, [&, changed = key](RecordChange const& change) { return change.key == changed; });

@@ -22,8 +22,17 @@ public:
     void cutAllTo(NSEntityDescription const& rootEntity, std::vector<RecordKey> keys);
     /// The same where none is left. The records that lost a link are not noted.
     void cutAllTo(NSEntityDescription const& rootEntity);
-    /// The records that lost a to-one link: root entity and key.
-    std::span<std::pair<NSEntityDescription const*, RecordKey> const> changed() const noexcept { return changed_; }
+    struct Cut {
+        NSEntityDescription const* rootEntity;
+        RecordKey key;
+        NSPropertyDescription const* property;
+    };
+    /// The records that lost a to-one link.
+    std::span<Cut const> changed() const noexcept { return changed_; }
+    /// The columns that lead to records of a table: each with the root entity of where it stands.
+    void
+    forReferencesTo(NSEntityDescription const& rootEntity,
+                    FunctionRef<void(NSEntityDescription const& referring, NSPropertyDescription const& property)> each) const;
     /// The records that lost a link and were not told otherwise; after the commit.
     void tell(SQLiteReader& reader, SaveOutcome& outcome) const;
 
@@ -49,7 +58,7 @@ private:
     SQLiteLinkWriter& links_;
     std::vector<Table> tables_; // as the schema's
     std::vector<std::optional<std::vector<Reference>>> references_; // by index of the entity
-    std::vector<std::pair<NSEntityDescription const*, RecordKey>> changed_; // root entity and key
+    std::vector<Cut> changed_;
 };
 
 } // namespace Tessarin

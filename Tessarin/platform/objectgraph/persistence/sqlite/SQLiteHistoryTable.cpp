@@ -4,23 +4,16 @@
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteStoredModelPrivate.h"
 
 #include <algorithm>
-#include <cstring>
 #include <fmt/format.h>
 
 namespace Tessarin {
-namespace {
 
-/// Not 0, and never negative, so that it reads well in a token.
 std::int64_t randomName() {
     auto const text = NSUUID::UUID().UUIDString();
     std::uint64_t hash = 14695981039346656037U;
     for (auto const c : text) hash = (hash ^ static_cast<unsigned char>(c)) * 1099511628211U;
     return static_cast<std::int64_t>((hash >> 1) | 1);
 }
-
-constexpr auto newestTransaction = "SELECT max(id) FROM tessarin_history";
-
-} // namespace
 
 void createHistory(SQLite::Connection& connection) {
     connection.execute("CREATE TABLE IF NOT EXISTS tessarin_history (id INTEGER PRIMARY KEY, time REAL NOT NULL, "
@@ -53,8 +46,14 @@ HistoryExtent historyOf(SQLite::Connection& connection) {
     HistoryExtent extent;
     extent.name = connection.integer("SELECT value FROM tessarin_store WHERE key = 'history'");
     extent.purged = connection.integer("SELECT value FROM tessarin_store WHERE key = 'historyPurged'");
-    extent.newest = std::max(connection.integer(newestTransaction), extent.purged);
+    extent.newest = std::max(connection.integer("SELECT max(id) FROM tessarin_history"), extent.purged);
     return extent;
+}
+
+std::int64_t newestTransaction(SQLite::Connection& connection) try {
+    return historyOf(connection).newest;
+} catch (SQLite::Failure const&) { // of an older format, or damaged: whoever asks for more is told
+    return 0;
 }
 
 } // namespace Tessarin

@@ -25,7 +25,11 @@ struct HistoryExtent {
     std::int64_t purged = 0; // up to this transaction it was forgotten
     std::int64_t newest = 0; // the last one there was
 };
-/// Costs two look-ups.
+/// Costs three look-ups.
 HistoryExtent historyOf(SQLite::Connection& connection);
+/// 0 where there is none.
+std::int64_t newestTransaction(SQLite::Connection& connection);
+/// A number for a history, or for somebody who writes one: positive, and no other's.
+std::int64_t randomName();
 
 } // namespace Tessarin

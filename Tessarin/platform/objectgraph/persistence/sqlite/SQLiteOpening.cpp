@@ -3,6 +3,7 @@
 
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteEmptinessPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteFileChecksPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteHistoryTablePrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteStoredModelPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreRescuePrivate.h"
@@ -53,7 +54,9 @@ std::unique_ptr<SQLiteStore::Impl> SQLiteOpening::run(Ref<NSError>& error) {
             return nullptr;
         } catch (ErrorException const& postponed) { // or the rescue of a refused file had to be
             reason = postponed.error();
-        } catch (std::bad_alloc const&) { reason = NSError::errorWithErrno(ENOMEM, path_); }
+        } catch (std::bad_alloc const&) {
+            reason = NSError::errorWithErrno(ENOMEM, path_);
+        }
         if (isCancelled() || !options_.waiting->pause(reason)) {
             error = isCancelled() ? options_.opening->cancellation() : reason;
             return nullptr;
@@ -79,8 +82,12 @@ std::unique_ptr<SQLiteStore::Impl> SQLiteOpening::attempt() {
                 storeError(StoreErrorCode::StoreOpen, "The store can only be read by a newer version of SQLite: " + path_));
         try {
             throwVerdict(failure);
-        } catch (Refused const& refused) { refuse(refused, connection.get()); }
-    } catch (Refused const& refused) { refuse(refused, connection.get()); } // before the connection goes
+        } catch (Refused const& refused) {
+            refuse(refused, connection.get());
+        }
+    } catch (Refused const& refused) {
+        refuse(refused, connection.get());
+    } // before the connection goes
 }
 
 std::unique_ptr<SQLiteStore::Impl> SQLiteOpening::openForWriting(std::unique_ptr<SQLite::Connection>& connection) {
@@ -138,6 +145,9 @@ std::unique_ptr<SQLiteStore::Impl> SQLiteOpening::store(SQLite::Connection& conn
     impl->metadata.read(connection);
     impl->identifier = impl->metadata.get()["NSStoreUUID"].text();
     if (impl->identifier.empty()) throw Refused::because("its identity is missing");
+    impl->historyAge = options_.historyAge;
+    if (options_.keepsHistory) impl->historyWriter = randomName();
+    if (options_.mergesOthers) impl->others = std::make_shared<SQLiteOthers>(path_, newestTransaction(connection));
     return impl;
 }
 

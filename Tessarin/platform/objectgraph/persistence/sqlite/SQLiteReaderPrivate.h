@@ -37,6 +37,7 @@ public:
     /// `noteCount`.
     bool expectsCached(StoreQuery const& query) { return decoderOf(query).expectsCached(); }
     void noteCount(StoreQuery const& query, std::size_t count) { decoderOf(query).noteCount(count); }
+    SQLite::Connection& connection() const noexcept { return connection_; }
     /// What file the reader sees, see `SQLite::Connection::seenState`.
     std::optional<SQLite::Connection::LogState> seenState() const noexcept { return connection_.seenState(); }
 

@@ -3,6 +3,7 @@
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteOpeningPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteStoreImplPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteVerificationPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/NSPersistentStoreCoordinator.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
 #include "Tessarin/platform/sqlite/Transaction.h"
 
@@ -47,6 +48,9 @@ SQLiteStoreOptions SQLiteStoreOptions::from(Dictionary const& options) {
     read.isReadOnly = options["NSReadOnlyPersistentStoreOption"].boolean();
     if (auto const& mode = options["NSFilePosixPermissions"]; mode.isNumber())
         read.fileMode = static_cast<std::uint32_t>(mode.integer() & 0777);
+    read.mergesOthers = options[NSStoreMergesOthersOption].boolean();
+    read.keepsHistory = (read.mergesOthers || options[NSStoreHistoryOption].boolean()) && !read.isReadOnly;
+    if (auto const& age = options[NSStoreHistoryAgeOption]; age.isNumber()) read.historyAge = age.number();
     read.waiting = options[NSStoreWaitingOption].objectAs<StoreWaiting>();
     if (!read.waiting) read.waiting = make<StoreWaiting>(nullptr, std::nullopt);
     read.opening = options[NSStoreOpeningOption].objectAs<StoreOpening>();
@@ -61,7 +65,10 @@ void SQLiteStore::init(std::unique_ptr<Impl> impl) { impl_ = std::move(impl); }
 Ref<SQLiteStore> SQLiteStore::open(NSURL const& file, Ref<RowSpace> space, Dictionary const& options, Ref<NSError>& error) {
     SQLiteOpening opening(file, std::move(space), SQLiteStoreOptions::from(options));
     auto impl = opening.run(error);
-    return impl ? make<SQLiteStore>(std::move(impl)) : nullptr;
+    if (!impl) return nullptr;
+    auto store = make<SQLiteStore>(std::move(impl));
+    store->beginWithOthers();
+    return store;
 }
 
 std::string const& SQLiteStore::type() const {
@@ -76,6 +83,7 @@ std::string SQLiteStore::identifier() const { return impl_->identifier; }
 bool SQLiteStore::isReadOnly() const { return impl_->isReadOnly; }
 
 void SQLiteStore::close() {
+    if (impl_->others) impl_->others->end();
     {
         std::lock_guard const hold(impl_->writing);
         impl_->isClosed = true;
@@ -94,7 +102,7 @@ SQLiteStore::Impl::Writing& SQLiteStore::Impl::writer() {
     if (isReadOnly) throw ErrorException(storeError(StoreErrorCode::StoreReadOnly, "The store was opened for reading: " + path));
     if (!writerSeat) {
         requireInPlace(); // before another file is taken for it
-        writerSeat = std::make_unique<Writing>(schema, path, options);
+        writerSeat = std::make_unique<Writing>(schema, path, options, historyWriter);
     }
     return *writerSeat;
 }
@@ -139,6 +147,7 @@ Ref<NSError> SQLiteStore::save(std::span<Ref<ChangeSet const> const> sets, Confl
         impl.keys.confirm();
         impl.metadata.confirm();
         writer.publish(written, outcome);
+        impl.noteCommit();
         bool const isAll = outcome.sets.empty() && outcome.corrected.empty() && connection.isOneCommitLater(after, before);
         if (isAll) impl.scans->noteSave(before, after, written);
     };
@@ -149,6 +158,8 @@ Ref<NSError> SQLiteStore::save(std::span<Ref<ChangeSet const> const> sets, Confl
             write(SQLiteWriter::Conflicts::Settled);
         }
     });
+    static constexpr std::int64_t between = 4096; // transactions
+    if (!error && impl.writerSeat && impl.writerSeat->writer.historyWritten().last % between == 0) forgetOldHistoryLater();
     if (!error) return nullptr;
     outcome = {};
     impl.writerSeat.reset(); // the next attempt starts with a connection in a known state
@@ -196,6 +207,7 @@ Ref<NSError> SQLiteStore::Impl::inBatch(BatchOutcome& outcome, FunctionRef<bool(
         readers->endIdle();
         transaction.commit();
         batchWriter.forgetRows(outcome);
+        noteCommit();
     });
     if (!error) return nullptr;
     outcome = {};
@@ -217,7 +229,9 @@ Ref<NSError> SQLiteStore::Impl::reading(std::string const& table, FunctionRef<vo
     return caught([&] {
         try {
             work(*readers->lease());
-        } catch (SQLite::Failure const& failure) { throw ErrorException(damage.errorOf(failure, table)); }
+        } catch (SQLite::Failure const& failure) {
+            throw ErrorException(damage.errorOf(failure, table));
+        }
     });
 }
 
@@ -228,6 +242,7 @@ Ref<NSError> SQLiteStore::findHolders(UniqueConstraint const& constraint, std::s
 }
 
 Ref<NSError> SQLiteStore::fetch(StoreQuery const& query, StoreAnswer& answer) {
+    if (impl_->others) impl_->others->noteUsed();
     auto error = impl_->reading(impl_->schema.tableOf(*query.entity).name, [&](SQLiteReader& reader) {
         auto const span = reader.longSpanOf(query);
         bool const mayShare = span && !query.isGivenUp; // a helper cannot be stopped

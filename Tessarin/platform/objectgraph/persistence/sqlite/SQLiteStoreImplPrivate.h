@@ -1,6 +1,7 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteDamagePrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteKeyBlocksPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteOthersPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteReaderPoolPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteStorePrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteTableScansPrivate.h"
@@ -12,13 +13,16 @@
 
 namespace Tessarin {
 
+class SQLiteHistoryReader;
+
 /// What an open store consists of.
 struct SQLiteStore::Impl {
     struct Writing {
         SQLite::Connection connection;
         SQLiteWriter writer;
-        Writing(SQLiteSchema const& schema, std::string const& path, SQLite::ConnectionOptions const& options)
-            : connection(path, options), writer(schema, connection) {
+        Writing(SQLiteSchema const& schema, std::string const& path, SQLite::ConnectionOptions const& options,
+                std::int64_t historyWriter)
+            : connection(path, options), writer(schema, connection, historyWriter) {
             connection.execute("PRAGMA journal_size_limit = 16777216"); // a log that one large save made long does not stay so
         }
     };
@@ -31,6 +35,7 @@ struct SQLiteStore::Impl {
           options(std::move(connectionOptions)),
           readers(std::make_shared<SQLiteReaderPool>(schema, path, options)),
           scans(std::make_shared<SQLiteTableScans>(space, readers)),
+          notice(path),
           damage(schema, path, options) {}
 
     ~Impl() { scans->waitForHelpers(); }
@@ -46,6 +51,12 @@ struct SQLiteStore::Impl {
     /// One transaction of `change`, which is false when it did nothing.
     Ref<NSError> inBatch(BatchOutcome& outcome, FunctionRef<bool(SQLiteWriter&)> change);
 
+    /// A transaction that may be told in the history was committed: others are given notice. The caller holds `writing`.
+    void noteCommit();
+    Ref<NSError> readingHistory(FunctionRef<void(SQLiteHistoryReader&)> work);
+    /// Up to the transaction that `last` gives.
+    Ref<NSError> purge(FunctionRef<std::int64_t(SQLiteHistoryReader&)> last);
+
     NSURL const url;
     Ref<RowSpace> const space;
     SQLiteSchema const schema;
@@ -55,14 +66,19 @@ struct SQLiteStore::Impl {
     std::optional<StoreRefusal::Identity> identity; // of the file; likewise
     bool isReadOnly = false;          // likewise
     std::int64_t modelGeneration = 0; // likewise; counts the migrations of the file
+    // The history, constant after opening: the number under which this store writes it, 0 where it does not, and how long it is kept.
+    std::int64_t historyWriter = 0;
+    std::optional<double> historyAge;
+    Ref<SQLiteOthers> others; // null where they are not merged
     Ref<SQLiteReaderPool> const readers;
     Ref<SQLiteTableScans> const scans;
+    SQLiteNotice const notice;
     SQLiteDamage damage;
     StoreMetadata metadata;
     SQLiteKeyBlocks keys;
-    std::atomic<bool> isClosed{false};    // set with `writing` held
-    std::mutex writing;                   // one save at a time
-    std::unique_ptr<Writing> writerSeat;  // guarded by writing
+    std::atomic<bool> isClosed{false}; // set with `writing` held
+    std::mutex writing; // one save at a time
+    std::unique_ptr<Writing> writerSeat; // guarded by writing
 };
 
 } // namespace Tessarin

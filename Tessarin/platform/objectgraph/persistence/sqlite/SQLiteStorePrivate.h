@@ -5,6 +5,7 @@
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreQueryPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreWaiting.h"
 #include <memory>
+#include <optional>
 
 namespace Tessarin {
 
@@ -18,12 +19,15 @@ struct SQLiteStoreOptions {
     bool infersMapping = true;                   // a file of another model is migrated where rules exist
     bool isReadOnly = false;                     // nothing is made, migrated, rescued or saved
     std::uint32_t fileMode = 0600;               // permissions of a new file; its log's are those of the file
+    bool keepsHistory = false;
+    bool mergesOthers = false;
+    std::optional<double> historyAge; // seconds for which it is kept at least
     Ref<StoreWaiting> waiting;                   // never null once read
     Ref<StoreOpening> opening;                   // may be null
 
     /// Reads "NSSQLitePragmasOption" ({"synchronous": "NORMAL", "cache_size": -8192}; a positive size counts pages of 4 KiB),
     /// "NSSQLiteBusyTimeoutOption" (seconds), "NSInferMappingModelAutomaticallyOption", "NSReadOnlyPersistentStoreOption",
-    /// "NSFilePosixPermissions", "NSStoreWaitingOption" and "NSStoreOpeningOption". Other keys are ignored.
+    /// "NSFilePosixPermissions", "NSStoreWaitingOption", "NSStoreOpeningOption" and those of the history. Other keys are ignored.
     static SQLiteStoreOptions from(Dictionary const& options);
 };
 
@@ -61,6 +65,10 @@ public:
     Ref<NSError> members(NSRelationshipDescription const& relationship, std::span<RecordKey const> owners,
                          FunctionRef<void(RecordKey owner, RecordKey member)> each) override;
     RecordKey reserveKeys(std::size_t count, Ref<NSError>& error) override;
+    Ref<NSError> history(HistoryRequest const& request, std::vector<HistoryTransaction>& found) override;
+    Ref<NSError> newestOfHistory(HistoryToken& token) override;
+    Ref<NSError> purgeHistory(HistoryToken const& upTo) override;
+    Ref<NSError> purgeHistory(NSDate const& before) override;
     /// A sentence for each thing in the file that is not as it should be; none, too, with an error.
     std::vector<std::string> verify(Ref<NSError>& error) const;
 
@@ -72,6 +80,10 @@ protected:
 
 private:
     friend class SQLiteOpening;
+    void beginWithOthers();
+    std::int64_t lookForOthers(std::int64_t after);
+    void tellEverything();
+    void forgetOldHistoryLater();
     std::unique_ptr<Impl> impl_;
 };
 

@@ -60,6 +60,8 @@ bool SQLiteWriter::update(BatchTarget const& target, std::span<BatchAssignment c
     auto const selection = selectionOf(target);
     if (!selection) return false;
     dangling_.forget(); // what the last save told it
+    history_.begin(target.origin);
+    HistoryPacker::Mask mask;
     requireSources(target, assignments, *selection);
     RowBuilder builder; // brings values into the form in which they are kept
     auto const& layout = schema_.space().layoutOf(entity);
@@ -68,6 +70,7 @@ bool SQLiteWriter::update(BatchTarget const& target, std::span<BatchAssignment c
     std::string sets = "version = version + 1";
     for (auto const& [property, value, reference, source] : assignments) {
         auto const& column = schema_.columnOf(*property);
+        HistoryPacker::mark(mask, property->index());
         sets += fmt::format(", {} = {}", column, source ? "t0." + schema_.columnOf(*source) : "?");
         if (source) continue;
         auto const cell = static_cast<std::size_t>(layout.cellOf(property->index()));
@@ -94,6 +97,11 @@ bool SQLiteWriter::update(BatchTarget const& target, std::span<BatchAssignment c
         bindCell(statement, at + 1, *row, bound[static_cast<std::size_t>(at)]);
     bindAll(statement, selection->arguments, static_cast<int>(bound.size()));
     runBatch(statement, entity, outcome);
+    if (names)
+        history_.addRecords(HistoryChange::Kind::Updated, outcome.records, mask);
+    else if (outcome.count > 0)
+        history_.addTable(HistoryChange::Kind::Updated, *entity.rootEntity(), mask);
+    history_.end();
     return true;
 }
 
@@ -105,12 +113,20 @@ bool SQLiteWriter::remove(std::span<BatchTarget const> targets, BatchOutcome& ou
         selections.push_back(std::move(*selection));
     }
     dangling_.forget();
+    history_.begin(targets.empty() ? nullptr : targets.front().origin);
     std::vector<NSEntityDescription const*> emptied;
     for (std::size_t at = 0; at < targets.size(); ++at) {
         auto const& entity = *targets[at].query.entity;
         auto const& table = schema_.tableOf(entity);
+        noteDeletionsOf(targets[at], selections[at]);
         if (selections[at].condition.empty() && targets[at].names != BatchTarget::Names::Records) {
-            if (targets[at].names == BatchTarget::Names::Runs) nameRuns(entity, outcome);
+            if (targets[at].names == BatchTarget::Names::Runs) {
+                auto const before = outcome.runs.size();
+                nameRuns(entity, outcome);
+                history_.addRuns(std::span(outcome.runs).subspan(before));
+            } else {
+                history_.addTable(HistoryChange::Kind::Deleted, *entity.rootEntity());
+            }
             removeAll(entity, outcome);
             emptied.push_back(entity.rootEntity());
             continue;
@@ -120,13 +136,34 @@ bool SQLiteWriter::remove(std::span<BatchTarget const> targets, BatchOutcome& ou
             connection_, fmt::format("DELETE FROM {} AS t0{}{}", table.name, selections[at].condition, returned(table)));
         bindAll(statement, selections[at].arguments);
         runBatch(statement, entity, outcome);
+        history_.addRecords(HistoryChange::Kind::Deleted, std::span(outcome.records).subspan(before));
         std::vector<RecordKey> keys;
         for (auto const& record : std::span(outcome.records).subspan(before)) keys.push_back(record.key);
         std::ranges::sort(keys);
         dangling_.cutAllTo(*entity.rootEntity(), std::move(keys));
     }
-    for (auto const* entity : emptied) dangling_.cutAllTo(*entity); // at last: what is emptied, too, has no links to be cut
+    for (auto const* entity : emptied) {
+        dangling_.cutAllTo(*entity); // at last: what is emptied, too, has no links to be cut
+        dangling_.forReferencesTo(*entity, [&](auto const& referring, auto const& property) {
+            HistoryPacker::Mask mask;
+            HistoryPacker::mark(mask, property.index());
+            history_.addTable(HistoryChange::Kind::Updated, referring, mask);
+        });
+    }
+    endHistory();
     return true;
+}
+
+/// What the history keeps of them costs a look at each.
+void SQLiteWriter::noteDeletionsOf(BatchTarget const& target, SQLiteReader::Selection const& selection) {
+    auto const& root = *target.query.entity->rootEntity();
+    if (!history_.keepsValues(root)) return;
+    std::vector<RecordKey> keys;
+    SQLite::Statement statement(connection_,
+                                fmt::format("SELECT t0.id FROM {} AS t0{}", schema_.tableOf(root).name, selection.condition));
+    bindAll(statement, selection.arguments);
+    while (statement.step()) keys.push_back(statement.integer(0));
+    history_.noteDeletions(root, keys);
 }
 
 void SQLiteWriter::nameRuns(NSEntityDescription const& entity, BatchOutcome& outcome) {
@@ -163,7 +200,7 @@ void SQLiteWriter::forgetRows(BatchOutcome const& outcome) {
     auto& cache = schema_.space().cache();
     if (outcome.records.size() < outcome.count) cache.removeAll(); // it was empty, and holds what was fetched meanwhile
     for (auto const& record : outcome.records) cache.remove(record.key);
-    for (auto const& [entity, key] : dangling_.changed()) cache.remove(key);
+    for (auto const& cut : dangling_.changed()) cache.remove(cut.key);
     cache.endCommit();
 }
 

@@ -21,12 +21,13 @@ constexpr std::size_t manyRows = 1000;
 
 } // namespace
 
-SQLiteWriter::SQLiteWriter(SQLiteSchema const& schema, SQLite::Connection& connection)
+SQLiteWriter::SQLiteWriter(SQLiteSchema const& schema, SQLite::Connection& connection, std::int64_t historyWriter)
     : schema_(schema),
       connection_(connection),
       reader_(schema, connection),
       links_(connection, schema),
       dangling_(connection, schema, links_),
+      history_(schema, connection, reader_, historyWriter),
       writers_(schema.space().model().entities().size()) {}
 
 SQLiteRecordWriter& SQLiteWriter::writerOf(NSEntityDescription const& entity) {
@@ -40,13 +41,23 @@ void SQLiteWriter::write(std::span<Ref<ChangeSet const> const> sets, Conflicts c
     dropped_.clear();
     links_.forget();
     dangling_.forget();
+    history_.begin();
     try {
-        for (auto const& set : sets) writeSet(*set);
+        for (auto const& set : sets) {
+            history_.add(*set);
+            writeSet(*set);
+        }
         remakeIndexes();
         dangling_.cut();
+        endHistory();
     } catch (SQLite::Failure const& failure) {
         explain(failure);
     }
+}
+
+void SQLiteWriter::endHistory() {
+    for (auto const& [entity, key, property] : dangling_.changed()) history_.addCut(*entity, key, *property);
+    history_.end();
 }
 
 // Deletions first: what they free (a unique name) may be taken by an update, and that by an insertion.
@@ -100,6 +111,7 @@ void SQLiteWriter::writeDeletions(ChangeSet const& set) {
         if (keys.empty()) continue;
         if (conflicts_ == Conflicts::Noticed) checkVersions(table.name, set.changesOf(*table.root));
         dangling_.noteDeleted(*table.root, keys);
+        history_.noteDeletions(*table.root, keys);
         runForKeys(connection_, fmt::format("DELETE FROM {} WHERE id", table.name), keys);
     }
 }

@@ -1,5 +1,6 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteDanglingLinksPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteHistoryWriterPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteLinkWriterPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteReaderPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteRecordWriterPrivate.h"
@@ -11,7 +12,8 @@ namespace Tessarin {
 /// time; what fails throws ErrorException, and the transaction must then be taken back.
 class TESSARIN_API SQLiteWriter {
 public:
-    SQLiteWriter(SQLiteSchema const& schema, SQLite::Connection& connection);
+    /// `historyWriter`: see SQLiteHistoryWriter.
+    SQLiteWriter(SQLiteSchema const& schema, SQLite::Connection& connection, std::int64_t historyWriter);
 
     /// Thrown by `write` at the first record that is not as a change expects it.
     struct Stale {};
@@ -25,6 +27,8 @@ public:
     bool remove(std::span<BatchTarget const> targets, BatchOutcome& outcome);
     /// Takes what they wrote out of the cache; after the commit.
     void forgetRows(BatchOutcome const& outcome);
+    /// The transactions of the history that stand for what was written last.
+    SQLiteHistoryWriter::Written historyWritten() const noexcept { return history_.written(); }
     /// The record as the transaction sees it.
     RowRef stored(NSEntityDescription const& entity, RecordKey key) { return reader_.row(*entity.rootEntity(), key); }
 
@@ -45,6 +49,8 @@ private:
                         SQLiteReader::Selection const& selection);
     void nameRuns(NSEntityDescription const& entity, BatchOutcome& outcome);
     void removeAll(NSEntityDescription const& entity, BatchOutcome& outcome);
+    void noteDeletionsOf(BatchTarget const& target, SQLiteReader::Selection const& selection);
+    void endHistory();
     void runBatch(SQLite::Statement& statement, NSEntityDescription const& entity, BatchOutcome& outcome);
     [[noreturn]] void explain(SQLite::Failure const& failure) const;
 
@@ -53,6 +59,7 @@ private:
     SQLiteReader reader_; // sees what the transaction has written
     SQLiteLinkWriter links_;
     SQLiteDanglingLinks dangling_;
+    SQLiteHistoryWriter history_;
     Conflicts conflicts_ = Conflicts::Noticed;
     std::vector<std::unique_ptr<SQLiteRecordWriter>> writers_; // by index of the entity
     std::vector<SQLiteSchema::Index const*> dropped_;

@@ -1,4 +1,5 @@
 #pragma once
+#include "Tessarin/platform/objectgraph/persistence/history/ChangeOriginPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreQueryPrivate.h"
 #include "Tessarin/platform/runtime/Value.h"
 #include <optional>
@@ -10,13 +11,14 @@ struct BatchTarget {
     StoreQuery query;
     std::optional<std::vector<RecordKey>> keys = {}; // in place of predicate, order, limit and offset; others are ignored
     enum class Names : std::uint8_t { Records, Runs, None } names = Names::Records; // in the outcome; None: their number will do
+    Ref<ChangeOrigin const> origin = {}; // for the history
 };
 
 /// One property's new value, already checked against the model: a constant, a record, or what another attribute holds.
 struct BatchAssignment {
     NSPropertyDescription const* property = nullptr;
-    Value value = {};                               // of an attribute
-    RecordKey reference = 0;                        // of a to-one relationship; 0: none
+    Value value = {}; // of an attribute
+    RecordKey reference = 0; // of a to-one relationship; 0: none
     NSAttributeDescription const* source = nullptr; // of the same type; takes the place of `value`
 };
 
@@ -33,8 +35,8 @@ struct BatchOutcome {
     };
     std::vector<Record> records; // in any order; where they need not be named, perhaps none
     std::vector<RecordRun> runs; // in place of them, where that was asked for, by tree of entities and key
-    std::size_t count = 0;       // of records
-    bool complete = true;        // false: the store cannot find them itself and did nothing; ask again with keys
+    std::size_t count = 0; // of records
+    bool complete = true; // false: the store cannot find them itself and did nothing; ask again with keys
 };
 
 /// Enters the next key of a tree of entities.

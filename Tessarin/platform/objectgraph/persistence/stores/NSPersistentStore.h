@@ -12,12 +12,16 @@
 namespace Tessarin {
 
 class ChangeSet;
+class NSDate;
 class NSEntityDescription;
 class NSRelationshipDescription;
 class RowRef;
 struct BatchAssignment;
 struct BatchOutcome;
 struct BatchTarget;
+struct HistoryRequest;
+struct HistoryToken;
+struct HistoryTransaction;
 struct RefusedSet;
 struct RowConflict;
 struct SaveOutcome;
@@ -72,6 +76,12 @@ public:
                                  FunctionRef<void(RecordKey owner, RecordKey member)> each) = 0;
     /// The first of `count` neighbouring keys that nobody else has or will get; 0 with an error.
     virtual RecordKey reserveKeys(std::size_t count, Ref<NSError>& error) = 0;
+
+    // The history, see NSPersistentStoreCoordinator. Of a store that keeps none they are errors.
+    virtual Ref<NSError> history(HistoryRequest const& request, std::vector<HistoryTransaction>& found);
+    virtual Ref<NSError> newestOfHistory(HistoryToken& token);
+    virtual Ref<NSError> purgeHistory(HistoryToken const& upTo);
+    virtual Ref<NSError> purgeHistory(NSDate const& before);
 };
 
 } // namespace Tessarin

@@ -15,6 +15,9 @@ class IdentityTable;
 class KeyPromotions;
 class RowSpace;
 class SaveDoor;
+struct HistoryRequest;
+struct HistoryToken;
+struct HistoryTransaction;
 
 inline constexpr char const* NSSQLiteStoreType = "SQLite";
 inline constexpr char const* NSInMemoryStoreType = "InMemory";
@@ -29,6 +32,15 @@ inline constexpr char const* NSReadOnlyPersistentStoreOption = "NSReadOnlyPersis
 // (NSFileManager.h) are the permissions of a new file, 0600 by default, which its log, index and rescued copies share.
 /// Option key: a dictionary such as {"synchronous": "NORMAL"} (FULL by default, or OFF).
 inline constexpr char const* NSSQLitePragmasOption = "NSSQLitePragmasOption";
+
+/// Option key: true keeps a history of what is saved in the file (HistoryRequest.h). False unless it is given; a file that has one
+/// goes on being written without.
+inline constexpr char const* NSStoreHistoryOption = "NSStoreHistoryOption";
+/// Option key: seconds for which a history is kept at least; what is older is forgotten now and then. Absent: for ever.
+inline constexpr char const* NSStoreHistoryAgeOption = "NSStoreHistoryAgeOption";
+/// Option key: true brings what others save to the same file, with a history, to this coordinator's contexts. Asks for
+/// NSStoreHistoryOption, unless the store is opened for reading.
+inline constexpr char const* NSStoreMergesOthersOption = "NSStoreMergesOthersOption";
 
 /// Stands between the contexts and a store: one model, one store, the identities and the rows that contexts share.
 /// Everything but adding a store may be used from any thread.
@@ -63,6 +75,16 @@ public:
     /// model is the file's own; where that cannot be read, this coordinator's. Absent with an error, and without a file, when
     /// nothing can be read, or `fresh` exists. Needs room for two copies for as long as it takes.
     std::optional<SalvageReport> salvageStoreAtURL(NSURL const& damaged, NSURL const& fresh, Ref<NSError>& error) const;
+    /// What was saved with NSStoreHistoryOption, by this or any other process, oldest first. An error, and none, where no history
+    /// is kept, where what follows the token was forgotten (StoreErrorCode::HistoryPurged: fetch the records instead), where the
+    /// token is another store's, and where a transaction cannot be read; the records are as good as before.
+    std::vector<HistoryTransaction> fetchHistory(HistoryRequest const& request, Ref<NSError>& error) const;
+    /// Behind what was saved last; absent with an error, also where there is no history.
+    std::optional<HistoryToken> currentHistoryToken(Ref<NSError>& error) const;
+    /// Forgets the transactions up to that one, it included; false with an error.
+    bool purgeHistory(HistoryToken const& upTo, Ref<NSError>& error);
+    /// Forgets those before the first that was saved since then.
+    bool purgeHistory(NSDate const& before, Ref<NSError>& error);
     /// The identity that a URI names; null for another store's, an unknown entity's, or a temporary one, and for an entity that
     /// the record is not of. Asks the store for a record that nobody has in memory.
     Ref<NSManagedObjectID> managedObjectIDForURIRepresentation(NSURL const& uri);

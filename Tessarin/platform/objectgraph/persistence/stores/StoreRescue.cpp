@@ -17,7 +17,8 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::size_t keptCount = 3;
-constexpr std::array endings{"", "-wal", "-shm", "-journal"};
+constexpr std::array endings{"", "-wal", "-shm", "-journal",
+                             "-notice"}; // the last holds nothing, and comes along in a moved folder
 
 [[noreturn]] void fail(int code, fs::path const& path) { throw ErrorException(NSError::errorWithErrno(code, path.native())); }
 

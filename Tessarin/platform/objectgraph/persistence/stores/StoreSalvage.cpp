@@ -38,7 +38,7 @@ public:
         if (::fchmod(made.number, mode) != 0) fail(path_);
     }
     ~Database() {
-        for (auto const* ending : {"", "-wal", "-shm", "-journal"})
+        for (auto const* ending : {"", "-wal", "-shm", "-journal", "-notice"})
             ::unlink((path_ + ending).c_str());
     }
     Database(Database const&) = delete;

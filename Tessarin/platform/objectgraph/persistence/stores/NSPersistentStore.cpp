@@ -1,0 +1,20 @@
+#include "Tessarin/platform/objectgraph/persistence/stores/NSPersistentStore.h"
+
+#include "Tessarin/platform/objectgraph/persistence/history/HistoryRequest.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
+
+namespace Tessarin {
+namespace {
+
+Ref<NSError> keepsNone(NSPersistentStore const& store) {
+    return storeError(StoreErrorCode::HistoryMissing, "A store of the type " + store.type() + " keeps no history.");
+}
+
+} // namespace
+
+Ref<NSError> NSPersistentStore::history(HistoryRequest const&, std::vector<HistoryTransaction>&) { return keepsNone(*this); }
+Ref<NSError> NSPersistentStore::newestOfHistory(HistoryToken&) { return keepsNone(*this); }
+Ref<NSError> NSPersistentStore::purgeHistory(HistoryToken const&) { return keepsNone(*this); }
+Ref<NSError> NSPersistentStore::purgeHistory(NSDate const&) { return keepsNone(*this); }
+
+} // namespace Tessarin
