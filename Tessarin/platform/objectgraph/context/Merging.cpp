@@ -41,6 +41,8 @@ void mergeDeletion(ContextState& context, NSManagedObject& object, Winner winner
     if (state.has(ObjectState::Changed) && hasValues && winner != Winner::Incoming && !state.has(ObjectState::Deleted)) {
         if (state.extras) // its stored links are gone with the record
             for (auto const& toMany : state.extras->toMany) forgetMembers(state, toMany.property);
+        for (auto const* relationship : object.entity().relationships())
+            if (!relationship->isToMany()) keepLinkUnsaved(context, object, *relationship);
         return;
     }
     dropChanges(context, object);
@@ -97,7 +99,8 @@ bool changesBeneath(ObjectState const& state, Row const& row) {
 void lookAgainFrom(ContextState& context, NSManagedObject& object, NSPropertyDescription const& reference, RecordKey owner) {
     auto const& relationship = *reference.asRelationship();
     auto const* inverse = relationship.inverseRelationship();
-    auto const other = owner == 0 || !inverse || !inverse->isToMany() ? nullptr : context.link->find(context.link->current(owner));
+    auto const other =
+        owner == 0 || !inverse || !inverse->isToMany() ? nullptr : context.link->find(context.link->current(owner));
     auto* const extras = other ? GraphAccess::state(*other).extras.get() : nullptr;
     auto* const toMany = extras ? extras->find(inverse->index()) : nullptr;
     if (!toMany || !toMany->isLoaded) return;
@@ -117,7 +120,24 @@ void lookAgainWhereMoved(ContextState& context, NSManagedObject& object, RowRef 
         if (type != CellType::Reference || (before && row->cellEquals(cell, *before))) continue;
         if (before) lookAgainFrom(context, object, *property, before->reference(cell));
         lookAgainFrom(context, object, *property, row->reference(cell));
+        auto const& extras = GraphAccess::state(object).extras;
+        if (extras && extras->value(property->index())) keepLinkUnsaved(context, object, *property->asRelationship());
     }
+}
+
+/// Unsaved values leave where a child has changed the same property.
+void giveWay(ContextState& context, NSManagedObject& object, RecordChange const& change) {
+    auto const& state = GraphAccess::state(object);
+    auto const unsaved = rowChangeIn(*context.published.unsaved(), *change.entity, change.key).after;
+    std::vector<std::pair<NSPropertyDescription const*, RecordKey>> left;
+    std::erase_if(state.extras->values, [&](auto const& entry) {
+        auto const cell = state.layout->cellOf(entry.first);
+        if (cell == RowLayout::noCell || !isChildsOwn(change, static_cast<std::size_t>(cell), unsaved)) return false;
+        auto const& [property, type] = state.layout->cells()[static_cast<std::size_t>(cell)];
+        if (type == CellType::Reference) left.emplace_back(property, entry.second.integer());
+        return true;
+    });
+    for (auto const& [property, owner] : left) lookAgainFrom(context, object, *property, owner);
 }
 
 void takeRow(ContextState& context, NSManagedObject& object, RecordChange const& change, Winner winner) {
@@ -133,18 +153,8 @@ void takeRow(ContextState& context, NSManagedObject& object, RecordChange const&
     if (winner == Winner::UnsavedUntilSaved && changesBeneath(state, *row)) return;
     auto const before = std::exchange(state.row, std::move(row));
     state.clear(ObjectState::Gone);
+    if (winner == Winner::Incoming && state.extras && change.before) giveWay(context, object, change);
     lookAgainWhereMoved(context, object, before);
-    if (winner != Winner::Incoming || !state.extras || !change.before) return;
-    auto const unsaved = rowChangeIn(*context.published.unsaved(), *change.entity, change.key).after;
-    std::vector<std::pair<NSPropertyDescription const*, RecordKey>> moved;
-    std::erase_if(state.extras->values, [&](auto const& entry) {
-        auto const cell = state.layout->cellOf(entry.first);
-        if (cell == RowLayout::noCell || !isChildsOwn(change, static_cast<std::size_t>(cell), unsaved)) return false;
-        auto const& [property, type] = state.layout->cells()[static_cast<std::size_t>(cell)];
-        if (type == CellType::Reference) moved.emplace_back(property, entry.second.integer());
-        return true;
-    });
-    for (auto const& [property, owner] : moved) lookAgainFrom(context, object, *property, owner);
 }
 
 void merge(ContextState& context, NSManagedObject& object, RecordChange const& change, Winner winner) {

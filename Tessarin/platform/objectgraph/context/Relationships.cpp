@@ -181,6 +181,23 @@ bool hasMember(NSManagedObject& owner, NSRelationshipDescription const& relation
     return loadedMembers(owner, relationship).members.contains(member.recordKey());
 }
 
+void keepLinkUnsaved(ContextState& context, NSManagedObject& object, NSRelationshipDescription const& relationship) {
+    auto const* inverse = relationship.inverseRelationship();
+    auto const destination = referenceOf(object, relationship);
+    if (destination == 0 || !inverse || !inverse->isToMany() || !relationship.isReciprocal()) return;
+    auto const owner = objectWithKey(context, *relationship.destinationEntity(), destination);
+    auto const& state = GraphAccess::state(*owner);
+    if (state.has(ObjectState::Deleted) || state.has(ObjectState::Gone)) return;
+    auto& extras = GraphAccess::state(object).more();
+    if (!extras.value(relationship.index()))
+        extras.values.emplace_back(static_cast<std::uint32_t>(relationship.index()), destination);
+    auto& members = toManyOf(*owner, *inverse);
+    if (members.added.contains(object.recordKey())) return;
+    members.removed.remove(object.recordKey());
+    if (members.isLoaded) members.members.remove(object.recordKey());
+    addMember(*owner, *inverse, object.recordKey());
+}
+
 void letGoAtOtherEnd(NSManagedObject& object, NSRelationshipDescription const& relationship, NSManagedObject& other) {
     if (auto const* inverse = relationship.inverseRelationship()) detachEnd(other, *inverse, object.recordKey());
 }

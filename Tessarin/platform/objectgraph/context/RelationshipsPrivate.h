@@ -21,6 +21,8 @@ std::span<RecordKey const> memberKeys(NSManagedObject& owner, NSRelationshipDesc
 bool hasMember(NSManagedObject& owner, NSRelationshipDescription const& relationship, NSManagedObject& member);
 /// `other`, a destination of `object`'s relationship, no longer points back to it.
 void letGoAtOtherEnd(NSManagedObject& object, NSRelationshipDescription const& relationship, NSManagedObject& other);
+/// The record was changed, or deleted, beneath a to-one that leads somewhere here: that is an unsaved link of both ends from now on.
+void keepLinkUnsaved(ContextState& context, NSManagedObject& object, NSRelationshipDescription const& relationship);
 
 /// What keeps a deleted object from going, as everything stands now; null when nothing does.
 Ref<NSError> denialOf(NSManagedObject& object);

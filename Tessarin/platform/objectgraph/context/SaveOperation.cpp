@@ -233,16 +233,11 @@ void SaveOperation::settleObjects() {
             correct(object, *correction);
             continue;
         }
-        if (isAsPacked) {
-            auto const row = own_ ? packer_.rows()[at] : nullptr;
-            auto const& state = GraphAccess::state(object);
-            bool const isAsItWas = state.row && !object.isDeleted() && (!row || row == state.row) && state.extras && !state.extras->values.empty();
-            settle(object, row);
-            if (isAsItWas) showWhatOthersMade(object);
-            continue;
-        }
-        auto const* change = handed_.back()->find(object.entity(), object.recordKey());
-        settle(object, change ? change->after : nullptr);
+        auto const* change = isAsPacked ? nullptr : handed_.back()->find(object.entity(), object.recordKey());
+        auto const row = change ? change->after : isAsPacked && own_ ? packer_.rows()[at] : nullptr;
+        bool const isAsItWas = wasSetToWhatItWas(object, row);
+        settle(object, row);
+        if (isAsItWas) showWhatOthersMade(object);
     }
     context_.link->forgetAliases();
 }
@@ -255,10 +250,18 @@ void SaveOperation::correct(NSManagedObject& object, RecordChange const& correct
     settle(object, correction.after);
 }
 
+bool SaveOperation::wasSetToWhatItWas(NSManagedObject& object, RowRef const& row) const {
+    auto const& state = GraphAccess::state(object);
+    if (!state.row || (row && row != state.row) || !state.extras || state.extras->values.empty() || object.isDeleted())
+        return false;
+    auto const* own = own_ ? own_->find(object.entity(), object.recordKey()) : nullptr;
+    return !own || !own->changesRow();
+}
+
 /// Values that were set to what they had been kept from view what others have stored since.
 void SaveOperation::showWhatOthersMade(NSManagedObject& object) {
     auto& state = GraphAccess::state(object);
-    auto row = RecordReader(context_).row(object.entity(), state.key);
+    auto row = RecordReader(context_).row(object.entity(), state.key, true);
     if (row == state.row) return;
     context_.feed.note(context_, object);
     if (!row) return noteGone(context_, object);

@@ -35,6 +35,7 @@ private:
     void setAside();
     void settleObjects();
     void settle(NSManagedObject& object, RowRef const& row);
+    bool wasSetToWhatItWas(NSManagedObject& object, RowRef const& row) const;
     void showWhatOthersMade(NSManagedObject& object);
     void correct(NSManagedObject& object, RecordChange const& correction);
 

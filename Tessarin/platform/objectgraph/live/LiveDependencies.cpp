@@ -43,7 +43,7 @@ using Objects = std::vector<Ref<NSManagedObject>>;
 std::vector<RecordKey> keysBehind(Objects const& objects, NSRelationshipDescription const& relationship) {
     std::vector<RecordKey> keys;
     for (auto const& object : objects) {
-        if (object->isDeleted() || GraphAccess::state(*object).has(ObjectState::Gone)) continue;
+        if (GraphAccess::state(*object).has(ObjectState::Gone)) continue; // what is deleted and not saved still shows
         if (relationship.isToMany()) {
             auto const members = memberKeys(*object, relationship);
             keys.insert(keys.end(), members.begin(), members.end());
@@ -139,24 +139,28 @@ std::vector<RecordKey> LiveDependencies::keysLeadingTo(ContextState& context, Wa
     return {found.keys().begin(), found.keys().end()};
 }
 
-/// What was linked with a new record has changed itself.
+/// What was linked with a record that is new, and not one that was deleted before, has changed itself.
 bool LiveDependencies::follow(ContextState& context, Way const& way, ChangeSet const& set, bool isCorrection,
                               Affected affected) const {
     static constexpr std::size_t mostGone = 256; // looked up one by one
     using Kind = RecordChange::Kind;
     auto const& link = *way.links.back();
     std::vector<RecordChange const*> gone;
+    Objects objects;
     List changed;
     for (auto const& change : set.changesOf(*link.destinationEntity()->rootEntity())) {
-        bool const isUpdate = change.kind == Kind::Update && (isCorrection || reads(way, change));
+        bool const isBack = change.kind == Kind::Insert && change.after->version() > Row::firstVersion; // and may be linked
+        bool const mayBeBack = isBack || !context.coordinator->space()->cache().find(change.key); // others may have deleted it
+        bool const isUpdate = isBack || (change.kind == Kind::Update && (isCorrection || mayBeBack || reads(way, change)));
         if (!change.entity->isKindOf(link.destinationEntity()) || (!isUpdate && change.kind != Kind::Delete)) continue;
         if (!way.leadsBack || (!isUpdate && (isCorrection || gone.size() == mostGone))) return false;
         if (isUpdate)
-            changed.push_back(Value(objectWithKey(context, *change.entity, change.key)));
+            changed.push_back(Value(objects.emplace_back(objectWithKey(context, *change.entity, change.key))));
         else
             gone.push_back(&change);
     }
     walkBack(context, way, keysBehindGone(context, gone, link), affected);
+    walkBack(context, way, keysBehind(objects, *link.inverseRelationship()), affected);
     for (auto const key : keysLeadingTo(context, way, std::move(changed))) affected(key, way.isShown);
     return true;
 }
