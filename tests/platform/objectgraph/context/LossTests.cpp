@@ -78,6 +78,38 @@ TEST_P(Loss, WhatIsMadeOnARecordThatWasNeverSavedDoesNotMakeItARecord) {
     });
 }
 
+TEST_P(Loss, ALinkBackToARecordThatIsSparedMakesNoRecordOfWhatWasNeverSaved) {
+    auto const author = saved("Author", {{"name", "A"}});
+    auto const main = childOf(root), worker = childOf(main);
+    auto const byStore = make<NSMergePolicy>(NSMergePolicyType::MergeByPropertyStoreTrump);
+    for (auto const& context : {root, main}) context->setMergePolicy(byStore);
+    inserted(*main, "Book", {{"author", Value(main->objectWithID(*author->objectID()))}});
+    auto const doomed = worker->objectWithID(*author->objectID());
+    auto const book = fetched(*worker, "Book").at(0);
+    worker->performBlockAndWait([&] { worker->deleteObject(*doomed); });
+    ASSERT_FALSE(shown(*book, "author").objectAs<NSManagedObject>());
+    main->performBlockAndWait([&] { main->reset(); });
+    ASSERT_TRUE(saves(*worker));
+    change(*author, "B", "name"); // so that its deletion is given up
+    ASSERT_TRUE(saves(*root));
+    ASSERT_TRUE(saves(*main));
+    ASSERT_TRUE(saves(*root));
+    EXPECT_EQ(listed(fetched(*root, "Author"), "name"), "B");
+    EXPECT_EQ(fetched(*library.worker(), "Book").size(), 0u);
+}
+
+TEST_P(Loss, AValueSetToWhatItWasGivesWayToWhatOthersStored) {
+    auto const book = saved("Book", {{"title", "A"}, {"year", 1}}), other = saved("Book", {{"title", "C"}});
+    auto const worker = library.worker();
+    auto const mine = worker->objectWithID(*book->objectID());
+    change(*mine, "A", "title");
+    change(*worker->objectWithID(*other->objectID()), "D", "title");
+    change(*book, "B", "title");
+    ASSERT_TRUE(saves(*root));
+    ASSERT_TRUE(saves(*worker));
+    EXPECT_EQ(shown(*mine, "title"), Value("B"));
+}
+
 TEST_P(Loss, ARefreshShowsThatARecordIsGone) {
     auto const book = saved("Book", {{"title", "A"}}), other = saved("Book", {{"title", "B"}}),
                edited = saved("Book", {{"title", "C"}});

@@ -44,6 +44,54 @@ TEST_P(Relationship, AnOrderedOneKeepsItsOrder) {
     EXPECT_EQ(members(*book, "chapters"), "last,one,three") << "the object that the root had all the time";
 }
 
+TEST_P(Relationship, BothEndsAgreeAtEveryLevelWhoeverWinsAConflict) {
+    for (auto const policy : {NSMergePolicyType::MergeByPropertyStoreTrump, NSMergePolicyType::MergeByPropertyObjectTrump}) {
+        auto const main = library.worker(), worker = childOf(main), sibling = childOf(main);
+        main->setMergePolicy(make<NSMergePolicy>(policy));
+        worker->setMergePolicy(make<NSMergePolicy>(policy));
+        Objects authors;
+        for (auto const* name : {"before", "mine", "theirs"}) authors.push_back(inserted(*root, "Author", {{"name", name}}));
+        auto const book = inserted(*root, "Book", {{"author", Value(authors[0])}});
+        ASSERT_TRUE(saves(*root));
+        auto const requireAgreement = [&](NSManagedObjectContext& context, char const* when) {
+            SCOPED_TRACE(when);
+            context.performBlockAndWait([&] {
+                auto const here = context.objectWithID(*book->objectID());
+                for (auto const& author : authors) {
+                    auto const owner = context.objectWithID(*author->objectID());
+                    bool const isMember = owner->mutableSetValueForKey("books").containsObject(here);
+                    auto const all = owner->mutableSetValueForKey("books").allObjects();
+                    EXPECT_EQ(std::ranges::count(all, here) != 0, toOne(here, "author") == owner) << shown(*author, "name");
+                    EXPECT_EQ(isMember, toOne(here, "author") == owner) << shown(*author, "name");
+                }
+            });
+        };
+        auto const move = [&](NSManagedObjectContext& context, std::size_t to) {
+            context.performBlockAndWait([&] {
+                auto const here = context.objectWithID(*book->objectID());
+                for (auto const& author : authors) // which are read before
+                    context.objectWithID(*author->objectID())->mutableSetValueForKey("books").count();
+                here->setValueForKey(Value(context.objectWithID(*authors[to]->objectID())), "author");
+            });
+        };
+        move(*worker, 1);
+        move(*sibling, 2);
+        ASSERT_TRUE(saves(*sibling));
+        requireAgreement(*main, "one has handed up");
+        ASSERT_TRUE(saves(*worker));
+        for (auto const& context : {main, worker}) requireAgreement(*context, "both have");
+        move(*root, 0);
+        ASSERT_TRUE(saves(*root));
+        requireAgreement(*main, "another has saved above");
+        move(*main, 1);
+        ASSERT_TRUE(saves(*main));
+        requireAgreement(*main, "the conflict above is decided");
+        requireAgreement(*root, "of the root");
+        ASSERT_TRUE(saves(*root));
+        for (auto const& context : {root, main, worker, sibling, library.worker()}) requireAgreement(*context, "in the end");
+    }
+}
+
 TEST_P(Relationship, DeleteRulesWorkAtOnceAndDenialAtSave) {
     auto const author = inserted(*root, "Author", {{"name", "A"}});
     auto const book = inserted(*root, "Book", {{"title", "b"}, {"author", Value(author)}});
@@ -80,4 +128,3 @@ TEST_P(Relationship, AnInsertedObjectThatIsDeletedLeavesNoTrace) {
     ASSERT_TRUE(saves(*root));
     EXPECT_EQ(fetched(*root, "Chapter").size() + fetched(*root, "Book").size(), 0u);
 }
-
