@@ -17,11 +17,20 @@
 namespace Tessarin {
 namespace {
 
+/// Also where the parent has shown the same anew.
+bool isAlike(RowRef const& a, RowRef const& b) {
+    if (a == b || !a || !b) return a == b;
+    if (&a->layout() != &b->layout() || a->version() != b->version()) return false;
+    for (std::size_t cell = 0; cell < a->layout().cells().size(); ++cell)
+        if (!a->cellEquals(cell, *b)) return false;
+    return true;
+}
+
 /// The row that the parent had read, where the change was made on what the parent has made of it; else null.
 RowRef basisOf(RecordChange const& change, ChangeSets const& unsaved) {
     if (!change.before) return {};
     auto const parents = rowChangeIn(unsaved, *change.entity, change.key);
-    return parents.after == change.before && parents.before != parents.after ? parents.before : RowRef();
+    return parents.before != parents.after && isAlike(parents.after, change.before) ? parents.before : RowRef();
 }
 
 Ref<ChangeSet const> rebased(ChangeSet const& set, ChangeSets const& unsaved) {
