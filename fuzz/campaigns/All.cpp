@@ -12,6 +12,7 @@
 #include "fuzz/campaigns/Processes.h"
 #include "fuzz/campaigns/Racing.h"
 #include "fuzz/campaigns/Schedule.h"
+#include "fuzz/campaigns/Search.h"
 #include "fuzz/campaigns/Subprocesses.h"
 #include "fuzz/campaigns/Texts.h"
 #include "fuzz/campaigns/Zones.h"
@@ -25,6 +26,7 @@ std::span<Campaign const> allCampaigns() {
         {"kill", "killed at any moment of a save or a migration", tryKill, judgeKill, 300},
         {"damage", "damaged files are opened and used", tryDamage, judgeDamage, 100},
         {"predicates", "random formats, asked in memory and of a file", tryPredicates, judgePredicates, 10},
+        {"search", "texts of many scripts, changed in every way, searched in a file and in memory", trySearch, judgeSearch, 10},
         {"processes", "processes race to make a store; eight of them use one", tryProcesses},
         {"schedule", "three levels of contexts against a sequential model; siblings that raise one record", trySchedule},
         {"levels", "linked records edited at every level, saves that fail, references let go, against layers of maps", tryLevels,

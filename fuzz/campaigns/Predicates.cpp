@@ -14,7 +14,7 @@ Ref<NSManagedObjectModel> model() {
     using Type = NSAttributeType;
     return ModelBuilder()
         .entity("Animal")
-        .attribute("name", Type::String)
+        .attribute("name", Type::String, {.fullText = true})
         .attribute("age", Type::Integer32)
         .attribute("weight", Type::Double)
         .attribute("tame", Type::Boolean)
@@ -65,7 +65,7 @@ private:
         if (depth < 4 && trial_.chance(0.15)) return "NOT (" + condition(depth + 1) + ")";
         return std::string(pick({"", "", "", "ANY ", "ALL ", "NONE "})) + side() + " " +
                pick({"==", "!=", "<", "<=", ">", ">=", "IN", "CONTAINS", "BEGINSWITH", "ENDSWITH", "LIKE", "MATCHES", "BETWEEN",
-                     "==[c]", "CONTAINS[cd]"}) +
+                     "==[c]", "CONTAINS[cd]", "FINDS"}) +
                " " + side();
     }
     std::string side() { return trial_.chance(0.55) ? path() : constant(); }
@@ -80,7 +80,7 @@ private:
     }
     std::string constant() {
         if (trial_.chance(0.4))
-            return pick({"nil", "YES", "1", "-2", "0.5", "inf", "-inf", "'A1'", "''", "{1, 2}", "{'A1', nil}", "{0, inf}", "'A*'",
+            return pick({"nil", "YES", "1", "-2", "0.5", "inf", "-inf", "'A1'", "''", "{1, 2}", "{'A1', nil}", "{0, inf}", "'A*'", "{name, breed}",
                          "'.'", "9223372036854775807"});
         arguments.push_back(argument());
         return "%@";

@@ -1,6 +1,7 @@
 #include "Tessarin/platform/sqlite/Connection.h"
 
 #include "Tessarin/platform/foundation/values/Hexadecimal.h"
+#include "Tessarin/platform/sqlite/WordTokenizer.h"
 
 #include <sqlite3.h>
 
@@ -63,6 +64,7 @@ Connection::Connection(std::string path, ConnectionOptions const& options) : pat
     sqlite3_extended_result_codes(opened, 1);
     leavesLog(options.leavesLog);
     setBusySeconds(options.busySeconds);
+    hasFullText_ = addWordTokenizer(opened); // before anything of the file is looked at: it may have tables that need it
     distrust(opened);
     execute("PRAGMA cell_size_check = ON; PRAGMA mmap_size = 0"); // a mapped file that somebody cuts short ends the process
     execute("PRAGMA cache_size = -" + std::to_string(options.cacheKilobytes));

@@ -51,6 +51,8 @@ public:
     std::int64_t integer(std::string_view sql);
     std::string text(std::string_view sql);
 
+    /// Whether this SQLite can search in texts (FTS5). Then tables of it may name the tokenizer `tessarin`, see `WordTokenizer.h`.
+    bool hasFullText() const noexcept { return hasFullText_; }
     /// How many rows the last statement that changes any has changed.
     std::size_t changedRows() const noexcept;
     bool isInTransaction() const noexcept;
@@ -89,6 +91,7 @@ private:
     std::vector<std::unique_ptr<Statement>> extras_; // made while the kept one was in use; freed with the connection
     std::uint64_t timesForgotten_ = 0;
     LogState seenLog_{};
+    bool hasFullText_ = false;
 };
 
 } // namespace Tessarin::SQLite

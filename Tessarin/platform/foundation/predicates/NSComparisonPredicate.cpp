@@ -1,6 +1,7 @@
 #include "Tessarin/platform/foundation/predicates/NSComparisonPredicate.h"
 
 #include "Tessarin/platform/foundation/predicates/PredicateComparisonPrivate.h"
+#include "Tessarin/platform/foundation/predicates/SearchWords.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 
 #include <set>
@@ -17,6 +18,7 @@ struct NSComparisonPredicate::Prepared {
     std::optional<std::string> folded; // a text, for every operator but MATCHES, where folding it makes a difference
     Ref<TextPattern const> pattern;
     std::optional<PreparedMembers> members;
+    std::optional<SearchQuery> search;
 };
 
 namespace {
@@ -26,6 +28,7 @@ constexpr std::string_view modifierNames[] = {"", "ALL ", "ANY "};
 std::string_view nameOf(Operator type) {
     constexpr std::string_view names[] = {"<", "<=", ">", ">=", "==", "!=", "MATCHES", "LIKE", "BEGINSWITH", "ENDSWITH", "IN"};
     if (type == Operator::Contains) return "CONTAINS";
+    if (type == Operator::Finds) return "FINDS";
     return type == Operator::Between ? "BETWEEN" : names[static_cast<std::size_t>(type)];
 }
 
@@ -71,11 +74,13 @@ void NSComparisonPredicate::init(Ref<NSExpression> left, Ref<NSExpression> right
     right_ = std::move(right);
     modifier_ = modifier;
     operator_ = type;
-    options_ = options;
+    options_ = type == Operator::Finds ? TextOptions::None : options;
     if (!right_->isConstant()) return;
     auto prepared = std::make_unique<Prepared>();
     prepared->right = right_->expressionValueWithObject({});
-    if (prepared->right.isText() && type == Operator::Matches)
+    if (prepared->right.isText() && type == Operator::Finds)
+        prepared->search.emplace(prepared->right.text());
+    else if (prepared->right.isText() && type == Operator::Matches)
         prepared->pattern = TextPattern::compile(prepared->right.text(), options);
     else if (prepared->right.isText() && options != TextOptions::None)
         prepared->folded = foldedText(prepared->right.text(), options);
@@ -95,6 +100,7 @@ bool NSComparisonPredicate::evaluateWithObject(Value const& object) const {
 bool NSComparisonPredicate::compare(Value const& left, Value const& object) const {
     if (!prepared_) return compareForPredicate(operator_, options_, left, right_->expressionValueWithObject(object));
     if (prepared_->members) return prepared_->members->contains(left);
+    if (prepared_->search) return isFoundIn(*prepared_->search, left);
     if (left.isText()) {
         if (prepared_->pattern) return prepared_->pattern->matchesWhole(left.text());
         if (prepared_->folded) return compareFoldedTexts(operator_, FoldedText{left.text(), options_}.view(), *prepared_->folded);

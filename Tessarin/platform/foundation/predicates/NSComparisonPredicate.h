@@ -17,7 +17,8 @@ enum class NSPredicateOperatorType : int {
     EndsWith = 9,
     In = 10,
     Contains = 99,
-    Between = 100
+    Between = 100,
+    Finds = 101
 };
 
 /// Whether the left side is compared itself, or each of its members: a list, a set or one value; an absent one has none.
@@ -31,6 +32,8 @@ enum class NSComparisonPredicateModifier : int { Direct = 0, All = 1, Any = 2 };
 /// - BETWEEN: the right side is a list of two bounds, both inclusive.
 /// - LIKE: "*" stands for any characters, "?" for one, "\" takes the next as it is; MATCHES is a regular expression. Both
 ///   for the whole text.
+/// - FINDS: the left side, a text or a list of texts, has all words of the right one, the last perhaps as the beginning of a word
+///   (`SearchQuery`). Options make no difference. `{title, text} FINDS "jane pri"` looks at both together.
 class TESSARIN_API NSComparisonPredicate : public NSPredicate {
 public:
     static Ref<NSComparisonPredicate>

@@ -16,8 +16,8 @@ enum class NSPredicateType { Value, Comparison, Compound };
 ///     auto const emma = NSPredicate::predicateWithFormat("title BEGINSWITH[cd] %@ AND year < %d", "em", 1900);
 ///     if (emma->evaluateWithObject(book)) …
 ///
-/// Formats know `==` (`=`), `!=` (`<>`), `<`, `<=`, `>`, `>=`, IN, BETWEEN, CONTAINS, BEGINSWITH, ENDSWITH, LIKE, MATCHES, each
-/// with [c], [d], [n] behind it; AND (`&&`), OR (`||`), NOT (`!`), ANY, SOME, ALL, NONE, TRUEPREDICATE, FALSEPREDICATE; numbers,
+/// Formats know `==` (`=`), `!=` (`<>`), `<`, `<=`, `>`, `>=`, IN, BETWEEN, CONTAINS, BEGINSWITH, ENDSWITH, LIKE, MATCHES, FINDS,
+/// each with [c], [d], [n] behind it; AND (`&&`), OR (`||`), NOT (`!`), ANY, SOME, ALL, NONE, TRUEPREDICATE, FALSEPREDICATE; numbers,
 /// texts in quotes, inf, nil, YES, NO, SELF, $VARIABLE, { lists }; %@ for a value, %K for a key path, %d and its like for a
 /// number. Keywords may be written in any case; "#" before a word makes it a key.
 ///

@@ -1,5 +1,7 @@
 #include "Tessarin/platform/foundation/predicates/PredicateComparisonPrivate.h"
 
+#include "Tessarin/platform/foundation/predicates/SearchWords.h"
+
 #include <algorithm>
 
 namespace Tessarin {
@@ -83,6 +85,7 @@ bool compareForPredicate(Operator type, TextOptions options, Value const& left, 
     case Operator::NotEqualTo: return !isEqual(options, left, right);
     case Operator::In: return isIn(options, left, right);
     case Operator::Contains: return isIn(options, right, left);
+    case Operator::Finds: return right.isText() && isFoundIn(SearchQuery(right.text()), left);
     case Operator::Between: return isBetween(options, left, right.list());
     case Operator::Matches: return left.isText() && right.isText() && matches(options, left.text(), right.text());
     case Operator::Like:

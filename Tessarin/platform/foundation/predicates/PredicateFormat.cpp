@@ -10,9 +10,9 @@ namespace {
 using Kind = Value::Kind;
 
 constexpr std::string_view keywords[] = {
-    "ALL",      "AND",  "ANY",  "BEGINSWITH", "BETWEEN",  "CAST",         "CONTAINS", "ENDSWITH", "FALSE",   "FALSEPREDICATE",
-    "FUNCTION", "IN",   "INF", "LIKE", "NIL",        "NO",       "NONE",         "NOT",      "NULL",     "MATCHES", "OR",
-    "SELF",     "SOME", "TRUE", "YES",        "SUBQUERY", "TRUEPREDICATE"};
+    "ALL",     "AND",      "ANY",  "BEGINSWITH", "BETWEEN", "CAST", "CONTAINS", "ENDSWITH",     "FALSE", "FALSEPREDICATE",
+    "FINDS",   "FUNCTION", "IN",   "INF",        "LIKE",    "NIL",  "NO",       "NONE",         "NOT",   "NULL",
+    "MATCHES", "OR",       "SELF", "SOME",       "TRUE",    "YES",  "SUBQUERY", "TRUEPREDICATE"};
 
 char upper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
 

@@ -36,6 +36,7 @@ constexpr Named operators[] = {
     {"ENDSWITH", Operator::EndsWith},
     {"LIKE", Operator::Like},
     {"MATCHES", Operator::Matches},
+    {"FINDS", Operator::Finds},
 };
 
 constexpr std::string_view collectionOperators[] = {"@count", "@sum", "@avg", "@min", "@max"};

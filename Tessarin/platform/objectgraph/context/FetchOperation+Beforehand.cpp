@@ -89,7 +89,8 @@ bool FetchOperation::layOver(StoreQuery const& query, std::vector<RecordKey> key
         auto row = reader_.row(entity_, key);
         return held.emplace_back(row ? objectWithRow(context_, std::move(row), {}) : objectWithKey(context_, entity_, key));
     };
-    auto places = FetchSorting(request_.sortDescriptors()).merge(keys, std::move(more), objectOf);
+    if (prepareRanking()) return false;
+    auto places = sorting().merge(keys, std::move(more), objectOf);
     cut(places);
     list.keys_.reserve(places.size());
     for (auto const& [key, object] : places) object ? add(object, list) : list.keys_.push_back(key);

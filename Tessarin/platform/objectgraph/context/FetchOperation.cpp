@@ -58,11 +58,22 @@ Ref<NSError> FetchOperation::handOn(StoreAnswer& answer, FetchedObjectsTaker tak
     bool const isSorted = answer.complete && !mustLookAtAll_; // which the store does
     if (!isSorted) filter(objects);
     auto unsaved = hasUnsaved() ? fittingUnsaved() : Objects();
-    FetchSorting const sorting(request_.sortDescriptors());
+    if (auto error = prepareRanking()) return error;
+    auto const sorting = this->sorting();
     isSorted ? sorting.merge(objects, std::move(unsaved)) : sorting.sort(objects, std::move(unsaved));
     cut(objects);
     if (auto error = finish(objects)) return error;
     take(objects, objects.size());
+    return nullptr;
+}
+
+/// By what the store knows of its texts, as the store itself.
+Ref<NSError> FetchOperation::prepareRanking() {
+    if (!asksForRank(request_.sortDescriptors()) || ranking_) return nullptr;
+    auto search = rankedSearchOf(request_.predicate().get(), entity_);
+    SearchStatistics statistics;
+    if (auto error = store() && search ? store()->searchStatistics(*search, statistics) : nullptr) return error;
+    if (search) ranking_.emplace(*std::move(search), statistics); // there is one, or the request was refused
     return nullptr;
 }
 

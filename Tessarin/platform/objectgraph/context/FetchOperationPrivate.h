@@ -2,6 +2,7 @@
 #include "Tessarin/platform/objectgraph/context/FetchSortingPrivate.h"
 #include "Tessarin/platform/objectgraph/context/UnsavedRecordsPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/rows/CommitLogPrivate.h"
+#include "Tessarin/platform/objectgraph/query/SearchRankPrivate.h"
 #include <algorithm>
 #include <cstddef>
 #include <optional>
@@ -57,6 +58,8 @@ private:
     bool isEnough(StoreQuery const& query, std::size_t given, std::size_t left) const;
     bool layOver(StoreQuery const& query, std::vector<RecordKey> keys, bool canAsk, FetchedObjects& list);
     std::size_t countUpToLast() const;
+    Ref<NSError> prepareRanking();
+    FetchSorting sorting() const { return FetchSorting(request_.sortDescriptors(), ranking_ ? &*ranking_ : nullptr); }
     bool fits(NSManagedObject& object) const;
     void filter(Objects& objects) const;
     template <class Results> void cut(Results& results) const {
@@ -74,6 +77,7 @@ private:
     RecordReader reader_;   // before what was committed is asked for: a set leaves the one when it is in the other
     ChangeSets committed_;  // since the store was asked
     std::optional<UnsavedRecords> unsaved_; // absent when the request leaves them out
+    std::optional<SearchRanking> ranking_; // where this puts records in order that the store has not
     bool mustLookAtAll_ = false;
     bool showsOld_ = false; // an object of the context does not show what was committed
 };

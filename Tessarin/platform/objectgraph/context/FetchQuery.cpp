@@ -1,6 +1,7 @@
 #include "Tessarin/platform/objectgraph/context/FetchQuery.h"
 
 #include "Tessarin/platform/objectgraph/context/NSManagedObjectContext.h"
+#include "Tessarin/platform/runtime/Fatal.h"
 #include "Tessarin/platform/runtime/OneLinePrivate.h"
 
 namespace Tessarin {
@@ -25,6 +26,17 @@ void AnyFetchQuery::add(query::ConditionParts const& condition) {
         condition_->join(NSCompoundPredicateType::And, condition);
     else
         condition_ = condition;
+}
+
+void AnyFetchQuery::addSearch(std::string_view words) {
+    auto const coordinator = context_->persistentStoreCoordinator();
+    auto const* entity = coordinator ? coordinator->managedObjectModel()->entityNamed(entityName_) : nullptr;
+    std::vector<std::string> keyPaths;
+    if (entity)
+        for (auto const* attribute : entity->attributes())
+            if (attribute->isFullText()) keyPaths.push_back(attribute->name());
+    if (keyPaths.empty()) fatal("the entity " + entityName_ + " has no full-text attributes to be searched");
+    add(query::ConditionParts(query::wordsFound(keyPaths, words)));
 }
 
 Ref<NSFetchRequest> AnyFetchQuery::request() const {

@@ -26,6 +26,7 @@ public:
 protected:
     AnyFetchQuery(Ref<NSManagedObjectContext> context, std::string entityName);
     void add(query::ConditionParts const& condition);
+    void addSearch(std::string_view words);
     // What fails goes into `error`; without one, a line is printed.
     bool take(FunctionRef<void(std::span<Ref<NSManagedObject>>, std::size_t)> take, Ref<NSError>* error = nullptr) const;
     FetchedObjects fetched(Ref<NSError>* error = nullptr) const;
@@ -64,6 +65,10 @@ public:
     /// descriptors. Takes the place of an order that was said before.
     template <class... Keys> [[nodiscard]] FetchQuery sortedBy(Keys const&... keys) const&;
     template <class... Keys> [[nodiscard]] FetchQuery sortedBy(Keys const&... keys) &&;
+    /// What has all those words in its full-text attributes, taken together; the last may be the beginning of one. Beside other
+    /// conditions. The best first: `.sortedBy(searchRank())`. Fatal for an entity without full-text attributes.
+    [[nodiscard]] FetchQuery search(std::string_view words) const& { return FetchQuery(*this).search(words); }
+    [[nodiscard]] FetchQuery search(std::string_view words) && { return addSearch(words), std::move(*this); }
     /// 0: all.
     [[nodiscard]] FetchQuery limit(std::size_t most) const& { return FetchQuery(*this).limit(most); }
     [[nodiscard]] FetchQuery limit(std::size_t most) && { return limit_ = most, std::move(*this); }

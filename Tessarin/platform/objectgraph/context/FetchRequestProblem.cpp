@@ -5,6 +5,7 @@
 #include "Tessarin/platform/objectgraph/context/NSManagedObject.h"
 #include "Tessarin/platform/objectgraph/context/NearestKeysPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
+#include "Tessarin/platform/objectgraph/query/SearchRankPrivate.h"
 
 #include <algorithm>
 
@@ -63,7 +64,13 @@ public:
 
     void request(NSFetchRequest const& request) {
         if (request.predicate()) predicate(*request.predicate());
-        for (auto const& descriptor : request.sortDescriptors()) path(descriptor->keyPath());
+        for (auto const& descriptor : request.sortDescriptors()) {
+            if (descriptor->key() != searchRankKey)
+                path(descriptor->keyPath());
+            else if (!rankedSearchOf(request.predicate().get(), entity_))
+                refuse("There is no rank without a FINDS that all results fulfil, over full-text attributes of " +
+                       entity_.name() + ".");
+        }
         for (auto const& keyPath : request.relationshipKeyPathsForPrefetching()) prefetched(KeyPath{keyPath});
     }
 

@@ -13,6 +13,7 @@ class NSError;
 /// - a key that neither the entity nor one of its sub-entities has: the error names the entity, the key and the nearest keys;
 /// - a key behind an attribute ("name.length"), unless that is of a kind that may hold objects, such as Transformable;
 /// - @count and its like where there is nothing to be counted; a variable that was given no value;
+/// - an order by rank (`searchRank`) where nothing is searched that has ranks;
 /// - a path to be prefetched that is not made of relationships;
 /// - conditions that are nested more than 500 deep.
 ///

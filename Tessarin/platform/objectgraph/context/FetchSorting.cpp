@@ -1,6 +1,7 @@
 #include "Tessarin/platform/objectgraph/context/FetchSortingPrivate.h"
 
 #include "Tessarin/platform/objectgraph/persistence/rows/ChangeSetPrivate.h"
+#include "Tessarin/platform/objectgraph/query/SearchRankPrivate.h"
 
 #include <algorithm>
 #include <iterator>
@@ -48,8 +49,17 @@ std::vector<FetchSorting::Place> FetchSorting::merge(std::span<RecordKey const> 
 
 FetchSorting::Keyed FetchSorting::keyed(Ref<NSManagedObject> const& object) const {
     Keyed result{object, {}};
-    for (auto const& descriptor : descriptors_) result.keys.push_back(descriptor->keyPath().valueFrom(object));
+    for (auto const& descriptor : descriptors_)
+        result.keys.push_back(descriptor->key() == searchRankKey ? rankOf(*object) : descriptor->keyPath().valueFrom(object));
     return result;
+}
+
+Value FetchSorting::rankOf(NSManagedObject& object) const {
+    Value text; // holds what was handed out last
+    return ranking_->rankOf(object.entity(), [&](NSAttributeDescription const& attribute) {
+        text = object.valueForKey(attribute.name());
+        return text.text();
+    });
 }
 
 std::vector<FetchSorting::Keyed> FetchSorting::keyed(Objects const& objects) const {

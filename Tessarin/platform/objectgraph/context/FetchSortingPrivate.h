@@ -7,6 +7,8 @@
 
 namespace Tessarin {
 
+class SearchRanking;
+
 /// The order of a request: by its descriptors, then by key, what has no permanent one yet behind the rest in the order in which
 /// it was made. What an object is sorted by is asked for once.
 class FetchSorting {
@@ -18,7 +20,9 @@ public:
         Ref<NSManagedObject> object; // null for what the store has found
     };
 
-    explicit FetchSorting(std::span<Ref<NSSortDescriptor> const> descriptors) : descriptors_(descriptors) {}
+    /// `ranking` must be there when a descriptor asks for ranks, and outlive this.
+    explicit FetchSorting(std::span<Ref<NSSortDescriptor> const> descriptors, SearchRanking const* ranking = nullptr)
+        : descriptors_(descriptors), ranking_(ranking) {}
 
     void sort(Objects& objects, Objects more) const;
     /// Puts `more` into their places among objects that stand in order. Of those only the ones that are compared are asked.
@@ -32,12 +36,14 @@ private:
         Ref<NSManagedObject> object;
         List keys;
     };
+    Value rankOf(NSManagedObject& object) const;
     Keyed keyed(Ref<NSManagedObject> const& object) const;
     std::vector<Keyed> keyed(Objects const& objects) const;
     std::vector<Keyed> sorted(Objects const& objects) const;
     bool isBefore(Keyed const& a, Keyed const& b) const;
 
     std::span<Ref<NSSortDescriptor> const> descriptors_;
+    SearchRanking const* ranking_;
 };
 
 } // namespace Tessarin

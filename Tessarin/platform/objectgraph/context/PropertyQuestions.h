@@ -33,6 +33,8 @@ public:
     template <class V> TypedPredicate<Root> endsWith(V const& text, TextOptions options = TextOptions::None) const;
     template <class V> TypedPredicate<Root> like(V const& pattern, TextOptions options = TextOptions::None) const;
     template <class V> TypedPredicate<Root> matches(V const& pattern, TextOptions options = TextOptions::None) const;
+    /// `text FINDS "jane pri"`: has all those words, the last as a beginning. Any text will do, such as one that a user types.
+    template <class V> TypedPredicate<Root> finds(V const& words) const;
     /// `title ==[c] "emma"`; without options write `==`.
     template <class V> TypedPredicate<Root> equals(V const& text, TextOptions options) const;
     /// `year BETWEEN {1800, 1899}`, both inclusive.

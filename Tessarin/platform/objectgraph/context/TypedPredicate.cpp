@@ -43,4 +43,12 @@ Ref<NSPredicate> comparedWithPath(ComparedPath left, NSPredicateOperatorType typ
     return comparison(std::move(left), type, NSExpression::expressionForKeyPath(right), options);
 }
 
+Ref<NSPredicate> wordsFound(std::vector<std::string> const& keyPaths, std::string_view words) {
+    std::vector<Ref<NSExpression>> texts;
+    for (auto const& path : keyPaths) texts.push_back(NSExpression::expressionForKeyPath(path));
+    return NSComparisonPredicate::predicateWithLeftExpression(NSExpression::expressionForAggregate(std::move(texts)),
+                                                              NSExpression::expressionForConstantValue(words),
+                                                              NSPredicateOperatorType::Finds);
+}
+
 } // namespace Tessarin::query

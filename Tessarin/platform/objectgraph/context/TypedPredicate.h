@@ -33,6 +33,9 @@ TESSARIN_API Ref<NSPredicate> compared(ComparedPath left, NSPredicateOperatorTyp
 TESSARIN_API Ref<NSPredicate> comparedWithPath(ComparedPath left, NSPredicateOperatorType type, std::string_view right,
                                                TextOptions options = {});
 
+/// `{title, text} FINDS "jane pri"`.
+TESSARIN_API Ref<NSPredicate> wordsFound(std::vector<std::string> const& keyPaths, std::string_view words);
+
 } // namespace query
 
 /// A condition on objects of the class Root (void: of a class that the compiler does not know), written with property handles:

@@ -238,6 +238,21 @@ TypedPredicate<Root> PropertyQuestions<Self, T, Root>::matches(V const& pattern,
 }
 template <class Self, class T, class Root>
 template <class V>
+TypedPredicate<Root> PropertyQuestions<Self, T, Root>::finds(V const& words) const {
+    constexpr bool isFit = areTexts<Self, V> && !PathLike<V>;
+    static_assert(isFit, "finds asks a text attribute for the words of a text");
+    return conditionOf<NSPredicateOperatorType::Finds, isFit>(path(), words);
+}
+/// `{title, text} FINDS "jane pri"`: the attributes have all those words together.
+template <PathLike First, PathLike... Others> auto finds(std::string_view words, First const& first, Others const&... others) {
+    constexpr bool areOfTexts = areTexts<First, std::string> && (areTexts<Others, std::string> && ...);
+    constexpr bool areSingle = First::pathMode == PathMode::One && ((Others::pathMode == PathMode::One) && ...);
+    constexpr bool areOfOne = (areRelated<typename First::PathRoot, typename Others::PathRoot>() && ...);
+    static_assert(areOfTexts && areSingle && areOfOne, "finds looks at text attributes of one class");
+    return TypedPredicate<typename First::PathRoot>(wordsFound({keyPathOf(first), keyPathOf(others)...}, words));
+}
+template <class Self, class T, class Root>
+template <class V>
 TypedPredicate<Root> PropertyQuestions<Self, T, Root>::equals(V const& text, TextOptions options) const {
     constexpr bool isFit = areTexts<Self, V>;
     static_assert(isFit, "equals asks a text attribute for a text");

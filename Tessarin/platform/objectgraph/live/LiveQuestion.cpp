@@ -5,6 +5,8 @@
 #include "Tessarin/platform/objectgraph/context/RecordReaderPrivate.h"
 #include "Tessarin/platform/objectgraph/context/RelationshipsPrivate.h"
 #include "Tessarin/platform/objectgraph/live/MemberPositionsPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
+#include "Tessarin/platform/objectgraph/query/SearchRankPrivate.h"
 
 #include <algorithm>
 #include <optional>
@@ -116,6 +118,9 @@ bool LiveQuestion::belongs(NSManagedObject& object, KeySet const* fitting) const
 
 Ref<NSError> LiveQuestion::all(NSManagedObjectContext& context, ResultOrder& now, Taker take) const {
     if (owner_) return allMembers(now, take);
+    if (asksForRank(descriptors()))
+        return storeError(StoreErrorCode::UnknownEntity,
+                          "A live list has no order by rank: with each change all ranks are others.");
     Ref<NSError> error;
     if (descriptors().empty()) {
         List none;

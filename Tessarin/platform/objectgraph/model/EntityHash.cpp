@@ -11,16 +11,17 @@ using Lines = std::vector<std::string>;
 
 std::string attributeHash(AttributeDefinition const& attribute) {
     auto const& options = attribute.options;
-    return StableHash{}
-        .add("attribute")
+    StableHash hash;
+    hash.add("attribute")
         .add(attribute.name)
         .add(static_cast<std::uint64_t>(attribute.type))
         .add(std::uint64_t{options.optional})
         .add(std::uint64_t{options.allowsExternalBinaryDataStorage})
         .add(std::uint64_t{options.indexed})
         .add(options.derived ? options.derivationExpression : std::string{})
-        .add(options.versionHashModifier)
-        .hex();
+        .add(options.versionHashModifier);
+    if (options.fullText) hash.add("fullText"); // the others keep the hash that they had before there was such a thing
+    return hash.hex();
 }
 
 std::string relationshipHash(RelationshipDefinition const& relationship) {

@@ -94,6 +94,10 @@ bool ModelAssembler::addProperty(NSEntityDescription& entity, Ref<NSPropertyDesc
         return fail("two properties of " + entity.name() + " are named " + property->name());
     entity.properties_.push_back(property.get());
     if (auto const* attribute = property->asAttribute()) {
+        bool const isStoredText =
+            attribute->attributeType() == NSAttributeType::String && !attribute->isTransient() && !attribute->isDerived();
+        if (attribute->isFullText() && !isStoredText)
+            return fail(entity.name() + "." + attribute->name() + " cannot be searched: fullText is for texts that are stored");
         entity.attributes_.push_back(attribute);
         entity.attributesByName_.emplace(attribute->name(), attribute);
     } else {

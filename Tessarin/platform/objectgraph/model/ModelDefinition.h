@@ -41,6 +41,7 @@ struct AttributeOptions {
     std::string regularExpression = {}; // the whole text must match; a pattern that does not compile is ignored
     bool indexed = false;
     bool keptInHistory = false; // its value stays in the store's history when the record is deleted
+    bool fullText = false; // its words can be searched (FINDS); of a stored text only. In a document: user info "fullText", "YES"
     bool allowsExternalBinaryDataStorage = false;
     bool derived = false;
     std::string derivationExpression = {};

@@ -11,8 +11,12 @@ void NSAttributeDescription::init(AttributeDefinition definition) {
     options.defaultValue = attributeValue(definition_.type, options.defaultValue);
     if (options.renamingIdentifier.empty()) options.renamingIdentifier = definition_.name;
     if (!options.regularExpression.empty()) pattern_ = TextPattern::compile(options.regularExpression);
-    if (auto const kept = options.userInfo.find("keptInHistory"); kept != options.userInfo.end())
-        options.keptInHistory = options.keptInHistory || attributeValue(NSAttributeType::Boolean, Value(kept->second)).boolean();
+    auto const says = [&](std::string_view key) {
+        auto const found = options.userInfo.find(key);
+        return found != options.userInfo.end() && attributeValue(NSAttributeType::Boolean, Value(found->second)).boolean();
+    };
+    options.keptInHistory = options.keptInHistory || says("keptInHistory");
+    options.fullText = options.fullText || says("fullText");
     isOptional_ = options.optional;
     isTransient_ = options.transient;
 }

@@ -25,6 +25,8 @@ public:
     /// Whether its value stays in the store's history when the record is deleted: by the option of that name, or "YES" under that
     /// key in the user info of a document.
     bool isKeptInHistory() const noexcept { return definition_.options.keptInHistory; }
+    /// Whether stores keep an index of its words.
+    bool isFullText() const noexcept { return definition_.options.fullText; }
     bool allowsExternalBinaryDataStorage() const noexcept { return definition_.options.allowsExternalBinaryDataStorage; }
     bool isDerived() const noexcept { return definition_.options.derived; }
     std::string const& derivationExpression() const noexcept { return definition_.options.derivationExpression; }

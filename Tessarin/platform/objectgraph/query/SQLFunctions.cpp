@@ -1,8 +1,11 @@
 #include "Tessarin/platform/objectgraph/query/SQLFunctionsPrivate.h"
 
 #include "Tessarin/platform/foundation/predicates/PredicateComparisonPrivate.h"
+#include "Tessarin/platform/foundation/predicates/SearchWords.h"
 
 #include <sqlite3.h>
+
+#include <memory>
 
 namespace Tessarin {
 namespace {
@@ -40,6 +43,20 @@ void fold(sqlite3_context* context, int, sqlite3_value** arguments) {
     guarded(context, [&] {
         FoldedText const folded(textOf(arguments[0]), optionsOf(arguments[1]));
         sqlite3_result_text64(context, folded.view().data(), folded.view().size(), SQLITE_TRANSIENT, SQLITE_UTF8);
+    });
+}
+
+/// The words come as a text that makes the same query again.
+void findsWords(sqlite3_context* context, int count, sqlite3_value** arguments) {
+    guarded(context, [&] {
+        auto* query = static_cast<SearchQuery*>(sqlite3_get_auxdata(context, 0)); // taken apart once per query
+        std::unique_ptr<SearchQuery> made;
+        if (!query) made = std::make_unique<SearchQuery>(textOf(arguments[0]));
+        std::vector<std::string_view> texts;
+        for (int at = 1; at < count; ++at)
+            if (isText(arguments[at])) texts.push_back(textOf(arguments[at]));
+        sqlite3_result_int(context, (query ? *query : *made).isFoundIn(texts));
+        if (made) sqlite3_set_auxdata(context, 0, made.release(), [](void* kept) { delete static_cast<SearchQuery*>(kept); });
     });
 }
 
@@ -111,6 +128,7 @@ void registerSQLFunctions(SQLite::Connection& connection) {
     add("tessarin_text", 4, compareText);
     add("tessarin_fold", 2, fold);
     add("tessarin_matches", 3, matches);
+    add("tessarin_finds", -1, findsWords);
     auto const addOrder = [&](char const* name, auto* order) {
         sqlite3_create_collation_v2(connection.handle(), name, SQLITE_UTF8, connection.handle(), order, nullptr);
     };

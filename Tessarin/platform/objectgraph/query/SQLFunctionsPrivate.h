@@ -6,7 +6,8 @@ namespace Tessarin {
 
 /// Makes known to a connection what translated queries use, all of it the same code that predicates and sort descriptors use
 /// in memory: `tessarin_text(column, folded text, operator, options)`, `tessarin_fold(text, options)`,
-/// `tessarin_matches(text, pattern, options)`, and collations for decimals and for each way of comparing texts.
+/// `tessarin_matches(text, pattern, options)`, `tessarin_finds(words, texts…)`, and collations for decimals and for each way of
+/// comparing texts.
 TESSARIN_API void registerSQLFunctions(SQLite::Connection& connection);
 
 inline constexpr char const* decimalCollation = "tessarin_decimal";

@@ -32,7 +32,7 @@ std::optional<SQLOperand> SQLPaths::property(NSEntityDescription const& entity, 
         return SQLOperand{std::move(sql), SQLKind::Object, relationship->destinationEntity()};
     auto const kind = sqlKindOf(property->asAttribute()->attributeType());
     if (!kind) return {};
-    return SQLOperand{std::move(sql), *kind};
+    return SQLOperand{std::move(sql), *kind, nullptr, property->asAttribute(), alias};
 }
 
 /// The alias of the table that a to-one leads to; joined once, whoever asks.

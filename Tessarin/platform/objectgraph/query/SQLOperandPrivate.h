@@ -13,6 +13,8 @@ struct SQLOperand {
     std::string sql;
     SQLKind kind = SQLKind::Number;
     NSEntityDescription const* entity = nullptr; // of an object
+    NSAttributeDescription const* attribute = nullptr; // of a value that is an attribute's
+    std::string alias = {};                            // the table of that
 };
 
 /// A table in a query, and the tables that key paths from its records led to.

@@ -1,5 +1,6 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/model/NSEntityDescription.h"
+#include <span>
 #include <string>
 
 namespace Tessarin {
@@ -22,6 +23,10 @@ public:
     virtual std::optional<Members> membersOf(NSRelationshipDescription const& relationship) const = 0;
     /// The key of the record that a value stands for; 0 when it stands for none, negative when it was never saved.
     virtual std::int64_t keyOf(Value const& value) const = 0;
+    /// The table of FTS5 that has the attribute's words, in a column of the same name; empty when there is none.
+    virtual std::string searchTableOf(NSAttributeDescription const& attribute) const = 0;
+    /// Whether those, of one such table, are all that it has.
+    virtual bool searchesAll(std::span<NSAttributeDescription const* const> attributes) const = 0;
 
 protected:
     ~SQLSchema() = default;

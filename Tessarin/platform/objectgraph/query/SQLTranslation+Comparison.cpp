@@ -93,6 +93,7 @@ SQLTranslation::Said SQLTranslation::withValue(SQLOperand const& left, Operator 
         return fmt::format("({} AND {})", *low, *high);
     }
     if (value.isAbsent()) return "0";
+    if (type == Operator::Finds) return left.kind == SQLKind::Text && value.isText() ? withWords({&left, 1}, value.text()) : "0";
     if (left.kind == SQLKind::Text && value.isText()) return withText(left, type, options, value.text());
     if (type != Operator::EqualTo && type != Operator::NotEqualTo && !isOrder(type))
         return "0"; // the others are for texts and lists
@@ -121,8 +122,11 @@ SQLTranslation::Said SQLTranslation::withText(SQLOperand const& left, Operator t
         }
     }
     bool const isNegated = type == Operator::NotEqualTo;
-    auto const condition = fmt::format("tessarin_text({}, {}, {}, {})", column, parameter(foldedText(text, options)),
-                                       static_cast<int>(isNegated ? Operator::EqualTo : type), static_cast<unsigned>(options));
+    auto const narrowed = candidates(left, type, options, text);
+    auto const condition =
+        narrowed + fmt::format("tessarin_text({}, {}, {}, {})", column, parameter(foldedText(text, options)),
+                               static_cast<int>(isNegated ? Operator::EqualTo : type), static_cast<unsigned>(options));
+    if (!narrowed.empty()) return fmt::format("({})", condition);
     return isNegated ? condition + " IS NOT TRUE" : condition;
 }
 

@@ -1,6 +1,7 @@
 #include "Tessarin/platform/objectgraph/query/SQLTranslationPrivate.h"
 
 #include "Tessarin/platform/objectgraph/query/SQLFunctionsPrivate.h"
+#include "Tessarin/platform/objectgraph/query/SearchRankPrivate.h"
 
 #include <fmt/format.h>
 
@@ -63,6 +64,7 @@ bool SQLTranslation::addPredicate(NSPredicate const& predicate) {
         for (auto const& part : compound->subpredicates()) complete = addPredicate(*part) && complete;
         return complete;
     }
+    if (auto const* comparison = predicate.asComparison(); comparison && addSource(*comparison)) return true;
     auto const before = arguments_.size();
     auto const condition = said(predicate, scope_);
     if (!condition) {
@@ -109,6 +111,10 @@ SQLTranslation::Said SQLTranslation::said(NSComparisonPredicate const& predicate
         std::swap(left, right);
         type = *twin;
     }
+    if (auto const texts = textsOf(predicate, scope)) {
+        auto const words = right->expressionValueWithObject({});
+        return words.isText() ? withWords(*texts, words.text()) : "0";
+    }
     auto const path = pathOf(*left);
     if (!path) return {};
     if (auto const operand = paths_.operand(*path, scope)) {
@@ -154,6 +160,11 @@ SQLTranslation::Said SQLTranslation::withMembers(NSComparisonPredicate const& pr
 bool SQLTranslation::addOrder(std::span<Ref<NSSortDescriptor> const> descriptors) {
     std::string order;
     for (auto const& descriptor : descriptors) {
+        if (descriptor->key() == searchRankKey) {
+            if (source_.empty()) return false;
+            order += fmt::format("{}f.rank{}", order.empty() ? "" : ", ", descriptor->ascending() ? "" : " DESC");
+            continue;
+        }
         auto const operand = paths_.operand(descriptor->keyPath().components(), scope_);
         if (!operand || operand->kind == SQLKind::Object) return false;
         order += (order.empty() ? "" : ", ") + operand->sql;
@@ -163,6 +174,7 @@ bool SQLTranslation::addOrder(std::span<Ref<NSSortDescriptor> const> descriptors
         if (!collation.empty()) order += " COLLATE " + collation;
         if (!descriptor->ascending()) order += " DESC";
     }
+    isOrderedByRank_ = descriptors.size() == 1 && descriptors.front()->key() == searchRankKey;
     if (!order.empty()) order_ = order + ", t0.id"; // equal ones stand in a fixed order
     return true;
 }

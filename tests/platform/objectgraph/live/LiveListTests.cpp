@@ -1,4 +1,5 @@
 #include "Tessarin/platform/objectgraph/live/LiveList.h"
+#include "Tessarin/platform/objectgraph/query/SearchRank.h"
 #include "tests/platform/objectgraph/context/Library.h"
 #include <sstream>
 #include <string>
@@ -227,6 +228,23 @@ TEST_P(LiveListTest, OutlivesItsContext) {
     EXPECT_FALSE(list->context());
     list->finish();
     EXPECT_DEATH((*list)[0], "context is gone");
+}
+
+TEST(LiveList, FollowsASearchButNoRanks) {
+    Library library(NSSQLiteStoreType);
+    auto const& context = library.root;
+    context->performBlockAndWait([&] { edit(*context, "+red-house +house +tree"); });
+    ASSERT_TRUE(saves(*context));
+    Watched watched(context, {}, where("title FINDS 'hou'"));
+    EXPECT_EQ(watched.text(), "housered-house");
+    context->performBlockAndWait([&] { edit(*context, "+a-houseboat -house +home"); });
+    EXPECT_EQ(watched.text(), "a-houseboatred-house");
+    context->performBlockAndWait([&] {
+        auto const request = make<NSFetchRequest>("Book");
+        request->setPredicate(where("title FINDS 'hou'"));
+        request->setSortDescriptors({searchRank()});
+        EXPECT_TRUE(make<LiveList>(context, request)->error());
+    });
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 #include "Tessarin/platform/objectgraph/model/NSManagedObjectModel.h"
 #include "Tessarin/platform/objectgraph/persistence/memory/InMemoryLinksPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/rows/RowBuilderPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/SearchStatisticsPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/UniqueValuesPrivate.h"
 
 #include <algorithm>
@@ -201,6 +202,15 @@ Ref<NSError> InMemoryStore::count(StoreQuery const& query, std::size_t& count, b
     for (auto const& [first, last] : query.without)
         for (auto at = records.lower_bound(first); at != records.end() && at->first <= last; ++at)
             if (belongsTo(*at->second, query)) --count;
+    return nullptr;
+}
+
+Ref<NSError> InMemoryStore::searchStatistics(RankedSearch const& search, SearchStatistics& statistics) {
+    std::lock_guard const hold(mutex_);
+    if (auto error = closedProblem()) return error;
+    statistics = {};
+    addStatistics({}, search, statistics);
+    for (auto const& [key, row] : records_[search.entity->rootEntity()]) addStatistics({&row, 1}, search, statistics);
     return nullptr;
 }
 

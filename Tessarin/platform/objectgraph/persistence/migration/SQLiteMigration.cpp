@@ -1,6 +1,7 @@
 #include "Tessarin/platform/objectgraph/persistence/migration/SQLiteMigrationPrivate.h"
 
 #include "Tessarin/platform/objectgraph/persistence/rows/ValueConversionPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteSearchTablesPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteStoredModelPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreMetadataPrivate.h"
 
@@ -16,6 +17,9 @@ std::vector<std::int64_t> SQLiteMigration::run() {
     for (auto const& condition : conditions) checkBefore(condition);
     findKept();
     dropIndexes();
+    keptSearches_ = SQLiteSearchTables(connection_).dropOthers(schema_, [&](SQLiteSchema::Search const& search) {
+        return isKept(search.table->name);
+    });
     expectSteps();
     moveOldTables();
     auto families = this->families();
@@ -28,6 +32,7 @@ std::vector<std::int64_t> SQLiteMigration::run() {
     for (auto const& family : families) checkDestinations(family);
     for (auto const& condition : conditions) checkAfter(condition);
     makeIndexes();
+    makeSearches();
 
     std::vector<std::int64_t> numbers;
     for (auto const& entity : space_.model().entities()) numbers.push_back(schema_.numberOf(*entity));
@@ -42,6 +47,8 @@ void SQLiteMigration::expectSteps() {
         if (!stays(family)) progress_.expect(countIn(&schema_.tableOf(*family.written->entity())));
     for (auto const& index : schema_.indexes())
         if (!keptIndexes_.contains(index.statement)) progress_.expect(countIn(tableNamed(index.table)));
+    for (auto const& search : schema_.searches())
+        if (!isKept(search)) progress_.expect(countIn(search.table));
 }
 
 /// How many records it gets.
@@ -66,9 +73,22 @@ void SQLiteMigration::findKept() {
         if (link.isJoinTable && link.isWrittenHere && unchanged(link)) keptNames_.push_back(link.table);
 }
 
-bool SQLiteMigration::isKept(std::string const& table) const {
-    return std::ranges::find(keptNames_, table) != keptNames_.end();
+bool SQLiteMigration::isKept(SQLiteSchema::Search const& search) const {
+    return std::ranges::find(keptSearches_, search.name) != keptSearches_.end();
 }
+
+void SQLiteMigration::makeSearches() {
+    SQLiteSearchTables tables(connection_);
+    for (auto const& search : schema_.searches()) {
+        if (isKept(search)) continue;
+        progress_.begin(StoreProgress::Stage::MakingIndex, search.table->root->name(), countIn(search.table));
+        tables.make(search);
+        tables.fill(search);
+    }
+    tables.writeVersion(schema_);
+}
+
+bool SQLiteMigration::isKept(std::string const& table) const { return std::ranges::find(keptNames_, table) != keptNames_.end(); }
 
 /// Afterwards the new tables have all records with what stands in their columns.
 void SQLiteMigration::moveOldTables() {

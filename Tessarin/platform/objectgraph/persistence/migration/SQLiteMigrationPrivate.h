@@ -72,12 +72,14 @@ private:
     void expectSteps();
     void findKept();
     bool isKept(std::string const& table) const;
+    bool isKept(SQLiteSchema::Search const& search) const;
     void moveOldTables();
     void dropIndexes();
     void moveAway(std::string const& table);
     void addColumns(Table const& table, Table const& old);
     void fill(Table const& table);
     void makeIndexes();
+    void makeSearches();
     void forgetLinksToNobody();
     void forgetLinksToNobody(std::string const& table, Relationship const& relationship);
     void writeModel(std::vector<std::int64_t> const& numbers);
@@ -116,6 +118,7 @@ private:
     std::vector<std::pair<Table const*, Table const*>> kept_; // new and old
     std::vector<std::string> keptNames_;                      // of tables and join tables
     std::set<std::string> keptIndexes_;                       // their statements
+    std::vector<std::string> keptSearches_; // their names
     int placesOfLinks_ = 0; // tables of collected links that were made
     std::map<std::string, std::string> moved_; // old table → where it is now
 };

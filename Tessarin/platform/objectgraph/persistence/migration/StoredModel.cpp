@@ -29,6 +29,7 @@ Value described(AttributeDefinition const& attribute) {
     put(entry, "transient", options.transient);
     put(entry, "derived", options.derived);
     put(entry, "indexed", options.indexed);
+    put(entry, "fullText", options.fullText);
     putFormerName(entry, options.renamingIdentifier, attribute.name);
     put(entry, "hashModifier", options.versionHashModifier);
     return entry;
@@ -87,6 +88,7 @@ AttributeDefinition attributeOf(Dictionary const& entry) {
     attribute.options = {.optional = flag(entry, "optional", true),
                          .transient = flag(entry, "transient"),
                          .indexed = flag(entry, "indexed"),
+                         .fullText = flag(entry, "fullText"),
                          .derived = flag(entry, "derived"),
                          .renamingIdentifier = text(entry, "renamedFrom"),
                          .versionHashModifier = text(entry, "hashModifier")};

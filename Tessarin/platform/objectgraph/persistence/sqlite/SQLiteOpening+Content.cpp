@@ -6,6 +6,7 @@
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteFileChecksPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteHistoryTablePrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteLogCheckPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteSearchTablesPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteStoredModelPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
 #include "Tessarin/platform/sqlite/RawFile.h"
@@ -13,6 +14,7 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <new>
@@ -142,6 +144,47 @@ std::vector<std::int64_t> SQLiteOpening::bringToModel(SQLite::Connection& connec
         plan_ = MigrationPlan::between(*stored->model, space_->model(), ignored);
         throw;
     }
+}
+
+void SQLiteOpening::requireFullText(SQLite::Connection& connection) const {
+    if (connection.hasFullText()) return;
+    auto const isSearched = [](NSAttributeDescription const* attribute) { return attribute->isFullText(); };
+    bool const isWanted = std::ranges::any_of(
+        space_->model().entities(), [&](auto const& entity) { return std::ranges::any_of(entity->attributes(), isSearched); });
+    if (isWanted || (!hasNoSchema(connection) && SQLiteSearchTables(connection).areThere()))
+        throw Postponed(storeError(StoreErrorCode::StoreOpen,
+                                   "The store has texts that are searched, which takes an SQLite with FTS5: " + path_));
+}
+
+void SQLiteOpening::bringSearchesUp(SQLite::Connection& connection, std::vector<std::int64_t> const& numbers,
+                                    SQLiteOpeningProgress& progress) {
+    SQLiteSchema const schema(*space_, numbers);
+    SQLiteSearchTables tables(connection);
+    if (tables.areAsIn(schema)) return;
+    largestKeys_.clear();
+    connection.execute("COMMIT");
+    SQLite::Transaction transaction(connection);
+    if (!tables.areAsIn(schema)) { // unless another process was faster
+        tables.dropOthers(schema, [](auto const&) { return false; });
+        std::vector<std::int64_t> counts;
+        for (auto const& search : schema.searches()) {
+            counts.push_back(connection.integer("SELECT count(*) FROM " + search.table->name));
+            progress.expect(counts.back());
+        }
+        for (std::size_t at = 0; at < counts.size(); ++at) {
+            auto const& search = schema.searches()[at];
+            progress.begin(StoreProgress::Stage::MakingIndex, search.table->root->name(), counts[at]);
+            tables.make(search);
+            tables.fill(search);
+        }
+        tables.writeVersion(schema);
+        // Who has the file open goes by the rules of before, and would take out words that nobody put in.
+        connection.execute("UPDATE tessarin_store SET value = value + 1 WHERE key = 'modelGeneration'");
+    }
+    transaction.commit();
+    isBroughtToModel_ = true;
+    progress.end();
+    connection.execute("BEGIN");
 }
 
 } // namespace Tessarin

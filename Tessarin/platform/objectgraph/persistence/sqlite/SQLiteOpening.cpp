@@ -4,6 +4,7 @@
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteEmptinessPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteFileChecksPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteHistoryTablePrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteSearchTablesPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteStoredModelPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreRescuePrivate.h"
@@ -100,12 +101,15 @@ std::unique_ptr<SQLiteStore::Impl> SQLiteOpening::openForWriting(std::unique_ptr
     if (connection->isReadOnly()) throwReadOnly();
     // One read transaction around all that is looked at: each of its own costs four locks.
     connection->execute("BEGIN");
+    requireFullText(*connection);
     makeIfEmpty(*connection);
     checkFormat(*connection);
     requireNoViewInPlaceOfATable(*connection, *space_);
     SQLiteOpeningProgress progress(options_.opening, *connection);
     checkPages(*connection);
-    auto impl = store(*connection, bringToModel(*connection, progress), connectionOptions_);
+    auto numbers = bringToModel(*connection, progress);
+    bringSearchesUp(*connection, numbers, progress);
+    auto impl = store(*connection, std::move(numbers), connectionOptions_);
     connection->execute("COMMIT");
     if (connection->text("PRAGMA journal_mode") != "wal")
         connection->execute("PRAGMA journal_mode = WAL"); // another tool changed it
@@ -131,15 +135,19 @@ std::unique_ptr<SQLiteStore::Impl> SQLiteOpening::openForReading(std::unique_ptr
     }
     auto numbers = numbersOfSameModel(*connection);
     if (!numbers) throw Refused::because("it was written with another model, and is to be read only: " + path_);
-    auto impl = store(*connection, *std::move(numbers), options);
+    bool const isSearchable =
+        connection->hasFullText() && SQLiteSearchTables(*connection).areAsIn(SQLiteSchema(*space_, *numbers));
+    auto impl = store(*connection, *std::move(numbers), options,
+                      isSearchable ? SQLiteSchema::Searches::Used : SQLiteSchema::Searches::Ignored);
     impl->isReadOnly = true;
     connection->execute("COMMIT");
     return impl;
 }
 
 std::unique_ptr<SQLiteStore::Impl> SQLiteOpening::store(SQLite::Connection& connection, std::vector<std::int64_t> numbers,
-                                                        SQLite::ConnectionOptions const& options) {
-    auto impl = std::make_unique<SQLiteStore::Impl>(file_, space_, std::move(numbers), options);
+                                                        SQLite::ConnectionOptions const& options,
+                                                        SQLiteSchema::Searches searches) {
+    auto impl = std::make_unique<SQLiteStore::Impl>(file_, space_, std::move(numbers), options, searches);
     impl->modelGeneration = connection.integer("SELECT value FROM tessarin_store WHERE key = 'modelGeneration'");
     impl->keys.startBehind(largestKey(connection, impl->schema, largestKeys_));
     impl->metadata.read(connection);

@@ -22,7 +22,8 @@ private:
     std::unique_ptr<SQLiteStore::Impl> openForWriting(std::unique_ptr<SQLite::Connection>& connection);
     std::unique_ptr<SQLiteStore::Impl> openForReading(std::unique_ptr<SQLite::Connection>& connection);
     std::unique_ptr<SQLiteStore::Impl> store(SQLite::Connection& connection, std::vector<std::int64_t> numbers,
-                                             SQLite::ConnectionOptions const& options);
+                                             SQLite::ConnectionOptions const& options,
+                                             SQLiteSchema::Searches searches = SQLiteSchema::Searches::Used);
     [[noreturn]] void refuse(Refused const& refused, SQLite::Connection* connection);
     bool isCancelled() const noexcept { return options_.opening && options_.opening->isCancelled() && !isBroughtToModel_; }
     void checkPlace();
@@ -37,6 +38,10 @@ private:
     void checkAllPages(SQLite::Connection& connection) const;
     void requireReadable(std::string const& problem) const;
     std::optional<std::vector<std::int64_t>> numbersOfSameModel(SQLite::Connection& connection) const;
+    /// What is searched must be searchable here, and have been taken apart by the rules that hold here.
+    void requireFullText(SQLite::Connection& connection) const;
+    void bringSearchesUp(SQLite::Connection& connection, std::vector<std::int64_t> const& numbers,
+                         SQLiteOpeningProgress& progress);
     std::vector<std::int64_t> bringToModel(SQLite::Connection& connection, SQLiteOpeningProgress& progress);
 
     NSURL const file_;

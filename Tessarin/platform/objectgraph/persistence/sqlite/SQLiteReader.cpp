@@ -129,13 +129,15 @@ void SQLiteReader::fetch(StoreQuery const& query, StoreAnswer& answer, bool isLo
     reading.isFed = !reading.isCut && order.empty();
     reading.isInOrder = reading.isCut || !order.empty();
     auto const condition = conditionOf(scannedBy(query), translation);
-    auto sql = fmt::format("SELECT {} FROM {} AS t0{}{}",
+    bool const isCutFirst = reading.isCut && translation.isAllInSource() && condition == " WHERE " + translation.condition();
+    auto sql = fmt::format("SELECT {} FROM {}{} AS t0{}{}",
                            reading.byKeys  ? "t0.id, t0.version"
                            : reading.isFed ? decoder.selection()
                                            : decoder.columns(),
+                           isCutFirst ? translation.sourceCutBy(cutTextOf(query)) : translation.source(),
                            schema_.tableOf(*query.entity).name, translation.joins(), condition);
     if (reading.isInOrder) sql += " ORDER BY " + (order.empty() ? "t0.id" : order);
-    if (reading.isCut) sql += cutTextOf(query);
+    if (reading.isCut && !isCutFirst) sql += cutTextOf(query);
     auto const run = [&](SQLite::Statement& statement) {
         bindAll(statement, translation.arguments());
         if (reading.isCut) bindCut(statement, query, static_cast<int>(translation.arguments().size()));
@@ -173,9 +175,9 @@ std::optional<SQLiteReader::Selection> SQLiteReader::selectionOf(StoreQuery cons
     bool const isCut = query.limit != 0 || query.offset != 0;
     if (isCut && !translation.addOrder(query.sortDescriptors)) return {};
     Selection selection{conditionOf(scannedBy(query), translation), translation.arguments()};
-    if (!isCut && translation.joins().empty()) return selection;
-    auto inner = fmt::format("SELECT t0.id FROM {} AS t0{}{}", schema_.tableOf(*query.entity).name, translation.joins(),
-                             selection.condition);
+    if (!isCut && translation.joins().empty() && translation.source().empty()) return selection;
+    auto inner = fmt::format("SELECT t0.id FROM {}{} AS t0{}{}", translation.source(), schema_.tableOf(*query.entity).name,
+                             translation.joins(), selection.condition);
     if (isCut) {
         inner += fmt::format(" ORDER BY {} LIMIT ? OFFSET ?", translation.order().empty() ? "t0.id" : translation.order());
         selection.arguments.push_back(query.limit == 0 ? -1 : static_cast<std::int64_t>(query.limit));
@@ -244,8 +246,8 @@ void SQLiteReader::readByKeys(SQLite::Statement& statement, StoreQuery const& qu
 }
 
 std::string SQLiteReader::countText(Scanned const& scanned, SQLTranslation const& translation) const {
-    return fmt::format("SELECT count(*) FROM {} AS t0{}{}", schema_.tableOf(*scanned.entity).name, translation.joins(),
-                       conditionOf(scanned, translation));
+    return fmt::format("SELECT count(*) FROM {}{} AS t0{}{}", translation.source(), schema_.tableOf(*scanned.entity).name,
+                       translation.joins(), conditionOf(scanned, translation));
 }
 
 void SQLiteReader::count(StoreQuery const& query, std::size_t& count, bool& complete) {

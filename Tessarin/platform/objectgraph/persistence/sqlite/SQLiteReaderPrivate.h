@@ -10,6 +10,8 @@
 namespace Tessarin {
 
 class SQLTranslation;
+struct RankedSearch;
+struct SearchStatistics;
 
 /// Answers questions over one connection. Used by one thread at a time; what fails throws ErrorException.
 class TESSARIN_API SQLiteReader {
@@ -52,6 +54,8 @@ public:
     /// `isLong`: it has a `longSpanOf`.
     void fetch(StoreQuery const& query, StoreAnswer& answer, bool isLong);
     void count(StoreQuery const& query, std::size_t& count, bool& complete);
+    /// False where no index knows it.
+    bool searchStatistics(RankedSearch const& search, SearchStatistics& statistics);
     void rows(NSEntityDescription const& rootEntity, std::span<RecordKey const> keys, FunctionRef<void(RowRef)> each);
     RowRef row(NSEntityDescription const& rootEntity, RecordKey key);
     void findHolders(UniqueConstraint const& constraint, std::span<RowRef const> rows, std::vector<RecordKey>& holders);

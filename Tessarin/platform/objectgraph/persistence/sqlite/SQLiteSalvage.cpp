@@ -1,6 +1,7 @@
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteSalvagePrivate.h"
 
 #include "Tessarin/platform/objectgraph/model/NSManagedObjectModel.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteSearchTablesPrivate.h"
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -55,6 +56,7 @@ SalvageReport SQLiteSalvage::run() {
         if (table.isDamaged) noteMissing(table);
     cutLinks();
     keepNextKey();
+    for (auto const& search : schema_.searches()) SQLiteSearchTables(fresh_).fill(search);
     for (auto& table : tables_)
         table.report.saved = static_cast<std::size_t>(fresh_.integer("SELECT count(*) FROM " + table.schema.name));
     return report_;

@@ -106,12 +106,36 @@ void SQLiteSchema::addIndexes(Names& names) {
         if (link.isJoinTable && link.isWrittenHere) addIndex(names, {.table = link.table}, "member", "member");
 }
 
+void SQLiteSchema::addSearches() {
+    for (auto const& table : tables_) {
+        Search search{.table = &table};
+        for (auto const& column : table.columns) {
+            auto const* attribute = column.property ? column.property->asAttribute() : nullptr;
+            if (!attribute || !attribute->isFullText()) continue;
+            search.attributes.push_back(attribute);
+            search.columns.push_back(column.name);
+        }
+        if (search.columns.empty()) continue;
+        search.name = quoted(fmt::format("tessarin_search_{}", numberOf(*table.root))); // a number is no other name's beginning
+        auto const columns = fmt::format("{}", fmt::join(search.columns, ", "));
+        search.statement =
+            fmt::format("CREATE VIRTUAL TABLE {} USING fts5({}, content={}, content_rowid=\"id\", tokenize=\"tessarin\")",
+                        search.name, columns, table.name);
+        std::string values = "?1";
+        for (std::size_t at = 0; at < search.columns.size(); ++at) values += fmt::format(", ?{}", at + 2);
+        search.insertion = fmt::format("INSERT INTO {} (rowid, {}) VALUES ({})", search.name, columns, values);
+        search.deletion = fmt::format("INSERT INTO {0} ({0}, rowid, {1}) VALUES ('delete', {2})", search.name, columns, values);
+        searches_.push_back(std::move(search));
+    }
+}
+
 std::vector<std::string> SQLiteSchema::createStatements() const {
     std::vector<std::string> statements;
     for (auto const& table : tables_) statements.push_back(createTable(table));
     for (auto const& link : links_)
         if (link.isJoinTable && link.isWrittenHere) statements.push_back(createJoinTable(link, inverseOf(link)));
     for (auto const& index : indexes_) statements.push_back(index.statement);
+    for (auto const& search : searches_) statements.push_back(search.statement);
     return statements;
 }
 

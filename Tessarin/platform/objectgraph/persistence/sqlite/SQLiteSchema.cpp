@@ -26,6 +26,13 @@ std::string unquoted(std::string_view name) {
     return plain;
 }
 
+/// FTS5 has columns of its own by these names.
+std::string columnFor(NSPropertyDescription const& property) {
+    auto const* attribute = property.asAttribute();
+    auto const lower = attribute && attribute->isFullText() ? lowered(property.name()) : std::string();
+    return lower == "rank" || lower == "rowid" ? property.name() + '_' : property.name();
+}
+
 } // namespace
 
 std::string quoted(std::string_view name) {
@@ -47,7 +54,7 @@ std::string SQLiteSchema::Names::take(std::string name) {
     return name;
 }
 
-SQLiteSchema::SQLiteSchema(RowSpace& space, std::vector<std::int64_t> entityNumbers)
+SQLiteSchema::SQLiteSchema(RowSpace& space, std::vector<std::int64_t> entityNumbers, Searches searches)
     : space_(space), numbers_(std::move(entityNumbers)) {
     auto const& entities = space.model().entities();
     tableOfEntity_.resize(entities.size());
@@ -61,6 +68,7 @@ SQLiteSchema::SQLiteSchema(RowSpace& space, std::vector<std::int64_t> entityNumb
     addTables(names);
     addLinks(names);
     addIndexes(names);
+    if (searches == Searches::Used) addSearches();
 }
 
 void SQLiteSchema::addTables(Names& names) {
@@ -83,7 +91,7 @@ void SQLiteSchema::addColumns(Table& table, NSEntityDescription const& entity, N
     tableOfEntity_[entity.index()] = tables_.size();
     for (auto const& cell : space_.layoutOf(entity).cells()) {
         if (cell.property->entity() != &entity) continue;
-        auto const name = quoted(names.take(cell.property->name()));
+        auto const name = quoted(names.take(columnFor(*cell.property)));
         columns_[entity.index()][cell.property->index()] = name;
         table.columns.push_back({cell.property, name, cell.type});
         auto const* relationship = cell.property->asRelationship();
@@ -150,6 +158,23 @@ std::optional<SQLSchema::Members> SQLiteSchema::membersOf(NSRelationshipDescript
 }
 
 std::int64_t SQLiteSchema::keyOf(Value const& value) const { return recordKeyOf(value, space_.identities()); }
+
+SQLiteSchema::Search const* SQLiteSchema::searchOf(NSEntityDescription const& entity) const noexcept {
+    auto const found = std::ranges::find(searches_, &tableOf(entity), &Search::table);
+    return found == searches_.end() ? nullptr : &*found;
+}
+
+std::string SQLiteSchema::searchTableOf(NSAttributeDescription const& attribute) const {
+    auto const* search = attribute.isFullText() ? searchOf(*attribute.entity()) : nullptr;
+    return search ? search->name : std::string();
+}
+
+bool SQLiteSchema::searchesAll(std::span<NSAttributeDescription const* const> attributes) const {
+    auto const* search = searchOf(*attributes.front()->entity());
+    return search && std::ranges::all_of(search->attributes, [&](auto const* each) {
+               return std::ranges::find(attributes, each) != attributes.end();
+           });
+}
 
 NSEntityDescription const* SQLiteSchema::entityNumbered(std::int64_t number) const noexcept {
     auto const at = std::ranges::find(numbers_, number) - numbers_.begin();

@@ -44,8 +44,20 @@ public:
         std::string condition = "true"; // of the records that it is over
     };
 
+    /// The index of the words in a table's texts.
+    struct Search {
+        Table const* table = nullptr;
+        std::string name;
+        std::vector<NSAttributeDescription const*> attributes;
+        std::vector<std::string> columns; // of the index, which bear the names of the table's
+        std::string statement; // CREATE VIRTUAL TABLE …
+        std::string insertion, deletion; // of one record: its key and its texts
+    };
+    /// Whether the file's indexes of words are used. Those of a file that cannot be written may be of other rules.
+    enum class Searches { Used, Ignored };
+
     /// `entityNumbers` by index of the entity in the model.
-    SQLiteSchema(RowSpace& space, std::vector<std::int64_t> entityNumbers);
+    SQLiteSchema(RowSpace& space, std::vector<std::int64_t> entityNumbers, Searches searches = Searches::Used);
 
     RowSpace& space() const noexcept { return space_; }
     std::vector<Table> const& tables() const noexcept { return tables_; }
@@ -59,6 +71,10 @@ public:
     std::vector<Link> const& links() const noexcept { return links_; }
     std::vector<Index> const& indexes() const noexcept { return indexes_; }
 
+    std::vector<Search> const& searches() const noexcept { return searches_; }
+    /// Null for an entity in whose table no texts are searched.
+    Search const* searchOf(NSEntityDescription const& entity) const noexcept;
+
     std::int64_t numberOf(NSEntityDescription const& entity) const noexcept { return numbers_[entity.index()]; }
     NSEntityDescription const* entityNumbered(std::int64_t number) const noexcept;
     /// The numbers of the entity and its descendants, as "1, 2, 3".
@@ -68,6 +84,8 @@ public:
     std::string columnNameOf(NSPropertyDescription const& property) const override { return columnOf(property); }
     std::optional<Members> membersOf(NSRelationshipDescription const& relationship) const override;
     std::int64_t keyOf(Value const& value) const override;
+    std::string searchTableOf(NSAttributeDescription const& attribute) const override;
+    bool searchesAll(std::span<NSAttributeDescription const* const> attributes) const override;
 
     static std::string createTable(Table const& table);
     static std::string addColumn(Table const& table, Column const& column);
@@ -90,6 +108,7 @@ private:
     Link columnLink(NSRelationshipDescription const& relationship);
     Link joinLink(NSRelationshipDescription const& relationship, Names& names);
     void addIndexes(Names& names);
+    void addSearches();
     void addIndex(Names& names, Index index, std::string_view label, std::string const& columns,
                   std::string const& condition = {});
 
@@ -101,6 +120,7 @@ private:
     std::vector<Link> links_;
     std::vector<std::vector<int>> linkOf_; // [entity][property], -1: none
     std::vector<Index> indexes_;
+    std::vector<Search> searches_; // in the order of the tables
 };
 
 /// An SQL identifier in quotes.

@@ -1,11 +1,15 @@
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteStorePrivate.h"
 
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteOpeningPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteSearchTablesPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteStoreImplPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteVerificationPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/NSPersistentStoreCoordinator.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/SearchStatisticsPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
 #include "Tessarin/platform/sqlite/Transaction.h"
+
+#include <sqlite3.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -151,13 +155,17 @@ Ref<NSError> SQLiteStore::save(std::span<Ref<ChangeSet const> const> sets, Confl
         bool const isAll = outcome.sets.empty() && outcome.corrected.empty() && connection.isOneCommitLater(after, before);
         if (isAll) impl.scans->noteSave(before, after, written);
     };
-    auto error = caught([&] {
-        try {
-            write(SQLiteWriter::Conflicts::Noticed);
-        } catch (SQLiteWriter::Stale const&) { // what was written is taken back; now with a look at everything first
-            write(SQLiteWriter::Conflicts::Settled);
-        }
-    });
+    auto const attempt = [&] {
+        return caught([&] {
+            try {
+                write(SQLiteWriter::Conflicts::Noticed);
+            } catch (SQLiteWriter::Stale const&) { // what was written is taken back; now with a look at everything first
+                write(SQLiteWriter::Conflicts::Settled);
+            }
+        });
+    };
+    auto error = attempt();
+    if (impl.mendsSearches(error)) error = attempt();
     static constexpr std::int64_t between = 4096; // transactions
     if (!error && impl.writerSeat && impl.writerSeat->writer.historyWritten().last % between == 0) forgetOldHistoryLater();
     if (!error) return nullptr;
@@ -194,21 +202,42 @@ Ref<NSError> SQLiteStore::findRefused(std::span<Ref<ChangeSet const> const> sets
     return error;
 }
 
-Ref<NSError> SQLiteStore::Impl::inBatch(BatchOutcome& outcome, FunctionRef<bool(SQLiteWriter&)> change) {
-    std::lock_guard const hold(writing);
-    outcome = {};
-    auto error = caught([&] {
-        auto& [connection, batchWriter] = writer();
+/// Another tool has written texts that the index of their words does not know, so that a change met words that are not there. The
+/// index is made anew, from what stands in the file.
+bool SQLiteStore::Impl::mendsSearches(Ref<NSError> const& error) {
+    bool const isOfIndex = error && error->domain() == NSSQLiteErrorDomain && error->code() == SQLITE_CORRUPT_VTAB;
+    if (!isOfIndex || schema.searches().empty()) return false;
+    writerSeat.reset();
+    return !caught([&] {
+        auto& connection = writer().connection;
         SQLite::Transaction transaction(connection);
         requireInPlace();
         requireSameModel(connection);
-        outcome.complete = change(batchWriter);
-        if (!outcome.complete) return;
+        for (auto const& search : schema.searches()) SQLiteSearchTables(connection).fill(search);
         readers->endIdle();
         transaction.commit();
-        batchWriter.forgetRows(outcome);
-        noteCommit();
     });
+}
+
+Ref<NSError> SQLiteStore::Impl::inBatch(BatchOutcome& outcome, FunctionRef<bool(SQLiteWriter&)> change) {
+    std::lock_guard const hold(writing);
+    auto const attempt = [&] {
+        return caught([&] {
+            outcome = {};
+            auto& [connection, batchWriter] = writer();
+            SQLite::Transaction transaction(connection);
+            requireInPlace();
+            requireSameModel(connection);
+            outcome.complete = change(batchWriter);
+            if (!outcome.complete) return;
+            readers->endIdle();
+            transaction.commit();
+            batchWriter.forgetRows(outcome);
+            noteCommit();
+        });
+    };
+    auto error = attempt();
+    if (mendsSearches(error)) error = attempt();
     if (!error) return nullptr;
     outcome = {};
     writerSeat.reset();
@@ -257,6 +286,17 @@ Ref<NSError> SQLiteStore::count(StoreQuery const& query, std::size_t& count, boo
                           [&](SQLiteReader& reader) { reader.count(query, count, complete); });
 }
 
+Ref<NSError> SQLiteStore::searchStatistics(RankedSearch const& search, SearchStatistics& statistics) {
+    bool isKnown = false;
+    auto error = impl_->reading(impl_->schema.tableOf(*search.entity).name,
+                                [&](SQLiteReader& reader) { isKnown = reader.searchStatistics(search, statistics); });
+    if (error || isKnown) return error;
+    StoreAnswer all; // the file's index is of other rules, and cannot be made anew
+    if (error = fetch({.entity = search.entity->rootEntity(), .sortDescriptors = {}}, all); !error)
+        addStatistics(all.rows, search, statistics);
+    return error;
+}
+
 Ref<NSError> SQLiteStore::rows(NSEntityDescription const& rootEntity, std::span<RecordKey const> keys,
                                FunctionRef<void(RowRef)> each) {
     return impl_->reading(impl_->schema.tableOf(rootEntity).name,
@@ -274,9 +314,14 @@ std::vector<std::string> SQLiteStore::verify(Ref<NSError>& error) const {
     std::vector<std::string> findings;
     error = caught([&] {
         impl_->requireOpen();
+        {
+            SQLite::Connection connection(impl_->path, impl_->options);
+            connection.execute("BEGIN");
+            findings = SQLiteVerification(connection, impl_->schema).run();
+        }
+        if (impl_->schema.searches().empty() || impl_->isReadOnly) return;
         SQLite::Connection connection(impl_->path, impl_->options);
-        connection.execute("BEGIN");
-        findings = SQLiteVerification(connection, impl_->schema).run();
+        for (auto& finding : SQLiteVerification(connection, impl_->schema).runSearches()) findings.push_back(std::move(finding));
     });
     return findings;
 }

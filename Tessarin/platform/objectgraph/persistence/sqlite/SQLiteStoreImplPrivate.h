@@ -27,10 +27,11 @@ struct SQLiteStore::Impl {
         }
     };
 
-    Impl(NSURL file, Ref<RowSpace> rowSpace, std::vector<std::int64_t> entityNumbers, SQLite::ConnectionOptions connectionOptions)
+    Impl(NSURL file, Ref<RowSpace> rowSpace, std::vector<std::int64_t> entityNumbers, SQLite::ConnectionOptions connectionOptions,
+         SQLiteSchema::Searches searches)
         : url(std::move(file)),
           space(std::move(rowSpace)),
-          schema(*space, std::move(entityNumbers)),
+          schema(*space, std::move(entityNumbers), searches),
           path(url.path()),
           options(std::move(connectionOptions)),
           readers(std::make_shared<SQLiteReaderPool>(schema, path, options)),
@@ -48,6 +49,8 @@ struct SQLiteStore::Impl {
     void requireInPlace() const;
     Ref<NSError> reading(std::string const& table, FunctionRef<void(SQLiteReader&)> work);
     void requireSameModel(SQLite::Connection& connection) const;
+    /// Whether the error was of an index of words, and the index is in order now. The caller holds `writing`.
+    bool mendsSearches(Ref<NSError> const& error);
     /// One transaction of `change`, which is false when it did nothing.
     Ref<NSError> inBatch(BatchOutcome& outcome, FunctionRef<bool(SQLiteWriter&)> change);
 

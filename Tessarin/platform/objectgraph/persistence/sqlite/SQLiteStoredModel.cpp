@@ -2,7 +2,7 @@
 
 #include "Tessarin/platform/foundation/values/NSUUID.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteHistoryTablePrivate.h"
-#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteSchemaPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteSearchTablesPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreMetadataPrivate.h"
 
 #include <fmt/format.h>
@@ -23,7 +23,9 @@ void createStoreTables(SQLite::Connection& connection, RowSpace& space, std::vec
                        "CREATE TABLE tessarin_entity (number INTEGER PRIMARY KEY, name TEXT NOT NULL, \"table\" TEXT NOT NULL);"
                        "INSERT INTO tessarin_store VALUES ('nextKey', 1), ('modelGeneration', 1)");
     createHistory(connection);
-    for (auto const& statement : SQLiteSchema(space, numbers).createStatements()) connection.execute(statement);
+    SQLiteSchema const schema(space, numbers);
+    for (auto const& statement : schema.createStatements()) connection.execute(statement);
+    if (!schema.searches().empty()) SQLiteSearchTables(connection).writeVersion(schema);
     writeStoredModel(connection, space, numbers);
 
     metadata.set("NSStoreType", "SQLite");

@@ -2,7 +2,9 @@
 
 #include "Tessarin/platform/objectgraph/model/NSManagedObjectModel.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteFileChecksPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteSearchTablesPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteStoredModelPrivate.h"
+#include "Tessarin/platform/sqlite/Transaction.h"
 
 #include <fmt/format.h>
 #include <sqlite3.h>
@@ -114,6 +116,26 @@ void SQLiteVerification::checkToMany(SQLiteSchema::Link const& link) {
                          "b.member = a.owner)",
                          link.table),
              nameOf(relationship), "links do not agree with their inverse");
+}
+
+/// FTS5 compares its words with the texts in the table. The check is a command to it, which counts as writing.
+std::vector<std::string> SQLiteVerification::runSearches() {
+    guarded("The index of words", [&] {
+        SQLite::Transaction const transaction(connection_); // never committed
+        if (!SQLiteSearchTables(connection_).areAsIn(schema_))
+            return findings_.emplace_back("The indexes of words are not those of the model."), void();
+        for (auto const& search : schema_.searches()) checkWords(search);
+    });
+    return std::move(findings_);
+}
+
+void SQLiteVerification::checkWords(SQLiteSchema::Search const& search) {
+    try {
+        connection_.execute(fmt::format("INSERT INTO {0} ({0}, rank) VALUES ('integrity-check', 1)", search.name));
+    } catch (SQLite::Failure const& failure) {
+        if (failure.primaryCode() != SQLITE_CORRUPT) throw;
+        findings_.push_back(fmt::format("{}: the index of words does not agree with the texts.", search.table->root->name()));
+    }
 }
 
 void SQLiteVerification::checkNextKey() {

@@ -14,6 +14,8 @@ public:
 
     /// A sentence for each finding. Throws ErrorException when it cannot look.
     std::vector<std::string> run();
+    /// The same for the indexes of words. Takes the file's write lock, so that savers wait for it; not for a store to be read only.
+    std::vector<std::string> runSearches();
 
 private:
     void checkPages();
@@ -22,6 +24,7 @@ private:
     void checkToOne(SQLiteSchema::Table const& table, NSRelationshipDescription const& relationship, std::string const& column);
     void checkToMany(SQLiteSchema::Link const& link);
     void checkNextKey();
+    void checkWords(SQLiteSchema::Search const& search);
     /// Says `what` with the count that the query gives, unless that is 0.
     void tell(std::string const& count, std::string const& of, char const* what);
     void guarded(std::string const& what, FunctionRef<void()> check);

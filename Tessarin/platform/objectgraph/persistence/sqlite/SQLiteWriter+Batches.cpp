@@ -41,6 +41,19 @@ std::optional<SQLiteReader::Selection> SQLiteWriter::selectionOf(BatchTarget con
     return selection;
 }
 
+std::vector<RecordKey> SQLiteWriter::byKeys(NSEntityDescription const& entity, SQLiteReader::Selection& selection) {
+    std::vector<RecordKey> keys;
+    {
+        SQLite::Statement statement(
+            connection_, fmt::format("SELECT t0.id FROM {} AS t0{}", schema_.tableOf(entity).name, selection.condition));
+        bindAll(statement, selection.arguments);
+        while (statement.step()) keys.push_back(statement.integer(0));
+    }
+    std::ranges::sort(keys);
+    selection = {" WHERE t0.id IN (SELECT value FROM json_each(?))", List{Value(listed(keys))}};
+    return keys;
+}
+
 /// A mandatory attribute may not take over from one that is absent.
 void SQLiteWriter::requireSources(BatchTarget const& target, std::span<BatchAssignment const> assignments,
                                   SQLiteReader::Selection const& selection) {
@@ -57,12 +70,15 @@ void SQLiteWriter::requireSources(BatchTarget const& target, std::span<BatchAssi
 
 bool SQLiteWriter::update(BatchTarget const& target, std::span<BatchAssignment const> assignments, BatchOutcome& outcome) {
     auto const& entity = *target.query.entity;
-    auto const selection = selectionOf(target);
+    auto selection = selectionOf(target);
     if (!selection) return false;
     dangling_.forget(); // what the last save told it
     history_.begin(target.origin);
     HistoryPacker::Mask mask;
     requireSources(target, assignments, *selection);
+    bool const changesWords =
+        std::ranges::any_of(assignments, [&](auto const& each) { return search_.concerns(*each.property); });
+    auto const searched = changesWords ? byKeys(entity, *selection) : std::vector<RecordKey>();
     RowBuilder builder; // brings values into the form in which they are kept
     auto const& layout = schema_.space().layoutOf(entity);
     builder.begin(layout, 0, 0);
@@ -96,12 +112,14 @@ bool SQLiteWriter::update(BatchTarget const& target, std::span<BatchAssignment c
     for (int at = 0; at < static_cast<int>(bound.size()); ++at)
         bindCell(statement, at + 1, *row, bound[static_cast<std::size_t>(at)]);
     bindAll(statement, selection->arguments, static_cast<int>(bound.size()));
+    search_.takeOut(entity, searched);
     runBatch(statement, entity, outcome);
     if (names)
         history_.addRecords(HistoryChange::Kind::Updated, outcome.records, mask);
     else if (outcome.count > 0)
         history_.addTable(HistoryChange::Kind::Updated, *entity.rootEntity(), mask);
     history_.end();
+    search_.putIn(entity, searched);
     return true;
 }
 
@@ -132,6 +150,7 @@ bool SQLiteWriter::remove(std::span<BatchTarget const> targets, BatchOutcome& ou
             continue;
         }
         auto const before = outcome.records.size();
+        if (search_.isOver(entity)) search_.takeOut(entity, byKeys(entity, selections[at]));
         SQLite::Statement statement(
             connection_, fmt::format("DELETE FROM {} AS t0{}{}", table.name, selections[at].condition, returned(table)));
         bindAll(statement, selections[at].arguments);
@@ -178,6 +197,7 @@ void SQLiteWriter::nameRuns(NSEntityDescription const& entity, BatchOutcome& out
 
 /// Without a condition SQLite frees a table page by page, and does not look at its records.
 void SQLiteWriter::removeAll(NSEntityDescription const& entity, BatchOutcome& outcome) {
+    search_.takeOutAll(entity);
     SQLite::Statement statement(connection_, "DELETE FROM " + schema_.tableOf(entity).name);
     runBatch(statement, entity, outcome);
 }

@@ -28,6 +28,7 @@ SQLiteWriter::SQLiteWriter(SQLiteSchema const& schema, SQLite::Connection& conne
       links_(connection, schema),
       dangling_(connection, schema, links_),
       history_(schema, connection, reader_, historyWriter),
+      search_(connection, schema),
       writers_(schema.space().model().entities().size()) {}
 
 SQLiteRecordWriter& SQLiteWriter::writerOf(NSEntityDescription const& entity) {
@@ -80,6 +81,7 @@ void SQLiteWriter::insert(RecordChange const& change) {
         if (failure.code() != SQLITE_CONSTRAINT_PRIMARYKEY || conflicts_ == Conflicts::Settled) throw;
         throw Stale{};
     }
+    search_.insert(*change.after);
     dangling_.note(change);
     if (!change.relationships.empty()) links_.collect(change);
 }
@@ -112,6 +114,7 @@ void SQLiteWriter::writeDeletions(ChangeSet const& set) {
         if (conflicts_ == Conflicts::Noticed) checkVersions(table.name, set.changesOf(*table.root));
         dangling_.noteDeleted(*table.root, keys);
         history_.noteDeletions(*table.root, keys);
+        search_.takeOut(*table.root, keys);
         runForKeys(connection_, fmt::format("DELETE FROM {} WHERE id", table.name), keys);
     }
 }
@@ -149,6 +152,7 @@ void SQLiteWriter::update(RecordChange const& change) {
         if (conflicts_ == Conflicts::Noticed) throw Stale{};
         return; // made on a record that an ancestor never saved
     }
+    if (change.after != change.before) search_.update(*change.before, *change.after);
     dangling_.note(change);
     if (!change.relationships.empty()) links_.collect(change);
 }

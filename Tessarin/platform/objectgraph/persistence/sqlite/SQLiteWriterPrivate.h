@@ -4,6 +4,7 @@
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteLinkWriterPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteReaderPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteRecordWriterPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteSearchTablesPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/BatchChangePrivate.h"
 
 namespace Tessarin {
@@ -47,6 +48,8 @@ private:
     std::optional<SQLiteReader::Selection> selectionOf(BatchTarget const& target) const;
     void requireSources(BatchTarget const& target, std::span<BatchAssignment const> assignments,
                         SQLiteReader::Selection const& selection);
+    /// The same records by key, so that they are known after they have changed.
+    std::vector<RecordKey> byKeys(NSEntityDescription const& entity, SQLiteReader::Selection& selection);
     void nameRuns(NSEntityDescription const& entity, BatchOutcome& outcome);
     void removeAll(NSEntityDescription const& entity, BatchOutcome& outcome);
     void noteDeletionsOf(BatchTarget const& target, SQLiteReader::Selection const& selection);
@@ -60,6 +63,7 @@ private:
     SQLiteLinkWriter links_;
     SQLiteDanglingLinks dangling_;
     SQLiteHistoryWriter history_;
+    SQLiteSearchWriter search_;
     Conflicts conflicts_ = Conflicts::Noticed;
     std::vector<std::unique_ptr<SQLiteRecordWriter>> writers_; // by index of the entity
     std::vector<SQLiteSchema::Index const*> dropped_;

@@ -27,6 +27,8 @@ struct RowConflict;
 struct SaveOutcome;
 struct StoreAnswer;
 struct StoreQuery;
+struct RankedSearch;
+struct SearchStatistics;
 struct UniqueConstraint;
 
 /// Decides all conflicts of a save, ordered by entity and key, or refuses the save with an error.
@@ -68,6 +70,8 @@ public:
     virtual Ref<NSError> fetch(StoreQuery const& query, StoreAnswer& answer) = 0;
     /// Counts what `fetch` would give; `complete` false: the asker must fetch and count itself.
     virtual Ref<NSError> count(StoreQuery const& query, std::size_t& count, bool& complete) = 0;
+    /// What ranks are made of, see `SearchRanking`.
+    virtual Ref<NSError> searchStatistics(RankedSearch const& search, SearchStatistics& statistics) = 0;
     /// The rows of records in the tree of `rootEntity`, in any order; keys that the store does not know are left out.
     virtual Ref<NSError> rows(NSEntityDescription const& rootEntity, std::span<RecordKey const> keys,
                               FunctionRef<void(RowRef)> each) = 0;
