@@ -20,3 +20,15 @@ configure_package_config_file(cmake/TessarinConfig.cmake.in TessarinConfig.cmake
 write_basic_package_version_file(TessarinConfigVersion.cmake COMPATIBILITY SameMinorVersion)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/TessarinConfig.cmake ${CMAKE_CURRENT_BINARY_DIR}/TessarinConfigVersion.cmake
   DESTINATION ${package_folder})
+
+# gdb finds what shows our values beside the library, in a folder that it trusts; under /usr it looks where distributions put
+# such files. The library's own file counts, not the links to it.
+set(printers libtessarin.so.${PROJECT_VERSION}-gdb.py)
+install(FILES integration/gdb/tessarin-gdb.py DESTINATION ${CMAKE_INSTALL_LIBDIR} RENAME ${printers} COMPONENT gdb)
+install(CODE "
+  if(CMAKE_INSTALL_PREFIX STREQUAL \"/usr\")
+    file(INSTALL \"${PROJECT_SOURCE_DIR}/integration/gdb/tessarin-gdb.py\" RENAME \"${printers}\"
+      DESTINATION \"/usr/share/gdb/auto-load/usr/${CMAKE_INSTALL_LIBDIR}\")
+  endif()" COMPONENT gdb)
+# The same in the build folder, for whoever debugs the tests.
+configure_file(integration/gdb/tessarin-gdb.py ${CMAKE_BINARY_DIR}/Tessarin/${printers} COPYONLY)

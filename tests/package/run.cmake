@@ -13,6 +13,14 @@ function(run)
 endfunction()
 
 run(${CMAKE_COMMAND} --install ${build} --prefix ${temporary}/prefix)
+# What gdb needs to show our values lies beside the library; under /usr also where distributions put it.
+run(${CMAKE_COMMAND} -E env DESTDIR=${temporary}/root ${CMAKE_COMMAND} --install ${build} --prefix /usr --component gdb)
+file(GLOB_RECURSE libraries FOLLOW_SYMLINKS ${temporary}/prefix/libtessarin.so.${version})
+file(GLOB_RECURSE printers ${temporary}/root/usr/share/gdb/auto-load/usr/libtessarin.so.${version}-gdb.py)
+if(NOT libraries OR NOT EXISTS ${libraries}-gdb.py OR NOT printers)
+  file(REMOVE_RECURSE ${temporary})
+  message(FATAL_ERROR "not installed beside ${libraries}, or not under share/gdb: ${printers}")
+endif()
 run(${CMAKE_COMMAND} -G Ninja -S ${CMAKE_CURRENT_LIST_DIR} -B ${temporary}/consumer -D CMAKE_BUILD_TYPE=Debug
   -D CMAKE_CXX_COMPILER=${compiler} -D CMAKE_PREFIX_PATH=${temporary}/prefix -D version=${version})
 run(${CMAKE_COMMAND} --build ${temporary}/consumer)
