@@ -156,6 +156,20 @@ TEST_F(SearchedFile, WhatAnotherToolWroteIsPutRight) {
     EXPECT_EQ(findings(), "");
 }
 
+TEST_F(SearchedFile, ExchangedUniqueValuesLeaveTheOthersAndTheIndexInOrder) {
+    open(notesModel().unique({"title"}).unique({"text"}));
+    add({"A: one", "B: two"});
+    auto const notes = fetched(*context, "Note");
+    context->performBlockAndWait([&] {
+        notes[0]->setValueForKey(Value("B"), "title");
+        notes[1]->setValueForKey(Value("A"), "title");
+    });
+    ASSERT_TRUE(saves(*context));
+    open(notesModel().unique({"title"}).unique({"text"}));
+    EXPECT_EQ(found("{title, text} FINDS 'one b' OR title FINDS 'a' AND text == 'two'"), "BA");
+    EXPECT_EQ(findings(), "");
+}
+
 TEST_F(SearchedFile, OnlyStoredTextsCanBeSearched) {
     std::pair<Type, AttributeOptions> const table[] = {{Type::Integer32, {.fullText = true}},
                                                        {Type::String, {.transient = true, .fullText = true}},

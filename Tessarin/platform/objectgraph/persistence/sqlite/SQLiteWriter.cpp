@@ -135,16 +135,24 @@ void SQLiteWriter::writeUpdates(ChangeSet const& set) {
     for (auto const* change : again) update(*change);
 }
 
+/// Those only that it takes others for: what stays as it is would not be written again.
 void SQLiteWriter::giveUpUniqueValues(RecordChange const& change) {
     auto const& table = schema_.tableOf(*change.entity).name;
-    for (auto const& index : schema_.indexes()) {
-        if (!index.isUnique || index.table != table) continue;
-        auto const statement = connection_.use(
-            fmt::format("UPDATE {} SET {} = NULL WHERE id = ? AND version = ?", table, fmt::join(index.columns, " = NULL, ")));
-        statement->bind(1, change.key);
-        statement->bind(2, std::int64_t{change.before->version()});
-        statement->run();
+    auto const cells = change.before->layout().cells();
+    std::string given;
+    for (std::size_t cell = 0; cell < cells.size(); ++cell) {
+        if (change.after->cellEquals(cell, *change.before)) continue;
+        bool const isUnique = std::ranges::any_of(schema_.indexes(), [&](SQLiteSchema::Index const& index) {
+            return index.isUnique && index.table == table &&
+                   std::ranges::find(index.properties, cells[cell].property) != index.properties.end();
+        });
+        if (isUnique) given += (given.empty() ? "" : ", ") + schema_.columnOf(*cells[cell].property) + " = NULL";
     }
+    if (given.empty()) return;
+    auto const statement = connection_.use(fmt::format("UPDATE {} SET {} WHERE id = ? AND version = ?", table, given));
+    statement->bind(1, change.key);
+    statement->bind(2, std::int64_t{change.before->version()});
+    statement->run();
 }
 
 void SQLiteWriter::update(RecordChange const& change) {
