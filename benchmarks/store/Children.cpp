@@ -48,6 +48,7 @@ Reading measure(ChildTask task, Contender& contender, std::string const& file) {
     case ChildTask::OpenAndFind: return contender.openAndFind(Library::generate(1).books[0].code, file);
     case ChildTask::Resident: return contender.residentBooks(file);
     case ChildTask::BatchedFetch: return memoryOfBatchedFetch(file);
+    case ChildTask::SaveForOthers: return saveForOthers(file);
     }
     throw std::runtime_error("no such task");
 }

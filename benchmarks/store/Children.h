@@ -3,7 +3,7 @@
 
 namespace Tessarin::benchmarks {
 
-enum class ChildTask { OpenAndFind, Resident, BatchedFetch };
+enum class ChildTask { OpenAndFind, Resident, BatchedFetch, SaveForOthers };
 
 /// The row in a new process, which is this program with `--child TASK CONTENDER FILE`.
 Reading measureInChild(ChildTask task, Contender const& contender, std::string const& file);

@@ -82,6 +82,10 @@ public:
     /// W8b: the books before `batchedBefore` are deleted with their links.
     virtual std::optional<Reading> deleteInBatch(Workload const&, std::string const&) { return {}; }
 
+    // W1 and W13 with a row for each transaction in a history; nothing for a contender that keeps none.
+    virtual std::optional<Reading> insertAllKept(Workload const&, std::string const&) { return {}; }
+    virtual std::optional<Reading> insertMoreKept(Workload const&, std::string const&, std::size_t, std::size_t) { return {}; }
+
 private:
     std::string const name_;
 };

@@ -57,12 +57,15 @@ Ref<NSManagedObject> Book::findExistingRelationship(std::string const& entityNam
     return NSManagedObject::findExistingRelationship(entityName, forDictionary);
 }
 
-Stack::Stack(std::string const& file, Synchronous synchronous) {
+Stack::Stack(std::string const& file, Synchronous synchronous, History history) {
     coordinator = make<NSPersistentStoreCoordinator>(libraryModel());
     Dictionary const pragmas{{"synchronous", synchronous == Synchronous::Full ? "FULL" : "NORMAL"}, {"cache_size", -8192}};
     Ref<NSError> error;
     if (!coordinator->addPersistentStoreWithType(NSSQLiteStoreType, {}, NSURL::fileURLWithPath(file),
-                                                 {{NSSQLitePragmasOption, pragmas}}, error))
+                                                 {{NSSQLitePragmasOption, pragmas},
+                                                  {NSStoreHistoryOption, history != History::None},
+                                                  {NSStoreMergesOthersOption, history == History::Merged}},
+                                                 error))
         throw ErrorException(error);
     root = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue);
     root->setPersistentStoreCoordinator(coordinator);

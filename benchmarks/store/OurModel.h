@@ -64,7 +64,8 @@ private:
 /// A store's file with the three levels of contexts that an application has over it.
 class Stack {
 public:
-    Stack(std::string const& file, Synchronous synchronous);
+    enum class History { None, Kept, Merged };
+    Stack(std::string const& file, Synchronous synchronous, History history = History::None);
     static Ref<NSManagedObjectModel> const& model();
 
     Ref<NSManagedObjectContext> makeWorker() const;

@@ -24,6 +24,12 @@ Reading slowdownOfFetches(Workload const& work, FetchedEntity entity, std::strin
 Reading memoryOfBatchedFetch(std::string const& file);
 std::uint64_t sumOfTitles(Library const& library);
 
+/// W19: ms from the moment at which another process begins to save a book until an observer of that book in this one has its value.
+/// FULL. The median of 50 saves in `value`, the longest in `wall`.
+Reading delayOfOthersSaves(Contender& ours, std::string const& file);
+/// What that process does.
+Reading saveForOthers(std::string const& file);
+
 // Several rows each, as far as they are wanted.
 using Wants = FunctionRef<bool(std::string const& id, std::string const& what)>;
 /// A figure that is a ratio already.

@@ -52,10 +52,10 @@ std::vector<Ref<Book>> booksBefore(NSManagedObjectContext& context, int year) {
 }
 
 /// `work` in a worker's queue, and the saves up to the disk.
-Reading written(Workload const& workload, std::string const& file, auto const& work) {
+Reading written(Workload const& workload, std::string const& file, auto const& work, Stack::History history = {}) {
     Cost cost;
     {
-        Stack stack(file, workload.synchronous);
+        Stack stack(file, workload.synchronous, history);
         auto const worker = stack.makeWorker();
         cost = costOf([&] {
             worker->performBlockAndWait([&] { work(*worker); });
@@ -90,16 +90,31 @@ class Ours : public Contender {
 public:
     Ours() : Contender("ours") {}
 
-    Reading insertAll(Workload const& work, std::string const& file) override {
-        return written(work, file, [&](NSManagedObjectContext& worker) {
-            LibraryInserter(worker, work.library, LibraryInserter::Start::Empty).insertBooks(work.library.books);
-        });
+    Reading insertAll(Workload const& work, std::string const& file) override { return insertAll(work, file, {}); }
+    std::optional<Reading> insertAllKept(Workload const& work, std::string const& file) override {
+        return insertAll(work, file, Stack::History::Kept);
+    }
+    static Reading insertAll(Workload const& work, std::string const& file, Stack::History history) {
+        return written(
+            work, file,
+            [&](NSManagedObjectContext& worker) {
+                LibraryInserter(worker, work.library, LibraryInserter::Start::Empty).insertBooks(work.library.books);
+            },
+            history);
     }
 
     Reading insertMore(Workload const& work, std::string const& file, std::size_t count, std::size_t share) override {
+        return insertMore(work, file, count, share, {});
+    }
+    std::optional<Reading> insertMoreKept(Workload const& work, std::string const& file, std::size_t count,
+                                          std::size_t share) override {
+        return insertMore(work, file, count, share, Stack::History::Merged);
+    }
+    static Reading insertMore(Workload const& work, std::string const& file, std::size_t count, std::size_t share,
+                              Stack::History history) {
         Cost cost;
         {
-            Stack stack(file, work.synchronous);
+            Stack stack(file, work.synchronous, history);
             auto const worker = stack.makeWorker();
             cost = costOf([&] {
                 std::optional<LibraryInserter> inserter;

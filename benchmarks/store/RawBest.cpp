@@ -94,9 +94,56 @@ std::uint64_t authorOf(std::string const& code, BestDatabase& database) {
     return sum.value;
 }
 
+/// A row for each transaction, as ours writes it for one new book: the same columns, the same number of bytes.
+class HistoryRows {
+public:
+    explicit HistoryRows(BestDatabase& database) : insert_(prepared(database)) {}
+    void add() {
+        insert_.bind(1, 1e9);
+        insert_.bind(2, std::int64_t{4711});
+        insert_.bind(3, std::int64_t{0x123456789ABCDEF0});
+        insert_.bind(4, std::string_view("1 22 333 4444 55555 666666 7777"));
+        insert_.run();
+    }
+
+private:
+    static RawStatement prepared(BestDatabase& database) {
+        database.execute(
+            "CREATE TABLE IF NOT EXISTS history (id INTEGER PRIMARY KEY, time REAL NOT NULL, process INTEGER NOT NULL, "
+            "writer INTEGER NOT NULL, author TEXT, context TEXT, changes BLOB NOT NULL)");
+        return database.prepare("INSERT INTO history (time, process, writer, changes) VALUES (?, ?, ?, ?)");
+    }
+    RawStatement insert_;
+};
+
 class RawBest : public SQLContender<BestDatabase, BestReader> {
 public:
     RawBest() : SQLContender("rawbest") {}
+
+    std::optional<Reading> insertAllKept(Workload const& work, std::string const& file) override {
+        return written(work, file, Start::Empty, [&](BestDatabase& database) {
+            HistoryRows history(database);
+            withLateIndexes(database, [&] {
+                BestInserter inserter(database);
+                inserter.insertAuthorsAndTags(work.library);
+                inserter.insertBooks(work.library.books);
+                history.add();
+            });
+        });
+    }
+    std::optional<Reading> insertMoreKept(Workload const& work, std::string const& file, std::size_t count,
+                                          std::size_t share) override {
+        return written(work, file, Start::Filled, [&](BestDatabase& database) {
+            HistoryRows history(database);
+            BestInserter inserter(database);
+            inserter.findAuthorsAndTags(work.library);
+            for (std::size_t at = 0; at < count; at += share)
+                inTransaction(database, [&] {
+                    inserter.insertBooks(std::span(work.more).subspan(at, share));
+                    history.add();
+                });
+        });
+    }
 
     Reading insertAll(Workload const& work, std::string const& file) override {
         return written(work, file, Start::Empty, [&](BestDatabase& database) {

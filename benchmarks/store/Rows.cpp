@@ -80,6 +80,11 @@ constexpr RowPlan plans[] = {
      [](Contender& c, Work, File file) -> Result { return measureInChild(ChildTask::Resident, c, file); }, nullptr, Bound::Ours},
     {"W13", "1,000 saves of one", "ms", 1.15, 1.05, 7, Start::Copied,
      [](Contender& c, Work work, File file) -> Result { return c.insertMore(work, file, 1'000, 1); }, withMore<1'000>},
+    {"W17", "W1 with a history", "ms", 1.05, 1, 7, Start::Empty,
+     [](Contender& c, Work work, File file) { return c.insertAllKept(work, file); },
+     [](Work work) { return checksumOf(work.library); }},
+    {"W18", "W13 with a history and a notice", "ms", 1.05, 0, 7, Start::Copied,
+     [](Contender& c, Work work, File file) { return c.insertMoreKept(work, file, 1'000, 1); }, withMore<1'000>},
 };
 
 } // namespace

@@ -33,6 +33,7 @@ void Run::measureOwnRows() {
     measureFetchesDuringSave(FetchedEntity::Author, "W15", "fetches during a save, slower by");
     measureFetchesDuringSave(FetchedEntity::Book, "W15b", "the same of the saved entity");
     if (wants("W16", "batched fetch")) measureBatchedFetch();
+    if (wants("W19", "another process's save")) measureOthersSaves();
     measureUnsavedGrowth(options_.folder, wanted_, add_);
     measureWholeTables(options_.folder, options_.isScaled, wanted_, addCosts_);
     measureLookups(options_.folder, options_.isScaled, wanted_, addCosts_);
@@ -157,6 +158,13 @@ void Run::measureBatchedFetch() {
     auto const reading = measureInChild(ChildTask::BatchedFetch, *ours[0], session.fileFor(Start::Filled, *ours[0]));
     Session::check("W16", reading.checksum, sumOfTitles(session.work().library));
     addOwn("W16 1,000,000 in batches of 100, memory", "MiB", reading.value, 64);
+}
+
+void Run::measureOthersSaves() {
+    auto const reading = delayOfOthersSaves(*contenders_[0], session_.fileFor(Start::Copied, *contenders_[0]));
+    Row row{.group = "store", .row = "W19 another process's save is shown", .unit = "ms", .ours = reading.value, .target = 100};
+    addWall(row, reading.wall, 0);
+    report_.add(std::move(row));
 }
 
 /// How much the ratio to rawbest grows from the smallest library to the largest.

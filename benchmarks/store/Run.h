@@ -41,6 +41,7 @@ private:
     void measureMainQueue();
     void measureFetchesDuringSave(FetchedEntity entity, char const* id, char const* what);
     void measureBatchedFetch();
+    void measureOthersSaves();
 
     RunOptions const& options_;
     Session::Contenders const& contenders_;

@@ -8,6 +8,7 @@
 #include "fuzz/campaigns/Links.h"
 #include "fuzz/campaigns/Live.h"
 #include "fuzz/campaigns/Power.h"
+#include "fuzz/campaigns/Mirrors.h"
 #include "fuzz/campaigns/Predicates.h"
 #include "fuzz/campaigns/Processes.h"
 #include "fuzz/campaigns/Racing.h"
@@ -27,15 +28,15 @@ std::span<Campaign const> allCampaigns() {
         {"damage", "damaged files are opened and used", tryDamage, judgeDamage, 100},
         {"predicates", "random formats, asked in memory and of a file", tryPredicates, judgePredicates, 10},
         {"search", "texts of many scripts, changed in every way, searched in a file and in memory", trySearch, judgeSearch, 10},
-        {"processes", "processes race to make a store; eight of them use one", tryProcesses},
+        {"processes", "processes race to make a store, follow each other's saves, and use one by eight", tryProcesses},
         {"schedule", "three levels of contexts against a sequential model; siblings that raise one record", trySchedule},
         {"levels", "linked records edited at every level, saves that fail, references let go, against layers of maps", tryLevels,
          judgeLevels, 40},
         {"coordinators", "two coordinators of a file link and delete the same records under random policies", tryCoordinators},
         {"handed-up", "many saves that one level hands to the next, at once or in the end", tryHandedUp},
         {"links", "two relationships through every change of their ends, against maps", tryLinks, judgeLinks, 30},
-        {"live", "live lists of all kinds under random edits, against a copy that applies what they tell, and against fetches", tryLive,
-         judgeLive, 5},
+        {"live", "live lists of all kinds under random edits, against a copy that applies what they tell, and against fetches",
+         tryLive, judgeLive, 5},
         {"zones", "every time zone of the system beside the C library", tryZones},
         {"fuzz-text", "texts, half of them ill formed, through every operation on texts, beside ICU and slow ways", tryText,
          judgeTexts, 10},
@@ -47,7 +48,8 @@ std::span<Campaign const> allCampaigns() {
 }
 
 std::span<Role const> allRoles() {
-    static constexpr Role all[] = {{"saver", runSaver}, {"migrator", runMigrator}, {"actor", runActor}, {"maker", runMaker}};
+    static constexpr Role all[] = {
+        {"saver", runSaver}, {"migrator", runMigrator}, {"actor", runActor}, {"mirror", runMirror}, {"maker", runMaker}};
     return all;
 }
 

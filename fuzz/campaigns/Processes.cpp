@@ -2,6 +2,7 @@
 #include "fuzz/campaigns/Processes.h"
 
 #include "fuzz/campaigns/Child.h"
+#include "fuzz/campaigns/Mirrors.h"
 #include "fuzz/campaigns/Racing.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreQueryPrivate.h"
 #include "fuzz/campaigns/Shelf.h"
@@ -128,6 +129,7 @@ int runActor(std::span<char*> arguments) {
 
 void tryProcesses(Trial& trial, Tally& tally) {
     tryRacing(trial, tally);
+    tryMirrors(trial, tally);
     auto const file = trial.folder() + "/shelf.db"; // made by whoever comes first
     std::vector<std::unique_ptr<Child>> children;
     for (int at = 0; at < processCount; ++at)

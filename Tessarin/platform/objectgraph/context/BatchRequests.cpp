@@ -145,7 +145,7 @@ Ref<ChangeSet const> changesNow(NSPersistentStoreCoordinator& coordinator, Objec
         for (auto const& id : ids) {
             if (!id->isIn(coordinator.identities()) || id->recordKey() <= 0) continue;
             if (kind == NSDeletedObjectsKey) {
-                coordinator.space()->cache().forget(id->recordKey()); // which somebody may still hold
+                coordinator.space()->cache().remove(id->recordKey()); // which somebody may still hold
                 found.push_back({.kind = RecordChange::Kind::Delete,
                                  .key = id->recordKey(),
                                  .entity = &id->entity(),
@@ -156,6 +156,7 @@ Ref<ChangeSet const> changesNow(NSPersistentStoreCoordinator& coordinator, Objec
                 keys[id->entity().rootEntity()].push_back(id->recordKey());
             }
         }
+    coordinator.space()->cache().endCommit(); // no reader that began before brings a deleted record's row any more
     for (auto const& [root, some] : keys) {
         auto const note = [&](RowRef row) {
             auto const* entity = &row->entity();

@@ -169,6 +169,7 @@ void merge(ContextState& context, NSManagedObject& object, RecordChange const& c
 
 /// Loaded to-many relationships that may hold, or lack, a record whose row does not say how it changed.
 void forgetLinksOf(ContextState& context, ChangeSet const& corrections) {
+    if (std::ranges::all_of(corrections.changes(), &RecordChange::changesNoLinks)) return;
     auto const mayHold = [&](NSRelationshipDescription const& relationship) {
         return !corrections.changesOf(*relationship.destinationEntity()->rootEntity()).empty();
     };

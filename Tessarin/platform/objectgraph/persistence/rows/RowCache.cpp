@@ -85,12 +85,6 @@ void RowCache::remove(RecordKey key) {
     shard.rows.set(key, nullptr);
 }
 
-void RowCache::forget(RecordKey key) {
-    auto& shard = shardOf(key);
-    std::lock_guard const hold(shard.mutex);
-    shard.rows.set(key, nullptr);
-}
-
 void RowCache::removeAll() {
     for (auto& shard : shards_) {
         KeyTable<Row> gone; // freed without the lock

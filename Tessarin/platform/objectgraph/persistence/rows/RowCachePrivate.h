@@ -34,12 +34,11 @@ public:
     RowRef find(RecordKey key, std::uint32_t version) const;
     /// Makes rows that were read the records' rows unless newer ones stand there: these replace them in `rows`; how many.
     std::size_t addAll(std::span<RowRef> rows, Moment asOf);
-    /// One was saved; forgets a record that was deleted; forgets all. `endCommit` follows, after the store's own commit.
+    /// One was saved; forgets a record that was deleted, or that somebody beyond this coordinator has changed; forgets all. `endCommit`
+    /// follows, after the store's own commit.
     void add(RowRef const& row);
     void remove(RecordKey key);
     void removeAll();
-    /// Somebody beyond this coordinator has deleted the record, who has no moment here.
-    void forget(RecordKey key);
     void endCommit() noexcept { now_.fetch_add(1, std::memory_order_release); }
     /// How many records it knows a row of.
     std::size_t size() const;

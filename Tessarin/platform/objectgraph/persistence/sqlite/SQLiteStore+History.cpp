@@ -28,14 +28,18 @@ public:
 
     Ref<ChangeSet const> read(NSPersistentStore& store, Ref<RowSpace> const& space) {
         std::map<NSEntityDescription const*, std::vector<RecordKey>> keys; // by root entity
-        for (auto const& [key, record] : records_) keys[record.entity->rootEntity()].push_back(key);
+        auto& cache = space->cache();
+        for (auto const& [key, record] : records_) {
+            keys[record.entity->rootEntity()].push_back(key);
+            cache.remove(key);
+        }
+        cache.endCommit(); // from now on no reader that began before brings an older row
         std::vector<RecordChange> changes;
         for (auto const& [root, some] : keys)
             if (auto const error = store.rows(*root, some, [&](RowRef row) { changes.push_back(changeTo(std::move(row))); }))
                 throw ErrorException(error);
         for (auto const& [key, record] : records_) { // what is left was not found
             if (record.kind != Kind::Deleted) continue;
-            space->cache().forget(key);
             changes.push_back({.kind = RecordChange::Kind::Delete, .key = key, .entity = record.entity});
         }
         return std::make_shared<ChangeSet const>(space, std::move(changes));

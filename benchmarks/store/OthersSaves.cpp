@@ -1,0 +1,56 @@
+// W19: how soon one process has what another one saved.
+#include "benchmarks/store/Children.h"
+#include "benchmarks/store/OurModel.h"
+#include "benchmarks/store/OurRows.h"
+
+#include <algorithm>
+#include <chrono>
+#include <thread>
+
+namespace Tessarin::benchmarks {
+namespace {
+
+constexpr int saves = 50;
+
+/// Of one clock for all processes, in ms; a book's price bears it.
+double now() { return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now().time_since_epoch()).count(); }
+
+Ref<Book> firstBook(NSManagedObjectContext& context) {
+    return context.allObjects<Book>({.predicate = NSPredicate::predicateWithFormat("year < %d", changedBefore)}).front();
+}
+
+} // namespace
+
+Reading saveForOthers(std::string const& file) {
+    Stack stack(file, Synchronous::Full, Stack::History::Kept);
+    stack.root->performBlockAndWait([&] {
+        auto const book = firstBook(*stack.root);
+        for (int save = 0; save < saves; ++save) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(20)); // as somebody types
+            book->set(Book::price, now());
+            saveOrThrow(*stack.root);
+        }
+    });
+    return {};
+}
+
+Reading delayOfOthersSaves(Contender& ours, std::string const& file) {
+    std::vector<double> delays;
+    {
+        Stack stack(file, Synchronous::Full, Stack::History::Merged);
+        ScopedConnection connection;
+        Ref<Book> book;
+        stack.root->performBlockAndWait([&] {
+            book = firstBook(*stack.root);
+            connection = book->observe(Book::price, [&](double, double savedAt) { delays.push_back(now() - savedAt); });
+        });
+        measureInChild(ChildTask::SaveForOthers, ours, file);
+        std::this_thread::sleep_for(std::chrono::milliseconds(200)); // the last one's
+        stack.root->performBlockAndWait([&] { connection.end(), book = nullptr; });
+    }
+    if (delays.size() < saves / 2) throw std::runtime_error("another process's saves are not shown");
+    std::ranges::sort(delays);
+    return {.value = delays[delays.size() / 2], .wall = delays.back()};
+}
+
+} // namespace Tessarin::benchmarks
