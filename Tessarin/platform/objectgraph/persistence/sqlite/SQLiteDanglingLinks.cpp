@@ -44,6 +44,7 @@ void SQLiteDanglingLinks::forget() {
         table.recent.fill(0);
     }
     changed_.clear();
+    linkedOnly_.clear();
 }
 
 std::vector<SQLiteDanglingLinks::Reference> const& SQLiteDanglingLinks::referencesOf(RowLayout const& layout) {
@@ -71,7 +72,10 @@ void SQLiteDanglingLinks::note(RecordChange const& change) {
     for (auto const& each : change.relationships) {
         auto const* link = schema_.linkOf(*each.relationship);
         if (!link || !link->isWrittenHere || each.added.empty()) continue;
-        if (change.after == change.before) noteTarget(tables_[tableOf(*change.entity)], change.key);
+        if (change.after == change.before) {
+            noteTarget(tables_[tableOf(*change.entity)], change.key);
+            linkedOnly_.emplace_back(change.entity, change.key);
+        }
         auto& table = tables_[tableOf(*each.relationship->destinationEntity())];
         for (auto const member : each.added) noteTarget(table, member);
     }
@@ -148,6 +152,9 @@ void SQLiteDanglingLinks::forReferencesTo(
 }
 
 void SQLiteDanglingLinks::tell(SQLiteReader& reader, SaveOutcome& outcome) const {
+    for (auto const& [entity, key] : linkedOnly_)
+        if (std::ranges::binary_search(tables_[tableOf(*entity)].missing, key))
+            outcome.corrected.push_back({.kind = RecordChange::Kind::Delete, .key = key, .entity = entity});
     for (auto const& [rootEntity, key, property] : changed_) {
         auto row = reader.row(*rootEntity, key);
         if (!row) continue;

@@ -59,6 +59,8 @@ private:
     std::vector<Table> tables_; // as the schema's
     std::vector<std::optional<std::vector<Reference>>> references_; // by index of the entity
     std::vector<Cut> changed_;
+    /// Records of which only links were changed: nobody looked at their versions, so they may be gone.
+    std::vector<std::pair<NSEntityDescription const*, RecordKey>> linkedOnly_;
 };
 
 } // namespace Tessarin
