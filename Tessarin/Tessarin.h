@@ -145,6 +145,7 @@
 #include "Tessarin/platform/objectgraph/context/SearchExcerpt.h"
 #include "Tessarin/platform/objectgraph/context/Settable.h"
 #include "Tessarin/platform/objectgraph/context/TypedPredicate.h"
+#include "Tessarin/platform/objectgraph/undo/UndoManager.h"
 #include "Tessarin/platform/objectgraph/live/LiveChanges.h"
 #include "Tessarin/platform/objectgraph/live/LiveList.h"
 #include "Tessarin/platform/objectgraph/live/LiveReplay.h"

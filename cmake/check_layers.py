@@ -14,7 +14,7 @@ from pathlib import Path
 PLATFORM = ["platform/" + room for room in (
     "runtime", "queues", "foundation/values", "foundation/processes", "foundation/geometry", "foundation/files", "foundation/text",
     "foundation/json", "foundation/time", "foundation/bundles", "foundation/predicates", "foundation/operations",
-    "foundation/notifications", "foundation/preferences", "sqlite", "objectgraph/model", "objectgraph/query", "objectgraph/persistence", "objectgraph/context", "objectgraph/live")]
+    "foundation/notifications", "foundation/preferences", "sqlite", "objectgraph/model", "objectgraph/query", "objectgraph/persistence", "objectgraph/context", "objectgraph/undo", "objectgraph/live")]
 OBJECT_GRAPH = [room for room in PLATFORM if "objectgraph" in room]
 
 ALLOWED = {room: set(PLATFORM[:at]) for at, room in enumerate(PLATFORM)} | {

@@ -2,6 +2,7 @@
 
 #include "Tessarin/platform/foundation/files/NSFileManager.h"
 #include "Tessarin/platform/objectgraph/context/WholeDeletionPrivate.h"
+#include "Tessarin/platform/objectgraph/undo/UndoManager.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 #include "Tessarin/store/ImportGatePrivate.h"
 #include "Tessarin/store/StoreClosingPrivate.h"
@@ -154,6 +155,8 @@ void ManagedObjectStore::deleteAllData(std::optional<std::vector<Ref<NSEntityDes
     });
     // The old main context is not reset, and workers keep it as their parent.
     Dispatcher::main()->async([store = self<ManagedObjectStore>(), completion = std::move(completion)] {
+        if (auto const before = store->mainThreadContext())
+            before->performBlockAndWait([&] { UndoManager::removeAllOf(*before); });
         store->setupMainThreadContext();
         if (completion) completion();
     });

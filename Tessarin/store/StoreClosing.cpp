@@ -2,6 +2,7 @@
 
 #include "Tessarin/platform/objectgraph/persistence/stores/SaveDoorPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
+#include "Tessarin/platform/objectgraph/undo/UndoManager.h"
 #include "Tessarin/store/ImportGatePrivate.h"
 
 #include <algorithm>
@@ -118,6 +119,7 @@ void StoreClosing::finish() {
 void StoreClosing::close() {
     store_.coordinator_->closeStore();
     isClosed_ = true;
+    for (auto const& context : levels()) context->performBlock([context] { UndoManager::removeAllOf(*context); });
     store_.removeAsObserver(NSManagedObjectContextDidSaveNotification);
     store_.setActiveContexts({}); // whose entries keep the store
     end(problem_.get());

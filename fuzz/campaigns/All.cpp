@@ -16,6 +16,7 @@
 #include "fuzz/campaigns/Search.h"
 #include "fuzz/campaigns/Subprocesses.h"
 #include "fuzz/campaigns/Texts.h"
+#include "fuzz/campaigns/Undo.h"
 #include "fuzz/campaigns/Zones.h"
 
 namespace Tessarin::campaigns {
@@ -37,6 +38,8 @@ std::span<Campaign const> allCampaigns() {
         {"links", "two relationships through every change of their ends, against maps", tryLinks, judgeLinks, 30},
         {"live", "live lists of all kinds under random edits, against a copy that applies what they tell, and against fetches",
          tryLive, judgeLive, 5},
+        {"undo", "random edits of linked records, taken back and brought back amid saves, imports and what others do", tryUndo,
+         judgeUndo, 10},
         {"zones", "every time zone of the system beside the C library", tryZones},
         {"fuzz-text", "texts, half of them ill formed, through every operation on texts, beside ICU and slow ways", tryText,
          judgeTexts, 10},

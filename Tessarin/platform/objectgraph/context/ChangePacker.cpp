@@ -1,5 +1,7 @@
 #include "Tessarin/platform/objectgraph/context/ChangePackerPrivate.h"
 
+#include <algorithm>
+
 namespace Tessarin {
 namespace {
 
@@ -36,7 +38,31 @@ Ref<ChangeSet const> ChangePacker::pack() {
     blocks_.close();
     std::erase_if(changes, changesNothing);
     if (changes.empty()) return nullptr;
-    return std::make_shared<ChangeSet const>(context_.coordinator->space(), std::move(changes), originOf(context_));
+    return std::make_shared<ChangeSet const>(context_.coordinator->space(), std::move(changes), originOf(context_),
+                                             undoableStep());
+}
+
+/// Null where nobody is to undo it.
+Ref<UndoableStep const> ChangePacker::undoableStep() const {
+    if (!context_.undoStep) return nullptr;
+    auto step = std::make_shared<UndoableStep>(UndoableStep{context_.undoStep, {}});
+    RecordReader const before(context_);
+    for (auto const& object : context_.changed) {
+        if (object->isInserted()) continue;
+        auto const& extras = GraphAccess::state(*object).extras;
+        for (auto const* relationship : object->entity().relationships()) {
+            if (!relationship->isToMany() || relationship->isTransient()) continue;
+            auto const* toMany = extras ? extras->find(relationship->index()) : nullptr;
+            bool const isReordered = relationship->isOrdered() && toMany && toMany->isChanged();
+            bool const isTold = relationship->isReciprocal() && !relationship->inverseRelationship()->isToMany(); // by rows
+            bool const isAlone = object->isDeleted() && (relationship->isOrdered() || !isTold);
+            if (isReordered || isAlone)
+                step->members.push_back(
+                    {relationship, object->recordKey(), before.members(*relationship, object->entity(), object->recordKey())});
+        }
+    }
+    std::ranges::stable_sort(step->members, {}, &UndoableStep::Members::owner);
+    return step;
 }
 
 Ref<ChangeSet const> ChangePacker::pack(UniqueConstraints const& constraints) {
@@ -72,7 +98,8 @@ RecordChange ChangePacker::packedChange(NSManagedObject& object, bool withRelati
 /// What the changes were made on. An object that was changed though its record is gone was made on nothing: a conflict, then.
 RowRef ChangePacker::basisOf(NSManagedObject& object) {
     auto const& state = GraphAccess::state(object);
-    if (state.row || object.isInserted() || object.isDeleted() || !state.extras || state.extras->values.empty()) return state.row;
+    if (object.isInserted() && !object.isDeleted()) return {}; // its row, if any, is that of a record that was deleted
+    if (state.row || object.isDeleted() || !state.extras || state.extras->values.empty()) return state.row;
     builder_.begin(*state.layout, state.key, Row::firstVersion - 1);
     return builder_.finish();
 }
@@ -81,8 +108,10 @@ RowRef ChangePacker::packedRow(NSManagedObject& object, RowRef const& basis) {
     auto const& state = GraphAccess::state(object);
     bool const isNew = object.isInserted();
     if (!isNew && (!state.extras || state.extras->values.empty())) return basis;
-    if (isNew)
+    if (isNew && !state.row)
         builder_.begin(*state.layout, state.key, Row::firstVersion);
+    else if (isNew) // above every version that anybody may have seen of what was deleted
+        builder_.begin(*state.row, state.row->version() + 1);
     else
         builder_.begin(*basis, basis->version() + 1);
     bool differs = isNew;

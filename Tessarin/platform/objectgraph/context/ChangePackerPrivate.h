@@ -24,6 +24,7 @@ public:
     RecordKey current(RecordKey key) const;
 
 private:
+    Ref<UndoableStep const> undoableStep() const;
     RecordChange packedChange(NSManagedObject& object, bool withRelationships = true);
     RowRef basisOf(NSManagedObject& object);
     RowRef packedRow(NSManagedObject& object, RowRef const& basis);

@@ -44,6 +44,12 @@ void ContextFeed::noteEverything(ContextState& context) {
     isTouched(context);
 }
 
+void ContextFeed::awaitEnd(ContextState& context) {
+    if (!isFollowed()) return;
+    turn_.isAwaited = true;
+    isTouched(context);
+}
+
 void ContextFeed::tell(ContextState& context) {
     if (isTelling_ || turn_.empty()) return;
     struct Telling {

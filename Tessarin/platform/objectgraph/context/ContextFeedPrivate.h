@@ -30,7 +30,8 @@ struct ContextTurn {
     std::vector<NewKey> newKeys; // of this context's objects, which nobody else may know by the temporary ones
     bool hasNewKeys = false;     // temporary keys became permanent
     bool isEverything = false;   // more than is named
-    bool empty() const noexcept { return records.empty() && sets.empty() && !hasNewKeys && !isEverything; }
+    bool isAwaited = false;      // somebody waits for the end of the turn, whatever happened
+    bool empty() const noexcept { return records.empty() && sets.empty() && !hasNewKeys && !isEverything && !isAwaited; }
 };
 
 /// Somebody who is told, once a turn, what happened to a context's records: after each block, for changes outside any block soon
@@ -53,6 +54,8 @@ public:
     void noteNewKey(ContextState& context, NSManagedObject const& object, RecordKey now);
     void noteNewKeys(ContextState& context);
     void noteEverything(ContextState& context);
+    /// The followers are told of the end of this turn, also when nothing happens in it.
+    void awaitEnd(ContextState& context);
     /// Tells the followers what was gathered, unless they are being told.
     void tell(ContextState& context);
     /// A child has handed something up: if somebody follows, it is brought to this context soon. Any thread.

@@ -1,4 +1,5 @@
 #pragma once
+#include "Tessarin/platform/objectgraph/context/ChangeRecorderPrivate.h"
 #include "Tessarin/platform/objectgraph/context/ChangedObjectsPrivate.h"
 #include "Tessarin/platform/objectgraph/context/ContextFeedPrivate.h"
 #include "Tessarin/platform/objectgraph/context/ContextNewsPrivate.h"
@@ -32,6 +33,8 @@ public:
     ContextNews news;
     ContextFeed feed;
     Ref<ObjectObservers> observers; // null while no object was ever observed
+    Ref<ChangeRecorder> recorder;   // null while nobody asked for an undo manager
+    Ref<std::string const> undoStep; // the name of the step that this context's saves are for its parent; null: none
     PublishedChanges published;                // what children handed up, not yet handed on; any thread
     RefusedChanges refused;                    // of a root context
     std::atomic<int> children{0};              // contexts whose parent this is; any thread

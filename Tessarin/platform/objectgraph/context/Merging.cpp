@@ -46,6 +46,7 @@ void mergeDeletion(ContextState& context, NSManagedObject& object, Winner winner
         return;
     }
     dropChanges(context, object);
+    if (context.recorder) context.recorder->noteLoss(object);
     context.link->remove(object, state.key);
     state.set(ObjectState::Deleted);
     state.set(ObjectState::Gone);
@@ -157,8 +158,17 @@ void takeRow(ContextState& context, NSManagedObject& object, RecordChange const&
     lookAgainWhereMoved(context, object, before);
 }
 
+/// A deletion that comes late: what was deleted is there again, above the version that went.
+bool isThereAgain(ContextState& context, ObjectState const& state, RecordChange const& deletion) {
+    if (!deletion.before || !state.row || state.row->version() <= deletion.before->version()) return false;
+    return RecordReader(context).row(*deletion.entity, state.key) != nullptr;
+}
+
 void merge(ContextState& context, NSManagedObject& object, RecordChange const& change, Winner winner) {
-    if (change.kind == RecordChange::Kind::Delete) return mergeDeletion(context, object, winner);
+    if (change.kind == RecordChange::Kind::Delete) {
+        if (isThereAgain(context, GraphAccess::state(object), change)) return;
+        return mergeDeletion(context, object, winner);
+    }
     takeRow(context, object, change, winner);
     if (GraphAccess::state(object).has(ObjectState::Changed)) {
         context.values.note(object);
@@ -228,6 +238,7 @@ void applyReceived(ContextState& context) {
     applyPromotions(context);
     for (auto const& [set, isCorrection] : context.published.takeUnapplied()) {
         noteNewsOf(context, set, isCorrection ? ContextNews::Refreshed : ContextNews::Updated, isCorrection);
+        if (context.recorder && set->undoStep() && !isCorrection) context.recorder->noteArrival(*set);
         merge(context, *set, isCorrection ? Winner::UnsavedUntilSaved : Winner::Incoming);
         if (isCorrection) forgetLinksOf(context, *set);
     }
@@ -245,6 +256,7 @@ void mergeSaved(ContextState& context, ChangeSets const& sets) {
 void mergeDeleted(ContextState& context, DeletedRecords const& records) {
     if (!context.link || records.runs().empty()) return;
     context.feed.noteEverything(context);
+    if (context.recorder) context.recorder->forgetAll();
     for (auto const& object : context.link->all()) {
         if (!records.contains(object->entity(), object->recordKey())) continue;
         noteNews(context, *object, ContextNews::Deleted);

@@ -89,6 +89,7 @@ void NSManagedObject::setAttribute(NSAttributeDescription const& attribute, Valu
         fatal("unacceptable value for the attribute " + entity().name() + "." + attribute.name() + ": " + value.description());
     fire();
     if (!value.isAbsent()) value = attributeValue(attribute.attributeType(), std::move(value));
+    if (auto* recorder = recorderOf(*this)) recorder->noteValue(*this, attribute, attributeValueAt(attribute), value);
     auto const property = static_cast<std::uint32_t>(attribute.index());
     auto& extras = state_.more();
     if (auto* present = extras.value(property))

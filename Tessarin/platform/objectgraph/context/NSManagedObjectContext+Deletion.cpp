@@ -58,6 +58,16 @@ Ref<NSError> denialOf(NSManagedObject& object) {
     return nullptr;
 }
 
+void deleteAlone(ContextState& context, NSManagedObject& object) {
+    GraphAccess::fire(object);
+    if (auto* recorder = recorderOf(object)) recorder->noteDeletion(object);
+    markChanged(object, ObjectState::Deleted);
+    for (auto const* relationship : object.entity().relationships())
+        for (auto const& destination : destinationsOf(object, *relationship))
+            if (!destination->isDeleted()) letGoAtOtherEnd(object, *relationship, *destination);
+    if (object.isInserted()) forgetInserted(context, object);
+}
+
 void NSManagedObjectContext::deleteObject(NSManagedObject& first) {
     std::vector<Ref<NSManagedObject>> doomed{first.self<NSManagedObject>()};
     std::vector<Ref<NSManagedObject>> unsaved;
@@ -68,6 +78,7 @@ void NSManagedObjectContext::deleteObject(NSManagedObject& first) {
         if (state.has(ObjectState::Deleted) || state.link() != state_->link.get()) continue;
         object->prepareForDeletion();
         GraphAccess::fire(*object);
+        if (auto* recorder = recorderOf(*object)) recorder->noteDeletion(*object);
         markChanged(*object, ObjectState::Deleted);
         for (auto const* relationship : object->entity().relationships()) applyRule(*object, *relationship, doomed);
         if (state.has(ObjectState::Inserted)) unsaved.push_back(object);

@@ -123,6 +123,7 @@ Ref<NSManagedObject> NSManagedObjectContext::insertNewObject(std::string_view en
     for (auto const* attribute : defaults)
         state.more().values.emplace_back(static_cast<std::uint32_t>(attribute->index()), attribute->defaultValue());
     markChanged(*object, ObjectState::Inserted);
+    if (auto* recorder = recorderOf(*object)) recorder->noteInsertion(*object);
     object->awakeFromInsert();
     return object;
 }
@@ -260,6 +261,11 @@ void NSManagedObjectContext::reset() {
         state.set(ObjectState::Gone);
         state.batch = state_->link->lone();
     }
+    if (state_->recorder) state_->recorder->forgetAll();
+}
+
+void NSManagedObjectContext::setUndoable(std::optional<std::string> actionName) {
+    state_->undoStep = actionName ? std::make_shared<std::string const>(*std::move(actionName)) : nullptr;
 }
 
 void NSManagedObjectContext::processPendingChanges() {

@@ -26,6 +26,7 @@
 namespace Tessarin {
 
 class ContextState;
+class UndoManager;
 
 enum class NSManagedObjectContextConcurrencyType : std::uint64_t {
     PrivateQueue = 1, // a serial queue of its own
@@ -160,6 +161,14 @@ public:
     /// waits for that. False with the first error: of this context, of an ancestor, or with the store's reason to refuse what
     /// this context handed up.
     bool saveThrough(Ref<NSError>& error);
+    /// What takes back what is changed in this context and its undoable children (UndoManager.h); made when it is first asked for,
+    /// then always the same. Changes made before are not known to it.
+    Ref<UndoManager> undoManager();
+    /// What this context saves from now on is one step for its parent's undo manager, if there is one, under this name; absent:
+    /// what it saves cannot be undone there, as without this call.
+    ///
+    ///     store->importBlock([](auto const& context) { context->setUndoable("Import"); … });
+    void setUndoable(std::optional<std::string> actionName);
     /// Why the store refuses what contexts below had handed up to this root context, an error for each save, oldest first. Such
     /// changes are kept apart: everybody else's are saved without them, those that need them join them, and the contexts below
     /// go on showing them.

@@ -160,7 +160,9 @@ std::vector<RowRef> rowsInOrder(ContextState& context, NSEntityDescription const
     read.reserve(keys.size());
     try {
         RecordReader(context).rows(entity, keys, [&](RowRef row) { read.push_back(std::move(row)); });
-    } catch (ErrorException const&) { return {}; } // faults throw when they are asked
+    } catch (ErrorException const&) {
+        return {};
+    } // faults throw when they are asked
     if (read.size() != keys.size()) return {};
     std::vector<std::pair<RecordKey, std::size_t>> places;
     places.reserve(keys.size());
@@ -227,6 +229,7 @@ void promoteObject(ContextState& context, NSManagedObject& object, RecordKey per
     auto& state = GraphAccess::state(object);
     context.coordinator->identities().promote(state.key, permanent);
     context.link->rename(object, state.key, permanent);
+    if (context.recorder) context.recorder->noteNewKey(state.key, permanent);
     context.feed.noteNewKey(context, object, permanent);
     state.key = permanent;
     if (state.has(ObjectState::Published)) context.mustShowAnew = true;

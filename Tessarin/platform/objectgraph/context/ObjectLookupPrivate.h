@@ -29,6 +29,12 @@ void markChanged(NSManagedObject& object, ObjectState::Flag how);
 /// Its changes are none any more.
 void unmarkChanged(ContextState& context, NSManagedObject& object);
 
+/// Who writes down what is changed in an object's context; null while nobody does.
+inline ChangeRecorder* recorderOf(NSManagedObject const& object) noexcept {
+    auto const* context = GraphAccess::state(object).link()->contextState();
+    return context && context->recorder && context->recorder->isRecording() ? context->recorder.get() : nullptr;
+}
+
 /// The record has its permanent key from now on; what refers to it by the other is told by `updateKeys`.
 void promoteObject(ContextState& context, NSManagedObject& object, RecordKey permanent);
 /// Goes through what became permanent elsewhere since the last time.

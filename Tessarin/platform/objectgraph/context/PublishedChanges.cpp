@@ -44,7 +44,7 @@ Ref<ChangeSet const> rebased(ChangeSet const& set, ChangeSets const& unsaved) {
         builder.begin(*change.after, change.before->version() + 1);
         change.after = builder.finish();
     }
-    return std::make_shared<ChangeSet const>(set.sharedSpace(), std::move(changes), set.origin());
+    return std::make_shared<ChangeSet const>(set.sharedSpace(), std::move(changes), set.origin(), set.undoStep());
 }
 
 } // namespace

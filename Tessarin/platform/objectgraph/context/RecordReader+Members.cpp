@@ -59,6 +59,11 @@ std::vector<RecordKey> RecordReader::withChanges(NSRelationshipDescription const
         return membersByRow(relationship, ownerEntity, owner, std::move(members));
     auto const& destination = *relationship.destinationEntity();
     for (auto const& set : sets_) {
+        auto const* ofOwner = set->find(ownerEntity, owner);
+        if (ofOwner && ofOwner->kind == RecordChange::Kind::Delete) { // it may come back in a later set
+            members.clear();
+            continue;
+        }
         eachChange(*set, relationship, ownerEntity, owner,
                    [&](auto const& change) { apply(change, coordinator_->promotions(), members); });
         std::erase_if(members, [&](RecordKey key) {

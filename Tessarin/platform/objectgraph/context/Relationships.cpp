@@ -23,8 +23,18 @@ ToManyState& toManyOf(NSManagedObject& owner, NSRelationshipDescription const& r
     return state.toMany(relationship.index());
 }
 
+/// Before a member comes or goes, or the order changes.
+void record(NSManagedObject& owner, NSRelationshipDescription const& relationship) {
+    if (!relationship.isOrdered()) return;
+    if (auto* recorder = recorderOf(owner)) recorder->noteOrder(owner, relationship);
+}
+
+} // namespace
+
 void setReference(NSManagedObject& object, NSRelationshipDescription const& relationship, RecordKey key) {
     GraphAccess::fire(object);
+    if (auto* recorder = recorderOf(object))
+        recorder->noteValue(object, relationship, Value(referenceOf(object, relationship)), Value(key));
     auto& extras = GraphAccess::state(object).more();
     if (auto* present = extras.value(relationship.index()))
         *present = key;
@@ -35,6 +45,8 @@ void setReference(NSManagedObject& object, NSRelationshipDescription const& rela
 
 void addMember(NSManagedObject& owner, NSRelationshipDescription const& relationship, RecordKey key) {
     if (relationship.isOrdered()) loadedMembers(owner, relationship); // a new member comes last, whatever stands before it
+    record(owner, relationship);
+    if (auto* recorder = recorderOf(owner)) recorder->noteMember(owner, relationship, key, true);
     auto& state = toManyOf(owner, relationship);
     if (key < 0) state.holdsTemporaries = true;
     if (!state.removed.remove(key)) state.added.append(key);
@@ -46,6 +58,8 @@ void addMember(NSManagedObject& owner, NSRelationshipDescription const& relation
 
 void removeMember(NSManagedObject& owner, NSRelationshipDescription const& relationship, RecordKey key) {
     if (relationship.isOrdered()) loadedMembers(owner, relationship);
+    record(owner, relationship);
+    if (auto* recorder = recorderOf(owner)) recorder->noteMember(owner, relationship, key, false);
     auto& state = toManyOf(owner, relationship);
     if (key < 0) state.holdsTemporaries = true;
     if (!state.added.remove(key)) state.removed.add(key);
@@ -54,6 +68,18 @@ void removeMember(NSManagedObject& owner, NSRelationshipDescription const& relat
     if (relationship.isOrdered()) state.isReordered = true;
     markChanged(owner, changeOf(owner));
 }
+
+void setOrder(NSManagedObject& owner, NSRelationshipDescription const& relationship, KeySet members) {
+    auto& state = loadedMembers(owner, relationship);
+    if (std::ranges::equal(members.keys(), state.members.keys())) return;
+    record(owner, relationship);
+    state.members = std::move(members);
+    state.isReordered = true;
+    noteUnshownLink(owner, relationship, 0, true); // nobody came or went
+    markChanged(owner, changeOf(owner));
+}
+
+namespace {
 
 /// `object` lets go of `key` in one relationship, without looking at the other end.
 void detachEnd(NSManagedObject& object, NSRelationshipDescription const& relationship, RecordKey key) {
@@ -106,6 +132,12 @@ RecordKey referenceOf(NSManagedObject& object, NSRelationshipDescription const& 
     return place.type == CellType::Reference ? state.link()->current(state.row->integer(place)) : 0;
 }
 
+RecordKey readReferenceOf(ObjectState const& state, NSRelationshipDescription const& relationship) {
+    auto const cell = state.layout->cellOf(relationship.index());
+    return state.row && cell != RowLayout::noCell ? state.link()->current(state.row->reference(static_cast<std::size_t>(cell)))
+                                                  : 0;
+}
+
 bool hasLoadedMembers(NSManagedObject& owner, NSRelationshipDescription const& relationship) {
     auto& state = GraphAccess::state(owner);
     auto const* toMany = state.extras ? state.extras->find(relationship.index()) : nullptr;
@@ -132,6 +164,7 @@ std::optional<bool> leadsUnsaved(ObjectState const& owner, NSRelationshipDescrip
     if (!object) return std::nullopt;
     auto& state = GraphAccess::state(*object);
     if (state.has(ObjectState::Deleted)) return false;
+    if (state.has(ObjectState::Inserted)) return referenceOf(*object, inverse) == owner.key; // in its row, if it came back
     if (!state.has(ObjectState::Changed) || !state.extras) return std::nullopt;
     updateKeys(state);
     auto const* reference = state.extras->value(inverse.index());
@@ -204,13 +237,6 @@ void letGoAtOtherEnd(NSManagedObject& object, NSRelationshipDescription const& r
 
 namespace {
 
-/// The destination of a to-one as it was read, or 0.
-RecordKey readReferenceOf(ObjectState const& state, NSRelationshipDescription const& relationship) {
-    auto const cell = state.layout->cellOf(relationship.index());
-    return state.row && cell != RowLayout::noCell ? state.link()->current(state.row->reference(static_cast<std::size_t>(cell)))
-                                                  : 0;
-}
-
 /// After links were undone: an object that is as it was has no unsaved changes.
 void forgetIfUnchanged(ContextState& context, NSManagedObject& object) {
     auto& state = GraphAccess::state(object);
@@ -239,6 +265,7 @@ void lookBack(ContextState& context, NSManagedObject& object, NSRelationshipDesc
 void undoLinks(ContextState& context, NSManagedObject& object) {
     auto& state = GraphAccess::state(object);
     if (!state.extras || !state.has(ObjectState::Changed)) return;
+    RecordingPause const pause(context.recorder.get()); // nothing new: what was unsaved goes
     updateKeys(state);
     using Keys = std::span<RecordKey const>;
     auto const undo = [&](NSRelationshipDescription const& relationship, Keys added, Keys removed) {
@@ -382,6 +409,7 @@ void MutableObjectSet::moveObject(std::size_t from, std::size_t to) {
     if (from >= size) requirePlace(from, size);
     if (to >= size) requirePlace(to, size);
     if (from == to) return;
+    record(*owner_, relationship_);
     state.members.move(from, to);
     state.isReordered = true;
     noteUnshownLink(*owner_, relationship_, 0, true); // nobody came or went
@@ -406,13 +434,7 @@ void MutableObjectSet::setObjects(std::vector<Ref<NSManagedObject>> const& objec
     for (auto const& member : allObjects())
         if (!wanted.contains(member->recordKey())) removeObject(member);
     for (auto const& object : objects) addObject(object);
-    if (!relationship_.isOrdered()) return;
-    auto& state = loadedMembers(*owner_, relationship_);
-    if (std::ranges::equal(wanted.keys(), state.members.keys())) return;
-    state.members = std::move(wanted);
-    state.isReordered = true;
-    noteUnshownLink(*owner_, relationship_, 0, true); // nobody came or went
-    markChanged(*owner_, changeOf(*owner_));
+    if (relationship_.isOrdered()) setOrder(*owner_, relationship_, std::move(wanted));
 }
 
 } // namespace Tessarin

@@ -24,6 +24,17 @@ void letGoAtOtherEnd(NSManagedObject& object, NSRelationshipDescription const& r
 /// The record was changed, or deleted, beneath a to-one that leads somewhere here: that is an unsaved link of both ends from now on.
 void keepLinkUnsaved(ContextState& context, NSManagedObject& object, NSRelationshipDescription const& relationship);
 
+// One end alone, without a look at the other.
+void setReference(NSManagedObject& object, NSRelationshipDescription const& relationship, RecordKey key);
+void addMember(NSManagedObject& owner, NSRelationshipDescription const& relationship, RecordKey key);
+void removeMember(NSManagedObject& owner, NSRelationshipDescription const& relationship, RecordKey key);
+/// The members of an ordered relationship in another order.
+void setOrder(NSManagedObject& owner, NSRelationshipDescription const& relationship, KeySet members);
+/// The destination of a to-one as it was read, or 0.
+RecordKey readReferenceOf(ObjectState const& state, NSRelationshipDescription const& relationship);
+/// An object goes as it stands: whoever it is linked with lets go of it, whatever the delete rules say, and nobody goes with it.
+void deleteAlone(ContextState& context, NSManagedObject& object);
+
 /// What keeps a deleted object from going, as everything stands now; null when nothing does.
 Ref<NSError> denialOf(NSManagedObject& object);
 /// Whoever a changed or deleted object was linked with, or no longer is, shows what was before its changes.

@@ -91,6 +91,7 @@ Ref<NSError> SaveOperation::prepare() {
     lookedHere_ = context_.published.arrivals();
     lookedAbove_ = context_.parent ? GraphAccess::state(*context_.parent).published.arrivals() : 0;
     bool hasUnited = false;
+    RecordingPause const pause(context_.recorder.get()); // what a policy decides is nobody's step
     UniqueValuesLook look(owner_, context_);
     auto error = look.settle(hasUnited);
     std::ranges::move(look.decided(), std::back_inserter(decidedUnique_));

@@ -116,6 +116,8 @@ void InMemoryStore::apply(RecordChange const& change) {
     if (change.kind == Kind::Delete) return remove(change);
     if (change.after == change.before) return;
     auto& records = records_[change.entity->rootEntity()];
+    bool const isBack = change.kind == Kind::Insert && change.after->version() > Row::firstVersion;
+    if (isBack) links_->forget(*change.entity->rootEntity(), change.key, [](RecordKey, auto const&) {}); // those that went with it
     if (change.kind == Kind::Update && !records.contains(change.key)) return; // made on a record that an ancestor never saved
     replace(records, change.key, change.after);
 }

@@ -34,8 +34,9 @@ void sortChanges(std::vector<RecordChange>& changes) {
 
 } // namespace
 
-ChangeSet::ChangeSet(Ref<RowSpace> space, std::vector<RecordChange> changes, Ref<ChangeOrigin const> origin)
-    : space_(std::move(space)), origin_(std::move(origin)), changes_(std::move(changes)) {
+ChangeSet::ChangeSet(Ref<RowSpace> space, std::vector<RecordChange> changes, Ref<ChangeOrigin const> origin,
+                     Ref<UndoableStep const> undoStep)
+    : space_(std::move(space)), origin_(std::move(origin)), changes_(std::move(changes)), undoStep_(std::move(undoStep)) {
     sortChanges(changes_);
     changedRows_.resize(space_->model().entities().size());
     for (auto const& change : changes_) {

@@ -8,6 +8,7 @@
 #include "Tessarin/platform/runtime/FunctionRef.h"
 #include <optional>
 #include <span>
+#include <string>
 #include <vector>
 
 namespace Tessarin {
@@ -39,10 +40,23 @@ struct RecordChange {
     bool changesRow() const noexcept { return kind != Kind::Update || after != before; }
 };
 
+/// Of a set that is a step for somebody's undo manager: what the changes themselves do not say.
+struct UndoableStep {
+    /// Who were the members before, in their order: where that has changed, and where the owner goes and no row tells.
+    struct Members {
+        NSRelationshipDescription const* relationship = nullptr;
+        RecordKey owner = 0;
+        std::vector<RecordKey> keys;
+    };
+    Ref<std::string const> name; // the same object for all sets of a step
+    std::vector<Members> members;
+};
+
 /// The changes of one save: immutable, shared by the contexts above and the store. Any thread.
 class TESSARIN_API ChangeSet {
 public:
-    ChangeSet(Ref<RowSpace> space, std::vector<RecordChange> changes, Ref<ChangeOrigin const> origin = nullptr);
+    ChangeSet(Ref<RowSpace> space, std::vector<RecordChange> changes, Ref<ChangeOrigin const> origin = nullptr,
+              Ref<UndoableStep const> undoStep = nullptr);
 
     Ref<RowSpace> const& sharedSpace() const noexcept { return space_; }
     /// Null where nobody has said who made them.
@@ -52,6 +66,8 @@ public:
     std::span<RecordChange const> changesOf(NSEntityDescription const& rootEntity) const noexcept;
     RecordChange const* find(NSEntityDescription const& entity, RecordKey key) const noexcept;
     bool empty() const noexcept { return changes_.empty(); }
+    /// Null where it cannot be undone by whoever it is handed to.
+    Ref<UndoableStep const> const& undoStep() const noexcept { return undoStep_; }
 
     /// How many records of exactly this entity have changed rows.
     std::size_t changedRowsOf(NSEntityDescription const& entity) const noexcept { return changedRows_[entity.index()]; }
@@ -76,6 +92,7 @@ private:
     Ref<RowSpace> space_;
     Ref<ChangeOrigin const> origin_;
     std::vector<RecordChange> changes_;
+    Ref<UndoableStep const> undoStep_;
     std::vector<std::size_t> changedRows_; // by index of the entity
     std::vector<RecordChange const*> updates_;
     bool changesRelationships_ = false;

@@ -213,8 +213,8 @@ private:
                 if (made.after) made.relationships = withoutSpared(change.relationships, set);
                 if (made.before != made.after || !made.relationships.empty()) changes.push_back(std::move(made));
             }
-            outcome.sets.push_back(
-                std::make_shared<ChangeSet const>(sets_[set]->sharedSpace(), std::move(changes), sets_[set]->origin()));
+            outcome.sets.push_back(std::make_shared<ChangeSet const>(sets_[set]->sharedSpace(), std::move(changes),
+                                                                     sets_[set]->origin(), sets_[set]->undoStep()));
         }
         for (auto const& [key, made] : rewritten_) {
             auto change = made.change;

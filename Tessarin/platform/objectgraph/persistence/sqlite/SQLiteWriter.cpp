@@ -40,6 +40,7 @@ SQLiteRecordWriter& SQLiteWriter::writerOf(NSEntityDescription const& entity) {
 void SQLiteWriter::write(std::span<Ref<ChangeSet const> const> sets, Conflicts conflicts) {
     conflicts_ = conflicts;
     dropped_.clear();
+    deleted_.clear();
     links_.forget();
     dangling_.forget();
     history_.begin();
@@ -64,6 +65,7 @@ void SQLiteWriter::endHistory() {
 // Deletions first: what they free (a unique name) may be taken by an update, and that by an insertion.
 void SQLiteWriter::writeSet(ChangeSet const& set) {
     dropIndexesBefore(set);
+    removeLinksOfThoseBack(set);
     writeDeletions(set);
     writeUpdates(set);
     for (auto const& change : set.changes())
@@ -71,6 +73,18 @@ void SQLiteWriter::writeSet(ChangeSet const& set) {
     for (std::size_t at = 0; at < schema_.links().size(); ++at)
         if (links_.waiting(at) >= manyRows) dropIndexesOf(schema_.links()[at].table);
     links_.write();
+}
+
+/// A record that was deleted by a set before this one, and that this one brings back, has the links that this one says.
+void SQLiteWriter::removeLinksOfThoseBack(ChangeSet const& set) {
+    if (deleted_.empty()) return;
+    std::ranges::sort(deleted_);
+    for (auto const& table : schema_.tables()) {
+        std::vector<RecordKey> keys;
+        for (auto const& change : set.changesOf(*table.root))
+            if (change.kind == Kind::Insert && std::ranges::binary_search(deleted_, change.key)) keys.push_back(change.key);
+        if (!keys.empty()) links_.removeAllOf(*table.root, keys);
+    }
 }
 
 void SQLiteWriter::insert(RecordChange const& change) {
@@ -115,6 +129,7 @@ void SQLiteWriter::writeDeletions(ChangeSet const& set) {
         dangling_.noteDeleted(*table.root, keys);
         history_.noteDeletions(*table.root, keys);
         search_.takeOut(*table.root, keys);
+        deleted_.insert(deleted_.end(), keys.begin(), keys.end());
         runForKeys(connection_, fmt::format("DELETE FROM {} WHERE id", table.name), keys);
     }
 }

@@ -35,6 +35,7 @@ public:
 
 private:
     void writeSet(ChangeSet const& set);
+    void removeLinksOfThoseBack(ChangeSet const& set);
     void writeDeletions(ChangeSet const& set);
     void checkVersions(std::string const& table, std::span<RecordChange const> changes);
     void writeUpdates(ChangeSet const& set);
@@ -66,6 +67,7 @@ private:
     SQLiteSearchWriter search_;
     Conflicts conflicts_ = Conflicts::Noticed;
     std::vector<std::unique_ptr<SQLiteRecordWriter>> writers_; // by index of the entity
+    std::vector<RecordKey> deleted_; // by this write, so far
     std::vector<SQLiteSchema::Index const*> dropped_;
 };
 

@@ -1,0 +1,158 @@
+#include "Tessarin/platform/objectgraph/undo/UndoApplicationPrivate.h"
+
+#include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
+#include "Tessarin/platform/objectgraph/context/RelationshipsPrivate.h"
+
+#include <algorithm>
+#include <ranges>
+#include <unordered_map>
+
+namespace Tessarin {
+
+void UndoApplication::run() {
+    readAhead();
+    for (auto const& record : step_.insertions)
+        if (auto object = there(record); object && doomed_.insert(object->recordKey()).second) inserted_.push_back(object);
+    for (auto const& deletion : step_.deletions) revive(deletion);
+    findOrders();
+    for (auto const& change : step_.values | std::views::reverse) restoreValue(change);
+    restoreLinks();
+    for (auto const& object : revived_) linkAgain(*object);
+    for (auto const& order : orders_) restoreOrder(order);
+    for (auto const& object : inserted_) deleteAlone(context_, *object);
+}
+
+/// All records that the step names, in one go for each entity: what cannot be read throws before anything has changed.
+void UndoApplication::readAhead() {
+    std::unordered_set<RecordKey> seen;
+    std::unordered_map<NSEntityDescription const*, std::vector<RecordKey>> keys;
+    for (auto const& deletion : step_.deletions) seen.insert(current_(deletion.record.key)); // of which there is no record now
+    auto const want = [&](NSEntityDescription const* entity, RecordKey key) {
+        key = current_(key);
+        if (key > 0 && seen.insert(key).second && !context_.link->find(key)) keys[entity].push_back(key);
+    };
+    for (auto const& record : step_.insertions) want(record.entity, record.key);
+    for (auto const& change : step_.values) {
+        want(change.record.entity, change.record.key);
+        if (auto const* relationship = change.property->asRelationship())
+            want(relationship->destinationEntity(), change.before.integer());
+    }
+    for (auto const& change : step_.members) {
+        want(change.owner.entity, change.owner.key);
+        want(change.relationship->destinationEntity(), change.member);
+    }
+    for (auto const& change : step_.orders) want(change.owner.entity, change.owner.key);
+    for (auto const& [entity, wanted] : keys)
+        for (auto& object : filledObjects(context_, *entity, wanted)) {
+            GraphAccess::fire(*object);
+            held_.push_back(std::move(object));
+        }
+}
+
+/// The object of a record that exists; null for one that is gone, or goes with the next save.
+UndoApplication::Object UndoApplication::there(NSEntityDescription const& entity, RecordKey key) {
+    key = current_(key);
+    if (key == 0) return nullptr;
+    auto object = context_.link->find(key);
+    if (!object && key < 0) return nullptr;
+    if (!object) held_.push_back(object = objectWithKey(context_, entity, key));
+    GraphAccess::fire(*object);
+    return object->isDeleted() || GraphAccess::state(*object).has(ObjectState::Gone) ? nullptr : object;
+}
+
+void UndoApplication::revive(UndoStep::Deletion const& deletion) {
+    auto const key = current_(deletion.record.key);
+    if (isLost_(deletion.record.key) || isLost_(key)) return;
+    auto object = deletion.object;
+    if (!object) {
+        object = context_.link->makeObject(*deletion.record.entity, key);
+        GraphAccess::state(*object).flags = ObjectState::Deleted | ObjectState::Gone;
+    }
+    auto const& state = GraphAccess::state(*object);
+    if (!state.has(ObjectState::Deleted)) return; // it has come back already
+    if (!state.has(ObjectState::Gone))
+        reviveUnsaved(*object);
+    else if (auto const other = context_.link->find(key); other && there(other->entity(), key))
+        return;
+    else
+        reviveGone(*object, key, deletion);
+    if (auto* recorder = recorderOf(*object)) recorder->noteInsertion(*object);
+    revived_.push_back(std::move(object));
+}
+
+/// Its deletion was not saved, so there is none.
+void UndoApplication::reviveUnsaved(NSManagedObject& object) {
+    auto& state = GraphAccess::state(object);
+    state.clear(ObjectState::Deleted);
+    bool const isChanged =
+        state.extras && (!state.extras->values.empty() || std::ranges::any_of(state.extras->toMany, &ToManyState::isChanged));
+    if (isChanged) return markChanged(object, ObjectState::Updated);
+    state.clear(ObjectState::Updated);
+    unmarkChanged(context_, object);
+    noteNews(context_, object, ContextNews::Inserted);
+    context_.values.note(object);
+}
+
+/// A record under the key that it had, with the values of its last row and what was unsaved on top.
+void UndoApplication::reviveGone(NSManagedObject& object, RecordKey key, UndoStep::Deletion const& deletion) {
+    auto& state = GraphAccess::state(object);
+    state.key = key;
+    state.flags &= ObjectState::Unshown;
+    state.batch = context_.link->lone();
+    if (deletion.row) {
+        state.row = deletion.row;
+        if (state.extras) state.extras->values.clear(), state.extras->toMany.clear();
+        for (auto const& [relationship, keys] : deletion.members) {
+            auto& toMany = state.toMany(relationship->index());
+            for (auto const member : keys) toMany.members.add(member);
+            toMany.isLoaded = true;
+        }
+    }
+    if (state.extras) {
+        auto const& properties = object.entity().properties();
+        for (auto& [property, value] : state.extras->values)
+            if (properties[property]->asRelationship()) value = Value(current_(value.integer()));
+        for (auto& toMany : state.extras->toMany) {
+            toMany.toPermanent(current_);
+            if (toMany.isLoaded) toMany.added = toMany.members;
+            toMany.removed.clear();
+            toMany.isReordered = properties[toMany.property]->asRelationship()->isOrdered();
+        }
+    }
+    context_.link->add(object, key);
+    markChanged(object, ObjectState::Inserted);
+}
+
+void UndoApplication::restoreValue(UndoStep::ValueChange const& change) {
+    auto const* attribute = change.property->asAttribute();
+    auto const object = attribute ? there(change.record) : nullptr;
+    if (!object || isDoomed(object->recordKey())) return;
+    if (object->valueForKey(attribute->name()) == change.now) object->setValueForKey(change.before, attribute->name());
+}
+
+/// Places are known where nobody else has been at them; otherwise what comes back comes last.
+void UndoApplication::findOrders() {
+    for (auto const& change : step_.orders) {
+        auto const owner = there(change.owner);
+        if (!owner || isDoomed(owner->recordKey())) continue;
+        auto const members = memberKeys(*owner, *change.relationship);
+        if (change.at > members.size() || change.now.size() > members.size() - change.at) continue;
+        auto const replaced = members.subspan(change.at, change.now.size());
+        if (!std::ranges::equal(replaced, change.now)) continue;
+        Order order{owner, change.relationship, {members.begin(), replaced.begin()}};
+        order.keys.insert(order.keys.end(), change.before.begin(), change.before.end());
+        order.keys.insert(order.keys.end(), replaced.end(), members.end());
+        orders_.push_back(std::move(order));
+    }
+}
+
+void UndoApplication::restoreOrder(Order const& order) {
+    auto const& members = loadedMembers(*order.owner, *order.relationship).members;
+    KeySet wanted;
+    for (auto const key : order.keys)
+        if (members.contains(key)) wanted.add(key);
+    for (auto const key : members.keys()) wanted.add(key);
+    setOrder(*order.owner, *order.relationship, std::move(wanted));
+}
+
+} // namespace Tessarin

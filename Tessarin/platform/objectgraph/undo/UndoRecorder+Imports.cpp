@@ -1,0 +1,102 @@
+// What a child hands up as a step. Its set says what was before and after, so that nothing has to be in memory for it.
+#include "Tessarin/platform/objectgraph/persistence/rows/ChangeSetPrivate.h"
+#include "Tessarin/platform/objectgraph/undo/UndoRecorderPrivate.h"
+
+#include <algorithm>
+#include <iterator>
+
+namespace Tessarin {
+namespace {
+
+using Kind = RecordChange::Kind;
+
+Value valueOf(Row const& row, std::size_t cell) {
+    bool const isReference = row.layout().cells()[cell].type == CellType::Reference;
+    return isReference ? Value(row.reference(cell)) : row.value(cell);
+}
+
+/// What this context shows until the set is merged: perhaps an unsaved value of its own.
+Value shownBefore(NSManagedObject* object, Row const& before, std::size_t cell, NSPropertyDescription const& property) {
+    auto* extras = object ? GraphAccess::state(*object).extras.get() : nullptr;
+    auto const* unsaved = extras ? extras->value(property.index()) : nullptr;
+    return unsaved ? *unsaved : valueOf(before, cell);
+}
+
+/// They are sorted by their owners.
+std::span<UndoableStep::Members const> membersOf(UndoableStep const& step, RecordKey owner) {
+    auto const found = std::ranges::equal_range(step.members, owner, {}, &UndoableStep::Members::owner);
+    return {found.begin(), found.end()};
+}
+
+/// Of each list there is one order, however many sets change it.
+void join(UndoStep& step, UndoStep more) {
+    auto const append = [](auto& to, auto& from) {
+        to.insert(to.end(), std::make_move_iterator(from.begin()), std::make_move_iterator(from.end()));
+    };
+    append(step.values, more.values);
+    append(step.members, more.members);
+    append(step.insertions, more.insertions);
+    append(step.deletions, more.deletions);
+    for (auto& order : more.orders) {
+        auto const known = std::ranges::find_if(step.orders, [&](UndoStep::OrderChange const& each) {
+            return each.owner.key == order.owner.key && each.relationship == order.relationship;
+        });
+        if (known == step.orders.end())
+            step.orders.push_back(std::move(order));
+        else
+            known->now = std::move(order.now);
+    }
+}
+
+} // namespace
+
+void UndoManager::Inside::add(RecordChange const& change, UndoableStep const& told, UndoStep& step) const {
+    UndoStep::Record const record{change.entity, change.key};
+    if (change.kind == Kind::Insert) return step.insertions.push_back(record);
+    auto const object = link_->find(change.key);
+    auto const before = membersOf(told, change.key);
+    if (change.kind == Kind::Delete) {
+        auto& deletion = step.deletions.emplace_back(UndoStep::Deletion{record, object, change.before});
+        for (auto const& each : before) deletion.members.push_back({each.relationship, each.keys});
+        return;
+    }
+    if (change.changesRow() && change.before && change.after)
+        for (std::size_t cell = 0; cell < change.after->layout().cells().size(); ++cell) {
+            if (change.after->cellEquals(cell, *change.before)) continue;
+            auto const& property = *change.after->layout().cells()[cell].property;
+            step.values.push_back(
+                {record, &property, shownBefore(object.get(), *change.before, cell, property), valueOf(*change.after, cell)});
+        }
+    for (auto const& each : change.relationships) {
+        for (auto const key : each.added) step.members.push_back({record, each.relationship, key, true});
+        for (auto const key : each.removed) step.members.push_back({record, each.relationship, key, false});
+        auto const members = std::ranges::find(before, each.relationship, &UndoableStep::Members::relationship);
+        if (each.order && members != before.end())
+            step.orders.push_back({record, each.relationship, 0, members->keys, *each.order});
+    }
+}
+
+Ref<UndoStep> UndoManager::Inside::stepOf(Ref<std::string const> const& import) {
+    auto& known = imports_[import.get()];
+    if (auto present = known.lock()) return present;
+    auto step = std::make_shared<UndoStep>();
+    step->name = *import;
+    step->importStep = import; // whose address no other one has as long as this lives
+    known = step;
+    push(undo_, step);
+    redo_.clear();
+    std::erase_if(imports_, [](auto const& each) { return each.second.expired(); });
+    return step;
+}
+
+void UndoManager::Inside::noteArrival(ChangeSet const& set) {
+    if (!isRecording() || set.empty()) return;
+    UndoStep arrived;
+    for (auto const& change : set.changes()) add(change, *set.undoStep(), arrived);
+    arrived.fold([this](RecordKey key) { return current(key); });
+    if (arrived.empty()) return;
+    join(*stepOf(set.undoStep()->name), std::move(arrived));
+    awaitEndOfTurn();
+}
+
+} // namespace Tessarin
