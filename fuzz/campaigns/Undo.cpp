@@ -117,7 +117,7 @@ public:
             for (std::int64_t serial = 1; serial <= 4; ++serial)
                 shelf_.main->insertNewObject("Town")->setValueForKey(serial, "serial");
             for (auto count = trial_.random(20); count > 0; --count) edit(*shelf_.main, false);
-            if (trial_.chance(0.8)) saveOrThrow(*shelf_.main);
+            saveOrThrow(*shelf_.main);
             undo_ = shelf_.main->undoManager();
         });
         onQueueOf(*shelf_.root, [&] { saveOrThrow(*shelf_.root); });
@@ -211,7 +211,7 @@ private:
     }
 
     void editElsewhere(bool isForeign) {
-        auto const& context = trial_.chance(0.5) ? worker_ : other_;
+        auto const& context = isForeign && trial_.chance(0.5) ? other_ : worker_; // conflicts are for other campaigns
         Shown before, after;
         settle();
         if (!isForeign) before = shown();

@@ -238,7 +238,9 @@ void applyReceived(ContextState& context) {
     applyPromotions(context);
     for (auto const& [set, isCorrection] : context.published.takeUnapplied()) {
         noteNewsOf(context, set, isCorrection ? ContextNews::Refreshed : ContextNews::Updated, isCorrection);
-        if (context.recorder && set->undoStep() && !isCorrection) context.recorder->noteArrival(*set);
+        bool const isStep = context.recorder && set->undoStep() && !isCorrection;
+        if (isStep) context.recorder->noteArrival(*set);
+        RecordingPause const pause(isStep ? context.recorder.get() : nullptr); // it is written down as a whole
         merge(context, *set, isCorrection ? Winner::UnsavedUntilSaved : Winner::Incoming);
         if (isCorrection) forgetLinksOf(context, *set);
     }

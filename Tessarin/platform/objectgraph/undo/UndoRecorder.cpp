@@ -99,7 +99,8 @@ void UndoManager::Inside::noteNewKey(RecordKey before, RecordKey now) {
 }
 
 void UndoManager::Inside::noteLoss(NSManagedObject const& object) {
-    if (object.isDeleted()) lost_.insert(object.recordKey());
+    bool const isStepKept = open_ || !undo_.empty() || !redo_.empty();
+    if (object.isDeleted() || (isRecording() && isStepKept)) lost_.insert(object.recordKey());
 }
 
 RecordKey UndoManager::Inside::current(RecordKey key) const {

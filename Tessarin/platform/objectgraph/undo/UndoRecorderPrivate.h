@@ -92,7 +92,7 @@ private:
     std::string nextName_; // of the step that is opened next in this turn
     std::size_t limit_ = 0;
     KeyAliases aliases_;
-    std::unordered_set<RecordKey> lost_; // of deleted objects that somebody else has deleted, too
+    std::unordered_set<RecordKey> lost_; // of records that somebody else has deleted
     std::unordered_map<std::string const*, WeakRef<UndoStep>> imports_;
     std::vector<WeakRef<Told>> observers_;
     Answers told_;
