@@ -114,6 +114,7 @@ void UndoApplication::reviveGone(NSManagedObject& object, RecordKey key, UndoSte
             if (properties[property]->asRelationship()) value = Value(current_(value.integer()));
         for (auto& toMany : state.extras->toMany) {
             toMany.toPermanent(current_);
+            toMany.isLoaded = toMany.isLoaded || toMany.members.size() != 0; // a merge only made it doubtful; `linkAgain` looks
             if (toMany.isLoaded) toMany.added = toMany.members;
             toMany.removed.clear();
             toMany.isReordered = properties[toMany.property]->asRelationship()->isOrdered();
