@@ -6,7 +6,7 @@ jobs=$(nproc)
 # The reason for each package stands in docs/dependencies.md.
 library_packages=(g++ cmake ninja-build ccache pkg-config libsqlite3-dev libicu-dev libfmt-dev libsimdjson-dev libpugixml-dev libtomlplusplus-dev tzdata)
 tests_packages=(libgtest-dev python3 gdb)
-toolkit_packages=(libglib2.0-dev libcairo2-dev libgtk-4-dev libpango1.0-dev qt6-base-dev)
+toolkit_packages=(libglib2.0-dev libcairo2-dev libgtk-4-dev libpango1.0-dev qt6-base-dev xvfb xauth xdotool)
 demo_packages=(node-mdn-browser-compat-data)
 bench_packages=(libboost-dev libtbb-dev libsqlitecpp-dev qt6-base-dev libqt6sql6-sqlite libsigc++-3.0-dev libglib2.0-dev libkf5config-dev libhowardhinnant-date-dev)
 
