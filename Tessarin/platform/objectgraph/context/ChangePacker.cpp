@@ -1,5 +1,7 @@
 #include "Tessarin/platform/objectgraph/context/ChangePackerPrivate.h"
 
+#include "Tessarin/platform/objectgraph/context/RelationshipsPrivate.h"
+
 #include <algorithm>
 
 namespace Tessarin {
@@ -135,7 +137,7 @@ RowRef ChangePacker::packedRow(NSManagedObject& object, RowRef const& basis) {
 }
 
 std::vector<RecordKey> ChangePacker::order(NSManagedObject& object, NSRelationshipDescription const& relationship) const {
-    return current(GraphAccess::state(object).toMany(relationship.index()).members.keys());
+    return current(memberKeys(object, relationship)); // which others may have made doubtful
 }
 
 void ChangePacker::packRelationships(NSManagedObject& object, RecordChange& change) {
@@ -148,7 +150,7 @@ void ChangePacker::packRelationships(NSManagedObject& object, RecordChange& chan
         packed.relationship = relationship;
         packed.added = current(toMany.added.keys());
         packed.removed = current(toMany.removed.keys());
-        if (relationship->isOrdered()) packed.order = current(toMany.members.keys());
+        if (relationship->isOrdered()) packed.order = order(object, *relationship);
     }
 }
 

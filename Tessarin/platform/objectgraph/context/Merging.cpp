@@ -29,8 +29,7 @@ void dropChanges(ContextState& context, NSManagedObject& object) {
 void forgetMembers(ObjectState& state, std::size_t property) {
     if (!state.extras) return;
     auto* toMany = state.extras->find(property);
-    if (!toMany || !toMany->isLoaded || toMany->isReordered) return;
-    toMany->isLoaded = false; // read again, with what is unsaved here on top
+    if (toMany) toMany->isLoaded = false; // read again, with what is unsaved here on top, in the order that it was put in here
 }
 
 void mergeDeletion(ContextState& context, NSManagedObject& object, Winner winner) {
@@ -96,21 +95,12 @@ bool changesBeneath(ObjectState const& state, Row const& row) {
     });
 }
 
-/// Whoever an object led to, or leads to now, looks again whom it has. A list that was put in order here keeps that order.
-void lookAgainFrom(ContextState& context, NSManagedObject& object, NSPropertyDescription const& reference, RecordKey owner) {
-    auto const& relationship = *reference.asRelationship();
-    auto const* inverse = relationship.inverseRelationship();
+/// Whoever an object led to, or leads to now, looks again whom it has.
+void lookAgainFrom(ContextState& context, NSPropertyDescription const& reference, RecordKey owner) {
+    auto const* inverse = reference.asRelationship()->inverseRelationship();
     auto const other =
         owner == 0 || !inverse || !inverse->isToMany() ? nullptr : context.link->find(context.link->current(owner));
-    auto* const extras = other ? GraphAccess::state(*other).extras.get() : nullptr;
-    auto* const toMany = extras ? extras->find(inverse->index()) : nullptr;
-    if (!toMany || !toMany->isLoaded) return;
-    if (!toMany->isReordered)
-        toMany->isLoaded = false;
-    else if (referenceOf(object, relationship) == other->recordKey())
-        toMany->members.add(object.recordKey());
-    else
-        toMany->members.remove(object.recordKey());
+    if (other) forgetMembers(GraphAccess::state(*other), inverse->index());
 }
 
 void lookAgainWhereMoved(ContextState& context, NSManagedObject& object, RowRef const& before) {
@@ -119,8 +109,8 @@ void lookAgainWhereMoved(ContextState& context, NSManagedObject& object, RowRef 
     for (std::size_t cell = 0; cell < row->layout().cells().size(); ++cell) {
         auto const& [property, type] = row->layout().cells()[cell];
         if (type != CellType::Reference || (before && row->cellEquals(cell, *before))) continue;
-        if (before) lookAgainFrom(context, object, *property, before->reference(cell));
-        lookAgainFrom(context, object, *property, row->reference(cell));
+        if (before) lookAgainFrom(context, *property, before->reference(cell));
+        lookAgainFrom(context, *property, row->reference(cell));
         auto const& extras = GraphAccess::state(object).extras;
         if (extras && extras->value(property->index())) keepLinkUnsaved(context, object, *property->asRelationship());
     }
@@ -138,7 +128,7 @@ void giveWay(ContextState& context, NSManagedObject& object, RecordChange const&
         if (type == CellType::Reference) left.emplace_back(property, entry.second.integer());
         return true;
     });
-    for (auto const& [property, owner] : left) lookAgainFrom(context, object, *property, owner);
+    for (auto const& [property, owner] : left) lookAgainFrom(context, *property, owner);
 }
 
 void takeRow(ContextState& context, NSManagedObject& object, RecordChange const& change, Winner winner) {

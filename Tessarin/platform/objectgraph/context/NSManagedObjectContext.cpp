@@ -213,7 +213,7 @@ void NSManagedObjectContext::refreshObject(NSManagedObject& object, bool mergeCh
     state.clear(ObjectState::Gone);
     state_->values.note(object);
     if (!state.extras) return;
-    for (auto& toMany : state.extras->toMany) toMany.isLoaded = toMany.isLoaded && toMany.isReordered;
+    for (auto& toMany : state.extras->toMany) toMany.isLoaded = false;
 }
 
 void NSManagedObjectContext::refreshAllObjects() {

@@ -182,20 +182,23 @@ ToManyState& setLoadedMembers(NSManagedObject& owner, NSRelationshipDescription 
     for (auto& key : members)
         if (key < 0) key = current(key), toMany.holdsTemporaries = true;
     if (auto* context = toMany.holdsTemporaries ? state.link()->contextState() : nullptr) context->knowsForeignTemporaries = true;
+    auto const order = toMany.isReordered ? std::exchange(toMany.members, {}) : KeySet(); // to be kept
     toMany.isLoaded = true;
     toMany.members.clear();
     auto const* inverse = relationship.inverseRelationship();
-    if (inverse && !inverse->isToMany() && relationship.isReciprocal() && state.link()->contextState()) {
-        // Others may have moved a member that was moved here, or have had their way with it: what it says itself holds.
-        for (auto const key : members)
-            if (leadsUnsaved(state, *inverse, key).value_or(true)) toMany.members.append(key);
-        for (auto const key : toMany.added.keys())
-            if (leadsUnsaved(state, *inverse, key).value_or(false)) toMany.members.add(key);
-        return toMany;
-    }
+    bool const isByReference = inverse && !inverse->isToMany() && relationship.isReciprocal() && state.link()->contextState();
+    KeySet now;
+    // Others may have moved a member that was moved here, or have had their way with it: what it says itself holds.
     for (auto const key : members)
-        if (!toMany.removed.contains(key)) toMany.members.append(key);
-    for (auto const key : toMany.added.keys()) toMany.members.add(key);
+        if (isByReference ? leadsUnsaved(state, *inverse, key).value_or(true) : !toMany.removed.contains(key)) now.append(key);
+    for (auto const key : toMany.added.keys())
+        if (!isByReference || leadsUnsaved(state, *inverse, key).value_or(false)) now.add(key);
+    for (auto const key : order.keys())
+        if (now.contains(key)) toMany.members.append(key);
+    if (order.empty())
+        toMany.members = std::move(now);
+    else
+        for (auto const key : now.keys()) toMany.members.add(key);
     return toMany;
 }
 
@@ -393,6 +396,7 @@ void MutableObjectSet::insertObject(Ref<NSManagedObject> const& object, std::siz
     auto const before = count();
     auto from = before;
     if (containsObject(object)) {
+        loadedMembers(*owner_, relationship_).members.add(object->recordKey()); // what it says itself counts
         auto const keys = memberKeys(*owner_, relationship_);
         from = static_cast<std::size_t>(std::ranges::find(keys, object->recordKey()) - keys.begin());
     } else {
