@@ -1,6 +1,7 @@
 #include "Tessarin/platform/sqlite/Connection.h"
 
 #include "Tessarin/platform/foundation/values/Hexadecimal.h"
+#include "Tessarin/platform/sqlite/StatementLog.h"
 #include "Tessarin/platform/sqlite/WordTokenizer.h"
 
 #include <sqlite3.h>
@@ -62,6 +63,7 @@ Connection::Connection(std::string path, ConnectionOptions const& options) : pat
     handle_.reset(opened); // also after a failure, whose words it holds
     if (code != SQLITE_OK) throw Failure::of(opened, code, path_);
     sqlite3_extended_result_codes(opened, 1);
+    log_ = StatementLog::ifAskedFor(opened);
     leavesLog(options.leavesLog);
     setBusySeconds(options.busySeconds);
     hasFullText_ = addWordTokenizer(opened); // before anything of the file is looked at: it may have tables that need it
@@ -71,6 +73,8 @@ Connection::Connection(std::string path, ConnectionOptions const& options) : pat
     execute("PRAGMA synchronous = " + std::to_string(static_cast<int>(options.synchronous)));
     execute("PRAGMA secure_delete = OFF"); // Debian's SQLite overwrites deleted content with zeros by default
 }
+
+Connection::~Connection() = default;
 
 void Connection::Close::operator()(sqlite3* handle) const noexcept { sqlite3_close_v2(handle); }
 

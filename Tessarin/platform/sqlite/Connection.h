@@ -11,6 +11,8 @@ struct sqlite3;
 
 namespace Tessarin::SQLite {
 
+class StatementLog;
+
 enum class Access { Read, Write, Create };
 /// What a commit waits for: nothing, nothing but in checkpoints, or that it is on the disk.
 enum class Synchronous { Off, Normal, Full };
@@ -33,7 +35,7 @@ struct ConnectionOptions {
 class TESSARIN_API Connection {
 public:
     explicit Connection(std::string path, ConnectionOptions const& options = {});
-    ~Connection() = default;
+    ~Connection();
     Connection(Connection const&) = delete;
     Connection& operator=(Connection const&) = delete;
 
@@ -86,6 +88,7 @@ private:
     void forgetStatements();
 
     std::string path_;
+    std::unique_ptr<StatementLog> log_; // before the connection, which tells it until the end
     std::unique_ptr<sqlite3, Close> handle_; // before the statements, which go first
     std::unordered_map<std::string, std::unique_ptr<Statement>, TextHash, std::equal_to<>> statements_;
     std::vector<std::unique_ptr<Statement>> extras_; // made while the kept one was in use; freed with the connection

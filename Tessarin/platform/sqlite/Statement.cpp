@@ -47,6 +47,7 @@ std::int64_t Statement::run() {
     return sqlite3_changes64(connection_.handle());
 }
 
+int Statement::parameterCount() const noexcept { return sqlite3_bind_parameter_count(handle_); }
 int Statement::columnCount() const noexcept { return sqlite3_column_count(handle_); }
 bool Statement::isNull(int column) const noexcept { return sqlite3_column_type(handle_, column) == SQLITE_NULL; }
 std::int64_t Statement::integer(int column) const noexcept { return sqlite3_column_int64(handle_, column); }

@@ -34,6 +34,7 @@ public:
     std::int64_t run();
 
     int columnCount() const noexcept;
+    int parameterCount() const noexcept;
     bool isNull(int column) const noexcept;
     std::int64_t integer(int column) const noexcept;
     double real(int column) const noexcept;

@@ -1,4 +1,5 @@
 #include "Tessarin/platform/objectgraph/context/AsynchronousFetchPrivate.h"
+#include "Tessarin/platform/objectgraph/context/QueueRequirementPrivate.h"
 
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
 #include "Tessarin/platform/queues/Dispatch.h"
@@ -119,6 +120,7 @@ void NSAsynchronousFetch::cancel() noexcept { fetch_->cancel(); }
 bool NSAsynchronousFetch::isDone() const noexcept { return fetch_->isDone(); }
 
 Ref<NSAsynchronousFetch> NSManagedObjectContext::fetchAsync(NSFetchRequest const& request, FetchCompletion completion) {
+    requireQueue(*this, "fetchAsync");
     auto const fetch = std::make_shared<AsynchronousFetch>(*this, request, std::move(completion));
     fetch->start(*this);
     return make<NSAsynchronousFetch>(fetch);

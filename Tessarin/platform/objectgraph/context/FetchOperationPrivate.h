@@ -24,6 +24,7 @@ public:
     /// Hands the results on in runs; nothing on an error.
     Ref<NSError> run(FetchedObjectsTaker take);
     Ref<NSError> count(std::size_t& found);
+    Ref<NSError> explain(FetchExplanation& explanation);
     /// The results as a list.
     Ref<NSError> list(FetchedObjects& list);
 
@@ -74,8 +75,8 @@ private:
     ContextState& context_;
     NSFetchRequest const& request_;
     NSEntityDescription const& entity_;
-    RecordReader reader_;   // before what was committed is asked for: a set leaves the one when it is in the other
-    ChangeSets committed_;  // since the store was asked
+    RecordReader reader_; // before what was committed is asked for: a set leaves the one when it is in the other
+    ChangeSets committed_; // since the store was asked
     std::optional<UnsavedRecords> unsaved_; // absent when the request leaves them out
     std::optional<SearchRanking> ranking_; // where this puts records in order that the store has not
     bool mustLookAtAll_ = false;

@@ -57,6 +57,13 @@ std::int64_t AnyFetchQuery::count() const {
     return count;
 }
 
+FetchExplanation AnyFetchQuery::explain() const {
+    Ref<NSError> error;
+    auto explanation = context_->explain(*request(), error);
+    if (error) printLine("Error while explaining fetch request for " + entityName_ + ": " + error->description());
+    return explanation;
+}
+
 bool AnyFetchQuery::take(FetchedObjectsTaker take, Ref<NSError>* error) const {
     auto const asked = request();
     Ref<NSError> failure;

@@ -3,6 +3,7 @@
 #include "Tessarin/platform/objectgraph/context/TypedPredicate.h"
 #include "Tessarin/platform/objectgraph/context/FetchedObjects.h"
 #include "Tessarin/platform/objectgraph/context/NSAsynchronousFetchRequest.h"
+#include "Tessarin/platform/objectgraph/query/FetchExplanation.h"
 #include "Tessarin/platform/objectgraph/query/NSFetchRequest.h"
 #include <iterator>
 #include <optional>
@@ -22,6 +23,8 @@ public:
     Ref<NSFetchRequest> request() const;
     /// How many there are within offset and limit. On an error one line is printed and the result is NSNotFound.
     std::int64_t count() const;
+    /// How the query is answered, see the context's `explain`. On an error one line is printed.
+    FetchExplanation explain() const;
 
 protected:
     AnyFetchQuery(Ref<NSManagedObjectContext> context, std::string entityName);

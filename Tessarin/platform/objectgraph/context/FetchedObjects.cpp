@@ -2,6 +2,7 @@
 
 #include "Tessarin/platform/objectgraph/context/NSManagedObjectContext.h"
 #include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
+#include "Tessarin/platform/objectgraph/context/QueueRequirementPrivate.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 
 #include <algorithm>
@@ -42,6 +43,7 @@ Ref<NSManagedObject> FetchedObjects::operator[](std::size_t at) const {
 }
 
 FetchedObjects NSManagedObjectContext::objectsWithIDs(std::span<Ref<NSManagedObjectID> const> ids, std::size_t batchSize) {
+    requireQueue(*this, "objectsWithIDs");
     FetchedObjects list;
     if (!state_->link) return list;
     list.link_ = state_->link;

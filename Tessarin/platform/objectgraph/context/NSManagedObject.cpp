@@ -129,6 +129,7 @@ void NSManagedObject::setValueForKey(Value value, std::string_view key) {
 }
 
 Dictionary NSManagedObject::changedValues() {
+    if (queuesAreChecked()) requireQueue();
     Dictionary result;
     if (!state_.extras || !hasChanges()) return result;
     for (auto const& [index, value] : state_.extras->values) {

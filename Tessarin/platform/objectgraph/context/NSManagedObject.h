@@ -6,6 +6,7 @@
 #include "Tessarin/platform/objectgraph/context/PropertyHandle.h"
 #include "Tessarin/platform/objectgraph/context/Settable.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/NSManagedObjectID.h"
+#include "Tessarin/platform/queues/QueueChecks.h"
 #include "Tessarin/platform/runtime/Closure.h"
 #include "Tessarin/platform/runtime/FunctionRef.h"
 #include "Tessarin/platform/runtime/ObjectSlab.h"
@@ -30,7 +31,8 @@ struct ValueChange {
     Value before, now;
 };
 
-/// A record as an object of one context. Use it on the queue of its context only (releasing it is fine anywhere).
+/// A record as an object of one context. Use it on the queue of its context only (releasing it is fine anywhere); anything else is
+/// fatal while queues are checked (QueueChecks.h).
 /// Subclasses are registered with `registerClass` under the class name of their entity; an entity whose class is not
 /// registered uses this class. Asking a fault for a value, or an object for what it leads to, reads the store; when that fails
 /// it throws ErrorException, nothing has changed, and the next use asks again.
@@ -132,9 +134,12 @@ protected:
 private:
     friend class GraphAccess;
     void fire() {
+        if (queuesAreChecked()) [[unlikely]]
+            requireQueue();
         if (state_.has(ObjectState::Fault)) fireFault();
     }
     void fireFault();
+    void requireQueue() const;
     /// Where the row keeps the property, when the object shows its row as it is and the row keeps it as `type`; else null.
     Row::Place const* plainPlace(NSPropertyDescription const& property, CellType type) {
         fire();

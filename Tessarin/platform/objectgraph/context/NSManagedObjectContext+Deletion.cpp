@@ -1,6 +1,7 @@
 // Deleting objects: the delete rules work at once, so that the graph never shows a half-deleted state.
 #include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
 #include "Tessarin/platform/objectgraph/context/RelationshipsPrivate.h"
+#include "Tessarin/platform/objectgraph/context/QueueRequirementPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
 
 #include <algorithm>
@@ -69,6 +70,7 @@ void deleteAlone(ContextState& context, NSManagedObject& object) {
 }
 
 void NSManagedObjectContext::deleteObject(NSManagedObject& first) {
+    requireQueue(*this, "deleteObject");
     std::vector<Ref<NSManagedObject>> doomed{first.self<NSManagedObject>()};
     std::vector<Ref<NSManagedObject>> unsaved;
     while (!doomed.empty()) {

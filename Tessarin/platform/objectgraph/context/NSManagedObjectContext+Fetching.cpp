@@ -1,6 +1,7 @@
 // Fetching: what the store finds, corrected by what is not saved yet.
 #include "Tessarin/platform/foundation/predicates/NSPredicate.h"
 #include "Tessarin/platform/objectgraph/context/FetchOperationPrivate.h"
+#include "Tessarin/platform/objectgraph/context/QueueRequirementPrivate.h"
 
 #include <algorithm>
 #include <iterator>
@@ -10,6 +11,7 @@ namespace Tessarin {
 
 std::vector<Ref<NSManagedObject>> NSManagedObjectContext::executeFetchRequest(NSFetchRequest const& request,
                                                                               Ref<NSError>& error) {
+    requireQueue(*this, "executeFetchRequest");
     std::vector<Ref<NSManagedObject>> objects;
     executeFetchRequest(request, error, [&](std::span<Ref<NSManagedObject>> run, std::size_t total) {
         objects.reserve(total);
@@ -20,6 +22,7 @@ std::vector<Ref<NSManagedObject>> NSManagedObjectContext::executeFetchRequest(NS
 }
 
 void NSManagedObjectContext::executeFetchRequest(NSFetchRequest const& request, Ref<NSError>& error, FetchedObjectsTaker take) {
+    requireQueue(*this, "executeFetchRequest");
     error = nullptr;
     processChanges(*this, *state_);
     auto const* entity = entityOf(*state_, request, error);
@@ -27,6 +30,7 @@ void NSManagedObjectContext::executeFetchRequest(NSFetchRequest const& request, 
 }
 
 FetchedObjects NSManagedObjectContext::fetchObjects(NSFetchRequest const& request, Ref<NSError>& error) {
+    requireQueue(*this, "fetchObjects");
     error = nullptr;
     processChanges(*this, *state_);
     auto const* entity = entityOf(*state_, request, error);
@@ -38,6 +42,7 @@ FetchedObjects NSManagedObjectContext::fetchObjects(NSFetchRequest const& reques
 }
 
 Ref<NSManagedObject> NSManagedObjectContext::loadedObject(NSEntityDescription const& entity, NSPredicate const* predicate) {
+    requireQueue(*this, "loadedObject");
     if (!state_->link) return nullptr;
     auto const fits = [&](Ref<NSManagedObject> const& object) {
         return &object->entity() == &entity && !object->isFault() && (!predicate || predicate->evaluateWithObject(object));
@@ -49,6 +54,7 @@ Ref<NSManagedObject> NSManagedObjectContext::loadedObject(NSEntityDescription co
 }
 
 std::int64_t NSManagedObjectContext::countForFetchRequest(NSFetchRequest const& request, Ref<NSError>& error) {
+    requireQueue(*this, "countForFetchRequest");
     error = nullptr;
     processChanges(*this, *state_);
     auto const* entity = entityOf(*state_, request, error);

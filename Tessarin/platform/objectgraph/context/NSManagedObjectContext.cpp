@@ -8,6 +8,7 @@
 #include "Tessarin/platform/objectgraph/context/RecordReaderPrivate.h"
 #include "Tessarin/platform/objectgraph/context/RelationshipsPrivate.h"
 #include "Tessarin/platform/objectgraph/context/SaveOperationPrivate.h"
+#include "Tessarin/platform/objectgraph/context/QueueRequirementPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
 #include "Tessarin/platform/queues/Dispatch.h"
 #include "Tessarin/platform/runtime/Fatal.h"
@@ -112,6 +113,7 @@ void NSManagedObjectContext::performBlockAndWait(FunctionRef<void()> block) {
 }
 
 Ref<NSManagedObject> NSManagedObjectContext::insertNewObject(std::string_view entityName) {
+    requireQueue(*this, "insertNewObject");
     if (!state_->link) fatal("an object cannot be made in a context without a coordinator");
     auto const* entity = state_->coordinator->managedObjectModel()->entityNamed(entityName);
     if (!entity) fatal("there is no entity named \"" + std::string{entityName} + "\" in this model");
@@ -129,11 +131,13 @@ Ref<NSManagedObject> NSManagedObjectContext::insertNewObject(std::string_view en
 }
 
 Ref<NSManagedObject> NSManagedObjectContext::objectWithID(NSManagedObjectID const& id) {
+    requireQueue(*this, "objectWithID");
     if (!state_->link || !id.isIn(state_->coordinator->identities())) return nullptr;
     return objectWithKey(*state_, id.entity(), id.recordKey());
 }
 
 Ref<NSManagedObject> NSManagedObjectContext::existingObjectWithID(NSManagedObjectID const& id, Ref<NSError>& error) {
+    requireQueue(*this, "existingObjectWithID");
     error = nullptr;
     Ref<NSManagedObject> object;
     try {
@@ -149,35 +153,46 @@ Ref<NSManagedObject> NSManagedObjectContext::existingObjectWithID(NSManagedObjec
 }
 
 Ref<NSManagedObject> NSManagedObjectContext::objectRegisteredForID(NSManagedObjectID const& id) {
+    requireQueue(*this, "objectRegisteredForID");
     if (!state_->link || !id.isIn(state_->coordinator->identities())) return nullptr;
     return state_->link->find(id.recordKey());
 }
 
 std::vector<Ref<NSManagedObject>> NSManagedObjectContext::registeredObjects() const {
+    requireQueue(*this, "registeredObjects");
     return state_->link ? state_->link->all() : std::vector<Ref<NSManagedObject>>{};
 }
 std::vector<Ref<NSManagedObject>> NSManagedObjectContext::registeredObjects(NSEntityDescription const& entity) const {
+    requireQueue(*this, "registeredObjects");
     return state_->link ? state_->link->all(&entity) : std::vector<Ref<NSManagedObject>>{};
 }
 std::vector<Ref<NSManagedObject>> NSManagedObjectContext::insertedObjects() const {
+    requireQueue(*this, "insertedObjects");
     return changedWhere(*state_, [](NSManagedObject const& object) { return object.isInserted() && !object.isDeleted(); });
 }
 std::vector<Ref<NSManagedObject>> NSManagedObjectContext::updatedObjects() const {
+    requireQueue(*this, "updatedObjects");
     return changedWhere(*state_, [](NSManagedObject const& object) { return object.isUpdated(); });
 }
 std::vector<Ref<NSManagedObject>> NSManagedObjectContext::deletedObjects() const {
+    requireQueue(*this, "deletedObjects");
     return changedWhere(*state_, [](NSManagedObject const& object) { return object.isDeleted(); });
 }
 
 std::size_t NSManagedObjectContext::pendingSaves() const { return state_->published.count(); }
-bool NSManagedObjectContext::hasChanges() const { return !state_->changed.empty() || !state_->published.empty(); }
+bool NSManagedObjectContext::hasChanges() const {
+    requireQueue(*this, "hasChanges");
+    return !state_->changed.empty() || !state_->published.empty();
+}
 
 bool NSManagedObjectContext::save(Ref<NSError>& error) {
+    requireQueue(*this, "save");
     error = state_->link ? SaveOperation(*this, *state_).run() : noCoordinator();
     return !error;
 }
 
 bool NSManagedObjectContext::saveThrough(Ref<NSError>& error) {
+    requireQueue(*this, "saveThrough");
     auto root = self<NSManagedObjectContext>();
     while (root->parentContext()) root = root->parentContext();
     auto const seen = root->state_->refused.count();
@@ -190,6 +205,7 @@ bool NSManagedObjectContext::saveThrough(Ref<NSError>& error) {
 }
 
 void NSManagedObjectContext::refreshObject(NSManagedObject& object, bool mergeChanges) {
+    requireQueue(*this, "refreshObject");
     auto& state = GraphAccess::state(object);
     if (state.link() != state_->link.get() || state.has(ObjectState::Inserted))
         return; // what was never saved cannot be read again
@@ -217,10 +233,12 @@ void NSManagedObjectContext::refreshObject(NSManagedObject& object, bool mergeCh
 }
 
 void NSManagedObjectContext::refreshAllObjects() {
+    requireQueue(*this, "refreshAllObjects");
     for (auto const& object : registeredObjects()) refreshObject(*object, true);
 }
 
 void NSManagedObjectContext::rollback() {
+    requireQueue(*this, "rollback");
     for (auto const& object : std::exchange(state_->changed, {})) {
         auto& state = GraphAccess::state(*object);
         auto const wasInserted = state.has(ObjectState::Inserted);
@@ -244,14 +262,19 @@ void NSManagedObjectContext::rollback() {
 }
 
 std::vector<Ref<NSError>> NSManagedObjectContext::refusalReasons() const {
+    requireQueue(*this, "refusalReasons");
     std::vector<Ref<NSError>> reasons;
     for (auto const& refusal : state_->refused.all()) reasons.push_back(refusal.reason);
     return reasons;
 }
 
-void NSManagedObjectContext::dropRefusedChanges() { dropRefused(*state_); }
+void NSManagedObjectContext::dropRefusedChanges() {
+    requireQueue(*this, "dropRefusedChanges");
+    dropRefused(*state_);
+}
 
 void NSManagedObjectContext::reset() {
+    requireQueue(*this, "reset");
     rollback();
     for (auto const& object : registeredObjects()) {
         auto& state = GraphAccess::state(*object);
@@ -269,11 +292,13 @@ void NSManagedObjectContext::setUndoable(std::optional<std::string> actionName) 
 }
 
 void NSManagedObjectContext::processPendingChanges() {
+    requireQueue(*this, "processPendingChanges");
     processChanges(*this, *state_);
     if (state_->news.openBlocks == 0) state_->feed.tell(*state_);
 }
 
 void NSManagedObjectContext::mergeChangesFromContextDidSaveNotification(NSNotification const& notification) {
+    requireQueue(*this, "mergeChangesFromContextDidSaveNotification");
     auto const* saved = dynamic_cast<ContextDidSaveNotification const*>(&notification);
     auto const sender = std::dynamic_pointer_cast<NSManagedObjectContext>(notification.object());
     if (!saved || !sender || sender.get() == this || sender->state_->coordinator != state_->coordinator) return;

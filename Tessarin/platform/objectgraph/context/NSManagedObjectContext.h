@@ -12,6 +12,7 @@
 #include "Tessarin/platform/objectgraph/context/NSMergePolicy.h"
 #include "Tessarin/platform/objectgraph/persistence/history/HistoryRequest.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/NSPersistentStoreCoordinator.h"
+#include "Tessarin/platform/objectgraph/query/FetchExplanation.h"
 #include "Tessarin/platform/objectgraph/query/NSFetchRequest.h"
 #include "Tessarin/platform/queues/Queue.h"
 #include "Tessarin/platform/runtime/Closure.h"
@@ -62,7 +63,7 @@ using FetchedObjectsTaker = FunctionRef<void(std::span<Ref<NSManagedObject>> run
 using ObjectIDsByChange = std::map<std::string, std::vector<Ref<NSManagedObjectID>>>;
 
 /// A scratch pad of objects over a store or over another context. Everything but `performBlock`, `performBlockAndWait`
-/// and the constant attributes belongs on its queue. One object per record; objects are held weakly unless they have
+/// and the constant attributes belongs on its queue; anything else is fatal while queues are checked (QueueChecks.h). One object per record; objects are held weakly unless they have
 /// unsaved changes. A save hands the changes to the parent, or writes them to the store, all or nothing.
 ///
 ///     auto worker = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue);
@@ -122,6 +123,9 @@ public:
     }
     /// NSNotFound on an error.
     std::int64_t countForFetchRequest(NSFetchRequest const& request, Ref<NSError>& error);
+    /// How the request would be answered now: the SQL, SQLite's plan, what is done in memory and why. Nothing is fetched. Empty on
+    /// an error.
+    FetchExplanation explain(NSFetchRequest const& request, Ref<NSError>& error);
     /// Changes or deletes records straight in the store, past this context and its ancestors; returns when it is on the disk.
     /// Null with an error, and nothing is changed.
     Ref<NSBatchUpdateResult> executeRequest(NSBatchUpdateRequest const& request, Ref<NSError>& error);

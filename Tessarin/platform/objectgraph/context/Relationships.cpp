@@ -327,6 +327,7 @@ Ref<NSManagedObject> NSManagedObject::destination(NSRelationshipDescription cons
 }
 
 std::vector<Ref<NSManagedObject>> NSManagedObject::destinations(NSRelationshipDescription const& relationship) {
+    if (queuesAreChecked()) requireQueue();
     auto* context = state_.link()->contextState();
     if (!context) return {};
     return objectsWithKeys(*context, *relationship.destinationEntity(), memberKeys(*this, relationship));
@@ -346,6 +347,7 @@ void NSManagedObject::setDestination(NSRelationshipDescription const& relationsh
 }
 
 void NSManagedObject::addDestination(NSRelationshipDescription const& relationship, NSManagedObject& object) {
+    if (queuesAreChecked()) requireQueue();
     requireFits(*this, relationship, object);
     if (hasMember(*this, relationship, object)) return;
     addMember(*this, relationship, object.recordKey());
@@ -354,6 +356,7 @@ void NSManagedObject::addDestination(NSRelationshipDescription const& relationsh
 }
 
 void NSManagedObject::removeDestination(NSRelationshipDescription const& relationship, NSManagedObject& object) {
+    if (queuesAreChecked()) requireQueue();
     if (!hasMember(*this, relationship, object)) return;
     removeMember(*this, relationship, object.recordKey());
     auto const* inverse = relationship.inverseRelationship();

@@ -56,6 +56,10 @@ public:
     /// The plain description from which an equal model can be built.
     ModelDefinition definition() const;
 
+    /// The entities, with attributes and relationships, as a picture in Graphviz's language: `dot -Tsvg`. With `notes` below an
+    /// entity's name.
+    std::string graphvizText(std::map<std::string, std::string, std::less<>> const& notes = {}) const;
+
     std::string description() const override;
 
 protected:

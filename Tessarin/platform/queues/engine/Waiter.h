@@ -1,5 +1,7 @@
 #pragma once
+#include "Tessarin/platform/queues/QueueChecks.h"
 #include "Tessarin/platform/queues/engine/DispatchQueue.h"
+#include "Tessarin/platform/queues/engine/SyncCycle.h"
 #include "Tessarin/platform/queues/engine/Thread.h"
 #include "Tessarin/platform/runtime/FunctionRef.h"
 #include <sched.h>
@@ -29,8 +31,19 @@ struct Waiter : WorkItem {
         BlockingScope const blocking;
         std::uint32_t expected = Waiting;
         outcome.compare_exchange_strong(expected, Asleep, std::memory_order_acq_rel);
+        if (queuesAreChecked()) sleepWatchfully();
         while (outcome.load(std::memory_order_acquire) == Asleep) park(outcome, Asleep);
         return result();
+    }
+    /// After two seconds, and from then on with growing pauses, looks whether the sync can never return.
+    void sleepWatchfully() noexcept {
+        SyncCycle cycle(*this);
+        for (Nanoseconds pause = 2'000'000'000; outcome.load(std::memory_order_acquire) == Asleep; pause *= 2) {
+            for (auto const deadline = monotonicNow() + pause;
+                 outcome.load(std::memory_order_acquire) == Asleep && monotonicNow() < deadline;)
+                park(outcome, Asleep, deadline);
+            if (outcome.load(std::memory_order_acquire) == Asleep) cycle.tellIfClosed();
+        }
     }
     void line(DispatchQueue& at, Access access) noexcept {
         level = &at;
@@ -56,7 +69,7 @@ struct Waiter : WorkItem {
 
     static constexpr Nanoseconds yieldPatience = 1'000'000;
 
-    DispatchQueue& queue;         // whose work it is
+    DispatchQueue& queue; // whose work it is
     DispatchQueue* level = nullptr; // on whose list it stands
     FunctionRef<void()> function;
     std::atomic<std::uint32_t> outcome = Waiting;

@@ -110,6 +110,36 @@ std::string SQLiteReader::conditionOf(Scanned const& scanned, SQLTranslation con
     return fmt::format(" WHERE t0.entity IN ({}){}{}", numbers, condition.empty() ? "" : " AND ", condition);
 }
 
+bool SQLiteReader::translate(StoreQuery const& query, SQLTranslation& translation) const {
+    return (!query.predicate || translation.addPredicate(*query.predicate)) && translation.addOrder(query.sortDescriptors);
+}
+
+RequestReading SQLiteReader::readingOf(StoreQuery const& query, SQLTranslation const& translation, bool isComplete) {
+    bool const asksToCut = query.limit != 0 || query.offset != 0;
+    RequestReading reading{.isCut = isComplete && asksToCut, .keysOnly = query.wantsKeysOnly && isComplete};
+    auto const& order = translation.order();
+    reading.byKeys = reading.keysOnly || (!reading.isCut && decoderOf(query).expectsCached());
+    reading.isFed = !reading.isCut && order.empty();
+    reading.isInOrder = reading.isCut || !order.empty();
+    return reading;
+}
+
+std::string SQLiteReader::textOf(StoreQuery const& query, SQLTranslation const& translation, RequestReading const& reading) {
+    auto& decoder = decoderOf(query);
+    auto const& order = translation.order();
+    auto const condition = conditionOf(scannedBy(query), translation);
+    bool const isCutFirst = reading.isCut && translation.isAllInSource() && condition == " WHERE " + translation.condition();
+    auto sql = fmt::format("SELECT {} FROM {}{} AS t0{}{}",
+                           reading.byKeys  ? "t0.id, t0.version"
+                           : reading.isFed ? decoder.selection()
+                                           : decoder.columns(),
+                           isCutFirst ? translation.sourceCutBy(cutTextOf(query)) : translation.source(),
+                           schema_.tableOf(*query.entity).name, translation.joins(), condition);
+    if (reading.isInOrder) sql += " ORDER BY " + (order.empty() ? "t0.id" : order);
+    if (reading.isCut && !isCutFirst) sql += cutTextOf(query);
+    return sql;
+}
+
 void SQLiteReader::fetch(StoreQuery const& query, StoreAnswer& answer, bool isLong) {
     SQLite::Interruption const interruption(connection_, query.isGivenUp);
     auto& decoder = decoderOf(query);
@@ -121,23 +151,9 @@ void SQLiteReader::fetch(StoreQuery const& query, StoreAnswer& answer, bool isLo
         return readFrom(*use, known->reading, query, answer);
     }
     SQLTranslation translation(schema_, *query.entity);
-    answer.complete =
-        (!query.predicate || translation.addPredicate(*query.predicate)) && translation.addOrder(query.sortDescriptors);
-    RequestReading reading{.isCut = answer.complete && asksToCut, .keysOnly = query.wantsKeysOnly && answer.complete};
-    auto const& order = translation.order();
-    reading.byKeys = reading.keysOnly || (!reading.isCut && decoder.expectsCached());
-    reading.isFed = !reading.isCut && order.empty();
-    reading.isInOrder = reading.isCut || !order.empty();
-    auto const condition = conditionOf(scannedBy(query), translation);
-    bool const isCutFirst = reading.isCut && translation.isAllInSource() && condition == " WHERE " + translation.condition();
-    auto sql = fmt::format("SELECT {} FROM {}{} AS t0{}{}",
-                           reading.byKeys  ? "t0.id, t0.version"
-                           : reading.isFed ? decoder.selection()
-                                           : decoder.columns(),
-                           isCutFirst ? translation.sourceCutBy(cutTextOf(query)) : translation.source(),
-                           schema_.tableOf(*query.entity).name, translation.joins(), condition);
-    if (reading.isInOrder) sql += " ORDER BY " + (order.empty() ? "t0.id" : order);
-    if (reading.isCut && !isCutFirst) sql += cutTextOf(query);
+    answer.complete = translate(query, translation);
+    auto const reading = readingOf(query, translation, answer.complete);
+    auto const sql = textOf(query, translation, reading);
     auto const run = [&](SQLite::Statement& statement) {
         bindAll(statement, translation.arguments());
         if (reading.isCut) bindCut(statement, query, static_cast<int>(translation.arguments().size()));

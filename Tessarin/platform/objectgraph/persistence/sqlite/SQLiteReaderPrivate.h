@@ -54,6 +54,7 @@ public:
     /// `isLong`: it has a `longSpanOf`.
     void fetch(StoreQuery const& query, StoreAnswer& answer, bool isLong);
     void count(StoreQuery const& query, std::size_t& count, bool& complete);
+    void explain(StoreQuery const& query, FetchExplanation& explanation);
     /// False where no index knows it.
     bool searchStatistics(RankedSearch const& search, SearchStatistics& statistics);
     void rows(NSEntityDescription const& rootEntity, std::span<RecordKey const> keys, FunctionRef<void(RowRef)> each);
@@ -70,6 +71,9 @@ private:
     void readFrom(SQLite::Statement& statement, RequestReading const& reading, StoreQuery const& query, StoreAnswer& answer);
     void readByKeys(SQLite::Statement& statement, StoreQuery const& query, std::vector<RowRef>& rows);
     static Scanned scannedBy(StoreQuery const& query) { return {query.entity, query.includesSubentities}; }
+    bool translate(StoreQuery const& query, SQLTranslation& translation) const;
+    RequestReading readingOf(StoreQuery const& query, SQLTranslation const& translation, bool isComplete);
+    std::string textOf(StoreQuery const& query, SQLTranslation const& translation, RequestReading const& reading);
     std::string countText(Scanned const& scanned, SQLTranslation const& translation) const;
     std::string conditionOf(Scanned const& scanned, SQLTranslation const& translation) const;
     SQLiteRowDecoder& decoderFor(NSEntityDescription const& entity, bool includesSubentities);

@@ -281,6 +281,11 @@ Ref<NSError> SQLiteStore::fetch(StoreQuery const& query, StoreAnswer& answer) {
     return error;
 }
 
+Ref<NSError> SQLiteStore::explain(StoreQuery const& query, FetchExplanation& explanation) {
+    return impl_->reading(impl_->schema.tableOf(*query.entity).name,
+                          [&](SQLiteReader& reader) { reader.explain(query, explanation); });
+}
+
 Ref<NSError> SQLiteStore::count(StoreQuery const& query, std::size_t& count, bool& complete) {
     return impl_->reading(impl_->schema.tableOf(*query.entity).name,
                           [&](SQLiteReader& reader) { reader.count(query, count, complete); });

@@ -60,6 +60,7 @@ public:
                              std::vector<RecordKey>& holders) override;
     Ref<NSError> fetch(StoreQuery const& query, StoreAnswer& answer) override;
     Ref<NSError> count(StoreQuery const& query, std::size_t& count, bool& complete) override;
+    Ref<NSError> explain(StoreQuery const& query, FetchExplanation& explanation) override;
     Ref<NSError> searchStatistics(RankedSearch const& search, SearchStatistics& statistics) override;
     Ref<NSError> rows(NSEntityDescription const& rootEntity, std::span<RecordKey const> keys,
                       FunctionRef<void(RowRef)> each) override;

@@ -2,6 +2,7 @@
 
 #include "Tessarin/platform/objectgraph/persistence/history/HistoryRequest.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
+#include "Tessarin/platform/objectgraph/query/FetchExplanation.h"
 
 namespace Tessarin {
 namespace {
@@ -11,6 +12,11 @@ Ref<NSError> keepsNone(NSPersistentStore const& store) {
 }
 
 } // namespace
+
+Ref<NSError> NSPersistentStore::explain(StoreQuery const&, FetchExplanation& explanation) {
+    explanation.inMemory.push_back("This store has no SQL: every record of the entity is looked at.");
+    return nullptr;
+}
 
 Ref<NSError> NSPersistentStore::history(HistoryRequest const&, std::vector<HistoryTransaction>&) { return keepsNone(*this); }
 Ref<NSError> NSPersistentStore::newestOfHistory(HistoryToken&) { return keepsNone(*this); }

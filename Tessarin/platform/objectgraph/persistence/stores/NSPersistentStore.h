@@ -19,6 +19,7 @@ class RowRef;
 struct BatchAssignment;
 struct BatchOutcome;
 struct BatchTarget;
+struct FetchExplanation;
 struct HistoryRequest;
 struct HistoryToken;
 struct HistoryTransaction;
@@ -72,6 +73,8 @@ public:
     virtual Ref<NSError> count(StoreQuery const& query, std::size_t& count, bool& complete) = 0;
     /// What ranks are made of, see `SearchRanking`.
     virtual Ref<NSError> searchStatistics(RankedSearch const& search, SearchStatistics& statistics) = 0;
+    /// How `fetch` would answer. A store without SQL says that it looks at every record.
+    virtual Ref<NSError> explain(StoreQuery const& query, FetchExplanation& explanation);
     /// The rows of records in the tree of `rootEntity`, in any order; keys that the store does not know are left out.
     virtual Ref<NSError> rows(NSEntityDescription const& rootEntity, std::span<RecordKey const> keys,
                               FunctionRef<void(RowRef)> each) = 0;

@@ -70,6 +70,9 @@ public:
     /// of its model, the next key. A sentence for each finding; none when all is well, or with an error when it cannot look.
     /// Takes time in proportion to the file; contexts may go on meanwhile. A store in memory has nothing to look at.
     std::vector<std::string> verify(Ref<NSError>& error) const;
+    /// The model as a picture in Graphviz's language, with how many records of each entity are stored, sub-entities not counted.
+    /// Takes the time of counting them; empty with an error.
+    std::string graphvizText(Ref<NSError>& error) const;
     /// Reads what can be read of the damaged store in the file `damaged` into the new file `fresh`, which can then be added. The
     /// damaged file stays as it is; nobody may have it open (closing a copy of it would drop this process's locks on it). The
     /// model is the file's own; where that cannot be read, this coordinator's. Absent with an error, and without a file, when
