@@ -223,6 +223,13 @@ TEST(OtherProcess, ALostNoticeIsMadeUpForAtTheNextSave) {
     edit(*here.store, "+D");
     OtherProcess(folder.path()).does("-D");
     EXPECT_TRUE(here.shows("A3 B C"));
+    // One look meets a deletion and, after it, links of the same record that somebody changed who had not noticed.
+    for (auto const* words : {"mute A=4", "mute -A"}) OtherProcess(folder.path()).does(words);
+    SQLite::Connection(folder.path("Shared/Shared.db"))
+        .execute("INSERT INTO tessarin_history SELECT id + 2, time, process, writer, author, context, changes "
+                 "FROM tessarin_history ORDER BY id DESC LIMIT 1 OFFSET 1");
+    edit(*here.store, "+E");
+    EXPECT_TRUE(here.shows("B C E"));
 }
 
 TEST(OtherProcess, WhereNothingCanBeWatchedSavesAndFetchesLook) {

@@ -26,14 +26,16 @@ public:
         return true;
     }
 
+    /// From now on no reader that began before brings an older row. Between saves only: one that was committed before the others'
+    /// puts its rows there a moment later.
+    void forgetRows(RowCache& cache) const {
+        for (auto const& [key, record] : records_) cache.remove(key);
+        cache.endCommit();
+    }
+
     Ref<ChangeSet const> read(NSPersistentStore& store, Ref<RowSpace> const& space) {
         std::map<NSEntityDescription const*, std::vector<RecordKey>> keys; // by root entity
-        auto& cache = space->cache();
-        for (auto const& [key, record] : records_) {
-            keys[record.entity->rootEntity()].push_back(key);
-            cache.remove(key);
-        }
-        cache.endCommit(); // from now on no reader that began before brings an older row
+        for (auto const& [key, record] : records_) keys[record.entity->rootEntity()].push_back(key);
         std::vector<RecordChange> changes;
         for (auto const& [root, some] : keys)
             if (auto const error = store.rows(*root, some, [&](RowRef row) { changes.push_back(changeTo(std::move(row))); }))
@@ -59,7 +61,9 @@ private:
         auto const [place, isNew] =
             records_.try_emplace(key, Record{change.entity, change.kind, change.kind == Kind::Updated, {}});
         auto& record = place->second;
-        if (change.kind == Kind::Deleted || record.kind == Kind::Deleted) record.kind = change.kind;
+        // Who did not know of a deletion may have changed links of the record since: that does not bring it back.
+        bool const isBack = record.kind == Kind::Deleted && change.kind == Kind::Inserted;
+        if (isBack || change.kind == Kind::Deleted) record.kind = change.kind;
         for (auto const* property : change.updated) {
             auto const* relationship = property->asRelationship();
             if (!relationship) continue;
@@ -128,7 +132,15 @@ std::int64_t SQLiteStore::lookForOthers(std::int64_t after) {
         OthersRecords records;
         bool isNamed = true;
         for (auto const& change : changes) isNamed = isNamed && records.add(change);
-        isNamed ? impl.space->others().tell(records.read(*this, impl.space)) : tellEverything();
+        if (!isNamed) {
+            tellEverything();
+            return upTo;
+        }
+        {
+            std::lock_guard const hold(impl.writing);
+            records.forgetRows(impl.space->cache());
+        }
+        impl.space->others().tell(records.read(*this, impl.space));
         return upTo;
     } catch (ErrorException const& failure) {
         auto const code = static_cast<StoreErrorCode>(failure.error()->code());
