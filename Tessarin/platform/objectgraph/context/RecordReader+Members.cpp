@@ -58,11 +58,11 @@ std::vector<RecordKey> RecordReader::withChanges(NSRelationshipDescription const
     if (inverse && !inverse->isToMany() && relationship.isReciprocal())
         return membersByRow(relationship, ownerEntity, owner, std::move(members));
     auto const& destination = *relationship.destinationEntity();
+    bool isGone = false; // it still has whom it had, for those who are to be told; if it comes back, then without them
     for (auto const& set : sets_) {
-        auto const* ofOwner = set->find(ownerEntity, owner);
-        if (ofOwner && ofOwner->kind == RecordChange::Kind::Delete) { // it may come back in a later set
-            members.clear();
-            continue;
+        if (auto const* ofOwner = set->find(ownerEntity, owner)) {
+            if (isGone && ofOwner->kind == RecordChange::Kind::Insert) members.clear();
+            isGone = ofOwner->kind == RecordChange::Kind::Delete || (isGone && ofOwner->kind == RecordChange::Kind::Update);
         }
         eachChange(*set, relationship, ownerEntity, owner,
                    [&](auto const& change) { apply(change, coordinator_->promotions(), members); });
