@@ -148,10 +148,21 @@ void takeRow(ContextState& context, NSManagedObject& object, RecordChange const&
     lookAgainWhereMoved(context, object, before);
 }
 
-/// A deletion that comes late: what was deleted is there again, above the version that went.
+/// A deletion that comes late: what was deleted is there again, above the version that went. A change that waits here to be saved
+/// does not bring it back, only an insertion does.
 bool isThereAgain(ContextState& context, ObjectState const& state, RecordChange const& deletion) {
     if (!deletion.before || !state.row || state.row->version() <= deletion.before->version()) return false;
-    return RecordReader(context).row(*deletion.entity, state.key) != nullptr;
+    RecordReader const reader(context);
+    if (!reader.row(*deletion.entity, state.key)) return false;
+    bool isThere = std::ranges::any_of(reader.sets(), [&](auto const& set) {
+        auto const* change = set->find(*deletion.entity, state.key);
+        return change && change->kind == RecordChange::Kind::Insert;
+    });
+    if (isThere || !reader.store()) return isThere;
+    auto const error =
+        reader.store()->rows(*deletion.entity->rootEntity(), {&state.key, 1}, [&](RowRef const&) { isThere = true; });
+    if (error) throw ErrorException(error);
+    return isThere;
 }
 
 void merge(ContextState& context, NSManagedObject& object, RecordChange const& change, Winner winner) {
