@@ -23,8 +23,8 @@ public:
     virtual ~Shown() = default;
     virtual void open() = 0; // until the first rows are painted
     virtual void close() = 0;
-    virtual void import() = 0; // until all rows are in the list
-    virtual void fill() = 0;   // the list has all rows, so that it can be scrolled through
+    virtual void import() = 0; // until they are in the list and in the file
+    virtual void fill() = 0; // the list has all rows, so that it can be scrolled through
     virtual QLineEdit& words() = 0;
     virtual QTreeView& view() = 0;
     virtual void waitForFound() {}
@@ -80,6 +80,10 @@ public:
         view().viewport()->repaint();
     }
     void fill() override {
+        if (view().model()->rowCount() < static_cast<int>(count)) {
+            settle();
+            view().verticalScrollBar()->setValue(view().verticalScrollBar()->maximum());
+        }
         runUntil([&] { return view().model()->rowCount() == static_cast<int>(count); });
     }
     void close() override {
@@ -91,7 +95,7 @@ public:
     }
     void import() override {
         auto const import = notes::Import::start(*store_, count, {[](std::size_t) {}, [](bool) {}});
-        fill();
+        runUntil([&] { return view().model()->rowCount() != 0; });
         bool isStored = false; // the next phase begins with a quiet store
         dispatch_group_notify(store_->saveDispatchGroup(), dispatch_get_main_queue(), [&] { isStored = true; });
         runUntil([&] { return isStored; });
@@ -124,7 +128,10 @@ public:
         while (view().model()->canFetchMore({})) view().model()->fetchMore({});
     }
     void close() override { window_.reset(); }
-    void import() override { QMetaObject::invokeMethod(window_.get(), [this] { window_->import(count); }, Qt::QueuedConnection); }
+    void import() override {
+        QMetaObject::invokeMethod(
+            window_.get(), [this] { window_->import(count); }, Qt::QueuedConnection);
+    }
     QLineEdit& words() override { return window_->words(); }
     QTreeView& view() override { return window_->view(); }
 
@@ -142,12 +149,10 @@ struct Phase {
 Phase const phases[] = {
     {"import of 50,000 with the list open", 8, [](Shown& shown) { return shown.costOf([&] { shown.import(); }); }},
     {"a keystroke in search", 4, [](Shown& shown) { return shown.type("note bridge"); }},
-    {"scrolling through 50,000", 4,
+    {"the whole list, at its first rows' end", 0, [](Shown& shown) { return shown.costOf([&] { shown.fill(); }); }},
+    {"scrolling through 50,000", 4, [](Shown& shown) { return shown.scroll(); }},
+    {"the full store to first rows", 30,
      [](Shown& shown) {
-         shown.fill();
-         return shown.scroll();
-     }},
-    {"the full store to first rows", 30, [](Shown& shown) {
          shown.close();
          return shown.costOf([&] { shown.open(); });
      }},
@@ -172,10 +177,21 @@ int main(int argc, char** argv) {
         theirs.open();
         for (auto const& [row, most, run] : phases) {
             auto const here = run(ours), there = run(theirs);
-            report.add({.group = "an event", .row = row, .unit = "ms", .ours = here.most, .peer = "QSqlTableModel",
-                        .theirs = there.most, .target = most, .bound = Bound::Ours});
-            report.add({.group = "the main thread", .row = row, .unit = "ms", .ours = here.sum, .peer = "QSqlTableModel",
-                        .theirs = there.sum, .target = 0.1});
+            report.add({.group = "an event",
+                        .row = row,
+                        .unit = "ms",
+                        .ours = here.most,
+                        .peer = "QSqlTableModel",
+                        .theirs = there.most,
+                        .target = most,
+                        .bound = Bound::Ours});
+            report.add({.group = "the main thread",
+                        .row = row,
+                        .unit = "ms",
+                        .ours = here.sum,
+                        .peer = "QSqlTableModel",
+                        .theirs = there.sum,
+                        .target = most == 0 ? 0 : 0.1});
         }
         ours.close();
         theirs.close();

@@ -1,6 +1,7 @@
 #include "NoteList.h"
 
 #include <QHeaderView>
+#include <QScrollBar>
 #include <QTimer>
 #include <QVBoxLayout>
 
@@ -20,8 +21,11 @@ NoteList::NoteList(Ref<NSManagedObjectContext> context, std::function<void(Ref<N
     view_.setRootIsDecorated(false);
     view_.setUniformRowHeights(true);
     connect(&words_, &QLineEdit::textChanged, this, [this](QString const& words) { find(words); });
-    show(query().limit(first));
-    QTimer::singleShot(0, this, [this] { fill(); }); // the window stands by then
+    connect(view_.verticalScrollBar(), &QScrollBar::valueChanged, this, [this](int value) {
+        bool const isAtEnd = value == view_.verticalScrollBar()->maximum() && isPart_;
+        if (isAtEnd) QTimer::singleShot(0, this, [this] { showAll(); }); // after what moves the bar
+    });
+    showFirst();
 }
 
 void NoteList::showNotebook(Ref<Notebook> notebook) {
@@ -34,15 +38,24 @@ FetchQuery<Note> NoteList::query() const {
     return notebook_ ? std::move(all).where(Note::notebook == notebook_) : std::move(all);
 }
 
-void NoteList::fill() {
-    if (words_.text().isEmpty()) show(query());
+void NoteList::showFirst() {
+    show(query().limit(first));
+    isPart_ = true;
+}
+
+void NoteList::showAll() {
+    if (!std::exchange(isPart_, false)) return;
+    auto const top = view_.verticalScrollBar()->value();
+    show(query());
+    view_.verticalScrollBar()->setValue(top);
 }
 
 /// The search itself is done beside this thread; each key gives the one before it up.
 void NoteList::find(QString const& words) {
     if (search_) search_->cancel();
     search_ = nullptr;
-    if (words.trimmed().isEmpty()) return fill();
+    isPart_ = false;
+    if (words.trimmed().isEmpty()) return showFirst();
     search_ = query().search(words.toStdString()).limit(first).async([this](FetchedList<Note> found, Ref<NSError> const& error) {
         if (error) return; // given up
         std::vector<Ref<NSManagedObject>> notes(found.begin(), found.end());

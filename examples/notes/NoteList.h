@@ -22,17 +22,19 @@ public:
 
 private:
     Tessarin::FetchQuery<Note> query() const;
-    void fill();
+    void showFirst();
+    void showAll();
     void find(QString const& words);
     void show(Tessarin::FetchQuery<Note> const& query);
 
-    static constexpr std::size_t first = 200; // shown before the rest is read, and what a search shows
+    static constexpr std::size_t first = 200; // shown until somebody scrolls to their end, and what a search shows
 
     Tessarin::Ref<Tessarin::NSManagedObjectContext> const context_;
     std::function<void(Tessarin::Ref<Note>)> const chosen_;
     Tessarin::Ref<Notebook> notebook_;
     Tessarin::Ref<Tessarin::NSAsynchronousFetch> search_;
     std::unique_ptr<Tessarin::QtResultsModel> model_;
+    bool isPart_ = false; // `first` of more
     QLineEdit words_;
     QTreeView view_;
 };

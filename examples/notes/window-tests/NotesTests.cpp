@@ -6,6 +6,7 @@
 
 #include <QApplication>
 #include <QProcess>
+#include <QScrollBar>
 #include <QTest>
 #include <gtest/gtest.h>
 
@@ -86,6 +87,11 @@ protected:
         EXPECT_TRUE(QTest::qWaitFor([&] { return isThere; }, patience));
         return notesctl({"list"});
     }
+    void scrollToEnd() {
+        auto* const bar = part<QTreeView>("notes")->verticalScrollBar();
+        ASSERT_TRUE(soon([&] { return bar->maximum() > 0; }));
+        bar->setValue(bar->maximum());
+    }
     template <class Is> static bool soon(Is is) { return QTest::qWaitFor(is, patience); }
     void import(std::size_t count) {
         bool hasEnded = false;
@@ -146,6 +152,8 @@ TEST_F(NotesWindowTest, ASearchFindsAsYouTypeWhatAnotherProcessFinds) {
     EXPECT_EQ(title(), rows()[3]);
     EXPECT_NE(text().find("note"), std::string::npos);
     words->clear();
+    ASSERT_TRUE(soon([&] { return part<QTreeView>("notes")->model()->rowCount() == 200; }));
+    scrollToEnd();
     EXPECT_TRUE(soon([&] { return part<QTreeView>("notes")->model()->rowCount() == 2000; }));
 }
 
@@ -156,6 +164,7 @@ TEST_F(NotesWindowTest, AnImportIsOneStepAndCanBeCancelled) {
         soon([&] { return !part<QTreeView>("notes")->model()->rowCount() && window->findChild<QProgressBar*>()->isHidden(); }));
     EXPECT_EQ(stored(), Texts());
     import(1200);
+    scrollToEnd();
     ASSERT_TRUE(soon([&] { return part<QTreeView>("notes")->model()->rowCount() == 1200; }));
     press(QKeySequence::Undo);
     EXPECT_TRUE(soon([&] { return part<QTreeView>("notes")->model()->rowCount() == 0; }));
