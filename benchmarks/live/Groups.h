@@ -4,6 +4,7 @@
 namespace Tessarin::benchmarks {
 
 void benchAsynchronousFetch(Report& report);
+void benchUndoing(Report& report);
 void benchLiveLists(Report& report);
 void benchTypedAccess(Report& report);
 

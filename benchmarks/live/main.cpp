@@ -7,5 +7,6 @@ int main(int argc, char** argv) {
     benchTypedAccess(report);
     benchLiveLists(report);
     benchAsynchronousFetch(report);
+    benchUndoing(report);
     return report.finish();
 }
