@@ -107,12 +107,14 @@ TEST_F(History, TellsWhatHappenedToEachRecordAndWhoDidIt) {
     }
     save([] {});
     std::vector<std::string> authors;
+    auto const isTold = dispatch_semaphore_create(0);
     root->fetchHistory({.after = here}, [&](auto transactions, Ref<NSError> const& problem) {
         EXPECT_TRUE(!problem && queueIsHeld(root->queue()));
         for (auto const& each : transactions) authors.push_back(each.author + std::to_string(each.changes.size()));
         root = nullptr;
+        dispatch_semaphore_signal(isTold);
     });
-    EXPECT_TRUE(eventually([&] { return authors.size() == 2; }));
+    ASSERT_EQ(dispatch_semaphore_wait(isTold, dispatch_time(DISPATCH_TIME_NOW, 60 * NSEC_PER_SEC)), 0);
     EXPECT_EQ(fmt::format("{}", fmt::join(authors, " ")), "a1 b1");
 }
 
