@@ -10,7 +10,7 @@ TEST(QueueCheckDeathTest, UseOffTheQueueNamesObjectContextAndQueues) {
     root->setName("import");
     auto const book = inserted(*root, "Book", {{"title", "Emma"}});
     auto const elsewhere = dispatch_queue_create("images", DISPATCH_QUEUE_SERIAL);
-    auto const off = [&](FunctionRef<void()> use) {
+    auto const off = [&](std::function<void()> const& use) {
         setChecksQueues(true);
         dispatch_sync(elsewhere, use);
         _exit(0);
@@ -21,7 +21,7 @@ TEST(QueueCheckDeathTest, UseOffTheQueueNamesObjectContextAndQueues) {
                "the queue \"images\"\\. Use it in performBlock or performBlockAndWait of that context\\.\n$";
     };
     struct {
-        FunctionRef<void()> use;
+        std::function<void()> use;
         char const* what;
     } const cases[] = {
         {[&] { book->valueForKey("title"); }, "the object Book t[0-9]+"},
