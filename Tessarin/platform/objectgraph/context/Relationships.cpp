@@ -217,21 +217,26 @@ bool hasMember(NSManagedObject& owner, NSRelationshipDescription const& relation
     return loadedMembers(owner, relationship).members.contains(member.recordKey());
 }
 
+/// Within a merge: nothing is read for it, and it is nobody's step.
 void keepLinkUnsaved(ContextState& context, NSManagedObject& object, NSRelationshipDescription const& relationship) {
     auto const* inverse = relationship.inverseRelationship();
-    auto const destination = referenceOf(object, relationship);
-    if (destination == 0 || !inverse || !inverse->isToMany() || !relationship.isReciprocal()) return;
+    if (!inverse || !inverse->isToMany() || !relationship.isReciprocal()) return;
+    auto& state = GraphAccess::state(object);
+    updateKeys(state);
+    auto const* value = state.extras ? state.extras->value(relationship.index()) : nullptr;
+    auto const destination = value ? value->integer() : readReferenceOf(state, relationship);
+    if (destination == 0) return;
     auto const owner = objectWithKey(context, *relationship.destinationEntity(), destination);
-    auto const& state = GraphAccess::state(*owner);
-    if (state.has(ObjectState::Deleted) || state.has(ObjectState::Gone)) return;
-    auto& extras = GraphAccess::state(object).more();
-    if (!extras.value(relationship.index()))
-        extras.values.emplace_back(static_cast<std::uint32_t>(relationship.index()), destination);
+    if (GraphAccess::state(*owner).has(ObjectState::Deleted) || GraphAccess::state(*owner).has(ObjectState::Gone)) return;
+    if (!value) state.more().values.emplace_back(static_cast<std::uint32_t>(relationship.index()), destination);
     auto& members = toManyOf(*owner, *inverse);
-    if (members.added.contains(object.recordKey())) return;
-    members.removed.remove(object.recordKey());
-    if (members.isLoaded) members.members.remove(object.recordKey());
-    addMember(*owner, *inverse, object.recordKey());
+    if (members.added.contains(state.key)) return;
+    members.removed.remove(state.key);
+    members.added.append(state.key);
+    members.holdsTemporaries = members.holdsTemporaries || state.key < 0;
+    members.isLoaded = false;
+    noteUnshownLink(*owner, *inverse, state.key, true);
+    markChanged(*owner, changeOf(*owner));
 }
 
 void letGoAtOtherEnd(NSManagedObject& object, NSRelationshipDescription const& relationship, NSManagedObject& other) {

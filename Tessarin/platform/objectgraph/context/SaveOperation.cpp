@@ -228,6 +228,7 @@ void SaveOperation::setAside() {
 void SaveOperation::settleObjects() {
     auto const changed = std::exchange(context_.changed, {});
     bool const isAsPacked = !own_ || handed_.back() == own_;
+    std::vector<Ref<NSManagedObject>> asTheyWere;
     for (std::size_t at = 0; at < changed.size(); ++at) {
         auto& object = *changed[at];
         if (auto const* correction = corrections_ ? corrections_->find(object.entity(), object.recordKey()) : nullptr) {
@@ -236,10 +237,10 @@ void SaveOperation::settleObjects() {
         }
         auto const* change = isAsPacked ? nullptr : handed_.back()->find(object.entity(), object.recordKey());
         auto const row = change ? change->after : isAsPacked && own_ ? packer_.rows()[at] : nullptr;
-        bool const isAsItWas = wasSetToWhatItWas(object, row);
+        if (wasSetToWhatItWas(object, row)) asTheyWere.push_back(changed[at]);
         settle(object, row);
-        if (isAsItWas) showWhatOthersMade(object);
     }
+    showWhatOthersMade(asTheyWere);
     context_.link->forgetAliases();
 }
 
@@ -259,15 +260,22 @@ bool SaveOperation::wasSetToWhatItWas(NSManagedObject& object, RowRef const& row
     return !own || !own->changesRow();
 }
 
-/// Values that were set to what they had been kept from view what others have stored since.
-void SaveOperation::showWhatOthersMade(NSManagedObject& object) {
-    auto& state = GraphAccess::state(object);
-    auto row = RecordReader(context_).row(object.entity(), state.key, true);
-    if (row == state.row) return;
-    context_.feed.note(context_, object);
-    if (!row) return noteGone(context_, object);
-    state.row = std::move(row);
-}
+/// Values that were set to what they had been kept from view what others have stored since. The save has succeeded by now: what
+/// cannot be read is shown as it was.
+void SaveOperation::showWhatOthersMade(std::span<Ref<NSManagedObject> const> objects) try {
+    if (objects.empty()) return;
+    RecordReader const reader(context_);
+    for (auto const& object : objects) {
+        auto& state = GraphAccess::state(*object);
+        auto row = reader.row(object->entity(), state.key);
+        if (row == state.row) continue;
+        context_.feed.note(context_, *object);
+        if (row)
+            state.row = std::move(row);
+        else
+            noteGone(context_, *object);
+    }
+} catch (ErrorException const&) {}
 
 void SaveOperation::settle(NSManagedObject& object, RowRef const& row) {
     auto& state = GraphAccess::state(object);

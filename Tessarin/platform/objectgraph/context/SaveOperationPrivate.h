@@ -36,7 +36,7 @@ private:
     void settleObjects();
     void settle(NSManagedObject& object, RowRef const& row);
     bool wasSetToWhatItWas(NSManagedObject& object, RowRef const& row) const;
-    void showWhatOthersMade(NSManagedObject& object);
+    void showWhatOthersMade(std::span<Ref<NSManagedObject> const> objects);
     void correct(NSManagedObject& object, RecordChange const& correction);
 
     NSManagedObjectContext& owner_;
