@@ -6,6 +6,7 @@
 #include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
 #include "Tessarin/platform/objectgraph/context/OthersMergingPrivate.h"
 #include "Tessarin/platform/objectgraph/context/RecordReaderPrivate.h"
+#include "Tessarin/platform/objectgraph/context/RefreshingPrivate.h"
 #include "Tessarin/platform/objectgraph/context/RelationshipsPrivate.h"
 #include "Tessarin/platform/objectgraph/context/SaveOperationPrivate.h"
 #include "Tessarin/platform/objectgraph/context/QueueRequirementPrivate.h"
@@ -209,32 +210,26 @@ void NSManagedObjectContext::refreshObject(NSManagedObject& object, bool mergeCh
     auto& state = GraphAccess::state(object);
     if (state.link() != state_->link.get() || state.has(ObjectState::Inserted))
         return; // what was never saved cannot be read again
-    noteNews(*state_, object, ContextNews::Refreshed);
-    if (!mergeChanges) {
-        undoLinks(*state_, object);
-        unmarkChanged(*state_, object);
-        state.flags = ObjectState::Fault | (state.flags & ObjectState::Unshown);
-        if (state.extras) {
-            if (!state.extras->toMany.empty()) state_->mustShowAnew = true;
-            state.extras->values.clear();
-            state.extras->toMany.clear();
-        }
-        state.row = {};
-        state.batch = state_->link->lone();
-        return;
+    if (mergeChanges) {
+        auto const living = object.self<NSManagedObject>();
+        return refreshObjects(*state_, {&living, 1});
     }
-    auto row = RecordReader(*state_).row(object.entity(), state.key, true);
-    if (!row) return noteGone(*state_, object);
-    state.row = std::move(row);
-    state.clear(ObjectState::Gone);
-    state_->values.note(object);
-    if (!state.extras) return;
-    for (auto& toMany : state.extras->toMany) toMany.isLoaded = false;
+    noteNews(*state_, object, ContextNews::Refreshed);
+    undoLinks(*state_, object);
+    unmarkChanged(*state_, object);
+    state.flags = ObjectState::Fault | (state.flags & ObjectState::Unshown);
+    if (state.extras) {
+        if (!state.extras->toMany.empty()) state_->mustShowAnew = true;
+        state.extras->values.clear();
+        state.extras->toMany.clear();
+    }
+    state.row = {};
+    state.batch = state_->link->lone();
 }
 
 void NSManagedObjectContext::refreshAllObjects() {
     requireQueue(*this, "refreshAllObjects");
-    for (auto const& object : registeredObjects()) refreshObject(*object, true);
+    refreshObjects(*state_, registeredObjects());
 }
 
 void NSManagedObjectContext::rollback() {

@@ -1,6 +1,7 @@
 #include "Tessarin/platform/objectgraph/context/OthersMergingPrivate.h"
 
 #include "Tessarin/platform/objectgraph/context/MergingPrivate.h"
+#include "Tessarin/platform/objectgraph/context/RefreshingPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
 #include "Tessarin/platform/queues/Dispatch.h"
 
@@ -11,8 +12,10 @@ namespace {
 void refreshEverything(NSManagedObjectContext& context) {
     auto& state = GraphAccess::state(context);
     state.feed.noteEverything(state);
-    for (auto const& object : context.registeredObjects())
-        if (!GraphAccess::state(*object).has(ObjectState::Changed) && !object->isFault()) context.refreshObject(*object, true);
+    auto objects = context.registeredObjects();
+    std::erase_if(objects,
+                  [](auto const& object) { return GraphAccess::state(*object).has(ObjectState::Changed) || object->isFault(); });
+    refreshObjects(state, objects);
     for (auto const& child : state.published.readers()) child->performBlock([child] { refreshEverything(*child); });
 }
 

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <iterator>
+#include <map>
+#include <utility>
 
 namespace Tessarin {
 namespace {
@@ -37,14 +39,17 @@ void join(UndoStep& step, UndoStep more) {
     append(step.members, more.members);
     append(step.insertions, more.insertions);
     append(step.deletions, more.deletions);
+    if (more.orders.empty()) return;
+    using Place = std::pair<RecordKey, NSRelationshipDescription const*>;
+    std::map<Place, std::size_t> known;
+    for (std::size_t at = 0; at < step.orders.size(); ++at)
+        known.emplace(Place(step.orders[at].owner.key, step.orders[at].relationship), at);
     for (auto& order : more.orders) {
-        auto const known = std::ranges::find_if(step.orders, [&](UndoStep::OrderChange const& each) {
-            return each.owner.key == order.owner.key && each.relationship == order.relationship;
-        });
-        if (known == step.orders.end())
+        auto const [place, isNew] = known.try_emplace({order.owner.key, order.relationship}, step.orders.size());
+        if (isNew)
             step.orders.push_back(std::move(order));
         else
-            known->now = std::move(order.now);
+            step.orders[place->second].now = std::move(order.now);
     }
 }
 
