@@ -5,7 +5,8 @@ target_compile_options(tessarin_warnings INTERFACE -Wall -Wextra -Wpedantic -Wer
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   target_compile_options(tessarin_warnings INTERFACE -Wshadow=local) # plain -Wshadow warns of scoped enumerators, too
   # g++ 12 reports these from inside its own inlined library code.
-  target_compile_options(tessarin_warnings INTERFACE -Wno-maybe-uninitialized -Wno-stringop-overflow -Wno-array-bounds -Wno-restrict -Wno-dangling-pointer)
+  target_compile_options(tessarin_warnings INTERFACE -Wno-maybe-uninitialized -Wno-stringop-overflow -Wno-stringop-overread
+    -Wno-array-bounds -Wno-restrict -Wno-dangling-pointer)
 endif()
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   # A class whose initialiser takes arguments hides NSObject's plain one on purpose.
