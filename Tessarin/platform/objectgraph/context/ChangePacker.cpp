@@ -129,7 +129,7 @@ RowRef ChangePacker::packedRow(NSManagedObject& object, RowRef const& basis) {
             differs = true;
         }
     if (!differs) return basis;
-    auto row = builder_.finish(isNew ? &blocks_ : nullptr);
+    auto row = purpose_ == Purpose::Show && !isNew ? builder_.finishOn(basis) : builder_.finish(isNew ? &blocks_ : nullptr);
     if (isNew) return row;
     for (std::size_t cell = 0; cell < state.layout->cells().size(); ++cell)
         if (!row->cellEquals(cell, *basis)) return row;

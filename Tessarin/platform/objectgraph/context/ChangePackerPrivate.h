@@ -8,7 +8,8 @@ namespace Tessarin {
 /// Packs what changed in a context into one immutable set, without changing anything. On the context's queue.
 class ChangePacker {
 public:
-    explicit ChangePacker(ContextState& context) : context_(context) {}
+    enum class Purpose { Save, Show };
+    explicit ChangePacker(ContextState& context, Purpose purpose = Purpose::Save) : context_(context), purpose_(purpose) {}
 
     /// Null when nothing differs from what was read.
     Ref<ChangeSet const> pack();
@@ -35,6 +36,7 @@ private:
     bool isAncestors(RecordKey key) const;
 
     ContextState& context_;
+    Purpose const purpose_;
     mutable std::unique_ptr<RecordReader> above_; // made when first needed
     RowBuilder builder_;
     RowBlockWriter blocks_;

@@ -38,8 +38,8 @@ void mergeDeletion(ContextState& context, NSManagedObject& object, Winner winner
     // them without a word.
     bool const hasValues = state.has(ObjectState::Inserted) || (state.extras && !state.extras->values.empty());
     if (state.has(ObjectState::Changed) && hasValues && winner != Winner::Incoming && !state.has(ObjectState::Deleted)) {
-        if (state.extras) // its stored links are gone with the record
-            for (auto const& toMany : state.extras->toMany) forgetMembers(state, toMany.property);
+        for (auto const& toMany : state.more().toMany) forgetMembers(state, toMany.property); // gone with the record
+        state.extras->isRecordGone = true;
         for (auto const* relationship : object.entity().relationships())
             if (!relationship->isToMany()) keepLinkUnsaved(context, object, *relationship);
         return;
@@ -78,10 +78,7 @@ RowRef rowAfter(ContextState& context, ObjectState const& state, RecordChange co
         auto row = RecordReader(context).row(*change.entity, state.key);
         return row ? row : change.after;
     }
-    if (current == change.before) return change.after;
-    bool const mayBeLater = !change.before || current->version() >= change.after->version();
-    if (!mayBeLater) return mergedRow(*change.before, *change.after, *current);
-    if (current == change.after) return current;
+    if (current == change.before || current == change.after) return change.after;
     auto row = RecordReader(context).row(*change.entity, state.key);
     return row ? row : current;
 }
@@ -133,7 +130,7 @@ void giveWay(ContextState& context, NSManagedObject& object, RecordChange const&
 
 void takeRow(ContextState& context, NSManagedObject& object, RecordChange const& change, Winner winner) {
     auto& state = GraphAccess::state(object);
-    if (!change.after) return;
+    if (!change.after || !change.changesRow()) return; // the row that its links were changed on is another change's to bring
     if (state.has(ObjectState::Inserted)) {
         takeValues(state, change);
         return context.values.note(object);
@@ -144,6 +141,7 @@ void takeRow(ContextState& context, NSManagedObject& object, RecordChange const&
     if (winner == Winner::UnsavedUntilSaved && changesBeneath(state, *row)) return;
     auto const before = std::exchange(state.row, std::move(row));
     state.clear(ObjectState::Gone);
+    if (state.extras) state.extras->isRecordGone = false;
     if (winner == Winner::Incoming && state.extras && change.before) giveWay(context, object, change);
     lookAgainWhereMoved(context, object, before);
 }
@@ -151,7 +149,7 @@ void takeRow(ContextState& context, NSManagedObject& object, RecordChange const&
 /// A deletion that comes late: what was deleted is there again, above the version that went. A change that waits here to be saved
 /// does not bring it back, only an insertion does.
 bool isThereAgain(ContextState& context, ObjectState const& state, RecordChange const& deletion) {
-    if (!deletion.before || !state.row || state.row->version() <= deletion.before->version()) return false;
+    if (!deletion.before || !state.row || state.row->savedVersion() <= deletion.before->savedVersion()) return false;
     RecordReader const reader(context);
     if (!reader.row(*deletion.entity, state.key)) return false;
     bool isThere = std::ranges::any_of(reader.sets(), [&](auto const& set) {

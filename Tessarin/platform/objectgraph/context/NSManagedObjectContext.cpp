@@ -236,14 +236,14 @@ void NSManagedObjectContext::rollback() {
     requireQueue(*this, "rollback");
     for (auto const& object : std::exchange(state_->changed, {})) {
         auto& state = GraphAccess::state(*object);
-        auto const wasInserted = state.has(ObjectState::Inserted);
-        noteNews(*state_, *object, wasInserted ? ContextNews::Deleted : ContextNews::Refreshed);
+        auto const leaves = state.has(ObjectState::Inserted) || (state.extras && state.extras->isRecordGone);
+        noteNews(*state_, *object, leaves ? ContextNews::Deleted : ContextNews::Refreshed);
         state.flags &= ObjectState::Unshown;
         if (state.extras) {
             state.extras->values.clear();
             state.extras->toMany.clear();
         }
-        if (!wasInserted) {
+        if (!leaves) {
             if (!state.row) state.set(ObjectState::Fault);
             continue;
         }

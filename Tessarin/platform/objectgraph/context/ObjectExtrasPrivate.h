@@ -33,6 +33,7 @@ struct ObjectExtras {
     Values values; // by property: unsaved attributes, and to-ones as keys (0: none)
     std::vector<ToManyState> toMany;
     Ref<NSManagedObjectID> id;
+    bool isRecordGone = false;  // somebody else deleted it, while there were unsaved values here
     std::uint32_t keysAsOf = 0; // the count of the link's changes of keys when values and relationships were last looked through
 
     // An import makes them by the ten thousand, and one save releases them all.

@@ -27,10 +27,17 @@ void requireSameEntity(ObjectState const& state, Row const& row) {
     if (&row.entity() != &state.layout->entity()) throwDamaged(row.entity(), state.layout->entity(), row.key());
 }
 
+/// Whether a row that was just read is newer than what an object shows. What a parent has not saved may have changed meanwhile,
+/// or be gone, and no version tells.
+bool isNewer(Row const& read, Row const& shown) {
+    if (!read.basis() && !shown.basis()) return read.version() > shown.version();
+    return &read != &shown && read.savedVersion() >= shown.savedVersion();
+}
+
 /// Takes a row over when it is newer than what an unchanged object shows.
 void takeRow(ObjectState& state, RowRef row) {
     requireSameEntity(state, *row);
-    if (state.has(ObjectState::Changed) || (state.row && state.row->version() >= row->version())) return;
+    if (state.has(ObjectState::Changed) || (state.row && !isNewer(*row, *state.row))) return;
     state.row = std::move(row);
     state.clear(ObjectState::Gone);
 }

@@ -14,7 +14,7 @@ RowRef rowAfter(RecordChange const& change, RowRef const& current, bool isUnsave
     if (!change.after || !current || current == change.before) return change.after ? change.after : current;
     if (current == change.after) return current;
     if (!change.before) return isUnsaved ? current : change.after;
-    return isUnsaved ? mergedRow(*change.before, *current, *change.after) : mergedRow(*change.before, *change.after, *current);
+    return isUnsaved ? shownRow(*change.before, *change.after, current) : mergedRow(*change.before, *change.after, *current);
 }
 
 struct Level {

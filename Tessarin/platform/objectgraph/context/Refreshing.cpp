@@ -23,6 +23,7 @@ void show(ContextState& context, NSManagedObject& object, RowRef row) {
     state.clear(ObjectState::Gone);
     context.values.note(object);
     if (!state.extras) return;
+    state.extras->isRecordGone = false;
     for (auto& toMany : state.extras->toMany) toMany.isLoaded = false;
 }
 

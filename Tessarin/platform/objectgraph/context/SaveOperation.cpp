@@ -289,6 +289,7 @@ void SaveOperation::settle(NSManagedObject& object, RowRef const& row) {
     if (row) state.row = row;
     if (row) state.clear(ObjectState::Gone);
     if (!state.extras) return;
+    state.extras->isRecordGone = false;
     std::erase_if(state.extras->values, [&](auto const& entry) { return !isTransient(object, entry.first); });
     for (auto& toMany : state.extras->toMany) {
         toMany.isReordered = false;

@@ -32,7 +32,7 @@ RelationshipChange packed(std::span<Unshown::Link const* const> links, NSRelatio
 
 class Showing {
 public:
-    explicit Showing(ContextState& context) : context_(context), packer_(context), shown_(*context.published.unsaved()) {}
+    explicit Showing(ContextState& context) : context_(context), packer_(context, ChangePacker::Purpose::Show), shown_(*context.published.unsaved()) {}
 
     /// False where what is shown cannot be kept.
     bool add(Unshown const& unshown) {
@@ -99,7 +99,7 @@ private:
 };
 
 void showAll(ContextState& context) {
-    auto const all = ChangePacker(context).pack();
+    auto const all = ChangePacker(context, ChangePacker::Purpose::Show).pack();
     context.published.setUnsaved(all ? ChangeSets{all} : ChangeSets());
     for (auto const& object : context.changed)
         if (object->recordKey() < 0) GraphAccess::state(*object).set(ObjectState::Published);

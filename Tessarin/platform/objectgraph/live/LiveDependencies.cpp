@@ -54,6 +54,17 @@ std::vector<RecordKey> keysBehind(Objects const& objects, NSRelationshipDescript
     return keys;
 }
 
+/// The records that still lead to those that are gone as they wait to be saved: others let them go in the file alone.
+void addWaitingFor(ChangeSets const& sets, NSRelationshipDescription const& link, KeySet const& gone,
+                   std::vector<RecordKey>& keys) {
+    for (auto const& set : sets)
+        for (auto const& change : set->changesOf(*link.entity()->rootEntity())) {
+            if (!change.after || !change.changesRow() || !change.entity->isKindOf(link.entity())) continue;
+            auto const& place = change.after->placeOfProperty(link.index());
+            if (place.type == CellType::Reference && gone.contains(change.after->integer(place))) keys.push_back(change.key);
+        }
+}
+
 /// Whoever was linked with records that are gone, and has not been told: who deleted them did not know of the links.
 std::vector<RecordKey> keysBehindGone(ContextState& context, std::span<RecordChange const* const> gone,
                                       NSRelationshipDescription const& link) {
@@ -61,12 +72,14 @@ std::vector<RecordKey> keysBehindGone(ContextState& context, std::span<RecordCha
     auto const& inverse = *link.inverseRelationship();
     std::vector<RecordKey> keys;
     KeySet goneKeys;
+    RecordReader const reader(context);
     for (auto const* change : gone) {
         goneKeys.add(change->key);
         if (!inverse.isToMany()) continue;
-        auto const members = RecordReader(context).members(inverse, *change->entity, change->key);
+        auto const members = reader.members(inverse, *change->entity, change->key);
         keys.insert(keys.end(), members.begin(), members.end());
     }
+    if (!link.isToMany()) addWaitingFor(reader.sets(), link, goneKeys, keys);
     auto const led = [&](NSManagedObject& object) {
         if (!link.isToMany()) return goneKeys.contains(referenceOf(object, link));
         auto const& extras = GraphAccess::state(object).extras;

@@ -63,6 +63,12 @@ public:
     Value value(std::size_t cell) const;
     bool cellEquals(std::size_t cell, Row const& other) const noexcept;
 
+    /// Of a row that shows what a context has not saved: the row beneath, which levels further up may show in the same way. Its
+    /// version is one that others may give to something else. Null for a row that was saved, or is on its way.
+    inline RowRef const* basis() const noexcept;
+    /// The version of `savedRowOf` it.
+    inline std::uint32_t savedVersion() const noexcept;
+
 private:
     friend class RowBlockWriter;
     friend class RowCache;
@@ -95,6 +101,7 @@ struct TESSARIN_API RowBlock {
 
     std::atomic<std::uint32_t> references; // to any of its rows
     std::atomic<bool> isCached{false};     // the cache knows some of its rows
+    bool hasBasis = false;                 // its only row has one, which stands at the end
     std::uint16_t rowCount = 0;            // how many stand in it
     std::uint32_t used = 0;
     std::uint32_t capacity;
@@ -107,6 +114,7 @@ struct TESSARIN_API RowBlock {
     Row* after(Row& row) noexcept {
         return row.next_ ? reinterpret_cast<Row*>(reinterpret_cast<char*>(this) + row.next_ * std::uint32_t{8}) : nullptr;
     }
+    RowRef* basis() noexcept { return reinterpret_cast<RowRef*>(reinterpret_cast<char*>(this) + capacity - step); }
     static RowBlock* make(std::size_t capacity, std::uint32_t references);
     void retain(std::uint32_t count = 1) noexcept { references.fetch_add(count, std::memory_order_relaxed); }
     void release(std::uint32_t count = 1) noexcept {
@@ -160,6 +168,18 @@ public:
 private:
     Row* row_ = nullptr;
 };
+
+RowRef const* Row::basis() const noexcept { return block().hasBasis ? block().basis() : nullptr; }
+/// The row itself, or what was saved at the bottom of what is shown.
+inline RowRef const& savedRowOf(RowRef const& row) noexcept {
+    auto const* bottom = &row;
+    while (auto const* basis = (*bottom)->basis()) bottom = basis;
+    return *bottom;
+}
+std::uint32_t Row::savedVersion() const noexcept {
+    auto const* bottom = basis();
+    return bottom ? savedRowOf(*bottom)->version() : version();
+}
 
 /// Keys are unique in a store. In a damaged one two records may share one, or a link may lead to a record of another entity:
 /// throws an ErrorException that says so.

@@ -24,6 +24,7 @@ bool RowBlock::retainIfAlive() noexcept {
 
 void RowBlock::destroy() noexcept {
     if (isCached.load(std::memory_order_relaxed)) first()->layout().space().cache().drop(*this);
+    if (hasBasis) basis()->~RowRef();
     capacity == most ? PagePool::give(this) : ::operator delete(this);
 }
 

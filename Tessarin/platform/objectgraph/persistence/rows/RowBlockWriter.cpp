@@ -41,14 +41,17 @@ void RowBlockWriter::close() noexcept {
     last_ = nullptr;
 }
 
-RowRef RowBlockWriter::alone(RowLayout const& layout, RecordKey key, std::uint32_t version, bool isWide, std::size_t size) {
+RowRef RowBlockWriter::alone(RowLayout const& layout, RecordKey key, std::uint32_t version, bool isWide, std::size_t size,
+                              RowRef basis) {
     if (size > UINT32_MAX - sizeof(RowBlock)) throw std::bad_alloc(); // offsets within a row have 32 bits
-    auto capacity = sizeof(RowBlock) + rounded(size);
+    auto capacity = sizeof(RowBlock) + rounded(size) + (basis ? RowBlock::step : 0);
     if (capacity == RowBlock::most) capacity += RowBlock::step; // no whole page: its rows stand elsewhere
     auto* const block = RowBlock::make(capacity, 1);
     auto* const row = ::new (block->first()) Row(layout, key, version, isWide);
     row->place_ = static_cast<std::uint16_t>(block->begin());
     block->rowCount = 1;
+    block->hasBasis = bool(basis);
+    if (basis) ::new (block->basis()) RowRef(std::move(basis));
     return RowRef::adopt(row);
 }
 

@@ -26,8 +26,9 @@ public:
     void close() noexcept;
 
     static constexpr std::size_t longest = RowBlock::most / 4;
-    /// A row in a block of its own, header written, the rest up to the caller.
-    static RowRef alone(RowLayout const& layout, RecordKey key, std::uint32_t version, bool isWide, std::size_t size);
+    /// A row in a block of its own, perhaps on top of another one, header written, the rest up to the caller.
+    static RowRef alone(RowLayout const& layout, RecordKey key, std::uint32_t version, bool isWide, std::size_t size,
+                        RowRef basis = nullptr);
 
 private:
     RowBlock* block_ = nullptr; // the open one

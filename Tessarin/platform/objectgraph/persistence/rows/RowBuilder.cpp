@@ -111,14 +111,17 @@ RowBuilder::Content RowBuilder::measured() const noexcept {
 
 RowRef RowBuilder::finish(RowBlockWriter* blocks) {
     auto const content = measured();
-    auto const size = layout_->packing(content.isWide).heap + content.heap;
-    if (!blocks || content.isWide || size > RowBlockWriter::longest) {
-        auto row = RowBlockWriter::alone(*layout_, key_, version_, content.isWide, size);
-        write(reinterpret_cast<char*>(const_cast<Row*>(row.get())), content.isWide);
-        return row;
-    }
-    write(blocks->room(size).row, false);
-    return blocks->commit(*layout_, key_, version_, size);
+    if (!blocks || content.isWide || sizeOf(content) > RowBlockWriter::longest) return alone(content, nullptr);
+    write(blocks->room(sizeOf(content)).row, false);
+    return blocks->commit(*layout_, key_, version_, sizeOf(content));
+}
+
+RowRef RowBuilder::finishOn(RowRef basis) { return alone(measured(), std::move(basis)); }
+
+RowRef RowBuilder::alone(Content const& content, RowRef basis) const {
+    auto row = RowBlockWriter::alone(*layout_, key_, version_, content.isWide, sizeOf(content), std::move(basis));
+    write(reinterpret_cast<char*>(const_cast<Row*>(row.get())), content.isWide);
+    return row;
 }
 
 /// Everything behind the header.
@@ -142,12 +145,26 @@ void RowBuilder::write(char* row, bool isWide) const noexcept {
     }
 }
 
-RowRef mergedRow(Row const& base, Row const& mine, Row const& theirs) {
-    RowBuilder builder;
+namespace {
+
+void merge(RowBuilder& builder, Row const& base, Row const& mine, Row const& theirs) {
     builder.begin(theirs, std::max(mine.version(), theirs.version() + 1));
     for (std::size_t cell = 0; cell < base.layout().cells().size(); ++cell)
         if (!mine.cellEquals(cell, base)) builder.setCell(cell, mine);
+}
+
+} // namespace
+
+RowRef mergedRow(Row const& base, Row const& mine, Row const& theirs) {
+    RowBuilder builder;
+    merge(builder, base, mine, theirs);
     return builder.finish();
+}
+
+RowRef shownRow(Row const& base, Row const& unsaved, RowRef const& saved) {
+    RowBuilder builder;
+    merge(builder, base, *saved, unsaved);
+    return builder.finishOn(saved);
 }
 
 } // namespace Tessarin

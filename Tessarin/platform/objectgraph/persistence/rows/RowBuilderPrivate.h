@@ -37,6 +37,8 @@ public:
 
     /// With `blocks`, the row shares a block with others; else it stands alone.
     RowRef finish(RowBlockWriter* blocks = nullptr);
+    /// A row that shows what is not saved, on top of another one.
+    RowRef finishOn(RowRef basis);
 
 private:
     struct Content { // of the row that is being made
@@ -44,6 +46,8 @@ private:
         std::size_t heap = 0;
     };
     Content measured() const noexcept;
+    std::size_t sizeOf(Content const& content) const noexcept { return layout_->packing(content.isWide).heap + content.heap; }
+    RowRef alone(Content const& content, RowRef basis) const;
     void write(char* row, bool isWide) const noexcept;
     bool isThere(std::size_t cell) const noexcept { return (presence_[cell / 64] >> (cell % 64)) & 1; }
     void put(std::size_t cell, std::uint64_t bits) noexcept {
@@ -63,5 +67,7 @@ private:
 
 /// `mine` was made from `base`; gives `mine`'s changes against `base` applied to `theirs`, with a version above both.
 TESSARIN_API RowRef mergedRow(Row const& base, Row const& mine, Row const& theirs);
+/// `unsaved` was made from `base`, and so was `saved`, whose changes count more: a row that shows both, on top of `saved`.
+TESSARIN_API RowRef shownRow(Row const& base, Row const& unsaved, RowRef const& saved);
 
 } // namespace Tessarin

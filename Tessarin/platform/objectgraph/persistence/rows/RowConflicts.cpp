@@ -109,17 +109,25 @@ private:
             if (chain.isBroken || (isNew && stored)) rewrite(chain, stored, chain.on(chain.base()));
             return;
         }
-        if (stored && stored->version() <= chain.base()->version()) {
-            if (chain.isBroken || stored->version() < chain.base()->version()) rewrite(chain, stored, chain.on(stored));
+        if (stored && isAsSeen(*chain.base(), *stored)) {
+            if (chain.isBroken || stored->version() != chain.base()->version() || chain.base()->basis())
+                rewrite(chain, stored, chain.on(stored));
             return;
         }
-        if (stored && differsByCutLinks(*chain.base(), *stored)) return rewrite(chain, stored, chain.on(stored));
-        auto wanted = chain.on(chain.base());
+        auto const base = savedRowOf(chain.base()); // what others have not saved is no part of the conflict
+        if (stored && differsByCutLinks(*base, *stored)) return rewrite(chain, stored, chain.on(stored));
+        auto wanted = chain.on(base);
         bool const isGoneOnBothSides = !stored && !wanted;
         bool const wasNeverSaved = !stored && chain.base()->key() < 0;
         if (wasNeverSaved && wanted && taker_ == SetTaker::Store) return rewrite(chain, nullptr, nullptr);
         if (isGoneOnBothSides || wasNeverSaved) return;
-        conflicts_.push_back({first.entity, first.key, chain.base(), std::move(wanted), stored, stored});
+        conflicts_.push_back({first.entity, first.key, base, std::move(wanted), stored, stored});
+    }
+
+    /// Whether nobody has changed a record since it was read: also where it was shown as others had not saved it yet, and they
+    /// have saved just that.
+    static bool isAsSeen(Row const& base, Row const& stored) {
+        return stored.version() <= base.savedVersion() || (base.basis() && isSame(base, stored));
     }
 
     /// Whether all that happened to a record is that records which it led to are gone: that is nobody's change of it.

@@ -1,0 +1,129 @@
+// Changes that wait at a level while others save the same records: they neither hide those silently, nor bring back what is gone.
+#include "Library.h"
+#include "Tessarin/platform/objectgraph/live/LiveList.h"
+
+namespace Tessarin::tests {
+namespace {
+
+class WaitingChanges : public LibraryTest {
+protected:
+    WaitingChanges() {
+        for (auto const& context : {root, main, worker}) context->setMergePolicy(NSMergeByPropertyStoreTrumpMergePolicy());
+    }
+    Ref<NSManagedObject> bookIn(Ref<NSManagedObjectContext> const& context) {
+        return context->objectWithID(*book->objectID());
+    }
+    /// What a context of its own reads in the file.
+    std::string stored() {
+        auto const reader = library.worker();
+        auto const read = fetched(*reader, "Book");
+        return read.size() != 1 ? std::to_string(read.size()) + " books"
+                                : shown(*read[0], "title").description() + " " + shown(*read[0], "year").description();
+    }
+
+    Ref<NSManagedObjectContext> const main = library.worker(), worker = childOf(main);
+    Ref<NSManagedObject> const author = inserted(*root, "Author", {{"name", "Ann"}});
+    Ref<NSManagedObject> const book = inserted(*root, "Book", {{"title", "A"}, {"year", 1}, {"author", Value(author)}});
+    bool const isSaved = root->save(error);
+    std::shared_ptr<void> const merging = listening(root, NSManagedObjectContextDidSaveNotification, [this](auto const& note) {
+        main->performBlockAndWait([&] { main->mergeChangesFromContextDidSaveNotification(*note); });
+    });
+};
+INSTANTIATE_TEST_SUITE_P(Stores, WaitingChanges, bothStores, storeName);
+
+} // namespace
+
+TEST_P(WaitingChanges, AreMadeOnWhatWasSavedThoughAParentShowedWhatItHadNotSaved) {
+    change(*bookIn(main), "unsaved", "title"); // shown as the version that the next save will have
+    auto const mine = bookIn(worker);
+    ASSERT_EQ(shown(*mine, "title"), Value("unsaved"));
+    change(*mine, "mine", "title");
+    change(*book, 2, "year");
+    ASSERT_TRUE(saves(*root));
+    for (auto const& context : {worker, main, root}) ASSERT_TRUE(saves(*context));
+    EXPECT_EQ(stored(), "mine 2");
+    EXPECT_EQ(shown(*mine, "year"), Value(2));
+}
+
+TEST_P(WaitingChanges, MadeOnWhatAParentHasSavedSinceAreNoConflict) {
+    worker->setMergePolicy(nullptr);
+    change(*bookIn(main), "unsaved", "title");
+    change(*bookIn(worker), 2, "year");
+    ASSERT_TRUE(saves(*main));
+    EXPECT_EQ(codeOfSave(*worker), 0);
+    for (auto const& context : {main, root}) ASSERT_TRUE(saves(*context));
+    EXPECT_EQ(stored(), "unsaved 2");
+}
+
+TEST_P(WaitingChanges, ThatAParentTakesBackAreReadNoMore) {
+    change(*bookIn(main), "unsaved", "title");
+    auto const seen = fetched(*worker, "Book");
+    ASSERT_EQ(listed(seen, "title"), "unsaved");
+    main->performBlockAndWait([&] { main->rollback(); });
+    EXPECT_EQ(listed(fetched(*worker, "Book"), "title"), "A");
+}
+
+TEST_P(WaitingChanges, ShowObjectsAsFetchesFindThem) {
+    change(*bookIn(worker), "mine", "title");
+    ASSERT_TRUE(saves(*worker));
+    auto const seen = bookIn(main);
+    for (int year : {2, 3}) {
+        change(*book, year, "year");
+        ASSERT_TRUE(saves(*root));
+        EXPECT_EQ(fetched(*main, "Book", where("year == %@", shown(*seen, "year"))).size(), 1u) << year;
+    }
+    for (auto const& context : {main, root}) ASSERT_TRUE(saves(*context));
+    EXPECT_EQ(stored(), "mine 3");
+}
+
+TEST_P(WaitingChanges, StayInConflictThoughSomebodySavesALink) {
+    auto const mine = main->objectWithID(*author->objectID());
+    main->setMergePolicy(nullptr);
+    change(*mine, 2, "rating");
+    auto const elsewhere = make<NSBatchUpdateRequest>("Author");
+    elsewhere->setPropertiesToUpdate({{"rating", 3}});
+    elsewhere->setResultType(NSBatchRequestResultType::ObjectIDs);
+    auto const changed = root->executeRequest(*elsewhere, error);
+    ASSERT_TRUE(changed);
+    NSManagedObjectContext::mergeChangesFromRemoteContextSave({{NSUpdatedObjectsKey, changed->objectIDs()}}, std::vector{root});
+    inserted(*root, "Book", {{"author", Value(author)}});
+    ASSERT_TRUE(saves(*root));
+    EXPECT_EQ(codeOfSave(*main), NSManagedObjectMergeError);
+}
+
+TEST_P(WaitingChanges, LeaveNoObjectOfARecordThatIsGoneWhenTheyAreRolledBack) {
+    auto const mine = bookIn(main);
+    change(*mine, "mine", "title");
+    root->deleteObject(*book);
+    ASSERT_TRUE(saves(*root));
+    main->performBlockAndWait([&] {
+        EXPECT_TRUE(mine->managedObjectContext()) << "its save is to find that";
+        main->rollback();
+        EXPECT_FALSE(mine->managedObjectContext());
+    });
+    EXPECT_EQ(fetched(*main, "Book").size(), 0u);
+}
+
+TEST_P(WaitingChanges, LeaveListsWithWhatTheyLeadTo) {
+    Ref<LiveList> list;
+    main->performBlockAndWait([&] {
+        auto const request = make<NSFetchRequest>("Book");
+        request->setPredicate(where("author.name == 'Ann'"));
+        list = make<LiveList>(main, request);
+        EXPECT_EQ(list->size(), 1u);
+    });
+    change(*bookIn(worker), 2, "year");
+    ASSERT_TRUE(saves(*worker));
+    change(*book, Value(), "author");
+    ASSERT_TRUE(saves(*root));
+    root->deleteObject(*author);
+    ASSERT_TRUE(saves(*root));
+    main->performBlockAndWait([&] {
+        list->finish();
+        EXPECT_EQ(list->size(), 0u);
+        list = nullptr;
+    });
+    EXPECT_EQ(fetched(*main, "Book", where("author.name == 'Ann'")).size(), 0u);
+}
+
+} // namespace Tessarin::tests
