@@ -80,10 +80,23 @@ void UndoApplication::revive(UndoStep::Deletion const& deletion) {
     revived_.push_back(std::move(object));
 }
 
+/// Lists that a merge has made doubtful since are read again, and take the order that they had.
+void UndoApplication::keepOrders(NSManagedObject& object) {
+    auto const& extras = GraphAccess::state(object).extras;
+    if (!extras) return;
+    for (auto const& toMany : extras->toMany) {
+        auto const* relationship = object.entity().properties()[toMany.property]->asRelationship();
+        auto const keys = toMany.members.keys();
+        if (relationship->isOrdered() && !toMany.isLoaded && !keys.empty())
+            orders_.push_back({object.self<NSManagedObject>(), relationship, {keys.begin(), keys.end()}});
+    }
+}
+
 /// Its deletion was not saved, so there is none.
 void UndoApplication::reviveUnsaved(NSManagedObject& object) {
     auto& state = GraphAccess::state(object);
     state.clear(ObjectState::Deleted);
+    keepOrders(object);
     bool const isChanged =
         state.extras && (!state.extras->values.empty() || std::ranges::any_of(state.extras->toMany, &ToManyState::isChanged));
     if (isChanged) return markChanged(object, ObjectState::Updated);

@@ -39,6 +39,7 @@ private:
     bool isDoomed(RecordKey key) const { return doomed_.contains(key); }
 
     void revive(UndoStep::Deletion const& deletion);
+    void keepOrders(NSManagedObject& object);
     void reviveUnsaved(NSManagedObject& object);
     void reviveGone(NSManagedObject& object, RecordKey key, UndoStep::Deletion const& deletion);
     void linkAgain(NSManagedObject& object);

@@ -210,6 +210,30 @@ TEST_P(Undo, ADeletedObjectComesBackAsItself) {
     other->performBlockAndWait([&] { EXPECT_EQ(book(*other, "A")->valueForKey("year"), Value(1)); });
 }
 
+TEST_P(Undo, ADeletedListComesBackInItsOrderThoughOthersSavedMembersOfSuchLists) {
+    onRoot([&] {
+        many(book(*root, "A"), "chapters").moveObject(2, 0);
+        save();
+    });
+    auto const before = here();
+    onRoot([&] { root->deleteObject(*book(*root, "A")); });
+    EXPECT_TRUE(undone());
+    EXPECT_TRUE(redone()); // which lets go of each link
+    auto const sibling = contextOver(library.coordinator);
+    std::vector<Ref<NSManagedObjectID>> changed;
+    sibling->performBlockAndWait([&] {
+        auto const chapter = many(book(*sibling, "B"), "chapters").allObjects().front();
+        for (auto const* title : {"other", "1"}) {
+            chapter->setValueForKey(title, "title");
+            ASSERT_TRUE(sibling->save(error));
+        }
+        changed.push_back(chapter->objectID());
+    });
+    NSManagedObjectContext::mergeChangesFromRemoteContextSave({{NSUpdatedObjectsKey, changed}}, std::vector{root});
+    EXPECT_TRUE(undone());
+    EXPECT_EQ(here(), before);
+}
+
 TEST_P(Undo, AStepIsATurnOrTheOutermostGroup) {
     std::vector<std::string> told;
     ScopedConnection connection;
