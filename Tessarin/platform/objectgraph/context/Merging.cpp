@@ -140,6 +140,8 @@ void takeRow(ContextState& context, NSManagedObject& object, RecordChange const&
     auto row = rowAfter(context, state, change);
     if (winner == Winner::UnsavedUntilSaved && changesBeneath(state, *row)) return;
     auto const before = std::exchange(state.row, std::move(row));
+    bool const hasMissedChanges = before && change.before && before != change.before && before != state.row;
+    if (hasMissedChanges) context.feed.note(context, object); // of which this one says nothing
     state.clear(ObjectState::Gone);
     if (state.extras) state.extras->isRecordGone = false;
     if (winner == Winner::Incoming && state.extras && change.before) giveWay(context, object, change);
