@@ -9,9 +9,9 @@ namespace notes {
 Ref<NSManagedObjectModel> const& model() {
     using Type = NSAttributeType;
     static auto const shared = [] {
-        registerClass<Notebook, NSManagedObject>();
-        registerClass<Tag, NSManagedObject>();
-        registerClass<Note, NSManagedObject>();
+        registerClass<Notebook>();
+        registerClass<Tag>();
+        registerClass<Note>();
         return ModelBuilder()
             .entity("Notebook", {.className = "notes.Notebook"})
             .attribute("name", Type::String, {.optional = false, .indexed = true})

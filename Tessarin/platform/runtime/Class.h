@@ -12,7 +12,21 @@
 
 namespace Tessarin {
 
-template <class T, class Base = NSObject> Class const& registerClass();
+namespace detail {
+
+/// NSObject unless T or a base of it names another one: `using RegisteredSuperclass = …`.
+template <class T> struct SuperclassOf {
+    using Type = NSObject;
+};
+template <class T>
+    requires(!std::is_same_v<T, typename T::RegisteredSuperclass>)
+struct SuperclassOf<T> {
+    using Type = typename T::RegisteredSuperclass;
+};
+
+} // namespace detail
+
+template <class T, class Base = typename detail::SuperclassOf<T>::Type> Class const& registerClass();
 
 /// A class of the runtime: its name ("App.Editor" for App::Editor), its superclass, the selectors it answers, and how to
 /// make one. One per C++ class, made on first use, never destroyed. Any thread.
@@ -63,7 +77,8 @@ template <class T> Class const& classOf() {
     return shared;
 }
 
-/// Makes T known by name, with its superclass, whose selectors it answers, too. Call it once, before objects of T are
+/// Makes T known by name, with its superclass, whose selectors it answers, too: NSObject, for managed objects NSManagedObject,
+/// unless another one is given. Call it once, before objects of T are
 /// used: at the start of `main` or from a static of the .cpp file. Later will do for whoever needs neither before; calling it
 /// again changes nothing. The selectors are those that the static `selectors()` lists.
 ///

@@ -40,6 +40,7 @@ NSManagedObject::~NSManagedObject() {
 }
 
 Ref<NSManagedObjectID> NSManagedObject::objectID() const {
+    if (queuesAreChecked()) requireQueue();
     auto& extras = const_cast<ObjectState&>(state_).more();
     if (!extras.id) extras.id = state_.link()->coordinator().identities().identity(entity(), state_.link()->current(state_.key));
     return extras.id;

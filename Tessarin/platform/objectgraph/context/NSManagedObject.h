@@ -43,6 +43,7 @@ struct ValueChange {
 class TESSARIN_API NSManagedObject : public IdentifiedObject, public NSManagedObjectHelpers, public NSManagedObjectImport {
 public:
     template <class T> using ObjectAllocator = ObjectSlabAllocator<T>;
+    using RegisteredSuperclass = NSManagedObject;
 
     // What `make` makes knows its class; nothing else can be made: a managed object comes from `context->insertObject<Book>()`.
     Class const& objectClass() const override = 0;

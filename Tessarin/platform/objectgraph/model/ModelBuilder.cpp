@@ -46,10 +46,36 @@ ModelBuilder& ModelBuilder::fetchRequestTemplate(FetchRequestTemplate request) {
     return *this;
 }
 
+namespace {
+
+/// A document may name what is not there, and loses that; in code it is a slip. Empty when there is none.
+std::string slipIn(EntityDefinition const& definition, NSEntityDescription const& entity) {
+    auto const place = [&](std::string const& name) { return entity.name() + "." + name; };
+    for (auto const& relationship : definition.relationships) {
+        auto const& inverse = relationship.options.inverse;
+        auto const* built = entity.propertyNamed(relationship.name)->asRelationship();
+        if (!inverse.empty() && !built->inverseRelationship())
+            return "the inverse of " + place(relationship.name) + ", " + relationship.destination + "." + inverse +
+                   ", is no relationship";
+    }
+    for (auto const& names : definition.uniquenessConstraints)
+        for (auto const& name : names)
+            if (!entity.propertyNamed(name)) return place(name) + ", which is to be unique, is missing";
+    for (auto const& index : definition.indexes)
+        for (auto const& element : index.elements)
+            if (!entity.propertyNamed(element.property))
+                return place(element.property) + ", which the index " + index.name + " names, is missing";
+    return {};
+}
+
+} // namespace
+
 Ref<NSManagedObjectModel> ModelBuilder::build() const {
     std::string problem;
     auto model = NSManagedObjectModel::modelWithDefinition(definition_, &problem);
-    if (!model) fatal("the model cannot be built: " + problem);
+    for (auto const& entity : definition_.entities)
+        if (model && problem.empty()) problem = slipIn(entity, *model->entityNamed(entity.name));
+    if (!problem.empty() || !model) fatal("the model cannot be built: " + problem);
     return model;
 }
 

@@ -43,10 +43,10 @@ public:
 inline Ref<NSManagedObjectModel> const& typedModel() {
     using Type = NSAttributeType;
     static auto const& shared = *new Ref<NSManagedObjectModel>([] {
-        registerClass<Book, NSManagedObject>();
+        registerClass<Book>();
         registerClass<Novel, Book>();
-        registerClass<Tag, NSManagedObject>();
-        registerClass<Author, NSManagedObject>();
+        registerClass<Tag>();
+        registerClass<Author>();
         return ModelBuilder()
             .entity("Book", {.className = "Tessarin.tests.typed.Book"})
             .attribute("title", Type::String)

@@ -154,4 +154,7 @@ TEST(Model, BuilderIsFatalWhereTheDescriptionIsWrong) {
     EXPECT_DEATH(ModelBuilder().entity("E").toOne("r", "F").build(),
                  "the model cannot be built: the destination F of E.r is missing");
     EXPECT_DEATH(ModelBuilder().attribute("a", Type::String), "attribute stands before the first entity");
+    EXPECT_DEATH(ModelBuilder().entity("E").toOne("r", "E", {.inverse = "s"}).build(), "the inverse of E.r, E.s, is no relation");
+    EXPECT_DEATH(ModelBuilder().entity("E").unique({"a"}).build(), "E.a, which is to be unique, is missing");
+    EXPECT_DEATH(ModelBuilder().entity("E").index("i", {{"a"}}).build(), "E.a, which the index i names, is missing");
 }
