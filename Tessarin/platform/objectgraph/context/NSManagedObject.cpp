@@ -40,10 +40,12 @@ NSManagedObject::~NSManagedObject() {
 }
 
 Ref<NSManagedObjectID> NSManagedObject::objectID() const {
-    if (queuesAreChecked()) requireQueue();
-    auto& extras = const_cast<ObjectState&>(state_).more();
-    if (!extras.id) extras.id = state_.link()->coordinator().identities().identity(entity(), state_.link()->current(state_.key));
-    return extras.id;
+    if (state_.extras && state_.extras->id) return state_.extras->id;
+    auto identity = state_.link()->coordinator().identities().identity(entity(), state_.link()->current(state_.key));
+    // Whoever takes an object over to another context asks there: nothing is changed then.
+    auto const context = state_.link()->context();
+    if (context && queueIsHeld(context->queue())) const_cast<ObjectState&>(state_).more().id = identity;
+    return identity;
 }
 
 IdentityTable const& NSManagedObject::identityTable() const { return state_.link()->coordinator().identities(); }

@@ -26,10 +26,11 @@ void UndoApplication::run() {
 void UndoApplication::readAhead() {
     std::unordered_set<RecordKey> seen;
     std::unordered_map<NSEntityDescription const*, std::vector<RecordKey>> keys;
-    for (auto const& deletion : step_.deletions) seen.insert(current_(deletion.record.key)); // of which there is no record now
+    for (auto const& deletion : step_.deletions) // of which there is no record now
+        if (auto const key = current_(deletion.record.key); !context_.link->find(key)) seen.insert(key);
     auto const want = [&](NSEntityDescription const* entity, RecordKey key) {
         key = current_(key);
-        if (key > 0 && seen.insert(key).second && !context_.link->find(key)) keys[entity].push_back(key);
+        if (key > 0 && !context_.link->find(key) && seen.insert(key).second) keys[entity].push_back(key);
     };
     for (auto const& record : step_.insertions) want(record.entity, record.key);
     for (auto const& change : step_.values) {

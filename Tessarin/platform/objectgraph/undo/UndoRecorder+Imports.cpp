@@ -98,7 +98,8 @@ void UndoManager::Inside::noteArrival(ChangeSet const& set) {
     if (!isRecording() || set.empty()) return;
     UndoStep arrived;
     for (auto const& change : set.changes()) add(change, *set.undoStep(), arrived);
-    arrived.fold([this](RecordKey key) { return current(key); });
+    arrived.takeKeys([this](RecordKey key) { return current(key); });
+    arrived.fold();
     if (arrived.empty()) return;
     join(*stepOf(set.undoStep()->name), std::move(arrived));
     awaitEndOfTurn();

@@ -73,7 +73,7 @@ bool UndoManager::Inside::takeBack(Steps& from, Steps& to) {
         return made != nullptr;
     };
     try {
-        step->fold([this](RecordKey key) { return current(key); });
+        if (step->takeKeys([this](RecordKey key) { return current(key); })) step->fold();
         UndoApplication(
             *state, *step, [this](RecordKey key) { return current(key); }, [this](RecordKey key) { return isLost(key); })
             .run();

@@ -135,7 +135,8 @@ Ref<UndoStep> UndoManager::Inside::close() {
     if (!open) return nullptr;
     finishOrders(*open);
     std::erase_if(open->step.insertions, [&](UndoStep::Record const& each) { return open->gone.contains(each.key); });
-    open->step.fold([this](RecordKey key) { return current(key); });
+    open->step.takeKeys([this](RecordKey key) { return current(key); });
+    open->step.fold();
     return open->step.empty() ? nullptr : std::make_shared<UndoStep>(std::move(open->step));
 }
 

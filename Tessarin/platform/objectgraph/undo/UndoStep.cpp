@@ -1,8 +1,8 @@
 #include "Tessarin/platform/objectgraph/undo/UndoStepPrivate.h"
 
 #include <algorithm>
-#include <unordered_map>
-#include <unordered_set>
+#include <bit>
+#include <functional>
 
 namespace Tessarin {
 namespace {
@@ -19,66 +19,113 @@ struct SlotHash {
         return std::hash<std::uint64_t>()(mixed * 0x9E3779B97F4A7C15U ^ slot.property->index());
     }
 };
-using Places = std::unordered_map<Slot, std::size_t, SlotHash>;
+/// The places of slots in a list that grows, without an allocation for each.
+class SlotPlaces {
+public:
+    explicit SlotPlaces(std::size_t most) : places_(std::bit_ceil(2 * most + 1), none) {}
+
+    /// The place of the same slot; `place`, which is that of a new one, where there is none.
+    template <class SlotAt> std::size_t find(Slot const& slot, std::size_t place, SlotAt slotAt) {
+        for (auto at = SlotHash()(slot);; ++at) {
+            auto& known = places_[at & (places_.size() - 1)];
+            if (known == none) return known = static_cast<std::uint32_t>(place), place;
+            if (slotAt(known) == slot) return known;
+        }
+    }
+
+private:
+    static constexpr std::uint32_t none = UINT32_MAX;
+    std::vector<std::uint32_t> places_;
+};
 
 void foldValues(std::vector<UndoStep::ValueChange>& values) {
     if (values.size() < 2) return;
-    Places first;
-    std::vector<UndoStep::ValueChange> folded;
-    for (auto& change : values) {
-        auto const [found, isNew] = first.try_emplace({change.record.key, 0, change.property}, folded.size());
-        if (isNew)
-            folded.push_back(std::move(change));
-        else
-            folded[found->second].now = std::move(change.now);
+    SlotPlaces places(values.size());
+    std::size_t count = 0;
+    auto const slotAt = [&](std::size_t at) { return Slot{values[at].record.key, 0, values[at].property}; };
+    for (std::size_t at = 0; at < values.size(); ++at) {
+        auto const first = places.find(slotAt(at), count, slotAt);
+        if (first != count)
+            values[first].now = std::move(values[at].now);
+        else if (count++ != at)
+            values[first] = std::move(values[at]);
     }
-    values = std::move(folded);
+    values.erase(values.begin() + static_cast<std::ptrdiff_t>(count), values.end());
 }
 
 /// Who joins and leaves takes turns: of an even number nothing is left, of an odd one the first.
 void foldMembers(std::vector<UndoStep::MemberChange>& members) {
     if (members.size() < 2) return;
-    Places first;
-    std::vector<UndoStep::MemberChange> folded;
+    SlotPlaces places(members.size());
     std::vector<bool> counts;
-    for (auto& change : members) {
-        auto const [found, isNew] = first.try_emplace({change.owner.key, change.member, change.relationship}, folded.size());
-        if (isNew) {
-            folded.push_back(change);
-            counts.push_back(true);
-        } else {
-            counts[found->second] = !counts[found->second];
+    auto const slotAt = [&](std::size_t at) { return Slot{members[at].owner.key, members[at].member, members[at].relationship}; };
+    for (std::size_t at = 0; at < members.size(); ++at) {
+        auto const first = places.find(slotAt(at), counts.size(), slotAt);
+        if (first != counts.size()) {
+            counts[first] = !counts[first];
+            continue;
         }
+        members[first] = members[at];
+        counts.push_back(true);
     }
-    members.clear();
-    for (std::size_t at = 0; at < folded.size(); ++at)
-        if (counts[at]) members.push_back(folded[at]);
+    members.resize(counts.size());
+    std::erase_if(members, [&](auto const& each) { return !counts[static_cast<std::size_t>(&each - members.data())]; });
 }
+
+/// Keys to be looked up.
+class Keys {
+public:
+    template <class Changes, class KeyOf> Keys(Changes const& changes, KeyOf keyOf) {
+        keys_.reserve(changes.size());
+        for (auto const& each : changes) keys_.push_back(keyOf(each));
+        if (!std::ranges::is_sorted(keys_)) std::ranges::sort(keys_);
+    }
+    bool empty() const noexcept { return keys_.empty(); }
+    bool contains(RecordKey key) const { return std::ranges::binary_search(keys_, key); }
+
+private:
+    std::vector<RecordKey> keys_;
+};
 
 } // namespace
 
-void UndoStep::fold(FunctionRef<RecordKey(RecordKey)> current) {
+bool UndoStep::takeKeys(FunctionRef<RecordKey(RecordKey)> current) {
+    bool isAnother = false;
+    auto const take = [&](RecordKey& key) {
+        if (key >= 0) return;
+        auto const now = current(key);
+        isAnother = isAnother || now != key;
+        key = now;
+    };
+    auto const takeValue = [&](Value& value) {
+        auto key = value.integer();
+        if (key < 0) take(key), value = Value(key);
+    };
     for (auto& change : values) {
-        change.record.key = current(change.record.key);
-        if (!change.property->asRelationship()) continue;
-        for (auto* value : {&change.before, &change.now}) *value = Value(current(value->integer()));
+        take(change.record.key);
+        if (change.property->asRelationship()) takeValue(change.before), takeValue(change.now);
     }
-    for (auto& change : members) {
-        change.owner.key = current(change.owner.key);
-        change.member = current(change.member);
-    }
+    for (auto& change : members) take(change.owner.key), take(change.member);
     for (auto& change : orders) {
-        change.owner.key = current(change.owner.key);
-        for (auto* keys : {&change.before, &change.now}) std::ranges::transform(*keys, keys->begin(), current);
+        take(change.owner.key);
+        for (auto* keys : {&change.before, &change.now}) std::ranges::for_each(*keys, take);
     }
-    std::unordered_set<RecordKey> inserted;
-    for (auto& record : insertions) inserted.insert(record.key = current(record.key));
-    for (auto& deletion : deletions) deletion.record.key = current(deletion.record.key);
-    std::unordered_set<RecordKey> gone; // inserted, saved, and deleted
-    for (auto const& deletion : deletions)
-        if (inserted.contains(deletion.record.key)) gone.insert(deletion.record.key);
-    std::erase_if(deletions, [&](Deletion const& each) { return gone.contains(each.record.key); });
-    std::erase_if(insertions, [&](Record const& each) { return gone.contains(each.key); });
+    for (auto& record : insertions) take(record.key);
+    for (auto& deletion : deletions) take(deletion.record.key);
+    return isAnother;
+}
+
+void UndoStep::fold() {
+    Keys const inserted(insertions, [](Record const& each) { return each.key; });
+    std::vector<RecordKey> both; // inserted, saved, and deleted
+    if (!inserted.empty())
+        for (auto const& deletion : deletions)
+            if (inserted.contains(deletion.record.key)) both.push_back(deletion.record.key);
+    Keys const gone(both, std::identity());
+    if (!gone.empty()) {
+        std::erase_if(deletions, [&](Deletion const& each) { return gone.contains(each.record.key); });
+        std::erase_if(insertions, [&](Record const& each) { return gone.contains(each.key); });
+    }
     foldValues(values);
     std::erase_if(values, [&](ValueChange const& each) { return each.before == each.now || inserted.contains(each.record.key); });
     foldMembers(members);

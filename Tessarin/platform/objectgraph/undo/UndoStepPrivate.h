@@ -55,9 +55,10 @@ struct UndoStep {
     bool empty() const noexcept {
         return values.empty() && members.empty() && orders.empty() && insertions.empty() && deletions.empty();
     }
+    /// `current` gives the key that a record has now; whether any is another one.
+    bool takeKeys(FunctionRef<RecordKey(RecordKey)> current);
     /// One change for each value and each link, from what was before the step to what it left; what came to nothing goes.
-    /// `current` gives the key that a record has now.
-    void fold(FunctionRef<RecordKey(RecordKey)> current);
+    void fold();
 };
 
 } // namespace Tessarin

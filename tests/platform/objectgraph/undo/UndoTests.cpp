@@ -379,8 +379,10 @@ TEST_P(Undo, ResetAndAWholeDeletionEmptyIt) {
     auto const connection = undo->observe([&] { ++told; });
     onRoot([&] { book(*root, "A")->setValueForKey(1, "year"); });
     onRoot([&] { root->reset(); });
-    EXPECT_FALSE(undo->canUndo());
-    EXPECT_EQ(told, 2);
+    onRoot([&] {
+        EXPECT_FALSE(undo->canUndo());
+        EXPECT_EQ(told, 2);
+    });
     onRoot([&] { book(*root, "A")->setValueForKey(1, "year"); });
     onRoot([&] { root->rollback(); });
     EXPECT_FALSE(undone()); // there is nothing left to take back
