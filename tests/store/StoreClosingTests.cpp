@@ -1,7 +1,6 @@
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
 #include "tests/store/StoreFixture.h"
 #include <atomic>
-#include <future>
 #include <thread>
 
 namespace Tessarin {
@@ -12,18 +11,6 @@ using Unsaved = ManagedObjectStore::WhenUnsaved;
 constexpr auto closedCode = static_cast<std::int64_t>(StoreErrorCode::StoreClosed);
 
 std::int64_t codeOf(Ref<NSError> const& error) { return error ? error->code() : 0; }
-
-/// What the completion is told, and that it comes on the main queue.
-std::future<Ref<NSError>> closing(ManagedObjectStore& store, Unsaved unsaved = Unsaved::StayOpen) {
-    auto told = std::make_shared<std::promise<Ref<NSError>>>();
-    store.close(
-        [told](Ref<NSError> const& error) {
-            EXPECT_TRUE(Dispatcher::inMainQueue());
-            told->set_value(error);
-        },
-        unsaved);
-    return told->get_future();
-}
 
 TEST(StoreClosing, WhatWasAskedForBeforeIsInTheFileWhichIsFree) {
     StoreHome home;

@@ -7,6 +7,7 @@
 #include "tests/support/MainThread.h"
 #include "tests/support/TemporaryFolder.h"
 #include <functional>
+#include <future>
 
 namespace Tessarin::tests {
 
@@ -147,5 +148,18 @@ private:
         dispatch_sync(order_, [&] { text_ += text_.find(name) == text_.npos ? name : ""; });
     });
 };
+
+/// What the completion is told, and that it comes on the main queue.
+inline std::future<Ref<NSError>> closing(ManagedObjectStore& store,
+                                         ManagedObjectStore::WhenUnsaved unsaved = ManagedObjectStore::WhenUnsaved::StayOpen) {
+    auto told = std::make_shared<std::promise<Ref<NSError>>>();
+    store.close(
+        [told](Ref<NSError> const& error) {
+            EXPECT_TRUE(Dispatcher::inMainQueue());
+            told->set_value(error);
+        },
+        unsaved);
+    return told->get_future();
+}
 
 } // namespace Tessarin::tests

@@ -59,6 +59,7 @@ TEST(StoreReplacement, FolderGoesAsideWithAllItHoldsAndTheApplicationLearnsOfIt)
         EXPECT_EQ(told.back()->object(), store);
         EXPECT_EQ(details["error"].object(), store->replacement()->reason);
         EXPECT_EQ(details["copy"], Value(home.url(copy)));
+        closing(*store).wait(); // its log, too, whose name the next one has
     }
     for (int number = 1; number <= 5; ++number)
         EXPECT_EQ(home.folder.read("Documents/.Notes.rescued/" + std::to_string(number) + "/my-diary.txt"),
