@@ -55,7 +55,12 @@ Ref<NSManagedObjectContext> NSManagedObject::managedObjectContext() const {
     return state_.link()->context();
 }
 
-NSObject const& NSManagedObject::predicateIdentity() const { return *objectID(); }
+NSObject const& NSManagedObject::predicateIdentity() const {
+    auto identity = objectID();
+    auto& kept = const_cast<ObjectState&>(state_).more().id;
+    if (!kept) kept = std::move(identity);
+    return *kept;
+}
 
 void NSManagedObject::fireFault() {
     if (!state_.row)

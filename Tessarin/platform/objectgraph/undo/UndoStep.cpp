@@ -98,8 +98,9 @@ bool UndoStep::takeKeys(FunctionRef<RecordKey(RecordKey)> current) {
         key = now;
     };
     auto const takeValue = [&](Value& value) {
-        auto key = value.integer();
-        if (key < 0) take(key), value = Value(key);
+        auto key = value.integer(); // 0 where there is none
+        take(key);
+        value = Value(key);
     };
     for (auto& change : values) {
         take(change.record.key);
