@@ -73,7 +73,8 @@ bool UndoManager::Inside::takeBack(Steps& from, Steps& to) {
         return made != nullptr;
     };
     try {
-        if (step->takeKeys([this](RecordKey key) { return current(key); })) step->fold();
+        bool const hasOtherKeys = step->takeKeys([this](RecordKey key) { return current(key); });
+        if (hasOtherKeys || step->importStep) step->fold(); // an import of several saves is joined here
         UndoApplication(
             *state, *step, [this](RecordKey key) { return current(key); }, [this](RecordKey key) { return isLost(key); })
             .run();
