@@ -40,12 +40,9 @@ NSManagedObject::~NSManagedObject() {
 }
 
 Ref<NSManagedObjectID> NSManagedObject::objectID() const {
-    if (state_.extras && state_.extras->id) return state_.extras->id;
-    auto identity = state_.link()->coordinator().identities().identity(entity(), state_.link()->current(state_.key));
-    // Whoever takes an object over to another context asks there: nothing is changed then.
-    auto const context = state_.link()->context();
-    if (context && queueIsHeld(context->queue())) const_cast<ObjectState&>(state_).more().id = identity;
-    return identity;
+    auto& extras = const_cast<ObjectState&>(state_).more();
+    if (!extras.id) extras.id = state_.link()->coordinator().identities().identity(entity(), state_.link()->current(state_.key));
+    return extras.id;
 }
 
 IdentityTable const& NSManagedObject::identityTable() const { return state_.link()->coordinator().identities(); }
@@ -55,12 +52,7 @@ Ref<NSManagedObjectContext> NSManagedObject::managedObjectContext() const {
     return state_.link()->context();
 }
 
-NSObject const& NSManagedObject::predicateIdentity() const {
-    auto identity = objectID();
-    auto& kept = const_cast<ObjectState&>(state_).more().id;
-    if (!kept) kept = std::move(identity);
-    return *kept;
-}
+NSObject const& NSManagedObject::predicateIdentity() const { return *objectID(); }
 
 void NSManagedObject::fireFault() {
     if (!state_.row)
