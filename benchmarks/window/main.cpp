@@ -4,9 +4,11 @@
 #include "benchmarks/window/Meter.h"
 #include "benchmarks/window/TableWindow.h"
 #include "examples/notes/NotesWindow.h"
+#include "Tessarin/platform/foundation/notifications/NSNotificationCenter.h"
 #include "integration/qt/QtMainQueue.h"
 
 #include <QScrollBar>
+#include <atomic>
 #include <cstdlib>
 #include <filesystem>
 
@@ -94,11 +96,13 @@ public:
         store_ = nullptr;
     }
     void import() override {
+        std::atomic<bool> isStored{false}; // the next phase begins with a quiet store
+        auto const centre = NSNotificationCenter::defaultCenter();
+        auto const told = centre->addObserverForName(NSManagedObjectContextDidSaveNotification, store_->privateContext(), nullptr,
+                                                    [&](auto const&) { isStored = true; });
         auto const import = notes::Import::start(*store_, count, {[](std::size_t) {}, [](bool) {}});
-        runUntil([&] { return view().model()->rowCount() != 0; });
-        bool isStored = false; // the next phase begins with a quiet store
-        dispatch_group_notify(store_->saveDispatchGroup(), dispatch_get_main_queue(), [&] { isStored = true; });
-        runUntil([&] { return isStored; });
+        runUntil([&] { return isStored && view().model()->rowCount() != 0; });
+        centre->removeObserver(*told);
     }
     void waitForFound() override {
         auto* const before = view().model();
