@@ -32,7 +32,8 @@ RelationshipChange packed(std::span<Unshown::Link const* const> links, NSRelatio
 
 class Showing {
 public:
-    explicit Showing(ContextState& context) : context_(context), packer_(context, ChangePacker::Purpose::Show), shown_(*context.published.unsaved()) {}
+    explicit Showing(ContextState& context)
+        : context_(context), packer_(context, ChangePacker::Purpose::Show), shown_(*context.published.unsaved()) {}
 
     /// False where what is shown cannot be kept.
     bool add(Unshown const& unshown) {
