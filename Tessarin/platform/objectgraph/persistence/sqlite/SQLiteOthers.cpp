@@ -2,7 +2,6 @@
 
 #include "Tessarin/platform/foundation/values/NSError.h"
 
-#include <chrono>
 #include <cstdio>
 #include <system_error>
 
@@ -10,12 +9,6 @@
 // meanwhile leaves out what this store wrote, and so loses nothing by beginning at an older number. `isScheduled_` is taken back
 // before a look reads: what is committed later comes with a notice of its own.
 namespace Tessarin {
-namespace {
-
-/// A touch after a save of one's own is mostly that save's: many such saves are looked behind once.
-constexpr std::chrono::nanoseconds ownTouch = std::chrono::milliseconds(25);
-
-} // namespace
 
 void SQLiteOthers::begin(bool mayMake, Look look) {
     mayMake_ = mayMake;
@@ -33,7 +26,7 @@ void SQLiteOthers::watch() {
             if (!others) return;
             // It is not made anew here: perhaps somebody is just removing the whole folder.
             if (event == FileWatch::Event::Gone) others->isBlind_ = others->isLost_ = true;
-            event == FileWatch::Event::Touched && others->hasSaved_ ? others->scheduleLater() : others->schedule();
+            others->schedule();
         },
         problem);
     isBlind_ = !watch;
@@ -51,7 +44,6 @@ void SQLiteOthers::noteSaved(SQLiteHistoryWriter::Written written) {
         schedule(); // somebody may have made and touched another one meanwhile
     }
     if (written.last < written.first) return noteUsed();
-    hasSaved_ = true;
     auto before = written.first - 1;
     if (!seen_.compare_exchange_strong(before, written.last)) schedule();
 }
@@ -66,18 +58,7 @@ void SQLiteOthers::schedule() {
     });
 }
 
-void SQLiteOthers::scheduleLater() {
-    if (isOver_ || isAwaited_.exchange(true)) return;
-    dispatch_after(dispatch_time(DISPATCH_TIME_NOW, ownTouch.count()), queue_, [weak = weak_from_this()] {
-        auto const living = weak.lock();
-        if (!living) return;
-        living->isAwaited_ = false;
-        living->schedule();
-    });
-}
-
 void SQLiteOthers::look() {
-    hasSaved_ = false;
     auto seen = seen_.load();
     auto const upTo = look_(seen);
     while (seen < upTo && !seen_.compare_exchange_weak(seen, upTo)) {}

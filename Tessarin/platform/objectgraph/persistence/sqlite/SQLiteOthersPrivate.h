@@ -31,7 +31,6 @@ public:
 private:
     void watch();
     void schedule();
-    void scheduleLater();
     void look();
 
     std::string const path_;
@@ -41,8 +40,6 @@ private:
     Look look_;
     std::atomic<std::int64_t> seen_; // the newest transaction that is known
     std::atomic<bool> isScheduled_{false}, isBlind_{false}, isOver_{false};
-    std::atomic<bool> hasSaved_{false}; // this store, since the last look: what is touched may be its own notice
-    std::atomic<bool> isAwaited_{false};
     std::atomic<bool> isLost_{false}; // the notice was removed: the next save makes another one
     std::mutex mutex_; // guards what follows
     Ref<FileWatch> watch_;
