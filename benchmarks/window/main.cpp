@@ -2,9 +2,9 @@
 // of that thread; painted into memory.
 #include "benchmarks/support/Report.h"
 #include "benchmarks/window/Meter.h"
+#include "Tessarin/platform/foundation/notifications/NSNotificationCenter.h"
 #include "benchmarks/window/TableWindow.h"
 #include "examples/notes/NotesWindow.h"
-#include "Tessarin/platform/foundation/notifications/NSNotificationCenter.h"
 #include "integration/qt/QtMainQueue.h"
 
 #include <QScrollBar>

@@ -78,9 +78,9 @@ template <class T> Class const& classOf() {
 }
 
 /// Makes T known by name, with its superclass, whose selectors it answers, too: NSObject, for managed objects NSManagedObject,
-/// unless another one is given. Call it once, before objects of T are
-/// used: at the start of `main` or from a static of the .cpp file. Later will do for whoever needs neither before; calling it
-/// again changes nothing. The selectors are those that the static `selectors()` lists.
+/// unless another one is given. Call it once, before objects of T are used: at the start of `main` or from a static of the .cpp
+/// file. Later will do for whoever needs neither before; calling it again changes nothing. The selectors are those that the static
+/// `selectors()` lists.
 ///
 ///     SelectorTable Editor::selectors() { return {{"reload:"_sel, &Editor::reload}}; }
 ///     registerClass<Editor>();

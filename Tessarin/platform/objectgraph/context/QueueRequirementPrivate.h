@@ -6,7 +6,7 @@ namespace Tessarin {
 class NSManagedObject;
 class NSManagedObjectContext;
 
-/// Fatal when the thread is not on the context's queue; `use` says what was used: a call, or an object of it.
+/// Fatal when the thread is not on the context's queue; names what was used: a call, or an object of the context.
 void requireHeld(NSManagedObjectContext const& context, char const* call);
 void requireHeld(NSManagedObjectContext const& context, NSManagedObject const& object);
 
