@@ -64,7 +64,8 @@ using ObjectIDsByChange = std::map<std::string, std::vector<Ref<NSManagedObjectI
 
 /// A scratch pad of objects over a store or over another context. Everything but `performBlock`, `performBlockAndWait`
 /// and the constant attributes belongs on its queue; anything else is fatal while queues are checked (QueueChecks.h). One
-/// object per record; objects are held weakly unless they have unsaved changes. A save hands the changes to the parent, or writes them to the store, all or nothing.
+/// object per record; objects are held weakly unless they have unsaved changes. A save hands the changes to the parent, or writes
+/// them to the store, all or nothing.
 ///
 ///     auto worker = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue);
 ///     worker->setParentContext(mainContext);
