@@ -40,6 +40,8 @@ public:
     Connection& operator=(Connection const&) = delete;
 
     sqlite3* handle() const noexcept { return handle_.get(); }
+    /// Null unless it was asked for.
+    StatementLog* log() const noexcept { return log_.get(); }
     std::string const& path() const noexcept { return path_; }
 
     /// Runs statements that bind and give nothing; the text is not kept prepared.
@@ -64,6 +66,8 @@ public:
     void setBusySeconds(double seconds) noexcept;
     /// How many pages of the log are committed, as far as SQLite can read it. Only meaningful within a transaction.
     std::uint32_t readableLogPages() const noexcept;
+    /// How many of those stand in the file itself by now.
+    std::uint32_t logPagesInFile() const noexcept;
     /// Leaves file and log exactly as they are when this goes, instead of moving the log's content into the file.
     void leavesLog(bool leaves) noexcept;
     /// Whether anybody, this process or another, has committed since the read transaction that this connection holds began.
@@ -86,6 +90,7 @@ private:
         void operator()(sqlite3* handle) const noexcept;
     };
     void forgetStatements();
+    void const volatile* logIndex() const noexcept;
 
     std::string path_;
     std::unique_ptr<StatementLog> log_; // before the connection, which tells it until the end

@@ -9,6 +9,15 @@
 #include <unistd.h>
 
 namespace Tessarin::SQLite {
+namespace {
+
+void write(StatementLog::Clock::time_point start, std::int64_t rows, int bound, std::string_view what) {
+    auto const milliseconds = std::chrono::duration<double, std::milli>(StatementLog::Clock::now() - start).count();
+    auto const line = fmt::format("SQL {:.3f} ms, {} rows, {} bound: {}\n", milliseconds, rows, bound, asOneLine(what));
+    static_cast<void>(!::write(STDERR_FILENO, line.data(), line.size()));
+}
+
+} // namespace
 
 std::unique_ptr<StatementLog> StatementLog::ifAskedFor(sqlite3* connection) {
     static bool const isAskedFor = [] {
@@ -38,11 +47,12 @@ void StatementLog::ended(sqlite3_stmt* statement) {
     if (!run) return;
     auto const rows = sqlite3_stmt_readonly(statement) ? static_cast<std::int64_t>(run.mapped().rows)
                                                        : sqlite3_changes64(sqlite3_db_handle(statement));
-    auto const milliseconds = std::chrono::duration<double, std::milli>(Clock::now() - run.mapped().start).count();
     auto const* const sql = sqlite3_sql(statement);
-    auto const line = fmt::format("SQL {:.3f} ms, {} rows, {} bound: {}\n", milliseconds, rows,
-                                  sqlite3_bind_parameter_count(statement), asOneLine(sql ? sql : ""));
-    static_cast<void>(!::write(STDERR_FILENO, line.data(), line.size()));
+    write(run.mapped().start, rows, sqlite3_bind_parameter_count(statement), sql ? sql : "");
+}
+
+void StatementLog::note(std::string_view what, Clock::time_point start, std::size_t rows) {
+    write(start, static_cast<std::int64_t>(rows), 0, what);
 }
 
 } // namespace Tessarin::SQLite

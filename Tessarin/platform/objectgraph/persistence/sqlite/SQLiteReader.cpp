@@ -1,4 +1,4 @@
-#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteReaderPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteReaderSmallCachePrivate.h"
 
 #include "Tessarin/platform/objectgraph/query/SQLFunctionsPrivate.h"
 #include "Tessarin/platform/objectgraph/query/SQLTranslationPrivate.h"
@@ -40,30 +40,6 @@ template <class List, class Key> void sortByKey(List& list, Key key) {
 }
 
 } // namespace
-
-class SQLiteReader::SmallCache {
-public:
-    explicit SmallCache(SQLite::Connection& connection) : connection_(connection) {
-        auto const query = connection.use("PRAGMA cache_size");
-        query->step();
-        usual_ = query->integer(0);
-        set(-256); // KiB
-    }
-    SmallCache(SmallCache const&) = delete;
-    SmallCache& operator=(SmallCache const&) = delete;
-    ~SmallCache() {
-        try {
-            set(usual_);
-        } catch (SQLite::Failure const&) { // the cache stays small
-        }
-    }
-
-private:
-    void set(std::int64_t size) { connection_.execute(fmt::format("PRAGMA cache_size = {}", size)); }
-
-    SQLite::Connection& connection_;
-    std::int64_t usual_ = 0;
-};
 
 SQLiteReader::SQLiteReader(SQLiteSchema const& schema, SQLite::Connection& connection)
     : schema_(schema), connection_(connection), feed_(connection), known_(schema, connection) {
@@ -211,32 +187,6 @@ std::optional<SQLiteReader::Span> SQLiteReader::longSpanOf(StoreQuery const& que
     if (!ends->step()) return {};
     Span const span{ends->integer(0), ends->integer(1)};
     return span.last - span.first > longScan ? std::optional(span) : std::nullopt;
-}
-
-namespace {
-
-std::string scanText(std::string const& columns, std::string const& table, std::string const& condition) {
-    return fmt::format("SELECT {} FROM {} AS t0{}t0.id BETWEEN ? AND ?", columns, table,
-                       condition.empty() ? " WHERE " : condition + " AND ");
-}
-
-} // namespace
-
-SQLiteReader::Scan::Scan(SQLiteReader& reader, Scanned const& scanned)
-    : smallCache_(std::make_unique<SmallCache>(reader.connection_)),
-      feed_(reader.feed_),
-      decoder_(reader.decoderFor(*scanned.entity, scanned.includesSubentities)),
-      statement_(reader.connection_.use(scanText(decoder_.selection(), reader.schema_.tableOf(*scanned.entity).name,
-                                                 reader.conditionOf(scanned, SQLTranslation(reader.schema_, *scanned.entity))))) {
-}
-SQLiteReader::Scan::~Scan() = default;
-
-bool SQLiteReader::Scan::read(Span span, std::vector<RowRef>& rows) {
-    statement_->bind(1, span.first);
-    statement_->bind(2, span.last);
-    bool const areNew = decoder_.readAll(feed_, *statement_, rows);
-    statement_->reset();
-    return areNew;
 }
 
 /// For records of which most are at hand: reads keys and versions, then the records that are not.

@@ -103,10 +103,19 @@ public:
     bool read(Span span, std::vector<RowRef>& rows);
 
 private:
-    std::unique_ptr<SmallCache> smallCache_;
-    SQLiteRowFeed& feed_;
+    std::string const& table() const;
+    void lookAtTable();
+    bool readByStatement(Span span, std::vector<RowRef>& rows);
+
+    SQLiteReader& reader_;
+    Scanned const scanned_;
     SQLiteRowDecoder& decoder_;
-    SQLite::StatementUse statement_;
+    // Right from the pages, as long as they are what they should be:
+    std::unique_ptr<SQLite::SnapshotPages> pages_;
+    std::optional<SQLite::TableWalk> walk_;
+    std::vector<std::size_t> places_; // of the columns
+    // Else by SQL:
+    std::unique_ptr<SmallCache> smallCache_;
 };
 
 /// Sorted keys that lie so close together that reading the whole range costs less than looking each up.

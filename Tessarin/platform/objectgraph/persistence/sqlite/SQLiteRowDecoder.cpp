@@ -4,38 +4,49 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 namespace Tessarin {
 
 SQLiteRowDecoder::SQLiteRowDecoder(SQLiteSchema const& schema, NSEntityDescription const& entity, bool includesSubentities,
                                    RowCache::Moment const& asOf)
-    : space_(schema.space()), asOf_(asOf), hasEntityColumn_(schema.tableOf(entity).hasEntityColumn) {
-    std::vector<std::string> names{"id", "version"};
-    if (hasEntityColumn_) names.push_back("entity");
-    addPlans(schema, entity, includesSubentities, names);
-    columnCount_ = names.size();
-    for (auto const& name : names) columns_ += (columns_.empty() ? "t0." : ", t0.") + name;
+    : space_(schema.space()),
+      asOf_(asOf),
+      hasEntityColumn_(schema.tableOf(entity).hasEntityColumn),
+      names_{"id", "version"} {
+    if (hasEntityColumn_) names_.emplace_back("entity");
+    addPlans(schema, entity, includesSubentities);
+    for (auto const& name : names_) columns_ += (columns_.empty() ? "t0." : ", t0.") + name;
 }
 
-void SQLiteRowDecoder::addPlans(SQLiteSchema const& schema, NSEntityDescription const& entity, bool includesSubentities,
-                                std::vector<std::string>& names) {
+void SQLiteRowDecoder::addPlans(SQLiteSchema const& schema, NSEntityDescription const& entity, bool includesSubentities) {
     Plan plan{.layout = &space_.layoutOf(entity)};
     auto const cells = plan.layout->cells();
     for (std::size_t cell = 0; cell < cells.size(); ++cell) {
         auto const& name = schema.columnOf(*cells[cell].property);
-        auto const found = std::ranges::find(names.begin() + 2, names.end(), name);
+        auto const found = std::ranges::find(names_.begin() + 2, names_.end(), name);
         plan.cells.push_back(
-            {cell, static_cast<int>(found - names.begin()), cells[cell].type, plan.layout->packing(false).places[cell]});
-        if (found == names.end()) names.push_back(name);
+            {cell, static_cast<int>(found - names_.begin()), cells[cell].type, plan.layout->packing(false).places[cell]});
+        if (found == names_.end()) names_.push_back(name);
     }
     plans_.emplace_back(schema.numberOf(entity), std::move(plan));
     if (!includesSubentities) return;
-    for (auto const* child : entity.subentities()) addPlans(schema, *child, true, names);
+    for (auto const* child : entity.subentities()) addPlans(schema, *child, true);
 }
 
-SQLiteRowDecoder::Values SQLiteRowDecoder::valuesOf(SQLite::Statement const& statement) {
-    values_.resize(columnCount_);
-    for (std::size_t at = 0; at < columnCount_; ++at)
+std::vector<std::size_t> SQLiteRowDecoder::placesOf(std::span<std::string const> columnsOfTable) const {
+    std::vector<std::size_t> places;
+    for (auto const& name : names_) {
+        auto const found = std::ranges::find(columnsOfTable, name.starts_with('"') ? name : quoted(name));
+        if (found == columnsOfTable.end()) return {};
+        places.push_back(static_cast<std::size_t>(found - columnsOfTable.begin()));
+    }
+    return places;
+}
+
+SQLiteRowFeed::Values SQLiteRowDecoder::valuesOf(SQLite::Statement const& statement) {
+    values_.resize(names_.size());
+    for (std::size_t at = 0; at < values_.size(); ++at)
         values_[at] = sqlite3_column_value(statement.handle(), static_cast<int>(at));
     return values_;
 }
@@ -46,36 +57,104 @@ void SQLiteRowDecoder::run(SQLiteRowFeed& feed, SQLite::Statement& statement, SQ
     statement.reset();
 }
 
-SQLiteRowDecoder::Plan const* SQLiteRowDecoder::planOf(Values values) const noexcept {
+/// What a statement gives. What reads as zero or nothing may be NULL; only then is the type asked for. The memory is SQLite's until
+/// the next record.
+class SQLiteRowDecoder::FedValues {
+public:
+    explicit FedValues(SQLiteRowFeed::Values values) : values_(values) {}
+
+    RecordKey key() const { return sqlite3_value_int64(values_[0]); }
+    std::uint32_t version() const { return versionFrom(key(), sqlite3_value_int64(values_[1])); }
+    std::int64_t entity() const { return sqlite3_value_int64(values_[2]); }
+    static constexpr bool isOdd() { return false; } // SQLite converts what is of another kind
+    // False for NULL.
+    bool readInteger(int column, std::int64_t& number) const {
+        number = sqlite3_value_int64(at(column));
+        return number != 0 || !isNull(column);
+    }
+    bool readReal(int column, double& number) const {
+        number = sqlite3_value_double(at(column));
+        return number != 0 || !isNull(column);
+    }
+    bool readContent(int column, CellType type, std::string_view& content) const {
+        auto* const value = at(column);
+        auto const* bytes = static_cast<char const*>(type == CellType::Text ? sqlite3_value_text(value) : sqlite3_value_blob(value));
+        if (bytes) {
+            content = {bytes, static_cast<std::size_t>(sqlite3_value_bytes(value))};
+            return true;
+        }
+        content = {""};
+        if (isNull(column)) return false;
+        if (sqlite3_value_bytes(value) != 0) throw std::bad_alloc();
+        return true;
+    }
+
+private:
+    sqlite3_value* at(int column) const { return values_[static_cast<std::size_t>(column)]; }
+    bool isNull(int column) const { return sqlite3_value_type(at(column)) == SQLITE_NULL; }
+
+    SQLiteRowFeed::Values values_;
+};
+
+/// What a page holds.
+class SQLiteRowDecoder::PagedValues {
+public:
+    PagedValues(SQLite::TableRecord const& record, std::span<std::size_t const> places) : record_(record), places_(places) {}
+
+    RecordKey key() const { return record_.key(); }
+    std::uint32_t version() const { return versionFrom(key(), record_.integer(places_[1])); }
+    std::int64_t entity() const { return record_.integer(places_[2]); }
+    bool readInteger(int column, std::int64_t& number) const {
+        auto const place = placeOf(column);
+        auto const kind = record_.kindOf(place);
+        if (kind != Kind::Integer) return isNull(kind);
+        number = record_.integer(place);
+        return true;
+    }
+    /// SQLite keeps whole numbers as integers.
+    bool readReal(int column, double& number) const {
+        auto const place = placeOf(column);
+        auto const kind = record_.kindOf(place);
+        if (kind != Kind::Real && kind != Kind::Integer) return isNull(kind);
+        number = kind == Kind::Real ? record_.real(place) : static_cast<double>(record_.integer(place));
+        return true;
+    }
+    bool readContent(int column, CellType type, std::string_view& content) const {
+        auto const place = placeOf(column);
+        auto const kind = record_.kindOf(place);
+        content = {""};
+        if (kind != (type == CellType::Text ? Kind::Text : Kind::Bytes)) return isNull(kind);
+        content = record_.content(place);
+        return true;
+    }
+
+    /// Whether the first columns are numbers.
+    bool isRecord(bool hasEntity) const {
+        return record_.kindOf(places_[1]) == Kind::Integer && (!hasEntity || record_.kindOf(places_[2]) == Kind::Integer);
+    }
+    /// Whether a value that was asked for is of another kind than its column should hold.
+    bool isOdd() const noexcept { return isOdd_; }
+
+private:
+    using Kind = SQLite::TableRecord::Kind;
+    std::size_t placeOf(int column) const { return places_[static_cast<std::size_t>(column)]; }
+    bool isNull(Kind kind) const noexcept {
+        isOdd_ = isOdd_ || kind != Kind::Null;
+        return false;
+    }
+
+    SQLite::TableRecord const& record_;
+    std::span<std::size_t const> places_;
+    mutable bool isOdd_ = false;
+};
+
+template <class Values> SQLiteRowDecoder::Plan const* SQLiteRowDecoder::planOf(Values const& values) const noexcept {
     if (!hasEntityColumn_) return &plans_.front().second;
-    auto const number = sqlite3_value_int64(values[2]);
+    auto const number = values.entity();
     for (auto const& [known, plan] : plans_)
         if (known == number) return &plan;
     return nullptr;
 }
-
-// What reads as zero or nothing may be NULL; only then is the type asked for.
-namespace {
-
-bool isNull(sqlite3_value* value) { return sqlite3_value_type(value) == SQLITE_NULL; }
-
-/// The text or bytes of a value, false for NULL; the memory is SQLite's until the next record.
-bool readContent(sqlite3_value* value, CellType type, std::string_view& content) {
-    auto const* bytes = static_cast<char const*>(type == CellType::Text ? sqlite3_value_text(value) : sqlite3_value_blob(value));
-    if (bytes) {
-        content = {bytes, static_cast<std::size_t>(sqlite3_value_bytes(value))};
-        return true;
-    }
-    content = {""};
-    if (isNull(value)) return false;
-    if (sqlite3_value_bytes(value) != 0) throw std::bad_alloc();
-    return true;
-}
-
-RecordKey keyOf(SQLiteRowFeed::Values values) { return sqlite3_value_int64(values[0]); }
-std::uint32_t versionOf(RecordKey key, SQLiteRowFeed::Values values) { return versionFrom(key, sqlite3_value_int64(values[1])); }
-
-} // namespace
 
 RowRef SQLiteRowDecoder::row(SQLite::Statement const& statement) {
     auto const key = statement.integer(0);
@@ -85,7 +164,7 @@ RowRef SQLiteRowDecoder::row(SQLite::Statement const& statement) {
         requireSameTree(cached->entity(), root, key);
         return cached;
     }
-    auto const values = valuesOf(statement); // only now: most look-ups end above
+    FedValues const values(valuesOf(statement)); // only now: most look-ups end above
     auto const* plan = planOf(values);
     if (!plan) return {};
     auto row = decoded(values, *plan, key, version, nullptr);
@@ -94,43 +173,45 @@ RowRef SQLiteRowDecoder::row(SQLite::Statement const& statement) {
     return row;
 }
 
-RowRef SQLiteRowDecoder::decoded(Values values, Plan const& plan, RecordKey key, std::uint32_t version, RowBlockWriter* blocks) {
+template <class Values>
+RowRef SQLiteRowDecoder::decoded(Values const& values, Plan const& plan, RecordKey key, std::uint32_t version,
+                                 RowBlockWriter* blocks) {
     builder_.begin(*plan.layout, key, version);
     for (auto const& [cell, column, type, place] : plan.cells) {
-        auto* const value = values[column];
         if (isHeapCell(type)) {
-            if (std::string_view content; readContent(value, type, content)) builder_.setText(cell, content);
-        } else if (!isNull(value)) {
-            type == CellType::Real ? builder_.setReal(cell, sqlite3_value_double(value))
-                                   : builder_.setInteger(cell, sqlite3_value_int64(value));
+            if (std::string_view content; values.readContent(column, type, content)) builder_.setText(cell, content);
+        } else if (type == CellType::Real) {
+            if (double number = 0; values.readReal(column, number)) builder_.setReal(cell, number);
+        } else if (std::int64_t number = 0; values.readInteger(column, number)) {
+            builder_.setInteger(cell, number);
         }
     }
     return builder_.finish(blocks);
 }
 
 /// Writes the values right into the open block; false when they do not fit there.
-bool SQLiteRowDecoder::packInto(RowBlockWriter::Room room, Values values, Plan const& plan, std::size_t& size) {
+template <class Values>
+bool SQLiteRowDecoder::packInto(RowBlockWriter::Room room, Values const& values, Plan const& plan, std::size_t& size) {
     auto const& packing = plan.layout->packing(false);
     auto* const row = room.row;
     std::memset(row + sizeof(Row), 0, packing.heap - sizeof(Row));
     auto end = packing.heap;
     for (auto const& [cell, column, type, place] : plan.cells) {
-        auto* const value = values[column];
         if (isHeapCell(type)) {
             std::string_view content;
-            bool const isThere = readContent(value, type, content);
+            bool const isThere = values.readContent(column, type, content);
             if (content.size() > room.size - end) return false;
             std::memcpy(row + end, content.data(), content.size());
             end += static_cast<std::uint32_t>(content.size());
             std::memcpy(row + place.offset, &end, sizeof end);
             if (!isThere) continue;
         } else if (type == CellType::Real) {
-            auto const number = sqlite3_value_double(value);
-            if (number == 0 && isNull(value)) continue;
+            double number = 0;
+            if (!values.readReal(column, number)) continue;
             std::memcpy(row + place.offset, &number, sizeof number);
         } else {
-            auto const number = sqlite3_value_int64(value);
-            if (number == 0 && isNull(value)) continue;
+            std::int64_t number = 0;
+            if (!values.readInteger(column, number)) continue;
             if (!place.hold(row, number)) return false;
         }
         packing.setPresent(row, cell);
@@ -140,25 +221,32 @@ bool SQLiteRowDecoder::packInto(RowBlockWriter::Room room, Values values, Plan c
 }
 
 /// Packs one record after the other behind those that a list has.
-class SQLiteRowDecoder::Filling {
+template <class Values> class SQLiteRowDecoder::Filling {
 public:
     Filling(SQLiteRowDecoder& decoder, std::vector<RowRef>& rows) : decoder_(decoder), rows_(rows), known_(rows.size()) {}
     Filling(Filling const&) = delete;
     Filling& operator=(Filling const&) = delete;
     ~Filling() { decoder_.blocks_.close(); }
 
-    void add(Values values) {
+    /// False, and nothing is added, for values that cannot be understood.
+    bool add(Values const& values) {
         auto const* plan = decoder_.planOf(values);
-        if (!plan) return;
-        auto const key = keyOf(values);
-        auto const version = versionOf(key, values);
+        if (!plan) return true;
+        auto const key = values.key();
+        auto const version = values.version();
         auto& blocks = decoder_.blocks_;
         auto const least = plan->layout->packing(false).heap + usualText;
-        if (std::size_t size = 0; least <= RowBlockWriter::longest && packInto(blocks.room(least), values, *plan, size))
+        std::size_t size = 0;
+        if (least <= RowBlockWriter::longest && packInto(blocks.room(least), values, *plan, size)) {
+            if (values.isOdd()) return false;
             rows_.push_back(blocks.commit(*plan->layout, key, version, size));
-        else
-            rows_.push_back(decoder_.decoded(values, *plan, key, version, &blocks));
+        } else {
+            auto row = decoder_.decoded(values, *plan, key, version, &blocks);
+            if (values.isOdd()) return false;
+            rows_.push_back(std::move(row));
+        }
         if (rows_.size() - known_ == run) enterIntoCache();
+        return true;
     }
     bool finish() {
         enterIntoCache();
@@ -186,17 +274,31 @@ bool SQLiteRowDecoder::readAll(SQLiteRowFeed& feed, SQLite::Statement& statement
 }
 
 bool SQLiteRowDecoder::readAll(SQLiteRowFeed& feed, SQLite::Statement& statement, std::vector<RowRef>& rows, Wants wants) {
-    Filling filling(*this, rows);
-    run(feed, statement, [&](Values values) {
-        if (wants(keyOf(values))) filling.add(values);
+    Filling<FedValues> filling(*this, rows);
+    run(feed, statement, [&](SQLiteRowFeed::Values values) {
+        FedValues const fed(values);
+        if (wants(fed.key())) filling.add(fed);
     });
     return filling.finish();
 }
 
 bool SQLiteRowDecoder::readAll(SQLite::Statement& statement, std::vector<RowRef>& rows) {
-    Filling filling(*this, rows);
-    while (statement.step()) filling.add(valuesOf(statement));
+    Filling<FedValues> filling(*this, rows);
+    while (statement.step()) filling.add(FedValues(valuesOf(statement)));
     return filling.finish();
+}
+
+std::optional<bool> SQLiteRowDecoder::readAll(SQLite::TableWalk& walk, std::span<std::size_t const> places, RecordKey first,
+                                              RecordKey last, std::vector<RowRef>& rows) {
+    auto const before = rows.size();
+    Filling<PagedValues> filling(*this, rows);
+    bool const isSound = walk.read(first, last, [&](SQLite::TableRecord const& record) {
+        PagedValues const values(record, places);
+        return values.isRecord(hasEntityColumn_) && filling.add(values);
+    });
+    if (isSound) return filling.finish();
+    rows.resize(before);
+    return {};
 }
 
 } // namespace Tessarin

@@ -3,6 +3,8 @@
 #include "Tessarin/platform/objectgraph/persistence/rows/RowBuilderPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteRowFeedPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteSchemaPrivate.h"
+#include "Tessarin/platform/sqlite/TableWalk.h"
+#include <optional>
 
 namespace Tessarin {
 
@@ -26,6 +28,13 @@ public:
     bool readAll(SQLiteRowFeed& feed, SQLite::Statement& statement, std::vector<RowRef>& rows, Wants wants);
     bool readAll(SQLiteRowFeed& feed, SQLite::Statement& statement, std::vector<RowRef>& rows);
     bool readAll(SQLite::Statement& statement, std::vector<RowRef>& rows);
+    /// The same of the records with keys from `first` to `last`, right from their pages. `places`: where the columns stand in the
+    /// table, see `placesOf`. Absent, with `rows` as they were, where a record is not as this library writes it: then SQLite has to
+    /// say what it means.
+    std::optional<bool> readAll(SQLite::TableWalk& walk, std::span<std::size_t const> places, RecordKey first, RecordKey last,
+                                std::vector<RowRef>& rows);
+    /// Where `columns` stand among a table's. Empty when one is missing.
+    std::vector<std::size_t> placesOf(std::span<std::string const> columnsOfTable) const;
 
     /// Whether a query like the last one will probably find most of its rows in the cache. Reading only keys and versions is
     /// then four times as fast.
@@ -33,7 +42,6 @@ public:
     void noteCount(std::size_t count) noexcept { lastCount_ = count; }
 
 private:
-    using Values = SQLiteRowFeed::Values;
     static constexpr std::size_t manyRows = 200;
     static constexpr std::size_t usualText = 64; // of all texts of a row together; with more, the row may be made twice
     struct Cell {
@@ -46,22 +54,26 @@ private:
         RowLayout const* layout = nullptr;
         std::vector<Cell> cells;
     };
-    class Filling;
-    bool isFed() const noexcept { return columnCount_ <= SQLiteRowFeed::mostColumns; }
+    template <class Values> class Filling;
+    class FedValues;
+    class PagedValues;
+    bool isFed() const noexcept { return names_.size() <= SQLiteRowFeed::mostColumns; }
     void run(SQLiteRowFeed& feed, SQLite::Statement& statement, SQLiteRowFeed::Take take);
-    Values valuesOf(SQLite::Statement const& statement);
-    /// How to read a record; null for an entity that this model does not know.
-    Plan const* planOf(Values values) const noexcept;
-    RowRef decoded(Values values, Plan const& plan, RecordKey key, std::uint32_t version, RowBlockWriter* blocks);
-    static bool packInto(RowBlockWriter::Room room, Values values, Plan const& plan, std::size_t& size);
-    void addPlans(SQLiteSchema const& schema, NSEntityDescription const& entity, bool includesSubentities,
-                  std::vector<std::string>& names);
+    SQLiteRowFeed::Values valuesOf(SQLite::Statement const& statement);
+    // Of a record whose values come from a statement (FedValues) or from a page (PagedValues):
+    /// how to read it; null for an entity that this model does not know.
+    template <class Values> Plan const* planOf(Values const& values) const noexcept;
+    template <class Values>
+    RowRef decoded(Values const& values, Plan const& plan, RecordKey key, std::uint32_t version, RowBlockWriter* blocks);
+    template <class Values>
+    static bool packInto(RowBlockWriter::Room room, Values const& values, Plan const& plan, std::size_t& size);
+    void addPlans(SQLiteSchema const& schema, NSEntityDescription const& entity, bool includesSubentities);
 
     RowSpace& space_;
     RowCache::Moment const& asOf_;
     bool hasEntityColumn_;
     std::string columns_;
-    std::size_t columnCount_ = 0;
+    std::vector<std::string> names_; // of the columns
     std::vector<sqlite3_value*> values_; // of the record on which a statement stands
     std::vector<std::pair<std::int64_t, Plan>> plans_; // by number of the entity
     RowBuilder builder_;

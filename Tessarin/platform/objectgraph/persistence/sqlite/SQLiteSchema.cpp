@@ -17,15 +17,6 @@ std::string lowered(std::string text) {
     return text;
 }
 
-std::string unquoted(std::string_view name) {
-    std::string plain;
-    for (std::size_t at = 1; at + 1 < name.size(); ++at) {
-        plain += name[at];
-        if (name[at] == '"') ++at;
-    }
-    return plain;
-}
-
 /// FTS5 has columns of its own by these names.
 std::string columnFor(NSPropertyDescription const& property) {
     auto const* attribute = property.asAttribute();
@@ -34,6 +25,15 @@ std::string columnFor(NSPropertyDescription const& property) {
 }
 
 } // namespace
+
+std::string unquoted(std::string_view name) {
+    std::string plain;
+    for (std::size_t at = 1; at + 1 < name.size(); ++at) {
+        plain += name[at];
+        if (name[at] == '"') ++at;
+    }
+    return plain;
+}
 
 std::string quoted(std::string_view name) {
     std::string text = "\"";

@@ -125,5 +125,6 @@ private:
 
 /// An SQL identifier in quotes.
 TESSARIN_API std::string quoted(std::string_view name);
+std::string unquoted(std::string_view identifier);
 
 } // namespace Tessarin

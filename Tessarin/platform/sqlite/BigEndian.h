@@ -1,0 +1,33 @@
+#pragma once
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+namespace Tessarin::SQLite {
+
+/// A number as SQLite's files hold it.
+template <class Number> Number bigEndian(std::byte const* at) noexcept {
+    Number number{};
+    std::memcpy(&number, at, sizeof number);
+    if constexpr (std::endian::native == std::endian::little) {
+        if constexpr (sizeof number == 2) return static_cast<Number>(__builtin_bswap16(number));
+        if constexpr (sizeof number == 4) return static_cast<Number>(__builtin_bswap32(number));
+        if constexpr (sizeof number == 8) return static_cast<Number>(__builtin_bswap64(number));
+    }
+    return number;
+}
+
+/// The same of as many bytes as it takes, seven bits in each but a ninth. The bytes end before `end`; null when they do not.
+inline std::byte const* readVariable(std::byte const* at, std::byte const* end, std::uint64_t& number) noexcept {
+    number = 0;
+    for (int each = 0; each < 9 && at < end; ++each) {
+        auto const next = static_cast<unsigned char>(*at++);
+        if (each == 8) return number = number << 8 | next, at;
+        number = number << 7 | (next & 0x7FU);
+        if (next < 0x80) return at;
+    }
+    return nullptr;
+}
+
+} // namespace Tessarin::SQLite

@@ -1,0 +1,176 @@
+#include "Tessarin/platform/sqlite/TableWalk.h"
+
+#include "Tessarin/platform/sqlite/BigEndian.h"
+
+#include <algorithm>
+#include <bit>
+
+// Nothing that a page says is believed before it is compared with the page's size: a file may be damaged, or made to do harm. A
+// walk ends, since keys only grow, and each page but the inner ones, which are few levels deep, must have one.
+namespace Tessarin::SQLite {
+namespace {
+
+constexpr std::byte innerPage{5}, leafPage{13};
+constexpr std::size_t innerHeader = 12, leafHeader = 8;
+constexpr int deepest = 20;
+
+/// The bytes of a number of that serial type.
+constexpr std::uint32_t numberSizes[] = {0, 1, 2, 3, 4, 6, 8, 8, 0, 0};
+
+} // namespace
+
+bool TableRecord::parse(std::int64_t key, std::span<std::byte const> payload) {
+    key_ = key;
+    start_ = payload.data();
+    count_ = 0;
+    auto const* const end = start_ + payload.size();
+    std::uint64_t headerSize = 0;
+    auto const* at = readVariable(start_, end, headerSize);
+    if (!at || headerSize > payload.size()) return false;
+    auto const* const headerEnd = start_ + headerSize;
+    auto offset = headerSize;
+    while (at < headerEnd && count_ < most) {
+        std::uint64_t type = static_cast<unsigned char>(*at);
+        if (type < 0x80)
+            ++at;
+        else if (!(at = readVariable(at, headerEnd, type)))
+            return false;
+        auto& cell = cells_[count_++];
+        if (type >= 12) {
+            cell.kind = type % 2 == 0 ? Kind::Bytes : Kind::Text;
+            type = (type - 12) / 2;
+        } else if (type < std::size(numberSizes)) {
+            cell.kind = type == 0 ? Kind::Null : type == 7 ? Kind::Real : Kind::Integer;
+            if (type >= 8) { // 0 and 1 have no bytes: the type is kept where others have their size
+                cell.offset = 0;
+                cell.size = static_cast<std::uint32_t>(type);
+                continue;
+            }
+            type = numberSizes[type];
+        } else {
+            return false;
+        }
+        if (type > payload.size() - offset) return false;
+        cell.offset = static_cast<std::uint32_t>(offset);
+        cell.size = static_cast<std::uint32_t>(type);
+        offset += type;
+    }
+    return true;
+}
+
+std::int64_t TableRecord::integer(std::size_t column) const noexcept {
+    auto const& [offset, size, kind] = cells_[column];
+    auto const* const at = start_ + offset;
+    if (offset == 0) return size - 8;
+    switch (size) {
+    case 1: return static_cast<std::int8_t>(*at);
+    case 2: return static_cast<std::int16_t>(bigEndian<std::uint16_t>(at));
+    case 4: return static_cast<std::int32_t>(bigEndian<std::uint32_t>(at));
+    case 8: return static_cast<std::int64_t>(bigEndian<std::uint64_t>(at));
+    default: break;
+    }
+    std::int64_t number = static_cast<std::int8_t>(*at);
+    for (std::uint32_t each = 1; each < size; ++each) number = number * 256 + static_cast<unsigned char>(at[each]);
+    return number;
+}
+
+double TableRecord::real(std::size_t column) const noexcept {
+    return std::bit_cast<double>(bigEndian<std::uint64_t>(start_ + cells_[column].offset));
+}
+
+struct TableWalk::Walk {
+    std::int64_t first, last;
+    FunctionRef<bool(TableRecord const&)> take;
+    std::int64_t previous; // key
+};
+
+bool TableWalk::read(std::int64_t first, std::int64_t last, FunctionRef<bool(TableRecord const&)> take) {
+    Walk walk{first, last, take, std::numeric_limits<std::int64_t>::min()};
+    return visit(root_, 0, walk) != End::Broken;
+}
+
+TableWalk::End TableWalk::visit(SnapshotPages::Number number, int depth, Walk& walk) {
+    auto const page = pages_.page(number);
+    if (page.empty() || number == 1 || depth > deepest) return End::Broken;
+    if (page.front() == leafPage) return visitLeaf(page, walk);
+    return page.front() == innerPage ? visitInner(page, depth, walk) : End::Broken;
+}
+
+/// The numbers of the pages are taken down first: the page itself is gone when the next is read.
+TableWalk::End TableWalk::visitInner(Page page, int depth, Walk& walk) {
+    auto const usable = pages_.usableSize();
+    auto const cells = bigEndian<std::uint16_t>(&page[3]);
+    if (innerHeader + cells * std::size_t{2} > usable) return End::Broken;
+    std::vector<SnapshotPages::Number> below;
+    bool reachesLast = false;
+    for (std::size_t cell = 0; cell < cells && !reachesLast; ++cell) {
+        auto const at = bigEndian<std::uint16_t>(&page[innerHeader + cell * 2]);
+        if (at + std::size_t{5} > usable) return End::Broken;
+        std::uint64_t key = 0;
+        if (!readVariable(&page[at] + 4, page.data() + usable, key)) return End::Broken;
+        if (static_cast<std::int64_t>(key) < walk.first) continue;
+        below.push_back(bigEndian<std::uint32_t>(&page[at]));
+        reachesLast = static_cast<std::int64_t>(key) >= walk.last;
+    }
+    if (!reachesLast) below.push_back(bigEndian<std::uint32_t>(&page[8]));
+    for (auto const number : below)
+        if (auto const end = visit(number, depth + 1, walk); end != End::OfPage) return end;
+    return End::OfPage;
+}
+
+TableWalk::End TableWalk::visitLeaf(Page page, Walk& walk) {
+    auto const usable = pages_.usableSize();
+    auto const cells = bigEndian<std::uint16_t>(&page[3]);
+    if (cells == 0 || leafHeader + cells * std::size_t{2} > usable) return End::Broken;
+    for (std::size_t cell = 0; cell < cells; ++cell) {
+        auto const offset = bigEndian<std::uint16_t>(&page[leafHeader + cell * 2]);
+        if (offset >= usable) return End::Broken;
+        auto const* const end = page.data() + usable;
+        std::uint64_t size = 0, number = 0;
+        auto const* at = readVariable(&page[offset], end, size);
+        if (at) at = readVariable(at, end, number);
+        auto const key = static_cast<std::int64_t>(number);
+        if (!at || key <= walk.previous) return End::Broken;
+        if (key > walk.last) return End::OfSpan;
+        walk.previous = key;
+        if (key < walk.first) continue;
+        std::span<std::byte const> payload(at, std::min<std::size_t>(size, static_cast<std::size_t>(end - at)));
+        if (size > usable - 35) { // some of it stands in other pages, whose reading would take this one away
+            if (page.data() != leaf_.data()) {
+                leaf_.assign(page.begin(), page.end());
+                at = leaf_.data() + (at - page.data());
+                page = leaf_;
+            }
+            if (!payloadAt(at, page, size, payload)) return End::Broken;
+        }
+        if (payload.size() != size || !record_.parse(key, payload) || !walk.take(record_)) return End::Broken;
+    }
+    return End::OfPage;
+}
+
+/// Puts together what begins in a leaf and goes on in other pages.
+bool TableWalk::payloadAt(std::byte const* at, Page page, std::uint64_t size, std::span<std::byte const>& payload) {
+    auto const usable = pages_.usableSize();
+    auto const least = (usable - 12) * 32 / 255 - 23;
+    auto here = least + (size - least) % (usable - 4);
+    if (here > usable - 35) here = least;
+    auto const left = static_cast<std::size_t>(page.data() + usable - at);
+    if (size > pages_.size() || here + 4 > left) return false;
+    gathered_.assign(at, at + here);
+    if (!followOverflow(bigEndian<std::uint32_t>(at + here), size)) return false;
+    payload = gathered_;
+    return true;
+}
+
+bool TableWalk::followOverflow(SnapshotPages::Number next, std::uint64_t size) {
+    while (gathered_.size() < size) {
+        auto const page = pages_.page(next);
+        if (page.empty()) return false;
+        auto const share = std::min<std::uint64_t>(size - gathered_.size(), pages_.usableSize() - 4);
+        gathered_.insert(gathered_.end(), &page[4], &page[4] + share);
+        next = bigEndian<std::uint32_t>(page.data());
+    }
+    return true;
+}
+
+} // namespace Tessarin::SQLite
