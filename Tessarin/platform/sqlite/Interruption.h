@@ -14,9 +14,12 @@ public:
     Interruption(Interruption const&) = delete;
     Interruption& operator=(Interruption const&) = delete;
     ~Interruption();
+    /// For what reads without a statement: throws the same Failure, if the flag was set.
+    void check() const;
 
 private:
     Connection* connection_; // null without a flag
+    std::atomic<bool> const* isGivenUp_;
 };
 
 } // namespace Tessarin::SQLite

@@ -39,6 +39,7 @@ struct SnapshotPages::Log {
 };
 
 std::unique_ptr<SnapshotPages> SnapshotPages::of(Connection& connection) {
+    if (sqlite3_txn_state(connection.handle(), "main") != SQLITE_TXN_READ) return nullptr;
     auto const state = connection.seenState();
     auto* const file = fileOf(connection, SQLITE_FCNTL_FILE_POINTER);
     if (!state || !file) return nullptr;

@@ -90,10 +90,13 @@ bool TableWalk::read(std::int64_t first, std::int64_t last, FunctionRef<bool(Tab
 }
 
 TableWalk::End TableWalk::visit(SnapshotPages::Number number, int depth, Walk& walk) {
+    if (auto const known = inner_.find(number); known != inner_.end()) return visitInner(known->second, depth, walk);
     auto const page = pages_.page(number);
     if (page.empty() || number == 1 || depth > deepest) return End::Broken;
     if (page.front() == leafPage) return visitLeaf(page, walk);
-    return page.front() == innerPage ? visitInner(page, depth, walk) : End::Broken;
+    if (page.front() != innerPage) return End::Broken;
+    if (inner_.size() < mostInner) inner_.try_emplace(number, page.begin(), page.end());
+    return visitInner(page, depth, walk);
 }
 
 /// The numbers of the pages are taken down first: the page itself is gone when the next is read.

@@ -4,6 +4,8 @@
 #include "Tessarin/platform/sqlite/SnapshotPages.h"
 #include <limits>
 #include <string_view>
+#include <unordered_map>
+#include <vector>
 
 namespace Tessarin::SQLite {
 
@@ -63,8 +65,10 @@ private:
     SnapshotPages& pages_;
     SnapshotPages::Number const root_;
     TableRecord record_;
+    static constexpr std::size_t mostInner = 64;
+    std::unordered_map<SnapshotPages::Number, std::vector<std::byte>> inner_; // some that were read before
     std::vector<std::byte> gathered_; // a record that is longer than its page
-    std::vector<std::byte> leaf_;     // kept while its overflow is read
+    std::vector<std::byte> leaf_; // kept while its overflow is read
 };
 
 } // namespace Tessarin::SQLite

@@ -82,12 +82,26 @@ TEST_F(TagsFarApart, AScanByTwoThreadsSeesOneStateOfTheFile) {
     EXPECT_EQ(here.value(here.fetch("Tag").back(), "name"), Value("40"));
 }
 
+// What another tool wrote may be of a kind that the library never writes: SQLite converts it.
+TEST_F(TagsFarApart, AScanLeavesToSQLiteWhatIsOdd) {
+    for (auto const* sql :
+         {"UPDATE Tag SET name = x'414243' WHERE id % 100 = 0", "UPDATE Tag SET version = '7' WHERE id % 300 = 0",
+          "ALTER TABLE Tag ADD COLUMN other INTEGER DEFAULT 5"}) {
+        SQLite::Connection(folder.path("a.db")).execute(sql);
+        OpenStore fresh(folder.url("a.db"), libraryModel().build());
+        auto const rows = fresh.fetch("Tag");
+        ASSERT_EQ(rows.size(), 600U) << sql;
+        for (auto const& row : rows)
+            EXPECT_EQ(fresh.value(row, "name"), Value(row->key() % 100 == 0 ? "ABC" : "0")) << sql << ", " << row->key();
+    }
+}
+
 TEST_F(TagsFarApart, AHelperThatSeesAnotherStateReadsNothing) {
     SQLiteSchema const schema(*here.space, {1, 2, 3});
     auto const readers = std::make_shared<SQLiteReaderPool>(schema, folder.path("a.db"), SQLite::ConnectionOptions{});
     auto const reader = readers->lease();
     SQLiteReader::Scanned const tags{&here.entity("Tag"), true};
-    auto const span = reader->longSpanOf({.entity = tags.entity});
+    auto const span = reader->spanOf({.entity = tags.entity});
     ASSERT_TRUE(span);
     SQLiteSharedScan scan(here.space, tags, *span, reader->seenState().value());
     rename("new"); // before the helper comes

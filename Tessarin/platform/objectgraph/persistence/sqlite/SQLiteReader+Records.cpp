@@ -9,6 +9,8 @@
 namespace Tessarin {
 namespace {
 
+constexpr std::size_t manyKeys = 250; // whose pages are worth a look
+
 std::vector<RecordKey> sorted(std::span<RecordKey const> keys) {
     std::vector<RecordKey> copy(keys.begin(), keys.end());
     if (!std::ranges::is_sorted(copy)) std::ranges::sort(copy);
@@ -40,17 +42,22 @@ void SQLiteReader::rows(NSEntityDescription const& rootEntity, std::span<RecordK
 /// All between the first and the last, of which some are not wanted.
 void SQLiteReader::readRange(SQLiteRowDecoder& decoder, std::string const& table, std::span<RecordKey const> sortedKeys,
                              FunctionRef<void(RowRef)> each) {
-    auto const query =
-        connection_.use(fmt::format("SELECT {} FROM {} AS t0 WHERE t0.id BETWEEN ? AND ?", decoder.selection(), table));
-    query->bind(1, sortedKeys.front());
-    query->bind(2, sortedKeys.back());
     auto next = sortedKeys.begin();
     std::vector<RowRef> rows;
     rows.reserve(sortedKeys.size());
-    decoder.readAll(feed_, *query, rows, [&](RecordKey key) {
+    auto const wants = [&](RecordKey key) {
         while (next != sortedKeys.end() && *next < key) ++next;
         return next != sortedKeys.end() && *next == key;
-    });
+    };
+    Span const span{sortedKeys.front(), sortedKeys.back()};
+    if (sortedKeys.size() < manyKeys || !readPages(decoder, table, span, rows, wants)) {
+        auto const query =
+            connection_.use(fmt::format("SELECT {} FROM {} AS t0 WHERE t0.id BETWEEN ? AND ?", decoder.selection(), table));
+        query->bind(1, span.first);
+        query->bind(2, span.last);
+        next = sortedKeys.begin();
+        decoder.readAll(feed_, *query, rows, wants);
+    }
     for (auto& row : rows) each(std::move(row));
 }
 

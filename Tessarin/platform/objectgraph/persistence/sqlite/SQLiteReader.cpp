@@ -12,7 +12,7 @@
 namespace Tessarin {
 namespace {
 
-constexpr std::int64_t longScan = 20'000; // records
+constexpr RecordKey fewest = 250; // keys of a span whose pages are worth a look
 
 /// Conditions for records in these ranges: the longest as such, the others as a list of keys.
 void addRanges(std::span<KeyRange const> ranges, std::string& condition, List& arguments) {
@@ -42,7 +42,7 @@ template <class List, class Key> void sortByKey(List& list, Key key) {
 } // namespace
 
 SQLiteReader::SQLiteReader(SQLiteSchema const& schema, SQLite::Connection& connection)
-    : schema_(schema), connection_(connection), feed_(connection), known_(schema, connection) {
+    : schema_(schema), connection_(connection), feed_(connection), paged_(connection), known_(schema, connection) {
     registerSQLFunctions(connection);
 }
 
@@ -116,11 +116,14 @@ std::string SQLiteReader::textOf(StoreQuery const& query, SQLTranslation const& 
     return sql;
 }
 
-void SQLiteReader::fetch(StoreQuery const& query, StoreAnswer& answer, bool isLong) {
+void SQLiteReader::fetch(StoreQuery const& query, StoreAnswer& answer, std::optional<Span> span) {
     SQLite::Interruption const interruption(connection_, query.isGivenUp);
     auto& decoder = decoderOf(query);
     bool const asksToCut = query.limit != 0 || query.offset != 0;
     bool const isPerhapsCached = !asksToCut && decoder.expectsCached();
+    bool const isPaged = span && span->last - span->first >= fewest && query.sortDescriptors.empty();
+    bool const isQuicker = query.wantsKeysOnly || !isPerhapsCached;
+    if (isPaged && isQuicker && readAllPages(query, *span, interruption, answer)) return;
     auto const comparisons = isPerhapsCached ? SQLiteKnownRequests::Comparisons() : SQLiteKnownRequests::comparisonsOf(query);
     if (auto const* known = known_.bound(query, comparisons)) {
         SQLite::StatementUse const use(*known->statement);
@@ -136,7 +139,7 @@ void SQLiteReader::fetch(StoreQuery const& query, StoreAnswer& answer, bool isLo
         readFrom(statement, reading, query, answer);
     };
     std::optional<SmallCache> smallCache;
-    if (isLong) smallCache.emplace(connection_);
+    if (span && span->isLong()) smallCache.emplace(connection_);
     if (!translation.isReusable()) return run(*std::make_unique<SQLite::Statement>(connection_, sql));
     auto const use = connection_.use(sql);
     run(*use);
@@ -179,14 +182,11 @@ std::optional<SQLiteReader::Selection> SQLiteReader::selectionOf(StoreQuery cons
     return selection;
 }
 
-// By the span of the keys: their number would cost a scan.
-std::optional<SQLiteReader::Span> SQLiteReader::longSpanOf(StoreQuery const& query) {
+std::optional<SQLiteReader::Span> SQLiteReader::spanOf(StoreQuery const& query) {
     if (query.predicate || query.limit != 0 || query.offset != 0) return {};
     auto const& table = schema_.tableOf(*query.entity).name;
     auto const ends = connection_.use(fmt::format("SELECT (SELECT min(id) FROM {0}), (SELECT max(id) FROM {0})", table));
-    if (!ends->step()) return {};
-    Span const span{ends->integer(0), ends->integer(1)};
-    return span.last - span.first > longScan ? std::optional(span) : std::nullopt;
+    return ends->step() ? std::optional(Span{ends->integer(0), ends->integer(1)}) : std::nullopt;
 }
 
 /// For records of which most are at hand: reads keys and versions, then the records that are not.

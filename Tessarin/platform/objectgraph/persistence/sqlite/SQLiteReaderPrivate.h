@@ -1,8 +1,10 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteKnownRequestsPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLitePagedTablesPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteRowDecoderPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreQueryPrivate.h"
 #include "Tessarin/platform/sqlite/Connection.h"
+#include "Tessarin/platform/sqlite/Interruption.h"
 #include <map>
 #include <memory>
 #include <optional>
@@ -18,14 +20,21 @@ class TESSARIN_API SQLiteReader {
 public:
     SQLiteReader(SQLiteSchema const& schema, SQLite::Connection& connection);
     /// A read transaction begins, which will see the commits up to that moment at least; without one all are seen.
-    void seeAsOf(RowCache::Moment moment) noexcept { asOf_ = moment; }
+    void seeAsOf(RowCache::Moment moment) noexcept {
+        asOf_ = moment;
+        paged_.forget();
+    }
 
     /// The keys of a table that a query reads from one end to the other.
     struct Span {
         RecordKey first, last;
+        bool isLong() const noexcept { return last - first > longest; }
+
+    private:
+        static constexpr RecordKey longest = 20'000; // by the span: the number of records would cost a scan
     };
-    /// Absent for a query that reads less, and for a table that is not worth the trouble.
-    std::optional<Span> longSpanOf(StoreQuery const& query);
+    /// Absent for a query that reads less.
+    std::optional<Span> spanOf(StoreQuery const& query);
     /// Which records a scan reads: all of an entity.
     struct Scanned {
         NSEntityDescription const* entity;
@@ -51,8 +60,8 @@ public:
     /// Absent where SQL cannot say it.
     std::optional<Selection> selectionOf(StoreQuery const& query) const;
 
-    /// `isLong`: it has a `longSpanOf`.
-    void fetch(StoreQuery const& query, StoreAnswer& answer, bool isLong);
+    /// `span`: its `spanOf`.
+    void fetch(StoreQuery const& query, StoreAnswer& answer, std::optional<Span> span);
     void count(StoreQuery const& query, std::size_t& count, bool& complete);
     void explain(StoreQuery const& query, FetchExplanation& explanation);
     /// False where no index knows it.
@@ -64,6 +73,14 @@ public:
                  FunctionRef<void(RecordKey owner, RecordKey member)> each);
 
 private:
+    /// The records of a table with keys in a span, right from their pages; whether all rows are new. Absent, and nothing is added,
+    /// where SQLite has to read them.
+    std::optional<bool> readPages(SQLiteRowDecoder& decoder, std::string const& table, Span span, std::vector<RowRef>& rows,
+                                  SQLiteRowDecoder::Wants wants);
+    bool readAllPages(StoreQuery const& query, Span span, SQLite::Interruption const& interruption, StoreAnswer& answer);
+    using PageReading =
+        FunctionRef<std::optional<std::size_t>(SQLite::TableWalk& walk, std::span<std::size_t const> places)>; // how many records
+    bool fromPages(SQLiteRowDecoder const& decoder, std::string const& table, PageReading read);
     void readRange(SQLiteRowDecoder& decoder, std::string const& table, std::span<RecordKey const> sortedKeys,
                    FunctionRef<void(RowRef)> each);
     using EachMember = FunctionRef<void(RecordKey owner, RecordKey member)>;
@@ -83,6 +100,7 @@ private:
     SQLiteSchema const& schema_;
     SQLite::Connection& connection_;
     SQLiteRowFeed feed_;
+    SQLitePagedTables paged_;
     RowCache::Moment asOf_ = RowCache::always;
     std::map<std::pair<std::size_t, bool>, SQLiteRowDecoder> decoders_;
     SQLiteKnownRequests known_;
@@ -103,19 +121,10 @@ public:
     bool read(Span span, std::vector<RowRef>& rows);
 
 private:
-    std::string const& table() const;
-    void lookAtTable();
-    bool readByStatement(Span span, std::vector<RowRef>& rows);
-
     SQLiteReader& reader_;
     Scanned const scanned_;
     SQLiteRowDecoder& decoder_;
-    // Right from the pages, as long as they are what they should be:
-    std::unique_ptr<SQLite::SnapshotPages> pages_;
-    std::optional<SQLite::TableWalk> walk_;
-    std::vector<std::size_t> places_; // of the columns
-    // Else by SQL:
-    std::unique_ptr<SmallCache> smallCache_;
+    std::unique_ptr<SmallCache> smallCache_; // once SQLite reads
 };
 
 /// Sorted keys that lie so close together that reading the whole range costs less than looking each up.

@@ -10,10 +10,7 @@ namespace Tessarin {
 
 SQLiteRowDecoder::SQLiteRowDecoder(SQLiteSchema const& schema, NSEntityDescription const& entity, bool includesSubentities,
                                    RowCache::Moment const& asOf)
-    : space_(schema.space()),
-      asOf_(asOf),
-      hasEntityColumn_(schema.tableOf(entity).hasEntityColumn),
-      names_{"id", "version"} {
+    : space_(schema.space()), asOf_(asOf), hasEntityColumn_(schema.tableOf(entity).hasEntityColumn), names_{"id", "version"} {
     if (hasEntityColumn_) names_.emplace_back("entity");
     addPlans(schema, entity, includesSubentities);
     for (auto const& name : names_) columns_ += (columns_.empty() ? "t0." : ", t0.") + name;
@@ -78,7 +75,8 @@ public:
     }
     bool readContent(int column, CellType type, std::string_view& content) const {
         auto* const value = at(column);
-        auto const* bytes = static_cast<char const*>(type == CellType::Text ? sqlite3_value_text(value) : sqlite3_value_blob(value));
+        auto const* bytes =
+            static_cast<char const*>(type == CellType::Text ? sqlite3_value_text(value) : sqlite3_value_blob(value));
         if (bytes) {
             content = {bytes, static_cast<std::size_t>(sqlite3_value_bytes(value))};
             return true;
@@ -289,16 +287,30 @@ bool SQLiteRowDecoder::readAll(SQLite::Statement& statement, std::vector<RowRef>
 }
 
 std::optional<bool> SQLiteRowDecoder::readAll(SQLite::TableWalk& walk, std::span<std::size_t const> places, RecordKey first,
-                                              RecordKey last, std::vector<RowRef>& rows) {
+                                              RecordKey last, std::vector<RowRef>& rows, Wants wants) {
     auto const before = rows.size();
     Filling<PagedValues> filling(*this, rows);
     bool const isSound = walk.read(first, last, [&](SQLite::TableRecord const& record) {
+        if (!wants(record.key())) return true;
         PagedValues const values(record, places);
         return values.isRecord(hasEntityColumn_) && filling.add(values);
     });
     if (isSound) return filling.finish();
     rows.resize(before);
     return {};
+}
+
+bool SQLiteRowDecoder::readKeys(SQLite::TableWalk& walk, std::span<std::size_t const> places, RecordKey first, RecordKey last,
+                                std::vector<RecordKey>& keys) {
+    auto const before = keys.size();
+    bool const isSound = walk.read(first, last, [&](SQLite::TableRecord const& record) {
+        PagedValues const values(record, places);
+        if (hasEntityColumn_ && !values.isRecord(true)) return false;
+        if (planOf(values)) keys.push_back(record.key());
+        return true;
+    });
+    if (!isSound) keys.resize(before);
+    return isSound;
 }
 
 } // namespace Tessarin

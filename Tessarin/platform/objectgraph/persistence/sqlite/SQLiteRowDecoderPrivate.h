@@ -28,11 +28,14 @@ public:
     bool readAll(SQLiteRowFeed& feed, SQLite::Statement& statement, std::vector<RowRef>& rows, Wants wants);
     bool readAll(SQLiteRowFeed& feed, SQLite::Statement& statement, std::vector<RowRef>& rows);
     bool readAll(SQLite::Statement& statement, std::vector<RowRef>& rows);
-    /// The same of the records with keys from `first` to `last`, right from their pages. `places`: where the columns stand in the
+    /// The first of the records with keys from `first` to `last`, right from their pages. `places`: where the columns stand in the
     /// table, see `placesOf`. Absent, with `rows` as they were, where a record is not as this library writes it: then SQLite has to
     /// say what it means.
     std::optional<bool> readAll(SQLite::TableWalk& walk, std::span<std::size_t const> places, RecordKey first, RecordKey last,
-                                std::vector<RowRef>& rows);
+                                std::vector<RowRef>& rows, Wants wants);
+    /// The same of their keys alone. False, with `keys` as they were, where that cannot be told.
+    bool readKeys(SQLite::TableWalk& walk, std::span<std::size_t const> places, RecordKey first, RecordKey last,
+                  std::vector<RecordKey>& keys);
     /// Where `columns` stand among a table's. Empty when one is missing.
     std::vector<std::size_t> placesOf(std::span<std::string const> columnsOfTable) const;
 

@@ -41,7 +41,7 @@ void SQLiteSharedScan::help(SQLiteReaderPool& readers) noexcept {
     if (shares_.back().isTaken) return; // nothing is left to do
     try {
         auto const reader = readers.lease(SQLiteReaderPool::Patience::GivesUp);
-        reader->longSpanOf({.entity = scanned_.entity}); // the first read fixes what the connection sees
+        reader->spanOf({.entity = scanned_.entity}); // the first read fixes what the connection sees
         if (reader->seenState() != state_) return;
         SQLiteReader::Scan scan(*reader, scanned_);
         for (std::size_t at = count; at > 0 && !shares_[at - 1].isTaken.exchange(true); --at) {

@@ -273,9 +273,9 @@ Ref<NSError> SQLiteStore::findHolders(UniqueConstraint const& constraint, std::s
 Ref<NSError> SQLiteStore::fetch(StoreQuery const& query, StoreAnswer& answer) {
     if (impl_->others) impl_->others->noteUsed();
     auto error = impl_->reading(impl_->schema.tableOf(*query.entity).name, [&](SQLiteReader& reader) {
-        auto const span = reader.longSpanOf(query);
-        bool const mayShare = span && !query.isGivenUp; // a helper cannot be stopped
-        if (!mayShare || !impl_->scans->read(reader, query, *span, answer.rows)) reader.fetch(query, answer, span.has_value());
+        auto const span = reader.spanOf(query);
+        bool const mayShare = span && span->isLong() && !query.isGivenUp; // a helper cannot be stopped
+        if (!mayShare || !impl_->scans->read(reader, query, *span, answer.rows)) reader.fetch(query, answer, span);
     });
     if (error) answer = {};
     return error;

@@ -14,7 +14,7 @@ class TESSARIN_API SQLiteTableScans : public std::enable_shared_from_this<SQLite
 public:
     SQLiteTableScans(Ref<RowSpace> space, Ref<SQLiteReaderPool> readers);
 
-    /// Adds the rows of a query whose `longSpanOf` is `span`. False when the query is of another kind, or better answered from
+    /// Adds the rows of a query whose `spanOf` is `span`, which is long. False when the query is of another kind, or better answered from
     /// what is in memory: then nothing was done.
     bool read(SQLiteReader& reader, StoreQuery const& query, SQLiteReader::Span span, std::vector<RowRef>& rows);
     /// A save of this store led from one state of the file to the other, and did nothing to rows but this.
