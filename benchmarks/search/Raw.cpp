@@ -39,7 +39,7 @@ Raw::Raw(std::string const& place) {
 }
 
 Raw::~Raw() {
-    for (auto* statement : {insert_, index_, read_, update_, forget_}) sqlite3_finalize(statement);
+    for (auto* statement : {insert_, index_, read_, update_, forget_, latest_}) sqlite3_finalize(statement);
     sqlite3_close(handle_);
 }
 
@@ -115,6 +115,17 @@ std::vector<Note> Raw::find(std::string const& expression, bool isFirstByRank) {
         read_, isFirstByRank
                    ? "SELECT n.* FROM words JOIN note n ON n.id = words.rowid WHERE words MATCH ? ORDER BY rank LIMIT 50"
                    : "SELECT n.* FROM words JOIN note n ON n.id = words.rowid WHERE words MATCH ?");
+    return rowsOf(read, expression);
+}
+
+std::vector<Note> Raw::latest(std::string const& expression, std::size_t count) {
+    auto* const read = statement(
+        latest_, "SELECT n.* FROM words JOIN note n ON n.id = words.rowid WHERE words MATCH ? ORDER BY created DESC LIMIT ?");
+    sqlite3_bind_int64(read, 2, static_cast<std::int64_t>(count));
+    return rowsOf(read, expression);
+}
+
+std::vector<Note> Raw::rowsOf(sqlite3_stmt* read, std::string const& expression) {
     bind(read, 1, expression);
     std::vector<Note> found;
     while (sqlite3_step(read) == SQLITE_ROW)

@@ -29,14 +29,18 @@ public:
     /// Gives a note another text, in a transaction of its own.
     void change(std::int64_t key, std::string const& text);
     std::vector<Note> find(std::string const& expression, bool isFirstByRank);
+    /// The first ones, those that were made last before the others.
+    std::vector<Note> latest(std::string const& expression, std::size_t count);
 
 private:
     void run(char const* sql);
     sqlite3_stmt* statement(sqlite3_stmt*& kept, char const* sql);
     void finish(sqlite3_stmt* statement);
+    std::vector<Note> rowsOf(sqlite3_stmt* read, std::string const& expression);
 
     sqlite3* handle_ = nullptr;
-    sqlite3_stmt *insert_ = nullptr, *index_ = nullptr, *read_ = nullptr, *update_ = nullptr, *forget_ = nullptr;
+    sqlite3_stmt *insert_ = nullptr, *index_ = nullptr, *read_ = nullptr, *update_ = nullptr, *forget_ = nullptr,
+                 *latest_ = nullptr;
 };
 
 } // namespace Tessarin::benchmarks

@@ -1,4 +1,5 @@
 // Searching texts by their words: ours beside FTS5 used by hand. The same notes, the same words, the same rows found.
+#include "benchmarks/search/BesideImport.h"
 #include "benchmarks/search/Raw.h"
 #include "benchmarks/support/Report.h"
 
@@ -205,5 +206,6 @@ int main(int argc, char** argv) {
     benchSearch(report, "the first 50 by rank", ours, theirs, true, "wanted", "\"wanted\" *", 1.2);
     benchSearch(report, "the first 50 by rank, of two words", ours, theirs, true, "wanted ab", "\"wanted\" AND \"ab\" *", 1.2);
     benchSaves(report, places);
+    benchBesideImport(report, places.next(), places.next());
     return report.finish();
 }

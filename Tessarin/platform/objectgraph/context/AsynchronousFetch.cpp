@@ -1,4 +1,5 @@
 #include "Tessarin/platform/objectgraph/context/AsynchronousFetchPrivate.h"
+#include "Tessarin/platform/objectgraph/context/PredicateIdentitiesPrivate.h"
 #include "Tessarin/platform/objectgraph/context/QueueRequirementPrivate.h"
 
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
@@ -13,6 +14,9 @@
 // otherwise than they were answered are known on delivery: they are taken out, asked anew, and put in their places, just as a
 // fetch does with what is unsaved. What is written past the contexts (batch requests, other processes) is a gap in the log: then
 // the store is asked again.
+//
+// Beside that, a predicate is evaluated for each record of the sets on their way where the store is asked, not on the context's
+// queue: the sets remember what came of it. Large ones that have come or were folded meanwhile are worth another round.
 namespace Tessarin {
 namespace {
 
@@ -44,6 +48,7 @@ void AsynchronousFetch::start(NSManagedObjectContext& context) {
     entity_ = entityOf(GraphAccess::state(context), *request_, error_);
     if (entity_ && !coordinator_->store())
         error_ = storeError(StoreErrorCode::ContextWithoutStore, "There is no store to fetch from.");
+    if (!error_) request_->setPredicate(withIdentities(request_->predicate())); // it is not too deep
     error_ ? goBack() : ask(context);
 }
 
@@ -53,7 +58,10 @@ void AsynchronousFetch::ask(NSManagedObjectContext& context) {
     answer_ = {};
     watch_.emplace(coordinator_->space());
     error_ = caught([&]() -> Ref<NSError> {
-        query_ = FetchOperation(GraphAccess::state(context), *request_, *entity_).queryBeforehand(surplus_);
+        FetchOperation const fetch(GraphAccess::state(context), *request_, *entity_, *watch_);
+        if (rounds_ + preparations_ == 1) fetch.noteQuestion();
+        preparation_ = fetch.preparation();
+        query_ = fetch.queryBeforehand(surplus_);
         return nullptr;
     });
     if (error_) return goBack();
@@ -64,7 +72,10 @@ void AsynchronousFetch::ask(NSManagedObjectContext& context) {
 /// On a thread of its own.
 void AsynchronousFetch::askStore() {
     if (!isCancelled_.load(std::memory_order_relaxed))
-        error_ = caught([&] { return coordinator_->store()->fetch(query_, answer_); });
+        error_ = caught([&] {
+            if (preparation_) preparation_->carryOut(isCancelled_);
+            return coordinator_->store()->fetch(query_, answer_);
+        });
     goBack();
 }
 
@@ -84,6 +95,11 @@ void AsynchronousFetch::deliver(NSManagedObjectContext& context) {
     if (!error) error = caught([&] { return resultIn(context, list); });
     if (error) return finish({}, error);
     if (list) return finish(std::move(*list), nullptr);
+    if (std::exchange(isUnprepared_, false)) {
+        --rounds_;
+        ++preparations_;
+        return ask(context);
+    }
     if (rounds_ < mostRounds) {
         surplus_ = (surplus_ + 16) * 8;
         return ask(context);
@@ -96,6 +112,9 @@ Ref<NSError> AsynchronousFetch::resultIn(NSManagedObjectContext& context, std::o
     processChanges(context, GraphAccess::state(context));
     FetchOperation fetch(GraphAccess::state(context), *request_, *entity_, *watch_);
     if (watch_->hasGaps()) return nullptr;
+    preparation_ = fetch.preparation();
+    isUnprepared_ = preparation_ && preparations_ < mostPreparations && !preparation_->isDone();
+    if (isUnprepared_) return nullptr;
     FetchedObjects found;
     Ref<NSError> error;
     if (fetch.list(query_, std::move(answer_), rounds_ < mostRounds, found, error) && !error) list = std::move(found);
@@ -105,6 +124,7 @@ Ref<NSError> AsynchronousFetch::resultIn(NSManagedObjectContext& context, std::o
 void AsynchronousFetch::finish(FetchedObjects list, Ref<NSError> const& error) {
     watch_.reset();
     answer_ = {};
+    preparation_.reset();
     isDone_.store(true, std::memory_order_release);
     auto const completion = std::exchange(completion_, nullptr);
     if (completion) completion(std::move(list), error);

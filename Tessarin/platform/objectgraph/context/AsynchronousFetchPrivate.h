@@ -20,6 +20,7 @@ public:
 
 private:
     static constexpr int mostRounds = 3;
+    static constexpr int mostPreparations = 8; // further rounds, each because large change sets have come meanwhile
 
     void ask(NSManagedObjectContext& context);
     void askStore();
@@ -40,8 +41,11 @@ private:
     std::optional<CommitLog::Watch> watch_; // since before the store was asked
     StoreQuery query_;
     StoreAnswer answer_;
+    std::optional<UnsavedRecords::Preparation> preparation_; // beside the store's answer
     Ref<NSError> error_;
     int rounds_ = 0;
+    int preparations_ = 0;
+    bool isUnprepared_ = false;
     std::size_t surplus_ = 0; // to be asked for beyond what is wanted; more from round to round
 };
 

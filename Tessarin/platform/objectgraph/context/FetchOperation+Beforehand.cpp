@@ -20,7 +20,7 @@ StoreQuery FetchOperation::queryBeforehand(std::size_t surplus) const {
     if (isUntouched() && surplus == 0) return query;
     bool const isCut = query.limit != 0 && !mustLookAtAll_;
     query.offset = 0;
-    query.limit = isCut ? countUpToLast() + std::max<std::size_t>(surplus, 16) : 0;
+    query.limit = isCut ? countUpToLast(request_) + std::max<std::size_t>(surplus, 16) : 0;
     if (mustLookAtAll_) query.predicate = nullptr;
     return query;
 }
@@ -34,12 +34,11 @@ bool FetchOperation::looksAtOthers() const {
     };
     auto const& sorts = request_.sortDescriptors();
     return std::ranges::any_of(sorts, [&](auto const& sort) { return leadsAway(sort->keyPath()); }) ||
-           (request_.predicate() && std::ranges::any_of(request_.predicate()->keyPaths(),
-                                                        [&](auto const& path) { return leadsAway(KeyPath(path)); }));
+           (request_.predicate() &&
+            std::ranges::any_of(request_.predicate()->keyPaths(), [&](auto const& path) { return leadsAway(KeyPath(path)); }));
 }
 
-bool FetchOperation::list(StoreQuery const& query, StoreAnswer&& answer, bool canAsk, FetchedObjects& list,
-                          Ref<NSError>& error) {
+bool FetchOperation::list(StoreQuery const& query, StoreAnswer&& answer, bool canAsk, FetchedObjects& list, Ref<NSError>& error) {
     if (!committed_.empty() && (!request_.includesPendingChanges() || looksAtOthers())) return false;
     bool const isWhole = !answer.complete || (query.limit == 0 && query.offset == 0);
     bool const hasAll = !query.predicate && isWhole && !(query.wantsKeysOnly && answer.complete);
@@ -69,7 +68,7 @@ bool FetchOperation::list(StoreQuery const& query, StoreAnswer&& answer, bool ca
 }
 
 bool FetchOperation::isEnough(StoreQuery const& query, std::size_t given, std::size_t left) const {
-    return query.limit == 0 || given < query.limit || left >= countUpToLast();
+    return query.limit == 0 || given < query.limit || left >= countUpToLast(request_);
 }
 
 bool FetchOperation::layOver(StoreQuery const& query, std::vector<RecordKey> keys, bool canAsk, FetchedObjects& list) {

@@ -13,14 +13,11 @@ namespace Tessarin {
 
 FetchOperation::FetchOperation(ContextState& context, NSFetchRequest const& request, NSEntityDescription const& entity,
                                CommitLog::Watch const* since)
-    : context_(context),
-      request_(request),
-      entity_(entity),
-      reader_(context),
-      committed_(since ? since->sets() : ChangeSets()) {
+    : context_(context), request_(request), entity_(entity), reader_(context), committed_(since ? since->sets() : ChangeSets()) {
     if (!request.includesPendingChanges()) return;
     unsaved_.emplace(context, reader_, request, entity, committed_);
     mustLookAtAll_ = unsaved_->turnsAll();
+    if (!since) unsaved_->noteQuestion();
 }
 
 bool FetchOperation::isWanted(NSEntityDescription const& entity) const {
@@ -103,7 +100,7 @@ Ref<NSError> FetchOperation::count(std::size_t& found) {
         if (auto error = store()->count(query, found, isComplete)) return error;
         if (isComplete && !hasUnsaved()) return nullptr;
         if (isComplete) {
-            found += fittingUnsaved().size();
+            found += countFittingUnsaved();
             found -= std::min(found, request_.fetchOffset());
             if (request_.fetchLimit() != 0) found = std::min(found, request_.fetchLimit());
             return nullptr;
@@ -121,7 +118,7 @@ Ref<NSError> FetchOperation::askStore(StoreAnswer& answer) {
     if (mustLookAtAll_) query.predicate = nullptr;
     if (mustLookAtAll_ || request_.fetchLimit() == 0) return askForRest(query, answer);
     // Records that the store counts may turn out to be gone or changed. That is seldom so for many of the first.
-    auto const wanted = countUpToLast();
+    auto const wanted = countUpToLast(request_);
     for (std::size_t surplus = 16;; surplus *= 8) {
         answer = {};
         query.limit = wanted + std::min(surplus, unsaved_->count());
@@ -160,43 +157,58 @@ FetchSorting::Objects FetchOperation::objectsOf(std::vector<RowRef>& rows) {
 }
 
 FetchSorting::Objects FetchOperation::fittingUnsaved() {
+    auto const candidates = unsaved_->candidates();
     Objects objects;
+    addObjectsOf(candidates.fitting, objects);
+    addFitting(candidates.keys, objects);
+    KeySet seen; // sets may know a record by another key
+    std::erase_if(objects, [&](auto const& object) { return !seen.add(object->recordKey()); });
+    return objects;
+}
+
+std::size_t FetchOperation::countFittingUnsaved() {
+    auto const candidates = unsaved_->candidates();
+    Objects objects;
+    addFitting(candidates.keys, objects);
+    std::vector<RecordKey> keys;
+    for (auto const& row : candidates.fitting) keys.push_back(context_.link->current(row->key()));
+    for (auto const& object : objects) keys.push_back(object->recordKey());
+    std::ranges::sort(keys);
+    return keys.size() - std::ranges::unique(keys).size();
+}
+
+/// The objects of those records that fulfil the predicate.
+void FetchOperation::addFitting(std::span<RecordKey const> keys, Objects& objects) {
     std::vector<RecordKey> unread;
     std::vector<RowRef> rows;
-    KeySet seen; // sets may know a record by another key
-    auto const add = [&](Ref<NSManagedObject> object) {
-        if (!object->isDeleted() && seen.add(object->recordKey()) && isWanted(object->entity()) && fits(*object))
-            objects.push_back(std::move(object));
-    };
-    for (auto const key : unsaved_->listsFirst() ? unsaved_->firstCandidates(countUpToLast()) : unsaved_->candidates()) {
+    Objects asked;
+    for (auto const key : keys) {
         auto living = context_.link->find(key);
         bool const showsAll = living && (GraphAccess::state(*living).row || living->isInserted()) && !wasCommitted(key);
         if (showsAll)
-            add(std::move(living));
+            asked.push_back(std::move(living));
         else
             unread.push_back(key);
     }
     reader_.rows(entity_, unread, [&](RowRef row) { rows.push_back(std::move(row)); });
+    addObjectsOf(rows, asked);
+    for (auto& object : asked)
+        if (!object->isDeleted() && isWanted(object->entity()) && fits(*object)) objects.push_back(std::move(object));
+}
+
+void FetchOperation::addObjectsOf(std::span<RowRef const> rows, Objects& objects) {
     Objects read;
-    auto const now = committed_.empty() ? std::vector<RowRef>() : rows;
-    objectsWithRows(context_, entity_, rows,
+    std::vector<RowRef> given(rows.begin(), rows.end());
+    objectsWithRows(context_, entity_, given,
                     [&](std::span<Ref<NSManagedObject>> run) { read.insert(read.end(), run.begin(), run.end()); });
-    for (std::size_t at = 0; at < now.size(); ++at) // one that keeps to what it read of an ancestor's unsaved values
-        showsOld_ = showsOld_ || (!read[at]->hasChanges() && GraphAccess::state(*read[at]).row != now[at]);
-    for (auto& object : read) add(std::move(object));
-    return objects;
+    for (std::size_t at = 0; !committed_.empty() && at < rows.size(); ++at) // one keeps to what it read of an ancestor's values
+        showsOld_ = showsOld_ || (!read[at]->hasChanges() && GraphAccess::state(*read[at]).row != rows[at]);
+    objects.insert(objects.end(), std::move_iterator(read.begin()), std::move_iterator(read.end()));
 }
 
 /// Whether the context may not have heard yet of what was committed.
 bool FetchOperation::wasCommitted(RecordKey key) const {
     return std::ranges::any_of(committed_, [&](auto const& set) { return set->find(entity_, key) != nullptr; });
-}
-
-/// How many records there are up to the last one that is wanted, for a request with a limit; never so many that more could
-/// not be added.
-std::size_t FetchOperation::countUpToLast() const {
-    static constexpr std::size_t most = SIZE_MAX / 4;
-    return std::min(request_.fetchLimit(), most) + std::min(request_.fetchOffset(), most);
 }
 
 bool FetchOperation::fits(NSManagedObject& object) const {

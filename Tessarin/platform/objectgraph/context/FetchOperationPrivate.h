@@ -25,6 +25,9 @@ public:
     Ref<NSError> run(FetchedObjectsTaker take);
     Ref<NSError> count(std::size_t& found);
     Ref<NSError> explain(FetchExplanation& explanation);
+    void noteQuestion() const {
+        if (unsaved_) unsaved_->noteQuestion();
+    }
     /// The results as a list.
     Ref<NSError> list(FetchedObjects& list);
 
@@ -34,6 +37,11 @@ public:
     /// The list of what the store answered to that. False when that does not do, and the store must be asked again; `canAsk`: it
     /// is false, too, where asking again makes less work than correcting.
     bool list(StoreQuery const& query, StoreAnswer&& answer, bool canAsk, FetchedObjects& list, Ref<NSError>& error);
+
+    /// What `list` would otherwise look for on the context's queue; absent where there is nothing.
+    std::optional<UnsavedRecords::Preparation> preparation() const {
+        return hasUnsaved() ? unsaved_->preparation() : std::nullopt;
+    }
 
 private:
     using Objects = FetchSorting::Objects;
@@ -54,11 +62,13 @@ private:
     void removeUnsaved(std::vector<RowRef>& rows);
     Objects objectsOf(std::vector<RowRef>& rows);
     Objects fittingUnsaved();
+    std::size_t countFittingUnsaved();
+    void addFitting(std::span<RecordKey const> keys, Objects& objects);
+    void addObjectsOf(std::span<RowRef const> rows, Objects& objects);
     bool wasCommitted(RecordKey key) const;
     bool looksAtOthers() const;
     bool isEnough(StoreQuery const& query, std::size_t given, std::size_t left) const;
     bool layOver(StoreQuery const& query, std::vector<RecordKey> keys, bool canAsk, FetchedObjects& list);
-    std::size_t countUpToLast() const;
     Ref<NSError> prepareRanking();
     FetchSorting sorting() const { return FetchSorting(request_.sortDescriptors(), ranking_ ? &*ranking_ : nullptr); }
     bool fits(NSManagedObject& object) const;

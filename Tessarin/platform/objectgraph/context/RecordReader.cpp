@@ -63,9 +63,8 @@ bool RecordReader::hasChangesOf(NSEntityDescription const& entity) const {
 }
 
 bool RecordReader::knowsUnsaved(RecordKey key) const {
-    return std::ranges::any_of(coordinator_->managedObjectModel()->entities(), [&](auto const& entity) {
-        return !entity->superentity() && pending(*entity, key).row;
-    });
+    return std::ranges::any_of(coordinator_->managedObjectModel()->entities(),
+                               [&](auto const& entity) { return !entity->superentity() && pending(*entity, key).row; });
 }
 
 RecordReader::Pending RecordReader::pending(NSEntityDescription const& entity, RecordKey key) const {
@@ -90,8 +89,16 @@ RecordReader::Pending RecordReader::pending(NSEntityDescription const& entity, R
 
 RowRef RecordReader::row(NSEntityDescription const& entity, RecordKey key, bool fresh) const {
     RowRef result;
-    rows(entity, {&key, 1}, [&](RowRef row) { result = std::move(row); }, fresh);
+    rows(
+        entity, {&key, 1}, [&](RowRef row) { result = std::move(row); }, fresh);
     return result;
+}
+
+bool RecordReader::shows(RecordChange const& change) const {
+    auto const permanent = change.key < 0 ? coordinator_->promotions().permanentKey(change.key) : 0;
+    auto const key = permanent != 0 ? permanent : change.key;
+    auto const found = pending(*change.entity, key);
+    return (found.isKnown ? found.row : row(*change.entity, key)) == change.after;
 }
 
 void RecordReader::rows(NSEntityDescription const& entity, std::span<RecordKey const> keys, FunctionRef<void(RowRef)> each,

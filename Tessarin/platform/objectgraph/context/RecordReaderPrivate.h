@@ -30,6 +30,8 @@ public:
 
     /// The record's row; none when there is no such record. `fresh` asks the store even when a row is in memory.
     RowRef row(NSEntityDescription const& entity, RecordKey key, bool fresh = false) const;
+    /// Whether that row of a change is what is seen of its record.
+    bool shows(RecordChange const& change) const;
     /// The rows of those records that exist, in any order.
     void rows(NSEntityDescription const& entity, std::span<RecordKey const> keys, FunctionRef<void(RowRef)> each,
               bool fresh = false) const;

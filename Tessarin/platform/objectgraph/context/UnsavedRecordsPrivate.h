@@ -27,13 +27,25 @@ public:
     void removeFrom(std::vector<RowRef>& rows);
     /// Whether the answer of any record may be turned.
     bool turnsAll() const noexcept { return turnsAll_; }
-    /// The records that may fulfil the request's predicate.
-    std::vector<RecordKey> candidates() const;
-    /// The same for a request without a predicate that asks for the first `count` in an order by attributes: those that may be
-    /// among them, without a look at all that is inserted.
-    std::vector<RecordKey> firstCandidates(std::size_t count) const;
-    /// Whether the request asks for that: for the first records in an order by attributes.
-    bool listsFirst() const;
+    /// The records that may be among the request's results, found without a look at each.
+    struct Candidates {
+        std::vector<RecordKey> keys;
+        std::vector<RowRef> fitting; // of further ones, which are seen so and fulfil the predicate; not of own changes
+    };
+    Candidates candidates() const;
+    /// What must be asked of change sets for that, and those of which it is asked: on any thread, so that the context's queue
+    /// need not look at each record of a large one.
+    struct Preparation {
+        ChangeQuestion question;
+        ChangeSets sets;
+
+        bool isDone() const;
+        void carryOut(std::atomic<bool> const& isGivenUp) const;
+    };
+    /// Absent where there is nothing to prepare.
+    std::optional<Preparation> preparation() const;
+    /// What is asked now will be asked again beside the next save.
+    void noteQuestion() const;
     /// The keys of those that the store may have, as ranges.
     std::vector<KeyRange> stored() const;
 
@@ -42,12 +54,17 @@ private:
         return request_.includesSubentities() ? entity.isKindOf(&entity_) : &entity == &entity_;
     }
     void note(ChangeSet const& set, NSEntityDescription const& entity);
-    void noteQuestion() const;
+    std::optional<ChangeQuestion> questionOf();
+    bool isSortedByRows() const;
+    std::vector<RecordKey> namesOf(RecordKey key) const;
     bool isOwn(RecordKey key) const;
     void addOwn(KeySet& keys) const;
-    void addOf(ChangeSet const& set, KeySet& keys) const;
-    /// Adds what is known, by its index, of an equality that the predicate asks for; false when it asks for none.
-    bool addEqual(ChangeSet const& set, NSPredicate const& predicate, KeySet& keys) const;
+    void addAll(ChangeSet const& set, KeySet& keys) const;
+    void addNamed(std::span<RecordKey const> named, KeySet& keys) const;
+    void addMerged(KeySet& keys) const;
+    void addEqual(ChangeSet const& set, KeySet& keys) const;
+    void addAnswer(ChangeSet const& set, Candidates& candidates, KeySet& keys) const;
+    bool isSeenSo(RecordChange const& change) const;
     bool addOwnEqual(NSPredicate const& predicate, KeySet& keys) const;
 
     ContextState& context_;
@@ -56,12 +73,19 @@ private:
     NSEntityDescription const& entity_;
     ChangeSets withCommitted_; // empty where none were committed
     ChangeSets const* sets_;
+    std::optional<std::vector<RecordKey>> named_; // what the predicate allows
+    bool isAnswerWhole_ = false; // what answers the question fulfils the predicate
+    std::optional<ChangeQuestion> question_; // for the sets; none: each record is a candidate
     std::optional<KeySet> own_; // the context's changed objects, once they are looked up often
     KeySet turned_;
     bool turnsAll_ = false;
     std::size_t ownCount_ = 0;
     std::size_t count_ = 0;
 };
+
+/// How many records there are up to the last one that is wanted, for a request with a limit; never so many that more could
+/// not be added.
+std::size_t countUpToLast(NSFetchRequest const& request);
 
 /// The objects in memory that fulfil an equality which the predicate asks for, and perhaps a few others; absent when it asks for
 /// none that is looked up.

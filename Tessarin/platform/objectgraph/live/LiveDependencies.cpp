@@ -55,13 +55,15 @@ std::vector<RecordKey> keysBehind(Objects const& objects, NSRelationshipDescript
 }
 
 /// The records that still lead to those that are gone as they wait to be saved: others let them go in the file alone.
-void addWaitingFor(ChangeSets const& sets, NSRelationshipDescription const& link, KeySet const& gone,
+void addWaitingFor(ContextState& context, ChangeSets const& sets, NSRelationshipDescription const& link, KeySet const& gone,
                    std::vector<RecordKey>& keys) {
+    auto const& tree = *link.entity()->rootEntity();
     for (auto const& set : sets)
-        for (auto const& change : set->changesOf(*link.entity()->rootEntity())) {
-            if (!change.after || !change.changesRow() || !change.entity->isKindOf(link.entity())) continue;
-            auto const& place = change.after->placeOfProperty(link.index());
-            if (place.type == CellType::Reference && gone.contains(change.after->integer(place))) keys.push_back(change.key);
+        for (auto const key : gone.keys()) {
+            auto const former = key > 0 ? context.coordinator->promotions().temporaryKey(key) : 0;
+            for (auto const name : {key, former})
+                if (name != 0)
+                    for (auto const waiting : set->keysReferring(tree, link, name)) keys.push_back(waiting);
         }
 }
 
@@ -79,7 +81,7 @@ std::vector<RecordKey> keysBehindGone(ContextState& context, std::span<RecordCha
         auto const members = reader.members(inverse, *change->entity, change->key);
         keys.insert(keys.end(), members.begin(), members.end());
     }
-    if (!link.isToMany()) addWaitingFor(reader.sets(), link, goneKeys, keys);
+    if (!link.isToMany()) addWaitingFor(context, reader.sets(), link, goneKeys, keys);
     auto const led = [&](NSManagedObject& object) {
         if (!link.isToMany()) return goneKeys.contains(referenceOf(object, link));
         auto const& extras = GraphAccess::state(object).extras;

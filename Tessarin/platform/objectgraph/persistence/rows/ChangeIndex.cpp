@@ -11,14 +11,15 @@
 // `changes` is the set's own list, constant since its construction, and rows hold their layouts through the set's space.
 namespace Tessarin {
 
-ChangeIndex::Entries ChangeIndex::sorted(std::span<RecordChange const> changes, NSAttributeDescription const& attribute) {
+ChangeIndex::Entries ChangeIndex::sorted(std::span<RecordChange const> changes, NSPropertyDescription const& property) {
     Entries entries;
-    bool const isText = attribute.attributeType() == NSAttributeType::String;
+    auto const* attribute = property.asAttribute();
+    bool const isText = attribute && attribute->attributeType() == NSAttributeType::String;
     for (std::uint32_t at = 0; at < changes.size(); ++at) {
         auto const& [entity, row] = std::tie(changes[at].entity, changes[at].after);
-        if (!row || entity->properties().size() <= attribute.index() || entity->properties()[attribute.index()] != &attribute)
+        if (!row || entity->properties().size() <= property.index() || entity->properties()[property.index()] != &property)
             continue;
-        auto const cell = row->layout().cellOf(attribute.index());
+        auto const cell = row->layout().cellOf(property.index());
         if (cell == RowLayout::noCell || !row->isPresent(static_cast<std::size_t>(cell))) continue;
         entries.push_back({isText ? valueHash(row->text(static_cast<std::size_t>(cell)))
                                   : valueHash(row->integer(static_cast<std::size_t>(cell))),
@@ -32,18 +33,33 @@ std::optional<std::vector<std::uint32_t>> ChangeIndex::find(std::span<RecordChan
                                                             NSAttributeDescription const& attribute, Value const& value) const {
     auto const hash = attribute.isTransient() ? std::nullopt : valueHash(value, attribute.attributeType());
     if (!hash) return {};
+    return placesWith(changes, attribute, *hash);
+}
+
+std::vector<std::uint32_t> ChangeIndex::find(std::span<RecordChange const> changes, NSRelationshipDescription const& relationship,
+                                             RecordKey key) const {
+    return placesWith(changes, relationship, valueHash(key));
+}
+
+std::vector<std::uint32_t> ChangeIndex::placesWith(std::span<RecordChange const> changes, NSPropertyDescription const& property,
+                                                   std::uint64_t hash) const {
     std::vector<std::uint32_t> found;
-    auto const range = std::ranges::equal_range(entriesOf(changes, attribute), *hash, {}, &Entry::hash);
+    auto const range = std::ranges::equal_range(entriesOf(changes, property), hash, {}, &Entry::hash);
     for (auto const& entry : range) found.push_back(entry.at);
     return found;
 }
 
 ChangeIndex::Entries const& ChangeIndex::entriesOf(std::span<RecordChange const> changes,
-                                                   NSAttributeDescription const& attribute) const {
+                                                   NSPropertyDescription const& property) const {
     std::lock_guard const hold(mutex_);
-    auto [place, isNew] = entries_.try_emplace(&attribute);
-    if (isNew) place->second = sorted(changes, attribute);
+    auto [place, isNew] = entries_.try_emplace(&property);
+    if (isNew) place->second = sorted(changes, property);
     return place->second;
+}
+
+bool ChangeIndex::knows(NSPropertyDescription const& property) const {
+    std::lock_guard const hold(mutex_);
+    return entries_.contains(&property);
 }
 
 std::span<std::uint32_t const> ChangeIndex::find(std::span<RecordChange const> changes, UniqueConstraint const& constraint,

@@ -1,5 +1,6 @@
 #pragma once
 #include "Tessarin/Export.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/RecordKey.h"
 #include "Tessarin/platform/runtime/Value.h"
 #include <cstdint>
 #include <map>
@@ -14,12 +15,14 @@ namespace Tessarin {
 
 class ChangeSet;
 class NSAttributeDescription;
+class NSPropertyDescription;
+class NSRelationshipDescription;
 class Row;
 struct RecordChange;
 struct UniqueConstraint;
 
-/// Finds changes by the value of an attribute after them: look-ups beside a save of many records would otherwise look at every
-/// one of those. Sorted by an attribute on the first question about it. Any thread.
+/// Finds changes by the value of an attribute, or the end of a to-one relationship, after them: look-ups beside a save of many records would otherwise look at every
+/// one of those. Sorted by one on the first question about it. Any thread.
 class TESSARIN_API ChangeIndex {
 public:
     /// The places, within the changes of one tree of entities, where the attribute has this value, and perhaps a few where it
@@ -27,14 +30,20 @@ public:
     std::optional<std::vector<std::uint32_t>> find(std::span<RecordChange const> changes, NSAttributeDescription const& attribute,
                                                    Value const& value) const;
 
+    /// The places where a to-one relationship leads to the record of that key.
+    std::vector<std::uint32_t> find(std::span<RecordChange const> changes, NSRelationshipDescription const& relationship,
+                                    RecordKey key) const;
+
     /// The same for the values of a constraint, and exactly those.
     std::span<std::uint32_t const> find(std::span<RecordChange const> changes, UniqueConstraint const& constraint,
                                         std::string const& values) const;
 
-    /// Ahead of whoever will ask about the attribute.
-    void prepare(std::span<RecordChange const> changes, NSAttributeDescription const& attribute) const {
-        entriesOf(changes, attribute);
+    /// Ahead of whoever will ask about the attribute or the to-one relationship.
+    void prepare(std::span<RecordChange const> changes, NSPropertyDescription const& property) const {
+        entriesOf(changes, property);
     }
+
+    bool knows(NSPropertyDescription const& property) const;
 
 private:
     using Holders = std::unordered_map<std::string, std::vector<std::uint32_t>>;
@@ -44,12 +53,14 @@ private:
         auto operator<=>(Entry const&) const = default;
     };
     using Entries = std::vector<Entry>; // sorted
-    Entries const& entriesOf(std::span<RecordChange const> changes, NSAttributeDescription const& attribute) const;
-    static Entries sorted(std::span<RecordChange const> changes, NSAttributeDescription const& attribute);
+    Entries const& entriesOf(std::span<RecordChange const> changes, NSPropertyDescription const& property) const;
+    std::vector<std::uint32_t> placesWith(std::span<RecordChange const> changes, NSPropertyDescription const& property,
+                                          std::uint64_t hash) const;
+    static Entries sorted(std::span<RecordChange const> changes, NSPropertyDescription const& property);
 
     mutable std::mutex mutex_;
-    mutable std::map<NSAttributeDescription const*, Entries> entries_; // guarded by mutex_; what stands there stays
-    mutable std::map<UniqueConstraint const*, Holders> unique_;           // likewise
+    mutable std::map<NSPropertyDescription const*, Entries> entries_; // guarded by mutex_; what stands there stays
+    mutable std::map<UniqueConstraint const*, Holders> unique_; // likewise
 };
 
 } // namespace Tessarin

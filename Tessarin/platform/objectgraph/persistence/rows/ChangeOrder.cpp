@@ -9,13 +9,7 @@ namespace Tessarin {
 namespace {
 
 constexpr std::size_t fewest = 256; // that are sorted: the first rows of a list, and as many that are looked at in vain
-
-std::string nameOf(NSEntityDescription const& tree, ChangeOrder::Descriptors descriptors) {
-    auto name = tree.name() + ":";
-    for (auto const& each : descriptors)
-        name += each->key() + (each->ascending() ? "+" : "-") + std::to_string(static_cast<int>(each->comparison())) + ",";
-    return name;
-}
+constexpr std::size_t most = 16;    // orders that are remembered
 
 struct Keyed {
     std::uint32_t at;
@@ -23,45 +17,52 @@ struct Keyed {
     std::vector<Value> values;
 };
 
-Value valueOf(Row const& row, std::string const& attribute) {
-    auto const* property = row.entity().propertyNamed(attribute);
-    auto const cell = property ? row.layout().cellOf(property->index()) : RowLayout::noCell;
-    return cell == RowLayout::noCell ? Value() : row.value(static_cast<std::size_t>(cell));
-}
-
-std::vector<Keyed> insertionsIn(std::span<RecordChange const> changes, ChangeOrder::Descriptors descriptors) {
+/// What a set makes of records of the entity: no deletions, nor what changes only to-many relationships.
+std::vector<Keyed> recordsIn(std::span<RecordChange const> changes, ChangeQuestion const& question,
+                             ChangeMatches::Places const* matches) {
     std::vector<Keyed> all;
-    for (std::uint32_t at = 0; at < changes.size(); ++at) {
-        if (changes[at].kind != RecordChange::Kind::Insert) continue;
+    auto const add = [&](std::uint32_t at) {
         auto& entry = all.emplace_back(Keyed{at, changes[at].key, {}});
-        entry.values.reserve(descriptors.size());
-        for (auto const& each : descriptors) entry.values.push_back(valueOf(*changes[at].after, each->key()));
+        entry.values.reserve(question.order.size());
+        for (auto const& each : question.order) entry.values.push_back(storedValue(*changes[at].after, each->key()));
+    };
+    if (matches) {
+        for (auto const at : *matches) add(at);
+        return all;
     }
+    for (std::uint32_t at = 0; at < changes.size(); ++at)
+        if (changes[at].after && changes[at].changesRow() && changes[at].entity->isKindOf(question.entity)) add(at);
     return all;
 }
 
 } // namespace
 
-std::shared_ptr<ChangeOrder::First const> ChangeOrder::first(ChangeSet const& set, NSEntityDescription const& tree,
-                                                             Descriptors descriptors, std::size_t count) const {
-    auto const name = nameOf(tree, descriptors);
-    {
-        std::lock_guard const hold(mutex_);
-        auto const& known = answers_[name];
-        if (known && (known->isAll || known->places.size() >= count)) return known;
-    }
-    auto all = insertionsIn(set.changesOf(tree), descriptors);
+std::shared_ptr<ChangeOrder::First const> ChangeOrder::known(ChangeQuestion const& question) const {
+    std::lock_guard const hold(mutex_);
+    auto const found = std::ranges::find_if(answers_, [&](Answer const& each) { return each.question.isAlike(question); });
+    bool const isEnough = found != answers_.end() && (found->first->isAll || found->first->places.size() >= question.count);
+    return isEnough ? found->first : nullptr;
+}
+
+std::shared_ptr<ChangeOrder::First const> ChangeOrder::first(ChangeSet const& set, ChangeQuestion const& question,
+                                                             std::size_t count, Matches matches) const {
+    if (auto known = this->known(question); known && (known->isAll || known->places.size() >= count)) return known;
+    auto const matching = question.condition ? matches() : nullptr;
+    if (question.condition && !matching) return nullptr;
+    auto all = recordsIn(set.changesOf(*question.entity->rootEntity()), question, matching.get());
     auto const wanted = std::min(all.size(), std::max(count, fewest));
     std::ranges::partial_sort(all, all.begin() + static_cast<std::ptrdiff_t>(wanted), [&](Keyed const& a, Keyed const& b) {
-        for (std::size_t at = 0; at < descriptors.size(); ++at)
-            if (auto const order = descriptors[at]->compareKeys(a.values[at], b.values[at]); order != 0) return order < 0;
+        for (std::size_t at = 0; at < question.order.size(); ++at)
+            if (auto const order = question.order[at]->compareKeys(a.values[at], b.values[at]); order != 0) return order < 0;
         return isBeforeByKey(a.key, b.key);
     });
     auto answer = std::make_shared<First>();
     answer->isAll = wanted == all.size();
     for (auto const& each : std::span(all).first(wanted)) answer->places.push_back(each.at);
     std::lock_guard const hold(mutex_);
-    answers_[name] = answer;
+    std::erase_if(answers_, [&](Answer const& each) { return each.question.isAlike(question); });
+    if (answers_.size() == most) answers_.erase(answers_.begin());
+    answers_.push_back({question, answer});
     return answer;
 }
 

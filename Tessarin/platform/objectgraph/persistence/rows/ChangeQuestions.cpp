@@ -1,8 +1,10 @@
 #include "Tessarin/platform/objectgraph/persistence/rows/ChangeQuestionsPrivate.h"
 
 #include "Tessarin/platform/foundation/predicates/NSSortDescriptor.h"
+#include "Tessarin/platform/objectgraph/model/NSEntityDescription.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace Tessarin {
 namespace {
@@ -10,35 +12,36 @@ namespace {
 constexpr std::size_t most = 16;       // that are remembered
 constexpr std::uint32_t patience = 16; // sets that were made ready in vain
 
-bool isSame(ChangeQuestions::Question const& a, ChangeQuestions::Question const& b) {
-    return a.equal == b.equal && a.tree == b.tree &&
-           std::ranges::equal(a.order, b.order, [](auto const& x, auto const& y) { return x->isEqual(*y); });
-}
-
 } // namespace
 
-void ChangeQuestions::note(NSAttributeDescription const& equal) { note({&equal, nullptr, {}}); }
+NSEntityDescription const& ChangeQuestion::tree() const { return *(equal ? equal->entity() : entity)->rootEntity(); }
 
-void ChangeQuestions::note(NSEntityDescription const& tree, std::span<Ref<NSSortDescriptor> const> order) {
-    note({nullptr, &tree, {order.begin(), order.end()}});
+bool ChangeQuestion::isAlike(ChangeQuestion const& other) const {
+    return equal == other.equal && entity == other.entity && (count == 0) == (other.count == 0) &&
+           Tessarin::equal(condition, other.condition) &&
+           std::ranges::equal(order, other.order, [](auto const& x, auto const& y) { return x == y || x->isEqual(*y); });
 }
 
-void ChangeQuestions::note(Question question) {
+void ChangeQuestions::note(ChangeQuestion const& question) {
     std::lock_guard const hold(mutex_);
-    auto const known = std::ranges::find_if(asked_, [&](Asked const& each) { return isSame(each.question, question); });
+    auto const known = std::ranges::find_if(asked_, [&](Asked const& each) { return each.question.isAlike(question); });
     if (known != asked_.end()) {
         known->setsSince = 0;
+        ++known->times;
         return;
     }
-    if (asked_.size() == most) asked_.erase(std::ranges::max_element(asked_, {}, &Asked::setsSince));
-    asked_.push_back({std::move(question)});
+    auto const use = [](Asked const& each) { return std::pair(each.question.condition && each.times == 1, each.setsSince); };
+    if (asked_.size() == most) asked_.erase(std::ranges::max_element(asked_, {}, use));
+    asked_.push_back({question});
 }
 
-std::vector<ChangeQuestions::Question> ChangeQuestions::forNextSet() {
-    std::vector<Question> questions;
+/// A condition is as long as a look at each record, and what somebody types is asked but once.
+std::vector<ChangeQuestion> ChangeQuestions::forNextSet() {
+    std::vector<ChangeQuestion> questions;
     std::lock_guard const hold(mutex_);
     std::erase_if(asked_, [](Asked& each) { return ++each.setsSince > patience; });
-    for (auto const& each : asked_) questions.push_back(each.question);
+    for (auto const& each : asked_)
+        if (!each.question.condition || each.times > 1) questions.push_back(each.question);
     return questions;
 }
 

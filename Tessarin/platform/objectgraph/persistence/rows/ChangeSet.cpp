@@ -3,10 +3,13 @@
 #include "Tessarin/platform/objectgraph/model/NSManagedObjectModel.h"
 
 #include <algorithm>
+#include <atomic>
 #include <compare>
 
 namespace Tessarin {
 namespace {
+
+constexpr std::size_t fewest = 256; // changes: with less whoever asks is as quick
 
 struct Place {
     RecordKey key;
@@ -32,16 +35,40 @@ void sortChanges(std::vector<RecordChange>& changes) {
     changes = std::move(sorted);
 }
 
+/// A key behind those that are there.
+void append(RecordKey key, std::vector<KeyRange>& ranges) {
+    if (key < 0) return;
+    if (!ranges.empty() && ranges.back().last + 1 == key)
+        ranges.back().last = key;
+    else
+        ranges.push_back({key, key});
+}
+
+std::uint64_t nextNumber() {
+    static std::atomic<std::uint64_t> last{0};
+    return last.fetch_add(1, std::memory_order_relaxed) + 1;
+}
+
 } // namespace
 
 ChangeSet::ChangeSet(Ref<RowSpace> space, std::vector<RecordChange> changes, Ref<ChangeOrigin const> origin,
                      Ref<UndoableStep const> undoStep)
-    : space_(std::move(space)), origin_(std::move(origin)), changes_(std::move(changes)), undoStep_(std::move(undoStep)) {
+    : space_(std::move(space)),
+      origin_(std::move(origin)),
+      changes_(std::move(changes)),
+      undoStep_(std::move(undoStep)),
+      number_(nextNumber()) {
     sortChanges(changes_);
     changedRows_.resize(space_->model().entities().size());
+    updates_.resize(changedRows_.size());
+    keysOfRows_.resize(changedRows_.size());
     for (auto const& change : changes_) {
-        if (change.changesRow()) ++changedRows_[change.entity->index()];
-        if (change.changesRow() && change.kind != RecordChange::Kind::Insert) updates_.push_back(&change);
+        if (change.changesRow()) {
+            ++changedRows_[change.entity->index()];
+            append(change.key, keysOfRows_[change.entity->rootEntity()->index()]);
+        }
+        if (change.changesRow() && change.kind == RecordChange::Kind::Update)
+            updates_[change.entity->rootEntity()->index()] = true;
         changesRelationships_ = changesRelationships_ || !change.relationships.empty();
     }
 }
@@ -70,27 +97,53 @@ std::vector<RecordKey> ChangeSet::keysWith(UniqueConstraint const& constraint, s
     return keys;
 }
 
-std::vector<RecordKey> ChangeSet::firstInserted(NSEntityDescription const& rootEntity, ChangeOrder::Descriptors descriptors,
-                                                std::size_t count, FunctionRef<bool(RecordChange const&)> accepts) const {
+std::vector<RecordKey> ChangeSet::keysReferring(NSEntityDescription const& rootEntity,
+                                                NSRelationshipDescription const& relationship, RecordKey key) const {
     auto const changes = changesOf(rootEntity);
-    for (std::size_t looked = count;; looked *= 8) {
-        std::vector<RecordKey> keys;
-        auto const first = order_.first(*this, rootEntity, descriptors, looked);
+    std::vector<RecordKey> keys;
+    for (auto const at : index_.find(changes, relationship, key)) keys.push_back(changes[at].key);
+    return keys;
+}
+
+std::vector<RecordChange const*> ChangeSet::matching(ChangeQuestion const& question) const {
+    auto const changes = changesOf(question.tree());
+    std::vector<RecordChange const*> found;
+    for (auto const at : *matches_.find(changes, index_, question)) found.push_back(&changes[at]);
+    return found;
+}
+
+std::vector<RecordChange const*> ChangeSet::first(ChangeQuestion const& question,
+                                                  FunctionRef<bool(RecordChange const&)> accepts) const {
+    auto const changes = changesOf(question.tree());
+    for (std::size_t looked = question.count;; looked *= 8) {
+        std::vector<RecordChange const*> found;
+        auto const first = order_.first(*this, question, looked, [&] { return matches_.find(changes, index_, question); });
         for (auto const at : first->places)
-            if (keys.size() < count && accepts(changes[at])) keys.push_back(changes[at].key);
-        if (keys.size() == count || first->isAll) return keys;
+            if (found.size() < question.count && accepts(changes[at])) found.push_back(&changes[at]);
+        if (found.size() == question.count || first->isAll) return found;
         looked = std::max(looked, first->places.size());
     }
 }
 
+bool ChangeSet::isReadyFor(ChangeQuestion const& question) const {
+    if (changesOf(question.tree()).size() < fewest) return true;
+    if (question.equal) return index_.knows(*question.equal);
+    return question.count != 0 ? order_.knows(question) : !question.condition || matches_.knows(question);
+}
+
+void ChangeSet::makeReadyFor(ChangeQuestion const& question, std::atomic<bool> const* isGivenUp) const {
+    if (isReadyFor(question)) return;
+    if (question.equal) return index_.prepare(changesOf(question.tree()), *question.equal);
+    auto const matches = [&] { return matches_.find(changesOf(question.tree()), index_, question, isGivenUp); };
+    if (question.count == 0)
+        matches();
+    else
+        order_.first(*this, question, question.count, matches);
+}
+
 void ChangeSet::prepare() const {
-    static constexpr std::size_t fewest = 256; // changes: with less whoever asks is as quick
     if (changes_.size() < fewest) return;
-    for (auto const& question : space_->questions().forNextSet())
-        if (question.equal)
-            index_.prepare(changesOf(*question.equal->entity()->rootEntity()), *question.equal);
-        else
-            order_.first(*this, *question.tree, question.order, 0);
+    for (auto const& question : space_->questions().forNextSet()) makeReadyFor(question);
 }
 
 RecordChange const* ChangeSet::find(NSEntityDescription const& entity, RecordKey key) const noexcept {

@@ -2,9 +2,11 @@
 #include "Tessarin/Export.h"
 #include "Tessarin/platform/objectgraph/persistence/history/ChangeOriginPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/rows/ChangeIndexPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/ChangeMergesPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/rows/ChangeOrderPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/rows/Row.h"
 #include "Tessarin/platform/objectgraph/persistence/rows/RowCachePrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/KeyRangePrivate.h"
 #include "Tessarin/platform/runtime/FunctionRef.h"
 #include <optional>
 #include <span>
@@ -71,6 +73,8 @@ public:
 
     /// How many records of exactly this entity have changed rows.
     std::size_t changedRowsOf(NSEntityDescription const& entity) const noexcept { return changedRows_[entity.index()]; }
+    /// Whether it changes rows of that tree of entities that were there before.
+    bool updatesOf(NSEntityDescription const& rootEntity) const noexcept { return updates_[rootEntity.index()]; }
     bool changesRelationships() const noexcept { return changesRelationships_; }
     /// The records of that tree of entities whose attribute has this value after the change, and perhaps a few others; absent
     /// where that is not known without a look at each.
@@ -80,13 +84,35 @@ public:
     /// The records that have these values of a constraint after the change.
     std::vector<RecordKey> keysWith(UniqueConstraint const& constraint, std::string const& values) const;
 
-    /// Changes of rows that are no insertions.
-    std::span<RecordChange const* const> updates() const noexcept { return updates_; }
-    /// The first `count` insertions of a tree of entities that `accepts`, in the order of descriptors that name attributes.
-    std::vector<RecordKey> firstInserted(NSEntityDescription const& rootEntity, ChangeOrder::Descriptors descriptors,
-                                         std::size_t count, FunctionRef<bool(RecordChange const&)> accepts) const;
+    /// The records of that tree of entities whose to-one relationship leads to the record of that key after the change.
+    std::vector<RecordKey> keysReferring(NSEntityDescription const& rootEntity, NSRelationshipDescription const& relationship,
+                                         RecordKey key) const;
+
+    /// The keys of records of that tree of entities whose rows it changes and which a store may have.
+    std::span<KeyRange const> keysOfRows(NSEntityDescription const& rootEntity) const noexcept {
+        return keysOfRows_[rootEntity.index()];
+    }
+    /// The records that a question asks for that has no count.
+    std::vector<RecordChange const*> matching(ChangeQuestion const& question) const;
+    /// The first `count` records of a question with a count that `accepts`, in its order.
+    std::vector<RecordChange const*> first(ChangeQuestion const& question, FunctionRef<bool(RecordChange const&)> accepts) const;
+    /// Whether the answer needs no look at each record any more.
+    bool isReadyFor(ChangeQuestion const& question) const;
+    void makeReadyFor(ChangeQuestion const& question, std::atomic<bool> const* isGivenUp = nullptr) const;
     /// Makes ready for what the main queue has asked lately: by whoever saves, so that it need not wait.
     void prepare() const;
+
+    /// The records of that tree of entities whose row is made of several changes, where this set is laid over those: what is seen
+    /// of them may be in no set.
+    using Sets = std::span<Ref<ChangeSet const> const>;
+    ChangeMerges::Keys merged(NSEntityDescription const& rootEntity, Sets earlier) const {
+        return merges_.find(*this, rootEntity, earlier);
+    }
+    bool knowsMerged(NSEntityDescription const& rootEntity, Sets earlier) const {
+        return merges_.knows(*this, rootEntity, earlier);
+    }
+    /// Another one for each set of the process.
+    std::uint64_t number() const noexcept { return number_; }
 
 private:
     Ref<RowSpace> space_;
@@ -94,10 +120,14 @@ private:
     std::vector<RecordChange> changes_;
     Ref<UndoableStep const> undoStep_;
     std::vector<std::size_t> changedRows_; // by index of the entity
-    std::vector<RecordChange const*> updates_;
+    std::vector<std::vector<KeyRange>> keysOfRows_; // by index of the root entity, like what follows
+    std::vector<bool> updates_; // by index of the root entity
     bool changesRelationships_ = false;
     ChangeIndex index_;
+    ChangeMatches matches_;
     ChangeOrder order_;
+    ChangeMerges merges_;
+    std::uint64_t const number_;
 };
 
 } // namespace Tessarin

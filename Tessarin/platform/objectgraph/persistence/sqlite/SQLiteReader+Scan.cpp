@@ -3,6 +3,8 @@
 #include "Tessarin/platform/objectgraph/query/SQLTranslationPrivate.h"
 #include "Tessarin/platform/sqlite/StatementLog.h"
 
+#include <fmt/format.h>
+
 namespace Tessarin {
 
 /// Answers whether `read` has read them.

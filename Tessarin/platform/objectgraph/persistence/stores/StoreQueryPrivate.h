@@ -1,5 +1,6 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/persistence/rows/Row.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/KeyRangePrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/NSPersistentStore.h"
 #include <atomic>
 #include <span>
@@ -9,13 +10,6 @@ namespace Tessarin {
 
 class NSPredicate;
 class NSSortDescriptor;
-
-/// Keys of neighbours, from the first to the last.
-struct KeyRange {
-    RecordKey first, last;
-};
-/// Permanent keys, in whatever order and perhaps twice, as ranges in order.
-TESSARIN_API std::vector<KeyRange> rangesOf(std::vector<RecordKey> keys);
 
 /// A question to a store.
 struct StoreQuery {
