@@ -1,6 +1,6 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteReaderPrivate.h"
-#include <fmt/format.h>
+#include <string>
 
 namespace Tessarin {
 
@@ -22,7 +22,7 @@ public:
     }
 
 private:
-    void set(std::int64_t size) { connection_.execute(fmt::format("PRAGMA cache_size = {}", size)); }
+    void set(std::int64_t size) { connection_.execute("PRAGMA cache_size = " + std::to_string(size)); }
 
     SQLite::Connection& connection_;
     std::int64_t usual_ = 0;
