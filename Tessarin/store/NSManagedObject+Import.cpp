@@ -59,42 +59,59 @@ Converted converted(NSManagedObject& object, NSAttributeType type, Value const& 
     }
 }
 
-Ref<NSManagedObject> attached(NSManagedObject& owner, NSRelationshipDescription const& relationship, Ref<NSManagedObject> object,
-                              Dictionary const& dictionary) {
-    // Before the nested import, so that the object is linked when its own relationships are imported.
-    if (relationship.isToMany())
-        owner.mutableSetValueForKey(relationship.name()).addObject(object);
-    else
-        owner.setValueForKey(object, relationship.name());
-    object->importDictionary(dictionary);
-    return object;
-}
+bool has(NSManagedObject const& object, std::uint32_t hook) { return (object.objectClass().ownHooks() & hook) != 0; }
 
 } // namespace
 
 NSManagedObject& NSManagedObjectImport::home() noexcept { return static_cast<NSManagedObject&>(*this); }
 
+// Entries come by the hundred thousand: a class without hooks of its own is not asked for what is known.
 void NSManagedObjectImport::importDictionary(Dictionary const& dictionary) {
     auto& object = home();
     auto const& entity = object.entity();
+    bool const renames = has(object, NSManagedObject::importKeyHook);
+    bool const setsPlainly = !has(object, NSManagedObject::setValueForKeyHook);
     for (auto const& [key, value] : dictionary) {
-        auto const name = object.dictionaryKeyToAttributeName(key.string());
-        if (!name) continue;
+        auto const name = renames ? object.dictionaryKeyToAttributeName(key.string()) : std::nullopt;
+        if (renames && !name) continue;
         // Looked up under the raw key, stored under the name: a hook that renames has to keep the raw key an attribute, too.
         auto const* property = entity.propertyNamed(key.view());
         if (!property) continue;
-        if (auto const* attribute = property->asAttribute()) {
-            if (auto result = converted(object, attribute->attributeType(), value))
-                object.setValueForKey(*std::move(result), *name);
-        } else if (value.kind() == Value::Kind::Dictionary) {
+        if (auto const* attribute = property->asAttribute())
+            importValue(*attribute, name ? std::string_view(*name) : key.view(), value, setsPlainly && !renames);
+        else if (value.kind() == Value::Kind::Dictionary)
             importRelationship(*property->asRelationship(), value.dictionary());
-        }
     }
+}
+
+void NSManagedObjectImport::importValue(NSAttributeDescription const& attribute, std::string_view name, Value const& value,
+                                        bool setsPlainly) {
+    auto& object = home();
+    auto result = converted(object, attribute.attributeType(), value);
+    if (!result) return;
+    if (setsPlainly)
+        object.setAttribute(attribute, *std::move(result));
+    else
+        object.setValueForKey(*std::move(result), name);
 }
 
 Ref<NSManagedObject> NSManagedObjectImport::existing(NSRelationshipDescription const& relationship,
                                                      Dictionary const& dictionary) {
     return home().findExistingRelationship(relationship.destinationEntity()->name(), dictionary);
+}
+
+/// Links it before its own import, so that it is linked when its own relationships are imported.
+Ref<NSManagedObject> NSManagedObjectImport::attach(NSRelationshipDescription const& relationship, Ref<NSManagedObject> object,
+                                                   Dictionary const& dictionary) {
+    auto& owner = home();
+    if (relationship.isToMany())
+        owner.mutableSetValueForKey(relationship.name()).addObject(object);
+    else if (has(owner, NSManagedObject::setValueForKeyHook))
+        owner.setValueForKey(object, relationship.name());
+    else
+        owner.setDestination(relationship, object.get());
+    object->importDictionary(dictionary);
+    return object;
 }
 
 Ref<NSManagedObject> NSManagedObjectImport::importRelationship(std::string_view relationship, Dictionary const& fromDictionary) {
@@ -105,18 +122,23 @@ Ref<NSManagedObject> NSManagedObjectImport::importRelationship(std::string_view 
 
 Ref<NSManagedObject> NSManagedObjectImport::importRelationship(NSRelationshipDescription const& relationship,
                                                                Dictionary const& dictionary) {
-    if (auto found = existing(relationship, dictionary)) return attached(home(), relationship, std::move(found), dictionary);
-    return addRelationship(relationship.name(), dictionary);
+    if (auto found = existing(relationship, dictionary)) return attach(relationship, std::move(found), dictionary);
+    return addRelationship(relationship, dictionary);
 }
 
 Ref<NSManagedObject> NSManagedObjectImport::addRelationship(std::string_view relationship, Dictionary const& fromDictionary) {
     auto const* property = home().entity().propertyNamed(relationship);
     auto const* description = property ? property->asRelationship() : nullptr;
-    if (!description) return nullptr;
-    auto object = existing(*description, fromDictionary);
-    if (!object && !description->destinationEntity()->isAbstract()) // else only the hook could say of which entity it is
-        if (auto const context = home().moc()) object = context->insertNewObject(description->destinationEntity()->name());
-    return object ? attached(home(), *description, std::move(object), fromDictionary) : nullptr;
+    return description ? addRelationship(*description, fromDictionary) : nullptr;
+}
+
+Ref<NSManagedObject> NSManagedObjectImport::addRelationship(NSRelationshipDescription const& relationship,
+                                                            Dictionary const& dictionary) {
+    auto object = existing(relationship, dictionary);
+    auto const& destination = *relationship.destinationEntity();
+    if (!object && !destination.isAbstract()) // else only the hook could say of which entity it is
+        if (auto const context = home().moc()) object = context->insertNewObject(destination.name());
+    return object ? attach(relationship, std::move(object), dictionary) : nullptr;
 }
 
 std::optional<bool> NSManagedObjectImport::dictionaryStringToBool(std::string_view text) { return isTrue(text); }

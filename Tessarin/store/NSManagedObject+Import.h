@@ -7,6 +7,7 @@
 
 namespace Tessarin {
 
+class NSAttributeDescription;
 class NSManagedObject;
 class NSRelationshipDescription;
 
@@ -37,8 +38,12 @@ protected:
 
 private:
     NSManagedObject& home() noexcept;
+    void importValue(NSAttributeDescription const& attribute, std::string_view name, Value const& value, bool setsPlainly);
     Ref<NSManagedObject> existing(NSRelationshipDescription const& relationship, Dictionary const& dictionary);
     Ref<NSManagedObject> importRelationship(NSRelationshipDescription const& relationship, Dictionary const& dictionary);
+    Ref<NSManagedObject> addRelationship(NSRelationshipDescription const& relationship, Dictionary const& dictionary);
+    Ref<NSManagedObject> attach(NSRelationshipDescription const& relationship, Ref<NSManagedObject> object,
+                                Dictionary const& dictionary);
 };
 
 } // namespace Tessarin

@@ -37,13 +37,27 @@ public:
     }
 
 private:
+    /// Objects that stand beside one another mostly have the same keys in the same order. As long as that is so, each is new.
     Value readObject(ondemand::object object, int depth) {
+        std::vector<Text> none; // of one that is nested so deeply that it stands beside few
+        auto const level = static_cast<std::size_t>(depth);
+        auto& keys = level < keysOfLast_.size() ? keysOfLast_[level] : none;
         Dictionary dictionary;
-        dictionary.reserve(8);
+        dictionary.reserve(std::max<std::size_t>(keys.size(), 4));
+        bool isAlike = true;
         for (auto field : object) {
-            auto key = sharedKey(field.unescaped_key());
+            std::string_view const key = field.unescaped_key();
+            auto const at = dictionary.size();
+            isAlike = isAlike && at < keys.size() && keys[at] == key;
+            auto name = isAlike ? keys[at] : sharedKey(key);
             ondemand::value value = field.value();
-            dictionary.set(std::move(key), read(value, depth + 1));
+            auto content = read(value, depth + 1);
+            isAlike ? dictionary.append(std::move(name), std::move(content))
+                    : dictionary.set(std::move(name), std::move(content));
+        }
+        if (!isAlike || dictionary.size() != keys.size()) {
+            keys.clear();
+            for (auto const& entry : dictionary) keys.push_back(entry.key);
         }
         return dictionary;
     }
@@ -70,6 +84,7 @@ private:
     }
 
     std::array<Text, 64> keys_;
+    std::array<std::vector<Text>, 8> keysOfLast_; // by depth
 };
 
 /// Runs `work` on the document and turns the parser's exceptions into ours.

@@ -113,13 +113,18 @@ public:
     virtual void prepareForDeletion() {}
     virtual void willSave() {}
 
-    /// Which of the hooks that a deletion calls T has of its own; for `registerClass`. What cannot be told counts as its own.
-    static constexpr std::uint32_t prepareForDeletionHook = 1, willSaveHook = 2;
+    /// Which of the hooks that are called very often T has of its own; for `registerClass`. What cannot be told counts as its own.
+    static constexpr std::uint32_t prepareForDeletionHook = 1, willSaveHook = 2, setValueForKeyHook = 4, importKeyHook = 8;
     template <class T> static constexpr std::uint32_t ownHooks() {
         using Hook = void (NSManagedObject::*)();
+        using Setter = void (NSManagedObject::*)(Value, std::string_view);
+        using Naming = std::optional<std::string> (NSManagedObject::*)(std::string const&);
         constexpr bool preparesPlainly = requires { requires std::is_same_v<decltype(&T::prepareForDeletion), Hook>; };
         constexpr bool savesPlainly = requires { requires std::is_same_v<decltype(&T::willSave), Hook>; };
-        return (preparesPlainly ? 0 : prepareForDeletionHook) | (savesPlainly ? 0 : willSaveHook);
+        constexpr bool setsPlainly = requires { requires std::is_same_v<decltype(&T::setValueForKey), Setter>; };
+        constexpr bool keepsKeys = requires { requires std::is_same_v<decltype(&T::dictionaryKeyToAttributeName), Naming>; };
+        return (preparesPlainly ? 0 : prepareForDeletionHook) | (savesPlainly ? 0 : willSaveHook) |
+               (setsPlainly ? 0 : setValueForKeyHook) | (keepsKeys ? 0 : importKeyHook);
     }
 
     // Hooks of the import, overridable; what they do unless overridden stands in NSManagedObject+Import.h.
@@ -134,6 +139,7 @@ protected:
 
 private:
     friend class GraphAccess;
+    friend class NSManagedObjectImport;
     void fire() {
         if (queuesAreChecked()) [[unlikely]]
             requireQueue();
