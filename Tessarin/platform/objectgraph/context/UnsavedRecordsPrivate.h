@@ -76,6 +76,7 @@ private:
     std::optional<std::vector<RecordKey>> named_; // what the predicate allows
     bool isAnswerWhole_ = false; // what answers the question fulfils the predicate
     std::optional<ChangeQuestion> question_; // for the sets; none: each record is a candidate
+    Value equalTo_; // of a question for a value
     std::optional<KeySet> own_; // the context's changed objects, once they are looked up often
     KeySet turned_;
     bool turnsAll_ = false;
