@@ -21,8 +21,8 @@ class Row;
 struct RecordChange;
 struct UniqueConstraint;
 
-/// Finds changes by the value of an attribute, or the end of a to-one relationship, after them: look-ups beside a save of many records would otherwise look at every
-/// one of those. Sorted by one on the first question about it. Any thread.
+/// Finds changes by the value of an attribute, or the end of a to-one relationship, after them: look-ups beside a save of many
+/// records would otherwise look at every one of those. Sorted by one on the first question about it. Any thread.
 class TESSARIN_API ChangeIndex {
 public:
     /// The places, within the changes of one tree of entities, where the attribute has this value, and perhaps a few where it

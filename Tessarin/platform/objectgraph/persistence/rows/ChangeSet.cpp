@@ -1,6 +1,7 @@
 #include "Tessarin/platform/objectgraph/persistence/rows/ChangeSetPrivate.h"
 
 #include "Tessarin/platform/objectgraph/model/NSManagedObjectModel.h"
+#include "Tessarin/platform/queues/Queue.h"
 
 #include <algorithm>
 #include <atomic>
@@ -143,7 +144,9 @@ void ChangeSet::makeReadyFor(ChangeQuestion const& question, std::atomic<bool> c
 
 void ChangeSet::prepare() const {
     if (changes_.size() < fewest) return;
-    for (auto const& question : space_->questions().forNextSet()) makeReadyFor(question);
+    bool const isMain = queueIsHeld(dispatch_get_main_queue()); // then there is nobody to be spared long work
+    for (auto const& question : space_->questions().forNextSet())
+        if (!isMain || !question.condition) makeReadyFor(question);
 }
 
 RecordChange const* ChangeSet::find(NSEntityDescription const& entity, RecordKey key) const noexcept {
