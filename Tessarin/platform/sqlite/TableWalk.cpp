@@ -3,7 +3,8 @@
 #include "Tessarin/platform/sqlite/BigEndian.h"
 
 #include <algorithm>
-#include <bit>
+#include <array>
+#include <limits>
 
 // Nothing that a page says is believed before it is compared with the page's size: a file may be damaged, or made to do harm. A
 // walk ends, since keys only grow, and each page but the inner ones, which are few levels deep, must have one.
@@ -14,68 +15,59 @@ constexpr std::byte innerPage{5}, leafPage{13};
 constexpr std::size_t innerHeader = 12, leafHeader = 8;
 constexpr int deepest = 20;
 
-/// The bytes of a number of that serial type.
-constexpr std::uint32_t numberSizes[] = {0, 1, 2, 3, 4, 6, 8, 8, 0, 0};
+using Kind = TableRecord::Kind;
+
+/// What a serial type means that takes one byte.
+struct Serial {
+    std::uint8_t size;
+    Kind kind;
+};
+constexpr std::size_t serialCount = 128;
+
+constexpr Serial serialOf(std::size_t type) {
+    constexpr std::uint8_t sizes[] = {0, 1, 2, 3, 4, 6, 8, 8, 0, 0, 0, 0};
+    if (type >= std::size(sizes)) return {static_cast<std::uint8_t>((type - 12) / 2), type % 2 == 0 ? Kind::Bytes : Kind::Text};
+    bool const isReserved = type == 10 || type == 11;
+    return {sizes[type], type == 0 ? Kind::Null : type == 7 ? Kind::Real : isReserved ? Kind::Missing : Kind::Integer};
+}
+
+constexpr auto serials = [] {
+    std::array<Serial, serialCount> all{};
+    for (std::size_t type = 0; type < serialCount; ++type) all[type] = serialOf(type);
+    return all;
+}();
 
 } // namespace
 
 bool TableRecord::parse(std::int64_t key, std::span<std::byte const> payload) {
     key_ = key;
     start_ = payload.data();
-    count_ = 0;
-    auto const* const end = start_ + payload.size();
-    std::uint64_t headerSize = 0;
-    auto const* at = readVariable(start_, end, headerSize);
-    if (!at || headerSize > payload.size()) return false;
-    auto const* const headerEnd = start_ + headerSize;
-    auto offset = headerSize;
-    while (at < headerEnd && count_ < most) {
-        std::uint64_t type = static_cast<unsigned char>(*at);
-        if (type < 0x80)
+    std::uint64_t offset = 0; // first the header's size
+    auto const* at = readVariable(start_, start_ + payload.size(), offset);
+    if (!at || offset > payload.size()) return false;
+    auto const* const headerEnd = start_ + offset;
+    bool isSound = true;
+    auto* cell = cells_;
+    for (; at < headerEnd && cell < cells_ + most; ++cell) {
+        auto const type = static_cast<unsigned char>(*at);
+        if (type < serialCount) {
             ++at;
-        else if (!(at = readVariable(at, headerEnd, type)))
-            return false;
-        auto& cell = cells_[count_++];
-        if (type >= 12) {
-            cell.kind = type % 2 == 0 ? Kind::Bytes : Kind::Text;
-            type = (type - 12) / 2;
-        } else if (type < std::size(numberSizes)) {
-            cell.kind = type == 0 ? Kind::Null : type == 7 ? Kind::Real : Kind::Integer;
-            if (type >= 8) { // 0 and 1 have no bytes: the type is kept where others have their size
-                cell.offset = 0;
-                cell.size = static_cast<std::uint32_t>(type);
-                continue;
-            }
-            type = numberSizes[type];
-        } else {
-            return false;
+            auto const [size, kind] = serials[type];
+            *cell = {static_cast<std::uint32_t>(offset), size, kind, type};
+            isSound = isSound && kind != Kind::Missing;
+            offset += size;
+            continue;
         }
-        if (type > payload.size() - offset) return false;
-        cell.offset = static_cast<std::uint32_t>(offset);
-        cell.size = static_cast<std::uint32_t>(type);
-        offset += type;
+        std::uint64_t longType = 0;
+        at = readVariable(at, headerEnd, longType);
+        auto const size = (longType - 12) / 2;
+        if (!at || size > payload.size()) return false;
+        *cell = {static_cast<std::uint32_t>(offset), static_cast<std::uint32_t>(size),
+                 longType % 2 == 0 ? Kind::Bytes : Kind::Text, 0};
+        offset += size;
     }
-    return true;
-}
-
-std::int64_t TableRecord::integer(std::size_t column) const noexcept {
-    auto const& [offset, size, kind] = cells_[column];
-    auto const* const at = start_ + offset;
-    if (offset == 0) return size - 8;
-    switch (size) {
-    case 1: return static_cast<std::int8_t>(*at);
-    case 2: return static_cast<std::int16_t>(bigEndian<std::uint16_t>(at));
-    case 4: return static_cast<std::int32_t>(bigEndian<std::uint32_t>(at));
-    case 8: return static_cast<std::int64_t>(bigEndian<std::uint64_t>(at));
-    default: break;
-    }
-    std::int64_t number = static_cast<std::int8_t>(*at);
-    for (std::uint32_t each = 1; each < size; ++each) number = number * 256 + static_cast<unsigned char>(at[each]);
-    return number;
-}
-
-double TableRecord::real(std::size_t column) const noexcept {
-    return std::bit_cast<double>(bigEndian<std::uint64_t>(start_ + cells_[column].offset));
+    count_ = static_cast<std::size_t>(cell - cells_);
+    return isSound && offset <= payload.size();
 }
 
 struct TableWalk::Walk {

@@ -1,8 +1,9 @@
 #pragma once
 #include "Tessarin/Export.h"
 #include "Tessarin/platform/runtime/FunctionRef.h"
+#include "Tessarin/platform/sqlite/BigEndian.h"
 #include "Tessarin/platform/sqlite/SnapshotPages.h"
-#include <limits>
+#include <bit>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
@@ -15,11 +16,14 @@ public:
     enum class Kind : std::uint8_t { Missing, Null, Integer, Real, Text, Bytes };
 
     std::int64_t key() const noexcept { return key_; }
-    /// `Missing`: the record was written before the table had that column.
+    /// Columns from there on are `Missing`: the record was written before the table had them.
+    std::size_t columnCount() const noexcept { return count_; }
     Kind kindOf(std::size_t column) const noexcept { return column < count_ ? cells_[column].kind : Kind::Missing; }
     // Of a column of that kind.
     std::int64_t integer(std::size_t column) const noexcept;
-    double real(std::size_t column) const noexcept;
+    double real(std::size_t column) const noexcept {
+        return std::bit_cast<double>(bigEndian<std::uint64_t>(start_ + cells_[column].offset));
+    }
     /// A text or bytes.
     std::string_view content(std::size_t column) const noexcept {
         return {reinterpret_cast<char const*>(start_ + cells_[column].offset), cells_[column].size};
@@ -31,6 +35,7 @@ private:
         std::uint32_t offset;
         std::uint32_t size;
         Kind kind;
+        std::uint8_t type; // SQLite's serial type, of a number
     };
     static constexpr std::size_t most = 128; // columns that are looked at
     bool parse(std::int64_t key, std::span<std::byte const> payload);
@@ -40,6 +45,22 @@ private:
     std::size_t count_ = 0;
     Cell cells_[most];
 };
+
+inline std::int64_t TableRecord::integer(std::size_t column) const noexcept {
+    auto const& cell = cells_[column];
+    auto const* const at = start_ + cell.offset;
+    switch (cell.type) {
+    case 1: return static_cast<std::int8_t>(*at);
+    case 2: return static_cast<std::int16_t>(bigEndian<std::uint16_t>(at));
+    case 3: return static_cast<std::int8_t>(*at) * 65536 + bigEndian<std::uint16_t>(at + 1);
+    case 4: return static_cast<std::int32_t>(bigEndian<std::uint32_t>(at));
+    case 5:
+        return static_cast<std::int16_t>(bigEndian<std::uint16_t>(at)) * (std::int64_t{1} << 32) +
+               bigEndian<std::uint32_t>(at + 2);
+    case 6: return static_cast<std::int64_t>(bigEndian<std::uint64_t>(at));
+    default: return cell.type - 8; // 0 and 1 take no bytes
+    }
+}
 
 /// Walks through a table with integer keys, from page to page.
 class TESSARIN_API TableWalk {

@@ -99,6 +99,11 @@ class SQLiteRowDecoder::PagedValues {
 public:
     PagedValues(SQLite::TableRecord const& record, std::span<std::size_t const> places) : record_(record), places_(places) {}
 
+    /// Whether it has all columns, and numbers in the first ones: what else may be asked for.
+    bool isRecord(bool hasEntity, std::size_t lastPlace) const {
+        return record_.columnCount() > lastPlace && record_.kindOf(places_[1]) == Kind::Integer &&
+               (!hasEntity || record_.kindOf(places_[2]) == Kind::Integer);
+    }
     RecordKey key() const { return record_.key(); }
     std::uint32_t version() const { return versionFrom(key(), record_.integer(places_[1])); }
     std::int64_t entity() const { return record_.integer(places_[2]); }
@@ -124,11 +129,6 @@ public:
         if (kind != (type == CellType::Text ? Kind::Text : Kind::Bytes)) return isNull(kind);
         content = record_.content(place);
         return true;
-    }
-
-    /// Whether the first columns are numbers.
-    bool isRecord(bool hasEntity) const {
-        return record_.kindOf(places_[1]) == Kind::Integer && (!hasEntity || record_.kindOf(places_[2]) == Kind::Integer);
     }
     /// Whether a value that was asked for is of another kind than its column should hold.
     bool isOdd() const noexcept { return isOdd_; }
@@ -289,11 +289,12 @@ bool SQLiteRowDecoder::readAll(SQLite::Statement& statement, std::vector<RowRef>
 std::optional<bool> SQLiteRowDecoder::readAll(SQLite::TableWalk& walk, std::span<std::size_t const> places, RecordKey first,
                                               RecordKey last, std::vector<RowRef>& rows, Wants wants) {
     auto const before = rows.size();
+    auto const lastPlace = std::ranges::max(places);
     Filling<PagedValues> filling(*this, rows);
     bool const isSound = walk.read(first, last, [&](SQLite::TableRecord const& record) {
         if (!wants(record.key())) return true;
         PagedValues const values(record, places);
-        return values.isRecord(hasEntityColumn_) && filling.add(values);
+        return values.isRecord(hasEntityColumn_, lastPlace) && filling.add(values);
     });
     if (isSound) return filling.finish();
     rows.resize(before);
@@ -305,7 +306,7 @@ bool SQLiteRowDecoder::readKeys(SQLite::TableWalk& walk, std::span<std::size_t c
     auto const before = keys.size();
     bool const isSound = walk.read(first, last, [&](SQLite::TableRecord const& record) {
         PagedValues const values(record, places);
-        if (hasEntityColumn_ && !values.isRecord(true)) return false;
+        if (hasEntityColumn_ && !values.isRecord(true, places[2])) return false;
         if (planOf(values)) keys.push_back(record.key());
         return true;
     });
