@@ -117,6 +117,10 @@ FaultBatchRef makeBatch(ContextState& context, NSEntityDescription const& entity
 
 void objectsWithRows(ContextState& context, NSEntityDescription const& entity, std::span<RowRef> rows,
                      FunctionRef<void(std::span<Ref<NSManagedObject>>)> take) {
+    if (rows.size() == 1) { // of a look-up: there are no neighbours to be read with it
+        auto object = objectWithRow(context, std::move(rows.front()), {});
+        return take({&object, 1});
+    }
     FaultBatchRef batch;
     std::vector<Ref<NSManagedObject>> objects; // of the run
     while (!rows.empty()) {

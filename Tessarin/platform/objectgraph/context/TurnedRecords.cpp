@@ -1,7 +1,10 @@
 #include "Tessarin/platform/objectgraph/context/TurnedRecordsPrivate.h"
 
 #include "Tessarin/platform/foundation/predicates/NSComparisonPredicate.h"
+#include "Tessarin/platform/foundation/predicates/NSCompoundPredicate.h"
 #include "Tessarin/platform/objectgraph/query/NSFetchRequest.h"
+
+#include <algorithm>
 
 namespace Tessarin {
 namespace {
@@ -104,6 +107,18 @@ private:
     ChangeSets const& sets_;
 };
 
+/// Whether it only compares attributes of the record with constants, as most look-ups do.
+bool isOfOwnAttributes(NSPredicate const& predicate, NSEntityDescription const& entity) {
+    if (auto const* compound = predicate.asCompound())
+        return std::ranges::all_of(compound->subpredicates(), [&](auto const& part) { return isOfOwnAttributes(*part, entity); });
+    auto const* comparison = predicate.asComparison();
+    if (!comparison || comparison->rightExpression()->expressionType() != NSExpressionType::ConstantValue) return false;
+    auto const& left = *comparison->leftExpression();
+    if (left.expressionType() != NSExpressionType::KeyPath || left.operand()) return false;
+    auto const* property = entity.propertyNamed(left.keyPath().text());
+    return property && property->asAttribute();
+}
+
 } // namespace
 
 bool addTurnedRecords(ContextState const& context, RecordReader const& reader, ChangeSets const& sets,
@@ -116,7 +131,7 @@ bool addTurnedRecords(ContextState const& context, RecordReader const& reader, C
         asksForMembers = asksForMembers || (property && property->asRelationship() && property->asRelationship()->isToMany());
         return records.add(entity, components, keys);
     };
-    if (request.predicate())
+    if (request.predicate() && !isOfOwnAttributes(*request.predicate(), entity))
         for (auto const& path : request.predicate()->keyPaths())
             if (!add(KeyPath(path))) return false;
     for (auto const& sort : request.sortDescriptors())
