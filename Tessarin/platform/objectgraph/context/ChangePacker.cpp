@@ -113,9 +113,9 @@ RowRef ChangePacker::packedRow(NSManagedObject& object, RowRef const& basis) {
     if (isNew && !state.row)
         builder_.begin(*state.layout, state.key, Row::firstVersion);
     else if (isNew) // above every version that anybody may have seen of what was deleted
-        builder_.begin(*state.row, state.row->version() + 1);
-    else
-        builder_.begin(*basis, basis->version() + 1);
+        builder_.begin(*state.row, state.key, state.row->version() + 1);
+    else // which an ancestor may have shown under the temporary key that it had then
+        builder_.begin(*basis, state.key, basis->version() + 1);
     bool differs = isNew;
     if (state.extras)
         for (auto const& [property, value] : state.extras->values) {

@@ -41,7 +41,7 @@ Ref<ChangeSet const> rebased(ChangeSet const& set, ChangeSets const& unsaved) {
         if (!basis) continue;
         change.before = std::move(basis);
         if (!change.after) continue;
-        builder.begin(*change.after, change.before->version() + 1);
+        builder.begin(*change.after, change.key, change.before->version() + 1);
         change.after = builder.finish();
     }
     return std::make_shared<ChangeSet const>(set.sharedSpace(), std::move(changes), set.origin(), set.undoStep());

@@ -104,7 +104,11 @@ bool SaveOperation::fitsAbove(ContextState& parent) const {
     };
     for (auto const& set : handed_) {
         for (auto const& change : set->changes()) {
-            if (!change.before || change.before == change.after || change.before->key() < 0) continue;
+            if (!change.before || change.before == change.after) continue;
+            if (change.before->key() < 0) { // what an ancestor showed of a new record, which it may have saved by now
+                if (above.row(*change.entity, change.key)) return false;
+                continue;
+            }
             auto const* basis = latest(change);
             if ((basis ? basis->after : cache.find(change.key)) != change.before) return false;
         }

@@ -64,7 +64,7 @@ protected:
             bool const isWorker = context == left || context == right;
             int const saving = isWorker ? 2 : context == main ? 5 : 9;
             context->performBlockAndWait([&] {
-                for (int count = isWorker ? some(6) : 0; count > 0; --count) disturb(context);
+                for (int count = isWorker ? some(6) : context == main ? some(3) : 0; count > 0; --count) disturb(context);
                 Ref<NSError> failed;
                 if (some(saving) != 0) return;
                 EXPECT_TRUE(context->save(failed)) << failed->description();

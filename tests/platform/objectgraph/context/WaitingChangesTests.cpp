@@ -10,9 +10,7 @@ protected:
     WaitingChanges() {
         for (auto const& context : {root, main, worker}) context->setMergePolicy(NSMergeByPropertyStoreTrumpMergePolicy());
     }
-    Ref<NSManagedObject> bookIn(Ref<NSManagedObjectContext> const& context) {
-        return context->objectWithID(*book->objectID());
-    }
+    Ref<NSManagedObject> bookIn(Ref<NSManagedObjectContext> const& context) { return context->objectWithID(*book->objectID()); }
     /// What a context of its own reads in the file.
     std::string stored() {
         auto const reader = library.worker();
@@ -53,6 +51,20 @@ TEST_P(WaitingChanges, MadeOnWhatAParentHasSavedSinceAreNoConflict) {
     EXPECT_EQ(codeOfSave(*worker), 0);
     for (auto const& context : {main, root}) ASSERT_TRUE(saves(*context));
     EXPECT_EQ(stored(), "unsaved 2");
+}
+
+// The file is asked by a condition: its own rows answer, not those in memory.
+TEST_P(WaitingChanges, MadeOnANewRecordThatAParentHasSavedSinceReachTheFile) {
+    auto const fresh = inserted(*main, "Book", {{"title", "new"}, {"year", 1}});
+    auto const mine = fetched(*worker, "Book", where("title == 'new'")).front(); // read under its temporary key
+    change(*fresh, 2, "year");
+    for (auto const& context : {main, root}) ASSERT_TRUE(saves(*context));
+    change(*mine, "mine", "title");
+    for (auto const& context : {worker, main, root}) ASSERT_TRUE(saves(*context));
+    EXPECT_EQ(listed(fetched(*library.worker(), "Book", where("title == 'mine' AND year == 2")), "title"), "mine");
+    EXPECT_EQ(shown(*fresh, "title"), Value("mine"));
+    EXPECT_EQ(shown(*mine, "year"), Value(2));
+    EXPECT_EQ(fetched(*library.worker(), "Book").size(), 2u);
 }
 
 TEST_P(WaitingChanges, ThatAParentTakesBackAreReadNoMore) {

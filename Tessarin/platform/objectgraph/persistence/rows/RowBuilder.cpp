@@ -28,8 +28,10 @@ void RowBuilder::begin(RowLayout const& layout, RecordKey key, std::uint32_t ver
     kept_.clear();
 }
 
-void RowBuilder::begin(Row const& other, std::uint32_t version) {
-    begin(other.layout(), other.key(), version);
+void RowBuilder::begin(Row const& other, std::uint32_t version) { begin(other, other.key(), version); }
+
+void RowBuilder::begin(Row const& other, RecordKey key, std::uint32_t version) {
+    begin(other.layout(), key, version);
     for (std::size_t cell = 0; cell < layout_->cells().size(); ++cell) setCell(cell, other);
 }
 

@@ -19,6 +19,8 @@ public:
     void begin(RowLayout const& layout, RecordKey key, std::uint32_t version);
     /// Starts with the cells of `other`, whose layout may be that of a sub- or super-entity.
     void begin(Row const& other, std::uint32_t version);
+    /// The same for the record's present key: `other` may be older than its permanent one.
+    void begin(Row const& other, RecordKey key, std::uint32_t version);
 
     void setAbsent(std::size_t cell) noexcept { presence_[cell / 64] &= ~(1ULL << (cell % 64)); }
     void setInteger(std::size_t cell, std::int64_t value) noexcept { put(cell, static_cast<std::uint64_t>(value)); }

@@ -110,7 +110,8 @@ private:
             return;
         }
         if (stored && isAsSeen(*chain.base(), *stored)) {
-            if (chain.isBroken || stored->version() != chain.base()->version() || chain.base()->basis())
+            bool const isOnUnsaved = chain.base()->basis() || chain.base()->key() != first.key; // which may have changed since
+            if (chain.isBroken || stored->version() != chain.base()->version() || isOnUnsaved)
                 rewrite(chain, stored, chain.on(stored));
             return;
         }
@@ -151,11 +152,12 @@ private:
         Rewritten made{chain.sets.front(), {.kind = Kind::Delete, .key = first.key, .entity = first.entity, .before = before}};
         if (final) made.change.kind = before ? Kind::Update : Kind::Insert;
         auto const& last = chain.steps.back()->after;
-        if (final && last && isSame(*final, *last) && (!stored || last->version() > stored->version())) {
+        bool const isLast = final && last && last->key() == first.key && isSame(*final, *last);
+        if (isLast && (!stored || last->version() > stored->version())) {
             made.change.after = last; // which others may have built on already
         } else if (final) {
             // Above every version that anybody may have seen of it, so that all take this one.
-            builder_.begin(*final, std::max(chain.version(), stored ? stored->version() : 0) + 1);
+            builder_.begin(*final, first.key, std::max(chain.version(), stored ? stored->version() : 0) + 1);
             made.change.after = builder_.finish();
         }
         rewritten_.emplace(first.key, std::move(made));

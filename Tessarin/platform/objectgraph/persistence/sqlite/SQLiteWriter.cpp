@@ -88,7 +88,7 @@ void SQLiteWriter::removeLinksOfThoseBack(ChangeSet const& set) {
 }
 
 void SQLiteWriter::insert(RecordChange const& change) {
-    static_cast<void>(versionFrom(change.key, change.after->version())); // no other key is ever read again
+    static_cast<void>(versionFrom(change.after->key(), change.after->version())); // no other key is ever read again
     try {
         writerOf(*change.entity).insert(*change.after);
     } catch (SQLite::Failure const& failure) { // somebody else, too, has brought a deleted record back

@@ -29,7 +29,10 @@ RecordKey recordKeyOf(Value const& value, IdentityTable const& table) {
     auto* object = value.object().get();
     if (auto const* id = dynamic_cast<NSManagedObjectID const*>(object)) return id->isIn(table) ? id->recordKey() : 0;
     auto const* identified = dynamic_cast<IdentifiedObject const*>(object);
-    return identified && &identified->identityTable() == &table ? identified->recordKey() : 0;
+    if (!identified || &identified->identityTable() != &table) return 0;
+    if (identified->recordKey() >= 0) return identified->recordKey();
+    auto const* id = dynamic_cast<NSManagedObjectID const*>(&object->predicateIdentity()); // knows who else has saved the record
+    return id ? id->recordKey() : identified->recordKey();
 }
 
 /// One that nobody keeps any more may still be waiting to leave the table: it is not given out again.
