@@ -58,12 +58,10 @@ private:
         std::vector<Cell> cells;
     };
     template <class Values> class Filling;
-    class FedValues;
-    class PagedValues;
     bool isFed() const noexcept { return names_.size() <= SQLiteRowFeed::mostColumns; }
     void run(SQLiteRowFeed& feed, SQLite::Statement& statement, SQLiteRowFeed::Take take);
     SQLiteRowFeed::Values valuesOf(SQLite::Statement const& statement);
-    // Of a record whose values come from a statement (FedValues) or from a page (PagedValues):
+    // Of a record whose values come from a statement or from a page, see SQLitePagedValuesPrivate.h:
     /// how to read it; null for an entity that this model does not know.
     template <class Values> Plan const* planOf(Values const& values) const noexcept;
     template <class Values>
