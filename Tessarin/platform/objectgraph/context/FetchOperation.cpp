@@ -184,8 +184,8 @@ void FetchOperation::addFitting(std::span<RecordKey const> keys, Objects& object
     Objects asked;
     for (auto const key : keys) {
         auto living = context_.link->find(key);
-        bool const showsAll = living && (GraphAccess::state(*living).row || living->isInserted()) && !wasCommitted(key);
-        if (showsAll)
+        bool const isOwn = living && living->hasChanges() && (GraphAccess::state(*living).row || living->isInserted());
+        if (isOwn && !wasCommitted(key)) // others may show what an ancestor had before
             asked.push_back(std::move(living));
         else
             unread.push_back(key);

@@ -27,10 +27,13 @@ void requireSameEntity(ObjectState const& state, Row const& row) {
     if (&row.entity() != &state.layout->entity()) throwDamaged(row.entity(), state.layout->entity(), row.key());
 }
 
+/// Whether a row shows what an ancestor has not saved, or had not when it was read: of a record that it changed, or inserted.
+bool showsUnsaved(Row const& row) { return row.basis() || row.key() < 0; }
+
 /// Whether a row that was just read is newer than what an object shows. What a parent has not saved may have changed meanwhile,
-/// or be gone, and no version tells.
+/// be saved or gone, and no version tells.
 bool isNewer(Row const& read, Row const& shown) {
-    if (!read.basis() && !shown.basis()) return read.version() > shown.version();
+    if (!showsUnsaved(read) && !showsUnsaved(shown)) return read.version() > shown.version();
     return &read != &shown && read.savedVersion() >= shown.savedVersion();
 }
 

@@ -67,6 +67,38 @@ TEST_P(WaitingChanges, MadeOnANewRecordThatAParentHasSavedSinceReachTheFile) {
     EXPECT_EQ(fetched(*library.worker(), "Book").size(), 2u);
 }
 
+TEST_P(WaitingChanges, OfANewRecordAreSeenByTheNextFetch) {
+    auto const fresh = inserted(*main, "Book", {{"title", "new"}});
+    auto const mine = fetched(*worker, "Book", where("title == 'new'")).front();
+    for (auto const* title : {"new 1", "new 2"}) {
+        ASSERT_TRUE(shown(*mine, "title").text().starts_with("new"));
+        change(*fresh, title, "title");
+        EXPECT_EQ(listed(fetched(*worker, "Book", where("title == %@", title)), "title"), title);
+        EXPECT_EQ(shown(*mine, "title"), Value(title));
+        for (auto const& context : {main, root}) ASSERT_TRUE(saves(*context));
+    }
+}
+
+// A version that somebody has seen before the deletion would pass for it.
+TEST_P(WaitingChanges, BringADeletedRecordBackAsNobodyHasSeenIt) {
+    auto const sibling = childOf(main);
+    for (auto const& context : {root, main, worker, sibling}) context->setMergePolicy(NSMergeByPropertyObjectTrumpMergePolicy());
+    auto const mine = bookIn(worker), theirs = bookIn(sibling);
+    ASSERT_EQ(shown(*theirs, "year"), Value(1));
+    change(*mine, 5, "year");
+    for (auto const& context : {worker, main, root}) ASSERT_TRUE(saves(*context));
+    main->performBlockAndWait([&] { main->deleteObject(*bookIn(main)); });
+    for (auto const& context : {main, root}) ASSERT_TRUE(saves(*context));
+    change(*theirs, "back", "title");
+    for (auto const& context : {sibling, main, root}) ASSERT_TRUE(saves(*context));
+    EXPECT_EQ(stored(), "back 1");
+    change(*mine, "mine", "title");
+    for (auto const& context : {worker, main, root}) ASSERT_TRUE(saves(*context));
+    EXPECT_EQ(stored(), "mine 1");
+    EXPECT_EQ(shown(*mine, "year"), Value(1));
+    EXPECT_EQ(fetched(*library.worker(), "Book", where("title == 'mine' AND year == 1")).size(), 1u);
+}
+
 TEST_P(WaitingChanges, ThatAParentTakesBackAreReadNoMore) {
     change(*bookIn(main), "unsaved", "title");
     auto const seen = fetched(*worker, "Book");

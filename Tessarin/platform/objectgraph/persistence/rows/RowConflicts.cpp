@@ -12,6 +12,9 @@ namespace {
 
 using Kind = RecordChange::Kind;
 
+/// Who brings back what others have deleted does not know how often they had changed it before.
+constexpr std::uint32_t unseenBeforeDeletion = 1024;
+
 bool changesRow(RecordChange const& change) { return change.kind != Kind::Update || change.before != change.after; }
 
 bool isSame(Row const& a, Row const& b) {
@@ -152,12 +155,14 @@ private:
         Rewritten made{chain.sets.front(), {.kind = Kind::Delete, .key = first.key, .entity = first.entity, .before = before}};
         if (final) made.change.kind = before ? Kind::Update : Kind::Insert;
         auto const& last = chain.steps.back()->after;
+        bool const isBack = final && !stored && !chain.isInserted; // others have deleted it
         bool const isLast = final && last && last->key() == first.key && isSame(*final, *last);
-        if (isLast && (!stored || last->version() > stored->version())) {
+        if (isLast && !isBack && (!stored || last->version() > stored->version())) {
             made.change.after = last; // which others may have built on already
         } else if (final) {
             // Above every version that anybody may have seen of it, so that all take this one.
-            builder_.begin(*final, first.key, std::max(chain.version(), stored ? stored->version() : 0) + 1);
+            auto const seen = std::max(chain.version(), stored ? stored->version() : 0);
+            builder_.begin(*final, first.key, seen + (isBack ? unseenBeforeDeletion : 1));
             made.change.after = builder_.finish();
         }
         rewritten_.emplace(first.key, std::move(made));
