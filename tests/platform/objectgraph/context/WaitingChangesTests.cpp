@@ -79,6 +79,19 @@ TEST_P(WaitingChanges, OfANewRecordAreSeenByTheNextFetch) {
     }
 }
 
+TEST_P(WaitingChanges, OfANewRecordThatASiblingHasDeletedBringNothingBack) {
+    auto const sibling = childOf(main);
+    inserted(*main, "Book", {{"title", "new"}});
+    auto const theirs = fetched(*sibling, "Book", where("title == 'new'")).front();
+    auto const mine = fetched(*worker, "Book", where("title == 'new'")).front();
+    sibling->performBlockAndWait([&] { sibling->deleteObject(*theirs); });
+    change(*mine, "mine", "title");
+    for (auto const& context : {sibling, worker, main, root}) ASSERT_TRUE(saves(*context));
+    auto const reader = library.worker();
+    EXPECT_EQ(fetched(*reader, "Book").size(), 1u);
+    EXPECT_EQ(shown(*reader->objectWithID(*mine->objectID()), "title"), Value());
+}
+
 // A version that somebody has seen before the deletion would pass for it.
 TEST_P(WaitingChanges, BringADeletedRecordBackAsNobodyHasSeenIt) {
     auto const sibling = childOf(main);

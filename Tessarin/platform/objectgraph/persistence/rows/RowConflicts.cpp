@@ -123,8 +123,10 @@ private:
         auto wanted = chain.on(base);
         bool const isGoneOnBothSides = !stored && !wanted;
         bool const wasNeverSaved = !stored && chain.base()->key() < 0;
-        if (wasNeverSaved && wanted && taker_ == SetTaker::Store) return rewrite(chain, nullptr, nullptr);
-        if (isGoneOnBothSides || wasNeverSaved) return;
+        if (isGoneOnBothSides || wasNeverSaved) { // nor does what was made on it meanwhile reach a store
+            if (taker_ == SetTaker::Store && chain.steps.back()->after) rewrite(chain, nullptr, nullptr);
+            return;
+        }
         conflicts_.push_back({first.entity, first.key, base, std::move(wanted), stored, stored});
     }
 
