@@ -3,6 +3,7 @@
 #include "fuzz/campaigns/Damage.h"
 #include "fuzz/campaigns/Faults.h"
 #include "fuzz/campaigns/HandedUp.h"
+#include "fuzz/campaigns/Held.h"
 #include "fuzz/campaigns/Kill.h"
 #include "fuzz/campaigns/Levels.h"
 #include "fuzz/campaigns/Links.h"
@@ -35,6 +36,8 @@ std::span<Campaign const> allCampaigns() {
          judgeLevels, 40},
         {"coordinators", "two coordinators of a file link and delete the same records under random policies", tryCoordinators},
         {"handed-up", "many saves that one level hands to the next, at once or in the end", tryHandedUp},
+        {"held", "objects that are held for long are edited at every level; the file and all contexts agree once all is saved",
+         tryHeld},
         {"links", "two relationships through every change of their ends, against maps", tryLinks, judgeLinks, 30},
         {"live", "live lists of all kinds under random edits, against a copy that applies what they tell, and against fetches",
          tryLive, judgeLive, 5},

@@ -111,7 +111,7 @@ RowRef ChangePacker::packedRow(NSManagedObject& object, RowRef const& basis) {
     bool const isNew = object.isInserted();
     if (!isNew && (!state.extras || state.extras->values.empty())) return basis;
     if (isNew && !state.row)
-        builder_.begin(*state.layout, state.key, Row::firstVersion);
+        builder_.begin(*state.layout, state.key, purpose_ == Purpose::Show ? unsavedVersion : Row::firstVersion);
     else if (isNew) // above every version that anybody may have seen of what was deleted
         builder_.begin(*state.row, state.key, state.row->version() + 1);
     else // which an ancestor may have shown under the temporary key that it had then

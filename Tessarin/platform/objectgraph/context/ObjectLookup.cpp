@@ -1,6 +1,7 @@
 #include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
 
 #include "Tessarin/platform/objectgraph/context/RecordReaderPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RowBuilderPrivate.h"
 
 #include <algorithm>
 #include <iterator>
@@ -28,7 +29,7 @@ void requireSameEntity(ObjectState const& state, Row const& row) {
 }
 
 /// Whether a row shows what an ancestor has not saved, or had not when it was read: of a record that it changed, or inserted.
-bool showsUnsaved(Row const& row) { return row.basis() || row.key() < 0; }
+bool showsUnsaved(Row const& row) { return row.basis() || showsNewRecord(row); }
 
 /// Whether a row that was just read is newer than what an object shows. What a parent has not saved may have changed meanwhile,
 /// be saved or gone, and no version tells.

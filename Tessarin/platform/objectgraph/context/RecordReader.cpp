@@ -14,7 +14,11 @@ RowRef rowAfter(RecordChange const& change, RowRef const& current, bool isUnsave
     if (!change.after || !current || current == change.before) return change.after ? change.after : current;
     if (current == change.after) return current;
     if (!change.before) return isUnsaved ? current : change.after;
-    return isUnsaved ? shownRow(*change.before, *change.after, current) : mergedRow(*change.before, *change.after, *current);
+    if (isUnsaved) return shownRow(*change.before, *change.after, current);
+    if (!current->basis()) return mergedRow(*change.before, *change.after, *current);
+    auto const& bottom = savedRowOf(current); // current shows what an ancestor has not saved: it does so on top of the change, too
+    auto const saved = bottom == change.before ? change.after : mergedRow(*change.before, *change.after, *bottom);
+    return shownRow(*bottom, *current, saved);
 }
 
 struct Level {

@@ -3,6 +3,7 @@
 #include "Tessarin/platform/objectgraph/context/RecordReaderPrivate.h"
 #include "Tessarin/platform/objectgraph/context/SaveOperationPrivate.h"
 #include "Tessarin/platform/objectgraph/context/UniqueValuesLookPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/RowBuilderPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
 
 #include <algorithm>
@@ -105,7 +106,7 @@ bool SaveOperation::fitsAbove(ContextState& parent) const {
     for (auto const& set : handed_) {
         for (auto const& change : set->changes()) {
             if (!change.before || change.before == change.after) continue;
-            if (change.before->key() < 0) { // what an ancestor showed of a new record, which it may have saved by now
+            if (showsNewRecord(*change.before)) { // what an ancestor showed of a new record, which it may have saved by now
                 if (above.row(*change.entity, change.key)) return false;
                 continue;
             }

@@ -92,6 +92,24 @@ TEST_P(WaitingChanges, OfANewRecordThatASiblingHasDeletedBringNothingBack) {
     EXPECT_EQ(shown(*reader->objectWithID(*mine->objectID()), "title"), Value());
 }
 
+// Two levels show something of a record, the lower one on top of the upper one's: what it shows is not what was saved.
+TEST_P(WaitingChanges, OnTopOfWhatAnAncestorHasNotSavedGiveWayToWhatIsSavedLater) {
+    auto const sibling = childOf(main);
+    auto const mine = bookIn(worker);
+    change(*mine, 5, "year");
+    ASSERT_TRUE(saves(*worker));
+    change(*book, 9, "year");
+    auto const seen = bookIn(sibling);
+    ASSERT_EQ(shown(*seen, "year"), Value(5));
+    for (auto const& context : {main, root}) ASSERT_TRUE(saves(*context));
+    for (int year : {6, 7}) {
+        change(*mine, year, "year");
+        for (auto const& context : {worker, main, root}) ASSERT_TRUE(saves(*context));
+        EXPECT_EQ(fetched(*sibling, "Book").size(), 1u);
+        EXPECT_EQ(shown(*seen, "year"), Value(year));
+    }
+}
+
 // A version that somebody has seen before the deletion would pass for it.
 TEST_P(WaitingChanges, BringADeletedRecordBackAsNobodyHasSeenIt) {
     auto const sibling = childOf(main);

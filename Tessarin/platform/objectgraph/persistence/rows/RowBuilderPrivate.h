@@ -67,6 +67,11 @@ private:
     std::vector<std::unique_ptr<std::string>> kept_;
 };
 
+/// The version of a row that shows a record which a context has inserted and not saved: whatever is saved is newer.
+inline constexpr std::uint32_t unsavedVersion = 0;
+/// Whether a row shows such a record, or what was changed on top of one.
+inline bool showsNewRecord(Row const& row) noexcept { return row.savedVersion() == unsavedVersion; }
+
 /// `mine` was made from `base`; gives `mine`'s changes against `base` applied to `theirs`, with a version above both.
 TESSARIN_API RowRef mergedRow(Row const& base, Row const& mine, Row const& theirs);
 /// `unsaved` was made from `base`, and so was `saved`, whose changes count more: a row that shows both, on top of `saved`.

@@ -105,7 +105,7 @@ private:
         auto const& first = *chain.steps.front();
         bool const isNew = chain.isInserted && first.kind == Kind::Insert;
         // A record that had been deleted was inserted again, and somebody else may have done the same.
-        bool const mayExist = !isNew || first.after->version() > 1;
+        bool const mayExist = !isNew || first.after->version() > Row::firstVersion;
         auto const stored = mayExist ? stored_(*first.entity, first.key) : RowRef();
         if (stored && &stored->entity() != first.entity) throwDamaged(stored->entity(), *first.entity, first.key);
         if (chain.isInserted || !chain.base()) {
@@ -113,7 +113,7 @@ private:
             return;
         }
         if (stored && isAsSeen(*chain.base(), *stored)) {
-            bool const isOnUnsaved = chain.base()->basis() || chain.base()->key() != first.key; // which may have changed since
+            bool const isOnUnsaved = chain.base()->basis() || showsNewRecord(*chain.base()); // which may have changed since
             if (chain.isBroken || stored->version() != chain.base()->version() || isOnUnsaved)
                 rewrite(chain, stored, chain.on(stored));
             return;
@@ -122,7 +122,7 @@ private:
         if (stored && differsByCutLinks(*base, *stored)) return rewrite(chain, stored, chain.on(stored));
         auto wanted = chain.on(base);
         bool const isGoneOnBothSides = !stored && !wanted;
-        bool const wasNeverSaved = !stored && chain.base()->key() < 0;
+        bool const wasNeverSaved = !stored && showsNewRecord(*chain.base());
         if (isGoneOnBothSides || wasNeverSaved) { // nor does what was made on it meanwhile reach a store
             if (taker_ == SetTaker::Store && chain.steps.back()->after) rewrite(chain, nullptr, nullptr);
             return;
@@ -133,7 +133,8 @@ private:
     /// Whether nobody has changed a record since it was read: also where it was shown as others had not saved it yet, and they
     /// have saved just that.
     static bool isAsSeen(Row const& base, Row const& stored) {
-        return stored.version() <= base.savedVersion() || (base.basis() && isSame(base, stored));
+        auto const seen = showsNewRecord(base) ? Row::firstVersion : base.savedVersion();
+        return stored.version() <= seen || (base.basis() && isSame(base, stored));
     }
 
     /// Whether all that happened to a record is that records which it led to are gone: that is nobody's change of it.
@@ -152,7 +153,7 @@ private:
         auto const& first = *chain.steps.front();
         if (final && !chain.steps.back()->after) spared_.emplace(first.key, chain.sets.back());
         // What was made on a record that was never saved, and is gone, does not make it one.
-        bool const isOfUnsaved = !stored && !chain.isInserted && chain.base() && chain.base()->key() < 0;
+        bool const isOfUnsaved = !stored && !chain.isInserted && chain.base() && showsNewRecord(*chain.base());
         auto const& before = isOfUnsaved && final ? chain.base() : stored;
         Rewritten made{chain.sets.front(), {.kind = Kind::Delete, .key = first.key, .entity = first.entity, .before = before}};
         if (final) made.change.kind = before ? Kind::Update : Kind::Insert;
