@@ -13,7 +13,6 @@ namespace Tessarin::SQLite {
 namespace {
 
 constexpr std::size_t windowSize = std::size_t{64} << 10;
-constexpr std::uint32_t longestLog = 4096; // frames, each of which is looked at beforehand
 constexpr std::int64_t logHeader = 32, frameHeader = 24;
 
 sqlite3_file* fileOf(Connection& connection, int which) {
@@ -38,7 +37,7 @@ struct SnapshotPages::Log {
     std::array<std::byte, 8> salts{};
 };
 
-std::unique_ptr<SnapshotPages> SnapshotPages::of(Connection& connection) {
+std::unique_ptr<SnapshotPages> SnapshotPages::of(Connection& connection, std::uint32_t mostLogged) {
     if (sqlite3_txn_state(connection.handle(), "main") != SQLITE_TXN_READ) return nullptr;
     auto const state = connection.seenState();
     auto* const file = fileOf(connection, SQLITE_FCNTL_FILE_POINTER);
@@ -52,12 +51,13 @@ std::unique_ptr<SnapshotPages> SnapshotPages::of(Connection& connection) {
     std::unique_ptr<SnapshotPages> pages(new SnapshotPages(file, pageSize));
     // Once all of the log is in the file the transaction may have no hold on it. Before that it has.
     bool const needsLog = index.frames > connection.logPagesInFile();
+    if (needsLog && index.frames > mostLogged) return nullptr;
     if (needsLog && !pages->readLog(fileOf(connection, SQLITE_FCNTL_JOURNAL_POINTER), index)) return nullptr;
-    return pages->readHeader() ? std::move(pages) : nullptr;
+    return pages->readHeader(index.frames) ? std::move(pages) : nullptr;
 }
 
 bool SnapshotPages::readLog(sqlite3_file* log, Log const& index) {
-    if (!log || index.frames > longestLog) return false;
+    if (!log) return false;
     log_ = log;
     auto const step = frameHeader + static_cast<std::int64_t>(pageSize_);
     for (std::uint32_t frame = 0; frame < index.frames; ++frame) {
@@ -71,8 +71,8 @@ bool SnapshotPages::readLog(sqlite3_file* log, Log const& index) {
     return true;
 }
 
-/// False for texts that are not UTF-8.
-bool SnapshotPages::readHeader() {
+/// False for texts that are not UTF-8, and for more pages than there can be.
+bool SnapshotPages::readHeader(std::uint32_t logged) {
     count_ = 1;
     auto const first = page(1);
     usableSize_ = pageSize_ - std::to_integer<std::size_t>(first[20]);
@@ -80,7 +80,10 @@ bool SnapshotPages::readHeader() {
     auto const encoding = bigEndian<std::uint32_t>(first.data() + 56);
     first_ = 0; // read as if the file had one page
     window_.clear();
-    return encoding == 1 && usableSize_ >= 480;
+    sqlite3_int64 bytes = 0;
+    bool const isKnown = file_->pMethods->xFileSize(file_, &bytes) == SQLITE_OK;
+    auto const most = static_cast<std::uint64_t>(bytes) / pageSize_ + logged;
+    return encoding == 1 && usableSize_ >= 480 && isKnown && count_ <= most;
 }
 
 std::span<std::byte const> SnapshotPages::page(Number number) {

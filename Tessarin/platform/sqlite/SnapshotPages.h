@@ -24,8 +24,9 @@ public:
     using Number = std::uint32_t; // from 1
 
     /// Null where it is not known for certain what the transaction sees (somebody has committed since it began, or there is no
-    /// log), and where the log is so long that SQLite is as quick. Ask after the transaction's first read.
-    static std::unique_ptr<SnapshotPages> of(Connection& connection);
+    /// log), and where more pages of the log than `mostLogged` would have to be looked at beforehand. Ask after the transaction's
+    /// first read.
+    static std::unique_ptr<SnapshotPages> of(Connection& connection, std::uint32_t mostLogged);
 
     /// A page's content, until the next call. Empty where there is no such page.
     std::span<std::byte const> page(Number number);
@@ -38,7 +39,7 @@ private:
     struct Log; // its shared index, as far as one must know it
     SnapshotPages(sqlite3_file* file, std::size_t pageSize) : file_(file), pageSize_(pageSize) {}
     bool readLog(sqlite3_file* log, Log const& index);
-    bool readHeader();
+    bool readHeader(std::uint32_t logged);
     void read(sqlite3_file* from, std::int64_t offset, std::span<std::byte> into);
 
     sqlite3_file* const file_;

@@ -2,6 +2,7 @@
 #include "Tessarin/platform/sqlite/TableWalk.h"
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,19 +18,20 @@ public:
         SQLite::TableWalk walk;
         std::vector<std::string> columns; // in quotes, as they stand in a record
     };
-    /// Null where SQLite has to read it. Until the transaction ends.
-    Table* find(std::string const& name);
+    /// For about so many records. Null where SQLite has to read it. Until the transaction ends.
+    Table* find(std::string const& name, std::uint64_t records);
     /// Its pages are not what they should be.
     void avoid(std::string const& name) { tables_[name].reset(); }
     /// The transaction has ended.
     void forget() noexcept;
 
 private:
+    bool hasPages(std::uint64_t records);
     std::unique_ptr<Table> looked(std::string const& name);
 
     SQLite::Connection& connection_;
-    bool isLookedAt_ = false;
-    std::unique_ptr<SQLite::SnapshotPages> pages_; // once that is so; may be null
+    std::optional<std::uint32_t> mostLogged_; // as far as was looked in vain
+    std::unique_ptr<SQLite::SnapshotPages> pages_;
     std::map<std::string, std::unique_ptr<Table>> tables_; // those that were asked for; null where SQLite has to
 };
 

@@ -80,7 +80,7 @@ private:
     bool readAllPages(StoreQuery const& query, Span span, SQLite::Interruption const& interruption, StoreAnswer& answer);
     using PageReading =
         FunctionRef<std::optional<std::size_t>(SQLite::TableWalk& walk, std::span<std::size_t const> places)>; // how many records
-    bool fromPages(SQLiteRowDecoder const& decoder, std::string const& table, PageReading read);
+    bool fromPages(SQLiteRowDecoder const& decoder, std::string const& table, Span span, PageReading read);
     void readRange(SQLiteRowDecoder& decoder, std::string const& table, std::span<RecordKey const> sortedKeys,
                    FunctionRef<void(RowRef)> each);
     using EachMember = FunctionRef<void(RecordKey owner, RecordKey member)>;
@@ -115,7 +115,8 @@ void bindCut(SQLite::Statement& statement, StoreQuery const& query, int before);
 
 class TESSARIN_API SQLiteReader::Scan {
 public:
-    Scan(SQLiteReader& reader, Scanned const& scanned);
+    /// `whole`: of which parts are read.
+    Scan(SQLiteReader& reader, Scanned const& scanned, Span whole);
     ~Scan();
     /// Whether all rows are new, see `SQLiteRowDecoder::readAll`.
     bool read(Span span, std::vector<RowRef>& rows);
