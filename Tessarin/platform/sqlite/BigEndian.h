@@ -18,8 +18,8 @@ template <class Number> Number bigEndian(std::byte const* at) noexcept {
     return number;
 }
 
-/// The same of as many bytes as it takes, seven bits in each but a ninth. The bytes end before `end`; null when they do not.
-inline std::byte const* readVariable(std::byte const* at, std::byte const* end, std::uint64_t& number) noexcept {
+[[gnu::noinline]] inline std::byte const* readLongVariable(std::byte const* at, std::byte const* end,
+                                                           std::uint64_t& number) noexcept {
     number = 0;
     for (int each = 0; each < 9 && at < end; ++each) {
         auto const next = static_cast<unsigned char>(*at++);
@@ -28,6 +28,13 @@ inline std::byte const* readVariable(std::byte const* at, std::byte const* end, 
         if (next < 0x80) return at;
     }
     return nullptr;
+}
+
+/// The same of as many bytes as it takes, seven bits in each but a ninth. The bytes end before `end`; null when they do not.
+inline std::byte const* readVariable(std::byte const* at, std::byte const* end, std::uint64_t& number) noexcept {
+    if (at >= end || std::to_integer<unsigned>(*at) >= 0x80) return readLongVariable(at, end, number);
+    number = std::to_integer<unsigned>(*at);
+    return at + 1;
 }
 
 } // namespace Tessarin::SQLite

@@ -121,28 +121,31 @@ void Connection::leavesLog(bool leaves) noexcept {
     sqlite3_db_config(handle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, leaves ? 1 : 0, nullptr);
 }
 
-/// The log's shared index; null without one. It is read through the connection's own mapping: opening the file a second time and
-/// closing it would drop this process's locks on it.
-void const volatile* Connection::logIndex() const noexcept {
+/// It is read through the connection's own mapping: opening the file a second time and closing it would drop this process's locks
+/// on it.
+void const volatile* Connection::logIndex(int block) const noexcept {
+    if (block == 0 && logStart_) return logStart_;
     sqlite3_file* file = nullptr;
     void volatile* region = nullptr;
     if (sqlite3_file_control(handle(), nullptr, SQLITE_FCNTL_FILE_POINTER, &file) != SQLITE_OK || !file || !file->pMethods)
         return nullptr;
     if (file->pMethods->iVersion < 2 || !file->pMethods->xShmMap) return nullptr;
-    return file->pMethods->xShmMap(file, 0, 32 * 1024, 0, &region) == SQLITE_OK ? region : nullptr;
+    if (file->pMethods->xShmMap(file, block, 32 * 1024, 0, &region) != SQLITE_OK) return nullptr;
+    if (block == 0) logStart_ = region;
+    return region;
 }
 
 // The first 48 bytes change with every commit of any process.
 Connection::LogState Connection::logState() const noexcept {
     LogState state{};
-    auto const volatile* words = static_cast<std::uint64_t const volatile*>(logIndex());
+    auto const volatile* words = static_cast<std::uint64_t const volatile*>(logIndex(0));
     for (std::size_t at = 0; words && at < state.size(); ++at) state[at] = words[at];
     return state;
 }
 
 std::uint32_t Connection::logPagesInFile() const noexcept {
     static constexpr std::size_t place = 2 * sizeof(LogState) / sizeof(std::uint32_t); // behind two copies of the state
-    auto const volatile* numbers = static_cast<std::uint32_t const volatile*>(logIndex());
+    auto const volatile* numbers = static_cast<std::uint32_t const volatile*>(logIndex(0));
     return numbers ? numbers[place] : 0;
 }
 

@@ -68,6 +68,8 @@ public:
     std::uint32_t readableLogPages() const noexcept;
     /// How many of those stand in the file itself by now.
     std::uint32_t logPagesInFile() const noexcept;
+    /// A block of 32 KiB of the log's shared index, counted from 0; null without one. Others write to it.
+    void const volatile* logIndex(int block) const noexcept;
     /// Leaves file and log exactly as they are when this goes, instead of moving the log's content into the file.
     void leavesLog(bool leaves) noexcept;
     /// Whether anybody, this process or another, has committed since the read transaction that this connection holds began.
@@ -90,7 +92,6 @@ private:
         void operator()(sqlite3* handle) const noexcept;
     };
     void forgetStatements();
-    void const volatile* logIndex() const noexcept;
 
     std::string path_;
     std::unique_ptr<StatementLog> log_; // before the connection, which tells it until the end
@@ -98,6 +99,7 @@ private:
     std::unordered_map<std::string, std::unique_ptr<Statement>, TextHash, std::equal_to<>> statements_;
     std::vector<std::unique_ptr<Statement>> extras_; // made while the kept one was in use; freed with the connection
     std::uint64_t timesForgotten_ = 0;
+    mutable void const volatile* logStart_ = nullptr; // of its index: it stays where it is
     LogState seenLog_{};
     bool hasFullText_ = false;
 };

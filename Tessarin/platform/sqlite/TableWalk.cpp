@@ -1,19 +1,12 @@
 #include "Tessarin/platform/sqlite/TableWalk.h"
 
-#include "Tessarin/platform/sqlite/BigEndian.h"
-
 #include <algorithm>
 #include <array>
 #include <limits>
 
-// Nothing that a page says is believed before it is compared with the page's size: a file may be damaged, or made to do harm. A
-// walk ends, since keys only grow, and each page but the inner ones, which are few levels deep, must have one.
+// A walk ends, since keys only grow, and each page but the inner ones, which are few levels deep, must have one.
 namespace Tessarin::SQLite {
 namespace {
-
-constexpr std::byte innerPage{5}, leafPage{13};
-constexpr std::size_t innerHeader = 12, leafHeader = 8;
-constexpr int deepest = 20;
 
 using Kind = TableRecord::Kind;
 
@@ -81,85 +74,133 @@ bool TableWalk::read(std::int64_t first, std::int64_t last, FunctionRef<bool(Tab
     return visit(root_, 0, walk) != End::Broken;
 }
 
+/// A record in a leaf.
+struct TableWalk::Cell {
+    std::int64_t key = 0;
+    std::uint64_t size = 0;            // of the record
+    std::byte const* begin = nullptr; // of as much of it as stands there; null where that is outside
+
+    Cell(BTreePage const& leaf, std::size_t at) {
+        std::uint64_t number = 0;
+        if (auto const* const start = leaf.cell(at)) begin = readVariable(start, leaf.end(), size);
+        if (begin) begin = readVariable(begin, leaf.end(), number);
+        key = static_cast<std::int64_t>(number);
+    }
+};
+
+namespace {
+
+/// The last key of the pages before a cell of an inner page.
+bool readLastKey(BTreePage const& inner, std::size_t at, std::int64_t& key) {
+    std::uint64_t number = 0;
+    auto const* const start = inner.cell(at);
+    bool const isThere = start && readVariable(start, inner.end(), number);
+    key = static_cast<std::int64_t>(number);
+    return isThere;
+}
+
+} // namespace
+
 TableWalk::End TableWalk::visit(SnapshotPages::Number number, int depth, Walk& walk) {
-    if (auto const known = inner_.find(number); known != inner_.end()) return visitInner(known->second, depth, walk);
-    auto const page = pages_.page(number);
-    if (page.empty() || number == 1 || depth > deepest) return End::Broken;
-    if (page.front() == leafPage) return visitLeaf(page, walk);
-    if (page.front() != innerPage) return End::Broken;
-    if (inner_.size() < mostInner) inner_.try_emplace(number, page.begin(), page.end());
-    return visitInner(page, depth, walk);
+    if (number == 1 || depth > BTreePage::deepest) return End::Broken;
+    auto page = pages_.known(number);
+    bool const isPassing = page.empty();
+    if (isPassing) page = pages_.passing(number);
+    BTreePage const cells(page, pages_.usableSize(), BTreePage::ofTable);
+    if (!cells.isSound()) return End::Broken;
+    if (!cells.isInner()) return visitLeaf(cells, walk, isPassing);
+    if (isPassing) pages_.keep(number, page);
+    return visitInner(cells, depth, walk);
 }
 
 /// The numbers of the pages are taken down first: the page itself is gone when the next is read.
-TableWalk::End TableWalk::visitInner(Page page, int depth, Walk& walk) {
-    auto const usable = pages_.usableSize();
-    auto const cells = bigEndian<std::uint16_t>(&page[3]);
-    if (innerHeader + cells * std::size_t{2} > usable) return End::Broken;
+TableWalk::End TableWalk::visitInner(BTreePage const& page, int depth, Walk& walk) {
     std::vector<SnapshotPages::Number> below;
     bool reachesLast = false;
-    for (std::size_t cell = 0; cell < cells && !reachesLast; ++cell) {
-        auto const at = bigEndian<std::uint16_t>(&page[innerHeader + cell * 2]);
-        if (at + std::size_t{5} > usable) return End::Broken;
-        std::uint64_t key = 0;
-        if (!readVariable(&page[at] + 4, page.data() + usable, key)) return End::Broken;
-        if (static_cast<std::int64_t>(key) < walk.first) continue;
-        below.push_back(bigEndian<std::uint32_t>(&page[at]));
-        reachesLast = static_cast<std::int64_t>(key) >= walk.last;
+    for (std::size_t at = 0; at < page.count() && !reachesLast; ++at) {
+        std::int64_t key = 0;
+        if (!readLastKey(page, at, key)) return End::Broken;
+        if (key < walk.first) continue;
+        below.push_back(page.below(at));
+        reachesLast = key >= walk.last;
     }
-    if (!reachesLast) below.push_back(bigEndian<std::uint32_t>(&page[8]));
+    if (!reachesLast) below.push_back(page.below(page.count()));
     for (auto const number : below)
         if (auto const end = visit(number, depth + 1, walk); end != End::OfPage) return end;
     return End::OfPage;
 }
 
-TableWalk::End TableWalk::visitLeaf(Page page, Walk& walk) {
-    auto const usable = pages_.usableSize();
-    auto const cells = bigEndian<std::uint16_t>(&page[3]);
-    if (cells == 0 || leafHeader + cells * std::size_t{2} > usable) return End::Broken;
-    for (std::size_t cell = 0; cell < cells; ++cell) {
-        auto const offset = bigEndian<std::uint16_t>(&page[leafHeader + cell * 2]);
-        if (offset >= usable) return End::Broken;
-        auto const* const end = page.data() + usable;
-        std::uint64_t size = 0, number = 0;
-        auto const* at = readVariable(&page[offset], end, size);
-        if (at) at = readVariable(at, end, number);
-        auto const key = static_cast<std::int64_t>(number);
-        if (!at || key <= walk.previous) return End::Broken;
-        if (key > walk.last) return End::OfSpan;
-        walk.previous = key;
-        if (key < walk.first) continue;
-        std::span<std::byte const> payload(at, std::min<std::size_t>(size, static_cast<std::size_t>(end - at)));
-        if (size > usable - 35) { // some of it stands in other pages, whose reading would take this one away
-            if (page.data() != leaf_.data()) {
-                leaf_.assign(page.begin(), page.end());
-                at = leaf_.data() + (at - page.data());
-                page = leaf_;
-            }
-            if (!payloadAt(at, page, size, payload)) return End::Broken;
+TableWalk::End TableWalk::visitLeaf(BTreePage page, Walk& walk, bool isPassing) {
+    if (page.count() == 0) return End::Broken;
+    for (std::size_t at = 0; at < page.count(); ++at) {
+        Cell cell(page, at);
+        if (!cell.begin || cell.key <= walk.previous) return End::Broken;
+        if (cell.key > walk.last) return End::OfSpan;
+        walk.previous = cell.key;
+        if (cell.key < walk.first) continue;
+        if (isPassing && cell.size > pages_.usableSize() - 35) { // the pages where it goes on would take this one away
+            leaf_.assign(page.start(), page.end());
+            page = BTreePage(leaf_, leaf_.size(), BTreePage::ofTable);
+            cell = Cell(page, at);
+            isPassing = false;
         }
-        if (payload.size() != size || !record_.parse(key, payload) || !walk.take(record_)) return End::Broken;
+        std::span<std::byte const> payload;
+        if (!payloadOf(cell, page, payload) || !record_.parse(cell.key, payload) || !walk.take(record_)) return End::Broken;
     }
     return End::OfPage;
 }
 
+std::optional<TableRecord const*> TableWalk::find(std::int64_t key) {
+    auto number = root_;
+    for (int depth = 0; number != 1 && depth <= BTreePage::deepest; ++depth) {
+        BTreePage const page(pages_.kept(number), pages_.usableSize(), BTreePage::ofTable);
+        if (!page.isSound()) return {};
+        if (!page.isInner()) return findIn(page, key);
+        auto const next = firstCellNot(page, [&](std::size_t at) -> std::optional<bool> {
+            std::int64_t last = 0;
+            return readLastKey(page, at, last) ? std::optional(last < key) : std::nullopt;
+        });
+        if (!next) return {};
+        number = page.below(*next);
+    }
+    return {};
+}
+
+std::optional<TableRecord const*> TableWalk::findIn(BTreePage const& leaf, std::int64_t key) {
+    auto const place = firstCellNot(leaf, [&](std::size_t at) -> std::optional<bool> {
+        Cell const cell(leaf, at);
+        return cell.begin ? std::optional(cell.key < key) : std::nullopt;
+    });
+    if (!place) return {};
+    if (*place == leaf.count()) return nullptr;
+    Cell const cell(leaf, *place);
+    if (cell.key != key) return nullptr;
+    std::span<std::byte const> payload;
+    if (!payloadOf(cell, leaf, payload) || !record_.parse(key, payload)) return {};
+    return &record_;
+}
+
 /// Puts together what begins in a leaf and goes on in other pages.
-bool TableWalk::payloadAt(std::byte const* at, Page page, std::uint64_t size, std::span<std::byte const>& payload) {
+bool TableWalk::payloadOf(Cell const& cell, BTreePage const& page, std::span<std::byte const>& payload) {
     auto const usable = pages_.usableSize();
+    auto const left = static_cast<std::size_t>(page.end() - cell.begin);
+    if (cell.size <= usable - 35) {
+        payload = {cell.begin, static_cast<std::size_t>(cell.size)};
+        return cell.size <= left;
+    }
     auto const least = (usable - 12) * 32 / 255 - 23;
-    auto here = least + (size - least) % (usable - 4);
+    auto here = least + (cell.size - least) % (usable - 4);
     if (here > usable - 35) here = least;
-    auto const left = static_cast<std::size_t>(page.data() + usable - at);
-    if (size > pages_.size() || here + 4 > left) return false;
-    gathered_.assign(at, at + here);
-    if (!followOverflow(bigEndian<std::uint32_t>(at + here), size)) return false;
+    if (cell.size > pages_.size() || here + 4 > left) return false;
+    gathered_.assign(cell.begin, cell.begin + here);
+    if (!followOverflow(bigEndian<std::uint32_t>(cell.begin + here), cell.size)) return false;
     payload = gathered_;
     return true;
 }
 
 bool TableWalk::followOverflow(SnapshotPages::Number next, std::uint64_t size) {
     while (gathered_.size() < size) {
-        auto const page = pages_.page(next);
+        auto const page = pages_.passing(next);
         if (page.empty()) return false;
         auto const share = std::min<std::uint64_t>(size - gathered_.size(), pages_.usableSize() - 4);
         gathered_.insert(gathered_.end(), &page[4], &page[4] + share);

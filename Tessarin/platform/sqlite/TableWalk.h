@@ -1,12 +1,10 @@
 #pragma once
 #include "Tessarin/Export.h"
 #include "Tessarin/platform/runtime/FunctionRef.h"
-#include "Tessarin/platform/sqlite/BigEndian.h"
-#include "Tessarin/platform/sqlite/SnapshotPages.h"
+#include "Tessarin/platform/sqlite/BTreePage.h"
 #include <bit>
+#include <optional>
 #include <string_view>
-#include <unordered_map>
-#include <vector>
 
 namespace Tessarin::SQLite {
 
@@ -62,7 +60,7 @@ inline std::int64_t TableRecord::integer(std::size_t column) const noexcept {
     }
 }
 
-/// Walks through a table with integer keys, from page to page.
+/// Walks through a table with integer keys, from page to page. All of it is said of the transaction that `pages` sees.
 class TESSARIN_API TableWalk {
 public:
     static constexpr std::size_t mostColumns = TableRecord::most;
@@ -72,22 +70,25 @@ public:
     /// Hands over the records with keys from `first` to `last`, by key, until `take` answers false. Answers false, too, where the
     /// pages are not as those of such a table should be: SQLite may know what is wrong with them.
     bool read(std::int64_t first, std::int64_t last, FunctionRef<bool(TableRecord const&)> take);
+    /// The record with that key, until the next is asked for; null when there is none. Absent where the pages are not as they should
+    /// be. It keeps the pages that it reads, see `SnapshotPages::trim`.
+    std::optional<TableRecord const*> find(std::int64_t key);
 
 private:
-    using Page = std::span<std::byte const>;
+    using Page = SnapshotPages::Page;
     enum class End { OfPage, OfSpan, Broken };
     struct Walk;
+    struct Cell;
     End visit(SnapshotPages::Number number, int depth, Walk& walk);
-    End visitInner(Page page, int depth, Walk& walk);
-    End visitLeaf(Page page, Walk& walk);
-    bool payloadAt(std::byte const* at, Page page, std::uint64_t size, std::span<std::byte const>& payload);
+    End visitInner(BTreePage const& page, int depth, Walk& walk);
+    End visitLeaf(BTreePage page, Walk& walk, bool isPassing);
+    std::optional<TableRecord const*> findIn(BTreePage const& leaf, std::int64_t key);
+    bool payloadOf(Cell const& cell, BTreePage const& page, std::span<std::byte const>& payload);
     bool followOverflow(SnapshotPages::Number next, std::uint64_t size);
 
     SnapshotPages& pages_;
     SnapshotPages::Number const root_;
     TableRecord record_;
-    static constexpr std::size_t mostInner = 64;
-    std::unordered_map<SnapshotPages::Number, std::vector<std::byte>> inner_; // some that were read before
     std::vector<std::byte> gathered_; // a record that is longer than its page
     std::vector<std::byte> leaf_; // kept while its overflow is read
 };

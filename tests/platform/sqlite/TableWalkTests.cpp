@@ -1,4 +1,4 @@
-#include "Tessarin/platform/sqlite/Connection.h"
+#include "Tessarin/platform/sqlite/IndexWalk.h"
 #include "Tessarin/platform/sqlite/TableWalk.h"
 
 #include "tests/support/TemporaryFolder.h"
@@ -65,12 +65,15 @@ Lines linesByStatement(Connection& connection, std::int64_t first, std::int64_t 
     return lines;
 }
 
-std::optional<Lines> linesByPages(Connection& connection, std::int64_t first, std::int64_t last) {
-    auto const root = connection.integer("SELECT rootpage FROM sqlite_schema WHERE name = 't'");
-    auto const pages = SnapshotPages::of(connection, 100'000);
-    if (!pages) return {};
+SnapshotPages::Number rootOf(Connection& connection, std::string const& name) {
+    return static_cast<SnapshotPages::Number>(
+        connection.integer("SELECT rootpage FROM sqlite_schema WHERE name = '" + name + "'"));
+}
+
+std::optional<Lines> linesByPages(Connection& connection, SnapshotPages& pages, std::int64_t first, std::int64_t last) {
+    if (!pages.see()) return {};
     Lines lines;
-    TableWalk walk(*pages, static_cast<SnapshotPages::Number>(root));
+    TableWalk walk(pages, rootOf(connection, "t"));
     bool const isSound = walk.read(first, last, [&](TableRecord const& record) {
         lines.push_back(described(record));
         return true;
@@ -78,11 +81,40 @@ std::optional<Lines> linesByPages(Connection& connection, std::int64_t first, st
     return isSound ? std::optional(std::move(lines)) : std::nullopt;
 }
 
+using Sought = IndexWalk::Sought;
+
+/// The records of which the column equals a value, by its index, each looked up by its key.
+std::optional<Lines> linesByIndex(Connection& connection, SnapshotPages& pages, std::string const& column, Sought const& sought) {
+    Lines lines;
+    TableWalk table(pages, rootOf(connection, "t"));
+    IndexWalk index(pages, rootOf(connection, "t_" + column));
+    bool areThere = true;
+    bool const isSound = index.find(sought, [&](std::int64_t key) {
+        auto const record = table.find(key);
+        areThere = record && *record;
+        if (areThere) lines.push_back(described(**record));
+        return areThere;
+    });
+    pages.trim();
+    return isSound && areThere ? std::optional(std::move(lines)) : std::nullopt;
+}
+
+Lines linesByEquality(Connection& connection, std::string const& column, Sought const& sought) {
+    Lines lines;
+    auto const keys = connection.use("SELECT id FROM t NOT INDEXED WHERE " + column + " = ? ORDER BY id");
+    if (sought.kind == Sought::Kind::Integer) keys->bind(1, sought.integer);
+    if (sought.kind == Sought::Kind::Text) keys->bind(1, sought.content);
+    if (sought.kind == Sought::Kind::Bytes) keys->bind(1, std::as_bytes(std::span(sought.content)));
+    while (keys->step()) lines.push_back(linesByStatement(connection, keys->integer(0), keys->integer(0)).at(0));
+    return lines;
+}
+
 class TableWalks : public testing::Test {
 protected:
     void create(std::string const& pragmas) {
         Connection(path).execute(pragmas + "; PRAGMA journal_mode = WAL; "
-                                           "CREATE TABLE t (id INTEGER PRIMARY KEY, a INTEGER, b REAL, c TEXT, d BLOB, e)");
+                                           "CREATE TABLE t (id INTEGER PRIMARY KEY, a INTEGER, b REAL, c TEXT, d BLOB, e); "
+                                           "CREATE INDEX t_a ON t (a); CREATE INDEX t_c ON t (c); CREATE INDEX t_d ON t (d)");
     }
     /// Changes records at random: all kinds and widths of values, some longer than a page.
     void change(Connection& connection, int count) {
@@ -108,6 +140,16 @@ protected:
         default: return put.bind(column, std::as_bytes(std::span(text)));
         }
     }
+    std::pair<std::string, Sought> anySought() {
+        static std::string const text(400, 'x');
+        auto const content = std::string_view(text).substr(0, random() % 8 == 0 ? random() % 400 : random() % 40);
+        switch (random() % 4) {
+        case 0: return {"a", {Sought::Kind::Integer, static_cast<std::int64_t>(random() % 40) - 20}};
+        case 1: return {"c", {Sought::Kind::Text, 0, content}};
+        case 2: return {"d", {Sought::Kind::Bytes, 0, content}};
+        default: return {"d", {Sought::Kind::Text, 0, content}}; // which none has
+        }
+    }
     static void beginReading(Connection& connection) {
         connection.noteCommits();
         connection.execute("BEGIN");
@@ -127,16 +169,24 @@ TEST_F(TableWalks, ReadWhatSQLiteReads) {
         create(pragmas);
         Connection writer(path, {.synchronous = Synchronous::Off}), reader(path);
         writer.execute("PRAGMA wal_autocheckpoint = 0");
-        for (int round = 0; round < 8; ++round) {
-            change(writer, 400);
-            if (round % 3 == 2) writer.execute("PRAGMA wal_checkpoint(TRUNCATE)"); // else much of it stands in the log
+        SnapshotPages pages(reader, 128 << 10);
+        for (int round = 0; round < 24; ++round) {
+            change(writer, round % 4 == 0 ? 400 : 3);
+            if (round % 7 == 2) writer.execute("PRAGMA wal_checkpoint(TRUNCATE)"); // else much of it stands in the log
             if (round == 5) writer.execute("PRAGMA wal_checkpoint(PASSIVE)"); // all in both
             beginReading(reader);
             for (auto const& [first, last] :
                  {std::pair<std::int64_t, std::int64_t>{-5, 9999}, {0, 2999}, {700, 701}, {1000, 2000}}) {
-                auto const lines = linesByPages(reader, first, last);
+                auto const lines = linesByPages(reader, pages, first, last);
                 ASSERT_TRUE(lines) << pragmas << ", round " << round;
                 EXPECT_EQ(*lines, linesByStatement(reader, first, last)) << pragmas << ", round " << round;
+            }
+            for (int each = 0; each < 60; ++each) {
+                auto const [column, sought] = anySought();
+                if (!IndexWalk(pages, 2).canFind(sought)) continue;
+                auto const lines = linesByIndex(reader, pages, column, sought);
+                ASSERT_TRUE(lines) << pragmas << ", round " << round;
+                EXPECT_EQ(*lines, linesByEquality(reader, column, sought)) << pragmas << ", round " << round << ", " << column;
             }
             reader.execute("COMMIT");
         }
@@ -153,11 +203,10 @@ TEST_F(TableWalks, SeeOneStateWhateverIsWrittenMeanwhile) {
     for (int round = 0; round < 12; ++round) {
         change(writer, 300);
         beginReading(reader);
-        auto const pages = SnapshotPages::of(reader, 100'000);
-        ASSERT_TRUE(pages);
+        SnapshotPages pages(reader, 1 << 20), others(reader, 1 << 20);
+        ASSERT_TRUE(pages.see());
         auto const wanted = linesByStatement(reader, 0, 2999);
-        TableWalk walk(*pages,
-                       static_cast<SnapshotPages::Number>(reader.integer("SELECT rootpage FROM sqlite_schema WHERE name = 't'")));
+        TableWalk walk(pages, rootOf(reader, "t"));
         Lines lines;
         EXPECT_TRUE(walk.read(0, 2999, [&](TableRecord const& record) {
             if (lines.size() % 100 == 50) {
@@ -168,20 +217,10 @@ TEST_F(TableWalks, SeeOneStateWhateverIsWrittenMeanwhile) {
             return true;
         }));
         EXPECT_EQ(lines, wanted) << "round " << round;
-        EXPECT_FALSE(SnapshotPages::of(reader, 100'000)) << "somebody has committed";
+        EXPECT_FALSE(others.see()) << "somebody has committed";
         reader.execute("COMMIT");
-        EXPECT_FALSE(SnapshotPages::of(reader, 100'000)) << "there is no transaction";
+        EXPECT_FALSE(others.see()) << "there is no transaction";
     }
-}
-
-// What the log holds is looked through beforehand: for whoever wants little that would be the longer way.
-TEST_F(TableWalks, ALogThatIsTooLongIsLeftToSQLite) {
-    create("PRAGMA page_size = 1024");
-    Connection writer(path, {.synchronous = Synchronous::Off}), reader(path);
-    change(writer, 200);
-    beginReading(reader);
-    EXPECT_FALSE(SnapshotPages::of(reader, 3));
-    EXPECT_TRUE(SnapshotPages::of(reader, 100'000));
 }
 
 TEST_F(TableWalks, DamagedPagesEndAWalk) {
@@ -204,9 +243,14 @@ TEST_F(TableWalks, DamagedPagesEndAWalk) {
         Connection reader(other);
         reader.noteCommits();
         reader.execute("BEGIN");
-        ended += !linesByPages(reader, 0, 2999);
+        SnapshotPages pages(reader, 1 << 20);
+        ended += !linesByPages(reader, pages, 0, 2999);
+        for (int each = 0; each < 20; ++each) {
+            auto const [column, sought] = anySought();
+            if (IndexWalk(pages, 2).canFind(sought)) ended += !linesByIndex(reader, pages, column, sought);
+        }
     }
-    EXPECT_GT(ended, 30);
+    EXPECT_GT(ended, 100);
 }
 
 } // namespace

@@ -72,25 +72,29 @@ bool SQLiteKnownRequests::Shape::fits(StoreQuery const& query, Comparisons const
     return std::ranges::equal(query.sortDescriptors, order, isSame);
 }
 
-SQLiteKnownRequests::Known const* SQLiteKnownRequests::bound(StoreQuery const& query, Comparisons const& comparisons) {
+SQLiteKnownRequests::Known const* SQLiteKnownRequests::find(StoreQuery const& query, Comparisons const& comparisons) {
     if (comparisons.count == 0) return nullptr;
     for (auto const& shape : shapes_) {
         if (!shape.fits(query, comparisons)) continue;
         if (shape.forgotten != connection_.timesForgotten() || SQLite::StatementUse::isInUse(*shape.statement)) return nullptr;
-        return bind(shape, query, comparisons) ? &shape : nullptr;
+        return readArguments(shape, comparisons) ? &shape : nullptr;
     }
     return nullptr;
 }
 
-bool SQLiteKnownRequests::bind(Shape const& shape, StoreQuery const& query, Comparisons const& comparisons) {
+bool SQLiteKnownRequests::readArguments(Shape const& shape, Comparisons const& comparisons) {
+    valueCount_ = comparisons.count;
     for (std::size_t at = 0; at < comparisons.count; ++at) {
         auto value = SQLTranslation::argument(schema_, shape.parts[at].kind, valueOf(*comparisons.list[at]));
         if (!value) return false;
         values_[at] = std::move(*value);
     }
-    bindAll(*shape.statement, std::span(values_).first(comparisons.count));
-    if (shape.reading.isCut) bindCut(*shape.statement, query, static_cast<int>(comparisons.count));
     return true;
+}
+
+void SQLiteKnownRequests::bind(Known const& known, StoreQuery const& query) const {
+    bindAll(*known.statement, arguments());
+    if (known.reading.isCut) bindCut(*known.statement, query, static_cast<int>(valueCount_));
 }
 
 void SQLiteKnownRequests::remember(StoreQuery const& query, Comparisons const& comparisons, std::span<Value const> arguments,

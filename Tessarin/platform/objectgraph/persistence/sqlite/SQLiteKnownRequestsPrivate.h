@@ -38,9 +38,14 @@ public:
     struct Known {
         RequestReading reading;
         SQLite::Statement* statement = nullptr;
+        std::string column = {}; // of the entity's table, when all that is asked for is one value there
     };
-    /// The request's statement with everything bound, until the next call. Null for a shape that is not known.
-    Known const* bound(StoreQuery const& query, Comparisons const& comparisons);
+    /// Null for a shape that is not known.
+    Known const* find(StoreQuery const& query, Comparisons const& comparisons);
+    /// The values with which the request compares that was found last, as SQL has them.
+    std::span<Value const> arguments() const noexcept { return {values_.data(), valueCount_}; }
+    /// Binds everything in its statement.
+    void bind(Known const& known, StoreQuery const& query) const;
     /// Remembers a request that the store answers alone, if its statement binds each value once and nothing else.
     void remember(StoreQuery const& query, Comparisons const& comparisons, std::span<Value const> arguments, Known known);
 
@@ -61,14 +66,15 @@ private:
 
         bool fits(StoreQuery const& query, Comparisons const& comparisons) const;
     };
-    bool bind(Shape const& shape, StoreQuery const& query, Comparisons const& comparisons);
+    bool readArguments(Shape const& shape, Comparisons const& comparisons);
 
     static constexpr std::size_t most = 16;
     SQLiteSchema const& schema_;
     SQLite::Connection& connection_;
     std::vector<Shape> shapes_;
     std::size_t oldest_ = 0; // which the next one replaces, once there are enough
-    std::array<Value, mostComparisons> values_; // bound
+    std::array<Value, mostComparisons> values_;
+    std::size_t valueCount_ = 0;
 };
 
 } // namespace Tessarin

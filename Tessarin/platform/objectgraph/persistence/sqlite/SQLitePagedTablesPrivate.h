@@ -1,4 +1,5 @@
 #pragma once
+#include "Tessarin/platform/sqlite/IndexWalk.h"
 #include "Tessarin/platform/sqlite/TableWalk.h"
 #include <map>
 #include <memory>
@@ -8,30 +9,50 @@
 
 namespace Tessarin {
 
+class SQLiteRowDecoder;
+
 /// Tables as a connection's read transaction sees them, to be read right from their pages. Used by the connection's thread.
 class SQLitePagedTables {
 public:
-    explicit SQLitePagedTables(SQLite::Connection& connection) : connection_(connection) {}
+    explicit SQLitePagedTables(SQLite::Connection& connection);
 
+    /// Until tables are changed, and to be used until the transaction ends.
     struct Table {
         Table(SQLite::TableWalk walk, std::vector<std::string> columns) : walk(std::move(walk)), columns(std::move(columns)) {}
+
         SQLite::TableWalk walk;
         std::vector<std::string> columns; // in quotes, as they stand in a record
+        std::vector<std::pair<std::string, SQLite::IndexWalk>> indexes = {}; // of one column each, which they find by equality
+
+        /// Null without one.
+        SQLite::IndexWalk* indexOf(std::string_view column) noexcept;
+        /// Where the columns stand that a decoder reads. Empty when one is missing.
+        std::span<std::size_t const> placesFor(SQLiteRowDecoder const& decoder);
+
+    private:
+        friend SQLitePagedTables;
+        std::vector<std::pair<SQLiteRowDecoder const*, std::vector<std::size_t>>> places_;
+        std::uint64_t avoided_ = 0; // in that transaction
     };
-    /// For about so many records. Null where SQLite has to read it. Until the transaction ends.
-    Table* find(std::string const& name, std::uint64_t records);
-    /// Its pages are not what they should be.
-    void avoid(std::string const& name) { tables_[name].reset(); }
+    /// Null where SQLite has to read it.
+    Table* find(std::string const& name);
+    /// Its pages are not what they should be: until the transaction ends.
+    void avoid(Table& table) const noexcept { table.avoided_ = transaction_; }
+    /// Frees pages, when many were looked at: between look-ups.
+    void trim() { pages_.trim(); }
     /// The transaction has ended.
     void forget() noexcept;
 
 private:
-    bool hasPages(std::uint64_t records);
+    bool seesPages();
     std::unique_ptr<Table> looked(std::string const& name);
+    void addIndexes(std::string const& plainName, Table& table);
 
     SQLite::Connection& connection_;
-    std::optional<std::uint32_t> mostLogged_; // as far as was looked in vain
-    std::unique_ptr<SQLite::SnapshotPages> pages_;
+    SQLite::SnapshotPages pages_;
+    std::uint64_t transaction_ = 1;
+    std::optional<bool> seesPages_; // in this one, once it is known
+    std::uint32_t schemaVersion_ = 0;
     std::map<std::string, std::unique_ptr<Table>> tables_; // those that were asked for; null where SQLite has to
 };
 

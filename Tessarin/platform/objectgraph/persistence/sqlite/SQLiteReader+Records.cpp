@@ -29,6 +29,11 @@ void SQLiteReader::rows(NSEntityDescription const& rootEntity, std::span<RecordK
     auto& decoder = decoderFor(rootEntity, true);
     auto const wanted = sorted(keys);
     auto const& table = schema_.tableOf(rootEntity).name;
+    std::vector<RowRef> found;
+    if (wanted.size() < manyKeys && lookUp(decoder, table, wanted, found)) {
+        for (auto& row : found) each(std::move(row));
+        return;
+    }
     if (areDense(wanted)) return readRange(decoder, table, wanted, each);
     auto const query = connection_.use(fmt::format("SELECT {} FROM {} AS t0 WHERE t0.id = ?", decoder.columns(), table));
     for (auto const key : wanted) {
@@ -93,6 +98,7 @@ void SQLiteReader::members(NSRelationshipDescription const& relationship, std::s
     auto const select = fmt::format("SELECT {1}, {2} FROM {0} WHERE {1} ", link->table, link->owner, link->member);
     auto const order = link->position.empty() ? link->member : fmt::format("{}, {}", link->position, link->member);
     if (areDense(wanted) && link->position.empty()) return membersInRange(*link, wanted, each);
+    if (lookUpMembers(*link, wanted, each)) return;
     if (areDense(wanted)) {
         auto const query = connection_.use(select + fmt::format("BETWEEN ? AND ? ORDER BY {}, {}", link->owner, order));
         query->bind(1, wanted.front());

@@ -7,23 +7,14 @@
 
 namespace Tessarin {
 
-namespace {
-
-/// At most so many records.
-std::uint64_t countIn(SQLiteReader::Span span) {
-    return static_cast<std::uint64_t>(span.last) - static_cast<std::uint64_t>(span.first);
-}
-
-} // namespace
-
 /// Answers whether `read` has read them.
-bool SQLiteReader::fromPages(SQLiteRowDecoder const& decoder, std::string const& table, Span span, PageReading read) {
-    auto* const paged = paged_.find(table, countIn(span));
-    auto const places = paged ? decoder.placesOf(paged->columns) : std::vector<std::size_t>();
+bool SQLiteReader::fromPages(SQLiteRowDecoder const& decoder, std::string const& table, PageReading read) {
+    auto* const paged = paged_.find(table);
+    auto const places = paged ? paged->placesFor(decoder) : std::span<std::size_t const>();
     if (places.empty()) return false;
     auto const start = std::chrono::steady_clock::now();
     auto const count = read(paged->walk, places);
-    if (!count) paged_.avoid(table); // what is odd is mostly so in many places
+    if (!count) paged_.avoid(*paged); // what is odd is mostly so in many places
     if (auto* const log = connection_.log()) log->note("pages of " + table, start, count.value_or(0));
     return count.has_value();
 }
@@ -31,7 +22,7 @@ bool SQLiteReader::fromPages(SQLiteRowDecoder const& decoder, std::string const&
 std::optional<bool> SQLiteReader::readPages(SQLiteRowDecoder& decoder, std::string const& table, Span span,
                                             std::vector<RowRef>& rows, SQLiteRowDecoder::Wants wants) {
     std::optional<bool> areNew;
-    fromPages(decoder, table, span, [&](auto& walk, auto places) -> std::optional<std::size_t> {
+    fromPages(decoder, table, [&](auto& walk, auto places) -> std::optional<std::size_t> {
         auto const before = rows.size();
         areNew = decoder.readAll(walk, places, span.first, span.last, rows, wants);
         return areNew ? std::optional(rows.size() - before) : std::nullopt;
@@ -44,7 +35,7 @@ bool SQLiteReader::readAllPages(StoreQuery const& query, Span span, SQLite::Inte
     auto& decoder = decoderOf(query);
     auto const& table = schema_.tableOf(*query.entity).name;
     if (query.wantsKeysOnly)
-        return fromPages(decoder, table, span, [&](auto& walk, auto places) -> std::optional<std::size_t> {
+        return fromPages(decoder, table, [&](auto& walk, auto places) -> std::optional<std::size_t> {
             bool const areRead = decoder.readKeys(walk, places, span.first, span.last, answer.keys);
             return areRead ? std::optional(answer.keys.size()) : std::nullopt;
         });
@@ -54,10 +45,8 @@ bool SQLiteReader::readAllPages(StoreQuery const& query, Span span, SQLite::Inte
     return true;
 }
 
-SQLiteReader::Scan::Scan(SQLiteReader& reader, Scanned const& scanned, Span whole)
-    : reader_(reader), scanned_(scanned), decoder_(reader.decoderFor(*scanned.entity, scanned.includesSubentities)) {
-    reader.paged_.find(reader.schema_.tableOf(*scanned.entity).name, countIn(whole)); // a part alone might not be worth it
-}
+SQLiteReader::Scan::Scan(SQLiteReader& reader, Scanned const& scanned)
+    : reader_(reader), scanned_(scanned), decoder_(reader.decoderFor(*scanned.entity, scanned.includesSubentities)) {}
 
 SQLiteReader::Scan::~Scan() = default;
 

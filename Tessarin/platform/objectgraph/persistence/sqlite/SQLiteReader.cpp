@@ -35,6 +35,15 @@ void addRanges(std::span<KeyRange const> ranges, std::string& condition, List& a
     arguments.push_back(keys + "]");
 }
 
+/// Empty for a condition that says more, or something else.
+std::string columnOfEquality(SQLTranslation const& translation) {
+    auto const condition = translation.condition();
+    static constexpr std::string_view table = "t0.", equality = " = ?";
+    bool const isPlain = condition.starts_with(table) && condition.ends_with(equality) && translation.arguments().size() == 1;
+    if (!isPlain || !translation.joins().empty() || !translation.source().empty()) return {};
+    return condition.substr(table.size(), condition.size() - table.size() - equality.size());
+}
+
 template <class List, class Key> void sortByKey(List& list, Key key) {
     if (!std::ranges::is_sorted(list, {}, key)) std::ranges::sort(list, {}, key);
 }
@@ -125,7 +134,9 @@ void SQLiteReader::fetch(StoreQuery const& query, StoreAnswer& answer, std::opti
     bool const isQuicker = query.wantsKeysOnly || !isPerhapsCached;
     if (isPaged && isQuicker && readAllPages(query, *span, interruption, answer)) return;
     auto const comparisons = isPerhapsCached ? SQLiteKnownRequests::Comparisons() : SQLiteKnownRequests::comparisonsOf(query);
-    if (auto const* known = known_.bound(query, comparisons)) {
+    if (auto const* known = known_.find(query, comparisons)) {
+        if (lookUp(query, *known, answer)) return;
+        known_.bind(*known, query);
         SQLite::StatementUse const use(*known->statement);
         return readFrom(*use, known->reading, query, answer);
     }
@@ -143,7 +154,8 @@ void SQLiteReader::fetch(StoreQuery const& query, StoreAnswer& answer, std::opti
     if (!translation.isReusable()) return run(*std::make_unique<SQLite::Statement>(connection_, sql));
     auto const use = connection_.use(sql);
     run(*use);
-    if (answer.complete) known_.remember(query, comparisons, translation.arguments(), {reading, &*use});
+    if (answer.complete)
+        known_.remember(query, comparisons, translation.arguments(), {reading, &*use, columnOfEquality(translation)});
 }
 
 void SQLiteReader::readFrom(SQLite::Statement& statement, RequestReading const& reading, StoreQuery const& query,

@@ -73,6 +73,7 @@ public:
                  FunctionRef<void(RecordKey owner, RecordKey member)> each);
 
 private:
+    using EachMember = FunctionRef<void(RecordKey owner, RecordKey member)>;
     /// The records of a table with keys in a span, right from their pages; whether all rows are new. Absent, and nothing is added,
     /// where SQLite has to read them.
     std::optional<bool> readPages(SQLiteRowDecoder& decoder, std::string const& table, Span span, std::vector<RowRef>& rows,
@@ -80,10 +81,14 @@ private:
     bool readAllPages(StoreQuery const& query, Span span, SQLite::Interruption const& interruption, StoreAnswer& answer);
     using PageReading =
         FunctionRef<std::optional<std::size_t>(SQLite::TableWalk& walk, std::span<std::size_t const> places)>; // how many records
-    bool fromPages(SQLiteRowDecoder const& decoder, std::string const& table, Span span, PageReading read);
+    bool fromPages(SQLiteRowDecoder const& decoder, std::string const& table, PageReading read);
+    // Of records that an index finds, or whose keys are known, right from their pages; false, and nothing is added, where SQLite has
+    // to read them:
+    bool lookUp(StoreQuery const& query, SQLiteKnownRequests::Known const& known, StoreAnswer& answer);
+    bool lookUp(SQLiteRowDecoder& decoder, std::string const& table, std::span<RecordKey const> keys, std::vector<RowRef>& rows);
+    bool lookUpMembers(SQLiteSchema::Link const& link, std::span<RecordKey const> owners, EachMember each);
     void readRange(SQLiteRowDecoder& decoder, std::string const& table, std::span<RecordKey const> sortedKeys,
                    FunctionRef<void(RowRef)> each);
-    using EachMember = FunctionRef<void(RecordKey owner, RecordKey member)>;
     void membersInRange(SQLiteSchema::Link const& link, std::span<RecordKey const> sortedOwners, EachMember each);
     void readFrom(SQLite::Statement& statement, RequestReading const& reading, StoreQuery const& query, StoreAnswer& answer);
     void readByKeys(SQLite::Statement& statement, StoreQuery const& query, std::vector<RowRef>& rows);
@@ -115,8 +120,7 @@ void bindCut(SQLite::Statement& statement, StoreQuery const& query, int before);
 
 class TESSARIN_API SQLiteReader::Scan {
 public:
-    /// `whole`: of which parts are read.
-    Scan(SQLiteReader& reader, Scanned const& scanned, Span whole);
+    Scan(SQLiteReader& reader, Scanned const& scanned);
     ~Scan();
     /// Whether all rows are new, see `SQLiteRowDecoder::readAll`.
     bool read(Span span, std::vector<RowRef>& rows);

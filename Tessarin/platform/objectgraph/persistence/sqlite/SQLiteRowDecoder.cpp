@@ -119,7 +119,7 @@ RowRef SQLiteRowDecoder::row(SQLite::Statement const& statement) {
     FedValues const values(valuesOf(statement)); // only now: most look-ups end above
     auto const* plan = planOf(values);
     if (!plan) return {};
-    auto row = decoded(values, *plan, key, version, nullptr);
+    auto row = single(values, *plan, key, version);
     space_.cache().addAll({&row, 1}, asOf_);
     requireSameTree(row->entity(), root, key);
     return row;
@@ -170,6 +170,20 @@ bool SQLiteRowDecoder::packInto(RowBlockWriter::Room room, Values const& values,
     }
     size = end;
     return true;
+}
+
+/// A row that stands alone.
+template <class Values>
+RowRef SQLiteRowDecoder::single(Values const& values, Plan const& plan, RecordKey key, std::uint32_t version) {
+    alignas(Row) std::array<char, usualSize> packed;
+    std::size_t size = 0;
+    bool const isShort =
+        plan.layout->packing(false).heap < packed.size() && packInto({packed.data(), packed.size()}, values, plan, size);
+    if (!isShort) return decoded(values, plan, key, version, nullptr);
+    auto row = RowBlockWriter::alone(*plan.layout, key, version, false, size);
+    std::memcpy(reinterpret_cast<char*>(const_cast<Row*>(row.get())) + sizeof(Row), packed.data() + sizeof(Row),
+                size - sizeof(Row));
+    return row;
 }
 
 /// Packs one record after the other behind those that a list has.
@@ -253,6 +267,22 @@ std::optional<bool> SQLiteRowDecoder::readAll(SQLite::TableWalk& walk, std::span
     if (isSound) return filling.finish();
     rows.resize(before);
     return {};
+}
+
+bool SQLiteRowDecoder::add(SQLite::TableRecord const& record, std::span<std::size_t const> places, std::vector<RowRef>& rows) {
+    PagedValues const values(record, places);
+    if (!values.isRecord(hasEntityColumn_, std::ranges::max(places))) return false;
+    auto const* const plan = planOf(values);
+    if (!plan) return true;
+    auto row = space_.cache().find(values.key(), values.version());
+    if (!row) {
+        row = single(values, *plan, values.key(), values.version());
+        if (values.isOdd()) return false;
+        space_.cache().addAll({&row, 1}, asOf_);
+    }
+    requireSameTree(row->entity(), plans_.front().second.layout->entity(), row->key());
+    rows.push_back(std::move(row));
+    return true;
 }
 
 bool SQLiteRowDecoder::readKeys(SQLite::TableWalk& walk, std::span<std::size_t const> places, RecordKey first, RecordKey last,

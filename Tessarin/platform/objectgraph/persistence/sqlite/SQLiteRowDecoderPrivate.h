@@ -33,7 +33,10 @@ public:
     /// say what it means.
     std::optional<bool> readAll(SQLite::TableWalk& walk, std::span<std::size_t const> places, RecordKey first, RecordKey last,
                                 std::vector<RowRef>& rows, Wants wants);
-    /// The same of their keys alone. False, with `keys` as they were, where that cannot be told.
+    /// Adds the row of a record that was found in its page: the cached one when it is as new. None of an entity that is not read.
+    /// False, and nothing is added, where the record is odd.
+    bool add(SQLite::TableRecord const& record, std::span<std::size_t const> places, std::vector<RowRef>& rows);
+    /// What `readAll` reads, of the keys alone. False, with `keys` as they were, where that cannot be told.
     bool readKeys(SQLite::TableWalk& walk, std::span<std::size_t const> places, RecordKey first, RecordKey last,
                   std::vector<RecordKey>& keys);
     /// Where `columns` stand among a table's. Empty when one is missing.
@@ -47,6 +50,7 @@ public:
 private:
     static constexpr std::size_t manyRows = 200;
     static constexpr std::size_t usualText = 64; // of all texts of a row together; with more, the row may be made twice
+    static constexpr std::size_t usualSize = 512; // of a row; with more, it is measured first
     struct Cell {
         std::size_t cell;
         int column;
@@ -66,6 +70,7 @@ private:
     template <class Values> Plan const* planOf(Values const& values) const noexcept;
     template <class Values>
     RowRef decoded(Values const& values, Plan const& plan, RecordKey key, std::uint32_t version, RowBlockWriter* blocks);
+    template <class Values> RowRef single(Values const& values, Plan const& plan, RecordKey key, std::uint32_t version);
     template <class Values>
     static bool packInto(RowBlockWriter::Room room, Values const& values, Plan const& plan, std::size_t& size);
     void addPlans(SQLiteSchema const& schema, NSEntityDescription const& entity, bool includesSubentities);

@@ -18,7 +18,7 @@ SQLiteSharedScan::SQLiteSharedScan(Ref<RowSpace> space, SQLiteReader::Scanned sc
     : space_(std::move(space)), scanned_(scanned), span_(span), state_(state) {}
 
 void SQLiteSharedScan::read(SQLiteReader& reader, std::vector<RowRef>& rows, KeptRows& kept) {
-    SQLiteReader::Scan scan(reader, scanned_, span_);
+    SQLiteReader::Scan scan(reader, scanned_);
     auto const readHere = [&](std::size_t at) {
         auto const before = rows.size();
         bool const isNew = scan.read(spanOf(at), rows);
@@ -43,7 +43,7 @@ void SQLiteSharedScan::help(SQLiteReaderPool& readers) noexcept {
         auto const reader = readers.lease(SQLiteReaderPool::Patience::GivesUp);
         reader->spanOf({.entity = scanned_.entity}); // the first read fixes what the connection sees
         if (reader->seenState() != state_) return;
-        SQLiteReader::Scan scan(*reader, scanned_, span_);
+        SQLiteReader::Scan scan(*reader, scanned_);
         for (std::size_t at = count; at > 0 && !shares_[at - 1].isTaken.exchange(true); --at) {
             auto& share = shares_[at - 1];
             share.isNew = scan.read(spanOf(at - 1), share.rows);

@@ -1,0 +1,126 @@
+#include "Tessarin/platform/sqlite/IndexWalk.h"
+
+#include <algorithm>
+#include <compare>
+#include <cstring>
+#include <limits>
+
+// The entries of an index are records of a column and a key, in the order of both; those of inner pages are entries as well, which
+// stand between those of the pages before and after them.
+namespace Tessarin::SQLite {
+namespace {
+
+/// How much of an entry stands in its page at least.
+std::size_t leastHere(std::size_t usable) { return (usable - 12) * 32 / 255 - 23; }
+
+std::size_t sizeOfInteger(std::uint64_t type) {
+    constexpr std::uint8_t sizes[] = {0, 1, 2, 3, 4, 6, 8, 8, 0, 0};
+    return type < std::size(sizes) ? sizes[type] : 0;
+}
+
+std::int64_t integerAt(std::byte const* at, std::uint64_t type) {
+    if (type == 8 || type == 9) return static_cast<std::int64_t>(type) - 8;
+    std::int64_t number = static_cast<std::int8_t>(*at);
+    for (std::size_t each = 1; each < sizeOfInteger(type); ++each)
+        number = number * 256 + std::to_integer<std::int64_t>(at[each]);
+    return number;
+}
+
+bool isInteger(std::uint64_t type) { return (type >= 1 && type <= 6) || type == 8 || type == 9; }
+
+struct Entry {
+    using Kind = IndexWalk::Sought::Kind;
+
+    /// Not sound where it is not within the page, as far as it must be.
+    Entry(BTreePage const& page, std::size_t at) {
+        std::uint64_t size = 0, header = 0;
+        auto const* start = page.cell(at);
+        if (start) start = readVariable(start, page.end(), size);
+        if (!start) return;
+        end = start + std::min<std::uint64_t>(size, static_cast<std::uint64_t>(page.end() - start));
+        auto const* const types = readVariable(start, end, header);
+        if (!types || header > static_cast<std::uint64_t>(end - start)) return;
+        content = start + header;
+        afterType = readVariable(types, content, type);
+        isSound = afterType && type != 10 && type != 11;
+    }
+
+    /// As SQLite orders: nothing, numbers, texts, bytes. Absent where they cannot be compared.
+    std::optional<std::strong_ordering> compared(IndexWalk::Sought const& sought) const {
+        if (!isSound) return {};
+        if (type == 0) return std::strong_ordering::less;
+        auto const kind = type < 12 ? Kind::Integer : type % 2 == 0 ? Kind::Bytes : Kind::Text;
+        if (kind != sought.kind) return kind <=> sought.kind;
+        auto const left = static_cast<std::size_t>(end - content);
+        if (kind != Kind::Integer) {
+            auto const size = static_cast<std::size_t>((type - 12) / 2);
+            auto const common = std::min(size, sought.content.size());
+            if (common > left) return {};
+            auto const order = std::memcmp(content, sought.content.data(), common) <=> 0;
+            return order != 0 ? order : size <=> sought.content.size();
+        }
+        if (!isInteger(type) || sizeOfInteger(type) > left) return {};
+        return integerAt(content, type) <=> sought.integer;
+    }
+    /// The record's key, of an entry that has what is sought; it is then short.
+    std::optional<std::int64_t> key() const {
+        auto const size = type < 12 ? sizeOfInteger(type) : static_cast<std::size_t>((type - 12) / 2);
+        auto const left = static_cast<std::size_t>(end - content);
+        std::uint64_t keyType = 0;
+        if (readVariable(afterType, content, keyType) != content || !isInteger(keyType) || size + sizeOfInteger(keyType) > left)
+            return {};
+        return integerAt(content + size, keyType);
+    }
+
+    bool isSound = false;
+    std::uint64_t type = 0;
+    std::byte const* afterType = nullptr;
+    std::byte const* content = nullptr; // the column's
+    std::byte const* end = nullptr; // of as much as stands in the page
+};
+
+} // namespace
+
+struct IndexWalk::Search {
+    Sought const& sought;
+    FunctionRef<bool(std::int64_t key)> take;
+    std::int64_t previous = std::numeric_limits<std::int64_t>::min(); // key
+};
+
+bool IndexWalk::canFind(Sought const& sought) const noexcept {
+    static constexpr std::size_t mostBesides = 32; // the entry's header and the key
+    return sought.kind == Sought::Kind::Integer || sought.content.size() + mostBesides <= leastHere(pages_.usableSize());
+}
+
+bool IndexWalk::find(Sought const& sought, FunctionRef<bool(std::int64_t key)> take) {
+    Search search{sought, take};
+    return visit(root_, 0, search) != End::Broken;
+}
+
+IndexWalk::End IndexWalk::visit(SnapshotPages::Number number, int depth, Search& search) {
+    if (number == 1 || depth > BTreePage::deepest) return End::Broken;
+    BTreePage const page(pages_.kept(number), pages_.usableSize(), BTreePage::ofIndex);
+    if (!page.isSound()) return End::Broken;
+    auto const first = firstCellNot(page, [&](std::size_t at) -> std::optional<bool> {
+        auto const order = Entry(page, at).compared(search.sought);
+        return order ? std::optional(*order < 0) : std::nullopt;
+    });
+    if (!first) return End::Broken;
+    for (auto at = *first;; ++at) {
+        if (page.isInner()) {
+            if (at < page.count() && !page.cell(at)) return End::Broken;
+            if (auto const end = visit(page.below(at), depth + 1, search); end != End::OfPage) return end;
+        }
+        if (at == page.count()) return End::OfPage;
+        Entry const entry(page, at);
+        auto const order = entry.compared(search.sought);
+        if (!order || *order < 0) return End::Broken;
+        if (*order > 0) return End::OfSearch;
+        auto const key = entry.key();
+        if (!key || *key <= search.previous) return End::Broken;
+        search.previous = *key;
+        if (!search.take(*key)) return End::OfSearch;
+    }
+}
+
+} // namespace Tessarin::SQLite
