@@ -61,6 +61,8 @@ void AsynchronousFetch::ask(NSManagedObjectContext& context) {
         FetchOperation const fetch(GraphAccess::state(context), *request_, *entity_, *watch_);
         if (rounds_ + preparations_ == 1) fetch.noteQuestion();
         preparation_ = fetch.preparation();
+        ranking_ = nullptr;
+        wantsRanking_ = fetch.wantsRanking();
         query_ = fetch.queryBeforehand(surplus_);
         return nullptr;
     });
@@ -73,8 +75,10 @@ void AsynchronousFetch::ask(NSManagedObjectContext& context) {
 void AsynchronousFetch::askStore() {
     if (!isCancelled_.load(std::memory_order_relaxed))
         error_ = caught([&] {
-            if (preparation_) preparation_->carryOut(isCancelled_);
-            return coordinator_->store()->fetch(query_, answer_);
+            auto error = coordinator_->store()->fetch(query_, answer_);
+            if (!error && wantsRanking_) error = makeRanking(coordinator_->store(), *request_, *entity_, ranking_);
+            if (!error && preparation_) preparation_->carryOut(ranking_, isCancelled_);
+            return error;
         });
     goBack();
 }
@@ -112,8 +116,10 @@ Ref<NSError> AsynchronousFetch::resultIn(NSManagedObjectContext& context, std::o
     processChanges(context, GraphAccess::state(context));
     FetchOperation fetch(GraphAccess::state(context), *request_, *entity_, *watch_);
     if (watch_->hasGaps()) return nullptr;
+    if (ranking_) fetch.setRanking(ranking_);
     preparation_ = fetch.preparation();
-    isUnprepared_ = preparation_ && preparations_ < mostPreparations && !preparation_->isDone();
+    bool const isPrepared = (!fetch.wantsRanking() || ranking_) && (!preparation_ || preparation_->isDone());
+    isUnprepared_ = !isPrepared && preparations_ < mostPreparations;
     if (isUnprepared_) return nullptr;
     FetchedObjects found;
     Ref<NSError> error;
@@ -125,6 +131,7 @@ void AsynchronousFetch::finish(FetchedObjects list, Ref<NSError> const& error) {
     watch_.reset();
     answer_ = {};
     preparation_.reset();
+    ranking_ = nullptr;
     isDone_.store(true, std::memory_order_release);
     auto const completion = std::exchange(completion_, nullptr);
     if (completion) completion(std::move(list), error);

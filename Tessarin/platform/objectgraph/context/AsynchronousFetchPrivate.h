@@ -42,6 +42,8 @@ private:
     StoreQuery query_;
     StoreAnswer answer_;
     std::optional<UnsavedRecords::Preparation> preparation_; // beside the store's answer
+    bool wantsRanking_ = false; // and so is this
+    Ref<SearchRanking const> ranking_;
     Ref<NSError> error_;
     int rounds_ = 0;
     int preparations_ = 0;

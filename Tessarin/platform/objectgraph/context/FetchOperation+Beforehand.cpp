@@ -80,6 +80,7 @@ bool FetchOperation::layOver(StoreQuery const& query, std::vector<RecordKey> key
         return range != changed.end() && range->first <= key;
     });
     if (!isEnough(query, given, keys.size())) return false;
+    if (prepareRanking()) return false;
     auto more = fittingUnsaved();
     if (showsOld_ || (canAsk && more.size() > mostMerged)) return false;
     // By rows that were read now: an object may not have heard yet of what others saved. Those in the middle are asked for again.
@@ -88,7 +89,6 @@ bool FetchOperation::layOver(StoreQuery const& query, std::vector<RecordKey> key
         auto row = reader_.row(entity_, key);
         return held.emplace_back(row ? objectWithRow(context_, std::move(row), {}) : objectWithKey(context_, entity_, key));
     };
-    if (prepareRanking()) return false;
     auto places = sorting().merge(keys, std::move(more), objectOf);
     cut(places);
     list.keys_.reserve(places.size());

@@ -13,7 +13,12 @@ namespace Tessarin {
 
 FetchOperation::FetchOperation(ContextState& context, NSFetchRequest const& request, NSEntityDescription const& entity,
                                CommitLog::Watch const* since)
-    : context_(context), request_(request), entity_(entity), reader_(context), committed_(since ? since->sets() : ChangeSets()) {
+    : context_(context),
+      request_(request),
+      entity_(entity),
+      reader_(context),
+      committed_(since ? since->sets() : ChangeSets()),
+      isRanked_(asksForRank(request.sortDescriptors())) {
     if (!request.includesPendingChanges()) return;
     unsaved_.emplace(context, reader_, request, entity, committed_);
     mustLookAtAll_ = unsaved_->turnsAll();
@@ -54,8 +59,8 @@ Ref<NSError> FetchOperation::handOn(StoreAnswer& answer, FetchedObjectsTaker tak
     auto objects = objectsOf(answer.rows);
     bool const isSorted = answer.complete && !mustLookAtAll_; // which the store does
     if (!isSorted) filter(objects);
-    auto unsaved = hasUnsaved() ? fittingUnsaved() : Objects();
     if (auto error = prepareRanking()) return error;
+    auto unsaved = hasUnsaved() ? fittingUnsaved() : Objects();
     auto const sorting = this->sorting();
     isSorted ? sorting.merge(objects, std::move(unsaved)) : sorting.sort(objects, std::move(unsaved));
     cut(objects);
@@ -64,14 +69,27 @@ Ref<NSError> FetchOperation::handOn(StoreAnswer& answer, FetchedObjectsTaker tak
     return nullptr;
 }
 
-/// By what the store knows of its texts, as the store itself.
-Ref<NSError> FetchOperation::prepareRanking() {
-    if (!asksForRank(request_.sortDescriptors()) || ranking_) return nullptr;
-    auto search = rankedSearchOf(request_.predicate().get(), entity_);
+Ref<NSError> makeRanking(NSPersistentStore* store, NSFetchRequest const& request, NSEntityDescription const& entity,
+                         Ref<SearchRanking const>& ranking) {
+    if (!asksForRank(request.sortDescriptors())) return nullptr;
+    auto search = rankedSearchOf(request.predicate().get(), entity);
     SearchStatistics statistics;
-    if (auto error = store() && search ? store()->searchStatistics(*search, statistics) : nullptr) return error;
-    if (search) ranking_.emplace(*std::move(search), statistics); // there is one, or the request was refused
+    if (auto error = store && search ? store->searchStatistics(*search, statistics) : nullptr) return error;
+    if (search) ranking = std::make_shared<SearchRanking const>(*std::move(search), statistics); // or the request was refused
     return nullptr;
+}
+
+Ref<NSError> FetchOperation::prepareRanking() {
+    if (!isRanked_ || ranking_) return nullptr;
+    Ref<SearchRanking const> ranking;
+    auto error = makeRanking(store(), request_, entity_, ranking);
+    setRanking(std::move(ranking));
+    return error;
+}
+
+void FetchOperation::setRanking(Ref<SearchRanking const> ranking) {
+    ranking_ = std::move(ranking);
+    if (unsaved_) unsaved_->setRanking(ranking_);
 }
 
 /// The results' keys, in their order; false when the store alone cannot say.
@@ -100,6 +118,7 @@ Ref<NSError> FetchOperation::count(std::size_t& found) {
         if (auto error = store()->count(query, found, isComplete)) return error;
         if (isComplete && !hasUnsaved()) return nullptr;
         if (isComplete) {
+            if (auto error = prepareRanking()) return error;
             found += countFittingUnsaved();
             found -= std::min(found, request_.fetchOffset());
             if (request_.fetchLimit() != 0) found = std::min(found, request_.fetchLimit());

@@ -38,6 +38,10 @@ public:
     /// is false, too, where asking again makes less work than correcting.
     bool list(StoreQuery const& query, StoreAnswer&& answer, bool canAsk, FetchedObjects& list, Ref<NSError>& error);
 
+    /// Whether `list` ranks, and would ask the store what it knows of the words; it takes what somebody has made of the answer.
+    bool wantsRanking() const noexcept { return isRanked_ && !isUntouched(); }
+    void setRanking(Ref<SearchRanking const> ranking);
+
     /// What `list` would otherwise look for on the context's queue; absent where there is nothing.
     std::optional<UnsavedRecords::Preparation> preparation() const {
         return hasUnsaved() ? unsaved_->preparation() : std::nullopt;
@@ -70,7 +74,7 @@ private:
     bool isEnough(StoreQuery const& query, std::size_t given, std::size_t left) const;
     bool layOver(StoreQuery const& query, std::vector<RecordKey> keys, bool canAsk, FetchedObjects& list);
     Ref<NSError> prepareRanking();
-    FetchSorting sorting() const { return FetchSorting(request_.sortDescriptors(), ranking_ ? &*ranking_ : nullptr); }
+    FetchSorting sorting() const { return FetchSorting(request_.sortDescriptors(), ranking_.get()); }
     bool fits(NSManagedObject& object) const;
     void filter(Objects& objects) const;
     template <class Results> void cut(Results& results) const {
@@ -88,13 +92,17 @@ private:
     RecordReader reader_; // before what was committed is asked for: a set leaves the one when it is in the other
     ChangeSets committed_; // since the store was asked
     std::optional<UnsavedRecords> unsaved_; // absent when the request leaves them out
-    std::optional<SearchRanking> ranking_; // where this puts records in order that the store has not
+    Ref<SearchRanking const> ranking_; // where this puts records in order that the store has not
+    bool isRanked_ = false;
     bool mustLookAtAll_ = false;
     bool showsOld_ = false; // an object of the context does not show what was committed
 };
 
 /// The entity that a request asks for; null with an error when it cannot be answered.
 NSEntityDescription const* entityOf(ContextState const& context, NSFetchRequest const& request, Ref<NSError>& error);
+/// By what the store knows of its texts, as itself: null when the request asks for no ranks.
+Ref<NSError> makeRanking(NSPersistentStore* store, NSFetchRequest const& request, NSEntityDescription const& entity,
+                         Ref<SearchRanking const>& ranking);
 /// What `work` returns, or the error that it throws.
 Ref<NSError> caught(FunctionRef<Ref<NSError>()> work);
 

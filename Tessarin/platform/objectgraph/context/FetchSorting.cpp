@@ -21,8 +21,8 @@ void FetchSorting::merge(Objects& objects, Objects more) const {
     merged.reserve(objects.size() + added.size());
     auto rest = objects.begin();
     for (auto& each : added) {
-        auto const place = std::partition_point(
-            rest, objects.end(), [&](Ref<NSManagedObject> const& other) { return isBefore(keyed(other), each); });
+        auto const place = std::partition_point(rest, objects.end(),
+                                                [&](Ref<NSManagedObject> const& other) { return isBefore(keyed(other), each); });
         merged.insert(merged.end(), std::move_iterator(rest), std::move_iterator(place));
         merged.push_back(std::move(each.object));
         rest = place;
@@ -55,8 +55,10 @@ FetchSorting::Keyed FetchSorting::keyed(Ref<NSManagedObject> const& object) cons
 }
 
 Value FetchSorting::rankOf(NSManagedObject& object) const {
+    auto const [place, isNew] = ranks_.try_emplace(&object);
+    if (!isNew) return place->second;
     Value text; // holds what was handed out last
-    return ranking_->rankOf(object.entity(), [&](NSAttributeDescription const& attribute) {
+    return place->second = ranking_->rankOf(object.entity(), [&](NSAttributeDescription const& attribute) {
         text = object.valueForKey(attribute.name());
         return text.text();
     });

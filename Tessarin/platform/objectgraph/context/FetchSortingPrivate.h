@@ -3,6 +3,7 @@
 #include "Tessarin/platform/objectgraph/context/NSManagedObject.h"
 #include "Tessarin/platform/runtime/FunctionRef.h"
 #include <span>
+#include <unordered_map>
 #include <vector>
 
 namespace Tessarin {
@@ -44,6 +45,7 @@ private:
 
     std::span<Ref<NSSortDescriptor> const> descriptors_;
     SearchRanking const* ranking_;
+    mutable std::unordered_map<NSManagedObject const*, double> ranks_; // of those that were compared
 };
 
 } // namespace Tessarin

@@ -22,11 +22,12 @@ UnsavedRecords::Candidates UnsavedRecords::candidates() const {
     } else {
         keys = turned_;
         if (!request_.predicate() || !addOwnEqual(*request_.predicate(), keys)) addOwn(keys);
-        if (question_ && !question_->equal) addMerged(keys);
+        bool const isOfFewEqual = question_ && Preparation{*question_, *sets_}.isOfFewEqual();
+        if (question_ && !isOfFewEqual) addMerged(keys);
         for (auto const& set : *sets_) {
             if (!question_)
                 addAll(*set, keys);
-            else if (question_->equal)
+            else if (isOfFewEqual)
                 addEqual(*set, keys);
             else
                 addAnswer(*set, candidates, keys);
@@ -63,7 +64,7 @@ void UnsavedRecords::addAll(ChangeSet const& set, KeySet& keys) const {
 
 /// The value that is seen of a record is in the set that changed it last, whatever else was changed beside it.
 void UnsavedRecords::addEqual(ChangeSet const& set, KeySet& keys) const {
-    auto const found = set.keysWith(question_->tree(), *question_->equal, equalTo_);
+    auto const found = set.keysWith(question_->tree(), *question_->equal, question_->equalTo);
     for (auto const key : found ? *found : std::vector<RecordKey>())
         if (contains(key)) keys.add(key);
 }

@@ -5,6 +5,7 @@
 #include "Tessarin/platform/objectgraph/context/UnsavedRecordsPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/rows/ValueHashPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/IdentityTablePrivate.h"
+#include "Tessarin/platform/objectgraph/query/SearchRankPrivate.h"
 
 #include <algorithm>
 
@@ -85,12 +86,13 @@ std::optional<std::vector<Ref<NSManagedObject>>> objectsByEquality(ContextState&
 
 bool UnsavedRecords::isSortedByRows() const {
     return std::ranges::all_of(request_.sortDescriptors(), [&](Ref<NSSortDescriptor> const& each) {
+        if (each->key() == searchRankKey) return true; // of the predicate's words, which are in the rows
         auto const* property = entity_.propertyNamed(each->key());
         return property && property->asAttribute() && !property->isTransient();
     });
 }
 
-/// An index by a value serves all values, and is preferred to what must be found anew for each condition.
+/// An index by a value serves all values. Where many have it, it is a part of the condition, and the first in an order are found.
 std::optional<ChangeQuestion> UnsavedRecords::questionOf() {
     ChangeQuestion question;
     auto const& predicate = request_.predicate();
@@ -99,10 +101,10 @@ std::optional<ChangeQuestion> UnsavedRecords::questionOf() {
         auto const* attribute = property.asAttribute();
         if (!attribute || !valueHash(constant, attribute->attributeType())) return false;
         question.equal = attribute;
-        equalTo_ = constant;
+        question.equalTo = constant;
         return true;
     };
-    if (predicate && takeEquality(*predicate, entity_, takeAttribute)) return question;
+    if (predicate) takeEquality(*predicate, entity_, takeAttribute);
     auto const keysOf = [&](Value const& constant) { return namesOf(recordKeyOf(constant, context_.coordinator->identities())); };
     auto condition = predicate ? rowConditionOf(predicate, entity_, keysOf) : RowCondition{nullptr, true, {}};
     isAnswerWhole_ = condition.isWhole;
@@ -112,6 +114,9 @@ std::optional<ChangeQuestion> UnsavedRecords::questionOf() {
     if (isAnswerWhole_ && request_.fetchLimit() != 0 && isSortedByRows()) {
         question.order = request_.sortDescriptors();
         question.count = countUpToLast(request_);
+        if (asksForRank(question.order))
+            if (auto search = rankedSearchOf(question.condition.get(), entity_))
+                question.search = std::make_shared<RankedSearch const>(*std::move(search));
         return question;
     }
     return question.condition ? std::optional(question) : std::nullopt;
@@ -127,20 +132,28 @@ std::optional<UnsavedRecords::Preparation> UnsavedRecords::preparation() const {
     return Preparation{*question_, *sets_};
 }
 
+bool UnsavedRecords::Preparation::isOfFewEqual() const {
+    if (!question.equal) return false;
+    std::size_t count = 0;
+    for (auto const& set : sets) count += set->countWith(question.tree(), *question.equal, question.equalTo);
+    return count <= ChangeQuestion::fewEqual;
+}
+
 bool UnsavedRecords::Preparation::isDone() const {
     auto const& tree = question.tree();
-    for (std::size_t at = 0; at < sets.size(); ++at) {
-        bool const isReady = sets[at]->changesOf(tree).size() < large || sets[at]->isReadyFor(question);
-        if (!isReady || (!question.equal && !sets[at]->knowsMerged(tree, std::span(sets).first(at)))) return false;
-    }
+    bool const isReady = std::ranges::all_of(
+        sets, [&](auto const& set) { return set->changesOf(tree).size() < large || set->isReadyFor(question); });
+    if (!isReady || isOfFewEqual()) return isReady;
+    for (std::size_t at = 0; at < sets.size(); ++at)
+        if (!sets[at]->knowsMerged(tree, std::span(sets).first(at))) return false;
     return true;
 }
 
-void UnsavedRecords::Preparation::carryOut(std::atomic<bool> const& isGivenUp) const {
-    for (std::size_t at = 0; at < sets.size() && !isGivenUp; ++at) {
-        sets[at]->makeReadyFor(question, &isGivenUp);
-        if (!question.equal) sets[at]->merged(question.tree(), std::span(sets).first(at));
-    }
+void UnsavedRecords::Preparation::carryOut(Ref<SearchRanking const> const& ranking, std::atomic<bool> const& isGivenUp) {
+    if (question.search) question.ranking = ranking;
+    for (auto const& set : sets) set->makeReadyFor(question, &isGivenUp);
+    if (isOfFewEqual()) return;
+    for (std::size_t at = 0; at < sets.size() && !isGivenUp; ++at) sets[at]->merged(question.tree(), std::span(sets).first(at));
 }
 
 } // namespace Tessarin

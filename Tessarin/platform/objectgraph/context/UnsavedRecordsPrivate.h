@@ -7,6 +7,7 @@
 namespace Tessarin {
 
 class NSPredicate;
+class SearchRanking;
 
 /// The records of a request's entity whose rows are not in the store as a context sees them (its own changed objects, and those
 /// of the change sets on their way), and those whose answer to the request is turned by what is not saved of others. Made for
@@ -33,14 +34,21 @@ public:
         std::vector<RowRef> fitting; // of further ones, which are seen so and fulfil the predicate; not of own changes
     };
     Candidates candidates() const;
+    /// What an order by rank goes by: before candidates are asked for, or a preparation.
+    void setRanking(Ref<SearchRanking const> ranking) {
+        if (question_ && question_->search) question_->ranking = std::move(ranking);
+    }
     /// What must be asked of change sets for that, and those of which it is asked: on any thread, so that the context's queue
     /// need not look at each record of a large one.
     struct Preparation {
         ChangeQuestion question;
         ChangeSets sets;
 
+        /// Whether each set is asked for the records with a value, and not for those that fulfil the condition.
+        bool isOfFewEqual() const;
         bool isDone() const;
-        void carryOut(std::atomic<bool> const& isGivenUp) const;
+        /// `ranking`: of an order by rank.
+        void carryOut(Ref<SearchRanking const> const& ranking, std::atomic<bool> const& isGivenUp);
     };
     /// Absent where there is nothing to prepare.
     std::optional<Preparation> preparation() const;
@@ -76,7 +84,6 @@ private:
     std::optional<std::vector<RecordKey>> named_; // what the predicate allows
     bool isAnswerWhole_ = false; // what answers the question fulfils the predicate
     std::optional<ChangeQuestion> question_; // for the sets; none: each record is a candidate
-    Value equalTo_; // of a question for a value
     std::optional<KeySet> own_; // the context's changed objects, once they are looked up often
     KeySet turned_;
     bool turnsAll_ = false;

@@ -57,6 +57,18 @@ std::optional<RankedSearch> rankedSearchOf(NSPredicate const* predicate, NSEntit
     return {};
 }
 
+void RankedSearch::appendCounts(NSEntityDescription const& of, TextOf textOf, std::vector<std::uint32_t>& counts) const {
+    std::vector<std::size_t> found(query.words().size()), elsewhere(found.size());
+    std::size_t length = 0;
+    for (auto const* attribute : of.attributes()) {
+        if (!attribute->isFullText()) continue;
+        bool const isSearched = std::ranges::find(attributes, attribute) != attributes.end();
+        length += query.countIn(textOf(*attribute), isSearched ? found : elsewhere);
+    }
+    for (auto const each : found) counts.push_back(static_cast<std::uint32_t>(each));
+    counts.push_back(static_cast<std::uint32_t>(length));
+}
+
 SearchRanking::SearchRanking(RankedSearch search, SearchStatistics const& statistics) : search_(std::move(search)) {
     if (statistics.records > 0 && statistics.words > 0)
         averageLength_ = static_cast<double>(statistics.words) / static_cast<double>(statistics.records);
@@ -67,21 +79,19 @@ SearchRanking::SearchRanking(RankedSearch search, SearchStatistics const& statis
     }
 }
 
-double SearchRanking::rankOf(NSEntityDescription const& entity,
-                             FunctionRef<std::string_view(NSAttributeDescription const&)> textOf) const {
-    std::vector<std::size_t> counts(search_.query.words().size()), elsewhere(counts.size());
-    std::size_t length = 0;
-    for (auto const* attribute : entity.attributes()) {
-        if (!attribute->isFullText()) continue;
-        bool const isSearched = std::ranges::find(search_.attributes, attribute) != search_.attributes.end();
-        length += search_.query.countIn(textOf(*attribute), isSearched ? counts : elsewhere);
-    }
+double SearchRanking::rankOf(NSEntityDescription const& entity, RankedSearch::TextOf textOf) const {
+    std::vector<std::uint32_t> counts;
+    search_.appendCounts(entity, textOf, counts);
+    return rankOf(counts);
+}
+
+double SearchRanking::rankOf(std::span<std::uint32_t const> counts) const {
+    auto const length = static_cast<double>(counts.back());
     double score = 0;
-    for (std::size_t at = 0; at < counts.size() && at < weights_.size(); ++at) {
+    for (std::size_t at = 0; at + 1 < counts.size() && at < weights_.size(); ++at) {
         auto const count = static_cast<double>(counts[at]);
-        score += weights_[at] *
-                 ((count * (saturation + 1.0)) /
-                  (count + saturation * (1 - lengthShare + lengthShare * static_cast<double>(length) / averageLength_)));
+        score += weights_[at] * ((count * (saturation + 1.0)) /
+                                 (count + saturation * (1 - lengthShare + lengthShare * length / averageLength_)));
     }
     return -1.0 * score;
 }

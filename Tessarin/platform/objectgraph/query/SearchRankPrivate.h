@@ -15,6 +15,13 @@ struct RankedSearch {
     SearchQuery query;
     std::vector<NSAttributeDescription const*> attributes;
     NSEntityDescription const* entity = nullptr;
+
+    /// An attribute's text; empty when it has none.
+    using TextOf = FunctionRef<std::string_view(NSAttributeDescription const&)>;
+    /// What a record's rank is made of is appended: how often each word is in the texts that are searched, and how many words all
+    /// of its texts have.
+    void appendCounts(NSEntityDescription const& entity, TextOf textOf, std::vector<std::uint32_t>& counts) const;
+    std::size_t countsOfOne() const noexcept { return query.words().size() + 1; }
 };
 /// The search of a predicate by which records can be ranked, whether there are words in it or not.
 std::optional<RankedSearch> rankedSearchOf(NSPredicate const* predicate, NSEntityDescription const& entity);
@@ -24,16 +31,22 @@ std::optional<RankedSearch> rankedSearchOf(NSComparisonPredicate const& predicat
 /// What a store knows of the texts that it holds; of records in one table.
 struct SearchStatistics {
     std::int64_t records = 0;
-    std::int64_t words = 0;            // in all full-text attributes
-    std::vector<std::int64_t> found;   // records for each word of the query
+    std::int64_t words = 0; // in all full-text attributes
+    std::vector<std::int64_t> found; // records for each word of the query
 };
 
 /// Ranks as FTS5 does, to the last bit, so that what is only in memory takes its place among what the store has ranked.
 class TESSARIN_API SearchRanking {
 public:
     SearchRanking(RankedSearch search, SearchStatistics const& statistics);
-    /// The smaller, the better. `textOf` gives an attribute's text; empty when it has none.
-    double rankOf(NSEntityDescription const& entity, FunctionRef<std::string_view(NSAttributeDescription const&)> textOf) const;
+    /// The smaller, the better.
+    double rankOf(NSEntityDescription const& entity, RankedSearch::TextOf textOf) const;
+    /// The same of what `RankedSearch::appendCounts` gives for one record.
+    double rankOf(std::span<std::uint32_t const> counts) const;
+    /// Whether it gives the same ranks for the same words.
+    bool isAlike(SearchRanking const& other) const noexcept {
+        return weights_ == other.weights_ && averageLength_ == other.averageLength_;
+    }
 
 private:
     RankedSearch const search_;

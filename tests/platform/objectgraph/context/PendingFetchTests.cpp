@@ -1,9 +1,7 @@
 // Fetches beside change sets that wait: they find what a look at each record would, without looking at each.
+#include "CountedCondition.h"
 #include "Library.h"
-#include "Tessarin/platform/foundation/predicates/NSComparisonPredicate.h"
 #include "Tessarin/platform/foundation/predicates/NSCompoundPredicate.h"
-#include "Tessarin/platform/queues/Queue.h"
-#include <atomic>
 #include <future>
 #include <map>
 #include <random>
@@ -145,17 +143,6 @@ protected:
 };
 INSTANTIATE_TEST_SUITE_P(Stores, PendingFetches, bothStores, storeName);
 
-/// A condition that counts how often it is asked while a queue is held.
-class Counted : public NSComparisonPredicate {
-public:
-    bool evaluateWithObject(Value const& object) const override {
-        (queueIsHeld(queue) ? asked : askedElsewhere).fetch_add(1);
-        return NSComparisonPredicate::evaluateWithObject(object);
-    }
-    dispatch_queue_t queue = nullptr;
-    mutable std::atomic<int> asked = 0, askedElsewhere = 0;
-};
-
 } // namespace
 
 TEST_P(PendingFetches, FindWhatALookAtEachRecordFinds) {
@@ -237,17 +224,13 @@ TEST_P(PendingFetches, LookAtFewRecordsOnTheQueueThatAsks) {
         });
     };
     import(left, 3000);
-    auto const counted = [&](char const* start) {
-        auto predicate =
-            make<Counted>(NSExpression::expressionForKeyPath("title"), NSExpression::expressionForConstantValue(start),
-                          NSComparisonPredicateModifier::Direct, NSPredicateOperatorType::BeginsWith, TextOptions::None);
-        predicate->queue = main->queue();
-        return predicate;
+    auto const beginning = [&](char const* start) {
+        return counted("title", NSPredicateOperatorType::BeginsWith, start, main->queue());
     };
     auto const mine = main->objectWithID(*author->objectID());
     for (bool const isLinked : {false, true})
         for (bool const grows : {false, true}) {
-            auto const search = counted(isLinked ? grows ? "t1" : "t2" : grows ? "t3" : "t4");
+            auto const search = beginning(isLinked ? grows ? "t1" : "t2" : grows ? "t3" : "t4");
             auto const request = make<NSFetchRequest>("Book");
             request->setPredicate(isLinked ? Ref<NSPredicate>(NSCompoundPredicate::andPredicateWithSubpredicates(
                                                  {where("author == %@", mine), search}))
@@ -269,7 +252,7 @@ TEST_P(PendingFetches, LookAtFewRecordsOnTheQueueThatAsks) {
             EXPECT_EQ(found.get_future().get(), "") << isLinked << grows;
         }
     main->performBlockAndWait([&] {
-        auto const few = counted("t");
+        auto const few = beginning("t");
         Ref<NSError> failed;
         auto const all = main->executeFetchRequest(*make<NSFetchRequest>("Book"), failed);
         List named;

@@ -29,24 +29,41 @@ ChangeIndex::Entries ChangeIndex::sorted(std::span<RecordChange const> changes, 
     return entries;
 }
 
+namespace {
+
+std::optional<std::uint64_t> hashOf(NSAttributeDescription const& attribute, Value const& value) {
+    return attribute.isTransient() ? std::nullopt : valueHash(value, attribute.attributeType());
+}
+
+std::vector<std::uint32_t> placesOf(auto const& entries) {
+    std::vector<std::uint32_t> places;
+    for (auto const& entry : entries) places.push_back(entry.at);
+    return places;
+}
+
+} // namespace
+
 std::optional<std::vector<std::uint32_t>> ChangeIndex::find(std::span<RecordChange const> changes,
                                                             NSAttributeDescription const& attribute, Value const& value) const {
-    auto const hash = attribute.isTransient() ? std::nullopt : valueHash(value, attribute.attributeType());
+    auto const hash = hashOf(attribute, value);
     if (!hash) return {};
-    return placesWith(changes, attribute, *hash);
+    return placesOf(entriesWith(changes, attribute, *hash));
+}
+
+std::size_t ChangeIndex::count(std::span<RecordChange const> changes, NSAttributeDescription const& attribute,
+                               Value const& value) const {
+    auto const hash = hashOf(attribute, value);
+    return hash ? entriesWith(changes, attribute, *hash).size() : 0;
 }
 
 std::vector<std::uint32_t> ChangeIndex::find(std::span<RecordChange const> changes, NSRelationshipDescription const& relationship,
                                              RecordKey key) const {
-    return placesWith(changes, relationship, valueHash(key));
+    return placesOf(entriesWith(changes, relationship, valueHash(key)));
 }
 
-std::vector<std::uint32_t> ChangeIndex::placesWith(std::span<RecordChange const> changes, NSPropertyDescription const& property,
-                                                   std::uint64_t hash) const {
-    std::vector<std::uint32_t> found;
-    auto const range = std::ranges::equal_range(entriesOf(changes, property), hash, {}, &Entry::hash);
-    for (auto const& entry : range) found.push_back(entry.at);
-    return found;
+std::span<ChangeIndex::Entry const> ChangeIndex::entriesWith(std::span<RecordChange const> changes,
+                                                             NSPropertyDescription const& property, std::uint64_t hash) const {
+    return std::ranges::equal_range(entriesOf(changes, property), hash, {}, &Entry::hash);
 }
 
 ChangeIndex::Entries const& ChangeIndex::entriesOf(std::span<RecordChange const> changes,

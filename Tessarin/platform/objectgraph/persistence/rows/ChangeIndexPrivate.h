@@ -30,6 +30,9 @@ public:
     std::optional<std::vector<std::uint32_t>> find(std::span<RecordChange const> changes, NSAttributeDescription const& attribute,
                                                    Value const& value) const;
 
+    /// How many those are; 0 where they are absent.
+    std::size_t count(std::span<RecordChange const> changes, NSAttributeDescription const& attribute, Value const& value) const;
+
     /// The places where a to-one relationship leads to the record of that key.
     std::vector<std::uint32_t> find(std::span<RecordChange const> changes, NSRelationshipDescription const& relationship,
                                     RecordKey key) const;
@@ -54,8 +57,8 @@ private:
     };
     using Entries = std::vector<Entry>; // sorted
     Entries const& entriesOf(std::span<RecordChange const> changes, NSPropertyDescription const& property) const;
-    std::vector<std::uint32_t> placesWith(std::span<RecordChange const> changes, NSPropertyDescription const& property,
-                                          std::uint64_t hash) const;
+    std::span<Entry const> entriesWith(std::span<RecordChange const> changes, NSPropertyDescription const& property,
+                                       std::uint64_t hash) const;
     static Entries sorted(std::span<RecordChange const> changes, NSPropertyDescription const& property);
 
     mutable std::mutex mutex_;

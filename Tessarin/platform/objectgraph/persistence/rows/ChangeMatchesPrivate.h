@@ -16,11 +16,13 @@ struct RecordChange;
 /// search beside a save of many records need not look at each where it is delivered. Any thread.
 class ChangeMatches {
 public:
-    using Places = std::vector<std::uint32_t>;
-
-    /// Places among the changes of one tree of entities. Always of the same changes; `index` is theirs. Null once it is given up.
-    std::shared_ptr<Places const> find(std::span<RecordChange const> changes, ChangeIndex const& index,
-                                       ChangeQuestion const& question, std::atomic<bool> const* isGivenUp = nullptr) const;
+    struct Found {
+        std::vector<std::uint32_t> places;     // among the changes of one tree of entities
+        std::vector<std::uint32_t> wordCounts; // of a question for ranks: what they are made of, place after place
+    };
+    /// Always of the same changes; `index` is theirs. Null once it is given up.
+    std::shared_ptr<Found const> find(std::span<RecordChange const> changes, ChangeIndex const& index,
+                                      ChangeQuestion const& question, std::atomic<bool> const* isGivenUp = nullptr) const;
     /// Whether that costs nothing any more.
     bool knows(ChangeQuestion const& question) const { return known(question) != nullptr; }
 
@@ -28,9 +30,10 @@ private:
     struct Answer {
         NSEntityDescription const* entity;
         Ref<NSPredicate const> condition;
-        std::shared_ptr<Places const> places;
+        bool isCounted; // for ranks
+        std::shared_ptr<Found const> found;
     };
-    std::shared_ptr<Places const> known(ChangeQuestion const& question) const;
+    std::shared_ptr<Found const> known(ChangeQuestion const& question) const;
 
     mutable std::mutex mutex_;
     mutable std::vector<Answer> answers_; // guarded by mutex_; the newest last, few

@@ -2,6 +2,7 @@
 
 #include "Tessarin/platform/foundation/predicates/NSSortDescriptor.h"
 #include "Tessarin/platform/objectgraph/persistence/rows/ChangeSetPrivate.h"
+#include "Tessarin/platform/objectgraph/query/SearchRankPrivate.h"
 
 #include <algorithm>
 
@@ -19,27 +20,36 @@ struct Keyed {
 
 /// What a set makes of records of the entity: no deletions, nor what changes only to-many relationships.
 std::vector<Keyed> recordsIn(std::span<RecordChange const> changes, ChangeQuestion const& question,
-                             ChangeMatches::Places const* matches) {
+                             ChangeMatches::Found const* matches) {
     std::vector<Keyed> all;
-    auto const add = [&](std::uint32_t at) {
+    auto const add = [&](std::uint32_t at, std::span<std::uint32_t const> wordCounts) {
         auto& entry = all.emplace_back(Keyed{at, changes[at].key, {}});
         entry.values.reserve(question.order.size());
-        for (auto const& each : question.order) entry.values.push_back(storedValue(*changes[at].after, each->key()));
+        for (auto const& each : question.order)
+            entry.values.push_back(each->key() == searchRankKey ? Value(question.ranking->rankOf(wordCounts))
+                                                                : storedValue(*changes[at].after, each->key()));
     };
     if (matches) {
-        for (auto const at : *matches) add(at);
+        auto const counts = question.search ? question.search->countsOfOne() : 0;
+        for (std::size_t place = 0; place < matches->places.size(); ++place)
+            add(matches->places[place], std::span(matches->wordCounts).subspan(place * counts, counts));
         return all;
     }
     for (std::uint32_t at = 0; at < changes.size(); ++at)
-        if (changes[at].after && changes[at].changesRow() && changes[at].entity->isKindOf(question.entity)) add(at);
+        if (changes[at].after && changes[at].changesRow() && changes[at].entity->isKindOf(question.entity)) add(at, {});
     return all;
+}
+
+bool isRankedAlike(ChangeQuestion const& a, ChangeQuestion const& b) {
+    return a.ranking == b.ranking || (a.ranking && b.ranking && a.ranking->isAlike(*b.ranking));
 }
 
 } // namespace
 
 std::shared_ptr<ChangeOrder::First const> ChangeOrder::known(ChangeQuestion const& question) const {
     std::lock_guard const hold(mutex_);
-    auto const found = std::ranges::find_if(answers_, [&](Answer const& each) { return each.question.isAlike(question); });
+    auto const found = std::ranges::find_if(
+        answers_, [&](Answer const& each) { return isRankedAlike(each.question, question) && each.question.isAlike(question); });
     bool const isEnough = found != answers_.end() && (found->first->isAll || found->first->places.size() >= question.count);
     return isEnough ? found->first : nullptr;
 }

@@ -9,20 +9,27 @@ class NSAttributeDescription;
 class NSEntityDescription;
 class NSRelationshipDescription;
 class NSSortDescriptor;
+class SearchRanking;
+struct RankedSearch;
 
-/// What is asked of the records that a change set inserts and updates: those with a value of an attribute, or those of an entity
-/// (with its sub-entities) that fulfil a condition, perhaps only the first ones in an order.
+/// What is asked of the records that a change set inserts and updates: those of an entity (with its sub-entities) that fulfil a
+/// condition, perhaps only the first ones in an order, or those with a value of an attribute.
 struct ChangeQuestion {
-    NSAttributeDescription const* equal = nullptr; // or
+    NSAttributeDescription const* equal = nullptr; // that the condition asks for, too; without an entity for nothing but that
+    Value equalTo;
     NSEntityDescription const* entity = nullptr;
     Ref<NSPredicate const> condition;         // that rows can answer; null: all records
     RowLink link;                             // that the condition asks for, too
-    std::vector<Ref<NSSortDescriptor>> order; // by stored attributes
+    std::vector<Ref<NSSortDescriptor>> order; // by stored attributes, or by rank
     std::size_t count = 0;                    // of the first in the order; 0: all are wanted, in any order
+    Ref<RankedSearch const> search;           // of the condition, whose ranks the order asks for; null: it asks for none
+    Ref<SearchRanking const> ranking;         // by what the store knows of its words; null while it was not asked
+
+    static constexpr std::size_t fewEqual = 64; // records with a value: they are looked at one by one
 
     /// Of whose records it is asked.
     NSEntityDescription const& tree() const;
-    /// But for the count.
+    /// But for the count and the ranking.
     bool isAlike(ChangeQuestion const& other) const;
 };
 

@@ -22,8 +22,19 @@ bool ChangeQuestion::isAlike(ChangeQuestion const& other) const {
            std::ranges::equal(order, other.order, [](auto const& x, auto const& y) { return x == y || x->isEqual(*y); });
 }
 
-void ChangeQuestions::note(ChangeQuestion const& question) {
+/// Another time it may be another value, and the store knows other words by then.
+void ChangeQuestions::note(ChangeQuestion question) {
+    question.ranking = nullptr;
     std::lock_guard const hold(mutex_);
+    if (question.equal) {
+        ChangeQuestion anyValue;
+        anyValue.equal = question.equal;
+        noteAlike(anyValue);
+    }
+    if (question.entity) noteAlike(question);
+}
+
+void ChangeQuestions::noteAlike(ChangeQuestion const& question) {
     auto const known = std::ranges::find_if(asked_, [&](Asked const& each) { return each.question.isAlike(question); });
     if (known != asked_.end()) {
         known->setsSince = 0;

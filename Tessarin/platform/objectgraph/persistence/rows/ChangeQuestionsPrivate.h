@@ -11,11 +11,12 @@ namespace Tessarin {
 /// need not wait. What was not asked again for some sets is forgotten. Any thread.
 class ChangeQuestions {
 public:
-    void note(ChangeQuestion const& question);
+    void note(ChangeQuestion question);
     /// Those that the next set will be asked.
     std::vector<ChangeQuestion> forNextSet();
 
 private:
+    void noteAlike(ChangeQuestion const& question);
     struct Asked {
         ChangeQuestion question;
         std::uint32_t times = 1;

@@ -45,6 +45,9 @@ void append(RecordKey key, std::vector<KeyRange>& ranges) {
         ranges.push_back({key, key});
 }
 
+/// Whether it is known which are the first.
+bool isOfFirst(ChangeQuestion const& question) { return question.count != 0 && (!question.search || question.ranking); }
+
 std::uint64_t nextNumber() {
     static std::atomic<std::uint64_t> last{0};
     return last.fetch_add(1, std::memory_order_relaxed) + 1;
@@ -109,7 +112,7 @@ std::vector<RecordKey> ChangeSet::keysReferring(NSEntityDescription const& rootE
 std::vector<RecordChange const*> ChangeSet::matching(ChangeQuestion const& question) const {
     auto const changes = changesOf(question.tree());
     std::vector<RecordChange const*> found;
-    for (auto const at : *matches_.find(changes, index_, question)) found.push_back(&changes[at]);
+    for (auto const at : matches_.find(changes, index_, question)->places) found.push_back(&changes[at]);
     return found;
 }
 
@@ -128,18 +131,26 @@ std::vector<RecordChange const*> ChangeSet::first(ChangeQuestion const& question
 
 bool ChangeSet::isReadyFor(ChangeQuestion const& question) const {
     if (changesOf(question.tree()).size() < fewest) return true;
-    if (question.equal) return index_.knows(*question.equal);
-    return question.count != 0 ? order_.knows(question) : !question.condition || matches_.knows(question);
+    if (question.equal && !index_.knows(*question.equal)) return false;
+    if (!isLongToAsk(question)) return true;
+    return isOfFirst(question) ? order_.knows(question) : !question.condition || matches_.knows(question);
+}
+
+/// Beyond what the index says: few with a value are looked at quickly.
+bool ChangeSet::isLongToAsk(ChangeQuestion const& question) const {
+    return question.entity &&
+           (!question.equal || countWith(question.tree(), *question.equal, question.equalTo) > ChangeQuestion::fewEqual);
 }
 
 void ChangeSet::makeReadyFor(ChangeQuestion const& question, std::atomic<bool> const* isGivenUp) const {
     if (isReadyFor(question)) return;
-    if (question.equal) return index_.prepare(changesOf(question.tree()), *question.equal);
+    if (question.equal) index_.prepare(changesOf(question.tree()), *question.equal);
+    if (!isLongToAsk(question)) return;
     auto const matches = [&] { return matches_.find(changesOf(question.tree()), index_, question, isGivenUp); };
-    if (question.count == 0)
-        matches();
-    else
+    if (isOfFirst(question))
         order_.first(*this, question, question.count, matches);
+    else if (question.condition)
+        matches();
 }
 
 void ChangeSet::prepare() const {

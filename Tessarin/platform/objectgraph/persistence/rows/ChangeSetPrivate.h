@@ -81,6 +81,12 @@ public:
     std::optional<std::vector<RecordKey>> keysWith(NSEntityDescription const& rootEntity, NSAttributeDescription const& attribute,
                                                    Value const& value) const;
 
+    /// How many those are at most; 0 where it is not known.
+    std::size_t countWith(NSEntityDescription const& rootEntity, NSAttributeDescription const& attribute,
+                          Value const& value) const {
+        return index_.count(changesOf(rootEntity), attribute, value);
+    }
+
     /// The records that have these values of a constraint after the change.
     std::vector<RecordKey> keysWith(UniqueConstraint const& constraint, std::string const& values) const;
 
@@ -115,6 +121,8 @@ public:
     std::uint64_t number() const noexcept { return number_; }
 
 private:
+    bool isLongToAsk(ChangeQuestion const& question) const;
+
     Ref<RowSpace> space_;
     Ref<ChangeOrigin const> origin_;
     std::vector<RecordChange> changes_;
