@@ -151,8 +151,9 @@ bool UnsavedRecords::Preparation::isDone() const {
 
 void UnsavedRecords::Preparation::carryOut(Ref<SearchRanking const> const& ranking, std::atomic<bool> const& isGivenUp) {
     if (question.search) question.ranking = ranking;
-    for (auto const& set : sets) set->makeReadyFor(question, &isGivenUp);
-    if (isOfFewEqual()) return;
+    for (auto const& set : sets)
+        if (!isGivenUp) set->makeReadyFor(question, &isGivenUp);
+    if (isGivenUp || isOfFewEqual()) return;
     for (std::size_t at = 0; at < sets.size() && !isGivenUp; ++at) sets[at]->merged(question.tree(), std::span(sets).first(at));
 }
 
