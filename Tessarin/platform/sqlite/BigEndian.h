@@ -32,9 +32,13 @@ template <class Number> Number bigEndian(std::byte const* at) noexcept {
 
 /// The same of as many bytes as it takes, seven bits in each but a ninth. The bytes end before `end`; null when they do not.
 inline std::byte const* readVariable(std::byte const* at, std::byte const* end, std::uint64_t& number) noexcept {
-    if (at >= end || std::to_integer<unsigned>(*at) >= 0x80) return readLongVariable(at, end, number);
-    number = std::to_integer<unsigned>(*at);
-    return at + 1;
+    if (end - at < 3) return readLongVariable(at, end, number);
+    auto const first = std::to_integer<unsigned>(at[0]), second = std::to_integer<unsigned>(at[1]),
+               third = std::to_integer<unsigned>(at[2]);
+    if (first < 0x80) return number = first, at + 1;
+    if (second < 0x80) return number = (first & 0x7FU) << 7 | second, at + 2;
+    if (third < 0x80) return number = (first & 0x7FU) << 14 | (second & 0x7FU) << 7 | third, at + 3;
+    return readLongVariable(at, end, number);
 }
 
 } // namespace Tessarin::SQLite

@@ -79,6 +79,26 @@ struct Entry {
     std::byte const* end = nullptr; // of as much as stands in the page
 };
 
+/// Whether an entry stands before those that have what is sought. Absent where they cannot be compared. Most entries are short and
+/// of the same kind: they are compared at once.
+std::optional<bool> isBefore(BTreePage const& page, std::size_t at, IndexWalk::Sought const& sought) {
+    static constexpr unsigned oneByte = 0x80;
+    auto const* const cell = page.cell(at);
+    if (cell && sought.kind == IndexWalk::Sought::Kind::Text && page.end() - cell > oneByte) {
+        unsigned const entry = std::to_integer<unsigned>(cell[0]), header = std::to_integer<unsigned>(cell[1]),
+                       type = std::to_integer<unsigned>(cell[2]);
+        auto const size = (type - 13) / 2;
+        bool const isShortText = (entry | header | type) < oneByte && type % 2 == 1 && type >= 13 && header >= 2;
+        if (isShortText && header + size <= entry) {
+            auto const order =
+                std::memcmp(cell + 1 + header, sought.content.data(), std::min<std::size_t>(size, sought.content.size()));
+            return order != 0 ? order < 0 : size < sought.content.size();
+        }
+    }
+    auto const order = Entry(page, at).compared(sought);
+    return order ? std::optional(*order < 0) : std::nullopt;
+}
+
 } // namespace
 
 struct IndexWalk::Search {
@@ -101,10 +121,7 @@ IndexWalk::End IndexWalk::visit(SnapshotPages::Number number, int depth, Search&
     if (number == 1 || depth > BTreePage::deepest) return End::Broken;
     BTreePage const page(pages_.kept(number), pages_.usableSize(), BTreePage::ofIndex);
     if (!page.isSound()) return End::Broken;
-    auto const first = firstCellNot(page, [&](std::size_t at) -> std::optional<bool> {
-        auto const order = Entry(page, at).compared(search.sought);
-        return order ? std::optional(*order < 0) : std::nullopt;
-    });
+    auto const first = firstCellNot(page, [&](std::size_t at) { return isBefore(page, at, search.sought); });
     if (!first) return End::Broken;
     for (auto at = *first;; ++at) {
         if (page.isInner()) {

@@ -88,6 +88,13 @@ void PublishedChanges::append(ChangeSets const& sets, Shared read) {
     ++state_;
     sets_.insert(sets_.end(), sets.begin(), sets.end());
     read_ = std::move(read);
+    noteShown();
+}
+
+/// At the end of each change, with the mutex held.
+void PublishedChanges::noteShown() noexcept {
+    bool const isShown = !aside_->empty() || !read_->empty() || !unsaved_->empty();
+    shown_.store(state_ * 2 + (isShown ? 1 : 0), std::memory_order_release);
 }
 
 /// What is read is folded outside the locks, on what stands there then; should something change meanwhile, once more.
@@ -110,6 +117,7 @@ bool PublishedChanges::handUp(ChangeSets const& leaving, ChangeSets const& sets,
         sets_.swap(staying); // what leaves is released after the locks
         read_.swap(readHere);
         ++state_;
+        noteShown();
         return true;
     }
 }
@@ -171,6 +179,7 @@ void PublishedChanges::setUnsaved(ChangeSets unsaved) {
         std::make_shared<ChangeSets>(std::move(unsaved)); // the older one is released after the lock
     std::lock_guard const hold(mutex_);
     std::swap(unsaved_, next);
+    noteShown();
 }
 
 ChangeSets PublishedChanges::stage(Ref<ChangeSet const> const& own) {
@@ -183,6 +192,7 @@ ChangeSets PublishedChanges::stage(Ref<ChangeSet const> const& own) {
         if (state_ != before.state) continue;
         append(more, read);
         unsaved_.swap(none);
+        noteShown();
         return sets_;
     }
 }
@@ -213,6 +223,7 @@ void PublishedChanges::exchange(FunctionRef<void(ChangeSets& sets, ChangeSets& a
         std::swap(read_, released[0]);
         std::swap(aside_, released[1]);
         if (unsaved) std::swap(unsaved_, unsaved);
+        noteShown();
         hold.unlock();
         return;
     }

@@ -1,8 +1,10 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/context/FoldedChangesPrivate.h"
 #include "Tessarin/platform/runtime/FunctionRef.h"
+#include <atomic>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <vector>
 
 namespace Tessarin {
@@ -35,6 +37,11 @@ public:
     Reading forReading() const;
     /// Another one as soon as sets come or go.
     std::uint64_t state() const;
+    /// The state while there is nothing for readers; absent else. Takes no lock.
+    std::optional<std::uint64_t> stateWithoutSets() const noexcept {
+        auto const shown = shown_.load(std::memory_order_acquire);
+        return shown % 2 == 0 ? std::optional(shown) : std::nullopt;
+    }
     /// The context's own changes, one after the other.
     std::shared_ptr<ChangeSets const> unsaved() const;
     void setUnsaved(ChangeSets unsaved);
@@ -60,6 +67,7 @@ public:
 private:
     using Shared = std::shared_ptr<ChangeSets const>;
     void append(ChangeSets const& sets, Shared read);
+    void noteShown() noexcept;
     void exchange(FunctionRef<void(ChangeSets& sets, ChangeSets& aside)> change, Shared unsaved = nullptr);
 
     mutable std::mutex mutex_;
@@ -71,6 +79,7 @@ private:
     std::vector<Arrival> unapplied_;
     std::vector<WeakRef<NSManagedObjectContext>> readers_;
     Shared unsaved_ = std::make_shared<ChangeSets>();
+    std::atomic<std::uint64_t> shown_{0}; // twice the state, and one more while there are sets for readers
 };
 
 /// Sets that a child made on top of a parent's unsaved changes, told from what the parent had read instead: the parent's

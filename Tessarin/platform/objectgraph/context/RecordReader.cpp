@@ -3,6 +3,7 @@
 #include "Tessarin/platform/objectgraph/persistence/rows/RowBuilderPrivate.h"
 
 #include <algorithm>
+#include <array>
 #include <iterator>
 
 namespace Tessarin {
@@ -16,7 +17,8 @@ RowRef rowAfter(RecordChange const& change, RowRef const& current, bool isUnsave
     if (!change.before) return isUnsaved ? current : change.after;
     if (isUnsaved) return shownRow(*change.before, *change.after, current);
     if (!current->basis()) return mergedRow(*change.before, *change.after, *current);
-    auto const& bottom = savedRowOf(current); // current shows what an ancestor has not saved: it does so on top of the change, too
+    auto const& bottom =
+        savedRowOf(current); // current shows what an ancestor has not saved: it does so on top of the change, too
     auto const saved = bottom == change.before ? change.after : mergedRow(*change.before, *change.after, *bottom);
     return shownRow(*bottom, *current, saved);
 }
@@ -26,9 +28,27 @@ struct Level {
     PublishedChanges::Reading reading;
 };
 
+ContextState const* above(ContextState const* context) {
+    return context->parent ? &GraphAccess::state(*context->parent) : nullptr;
+}
+
+/// Whether no level from a context up has published anything, at one moment: mostly so, and quickly seen.
+bool nothingIsPublished(ContextState const& context) {
+    std::array<std::uint64_t, 8> states{};
+    std::size_t depth = 0;
+    for (auto const* at = &context; at; at = above(at)) {
+        auto const state = at->published.stateWithoutSets();
+        if (!state || depth == states.size()) return false;
+        states[depth++] = *state;
+    }
+    depth = 0;
+    for (auto const* at = &context; at; at = above(at))
+        if (at->published.stateWithoutSets() != states[depth++]) return false;
+    return true;
+}
+
 /// What the levels from a context up have published, at one moment.
 std::vector<Level> levelsAt(ContextState const& context) {
-    auto const above = [](ContextState const* at) { return at->parent ? &GraphAccess::state(*at->parent) : nullptr; };
     std::size_t depth = 0;
     for (auto const* at = &context; at; at = above(at)) ++depth;
     std::vector<Level> levels;
@@ -46,6 +66,7 @@ std::vector<Level> levelsAt(ContextState const& context) {
 
 RecordReader::RecordReader(ContextState& context, Sees sees)
     : coordinator_(context.coordinator), store_(coordinator_ ? coordinator_->store() : nullptr) {
+    if (nothingIsPublished(context)) return;
     auto const levels = levelsAt(context);
     auto const add = [&](std::shared_ptr<ChangeSets const> const& sets) {
         if (sets) sets_.insert(sets_.end(), sets->begin(), sets->end());
