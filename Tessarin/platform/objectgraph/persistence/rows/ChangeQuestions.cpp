@@ -17,12 +17,12 @@ constexpr std::uint32_t patience = 16; // sets that were made ready in vain
 NSEntityDescription const& ChangeQuestion::tree() const { return *(equal ? equal->entity() : entity)->rootEntity(); }
 
 bool ChangeQuestion::isAlike(ChangeQuestion const& other) const {
-    return equal == other.equal && entity == other.entity && (count == 0) == (other.count == 0) &&
+    return equal == other.equal && entity == other.entity && (count == 0) == (other.count == 0) && equalTo == other.equalTo &&
            Tessarin::equal(condition, other.condition) &&
            std::ranges::equal(order, other.order, [](auto const& x, auto const& y) { return x == y || x->isEqual(*y); });
 }
 
-/// Another time it may be another value, and the store knows other words by then.
+/// Another time it may be another value, and the store knows other words by then. A look-up without an order is served by the value.
 void ChangeQuestions::note(ChangeQuestion question) {
     question.ranking = nullptr;
     std::lock_guard const hold(mutex_);
@@ -31,7 +31,8 @@ void ChangeQuestions::note(ChangeQuestion question) {
         anyValue.equal = question.equal;
         noteAlike(anyValue);
     }
-    if (question.entity) noteAlike(question);
+    bool const isLookUp = question.equal && question.order.empty();
+    if (question.entity && !isLookUp) noteAlike(question);
 }
 
 void ChangeQuestions::noteAlike(ChangeQuestion const& question) {
