@@ -119,7 +119,7 @@ std::optional<ChangeQuestion> UnsavedRecords::questionOf() {
                 question.search = std::make_shared<RankedSearch const>(*std::move(search));
         return question;
     }
-    return question.condition ? std::optional(question) : std::nullopt;
+    return question.condition ? std::optional(std::move(question)) : std::nullopt;
 }
 
 void UnsavedRecords::noteQuestion() const {

@@ -23,8 +23,7 @@ bool ChangeQuestion::isAlike(ChangeQuestion const& other) const {
 }
 
 /// Another time it may be another value, and the store knows other words by then. A look-up without an order is served by the value.
-void ChangeQuestions::note(ChangeQuestion question) {
-    question.ranking = nullptr;
+void ChangeQuestions::note(ChangeQuestion const& question) {
     std::lock_guard const hold(mutex_);
     if (question.equal) {
         ChangeQuestion anyValue;
@@ -45,6 +44,7 @@ void ChangeQuestions::noteAlike(ChangeQuestion const& question) {
     auto const use = [](Asked const& each) { return std::pair(each.question.condition && each.times == 1, each.setsSince); };
     if (asked_.size() == most) asked_.erase(std::ranges::max_element(asked_, {}, use));
     asked_.push_back({question});
+    asked_.back().question.ranking = nullptr;
 }
 
 /// A condition is as long as a look at each record, and what somebody types is asked but once.

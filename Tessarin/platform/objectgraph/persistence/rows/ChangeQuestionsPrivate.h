@@ -11,7 +11,7 @@ namespace Tessarin {
 /// need not wait. What was not asked again for some sets is forgotten. Any thread.
 class ChangeQuestions {
 public:
-    void note(ChangeQuestion question);
+    void note(ChangeQuestion const& question);
     /// Those that the next set will be asked.
     std::vector<ChangeQuestion> forNextSet();
 
