@@ -66,7 +66,7 @@ Connection::Connection(std::string path, ConnectionOptions const& options) : pat
     log_ = StatementLog::ifAskedFor(opened);
     leavesLog(options.leavesLog);
     setBusySeconds(options.busySeconds);
-    hasFullText_ = addWordTokenizer(opened); // before anything of the file is looked at: it may have tables that need it
+    if (options.hasFullText) addFullText(); // before anything of the file is looked at: it may have tables that need it
     distrust(opened);
     execute("PRAGMA cell_size_check = ON; PRAGMA mmap_size = 0"); // a mapped file that somebody cuts short ends the process
     execute("PRAGMA cache_size = -" + std::to_string(options.cacheKilobytes));
@@ -75,6 +75,11 @@ Connection::Connection(std::string path, ConnectionOptions const& options) : pat
 }
 
 Connection::~Connection() = default;
+
+bool Connection::addFullText() noexcept {
+    if (!hasFullText_) hasFullText_ = addWordTokenizer(handle());
+    return hasFullText_;
+}
 
 void Connection::Close::operator()(sqlite3* handle) const noexcept { sqlite3_close_v2(handle); }
 

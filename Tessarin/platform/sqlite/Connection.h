@@ -22,6 +22,7 @@ struct ConnectionOptions {
     double busySeconds = 30;          // how long a statement waits while somebody else holds the lock it needs
     std::int64_t cacheKilobytes = 8192; // of database pages
     Synchronous synchronous = Synchronous::Full;
+    bool hasFullText = true;  // whether tables of FTS5 may be used from the start; else after `addFullText`
     bool leavesLog = false;   // as `leavesLog` below, from the first look at the file
     bool isImmutable = false; // for reading only: nobody changes the file, and no lock is taken
 };
@@ -55,8 +56,9 @@ public:
     std::int64_t integer(std::string_view sql);
     std::string text(std::string_view sql);
 
-    /// Whether this SQLite can search in texts (FTS5). Then tables of it may name the tokenizer `tessarin`, see `WordTokenizer.h`.
-    bool hasFullText() const noexcept { return hasFullText_; }
+    /// Has tables of FTS5 be used from now on; they may name the tokenizer `tessarin`, see `WordTokenizer.h`. Whether this SQLite
+    /// can search in texts at all. Costs as much as a statement, which most connections need not pay.
+    bool addFullText() noexcept;
     /// How many rows the last statement that changes any has changed.
     std::size_t changedRows() const noexcept;
     bool isInTransaction() const noexcept;

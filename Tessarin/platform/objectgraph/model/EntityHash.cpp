@@ -1,5 +1,7 @@
 #include "Tessarin/platform/objectgraph/model/EntityHashPrivate.h"
 
+#include "Tessarin/platform/objectgraph/model/NSAttributeDescription.h"
+#include "Tessarin/platform/objectgraph/model/NSRelationshipDescription.h"
 #include "Tessarin/platform/objectgraph/model/StableHashPrivate.h"
 
 #include <algorithm>
@@ -7,9 +9,9 @@
 namespace Tessarin {
 namespace {
 
-using Lines = std::vector<std::string>;
+using Digits = StableHash::Digits;
 
-std::string attributeHash(AttributeDefinition const& attribute) {
+Digits attributeHash(AttributeDefinition const& attribute) {
     auto const& options = attribute.options;
     StableHash hash;
     hash.add("attribute")
@@ -21,10 +23,10 @@ std::string attributeHash(AttributeDefinition const& attribute) {
         .add(options.derived ? options.derivationExpression : std::string{})
         .add(options.versionHashModifier);
     if (options.fullText) hash.add("fullText"); // the others keep the hash that they had before there was such a thing
-    return hash.hex();
+    return hash.digits();
 }
 
-std::string relationshipHash(RelationshipDefinition const& relationship) {
+Digits relationshipHash(RelationshipDefinition const& relationship) {
     auto const& options = relationship.options;
     return StableHash{}
         .add("relationship")
@@ -35,32 +37,35 @@ std::string relationshipHash(RelationshipDefinition const& relationship) {
         .add(std::uint64_t{options.optional})
         .add(options.inverse)
         .add(options.versionHashModifier)
-        .hex();
+        .digits();
 }
 
-std::string constraintHash(std::vector<std::string> names) {
+Digits constraintHash(std::vector<std::string> names) {
     std::ranges::sort(names);
     StableHash hash;
     hash.add("unique");
     for (auto const& name : names) hash.add(name);
-    return hash.hex();
+    return hash.digits();
 }
 
-std::string indexHash(IndexDefinition const& index) {
+Digits indexHash(IndexDefinition const& index) {
     StableHash hash;
     hash.add("index"); // its name is of no consequence
     for (auto const& element : index.elements) hash.add(element.property).add(std::uint64_t{element.ascending});
-    return hash.hex();
+    return hash.digits();
 }
 
 } // namespace
 
-std::string entityVersionHash(EntityDefinition const& entity) {
-    Lines lines;
-    for (auto const& attribute : entity.attributes)
-        if (!attribute.options.transient) lines.push_back(attributeHash(attribute));
-    for (auto const& relationship : entity.relationships)
-        if (!relationship.options.transient) lines.push_back(relationshipHash(relationship));
+std::string entityVersionHash(EntityDefinition const& entity, std::span<Ref<NSPropertyDescription> const> properties) {
+    std::vector<Digits> lines;
+    for (auto const& property : properties) {
+        if (auto const* attribute = property->asAttribute()) {
+            if (!attribute->definition().options.transient) lines.push_back(attributeHash(attribute->definition()));
+        } else if (auto const& relationship = property->asRelationship()->definition(); !relationship.options.transient) {
+            lines.push_back(relationshipHash(relationship));
+        }
+    }
     for (auto const& constraint : entity.uniquenessConstraints) lines.push_back(constraintHash(constraint));
     for (auto const& index : entity.indexes) lines.push_back(indexHash(index));
     std::ranges::sort(lines);
@@ -68,7 +73,7 @@ std::string entityVersionHash(EntityDefinition const& entity) {
     StableHash hash;
     hash.add("entity").add(entity.name).add(entity.options.parent).add(std::uint64_t{entity.options.isAbstract});
     hash.add(entity.options.versionHashModifier);
-    for (auto const& line : lines) hash.add(line);
+    for (auto const& line : lines) hash.add({line.data(), line.size()});
     return hash.hex();
 }
 

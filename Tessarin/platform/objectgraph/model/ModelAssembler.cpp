@@ -146,7 +146,7 @@ void ModelAssembler::resolveConstraints(NSEntityDescription& entity) {
 
 void ModelAssembler::finish(ModelDefinition definition) {
     StableHash hash;
-    for (auto* entity : parentsFirst_) entity->versionHash_ = entityVersionHash(entity->definition());
+    for (auto* entity : parentsFirst_) entity->versionHash_ = entityVersionHash(entity->definition_, entity->own_);
     for (auto const& [name, entity] : model_->entitiesByName_) hash.add(entity->versionHash_);
     model_->versionHash_ = hash.hex();
     model_->versionIdentifier_ = std::move(definition.versionIdentifier);

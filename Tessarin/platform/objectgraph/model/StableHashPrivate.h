@@ -1,5 +1,4 @@
 #pragma once
-#include "Tessarin/platform/foundation/values/Hexadecimal.h"
 #include <array>
 #include <cstdint>
 #include <string>
@@ -20,11 +19,16 @@ public:
         return *this;
     }
 
-    /// 32 hexadecimal digits.
+    using Digits = std::array<char, 32>; // hexadecimal, in small letters
+    Digits digits() const {
+        Digits digits{};
+        for (std::size_t at = 0; at < digits.size(); ++at)
+            digits[at] = "0123456789abcdef"[static_cast<unsigned>(state_ >> (124 - 4 * at)) & 15];
+        return digits;
+    }
     std::string hex() const {
-        std::array<std::byte, 16> bytes{};
-        for (std::size_t at = 0; at < bytes.size(); ++at) bytes[at] = static_cast<std::byte>(state_ >> (120 - 8 * at));
-        return hexadecimalFromBytes(bytes);
+        auto const all = digits();
+        return {all.data(), all.size()};
     }
 
 private:

@@ -104,6 +104,7 @@ TEST_F(Opening, ALockedFileIsWaitedFor) {
     SQLite::Connection other(place);
     other.execute("BEGIN EXCLUSIVE");
     expectWaits([&] { other.execute("ROLLBACK"); });
+    EXPECT_EQ(SQLite::Connection(place).text("PRAGMA journal_mode"), "wal");
     EXPECT_EQ(rescued(), 0U);
 }
 
@@ -194,6 +195,82 @@ TEST_F(Opening, ADescriptionThatWouldGrowBeyondMeasureIsRefused) {
         ASSERT_FALSE(open.store);
         EXPECT_NE(open.error->localizedDescription().find("its model is too large"), std::string::npos)
             << open.error->description();
+    }
+}
+
+// Were it written otherwise, every file there is would be migrated.
+TEST_F(Opening, AModelIsDescribedAsItAlwaysWas) {
+    using Type = NSAttributeType;
+    auto const model =
+        ModelBuilder()
+            .entity("Thing", {.isAbstract = true, .renamingIdentifier = "Ding", .versionHashModifier = "2"})
+            .attribute("a\"b\\\n\u00e4", Type::String, {.optional = false, .indexed = true, .fullText = true})
+            .attribute("b", Type::Date, {.transient = true, .renamingIdentifier = "c", .versionHashModifier = "x"})
+            .attribute("sum", Type::Integer64, {.derived = true})
+            .unique({"b"})
+            .entity("Box", {.parent = "Thing"})
+            .toMany("things", "Thing", {.inverse = "box", .inverseEntity = "Lid", .optional = false, .ordered = true})
+            .toOne("lid", "Lid", {.transient = true, .renamingIdentifier = "cover", .versionHashModifier = "y"})
+            .entity("Lid", {.parent = "Thing"})
+            .toOne("box", "Box")
+            .attribute("c", Type::Double)
+            .unique({"c", "box"})
+            .index("", {{"c", false}, {"box", true}})
+            .entity("Nothing")
+            .build();
+    ASSERT_TRUE(model);
+    ASSERT_TRUE(OpenStore(url, model).store);
+    EXPECT_EQ(SQLite::Connection(place).text("SELECT value FROM tessarin_store WHERE key = 'model'"),
+              R"({"entities":[{"name":"Thing","number":1,"abstract":true,"renamedFrom":"Ding","hashModifier":"2","attributes":)"
+              R"([{"name":"a\"b\\\u000aä","type":700,"optional":false,"indexed":true,"fullText":true},{"name":"b","type":900,)"
+              R"("transient":true,"renamedFrom":"c","hashModifier":"x"},{"name":"sum","type":300,"derived":true}],)"
+              R"("unique":[["b"]]},{"name":"Box","number":2,"parent":"Thing","relationships":[{"name":"things","destination":)"
+              R"("Thing","toMany":true,"inverse":"box","inverseEntity":"Lid","ordered":true,"optional":false},{"name":"lid",)"
+              R"("destination":"Lid","transient":true,"renamedFrom":"cover","hashModifier":"y"}]},{"name":"Lid","number":3,)"
+              R"("parent":"Thing","attributes":[{"name":"c","type":500}],"relationships":[{"name":"box","destination":"Box"}],)"
+              R"("unique":[["c","box"]],"indexes":[{"name":"","elements":[["c",false],["box",true]]}]},)"
+              R"({"name":"Nothing","number":4}]})");
+}
+
+TEST_F(Opening, ADamagedEndOfALongTableIsFoundAtOnceAndItsMiddleInUse) {
+    {
+        OpenStore open(url, libraryModel().build());
+        std::vector<RecordChange> changes;
+        for (int at = 0; at < 3000; ++at)
+            changes.push_back(open.insertion("Author", open.newKey(), {{"name", std::string(100, 'x')}}));
+        ASSERT_FALSE(open.save(std::move(changes)));
+    }
+    auto const good = content();
+    auto const number = [&](std::size_t at, int size) {
+        std::size_t read = 0;
+        for (int byte = 0; byte < size; ++byte) read = read << 8 | static_cast<unsigned char>(good[at++]);
+        return read;
+    };
+    auto const start = [](std::size_t page) { return (page - 1) * 4096; };
+    auto const page =
+        static_cast<std::size_t>(SQLite::Connection(place).integer("SELECT rootpage FROM sqlite_schema WHERE name = 'Author'"));
+    auto const root = start(page);
+    auto const child = [&](std::size_t cell) { return number(root + number(root + 12 + 2 * cell, 2), 4); };
+    ASSERT_EQ(good[root], 5) << "its root leads to leaves";
+    struct {
+        char const* name;
+        std::size_t at;
+        bool opens;
+    } const table[] = {{"root", root, false},
+                       {"first", start(child(0)), false},
+                       {"last", start(number(root + 8, 4)), false},
+                       {"between", start(child(5)), true}};
+    for (auto const& [name, at, isOpened] : table) {
+        auto damaged = good;
+        for (std::size_t byte = at; byte < at + 4096; ++byte) damaged[byte] = static_cast<char>(byte * 31);
+        fs::remove(place);
+        write(damaged);
+        OpenStore open(url, libraryModel().build());
+        EXPECT_EQ(open.store != nullptr, isOpened) << name;
+        if (!open.store) continue;
+        StoreAnswer answer;
+        EXPECT_TRUE(open.store->fetch({.entity = &open.entity("Author")}, answer)) << name;
+        EXPECT_GT(open.newKey(), 3000);
     }
 }
 

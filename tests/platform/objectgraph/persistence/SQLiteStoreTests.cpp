@@ -77,12 +77,20 @@ TEST(SQLiteStore, ASlowReaderPutsNoRowInTheCacheThatACommitHasReplaced) {
 TEST(SQLiteStore, MetadataOfEveryKindIsWrittenByASaveWithoutChanges) {
     TemporaryFolder folder;
     OpenStore open(folder.url("library.db"), libraryModel().build());
-    Dictionary const written{
-        {"text", "\"ä\"\n"}, {"flag", true}, {"count", 3}, {"whole", 3.0}, {"single", 0.5F}, {"date", Value::date(1.5)},
-        {"data", Value::data(std::as_bytes(std::span("\0\xff", 2)))}, {"uuid", Value::uuid({9})},
-        {"url", Value::url("a:b")}, {"decimal", Decimal::fromText("0.1")}, {"list", List{1, "two", List{}}},
-        {"$odd", Dictionary{{"$key", 1}}}, {"infinite", std::numeric_limits<double>::infinity()},
-        {"set", ValueSet{1, 2}}};
+    Dictionary const written{{"text", "\"ä\"\n"},
+                             {"flag", true},
+                             {"count", 3},
+                             {"whole", 3.0},
+                             {"single", 0.5F},
+                             {"date", Value::date(1.5)},
+                             {"data", Value::data(std::as_bytes(std::span("\0\xff", 2)))},
+                             {"uuid", Value::uuid({9})},
+                             {"url", Value::url("a:b")},
+                             {"decimal", Decimal::fromText("0.1")},
+                             {"list", List{1, "two", List{}}},
+                             {"$odd", Dictionary{{"$key", 1}}},
+                             {"infinite", std::numeric_limits<double>::infinity()},
+                             {"set", ValueSet{1, 2}}};
     auto metadata = open.store->metadata();
     EXPECT_EQ(metadata["NSStoreUUID"], Value(open.store->identifier()));
     for (auto const& [key, value] : written) metadata.set(key, value);
@@ -102,6 +110,41 @@ TEST(SQLiteStore, MetadataOfEveryKindIsWrittenByASaveWithoutChanges) {
     OpenStore third(folder.url("library.db"), libraryModel().build());
     EXPECT_EQ(third.store->metadata()["mine"], Value(1));
     EXPECT_FALSE(third.store->metadata().contains("list"));
+}
+
+TEST(SQLiteStore, MetadataThatNobodyAskedForStaysAsOthersLeftIt) {
+    TemporaryFolder folder;
+    OpenStore open(folder.url("library.db"), libraryModel().build()), other(folder.url("library.db"), libraryModel().build());
+    auto const insertOne = [&] { return open.save({open.insertion("Tag", open.newKey(), {{"name", "a"}})}); };
+    auto theirs = other.store->metadata();
+    theirs.set("theirs", 1);
+    other.store->setMetadata(theirs);
+    ASSERT_FALSE(other.store->save({}, OpenStore::storeWins, other.outcome));
+    ASSERT_FALSE(insertOne());
+    auto mine = open.store->metadata();
+    EXPECT_FALSE(mine.contains("theirs")) << "as it was opened";
+    EXPECT_EQ(mine["NSStoreUUID"], Value(open.store->identifier()));
+    mine.set("mine", 2);
+    open.store->setMetadata(mine);
+    ASSERT_FALSE(insertOne());
+    OpenStore third(folder.url("library.db"), libraryModel().build());
+    EXPECT_EQ(third.store->metadata()["theirs"], Value(1));
+    EXPECT_EQ(third.store->metadata()["mine"], Value(2));
+}
+
+// Nothing was marked before: no reader may take that for "nothing has changed".
+TEST(SQLiteStore, RowsThatAnOlderReaderSeesAreNotKeptAfterAllWereForgotten) {
+    TemporaryFolder folder;
+    OpenStore open(folder.url("library.db"), libraryModel().build());
+    auto& cache = open.space->cache();
+    auto const asOf = cache.now();
+    cache.removeAll();
+    cache.endCommit();
+    auto row = open.row("Tag", 7, {{"name", "old"}});
+    cache.addAll({&row, 1}, asOf);
+    EXPECT_FALSE(cache.find(7));
+    cache.addAll({&row, 1}, cache.now());
+    EXPECT_TRUE(cache.find(7));
 }
 
 TEST(SQLiteStore, RecordsAreReadInOneRangeOrOneByOne) {

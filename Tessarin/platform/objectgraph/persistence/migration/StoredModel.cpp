@@ -4,76 +4,135 @@
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteVerdictPrivate.h"
 
 #include <fmt/format.h>
+#include <span>
 #include <unordered_map>
+#include <utility>
 
 namespace Tessarin {
 namespace {
 
-/// Adds only what differs from the default, so that the text stays short and later additions do not change it.
-void put(Dictionary& into, char const* key, std::string const& text) {
-    if (!text.empty()) into.append(key, text);
-}
-void put(Dictionary& into, char const* key, bool flag, bool usual = false) {
-    if (flag != usual) into.append(key, flag);
-}
+/// Writes the description of a model right as JSON, in the form of `typedJSON`: each opening compares it with the file's. Only what
+/// differs from the default is written, so that the text stays short and later additions do not change it.
+class Description {
+public:
+    Description& begin(char bracket) {
+        separate();
+        text_ += bracket;
+        isFirst_ = true;
+        return *this;
+    }
+    Description& end(char bracket) {
+        text_ += bracket;
+        isFirst_ = false;
+        return *this;
+    }
+    Description& key(std::string_view name) {
+        separate();
+        ((text_ += '"') += name) += "\":";
+        isFirst_ = true; // what follows is the value
+        return *this;
+    }
+    void add(std::string_view text) {
+        separate();
+        appendJSONText(text_, text);
+    }
+    void add(std::int64_t number) {
+        separate();
+        text_ += std::to_string(number);
+    }
+    void add(bool flag) {
+        separate();
+        text_ += flag ? "true" : "false";
+    }
+    void add(std::vector<std::string> const& names) {
+        begin('[');
+        for (auto const& name : names) add(std::string_view{name});
+        end(']');
+    }
+    void add(AttributeDefinition const& attribute);
+    void add(RelationshipDefinition const& relationship);
+    void add(IndexDefinition const& index);
+    void add(EntityDefinition const& entity, std::int64_t number);
 
-/// Without one, a renaming identifier is the own name.
-void putFormerName(Dictionary& into, std::string const& identifier, std::string const& name) {
-    if (identifier != name) put(into, "renamedFrom", identifier);
-}
+    std::string take() && { return std::move(text_); }
 
-Value described(AttributeDefinition const& attribute) {
+private:
+    void separate() {
+        if (!std::exchange(isFirst_, false)) text_ += ',';
+    }
+    void put(std::string_view name, std::string const& text) {
+        if (!text.empty()) key(name).add(std::string_view{text});
+    }
+    void put(std::string_view name, bool flag, bool usual = false) {
+        if (flag != usual) key(name).add(flag);
+    }
+    /// Without one, a renaming identifier is the own name.
+    void putFormerName(std::string const& identifier, std::string const& name) {
+        if (identifier != name) put("renamedFrom", identifier);
+    }
+    template <class Items> void putAll(std::string_view name, Items const& items) {
+        if (items.empty()) return;
+        key(name).begin('[');
+        for (auto const& item : items) add(item);
+        end(']');
+    }
+
+    std::string text_;
+    bool isFirst_ = true; // what comes next, in its list or dictionary
+};
+
+void Description::add(AttributeDefinition const& attribute) {
     auto const& options = attribute.options;
-    Dictionary entry{{"name", attribute.name}, {"type", static_cast<int>(attribute.type)}};
-    put(entry, "optional", options.optional, true);
-    put(entry, "transient", options.transient);
-    put(entry, "derived", options.derived);
-    put(entry, "indexed", options.indexed);
-    put(entry, "fullText", options.fullText);
-    putFormerName(entry, options.renamingIdentifier, attribute.name);
-    put(entry, "hashModifier", options.versionHashModifier);
-    return entry;
+    begin('{').key("name").add(std::string_view{attribute.name});
+    key("type").add(static_cast<std::int64_t>(attribute.type));
+    put("optional", options.optional, true);
+    put("transient", options.transient);
+    put("derived", options.derived);
+    put("indexed", options.indexed);
+    put("fullText", options.fullText);
+    putFormerName(options.renamingIdentifier, attribute.name);
+    put("hashModifier", options.versionHashModifier);
+    end('}');
 }
 
-Value described(RelationshipDefinition const& relationship) {
+void Description::add(RelationshipDefinition const& relationship) {
     auto const& options = relationship.options;
-    Dictionary entry{{"name", relationship.name}, {"destination", relationship.destination}};
-    put(entry, "toMany", relationship.toMany);
-    put(entry, "inverse", options.inverse);
-    put(entry, "inverseEntity", options.inverseEntity);
-    put(entry, "ordered", options.ordered);
-    put(entry, "optional", options.optional, true);
-    put(entry, "transient", options.transient);
-    putFormerName(entry, options.renamingIdentifier, relationship.name);
-    put(entry, "hashModifier", options.versionHashModifier);
-    return entry;
+    begin('{').key("name").add(std::string_view{relationship.name});
+    key("destination").add(std::string_view{relationship.destination});
+    put("toMany", relationship.toMany);
+    put("inverse", options.inverse);
+    put("inverseEntity", options.inverseEntity);
+    put("ordered", options.ordered);
+    put("optional", options.optional, true);
+    put("transient", options.transient);
+    putFormerName(options.renamingIdentifier, relationship.name);
+    put("hashModifier", options.versionHashModifier);
+    end('}');
 }
 
-Value described(IndexDefinition const& index) {
-    List elements;
-    for (auto const& element : index.elements) elements.push_back(List{element.property, element.ascending});
-    return Dictionary{{"name", index.name}, {"elements", std::move(elements)}};
+void Description::add(IndexDefinition const& index) {
+    begin('{').key("name").add(std::string_view{index.name});
+    key("elements").begin('[');
+    for (auto const& element : index.elements) {
+        begin('[').add(std::string_view{element.property});
+        add(element.ascending);
+        end(']');
+    }
+    end(']').end('}');
 }
 
-Value described(std::vector<std::string> const& names) { return List(names.begin(), names.end()); }
-
-template <class Items> void putAll(Dictionary& into, char const* key, Items const& items) {
-    List list;
-    for (auto const& item : items) list.push_back(described(item));
-    if (!list.empty()) into.append(key, std::move(list));
-}
-
-Value described(EntityDefinition const& entity, std::int64_t number) {
-    Dictionary entry{{"name", entity.name}, {"number", number}};
-    put(entry, "parent", entity.options.parent);
-    put(entry, "abstract", entity.options.isAbstract);
-    putFormerName(entry, entity.options.renamingIdentifier, entity.name);
-    put(entry, "hashModifier", entity.options.versionHashModifier);
-    putAll(entry, "attributes", entity.attributes);
-    putAll(entry, "relationships", entity.relationships);
-    putAll(entry, "unique", entity.uniquenessConstraints);
-    putAll(entry, "indexes", entity.indexes);
-    return entry;
+void Description::add(EntityDefinition const& entity, std::int64_t number) {
+    begin('{').key("name").add(std::string_view{entity.name});
+    key("number").add(number);
+    put("parent", entity.options.parent);
+    put("abstract", entity.options.isAbstract);
+    putFormerName(entity.options.renamingIdentifier, entity.name);
+    put("hashModifier", entity.options.versionHashModifier);
+    putAll("attributes", entity.attributes);
+    putAll("relationships", entity.relationships);
+    putAll("unique", entity.uniquenessConstraints);
+    putAll("indexes", entity.indexes);
+    end('}');
 }
 
 // Reading.
@@ -138,19 +197,16 @@ void requireAtMost(std::size_t most, std::size_t count, char const* what) {
         throw Refused::because(fmt::format("the description of its model is too large: {} {}, at most {}", count, what, most));
 }
 
+struct Counted {
+    std::string_view name, parent;
+    std::size_t own; // properties
+};
+
 /// What a model will hold once it is expanded, counted before it is.
-void requireBounded(List const& entities) {
-    struct Counted {
-        std::size_t own;
-        std::string_view parent;
-    };
+void requireBounded(std::span<Counted const> entities) {
     requireAtMost(mostEntities, entities.size(), "entities");
     std::unordered_map<std::string_view, Counted> byName;
-    for (auto const& item : entities) {
-        auto const& entry = item.dictionary();
-        byName.emplace(entry["name"].text(),
-                       Counted{entry["attributes"].list().size() + entry["relationships"].list().size(), entry["parent"].text()});
-    }
+    for (auto const& entity : entities) byName.emplace(entity.name, entity);
     std::size_t properties = 0;
     for (auto const& [name, counted] : byName) {
         auto const* each = &counted;
@@ -166,11 +222,19 @@ void requireBounded(List const& entities) {
 } // namespace
 
 std::string storedModelText(NSManagedObjectModel const& model, std::vector<std::int64_t> const& entityNumbers) {
-    List entities;
-    for (auto const& entity : model.entities())
-        entities.push_back(described(entity->definition(), entityNumbers[entity->index()]));
-    requireBounded(entities);
-    auto text = typedJSON(Dictionary{{"entities", std::move(entities)}});
+    std::vector<Counted> counted;
+    Description description;
+    description.begin('{').key("entities").begin('[');
+    for (auto const& entity : model.entities()) {
+        auto const definition = entity->definition();
+        auto const* parent = entity->superentity();
+        counted.push_back({entity->name(), parent ? std::string_view{parent->name()} : std::string_view{},
+                           definition.attributes.size() + definition.relationships.size()});
+        description.add(definition, entityNumbers[entity->index()]);
+    }
+    description.end(']').end('}');
+    requireBounded(counted);
+    auto text = std::move(description).take();
     requireAtMost(mostBytes, text.size(), "bytes");
     return text;
 }
@@ -182,7 +246,13 @@ std::optional<StoredModel> storedModelOfText(std::string_view text) {
     StoredModel stored;
     ModelDefinition definition;
     auto const& entities = value->dictionary()["entities"].list();
-    requireBounded(entities);
+    std::vector<Counted> counted;
+    for (auto const& item : entities) {
+        auto const& entry = item.dictionary();
+        counted.push_back({entry["name"].text(), entry["parent"].text(),
+                           entry["attributes"].list().size() + entry["relationships"].list().size()});
+    }
+    requireBounded(counted);
     for (auto const& item : entities) {
         definition.entities.push_back(entityOf(item.dictionary()));
         stored.entityNumbers.push_back(item.dictionary()["number"].integer());

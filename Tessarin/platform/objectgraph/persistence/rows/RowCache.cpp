@@ -89,8 +89,7 @@ void RowCache::removeAll() {
     for (auto& shard : shards_) {
         KeyTable<Row> gone; // freed without the lock
         std::lock_guard const hold(shard.mutex);
-        shard.marks.fill(next());
-        shard.newestMark = next();
+        shard.markAll(next());
         std::swap(shard.rows, gone);
     }
 }
@@ -106,8 +105,7 @@ std::size_t RowCache::size() const {
 
 void RowCache::drop(RowBlock& block) noexcept {
     ShardHold<Shard> hold;
-    for (auto* row = block.first(); row; row = block.after(*row))
-        hold.moveTo(shardOf(row->key_)).rows.remove(row->key_, row);
+    for (auto* row = block.first(); row; row = block.after(*row)) hold.moveTo(shardOf(row->key_)).rows.remove(row->key_, row);
 }
 
 RowSpace::RowSpace(Ref<NSManagedObjectModel> model)

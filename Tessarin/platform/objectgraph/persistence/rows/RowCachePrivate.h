@@ -48,11 +48,19 @@ private:
     struct Shard {
         mutable SpinLock mutex;
         KeyTable<Row> rows; // guarded by mutex, like what follows; pointers to rows that may just be dying
-        std::array<Moment, 128> marks{}; // by key: the commit that last changed such a record
+        using Marks = std::array<Moment, 128>;
+        std::unique_ptr<Marks> marks; // by key: the commit that last changed such a record; made for the first
         Moment newestMark = 0;
 
-        Moment& markOf(RecordKey key) { return marks[static_cast<std::uint64_t>(key) % marks.size()]; }
+        Moment& markOf(RecordKey key) {
+            if (!marks) marks = std::make_unique<Marks>();
+            return (*marks)[static_cast<std::uint64_t>(key) % marks->size()];
+        }
         void mark(RecordKey key, Moment moment) { markOf(key) = newestMark = moment; }
+        void markAll(Moment moment) {
+            if (!marks) marks = std::make_unique<Marks>();
+            marks->fill(newestMark = moment);
+        }
         bool isOutdated(RecordKey key, Moment asOf) { return asOf < newestMark && asOf < markOf(key); }
     };
     static constexpr std::size_t shardCount = 16;

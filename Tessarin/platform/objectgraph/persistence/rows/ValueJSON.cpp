@@ -14,19 +14,6 @@ namespace dom = simdjson::dom;
 
 void write(std::string& out, Value const& value);
 
-void writeText(std::string& out, std::string_view text) {
-    out += '"';
-    for (auto const c : text) {
-        if (c == '"' || c == '\\')
-            (out += '\\') += c;
-        else if (static_cast<unsigned char>(c) < 0x20)
-            out += fmt::format("\\u{:04x}", static_cast<int>(c));
-        else
-            out += c;
-    }
-    out += '"';
-}
-
 void writeDouble(std::string& out, double number) {
     if (!std::isfinite(number)) {
         out += fmt::format("{{\"$double\":\"{}\"}}", number);
@@ -52,7 +39,7 @@ void writeDictionary(std::string& out, Dictionary const& dictionary) {
     char const* separator = "";
     for (auto const& [key, value] : dictionary) {
         out += std::exchange(separator, ",");
-        writeText(out, key.view().starts_with('$') ? "$" + key.string() : key.string());
+        appendJSONText(out, key.view().starts_with('$') ? "$" + key.string() : key.string());
         out += ':';
         write(out, value);
     }
@@ -72,7 +59,7 @@ void write(std::string& out, Value const& value) {
     case Kind::Double: return writeDouble(out, value.number());
     case Kind::Float: return writeTagged(out, "$float", value.number());
     case Kind::Date: return writeTagged(out, "$date", value.dateSeconds());
-    case Kind::Text: return writeText(out, value.text());
+    case Kind::Text: return appendJSONText(out, value.text());
     case Kind::UUID: return writeTagged(out, "$uuid", value.description());
     case Kind::Data: return writeTagged(out, "$data", hexadecimalFromBytes(value.bytes()));
     case Kind::URL: return writeTagged(out, "$url", value.urlText());
@@ -141,6 +128,19 @@ Value read(dom::element element) {
 }
 
 } // namespace
+
+void appendJSONText(std::string& out, std::string_view text) {
+    out += '"';
+    for (auto const c : text) {
+        if (c == '"' || c == '\\')
+            (out += '\\') += c;
+        else if (static_cast<unsigned char>(c) < 0x20)
+            out += fmt::format("\\u{:04x}", static_cast<int>(c));
+        else
+            out += c;
+    }
+    out += '"';
+}
 
 std::string typedJSON(Value const& value) {
     std::string out;

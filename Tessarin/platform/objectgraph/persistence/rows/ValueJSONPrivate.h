@@ -12,6 +12,8 @@ namespace Tessarin {
 /// {"$data": hexadecimal}, {"$uuid": …}, {"$url": …}, {"$decimal": "12.5"}, {"$float": 1.5}, {"$double": "inf"}, {"$set": […]}.
 /// A key of a dictionary that begins with "$" gets a second one. Objects and dictionaries with other keys become null.
 TESSARIN_API std::string typedJSON(Value const& value);
+/// Appends a text as JSON.
+TESSARIN_API void appendJSONText(std::string& out, std::string_view text);
 /// Reads such a text; absent optional when it is none.
 TESSARIN_API std::optional<Value> valueOfTypedJSON(std::string_view text);
 

@@ -4,6 +4,8 @@
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteEmptinessPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteVerdictPrivate.h"
 
+#include <sqlite3.h>
+
 #include <algorithm>
 #include <fmt/format.h>
 
@@ -22,6 +24,15 @@ std::vector<std::string> textsOf(SQLite::Connection& connection, std::string_vie
 RecordKey endOf(SQLite::Connection& connection, char const* end, std::string const& table) {
     SQLite::Statement statement(connection, fmt::format("SELECT {}(id) FROM {}", end, table));
     return statement.step() ? statement.integer(0) : 0;
+}
+
+/// Whether SQLite finds its way to where a record with that key would stand, which no record has, and sees that there is none. A
+/// quarter of what a statement costs. Where it says anything else, a statement tells what is wrong, if something is.
+bool canBeSought(SQLite::Connection& connection, std::string const& table, RecordKey key) {
+    sqlite3_blob* found = nullptr;
+    auto const code = sqlite3_blob_open(connection.handle(), "main", table.c_str(), "version", key, 0, &found);
+    sqlite3_blob_close(found);
+    return code == SQLITE_ERROR && std::string_view(sqlite3_errmsg(connection.handle())).starts_with("no such rowid");
 }
 
 /// As SQL's lower().
@@ -43,17 +54,23 @@ std::vector<std::string> expectedTables(SQLite::Connection& connection, RowSpace
 
 } // namespace
 
-void requireNoViewInPlaceOfATable(SQLite::Connection& connection, RowSpace& space) {
-    std::vector<std::string> views; // in small letters
+SchemaLook lookAtSchema(SQLite::Connection& connection) {
+    SchemaLook look;
     auto const schema = connection.use(wholeSchema);
     while (schema->step()) {
+        look.isEmpty = false;
         bool const hasNoPages = !schema->isNull(0) && schema->integer(0) == 0;
-        auto const type = schema->text(1);
-        if (hasNoPages && (type == "table" || type == "view")) views.push_back(inSmallLetters(std::string(schema->text(2))));
+        auto const type = schema->text(1), name = schema->text(2);
+        look.hasSearches = look.hasSearches || (type == "table" && name.starts_with("tessarin_search_"));
+        if (hasNoPages && (type == "table" || type == "view")) look.views.push_back(inSmallLetters(std::string(name)));
     }
-    if (views.empty()) return;
+    return look;
+}
+
+void requireNoViewInPlaceOfATable(SchemaLook const& look, SQLite::Connection& connection, RowSpace& space) {
+    if (look.views.empty()) return;
     auto const require = [&](std::string const& name) {
-        for (auto const& view : views)
+        for (auto const& view : look.views)
             if (quoted(view) == inSmallLetters(name)) throw Refused::because("a view stands in place of the table " + name);
     };
     for (auto const* own : {"\"tessarin_store\"", "\"tessarin_metadata\"", "\"tessarin_entity\"", "\"tessarin_history\""})
@@ -61,21 +78,16 @@ void requireNoViewInPlaceOfATable(SQLite::Connection& connection, RowSpace& spac
     for (auto const& name : expectedTables(connection, space)) require(name);
 }
 
-LargestKeys readEndsOfTables(SQLite::Connection& connection) {
-    LargestKeys largest;
-    for (auto const& name : textsOf(connection, "SELECT DISTINCT \"table\" FROM tessarin_entity")) {
-        endOf(connection, "min", quoted(name));
-        largest.emplace(quoted(name), endOf(connection, "max", quoted(name)));
+void requireReadableEnds(SQLite::Connection& connection, std::span<std::string const> tables) {
+    for (auto const& table : tables) {
+        if (!canBeSought(connection, unquoted(table), INT64_MIN)) endOf(connection, "min", table);
+        if (!canBeSought(connection, unquoted(table), INT64_MAX)) endOf(connection, "max", table);
     }
-    return largest;
 }
 
-RecordKey largestKey(SQLite::Connection& connection, SQLiteSchema const& schema, LargestKeys const& known) {
+RecordKey largestKey(SQLite::Connection& connection, SQLiteSchema const& schema) {
     RecordKey largest = 0;
-    for (auto const& table : schema.tables()) {
-        auto const found = known.find(table.name);
-        largest = std::max(largest, found != known.end() ? found->second : endOf(connection, "max", table.name));
-    }
+    for (auto const& table : schema.tables()) largest = std::max(largest, endOf(connection, "max", table.name));
     return largest;
 }
 

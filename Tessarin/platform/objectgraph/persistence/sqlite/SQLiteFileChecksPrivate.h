@@ -2,21 +2,27 @@
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteSchemaPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/KeyTablePrivate.h"
 #include "Tessarin/platform/sqlite/Connection.h"
+#include <span>
 #include <string>
-#include <unordered_map>
+#include <vector>
 
 namespace Tessarin {
 
 // Looks at a file that anybody may have made or changed, while it is opened. None costs more for more records.
 
+/// What one pass over a file's schema tells.
+struct SchemaLook {
+    bool isEmpty = true;              // nothing was ever made there
+    bool hasSearches = false;         // there is a table of the library's indexes of words
+    std::vector<std::string> views;   // and virtual tables, in small letters
+};
+TESSARIN_API SchemaLook lookAtSchema(SQLite::Connection& connection);
 /// Throws Refused where a view, or a virtual table, stands in place of one of the library's tables or of the model's. Other views
 /// are somebody's own.
-TESSARIN_API void requireNoViewInPlaceOfATable(SQLite::Connection& connection, RowSpace& space);
-/// The largest key in each table, by the table's name in quotes.
-using LargestKeys = std::unordered_map<std::string, RecordKey>;
-/// Reads both ends of each table that the file names; what is unreadable throws.
-TESSARIN_API LargestKeys readEndsOfTables(SQLite::Connection& connection);
-/// The largest key of any record; 0 when there is none. `known`: what the same transaction has read already.
-TESSARIN_API RecordKey largestKey(SQLite::Connection& connection, SQLiteSchema const& schema, LargestKeys const& known = {});
+TESSARIN_API void requireNoViewInPlaceOfATable(SchemaLook const& look, SQLite::Connection& connection, RowSpace& space);
+/// Reads the pages at both ends of tables, whose names are in quotes; what is unreadable throws. Within a read transaction.
+TESSARIN_API void requireReadableEnds(SQLite::Connection& connection, std::span<std::string const> tables);
+/// The largest key of any record; 0 when there is none.
+TESSARIN_API RecordKey largestKey(SQLite::Connection& connection, SQLiteSchema const& schema);
 
 } // namespace Tessarin

@@ -1,5 +1,6 @@
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteKeyBlocksPrivate.h"
 
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteFileChecksPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
 
 #include <algorithm>
@@ -14,20 +15,17 @@ RecordKey SQLiteKeyBlocks::take(std::size_t count) {
     return std::exchange(next_, next_ + wanted);
 }
 
-void SQLiteKeyBlocks::startBehind(RecordKey existing) {
-    std::lock_guard const hold(mutex_);
-    least_ = std::max(least_, existing == INT64_MAX ? existing : existing + 1);
-}
-
 void SQLiteKeyBlocks::reserve(SQLite::Connection& connection, std::size_t count) {
     auto const wanted = static_cast<std::int64_t>(count);
     std::int64_t extra = 0;
+    if (!largestKey_) largestKey_ = largestKey(connection, schema_);
     auto first = connection.integer("SELECT value FROM tessarin_store WHERE key = 'nextKey'");
     {
         std::lock_guard const hold(mutex_);
         extra = std::clamp(taken_, smallest, largest); // as much again as was used so far
-        first = std::max(first, least_); // the file's may be missing, or changed by another tool
     }
+    // The file's may be missing, or changed by another tool.
+    first = std::max({first, RecordKey{1}, *largestKey_ == INT64_MAX ? INT64_MAX : *largestKey_ + 1});
     if (first > INT64_MAX - wanted - extra)
         throw ErrorException(storeError(StoreErrorCode::StoreDamaged, "The store is damaged: its next key is " +
                                                                           std::to_string(first) +

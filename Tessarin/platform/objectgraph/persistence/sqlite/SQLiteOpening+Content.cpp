@@ -26,10 +26,22 @@ namespace {
 
 constexpr std::int64_t smallFilePages = 64;
 
+bool searchesTexts(NSManagedObjectModel const& model) {
+    auto const isSearched = [](NSAttributeDescription const* attribute) { return attribute->isFullText(); };
+    return std::ranges::any_of(model.entities(),
+                               [&](auto const& entity) { return std::ranges::any_of(entity->attributes(), isSearched); });
+}
+
 } // namespace
 
-void SQLiteOpening::makeIfEmpty(SQLite::Connection& connection) {
-    if (!hasNoSchema(connection)) return;
+/// With what its connections are opened from now on.
+SQLite::ConnectionOptions SQLiteOpening::optionsOfStore() const {
+    auto options = connectionOptions_;
+    options.hasFullText = searchesTexts(space_->model());
+    return options;
+}
+
+SchemaLook SQLiteOpening::makeIfEmpty(SQLite::Connection& connection) {
     if (auto const other = connection.integer("PRAGMA application_id"); other != 0 && other != storeApplicationID)
         throw Refused::because("it is another application's: " + path_);
     connection.execute("COMMIT; PRAGMA journal_mode = WAL");
@@ -44,6 +56,7 @@ void SQLiteOpening::makeIfEmpty(SQLite::Connection& connection) {
         transaction.commit();
     }
     connection.execute("BEGIN");
+    return lookAtSchema(connection);
 }
 
 void SQLiteOpening::create(SQLite::Connection& connection) {
@@ -52,21 +65,20 @@ void SQLiteOpening::create(SQLite::Connection& connection) {
     createStoreTables(connection, *space_, numbers, {});
 }
 
-void SQLiteOpening::checkFormat(SQLite::Connection& connection) const {
+void SQLiteOpening::checkFormat(SQLite::Connection& connection) {
     if (connection.integer("PRAGMA application_id") != storeApplicationID)
         throw Refused::because("it is another application's: " + path_);
-    if (connection.integer("PRAGMA user_version") > storeFormatVersion)
+    format_ = connection.integer("PRAGMA user_version");
+    if (format_ > storeFormatVersion)
         throw Postponed(storeError(StoreErrorCode::StoreOpen, "The store was written by a newer version: " + path_));
 }
 
 /// A look whose cost does not grow with the file: a small one is checked wholly, of a large one the ends of every table.
 void SQLiteOpening::checkPages(SQLite::Connection& connection) {
-    largestKeys_.clear();
-    if (connection.integer("PRAGMA page_count") <= smallFilePages) {
-        checkAllPages(connection);
-        return;
-    }
-    largestKeys_ = readEndsOfTables(connection);
+    bool const isSmall = connection.integer("PRAGMA page_count") <= smallFilePages;
+    if (isSmall) checkAllPages(connection);
+    own_ = SQLiteOwnTables::readFrom(connection);
+    if (!isSmall) requireReadableEnds(connection, own_.tables());
 }
 
 /// A file is damaged when three looks say so, each without what the one before left in memory, and when nothing keeps it from
@@ -102,18 +114,15 @@ void SQLiteOpening::requireReadable(std::string const& problem) const {
     for (std::int64_t at = 0; file.read(at, buffer);) at += static_cast<std::int64_t>(buffer.size());
 }
 
-std::optional<std::vector<std::int64_t>> SQLiteOpening::numbersOfSameModel(SQLite::Connection& connection) const {
-    auto numbers = storedNumbers(connection, space_->model());
-    if (numbers &&
-        connection.text("SELECT value FROM tessarin_store WHERE key = 'model'") != storedModelText(space_->model(), *numbers))
-        numbers.reset();
+std::optional<std::vector<std::int64_t>> SQLiteOpening::numbersOfSameModel() const {
+    auto numbers = own_.numbersOf(space_->model());
+    if (numbers && own_.model != storedModelText(space_->model(), *numbers)) numbers.reset();
     return numbers;
 }
 
 std::vector<std::int64_t> SQLiteOpening::bringToModel(SQLite::Connection& connection, SQLiteOpeningProgress& progress) {
-    if (auto numbers = numbersOfSameModel(connection)) {
-        if (connection.integer("PRAGMA user_version") >= storeFormatVersion) return *std::move(numbers);
-        largestKeys_.clear();
+    if (auto numbers = numbersOfSameModel()) {
+        if (format_ >= storeFormatVersion) return *std::move(numbers);
         connection.execute("COMMIT");
         {
             SQLite::Transaction transaction(connection);
@@ -121,12 +130,14 @@ std::vector<std::int64_t> SQLiteOpening::bringToModel(SQLite::Connection& connec
             transaction.commit();
         }
         connection.execute("BEGIN");
+        checkFormat(connection);
+        own_ = SQLiteOwnTables::readFrom(connection);
         return bringToModel(connection, progress); // another process may have migrated it in between
     }
     if (!options_.infersMapping)
         throw Refused::because("it was written with another model, and inferring a mapping is not asked for");
-    largestKeys_.clear();
     connection.execute("COMMIT");
+    connection.addFullText(); // there may be indexes of words by now that have to go
     SQLite::Transaction transaction(connection);
     auto const stored = storedModelOfText(connection.text("SELECT value FROM tessarin_store WHERE key = 'model'"));
     if (!stored) throw Refused::because("the description of its model is damaged");
@@ -138,6 +149,7 @@ std::vector<std::int64_t> SQLiteOpening::bringToModel(SQLite::Connection& connec
         isBroughtToModel_ = true;
         progress.end();
         connection.execute("BEGIN");
+        own_ = SQLiteOwnTables::readFrom(connection);
         return result;
     } catch (Refused const&) {
         Ref<NSError> ignored;
@@ -146,23 +158,17 @@ std::vector<std::int64_t> SQLiteOpening::bringToModel(SQLite::Connection& connec
     }
 }
 
-void SQLiteOpening::requireFullText(SQLite::Connection& connection) const {
-    if (connection.hasFullText()) return;
-    auto const isSearched = [](NSAttributeDescription const* attribute) { return attribute->isFullText(); };
-    bool const isWanted = std::ranges::any_of(
-        space_->model().entities(), [&](auto const& entity) { return std::ranges::any_of(entity->attributes(), isSearched); });
-    if (isWanted || (!hasNoSchema(connection) && SQLiteSearchTables(connection).areThere()))
+void SQLiteOpening::requireFullText(SQLite::Connection& connection, SchemaLook const& look) const {
+    if ((look.hasSearches || searchesTexts(space_->model())) && !connection.addFullText())
         throw Postponed(storeError(StoreErrorCode::StoreOpen,
                                    "The store has texts that are searched, which takes an SQLite with FTS5: " + path_));
 }
 
-void SQLiteOpening::bringSearchesUp(SQLite::Connection& connection, std::vector<std::int64_t> const& numbers,
-                                    SQLiteOpeningProgress& progress) {
-    SQLiteSchema const schema(*space_, numbers);
+void SQLiteOpening::bringSearchesUp(SQLite::Connection& connection, SQLiteSchema const& schema, SQLiteOpeningProgress& progress) {
     SQLiteSearchTables tables(connection);
-    if (tables.areAsIn(schema)) return;
-    largestKeys_.clear();
+    if (tables.areAsIn(schema, own_.search)) return;
     connection.execute("COMMIT");
+    connection.addFullText(); // likewise
     SQLite::Transaction transaction(connection);
     if (!tables.areAsIn(schema)) { // unless another process was faster
         tables.dropOthers(schema, [](auto const&) { return false; });
@@ -185,6 +191,7 @@ void SQLiteOpening::bringSearchesUp(SQLite::Connection& connection, std::vector<
     isBroughtToModel_ = true;
     progress.end();
     connection.execute("BEGIN");
+    own_ = SQLiteOwnTables::readFrom(connection);
 }
 
 } // namespace Tessarin

@@ -25,7 +25,6 @@ void SQLiteOpening::checkPlace() {
     if (::stat(path_.c_str(), &status) == 0) {
         if (S_ISDIR(status.st_mode)) throwVerdict(EISDIR, path_);
         if (!S_ISREG(status.st_mode)) throw Refused::because("it is neither a file nor absent: " + path_);
-        checkLink();
         // SQLite would open it for reading then, and make a log with the same mode, which stays after the permission has come.
         auto const access = options_.isReadOnly ? R_OK : R_OK | W_OK;
         if (::faccessat(AT_FDCWD, path_.c_str(), access, AT_EACCESS) != 0) throwVerdict(errno, path_);

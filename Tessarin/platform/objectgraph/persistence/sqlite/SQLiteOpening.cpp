@@ -30,6 +30,14 @@ SQLite::ConnectionOptions connectionOptions(SQLiteStoreOptions const& options) {
             .synchronous = static_cast<SQLite::Synchronous>(options.synchronous)};
 }
 
+/// Whether a connection that has read writes to a log, as this library's do, instead of keeping a journal beside the file. Where
+/// there is no log, and nothing to be taken back, SQLite has no second file open.
+bool hasLog(SQLite::Connection& connection) {
+    sqlite3_file* log = nullptr;
+    auto const code = sqlite3_file_control(connection.handle(), "main", SQLITE_FCNTL_JOURNAL_POINTER, &log);
+    return code == SQLITE_OK && log && log->pMethods;
+}
+
 } // namespace
 
 SQLiteOpening::SQLiteOpening(NSURL const& file, Ref<RowSpace> space, SQLiteStoreOptions options)
@@ -81,6 +89,7 @@ std::unique_ptr<SQLiteStore::Impl> SQLiteOpening::attempt() {
         if (failure.primaryCode() == SQLITE_NOTADB && isOfNewerSQLite(readVersionPlace))
             throw Postponed(
                 storeError(StoreErrorCode::StoreOpen, "The store can only be read by a newer version of SQLite: " + path_));
+        if (failure.primaryCode() == SQLITE_CANTOPEN) checkLink(); // a path that is too long is found out here
         try {
             throwVerdict(failure);
         } catch (Refused const& refused) {
@@ -96,29 +105,36 @@ std::unique_ptr<SQLiteStore::Impl> SQLiteOpening::openForWriting(std::unique_ptr
     auto options = connectionOptions_;
     options.access = SQLite::Access::Create;
     options.leavesLog = true;
+    options.hasFullText = false; // unless it turns out to be needed
     options.busySeconds = std::min(options_.busySeconds, 0.2); // who waits longer is told
     connection = std::make_unique<SQLite::Connection>(path_, options);
     if (connection->isReadOnly()) throwReadOnly();
     // One read transaction around all that is looked at: each of its own costs four locks.
     connection->execute("BEGIN");
-    requireFullText(*connection);
-    makeIfEmpty(*connection);
+    auto look = lookAtSchema(*connection);
+    requireFullText(*connection, look);
+    if (look.isEmpty) {
+        look = makeIfEmpty(*connection);
+        requireFullText(*connection, look); // perhaps another process has made it
+    }
     checkFormat(*connection);
-    requireNoViewInPlaceOfATable(*connection, *space_);
+    requireNoViewInPlaceOfATable(look, *connection, *space_);
     SQLiteOpeningProgress progress(options_.opening, *connection);
     checkPages(*connection);
     auto numbers = bringToModel(*connection, progress);
-    bringSearchesUp(*connection, numbers, progress);
-    auto impl = store(*connection, std::move(numbers), connectionOptions_);
+    auto impl =
+        std::make_unique<SQLiteStore::Impl>(file_, space_, std::move(numbers), optionsOfStore(), SQLiteSchema::Searches::Used);
+    bringSearchesUp(*connection, impl->schema, progress);
+    fill(*impl, *connection);
     connection->execute("COMMIT");
-    if (connection->text("PRAGMA journal_mode") != "wal")
-        connection->execute("PRAGMA journal_mode = WAL"); // another tool changed it
+    if (!hasLog(*connection)) connection->execute("PRAGMA journal_mode = WAL"); // another tool changed it
     return impl;
 }
 
 std::unique_ptr<SQLiteStore::Impl> SQLiteOpening::openForReading(std::unique_ptr<SQLite::Connection>& connection) {
     auto options = connectionOptions_;
     options.access = SQLite::Access::Read;
+    options.hasFullText = false; // unless it turns out to be needed
     auto const folder = std::filesystem::path(path_).parent_path();
     if (!judged_) throw Refused::because("nothing is there to be read: " + path_);
     options.isImmutable = ::faccessat(AT_FDCWD, folder.empty() ? "." : folder.c_str(), W_OK, AT_EACCESS) != 0;
@@ -127,36 +143,38 @@ std::unique_ptr<SQLiteStore::Impl> SQLiteOpening::openForReading(std::unique_ptr
         throw Refused::because("its log has to be read, which a place that cannot be written does not allow: " + path_);
     connection = std::make_unique<SQLite::Connection>(path_, options);
     connection->execute("BEGIN");
+    auto const look = lookAtSchema(*connection);
     checkFormat(*connection);
-    requireNoViewInPlaceOfATable(*connection, *space_);
+    requireNoViewInPlaceOfATable(look, *connection, *space_);
     {
         SQLiteOpeningProgress const progress(options_.opening, *connection);
         checkPages(*connection);
     }
-    auto numbers = numbersOfSameModel(*connection);
+    auto numbers = numbersOfSameModel();
     if (!numbers) throw Refused::because("it was written with another model, and is to be read only: " + path_);
-    bool const isSearchable =
-        connection->hasFullText() && SQLiteSearchTables(*connection).areAsIn(SQLiteSchema(*space_, *numbers));
-    auto impl = store(*connection, *std::move(numbers), options,
-                      isSearchable ? SQLiteSchema::Searches::Used : SQLiteSchema::Searches::Ignored);
+    bool const isSearchable = (!look.hasSearches || connection->addFullText()) &&
+                              SQLiteSearchTables(*connection).areAsIn(SQLiteSchema(*space_, *numbers), own_.search);
+    options.hasFullText = isSearchable && look.hasSearches;
+    auto impl =
+        std::make_unique<SQLiteStore::Impl>(file_, space_, *std::move(numbers), options,
+                                            isSearchable ? SQLiteSchema::Searches::Used : SQLiteSchema::Searches::Ignored);
+    fill(*impl, *connection);
     impl->isReadOnly = true;
     connection->execute("COMMIT");
     return impl;
 }
 
-std::unique_ptr<SQLiteStore::Impl> SQLiteOpening::store(SQLite::Connection& connection, std::vector<std::int64_t> numbers,
-                                                        SQLite::ConnectionOptions const& options,
-                                                        SQLiteSchema::Searches searches) {
-    auto impl = std::make_unique<SQLiteStore::Impl>(file_, space_, std::move(numbers), options, searches);
-    impl->modelGeneration = connection.integer("SELECT value FROM tessarin_store WHERE key = 'modelGeneration'");
-    impl->keys.startBehind(largestKey(connection, impl->schema, largestKeys_));
-    impl->metadata.read(connection);
-    impl->identifier = impl->metadata.get()["NSStoreUUID"].text();
-    if (impl->identifier.empty()) throw Refused::because("its identity is missing");
-    impl->historyAge = options_.historyAge;
-    if (options_.keepsHistory) impl->historyWriter = randomName();
-    if (options_.mergesOthers) impl->others = std::make_shared<SQLiteOthers>(path_, newestTransaction(connection));
-    return impl;
+void SQLiteOpening::fill(SQLiteStore::Impl& impl, SQLite::Connection& connection) const {
+    impl.modelGeneration = own_.modelGeneration;
+    impl.metadata.read(connection);
+    impl.identifier = impl.metadata.text("NSStoreUUID");
+    if (impl.identifier.empty()) throw Refused::because("its identity is missing");
+    impl.historyAge = options_.historyAge;
+    if (options_.keepsHistory) {
+        impl.historyWriter = randomName();
+        impl.notice.emplace(path_);
+    }
+    if (options_.mergesOthers) impl.others = std::make_shared<SQLiteOthers>(path_, newestTransaction(connection));
 }
 
 /// Keeps a copy, and tells where it is.

@@ -2,6 +2,7 @@
 #include "Tessarin/platform/objectgraph/persistence/migration/StoredModelPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteFileChecksPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteOpeningProgressPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteOwnTablesPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteStoreImplPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteVerdictPrivate.h"
 
@@ -21,9 +22,8 @@ private:
     std::unique_ptr<SQLiteStore::Impl> attempt();
     std::unique_ptr<SQLiteStore::Impl> openForWriting(std::unique_ptr<SQLite::Connection>& connection);
     std::unique_ptr<SQLiteStore::Impl> openForReading(std::unique_ptr<SQLite::Connection>& connection);
-    std::unique_ptr<SQLiteStore::Impl> store(SQLite::Connection& connection, std::vector<std::int64_t> numbers,
-                                             SQLite::ConnectionOptions const& options,
-                                             SQLiteSchema::Searches searches = SQLiteSchema::Searches::Used);
+    SQLite::ConnectionOptions optionsOfStore() const;
+    void fill(SQLiteStore::Impl& impl, SQLite::Connection& connection) const;
     [[noreturn]] void refuse(Refused const& refused, SQLite::Connection* connection);
     bool isCancelled() const noexcept { return options_.opening && options_.opening->isCancelled() && !isBroughtToModel_; }
     void checkPlace();
@@ -31,17 +31,16 @@ private:
     void makeFile();
     bool isOfNewerSQLite(std::size_t versionPlace) const;
     [[noreturn]] void throwReadOnly() const;
-    void makeIfEmpty(SQLite::Connection& connection);
+    SchemaLook makeIfEmpty(SQLite::Connection& connection);
     void create(SQLite::Connection& connection);
-    void checkFormat(SQLite::Connection& connection) const;
+    void checkFormat(SQLite::Connection& connection);
     void checkPages(SQLite::Connection& connection);
     void checkAllPages(SQLite::Connection& connection) const;
     void requireReadable(std::string const& problem) const;
-    std::optional<std::vector<std::int64_t>> numbersOfSameModel(SQLite::Connection& connection) const;
+    std::optional<std::vector<std::int64_t>> numbersOfSameModel() const;
     /// What is searched must be searchable here, and have been taken apart by the rules that hold here.
-    void requireFullText(SQLite::Connection& connection) const;
-    void bringSearchesUp(SQLite::Connection& connection, std::vector<std::int64_t> const& numbers,
-                         SQLiteOpeningProgress& progress);
+    void requireFullText(SQLite::Connection& connection, SchemaLook const& look) const;
+    void bringSearchesUp(SQLite::Connection& connection, SQLiteSchema const& schema, SQLiteOpeningProgress& progress);
     std::vector<std::int64_t> bringToModel(SQLite::Connection& connection, SQLiteOpeningProgress& progress);
 
     NSURL const file_;
@@ -54,7 +53,8 @@ private:
     std::optional<StoreRefusal::Identity> judged_;
     std::optional<MigrationPlan> plan_;
     bool isBroughtToModel_ = false; // and that is saved: it cannot be cancelled any more
-    LargestKeys largestKeys_; // as its transaction sees them, unless it was small or migrated
+    SQLiteOwnTables own_; // as its transaction sees them, like what follows
+    std::int64_t format_ = 0;
 };
 
 } // namespace Tessarin

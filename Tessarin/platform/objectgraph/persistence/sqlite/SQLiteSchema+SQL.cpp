@@ -49,9 +49,9 @@ std::string SQLiteSchema::createJoinTable(Link const& link, Link const* inverse)
 
 void SQLiteSchema::addIndex(Names& names, Index index, std::string_view label, std::string const& columns,
                             std::string const& condition) {
-    index.name = quoted(names.take(fmt::format("{}.{}", plain(index.table), label)));
-    index.statement =
-        fmt::format("CREATE {}INDEX {} ON {} ({})", index.isUnique ? "UNIQUE " : "", index.name, index.table, columns);
+    index.name = quoted(names.take((plain(index.table) += '.').append(label)));
+    index.statement = index.isUnique ? "CREATE UNIQUE INDEX " : "CREATE INDEX "; // each opening makes them: no formats
+    (((index.statement += index.name) += " ON ").append(index.table) += " (").append(columns) += ')';
     if (!condition.empty()) index.statement += " WHERE " + (index.condition = condition);
     indexes_.push_back(std::move(index));
 }

@@ -17,10 +17,7 @@ std::vector<SQLiteSearchTables::Found> SQLiteSearchTables::found() {
 
 std::string SQLiteSearchTables::version() { return connection_.text("SELECT value FROM tessarin_store WHERE key = 'search'"); }
 
-bool SQLiteSearchTables::areThere() { return !version().empty(); }
-
-bool SQLiteSearchTables::areAsIn(SQLiteSchema const& schema) {
-    auto const version = this->version();
+bool SQLiteSearchTables::areAsIn(SQLiteSchema const& schema, std::string const& version) {
     if (version.empty() || schema.searches().empty()) return version.empty() && schema.searches().empty();
     if (version != searchWordsVersion()) return false;
     auto const found = this->found();

@@ -10,10 +10,10 @@ class SQLiteSearchTables {
 public:
     explicit SQLiteSearchTables(SQLite::Connection& connection) : connection_(connection) {}
 
-    /// Whether the file has any, or is said to have: then it is of no use without FTS5.
-    bool areThere();
     /// Whether it has just those of the schema, as they would be made now.
-    bool areAsIn(SQLiteSchema const& schema);
+    bool areAsIn(SQLiteSchema const& schema) { return areAsIn(schema, version()); }
+    /// The same for who has read what `tessarin_store` says under "search".
+    bool areAsIn(SQLiteSchema const& schema, std::string const& version);
 
     // Within a write transaction of the caller.
     /// Drops all but those of the schema that would be made again as they are over a table for which `isKept`; gives these.

@@ -169,7 +169,7 @@ void SQLiteStore::Impl::noteCommit() {
     if (historyWriter == 0) return;
     auto const written = writerSeat->writer.historyWritten();
     if (others) others->noteSaved(written);
-    if (written.first <= written.last) notice.touch();
+    if (notice && written.first <= written.last) notice->touch();
 }
 
 Ref<NSError> SQLiteStore::Impl::readingHistory(FunctionRef<void(SQLiteHistoryReader&)> work) {

@@ -36,8 +36,8 @@ struct SQLiteStore::Impl {
           options(std::move(connectionOptions)),
           readers(std::make_shared<SQLiteReaderPool>(schema, path, options)),
           scans(std::make_shared<SQLiteTableScans>(space, readers)),
-          notice(path),
-          damage(schema, path, options) {}
+          damage(schema, path, options),
+          keys(schema) {}
 
     ~Impl() { scans->waitForHelpers(); }
 
@@ -75,7 +75,7 @@ struct SQLiteStore::Impl {
     Ref<SQLiteOthers> others; // null where they are not merged
     Ref<SQLiteReaderPool> const readers;
     Ref<SQLiteTableScans> const scans;
-    SQLiteNotice const notice;
+    std::optional<SQLiteNotice> notice; // constant after opening; of who keeps a history
     SQLiteDamage damage;
     StoreMetadata metadata;
     SQLiteKeyBlocks keys;

@@ -2,6 +2,7 @@
 
 #include "Tessarin/platform/foundation/values/NSUUID.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteHistoryTablePrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteOwnTablesPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteSearchTablesPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreMetadataPrivate.h"
 
@@ -60,16 +61,10 @@ void writeStoredModel(SQLite::Connection& connection, RowSpace& space, std::vect
 }
 
 std::optional<std::vector<std::int64_t>> storedNumbers(SQLite::Connection& connection, NSManagedObjectModel const& model) {
-    std::vector<std::int64_t> numbers(model.entities().size());
-    std::size_t found = 0;
+    SQLiteOwnTables own;
     auto const query = connection.use("SELECT number, name FROM tessarin_entity");
-    while (query->step())
-        if (auto const* entity = model.entityNamed(query->text(1))) {
-            numbers[entity->index()] = query->integer(0);
-            ++found;
-        }
-    if (found != numbers.size()) return {};
-    return numbers;
+    while (query->step()) own.entities.push_back({query->integer(0), std::string(query->text(1)), {}});
+    return own.numbersOf(model);
 }
 
 } // namespace Tessarin

@@ -2,6 +2,10 @@
 #include "Tessarin/platform/runtime/Value.h"
 #include "Tessarin/platform/sqlite/Connection.h"
 #include <mutex>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace Tessarin {
 
@@ -12,18 +16,24 @@ public:
     void set(Dictionary metadata);
     bool hasUnsaved() const;
 
-    /// Both are the content of the file from now on.
+    /// Both are the content of the file from now on. It is taken apart when somebody asks.
     void read(SQLite::Connection& connection);
+    /// What the application sees under a key, if that is a text; else empty.
+    std::string text(std::string_view key) const;
     /// Writes the keys that were changed here, within a transaction of the caller; others stay as another process left them.
     void write(SQLite::Connection& connection);
     /// After the commit: what `write` wrote is saved.
     void confirm();
 
 private:
+    void takeApart() const;
+
     mutable std::mutex mutex_; // guards all
-    Dictionary current_;
-    Dictionary saved_;
-    Dictionary written_; // by the transaction under way
+    mutable std::vector<std::pair<std::string, std::string>>
+        unread_; // of the file: keys and JSON; empty once that is taken apart
+    mutable Dictionary current_;
+    mutable Dictionary saved_;
+    std::optional<Dictionary> written_; // by the transaction under way; absent where nobody has asked for any yet
 };
 
 } // namespace Tessarin

@@ -1,0 +1,45 @@
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteOwnTablesPrivate.h"
+
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteSchemaPrivate.h"
+
+#include <algorithm>
+
+namespace Tessarin {
+
+SQLiteOwnTables SQLiteOwnTables::readFrom(SQLite::Connection& connection) {
+    SQLiteOwnTables own;
+    auto const entities = connection.use("SELECT number, name, \"table\" FROM tessarin_entity");
+    while (entities->step())
+        own.entities.push_back({entities->integer(0), std::string(entities->text(1)), std::string(entities->text(2))});
+    auto const facts = connection.use("SELECT key, value FROM tessarin_store");
+    while (facts->step()) {
+        auto const key = facts->text(0);
+        if (key == "model") own.model = facts->text(1);
+        if (key == "search") own.search = facts->text(1);
+        if (key == "modelGeneration") own.modelGeneration = facts->integer(1);
+    }
+    return own;
+}
+
+std::optional<std::vector<std::int64_t>> SQLiteOwnTables::numbersOf(NSManagedObjectModel const& model) const {
+    std::vector<std::int64_t> numbers(model.entities().size());
+    std::size_t found = 0;
+    for (auto const& [number, name, table] : entities)
+        if (auto const* entity = model.entityNamed(name)) {
+            numbers[entity->index()] = number;
+            ++found;
+        }
+    if (found != numbers.size()) return {};
+    return numbers;
+}
+
+std::vector<std::string> SQLiteOwnTables::tables() const {
+    std::vector<std::string> names;
+    for (auto const& entity : entities) names.push_back(quoted(entity.table));
+    std::ranges::sort(names);
+    auto const surplus = std::ranges::unique(names);
+    names.erase(surplus.begin(), surplus.end());
+    return names;
+}
+
+} // namespace Tessarin
