@@ -244,6 +244,7 @@ void promoteObject(ContextState& context, NSManagedObject& object, RecordKey per
     auto& state = GraphAccess::state(object);
     context.coordinator->identities().promote(state.key, permanent);
     context.link->rename(object, state.key, permanent);
+    context.values.noteNewKey(state.key, permanent);
     if (context.recorder) context.recorder->noteNewKey(state.key, permanent);
     context.feed.noteNewKey(context, object, permanent);
     state.key = permanent;
@@ -257,9 +258,11 @@ void applyPromotions(ContextState& context) {
     auto const log = promotions.advance(context.promotionsSeen);
     context.link->noteKeyChange();
     context.feed.noteNewKeys(context);
-    for (auto const& [temporary, permanent] : log)
+    for (auto const& [temporary, permanent] : log) {
+        context.values.noteNewKey(temporary, permanent);
         if (auto const object = context.link->find(temporary); object && object->recordKey() == temporary)
             promoteObject(context, *object, permanent);
+    }
 }
 
 void markChanged(NSManagedObject& object, ObjectState::Flag how) {

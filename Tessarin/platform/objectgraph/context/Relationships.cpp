@@ -41,6 +41,7 @@ void setReference(NSManagedObject& object, NSRelationshipDescription const& rela
     else
         extras.values.emplace_back(static_cast<std::uint32_t>(relationship.index()), key);
     markChanged(object, changeOf(object));
+    if (auto* context = GraphAccess::state(object).link()->contextState()) context->values.note(object, relationship);
 }
 
 void addMember(NSManagedObject& owner, NSRelationshipDescription const& relationship, RecordKey key) {

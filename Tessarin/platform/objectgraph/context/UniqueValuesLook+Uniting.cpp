@@ -58,6 +58,7 @@ void leadElsewhere(NSManagedObject& object, std::unordered_map<RecordKey, Record
     for (auto& [property, value] : extras->values)
         if (value.kind() == Value::Kind::Integer && object.entity().properties()[property]->asRelationship())
             value = survivorOf(value.integer());
+    if (auto* context = GraphAccess::state(object).link()->contextState()) context->values.note(object);
     for (auto& toMany : extras->toMany)
         for (auto* keys : {&toMany.added, &toMany.members}) {
             if (std::ranges::none_of(keys->keys(), [&](RecordKey key) { return survivors.contains(key); })) continue;

@@ -92,7 +92,9 @@ void UnsavedRecords::addAnswer(ChangeSet const& set, Candidates& candidates, Key
 
 bool UnsavedRecords::addOwnEqual(NSPredicate const& predicate, KeySet& keys) const {
     if (ownCount_ == 0) return true;
-    auto const found = objectsByEquality(context_, predicate, entity_);
+    auto found = objectsByEquality(context_, predicate, entity_);
+    if (!found && question_ && question_->link.relationship && ownCount_ > ChangeQuestion::few)
+        found = context_.values.find(context_, *question_->link.relationship, question_->link.keys);
     if (!found) return false;
     auto const add = [&](auto const& objects) {
         for (auto const& object : objects)

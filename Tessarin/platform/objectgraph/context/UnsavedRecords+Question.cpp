@@ -136,7 +136,7 @@ bool UnsavedRecords::Preparation::isOfFewEqual() const {
     if (!question.equal) return false;
     std::size_t count = 0;
     for (auto const& set : sets) count += set->countWith(question.tree(), *question.equal, question.equalTo);
-    return count <= ChangeQuestion::fewEqual;
+    return count <= ChangeQuestion::few;
 }
 
 bool UnsavedRecords::Preparation::isDone() const {

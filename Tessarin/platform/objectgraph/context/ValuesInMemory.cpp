@@ -9,15 +9,53 @@
 namespace Tessarin {
 namespace {
 
-/// Of the value that the object shows now; absent when the object does not have the attribute, or no value.
-std::optional<std::uint64_t> shownHash(ObjectState& state, NSAttributeDescription const& attribute) {
+/// Of the value that the object shows now, or the key that it leads to; absent when the object does not have the property, or no
+/// value.
+std::optional<std::uint64_t> shownHash(ObjectState& state, NSPropertyDescription const& property) {
     auto const& properties = state.layout->entity().properties();
-    if (properties.size() <= attribute.index() || properties[attribute.index()] != &attribute) return {};
-    if (auto const* value = state.extras ? state.extras->value(attribute.index()) : nullptr)
-        return valueHash(*value, attribute.attributeType());
-    auto const cell = state.layout->cellOf(attribute.index());
+    if (properties.size() <= property.index() || properties[property.index()] != &property) return {};
+    auto const* attribute = property.asAttribute();
+    auto const hashOf = [&](Value const& value) -> std::optional<std::uint64_t> {
+        if (attribute) return valueHash(value, attribute->attributeType());
+        auto const key = value.integer();
+        return key == 0 ? std::nullopt : std::optional(valueHash(state.link()->current(key)));
+    };
+    if (auto const* value = state.extras ? state.extras->value(property.index()) : nullptr) return hashOf(*value);
+    auto const cell = state.layout->cellOf(property.index());
     if (!state.row || cell == RowLayout::noCell) return {};
-    return valueHash(state.row->value(static_cast<std::size_t>(cell)), attribute.attributeType());
+    auto const at = static_cast<std::size_t>(cell);
+    return hashOf(attribute ? state.row->value(at) : Value(state.row->reference(at)));
+}
+
+} // namespace
+
+ValuesInMemory::Entries& ValuesInMemory::entriesOf(ContextState const& context, NSPropertyDescription const& property) {
+    auto& entries = entries_[&property];
+    if (entries.isKnown && entries.byHash.size() <= 4 * context.link->count() + 64) return entries;
+    entries.byHash.clear(); // most are out of date
+    for (auto const& object : context.link->all())
+        if (auto const shown = object->isFault() ? std::nullopt : shownHash(GraphAccess::state(*object), property))
+            entries.byHash.emplace(*shown, object);
+    entries.isKnown = true;
+    entries.atStart = entries.byHash.size();
+    return entries;
+}
+
+void ValuesInMemory::take(Entries& entries, NSPropertyDescription const& property, std::uint64_t hash, Objects& objects) {
+    for (auto [at, end] = entries.byHash.equal_range(hash); at != end;) {
+        auto object = at->second.lock();
+        bool const isUpToDate = object && shownHash(GraphAccess::state(*object), property) == hash;
+        if (isUpToDate) objects.push_back(std::move(object));
+        at = isUpToDate ? std::next(at) : entries.byHash.erase(at);
+    }
+}
+
+namespace {
+
+/// One that had a value twice is entered twice.
+void removeRepeated(std::vector<Ref<NSManagedObject>>& objects) {
+    std::ranges::sort(objects, {}, [](auto const& object) { return object->recordKey(); });
+    objects.erase(std::unique(objects.begin(), objects.end()), objects.end());
 }
 
 } // namespace
@@ -26,26 +64,34 @@ std::optional<std::vector<Ref<NSManagedObject>>>
 ValuesInMemory::find(ContextState const& context, NSAttributeDescription const& attribute, Value const& value) {
     auto const hash = valueHash(value, attribute.attributeType());
     if (!hash) return {};
-    auto& [entries, atStart, isKnown] = entries_[&attribute];
-    if (!isKnown || entries.size() > 4 * context.link->count() + 64) { // most are out of date
-        entries.clear();
-        for (auto const& object : context.link->all())
-            if (auto const shown = object->isFault() ? std::nullopt : shownHash(GraphAccess::state(*object), attribute))
-                entries.emplace(*shown, object);
-        isKnown = true;
-        atStart = entries.size();
-    }
-    std::vector<Ref<NSManagedObject>> found;
-    for (auto [at, end] = entries.equal_range(*hash); at != end;) {
-        auto object = at->second.lock();
-        bool const isUpToDate = object && shownHash(GraphAccess::state(*object), attribute) == hash;
-        if (isUpToDate) found.push_back(std::move(object));
-        at = isUpToDate ? std::next(at) : entries.erase(at);
-    }
-    std::ranges::sort(found, {},
-                      [](auto const& object) { return object->recordKey(); }); // one that had the value twice is entered twice
-    found.erase(std::unique(found.begin(), found.end()), found.end());
+    Objects found;
+    take(entriesOf(context, attribute), attribute, *hash, found);
+    removeRepeated(found);
     return found;
+}
+
+std::vector<Ref<NSManagedObject>> ValuesInMemory::find(ContextState const& context, NSRelationshipDescription const& relationship,
+                                                       std::span<RecordKey const> keys) {
+    Objects found;
+    auto& entries = entriesOf(context, relationship);
+    for (auto const key : keys) {
+        auto const now = context.link->current(key);
+        if (now != key) noteNewKey(key, now);
+        take(entries, relationship, valueHash(now), found);
+    }
+    removeRepeated(found);
+    return found;
+}
+
+void ValuesInMemory::noteNewKey(RecordKey temporary, RecordKey permanent) {
+    auto const before = valueHash(temporary), now = valueHash(permanent);
+    for (auto& [property, entries] : entries_) {
+        if (!property->asRelationship()) continue;
+        std::vector<WeakRef<NSManagedObject>> moved;
+        for (auto [at, end] = entries.byHash.equal_range(before); at != end; ++at) moved.push_back(std::move(at->second));
+        entries.byHash.erase(before);
+        for (auto& object : moved) entries.byHash.emplace(now, std::move(object));
+    }
 }
 
 void ValuesInMemory::noteChanged(NSManagedObject& object) {
@@ -65,8 +111,8 @@ std::vector<Ref<NSManagedObject>> ValuesInMemory::changedFaults() {
     return faults;
 }
 
-void ValuesInMemory::enter(NSManagedObject& object, NSAttributeDescription const& attribute, Entries& entries) {
-    auto const hash = shownHash(GraphAccess::state(object), attribute);
+void ValuesInMemory::enter(NSManagedObject& object, NSPropertyDescription const& property, Entries& entries) {
+    auto const hash = shownHash(GraphAccess::state(object), property);
     if (!hash || !entries.isKnown) return;
     entries.byHash.emplace(*hash, object.self<NSManagedObject>());
     if (entries.byHash.size() <= 4 * entries.atStart + 4096) return;

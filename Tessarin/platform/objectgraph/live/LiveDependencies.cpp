@@ -67,6 +67,19 @@ void addWaitingFor(ContextState& context, ChangeSets const& sets, NSRelationship
         }
 }
 
+/// Those that lead to them as they are changed here.
+void addUnsaved(ContextState& context, NSRelationshipDescription const& link, KeySet const& gone, std::vector<RecordKey>& keys) {
+    auto const add = [&](auto const& objects) {
+        for (auto const& object : objects) {
+            bool const isOne = object->hasChanges() && object->entity().isKindOf(link.entity());
+            if (isOne && gone.contains(referenceOf(*object, link))) keys.push_back(object->recordKey());
+        }
+    };
+    if (context.changed.size() <= ChangeQuestion::few) return add(context.changed);
+    add(context.values.find(context, link, gone.keys()));
+    add(context.values.changedFaults());
+}
+
 /// Whoever was linked with records that are gone, and has not been told: who deleted them did not know of the links.
 std::vector<RecordKey> keysBehindGone(ContextState& context, std::span<RecordChange const* const> gone,
                                       NSRelationshipDescription const& link) {
@@ -81,9 +94,12 @@ std::vector<RecordKey> keysBehindGone(ContextState& context, std::span<RecordCha
         auto const members = reader.members(inverse, *change->entity, change->key);
         keys.insert(keys.end(), members.begin(), members.end());
     }
-    if (!link.isToMany()) addWaitingFor(context, reader.sets(), link, goneKeys, keys);
+    if (!link.isToMany()) {
+        addWaitingFor(context, reader.sets(), link, goneKeys, keys);
+        addUnsaved(context, link, goneKeys, keys);
+        return keys;
+    }
     auto const led = [&](NSManagedObject& object) {
-        if (!link.isToMany()) return goneKeys.contains(referenceOf(object, link));
         auto const& extras = GraphAccess::state(object).extras;
         auto const* toMany = extras ? extras->find(link.index()) : nullptr;
         return toMany && std::ranges::any_of(toMany->added.keys(), [&](RecordKey key) { return goneKeys.contains(key); });

@@ -96,8 +96,10 @@ protected:
         for (int count = some(12); count > 0; --count)
             if (auto const book = any(books[left])) named.push_back(Value(asker.objectWithID(*book->objectID())));
         Value const author(asker.objectWithID(*any(authors[left])->objectID()));
+        Value const two(asker.objectWithID(*authors[right].front()->objectID())->objectID());
         Ref<NSPredicate> const withObjects[] = {where("SELF IN %@", Value(named)), where("SELF IN %@ AND year > 9", Value(named)),
-                                                where("author == %@", author), where("author == %@ AND year > 6", author)};
+                                                where("author == %@", author), where("author == %@ AND year > 6", author),
+                                                where("author IN %@ AND year < 25", Value(List{author, two}))};
         static std::vector<std::vector<Ref<NSSortDescriptor>>> const orders = {
             {}, {by("title")}, {by("year", {.ascending = false}), by("title")}, {by("author.name"), by("title")}};
         auto const request = make<NSFetchRequest>(some(6) == 0 ? "Novel" : "Book");
@@ -265,6 +267,49 @@ TEST_P(PendingFetches, LookAtFewRecordsOnTheQueueThatAsks) {
         EXPECT_LE(few->asked, 80);
         EXPECT_EQ(main->countForFetchRequest(*request, failed), static_cast<std::int64_t>(found));
     });
+}
+
+// What an import has not saved yet is found by whom it leads to, also by a record that gets its permanent key meanwhile.
+TEST_P(PendingFetches, AskFewOfTheManyThatTheContextItselfHasChanged) {
+    for (auto const& context : {root, main, left})
+        for (int i = 0; i < 3; ++i) inserted(*context, "Author", {{"name", "a" + std::to_string(i)}});
+    ASSERT_TRUE(saves(*root));
+    left->performBlockAndWait([&] {
+        Ref<NSError> failed;
+        authors[left] = left->executeFetchRequest(*make<NSFetchRequest>("Author"), failed);
+        for (int i = 0; i < 400; ++i) insertBook(left);
+    });
+    ASSERT_EQ(authors[left].size(), 9u);
+    reader = childOf(left); // to whom it shows them
+    std::ptrdiff_t all = 0;
+    for (int step = 0; step < 60; ++step) {
+        if (step == 20) {
+            ASSERT_TRUE(saves(*main));
+        }
+        if (step == 25 || step == 45) {
+            ASSERT_TRUE(saves(*root));
+        }
+        if (step == 40) {
+            ASSERT_TRUE(saves(*left)); // and changes again what was saved
+        }
+        left->performBlockAndWait([&] {
+            for (int count = step == 41 ? 300 : some(6); count > 0; --count) disturb(left);
+        });
+        left->performBlockAndWait([&] {
+            Value const author(any(authors[left])), other(any(authors[left]));
+            auto const few = counted("year", NSPredicateOperatorType::GreaterThan, 5, left->queue());
+            auto const request = make<NSFetchRequest>("Book");
+            auto const linked = some(2) == 0 ? where("author == %@", author) : where("author IN %@", Value(List{author, other}));
+            request->setPredicate(NSCompoundPredicate::andPredicateWithSubpredicates({linked, few}));
+            Ref<NSError> failed;
+            auto const found = keysOf(left->fetchObjects(*request, failed));
+            EXPECT_LT(few->asked, 200);
+            ASSERT_EQ(found, plain(*request, left)) << step;
+            all += std::ranges::count(found, ' ');
+        });
+        if (HasFatalFailure()) return;
+    }
+    EXPECT_GT(all, 600);
 }
 
 } // namespace Tessarin::tests

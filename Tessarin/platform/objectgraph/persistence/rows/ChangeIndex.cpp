@@ -61,6 +61,11 @@ std::vector<std::uint32_t> ChangeIndex::find(std::span<RecordChange const> chang
     return placesOf(entriesWith(changes, relationship, valueHash(key)));
 }
 
+std::size_t ChangeIndex::count(std::span<RecordChange const> changes, NSRelationshipDescription const& relationship,
+                               RecordKey key) const {
+    return entriesWith(changes, relationship, valueHash(key)).size();
+}
+
 std::span<ChangeIndex::Entry const> ChangeIndex::entriesWith(std::span<RecordChange const> changes,
                                                              NSPropertyDescription const& property, std::uint64_t hash) const {
     return std::ranges::equal_range(entriesOf(changes, property), hash, {}, &Entry::hash);

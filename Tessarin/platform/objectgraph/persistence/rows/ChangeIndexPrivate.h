@@ -36,6 +36,7 @@ public:
     /// The places where a to-one relationship leads to the record of that key.
     std::vector<std::uint32_t> find(std::span<RecordChange const> changes, NSRelationshipDescription const& relationship,
                                     RecordKey key) const;
+    std::size_t count(std::span<RecordChange const> changes, NSRelationshipDescription const& relationship, RecordKey key) const;
 
     /// The same for the values of a constraint, and exactly those.
     std::span<std::uint32_t const> find(std::span<RecordChange const> changes, UniqueConstraint const& constraint,

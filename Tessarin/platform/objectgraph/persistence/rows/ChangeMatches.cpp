@@ -14,7 +14,8 @@ constexpr std::size_t most = 4; // that are remembered: with each key of a searc
 /// Hands on where the condition may be fulfilled, until `look` gives false.
 bool eachPlace(std::span<RecordChange const> changes, ChangeIndex const& index, ChangeQuestion const& question,
                FunctionRef<bool(std::uint32_t)> look) {
-    if (auto const* relationship = question.link.relationship)
+    auto const* relationship = question.link.relationship;
+    if (relationship && !(question.equal && index.count(changes, *question.equal, question.equalTo) <= ChangeQuestion::few))
         return std::ranges::all_of(question.link.keys, [&](RecordKey key) {
             return std::ranges::all_of(index.find(changes, *relationship, key), look);
         });

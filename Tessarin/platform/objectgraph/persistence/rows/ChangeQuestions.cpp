@@ -2,6 +2,7 @@
 
 #include "Tessarin/platform/foundation/predicates/NSSortDescriptor.h"
 #include "Tessarin/platform/objectgraph/model/NSEntityDescription.h"
+#include "Tessarin/platform/objectgraph/model/NSRelationshipDescription.h"
 
 #include <algorithm>
 #include <utility>
@@ -14,24 +15,28 @@ constexpr std::uint32_t patience = 16; // sets that were made ready in vain
 
 } // namespace
 
-NSEntityDescription const& ChangeQuestion::tree() const { return *(equal ? equal->entity() : entity)->rootEntity(); }
+NSEntityDescription const& ChangeQuestion::tree() const {
+    return *(entity ? entity : equal ? equal->entity() : link.relationship->entity())->rootEntity();
+}
 
 bool ChangeQuestion::isAlike(ChangeQuestion const& other) const {
-    return equal == other.equal && entity == other.entity && (count == 0) == (other.count == 0) && equalTo == other.equalTo &&
-           Tessarin::equal(condition, other.condition) &&
+    return equal == other.equal && link.relationship == other.link.relationship && entity == other.entity &&
+           (count == 0) == (other.count == 0) && equalTo == other.equalTo && Tessarin::equal(condition, other.condition) &&
            std::ranges::equal(order, other.order, [](auto const& x, auto const& y) { return x == y || x->isEqual(*y); });
 }
 
-/// Another time it may be another value, and the store knows other words by then. A look-up without an order is served by the value.
+/// Another time it may be another value, and the store knows other words by then. A look-up without an order is served by the
+/// index.
 void ChangeQuestions::note(ChangeQuestion const& question) {
     std::lock_guard const hold(mutex_);
-    if (question.equal) {
-        ChangeQuestion anyValue;
-        anyValue.equal = question.equal;
-        noteAlike(anyValue);
+    if (question.equal || question.link.relationship) {
+        ChangeQuestion index;
+        index.equal = question.equal;
+        index.link.relationship = question.link.relationship;
+        noteAlike(index);
     }
-    bool const isLookUp = question.equal && question.order.empty();
-    if (question.entity && !isLookUp) noteAlike(question);
+    bool const isLookUp = (question.equal || question.link.relationship) && question.order.empty();
+    if (!isLookUp) noteAlike(question);
 }
 
 void ChangeQuestions::noteAlike(ChangeQuestion const& question) {

@@ -1,6 +1,7 @@
 #include "Tessarin/platform/objectgraph/persistence/rows/ChangeSetPrivate.h"
 
 #include "Tessarin/platform/objectgraph/model/NSManagedObjectModel.h"
+#include "Tessarin/platform/objectgraph/model/NSRelationshipDescription.h"
 #include "Tessarin/platform/queues/Queue.h"
 
 #include <algorithm>
@@ -131,20 +132,31 @@ std::vector<RecordChange const*> ChangeSet::first(ChangeQuestion const& question
 
 bool ChangeSet::isReadyFor(ChangeQuestion const& question) const {
     if (changesOf(question.tree()).size() < fewest) return true;
-    if (question.equal && !index_.knows(*question.equal)) return false;
+    if (!hasIndexFor(question)) return false;
     if (!isLongToAsk(question)) return true;
     return isOfFirst(question) ? order_.knows(question) : !question.condition || matches_.knows(question);
 }
 
-/// Beyond what the index says: few with a value are looked at quickly.
+bool ChangeSet::hasIndexFor(ChangeQuestion const& question) const {
+    auto const* relationship = question.link.relationship;
+    return (!question.equal || index_.knows(*question.equal)) && (!relationship || index_.knows(*relationship));
+}
+
+/// Beyond what the index says: few with a value, or a link, are looked at quickly.
 bool ChangeSet::isLongToAsk(ChangeQuestion const& question) const {
-    return question.entity &&
-           (!question.equal || countWith(question.tree(), *question.equal, question.equalTo) > ChangeQuestion::fewEqual);
+    if (!question.entity) return false;
+    auto const changes = changesOf(question.tree());
+    if (question.equal && index_.count(changes, *question.equal, question.equalTo) <= ChangeQuestion::few) return false;
+    if (!question.link.relationship) return true;
+    std::size_t linked = 0;
+    for (auto const key : question.link.keys) linked += index_.count(changes, *question.link.relationship, key);
+    return linked > ChangeQuestion::few;
 }
 
 void ChangeSet::makeReadyFor(ChangeQuestion const& question, std::atomic<bool> const* isGivenUp) const {
     if (isReadyFor(question)) return;
     if (question.equal) index_.prepare(changesOf(question.tree()), *question.equal);
+    if (question.link.relationship) index_.prepare(changesOf(question.tree()), *question.link.relationship);
     if (!isLongToAsk(question)) return;
     auto const matches = [&] { return matches_.find(changesOf(question.tree()), index_, question, isGivenUp); };
     if (isOfFirst(question))

@@ -121,6 +121,7 @@ public:
     std::uint64_t number() const noexcept { return number_; }
 
 private:
+    bool hasIndexFor(ChangeQuestion const& question) const;
     bool isLongToAsk(ChangeQuestion const& question) const;
 
     Ref<RowSpace> space_;

@@ -40,13 +40,29 @@ bool isOfRow(NSPredicate const& predicate, NSEntityDescription const& entity) {
 /// The to-one relationship of which a comparison says where it leads; null when it says something else.
 NSRelationshipDescription const* comparedLink(NSComparisonPredicate const& comparison, NSEntityDescription const& entity) {
     auto const& left = *comparison.leftExpression();
-    bool const isEquality = comparison.predicateOperatorType() == NSPredicateOperatorType::EqualTo &&
+    auto const type = comparison.predicateOperatorType();
+    bool const isEquality = (type == NSPredicateOperatorType::EqualTo || type == NSPredicateOperatorType::In) &&
                             comparison.comparisonPredicateModifier() == NSComparisonPredicateModifier::Direct &&
                             left.expressionType() == NSExpressionType::KeyPath && !left.operand() &&
                             comparison.rightExpression()->expressionType() == NSExpressionType::ConstantValue;
     auto const* property = isEquality ? entity.propertyNamed(left.keyPath().text()) : nullptr;
     auto const* relationship = property && !property->isTransient() ? property->asRelationship() : nullptr;
     return relationship && !relationship->isToMany() ? relationship : nullptr;
+}
+
+/// The keys of all records that it may lead to; none where one of them is none.
+std::vector<RecordKey> linkedKeys(NSComparisonPredicate const& comparison,
+                                  FunctionRef<std::vector<RecordKey>(Value const&)> keysOf) {
+    auto const& constant = comparison.rightExpression()->constantValue();
+    if (comparison.predicateOperatorType() == NSPredicateOperatorType::EqualTo) return keysOf(constant);
+    std::vector<RecordKey> all;
+    auto const add = [&](Value const& member) {
+        auto const keys = keysOf(member);
+        all.insert(all.end(), keys.begin(), keys.end());
+        return !keys.empty();
+    };
+    bool const areRecords = std::ranges::all_of(constant.list(), add) && std::ranges::all_of(constant.set(), add);
+    return areRecords ? all : std::vector<RecordKey>();
 }
 
 RowCondition ofLink(NSComparisonPredicate const& comparison, NSRelationshipDescription const& relationship,
@@ -65,7 +81,7 @@ RowCondition rowConditionOf(Ref<NSPredicate> const& predicate, NSEntityDescripti
     if (isOfRow(*predicate, entity)) return {predicate, true, {}};
     if (auto const* comparison = predicate->asComparison())
         if (auto const* relationship = comparedLink(*comparison, entity))
-            if (auto keys = keysOf(comparison->rightExpression()->constantValue()); !keys.empty())
+            if (auto keys = linkedKeys(*comparison, keysOf); !keys.empty())
                 return ofLink(*comparison, *relationship, std::move(keys));
     auto const* compound = predicate->asCompound();
     if (!compound || compound->compoundPredicateType() != NSCompoundPredicateType::And) return {};

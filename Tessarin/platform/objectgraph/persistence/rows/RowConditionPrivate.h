@@ -6,14 +6,14 @@
 
 namespace Tessarin {
 
-/// A to-one relationship that leads to one record, by the keys that rows may know it by.
+/// A to-one relationship that leads to one of some records, by the keys that rows may know them by.
 struct RowLink {
     NSRelationshipDescription const* relationship = nullptr;
     std::vector<RecordKey> keys;
 };
 
 /// What of a predicate the rows of an entity can answer by themselves, on any thread: conditions on its stored attributes, and
-/// that a to-one relationship leads to a certain record.
+/// that a to-one relationship leads to a certain record, or to one of several.
 struct RowCondition {
     Ref<NSPredicate const> predicate; // for `RowEvaluation`; null: they can answer nothing of it
     bool isWhole = false;             // it is all of the predicate, not only some of the conditions that must all hold
