@@ -300,7 +300,7 @@ TEST_P(PendingFetches, AskFewOfTheManyThatTheContextItselfHasChanged) {
             auto const few = counted("year", NSPredicateOperatorType::GreaterThan, 5, left->queue());
             auto const request = make<NSFetchRequest>("Book");
             auto const linked = some(2) == 0 ? where("author == %@", author) : where("author IN %@", Value(List{author, other}));
-            request->setPredicate(NSCompoundPredicate::andPredicateWithSubpredicates({linked, few}));
+            request->setPredicate(NSCompoundPredicate::andPredicateWithSubpredicates({few, linked}));
             Ref<NSError> failed;
             auto const found = keysOf(left->fetchObjects(*request, failed));
             EXPECT_LT(few->asked, 200);
