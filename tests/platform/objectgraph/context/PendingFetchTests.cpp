@@ -283,15 +283,8 @@ TEST_P(PendingFetches, AskFewOfTheManyThatTheContextItselfHasChanged) {
     reader = childOf(left); // to whom it shows them
     std::ptrdiff_t all = 0;
     for (int step = 0; step < 60; ++step) {
-        if (step == 20) {
-            ASSERT_TRUE(saves(*main));
-        }
-        if (step == 25 || step == 45) {
-            ASSERT_TRUE(saves(*root));
-        }
-        if (step == 40) {
-            ASSERT_TRUE(saves(*left)); // and changes again what was saved
-        }
+        for (auto const& [at, context] : {std::pair{20, main}, {25, root}, {40, left}, {45, root}}) // then others change again
+            EXPECT_TRUE(step != at || saves(*context));
         left->performBlockAndWait([&] {
             for (int count = step == 41 ? 300 : some(6); count > 0; --count) disturb(left);
         });

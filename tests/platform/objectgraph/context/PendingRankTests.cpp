@@ -11,35 +11,34 @@ namespace {
 /// Counts of whom the values were asked.
 struct Shown : NSManagedObject {
     static inline std::atomic<int> count = 0;
-
-protected:
     void awakeFromFetch() override { ++count; }
 };
 
 using Context = Ref<NSManagedObjectContext>;
 
+Ref<NSManagedObjectModel> notesModel() {
+    return ModelBuilder()
+        .entity("Note", {.className = registerClass<Shown, NSManagedObject>().name()})
+        .attribute("title", NSAttributeType::String, {.fullText = true})
+        .attribute("text", NSAttributeType::String, {.fullText = true})
+        .attribute("kind", NSAttributeType::Integer16)
+        .build();
+}
+
 class PendingRanks : public testing::TestWithParam<char const*> {
 protected:
     TemporaryFolder folder;
-    Ref<NSManagedObjectModel> const model = ModelBuilder()
-                                                .entity("Note", {.className = registerClass<Shown, NSManagedObject>().name()})
-                                                .attribute("title", NSAttributeType::String, {.fullText = true})
-                                                .attribute("text", NSAttributeType::String, {.fullText = true})
-                                                .attribute("kind", NSAttributeType::Integer16)
-                                                .build();
-    Context const root = contextOver(coordinatorOver(model, GetParam(), folder.url("notes.db"))), main = childOf(root),
+    Context const root = contextOver(coordinatorOver(notesModel(), GetParam(), folder.url("notes.db"))), main = childOf(root),
                   left = childOf(main), right = childOf(main);
     std::minstd_rand random{11};
 
     int some(int most) { return static_cast<int>(random() % static_cast<unsigned>(most)); }
-    std::string words(int most) {
-        std::string text;
-        for (int count = some(most); count >= 0; --count) text += std::string(1, static_cast<char>('a' + some(6))) + "x ";
-        return text;
-    }
     void fill(NSManagedObject& note) {
-        note.setValueForKey(words(2), "title");
-        note.setValueForKey(words(12), "text");
+        for (auto const& [key, most] : {std::pair{"title", 2}, {"text", 12}}) {
+            std::string words;
+            for (int count = some(most); count >= 0; --count) words += std::string(1, static_cast<char>('a' + some(6))) + "x ";
+            note.setValueForKey(words, key);
+        }
         note.setValueForKey(some(4) == 0 ? some(3) : 7, "kind");
     }
     void insert(Context const& context, int count) {
@@ -48,43 +47,21 @@ protected:
         });
         ASSERT_TRUE(saves(*context));
     }
-    void disturb(std::initializer_list<Context> contexts) {
-        for (auto const& context : contexts)
-            context->performBlockAndWait([&] {
-                Ref<NSError> failed;
-                auto const notes = context->executeFetchRequest(*make<NSFetchRequest>("Note"), failed);
-                for (int count = some(6); count > 0; --count) {
-                    auto const& note = notes[static_cast<std::size_t>(some(static_cast<int>(notes.size())))];
-                    if (some(4) == 0)
-                        context->insertNewObject("Note")->setValueForKey(words(9), "text");
-                    else if (!note->isDeleted())
-                        some(4) == 0 ? context->deleteObject(*note) : fill(*note);
-                }
-                context->setMergePolicy(NSMergeByPropertyObjectTrumpMergePolicy());
-                if (some(2) == 0) context->save(failed);
-                EXPECT_FALSE(failed) << failed->description();
-            });
-    }
-    Ref<NSFetchRequest> someRequest() {
-        static char const* const formats[] = {"{title, text} FINDS 'a'", "text FINDS 'bx c'",
-                                              "{title, text} FINDS 'ax' AND kind == 7",
-                                              "kind == 7 AND text FINDS 'd' AND title FINDS 'e'"};
-        auto const request = make<NSFetchRequest>("Note");
-        request->setPredicate(where(formats[some(4)]));
-        auto const rank = searchRank();
-        std::vector<Ref<NSSortDescriptor>> const orders[] = {
-            {rank}, {rank->reversedSortDescriptor(), by("title")}, {by("kind"), rank}};
-        request->setSortDescriptors(orders[some(3)]);
-        if (some(4) == 0) { // by a value that most have
-            request->setPredicate(where(some(2) == 0 ? "kind == 7" : "title > 'b' AND kind == 7"));
-            request->setSortDescriptors({by("text")});
-        }
-        return request;
+    void disturb(Context const& context) {
+        context->setMergePolicy(NSMergeByPropertyObjectTrumpMergePolicy());
+        auto const notes = fetched(*context, "Note");
+        context->performBlockAndWait([&] {
+            for (int count = some(6); count > 0; --count) {
+                auto const& note = notes[static_cast<std::size_t>(some(static_cast<int>(notes.size())))];
+                if (!note->isDeleted()) some(5) == 0 ? context->deleteObject(*note) : fill(*note);
+                fill(*context->insertNewObject("Note"));
+            }
+        });
+        EXPECT_TRUE(some(2) == 0 || saves(*context));
     }
     static std::string keysOf(auto const& found, std::size_t offset = 0, std::size_t count = SIZE_MAX) {
         std::string keys;
-        for (std::size_t at = offset; at < found.size() && count-- > 0; ++at)
-            keys += std::to_string(found[at]->recordKey()) + " ";
+        for (auto at = offset; at < found.size() && count-- > 0; ++at) keys += std::to_string(found[at]->recordKey()) + " ";
         return keys;
     }
 };
@@ -93,35 +70,37 @@ INSTANTIATE_TEST_SUITE_P(Stores, PendingRanks, bothStores, storeName);
 } // namespace
 
 TEST_P(PendingRanks, AreThoseOfALookAtEachRecord) {
+    struct {
+        char const* format;
+        std::vector<Ref<NSSortDescriptor>> order;
+    } const rows[] = {{"{title, text} FINDS 'a'", {searchRank()}},
+                      {"text FINDS 'bx c'", {searchRank()->reversedSortDescriptor(), by("title")}},
+                      {"kind == 7 AND text FINDS 'd' AND title FINDS 'e'", {by("kind"), searchRank()}},
+                      {"{title, text} FINDS 'ax b' AND kind == 7", {searchRank(), by("kind")}},
+                      {"title > 'b' AND kind == 7", {by("text")}}};
     insert(root, 60);
     insert(left, 150);
-    for (int step = 0; step < 40; ++step) {
-        disturb({left, right, main});
-        if (step % 8 == 7) {
-            ASSERT_TRUE(saves(*root));
-        }
-        auto const request = someRequest();
-        std::size_t const offset = some(3) == 0 ? static_cast<std::size_t>(some(4)) : 0,
-                          limit = static_cast<std::size_t>(1 + some(9));
-        std::promise<std::pair<std::string, std::string>> delivered;
+    for (int step = 0; step < 60; ++step) {
+        for (auto const& context : {left, right, main}) disturb(context);
+        EXPECT_TRUE(step % 8 != 7 || saves(*root));
+        auto const& [format, order] = rows[some(5)];
+        auto const offset = static_cast<std::size_t>(std::max(0, some(12) - 8)), limit = static_cast<std::size_t>(1 + some(9));
         auto const asker = some(3) == 0 ? main : childOf(main);
+        auto const wanted = keysOf(fetched(*asker, "Note", where(format), order), offset, limit); // all are ranked as objects
+        ASSERT_EQ(keysOf(fetched(*asker, "Note", where(format), order, limit, offset)), wanted) << step << ": " << format;
+        auto const request = make<NSFetchRequest>("Note");
+        request->setPredicate(where(format));
+        request->setSortDescriptors(order);
+        request->setFetchLimit(limit);
+        std::promise<std::pair<std::string, std::string>> delivered;
         asker->performBlockAndWait([&] {
-            Ref<NSError> failed;
-            auto const wanted = keysOf(asker->executeFetchRequest(*request, failed), offset, limit); // all are ranked as objects
-            request->setFetchOffset(offset);
-            request->setFetchLimit(limit);
-            ASSERT_EQ(keysOf(asker->executeFetchRequest(*request, failed)), wanted) << step << ": " << request->description();
-            EXPECT_EQ(asker->countForFetchRequest(*request, failed), std::ranges::count(wanted, ' '));
-            asker->fetchAsync(*request, [&](FetchedObjects list, Ref<NSError> const& error) {
-                EXPECT_FALSE(error);
-                Ref<NSError> none;
-                delivered.set_value({keysOf(list), keysOf(asker->executeFetchRequest(*request, none))});
+            asker->fetchAsync(*request, [&](FetchedObjects list, Ref<NSError> const&) {
+                delivered.set_value({keysOf(list), keysOf(fetched(*asker, "Note", where(format), order, limit))});
             });
-            if (asker != main) disturb({left, right}); // before it is delivered
+            if (asker != main) disturb(left); // before it is delivered
         });
-        if (HasFatalFailure()) return;
         auto const [list, now] = delivered.get_future().get();
-        ASSERT_EQ(list, now) << step << ": " << request->description();
+        ASSERT_EQ(list, now) << step << ": " << format;
     }
 }
 
@@ -149,13 +128,9 @@ TEST_P(PendingRanks, MakeObjectsOfTheFirstAloneAndCountNoWordsOnTheQueueThatAsks
         EXPECT_LT(condition->asked, 100);
         EXPECT_GT(condition->askedElsewhere, 1000);
         EXPECT_LT(Shown::count, 100);
-        main->performBlockAndWait([&] {
-            Ref<NSError> failed;
-            EXPECT_EQ(keysOf(main->executeFetchRequest(*request, failed)), list);
-            EXPECT_LT(Shown::count, 200);
-            request->setFetchLimit(0);
-            EXPECT_EQ(keysOf(main->executeFetchRequest(*request, failed), 0, 10), list);
-        });
+        EXPECT_EQ(keysOf(fetched(*main, "Note", condition, {order}, 10)), list);
+        EXPECT_LT(Shown::count, 200);
+        EXPECT_EQ(keysOf(fetched(*main, "Note", condition, {order}), 0, 10), list);
     }
 }
 

@@ -59,8 +59,8 @@ public:
             request->setSortDescriptors({by("title")});
             bool const hasSections = !options.sectionKeyPath.empty();
             list = make<LiveList>(context, request, std::move(options));
-            connection = list->observe(
-                [this, hasSections](LiveChanges const& changes) { told.push_back(textOf(changes, hasSections)); });
+            connection =
+                list->observe([this, hasSections](LiveChanges const& changes) { told.push_back(textOf(changes, hasSections)); });
         });
     }
     /// "1900:AB 1950:C"; without sections the titles alone.
@@ -105,20 +105,11 @@ TEST_P(LiveListTest, TellsStepsThatApplyOneAfterTheOther) {
         char const *edits, *steps, *shown;
     };
     static constexpr Row rows[] = {
-        {"+A", "+0", "ABDFH"},
-        {"+E +C", "+1 +3", "BCDEFH"},
-        {"+Z +X +Y", "+4x3", "BDFHXYZ"},
-        {"-F -D", "-1x2", "BH"},
-        {"-B -H", "-3 -0", "DF"},
-        {"F~1901 D~1902", "~1x2", "BDFH"},
-        {"D=Z", "1>3 ~3", "BFHZ"},
-        {"D=E", "~1", "BEFH"},
-        {"-B D=Z +A H~1901", "-0 0>2 +0 ~2x2", "AFHZ"},
-        {"D~1950", "-1", "BFH"},
-        {"D~1950 D~1949", "~1", "BDFH"},
-        {"+A -A", "", "BDFH"},
-        {"+A A~1960", "", "BDFH"},
-        {"B=A A=B", "~0", "BDFH"},
+        {"+A", "+0", "ABDFH"},     {"+E +C", "+1 +3", "BCDEFH"},    {"+Z +X +Y", "+4x3", "BDFHXYZ"},
+        {"-F -D", "-1x2", "BH"},   {"-B -H", "-3 -0", "DF"},        {"F~1901 D~1902", "~1x2", "BDFH"},
+        {"D=Z", "1>3 ~3", "BFHZ"}, {"D=E", "~1", "BEFH"},           {"-B D=Z +A H~1901", "-0 0>2 +0 ~2x2", "AFHZ"},
+        {"D~1950", "-1", "BFH"},   {"D~1950 D~1949", "~1", "BDFH"}, {"+A -A", "", "BDFH"},
+        {"+A A~1960", "", "BDFH"}, {"B=A A=B", "~0", "BDFH"},
     };
     for (auto const& [edits, steps, shown] : rows) expectTurn(watched, edits, steps, shown);
 }
@@ -215,6 +206,28 @@ TEST_P(LiveListTest, WhoeverIsToldMayChangeObjectsAndComeAndGo) {
     root->performBlockAndWait([&] { edit(*root, "+D"); });
     EXPECT_EQ(first.told.size(), 3u);
     EXPECT_EQ(first.text(), "ABCD");
+}
+
+TEST_P(LiveListTest, LearnsOfADeletionBySomebodyWhoDidNotKnowOfTheManyUnsavedLinks) {
+    auto const zoe = inserted(*root, "Author", {{"name", "Zoe"}}), ann = inserted(*root, "Author", {{"name", "Ann"}});
+    ASSERT_TRUE(saves(*root));
+    auto const worker = library.worker();
+    worker->performBlockAndWait([&] { worker->deleteObject(*worker->objectWithID(*zoe->objectID())); });
+    inserted(*root, "Book", {{"title", "hers"}, {"author", Value(ann)}});
+    for (int i = 0; i < 100; ++i) inserted(*root, "Book", {{"author", Value(zoe)}});
+    auto const request = make<NSFetchRequest>("Book");
+    request->setSortDescriptors({by("author.name")});
+    Ref<LiveList> list;
+    auto const hers = [&](std::size_t at) {
+        std::string title;
+        root->performBlockAndWait([&] { title = (*list)[at]->valueForKey("title").text(); });
+        return title == "hers";
+    };
+    root->performBlockAndWait([&] { list = make<LiveList>(root, request); });
+    EXPECT_TRUE(hers(0));
+    ASSERT_TRUE(saves(*worker));
+    root->performBlockAndWait([&] { list->finish(); });
+    EXPECT_TRUE(hers(100)) << "behind those of nobody";
 }
 
 TEST_P(LiveListTest, OutlivesItsContext) {
