@@ -16,9 +16,9 @@ class NSPropertyDescription;
 class NSRelationshipDescription;
 class Value;
 
-/// Finds a context's objects by the value of an attribute, or by whom they lead to: an import that looks up what it has made so far would otherwise look
-/// at all of that each time. A property is entered when it is asked for first, and kept up from then on; entries that are
-/// out of date are noticed where they are met. Objects whose values were never asked for are not known.
+/// Finds a context's objects by the value of an attribute, or by whom they lead to: an import that looks up what it has made so
+/// far would otherwise look at all of that each time. A property is entered when it is asked for first, and kept up from then on;
+/// entries that are out of date are noticed where they are met. Objects whose values were never asked for are not known.
 class ValuesInMemory {
 public:
     /// The objects whose attribute has this value, and perhaps a few others; absent for types and values that are not looked up

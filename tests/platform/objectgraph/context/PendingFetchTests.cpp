@@ -99,7 +99,7 @@ protected:
         Value const two(asker.objectWithID(*authors[right].front()->objectID())->objectID());
         Ref<NSPredicate> const withObjects[] = {where("SELF IN %@", Value(named)), where("SELF IN %@ AND year > 9", Value(named)),
                                                 where("author == %@", author), where("author == %@ AND year > 6", author),
-                                                where("author IN %@ AND year < 25", Value(List{author, two}))};
+                                                where("author IN %@ AND year < 25", Value(List{author, two, author}))};
         static std::vector<std::vector<Ref<NSSortDescriptor>>> const orders = {
             {}, {by("title")}, {by("year", {.ascending = false}), by("title")}, {by("author.name"), by("title")}};
         auto const request = make<NSFetchRequest>(some(6) == 0 ? "Novel" : "Book");

@@ -13,7 +13,8 @@ class SearchRanking;
 struct RankedSearch;
 
 /// What is asked of the records that a change set inserts and updates: those of an entity (with its sub-entities) that fulfil a
-/// condition, perhaps only the first ones in an order. Without an entity for nothing but what an index says of an attribute or a link.
+/// condition, perhaps only the first ones in an order. Without an entity for nothing but what an index says of an attribute or a
+/// link.
 struct ChangeQuestion {
     NSAttributeDescription const* equal = nullptr; // that the condition asks for, too
     Value equalTo;

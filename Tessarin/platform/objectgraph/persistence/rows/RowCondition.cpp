@@ -62,7 +62,10 @@ std::vector<RecordKey> linkedKeys(NSComparisonPredicate const& comparison,
         return !keys.empty();
     };
     bool const areRecords = std::ranges::all_of(constant.list(), add) && std::ranges::all_of(constant.set(), add);
-    return areRecords ? all : std::vector<RecordKey>();
+    if (!areRecords) return {};
+    std::ranges::sort(all); // each once
+    all.erase(std::ranges::unique(all).begin(), all.end());
+    return all;
 }
 
 RowCondition ofLink(NSComparisonPredicate const& comparison, NSRelationshipDescription const& relationship,
