@@ -253,6 +253,10 @@ TEST_P(PendingFetches, LookAtFewRecordsOnTheQueueThatAsks) {
             });
             EXPECT_EQ(found.get_future().get(), "") << isLinked << grows;
         }
+    auto const last = [&](Ref<NSPredicate> const& linked) {
+        return keysOf(fetched(*main, "Book", linked, {by("title", {.ascending = false})}, 20));
+    };
+    EXPECT_EQ(last(where("author IN %@", Value(List{mine, mine, mine, mine}))), last(where("author == %@", mine)));
     main->performBlockAndWait([&] {
         auto const few = beginning("t");
         Ref<NSError> failed;
