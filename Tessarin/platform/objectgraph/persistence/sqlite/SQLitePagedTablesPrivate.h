@@ -36,6 +36,9 @@ public:
     };
     /// Null where SQLite has to read it.
     Table* find(std::string const& name);
+    /// The same for who looks up a few records by their keys: null for a connection's first times, too. What must be known of a table
+    /// beforehand costs as much as a few statements.
+    Table* findForFew(std::string const& name) { return lookUps_++ < firstLookUps ? nullptr : find(name); }
     /// Its pages are not what they should be: until the transaction ends.
     void avoid(Table& table) const noexcept { table.avoided_ = transaction_; }
     /// Frees pages, when many were looked at: between look-ups.
@@ -44,6 +47,8 @@ public:
     void forget() noexcept;
 
 private:
+    static constexpr std::uint64_t firstLookUps = 8;
+
     bool seesPages();
     std::unique_ptr<Table> looked(std::string const& name);
     void addIndexes(std::string const& plainName, Table& table);
@@ -53,6 +58,7 @@ private:
     std::uint64_t transaction_ = 1;
     std::optional<bool> seesPages_; // in this one, once it is known
     std::uint32_t schemaVersion_ = 0;
+    std::uint64_t lookUps_ = 0;
     std::map<std::string, std::unique_ptr<Table>> tables_; // those that were asked for; null where SQLite has to
 };
 

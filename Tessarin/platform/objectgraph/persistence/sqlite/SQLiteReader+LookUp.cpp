@@ -57,7 +57,7 @@ bool SQLiteReader::lookUp(StoreQuery const& query, SQLiteKnownRequests::Known co
 
 bool SQLiteReader::lookUp(SQLiteRowDecoder& decoder, std::string const& table, std::span<RecordKey const> keys,
                           std::vector<RowRef>& rows) {
-    auto* const paged = paged_.find(table);
+    auto* const paged = paged_.findForFew(table);
     auto const places = paged ? paged->placesFor(decoder) : std::span<std::size_t const>();
     if (places.empty()) return false;
     for (auto const key : keys) {
