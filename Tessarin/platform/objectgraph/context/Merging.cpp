@@ -44,6 +44,7 @@ void mergeDeletion(ContextState& context, NSManagedObject& object, Winner winner
             if (!relationship->isToMany()) keepLinkUnsaved(context, object, *relationship);
         return;
     }
+    letGoOfGone(context, object);
     dropChanges(context, object);
     if (context.recorder) context.recorder->noteLoss(object);
     context.link->remove(object, state.key);
@@ -175,7 +176,10 @@ void merge(ContextState& context, NSManagedObject& object, RecordChange const& c
         context.values.note(object);
         noteUnshown(context, object);
     }
-    for (auto const& each : change.relationships) forgetMembers(GraphAccess::state(object), each.relationship->index());
+    for (auto const& each : change.relationships) {
+        if (object.isDeleted()) cutNewLinks(context, object, each);
+        forgetMembers(GraphAccess::state(object), each.relationship->index());
+    }
 }
 
 /// Loaded to-many relationships that may hold, or lack, a record whose row does not say how it changed.

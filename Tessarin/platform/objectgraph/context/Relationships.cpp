@@ -240,6 +240,58 @@ void keepLinkUnsaved(ContextState& context, NSManagedObject& object, NSRelations
     markChanged(*owner, changeOf(*owner));
 }
 
+namespace {
+
+/// Within a merge: nothing is read for it, and it is nobody's step.
+void letGoOfMember(ContextState& context, RecordKey ownerKey, NSRelationshipDescription const& toMany, RecordKey member) {
+    auto const owner = ownerKey == 0 ? nullptr : context.link->find(ownerKey);
+    if (!owner) return;
+    auto& state = GraphAccess::state(*owner);
+    updateKeys(state);
+    auto* members = state.extras ? state.extras->find(toMany.index()) : nullptr;
+    if (!members) return;
+    members->members.remove(member);
+    members->removed.remove(member);
+    if (members->added.remove(member)) noteUnshownLink(*owner, toMany, member, false);
+}
+
+} // namespace
+
+void letGoOfGone(ContextState& context, NSManagedObject& object) {
+    auto& state = GraphAccess::state(object);
+    updateKeys(state);
+    for (auto const* relationship : object.entity().relationships()) {
+        auto const* inverse = relationship->inverseRelationship();
+        if (!inverse || !inverse->isToMany() || !relationship->isReciprocal()) continue;
+        auto const letGo = [&](RecordKey owner) { letGoOfMember(context, owner, *inverse, state.key); };
+        if (!relationship->isToMany()) {
+            letGo(readReferenceOf(state, *relationship));
+            auto const* value = state.extras ? state.extras->value(relationship->index()) : nullptr;
+            if (value) letGo(value->integer());
+            continue;
+        }
+        auto const* members = state.extras ? state.extras->find(relationship->index()) : nullptr;
+        if (!members) continue;
+        auto const known = *members; // the record may have been its own member
+        for (auto const* keys : {&known.members, &known.added})
+            for (auto const key : keys->keys()) letGo(key);
+    }
+}
+
+void cutNewLinks(ContextState& context, NSManagedObject& deleted, RelationshipChange const& change) {
+    auto const* inverse = change.relationship->inverseRelationship();
+    if (!inverse || !inverse->isToMany() || !change.relationship->isReciprocal()) return;
+    for (auto const key : change.added) {
+        auto const owner = context.link->find(context.link->current(key));
+        if (!owner || owner.get() == &deleted || GraphAccess::state(*owner).has(ObjectState::Deleted)) continue;
+        auto& members = toManyOf(*owner, *inverse);
+        if (!members.added.remove(deleted.recordKey())) members.removed.add(deleted.recordKey());
+        members.members.remove(deleted.recordKey());
+        noteUnshownLink(*owner, *inverse, deleted.recordKey(), false);
+        markChanged(*owner, changeOf(*owner));
+    }
+}
+
 void letGoAtOtherEnd(NSManagedObject& object, NSRelationshipDescription const& relationship, NSManagedObject& other) {
     if (auto const* inverse = relationship.inverseRelationship()) detachEnd(other, *inverse, object.recordKey());
 }

@@ -23,6 +23,10 @@ bool hasMember(NSManagedObject& owner, NSRelationshipDescription const& relation
 void letGoAtOtherEnd(NSManagedObject& object, NSRelationshipDescription const& relationship, NSManagedObject& other);
 /// The record was changed, or deleted, beneath a to-one that leads somewhere here: that is an unsaved link of both ends from now on.
 void keepLinkUnsaved(ContextState& context, NSManagedObject& object, NSRelationshipDescription const& relationship);
+/// Somebody else deleted the record, and knew only the links that it had there: those of this context let go of it, too.
+void letGoOfGone(ContextState& context, NSManagedObject& object);
+/// Somebody else linked an object that is deleted here: those new links go with it.
+void cutNewLinks(ContextState& context, NSManagedObject& deleted, RelationshipChange const& change);
 
 // One end alone, without a look at the other.
 void setReference(NSManagedObject& object, NSRelationshipDescription const& relationship, RecordKey key);

@@ -19,6 +19,7 @@ protected:
                                 : shown(*read[0], "title").description() + " " + shown(*read[0], "year").description();
     }
 
+    Objects held; // as old as they were read
     Ref<NSManagedObjectContext> const main = library.worker(), worker = childOf(main);
     Ref<NSManagedObject> const author = inserted(*root, "Author", {{"name", "Ann"}});
     Ref<NSManagedObject> const book = inserted(*root, "Book", {{"title", "A"}, {"year", 1}, {"author", Value(author)}});
@@ -199,6 +200,50 @@ TEST_P(WaitingChanges, LeaveListsWithWhatTheyLeadTo) {
         list = nullptr;
     });
     EXPECT_EQ(fetched(*main, "Book", where("author.name == 'Ann'")).size(), 0u);
+}
+
+// The child has deleted it before it was linked here, and so tells of no owner. Where it learns of the links in time, its own lists
+// and its deletion know better.
+TEST_P(WaitingChanges, LinkNothingToARecordThatAChildDeletes) {
+    auto const ben = inserted(*root, "Author", {{"name", "Ben"}}), tag = inserted(*root, "Tag", {{"name", "tag"}});
+    auto const related = inserted(*root, "Book", {{"title", "B"}});
+    ASSERT_TRUE(saves(*root));
+    auto const linked = [&](Ref<NSManagedObjectContext> const& context) {
+        std::string counts;
+        context->performBlockAndWait([&] {
+            auto const count = [&](auto const& object, char const* key) {
+                auto const here = context->objectWithID(*object->objectID());
+                held.push_back(here);
+                counts += std::to_string(here->mutableSetValueForKey(key).count());
+            };
+            count(ben, "books"), count(tag, "books"), count(related, "related");
+        });
+        return counts;
+    };
+    for (bool const isMerged : {false, true}) {
+        auto const mine = inserted(*root, "Book", {{"title", "goes"}});
+        ASSERT_TRUE(saves(*root));
+        ASSERT_EQ(linked(main) + linked(worker), "000000");
+        worker->performBlockAndWait([&] { worker->deleteObject(*worker->objectWithID(*mine->objectID())); });
+        main->performBlockAndWait([&] {
+            auto const here = main->objectWithID(*mine->objectID());
+            here->setValueForKey(Value(main->objectWithID(*ben->objectID())), "author");
+            here->mutableSetValueForKey("tags").addObject(main->objectWithID(*tag->objectID()));
+            here->mutableSetValueForKey("related").addObject(main->objectWithID(*related->objectID()));
+        });
+        ASSERT_EQ(linked(main), "111");
+        auto const telling = listening(main, NSManagedObjectContextDidSaveNotification, [&](auto const& note) {
+            if (isMerged) worker->performBlockAndWait([&] { worker->mergeChangesFromContextDidSaveNotification(*note); });
+        });
+        if (isMerged) {
+            for (auto const& context : {main, root}) ASSERT_TRUE(saves(*context));
+            EXPECT_EQ(linked(worker), "000") << "it is deleted here";
+        }
+        ASSERT_TRUE(saves(*worker));
+        EXPECT_EQ(linked(main), "000");
+        for (auto const& context : {main, root}) ASSERT_TRUE(saves(*context));
+        for (auto const& context : {worker, main, root}) EXPECT_EQ(linked(context), "000") << isMerged;
+    }
 }
 
 } // namespace Tessarin::tests
