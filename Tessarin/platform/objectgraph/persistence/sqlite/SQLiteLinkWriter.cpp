@@ -6,9 +6,14 @@
 #include <fmt/format.h>
 
 namespace Tessarin {
+namespace {
 
-SQLiteLinkWriter::SQLiteLinkWriter(SQLite::Connection& connection, SQLiteSchema const& schema)
-    : connection_(connection), schema_(schema), tables_(schema.links().size()) {}
+constexpr std::size_t few = 8; // links that are bound one by one
+
+} // namespace
+
+SQLiteLinkWriter::SQLiteLinkWriter(SQLite::GivenRows& given, SQLite::Connection& connection, SQLiteSchema const& schema)
+    : given_(given), connection_(connection), schema_(schema), tables_(schema.links().size()) {}
 
 void SQLiteLinkWriter::collect(RecordChange const& change) {
     for (auto const& relationship : change.relationships) {
@@ -57,13 +62,21 @@ void SQLiteLinkWriter::writeRemoved(std::size_t at) {
 
 // Sorted, so that they go into the table one behind another. A link that is there already was made by another process.
 void SQLiteLinkWriter::writeAdded(std::size_t at) {
-    auto& [added, removed, ordered, insert] = tables_[at];
+    auto& [added, removed, ordered, insert, given] = tables_[at];
     if (added.empty()) return;
     auto const place = [](Added const& link) { return std::pair(link.owner, link.member); };
     if (!std::ranges::is_sorted(added, {}, place)) std::ranges::sort(added, {}, place);
-    if (!insert)
-        insert = std::make_unique<SQLite::Statement>(
-            connection_, fmt::format("INSERT OR IGNORE INTO {} (owner, member) VALUES (?, ?)", schema_.links()[at].table));
+    auto const insertion = fmt::format("INSERT OR IGNORE INTO {} (owner, member) ", schema_.links()[at].table);
+    if (added.size() >= few) {
+        if (!given)
+            given =
+                std::make_unique<SQLite::Statement>(connection_, insertion + "SELECT c0, c1 FROM " + SQLite::GivenRows::table);
+        given_.run(*given, added.size(), [&](std::size_t link, std::size_t column, SQLite::GivenRows::Cell cell) {
+            cell.give(column == 0 ? added[link].owner : added[link].member);
+        });
+        return;
+    }
+    if (!insert) insert = std::make_unique<SQLite::Statement>(connection_, insertion + "VALUES (?, ?)");
     for (auto const& link : added) {
         insert->bind(1, link.owner);
         insert->bind(2, link.member);
@@ -114,8 +127,8 @@ void SQLiteLinkWriter::removeAllOf(NSEntityDescription const& rootEntity, std::s
 void SQLiteLinkWriter::removeAllOf(NSEntityDescription const& rootEntity) {
     for (auto const& link : schema_.links()) {
         auto const& relationship = *link.relationship;
-        bool const isOfIt = relationship.entity()->rootEntity() == &rootEntity ||
-                            relationship.destinationEntity()->rootEntity() == &rootEntity;
+        bool const isOfIt =
+            relationship.entity()->rootEntity() == &rootEntity || relationship.destinationEntity()->rootEntity() == &rootEntity;
         if (link.isWrittenHere && isOfIt) connection_.execute("DELETE FROM " + link.table);
     }
 }

@@ -2,7 +2,7 @@
 #include "Tessarin/platform/objectgraph/persistence/rows/ChangeSetPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/rows/OrderPositionsPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteSchemaPrivate.h"
-#include "Tessarin/platform/sqlite/Connection.h"
+#include "Tessarin/platform/sqlite/GivenRows.h"
 #include <memory>
 
 namespace Tessarin {
@@ -11,7 +11,7 @@ namespace Tessarin {
 /// are written with their records. Each link is written once, from one of its two sides.
 class TESSARIN_API SQLiteLinkWriter {
 public:
-    SQLiteLinkWriter(SQLite::Connection& connection, SQLiteSchema const& schema);
+    SQLiteLinkWriter(SQLite::GivenRows& given, SQLite::Connection& connection, SQLiteSchema const& schema);
 
     /// Takes note of a record's changes, for `write`.
     void collect(RecordChange const& change);
@@ -38,13 +38,14 @@ private:
         std::vector<Added> added;
         std::vector<std::pair<RecordKey, RecordKey>> removed;
         std::vector<Ordered> ordered;
-        std::unique_ptr<SQLite::Statement> insert;
+        std::unique_ptr<SQLite::Statement> insert, insertGiven;
     };
     void writeAdded(std::size_t link);
     void writeRemoved(std::size_t link);
     void writeOrder(std::size_t link);
     std::vector<OrderedMember> stored(SQLiteSchema::Link const& link, Ordered const& order);
 
+    SQLite::GivenRows& given_;
     SQLite::Connection& connection_;
     SQLiteSchema const& schema_;
     std::vector<Table> tables_; // by index of the schema's links

@@ -4,36 +4,60 @@
 
 namespace Tessarin {
 
-SQLiteRecordWriter::SQLiteRecordWriter(SQLite::Connection& connection, SQLiteSchema const& schema,
+SQLiteRecordWriter::SQLiteRecordWriter(SQLite::GivenRows& given, SQLite::Connection& connection, SQLiteSchema const& schema,
                                        NSEntityDescription const& entity)
-    : connection_(connection), schema_(schema), entity_(entity), layout_(schema.space().layoutOf(entity)) {
-    auto const& table = schema.tableOf(entity);
+    : given_(given), connection_(connection), schema_(schema), entity_(entity), layout_(schema.space().layoutOf(entity)) {}
+
+/// The values of key and version come first, then those of the cells.
+SQLiteRecordWriter::Insertion SQLiteRecordWriter::insertion(FunctionRef<std::string(std::size_t)> value) const {
+    auto const& table = schema_.tableOf(entity_);
     auto columns = std::string("id, version");
-    auto values = std::string("?1, ?2");
+    auto values = value(0) + ", " + value(1);
     if (table.hasEntityColumn) {
         columns += ", entity";
-        values += fmt::format(", {}", schema.numberOf(entity));
+        values += fmt::format(", {}", schema_.numberOf(entity_));
     }
     for (std::size_t cell = 0; cell < layout_.cells().size(); ++cell) {
-        columns += ", " + schema.columnOf(*layout_.cells()[cell].property);
-        values += fmt::format(", ?{}", cell + 3);
+        columns += ", " + schema_.columnOf(*layout_.cells()[cell].property);
+        values += ", " + value(cell + 2);
     }
-    insert_ = std::make_unique<SQLite::Statement>(connection,
-                                                  fmt::format("INSERT INTO {} ({}) VALUES ({})", table.name, columns, values));
+    return {fmt::format(" INTO {} ({}) ", table.name, columns), std::move(values)};
 }
 
 void bindCell(SQLite::Statement& statement, int at, Row const& row, std::size_t cell) {
-    if (!row.isPresent(cell)) return statement.bindNull(at);
-    switch (row.layout().cells()[cell].type) {
-    case CellType::Integer:
-    case CellType::Reference: return statement.bind(at, row.integer(cell));
-    case CellType::Real: return statement.bind(at, row.real(cell));
-    case CellType::Text: return statement.bind(at, row.text(cell));
-    case CellType::Bytes: return statement.bind(at, row.bytes(cell));
-    }
+    takeCell(row, cell, [&](auto value) {
+        if constexpr (std::is_null_pointer_v<decltype(value)>)
+            statement.bindNull(at);
+        else
+            statement.bind(at, value);
+    });
 }
 
-void SQLiteRecordWriter::insert(Row const& row) {
+/// Those that others would find half written are taken back with the transaction, so no statement need do so for itself.
+void SQLiteRecordWriter::insert(std::span<Row const* const> rows) {
+    static constexpr std::size_t few = 8;
+    if (rows.size() < few || layout_.cells().size() + 2 > SQLite::GivenRows::mostColumns) {
+        for (auto const* row : rows) insertOne(*row);
+        return;
+    }
+    if (!insertGiven_) {
+        auto const [into, values] = insertion(SQLite::GivenRows::column);
+        insertGiven_ = std::make_unique<SQLite::Statement>(
+            connection_, fmt::format("INSERT OR FAIL{}SELECT {} FROM {}", into, values, SQLite::GivenRows::table));
+    }
+    given_.run(*insertGiven_, rows.size(), [&](std::size_t at, std::size_t column, SQLite::GivenRows::Cell cell) {
+        auto const& row = *rows[at];
+        if (column == 0) return cell.give(row.key());
+        if (column == 1) return cell.give(std::int64_t{row.version()});
+        takeCell(row, column - 2, [&](auto value) { cell.give(value); });
+    });
+}
+
+void SQLiteRecordWriter::insertOne(Row const& row) {
+    if (!insert_) {
+        auto const [into, values] = insertion([](std::size_t at) { return "?" + std::to_string(at + 1); });
+        insert_ = std::make_unique<SQLite::Statement>(connection_, fmt::format("INSERT{}VALUES ({})", into, values));
+    }
     insert_->bind(1, row.key());
     insert_->bind(2, std::int64_t{row.version()});
     for (std::size_t cell = 0; cell < layout_.cells().size(); ++cell) bindCell(*insert_, static_cast<int>(cell) + 3, row, cell);

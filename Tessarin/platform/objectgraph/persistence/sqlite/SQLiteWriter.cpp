@@ -25,7 +25,8 @@ SQLiteWriter::SQLiteWriter(SQLiteSchema const& schema, SQLite::Connection& conne
     : schema_(schema),
       connection_(connection),
       reader_(schema, connection),
-      links_(connection, schema),
+      given_(connection),
+      links_(given_, connection, schema),
       dangling_(connection, schema, links_),
       history_(schema, connection, reader_, historyWriter),
       search_(connection, schema),
@@ -33,7 +34,7 @@ SQLiteWriter::SQLiteWriter(SQLiteSchema const& schema, SQLite::Connection& conne
 
 SQLiteRecordWriter& SQLiteWriter::writerOf(NSEntityDescription const& entity) {
     auto& writer = writers_[entity.index()];
-    if (!writer) writer = std::make_unique<SQLiteRecordWriter>(connection_, schema_, entity);
+    if (!writer) writer = std::make_unique<SQLiteRecordWriter>(given_, connection_, schema_, entity);
     return *writer;
 }
 
@@ -68,8 +69,7 @@ void SQLiteWriter::writeSet(ChangeSet const& set) {
     removeLinksOfThoseBack(set);
     writeDeletions(set);
     writeUpdates(set);
-    for (auto const& change : set.changes())
-        if (change.kind == Kind::Insert) insert(change);
+    insertAll(set);
     for (std::size_t at = 0; at < schema_.links().size(); ++at)
         if (links_.waiting(at) >= manyRows) dropIndexesOf(schema_.links()[at].table);
     links_.write();
@@ -87,17 +87,33 @@ void SQLiteWriter::removeLinksOfThoseBack(ChangeSet const& set) {
     }
 }
 
-void SQLiteWriter::insert(RecordChange const& change) {
-    static_cast<void>(versionFrom(change.after->key(), change.after->version())); // no other key is ever read again
+/// Those of one entity, which follow one another, at once.
+void SQLiteWriter::insertAll(ChangeSet const& set) {
+    NSEntityDescription const* entity = nullptr;
+    std::vector<Row const*> rows;
+    for (auto const& change : set.changes()) {
+        if (change.kind != Kind::Insert) continue;
+        static_cast<void>(versionFrom(change.after->key(), change.after->version())); // no other key is ever read again
+        if (change.entity != entity && entity) insert(*entity, std::exchange(rows, {}));
+        entity = change.entity;
+        rows.push_back(change.after.get());
+    }
+    if (entity) insert(*entity, rows);
+    for (auto const& change : set.changes()) {
+        if (change.kind != Kind::Insert) continue;
+        search_.insert(*change.after);
+        dangling_.note(change);
+        if (!change.relationships.empty()) links_.collect(change);
+    }
+}
+
+void SQLiteWriter::insert(NSEntityDescription const& entity, std::span<Row const* const> rows) {
     try {
-        writerOf(*change.entity).insert(*change.after);
+        writerOf(entity).insert(rows);
     } catch (SQLite::Failure const& failure) { // somebody else, too, has brought a deleted record back
         if (failure.code() != SQLITE_CONSTRAINT_PRIMARYKEY || conflicts_ == Conflicts::Settled) throw;
         throw Stale{};
     }
-    search_.insert(*change.after);
-    dangling_.note(change);
-    if (!change.relationships.empty()) links_.collect(change);
 }
 
 /// Versions only grow, so one sum tells whether any of the records was changed, or is gone.

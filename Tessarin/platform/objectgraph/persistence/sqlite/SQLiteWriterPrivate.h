@@ -41,7 +41,8 @@ private:
     void writeUpdates(ChangeSet const& set);
     void giveUpUniqueValues(RecordChange const& change);
     void update(RecordChange const& change);
-    void insert(RecordChange const& change);
+    void insertAll(ChangeSet const& set);
+    void insert(NSEntityDescription const& entity, std::span<Row const* const> rows);
     void dropIndexesBefore(ChangeSet const& set);
     void dropIndexesOf(std::string const& table);
     void remakeIndexes();
@@ -61,6 +62,7 @@ private:
     SQLiteSchema const& schema_;
     SQLite::Connection& connection_;
     SQLiteReader reader_; // sees what the transaction has written
+    SQLite::GivenRows given_;
     SQLiteLinkWriter links_;
     SQLiteDanglingLinks dangling_;
     SQLiteHistoryWriter history_;
