@@ -29,10 +29,12 @@ TEST(SQLiteStore, EveryTypeComesBackAfterReopening) {
         {"link", NSAttributeType::URI, Value::url("https://example.org/a%20b")},
         {"money", NSAttributeType::Decimal, Decimal::fromText("-12.50")}, {"absent", NSAttributeType::String, {}},
         {"id", NSAttributeType::String, "an attribute may have any name"}, {"Version", NSAttributeType::Integer32, 7},
-        {"select \"x\"", NSAttributeType::String, "quoted"}};
+        {"select \"x\"", NSAttributeType::String, "quoted"},
+        {"much", NSAttributeType::BinaryData, Value::data(std::vector<std::byte>(400'000))}}; // a large file is checked otherwise
     // clang-format on
+    auto const* const entity = "the \"order\"";
     ModelBuilder builder;
-    builder.entity("order");
+    builder.entity(entity).unique({"select \"x\""});
     Dictionary values;
     for (auto const& row : table) {
         builder.attribute(row.name, row.type);
@@ -44,10 +46,13 @@ TEST(SQLiteStore, EveryTypeComesBackAfterReopening) {
         OpenStore open(folder.url("a.db"), builder.build());
         ASSERT_TRUE(open.store) << open.error->description();
         key = open.newKey();
-        ASSERT_FALSE(open.save({open.insertion("order", key, values)}));
+        ASSERT_FALSE(open.save({open.insertion(entity, key, values)}));
+        auto const refusal = open.save({open.insertion(entity, open.newKey(), {{"select \"x\"", "quoted"}})});
+        EXPECT_EQ(refusal->code(), static_cast<std::int64_t>(StoreErrorCode::ConstraintConflict)) << refusal->description();
     }
     OpenStore open(folder.url("a.db"), builder.build());
-    auto const found = open.read("order", key);
+    ASSERT_TRUE(open.store) << open.error->description();
+    auto const found = open.read(entity, key);
     ASSERT_TRUE(found);
     for (auto const& row : table) {
         auto const value = open.value(found, row.name);

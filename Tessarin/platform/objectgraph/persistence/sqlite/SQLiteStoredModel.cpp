@@ -9,11 +9,6 @@
 #include <fmt/format.h>
 
 namespace Tessarin {
-namespace {
-
-std::string unquotedTable(std::string const& name) { return name.substr(1, name.size() - 2); }
-
-} // namespace
 
 void createStoreTables(SQLite::Connection& connection, RowSpace& space, std::vector<std::int64_t> const& numbers,
                        Dictionary metadata) {
@@ -48,7 +43,7 @@ void writeStoredModel(SQLite::Connection& connection, RowSpace& space, std::vect
     connection.execute("DELETE FROM tessarin_entity");
     auto const add = connection.use("INSERT INTO tessarin_entity (number, name, \"table\") VALUES (?, ?, ?)");
     for (auto const& entity : space.model().entities()) {
-        auto const table = unquotedTable(schema.tableOf(*entity).name);
+        auto const table = unquoted(schema.tableOf(*entity).name);
         add->bind(1, numbers[entity->index()]);
         add->bind(2, std::string_view{entity->name()});
         add->bind(3, std::string_view{table});

@@ -240,10 +240,8 @@ void SQLiteWriter::explain(SQLite::Failure const& failure) const {
     for (auto const& index : schema_.indexes()) {
         if (!index.isUnique) continue;
         std::string columns;
-        for (auto const& column : index.columns) {
-            auto const name = [](std::string_view text) { return text.substr(1, text.size() - 2); };
-            columns += fmt::format("{}{}.{}", columns.empty() ? "" : ", ", name(index.table), name(column));
-        }
+        for (auto const& column : index.columns)
+            columns += fmt::format("{}{}.{}", columns.empty() ? "" : ", ", unquoted(index.table), unquoted(column));
         if (!failure.message().ends_with(": " + columns)) continue;
         List names;
         std::string text;
