@@ -219,10 +219,19 @@ TEST(OtherProcess, ALostNoticeIsMadeUpForAtTheNextSave) {
     edit(*here.store, "+C");
     EXPECT_TRUE(here.shows("A3 B C"));
     // The same when the notice itself is removed: the next save makes another one, which is watched.
-    fs::remove(folder.path("Shared/Shared.db-notice"));
+    auto const notice = folder.path("Shared/Shared.db-notice");
+    fs::remove(notice);
     edit(*here.store, "+D");
     OtherProcess(folder.path()).does("-D");
     EXPECT_TRUE(here.shows("A3 B C"));
+    // Who only reads is told of the one that the next writer makes, and of one that is put in its place.
+    OtherProcess const other(folder.path());
+    for (auto const* age : {"5", "6", "3"}) {
+        fs::remove(notice);
+        if (*age == '6') folder.write("Shared/Shared.db-notice", "");
+        other.does(std::string("A=") + age);
+        EXPECT_TRUE(here.shows(std::string("A") + age + " B C"));
+    }
     // One look meets a deletion and, after it, links of the same record that somebody changed who had not noticed.
     for (auto const* words : {"mute A=4", "mute -A"}) OtherProcess(folder.path()).does(words);
     SQLite::Connection(folder.path("Shared/Shared.db"))

@@ -37,7 +37,7 @@ class Events final : public processes::Watch {
 public:
     /// Null, and an errno, while there is no descriptor or thread for it.
     static Events* shared(int& problem);
-    int add(std::string const& path, Ref<WatchedFile> const& file);
+    int add(std::string const& path, std::uint32_t events, Ref<WatchedFile> const& file);
     void remove(WatchedFile const& file);
     void ready() override;
 
@@ -53,10 +53,15 @@ private:
 
 class WatchedFile final : public FileWatch {
 public:
-    WatchedFile(Events& events, Told told) : told_(std::move(told)), events_(events) {}
+    WatchedFile(Events& events, Told told, std::string name = {})
+        : told_(std::move(told)), name_(std::move(name)), events_(events) {}
     ~WatchedFile() override { events_.remove(*this); }
 
+    /// A watched folder's events are about all that is in it.
+    bool concerns(std::string_view name) const { return name_.empty() || name == name_; }
+
     Told const told_;
+    std::string const name_; // in the folder that is watched; empty for a file
     int number = -1; // guarded by the mutex of the events
 
 private:
@@ -83,10 +88,10 @@ Events* Events::shared(int& problem) {
     return events;
 }
 
-int Events::add(std::string const& path, Ref<WatchedFile> const& file) {
+int Events::add(std::string const& path, std::uint32_t events, Ref<WatchedFile> const& file) {
     Hold const hold(mutex_); // an event that comes at once finds it
     int const number =
-        ::inotify_add_watch(handle_.number(), path.c_str(), IN_ATTRIB | IN_DELETE_SELF | IN_MOVE_SELF | IN_DONT_FOLLOW);
+        ::inotify_add_watch(handle_.number(), path.c_str(), events | IN_DELETE_SELF | IN_MOVE_SELF | IN_DONT_FOLLOW);
     if (number < 0) return errno;
     file->number = number;
     files_.emplace(number, file);
@@ -121,11 +126,13 @@ void Events::ready() {
         if (count <= 0) return;
         for (auto const* at = buffer.data(); at < buffer.data() + count;) {
             auto const& event = *reinterpret_cast<inotify_event const*>(at);
+            std::string_view const name = event.len == 0 ? "" : event.name; // ends with its first zero
             at += sizeof event + event.len;
             bool const isGone = (event.mask & (IN_IGNORED | IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT)) != 0;
             if ((event.mask & IN_MOVE_SELF) != 0) ::inotify_rm_watch(handle_.number(), event.wd);
             for (auto const& file : watching(event.wd, isGone)) // -1: too many events, of whatever file
-                file->told_(isGone ? FileWatch::Event::Gone : FileWatch::Event::Touched);
+                if (isGone || event.wd < 0 || file->concerns(name))
+                    file->told_(isGone ? FileWatch::Event::Gone : FileWatch::Event::Touched);
         }
     }
 }
@@ -144,7 +151,17 @@ Ref<FileWatch> FileWatch::of(std::string const& path, Told told, int& problem) {
     auto* const events = Events::shared(problem);
     if (!events) return nullptr;
     auto const watched = std::make_shared<WatchedFile>(*events, std::move(told));
-    problem = events->add(path, watched);
+    problem = events->add(path, IN_ATTRIB, watched);
+    return problem == 0 ? watched : nullptr;
+}
+
+Ref<FileWatch> FileWatch::ofMaking(std::string const& path, Told told, int& problem) {
+    problem = 0;
+    auto* const events = Events::shared(problem);
+    if (!events) return nullptr;
+    auto const slash = path.rfind('/');
+    auto const watched = std::make_shared<WatchedFile>(*events, std::move(told), path.substr(slash + 1));
+    problem = events->add(path.substr(0, slash + 1) + '.', IN_CREATE | IN_MOVED_TO | IN_ONLYDIR, watched);
     return problem == 0 ? watched : nullptr;
 }
 

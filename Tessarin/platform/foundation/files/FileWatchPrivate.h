@@ -24,6 +24,8 @@ public:
     /// descriptors or watches, ENOTSUP on a file system that tells of no changes by others (a network's, one in user space), EINVAL
     /// for what is no plain file. A link is not followed.
     static Ref<FileWatch> of(std::string const& path, Told told, int& problem);
+    /// Tells, as Touched, when a file comes to be at that path, made or moved there, and Gone when its folder goes.
+    static Ref<FileWatch> ofMaking(std::string const& path, Told told, int& problem);
     virtual ~FileWatch() = default;
 
 protected:

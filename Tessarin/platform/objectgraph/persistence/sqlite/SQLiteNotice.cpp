@@ -42,4 +42,9 @@ Ref<FileWatch> SQLiteNotice::watch(bool mayMake, FileWatch::Told told, int& prob
     return problem == 0 ? FileWatch::of(path_, std::move(told), problem) : nullptr;
 }
 
+Ref<FileWatch> SQLiteNotice::watchForMaking(FileWatch::Told told) const {
+    int problem = 0;
+    return FileWatch::ofMaking(path_, std::move(told), problem);
+}
+
 } // namespace Tessarin

@@ -18,6 +18,8 @@ public:
     void touch() const noexcept;
     /// As `FileWatch::of`; makes the file where `mayMake`.
     Ref<FileWatch> watch(bool mayMake, FileWatch::Told told, int& problem) const;
+    /// Tells when somebody makes it. Null where that cannot be watched.
+    Ref<FileWatch> watchForMaking(FileWatch::Told told) const;
 
 private:
     int make() const noexcept;

@@ -17,10 +17,9 @@ void SQLiteOthers::begin(bool mayMake, Look look) {
     schedule(); // somebody may have saved since the file was opened
 }
 
-void SQLiteOthers::watch() {
-    int problem = 0;
-    auto watch = notice_.watch(
-        mayMake_,
+Ref<FileWatch> SQLiteOthers::watched(bool mayMake, int& problem) {
+    return notice_.watch(
+        mayMake,
         [weak = weak_from_this()](FileWatch::Event event) {
             auto const others = weak.lock();
             if (!others) return;
@@ -29,6 +28,11 @@ void SQLiteOthers::watch() {
             others->schedule();
         },
         problem);
+}
+
+void SQLiteOthers::watch() {
+    int problem = 0;
+    auto watch = watched(mayMake_, problem);
     isBlind_ = !watch;
     Ref<FileWatch> former; // goes without the lock
     std::lock_guard const hold(mutex_);
@@ -36,6 +40,29 @@ void SQLiteOthers::watch() {
     if (problem == 0 || std::exchange(hasTold_, true)) return;
     std::fprintf(stderr, "Tessarin: what other processes save to %s is noticed only when this one saves or fetches: %s\n",
                  path_.c_str(), std::generic_category().message(problem).c_str());
+}
+
+/// Who only reads makes no notice, and is told when somebody else has.
+void SQLiteOthers::watchAgain() {
+    if (!isLost_.exchange(false)) return;
+    isBlind_ = false; // before the watch, which may find it gone again
+    bool isExpected = false;
+    {
+        std::lock_guard const hold(mutex_);
+        isExpected = making_ != nullptr;
+    }
+    auto making = isExpected ? nullptr : notice_.watchForMaking([weak = weak_from_this()](FileWatch::Event) {
+        if (auto const others = weak.lock()) others->schedule();
+    });
+    int problem = 0;
+    auto watch = watched(false, problem); // after that: it may be there already
+    if (!watch) isBlind_ = isLost_ = true;
+    std::lock_guard const hold(mutex_); // what was there goes without it
+    if (isOver_) return;
+    if (watch)
+        watch_.swap(watch), making_.swap(making), making_ = nullptr;
+    else if (!isExpected)
+        making_.swap(making);
 }
 
 void SQLiteOthers::noteSaved(SQLiteHistoryWriter::Written written) {
@@ -59,6 +86,7 @@ void SQLiteOthers::schedule() {
 }
 
 void SQLiteOthers::look() {
+    watchAgain();
     auto seen = seen_.load();
     auto const upTo = look_(seen);
     while (seen < upTo && !seen_.compare_exchange_weak(seen, upTo)) {}
@@ -66,9 +94,10 @@ void SQLiteOthers::look() {
 
 void SQLiteOthers::end() {
     isOver_ = true;
-    Ref<FileWatch> former; // goes without the lock
+    Ref<FileWatch> former, making; // go without the lock
     std::lock_guard const hold(mutex_);
     former = std::exchange(watch_, nullptr);
+    making = std::exchange(making_, nullptr);
 }
 
 } // namespace Tessarin

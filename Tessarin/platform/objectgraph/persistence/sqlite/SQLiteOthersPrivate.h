@@ -30,6 +30,8 @@ public:
 
 private:
     void watch();
+    void watchAgain();
+    Ref<FileWatch> watched(bool mayMake, int& problem);
     void schedule();
     void look();
 
@@ -40,9 +42,9 @@ private:
     Look look_;
     std::atomic<std::int64_t> seen_; // the newest transaction that is known
     std::atomic<bool> isScheduled_{false}, isBlind_{false}, isOver_{false};
-    std::atomic<bool> isLost_{false}; // the notice was removed: the next save makes another one
+    std::atomic<bool> isLost_{false}; // the notice was removed: the next save, here or elsewhere, makes another one
     std::mutex mutex_; // guards what follows
-    Ref<FileWatch> watch_;
+    Ref<FileWatch> watch_, making_; // the other one while the notice is lost
     bool hasTold_ = false;
 };
 
