@@ -43,8 +43,10 @@ bool SQLitePagedTables::seesPages() {
     }
     connection_.integer("PRAGMA schema_version"); // the least that settles what is seen
     seesPages_ = pages_.see();
-    if (*seesPages_ && std::exchange(schemaVersion_, pages_.schemaVersion()) != schemaVersion_) tables_.clear();
-    return *seesPages_;
+    if (!*seesPages_) return false;
+    if (schemaVersion_ != pages_.schemaVersion()) tables_.clear();
+    schemaVersion_ = pages_.schemaVersion();
+    return true;
 }
 
 /// None for a table with columns that are not in its records, or that older records have without holding them.
