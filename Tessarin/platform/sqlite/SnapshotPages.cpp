@@ -173,6 +173,7 @@ void SnapshotPages::readFile(Number number, std::span<std::byte> into) {
 }
 
 void SnapshotPages::forget() noexcept {
+    window_ = {};
     seen_.reset();
     kept_.clear();
     older_.clear();

@@ -41,6 +41,8 @@ public:
     void keep(Number number, Page page);
     /// Frees those that were not used for long, when there are too many.
     void trim();
+    /// Frees all.
+    void forget() noexcept;
 
     /// How much of each page is content: some files keep bytes at the end of each for something else.
     std::size_t usableSize() const noexcept { return usableSize_; }
@@ -60,7 +62,6 @@ private:
     Content room();
     Page readFrame(Number frame, Number number);
     void readFile(Number number, std::span<std::byte> into);
-    void forget() noexcept;
 
     Connection& connection_;
     LogIndex const index_;

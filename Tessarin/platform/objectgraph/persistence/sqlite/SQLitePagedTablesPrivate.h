@@ -45,6 +45,11 @@ public:
     void trim() { pages_.trim(); }
     /// The transaction has ended.
     void forget() noexcept;
+    /// Frees all pages, since nobody has looked at any for a while: the transaction has ended.
+    void rest() noexcept {
+        forget();
+        pages_.forget();
+    }
 
 private:
     static constexpr std::uint64_t firstLookUps = 8;

@@ -152,7 +152,10 @@ void SQLiteReaderPool::endUnlessUsedSince(std::uint64_t use) {
     std::lock_guard const hold(mutex_);
     isEndingLater_ = false;
     if (uses_ != use) return endIdleLater();
-    for (auto const& seat : idle_) seat->end();
+    for (auto const& seat : idle_) {
+        seat->end();
+        seat->reader.rest();
+    }
 }
 
 } // namespace Tessarin

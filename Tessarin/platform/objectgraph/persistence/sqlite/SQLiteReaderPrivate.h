@@ -25,6 +25,9 @@ public:
         paged_.forget();
     }
 
+    /// Nobody has asked for a while, and the read transaction has ended: memory is given back.
+    void rest() noexcept { paged_.rest(); }
+
     /// The keys of a table that a query reads from one end to the other.
     struct Span {
         RecordKey first, last;
