@@ -26,6 +26,11 @@ std::int64_t integerAt(std::byte const* at, std::uint64_t type) {
     return number;
 }
 
+/// How the first bytes differ; an empty text may stand nowhere.
+int firstDifference(std::byte const* bytes, std::string_view with, std::size_t size) {
+    return size == 0 ? 0 : std::memcmp(bytes, with.data(), size);
+}
+
 bool isInteger(std::uint64_t type) { return (type >= 1 && type <= 6) || type == 8 || type == 9; }
 
 struct Entry {
@@ -56,7 +61,7 @@ struct Entry {
             auto const size = static_cast<std::size_t>((type - 12) / 2);
             auto const common = std::min(size, sought.content.size());
             if (common > left) return {};
-            auto const order = std::memcmp(content, sought.content.data(), common) <=> 0;
+            auto const order = firstDifference(content, sought.content, common) <=> 0;
             return order != 0 ? order : size <=> sought.content.size();
         }
         if (!isInteger(type) || sizeOfInteger(type) > left) return {};
@@ -91,7 +96,7 @@ std::optional<bool> isBefore(BTreePage const& page, std::size_t at, IndexWalk::S
         bool const isShortText = (entry | header | type) < oneByte && type % 2 == 1 && type >= 13 && header >= 2;
         if (isShortText && header + size <= entry) {
             auto const order =
-                std::memcmp(cell + 1 + header, sought.content.data(), std::min<std::size_t>(size, sought.content.size()));
+                firstDifference(cell + 1 + header, sought.content, std::min<std::size_t>(size, sought.content.size()));
             return order != 0 ? order < 0 : size < sought.content.size();
         }
     }

@@ -145,7 +145,7 @@ protected:
         auto const content = std::string_view(text).substr(0, random() % 8 == 0 ? random() % 400 : random() % 40);
         switch (random() % 4) {
         case 0: return {"a", {Sought::Kind::Integer, static_cast<std::int64_t>(random() % 40) - 20}};
-        case 1: return {"c", {Sought::Kind::Text, 0, content}};
+        case 1: return {"c", {Sought::Kind::Text, 0, content.empty() ? std::string_view() : content}};
         case 2: return {"d", {Sought::Kind::Bytes, 0, content}};
         default: return {"d", {Sought::Kind::Text, 0, content}}; // which none has
         }
