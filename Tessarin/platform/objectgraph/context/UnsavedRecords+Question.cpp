@@ -93,7 +93,8 @@ bool UnsavedRecords::isSortedByRows() const {
 }
 
 /// An index by a value serves all values. Where many have it, it is a part of the condition, and the first in an order are found.
-std::optional<ChangeQuestion> UnsavedRecords::questionOf() {
+/// Of a look-up that nobody has to answer now, no more than what is noted of it.
+std::optional<ChangeQuestion> UnsavedRecords::questionOf(bool isAsked) {
     ChangeQuestion question;
     auto const& predicate = request_.predicate();
     if (predicate && (named_ = namedRecords(*predicate, context_.coordinator->identities()))) return {};
@@ -105,6 +106,7 @@ std::optional<ChangeQuestion> UnsavedRecords::questionOf() {
         return true;
     };
     if (predicate) takeEquality(*predicate, entity_, takeAttribute);
+    if (!isAsked && question.equal && request_.sortDescriptors().empty()) return question;
     auto const keysOf = [&](Value const& constant) { return namesOf(recordKeyOf(constant, context_.coordinator->identities())); };
     auto condition = predicate ? rowConditionOf(predicate, entity_, keysOf) : RowCondition{nullptr, true, {}};
     isAnswerWhole_ = condition.isWhole;

@@ -16,7 +16,7 @@ UnsavedRecords::UnsavedRecords(ContextState& context, RecordReader const& reader
       ownCount_(context.changed.countOf(entity, request.includesSubentities())) {
     bool const isNoted = context.concurrencyType == NSManagedObjectContextConcurrencyType::MainQueue;
     bool const isAsked = !context.changed.empty() || !sets_->empty() || !committed.empty();
-    if (isNoted || isAsked) question_ = questionOf();
+    if (isNoted || isAsked) question_ = questionOf(isAsked);
     if (!committed.empty()) {
         withCommitted_ = committed;
         withCommitted_.insert(withCommitted_.end(), sets_->begin(), sets_->end());

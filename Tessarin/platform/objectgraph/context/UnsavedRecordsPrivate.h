@@ -62,7 +62,7 @@ private:
         return request_.includesSubentities() ? entity.isKindOf(&entity_) : &entity == &entity_;
     }
     void note(ChangeSet const& set, NSEntityDescription const& entity);
-    std::optional<ChangeQuestion> questionOf();
+    std::optional<ChangeQuestion> questionOf(bool isAsked);
     bool isSortedByRows() const;
     std::vector<RecordKey> namesOf(RecordKey key) const;
     bool isOwn(RecordKey key) const;

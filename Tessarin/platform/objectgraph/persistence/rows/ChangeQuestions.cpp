@@ -29,27 +29,33 @@ bool ChangeQuestion::isAlike(ChangeQuestion const& other) const {
 /// index.
 void ChangeQuestions::note(ChangeQuestion const& question) {
     std::lock_guard const hold(mutex_);
-    if (question.equal || question.link.relationship) {
-        ChangeQuestion index;
-        index.equal = question.equal;
-        index.link.relationship = question.link.relationship;
-        noteAlike(index);
-    }
-    bool const isLookUp = (question.equal || question.link.relationship) && question.order.empty();
+    bool const hasIndex = question.equal || question.link.relationship;
+    if (hasIndex) noteIndex(question.equal, question.link.relationship);
+    bool const isLookUp = hasIndex && question.order.empty();
     if (!isLookUp) noteAlike(question);
+}
+
+void ChangeQuestions::noteIndex(NSAttributeDescription const* equal, NSRelationshipDescription const* link) {
+    auto const known = std::ranges::find_if(asked_, [&](Asked const& each) {
+        return !each.question.entity && each.question.equal == equal && each.question.link.relationship == link;
+    });
+    if (known != asked_.end()) return known->noteAgain();
+    ChangeQuestion index;
+    index.equal = equal;
+    index.link.relationship = link;
+    remember(std::move(index));
 }
 
 void ChangeQuestions::noteAlike(ChangeQuestion const& question) {
     auto const known = std::ranges::find_if(asked_, [&](Asked const& each) { return each.question.isAlike(question); });
-    if (known != asked_.end()) {
-        known->setsSince = 0;
-        ++known->times;
-        return;
-    }
+    known != asked_.end() ? known->noteAgain() : remember(question);
+}
+
+void ChangeQuestions::remember(ChangeQuestion question) {
     auto const use = [](Asked const& each) { return std::pair(each.question.condition && each.times == 1, each.setsSince); };
     if (asked_.size() == most) asked_.erase(std::ranges::max_element(asked_, {}, use));
-    asked_.push_back({question});
-    asked_.back().question.ranking = nullptr;
+    question.ranking = nullptr;
+    asked_.push_back({std::move(question)});
 }
 
 /// A condition is as long as a look at each record, and what somebody types is asked but once.

@@ -16,11 +16,19 @@ public:
     std::vector<ChangeQuestion> forNextSet();
 
 private:
+    // With the mutex held:
+    void noteIndex(NSAttributeDescription const* equal, NSRelationshipDescription const* link);
     void noteAlike(ChangeQuestion const& question);
+    void remember(ChangeQuestion question);
     struct Asked {
         ChangeQuestion question;
         std::uint32_t times = 1;
         std::uint32_t setsSince = 0;
+
+        void noteAgain() noexcept {
+            setsSince = 0;
+            ++times;
+        }
     };
 
     std::mutex mutex_;
