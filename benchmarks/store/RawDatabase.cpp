@@ -8,6 +8,7 @@ RawDatabase::RawDatabase(std::string const& file) {
     auto const result = sqlite3_open_v2(file.c_str(), &opened, flags, nullptr);
     handle_.reset(opened);
     if (result != SQLITE_OK) throw std::runtime_error(file + ": " + sqlite3_errmsg(opened));
+    sqlite3_busy_timeout(opened, 30'000); // two of its threads may open the file at once
 }
 
 RawDatabase::RawDatabase(std::string const& file, Synchronous synchronous) : RawDatabase(file) {
