@@ -32,12 +32,15 @@ template <class Number> Value number(Value const& value) {
 
 bool isTrue(std::string_view text) { return text == "true" || text == "1" || text == "y"; }
 
-/// A number beyond those that there are clears, rather than to become the nearest of them.
-Value integer(Value const& value) {
+/// A number beyond all integers clears, rather than to become the nearest of them; so does what is no number.
+bool fitsInteger(Value const& value) {
     static constexpr double limit = 0x1p63;
-    bool const isExact = value.kind() == Value::Kind::Integer || value.kind() == Value::Kind::Boolean || !isNumber(value);
-    bool const fits = isExact || (value.number() >= -limit && value.number() < limit); // not so of what is no number
-    return fits ? number<std::int64_t>(value) : Value();
+    switch (value.kind()) {
+    case Value::Kind::Float:
+    case Value::Kind::Double: return value.number() >= -limit && value.number() < limit;
+    case Value::Kind::Decimal: return value.decimal() >= Decimal(INT64_MIN) && value.decimal() <= Decimal(INT64_MAX);
+    default: return true;
+    }
 }
 
 Converted boolean(Value const& value) {
@@ -55,7 +58,7 @@ Converted converted(NSManagedObject& object, NSAttributeType type, Value const& 
     switch (type) {
     case NSAttributeType::Integer16:
     case NSAttributeType::Integer32:
-    case NSAttributeType::Integer64: return integer(value);
+    case NSAttributeType::Integer64: return fitsInteger(value) ? number<std::int64_t>(value) : Value();
     case NSAttributeType::Double: return number<double>(value);
     case NSAttributeType::Float: return number<float>(value);
     case NSAttributeType::Decimal: // single precision is meant: callers round their amounts to it

@@ -42,7 +42,8 @@ TEST_F(Import, ConvertsToTheAttributesType) {
         std::vector<Case> cases;
     } const rows[] = {
         {"age", 1, {{"42", 42}, {"-42", -42}, {"+42", 42}, {"+-42", absent}, {"0x10", absent}, {nan, absent},
-         {"4x", absent}, {" 42", absent}, {"4.0", absent}, {1e300, absent}, {-9.3e18, absent}, {42, 42}, {3.7, 3}, {true, 1}, {"", absent}, {List{1}, absent},
+         {"4x", absent}, {" 42", absent}, {"4.0", absent}, {1e300, absent}, {-9.3e18, absent},
+         {*Decimal::fromText("9223372036854775808"), absent}, {*Decimal::fromText("-7.5"), -7}, {42, 42}, {3.7, 3}, {true, 1}, {"", absent}, {List{1}, absent},
          {absent, absent}}},
         {"height", 1.0, {{"1.75", 1.75}, {"1e-3", 0.001}, {2, 2.0}, {"tall", absent}, {"+-1.5", absent}, {"nan", absent},
          {"-inf", -infinity}, {nan, absent}, {date, absent}}},

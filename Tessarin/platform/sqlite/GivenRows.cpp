@@ -2,9 +2,14 @@
 
 #include <sqlite3.h>
 
-#include <utility>
+#include <new>
 
 namespace Tessarin::SQLite {
+namespace {
+
+constexpr char const* name = "tessarin_rows"; // of what `table` names
+
+} // namespace
 
 struct GivenRows::Module {
     struct Table : sqlite3_vtab {
@@ -13,6 +18,11 @@ struct GivenRows::Module {
     struct Cursor : sqlite3_vtab_cursor {
         std::size_t at;
     };
+    template <class Derived, class Base> static int make(Derived content, Base*& made) {
+        auto* const memory = sqlite3_malloc(sizeof(Derived));
+        if (memory) made = ::new (memory) Derived(content);
+        return memory ? SQLITE_OK : SQLITE_NOMEM;
+    }
     static GivenRows& rowsOf(sqlite3_vtab_cursor* cursor) { return *static_cast<Table*>(cursor->pVtab)->rows; }
     static std::size_t& placeOf(sqlite3_vtab_cursor* cursor) { return static_cast<Cursor*>(cursor)->at; }
 
@@ -20,11 +30,7 @@ struct GivenRows::Module {
         auto const code = sqlite3_declare_vtab(connection, static_cast<GivenRows*>(rows)->declaration_.c_str());
         if (code != SQLITE_OK) return code;
         sqlite3_vtab_config(connection, SQLITE_VTAB_DIRECTONLY);
-        auto* const table = static_cast<Table*>(sqlite3_malloc(sizeof(Table)));
-        if (!table) return SQLITE_NOMEM;
-        *table = {{}, static_cast<GivenRows*>(rows)};
-        *made = table;
-        return SQLITE_OK;
+        return make(Table{{}, static_cast<GivenRows*>(rows)}, *made);
     }
     static int disconnect(sqlite3_vtab* table) {
         sqlite3_free(static_cast<Table*>(table));
@@ -32,13 +38,7 @@ struct GivenRows::Module {
     }
     /// It can only be read from one end to the other.
     static int plan(sqlite3_vtab*, sqlite3_index_info*) { return SQLITE_OK; }
-    static int open(sqlite3_vtab*, sqlite3_vtab_cursor** made) {
-        auto* const cursor = static_cast<Cursor*>(sqlite3_malloc(sizeof(Cursor)));
-        if (!cursor) return SQLITE_NOMEM;
-        *cursor = {};
-        *made = cursor;
-        return SQLITE_OK;
-    }
+    static int open(sqlite3_vtab*, sqlite3_vtab_cursor** made) { return make(Cursor{}, *made); }
     static int close(sqlite3_vtab_cursor* cursor) {
         sqlite3_free(static_cast<Cursor*>(cursor));
         return SQLITE_OK;
@@ -82,7 +82,7 @@ struct GivenRows::Module {
 GivenRows::GivenRows(Connection& connection) {
     for (std::size_t at = 0; at < mostColumns; ++at) declaration_ += (at == 0 ? "CREATE TABLE x (" : ", ") + column(at);
     declaration_ += ")";
-    auto const code = sqlite3_create_module_v2(connection.handle(), table, Module::functions(), this, nullptr);
+    auto const code = sqlite3_create_module_v2(connection.handle(), name, Module::functions(), this, nullptr);
     if (code != SQLITE_OK) throw Failure::of(connection.handle(), code, connection.path());
 }
 

@@ -17,8 +17,10 @@ public:
     GivenRows& operator=(GivenRows const&) = delete;
 
     static constexpr std::size_t mostColumns = 64;
-    /// The name of the table, and of its columns: from 0.
-    static constexpr char const* table = "tessarin_rows";
+    /// With fewer rows it is not worth it.
+    static constexpr std::size_t fewest = 8;
+    /// What the table is called, and its columns: from 0. No table or view of a file is taken for it.
+    static constexpr char const* table = "temp.tessarin_rows";
     static std::string column(std::size_t at) { return "c" + std::to_string(at); }
 
     /// What becomes of a value. Texts and bytes are only looked at: they must live until the statement has ended.

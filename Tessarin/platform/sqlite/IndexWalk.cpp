@@ -1,5 +1,7 @@
 #include "Tessarin/platform/sqlite/IndexWalk.h"
 
+#include "Tessarin/platform/sqlite/RecordFormat.h"
+
 #include <algorithm>
 #include <compare>
 #include <cstring>
@@ -10,28 +12,10 @@
 namespace Tessarin::SQLite {
 namespace {
 
-/// How much of an entry stands in its page at least.
-std::size_t leastHere(std::size_t usable) { return (usable - 12) * 32 / 255 - 23; }
-
-std::size_t sizeOfInteger(std::uint64_t type) {
-    constexpr std::uint8_t sizes[] = {0, 1, 2, 3, 4, 6, 8, 8, 0, 0};
-    return type < std::size(sizes) ? sizes[type] : 0;
-}
-
-std::int64_t integerAt(std::byte const* at, std::uint64_t type) {
-    if (type == 8 || type == 9) return static_cast<std::int64_t>(type) - 8;
-    std::int64_t number = static_cast<std::int8_t>(*at);
-    for (std::size_t each = 1; each < sizeOfInteger(type); ++each)
-        number = number * 256 + std::to_integer<std::int64_t>(at[each]);
-    return number;
-}
-
 /// How the first bytes differ; an empty text may stand nowhere.
 int firstDifference(std::byte const* bytes, std::string_view with, std::size_t size) {
     return size == 0 ? 0 : std::memcmp(bytes, with.data(), size);
 }
-
-bool isInteger(std::uint64_t type) { return (type >= 1 && type <= 6) || type == 8 || type == 9; }
 
 struct Entry {
     using Kind = IndexWalk::Sought::Kind;
@@ -58,23 +42,23 @@ struct Entry {
         if (kind != sought.kind) return kind <=> sought.kind;
         auto const left = static_cast<std::size_t>(end - content);
         if (kind != Kind::Integer) {
-            auto const size = static_cast<std::size_t>((type - 12) / 2);
+            auto const size = static_cast<std::size_t>(sizeOfType(type));
             auto const common = std::min(size, sought.content.size());
             if (common > left) return {};
             auto const order = firstDifference(content, sought.content, common) <=> 0;
             return order != 0 ? order : size <=> sought.content.size();
         }
-        if (!isInteger(type) || sizeOfInteger(type) > left) return {};
-        return integerAt(content, type) <=> sought.integer;
+        if (!isIntegerType(type) || sizeOfType(type) > left) return {};
+        return integerOfType(content, type) <=> sought.integer;
     }
     /// The record's key, of an entry that has what is sought; it is then short.
     std::optional<std::int64_t> key() const {
-        auto const size = type < 12 ? sizeOfInteger(type) : static_cast<std::size_t>((type - 12) / 2);
+        auto const size = static_cast<std::size_t>(sizeOfType(type));
         auto const left = static_cast<std::size_t>(end - content);
         std::uint64_t keyType = 0;
-        if (readVariable(afterType, content, keyType) != content || !isInteger(keyType) || size + sizeOfInteger(keyType) > left)
+        if (readVariable(afterType, content, keyType) != content || !isIntegerType(keyType) || size + sizeOfType(keyType) > left)
             return {};
-        return integerAt(content + size, keyType);
+        return integerOfType(content + size, keyType);
     }
 
     bool isSound = false;
@@ -114,7 +98,7 @@ struct IndexWalk::Search {
 
 bool IndexWalk::canFind(Sought const& sought) const noexcept {
     static constexpr std::size_t mostBesides = 32; // the entry's header and the key
-    return sought.kind == Sought::Kind::Integer || sought.content.size() + mostBesides <= leastHere(pages_.usableSize());
+    return sought.kind == Sought::Kind::Integer || sought.content.size() + mostBesides <= leastInPage(pages_.usableSize());
 }
 
 bool IndexWalk::find(Sought const& sought, FunctionRef<bool(std::int64_t key)> take) {

@@ -18,10 +18,9 @@ struct Serial {
 constexpr std::size_t serialCount = 128;
 
 constexpr Serial serialOf(std::size_t type) {
-    constexpr std::uint8_t sizes[] = {0, 1, 2, 3, 4, 6, 8, 8, 0, 0, 0, 0};
-    if (type >= std::size(sizes)) return {static_cast<std::uint8_t>((type - 12) / 2), type % 2 == 0 ? Kind::Bytes : Kind::Text};
-    bool const isReserved = type == 10 || type == 11;
-    return {sizes[type], type == 0 ? Kind::Null : type == 7 ? Kind::Real : isReserved ? Kind::Missing : Kind::Integer};
+    auto const size = static_cast<std::uint8_t>(sizeOfType(type));
+    if (type >= 12) return {size, type % 2 == 0 ? Kind::Bytes : Kind::Text};
+    return {size, type == 0 ? Kind::Null : type == 7 ? Kind::Real : isIntegerType(type) ? Kind::Integer : Kind::Missing};
 }
 
 constexpr auto serials = [] {
@@ -53,7 +52,7 @@ bool TableRecord::parse(std::int64_t key, std::span<std::byte const> payload) {
         }
         std::uint64_t longType = 0;
         at = readVariable(at, headerEnd, longType);
-        auto const size = (longType - 12) / 2;
+        auto const size = sizeOfType(longType);
         if (!at || size > payload.size()) return false;
         *cell = {static_cast<std::uint32_t>(offset), static_cast<std::uint32_t>(size),
                  longType % 2 == 0 ? Kind::Bytes : Kind::Text, 0};
@@ -188,7 +187,7 @@ bool TableWalk::payloadOf(Cell const& cell, BTreePage const& page, std::span<std
         payload = {cell.begin, static_cast<std::size_t>(cell.size)};
         return cell.size <= left;
     }
-    auto const least = (usable - 12) * 32 / 255 - 23;
+    auto const least = leastInPage(usable);
     auto here = least + (cell.size - least) % (usable - 4);
     if (here > usable - 35) here = least;
     if (cell.size > pages_.size() || here + 4 > left) return false;

@@ -2,6 +2,7 @@
 #include "Tessarin/Export.h"
 #include "Tessarin/platform/runtime/FunctionRef.h"
 #include "Tessarin/platform/sqlite/BTreePage.h"
+#include "Tessarin/platform/sqlite/RecordFormat.h"
 #include <bit>
 #include <optional>
 #include <string_view>
@@ -45,19 +46,7 @@ private:
 };
 
 inline std::int64_t TableRecord::integer(std::size_t column) const noexcept {
-    auto const& cell = cells_[column];
-    auto const* const at = start_ + cell.offset;
-    switch (cell.type) {
-    case 1: return static_cast<std::int8_t>(*at);
-    case 2: return static_cast<std::int16_t>(bigEndian<std::uint16_t>(at));
-    case 3: return static_cast<std::int8_t>(*at) * 65536 + bigEndian<std::uint16_t>(at + 1);
-    case 4: return static_cast<std::int32_t>(bigEndian<std::uint32_t>(at));
-    case 5:
-        return static_cast<std::int16_t>(bigEndian<std::uint16_t>(at)) * (std::int64_t{1} << 32) +
-               bigEndian<std::uint32_t>(at + 2);
-    case 6: return static_cast<std::int64_t>(bigEndian<std::uint64_t>(at));
-    default: return cell.type - 8; // 0 and 1 take no bytes
-    }
+    return integerOfType(start_ + cells_[column].offset, cells_[column].type);
 }
 
 /// Walks through a table with integer keys, from page to page. All of it is said of the transaction that `pages` sees.

@@ -17,8 +17,8 @@ RowRef rowAfter(RecordChange const& change, RowRef const& current, bool isUnsave
     if (!change.before) return isUnsaved ? current : change.after;
     if (isUnsaved) return shownRow(*change.before, *change.after, current);
     if (!current->basis()) return mergedRow(*change.before, *change.after, *current);
-    auto const& bottom =
-        savedRowOf(current); // current shows what an ancestor has not saved: it does so on top of the change, too
+    // It shows what an ancestor has not saved: it does so on top of the change, too.
+    auto const& bottom = savedRowOf(current);
     auto const saved = bottom == change.before ? change.after : mergedRow(*change.before, *change.after, *bottom);
     return shownRow(*bottom, *current, saved);
 }

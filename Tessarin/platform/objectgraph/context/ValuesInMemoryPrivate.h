@@ -1,7 +1,7 @@
 #pragma once
+#include "Tessarin/platform/objectgraph/persistence/stores/RecordKey.h"
 #include "Tessarin/platform/runtime/Ref.h"
 #include <map>
-#include "Tessarin/platform/objectgraph/persistence/stores/RecordKey.h"
 #include <optional>
 #include <span>
 #include <unordered_map>

@@ -76,6 +76,23 @@ TEST_F(BooksLookedUp, AreFoundAsAnybodyHasLeftThem) {
     }
 }
 
+TEST_F(BooksLookedUp, AreSavedWhateverIsNamedLikeTheRowsThatAProgramGives) {
+    write("CREATE VIEW tessarin_rows AS SELECT 1 AS c0, 1 AS c1, 1 AS c2, 1 AS c3, 1 AS c4, 1 AS c5, 1 AS c6 WHERE 0");
+    OpenStore fresh(folder.url("a.db"), libraryModel().build());
+    std::vector<RecordChange> changes;
+    for (auto const* store : {&here, &fresh})
+        for (int each = 0; each < 20; ++each) {
+            auto const key = here.newKey();
+            codes[key] = "late " + std::to_string(key);
+            changes.push_back(store->insertion("Book", key, {{"code", codes[key]}}));
+        }
+    std::vector<RecordChange> const theirs(changes.begin() + 20, changes.end());
+    changes.resize(20);
+    ASSERT_FALSE(here.save(std::move(changes)));
+    ASSERT_FALSE(fresh.save(theirs));
+    EXPECT_EQ(here.fetch("Book").size(), codes.size());
+}
+
 // What another tool wrote may be of a kind that the library never writes, and its indexes may order otherwise.
 TEST_F(BooksLookedUp, AreFoundBySQLiteWhereSomethingIsOdd) {
     auto const first = codes.begin()->first;

@@ -20,9 +20,9 @@ public:
         std::vector<std::uint32_t> places;
         bool isAll = false; // there are no more
     };
-    /// At least `count` records where there are so many, by the attributes that the descriptors name, or by rank, and then by key. `matches`
-    /// is asked for those that fulfil the question's condition, where it has one; null, and so is the answer, when that is given
-    /// up. Always of the same set.
+    /// At least `count` records where there are so many, by the attributes that the descriptors name, or by rank, and then by key.
+    /// `matches` is asked for those that fulfil the question's condition, where it has one; null, and so is the answer, when that is
+    /// given up. Always of the same set.
     using Matches = FunctionRef<std::shared_ptr<ChangeMatches::Found const>()>;
     std::shared_ptr<First const> first(ChangeSet const& set, ChangeQuestion const& question, std::size_t count,
                                        Matches matches) const;

@@ -19,12 +19,12 @@ struct ChangeQuestion {
     NSAttributeDescription const* equal = nullptr; // that the condition asks for, too
     Value equalTo;
     NSEntityDescription const* entity = nullptr;
-    Ref<NSPredicate const> condition; // that rows can answer; null: all records
-    RowLink link; // that the condition asks for, too
+    Ref<NSPredicate const> condition;         // that rows can answer; null: all records
+    RowLink link;                             // that the condition asks for, too
     std::vector<Ref<NSSortDescriptor>> order; // by stored attributes, or by rank
-    std::size_t count = 0; // of the first in the order; 0: all are wanted, in any order
-    Ref<RankedSearch const> search; // of the condition, whose ranks the order asks for; null: it asks for none
-    Ref<SearchRanking const> ranking; // by what the store knows of its words; null while it was not asked
+    std::size_t count = 0;                    // of the first in the order; 0: all are wanted, in any order
+    Ref<RankedSearch const> search;           // of the condition, whose ranks the order asks for; null: it asks for none
+    Ref<SearchRanking const> ranking;         // by what the store knows of its words; null while it was not asked
 
     static constexpr std::size_t few = 64; // records that an index leads to: they are looked at one by one
 

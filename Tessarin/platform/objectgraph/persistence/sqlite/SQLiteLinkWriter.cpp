@@ -6,11 +6,6 @@
 #include <fmt/format.h>
 
 namespace Tessarin {
-namespace {
-
-constexpr std::size_t few = 8; // links that are bound one by one
-
-} // namespace
 
 SQLiteLinkWriter::SQLiteLinkWriter(SQLite::GivenRows& given, SQLite::Connection& connection, SQLiteSchema const& schema)
     : given_(given), connection_(connection), schema_(schema), tables_(schema.links().size()) {}
@@ -66,21 +61,25 @@ void SQLiteLinkWriter::writeAdded(std::size_t at) {
     if (added.empty()) return;
     auto const place = [](Added const& link) { return std::pair(link.owner, link.member); };
     if (!std::ranges::is_sorted(added, {}, place)) std::ranges::sort(added, {}, place);
-    auto const insertion = fmt::format("INSERT OR IGNORE INTO {} (owner, member) ", schema_.links()[at].table);
-    if (added.size() >= few) {
-        if (!given)
-            given =
-                std::make_unique<SQLite::Statement>(connection_, insertion + "SELECT c0, c1 FROM " + SQLite::GivenRows::table);
-        given_.run(*given, added.size(), [&](std::size_t link, std::size_t column, SQLite::GivenRows::Cell cell) {
+    auto const prepared = [&](std::unique_ptr<SQLite::Statement>& kept, std::string const& values) -> SQLite::Statement& {
+        auto const& table = schema_.links()[at].table;
+        if (!kept)
+            kept = std::make_unique<SQLite::Statement>(connection_,
+                                                       fmt::format("INSERT OR IGNORE INTO {} (owner, member) {}", table, values));
+        return *kept;
+    };
+    if (added.size() >= SQLite::GivenRows::fewest) {
+        auto& statement = prepared(given, fmt::format("SELECT c0, c1 FROM {}", SQLite::GivenRows::table));
+        given_.run(statement, added.size(), [&](std::size_t link, std::size_t column, SQLite::GivenRows::Cell cell) {
             cell.give(column == 0 ? added[link].owner : added[link].member);
         });
         return;
     }
-    if (!insert) insert = std::make_unique<SQLite::Statement>(connection_, insertion + "VALUES (?, ?)");
+    auto& statement = prepared(insert, "VALUES (?, ?)");
     for (auto const& link : added) {
-        insert->bind(1, link.owner);
-        insert->bind(2, link.member);
-        insert->run();
+        statement.bind(1, link.owner);
+        statement.bind(2, link.member);
+        statement.run();
     }
 }
 

@@ -71,9 +71,8 @@ std::unique_ptr<SQLitePagedTables::Table> SQLitePagedTables::looked(std::string 
 /// Those of all records by one column, which compare its bytes.
 void SQLitePagedTables::addIndexes(std::string const& plainName, Table& table) {
     auto const indexes = connection_.use(
-        "SELECT column.name, entry.rootpage FROM pragma_index_list(?) AS list JOIN sqlite_schema AS entry ON entry.name = "
-        "list.name "
-        "JOIN pragma_index_xinfo(list.name) AS column "
+        "SELECT column.name, entry.rootpage FROM pragma_index_list(?) AS list "
+        "JOIN sqlite_schema AS entry ON entry.name = list.name JOIN pragma_index_xinfo(list.name) AS column "
         "WHERE entry.type = 'index' AND NOT list.partial AND column.seqno = 0 AND column.cid >= 0 AND NOT column.desc "
         "AND column.coll = 'BINARY' AND (SELECT count(*) FROM pragma_index_xinfo(list.name) WHERE key) = 1");
     indexes->bind(1, plainName);

@@ -25,6 +25,21 @@ std::optional<Sought> soughtOf(Value const& value) {
     }
 }
 
+/// Tells who wants to see what a store is asked.
+class Noted {
+public:
+    explicit Noted(SQLite::Connection const& connection) : log_(connection.log()) {
+        if (log_) start_ = std::chrono::steady_clock::now();
+    }
+    template <class... Parts> void tell(std::size_t rows, Parts const&... parts) const {
+        if (log_) log_->note((std::string("pages of ") + ... + parts), start_, rows);
+    }
+
+private:
+    SQLite::StatementLog* const log_;
+    std::chrono::steady_clock::time_point start_;
+};
+
 } // namespace
 
 bool SQLiteReader::lookUp(StoreQuery const& query, SQLiteKnownRequests::Known const& known, StoreAnswer& answer) {
@@ -38,7 +53,7 @@ bool SQLiteReader::lookUp(StoreQuery const& query, SQLiteKnownRequests::Known co
     auto const places = table->placesFor(decoder);
     if (places.empty()) return false;
 
-    auto const start = connection_.log() ? std::chrono::steady_clock::now() : std::chrono::steady_clock::time_point();
+    Noted const noted(connection_);
     std::vector<RowRef> rows;
     bool areRecords = true;
     std::size_t looked = 0;
@@ -49,7 +64,7 @@ bool SQLiteReader::lookUp(StoreQuery const& query, SQLiteKnownRequests::Known co
     });
     if (!isIndex || !areRecords) return paged_.avoid(*table), false;
     if (looked == mostFound) return false;
-    if (auto* const log = connection_.log()) log->note("pages of " + name + " by " + known.column, start, rows.size());
+    noted.tell(rows.size(), name, " by ", known.column);
     if (!known.reading.isCut) decoder.noteCount(rows.size());
     answer.rows = std::move(rows);
     return true;
@@ -60,6 +75,7 @@ bool SQLiteReader::lookUp(SQLiteRowDecoder& decoder, std::string const& table, s
     auto* const paged = paged_.findForFew(table);
     auto const places = paged ? paged->placesFor(decoder) : std::span<std::size_t const>();
     if (places.empty()) return false;
+    Noted const noted(connection_);
     for (auto const key : keys) {
         auto const record = paged->walk.find(key);
         if (record && (!*record || decoder.add(**record, places, rows))) continue;
@@ -67,6 +83,7 @@ bool SQLiteReader::lookUp(SQLiteRowDecoder& decoder, std::string const& table, s
         rows.clear();
         return false;
     }
+    noted.tell(rows.size(), table, " by key");
     return true;
 }
 
@@ -75,6 +92,7 @@ bool SQLiteReader::lookUpMembers(SQLiteSchema::Link const& link, std::span<Recor
     auto* const table = paged_.find(link.table);
     auto* const index = table ? table->indexOf(link.owner) : nullptr;
     if (!index) return false;
+    Noted const noted(connection_);
     std::vector<std::pair<RecordKey, RecordKey>> found;
     for (auto const owner : owners) {
         bool const isSound = index->find({Sought::Kind::Integer, owner}, [&](RecordKey key) {
@@ -84,6 +102,7 @@ bool SQLiteReader::lookUpMembers(SQLiteSchema::Link const& link, std::span<Recor
         if (!isSound) return paged_.avoid(*table), false;
         paged_.trim();
     }
+    noted.tell(found.size(), link.table, " by ", link.owner);
     for (auto const& [owner, member] : found) each(owner, member);
     return true;
 }

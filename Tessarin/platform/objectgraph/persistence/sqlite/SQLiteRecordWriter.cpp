@@ -35,8 +35,7 @@ void bindCell(SQLite::Statement& statement, int at, Row const& row, std::size_t 
 
 /// Those that others would find half written are taken back with the transaction, so no statement need do so for itself.
 void SQLiteRecordWriter::insert(std::span<Row const* const> rows) {
-    static constexpr std::size_t few = 8;
-    if (rows.size() < few || layout_.cells().size() + 2 > SQLite::GivenRows::mostColumns) {
+    if (rows.size() < SQLite::GivenRows::fewest || layout_.cells().size() + 2 > SQLite::GivenRows::mostColumns) {
         for (auto const* row : rows) insertOne(*row);
         return;
     }

@@ -29,8 +29,8 @@ private:
     void takeApart() const;
 
     mutable std::mutex mutex_; // guards all
-    mutable std::vector<std::pair<std::string, std::string>>
-        unread_; // of the file: keys and JSON; empty once that is taken apart
+    // Of the file: keys and JSON; empty once that is taken apart.
+    mutable std::vector<std::pair<std::string, std::string>> unread_;
     mutable Dictionary current_;
     mutable Dictionary saved_;
     std::optional<Dictionary> written_; // by the transaction under way; absent where nobody has asked for any yet
