@@ -21,11 +21,11 @@ SQLiteOwnTables SQLiteOwnTables::readFrom(SQLite::Connection& connection) {
     return own;
 }
 
-std::optional<std::vector<std::int64_t>> SQLiteOwnTables::numbersOf(NSManagedObjectModel const& model) const {
-    std::vector<std::int64_t> numbers(model.entities().size());
+std::optional<std::vector<std::int64_t>> SQLiteOwnTables::numbersOf(NSManagedObjectModel const& wanted) const {
+    std::vector<std::int64_t> numbers(wanted.entities().size());
     std::size_t found = 0;
     for (auto const& [number, name, table] : entities)
-        if (auto const* entity = model.entityNamed(name)) {
+        if (auto const* entity = wanted.entityNamed(name)) {
             numbers[entity->index()] = number;
             ++found;
         }

@@ -22,8 +22,8 @@ struct SQLiteOwnTables {
     /// Within a transaction of the caller.
     static SQLiteOwnTables readFrom(SQLite::Connection& connection);
 
-    /// The numbers that the file gave to the model's entities; absent when it does not know one of them.
-    std::optional<std::vector<std::int64_t>> numbersOf(NSManagedObjectModel const& model) const;
+    /// The numbers that the file gave to the entities of the model that is wanted; absent when it does not know one of them.
+    std::optional<std::vector<std::int64_t>> numbersOf(NSManagedObjectModel const& wanted) const;
     /// Each once, in quotes.
     std::vector<std::string> tables() const;
 };
