@@ -198,8 +198,8 @@ double secondsOfRequest(NSManagedObjectContext& context, DirtyRow const& row) {
     Ref<NSError> error;
     return median(31, [&] {
         return secondsOf([&] {
-            row.sortedBy ? context.executeFetchRequest(*request, error).size()
-                         : static_cast<std::size_t>(context.countForFetchRequest(*request, error));
+            if (row.sortedBy) context.executeFetchRequest(*request, error);
+            else context.countForFetchRequest(*request, error);
         });
     });
 }

@@ -171,8 +171,8 @@ int main(int argc, char** argv) {
     auto folder = (std::filesystem::temp_directory_path() / "bench-window-XXXXXX").string();
     if (!mkdtemp(folder.data())) return 1;
     Report report(argc, argv);
-    int count = 1;
-    MeteredApplication application(count, argv);
+    int arguments = 1;
+    MeteredApplication application(arguments, argv);
     Tessarin::QtMainQueue const mainQueue;
     {
         Ours ours(application, folder);

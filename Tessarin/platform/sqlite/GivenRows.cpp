@@ -32,8 +32,8 @@ struct GivenRows::Module {
         sqlite3_vtab_config(connection, SQLITE_VTAB_DIRECTONLY);
         return make(Table{{}, static_cast<GivenRows*>(rows)}, *made);
     }
-    static int disconnect(sqlite3_vtab* table) {
-        sqlite3_free(static_cast<Table*>(table));
+    static int disconnect(sqlite3_vtab* connected) {
+        sqlite3_free(static_cast<Table*>(connected));
         return SQLITE_OK;
     }
     /// It can only be read from one end to the other.
