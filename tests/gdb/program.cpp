@@ -10,8 +10,8 @@ struct Plain : NSObject {};
 
 int main() {
     Text const shortText = "Emma", longText = "She said: \"no\", and left the room.", noText;
-    NSDate const date = NSDate::dateWithTimeIntervalSinceReferenceDate(3600.5),
-                 farDate = NSDate::dateWithTimeIntervalSinceReferenceDate(1e15);
+    NSDate const date = NSDate::dateWithTimeIntervalSinceReferenceDate(3600.5);
+    [[maybe_unused]] NSDate const farDate = NSDate::dateWithTimeIntervalSinceReferenceDate(1e15); // gdb looks at it
     Value const absent, yes = true, number = -42, real = 0.5, words = "a longer text of more bytes", when = date;
     Value const uuid = Value::uuid({1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 255}),
                 url = Value::url("https://example.org/a");
