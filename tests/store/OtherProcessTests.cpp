@@ -239,6 +239,21 @@ TEST(OtherProcess, ALostNoticeIsMadeUpForAtTheNextSave) {
                  "FROM tessarin_history ORDER BY id DESC LIMIT 1 OFFSET 1");
     edit(*here.store, "+E");
     EXPECT_TRUE(here.shows("B C E"));
+    // Nor does anybody hear of what is saved without a history: the next save, here as elsewhere, tells that there was something.
+    Ref<NSError> error;
+    auto const silent = make<NSPersistentStoreCoordinator>(peopleModel());
+    ASSERT_TRUE(silent->addPersistentStoreWithType(NSSQLiteStoreType, {}, NSURL::fileURLWithPath(folder.path("Shared/Shared.db")),
+                                                   {}, error));
+    auto const context = contextOver(silent);
+    for (auto const* age : {"7", "8"}) {
+        auto const person = fetched(*context, "Person", where("name == 'B'")).at(0);
+        context->performBlockAndWait([&] {
+            person->setValueForKey(std::stoi(age), "age");
+            EXPECT_TRUE(context->save(error)) << error->description();
+        });
+        *age == '7' ? edit(*here.store, "C=1") : other.does("C=2");
+        EXPECT_TRUE(here.shows(std::string("B") + age + " C" + (*age == '7' ? "1" : "2") + " E")) << here.text();
+    }
 }
 
 TEST(OtherProcess, WhereNothingCanBeWatchedSavesAndFetchesLook) {

@@ -20,7 +20,8 @@ std::string told(std::vector<HistoryTransaction> const& transactions) {
             std::vector<std::string> names;
             for (auto const* property : change.updated) names.push_back(property->name());
             if (!names.empty()) all += fmt::format("({})", fmt::join(names, ","));
-            for (auto const& [key, value] : change.kept) all += fmt::format("{{{}: {}}}", std::string(std::string_view(key)), value.description());
+            for (auto const& [key, value] : change.kept)
+                all += fmt::format("{{{}: {}}}", std::string(std::string_view(key)), value.description());
         }
     }
     return all;
@@ -186,13 +187,53 @@ TEST_F(History, IsKeptOnlyWhereItIsAskedForAndNotBeyondAMigration) {
     root = contextOver(coordinator = open(false));
     fill();
     EXPECT_EQ(since(start), "");
-    EXPECT_FALSE(error);
+    EXPECT_EQ(code(), StoreErrorCode::HistoryPurged) << "it is behind the token, and nobody can say what it was";
     coordinator->closeStore();
     auto later = ModelBuilder().entity("Shelf").attribute("name", NSAttributeType::String).entity("Other").build();
     auto const migrated = make<NSPersistentStoreCoordinator>(later);
     ASSERT_TRUE(migrated->addPersistentStoreWithType(NSSQLiteStoreType, {}, NSURL::fileURLWithPath(file), {}, error));
     EXPECT_TRUE(migrated->fetchHistory({.after = HistoryToken{start.history, start.transaction - 1}}, error).empty());
     EXPECT_EQ(code(), StoreErrorCode::HistoryPurged);
+}
+
+TEST_F(History, WhatWasSavedWithoutOneIsNotPassedOverInSilence) {
+    auto const start = now();
+    fill();
+    auto const first = now();
+    auto const others = open(false);
+    auto const silent = contextOver(others);
+    auto const saveSilently = [&] {
+        silent->performBlockAndWait([&] {
+            silent->insertNewObject("Shelf");
+            EXPECT_TRUE(silent->save(error)) << error->description();
+        });
+    };
+    auto const marks = [&] {
+        return SQLite::Connection(file).integer("SELECT value FROM tessarin_store WHERE key = 'historyGap'");
+    };
+    auto const expectLost = [&](HistoryToken token) {
+        EXPECT_EQ(since(token), "") << token.transaction;
+        EXPECT_EQ(code(), StoreErrorCode::HistoryPurged) << token.transaction;
+    };
+    saveSilently();
+    saveSilently();
+    EXPECT_EQ(marks(), 2);
+    expectLost(first);
+    auto const behind = now(); // of use at once, though nothing follows the gap yet
+    EXPECT_EQ(since(behind), "");
+    EXPECT_FALSE(error);
+    fill();
+    EXPECT_EQ(since(behind).substr(0, 10), "[|] Shelf ");
+    for (auto const& token : {start, first}) expectLost(token);
+    EXPECT_EQ(root->executeRequest(HistoryRequest{}, error).size(), 2U) << "what is known can be read";
+    auto const last = now();
+    auto const update = make<NSBatchUpdateRequest>("Shelf");
+    update->setPropertiesToUpdate({{"name", "x"}});
+    ASSERT_TRUE(silent->executeRequest(*update, error)) << "the mark is set again, by requests, too";
+    expectLost(last);
+    EXPECT_EQ(marks(), last.transaction + 1);
+    fill();
+    expectLost(last);
 }
 
 TEST_F(History, OneRowStandsForATransactionHoweverLarge) {

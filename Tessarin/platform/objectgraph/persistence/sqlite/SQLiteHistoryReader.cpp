@@ -16,8 +16,8 @@ namespace {
 [[noreturn]] void fail(StoreErrorCode code, std::string text) { throw ErrorException(storeError(code, std::move(text))); }
 
 [[noreturn]] void failPurged() {
-    fail(StoreErrorCode::HistoryPurged,
-         "What followed that place in the history was forgotten: the records themselves have to be fetched.");
+    fail(StoreErrorCode::HistoryPurged, "What followed that place in the history was forgotten, or saved without one: the "
+                                        "records themselves have to be fetched.");
 }
 
 /// Runs `work`; what SQLite says of the history itself is told as such.
@@ -59,12 +59,12 @@ std::vector<HistoryChange> SQLiteHistoryReader::changesOf(SQLite::Statement& row
 
 void SQLiteHistoryReader::read(HistoryRequest const& request, std::vector<HistoryTransaction>& found) {
     reading(connection_, [&] {
-        auto const [name, purged, newest] = requiredExtent(connection_);
-        auto last = purged;
+        auto const extent = requiredExtent(connection_);
+        auto last = extent.purged;
         if (auto const& after = request.after) {
-            if (after->history != name || after->transaction > newest)
+            if (after->history != extent.name || after->transaction > extent.newest)
                 fail(StoreErrorCode::HistoryPurged, "The token is of another history than this file's.");
-            if (after->transaction < purged) failPurged();
+            if (after->transaction < extent.start()) failPurged();
             last = after->transaction;
         }
         auto const since = request.since ? request.since->timeIntervalSinceReferenceDate() : -1e300;
@@ -74,7 +74,7 @@ void SQLiteHistoryReader::read(HistoryRequest const& request, std::vector<Histor
         while (rows->step()) {
             requireNext(rows->integer(0), last);
             if (rows->real(1) < since) continue;
-            HistoryTransaction transaction{.token = {name, last},
+            HistoryTransaction transaction{.token = {extent.name, last},
                                            .date = NSDate::dateWithTimeIntervalSinceReferenceDate(rows->real(1)),
                                            .author = std::string(rows->text(4)),
                                            .context = std::string(rows->text(5)),
@@ -87,6 +87,7 @@ void SQLiteHistoryReader::read(HistoryRequest const& request, std::vector<Histor
                                                                                              {"isOwn", transaction.isOwn}})))
                 continue;
             transaction.changes = changesOf(*rows, 6);
+            if (transaction.changes.empty()) continue; // it ends a gap
             found.push_back(std::move(transaction));
             if (found.size() == request.limit) return;
         }
@@ -100,13 +101,17 @@ HistoryToken SQLiteHistoryReader::newest() {
     });
 }
 
+bool SQLiteHistoryReader::endsWithGap() {
+    return reading(connection_, [&] { return requiredExtent(connection_).endsWithGap(); });
+}
+
 std::vector<HistoryChange> SQLiteHistoryReader::othersChanges(std::int64_t& upTo) {
     return reading(connection_, [&] {
         auto const extent = requiredExtent(connection_);
         auto last = std::exchange(upTo, extent.newest);
-        if (last < extent.purged) failPurged();
         std::vector<HistoryChange> changes;
         if (last == extent.newest) return changes;
+        if (last < extent.start()) failPurged();
         auto const rows = connection_.use("SELECT id, writer, changes FROM tessarin_history WHERE id > ? ORDER BY id");
         rows->bind(1, last);
         while (rows->step()) {

@@ -15,6 +15,8 @@ public:
 
     void read(HistoryRequest const& request, std::vector<HistoryTransaction>& found);
     HistoryToken newest();
+    /// Whether that token is of no use, because records were changed since by somebody who keeps no history.
+    bool endsWithGap();
     /// What others have written behind that transaction, and which is the newest now.
     std::vector<HistoryChange> othersChanges(std::int64_t& upTo);
     /// The last transaction before the first that was saved since then.

@@ -1,10 +1,12 @@
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteHistoryTablePrivate.h"
 
+#include "Tessarin/platform/foundation/time/NSDate.h"
 #include "Tessarin/platform/foundation/values/NSUUID.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteStoredModelPrivate.h"
 
 #include <algorithm>
 #include <fmt/format.h>
+#include <unistd.h>
 
 namespace Tessarin {
 
@@ -29,9 +31,9 @@ void bringToFormat(SQLite::Connection& connection) {
 }
 
 void purgeHistory(SQLite::Connection& connection, std::int64_t transaction) {
-    auto const [name, purged, newest] = historyOf(connection);
-    auto const last = std::min(transaction, newest);
-    if (name == 0 || last <= purged) return;
+    auto const extent = historyOf(connection);
+    auto const last = std::min(transaction, extent.newest);
+    if (extent.name == 0 || last <= extent.purged) return;
     auto const note = connection.use("UPDATE tessarin_store SET value = ? WHERE key = 'historyPurged'");
     note->bind(1, last);
     note->run();
@@ -42,10 +44,31 @@ void purgeHistory(SQLite::Connection& connection, std::int64_t transaction) {
 
 void purgeHistory(SQLite::Connection& connection) { purgeHistory(connection, INT64_MAX); }
 
+void noteHistoryGap(SQLite::Connection& connection) {
+    auto const extent = historyOf(connection);
+    if (extent.name == 0 || extent.endsWithGap() || extent.newest == INT64_MAX) return;
+    auto const note = connection.use("INSERT OR REPLACE INTO tessarin_store VALUES ('historyGap', ?)");
+    note->bind(1, extent.newest + 1);
+    note->run();
+}
+
+void endHistoryGap(SQLite::Connection& connection, std::int64_t writer) {
+    auto const extent = historyOf(connection);
+    if (!extent.endsWithGap()) return;
+    auto const row =
+        connection.use("INSERT INTO tessarin_history (id, time, process, writer, changes) VALUES (?, ?, ?, ?, x'01')");
+    row->bind(1, extent.newest + 1);
+    row->bind(2, NSDate().timeIntervalSinceReferenceDate());
+    row->bind(3, std::int64_t{::getpid()});
+    row->bind(4, writer);
+    row->run();
+}
+
 HistoryExtent historyOf(SQLite::Connection& connection) {
     HistoryExtent extent;
     extent.name = connection.integer("SELECT value FROM tessarin_store WHERE key = 'history'");
     extent.purged = connection.integer("SELECT value FROM tessarin_store WHERE key = 'historyPurged'");
+    extent.gap = connection.integer("SELECT value FROM tessarin_store WHERE key = 'historyGap'");
     extent.newest = std::max(connection.integer("SELECT max(id) FROM tessarin_history"), extent.purged);
     return extent;
 }

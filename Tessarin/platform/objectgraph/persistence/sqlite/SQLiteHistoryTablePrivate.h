@@ -1,6 +1,7 @@
 #pragma once
 #include "Tessarin/Export.h"
 #include "Tessarin/platform/sqlite/Connection.h"
+#include <algorithm>
 #include <cstdint>
 
 namespace Tessarin {
@@ -18,14 +19,24 @@ void bringToFormat(SQLite::Connection& connection);
 void purgeHistory(SQLite::Connection& connection, std::int64_t transaction);
 /// Forgets everything: numbers of entities and properties mean something else from now on.
 void purgeHistory(SQLite::Connection& connection);
+/// Records are changed by a transaction that the history does not tell: no token of today leads on from here. Writes only the first
+/// time after a transaction that it tells.
+void noteHistoryGap(SQLite::Connection& connection);
+/// Where the newest that is known of is such a gap, puts an empty transaction behind it, so that there is a token behind it.
+void endHistoryGap(SQLite::Connection& connection, std::int64_t writer);
 
 /// What there is of a history.
 struct HistoryExtent {
-    std::int64_t name = 0;   // random: a file that was made anew has another one; 0: there is no history
+    std::int64_t name = 0; // random: a file that was made anew has another one; 0: there is no history
     std::int64_t purged = 0; // up to this transaction it was forgotten
+    std::int64_t gap = 0; // right before this transaction, or the one to come, some were not told; 0: none that is known
     std::int64_t newest = 0; // the last one there was
+
+    /// The first place from which everything is told.
+    std::int64_t start() const noexcept { return std::max(purged, gap); }
+    bool endsWithGap() const noexcept { return name != 0 && gap > newest; }
 };
-/// Costs three look-ups.
+/// Costs four look-ups.
 HistoryExtent historyOf(SQLite::Connection& connection);
 /// 0 where there is none.
 std::int64_t newestTransaction(SQLite::Connection& connection);

@@ -1,6 +1,7 @@
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteHistoryWriterPrivate.h"
 
 #include "Tessarin/platform/objectgraph/model/NSEntityDescription.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteHistoryTablePrivate.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -99,6 +100,14 @@ void SQLiteHistoryWriter::addCut(NSEntityDescription const& rootEntity, RecordKe
 }
 
 void SQLiteHistoryWriter::end() { writeRow(); }
+
+void SQLiteHistoryWriter::noteGap() {
+    try {
+        noteHistoryGap(connection_);
+    } catch (SQLite::Failure const& failure) {
+        if (!isDamage(failure)) throw; // whoever asks for the history is told
+    }
+}
 
 void SQLiteHistoryWriter::writeRow() {
     if (!isWanted() || packer_.empty()) return;

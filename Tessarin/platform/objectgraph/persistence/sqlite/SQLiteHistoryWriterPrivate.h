@@ -29,6 +29,8 @@ public:
     void addCut(NSEntityDescription const& rootEntity, RecordKey key, NSPropertyDescription const& property);
     /// Before the commit.
     void end();
+    /// Where it is not wanted: the transaction changes records all the same.
+    void noteGap();
 
     bool isWanted() const noexcept { return writer_ != 0 && !isBroken_; }
     /// The transactions that were written since `begin`; last < first: none.

@@ -65,14 +65,14 @@ void SQLiteOthers::watchAgain() {
         making_.swap(making);
 }
 
-void SQLiteOthers::noteSaved(SQLiteHistoryWriter::Written written) {
+void SQLiteOthers::noteSaved(SQLiteHistoryWriter::Written written, bool isAlone) {
     if (isLost_.exchange(false)) {
         watch();
         schedule(); // somebody may have made and touched another one meanwhile
     }
     if (written.last < written.first) return noteUsed();
     auto before = written.first - 1;
-    if (!seen_.compare_exchange_strong(before, written.last)) schedule();
+    if (!isAlone || !seen_.compare_exchange_strong(before, written.last)) schedule();
 }
 
 void SQLiteOthers::schedule() {

@@ -19,8 +19,8 @@ public:
 
     /// Watches from now on. `mayMake`: the notice, where it is missing.
     void begin(bool mayMake, Look look);
-    /// This store has saved.
-    void noteSaved(SQLiteHistoryWriter::Written written);
+    /// This store has saved. `isAlone`: nobody else has committed since it did so before, also nothing that the history does not tell.
+    void noteSaved(SQLiteHistoryWriter::Written written, bool isAlone);
     /// It is used: of interest where nothing is watched.
     void noteUsed() {
         if (isBlind_.load(std::memory_order_relaxed)) schedule();

@@ -165,11 +165,23 @@ void SQLiteStore::tellEverything() {
 }
 
 /// Others look at what is committed: the file's last event comes before that can be seen, so the notice comes after it.
-void SQLiteStore::Impl::noteCommit() {
+void SQLiteStore::Impl::noteCommit(bool isAlone) {
     if (historyWriter == 0) return;
     auto const written = writerSeat->writer.historyWritten();
-    if (others) others->noteSaved(written);
+    if (others) others->noteSaved(written, isAlone);
     if (notice && written.first <= written.last) notice->touch();
+}
+
+bool SQLiteStore::Impl::Writing::beginChange(SQLite::Connection::LogState const& before) {
+    using LogState = SQLite::Connection::LogState;
+    bool const isAlone = before != LogState{} && std::exchange(left, LogState{}) == before;
+    if (!isAlone && !writer.keepsHistory()) writer.noteHistoryGap();
+    return isAlone;
+}
+
+void SQLiteStore::Impl::Writing::endChange(SQLite::Connection::LogState const& before) {
+    auto const now = connection.logState();
+    if (SQLite::Connection::isOneCommitLater(now, before)) left = now; // else somebody else has just committed, too
 }
 
 Ref<NSError> SQLiteStore::Impl::readingHistory(FunctionRef<void(SQLiteHistoryReader&)> work) {
@@ -185,17 +197,28 @@ Ref<NSError> SQLiteStore::history(HistoryRequest const& request, std::vector<His
 }
 
 Ref<NSError> SQLiteStore::newestOfHistory(HistoryToken& token) {
-    return impl_->readingHistory([&](SQLiteHistoryReader& history) { token = history.newest(); });
+    bool isOfUse = true;
+    auto error = impl_->readingHistory([&](SQLiteHistoryReader& history) {
+        token = history.newest();
+        isOfUse = !history.endsWithGap();
+    });
+    if (error || isOfUse || impl_->historyWriter == 0) return error;
+    // Where that fails, the token is refused later.
+    static_cast<void>(impl_->changingHistory([&](SQLiteHistoryReader& history, SQLite::Connection& connection) {
+        endHistoryGap(connection, impl_->historyWriter);
+        token = history.newest();
+    }));
+    return nullptr;
 }
 
-Ref<NSError> SQLiteStore::Impl::purge(FunctionRef<std::int64_t(SQLiteHistoryReader&)> last) {
+Ref<NSError> SQLiteStore::Impl::changingHistory(FunctionRef<void(SQLiteHistoryReader&, SQLite::Connection&)> change) {
     std::lock_guard const hold(writing);
     try {
         auto& connection = writer().connection;
         SQLite::Transaction transaction(connection);
         requireInPlace();
         SQLiteHistoryReader history(schema, connection, historyWriter);
-        Tessarin::purgeHistory(connection, last(history));
+        change(history, connection);
         readers->endIdle();
         transaction.commit();
         return nullptr;
@@ -206,15 +229,17 @@ Ref<NSError> SQLiteStore::Impl::purge(FunctionRef<std::int64_t(SQLiteHistoryRead
 }
 
 Ref<NSError> SQLiteStore::purgeHistory(HistoryToken const& upTo) {
-    return impl_->purge([&](SQLiteHistoryReader& history) {
-        if (auto const newest = history.newest(); upTo.history == newest.history && upTo.transaction <= newest.transaction)
-            return upTo.transaction;
-        throw ErrorException(storeError(StoreErrorCode::HistoryPurged, "The token is of another history than this file's."));
+    return impl_->changingHistory([&](SQLiteHistoryReader& history, SQLite::Connection& connection) {
+        if (auto const newest = history.newest(); upTo.history != newest.history || upTo.transaction > newest.transaction)
+            throw ErrorException(storeError(StoreErrorCode::HistoryPurged, "The token is of another history than this file's."));
+        Tessarin::purgeHistory(connection, upTo.transaction);
     });
 }
 
 Ref<NSError> SQLiteStore::purgeHistory(NSDate const& before) {
-    return impl_->purge([&](SQLiteHistoryReader& history) { return history.lastBefore(before); });
+    return impl_->changingHistory([&](SQLiteHistoryReader& history, SQLite::Connection& connection) {
+        Tessarin::purgeHistory(connection, history.lastBefore(before));
+    });
 }
 
 } // namespace Tessarin

@@ -131,7 +131,9 @@ Ref<NSError> SQLiteStore::save(std::span<Ref<ChangeSet const> const> sets, Confl
     if (isEmpty && !impl.metadata.hasUnsaved()) return nullptr;
     auto const write = [&](SQLiteWriter::Conflicts conflicts) {
         outcome = {};
-        auto& [connection, writer] = impl.writer();
+        auto& seat = impl.writer();
+        auto& connection = seat.connection;
+        auto& writer = seat.writer;
         SQLite::Transaction transaction(connection);
         auto const before = connection.logState();
         impl.requireInPlace(); // what is written to a file that was removed, or moved away, is lost
@@ -142,6 +144,7 @@ Ref<NSError> SQLiteStore::save(std::span<Ref<ChangeSet const> const> sets, Confl
             if (auto refusal = reconcile(sets, stored, resolve, outcome, SetTaker::Store)) throw ErrorException(refusal);
             if (!outcome.sets.empty()) written = outcome.sets;
         }
+        bool const isAlone = !isEmpty && seat.beginChange(before);
         writer.write(written, conflicts);
         impl.metadata.write(connection);
         impl.keys.topUp(connection);
@@ -150,8 +153,9 @@ Ref<NSError> SQLiteStore::save(std::span<Ref<ChangeSet const> const> sets, Confl
         auto const after = connection.logState();
         impl.keys.confirm();
         impl.metadata.confirm();
+        if (!isEmpty) seat.endChange(before);
         writer.publish(written, outcome);
-        impl.noteCommit();
+        impl.noteCommit(isAlone);
         bool const isAll = outcome.sets.empty() && outcome.corrected.empty() && connection.isOneCommitLater(after, before);
         if (isAll) impl.scans->noteSave(before, after, written);
     };
@@ -191,7 +195,7 @@ Ref<NSError> SQLiteStore::findRefused(std::span<Ref<ChangeSet const> const> sets
         return error;
     };
     auto error = caught([&] {
-        auto& [connection, writer] = impl.writer();
+        auto& [connection, writer, left] = impl.writer();
         SQLite::Transaction const transaction(connection); // never committed
         impl.requireSameModel(connection);
         if (auto passing = findRefusedSets(
@@ -224,16 +228,19 @@ Ref<NSError> SQLiteStore::Impl::inBatch(BatchOutcome& outcome, FunctionRef<bool(
     auto const attempt = [&] {
         return caught([&] {
             outcome = {};
-            auto& [connection, batchWriter] = writer();
-            SQLite::Transaction transaction(connection);
+            auto& seat = writer();
+            SQLite::Transaction transaction(seat.connection);
+            auto const before = seat.connection.logState();
             requireInPlace();
-            requireSameModel(connection);
-            outcome.complete = change(batchWriter);
+            requireSameModel(seat.connection);
+            bool const isAlone = seat.beginChange(before);
+            outcome.complete = change(seat.writer);
             if (!outcome.complete) return;
             readers->endIdle();
             transaction.commit();
-            batchWriter.forgetRows(outcome);
-            noteCommit();
+            seat.endChange(before);
+            seat.writer.forgetRows(outcome);
+            noteCommit(isAlone);
         });
     };
     auto error = attempt();

@@ -20,11 +20,17 @@ struct SQLiteStore::Impl {
     struct Writing {
         SQLite::Connection connection;
         SQLiteWriter writer;
+        SQLite::Connection::LogState left{}; // the file's after the last change of records here; all 0 when it is not known
         Writing(SQLiteSchema const& schema, std::string const& path, SQLite::ConnectionOptions const& options,
                 std::int64_t historyWriter)
             : connection(path, options), writer(schema, connection, historyWriter) {
             connection.execute("PRAGMA journal_size_limit = 16777216"); // a log that one large save made long does not stay so
         }
+        /// A transaction has begun that changes records. Where the history does not tell it, that is noted there, which has a price
+        /// only if anybody has committed since the last change here; false then.
+        bool beginChange(SQLite::Connection::LogState const& before);
+        /// It was committed.
+        void endChange(SQLite::Connection::LogState const& before);
     };
 
     Impl(NSURL file, Ref<RowSpace> rowSpace, std::vector<std::int64_t> entityNumbers, SQLite::ConnectionOptions connectionOptions,
@@ -54,20 +60,21 @@ struct SQLiteStore::Impl {
     /// One transaction of `change`, which is false when it did nothing.
     Ref<NSError> inBatch(BatchOutcome& outcome, FunctionRef<bool(SQLiteWriter&)> change);
 
-    /// A transaction that may be told in the history was committed: others are given notice. The caller holds `writing`.
-    void noteCommit();
+    /// A transaction that may be told in the history was committed: others are given notice. `isAlone`: as `beginChange` said. The
+    /// caller holds `writing`.
+    void noteCommit(bool isAlone);
     Ref<NSError> readingHistory(FunctionRef<void(SQLiteHistoryReader&)> work);
-    /// Up to the transaction that `last` gives.
-    Ref<NSError> purge(FunctionRef<std::int64_t(SQLiteHistoryReader&)> last);
+    /// One transaction of `change`.
+    Ref<NSError> changingHistory(FunctionRef<void(SQLiteHistoryReader&, SQLite::Connection&)> change);
 
     NSURL const url;
     Ref<RowSpace> const space;
     SQLiteSchema const schema;
     std::string const path;
     SQLite::ConnectionOptions const options;
-    std::string identifier;           // constant after opening
+    std::string identifier; // constant after opening
     std::optional<StoreRefusal::Identity> identity; // of the file; likewise
-    bool isReadOnly = false;          // likewise
+    bool isReadOnly = false; // likewise
     std::int64_t modelGeneration = 0; // likewise; counts the migrations of the file
     // The history, constant after opening: the number under which this store writes it, 0 where it does not, and how long it is kept.
     std::int64_t historyWriter = 0;

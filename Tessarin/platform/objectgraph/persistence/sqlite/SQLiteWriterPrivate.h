@@ -30,6 +30,8 @@ public:
     void forgetRows(BatchOutcome const& outcome);
     /// The transactions of the history that stand for what was written last.
     SQLiteHistoryWriter::Written historyWritten() const noexcept { return history_.written(); }
+    bool keepsHistory() const noexcept { return history_.isWanted(); }
+    void noteHistoryGap() { history_.noteGap(); }
     /// The record as the transaction sees it.
     RowRef stored(NSEntityDescription const& entity, RecordKey key) { return reader_.row(*entity.rootEntity(), key); }
 
