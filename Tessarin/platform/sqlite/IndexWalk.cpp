@@ -68,33 +68,43 @@ struct Entry {
     std::byte const* end = nullptr; // of as much as stands in the page
 };
 
+} // namespace
+
+struct IndexWalk::Search {
+    Sought const& sought;
+    FunctionRef<bool(std::int64_t key)> take;
+    std::uint64_t start = 0; // of a text that has that many bytes
+    std::int64_t previous = std::numeric_limits<std::int64_t>::min(); // key
+
+    static constexpr std::size_t startSize = sizeof(start);
+    Search(Sought const& wanted, FunctionRef<bool(std::int64_t key)> taker) : sought(wanted), take(taker) {
+        if (hasStart()) start = bigEndian<std::uint64_t>(reinterpret_cast<std::byte const*>(sought.content.data()));
+    }
+    bool hasStart() const noexcept { return sought.content.size() >= startSize; }
+};
+
 /// Whether an entry stands before those that have what is sought. Absent where they cannot be compared. Most entries are short and
-/// of the same kind: they are compared at once.
-std::optional<bool> isBefore(BTreePage const& page, std::size_t at, IndexWalk::Sought const& sought) {
+/// of the same kind, and differ early: they are compared at once.
+std::optional<bool> IndexWalk::isBefore(BTreePage const& page, std::size_t at, Search const& search) {
     static constexpr unsigned oneByte = 0x80;
+    auto const& sought = search.sought;
     auto const* const cell = page.cell(at);
-    if (cell && sought.kind == IndexWalk::Sought::Kind::Text && page.end() - cell > oneByte) {
+    if (cell && sought.kind == Sought::Kind::Text && page.end() - cell > oneByte) {
         unsigned const entry = std::to_integer<unsigned>(cell[0]), header = std::to_integer<unsigned>(cell[1]),
                        type = std::to_integer<unsigned>(cell[2]);
         auto const size = (type - 13) / 2;
         bool const isShortText = (entry | header | type) < oneByte && type % 2 == 1 && type >= 13 && header >= 2;
         if (isShortText && header + size <= entry) {
-            auto const order =
-                firstDifference(cell + 1 + header, sought.content, std::min<std::size_t>(size, sought.content.size()));
+            auto const* const text = cell + 1 + header;
+            if (size >= Search::startSize && search.hasStart())
+                if (auto const start = bigEndian<std::uint64_t>(text); start != search.start) return start < search.start;
+            auto const order = firstDifference(text, sought.content, std::min<std::size_t>(size, sought.content.size()));
             return order != 0 ? order < 0 : size < sought.content.size();
         }
     }
     auto const order = Entry(page, at).compared(sought);
     return order ? std::optional(*order < 0) : std::nullopt;
 }
-
-} // namespace
-
-struct IndexWalk::Search {
-    Sought const& sought;
-    FunctionRef<bool(std::int64_t key)> take;
-    std::int64_t previous = std::numeric_limits<std::int64_t>::min(); // key
-};
 
 bool IndexWalk::canFind(Sought const& sought) const noexcept {
     static constexpr std::size_t mostBesides = 32; // the entry's header and the key
@@ -110,7 +120,7 @@ IndexWalk::End IndexWalk::visit(SnapshotPages::Number number, int depth, Search&
     if (number == 1 || depth > BTreePage::deepest) return End::Broken;
     BTreePage const page(pages_.kept(number), pages_.usableSize(), BTreePage::ofIndex);
     if (!page.isSound()) return End::Broken;
-    auto const first = firstCellNot(page, [&](std::size_t at) { return isBefore(page, at, search.sought); });
+    auto const first = firstCellNot(page, [&](std::size_t at) { return isBefore(page, at, search); });
     if (!first) return End::Broken;
     for (auto at = *first;; ++at) {
         if (page.isInner()) {

@@ -27,6 +27,7 @@ public:
 private:
     enum class End { OfPage, OfSearch, Broken };
     struct Search;
+    static std::optional<bool> isBefore(BTreePage const& page, std::size_t at, Search const& search);
     End visit(SnapshotPages::Number number, int depth, Search& search);
 
     SnapshotPages& pages_;

@@ -165,11 +165,22 @@ std::optional<TableRecord const*> TableWalk::find(std::int64_t key) {
     return {};
 }
 
-std::optional<TableRecord const*> TableWalk::findIn(BTreePage const& leaf, std::int64_t key) {
-    auto const place = firstCellNot(leaf, [&](std::size_t at) -> std::optional<bool> {
+/// Of the first record of a leaf that has that key or a larger one. Where none was deleted, all keys follow one another.
+std::optional<std::size_t> TableWalk::placeIn(BTreePage const& leaf, std::int64_t key) {
+    if (leaf.count() == 0) return 0;
+    Cell const first(leaf, 0), last(leaf, leaf.count() - 1);
+    if (!first.begin || !last.begin) return {};
+    auto const distance = [&](std::int64_t to) { return static_cast<std::uint64_t>(to) - static_cast<std::uint64_t>(first.key); };
+    if (key >= first.key && key <= last.key && distance(last.key) == leaf.count() - 1)
+        return Cell(leaf, distance(key)).key == key ? std::optional(static_cast<std::size_t>(distance(key))) : std::nullopt;
+    return firstCellNot(leaf, [&](std::size_t at) -> std::optional<bool> {
         Cell const cell(leaf, at);
         return cell.begin ? std::optional(cell.key < key) : std::nullopt;
     });
+}
+
+std::optional<TableRecord const*> TableWalk::findIn(BTreePage const& leaf, std::int64_t key) {
+    auto const place = placeIn(leaf, key);
     if (!place) return {};
     if (*place == leaf.count()) return nullptr;
     Cell const cell(leaf, *place);

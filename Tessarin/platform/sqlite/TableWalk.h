@@ -71,6 +71,7 @@ private:
     End visit(SnapshotPages::Number number, int depth, Walk& walk);
     End visitInner(BTreePage const& page, int depth, Walk& walk);
     End visitLeaf(BTreePage page, Walk& walk, bool isPassing);
+    static std::optional<std::size_t> placeIn(BTreePage const& leaf, std::int64_t key);
     std::optional<TableRecord const*> findIn(BTreePage const& leaf, std::int64_t key);
     bool payloadOf(Cell const& cell, BTreePage const& page, std::span<std::byte const>& payload);
     bool followOverflow(SnapshotPages::Number next, std::uint64_t size);
