@@ -1,4 +1,5 @@
 #pragma once
+#include "Tessarin/platform/foundation/values/UTF8Private.h"
 #include "Tessarin/platform/runtime/Value.h"
 #include <optional>
 #include <string>
@@ -16,7 +17,6 @@ namespace Tessarin::defaults {
 /// Why a value cannot be kept, as the end of a sentence: for objects, sets, dictionaries with other keys than texts, absent
 /// elements, and more than a hundred levels. Empty when it can.
 std::string_view obstacle(Value const& value);
-bool isUTF8(std::string_view text);
 
 /// The value, and the key, as they stand on either side of "=". The value has no obstacle.
 std::string tomlValue(Value const& value);

@@ -10,7 +10,6 @@
 #include <chrono>
 #include <cmath>
 #include <fmt/format.h>
-#include <unicode/utf8.h>
 
 namespace Tessarin::defaults {
 namespace {
@@ -112,13 +111,6 @@ std::string dictionaryText(Dictionary const& dictionary) {
 }
 
 } // namespace
-
-bool isUTF8(std::string_view text) {
-    auto const* const bytes = reinterpret_cast<std::uint8_t const*>(text.data());
-    UChar32 character = 0;
-    for (std::size_t at = 0; at < text.size() && character >= 0;) U8_NEXT(bytes, at, text.size(), character);
-    return character >= 0;
-}
 
 std::string_view obstacle(Value const& value) { return obstacleAt(value, 1); }
 

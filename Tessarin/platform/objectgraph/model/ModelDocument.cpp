@@ -1,21 +1,14 @@
 #include "Tessarin/platform/objectgraph/model/ModelDocument.h"
 
+#include "Tessarin/platform/foundation/values/UTF8Private.h"
 #include "Tessarin/platform/objectgraph/model/ModelDocumentReaderPrivate.h"
 
 #include <pugixml.hpp>
-#include <unicode/utf8.h>
 
 #include <algorithm>
 
 namespace Tessarin {
 namespace {
-
-bool isUTF8(std::string_view text) {
-    auto const* bytes = reinterpret_cast<std::uint8_t const*>(text.data());
-    UChar32 character = 0;
-    for (std::size_t at = 0; at < text.size() && character >= 0;) U8_NEXT(bytes, at, text.size(), character);
-    return character >= 0;
-}
 
 bool isMergeMark(std::string_view line) {
     return line.starts_with("<<<<<<< ") || line.starts_with(">>>>>>> ") || line == "=======" || line == "=======\r";

@@ -1,6 +1,7 @@
 #include "Tessarin/platform/objectgraph/model/NSManagedObjectModel.h"
 
 #include "Tessarin/platform/objectgraph/model/ModelAssemblerPrivate.h"
+#include "Tessarin/platform/objectgraph/model/ModelNamesPrivate.h"
 
 #include <algorithm>
 #include <map>
@@ -8,6 +9,10 @@
 namespace Tessarin {
 
 Ref<NSManagedObjectModel> NSManagedObjectModel::modelWithDefinition(ModelDefinition definition, std::string* problem) {
+    if (auto unusable = problemWithNames(definition); !unusable.empty()) {
+        if (problem) *problem = std::move(unusable);
+        return nullptr;
+    }
     ModelAssembler assembler;
     auto model = assembler.assemble(std::move(definition));
     if (!model && problem) *problem = assembler.problem();

@@ -28,7 +28,7 @@ public:
     static Ref<NSManagedObjectModel> modelByMergingModels(std::span<Ref<NSManagedObjectModel> const> models);
 
     /// The model of a plain description; null when it contradicts itself: a duplicate name, a missing parent or destination,
-    /// a circle of parents. `problem` then says what is wrong.
+    /// a circle of parents; or when it has a name that nothing can reach (docs/models.md). `problem` then says what is wrong.
     static Ref<NSManagedObjectModel> modelWithDefinition(ModelDefinition definition, std::string* problem = nullptr);
 
     using EntitiesByName = std::map<std::string, Ref<NSEntityDescription>, std::less<>>;

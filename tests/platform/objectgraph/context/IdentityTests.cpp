@@ -23,7 +23,6 @@ TEST_P(Identity, APromotedObjectIsRegisteredOnceAndLeavesWhole) {
     seen.clear();
     EXPECT_TRUE(worker->registeredObjects().empty());
     worker->refreshAllObjects();
-
 }
 
 TEST_P(Identity, LinksOutliveTheObjectsAndTheKeysTheyWereMadeWith) {
@@ -93,6 +92,19 @@ TEST_P(Identity, AURIMustNameTheRecordsOwnEntity) {
     ASSERT_TRUE(id);
     EXPECT_EQ(id->description(), uri);
     EXPECT_EQ(later.root->objectWithID(*id)->objectID(), id);
+}
+
+TEST(Identity, AURIEscapesTheNameOfTheEntity) {
+    for (auto const* name : {"Größe 1/2", "a%20b", "a b", "A.B"}) {
+        auto const coordinator = coordinatorOver(ModelBuilder().entity(name).attribute("title", NSAttributeType::String).build());
+        auto const root = contextOver(coordinator);
+        root->performBlockAndWait([&] {
+            auto const id = root->insertNewObject(name)->objectID();
+            Ref<NSError> error;
+            EXPECT_TRUE(root->save(error));
+            EXPECT_EQ(coordinator->managedObjectIDForURIRepresentation(id->URIRepresentation()), id) << name;
+        });
+    }
 }
 
 TEST(IdentityInAFile, KeysAndVersionsOutOfRangeAreRefusedWithWords) {

@@ -33,14 +33,30 @@ TEST(ModelDocument, ReadsDefaultsByTheirType) {
         Value expected;
         std::string where = "defaultValueString";
     } const rows[] = {
-        {"String", "", ""}, {"String", " ", " "}, {"String", "&quot;&lt;&amp;12", "\"<&12"},
-        {"String", "x", {}, "anotherName"}, {"Boolean", "YES", true}, {"Boolean", "NO", false}, {"Boolean", "0.0", false},
-        {"Boolean", "100", true}, {"Boolean", "perhaps", {}}, {"Integer 16", "NO", 0}, {"Integer 32", "0.0", 0},
-        {"Integer 64", "-9007199254740993", -9007199254740993}, {"Integer 16", "", {}}, {"Double", "1e3", 1000.0},
-        {"Double", "nan", {}}, {"Float", "0.1", 0.1F}, {"Decimal", "0.1", Decimal::fromText("0.1").value()},
-        {"Date", "-3600.5", Value::date(-3600.5), "defaultDateTimeInterval"}, {"Date", "0", {}}, {"UUID", "empy", {}},
+        {"String", "", ""},
+        {"String", " ", " "},
+        {"String", "&quot;&lt;&amp;12", "\"<&12"},
+        {"String", "x", {}, "anotherName"},
+        {"Boolean", "YES", true},
+        {"Boolean", "NO", false},
+        {"Boolean", "0.0", false},
+        {"Boolean", "100", true},
+        {"Boolean", "perhaps", {}},
+        {"Integer 16", "NO", 0},
+        {"Integer 32", "0.0", 0},
+        {"Integer 64", "-9007199254740993", -9007199254740993},
+        {"Integer 16", "", {}},
+        {"Double", "1e3", 1000.0},
+        {"Double", "nan", {}},
+        {"Float", "0.1", 0.1F},
+        {"Decimal", "0.1", Decimal::fromText("0.1").value()},
+        {"Date", "-3600.5", Value::date(-3600.5), "defaultDateTimeInterval"},
+        {"Date", "0", {}},
+        {"UUID", "empy", {}},
         {"UUID", "E621E1F8-C36C-495A-93FC-0C247A3E6E5F", NSUUID::UUIDWithString("E621E1F8-C36C-495A-93FC-0C247A3E6E5F").value()},
-        {"URI", "https://a.org", Value::url("https://a.org")}, {"Transformable", "x", {}}, {"Binary", "x", {}}};
+        {"URI", "https://a.org", Value::url("https://a.org")},
+        {"Transformable", "x", {}},
+        {"Binary", "x", {}}};
     for (auto const& [type, written, expected, where] : rows) {
         SCOPED_TRACE(type + " " + written);
         auto const model =
@@ -196,6 +212,10 @@ TEST(ModelDocument, RefusesWhatContradictsItself) {
         {"\n<<<<<<< HEAD\n" + entity("E") + "\n=======\n" + entity("F") + "\n>>>>>>> branch\n", "unfinished merge"},
         {"\n=======\n", "unfinished merge"},
         {entity("\xFF"), "not UTF-8"},
+        {entity("a&#10;b"), R"(the entity "a\nb": there is a control character in its name)"},
+        {entity("E", "<attribute name='a.b' attributeType='String'/>"), R"(the attribute "E"."a.b": no key path reaches)"},
+        {entity("E", "<relationship name='@r' destinationEntity='E'/>"), R"(the relationship "E"."@r": no key path reaches)"},
+        {entity("E", attribute + "<fetchIndex name='&#9;'/>"), R"(the index "E"."\t": there is a control)"},
     };
     for (auto const& [elements, problem] : rows) {
         std::string reason;

@@ -119,12 +119,23 @@ TEST(Model, ValidatesValues) {
         Value value;
         Problem expected;
     } const rows[] = {
-        {"must", {}, Problem::MissingMandatoryProperty}, {"must", false, fine}, {"age", {}, fine}, {"age", -1, fine},
-        {"age", -2, Problem::NumberTooSmall}, {"age", 100001, Problem::NumberTooLarge}, {"age", "5", Problem::WrongKind},
-        {"price", Decimal::fromText("0.49").value(), Problem::NumberTooSmall}, {"price", 0.5, fine},
-        {"word", "é", Problem::StringTooShort}, {"word", "éé", fine}, {"word", "abcd", Problem::StringTooLong},
-        {"word", "ab1", Problem::StringPatternMatching}, {"day", Value::date(-1), Problem::DateTooSoon},
-        {"day", Value::date(11), Problem::DateTooLate}, {"odd", "anything", fine}, {"any", List{1}, fine},
+        {"must", {}, Problem::MissingMandatoryProperty},
+        {"must", false, fine},
+        {"age", {}, fine},
+        {"age", -1, fine},
+        {"age", -2, Problem::NumberTooSmall},
+        {"age", 100001, Problem::NumberTooLarge},
+        {"age", "5", Problem::WrongKind},
+        {"price", Decimal::fromText("0.49").value(), Problem::NumberTooSmall},
+        {"price", 0.5, fine},
+        {"word", "é", Problem::StringTooShort},
+        {"word", "éé", fine},
+        {"word", "abcd", Problem::StringTooLong},
+        {"word", "ab1", Problem::StringPatternMatching},
+        {"day", Value::date(-1), Problem::DateTooSoon},
+        {"day", Value::date(11), Problem::DateTooLate},
+        {"odd", "anything", fine},
+        {"any", List{1}, fine},
     }; // "éé": four bytes, two code points
     for (auto const& [name, value, expected] : rows) {
         auto const error = model->entityNamed("E")->propertyNamed(name)->asAttribute()->validate(value);
@@ -153,6 +164,10 @@ TEST(Model, ValidatesCounts) {
 TEST(Model, BuilderIsFatalWhereTheDescriptionIsWrong) {
     EXPECT_DEATH(ModelBuilder().entity("E").toOne("r", "F").build(),
                  "the model cannot be built: the destination F of E.r is missing");
+    EXPECT_DEATH(ModelBuilder().entity("E").attribute("", Type::String).build(), "a property of E has no name");
+    EXPECT_DEATH(ModelBuilder().entity("E").attribute({"a\0b", 3}, Type::String).build(),
+                 R"(the attribute "E"."a\\u0000b": there is a control)");
+    EXPECT_DEATH(ModelBuilder().entity("\xC3").build(), R"(the entity "\\xC3": its name is not UTF-8)");
     EXPECT_DEATH(ModelBuilder().attribute("a", Type::String), "attribute stands before the first entity");
     EXPECT_DEATH(ModelBuilder().entity("E").toOne("r", "E", {.inverse = "s"}).build(), "the inverse of E.r, E.s, is no relation");
     EXPECT_DEATH(ModelBuilder().entity("E").unique({"a"}).build(), "E.a, which is to be unique, is missing");

@@ -1,5 +1,6 @@
 #include "Tessarin/platform/objectgraph/persistence/migration/StoredModelPrivate.h"
 
+#include "Tessarin/platform/objectgraph/model/ModelAssemblerPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/rows/ValueJSONPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteVerdictPrivate.h"
 
@@ -257,7 +258,7 @@ std::optional<StoredModel> storedModelOfText(std::string_view text) {
         definition.entities.push_back(entityOf(item.dictionary()));
         stored.entityNumbers.push_back(item.dictionary()["number"].integer());
     }
-    stored.model = NSManagedObjectModel::modelWithDefinition(std::move(definition));
+    stored.model = ModelAssembler().assemble(std::move(definition)); // with whatever names there once were
     if (!stored.model) return {};
     return stored;
 }

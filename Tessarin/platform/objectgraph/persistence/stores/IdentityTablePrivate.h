@@ -16,6 +16,9 @@ class NSManagedObjectModel;
 /// The key of the record that a value (a managed object or an identity) stands for in that coordinator, or 0.
 TESSARIN_API RecordKey recordKeyOf(Value const& value, IdentityTable const& table);
 
+/// The name of an entity as it stands in the URI of an identity.
+std::string entityInURI(std::string_view name);
+
 /// All identities of one coordinator that anybody keeps. Any thread.
 class TESSARIN_API IdentityTable : public std::enable_shared_from_this<IdentityTable> {
 public:

@@ -3,6 +3,7 @@
 #include "Tessarin/platform/objectgraph/model/NSManagedObjectModel.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/IdentityTablePrivate.h"
 
+#include <fmt/format.h>
 #include <mutex>
 
 namespace Tessarin {
@@ -17,7 +18,22 @@ NSManagedObjectID::~NSManagedObjectID() {
     if (table_) table_->leave(*this);
 }
 
-NSURL NSManagedObjectID::URIRepresentation() const { return NSURL::URLWithString(description()).value(); }
+std::string entityInURI(std::string_view name) {
+    std::string text;
+    for (char const c : name) {
+        bool const isPlain =
+            (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == '-' || c == '.';
+        isPlain ? text += c : text += fmt::format("%{:02X}", static_cast<unsigned char>(c));
+    }
+    return text;
+}
+
+NSURL NSManagedObjectID::URIRepresentation() const {
+    auto const& name = entity().name();
+    auto text = description();
+    text.replace(text.rfind('/') - name.size(), name.size(), entityInURI(name));
+    return NSURL::URLWithString(text).value();
+}
 
 std::string NSManagedObjectID::description() const {
     auto const key = recordKey();

@@ -10,6 +10,7 @@
 
 #include "Tessarin/platform/queues/Dispatch.h"
 
+#include <algorithm>
 #include <charconv>
 
 namespace Tessarin {
@@ -89,7 +90,9 @@ std::optional<SalvageReport> NSPersistentStoreCoordinator::salvageStoreAtURL(NSU
     try {
         if (damaged.isFileURL() && fresh.isFileURL()) return salvageStore(damaged.path(), fresh.path(), model_);
         error = storeError(StoreErrorCode::StoreOpen, "A store is salvaged from a file into a file.");
-    } catch (ErrorException const& failure) { error = failure.error(); }
+    } catch (ErrorException const& failure) {
+        error = failure.error();
+    }
     return {};
 }
 
@@ -98,7 +101,9 @@ Ref<NSManagedObjectID> NSPersistentStoreCoordinator::managedObjectIDForURIRepres
     auto const pieces = piecesOf(text, '/'); // "tessarin:", "", STORE, ENTITY, "p42"
     if (!store() || pieces.size() != 5 || pieces[0] != "tessarin:" || pieces[2] != identities().storeIdentifier()) return nullptr;
     auto const& entities = model_->entitiesByName();
-    auto const entity = entities.find(std::string{pieces[3]});
+    auto entity = entities.find(pieces[3]);
+    if (entity == entities.end()) // few names look different in a URI
+        entity = std::ranges::find_if(entities, [&](auto const& each) { return entityInURI(each.first) == pieces[3]; });
     if (entity == entities.end() || !pieces[4].starts_with('p')) return nullptr;
     RecordKey key = 0;
     auto const digits = pieces[4].substr(1);
