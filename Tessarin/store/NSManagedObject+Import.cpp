@@ -1,9 +1,12 @@
 #include "Tessarin/store/NSManagedObject+Import.h"
 
 #include "Tessarin/platform/objectgraph/context/NSManagedObjectContext.h"
+#include "Tessarin/platform/runtime/NestingPrivate.h"
 
 #include <charconv>
 #include <cmath>
+#include <cstdio>
+#include <utility>
 
 namespace Tessarin {
 namespace {
@@ -70,6 +73,30 @@ Converted converted(NSManagedObject& object, NSAttributeType type, Value const& 
     }
 }
 
+/// Dictionaries in one another that are being imported on this thread.
+class Level {
+public:
+    Level() noexcept { ++count_; }
+    ~Level() {
+        if (--count_ == 0) hasTold_ = false;
+    }
+    Level(Level const&) = delete;
+    Level& operator=(Level const&) = delete;
+
+    static bool isDeepest() {
+        if (count_ <= deepestLevel) return false;
+        if (!std::exchange(hasTold_, true))
+            std::fprintf(stderr, "Tessarin: dictionaries that are nested more than %zu deep are not imported\n", deepestLevel);
+        return true;
+    }
+
+private:
+    static thread_local std::size_t count_;
+    static thread_local bool hasTold_;
+};
+thread_local std::size_t Level::count_ = 0;
+thread_local bool Level::hasTold_ = false;
+
 bool has(NSManagedObject const& object, std::uint32_t hook) { return (object.objectClass().ownHooks() & hook) != 0; }
 
 } // namespace
@@ -78,6 +105,7 @@ NSManagedObject& NSManagedObjectImport::home() noexcept { return static_cast<NSM
 
 // Entries come by the hundred thousand: a class without hooks of its own is not asked for what is known.
 void NSManagedObjectImport::importDictionary(Dictionary const& dictionary) {
+    Level const level;
     auto& object = home();
     auto const& entity = object.entity();
     bool const renames = has(object, NSManagedObject::importKeyHook);
@@ -90,7 +118,7 @@ void NSManagedObjectImport::importDictionary(Dictionary const& dictionary) {
         if (!property) continue;
         if (auto const* attribute = property->asAttribute())
             importValue(*attribute, name ? std::string_view(*name) : key.view(), value, setsPlainly && !renames);
-        else if (value.kind() == Value::Kind::Dictionary)
+        else if (value.kind() == Value::Kind::Dictionary && !level.isDeepest())
             importRelationship(*property->asRelationship(), value.dictionary());
     }
 }

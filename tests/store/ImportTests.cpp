@@ -104,6 +104,21 @@ TEST_F(Import, SkipsADictionaryForAnAbstractEntityThatTheHookDoesNotFind) {
     });
 }
 
+TEST_F(Import, LeavesOutWhatIsNestedTooDeeplyAndSaysSo) {
+    Value nested = Dictionary{{"name", "innermost"}};
+    for (int level = 0; level < 100'000; ++level) nested = Dictionary{{"name", "Ada"}, {"boss", nested}};
+    Person::find = [](Person& asked, auto const&, auto const&) { return asked.managedObjectContext()->insertNewObject("Person"); };
+    with([&](Person& person) {
+        testing::internal::CaptureStderr();
+        person.importDictionary(nested.dictionary());
+        EXPECT_EQ(testing::internal::GetCapturedStderr(),
+                  "Tessarin: dictionaries that are nested more than 500 deep are not imported\n");
+        EXPECT_EQ(context->count("Person", NSPredicate::predicateWithFormat("name == 'Ada'")), 501);
+        person.importDictionary({{"boss", Dictionary{{"name", "Bob"}}}});
+        EXPECT_EQ(valueForKeyPath(person.valueForKey("boss"), "name"), "Bob");
+    });
+}
+
 TEST_F(Import, HookFindsObjectsThatAreAttachedBeforeTheyAreFilled) {
     with([&](Person& person) {
         auto const ada = std::static_pointer_cast<Person>(insert(*context, "Person", "Ada"));

@@ -1,8 +1,9 @@
-// Equality, order, hash and description of values.
+// Order, hash and description of values.
 #include "Tessarin/platform/runtime/NSObject.h"
+#include "Tessarin/platform/runtime/NestingPrivate.h"
 #include "Tessarin/platform/runtime/OneLinePrivate.h"
 #include "Tessarin/platform/runtime/QuotedText.h"
-#include "Tessarin/platform/runtime/Value.h"
+#include "Tessarin/platform/runtime/ValueEqualityPrivate.h"
 
 #include <algorithm>
 #include <cmath>
@@ -13,19 +14,6 @@ namespace Tessarin {
 namespace {
 
 using Kind = Value::Kind;
-
-bool isWhole(Value const& value) { return value.kind() == Kind::Integer || value.kind() == Kind::Boolean; }
-
-std::partial_ordering compareNumbers(Value const& a, Value const& b) {
-    if (isWhole(a) && isWhole(b)) return a.integer() <=> b.integer();
-    auto const exact = [](Value const& v) -> long double { // a long double holds 64-bit integers and doubles alike
-        if (isWhole(v)) return static_cast<long double>(v.integer());
-        return v.number();
-    };
-    return exact(a) <=> exact(b);
-}
-
-bool equalObjects(Ref<NSObject> const& a, Ref<NSObject> const& b) { return a == b || a->isEqual(*b); }
 
 std::size_t hashBytes(void const* bytes, std::size_t size) {
     return std::hash<std::string_view>{}({static_cast<char const*>(bytes), size});
@@ -45,59 +33,58 @@ std::string uuidText(std::array<std::uint8_t, 16> const& bytes) {
     return text;
 }
 
-void appendInside(std::string& line, Value const& value);
+void appendInside(std::string& line, Value const& value, std::size_t level = 0);
 
-template <class Range> void appendElements(std::string& line, char const* ends, Range const& range) {
+template <class Range> void appendElements(std::string& line, char const* ends, Range const& range, std::size_t level) {
+    if (level == deepestLevel) {
+        line += "…";
+        return;
+    }
     line += ends[0];
     char const* separator = "";
     for (auto const& element : range) {
         line += std::exchange(separator, ", ");
         if constexpr (requires { element.isAbsent(); }) {
-            appendInside(line, element);
+            appendInside(line, element, level + 1);
         } else {
             auto const& [key, value] = element;
-            appendInside(line, key);
+            appendInside(line, key, level + 1);
             line += ": ";
-            appendInside(line, value);
+            appendInside(line, value, level + 1);
         }
     }
     line += ends[1];
 }
 
 /// What stands inside of a collection is kept to one line.
-void appendInside(std::string& line, Value const& value) {
+void appendInside(std::string& line, Value const& value, std::size_t level) {
     switch (value.kind()) {
     case Kind::Text: return appendQuotedText(line, value.text());
     case Kind::Object: line += asOneLine(value.description()); return;
-    case Kind::List: return appendElements(line, "[]", value.list());
-    case Kind::Set: return appendElements(line, "{}", value.set());
-    case Kind::Dictionary: return appendElements(line, "{}", value.dictionary());
-    case Kind::ValueDictionary: return appendElements(line, "{}", value.valueDictionary());
+    case Kind::List: return appendElements(line, "[]", value.list(), level);
+    case Kind::Set: return appendElements(line, "{}", value.set(), level);
+    case Kind::Dictionary: return appendElements(line, "{}", value.dictionary(), level);
+    case Kind::ValueDictionary: return appendElements(line, "{}", value.valueDictionary(), level);
     default: line += value.description();
     }
 }
 
-} // namespace
+constexpr std::size_t deepestHash = 16; // what lies deeper counts as the same
 
-bool operator==(Value const& a, Value const& b) {
-    if (a.isNumber() && b.isNumber()) return compareNumbers(a, b) == 0;
-    if (a.kind() != b.kind()) return false;
-    switch (a.kind()) {
-    case Kind::Absent: return true;
-    case Kind::Date: return a.dateSeconds() == b.dateSeconds();
-    case Kind::Text: return a.text() == b.text();
-    case Kind::UUID: return a.uuidBytes() == b.uuidBytes();
-    case Kind::Data: return std::ranges::equal(a.bytes(), b.bytes());
-    case Kind::URL: return a.urlText() == b.urlText();
-    case Kind::Decimal: return a.decimal() == b.decimal();
-    case Kind::Object: return equalObjects(a.object(), b.object());
-    case Kind::List: return a.list() == b.list();
-    case Kind::Set: return a.set() == b.set();
-    case Kind::Dictionary: return a.dictionary() == b.dictionary();
-    case Kind::ValueDictionary: return a.valueDictionary() == b.valueDictionary();
-    default: return false;
+std::size_t hashAt(Value const& value, std::size_t level) noexcept {
+    bool const isDeep = level == deepestHash;
+    if (value.kind() == Kind::List) {
+        std::size_t hash = 7;
+        for (auto const& each : value.list()) hash = hash * 1'000'003 + (isDeep ? 1 : hashAt(each, level + 1));
+        return hash;
     }
+    if (value.kind() != Kind::Set) return value.hash();
+    std::size_t hash = value.set().size() + 11; // in any order
+    for (auto const& each : value.set()) hash += isDeep ? 1 : hashAt(each, level + 1);
+    return hash;
 }
+
+} // namespace
 
 std::partial_ordering compareValues(Value const& a, Value const& b) {
     if (a.isAbsent() || b.isAbsent()) return int{!a.isAbsent()} <=> int{!b.isAbsent()};
@@ -130,16 +117,8 @@ std::size_t Value::hash() const noexcept {
     case Kind::URL: return std::hash<std::string_view>{}(urlText()) + 1;
     case Kind::Decimal: return std::hash<std::string>{}(decimal().text());
     case Kind::Object: return object()->hash();
-    case Kind::List: {
-        std::size_t hash = 7;
-        for (auto const& value : list()) hash = hash * 1'000'003 + value.hash();
-        return hash;
-    }
-    case Kind::Set: { // in any order
-        std::size_t hash = set().size() + 11;
-        for (auto const& value : set()) hash += value.hash();
-        return hash;
-    }
+    case Kind::List:
+    case Kind::Set: return hashAt(*this, 0);
     case Kind::Dictionary: return dictionary().size() + 13;
     case Kind::ValueDictionary: return valueDictionary().size() + 17;
     default: return 0;

@@ -25,7 +25,11 @@ public:
 
 private:
     struct Counter {
-        std::atomic<std::uint32_t> references{1};
+        union {
+            std::atomic<std::uint32_t> references;
+            std::uintptr_t next; // of those that are to be destroyed: see `destroy`
+        };
+        Counter() noexcept : references(1) {}
     };
     template <class T> struct Box : Counter {
         explicit Box(T value) : content(std::move(value)) {}
@@ -38,6 +42,7 @@ private:
         return box;
     }
     static void destroy(Counter* box, Value::Kind kind) noexcept;
+    static void free(Counter* box, Value::Kind kind) noexcept;
 };
 
 } // namespace Tessarin

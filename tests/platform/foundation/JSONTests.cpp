@@ -57,7 +57,11 @@ TEST(JSON, RefusesIllFormedText) {
     for (std::string const text : texts) EXPECT_TRUE(refuses([&] { JSON::parse(text); })) << text;
     std::string const deep(100'000, '[');
     EXPECT_TRUE(refuses([&] { JSON::parse(deep + std::string(100'000, ']')); }));
-    EXPECT_EQ(JSON::parse(std::string(900, '[') + std::string(900, ']')).list().size(), 1u);
+    auto const text = std::string(500, '[') + std::string(500, ']');
+    EXPECT_EQ(JSON::text(JSON::parse(text)), text);
+    Value nested;
+    for (int level = 0; level < 100'000; ++level) nested = Dictionary{{"a", nested}};
+    EXPECT_TRUE(refuses([&] { JSON::text(nested); }));
 }
 
 TEST(JSON, HandsOverTheElementsOfATextOrFile) {

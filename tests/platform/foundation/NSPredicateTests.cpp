@@ -248,6 +248,22 @@ TEST(NSPredicate, NestedToAnyDepthItIsWalkedWithoutTheStack) {
     }
 }
 
+TEST(NSPredicate, ValuesAndPathsOfAnyDepthAreWalkedOrRefused) {
+    Value nested = 1;
+    std::string path = "titles";
+    for (int level = 0; level < 100'000; ++level) {
+        nested = List{nested};
+        path += ".@max";
+    }
+    for (auto const* format : {"titles == %@", "titles IN %@", "ANY titles == %@"}) {
+        auto const predicate = NSPredicate::predicateWithFormat(format, nested);
+        EXPECT_FALSE(predicate->predicateFormat().empty());
+        EXPECT_EQ(predicate->evaluateWithObject(Dictionary{{"titles", nested}}), std::string_view(format) == "titles == %@");
+    }
+    EXPECT_FALSE(NSPredicate::parse("%K == 1", {Value(path)}));
+    EXPECT_FALSE(NSPredicate::parse(path + " == 1"));
+}
+
 TEST(NSPredicate, FormatsThatEndTooSoonAreRefused) {
     for (auto const* format : {"t ==[", "t ==[c", "t ==['c'] 1", "t ==[1] 1", "t", "t ==", "t IN {", "t IN {1", "(", "NOT", "ANY",
                                "t == -", "%", "t ==[]", "- inf"})

@@ -206,5 +206,35 @@ TEST(NumberText, IsTheShortestThatReadsBack) {
     for (auto const& [value, text] : rows) EXPECT_EQ(shortestText(value), text);
 }
 
+/// Of each kind of collection: at first with `inner`, in the end `levels` in one another.
+std::vector<Value> nested(std::size_t levels, Value inner) {
+    std::vector<Value> all(5, inner);
+    for (std::size_t level = 0; level < levels; ++level) {
+        all[0] = List{1, all[0]};
+        all[1] = Dictionary{{"a", all[1]}};
+        all[2] = ValueSet{all[2]};
+        all[3] = ValueDictionary{{1, all[3]}};
+        all[4] = ValueDictionary{{all[4], 1}};
+    }
+    return all;
+}
+
+TEST(Value, NestedToAnyDepthItIsWalkedWithoutTheStack) {
+    for (std::size_t const levels : {99, 101, 100'000}) {
+        auto const all = nested(levels, 1), same = nested(levels, 1), other = nested(levels, 2), deeper = nested(levels + 1, 1);
+        for (std::size_t at = 0; at < all.size(); ++at) {
+            EXPECT_EQ(all[at] == same[at], true) << at;
+            EXPECT_EQ(all[at].hash(), same[at].hash());
+            EXPECT_EQ(all[at] == other[at], false) << at;
+            EXPECT_EQ(all[at] == deeper[at], false) << at;
+            EXPECT_EQ(all[at].description().find("…") != std::string::npos, levels == 100'000);
+        }
+    }
+    // Of several members with one hash the one that is the same is found.
+    ValueSet const some{Dictionary{{"a", 1}}, Dictionary{{"b", 1}}, List{nested(200, 1)[0]}};
+    EXPECT_EQ(Value(some), Value(ValueSet{List{nested(200, 1)[0]}, Dictionary{{"b", 1}}, Dictionary{{"a", 1}}}));
+    EXPECT_FALSE(Value(some) == Value(ValueSet{List{nested(200, 1)[0]}, Dictionary{{"b", 2}}, Dictionary{{"a", 1}}}));
+}
+
 } // namespace
 } // namespace Tessarin

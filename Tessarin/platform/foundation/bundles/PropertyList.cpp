@@ -6,14 +6,13 @@
 #include "Tessarin/platform/foundation/values/Base64.h"
 #include "Tessarin/platform/foundation/values/NSData.h"
 #include "Tessarin/platform/foundation/values/NSError.h"
+#include "Tessarin/platform/runtime/NestingPrivate.h"
 
 #include <fmt/format.h>
 #include <pugixml.hpp>
 
 namespace Tessarin::PropertyList {
 namespace {
-
-constexpr int deepest = 512; // so that a hostile file cannot exhaust the stack
 
 [[noreturn]] void refuse(std::string_view reason) {
     throw ErrorException(NSError::errorWithDomain(NSFormatErrorDomain, 1,
@@ -39,7 +38,7 @@ Value readData(std::string_view text) {
     return Value::data(*std::move(bytes));
 }
 
-Value read(pugi::xml_node node, int depth);
+Value read(pugi::xml_node node, std::size_t depth);
 
 /// The elements inside a collection; blanks between them do not count, any other text is an error.
 std::vector<pugi::xml_node> elementsOf(pugi::xml_node node) {
@@ -63,7 +62,7 @@ std::string textOf(pugi::xml_node node) {
     return text;
 }
 
-Value readDictionary(pugi::xml_node node, int depth) {
+Value readDictionary(pugi::xml_node node, std::size_t depth) {
     auto const elements = elementsOf(node);
     if (elements.size() % 2 != 0) refuse("a key without a value, or a value without a key");
     Dictionary dictionary;
@@ -74,14 +73,14 @@ Value readDictionary(pugi::xml_node node, int depth) {
     return dictionary;
 }
 
-Value readList(pugi::xml_node node, int depth) {
+Value readList(pugi::xml_node node, std::size_t depth) {
     List list;
     for (auto const element : elementsOf(node)) list.push_back(read(element, depth + 1));
     return list;
 }
 
-Value read(pugi::xml_node node, int depth) {
-    if (depth > deepest) refuse("nested too deeply");
+Value read(pugi::xml_node node, std::size_t depth) {
+    if (depth > deepestLevel) refuse("nested too deeply");
     std::string_view const kind = node.name();
     if (kind == "dict") return readDictionary(node, depth);
     if (kind == "array") return readList(node, depth);

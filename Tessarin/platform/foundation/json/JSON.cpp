@@ -2,6 +2,7 @@
 
 #include "Tessarin/platform/foundation/values/NSData.h"
 #include "Tessarin/platform/foundation/values/NSError.h"
+#include "Tessarin/platform/runtime/NestingPrivate.h"
 
 #include <fmt/format.h>
 #include <simdjson.h>
@@ -11,8 +12,6 @@ namespace {
 
 namespace ondemand = simdjson::ondemand;
 
-constexpr int deepest = 1000; // so that a hostile text cannot exhaust the stack
-
 [[noreturn]] void refuse(std::string_view reason) {
     throw ErrorException(
         NSError::errorWithDomain(NSFormatErrorDomain, 2, {{NSLocalizedDescriptionKey, fmt::format("not JSON: {}", reason)}}));
@@ -21,8 +20,8 @@ constexpr int deepest = 1000; // so that a hostile text cannot exhaust the stack
 /// Builds values from one document. Keys longer than a Text holds inline are shared among the objects that repeat them.
 class Builder {
 public:
-    template <class Source> Value read(Source& source, int depth = 0) { // a document or a value inside one
-        if (depth > deepest) refuse("nested too deeply");
+    template <class Source> Value read(Source& source, std::size_t depth = 0) { // a document or a value inside one
+        if (depth > deepestLevel) refuse("nested too deeply");
         switch (ondemand::json_type const type = source.type()) {
         case ondemand::json_type::object: return readObject(source.get_object(), depth);
         case ondemand::json_type::array: return readArray(source.get_array(), depth);
@@ -38,10 +37,9 @@ public:
 
 private:
     /// Objects that stand beside one another mostly have the same keys in the same order. As long as that is so, each is new.
-    Value readObject(ondemand::object object, int depth) {
+    Value readObject(ondemand::object object, std::size_t depth) {
         std::vector<Text> none; // of one that is nested so deeply that it stands beside few
-        auto const level = static_cast<std::size_t>(depth);
-        auto& keys = level < keysOfLast_.size() ? keysOfLast_[level] : none;
+        auto& keys = depth < keysOfLast_.size() ? keysOfLast_[depth] : none;
         Dictionary dictionary;
         dictionary.reserve(std::max<std::size_t>(keys.size(), 4));
         bool isAlike = true;
@@ -62,7 +60,7 @@ private:
         return dictionary;
     }
 
-    Value readArray(ondemand::array array, int depth) {
+    Value readArray(ondemand::array array, std::size_t depth) {
         List list;
         for (ondemand::value element : array) list.push_back(read(element, depth + 1));
         return list;

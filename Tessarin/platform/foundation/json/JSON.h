@@ -15,7 +15,7 @@
 namespace Tessarin::JSON {
 
 /// Throws ErrorException (NSFormatErrorDomain) for ill-formed text, text that is not UTF-8, anything behind the value, and
-/// nesting deeper than 1,000.
+/// nesting deeper than 500.
 TESSARIN_API Value parse(std::string_view text);
 /// The same from a file; throws ErrorException with an errno too.
 TESSARIN_API Value contentsOfURL(NSURL const& url);
@@ -26,7 +26,7 @@ TESSARIN_API void forEachElement(std::string_view text, FunctionRef<void(Value)>
 TESSARIN_API void forEachElement(NSURL const& url, FunctionRef<void(Value)> each);
 
 /// The value as JSON text without blanks. Throws ErrorException for what JSON cannot say: dates, data, URLs, UUIDs, objects,
-/// sets, keys that are no texts, and numbers that are not finite.
+/// sets, keys that are no texts, numbers that are not finite, and nesting deeper than 500.
 TESSARIN_API std::string text(Value const& value);
 
 } // namespace Tessarin::JSON

@@ -1,6 +1,7 @@
 // Values to JSON text.
 #include "Tessarin/platform/foundation/json/JSON.h"
 #include "Tessarin/platform/foundation/values/NSError.h"
+#include "Tessarin/platform/runtime/NestingPrivate.h"
 
 #include <charconv>
 #include <cmath>
@@ -11,10 +12,10 @@ namespace {
 
 using Kind = Value::Kind;
 
-[[noreturn]] void refuse(Value const& value) {
-    throw ErrorException(NSError::errorWithDomain(
-        NSFormatErrorDomain, 3, {{NSLocalizedDescriptionKey, fmt::format("JSON cannot say {}", value.description())}}));
+[[noreturn]] void refuseBecause(std::string problem) {
+    throw ErrorException(NSError::errorWithDomain(NSFormatErrorDomain, 3, {{NSLocalizedDescriptionKey, std::move(problem)}}));
 }
+[[noreturn]] void refuse(Value const& value) { refuseBecause(fmt::format("JSON cannot say {}", value.description())); }
 
 void writeText(std::string& out, std::string_view text) {
     out += '"';
@@ -41,9 +42,9 @@ template <class Number> void writeNumber(std::string& out, Number number) {
     out.append(digits, std::to_chars(digits, digits + sizeof digits, number).ptr);
 }
 
-void write(std::string& out, Value const& value);
+void write(std::string& out, Value const& value, std::size_t level = 0);
 
-template <class Entries> void writeObject(std::string& out, Entries const& entries) {
+template <class Entries> void writeObject(std::string& out, Entries const& entries, std::size_t level) {
     out += '{';
     bool isFirst = true;
     for (auto const& [key, value] : entries) {
@@ -52,21 +53,22 @@ template <class Entries> void writeObject(std::string& out, Entries const& entri
         if (!name.isText()) refuse(name);
         writeText(out, name.text());
         out += ':';
-        write(out, value);
+        write(out, value, level + 1);
     }
     out += '}';
 }
 
-void writeList(std::string& out, List const& list) {
+void writeList(std::string& out, List const& list, std::size_t level) {
     out += '[';
     for (auto const& element : list) {
         if (&element != list.data()) out += ',';
-        write(out, element);
+        write(out, element, level + 1);
     }
     out += ']';
 }
 
-void write(std::string& out, Value const& value) {
+void write(std::string& out, Value const& value, std::size_t level) {
+    if (level > deepestLevel) refuseBecause("this is nested too deeply for JSON");
     switch (value.kind()) {
     case Kind::Absent: out += "null"; return;
     case Kind::Boolean: out += value.boolean() ? "true" : "false"; return;
@@ -78,9 +80,9 @@ void write(std::string& out, Value const& value) {
                                            : writeNumber(out, value.number());
     case Kind::Decimal: out += value.decimal().text(); return;
     case Kind::Text: writeText(out, value.text()); return;
-    case Kind::List: writeList(out, value.list()); return;
-    case Kind::Dictionary: writeObject(out, value.dictionary()); return;
-    case Kind::ValueDictionary: writeObject(out, value.valueDictionary()); return;
+    case Kind::List: writeList(out, value.list(), level); return;
+    case Kind::Dictionary: writeObject(out, value.dictionary(), level); return;
+    case Kind::ValueDictionary: writeObject(out, value.valueDictionary(), level); return;
     default: refuse(value);
     }
 }

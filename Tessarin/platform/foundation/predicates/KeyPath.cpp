@@ -2,6 +2,7 @@
 
 #include "Tessarin/platform/runtime/Fatal.h"
 #include "Tessarin/platform/runtime/NSObject.h"
+#include "Tessarin/platform/runtime/NestingPrivate.h"
 
 #include <algorithm>
 
@@ -14,7 +15,7 @@ using Components = std::span<std::string const>;
 bool isCollection(Value const& value) { return value.kind() == Kind::List || value.kind() == Kind::Set; }
 
 char const* nameOf(Kind kind) {
-    constexpr char const* names[] = {"value", "Boolean", "number", "number", "number", "date",  "text", "UUID",
+    constexpr char const* names[] = {"value", "Boolean", "number", "number", "number", "date", "text",       "UUID",
                                      "data",  "URL",     "number", "object", "list",   "set",  "dictionary", "dictionary"};
     return names[static_cast<std::size_t>(kind)];
 }
@@ -83,6 +84,7 @@ Value extreme(Value const& members, std::partial_ordering wanted) {
 /// "@avg" of the members' values at the end of the rest of the path.
 Value aggregated(Value const& value, Components path) {
     auto const& name = path.front();
+    if (path.size() > deepestLevel) unknownKey(value, name); // each of them takes some of the stack
     if (name == "@count") return static_cast<std::int64_t>(memberCount(value));
     if (!isCollection(value)) unknownKey(value, name);
     auto const members = followed(value, path.subspan(1));
@@ -138,8 +140,11 @@ Value KeyPath::memberValuesFrom(Value const& object) const { return followed(obj
 
 Value valueForKeyPath(Value const& object, std::string_view path) { return KeyPath{path}.valueFrom(object); }
 
-bool forEachMember(Value const& value, FunctionRef<bool(Value const&)> each) {
-    auto const one = [&](Value const& member) { return forEachMember(member, each); };
+namespace {
+
+bool forEachMemberAt(std::size_t level, Value const& value, FunctionRef<bool(Value const&)> each) {
+    auto const one = [&](Value const& member) { return forEachMemberAt(level + 1, member, each); };
+    if (level > deepestLevel) return each(value);
     switch (value.kind()) {
     case Kind::Absent: return true;
     case Kind::List: return std::ranges::all_of(value.list(), one);
@@ -147,6 +152,10 @@ bool forEachMember(Value const& value, FunctionRef<bool(Value const&)> each) {
     default: return each(value);
     }
 }
+
+} // namespace
+
+bool forEachMember(Value const& value, FunctionRef<bool(Value const&)> each) { return forEachMemberAt(0, value, each); }
 
 std::span<std::string const> KeyPath::components() const noexcept { return components_; }
 

@@ -1,5 +1,7 @@
 #include "Tessarin/platform/foundation/predicates/PredicateFormatPrivate.h"
 
+#include "Tessarin/platform/runtime/NestingPrivate.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -28,15 +30,16 @@ std::string quoted(std::string_view text) {
     return result + '"';
 }
 
-template <class Range> std::string listed(Range const& range) {
+std::string formatAt(std::size_t level, Value const& value);
+
+template <class Range> std::string listed(std::size_t level, Range const& range) {
+    if (level == deepestLevel) return "…"; // no format is nested as deeply
     std::string text = "{";
-    for (auto const& member : range) text += (text.size() > 1 ? ", " : "") + formatOfValue(member);
+    for (auto const& member : range) text += (text.size() > 1 ? ", " : "") + formatAt(level + 1, member);
     return text + "}";
 }
 
-} // namespace
-
-std::string formatOfValue(Value const& value) {
+std::string formatAt(std::size_t level, Value const& value) {
     switch (value.kind()) {
     case Kind::Absent: return "nil";
     case Kind::Boolean: return value.boolean() ? "YES" : "NO";
@@ -44,11 +47,15 @@ std::string formatOfValue(Value const& value) {
     case Kind::Float:
     case Kind::Double: return fmt::format("{:#}", value.number()); // with a ".0" where it would read as an integer
     case Kind::Text: return quoted(value.text());
-    case Kind::List: return listed(value.list());
-    case Kind::Set: return listed(value.set());
+    case Kind::List: return listed(level, value.list());
+    case Kind::Set: return listed(level, value.set());
     default: return value.description();
     }
 }
+
+} // namespace
+
+std::string formatOfValue(Value const& value) { return formatAt(0, value); }
 
 std::string formatOfKeyPath(KeyPath const& path) {
     std::string text;

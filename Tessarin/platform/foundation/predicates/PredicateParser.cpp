@@ -232,6 +232,7 @@ Ref<NSExpression> PredicateParser::path(Ref<NSExpression> start, std::string tex
     while (take("."))
         if (!appendComponent(text)) return nullptr;
     if (text.empty()) return start;
+    if (static_cast<std::size_t>(std::ranges::count(text, '.')) >= deepestNesting) return fail("the key path is too long");
     return NSExpression::expressionForKeyPath(text, std::move(start));
 }
 

@@ -1,6 +1,7 @@
 #include "Tessarin/platform/objectgraph/persistence/rows/ValueJSONPrivate.h"
 
 #include "Tessarin/platform/foundation/values/Hexadecimal.h"
+#include "Tessarin/platform/runtime/NestingPrivate.h"
 #include <algorithm>
 #include <cmath>
 #include <fmt/format.h>
@@ -12,7 +13,7 @@ namespace {
 using Kind = Value::Kind;
 namespace dom = simdjson::dom;
 
-void write(std::string& out, Value const& value);
+void write(std::string& out, Value const& value, std::size_t level);
 
 void writeDouble(std::string& out, double number) {
     if (!std::isfinite(number)) {
@@ -24,35 +25,40 @@ void writeDouble(std::string& out, double number) {
     if (text.find_first_of(".e") == std::string::npos) out += ".0";
 }
 
-void writeList(std::string& out, auto const& items) {
+void writeList(std::string& out, auto const& items, std::size_t level) {
     out += '[';
     char const* separator = "";
     for (auto const& item : items) {
         out += std::exchange(separator, ",");
-        write(out, item);
+        write(out, item, level + 1);
     }
     out += ']';
 }
 
-void writeDictionary(std::string& out, Dictionary const& dictionary) {
+void writeDictionary(std::string& out, Dictionary const& dictionary, std::size_t level) {
     out += '{';
     char const* separator = "";
     for (auto const& [key, value] : dictionary) {
         out += std::exchange(separator, ",");
         appendJSONText(out, key.view().starts_with('$') ? "$" + key.string() : key.string());
         out += ':';
-        write(out, value);
+        write(out, value, level + 1);
     }
     out += '}';
 }
 
-void writeTagged(std::string& out, char const* tag, Value const& content) {
+void writeTagged(std::string& out, char const* tag, Value const& content, std::size_t level = 0) {
     out += fmt::format("{{\"{}\":", tag);
-    write(out, content);
+    write(out, content, level);
     out += '}';
 }
 
-void write(std::string& out, Value const& value) {
+/// What is nested too deeply is left out, as objects are.
+void write(std::string& out, Value const& value, std::size_t level) {
+    if (level > deepestLevel) {
+        out += "null";
+        return;
+    }
     switch (value.kind()) {
     case Kind::Boolean: out += value.boolean() ? "true" : "false"; return;
     case Kind::Integer: out += std::to_string(value.integer()); return;
@@ -64,9 +70,9 @@ void write(std::string& out, Value const& value) {
     case Kind::Data: return writeTagged(out, "$data", hexadecimalFromBytes(value.bytes()));
     case Kind::URL: return writeTagged(out, "$url", value.urlText());
     case Kind::Decimal: return writeTagged(out, "$decimal", value.decimal().text());
-    case Kind::List: return writeList(out, value.list());
-    case Kind::Set: return writeTagged(out, "$set", List(value.set().begin(), value.set().end()));
-    case Kind::Dictionary: return writeDictionary(out, value.dictionary());
+    case Kind::List: return writeList(out, value.list(), level);
+    case Kind::Set: return writeTagged(out, "$set", List(value.set().begin(), value.set().end()), level);
+    case Kind::Dictionary: return writeDictionary(out, value.dictionary(), level);
     default: out += "null";
     }
 }
@@ -144,7 +150,7 @@ void appendJSONText(std::string& out, std::string_view text) {
 
 std::string typedJSON(Value const& value) {
     std::string out;
-    write(out, value);
+    write(out, value, 0);
     return out;
 }
 

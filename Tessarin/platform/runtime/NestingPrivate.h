@@ -1,0 +1,10 @@
+#pragma once
+#include <cstddef>
+
+namespace Tessarin {
+
+/// How deep lists and dictionaries that come from outside may lie in one another: in texts, files and imports. Whatever walks through
+/// them by calling itself gets by with half a megabyte of stack for that, a sanitizer's larger frames included.
+inline constexpr std::size_t deepestLevel = 500;
+
+} // namespace Tessarin
