@@ -1,5 +1,6 @@
 #include "StoreFixture.h"
 #include "Tessarin/platform/objectgraph/persistence/rows/OrderPositionsPrivate.h"
+#include "Tessarin/platform/sqlite/Connection.h"
 #include <algorithm>
 #include <iterator>
 #include <limits>
@@ -50,6 +51,8 @@ TEST(SQLiteStore, EveryTypeComesBackAfterReopening) {
         auto const refusal = open.save({open.insertion(entity, open.newKey(), {{"select \"x\"", "quoted"}})});
         EXPECT_EQ(refusal->code(), static_cast<std::int64_t>(StoreErrorCode::ConstraintConflict)) << refusal->description();
     }
+    // As the first versions wrote it.
+    SQLite::Connection(folder.path("a.db")).execute("UPDATE tessarin_entity SET \"table\" = 'the \"\"order\"\"'");
     OpenStore open(folder.url("a.db"), builder.build());
     ASSERT_TRUE(open.store) << open.error->description();
     auto const found = open.read(entity, key);

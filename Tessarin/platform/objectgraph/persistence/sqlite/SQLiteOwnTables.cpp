@@ -5,12 +5,30 @@
 #include <algorithm>
 
 namespace Tessarin {
+namespace {
+
+bool hasTable(SQLite::Connection& connection, std::string_view name) {
+    auto const query = connection.use("SELECT 1 FROM sqlite_schema WHERE type = 'table' AND name = ? COLLATE NOCASE");
+    query->bind(1, name);
+    return query->step();
+}
+
+/// The first versions wrote quotation marks in a table's name twice here. Where there is no such table, but one with single ones, that
+/// is meant.
+std::string tableMeant(SQLite::Connection& connection, std::string name) {
+    if (name.find("\"\"") == std::string::npos || hasTable(connection, name)) return name;
+    auto meant = unquoted('"' + name + '"');
+    return hasTable(connection, meant) ? meant : name;
+}
+
+} // namespace
 
 SQLiteOwnTables SQLiteOwnTables::readFrom(SQLite::Connection& connection) {
     SQLiteOwnTables own;
     auto const entities = connection.use("SELECT number, name, \"table\" FROM tessarin_entity");
     while (entities->step())
         own.entities.push_back({entities->integer(0), std::string(entities->text(1)), std::string(entities->text(2))});
+    for (auto& entity : own.entities) entity.table = tableMeant(connection, std::move(entity.table));
     auto const facts = connection.use("SELECT key, value FROM tessarin_store");
     while (facts->step()) {
         auto const key = facts->text(0);
