@@ -9,12 +9,26 @@
 namespace Tessarin {
 namespace {
 
+Ref<NSManagedObject> destinationOf(NSManagedObject& object, NSRelationshipDescription const& toOne) {
+    auto const key = referenceOf(object, toOne);
+    auto* context = GraphAccess::state(object).link()->contextState();
+    return key == 0 || !context ? nullptr : objectWithKey(*context, *toOne.destinationEntity(), key);
+}
+
 std::vector<Ref<NSManagedObject>> destinationsOf(NSManagedObject& object, NSRelationshipDescription const& relationship) {
     if (relationship.isToMany()) return GraphAccess::destinations(object, relationship);
-    auto const key = referenceOf(object, relationship);
-    auto* context = GraphAccess::state(object).link()->contextState();
-    if (key == 0 || !context) return {};
-    return {objectWithKey(*context, *relationship.destinationEntity(), key)};
+    auto destination = destinationOf(object, relationship);
+    if (!destination) return {};
+    return {std::move(destination)};
+}
+
+/// Whoever it leads to and who stays.
+void letGoAtOtherEnds(NSManagedObject& object, NSRelationshipDescription const& relationship) {
+    auto const letGo = [&](Ref<NSManagedObject> const& destination) {
+        if (destination && !destination->isDeleted()) letGoAtOtherEnd(object, relationship, *destination);
+    };
+    if (!relationship.isToMany()) return letGo(destinationOf(object, relationship));
+    for (auto const& destination : GraphAccess::destinations(object, relationship)) letGo(destination);
 }
 
 /// What one relationship of an object that goes means for its destinations.
@@ -59,14 +73,19 @@ Ref<NSError> denialOf(NSManagedObject& object) {
     return nullptr;
 }
 
-void deleteAlone(ContextState& context, NSManagedObject& object) {
-    GraphAccess::fire(object);
-    if (auto* recorder = recorderOf(object)) recorder->noteDeletion(object);
-    markChanged(object, ObjectState::Deleted);
-    for (auto const* relationship : object.entity().relationships())
-        for (auto const& destination : destinationsOf(object, *relationship))
-            if (!destination->isDeleted()) letGoAtOtherEnd(object, *relationship, *destination);
-    if (object.isInserted()) forgetInserted(context, object);
+void deleteAlone(ContextState& context, std::span<Ref<NSManagedObject> const> objects) {
+    for (auto const& object : objects) // lists that are read later do not show who is deleted any more
+        for (auto const* relationship : object->entity().relationships())
+            if (relationship->isToMany()) memberKeys(*object, *relationship);
+    for (auto const& object : objects) {
+        GraphAccess::fire(*object);
+        if (auto* recorder = recorderOf(*object)) recorder->noteDeletion(*object);
+        markChanged(*object, ObjectState::Deleted);
+    }
+    for (auto const& object : objects)
+        for (auto const* relationship : object->entity().relationships()) letGoAtOtherEnds(*object, *relationship);
+    for (auto const& object : objects)
+        if (object->isInserted()) forgetInserted(context, *object);
 }
 
 void NSManagedObjectContext::deleteObject(NSManagedObject& first) {

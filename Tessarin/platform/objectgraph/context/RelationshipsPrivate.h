@@ -36,8 +36,9 @@ void removeMember(NSManagedObject& owner, NSRelationshipDescription const& relat
 void setOrder(NSManagedObject& owner, NSRelationshipDescription const& relationship, KeySet members);
 /// The destination of a to-one as it was read, or 0.
 RecordKey readReferenceOf(ObjectState const& state, NSRelationshipDescription const& relationship);
-/// An object goes as it stands: whoever it is linked with lets go of it, whatever the delete rules say, and nobody goes with it.
-void deleteAlone(ContextState& context, NSManagedObject& object);
+/// Objects go as they stand: whoever they are linked with lets go of them, whatever the delete rules say, and nobody goes with them.
+/// Among each other they stay linked, as those of a cascade do.
+void deleteAlone(ContextState& context, std::span<Ref<NSManagedObject> const> objects);
 
 /// What keeps a deleted object from going, as everything stands now; null when nothing does.
 Ref<NSError> denialOf(NSManagedObject& object);

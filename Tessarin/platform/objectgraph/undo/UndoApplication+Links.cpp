@@ -20,22 +20,24 @@ NSRelationshipDescription const* otherEndOf(NSRelationshipDescription const& rel
 void UndoApplication::restoreLinks() {
     for (auto const& change : step_.values | std::views::reverse)
         if (change.property->asRelationship()) letGo(change);
-    for (auto const& change : step_.members | std::views::reverse)
-        if (change.hasJoined) restoreMember(change, false);
+    auto const restoreMembers = [this](bool whoJoined) {
+        for (auto at = step_.members.size(); at-- > 0;)
+            if (step_.members[at].hasJoined == whoJoined) restoreMember(step_.members[at], ends_[at]);
+    };
+    restoreMembers(true);
     for (auto const& each : leading_) leadBack(each);
-    for (auto const& change : step_.members | std::views::reverse)
-        if (!change.hasJoined) restoreMember(change, true);
+    restoreMembers(false);
 }
 
 void UndoApplication::letGo(UndoStep::ValueChange const& change) {
     auto const& relationship = *change.property->asRelationship();
-    auto const object = there(change.record);
+    auto* const object = there(change.record);
     if (!object || isDoomed(object->recordKey())) return;
     auto const before = change.before.integer(), now = referenceOf(*object, relationship);
     bool const isOurs = now == change.now.integer() || (now == 0 && emptied_.contains({object->recordKey(), &relationship}));
     if (now == before || !isOurs) return;
     if (before != 0 && !there(*relationship.destinationEntity(), before)) return; // somebody has deleted it
-    if (auto const other = there(*relationship.destinationEntity(), now))
+    if (auto* const other = there(*relationship.destinationEntity(), now))
         unlink(*object, relationship, *other);
     else if (now != 0)
         setReference(*object, relationship, 0);
@@ -45,31 +47,39 @@ void UndoApplication::letGo(UndoStep::ValueChange const& change) {
 
 void UndoApplication::leadBack(Leading const& leading) {
     if (referenceOf(*leading.object, *leading.relationship) != 0) return;
-    if (auto const destination = there(*leading.relationship->destinationEntity(), leading.before))
+    if (auto* const destination = there(*leading.relationship->destinationEntity(), leading.before))
         link(*leading.object, *leading.relationship, *destination);
 }
 
-void UndoApplication::restoreMember(UndoStep::MemberChange const& change, bool mustJoin) {
+void UndoApplication::restoreMember(UndoStep::MemberChange const& change, Ends const& ends) {
     auto const& relationship = *change.relationship;
     auto const* inverse = otherEndOf(relationship);
-    auto const owner = there(change.owner);
-    if (!owner || isDoomed(owner->recordKey()) || (inverse && isDoomed(change.member))) return;
-    auto const member = there(*relationship.destinationEntity(), change.member);
+    if (ends.owner->isDoomed || (inverse && ends.member->isDoomed)) return;
+    auto* const owner = there(*ends.owner, *change.owner.entity, current(change.owner.key));
+    auto* const member = owner ? there(*ends.member, *relationship.destinationEntity(), current(change.member)) : nullptr;
     if (!member) return;
     if (inverse && !inverse->isToMany()) { // the to-one says whose member it is
         bool const isMember = referenceOf(*member, *inverse) == owner->recordKey();
-        if (isMember == hasEnd(*owner, relationship, *member)) return;
-        isMember ? putEnd(*owner, relationship, *member) : takeEnd(*owner, relationship, *member);
+        if (isMember != hasEnd(*owner, relationship, *member))
+            isMember ? putEnd(*owner, relationship, *member) : takeEnd(*owner, relationship, *member);
+        if (isMember && !change.hasJoined) noteLinked(*ends.member, *inverse);
         return;
     }
-    mustJoin ? void(link(*owner, relationship, *member)) : unlink(*owner, relationship, *member);
+    change.hasJoined ? unlink(*owner, relationship, *member) : void(link(*owner, relationship, *member));
+}
+
+/// From here on nobody takes such a link away.
+void UndoApplication::noteLinked(Known& known, Relationship const& relationship) {
+    if (relationship.index() < 32) known.linked |= std::uint32_t{1} << relationship.index();
 }
 
 /// The links that an object kept while it was deleted, where their other ends are free and there.
-void UndoApplication::linkAgain(NSManagedObject& object) {
+void UndoApplication::linkAgain(Known const& revived) {
+    auto& object = *revived.object;
     for (auto const* relationship : object.entity().relationships()) {
         auto const& entity = *relationship->destinationEntity();
         if (!relationship->isToMany()) {
+            if (relationship->index() < 32 && (revived.linked >> relationship->index() & 1) != 0) continue;
             auto const key = referenceOf(object, *relationship);
             if (key != 0 && !isHeldBy(object, *relationship, there(entity, key))) setReference(object, *relationship, 0);
             continue;
@@ -83,7 +93,7 @@ void UndoApplication::linkAgain(NSManagedObject& object) {
     }
 }
 
-bool UndoApplication::isHeldBy(NSManagedObject& object, Relationship const& relationship, Object const& destination) {
+bool UndoApplication::isHeldBy(NSManagedObject& object, Relationship const& relationship, NSManagedObject* destination) {
     return destination && link(object, relationship, *destination);
 }
 

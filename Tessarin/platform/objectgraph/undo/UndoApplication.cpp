@@ -6,79 +6,117 @@
 #include <algorithm>
 #include <ranges>
 #include <unordered_map>
+#include <utility>
 
 namespace Tessarin {
 
 void UndoApplication::run() {
     readAhead();
-    for (auto const& record : step_.insertions)
-        if (auto object = there(record); object && doomed_.insert(object->recordKey()).second) inserted_.push_back(object);
-    for (auto const& deletion : step_.deletions) revive(deletion);
+    inserted_.reserve(made_.size());
+    for (std::size_t at = 0; at < made_.size(); ++at) {
+        auto& made = *made_[at];
+        auto const& record = step_.insertions[at];
+        if (!there(made, *record.entity, current(record.key)) || std::exchange(made.isDoomed, true)) continue;
+        inserted_.push_back(made.object);
+    }
+    revived_.reserve(deleted_.size());
+    for (std::size_t at = 0; at < deleted_.size(); ++at) revive(step_.deletions[at], *deleted_[at]);
     findOrders();
     for (auto const& change : step_.values | std::views::reverse) restoreValue(change);
     restoreLinks();
-    for (auto const& object : revived_) linkAgain(*object);
+    for (auto const* revived : revived_) linkAgain(*revived);
     for (auto const& order : orders_) restoreOrder(order);
-    for (auto const& object : inserted_) deleteAlone(context_, *object);
+    deleteAlone(context_, inserted_);
+}
+
+UndoApplication::Known& UndoApplication::known(RecordKey key) {
+    if (auto* present = byKey_.find(key)) return *present;
+    auto& added = all_.emplace_back(Known{context_.link->find(key)});
+    byKey_.set(key, &added);
+    return added;
+}
+
+bool UndoApplication::isDoomed(RecordKey key) const {
+    auto const* known = inserted_.empty() ? nullptr : byKey_.find(current(key));
+    return known && known->isDoomed;
+}
+
+/// There is no record now. The object of a deletion that is not saved is still the register's.
+UndoApplication::Known& UndoApplication::knownDeleted(UndoStep::Deletion const& deletion) {
+    auto const key = current(deletion.record.key);
+    auto* known = byKey_.find(key);
+    if (!known) {
+        auto const* state = deletion.object ? &GraphAccess::state(*deletion.object) : nullptr;
+        bool const isRegistered =
+            state && state->key == key && state->has(ObjectState::Deleted) && !state->has(ObjectState::Gone);
+        known = &all_.emplace_back(Known{isRegistered ? deletion.object : context_.link->find(key)});
+        byKey_.set(key, known);
+    }
+    known->isSought = true;
+    return *known;
 }
 
 /// All records that the step names, in one go for each entity: what cannot be read throws before anything has changed.
 void UndoApplication::readAhead() {
-    std::unordered_set<RecordKey> seen;
+    deleted_.reserve(step_.deletions.size());
+    for (auto const& deletion : step_.deletions) deleted_.push_back(&knownDeleted(deletion));
     std::unordered_map<NSEntityDescription const*, std::vector<RecordKey>> keys;
-    for (auto const& deletion : step_.deletions) // of which there is no record now
-        if (auto const key = current_(deletion.record.key); !context_.link->find(key)) seen.insert(key);
     auto const want = [&](NSEntityDescription const* entity, RecordKey key) {
-        key = current_(key);
-        if (key > 0 && !context_.link->find(key) && seen.insert(key).second) keys[entity].push_back(key);
+        key = current(key);
+        auto* const wanted = key == 0 ? nullptr : &known(key);
+        if (wanted && key > 0 && !wanted->object && !std::exchange(wanted->isSought, true)) keys[entity].push_back(key);
+        return wanted;
     };
-    for (auto const& record : step_.insertions) want(record.entity, record.key);
+    made_.reserve(step_.insertions.size());
+    for (auto const& record : step_.insertions) made_.push_back(want(record.entity, record.key));
     for (auto const& change : step_.values) {
         want(change.record.entity, change.record.key);
         if (auto const* relationship = change.property->asRelationship())
             want(relationship->destinationEntity(), change.before.integer());
     }
+    ends_.reserve(step_.members.size());
     for (auto const& change : step_.members) {
-        want(change.owner.entity, change.owner.key);
-        want(change.relationship->destinationEntity(), change.member);
+        auto* const owner = want(change.owner.entity, change.owner.key);
+        ends_.push_back({owner, want(change.relationship->destinationEntity(), change.member)});
     }
     for (auto const& change : step_.orders) want(change.owner.entity, change.owner.key);
     for (auto const& [entity, wanted] : keys)
         for (auto& object : filledObjects(context_, *entity, wanted)) {
             GraphAccess::fire(*object);
-            held_.push_back(std::move(object));
+            known(object->recordKey()).object = object;
         }
 }
 
 /// The object of a record that exists; null for one that is gone, or goes with the next save.
-UndoApplication::Object UndoApplication::there(NSEntityDescription const& entity, RecordKey key) {
-    key = current_(key);
-    if (key == 0) return nullptr;
-    auto object = context_.link->find(key);
+NSManagedObject* UndoApplication::there(NSEntityDescription const& entity, RecordKey key) {
+    key = current(key);
+    return key == 0 ? nullptr : there(known(key), entity, key);
+}
+NSManagedObject* UndoApplication::there(Known& known, NSEntityDescription const& entity, RecordKey key) {
+    auto& object = known.object;
     if (!object && key < 0) return nullptr;
-    if (!object) held_.push_back(object = objectWithKey(context_, entity, key));
+    if (!object) object = objectWithKey(context_, entity, key);
     GraphAccess::fire(*object);
-    return object->isDeleted() || GraphAccess::state(*object).has(ObjectState::Gone) ? nullptr : object;
+    return object->isDeleted() || GraphAccess::state(*object).has(ObjectState::Gone) ? nullptr : object.get();
 }
 
-void UndoApplication::revive(UndoStep::Deletion const& deletion) {
-    auto const key = current_(deletion.record.key);
-    if (isLost_(deletion.record.key) || isLost_(key)) return;
-    auto object = deletion.object;
-    if (!object) {
-        object = context_.link->makeObject(*deletion.record.entity, key);
-        GraphAccess::state(*object).flags = ObjectState::Deleted | ObjectState::Gone;
-    }
+void UndoApplication::revive(UndoStep::Deletion const& deletion, Known& known) {
+    auto const key = current(deletion.record.key);
+    if (isLost_(key) || (key != deletion.record.key && isLost_(deletion.record.key))) return;
+    auto const made = deletion.object ? nullptr : context_.link->makeObject(*deletion.record.entity, key);
+    if (made) GraphAccess::state(*made).flags = ObjectState::Deleted | ObjectState::Gone;
+    auto const& object = made ? made : deletion.object;
     auto const& state = GraphAccess::state(*object);
     if (!state.has(ObjectState::Deleted)) return; // it has come back already
     if (!state.has(ObjectState::Gone))
         reviveUnsaved(*object);
-    else if (auto const other = context_.link->find(key); other && there(other->entity(), key))
+    else if (known.object && there(known, known.object->entity(), key))
         return;
     else
         reviveGone(*object, key, deletion);
     if (auto* recorder = recorderOf(*object)) recorder->noteInsertion(*object);
-    revived_.push_back(std::move(object));
+    if (known.object != object) known.object = object;
+    revived_.push_back(&known);
 }
 
 /// Lists that a merge has made doubtful since are read again, and take the order that they had.
@@ -89,7 +127,7 @@ void UndoApplication::keepOrders(NSManagedObject& object) {
         auto const* relationship = object.entity().properties()[toMany.property]->asRelationship();
         auto const keys = toMany.members.keys();
         if (relationship->isOrdered() && !toMany.isLoaded && !keys.empty())
-            orders_.push_back({object.self<NSManagedObject>(), relationship, {keys.begin(), keys.end()}});
+            orders_.push_back({&object, relationship, {keys.begin(), keys.end()}});
     }
 }
 
@@ -140,7 +178,7 @@ void UndoApplication::reviveGone(NSManagedObject& object, RecordKey key, UndoSte
 
 void UndoApplication::restoreValue(UndoStep::ValueChange const& change) {
     auto const* attribute = change.property->asAttribute();
-    auto const object = attribute ? there(change.record) : nullptr;
+    auto* const object = attribute ? there(change.record) : nullptr;
     if (!object || isDoomed(object->recordKey())) return;
     if (object->valueForKey(attribute->name()) == change.now) object->setValueForKey(change.before, attribute->name());
 }
@@ -148,7 +186,7 @@ void UndoApplication::restoreValue(UndoStep::ValueChange const& change) {
 /// Places are known where nobody else has been at them; otherwise what comes back comes last.
 void UndoApplication::findOrders() {
     for (auto const& change : step_.orders) {
-        auto const owner = there(change.owner);
+        auto* const owner = there(change.owner);
         if (!owner || isDoomed(owner->recordKey())) continue;
         auto const members = memberKeys(*owner, *change.relationship);
         if (change.at > members.size() || change.now.size() > members.size() - change.at) continue;

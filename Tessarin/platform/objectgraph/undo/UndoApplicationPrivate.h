@@ -1,8 +1,9 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/context/ContextStatePrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/stores/KeyTablePrivate.h"
 #include "Tessarin/platform/objectgraph/undo/UndoStepPrivate.h"
+#include <deque>
 #include <set>
-#include <unordered_set>
 
 namespace Tessarin {
 
@@ -20,36 +21,52 @@ public:
 private:
     using Object = Ref<NSManagedObject>;
     using Relationship = NSRelationshipDescription;
+    /// The object of a record that the step names, or that something of it leads to: looked up once, and kept until the end.
+    struct Known {
+        Object object;            // null while the register of the context has none
+        std::uint32_t linked = 0; // a bit for each to-one of which both ends were seen to be there
+        bool isSought = false;    // among those that are read ahead, or there is no record now
+        bool isDoomed = false;    // this makes it go
+    };
+    /// Of a member that joined or left.
+    struct Ends {
+        Known *owner, *member;
+    };
     /// A link of a to-one that is taken back.
     struct Leading {
-        Object object;
+        NSManagedObject* object;
         Relationship const* relationship;
         RecordKey before;
     };
     /// The order that a list is to have.
     struct Order {
-        Object owner;
+        NSManagedObject* owner;
         Relationship const* relationship;
         std::vector<RecordKey> keys;
     };
 
+    RecordKey current(RecordKey key) const { return key < 0 ? current_(key) : key; }
+    Known& known(RecordKey key);
+    Known& knownDeleted(UndoStep::Deletion const& deletion);
     void readAhead();
-    Object there(NSEntityDescription const& entity, RecordKey key);
-    Object there(UndoStep::Record const& record) { return there(*record.entity, record.key); }
-    bool isDoomed(RecordKey key) const { return doomed_.contains(key); }
+    NSManagedObject* there(NSEntityDescription const& entity, RecordKey key);
+    NSManagedObject* there(UndoStep::Record const& record) { return there(*record.entity, record.key); }
+    NSManagedObject* there(Known& known, NSEntityDescription const& entity, RecordKey key);
+    bool isDoomed(RecordKey key) const;
 
-    void revive(UndoStep::Deletion const& deletion);
+    void revive(UndoStep::Deletion const& deletion, Known& known);
     void keepOrders(NSManagedObject& object);
     void reviveUnsaved(NSManagedObject& object);
     void reviveGone(NSManagedObject& object, RecordKey key, UndoStep::Deletion const& deletion);
-    void linkAgain(NSManagedObject& object);
-    bool isHeldBy(NSManagedObject& object, Relationship const& relationship, Object const& destination);
+    static void noteLinked(Known& known, Relationship const& relationship);
+    void linkAgain(Known const& revived);
+    bool isHeldBy(NSManagedObject& object, Relationship const& relationship, NSManagedObject* destination);
 
     void restoreValue(UndoStep::ValueChange const& change);
     void restoreLinks();
     void letGo(UndoStep::ValueChange const& change);
     void leadBack(Leading const& leading);
-    void restoreMember(UndoStep::MemberChange const& change, bool mustJoin);
+    void restoreMember(UndoStep::MemberChange const& change, Ends const& ends);
 
     bool hasEnd(NSManagedObject& object, Relationship const& relationship, NSManagedObject& other);
     void putEnd(NSManagedObject& object, Relationship const& relationship, NSManagedObject& other);
@@ -66,8 +83,13 @@ private:
     UndoStep const& step_;
     FunctionRef<RecordKey(RecordKey)> current_;
     FunctionRef<bool(RecordKey)> isLost_;
-    std::vector<Object> held_, revived_, inserted_;
-    std::unordered_set<RecordKey> doomed_;                           // the keys of the latter
+    std::deque<Known> all_;
+    KeyTable<Known> byKey_;
+    // Of the step's members, deletions and insertions, in their orders.
+    std::vector<Ends> ends_;
+    std::vector<Known*> deleted_, made_;
+    std::vector<Known*> revived_;
+    std::vector<Object> inserted_;                                         // which are doomed
     std::set<std::pair<RecordKey, NSPropertyDescription const*>> emptied_; // to-ones that this has emptied
     std::vector<Leading> leading_;
     std::vector<Order> orders_;

@@ -67,6 +67,7 @@ bool UndoManager::Inside::takeBack(Steps& from, Steps& to) {
     } const taking(isTakingBack_);
     auto const step = from.back();
     open().step.name = step->name;
+    open().step.expectInverseOf(*step);
     auto const finish = [&] {
         auto made = close();
         if (made) push(to, made);

@@ -22,7 +22,7 @@ struct SlotHash {
 /// The places of slots in a list that grows, without an allocation for each.
 class SlotPlaces {
 public:
-    explicit SlotPlaces(std::size_t most) : places_(std::bit_ceil(2 * most + 1), none) {}
+    explicit SlotPlaces(std::size_t most) : places_(std::bit_ceil(most + most / 2 + 1), none) {}
 
     /// The place of the same slot; `place`, which is that of a new one, where there is none.
     template <class SlotAt> std::size_t find(Slot const& slot, std::size_t place, SlotAt slotAt) {
@@ -57,37 +57,55 @@ void foldValues(std::vector<UndoStep::ValueChange>& values) {
 void foldMembers(std::vector<UndoStep::MemberChange>& members) {
     if (members.size() < 2) return;
     SlotPlaces places(members.size());
-    std::vector<bool> counts;
+    std::vector<bool> isVain; // by place, once somebody did both
+    std::size_t count = 0;
     auto const slotAt = [&](std::size_t at) { return Slot{members[at].owner.key, members[at].member, members[at].relationship}; };
     for (std::size_t at = 0; at < members.size(); ++at) {
-        auto const first = places.find(slotAt(at), counts.size(), slotAt);
-        if (first != counts.size()) {
-            counts[first] = !counts[first];
-            continue;
+        auto const first = places.find(slotAt(at), count, slotAt);
+        if (first != count) {
+            isVain.resize(members.size());
+            isVain[first] = !isVain[first];
+        } else if (count++ != at) {
+            members[first] = members[at];
         }
-        members[first] = members[at];
-        counts.push_back(true);
     }
-    members.resize(counts.size());
-    std::erase_if(members, [&](auto const& each) { return !counts[static_cast<std::size_t>(&each - members.data())]; });
+    members.resize(count);
+    if (!isVain.empty())
+        std::erase_if(members, [&](auto const& each) { return isVain[static_cast<std::size_t>(&each - members.data())]; });
 }
 
-/// Keys to be looked up.
+/// Keys to be looked up, neighbours beside each other.
 class Keys {
 public:
     template <class Changes, class KeyOf> Keys(Changes const& changes, KeyOf keyOf) {
-        keys_.reserve(changes.size());
-        for (auto const& each : changes) keys_.push_back(keyOf(each));
-        if (!std::ranges::is_sorted(keys_)) std::ranges::sort(keys_);
+        if (changes.empty()) return;
+        places_.resize(std::bit_ceil(changes.size() + changes.size() / 2 + neighbours));
+        for (auto const& each : changes) placeOf(keyOf(each)) = keyOf(each);
     }
-    bool empty() const noexcept { return keys_.empty(); }
-    bool contains(RecordKey key) const { return std::ranges::binary_search(keys_, key); }
+    bool empty() const noexcept { return places_.empty(); }
+    bool contains(RecordKey key) const { return !empty() && const_cast<Keys*>(this)->placeOf(key) == key; }
 
 private:
-    std::vector<RecordKey> keys_;
+    static constexpr std::uint64_t neighbours = 8; // on a cache line
+    RecordKey& placeOf(RecordKey key) {
+        auto const bits = static_cast<std::uint64_t>(key);
+        auto const mixed = (bits / neighbours * 0x9E3779B97F4A7C15U) >> 32;
+        for (auto at = mixed * neighbours + bits % neighbours;; ++at) {
+            auto& place = places_[at & (places_.size() - 1)];
+            if (place == 0 || place == key) return place; // 0 is no record's key
+        }
+    }
+    std::vector<RecordKey> places_;
 };
 
 } // namespace
+
+void UndoStep::expectInverseOf(UndoStep const& step) {
+    values.reserve(step.values.size());
+    members.reserve(step.members.size());
+    insertions.reserve(step.deletions.size());
+    deletions.reserve(step.insertions.size());
+}
 
 bool UndoStep::takeKeys(FunctionRef<RecordKey(RecordKey)> current) {
     bool isAnother = false;
@@ -130,8 +148,9 @@ void UndoStep::fold() {
     foldValues(values);
     std::erase_if(values, [&](ValueChange const& each) { return each.before == each.now || inserted.contains(each.record.key); });
     foldMembers(members);
-    std::erase_if(members,
-                  [&](MemberChange const& each) { return inserted.contains(each.owner.key) || gone.contains(each.member); });
+    if (!inserted.empty())
+        std::erase_if(members,
+                      [&](MemberChange const& each) { return inserted.contains(each.owner.key) || gone.contains(each.member); });
     std::erase_if(orders, [](OrderChange const& each) { return each.before == each.now; });
 }
 

@@ -55,6 +55,8 @@ struct UndoStep {
     bool empty() const noexcept {
         return values.empty() && members.empty() && orders.empty() && insertions.empty() && deletions.empty();
     }
+    /// Room for what takes that step back.
+    void expectInverseOf(UndoStep const& step);
     /// `current` gives the key that a record has now; whether any is another one.
     bool takeKeys(FunctionRef<RecordKey(RecordKey)> current);
     /// One change for each value and each link, from what was before the step to what it left; what came to nothing goes.

@@ -111,6 +111,20 @@ TEST_P(Undo, EveryEditGoesBackAndForthBeforeAndAfterSaves) {
              many(made, "tags").addObject(named(context, "Tag", "name", "red"));
              many(made, "chapters").addObject(fetched(context, "Chapter").front());
          }},
+        {"objects made with links among them",
+         [](auto& context) {
+             auto const author = inserted(context, "Author", {{"name", "c"}}),
+                        tag = inserted(context, "Tag", {{"name", "green"}});
+             for (auto const* title : {"M", "N"}) {
+                 auto const made = inserted(context, "Book", {{"title", title}});
+                 made->setValueForKey(author, "author");
+                 for (auto const& with : {tag, named(context, "Tag", "name", "red")}) many(made, "tags").addObject(with);
+                 for (auto const& each : {book(context, "M"), book(context, "A")}) many(made, "related").addObject(each);
+                 for (auto const* name : {"4", "5", "6"})
+                     many(made, "chapters").insertObject(inserted(context, "Chapter", {{"title", name}}), 0);
+             }
+             many(book(context, "N"), "chapters").addObject(many(book(context, "M"), "chapters").allObjects()[1]);
+         }},
         {"a to-one moves",
          [](auto& context) { book(context, "A")->setValueForKey(named(context, "Author", "name", "b"), "author"); }},
         {"to-ones exchange partners",
@@ -136,6 +150,11 @@ TEST_P(Undo, EveryEditGoesBackAndForthBeforeAndAfterSaves) {
          }},
         {"a cascade", [](auto& context) { context.deleteObject(*book(context, "A")); }},
         {"what leaves many", [](auto& context) { context.deleteObject(*named(context, "Author", "name", "a")); }},
+        {"linked objects, the last first",
+         [](auto& context) {
+             for (auto const* entity : {"Chapter", "Novel", "Book", "Tag", "Author"})
+                 for (auto const& each : fetched(context, entity)) context.deleteObject(*each);
+         }},
         {"one-to-one goes with it", [](auto& context) { context.deleteObject(*named(context, "Tag", "name", "red")); }},
         {"changed, then deleted",
          [](auto& context) {
