@@ -130,6 +130,7 @@ void Connection::leavesLog(bool leaves) noexcept {
 /// on it.
 void const volatile* Connection::logIndex(int block) const noexcept {
     if (block == 0 && logStart_) return logStart_;
+    if (sqlite3_uri_boolean(sqlite3_db_filename(handle(), "main"), "immutable", 0)) return nullptr; // it would make one
     sqlite3_file* file = nullptr;
     void volatile* region = nullptr;
     if (sqlite3_file_control(handle(), nullptr, SQLITE_FCNTL_FILE_POINTER, &file) != SQLITE_OK || !file || !file->pMethods)

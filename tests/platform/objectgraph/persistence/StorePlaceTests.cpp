@@ -258,16 +258,31 @@ TEST_F(StorePlace, ReadOnlyMakesNothingAndSavesNothing) {
     for (auto const& path : {fs::path(folder.path()), place.parent_path(), place})
         fs::permissions(path, fs::perms(path == place ? 0444 : 0555));
     fs::permissions(fs::path(folder.path()).parent_path(), fs::perms::others_exec, fs::perm_options::add);
-    for (bool const hasLog : {false, true}) {
-        for (auto const* ending : {"-wal", "-shm"}) fs::remove(place.native() + ending);
-        if (hasLog) folder.write("Notes/Notes.db-wal", "x");
-        auto const status = statusOfNobody([&] {
+    auto const statusOfReader = [&] {
+        return statusOfNobody([&] {
             OpenStore reader(folder.url("none/none.db"), libraryModel().build(), OpenStore::Kind::Memory);
             reader.store = opened(readOnly);
             return !reader.store ? 1 : reader.fetch("Author").size() == 1 ? 0 : 2;
         });
-        EXPECT_EQ(status, hasLog ? 1 : 0);
+    };
+    for (bool const hasLog : {false, true}) {
+        for (auto const* ending : {"-wal", "-shm"}) fs::remove(place.native() + ending);
+        if (hasLog) folder.write("Notes/Notes.db-wal", "x");
+        EXPECT_EQ(statusOfReader(), hasLog ? 1 : 0);
     }
+    // Where only the file may not be written nothing is left beside it either; what is there is no trap for who may write.
+    auto const shared = fs::path(place.native() + "-shm");
+    fs::remove(place.native() + "-wal");
+    fs::permissions(place.parent_path(), fs::perms::all);
+    EXPECT_EQ(statusOfReader(), 0);
+    EXPECT_FALSE(fs::exists(shared));
+    fs::permissions(place, fs::perms(0666));
+    folder.write("Notes/Notes.db-shm", "");
+    fs::permissions(shared, fs::perms(0444));
+    auto const isToldOf = [&](std::string_view words) {
+        return !opened() && error->localizedDescription().find(words) != std::string::npos;
+    };
+    EXPECT_EQ(statusOfNobody([&] { return isToldOf("-shm: Permission denied") ? 0 : 1; }), 0);
 }
 
 } // namespace

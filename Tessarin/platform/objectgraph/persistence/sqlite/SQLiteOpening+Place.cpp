@@ -28,6 +28,10 @@ void SQLiteOpening::checkPlace() {
         // SQLite would open it for reading then, and make a log with the same mode, which stays after the permission has come.
         auto const access = options_.isReadOnly ? R_OK : R_OK | W_OK;
         if (::faccessat(AT_FDCWD, path_.c_str(), access, AT_EACCESS) != 0) throwVerdict(errno, path_);
+        // Somebody may have left them who could only read the file. It could be opened with them, and no save would succeed.
+        for (auto const& beside : {path_ + "-shm", path_ + "-wal"})
+            if (!options_.isReadOnly && ::faccessat(AT_FDCWD, beside.c_str(), W_OK, AT_EACCESS) != 0 && errno == EACCES)
+                throwVerdict(errno, beside);
         return;
     }
     auto const reason = errno;
