@@ -4,6 +4,7 @@
 #include "Tessarin/platform/objectgraph/context/ContextFeedPrivate.h"
 #include "Tessarin/platform/objectgraph/context/ContextNewsPrivate.h"
 #include "Tessarin/platform/objectgraph/context/EntityRulesPrivate.h"
+#include "Tessarin/platform/objectgraph/context/GoneRecordsPrivate.h"
 #include "Tessarin/platform/objectgraph/context/NSManagedObjectContext.h"
 #include "Tessarin/platform/objectgraph/context/ObjectExtrasPrivate.h"
 #include "Tessarin/platform/objectgraph/context/ObjectObserversPrivate.h"
@@ -30,6 +31,8 @@ public:
 
     ChangedObjects changed; // every object with unsaved changes
     ValuesInMemory values;
+    GoneRecords gone; // as far as it has come to this context
+    std::uint32_t unsavedAbove = 1; // how often what ancestors show as unsaved had changed when this context last looked
     ContextNews news;
     ContextFeed feed;
     Ref<ObjectObservers> observers; // null while no object was ever observed

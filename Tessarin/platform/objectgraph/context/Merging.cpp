@@ -29,6 +29,7 @@ void dropChanges(ContextState& context, NSManagedObject& object) {
 void forgetMembers(ObjectState& state, std::size_t property) {
     if (!state.extras) return;
     auto* toMany = state.extras->find(property);
+    if (toMany) toMany->isDoubtful = true;
     if (toMany) toMany->isLoaded = false; // read again, with what is unsaved here on top, in the order that it was put in here
 }
 
@@ -101,6 +102,19 @@ void lookAgainFrom(ContextState& context, NSPropertyDescription const& reference
     if (other) forgetMembers(GraphAccess::state(*other), inverse->index());
 }
 
+/// The same for a record of which no row is known here. Only where a conflict was decided do the owners not tell it themselves, and
+/// a new record has met none.
+void lookAgainAround(ContextState& context, RecordChange const& change) {
+    if (!change.after || !change.changesRow()) return;
+    if (!change.before && change.after->version() == Row::firstVersion) return;
+    for (std::size_t cell = 0; cell < change.after->layout().cells().size(); ++cell) {
+        auto const& [property, type] = change.after->layout().cells()[cell];
+        if (type != CellType::Reference || (change.before && change.after->cellEquals(cell, *change.before))) continue;
+        if (change.before) lookAgainFrom(context, *property, change.before->reference(cell));
+        lookAgainFrom(context, *property, change.after->reference(cell));
+    }
+}
+
 void lookAgainWhereMoved(ContextState& context, NSManagedObject& object, RowRef const& before) {
     auto const& row = GraphAccess::state(object).row;
     if (!row || row == before) return;
@@ -137,7 +151,7 @@ void takeRow(ContextState& context, NSManagedObject& object, RecordChange const&
         return context.values.note(object);
     }
     bool const hasValues = state.has(ObjectState::Changed) && state.extras && !state.extras->values.empty();
-    if (!state.row && !hasValues) return; // a fault reads it when it is asked
+    if (!state.row && !hasValues) return lookAgainAround(context, change); // a fault reads it when it is asked
     auto row = rowAfter(context, state, change);
     if (winner == Winner::UnsavedUntilSaved && changesBeneath(state, *row)) return;
     auto const before = std::exchange(state.row, std::move(row));
@@ -216,23 +230,30 @@ void noteNewsOf(ContextState& context, Ref<ChangeSet const> const& set, ContextN
 
 /// Walks whichever is shorter, the set or the register.
 void merge(ContextState& context, ChangeSet const& set, Winner winner) {
+    context.gone.add(set.deletedKeys());
     if (context.link->count() < set.changes().size()) {
         for (auto const& object : context.link->all())
             if (auto const* change = set.find(object->entity(), object->recordKey())) merge(context, *object, *change, winner);
+        for (auto const& change : set.changes()) lookAgainAround(context, change);
         return;
     }
     for (auto const& change : set.changes())
-        if (auto const object = context.link->find(change.key)) merge(context, *object, change, winner);
+        if (auto const object = context.link->find(change.key))
+            merge(context, *object, change, winner);
+        else
+            lookAgainAround(context, change);
 }
 
-void tellCorrections(ContextState const& context, Ref<ChangeSet const> const& set) {
+using Arrival = PublishedChanges::Arrival;
+
+void tellBelow(ContextState const& context, Arrival const& arrival) {
     for (auto const& child : context.published.readers()) {
         auto& state = GraphAccess::state(*child);
-        state.published.receiveCorrections(set);
+        state.published.receive(arrival);
         dispatch_async(state.queue, [context = WeakRef<NSManagedObjectContext>(child)] {
             if (auto const living = context.lock()) living->processPendingChanges();
         });
-        tellCorrections(state, set);
+        tellBelow(state, arrival);
     }
 }
 
@@ -240,14 +261,18 @@ void tellCorrections(ContextState const& context, Ref<ChangeSet const> const& se
 
 void applyReceived(ContextState& context) {
     if (!context.link) return;
+    context.unsavedAbove = 1; // of all ancestors: the sum changes with any of them
+    for (auto const* above = context.parent.get(); above; above = GraphAccess::state(*above).parent.get())
+        context.unsavedAbove += GraphAccess::state(*above).published.unsavedChanges();
     applyPromotions(context);
-    for (auto const& [set, isCorrection] : context.published.takeUnapplied()) {
+    for (auto const& [set, kind] : context.published.takeUnapplied()) {
+        bool const isCorrection = kind != Arrival::Kind::HandedUp;
         noteNewsOf(context, set, isCorrection ? ContextNews::Refreshed : ContextNews::Updated, isCorrection);
         bool const isStep = context.recorder && set->undoStep() && !isCorrection;
         if (isStep) context.recorder->noteArrival(*set);
         RecordingPause const pause(isStep ? context.recorder.get() : nullptr); // it is written down as a whole
         merge(context, *set, isCorrection ? Winner::UnsavedUntilSaved : Winner::Incoming);
-        if (isCorrection) forgetLinksOf(context, *set);
+        if (kind == Arrival::Kind::Corrections) forgetLinksOf(context, *set);
     }
 }
 
@@ -263,6 +288,7 @@ void mergeSaved(ContextState& context, ChangeSets const& sets) {
 void mergeDeleted(ContextState& context, DeletedRecords const& records) {
     if (!context.link || records.runs().empty()) return;
     context.feed.noteEverything(context);
+    context.gone.addMany(1);
     if (context.recorder) context.recorder->forgetAll();
     for (auto const& object : context.link->all()) {
         if (!records.contains(object->entity(), object->recordKey())) continue;
@@ -271,13 +297,26 @@ void mergeDeleted(ContextState& context, DeletedRecords const& records) {
     }
 }
 
-void noteGone(ContextState& context, NSManagedObject& object) { mergeDeletion(context, object, Winner::Unsaved); }
+void showRow(ContextState& context, NSManagedObject& object, RowRef row) {
+    auto const before = std::exchange(GraphAccess::state(object).row, std::move(row));
+    lookAgainWhereMoved(context, object, before);
+}
+
+void noteGone(ContextState& context, NSManagedObject& object) {
+    auto const key = object.recordKey();
+    context.gone.add({&key, 1});
+    mergeDeletion(context, object, Winner::Unsaved);
+}
+
+void tellSavedAbove(ContextState const& root, Ref<ChangeSet const> const& set) {
+    tellBelow(root, {set, Arrival::Kind::SavedAbove});
+}
 
 void mergeCorrections(ContextState& context, Ref<ChangeSet const> const& set) {
     noteNewsOf(context, set, ContextNews::Refreshed, true);
     merge(context, *set, Winner::UnsavedUntilSaved);
     forgetLinksOf(context, *set);
-    tellCorrections(context, set);
+    tellBelow(context, {set, Arrival::Kind::Corrections});
 }
 
 } // namespace Tessarin

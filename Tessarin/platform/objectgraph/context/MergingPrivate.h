@@ -12,10 +12,14 @@ void applyReceived(ContextState& context);
 void mergeSaved(ContextState& context, ChangeSets const& sets);
 /// A relative deleted everything at once.
 void mergeDeleted(ContextState& context, DeletedRecords const& records);
+/// The object shows this row from now on; whom it led to, and leads to now, looks again whom it has.
+void showRow(ContextState& context, NSManagedObject& object, RowRef row);
 /// The object's record turned out to be gone; unsaved changes stay until a save finds that.
 void noteGone(ContextState& context, NSManagedObject& object);
 /// Records that a save left otherwise than it was given them: the context's objects follow, with their unsaved values on
 /// top, and so do those of the contexts below, each on its own queue, soon or before what it does next.
 void mergeCorrections(ContextState& context, Ref<ChangeSet const> const& set);
+/// What a root context itself has changed is in the file: the contexts below follow in the same way.
+void tellSavedAbove(ContextState const& root, Ref<ChangeSet const> const& set);
 
 } // namespace Tessarin

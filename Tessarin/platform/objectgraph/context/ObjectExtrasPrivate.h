@@ -15,10 +15,13 @@ namespace Tessarin {
 struct ToManyState {
     std::uint32_t property = 0;
     bool isLoaded = false;
-    KeySet members; // when loaded, in their order where the relationship has one
-    KeySet added, removed;
+    bool isDoubtful = false; // others have changed it since the last save: they may have added or removed the same
     bool isReordered = false;
     bool holdsTemporaries = false; // perhaps: keys that may have given way to permanent ones
+    KeySet members; // when loaded, in their order where the relationship has one
+    KeySet added, removed;
+    std::uint32_t goneSeen = 0;    // how many deletions by others the members were held against
+    std::uint32_t unsavedSeen = 0; // of the ancestors, see `ContextState`; 0: the members rest on nothing unsaved
 
     bool isChanged() const { return !added.empty() || !removed.empty() || isReordered; }
     template <class Translate> void toPermanent(Translate translate) {

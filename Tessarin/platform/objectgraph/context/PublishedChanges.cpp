@@ -127,9 +127,9 @@ std::uint64_t PublishedChanges::arrivals() const {
     return arrivals_;
 }
 
-void PublishedChanges::receiveCorrections(Ref<ChangeSet const> const& set) {
+void PublishedChanges::receive(Arrival arrival) {
     std::lock_guard const hold(mutex_);
-    unapplied_.push_back({set, true});
+    unapplied_.push_back(std::move(arrival));
 }
 
 void PublishedChanges::addReader(Ref<NSManagedObjectContext> const& child) {
@@ -178,7 +178,9 @@ void PublishedChanges::setUnsaved(ChangeSets unsaved) {
     std::shared_ptr<ChangeSets const> next =
         std::make_shared<ChangeSets>(std::move(unsaved)); // the older one is released after the lock
     std::lock_guard const hold(mutex_);
+    if (next->empty() && unsaved_->empty()) return;
     std::swap(unsaved_, next);
+    noteUnsaved();
     noteShown();
 }
 
@@ -191,6 +193,7 @@ ChangeSets PublishedChanges::stage(Ref<ChangeSet const> const& own) {
         std::lock_guard const hold(mutex_);
         if (state_ != before.state) continue;
         append(more, read);
+        if (!unsaved_->empty()) noteUnsaved();
         unsaved_.swap(none);
         noteShown();
         return sets_;
@@ -222,7 +225,7 @@ void PublishedChanges::exchange(FunctionRef<void(ChangeSets& sets, ChangeSets& a
         std::swap(sets_, sets);
         std::swap(read_, released[0]);
         std::swap(aside_, released[1]);
-        if (unsaved) std::swap(unsaved_, unsaved);
+        if (unsaved) std::swap(unsaved_, unsaved), noteUnsaved();
         noteShown();
         hold.unlock();
         return;

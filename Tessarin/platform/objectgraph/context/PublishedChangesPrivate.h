@@ -21,8 +21,13 @@ public:
     bool handUp(ChangeSets const& leaving, ChangeSets const& sets, PublishedChanges& parent, std::uint64_t seen);
     /// How often sets have come.
     std::uint64_t arrivals() const;
-    /// What a save further up left otherwise than it was handed up.
-    void receiveCorrections(Ref<ChangeSet const> const& set);
+    struct Arrival {
+        enum class Kind : std::uint8_t { HandedUp, Corrections, SavedAbove };
+        Ref<ChangeSet const> set;
+        Kind kind = Kind::HandedUp;
+    };
+    /// What a save further up left otherwise than it was handed up, or what the topmost context itself has changed and saved.
+    void receive(Arrival arrival);
     /// The sets that stand here now, as they were handed up: what a save hands on.
     ChangeSets current() const;
     bool empty() const;
@@ -45,14 +50,12 @@ public:
     /// The context's own changes, one after the other.
     std::shared_ptr<ChangeSets const> unsaved() const;
     void setUnsaved(ChangeSets unsaved);
+    /// How often they have changed. Takes no lock.
+    std::uint32_t unsavedChanges() const noexcept { return unsavedChanges_.load(std::memory_order_acquire); }
     /// A save begins: the own changes, with permanent keys now, become the last of the sets, which are the result.
     ChangeSets stage(Ref<ChangeSet const> const& own);
     /// The save failed: they are unsaved again.
     void unstage(Ref<ChangeSet const> const& own);
-    struct Arrival {
-        Ref<ChangeSet const> set;
-        bool isCorrection = false;
-    };
     /// The sets received since the last call: their effect on registered objects is the context's to apply.
     std::vector<Arrival> takeUnapplied();
     /// Child contexts, which are told corrections. Held weakly.
@@ -68,10 +71,11 @@ private:
     using Shared = std::shared_ptr<ChangeSets const>;
     void append(ChangeSets const& sets, Shared read);
     void noteShown() noexcept;
+    void noteUnsaved() noexcept { unsavedChanges_.fetch_add(1, std::memory_order_release); }
     void exchange(FunctionRef<void(ChangeSets& sets, ChangeSets& aside)> change, Shared unsaved = nullptr);
 
     mutable std::mutex mutex_;
-    ChangeSets sets_;                                                         // guarded by mutex_, like what follows
+    ChangeSets sets_; // guarded by mutex_, like what follows
     Shared aside_ = std::make_shared<ChangeSets>();
     Shared read_ = std::make_shared<ChangeSets>(); // `sets_`, folded
     std::uint64_t state_ = 0;
@@ -79,6 +83,7 @@ private:
     std::vector<Arrival> unapplied_;
     std::vector<WeakRef<NSManagedObjectContext>> readers_;
     Shared unsaved_ = std::make_shared<ChangeSets>();
+    std::atomic<std::uint32_t> unsavedChanges_{0};
     std::atomic<std::uint64_t> shown_{0}; // twice the state, and one more while there are sets for readers
 };
 

@@ -15,14 +15,21 @@ RecordKey currentKey(KeyPromotions& promotions, RecordKey key) {
     return permanent == 0 ? key : permanent;
 }
 
+/// What came and went says who is a member. An order only says where: whoever has left meanwhile is not back by it, and whom it
+/// does not name comes behind the others.
 void apply(RelationshipChange const& change, KeyPromotions& promotions, std::vector<RecordKey>& members) {
-    if (change.order) members.clear();
     std::unordered_set<RecordKey> removed;
     for (auto const key : change.removed) removed.insert(currentKey(promotions, key));
     if (!removed.empty()) std::erase_if(members, [&](RecordKey key) { return removed.contains(key); });
     std::unordered_set<RecordKey> present(members.begin(), members.end());
-    for (auto const key : change.order ? *change.order : change.added)
+    for (auto const key : change.added)
         if (present.insert(currentKey(promotions, key)).second) members.push_back(currentKey(promotions, key));
+    if (!change.order) return;
+    auto const unordered = std::exchange(members, {});
+    for (auto const key : *change.order)
+        if (present.erase(currentKey(promotions, key)) != 0) members.push_back(currentKey(promotions, key));
+    for (auto const key : unordered)
+        if (present.contains(key)) members.push_back(key);
 }
 
 /// Whoever is named may be a member; their own rows say who is. Those that an order does not name come behind the others.
@@ -72,6 +79,14 @@ std::vector<RecordKey> RecordReader::withChanges(NSRelationshipDescription const
         });
     }
     return members;
+}
+
+bool RecordReader::areMembersUnsaved(NSRelationshipDescription const& relationship, NSEntityDescription const& ownerEntity,
+                                     RecordKey owner) const {
+    bool areUnsaved = false;
+    for (std::size_t at = 0; at < isUnsaved_.size(); ++at)
+        if (isUnsaved_[at]) eachChange(*sets_[at], relationship, ownerEntity, owner, [&](auto const&) { areUnsaved = true; });
+    return areUnsaved;
 }
 
 void RecordReader::eachChange(ChangeSet const& set, NSRelationshipDescription const& relationship,

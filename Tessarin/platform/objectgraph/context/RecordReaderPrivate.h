@@ -44,6 +44,9 @@ public:
     /// What the change sets make of an owner's members in the store.
     std::vector<RecordKey> withChanges(NSRelationshipDescription const& relationship, NSEntityDescription const& ownerEntity,
                                        RecordKey owner, std::vector<RecordKey> members) const;
+    /// Whether what ancestors have not saved is a part of that.
+    bool areMembersUnsaved(NSRelationshipDescription const& relationship, NSEntityDescription const& ownerEntity,
+                           RecordKey owner) const;
 
 private:
     /// What the sets make of a record: nothing to say, gone, or this row.

@@ -23,6 +23,29 @@ ToManyState& toManyOf(NSManagedObject& owner, NSRelationshipDescription const& r
     return state.toMany(relationship.index());
 }
 
+/// Whether a key that came or went here is a member beneath that by now: others may have done the same, and who takes back what was
+/// done here must not leave theirs.
+bool isMemberBeneath(NSManagedObject& owner, NSRelationshipDescription const& relationship, ToManyState const& toMany,
+                     RecordKey key, bool wasMember) {
+    auto* context = GraphAccess::state(owner).link()->contextState();
+    if (!toMany.isDoubtful || relationship.isTransient() || !context) return wasMember;
+    auto const members = RecordReader(*context).members(relationship, owner.entity(), owner.recordKey());
+    return std::ranges::any_of(members, [&](RecordKey each) { return context->link->current(each) == key; });
+}
+
+/// Whether members were read, and are what would be read now.
+bool isCurrent(ObjectState const& owner, ToManyState& toMany) {
+    auto const* context = toMany.isLoaded ? owner.link()->contextState() : nullptr;
+    if (!context) return toMany.isLoaded;
+    auto const seen = std::exchange(toMany.goneSeen, context->gone.count());
+    bool const isOutOfDate = (toMany.unsavedSeen != 0 && toMany.unsavedSeen != context->unsavedAbove) ||
+                             (seen != toMany.goneSeen && context->gone.isAnyIn(toMany.members, seen));
+    if (!isOutOfDate || owner.layout->entity().properties()[toMany.property]->isTransient()) return true;
+    toMany.isLoaded = false;
+    toMany.isDoubtful = true;
+    return false;
+}
+
 /// Before a member comes or goes, or the order changes.
 void record(NSManagedObject& owner, NSRelationshipDescription const& relationship) {
     if (!relationship.isOrdered()) return;
@@ -45,12 +68,14 @@ void setReference(NSManagedObject& object, NSRelationshipDescription const& rela
 }
 
 void addMember(NSManagedObject& owner, NSRelationshipDescription const& relationship, RecordKey key) {
-    if (relationship.isOrdered()) loadedMembers(owner, relationship); // a new member comes last, whatever stands before it
+    // A new member comes last, whatever stands before it: also one that says so already.
+    bool const isReadNow = relationship.isOrdered() && !hasLoadedMembers(owner, relationship);
+    if (isReadNow) loadedMembers(owner, relationship).members.remove(key);
     record(owner, relationship);
     if (auto* recorder = recorderOf(owner)) recorder->noteMember(owner, relationship, key, true);
     auto& state = toManyOf(owner, relationship);
     if (key < 0) state.holdsTemporaries = true;
-    if (!state.removed.remove(key)) state.added.append(key);
+    if (!state.removed.remove(key) || !isMemberBeneath(owner, relationship, state, key, true)) state.added.append(key);
     noteUnshownLink(owner, relationship, key, true);
     if (state.isLoaded) state.members.append(key);
     if (relationship.isOrdered()) state.isReordered = true;
@@ -63,7 +88,7 @@ void removeMember(NSManagedObject& owner, NSRelationshipDescription const& relat
     if (auto* recorder = recorderOf(owner)) recorder->noteMember(owner, relationship, key, false);
     auto& state = toManyOf(owner, relationship);
     if (key < 0) state.holdsTemporaries = true;
-    if (!state.added.remove(key)) state.removed.add(key);
+    if (!state.added.remove(key) || isMemberBeneath(owner, relationship, state, key, false)) state.removed.add(key);
     noteUnshownLink(owner, relationship, key, false);
     if (state.isLoaded) state.members.remove(key);
     if (relationship.isOrdered()) state.isReordered = true;
@@ -141,20 +166,19 @@ RecordKey readReferenceOf(ObjectState const& state, NSRelationshipDescription co
 
 bool hasLoadedMembers(NSManagedObject& owner, NSRelationshipDescription const& relationship) {
     auto& state = GraphAccess::state(owner);
-    auto const* toMany = state.extras ? state.extras->find(relationship.index()) : nullptr;
-    return toMany && toMany->isLoaded;
+    auto* toMany = state.extras ? state.extras->find(relationship.index()) : nullptr;
+    return toMany && isCurrent(state, *toMany);
 }
 
 ToManyState& loadedMembers(NSManagedObject& owner, NSRelationshipDescription const& relationship) {
     auto& state = GraphAccess::state(owner);
-    if (auto& toMany = toManyOf(owner, relationship); toMany.isLoaded) return toMany;
-    std::vector<RecordKey> members;
+    if (auto& toMany = toManyOf(owner, relationship); isCurrent(state, toMany)) return toMany;
     auto* context = state.link()->contextState();
-    if (context && !relationship.isTransient() && readMembersAhead(*context, owner, relationship))
-        return toManyOf(owner, relationship);
-    if (context && !relationship.isTransient())
-        members = RecordReader(*context).members(relationship, owner.entity(), owner.recordKey());
-    return setLoadedMembers(owner, relationship, std::move(members));
+    if (!context || relationship.isTransient()) return setLoadedMembers(owner, relationship, {});
+    if (readMembersAhead(*context, owner, relationship)) return toManyOf(owner, relationship);
+    RecordReader const reader(*context);
+    return setLoadedMembers(owner, relationship, reader.members(relationship, owner.entity(), owner.recordKey()),
+                            reader.areMembersUnsaved(relationship, owner.entity(), owner.recordKey()));
 }
 
 namespace {
@@ -175,9 +199,12 @@ std::optional<bool> leadsUnsaved(ObjectState const& owner, NSRelationshipDescrip
 } // namespace
 
 ToManyState& setLoadedMembers(NSManagedObject& owner, NSRelationshipDescription const& relationship,
-                              std::vector<RecordKey> members) {
+                              std::vector<RecordKey> members, bool areUnsavedAbove) {
     auto& state = GraphAccess::state(owner);
     auto& toMany = toManyOf(owner, relationship);
+    auto const* living = state.link()->contextState();
+    toMany.goneSeen = living ? living->gone.count() : 0;
+    toMany.unsavedSeen = living && areUnsavedAbove ? living->unsavedAbove : 0;
     auto const current = [link = state.link()](RecordKey key) { return link->current(key); };
     toMany.toPermanent(current); // others may have saved a member meanwhile
     for (auto& key : members)
@@ -285,7 +312,8 @@ void cutNewLinks(ContextState& context, NSManagedObject& deleted, RelationshipCh
         auto const owner = context.link->find(context.link->current(key));
         if (!owner || owner.get() == &deleted || GraphAccess::state(*owner).has(ObjectState::Deleted)) continue;
         auto& members = toManyOf(*owner, *inverse);
-        if (!members.added.remove(deleted.recordKey())) members.removed.add(deleted.recordKey());
+        members.added.remove(deleted.recordKey());
+        members.removed.add(deleted.recordKey());
         members.members.remove(deleted.recordKey());
         noteUnshownLink(*owner, *inverse, deleted.recordKey(), false);
         markChanged(*owner, changeOf(*owner));
@@ -321,6 +349,16 @@ void lookBack(ContextState& context, NSManagedObject& object, NSRelationshipDesc
     if (destination) forgetIfUnchanged(context, *destination);
 }
 
+/// One end alone takes its own change back: what others have done to the same link stays, and is shown.
+void takeBackEnd(NSManagedObject& end, NSRelationshipDescription const& relationship, NSManagedObject& other, bool wasRemoved) {
+    bool const wasDoubtful = relationship.isToMany() && std::exchange(toManyOf(end, relationship).isDoubtful, false);
+    wasRemoved ? attachEnd(end, relationship, other) : detachEnd(end, relationship, other.recordKey());
+    if (!wasDoubtful) return;
+    auto& toMany = toManyOf(end, relationship);
+    toMany.isDoubtful = true;
+    toMany.isLoaded = false;
+}
+
 } // namespace
 
 void undoLinks(ContextState& context, NSManagedObject& object) {
@@ -338,12 +376,12 @@ void undoLinks(ContextState& context, NSManagedObject& object) {
                 if (other.get() == &object || other->isDeleted()) continue;
                 // Whoever has found another one meanwhile keeps it.
                 if (wasRemoved && !inverse->isToMany() && referenceOf(*other, *inverse) != 0) continue;
-                if (wasRemoved)
-                    attachEnd(*other, *inverse, object);
-                else if (inverse->isToMany())
-                    detachEnd(*other, *inverse, object.recordKey());
-                else
+                bool const ledHere = // where others have led it elsewhere meanwhile, it leads there
+                    inverse->isToMany() || readReferenceOf(GraphAccess::state(*other), *inverse) == object.recordKey();
+                if (!ledHere || (!wasRemoved && !inverse->isToMany()))
                     lookBack(context, *other, *inverse);
+                else
+                    takeBackEnd(*other, *inverse, object, wasRemoved);
                 forgetIfUnchanged(context, *other);
             }
     };

@@ -13,9 +13,9 @@ RecordKey referenceOf(NSManagedObject& object, NSRelationshipDescription const& 
 /// The state of a to-many with its members read.
 ToManyState& loadedMembers(NSManagedObject& owner, NSRelationshipDescription const& relationship);
 bool hasLoadedMembers(NSManagedObject& owner, NSRelationshipDescription const& relationship);
-/// The members were read: these, with the owner's unsaved changes on top.
+/// The members were read: these, with the owner's unsaved changes on top. `areUnsavedAbove`: as an ancestor has not saved them.
 ToManyState& setLoadedMembers(NSManagedObject& owner, NSRelationshipDescription const& relationship,
-                              std::vector<RecordKey> members);
+                              std::vector<RecordKey> members, bool areUnsavedAbove = false);
 /// The members of a to-many, in order when it has one; valid until the relationship changes.
 std::span<RecordKey const> memberKeys(NSManagedObject& owner, NSRelationshipDescription const& relationship);
 bool hasMember(NSManagedObject& owner, NSRelationshipDescription const& relationship, NSManagedObject& member);

@@ -203,6 +203,7 @@ void SaveOperation::settle() {
     if (ownRefusal_) context_.published.unstage(own_);
     if (!context_.parent) noteCommitted();
     if (!context_.parent) context_.published.remove(sets_); // only now: in the file they can be read already
+    if (!context_.parent && own_ && !ownRefusal_) tellSavedAbove(context_, handed_.back());
     if (corrections_) {
         mergeCorrections(context_, corrections_);
         handed_.push_back(corrections_);
@@ -231,7 +232,8 @@ void SaveOperation::settleObjects() {
     std::vector<Ref<NSManagedObject>> asTheyWere;
     for (std::size_t at = 0; at < changed.size(); ++at) {
         auto& object = *changed[at];
-        if (auto const* correction = corrections_ ? corrections_->find(object.entity(), object.recordKey()) : nullptr) {
+        auto const* correction = corrections_ ? corrections_->find(object.entity(), object.recordKey()) : nullptr;
+        if (correction && correction->changesRow()) {
             correct(object, *correction);
             continue;
         }
@@ -271,7 +273,7 @@ void SaveOperation::showWhatOthersMade(std::span<Ref<NSManagedObject> const> obj
         if (row == state.row) continue;
         context_.feed.note(context_, *object);
         if (row)
-            state.row = std::move(row);
+            showRow(context_, *object, std::move(row));
         else
             noteGone(context_, *object);
     }
@@ -282,6 +284,7 @@ void SaveOperation::settle(NSManagedObject& object, RowRef const& row) {
     state.flags = static_cast<std::uint8_t>(state.flags & ~(ObjectState::Inserted | ObjectState::Updated | ObjectState::Changed));
     if (object.isDeleted()) {
         context_.feed.note(context_, object); // what has been linked with it since shows it no longer
+        context_.gone.add({&state.key, 1});
         context_.link->remove(object, state.key);
         state.set(ObjectState::Gone);
         return;
@@ -292,7 +295,7 @@ void SaveOperation::settle(NSManagedObject& object, RowRef const& row) {
     state.extras->isRecordGone = false;
     std::erase_if(state.extras->values, [&](auto const& entry) { return !isTransient(object, entry.first); });
     for (auto& toMany : state.extras->toMany) {
-        toMany.isReordered = false;
+        toMany.isReordered = toMany.isDoubtful = false;
         toMany.added.clear();
         toMany.removed.clear();
     }

@@ -153,11 +153,11 @@ TEST_P(LiveListTest, IsToldAtTheEndOfATurnAndByWhoeverSavesBelow) {
 
     worker->performBlockAndWait([&] { edit(*worker, "+C B=D"); });
     EXPECT_EQ(watched.told, Told());
-    EXPECT_EQ(below.text(), "CD");
+    EXPECT_EQ(below.text(), "ACD");
     ASSERT_TRUE(saves(*worker));
     EXPECT_EQ(watched.text(), "ACD") << "its own queue brings it";
     EXPECT_EQ(watched.told, Told{"+1 ~2"});
-    EXPECT_EQ(below.text(), "CD") << "by keys that nobody else knew before";
+    EXPECT_EQ(below.text(), "ACD") << "by keys that nobody else knew before";
 }
 
 TEST_P(LiveListTest, WhatALargeSaveBringsIsToldInPartsThatApply) {

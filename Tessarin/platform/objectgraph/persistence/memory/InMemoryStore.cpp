@@ -3,6 +3,7 @@
 #include "Tessarin/platform/foundation/values/NSUUID.h"
 #include "Tessarin/platform/objectgraph/model/NSManagedObjectModel.h"
 #include "Tessarin/platform/objectgraph/persistence/memory/InMemoryLinksPrivate.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/CutMembersPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/rows/RowBuilderPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/SearchStatisticsPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/UniqueValuesPrivate.h"
@@ -94,7 +95,8 @@ Ref<NSError> InMemoryStore::findRefused(std::span<Ref<ChangeSet const> const> se
     if (auto error = closedProblem()) return error;
     auto const stored = [&](NSEntityDescription const& entity, RecordKey key) { return row(entity, key); };
     UniqueTrial trial(*unique_, stored);
-    return findRefusedSets(sets, [&](Ref<ChangeSet const> const& set) { return trial.add(*set); }, refused);
+    return findRefusedSets(
+        sets, [&](Ref<ChangeSet const> const& set) { return trial.add(*set); }, refused);
 }
 
 RowRef InMemoryStore::row(NSEntityDescription const& entity, RecordKey key) const {
@@ -117,7 +119,8 @@ void InMemoryStore::apply(RecordChange const& change) {
     if (change.after == change.before) return;
     auto& records = records_[change.entity->rootEntity()];
     bool const isBack = change.kind == Kind::Insert && change.after->version() > Row::firstVersion;
-    if (isBack) links_->forget(*change.entity->rootEntity(), change.key, [](RecordKey, auto const&) {}); // those that went with it
+    if (isBack)
+        links_->forget(*change.entity->rootEntity(), change.key, [](RecordKey, auto const&) {}); // those that went with it
     if (change.kind == Kind::Update && !records.contains(change.key)) return; // made on a record that an ancestor never saved
     replace(records, change.key, change.after);
 }
@@ -175,6 +178,11 @@ void InMemoryStore::cutDangling(std::span<Ref<ChangeSet const> const> sets, Save
         outcome.corrected.push_back(
             {.kind = Kind::Update, .key = key, .entity = &made->entity(), .before = {}, .after = made, .relationships = {}});
     }
+    auto const isMissing = [&](NSEntityDescription const& entity, RecordKey key) {
+        auto const found = missing.find(entity.rootEntity());
+        return found != missing.end() && found->second.contains(key);
+    };
+    if (!missing.empty()) addCutMembers(sets, isMissing, outcome);
 }
 
 Ref<NSError> InMemoryStore::findHolders(UniqueConstraint const& constraint, std::span<RowRef const> rows,

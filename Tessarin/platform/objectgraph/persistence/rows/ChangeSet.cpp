@@ -74,6 +74,7 @@ ChangeSet::ChangeSet(Ref<RowSpace> space, std::vector<RecordChange> changes, Ref
         }
         if (change.changesRow() && change.kind == RecordChange::Kind::Update)
             updates_[change.entity->rootEntity()->index()] = true;
+        if (change.kind == RecordChange::Kind::Delete) deletedKeys_.push_back(change.key);
         changesRelationships_ = changesRelationships_ || !change.relationships.empty();
     }
 }

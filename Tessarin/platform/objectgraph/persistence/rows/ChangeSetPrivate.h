@@ -68,6 +68,7 @@ public:
     std::span<RecordChange const> changesOf(NSEntityDescription const& rootEntity) const noexcept;
     RecordChange const* find(NSEntityDescription const& entity, RecordKey key) const noexcept;
     bool empty() const noexcept { return changes_.empty(); }
+    std::span<RecordKey const> deletedKeys() const noexcept { return deletedKeys_; }
     /// Null where it cannot be undone by whoever it is handed to.
     Ref<UndoableStep const> const& undoStep() const noexcept { return undoStep_; }
 
@@ -127,6 +128,7 @@ private:
     Ref<RowSpace> space_;
     Ref<ChangeOrigin const> origin_;
     std::vector<RecordChange> changes_;
+    std::vector<RecordKey> deletedKeys_;
     Ref<UndoableStep const> undoStep_;
     std::vector<std::size_t> changedRows_; // by index of the entity
     std::vector<std::vector<KeyRange>> keysOfRows_; // by index of the root entity, like what follows

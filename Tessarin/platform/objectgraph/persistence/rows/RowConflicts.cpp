@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <tuple>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 
 namespace Tessarin {
@@ -152,6 +153,7 @@ private:
     void rewrite(Chain const& chain, RowRef const& stored, RowRef const& final) {
         auto const& first = *chain.steps.front();
         if (final && !chain.steps.back()->after) spared_.emplace(first.key, chain.sets.back());
+        if (!final) gone_.insert(first.key);
         // What was made on a record that was never saved, and is gone, does not make it one.
         bool const isOfUnsaved = !stored && !chain.isInserted && chain.base() && showsNewRecord(*chain.base());
         auto const& before = isOfUnsaved && final ? chain.base() : stored;
@@ -200,14 +202,18 @@ private:
         }
         return isFound ? builder_.finish() : RowRef();
     }
-    std::vector<RelationshipChange> withoutSpared(std::vector<RelationshipChange> relationships, std::size_t set) const {
-        if (spared_.empty()) return relationships;
-        for (auto& each : relationships)
-            if (auto const* inverse = each.relationship->inverseRelationship(); inverse && inverse->isToMany())
-                std::erase_if(each.removed, [&](RecordKey key) {
-                    auto const spared = spared_.find(key);
-                    return spared != spared_.end() && spared->second <= set;
-                });
+    /// Nobody is linked with a record that is gone, nor loses one whose deletion was given up.
+    std::vector<RelationshipChange> decided(std::vector<RelationshipChange> relationships, std::size_t set) const {
+        if (spared_.empty() && gone_.empty()) return relationships;
+        for (auto& each : relationships) {
+            auto const* inverse = each.relationship->inverseRelationship();
+            if (!inverse || !inverse->isToMany()) continue;
+            std::erase_if(each.added, [&](RecordKey key) { return gone_.contains(key); });
+            std::erase_if(each.removed, [&](RecordKey key) {
+                auto const spared = spared_.find(key);
+                return spared != spared_.end() && spared->second <= set;
+            });
+        }
         std::erase_if(relationships, [](auto const& each) { return each.added.empty() && each.removed.empty() && !each.order; });
         return relationships;
     }
@@ -219,7 +225,7 @@ private:
                 auto const found = rewritten_.find(change.key);
                 if (found == rewritten_.end()) {
                     auto kept = change;
-                    kept.relationships = withoutSpared(std::move(kept.relationships), set);
+                    kept.relationships = decided(std::move(kept.relationships), set);
                     if (kept.changesRow() || !kept.relationships.empty()) changes.push_back(std::move(kept));
                     continue;
                 }
@@ -228,7 +234,7 @@ private:
                     made.kind = made.after ? Kind::Update : Kind::Delete;
                     made.before = made.after;
                 }
-                if (made.after) made.relationships = withoutSpared(change.relationships, set);
+                if (made.after) made.relationships = decided(change.relationships, set);
                 if (made.before != made.after || !made.relationships.empty()) changes.push_back(std::move(made));
             }
             outcome.sets.push_back(std::make_shared<ChangeSet const>(sets_[set]->sharedSpace(), std::move(changes),
@@ -249,6 +255,7 @@ private:
     std::vector<RowConflict> conflicts_;
     std::unordered_map<RecordKey, Rewritten> rewritten_;
     std::unordered_map<RecordKey, std::size_t> spared_; // whose deletions were given up, with the sets of these
+    std::unordered_set<RecordKey> gone_;
     RowBuilder builder_;
 };
 

@@ -1,6 +1,7 @@
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteDanglingLinksPrivate.h"
 
 #include "Tessarin/platform/objectgraph/model/NSManagedObjectModel.h"
+#include "Tessarin/platform/objectgraph/persistence/rows/CutMembersPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteKeyRunsPrivate.h"
 
 #include <algorithm>
@@ -40,7 +41,9 @@ std::size_t SQLiteDanglingLinks::tableOf(NSEntityDescription const& entity) cons
 void SQLiteDanglingLinks::forget() {
     for (auto& table : tables_) {
         table.targets.clear();
+        table.deleted.clear();
         table.missing.clear();
+        table.isReferredInVain = false;
         table.recent.fill(0);
     }
     changed_.clear();
@@ -82,21 +85,24 @@ void SQLiteDanglingLinks::note(RecordChange const& change) {
 }
 
 void SQLiteDanglingLinks::noteDeleted(NSEntityDescription const& rootEntity, std::span<RecordKey const> keys) {
-    auto& targets = tables_[tableOf(rootEntity)].targets;
-    targets.insert(targets.end(), keys.begin(), keys.end());
+    auto& deleted = tables_[tableOf(rootEntity)].deleted;
+    deleted.insert(deleted.end(), keys.begin(), keys.end());
 }
 
 void SQLiteDanglingLinks::findMissing(std::size_t at) {
-    auto& [targets, missing, recent, references, referring] = tables_[at];
+    auto& [targets, deleted, missing, isReferredInVain, recent, references, referring] = tables_[at];
     sortOnce(targets);
-    std::vector<RecordKey> present;
+    sortOnce(deleted);
+    std::vector<RecordKey> asked, present;
+    std::ranges::set_union(targets, deleted, std::back_inserter(asked));
     auto const sql = fmt::format("SELECT id FROM {} WHERE id", schema_.tables()[at].name);
     auto const read = [&](SQLite::Statement& statement) {
         while (statement.step()) present.push_back(statement.integer(0));
     };
-    forKeys(connection_, sql, targets, read);
+    forKeys(connection_, sql, asked, read);
     std::ranges::sort(present);
-    std::ranges::set_difference(targets, present, std::back_inserter(missing));
+    std::ranges::set_difference(asked, present, std::back_inserter(missing));
+    isReferredInVain = !std::ranges::includes(present, targets);
 }
 
 void SQLiteDanglingLinks::cutReferences(Table const& table) {
@@ -117,7 +123,7 @@ void SQLiteDanglingLinks::cutReferences(Table const& table) {
 
 void SQLiteDanglingLinks::cut() {
     for (std::size_t at = 0; at < tables_.size(); ++at) {
-        if (tables_[at].targets.empty()) continue;
+        if (tables_[at].targets.empty() && tables_[at].deleted.empty()) continue;
         findMissing(at);
         if (tables_[at].missing.empty()) continue;
         links_.removeAllOf(*schema_.tables()[at].root, tables_[at].missing);
@@ -151,9 +157,13 @@ void SQLiteDanglingLinks::forReferencesTo(
         each(*table.referring[at]->root, *table.references[at]->property);
 }
 
-void SQLiteDanglingLinks::tell(SQLiteReader& reader, SaveOutcome& outcome) const {
+bool SQLiteDanglingLinks::isMissing(NSEntityDescription const& entity, RecordKey key) const {
+    return std::ranges::binary_search(tables_[tableOf(entity)].missing, key);
+}
+
+void SQLiteDanglingLinks::tell(SQLiteReader& reader, std::span<Ref<ChangeSet const> const> sets, SaveOutcome& outcome) const {
     for (auto const& [entity, key] : linkedOnly_)
-        if (std::ranges::binary_search(tables_[tableOf(*entity)].missing, key))
+        if (isMissing(*entity, key))
             outcome.corrected.push_back({.kind = RecordChange::Kind::Delete, .key = key, .entity = entity});
     for (auto const& [rootEntity, key, property] : changed_) {
         auto row = reader.row(*rootEntity, key);
@@ -167,6 +177,9 @@ void SQLiteDanglingLinks::tell(SQLiteReader& reader, SaveOutcome& outcome) const
                                      .after = std::move(row),
                                      .relationships = {}});
     }
+    if (std::ranges::any_of(tables_, &Table::isReferredInVain))
+        addCutMembers(
+            sets, [this](auto const& entity, RecordKey key) { return isMissing(entity, key); }, outcome);
 }
 
 } // namespace Tessarin

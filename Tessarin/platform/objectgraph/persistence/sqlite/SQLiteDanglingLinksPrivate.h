@@ -33,13 +33,15 @@ public:
     void
     forReferencesTo(NSEntityDescription const& rootEntity,
                     FunctionRef<void(NSEntityDescription const& referring, NSPropertyDescription const& property)> each) const;
-    /// The records that lost a link and were not told otherwise; after the commit.
-    void tell(SQLiteReader& reader, SaveOutcome& outcome) const;
+    /// The records that lost a link and were not told otherwise; after the commit of those sets.
+    void tell(SQLiteReader& reader, std::span<Ref<ChangeSet const> const> sets, SaveOutcome& outcome) const;
 
 private:
     struct Table {
         std::vector<RecordKey> targets; // keys referred to, some more than once
-        std::vector<RecordKey> missing; // deleted
+        std::vector<RecordKey> deleted; // by the save
+        std::vector<RecordKey> missing; // of both, sorted
+        bool isReferredInVain = false;  // to one of the missing, by what was written
         std::array<RecordKey, 1024> recent{}; // by the lowest bits: most links lead to few records
         std::vector<SQLiteSchema::Column const*> references; // columns that lead to this table…
         std::vector<SQLiteSchema::Table const*> referring;   // … and where each stands
@@ -50,6 +52,7 @@ private:
     void noteTarget(Table& table, RecordKey key);
     std::vector<Reference> const& referencesOf(RowLayout const& layout);
     std::size_t tableOf(NSEntityDescription const& entity) const;
+    bool isMissing(NSEntityDescription const& entity, RecordKey key) const;
     void findMissing(std::size_t table);
     void cutReferences(Table const& table);
 

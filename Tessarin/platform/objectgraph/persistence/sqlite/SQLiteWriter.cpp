@@ -231,7 +231,7 @@ void SQLiteWriter::publish(std::span<Ref<ChangeSet const> const> sets, SaveOutco
     for (auto const& change : outcome.corrected)
         if (!change.after) cache.remove(change.key);
     cache.endCommit();
-    dangling_.tell(reader_, outcome);
+    dangling_.tell(reader_, sets, outcome);
 }
 
 /// A uniqueness violation is told in the model's words; any other failure goes on as it is.
