@@ -133,6 +133,7 @@ constexpr Row rows[] = {
     {"set back to what has changed above", "m set v1.house h2, r set v1.house h3, r save, m set v1.house h1", "h3 rooms v1\n"},
     {"read as an ancestor took it back", "m set v1.house h2, a forget h1, a read h1.rooms, m set v1.house h1", "h1 rooms v1\n",
      "mra"},
+    {"deleted by two, and kept", "a delete p1, b delete p1, a save, b save, r name p1 x, r save", "p3 friends p1\n", ""},
     {"moved by others, and its change forgotten", "a set p2.boss, m set p2.boss p3, m save, a merge, a forget p1, a save",
      "p3 staff p2\n", "mra"},
 };

@@ -49,6 +49,12 @@ struct Chain {
         steps.push_back(&change);
         sets.push_back(set);
     }
+    /// The set that deleted the record in the end: the first one, where several did.
+    std::size_t deletedIn() const {
+        auto at = steps.size() - 1;
+        while (at > 0 && !steps[at - 1]->after) --at;
+        return sets[at];
+    }
     /// The last set in which a reference let go of a record; the first one when none says so.
     std::size_t letGoIn(std::size_t cell, RecordKey destination) const {
         for (std::size_t at = steps.size(); at-- > 0;) {
@@ -152,7 +158,7 @@ private:
 
     void rewrite(Chain const& chain, RowRef const& stored, RowRef const& final) {
         auto const& first = *chain.steps.front();
-        if (final && !chain.steps.back()->after) spared_.emplace(first.key, chain.sets.back());
+        if (final && !chain.steps.back()->after) spared_.emplace(first.key, chain.deletedIn());
         if (!final) gone_.insert(first.key);
         // What was made on a record that was never saved, and is gone, does not make it one.
         bool const isOfUnsaved = !stored && !chain.isInserted && chain.base() && showsNewRecord(*chain.base());
