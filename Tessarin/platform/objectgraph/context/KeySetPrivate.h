@@ -1,14 +1,15 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/persistence/stores/KeyTablePrivate.h"
 #include <algorithm>
+#include <bit>
+#include <cstdint>
 #include <span>
-#include <unordered_map>
 #include <vector>
 
 namespace Tessarin {
 
-/// A set of record keys in the order in which they came: searched through while it is small, with an index of positions from
-/// then on. What leaves leaves a gap, which closes when the keys are read.
+/// A set of record keys in the order in which they came: searched through while it is small, with an index from then on. What
+/// leaves leaves a gap, which closes when the keys are read.
 class KeySet {
 public:
     bool contains(RecordKey key) const { return position(key) != nowhere; }
@@ -21,27 +22,28 @@ public:
     /// Adds a key that is known to be new.
     void append(RecordKey key) {
         keys_.push_back(key);
-        if (!positions_.empty()) positions_.emplace(key, keys_.size() - 1);
+        if (isIndexed()) keys_.size() * 2 <= slots_.size() ? note(keys_.size() - 1) : slots_.clear();
     }
     bool remove(RecordKey key) {
         auto const at = position(key);
         if (at == nowhere) return false;
         keys_[at] = gap;
         ++gaps_;
-        if (!positions_.empty()) positions_.erase(key);
         if (gaps_ > searchedThrough && gaps_ * 2 > keys_.size()) closeGaps();
         return true;
     }
     /// Takes the key at one place out and puts it in at another; costs what lies between.
     void move(std::size_t from, std::size_t to) {
         if (gaps_ != 0) closeGaps();
-        auto const at = [this](std::size_t place) { return keys_.begin() + static_cast<std::ptrdiff_t>(place); };
-        if (from < to)
-            std::rotate(at(from), at(from + 1), at(to + 1));
-        else
-            std::rotate(at(to), at(from), at(from + 1));
-        if (positions_.empty()) return;
-        for (auto place = std::min(from, to); place <= std::max(from, to); ++place) positions_[keys_[place]] = place;
+        auto const first = std::min(from, to), count = std::max(from, to) + 1 - first;
+        std::vector<std::uint32_t*> slots;
+        if (isIndexed())
+            for (auto const key : std::span(keys_).subspan(first, count)) slots.push_back(&slots_[slotOf(key)]);
+        auto const rotate = [&](auto of) { std::rotate(of.begin(), of.begin() + (from < to ? 1 : std::ssize(of) - 1), of.end()); };
+        rotate(std::span(keys_).subspan(first, count));
+        if (!isIndexed()) return;
+        rotate(std::span(slots));
+        for (std::size_t at = 0; at < count; ++at) *slots[at] = static_cast<std::uint32_t>(first + at + 1);
     }
     /// Keys that `translate` makes 0 leave.
     template <class Translate> void translate(Translate translate) {
@@ -51,7 +53,7 @@ public:
     }
     void clear() {
         keys_.clear();
-        positions_.clear();
+        slots_.clear();
         gaps_ = 0;
     }
 
@@ -72,20 +74,33 @@ private:
             auto const found = std::ranges::find(keys_, key);
             return found == keys_.end() ? nowhere : static_cast<std::size_t>(found - keys_.begin());
         }
-        if (positions_.empty())
-            for (std::size_t at = 0; at < keys_.size(); ++at)
-                if (keys_[at] != gap) positions_.emplace(keys_[at], at);
-        auto const found = positions_.find(key);
-        return found == positions_.end() ? nowhere : found->second;
+        if (!isIndexed()) makeIndex();
+        return slots_[slotOf(key)] - std::size_t{1};
     }
     void closeGaps() const {
         std::erase(keys_, gap);
-        positions_.clear();
+        slots_.clear();
         gaps_ = 0;
     }
 
+    bool isIndexed() const noexcept { return !slots_.empty(); }
+    void makeIndex() const {
+        slots_.assign(std::bit_ceil(keys_.size() * 3), 0);
+        for (std::size_t at = 0; at < keys_.size(); ++at)
+            if (keys_[at] != gap) note(at);
+    }
+    void note(std::size_t at) const { slots_[slotOf(keys_[at])] = static_cast<std::uint32_t>(at + 1); }
+    /// That of a key, or the empty one where it would stand. Those of gaps are passed over.
+    std::size_t slotOf(RecordKey key) const {
+        auto const last = slots_.size() - 1;
+        auto slot = static_cast<std::size_t>((static_cast<std::uint64_t>(key) * 0x9E3779B97F4A7C15ULL) >> 32) & last;
+        while (slots_[slot] != 0 && keys_[slots_[slot] - 1] != key) slot = (slot + 1) & last;
+        return slot;
+    }
+
     mutable std::vector<RecordKey> keys_;
-    mutable std::unordered_map<RecordKey, std::size_t> positions_; // made by the first search among many
+    // Places of keys, from 1, where their hashes lead to; made by the first search among many.
+    mutable std::vector<std::uint32_t> slots_;
     mutable std::size_t gaps_ = 0;
 };
 
