@@ -207,6 +207,8 @@ private:
             worker_->setUndoable({});
         });
         noteStep(name);
+        // One that has taken itself back is no step any more; it was one before, and what could be redone is gone.
+        if (!interferes_ && !can(false)) states_.resize(at_ + 1);
         tally_.add("imports");
     }
 
@@ -233,6 +235,11 @@ private:
         }
     }
 
+    bool can(bool isUndo) {
+        bool result = false;
+        onQueueOf(*shelf_.main, [&] { result = isUndo ? undo_->canUndo() : undo_->canRedo(); });
+        return result;
+    }
     void takeBack(bool isUndo) {
         bool can = false;
         auto const before = interferes_ ? shown() : Shown();
@@ -267,11 +274,6 @@ private:
     }
 
     void toTheEnds() {
-        auto const can = [&](bool isUndo) {
-            bool result = false;
-            onQueueOf(*shelf_.main, [&] { result = isUndo ? undo_->canUndo() : undo_->canRedo(); });
-            return result;
-        };
         for (bool const isUndo : {true, false, true})
             while (can(isUndo)) {
                 takeBack(isUndo);

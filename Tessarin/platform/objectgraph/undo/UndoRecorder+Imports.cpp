@@ -81,17 +81,23 @@ void UndoManager::Inside::add(RecordChange const& change, UndoableStep const& to
     }
 }
 
-Ref<UndoStep> UndoManager::Inside::stepOf(Ref<std::string const> const& import) {
-    auto& known = imports_[import.get()];
-    if (auto present = known.lock()) return present;
-    auto step = std::make_shared<UndoStep>();
-    step->name = *import;
-    step->importStep = import; // whose address no other one has as long as this lives
-    known = step;
-    push(undo_, step);
+void UndoManager::Inside::beginImport(Ref<std::string const> const& import, UndoStep step) {
+    step.name = *import;
+    step.importStep = import; // whose address no other one has as long as this lives
+    auto const kept = std::make_shared<UndoStep>(std::move(step));
+    imports_[import.get()] = kept;
+    push(undo_, kept);
     redo_.clear();
     std::erase_if(imports_, [](auto const& each) { return each.second.expired(); });
-    return step;
+}
+
+/// Later saves may take back what the earlier ones did: then there is no step any more, as where a turn did so.
+void UndoManager::Inside::joinImport(Ref<UndoStep> const& step, UndoStep more) {
+    join(*step, std::move(more));
+    if (!step->mayComeToNothing()) return;
+    step->takeKeys([this](RecordKey key) { return current(key); });
+    step->fold();
+    if (step->empty()) std::erase(undo_, step);
 }
 
 void UndoManager::Inside::noteArrival(ChangeSet const& set) {
@@ -101,7 +107,10 @@ void UndoManager::Inside::noteArrival(ChangeSet const& set) {
     arrived.takeKeys([this](RecordKey key) { return current(key); });
     arrived.fold();
     if (arrived.empty()) return;
-    join(*stepOf(set.undoStep()->name), std::move(arrived));
+    auto const& import = set.undoStep()->name;
+    auto const known = imports_.find(import.get());
+    auto const step = known != imports_.end() ? known->second.lock() : nullptr;
+    step ? joinImport(step, std::move(arrived)) : beginImport(import, std::move(arrived));
     awaitEndOfTurn();
 }
 

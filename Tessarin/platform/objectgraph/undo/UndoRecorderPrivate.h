@@ -77,7 +77,8 @@ private:
     void noteOrdersWith(NSManagedObject& object);
     void finishOrders(Open& open);
     void push(Steps& steps, Ref<UndoStep> step);
-    Ref<UndoStep> stepOf(Ref<std::string const> const& import);
+    void beginImport(Ref<std::string const> const& import, UndoStep step);
+    void joinImport(Ref<UndoStep> const& step, UndoStep more);
     void add(RecordChange const& change, UndoableStep const& told, UndoStep& step) const;
     void awaitEndOfTurn();
     Answers answers() const;

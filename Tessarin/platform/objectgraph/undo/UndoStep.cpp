@@ -152,6 +152,14 @@ void UndoStep::fold() {
         std::erase_if(members,
                       [&](MemberChange const& each) { return inserted.contains(each.owner.key) || gone.contains(each.member); });
     std::erase_if(orders, [](OrderChange const& each) { return each.before == each.now; });
+    folded_ = {values.size(), members.size(), insertions.size(), deletions.size()};
+}
+
+/// The links of what was inserted go with it, and need no change of their own.
+bool UndoStep::mayComeToNothing() const noexcept {
+    return values.size() >= 2 * folded_.values && (folded_.insertions != 0 || members.size() >= 2 * folded_.members) &&
+           deletions.size() >= folded_.deletions + folded_.insertions &&
+           insertions.size() >= folded_.insertions + folded_.deletions;
 }
 
 } // namespace Tessarin

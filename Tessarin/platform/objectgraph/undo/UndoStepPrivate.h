@@ -61,6 +61,13 @@ struct UndoStep {
     bool takeKeys(FunctionRef<RecordKey(RecordKey)> current);
     /// One change for each value and each link, from what was before the step to what it left; what came to nothing goes.
     void fold();
+    /// False where folding it again surely leaves something: what has joined since is less than what would have to be undone by it.
+    bool mayComeToNothing() const noexcept;
+
+private:
+    struct Sizes {
+        std::size_t values = 0, members = 0, insertions = 0, deletions = 0;
+    } folded_; // what `fold` left; what joins later is behind it
 };
 
 } // namespace Tessarin

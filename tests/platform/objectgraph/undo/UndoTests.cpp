@@ -393,6 +393,32 @@ TEST_P(Undo, AnImportIsOneStepWhereItAsksForThat) {
     EXPECT_EQ(stored(), after);
 }
 
+TEST_P(Undo, AnImportWhoseSavesTakeEachOtherBackIsNoStep) {
+    auto const start = here();
+    for (bool const isWhole : {false, true}) {
+        auto const worker = library.worker();
+        worker->performBlockAndWait([&] {
+            worker->setUndoable("Import");
+            auto const a = book(*worker, "A"), b = book(*worker, "B"), red = named(*worker, "Tag", "name", "red");
+            auto const made = inserted(*worker, "Chapter", {{"title", "N"}});
+            many(a, "chapters").insertObject(made, 0);
+            many(b, "tags").removeObject(red);
+            for (auto const& each : {a, b}) each->setValueForKey(1, "year");
+            ASSERT_TRUE(worker->save(error));
+            a->setValueForKey(2, "year");
+            ASSERT_TRUE(worker->save(error));
+            worker->deleteObject(*made);
+            many(b, "tags").addObject(red);
+            a->setValueForKey(1900, "year");
+            if (isWhole) b->setValueForKey(1900, "year");
+            ASSERT_TRUE(worker->save(error));
+        });
+        EXPECT_EQ(undo->canUndo(), !isWhole);
+        EXPECT_EQ(undone(), !isWhole);
+        EXPECT_EQ(here(), start);
+    }
+}
+
 TEST_P(Undo, ResetAndAWholeDeletionEmptyIt) {
     int told = 0;
     auto const connection = undo->observe([&] { ++told; });
