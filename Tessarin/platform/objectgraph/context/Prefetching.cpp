@@ -31,10 +31,10 @@ void loadMembers(ContextState& context, std::span<Ref<NSManagedObject> const> ow
     reader.storedMembers(relationship, unread, members);
     for (auto const& owner : owners)
         if (!hasLoadedMembers(*owner, relationship))
-            setLoadedMembers(
-                *owner, relationship,
-                reader.withChanges(relationship, owner->entity(), owner->recordKey(), std::move(members[owner->recordKey()])),
-                reader.areMembersUnsaved(relationship, owner->entity(), owner->recordKey()));
+            setLoadedMembers(*owner, relationship,
+                             reader.withChanges(relationship, owner->entity(), owner->recordKey(),
+                                                std::move(members[owner->recordKey()]), RecordReader::formerOf(*owner)),
+                             reader.areMembersUnsaved(relationship, owner->entity(), owner->recordKey()));
 }
 
 /// The living objects of a step that the relationship can be read of.

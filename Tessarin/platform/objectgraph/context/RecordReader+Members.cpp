@@ -42,10 +42,10 @@ void addCandidates(RelationshipChange const& change, KeyPromotions& promotions, 
 } // namespace
 
 std::vector<RecordKey> RecordReader::members(NSRelationshipDescription const& relationship,
-                                             NSEntityDescription const& ownerEntity, RecordKey owner) const {
+                                             NSEntityDescription const& ownerEntity, RecordKey owner, Former former) const {
     MembersByOwner members;
     storedMembers(relationship, {&owner, 1}, members);
-    return withChanges(relationship, ownerEntity, owner, std::move(members[owner]));
+    return withChanges(relationship, ownerEntity, owner, std::move(members[owner]), former);
 }
 
 void RecordReader::storedMembers(NSRelationshipDescription const& relationship, std::span<RecordKey const> owners,
@@ -60,7 +60,7 @@ void RecordReader::storedMembers(NSRelationshipDescription const& relationship, 
 
 std::vector<RecordKey> RecordReader::withChanges(NSRelationshipDescription const& relationship,
                                                  NSEntityDescription const& ownerEntity, RecordKey owner,
-                                                 std::vector<RecordKey> members) const {
+                                                 std::vector<RecordKey> members, Former former) const {
     auto const* inverse = relationship.inverseRelationship();
     if (inverse && !inverse->isToMany() && relationship.isReciprocal())
         return membersByRow(relationship, ownerEntity, owner, std::move(members));
@@ -70,6 +70,7 @@ std::vector<RecordKey> RecordReader::withChanges(NSRelationshipDescription const
         if (auto const* ofOwner = set->find(ownerEntity, owner)) {
             if (isGone && ofOwner->kind == RecordChange::Kind::Insert) members.clear();
             isGone = ofOwner->kind == RecordChange::Kind::Delete || (isGone && ofOwner->kind == RecordChange::Kind::Update);
+            if (ofOwner->kind == RecordChange::Kind::Delete && former == Former::Dropped) members.clear();
         }
         eachChange(*set, relationship, ownerEntity, owner,
                    [&](auto const& change) { apply(change, coordinator_->promotions(), members); });

@@ -35,15 +35,18 @@ public:
     /// The rows of those records that exist, in any order.
     void rows(NSEntityDescription const& entity, std::span<RecordKey const> keys, FunctionRef<void(RowRef)> each,
               bool fresh = false) const;
+    /// Of an owner that is gone below: whom it had, for those who are to be told; or nobody, where it has come back unsaved.
+    enum class Former { Kept, Dropped };
+    static Former formerOf(NSManagedObject const& owner) { return owner.isInserted() ? Former::Dropped : Former::Kept; }
     /// The members of a to-many relationship, in order when it has one.
     std::vector<RecordKey> members(NSRelationshipDescription const& relationship, NSEntityDescription const& ownerEntity,
-                                   RecordKey owner) const;
+                                   RecordKey owner, Former former = Former::Kept) const;
     /// The members that the store knows, of many owners at once.
     void storedMembers(NSRelationshipDescription const& relationship, std::span<RecordKey const> owners,
                        MembersByOwner& members) const;
     /// What the change sets make of an owner's members in the store.
     std::vector<RecordKey> withChanges(NSRelationshipDescription const& relationship, NSEntityDescription const& ownerEntity,
-                                       RecordKey owner, std::vector<RecordKey> members) const;
+                                       RecordKey owner, std::vector<RecordKey> members, Former former = Former::Kept) const;
     /// Whether what ancestors have not saved is a part of that.
     bool areMembersUnsaved(NSRelationshipDescription const& relationship, NSEntityDescription const& ownerEntity,
                            RecordKey owner) const;

@@ -177,7 +177,8 @@ ToManyState& loadedMembers(NSManagedObject& owner, NSRelationshipDescription con
     if (!context || relationship.isTransient()) return setLoadedMembers(owner, relationship, {});
     if (readMembersAhead(*context, owner, relationship)) return toManyOf(owner, relationship);
     RecordReader const reader(*context);
-    return setLoadedMembers(owner, relationship, reader.members(relationship, owner.entity(), owner.recordKey()),
+    auto members = reader.members(relationship, owner.entity(), owner.recordKey(), RecordReader::formerOf(owner));
+    return setLoadedMembers(owner, relationship, std::move(members),
                             reader.areMembersUnsaved(relationship, owner.entity(), owner.recordKey()));
 }
 
