@@ -250,9 +250,12 @@ void tellBelow(ContextState const& context, Arrival const& arrival) {
     for (auto const& child : context.published.readers()) {
         auto& state = GraphAccess::state(*child);
         state.published.receive(arrival);
-        dispatch_async(state.queue, [context = WeakRef<NSManagedObjectContext>(child)] {
-            if (auto const living = context.lock()) living->processPendingChanges();
-        });
+        if (arrival.kind == Arrival::Kind::SavedAbove)
+            state.feed.wake(*child);
+        else
+            dispatch_async(state.queue, [context = WeakRef<NSManagedObjectContext>(child)] {
+                if (auto const living = context.lock()) living->processPendingChanges();
+            });
         tellBelow(state, arrival);
     }
 }

@@ -19,7 +19,8 @@ void noteGone(ContextState& context, NSManagedObject& object);
 /// Records that a save left otherwise than it was given them: the context's objects follow, with their unsaved values on
 /// top, and so do those of the contexts below, each on its own queue, soon or before what it does next.
 void mergeCorrections(ContextState& context, Ref<ChangeSet const> const& set);
-/// What a root context itself has changed is in the file: the contexts below follow in the same way.
+/// What a root context itself has changed is in the file: the contexts below follow before what they do next, and soon where
+/// somebody is told of it.
 void tellSavedAbove(ContextState const& root, Ref<ChangeSet const> const& set);
 
 } // namespace Tessarin
