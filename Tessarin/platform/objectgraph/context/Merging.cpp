@@ -7,6 +7,7 @@
 #include "Tessarin/platform/queues/Dispatch.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace Tessarin {
 namespace {
@@ -163,21 +164,43 @@ void takeRow(ContextState& context, NSManagedObject& object, RecordChange const&
     lookAgainWhereMoved(context, object, before);
 }
 
-/// A deletion that comes late: what was deleted is there again, above the version that went. A change that waits here to be saved
-/// does not bring it back, only an insertion does.
-bool isThereAgain(ContextState& context, ObjectState const& state, RecordChange const& deletion) {
-    if (!deletion.before || !state.row || state.row->savedVersion() <= deletion.before->savedVersion()) return false;
-    RecordReader const reader(context);
-    if (!reader.row(*deletion.entity, state.key)) return false;
+/// Whether a context sees a record. A change that waits to be saved does not bring one back, only an insertion does.
+bool isThere(RecordReader const& reader, NSEntityDescription const& entity, RecordKey key) {
+    if (!reader.row(entity, key)) return false;
     bool isThere = std::ranges::any_of(reader.sets(), [&](auto const& set) {
-        auto const* change = set->find(*deletion.entity, state.key);
+        auto const* change = set->find(entity, key);
         return change && change->kind == RecordChange::Kind::Insert;
     });
     if (isThere || !reader.store()) return isThere;
-    auto const error =
-        reader.store()->rows(*deletion.entity->rootEntity(), {&state.key, 1}, [&](RowRef const&) { isThere = true; });
+    auto const error = reader.store()->rows(*entity.rootEntity(), {&key, 1}, [&](RowRef const&) { isThere = true; });
     if (error) throw ErrorException(error);
     return isThere;
+}
+
+/// A deletion that comes late: what was deleted is there again, above the version that went.
+bool isThereAgain(ContextState& context, ObjectState const& state, RecordChange const& deletion) {
+    if (!deletion.before || !state.row || state.row->savedVersion() <= deletion.before->savedVersion()) return false;
+    return isThere(RecordReader(context), *deletion.entity, state.key);
+}
+
+/// Whether what a context saves is seen by another one at once: it goes to the store, or to a level from there up.
+bool seesSavesOf(ContextState const& sender, ContextState const& context) {
+    auto const* const taker = sender.parent ? &GraphAccess::state(*sender.parent) : nullptr;
+    auto const* level = &context;
+    while (taker && level && level != taker) level = level->parent ? &GraphAccess::state(*level->parent) : nullptr;
+    return level != nullptr;
+}
+
+/// Without the deletions that have not come to where this context would see them: it would find the records again, but not
+/// what it has linked with them.
+Ref<ChangeSet const> withoutDeletionsToCome(ContextState& context, Ref<ChangeSet const> const& set) {
+    if (set->deletedKeys().empty()) return set;
+    RecordReader const reader(context);
+    std::vector<RecordChange> come;
+    std::ranges::copy_if(set->changes(), std::back_inserter(come), [&](RecordChange const& change) {
+        return change.kind != RecordChange::Kind::Delete || !isThere(reader, *change.entity, context.link->current(change.key));
+    });
+    return std::make_shared<ChangeSet const>(set->sharedSpace(), std::move(come));
 }
 
 void merge(ContextState& context, NSManagedObject& object, RecordChange const& change, Winner winner) {
@@ -279,10 +302,12 @@ void applyReceived(ContextState& context) {
     }
 }
 
-void mergeSaved(ContextState& context, ChangeSets const& sets) {
+void mergeSaved(ContextState& context, ContextState const& sender, ChangeSets const& sets) {
     if (!context.link) return;
     applyPromotions(context);
-    for (auto const& set : sets) {
+    bool const areSeen = seesSavesOf(sender, context);
+    for (auto const& saved : sets) {
+        auto const set = areSeen ? saved : withoutDeletionsToCome(context, saved);
         noteNewsOf(context, set, ContextNews::Refreshed);
         merge(context, *set, Winner::Unsaved);
     }

@@ -8,8 +8,8 @@ namespace Tessarin {
 
 /// What children handed up: their values win over this context's unsaved ones of the same properties.
 void applyReceived(ContextState& context);
-/// What a relative saved: this context's unsaved values stay.
-void mergeSaved(ContextState& context, ChangeSets const& sets);
+/// What a relative saved: this context's unsaved values stay, and so do records whose deletion it does not see yet.
+void mergeSaved(ContextState& context, ContextState const& sender, ChangeSets const& sets);
 /// A relative deleted everything at once.
 void mergeDeleted(ContextState& context, DeletedRecords const& records);
 /// The object shows this row from now on; whom it led to, and leads to now, looks again whom it has.

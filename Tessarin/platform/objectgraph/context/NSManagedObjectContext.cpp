@@ -297,7 +297,7 @@ void NSManagedObjectContext::mergeChangesFromContextDidSaveNotification(NSNotifi
     auto const* saved = dynamic_cast<ContextDidSaveNotification const*>(&notification);
     auto const sender = std::dynamic_pointer_cast<NSManagedObjectContext>(notification.object());
     if (!saved || !sender || sender.get() == this || sender->state_->coordinator != state_->coordinator) return;
-    mergeSaved(*state_, saved->sets());
+    mergeSaved(*state_, *sender->state_, saved->sets());
     mergeDeleted(*state_, saved->deleted());
     if (state_->news.openBlocks == 0) processPendingChanges();
 }

@@ -83,6 +83,10 @@ protected:
         if (verb == "add") object->mutableSetValueForKey(key).addObject(held.at(other));
         if (verb == "remove") object->mutableSetValueForKey(key).removeObject(held.at(other));
         if (verb == "turn") object->mutableSetValueForKey(key).moveObject(0, 1);
+        if (verb == "has") {
+            auto const now = context.objectWithID(*object->objectID());
+            EXPECT_EQ(now->mutableSetValueForKey(key).allObjects(), std::vector{held.at(other)});
+        }
         if (verb == "read") object->mutableSetValueForKey(key).count();
     }
     static std::string shown(Context const& context, Held const& held) {
@@ -134,6 +138,7 @@ constexpr Row rows[] = {
     {"read as an ancestor took it back", "m set v1.house h2, a forget h1, a read h1.rooms, m set v1.house h1", "h1 rooms v1\n",
      "mra"},
     {"deleted by two, and kept", "a delete p1, b delete p1, a save, b save, r name p1 x, r save", "p3 friends p1\n", ""},
+    {"deleted by who has not handed it on", "a delete p3, a save, r set p2.boss p3, r merge, r has p3.staff p2"},
     {"moved by others, and its change forgotten", "a set p2.boss, m set p2.boss p3, m save, a merge, a forget p1, a save",
      "p3 staff p2\n", "mra"},
 };
