@@ -127,11 +127,15 @@ void attachEnd(NSManagedObject& object, NSRelationshipDescription const& relatio
     setReference(object, relationship, other.recordKey());
 }
 
+bool mayBeMember(NSManagedObject const& object, NSRelationshipDescription const& relationship) {
+    return object.entity().isKindOf(relationship.destinationEntity());
+}
+
 void requireFits(NSManagedObject& object, NSRelationshipDescription const& relationship, NSManagedObject& other) {
     auto const place = [&] { return object.entity().name() + "." + relationship.name(); };
     if (GraphAccess::state(object).link() != GraphAccess::state(other).link())
         fatal("illegal attempt to establish the relationship " + place() + " between objects in different contexts");
-    if (!other.entity().isKindOf(relationship.destinationEntity()))
+    if (!mayBeMember(other, relationship))
         fatal("unacceptable object for the relationship " + place() + ": a " + other.entity().name());
 }
 
@@ -454,7 +458,7 @@ void NSManagedObject::addDestination(NSRelationshipDescription const& relationsh
 
 void NSManagedObject::removeDestination(NSRelationshipDescription const& relationship, NSManagedObject& object) {
     if (queuesAreChecked()) requireQueue();
-    if (!hasMember(*this, relationship, object)) return;
+    if (!mayBeMember(object, relationship) || !hasMember(*this, relationship, object)) return;
     removeMember(*this, relationship, object.recordKey());
     auto const* inverse = relationship.inverseRelationship();
     if (inverse && (inverse != &relationship || &object != this)) detachEnd(object, *inverse, recordKey());
@@ -488,7 +492,7 @@ MutableObjectSet NSManagedObject::mutableSetValueForKey(std::string_view key) {
 }
 
 bool MutableObjectSet::containsObject(Ref<NSManagedObject> const& object) const {
-    return object && hasMember(*owner_, relationship_, *object);
+    return object && mayBeMember(*object, relationship_) && hasMember(*owner_, relationship_, *object);
 }
 
 void MutableObjectSet::insertObject(Ref<NSManagedObject> const& object, std::size_t at) {
