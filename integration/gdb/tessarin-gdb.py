@@ -114,7 +114,7 @@ SCALARS = {
     "Double": lambda at: number_text(at, "double"),
     "Date": lambda at: date_text(float(gdb.Value(memory(at, 8), gdb.lookup_type("double")))),
     "Text": cell_text,
-    "UUID": lambda at: uuid_text(memory(int.from_bytes(memory(at, 8), "little") + 4, 16)),
+    "UUID": lambda at: uuid_text(memory(int.from_bytes(memory(at, 8), "little") + 8, 16)),
     "Data": lambda at: data_text(boxed(at, "std::vector<std::byte, std::allocator<std::byte> >")),
     "URL": lambda at: "<" + standard_string(boxed(at, "std::string")) + ">",
     "Decimal": lambda at: decimal_text(boxed(at, "Tessarin::Decimal")),
