@@ -30,8 +30,7 @@ void dropChanges(ContextState& context, NSManagedObject& object) {
 void forgetMembers(ObjectState& state, std::size_t property) {
     if (!state.extras) return;
     auto* toMany = state.extras->find(property);
-    if (toMany) toMany->isDoubtful = true;
-    if (toMany) toMany->isLoaded = false; // read again, with what is unsaved here on top, in the order that it was put in here
+    if (toMany) toMany->doubt(); // read again, with what is unsaved here on top, in the order that it was put in here
 }
 
 void mergeDeletion(ContextState& context, NSManagedObject& object, Winner winner) {
@@ -103,11 +102,9 @@ void lookAgainFrom(ContextState& context, NSPropertyDescription const& reference
     if (other) forgetMembers(GraphAccess::state(*other), inverse->index());
 }
 
-/// The same for a record of which no row is known here. Only where a conflict was decided do the owners not tell it themselves, and
-/// a new record has met none.
+/// The same for a record of which no row is known here. Only where a conflict was decided do the owners not tell it themselves.
 void lookAgainAround(ContextState& context, RecordChange const& change) {
     if (!change.after || !change.changesRow()) return;
-    if (!change.before && change.after->version() == Row::firstVersion) return;
     for (std::size_t cell = 0; cell < change.after->layout().cells().size(); ++cell) {
         auto const& [property, type] = change.after->layout().cells()[cell];
         if (type != CellType::Reference || (change.before && change.after->cellEquals(cell, *change.before))) continue;
@@ -257,14 +254,12 @@ void merge(ContextState& context, ChangeSet const& set, Winner winner) {
     if (context.link->count() < set.changes().size()) {
         for (auto const& object : context.link->all())
             if (auto const* change = set.find(object->entity(), object->recordKey())) merge(context, *object, *change, winner);
-        for (auto const& change : set.changes()) lookAgainAround(context, change);
-        return;
+    } else {
+        for (auto const& change : set.changes())
+            if (auto const object = context.link->find(change.key)) merge(context, *object, change, winner);
     }
-    for (auto const& change : set.changes())
-        if (auto const object = context.link->find(change.key))
-            merge(context, *object, change, winner);
-        else
-            lookAgainAround(context, change);
+    for (auto const place : set.movedRecords())
+        if (auto const& change = set.changes()[place]; !context.link->find(change.key)) lookAgainAround(context, change);
 }
 
 using Arrival = PublishedChanges::Arrival;

@@ -5,6 +5,7 @@
 #include "Tessarin/platform/objectgraph/context/ObjectState.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/NSManagedObjectID.h"
 #include "Tessarin/platform/runtime/ObjectSlab.h"
+#include <memory>
 #include <utility>
 #include <vector>
 
@@ -23,10 +24,24 @@ struct ToManyState {
     std::uint32_t goneSeen = 0;    // how many deletions by others the members were held against
     std::uint32_t unsavedSeen = 0; // of the ancestors, see `ContextState`; 0: the members rest on nothing unsaved
 
+    /// The members without what is unsaved here, once somebody had to know in doubt, and as what they are of.
+    struct Beneath {
+        KeySet members;
+        std::uint32_t gone, unsavedAbove;
+    };
+    std::shared_ptr<Beneath const> beneath;
+
+    /// Others have changed it.
+    void doubt() {
+        isDoubtful = true;
+        isLoaded = false;
+        beneath = nullptr;
+    }
     bool isChanged() const { return !added.empty() || !removed.empty() || isReordered; }
     template <class Translate> void toPermanent(Translate translate) {
         if (!holdsTemporaries) return;
         for (auto* keys : {&members, &added, &removed}) keys->translate(translate);
+        beneath = nullptr;
     }
 };
 

@@ -24,7 +24,7 @@ void show(ContextState& context, NSManagedObject& object, RowRef row) {
     context.values.note(object);
     if (!state.extras) return;
     state.extras->isRecordGone = false;
-    for (auto& toMany : state.extras->toMany) toMany.isLoaded = false, toMany.isDoubtful = true;
+    for (auto& toMany : state.extras->toMany) toMany.doubt();
 }
 
 } // namespace

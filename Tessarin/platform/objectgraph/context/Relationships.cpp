@@ -25,12 +25,18 @@ ToManyState& toManyOf(NSManagedObject& owner, NSRelationshipDescription const& r
 
 /// Whether a key that came or went here is a member beneath that by now: others may have done the same, and who takes back what was
 /// done here must not leave theirs.
-bool isMemberBeneath(NSManagedObject& owner, NSRelationshipDescription const& relationship, ToManyState const& toMany,
-                     RecordKey key, bool wasMember) {
+bool isMemberBeneath(NSManagedObject& owner, NSRelationshipDescription const& relationship, ToManyState& toMany, RecordKey key,
+                     bool wasMember) {
     auto* context = GraphAccess::state(owner).link()->contextState();
     if (!toMany.isDoubtful || relationship.isTransient() || !context) return wasMember;
-    auto const members = RecordReader(*context).members(relationship, owner.entity(), owner.recordKey());
-    return std::ranges::any_of(members, [&](RecordKey each) { return context->link->current(each) == key; });
+    auto const gone = context->gone.count(), above = context->unsavedAbove;
+    if (!toMany.beneath || toMany.beneath->gone != gone || toMany.beneath->unsavedAbove != above) {
+        ToManyState::Beneath beneath{{}, gone, above};
+        for (auto const each : RecordReader(*context).members(relationship, owner.entity(), owner.recordKey()))
+            beneath.members.append(context->link->current(each));
+        toMany.beneath = std::make_shared<ToManyState::Beneath const>(std::move(beneath));
+    }
+    return toMany.beneath->members.contains(key);
 }
 
 /// Whether members were read, and are what would be read now.
@@ -41,8 +47,7 @@ bool isCurrent(ObjectState const& owner, ToManyState& toMany) {
     bool const isOutOfDate = (toMany.unsavedSeen != 0 && toMany.unsavedSeen != context->unsavedAbove) ||
                              (seen != toMany.goneSeen && context->gone.isAnyIn(toMany.members, seen));
     if (!isOutOfDate || owner.layout->entity().properties()[toMany.property]->isTransient()) return true;
-    toMany.isLoaded = false;
-    toMany.isDoubtful = true;
+    toMany.doubt();
     return false;
 }
 
@@ -358,10 +363,7 @@ void lookBack(ContextState& context, NSManagedObject& object, NSRelationshipDesc
 void takeBackEnd(NSManagedObject& end, NSRelationshipDescription const& relationship, NSManagedObject& other, bool wasRemoved) {
     bool const wasDoubtful = relationship.isToMany() && std::exchange(toManyOf(end, relationship).isDoubtful, false);
     wasRemoved ? attachEnd(end, relationship, other) : detachEnd(end, relationship, other.recordKey());
-    if (!wasDoubtful) return;
-    auto& toMany = toManyOf(end, relationship);
-    toMany.isDoubtful = true;
-    toMany.isLoaded = false;
+    if (wasDoubtful) toManyOf(end, relationship).doubt();
 }
 
 } // namespace

@@ -296,6 +296,7 @@ void SaveOperation::settle(NSManagedObject& object, RowRef const& row) {
     std::erase_if(state.extras->values, [&](auto const& entry) { return !isTransient(object, entry.first); });
     for (auto& toMany : state.extras->toMany) {
         toMany.isReordered = toMany.isDoubtful = false;
+        toMany.beneath = nullptr;
         toMany.added.clear();
         toMany.removed.clear();
     }

@@ -253,6 +253,19 @@ TEST_F(StorePlace, ReadOnlyMakesNothingAndSavesNothing) {
     EXPECT_FALSE(opened(readOnly));
     EXPECT_EQ(rescued(), 0U);
     folder.write("Notes/Notes.db", content);
+    { // Who has it open may write it all the same.
+        OpenStore writer(url, libraryModel().build()),
+            reader(folder.url("none/none.db"), libraryModel().build(), OpenStore::Kind::Memory);
+        fs::permissions(place, fs::perms(0444));
+        reader.store = opened(readOnly);
+        ASSERT_TRUE(reader.store);
+        EXPECT_EQ(reader.fetch("Author").size(), 1U);
+        auto const made = writer.insertion("Author", writer.newKey(), {{"name", "Eve"}});
+        EXPECT_FALSE(writer.save({made}));
+        EXPECT_EQ(reader.fetch("Author").size(), 2U);
+        EXPECT_FALSE(writer.save({writer.deletion(made.after)}));
+        fs::permissions(place, fs::perms(0644));
+    }
     // As another user, since the superuser may do everything.
     if (::geteuid() != 0) return;
     for (auto const& path : {fs::path(folder.path()), place.parent_path(), place})

@@ -54,6 +54,15 @@ std::uint64_t nextNumber() {
     return last.fetch_add(1, std::memory_order_relaxed) + 1;
 }
 
+bool mayLeadElsewhere(RecordChange const& change) {
+    if (!change.after || !change.changesRow()) return false;
+    if (!change.before) return change.after->version() != Row::firstVersion; // a new record has led nowhere
+    auto const cells = change.after->layout().cells();
+    for (std::size_t cell = 0; cell < cells.size(); ++cell)
+        if (cells[cell].type == CellType::Reference && !change.after->cellEquals(cell, *change.before)) return true;
+    return false;
+}
+
 } // namespace
 
 ChangeSet::ChangeSet(Ref<RowSpace> space, std::vector<RecordChange> changes, Ref<ChangeOrigin const> origin,
@@ -75,6 +84,7 @@ ChangeSet::ChangeSet(Ref<RowSpace> space, std::vector<RecordChange> changes, Ref
         if (change.changesRow() && change.kind == RecordChange::Kind::Update)
             updates_[change.entity->rootEntity()->index()] = true;
         if (change.kind == RecordChange::Kind::Delete) deletedKeys_.push_back(change.key);
+        if (mayLeadElsewhere(change)) movedRecords_.push_back(static_cast<std::uint32_t>(&change - changes_.data()));
         changesRelationships_ = changesRelationships_ || !change.relationships.empty();
     }
 }

@@ -69,6 +69,8 @@ public:
     RecordChange const* find(NSEntityDescription const& entity, RecordKey key) const noexcept;
     bool empty() const noexcept { return changes_.empty(); }
     std::span<RecordKey const> deletedKeys() const noexcept { return deletedKeys_; }
+    /// The places among `changes` of records that lead elsewhere than they did; those that came back may.
+    std::span<std::uint32_t const> movedRecords() const noexcept { return movedRecords_; }
     /// Null where it cannot be undone by whoever it is handed to.
     Ref<UndoableStep const> const& undoStep() const noexcept { return undoStep_; }
 
@@ -129,6 +131,7 @@ private:
     Ref<ChangeOrigin const> origin_;
     std::vector<RecordChange> changes_;
     std::vector<RecordKey> deletedKeys_;
+    std::vector<std::uint32_t> movedRecords_;
     Ref<UndoableStep const> undoStep_;
     std::vector<std::size_t> changedRows_; // by index of the entity
     std::vector<std::vector<KeyRange>> keysOfRows_; // by index of the root entity, like what follows

@@ -138,12 +138,12 @@ std::unique_ptr<SQLiteStore::Impl> SQLiteOpening::openForReading(std::unique_ptr
     auto const folder = std::filesystem::path(path_).parent_path();
     if (!judged_) throw Refused::because("nothing is there to be read: " + path_);
     bool const isClosed = ::faccessat(AT_FDCWD, folder.empty() ? "." : folder.c_str(), W_OK, AT_EACCESS) != 0;
-    struct stat log {
-    }, status{};
-    bool const hasLog = ::stat((path_ + "-wal").c_str(), &log) == 0 && log.st_size > 0;
-    // A log beside a file that nobody may write would bear its mode, and stay.
+    struct stat status = {};
+    bool const hasLog = ::stat((path_ + "-wal").c_str(), &status) == 0 && status.st_size > 0;
+    // A log beside a file that nobody may write would bear its mode, and stay. Where there is one, somebody may write it all the same.
+    bool const isInUse = hasLog || ::access((path_ + "-shm").c_str(), F_OK) == 0;
     bool const isForNobody = ::stat(path_.c_str(), &status) == 0 && (status.st_mode & 0222) == 0;
-    options.isImmutable = isClosed || (isForNobody && !hasLog);
+    options.isImmutable = isClosed || (isForNobody && !isInUse);
     if (isClosed && hasLog)
         throw Refused::because("its log has to be read, which a place that cannot be written does not allow: " + path_);
     connection = std::make_unique<SQLite::Connection>(path_, options);
