@@ -7,8 +7,9 @@ namespace Tessarin {
 void KeptRows::add(std::span<RowRef const> rows, bool fillBlocks) {
     for (std::size_t at = 0; at < rows.size(); at += pieces_.back().count) {
         auto const& block = rows[at].block();
-        pieces_.push_back({rows[at], fillBlocks ? block.rowCount : std::uint32_t{1}});
-        bytes_ += fillBlocks ? block.capacity : block.capacity / block.rowCount;
+        auto const count = block.rowCount.load(std::memory_order_relaxed);
+        pieces_.push_back({rows[at], fillBlocks ? count : std::uint32_t{1}});
+        bytes_ += fillBlocks ? block.capacity : block.capacity / count;
     }
     count_ += rows.size();
 }
@@ -67,7 +68,7 @@ private:
     void addChange() {
         auto const& row = (next_++)->second;
         if (!row) return;
-        bytes += row.block().capacity / row.block().rowCount;
+        bytes += row.block().capacity / row.block().rowCount.load(std::memory_order_relaxed);
         addPiece(row);
     }
     void addNewBefore(RecordKey key) {

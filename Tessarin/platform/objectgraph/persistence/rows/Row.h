@@ -102,7 +102,7 @@ struct TESSARIN_API RowBlock {
     std::atomic<std::uint32_t> references; // to any of its rows
     std::atomic<bool> isCached{false};     // the cache knows some of its rows
     bool hasBasis = false;                 // its only row has one, which stands at the end
-    std::uint16_t rowCount = 0;            // how many stand in it
+    std::atomic<std::uint16_t> rowCount{0}; // how many stand in it; while more are added, others may have some already
     std::uint32_t used = 0;
     std::uint32_t capacity;
 

@@ -30,7 +30,8 @@ RowRef RowBlockWriter::commit(RowLayout const& layout, RecordKey key, std::uint3
     row->place_ = static_cast<std::uint16_t>(block_->used);
     if (last_) last_->next_ = static_cast<std::uint16_t>(block_->used / 8);
     last_ = row;
-    ++block_->rowCount;
+    block_->rowCount.store(static_cast<std::uint16_t>(block_->rowCount.load(std::memory_order_relaxed) + 1),
+                           std::memory_order_relaxed);
     block_->used += static_cast<std::uint32_t>(rounded(size)); // the rounding may reach past the end; then the block is full
     ++given_;
     return RowRef::adopt(row);
@@ -42,14 +43,14 @@ void RowBlockWriter::close() noexcept {
 }
 
 RowRef RowBlockWriter::alone(RowLayout const& layout, RecordKey key, std::uint32_t version, bool isWide, std::size_t size,
-                              RowRef basis) {
+                             RowRef basis) {
     if (size > UINT32_MAX - sizeof(RowBlock)) throw std::bad_alloc(); // offsets within a row have 32 bits
     auto capacity = sizeof(RowBlock) + rounded(size) + (basis ? RowBlock::step : 0);
     if (capacity == RowBlock::most) capacity += RowBlock::step; // no whole page: its rows stand elsewhere
     auto* const block = RowBlock::make(capacity, 1);
     auto* const row = ::new (block->first()) Row(layout, key, version, isWide);
     row->place_ = static_cast<std::uint16_t>(block->begin());
-    block->rowCount = 1;
+    block->rowCount.store(1, std::memory_order_relaxed);
     block->hasBasis = bool(basis);
     if (basis) ::new (block->basis()) RowRef(std::move(basis));
     return RowRef::adopt(row);
