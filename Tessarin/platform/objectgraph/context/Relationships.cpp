@@ -318,7 +318,9 @@ void letGoOfGone(ContextState& context, NSManagedObject& object) {
 void cutNewLinks(ContextState& context, NSManagedObject& deleted, RelationshipChange const& change) {
     auto const* inverse = change.relationship->inverseRelationship();
     if (!inverse || !inverse->isToMany() || !change.relationship->isReciprocal()) return;
+    auto& known = toManyOf(deleted, *change.relationship).members; // who is let go of by a deletion is among the members
     for (auto const key : change.added) {
+        known.add(context.link->current(key));
         auto const owner = context.link->find(context.link->current(key));
         if (!owner || owner.get() == &deleted || GraphAccess::state(*owner).has(ObjectState::Deleted)) continue;
         auto& members = toManyOf(*owner, *inverse);
