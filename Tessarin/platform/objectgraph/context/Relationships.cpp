@@ -23,20 +23,45 @@ ToManyState& toManyOf(NSManagedObject& owner, NSRelationshipDescription const& r
     return state.toMany(relationship.index());
 }
 
-/// Whether a key that came or went here is a member beneath that by now: others may have done the same, and who takes back what was
-/// done here must not leave theirs.
-bool isMemberBeneath(NSManagedObject& owner, NSRelationshipDescription const& relationship, ToManyState& toMany, RecordKey key,
-                     bool wasMember) {
-    auto* context = GraphAccess::state(owner).link()->contextState();
-    if (!toMany.isDoubtful || relationship.isTransient() || !context) return wasMember;
-    auto const gone = context->gone.count(), above = context->unsavedAbove;
+/// One end of a link of many to many.
+struct LinkEnd {
+    NSManagedObject& owner;
+    NSRelationshipDescription const& relationship;
+    RecordKey member;
+
+    std::pair<RecordKey, std::size_t> place() const { return {owner.recordKey(), relationship.index()}; }
+    bool isDoubtful() const {
+        auto const& extras = GraphAccess::state(owner).extras;
+        auto const* toMany = extras ? extras->find(relationship.index()) : nullptr;
+        return toMany && toMany->isDoubtful;
+    }
+};
+
+bool isMemberBeneath(ContextState& context, LinkEnd const& end) {
+    auto const gone = context.gone.count(), above = context.unsavedAbove;
+    auto& toMany = toManyOf(end.owner, end.relationship);
     if (!toMany.beneath || toMany.beneath->gone != gone || toMany.beneath->unsavedAbove != above) {
         ToManyState::Beneath beneath{{}, gone, above};
-        for (auto const each : RecordReader(*context).members(relationship, owner.entity(), owner.recordKey()))
-            beneath.members.append(context->link->current(each));
+        for (auto const each : RecordReader(context).members(end.relationship, end.owner.entity(), end.owner.recordKey()))
+            beneath.members.append(context.link->current(each));
         toMany.beneath = std::make_shared<ToManyState::Beneath const>(std::move(beneath));
     }
-    return toMany.beneath->members.contains(key);
+    return toMany.beneath->members.contains(end.member);
+}
+
+/// Whether a key that came or went here is a member beneath that by now: others may have done the same, and who takes back what was
+/// done here must not leave theirs. Both ends of a link are asked one after the other, and have to hear the same: one of them
+/// answers for both.
+bool isMemberBeneath(NSManagedObject& owner, NSRelationshipDescription const& relationship, RecordKey key, bool wasMember) {
+    auto* context = GraphAccess::state(owner).link()->contextState();
+    if (relationship.isTransient() || !context) return wasMember;
+    LinkEnd const end{owner, relationship, key};
+    auto const* inverse = relationship.isReciprocal() ? relationship.inverseRelationship() : nullptr;
+    auto const other = inverse && inverse->isToMany() ? context->link->find(key) : nullptr;
+    if (!other) return end.isDoubtful() ? isMemberBeneath(*context, end) : wasMember;
+    LinkEnd const otherEnd{*other, *inverse, owner.recordKey()};
+    if (!end.isDoubtful() && !otherEnd.isDoubtful()) return wasMember;
+    return isMemberBeneath(*context, end.place() < otherEnd.place() ? end : otherEnd);
 }
 
 /// Whether members were read, and are what would be read now.
@@ -78,9 +103,10 @@ void addMember(NSManagedObject& owner, NSRelationshipDescription const& relation
     if (isReadNow) loadedMembers(owner, relationship).members.remove(key);
     record(owner, relationship);
     if (auto* recorder = recorderOf(owner)) recorder->noteMember(owner, relationship, key, true);
+    bool const isBack = toManyOf(owner, relationship).removed.remove(key) && isMemberBeneath(owner, relationship, key, true);
     auto& state = toManyOf(owner, relationship);
     if (key < 0) state.holdsTemporaries = true;
-    if (!state.removed.remove(key) || !isMemberBeneath(owner, relationship, state, key, true)) state.added.append(key);
+    if (!isBack) state.added.append(key);
     noteUnshownLink(owner, relationship, key, true);
     if (state.isLoaded) state.members.append(key);
     if (relationship.isOrdered()) state.isReordered = true;
@@ -91,9 +117,10 @@ void removeMember(NSManagedObject& owner, NSRelationshipDescription const& relat
     if (relationship.isOrdered()) loadedMembers(owner, relationship);
     record(owner, relationship);
     if (auto* recorder = recorderOf(owner)) recorder->noteMember(owner, relationship, key, false);
+    bool const isNew = toManyOf(owner, relationship).added.remove(key) && !isMemberBeneath(owner, relationship, key, false);
     auto& state = toManyOf(owner, relationship);
     if (key < 0) state.holdsTemporaries = true;
-    if (!state.added.remove(key) || isMemberBeneath(owner, relationship, state, key, false)) state.removed.add(key);
+    if (!isNew) state.removed.add(key);
     noteUnshownLink(owner, relationship, key, false);
     if (state.isLoaded) state.members.remove(key);
     if (relationship.isOrdered()) state.isReordered = true;
@@ -363,9 +390,14 @@ void lookBack(ContextState& context, NSManagedObject& object, NSRelationshipDesc
 
 /// One end alone takes its own change back: what others have done to the same link stays, and is shown.
 void takeBackEnd(NSManagedObject& end, NSRelationshipDescription const& relationship, NSManagedObject& other, bool wasRemoved) {
-    bool const wasDoubtful = relationship.isToMany() && std::exchange(toManyOf(end, relationship).isDoubtful, false);
+    auto const trust = [](NSManagedObject& object, NSRelationshipDescription const* toMany) {
+        return toMany && toMany->isToMany() && std::exchange(toManyOf(object, *toMany).isDoubtful, false);
+    };
+    auto const* inverse = relationship.inverseRelationship();
+    bool const wasDoubtful = trust(end, &relationship), wasOtherDoubtful = trust(other, inverse);
     wasRemoved ? attachEnd(end, relationship, other) : detachEnd(end, relationship, other.recordKey());
     if (wasDoubtful) toManyOf(end, relationship).doubt();
+    if (wasOtherDoubtful) toManyOf(other, *inverse).doubt();
 }
 
 } // namespace
