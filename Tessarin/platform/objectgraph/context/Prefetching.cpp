@@ -33,8 +33,7 @@ void loadMembers(ContextState& context, std::span<Ref<NSManagedObject> const> ow
         if (!hasLoadedMembers(*owner, relationship))
             setLoadedMembers(*owner, relationship,
                              reader.withChanges(relationship, owner->entity(), owner->recordKey(),
-                                                std::move(members[owner->recordKey()]), RecordReader::formerOf(*owner)),
-                             reader.areMembersUnsaved(relationship, owner->entity(), owner->recordKey()));
+                                                std::move(members[owner->recordKey()]), RecordReader::formerOf(*owner)));
 }
 
 /// The living objects of a step that the relationship can be read of.

@@ -41,8 +41,8 @@ void addCandidates(RelationshipChange const& change, KeyPromotions& promotions, 
 
 } // namespace
 
-std::vector<RecordKey> RecordReader::members(NSRelationshipDescription const& relationship,
-                                             NSEntityDescription const& ownerEntity, RecordKey owner, Former former) const {
+ReadMembers RecordReader::members(NSRelationshipDescription const& relationship,
+                                            NSEntityDescription const& ownerEntity, RecordKey owner, Former former) const {
     MembersByOwner members;
     storedMembers(relationship, {&owner, 1}, members);
     return withChanges(relationship, ownerEntity, owner, std::move(members[owner]), former);
@@ -58,36 +58,33 @@ void RecordReader::storedMembers(NSRelationshipDescription const& relationship, 
     if (auto error = store_->members(relationship, saved, note)) throw ErrorException(error);
 }
 
-std::vector<RecordKey> RecordReader::withChanges(NSRelationshipDescription const& relationship,
-                                                 NSEntityDescription const& ownerEntity, RecordKey owner,
-                                                 std::vector<RecordKey> members, Former former) const {
+ReadMembers RecordReader::withChanges(NSRelationshipDescription const& relationship,
+                                                NSEntityDescription const& ownerEntity, RecordKey owner,
+                                                std::vector<RecordKey> stored, Former former) const {
     auto const* inverse = relationship.inverseRelationship();
     if (inverse && !inverse->isToMany() && relationship.isReciprocal())
-        return membersByRow(relationship, ownerEntity, owner, std::move(members));
+        return membersByRow(relationship, ownerEntity, owner, std::move(stored));
     auto const& destination = *relationship.destinationEntity();
+    ReadMembers members{std::move(stored)};
     bool isGone = false; // it still has whom it had, for those who are to be told; if it comes back, then without them
-    for (auto const& set : sets_) {
-        if (auto const* ofOwner = set->find(ownerEntity, owner)) {
-            if (isGone && ofOwner->kind == RecordChange::Kind::Insert) members.clear();
+    for (std::size_t at = 0; at < sets_.size(); ++at) {
+        auto const& set = *sets_[at];
+        if (auto const* ofOwner = set.find(ownerEntity, owner)) {
+            if (isGone && ofOwner->kind == RecordChange::Kind::Insert) members.keys.clear();
             isGone = ofOwner->kind == RecordChange::Kind::Delete || (isGone && ofOwner->kind == RecordChange::Kind::Update);
-            if (ofOwner->kind == RecordChange::Kind::Delete && former == Former::Dropped) members.clear();
+            if (ofOwner->kind == RecordChange::Kind::Delete && former == Former::Dropped) members.keys.clear();
         }
-        eachChange(*set, relationship, ownerEntity, owner,
-                   [&](auto const& change) { apply(change, coordinator_->promotions(), members); });
-        std::erase_if(members, [&](RecordKey key) {
-            auto const* change = set->find(destination, key);
+        eachChange(set, relationship, ownerEntity, owner, [&](auto const& change) {
+            apply(change, coordinator_->promotions(), members.keys);
+            members.areUnsaved = members.areUnsaved || isUnsaved(at);
+        });
+        auto const gone = std::erase_if(members.keys, [&](RecordKey key) {
+            auto const* change = set.find(destination, key);
             return change && change->kind == RecordChange::Kind::Delete;
         });
+        members.areUnsaved = members.areUnsaved || (gone != 0 && isUnsaved(at));
     }
     return members;
-}
-
-bool RecordReader::areMembersUnsaved(NSRelationshipDescription const& relationship, NSEntityDescription const& ownerEntity,
-                                     RecordKey owner) const {
-    bool areUnsaved = false;
-    for (std::size_t at = 0; at < isUnsaved_.size(); ++at)
-        if (isUnsaved_[at]) eachChange(*sets_[at], relationship, ownerEntity, owner, [&](auto const&) { areUnsaved = true; });
-    return areUnsaved;
 }
 
 void RecordReader::eachChange(ChangeSet const& set, NSRelationshipDescription const& relationship,
@@ -101,22 +98,26 @@ void RecordReader::eachChange(ChangeSet const& set, NSRelationshipDescription co
 }
 
 /// The row is what a conflict was decided about: an owner whose change of its members did not stand still has it in its set.
-std::vector<RecordKey> RecordReader::membersByRow(NSRelationshipDescription const& relationship,
-                                                  NSEntityDescription const& ownerEntity, RecordKey owner,
-                                                  std::vector<RecordKey> members) const {
+ReadMembers RecordReader::membersByRow(NSRelationshipDescription const& relationship,
+                                                 NSEntityDescription const& ownerEntity, RecordKey owner,
+                                                 std::vector<RecordKey> stored) const {
     auto const& destination = *relationship.destinationEntity();
-    if (!hasChangesOf(destination) && !hasChangesOf(ownerEntity)) return members;
+    if (!hasChangesOf(destination) && !hasChangesOf(ownerEntity)) return {std::move(stored)};
     auto& promotions = coordinator_->promotions();
     KeySet candidates;
-    for (auto const key : members) candidates.append(key);
-    for (auto const& set : sets_)
-        eachChange(*set, relationship, ownerEntity, owner,
-                   [&](auto const& change) { addCandidates(change, promotions, candidates); });
-    std::unordered_set<RecordKey> const stored(members.begin(), members.end());
-    members.assign(candidates.keys().begin(), candidates.keys().end());
-    std::erase_if(members, [&](RecordKey key) {
+    for (auto const key : stored) candidates.append(key);
+    ReadMembers members;
+    for (std::size_t at = 0; at < sets_.size(); ++at)
+        eachChange(*sets_[at], relationship, ownerEntity, owner, [&](auto const& change) {
+            addCandidates(change, promotions, candidates);
+            members.areUnsaved = members.areUnsaved || isUnsaved(at);
+        });
+    std::unordered_set<RecordKey> const wasMember(stored.begin(), stored.end());
+    members.keys.assign(candidates.keys().begin(), candidates.keys().end());
+    std::erase_if(members.keys, [&](RecordKey key) {
         auto const found = pending(destination, key);
-        if (!found.isKnown) return !stored.contains(key);
+        members.areUnsaved = members.areUnsaved || found.isUnsaved;
+        if (!found.isKnown) return !wasMember.contains(key);
         if (!found.row) return true;
         auto const& place = found.row->placeOfProperty(relationship.inverseRelationship()->index());
         return currentKey(promotions, found.row->integer(place)) != currentKey(promotions, owner);

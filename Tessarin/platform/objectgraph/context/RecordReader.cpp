@@ -101,13 +101,13 @@ RecordReader::Pending RecordReader::pending(NSEntityDescription const& entity, R
         if (!change && before != 0) change = set->find(entity, before);
         if (!change) continue;
         if (change->kind == RecordChange::Kind::Delete) {
-            result = {true, {}};
+            result = {true, {}, isUnsaved(at)};
             continue;
         }
         bool const isGone = result.isKnown && !result.row;
         if (isGone && change->kind == RecordChange::Kind::Update) continue; // only an insertion brings it back
         if (!change->changesRow()) continue; // its to-many relationships say nothing of the row, which others may change
-        result = {true, rowAfter(*change, result.row, at < isUnsaved_.size() && isUnsaved_[at])};
+        result = {true, rowAfter(*change, result.row, isUnsaved(at)), isUnsaved(at)};
     }
     return result;
 }

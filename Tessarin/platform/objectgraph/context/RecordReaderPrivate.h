@@ -7,6 +7,12 @@ namespace Tessarin {
 
 using MembersByOwner = std::unordered_map<RecordKey, std::vector<RecordKey>>;
 
+/// The members of a to-many relationship as they were read.
+struct ReadMembers {
+    std::vector<RecordKey> keys; // in order when the relationship has one
+    bool areUnsaved = false;     // what ancestors have not saved has a part in who they are, and who not
+};
+
 /// What a context sees of records apart from its own unsaved objects: the store, under the change sets that are on their
 /// way to it. Made for one operation; never waits for another context's queue.
 ///
@@ -38,30 +44,29 @@ public:
     /// Of an owner that is gone below: whom it had, for those who are to be told; or nobody, where it has come back unsaved.
     enum class Former { Kept, Dropped };
     static Former formerOf(NSManagedObject const& owner) { return owner.isInserted() ? Former::Dropped : Former::Kept; }
-    /// The members of a to-many relationship, in order when it has one.
-    std::vector<RecordKey> members(NSRelationshipDescription const& relationship, NSEntityDescription const& ownerEntity,
+    /// The members of a to-many relationship.
+    ReadMembers members(NSRelationshipDescription const& relationship, NSEntityDescription const& ownerEntity,
                                    RecordKey owner, Former former = Former::Kept) const;
     /// The members that the store knows, of many owners at once.
     void storedMembers(NSRelationshipDescription const& relationship, std::span<RecordKey const> owners,
                        MembersByOwner& members) const;
     /// What the change sets make of an owner's members in the store.
-    std::vector<RecordKey> withChanges(NSRelationshipDescription const& relationship, NSEntityDescription const& ownerEntity,
-                                       RecordKey owner, std::vector<RecordKey> members, Former former = Former::Kept) const;
-    /// Whether what ancestors have not saved is a part of that.
-    bool areMembersUnsaved(NSRelationshipDescription const& relationship, NSEntityDescription const& ownerEntity,
-                           RecordKey owner) const;
+    ReadMembers withChanges(NSRelationshipDescription const& relationship, NSEntityDescription const& ownerEntity, RecordKey owner,
+                        std::vector<RecordKey> stored, Former former = Former::Kept) const;
 
 private:
     /// What the sets make of a record: nothing to say, gone, or this row.
     struct Pending {
         bool isKnown = false;
         RowRef row;
+        bool isUnsaved = false; // one that an ancestor has not saved is the latest
     };
     Pending pending(NSEntityDescription const& entity, RecordKey key) const;
+    bool isUnsaved(std::size_t set) const { return set < isUnsaved_.size() && isUnsaved_[set]; }
     void eachChange(ChangeSet const& set, NSRelationshipDescription const& relationship, NSEntityDescription const& ownerEntity,
                     RecordKey owner, FunctionRef<void(RelationshipChange const&)> each) const;
-    std::vector<RecordKey> membersByRow(NSRelationshipDescription const& relationship, NSEntityDescription const& ownerEntity,
-                                        RecordKey owner, std::vector<RecordKey> members) const;
+    ReadMembers membersByRow(NSRelationshipDescription const& relationship, NSEntityDescription const& ownerEntity, RecordKey owner,
+                         std::vector<RecordKey> stored) const;
 
     Ref<NSPersistentStoreCoordinator> coordinator_;
     NSPersistentStore* store_;

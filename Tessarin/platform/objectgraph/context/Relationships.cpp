@@ -42,7 +42,8 @@ bool isMemberBeneath(ContextState& context, LinkEnd const& end) {
     auto& toMany = toManyOf(end.owner, end.relationship);
     if (!toMany.beneath || toMany.beneath->gone != gone || toMany.beneath->unsavedAbove != above) {
         ToManyState::Beneath beneath{{}, gone, above};
-        for (auto const each : RecordReader(context).members(end.relationship, end.owner.entity(), end.owner.recordKey()))
+        auto const read = RecordReader(context).members(end.relationship, end.owner.entity(), end.owner.recordKey());
+        for (auto const each : read.keys)
             beneath.members.append(context.link->current(each));
         toMany.beneath = std::make_shared<ToManyState::Beneath const>(std::move(beneath));
     }
@@ -213,9 +214,8 @@ ToManyState& loadedMembers(NSManagedObject& owner, NSRelationshipDescription con
     if (!context || relationship.isTransient()) return setLoadedMembers(owner, relationship, {});
     if (readMembersAhead(*context, owner, relationship)) return toManyOf(owner, relationship);
     RecordReader const reader(*context);
-    auto members = reader.members(relationship, owner.entity(), owner.recordKey(), RecordReader::formerOf(owner));
-    return setLoadedMembers(owner, relationship, std::move(members),
-                            reader.areMembersUnsaved(relationship, owner.entity(), owner.recordKey()));
+    return setLoadedMembers(owner, relationship,
+                            reader.members(relationship, owner.entity(), owner.recordKey(), RecordReader::formerOf(owner)));
 }
 
 namespace {
@@ -235,16 +235,15 @@ std::optional<bool> leadsUnsaved(ObjectState const& owner, NSRelationshipDescrip
 
 } // namespace
 
-ToManyState& setLoadedMembers(NSManagedObject& owner, NSRelationshipDescription const& relationship,
-                              std::vector<RecordKey> members, bool areUnsavedAbove) {
+ToManyState& setLoadedMembers(NSManagedObject& owner, NSRelationshipDescription const& relationship, ReadMembers read) {
     auto& state = GraphAccess::state(owner);
     auto& toMany = toManyOf(owner, relationship);
     auto const* living = state.link()->contextState();
     toMany.goneSeen = living ? living->gone.count() : 0;
-    toMany.unsavedSeen = living && areUnsavedAbove ? living->unsavedAbove : 0;
+    toMany.unsavedSeen = living && read.areUnsaved ? living->unsavedAbove : 0;
     auto const current = [link = state.link()](RecordKey key) { return link->current(key); };
     toMany.toPermanent(current); // others may have saved a member meanwhile
-    for (auto& key : members)
+    for (auto& key : read.keys)
         if (key < 0) key = current(key), toMany.holdsTemporaries = true;
     if (auto* context = toMany.holdsTemporaries ? state.link()->contextState() : nullptr) context->knowsForeignTemporaries = true;
     auto const order = toMany.isReordered ? std::exchange(toMany.members, {}) : KeySet(); // to be kept
@@ -254,7 +253,7 @@ ToManyState& setLoadedMembers(NSManagedObject& owner, NSRelationshipDescription 
     bool const isByReference = inverse && !inverse->isToMany() && relationship.isReciprocal() && state.link()->contextState();
     KeySet now;
     // Others may have moved a member that was moved here, or have had their way with it: what it says itself holds.
-    for (auto const key : members)
+    for (auto const key : read.keys)
         if (isByReference ? leadsUnsaved(state, *inverse, key).value_or(true) : !toMany.removed.contains(key)) now.append(key);
     for (auto const key : toMany.added.keys())
         if (!isByReference || leadsUnsaved(state, *inverse, key).value_or(false)) now.add(key);

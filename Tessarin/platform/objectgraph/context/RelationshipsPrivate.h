@@ -4,6 +4,8 @@
 
 namespace Tessarin {
 
+struct ReadMembers;
+
 /// The ends of relationships by key, as a context sees them now. On the context's queue.
 
 /// Links that the object keeps by keys that have become permanent since are kept by those from now on.
@@ -13,9 +15,8 @@ RecordKey referenceOf(NSManagedObject& object, NSRelationshipDescription const& 
 /// The state of a to-many with its members read.
 ToManyState& loadedMembers(NSManagedObject& owner, NSRelationshipDescription const& relationship);
 bool hasLoadedMembers(NSManagedObject& owner, NSRelationshipDescription const& relationship);
-/// The members were read: these, with the owner's unsaved changes on top. `areUnsavedAbove`: as an ancestor has not saved them.
-ToManyState& setLoadedMembers(NSManagedObject& owner, NSRelationshipDescription const& relationship,
-                              std::vector<RecordKey> members, bool areUnsavedAbove = false);
+/// The members were read: these, with the owner's unsaved changes on top.
+ToManyState& setLoadedMembers(NSManagedObject& owner, NSRelationshipDescription const& relationship, ReadMembers read);
 /// The members of a to-many, in order when it has one; valid until the relationship changes.
 std::span<RecordKey const> memberKeys(NSManagedObject& owner, NSRelationshipDescription const& relationship);
 bool hasMember(NSManagedObject& owner, NSRelationshipDescription const& relationship, NSManagedObject& member);

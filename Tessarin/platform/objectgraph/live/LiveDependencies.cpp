@@ -91,7 +91,7 @@ std::vector<RecordKey> keysBehindGone(ContextState& context, std::span<RecordCha
     for (auto const* change : gone) {
         goneKeys.add(change->key);
         if (!inverse.isToMany()) continue;
-        auto const members = reader.members(inverse, *change->entity, change->key);
+        auto const members = reader.members(inverse, *change->entity, change->key).keys;
         keys.insert(keys.end(), members.begin(), members.end());
     }
     if (!link.isToMany()) {

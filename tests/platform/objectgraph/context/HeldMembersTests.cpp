@@ -147,6 +147,8 @@ constexpr Row rows[] = {
     {"linked by both, and cut by one who knows of the other at one end",
      "m add p1.friends p2, r add p3.friends p2, r save, m merge, r add p1.friends p2, r read p1.friends, m remove p1.friends p2, r save",
      "p1 friends p3\n"},
+    {"not a member as an ancestor shows it that has not heard of a save",
+     "m name v1 x, m read h2.rooms, r set v1.house h2, r save, a read h2.rooms, m save", "h2 rooms v1\n", "mra"},
     {"deleted by who has not handed it on", "a delete p3, a save, r set p2.boss p3, r merge, r has p3.staff p2"},
     {"moved by others, and its change forgotten", "a set p2.boss, m set p2.boss p3, m save, a merge, a forget p1, a save",
      "p3 staff p2\n", "mra"},
