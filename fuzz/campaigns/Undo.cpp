@@ -217,10 +217,13 @@ private:
         Shown before, after;
         settle();
         if (!isForeign) before = shown();
+        trace("elsewhere");
+        isElsewhere_ = true;
         onQueueOf(*context, [&] {
             for (auto count = 1 + trial_.random(4); count > 0; --count) edit(*context, isForeign);
             save(*context);
         });
+        isElsewhere_ = false;
         settle();
         tally_.add("merges");
         if (isForeign) return;
@@ -349,7 +352,8 @@ private:
         case 1: {
             auto const object = to(entities[trial_.random(3)]);
             auto const text = fmt::format("n{}", ++names_);
-            object->setValueForKey(trial_.chance(0.1) ? Value() : Value(text), "name");
+            bool const isNone = trial_.chance(0.1) && !isElsewhere_; // which is what a step may have left
+            object->setValueForKey(isNone ? Value() : Value(text), "name");
             writtenByOthers_.erase({integerOf(*object, "serial"), "name"});
             return say(object, "name", text);
         }
@@ -421,6 +425,7 @@ private:
     std::size_t at_ = 0; // the one that stands
     int steps_ = 0;
     bool isOpen_ = false;
+    bool isElsewhere_ = false; // it is others who edit
     std::int64_t serials_ = 10;
     int names_ = 0;
     std::set<std::int64_t> deletedByOthers_;

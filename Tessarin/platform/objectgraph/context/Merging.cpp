@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <optional>
 
 namespace Tessarin {
 namespace {
@@ -262,6 +263,28 @@ void merge(ContextState& context, ChangeSet const& set, Winner winner) {
         if (auto const& change = set.changes()[place]; !context.link->find(change.key)) lookAgainAround(context, change);
 }
 
+using Change = RecordChange;
+
+void addDeletions(ContextState& context, std::vector<Change> deletions) {
+    if (deletions.empty()) return;
+    context.published.add(std::make_shared<ChangeSet const>(context.coordinator->space(), std::move(deletions)));
+}
+
+/// What a child has made of records that had left when it handed that up: they had not been saved.
+void dropUnfounded(ContextState& context, ChangeSet const& set) {
+    std::vector<Change> deletions;
+    std::optional<RecordReader> reader;
+    for (auto const& change : set.changes()) {
+        bool const isOfNew = change.kind == Change::Kind::Update && change.before && showsNewRecord(*change.before);
+        if (!isOfNew || context.link->find(change.key)) continue;
+        if (!reader) reader.emplace(context);
+        if (!isThere(*reader, *change.entity, change.key))
+            deletions.push_back(
+                {.kind = Change::Kind::Delete, .key = change.key, .entity = change.entity, .before = change.after});
+    }
+    addDeletions(context, std::move(deletions));
+}
+
 using Arrival = PublishedChanges::Arrival;
 
 void tellBelow(ContextState const& context, Arrival const& arrival) {
@@ -294,6 +317,7 @@ void applyReceived(ContextState& context) {
         RecordingPause const pause(isStep ? context.recorder.get() : nullptr); // it is written down as a whole
         merge(context, *set, isCorrection ? Winner::UnsavedUntilSaved : Winner::Incoming);
         if (kind == Arrival::Kind::Corrections) forgetLinksOf(context, *set);
+        if (kind == Arrival::Kind::HandedUp) dropUnfounded(context, *set);
     }
 }
 
@@ -318,6 +342,21 @@ void mergeDeleted(ContextState& context, DeletedRecords const& records) {
         noteNews(context, *object, ContextNews::Deleted);
         mergeDeletion(context, *object, Winner::Unsaved);
     }
+}
+
+void dropHandedUp(ContextState& context, std::span<Ref<NSManagedObject> const> objects) {
+    auto const sets = context.published.forReading().sets;
+    if (!sets) return;
+    std::vector<Change> deletions;
+    for (auto const& object : objects) {
+        auto const handedUp = rowChangeIn(*sets, object->entity(), object->recordKey());
+        if (handedUp.isThere && handedUp.after)
+            deletions.push_back({.kind = Change::Kind::Delete,
+                                 .key = object->recordKey(),
+                                 .entity = &object->entity(),
+                                 .before = handedUp.after});
+    }
+    addDeletions(context, std::move(deletions));
 }
 
 void showRow(ContextState& context, NSManagedObject& object, RowRef row) {

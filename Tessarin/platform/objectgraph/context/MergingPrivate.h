@@ -14,6 +14,8 @@ void mergeSaved(ContextState& context, ContextState const& sender, ChangeSets co
 void mergeDeleted(ContextState& context, DeletedRecords const& records);
 /// The object shows this row from now on; whom it led to, and leads to now, looks again whom it has.
 void showRow(ContextState& context, NSManagedObject& object, RowRef row);
+/// Objects have left before they were saved: what children have handed up of their records does not make them records.
+void dropHandedUp(ContextState& context, std::span<Ref<NSManagedObject> const> objects);
 /// The object's record turned out to be gone; unsaved changes stay until a save finds that.
 void noteGone(ContextState& context, NSManagedObject& object);
 /// Records that a save left otherwise than it was given them: the context's objects follow, with their unsaved values on

@@ -1,10 +1,12 @@
 // Deleting objects: the delete rules work at once, so that the graph never shows a half-deleted state.
+#include "Tessarin/platform/objectgraph/context/MergingPrivate.h"
 #include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
 #include "Tessarin/platform/objectgraph/context/RelationshipsPrivate.h"
 #include "Tessarin/platform/objectgraph/context/QueueRequirementPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace Tessarin {
 namespace {
@@ -50,13 +52,16 @@ bool isThere(NSManagedObject& object) {
     return !object.isDeleted() && !GraphAccess::state(object).has(ObjectState::Gone);
 }
 
-/// An object that was never saved just leaves.
-void forgetInserted(ContextState& context, NSManagedObject& object) {
-    auto& state = GraphAccess::state(object);
-    unmarkChanged(context, object);
-    context.link->remove(object, state.key);
-    state.clear(ObjectState::Inserted);
-    state.set(ObjectState::Gone);
+/// Objects that were never saved just leave.
+void forgetInserted(ContextState& context, std::span<Ref<NSManagedObject> const> objects) {
+    for (auto const& object : objects) {
+        auto& state = GraphAccess::state(*object);
+        unmarkChanged(context, *object);
+        context.link->remove(*object, state.key);
+        state.clear(ObjectState::Inserted);
+        state.set(ObjectState::Gone);
+    }
+    if (!objects.empty()) dropHandedUp(context, objects);
 }
 
 } // namespace
@@ -84,8 +89,9 @@ void deleteAlone(ContextState& context, std::span<Ref<NSManagedObject> const> ob
     }
     for (auto const& object : objects)
         for (auto const* relationship : object->entity().relationships()) letGoAtOtherEnds(*object, *relationship);
-    for (auto const& object : objects)
-        if (object->isInserted()) forgetInserted(context, *object);
+    std::vector<Ref<NSManagedObject>> unsaved;
+    std::ranges::copy_if(objects, std::back_inserter(unsaved), [](auto const& object) { return object->isInserted(); });
+    forgetInserted(context, unsaved);
 }
 
 void NSManagedObjectContext::deleteObject(NSManagedObject& first) {
@@ -104,7 +110,7 @@ void NSManagedObjectContext::deleteObject(NSManagedObject& first) {
         for (auto const* relationship : object->entity().relationships()) applyRule(*object, *relationship, doomed);
         if (state.has(ObjectState::Inserted)) unsaved.push_back(object);
     }
-    for (auto const& object : unsaved) forgetInserted(*state_, *object);
+    forgetInserted(*state_, unsaved);
 }
 
 } // namespace Tessarin

@@ -234,8 +234,10 @@ void NSManagedObjectContext::refreshAllObjects() {
 
 void NSManagedObjectContext::rollback() {
     requireQueue(*this, "rollback");
+    std::vector<Ref<NSManagedObject>> unsaved;
     for (auto const& object : std::exchange(state_->changed, {})) {
         auto& state = GraphAccess::state(*object);
+        if (state.has(ObjectState::Inserted)) unsaved.push_back(object);
         auto const leaves = state.has(ObjectState::Inserted) || (state.extras && state.extras->isRecordGone);
         noteNews(*state_, *object, leaves ? ContextNews::Deleted : ContextNews::Refreshed);
         state.flags &= ObjectState::Unshown;
@@ -251,6 +253,7 @@ void NSManagedObjectContext::rollback() {
         state.set(ObjectState::Deleted);
         state.set(ObjectState::Gone);
     }
+    if (!unsaved.empty()) dropHandedUp(*state_, unsaved);
     if (state_->link) state_->link->forgetAliases();
     state_->published.setUnsaved({});
     dropRefused(*state_);

@@ -200,6 +200,15 @@ ChangeSets PublishedChanges::stage(Ref<ChangeSet const> const& own) {
     }
 }
 
+void PublishedChanges::add(Ref<ChangeSet const> const& set) {
+    for (;;) {
+        auto const before = forReading();
+        auto const read = withMore(copyOf(before.sets), {set});
+        std::lock_guard const hold(mutex_);
+        if (state_ == before.state) return append({set}, read);
+    }
+}
+
 void PublishedChanges::unstage(Ref<ChangeSet const> const& own) {
     if (!own) return;
     exchange([&](ChangeSets& sets, ChangeSets&) { std::erase(sets, own); }, std::make_shared<ChangeSets>(ChangeSets{own}));

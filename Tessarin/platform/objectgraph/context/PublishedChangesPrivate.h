@@ -52,6 +52,8 @@ public:
     void setUnsaved(ChangeSets unsaved);
     /// How often they have changed. Takes no lock.
     std::uint32_t unsavedChanges() const noexcept { return unsavedChanges_.load(std::memory_order_acquire); }
+    /// What the context itself has to say of what was handed up, behind it.
+    void add(Ref<ChangeSet const> const& set);
     /// A save begins: the own changes, with permanent keys now, become the last of the sets, which are the result.
     ChangeSets stage(Ref<ChangeSet const> const& own);
     /// The save failed: they are unsaved again.

@@ -41,8 +41,8 @@ void addCandidates(RelationshipChange const& change, KeyPromotions& promotions, 
 
 } // namespace
 
-ReadMembers RecordReader::members(NSRelationshipDescription const& relationship,
-                                            NSEntityDescription const& ownerEntity, RecordKey owner, Former former) const {
+ReadMembers RecordReader::members(NSRelationshipDescription const& relationship, NSEntityDescription const& ownerEntity,
+                                  RecordKey owner, Former former) const {
     MembersByOwner members;
     storedMembers(relationship, {&owner, 1}, members);
     return withChanges(relationship, ownerEntity, owner, std::move(members[owner]), former);
@@ -58,9 +58,8 @@ void RecordReader::storedMembers(NSRelationshipDescription const& relationship, 
     if (auto error = store_->members(relationship, saved, note)) throw ErrorException(error);
 }
 
-ReadMembers RecordReader::withChanges(NSRelationshipDescription const& relationship,
-                                                NSEntityDescription const& ownerEntity, RecordKey owner,
-                                                std::vector<RecordKey> stored, Former former) const {
+ReadMembers RecordReader::withChanges(NSRelationshipDescription const& relationship, NSEntityDescription const& ownerEntity,
+                                      RecordKey owner, std::vector<RecordKey> stored, Former former) const {
     auto const* inverse = relationship.inverseRelationship();
     if (inverse && !inverse->isToMany() && relationship.isReciprocal())
         return membersByRow(relationship, ownerEntity, owner, std::move(stored));
@@ -72,12 +71,12 @@ ReadMembers RecordReader::withChanges(NSRelationshipDescription const& relations
         if (auto const* ofOwner = set.find(ownerEntity, owner)) {
             if (isGone && ofOwner->kind == RecordChange::Kind::Insert) members.keys.clear();
             isGone = ofOwner->kind == RecordChange::Kind::Delete || (isGone && ofOwner->kind == RecordChange::Kind::Update);
-            if (ofOwner->kind == RecordChange::Kind::Delete && former == Former::Dropped) members.keys.clear();
         }
         eachChange(set, relationship, ownerEntity, owner, [&](auto const& change) {
             apply(change, coordinator_->promotions(), members.keys);
             members.areUnsaved = members.areUnsaved || isUnsaved(at);
         });
+        if (isGone && former == Former::Dropped) members.keys.clear(); // also whom the same set had let join before
         auto const gone = std::erase_if(members.keys, [&](RecordKey key) {
             auto const* change = set.find(destination, key);
             return change && change->kind == RecordChange::Kind::Delete;
@@ -98,9 +97,8 @@ void RecordReader::eachChange(ChangeSet const& set, NSRelationshipDescription co
 }
 
 /// The row is what a conflict was decided about: an owner whose change of its members did not stand still has it in its set.
-ReadMembers RecordReader::membersByRow(NSRelationshipDescription const& relationship,
-                                                 NSEntityDescription const& ownerEntity, RecordKey owner,
-                                                 std::vector<RecordKey> stored) const {
+ReadMembers RecordReader::membersByRow(NSRelationshipDescription const& relationship, NSEntityDescription const& ownerEntity,
+                                       RecordKey owner, std::vector<RecordKey> stored) const {
     auto const& destination = *relationship.destinationEntity();
     if (!hasChangesOf(destination) && !hasChangesOf(ownerEntity)) return {std::move(stored)};
     auto& promotions = coordinator_->promotions();

@@ -12,6 +12,17 @@
 
 namespace Tessarin {
 
+namespace {
+
+/// A record that was deleted, as a context shows it that has inserted it again and not saved it: null for all others.
+RowRef rowBroughtBack(ChangeSets const& unsaved, NSEntityDescription const& entity, RecordKey key) {
+    auto const shown = rowChangeIn(unsaved, entity, key);
+    bool const isBack = shown.isThere && shown.kind == RecordChange::Kind::Insert && shown.after && !showsNewRecord(*shown.after);
+    return isBack ? shown.after : RowRef();
+}
+
+} // namespace
+
 Ref<NSError> SaveOperation::deliver() {
     if (!isStillFree(context_.published.arrivals() - (own_ ? 1 : 0), lookedHere_)) return nullptr;
     if (context_.parent) return handUp(*context_.parent);
@@ -68,7 +79,11 @@ Ref<NSError> SaveOperation::handUp(NSManagedObjectContext& parent) {
         decided_.clear();
         if (!fitsAbove(state)) {
             RecordReader const above(state, RecordReader::Sees::Saved);
-            auto const stored = [&](NSEntityDescription const& entity, RecordKey key) { return above.row(entity, key); };
+            auto const unsaved = state.published.unsaved();
+            auto const stored = [&](NSEntityDescription const& entity, RecordKey key) {
+                auto row = above.row(entity, key);
+                return row ? row : rowBroughtBack(*unsaved, entity, key);
+            };
             try {
                 if (auto error = reconcile(
                         handed_, stored, [this](std::span<RowConflict> conflicts) { return decide(conflicts); }, outcome_,
@@ -96,6 +111,7 @@ bool SaveOperation::isStillFree(std::uint64_t arrivals, std::uint64_t& looked) {
 bool SaveOperation::fitsAbove(ContextState& parent) const {
     RecordReader const above(parent, RecordReader::Sees::Saved);
     auto const& cache = context_.coordinator->space()->cache();
+    auto const unsaved = parent.published.unsaved();
     std::unordered_map<RecordKey, RecordChange const*> handed; // the latest so far
     auto const latest = [&](RecordChange const& change) -> RecordChange const* {
         if (auto const found = handed.find(change.key); found != handed.end()) return found->second;
@@ -111,7 +127,9 @@ bool SaveOperation::fitsAbove(ContextState& parent) const {
                 continue;
             }
             auto const* basis = latest(change);
-            if ((basis ? basis->after : cache.find(change.key)) != change.before) return false;
+            if ((basis ? basis->after : cache.find(change.key)) == change.before) continue;
+            auto const back = rowBroughtBack(*unsaved, *change.entity, change.key);
+            if (!back || back->version() != change.before->version()) return false;
         }
         if (set == handed_.back()) break;
         for (auto const& change : set->changes()) handed[change.key] = &change;

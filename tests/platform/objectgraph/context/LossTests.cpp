@@ -58,24 +58,29 @@ TEST_P(Loss, AnEditOfAnUnreadFaultWhoseRecordIsGoneIsAConflict) {
 }
 
 TEST_P(Loss, WhatIsMadeOnARecordThatWasNeverSavedDoesNotMakeItARecord) {
-    auto const main = childOf(root), worker = childOf(main);
-    inserted(*main, "Book", {{"title", "A"}});
-    auto const book = fetched(*worker, "Book").at(0);
-    change(*book, "B", "title");
-    ASSERT_TRUE(saves(*worker));
-    main->performBlockAndWait([&] { main->rollback(); });
-    ASSERT_TRUE(saves(*main));
-    auto const above = fetched(*root, "Book");
-    ASSERT_TRUE(saves(*root));
-    Ref<NSManagedObjectID> identity;
-    worker->performBlockAndWait([&] { identity = book->objectID(); });
-    for (auto const& context : {root, main, worker}) {
-        EXPECT_EQ(fetched(*context, "Book").size(), 0u);
-        context->performBlockAndWait([&] { EXPECT_FALSE(context->existingObjectWithID(*identity, error)); });
-    }
-    root->performBlockAndWait([&] {
-        for (auto const& object : above) EXPECT_FALSE(object->managedObjectContext()) << "it was told that it is none";
-    });
+    for (bool const isDeleted : {false, true})
+        for (bool const isLate : {false, true}) {
+            SCOPED_TRACE((isDeleted ? "deleted" : "rolled back") + std::string(isLate ? ", then handed up" : ""));
+            auto const main = childOf(root), worker = childOf(main);
+            auto const made = inserted(*main, "Book", {{"title", "A"}});
+            auto const book = fetched(*worker, "Book").at(0);
+            change(*book, "B", "title");
+            if (!isLate) {
+                ASSERT_TRUE(saves(*worker));
+            }
+            main->performBlockAndWait([&] { isDeleted ? main->deleteObject(*made) : main->rollback(); });
+            ASSERT_TRUE(saves(*worker));
+            for (auto const& context : {main, root}) {
+                EXPECT_EQ(fetched(*main, "Book").size(), 0u);
+                ASSERT_TRUE(saves(*context));
+            }
+            Ref<NSManagedObjectID> identity;
+            worker->performBlockAndWait([&] { identity = book->objectID(); });
+            for (auto const& context : {root, main, worker}) {
+                EXPECT_EQ(fetched(*context, "Book").size(), 0u);
+                context->performBlockAndWait([&] { EXPECT_FALSE(context->existingObjectWithID(*identity, error)); });
+            }
+        }
 }
 
 TEST_P(Loss, ALinkBackToARecordThatIsSparedMakesNoRecordOfWhatWasNeverSaved) {

@@ -149,6 +149,13 @@ TEST_P(Undo, EveryEditGoesBackAndForthBeforeAndAfterSaves) {
              own.insertObject(many(book(context, "B"), "chapters").allObjects().front(), 0);
          }},
         {"a cascade", [](auto& context) { context.deleteObject(*book(context, "A")); }},
+        {"a cascade with members that were new",
+         [](auto& context) {
+             auto const a = book(context, "A");
+             many(book(context, "B"), "chapters").insertObject(many(a, "chapters").allObjects().front(), 0);
+             many(a, "chapters").addObject(inserted(context, "Chapter", {{"title", "N"}}));
+             context.deleteObject(*a);
+         }},
         {"what leaves many", [](auto& context) { context.deleteObject(*named(context, "Author", "name", "a")); }},
         {"linked objects, the last first",
          [](auto& context) {
@@ -271,6 +278,56 @@ TEST_P(Undo, WhatADeletedListLostInTheSameSaveStaysAwayWhenTheListIsReadAgain) {
     });
     NSManagedObjectContext::mergeChangesFromRemoteContextSave({{NSUpdatedObjectsKey, changed}}, std::vector{worker});
     worker->performBlockAndWait([&] { EXPECT_EQ(many(object, "tags").count(), 0U); });
+}
+
+TEST_P(Undo, WhoeverJoinedADeletedListInTheStepStaysAwayWhenTheListIsReadAgain) {
+    auto const worker = library.worker();
+    Ref<NSManagedObject> object;
+    std::vector<Ref<NSManagedObjectID>> changed;
+    worker->performBlockAndWait([&] {
+        undo = worker->undoManager();
+        object = book(*worker, "A");
+        changed.push_back(named(*worker, "Tag", "name", "red")->objectID());
+        many(object, "tags").addObject(inserted(*worker, "Tag", {{"name", "blue"}}));
+        ASSERT_TRUE(worker->save(error));
+        worker->deleteObject(*object);
+        ASSERT_TRUE(worker->save(error));
+    });
+    worker->performBlockAndWait([&] { EXPECT_TRUE(undo->undo()); });
+    NSManagedObjectContext::mergeChangesFromRemoteContextSave({{NSUpdatedObjectsKey, changed}}, std::vector{worker});
+    worker->performBlockAndWait([&] { EXPECT_EQ(many(object, "tags").count(), 1U); });
+}
+
+TEST_P(Undo, AChildMayChangeWhatAnUndoBroughtBack) {
+    auto const main = childOf(root), worker = childOf(main);
+    auto const in = [&](Ref<NSManagedObjectContext> const& context, FunctionRef<void()> work) {
+        context->performBlockAndWait([&] {
+            work();
+            ASSERT_TRUE(context->save(error)) << error->localizedDescription();
+        });
+    };
+    main->performBlockAndWait([&] { undo = main->undoManager(); });
+    for (bool const isSaved : {false, true}) {
+        SCOPED_TRACE(isSaved ? "its deletion is saved" : "its deletion is handed up");
+        in(worker, [&] {
+            worker->setUndoable("Tidy up");
+            worker->deleteObject(*book(*worker, "A"));
+        });
+        if (isSaved) in(main, [] {});
+        main->performBlockAndWait([&] { EXPECT_TRUE(undo->undo()); });
+        in(worker, [&] { book(*worker, "A")->setValueForKey(7 + isSaved, "year"); });
+        for (auto const& context : {main, root})
+            in(context, [&] { EXPECT_EQ(book(*context, "A")->valueForKey("year"), Value(7 + isSaved)); });
+        EXPECT_NE(stored().find("title=A year=" + std::to_string(7 + isSaved)), std::string::npos) << stored();
+    }
+    // Whose record was never saved comes back, too, although a child had changed it.
+    Ref<NSManagedObject> made;
+    main->performBlockAndWait([&] { made = inserted(*main, "Book", {{"title", "N"}}); });
+    in(worker, [&] { book(*worker, "N")->setValueForKey(9, "year"); });
+    main->performBlockAndWait([&] { main->deleteObject(*made); });
+    main->performBlockAndWait([&] { EXPECT_TRUE(undo->undo()); });
+    for (auto const& context : {main, root}) in(context, [&] { EXPECT_EQ(book(*context, "N")->valueForKey("year"), Value(9)); });
+    EXPECT_NE(stored().find("title=N year=9"), std::string::npos) << stored();
 }
 
 TEST_P(Undo, AStepIsATurnOrTheOutermostGroup) {

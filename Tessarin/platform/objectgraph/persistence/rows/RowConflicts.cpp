@@ -31,6 +31,7 @@ struct Chain {
     std::vector<std::size_t> sets; // of each step
     bool isInserted = false; // by one of the sets: nobody else can know it
     bool isBroken = false;   // a step was not made on the one before it
+    bool isDeleted = false;  // by one of the sets, which was a record: who inserts it then brings it back
 
     RowRef const& base() const { return steps.front()->before; }
     std::uint32_t version() const {
@@ -45,7 +46,10 @@ struct Chain {
             throwDamaged(*change.entity, *steps.front()->entity, change.key);
         if (!steps.empty() && (change.kind != Kind::Insert || steps.back()->after))
             isBroken = isBroken || change.before != steps.back()->after;
-        isInserted = isInserted || (change.kind == Kind::Insert && (steps.empty() || steps.back()->after));
+        bool const isOfNew = !steps.empty() && base() && showsNewRecord(*base());
+        bool const isFirst = steps.empty() || isOfNew || (steps.back()->after && !isDeleted);
+        isInserted = isInserted || (change.kind == Kind::Insert && isFirst);
+        isDeleted = isDeleted || change.kind == Kind::Delete;
         steps.push_back(&change);
         sets.push_back(set);
     }
@@ -131,7 +135,8 @@ private:
         bool const isGoneOnBothSides = !stored && !wanted;
         bool const wasNeverSaved = !stored && showsNewRecord(*chain.base());
         if (isGoneOnBothSides || wasNeverSaved) { // nor does what was made on it meanwhile reach a store
-            if (taker_ == SetTaker::Store && chain.steps.back()->after) rewrite(chain, nullptr, nullptr);
+            bool const isTold = wasNeverSaved || chain.steps.back()->after; // a deletion tells it itself
+            if (taker_ == SetTaker::Store && isTold) rewrite(chain, nullptr, nullptr);
             return;
         }
         conflicts_.push_back({first.entity, first.key, base, std::move(wanted), stored, stored});
