@@ -26,6 +26,7 @@ Ref<NSManagedObjectModel> const& model() {
             .attribute("edited", Type::Date, {.optional = false, .indexed = true})
             .toOne("notebook", "Notebook", {.inverse = "notes"})
             .toMany("tags", "Tag", {.inverse = "notes"})
+            .index("ofNotebook", {{"notebook"}, {"edited", false}})
             .build();
     }();
     return shared;
