@@ -28,6 +28,17 @@ void dropChanges(ContextState& context, NSManagedObject& object) {
     state.extras->toMany.clear();
 }
 
+/// Where a child has put members in order on top of an order that is unsaved here, its order is the unsaved one from now on.
+void takeOrder(ContextState& context, NSManagedObject& object, RelationshipChange const& change) {
+    auto& state = GraphAccess::state(object);
+    auto* toMany = state.extras ? state.extras->find(change.relationship->index()) : nullptr;
+    if (!toMany || !toMany->isReordered || !change.order) return;
+    toMany->members.clear();
+    for (auto const key : *change.order) toMany->members.add(context.link->current(key));
+    toMany->holdsTemporaries = true; // perhaps
+    noteUnshownLink(object, *change.relationship, 0, true); // nobody came or went
+}
+
 void forgetMembers(ObjectState& state, std::size_t property) {
     if (!state.extras) return;
     auto* toMany = state.extras->find(property);
@@ -213,6 +224,7 @@ void merge(ContextState& context, NSManagedObject& object, RecordChange const& c
     }
     for (auto const& each : change.relationships) {
         if (object.isDeleted()) cutNewLinks(context, object, each);
+        if (winner == Winner::Incoming) takeOrder(context, object, each);
         forgetMembers(GraphAccess::state(object), each.relationship->index());
     }
 }

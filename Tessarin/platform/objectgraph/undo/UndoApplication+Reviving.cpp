@@ -6,6 +6,19 @@
 #include <algorithm>
 
 namespace Tessarin {
+namespace {
+
+/// A row that showed what was not saved may lead to records by keys that have become others, or will.
+void keepNewDestinations(ObjectState& state) {
+    auto const& cells = state.layout->cells();
+    for (std::size_t cell = 0; cell < cells.size(); ++cell) {
+        auto const key = cells[cell].type == CellType::Reference ? state.row->reference(cell) : 0;
+        auto const property = cells[cell].property->index();
+        if (key < 0 && !state.more().value(property)) state.more().values.emplace_back(static_cast<std::uint32_t>(property), key);
+    }
+}
+
+} // namespace
 
 void UndoApplication::revive(UndoStep::Deletion const& deletion, Known& known) {
     auto const key = current(deletion.record.key);
@@ -67,6 +80,7 @@ void UndoApplication::reviveGone(NSManagedObject& object, RecordKey key, UndoSte
             toMany.isLoaded = true;
         }
     }
+    if (state.row) keepNewDestinations(state);
     if (state.extras) {
         auto const& properties = object.entity().properties();
         for (auto& [property, value] : state.extras->values)

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <iterator>
 #include <map>
+#include <unordered_set>
 #include <utility>
 
 namespace Tessarin {
@@ -38,7 +39,12 @@ void join(UndoStep& step, UndoStep more) {
     append(step.values, more.values);
     append(step.members, more.members);
     append(step.insertions, more.insertions);
+    std::unordered_set<RecordKey> gone;
+    for (auto const& deletion : more.deletions) gone.insert(deletion.record.key);
     append(step.deletions, more.deletions);
+    // Nobody else is in a list that comes back with its owner, however it was when that went.
+    for (auto& order : step.orders)
+        if (gone.contains(order.owner.key)) order.now.clear();
     if (more.orders.empty()) return;
     using Place = std::pair<RecordKey, NSRelationshipDescription const*>;
     std::map<Place, std::size_t> known;
@@ -107,6 +113,7 @@ void UndoManager::Inside::noteArrival(ChangeSet const& set) {
     arrived.takeKeys([this](RecordKey key) { return current(key); });
     arrived.fold();
     if (arrived.empty()) return;
+    if (groups_ == 0 && !isTakingBack_) closeIntoUndo(); // what this turn has changed so far came before it
     auto const& import = set.undoStep()->name;
     auto const known = imports_.find(import.get());
     auto const step = known != imports_.end() ? known->second.lock() : nullptr;

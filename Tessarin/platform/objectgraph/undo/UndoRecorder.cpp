@@ -109,26 +109,15 @@ RecordKey UndoManager::Inside::current(RecordKey key) const {
     return own != 0 ? own : link_->current(key);
 }
 
-/// Who came to be and went in the step comes back with nobody, also as a member of a list that was deleted.
-std::unordered_set<RecordKey> UndoManager::Inside::goneAgain(Open const& open) const {
-    std::unordered_set<RecordKey> deleted, gone = open.gone;
-    for (auto const& deletion : open.step.deletions) deleted.insert(current(deletion.record.key));
-    for (auto const& record : open.step.insertions)
-        if (auto const key = current(record.key); deleted.contains(key)) gone.insert(key);
-    return gone;
-}
-
 /// What stood between the places that are the same before and after.
 void UndoManager::Inside::finishOrders(Open& open) {
-    if (open.orders.empty()) return;
-    auto const gone = goneAgain(open);
     for (auto& [place, order] : open.orders) {
         auto const& relationship = *place.second;
         auto& before = order.before;
         std::ranges::transform(before, before.begin(), [this](RecordKey key) { return current(key); });
         auto const members = memberKeys(*order.owner, relationship);
         std::vector<RecordKey> now(members.begin(), members.end());
-        std::erase_if(now, [&](RecordKey key) { return gone.contains(key); });
+        std::erase_if(now, [&](RecordKey key) { return open.gone.contains(key); });
         auto const start = std::ranges::mismatch(before, now);
         auto const first = start.in1 - before.begin();
         auto beforeEnd = before.end();

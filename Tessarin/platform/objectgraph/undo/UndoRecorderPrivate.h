@@ -75,7 +75,6 @@ private:
     Ref<UndoStep> close();
     void closeIntoUndo();
     void noteOrdersWith(NSManagedObject& object);
-    std::unordered_set<RecordKey> goneAgain(Open const& open) const;
     void finishOrders(Open& open);
     void push(Steps& steps, Ref<UndoStep> step);
     void beginImport(Ref<std::string const> const& import, UndoStep step);

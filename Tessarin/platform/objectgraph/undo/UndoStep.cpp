@@ -144,6 +144,8 @@ void UndoStep::fold() {
     if (!gone.empty()) {
         std::erase_if(deletions, [&](Deletion const& each) { return gone.contains(each.record.key); });
         std::erase_if(insertions, [&](Record const& each) { return gone.contains(each.key); });
+        for (auto& order : orders) // they do not come back with a list that was deleted
+            std::erase_if(order.now, [&](RecordKey key) { return gone.contains(key); });
     }
     foldValues(values);
     std::erase_if(values, [&](ValueChange const& each) { return each.before == each.now || inserted.contains(each.record.key); });

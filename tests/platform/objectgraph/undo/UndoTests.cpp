@@ -298,6 +298,56 @@ TEST_P(Undo, WhoeverJoinedADeletedListInTheStepStaysAwayWhenTheListIsReadAgain) 
     worker->performBlockAndWait([&] { EXPECT_EQ(many(object, "tags").count(), 1U); });
 }
 
+TEST_P(Undo, AnImportIsAStepAfterWhatTheTurnHadChangedBefore) {
+    auto const worker = library.worker();
+    onRoot([&] {
+        book(*root, "A")->setValueForKey(2, "year");
+        worker->performBlockAndWait([&] {
+            worker->setUndoable("Import");
+            book(*worker, "A")->setValueForKey(3, "year");
+            ASSERT_TRUE(worker->save(error));
+        });
+    });
+    for (int const year : {2, 1900}) {
+        EXPECT_TRUE(undone());
+        onRoot([&] { EXPECT_EQ(book(*root, "A")->valueForKey("year"), Value(year)); });
+    }
+}
+
+TEST_P(Undo, WhatIsUndoneMayLeadToWhatAParentHadNotSaved) {
+    auto const main = childOf(root), worker = childOf(main);
+    auto const in = [&](Ref<NSManagedObjectContext> const& context, FunctionRef<void()> work) {
+        context->performBlockAndWait(work);
+        for (auto const& each : {context, main, root})
+            each->performBlockAndWait([&] { ASSERT_TRUE(each->save(error)) << error->localizedDescription(); });
+    };
+    auto const requireOrder = [&](std::vector<Value> const& titles) {
+        for (auto const& each : {worker, main, root, contextOver(library.coordinator)})
+            each->performBlockAndWait([&] {
+                std::vector<Value> found;
+                for (auto const& chapter : many(book(*each, "N"), "chapters").allObjects())
+                    found.push_back(chapter->valueForKey("title"));
+                EXPECT_EQ(found, titles);
+            });
+    };
+    main->performBlockAndWait([&] {
+        auto const made = inserted(*main, "Book", {{"title", "N"}});
+        for (auto const* title : {"1", "2", "3"})
+            many(made, "chapters").addObject(inserted(*main, "Chapter", {{"title", title}}));
+    });
+    in(worker, [&] {
+        undo = worker->undoManager();
+        auto chapters = many(book(*worker, "N"), "chapters");
+        chapters.moveObject(2, 0);
+        worker->deleteObject(*chapters.allObjects()[1]);
+    });
+    requireOrder({"3", "2"});
+    in(worker, [&] { EXPECT_TRUE(undo->undo()); });
+    requireOrder({"1", "2", "3"});
+    in(worker, [&] { EXPECT_TRUE(undo->redo()); });
+    requireOrder({"3", "2"});
+}
+
 TEST_P(Undo, AChildMayChangeWhatAnUndoBroughtBack) {
     auto const main = childOf(root), worker = childOf(main);
     auto const in = [&](Ref<NSManagedObjectContext> const& context, FunctionRef<void()> work) {
@@ -446,7 +496,10 @@ TEST_P(Undo, AnImportIsOneStepWhereItAsksForThat) {
                 auto const made = inserted(*worker, "Book", {{"title", "N"}, {"year", year}});
                 made->setValueForKey(named(*worker, "Author", "name", "b"), "author");
                 many(made, "chapters").addObject(inserted(*worker, "Chapter", {{"title", "N"}}));
-                if (year == 3) worker->deleteObject(*book(*worker, doomed));
+                auto const gone = book(*worker, doomed);
+                many(book(*worker, "C"), "chapters").addObject(many(gone, "chapters").allObjects().front());
+                many(gone, "chapters").addObject(inserted(*worker, "Chapter", {{"title", "gone"}}));
+                if (year == 3) worker->deleteObject(*gone);
                 book(*worker, "C")->setValueForKey(year, "year");
                 ASSERT_TRUE(worker->save(error));
             }
