@@ -119,7 +119,10 @@ void StoreClosing::finish() {
 void StoreClosing::close() {
     store_.coordinator_->closeStore();
     isClosed_ = true;
-    for (auto const& context : levels()) context->performBlock([context] { UndoManager::removeAllOf(*context); });
+    auto contexts = levels();
+    for (auto const& entry : store_.activeContexts())
+        if (auto worker = entry->context()) contexts.push_back(std::move(worker));
+    for (auto const& context : contexts) context->performBlock([context] { UndoManager::removeAllOf(*context); });
     store_.removeAsObserver(NSManagedObjectContextDidSaveNotification);
     store_.setActiveContexts({}); // whose entries keep the store
     end(problem_.get());

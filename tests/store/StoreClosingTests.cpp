@@ -1,4 +1,5 @@
 #include "Tessarin/platform/objectgraph/persistence/stores/StoreErrors.h"
+#include "Tessarin/platform/objectgraph/undo/UndoManager.h"
 #include "tests/store/StoreFixture.h"
 #include <atomic>
 #include <thread>
@@ -43,10 +44,18 @@ TEST(StoreClosing, AfterwardsContextsAndObjectsSaySo) {
         auto const store = home.store(StoreOptions{.model = peopleModel(), .filename = "Notes", .inMemory = inMemory});
         auto const worker = saveOne(*store, "Ada"), main = store->mainThreadContext(), root = store->privateContext();
         auto const ada = fetched(*worker, "Person").front();
+        Ref<UndoManager> undo;
+        worker->performBlockAndWait([&] {
+            undo = worker->undoManager();
+            (*ada)["name"] = "Eve";
+            Ref<NSError> error;
+            EXPECT_TRUE(undo->undo() && worker->save(error));
+        });
         EXPECT_FALSE(closing(*store).get());
         for (auto const& context : {worker, main, root})
             context->performBlockAndWait([&] {
                 SCOPED_TRACE(context->name());
+                EXPECT_FALSE(undo->canRedo());
                 Ref<NSError> error;
                 auto const request = make<NSFetchRequest>("Person");
                 EXPECT_TRUE(context->executeFetchRequest(*request, error).empty() && codeOf(error) == closedCode);

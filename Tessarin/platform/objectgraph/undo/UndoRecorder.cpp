@@ -115,8 +115,12 @@ void UndoManager::Inside::finishOrders(Open& open) {
         auto const& relationship = *place.second;
         auto& before = order.before;
         std::ranges::transform(before, before.begin(), [this](RecordKey key) { return current(key); });
-        auto const members = memberKeys(*order.owner, relationship);
-        std::vector<RecordKey> now(members.begin(), members.end());
+        std::vector<RecordKey> now;
+        try {
+            std::ranges::copy(memberKeys(*order.owner, relationship), std::back_inserter(now));
+        } catch (ErrorException const&) { // at the end of a turn there is nobody who could be told
+            continue;
+        }
         std::erase_if(now, [&](RecordKey key) { return open.gone.contains(key); });
         auto const start = std::ranges::mismatch(before, now);
         auto const first = start.in1 - before.begin();

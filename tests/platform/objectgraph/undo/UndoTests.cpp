@@ -549,6 +549,21 @@ TEST_P(Undo, AnImportWhoseSavesTakeEachOtherBackIsNoStep) {
     }
 }
 
+TEST_P(Undo, ATurnEndsAsUsualWhereAListCannotBeReadAnyMore) {
+    onRoot([&] {
+        auto const a = book(*root, "A");
+        a->setValueForKey(7, "year");
+        many(a, "chapters").moveObject(0, 2);
+        auto const worker = library.worker();
+        worker->performBlockAndWait([&] {
+            many(book(*worker, "A"), "chapters").addObject(inserted(*worker, "Chapter", {{"title", "4"}}));
+            ASSERT_TRUE(worker->save(error));
+        });
+        library.coordinator->closeStore();
+    });
+    EXPECT_TRUE(undo->canUndo());
+}
+
 TEST_P(Undo, ResetAndAWholeDeletionEmptyIt) {
     int told = 0;
     auto const connection = undo->observe([&] { ++told; });
