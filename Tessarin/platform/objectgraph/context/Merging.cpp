@@ -176,10 +176,7 @@ void takeRow(ContextState& context, NSManagedObject& object, RecordChange const&
 /// Whether a context sees a record. A change that waits to be saved does not bring one back, only an insertion does.
 bool isThere(RecordReader const& reader, NSEntityDescription const& entity, RecordKey key) {
     if (!reader.row(entity, key)) return false;
-    bool isThere = std::ranges::any_of(reader.sets(), [&](auto const& set) {
-        auto const* change = set->find(entity, key);
-        return change && change->kind == RecordChange::Kind::Insert;
-    });
+    bool isThere = reader.isInserted(entity, key);
     if (isThere || !reader.store()) return isThere;
     auto const error = reader.store()->rows(*entity.rootEntity(), {&key, 1}, [&](RowRef const&) { isThere = true; });
     if (error) throw ErrorException(error);

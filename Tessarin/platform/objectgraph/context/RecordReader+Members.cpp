@@ -89,8 +89,7 @@ ReadMembers RecordReader::withChanges(NSRelationshipDescription const& relations
 void RecordReader::eachChange(ChangeSet const& set, NSRelationshipDescription const& relationship,
                               NSEntityDescription const& ownerEntity, RecordKey owner,
                               FunctionRef<void(RelationshipChange const&)> each) const {
-    auto const former = owner > 0 ? coordinator_->promotions().temporaryKey(owner) : 0;
-    for (auto const key : {former, owner})
+    for (auto const key : {formerKey(owner), owner})
         if (auto const* change = key == 0 ? nullptr : set.find(ownerEntity, key))
             for (auto const& changed : change->relationships)
                 if (changed.relationship == &relationship) each(changed);

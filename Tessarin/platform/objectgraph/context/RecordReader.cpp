@@ -92,9 +92,22 @@ bool RecordReader::knowsUnsaved(RecordKey key) const {
                                [&](auto const& entity) { return !entity->superentity() && pending(*entity, key).row; });
 }
 
+RecordKey RecordReader::formerKey(RecordKey key) const {
+    return key > 0 ? coordinator_->promotions().temporaryKey(key) : 0;
+}
+
+bool RecordReader::isInserted(NSEntityDescription const& entity, RecordKey key) const {
+    auto const former = formerKey(key);
+    return std::ranges::any_of(sets_, [&](auto const& set) {
+        auto const* change = set->find(entity, key);
+        if (!change && former != 0) change = set->find(entity, former);
+        return change && change->kind == RecordChange::Kind::Insert;
+    });
+}
+
 RecordReader::Pending RecordReader::pending(NSEntityDescription const& entity, RecordKey key) const {
     Pending result;
-    auto const before = key > 0 ? coordinator_->promotions().temporaryKey(key) : 0;
+    auto const before = formerKey(key);
     for (std::size_t at = 0; at < sets_.size(); ++at) {
         auto const& set = sets_[at];
         auto const* change = set->find(entity, key);

@@ -32,6 +32,8 @@ public:
     bool hasChangesOf(NSEntityDescription const& entity) const;
     /// Whether a record with that temporary key is among them.
     bool knowsUnsaved(RecordKey key) const;
+    /// Whether one of them inserts that record, under the key that it has or had.
+    bool isInserted(NSEntityDescription const& entity, RecordKey key) const;
     NSPersistentStore* store() const noexcept { return store_; }
 
     /// The record's row; none when there is no such record. `fresh` asks the store even when a row is in memory.
@@ -61,6 +63,7 @@ private:
         RowRef row;
         bool isUnsaved = false; // one that an ancestor has not saved is the latest
     };
+    RecordKey formerKey(RecordKey key) const; // its temporary one, or 0
     Pending pending(NSEntityDescription const& entity, RecordKey key) const;
     bool isUnsaved(std::size_t set) const { return set < isUnsaved_.size() && isUnsaved_[set]; }
     void eachChange(ChangeSet const& set, NSRelationshipDescription const& relationship, NSEntityDescription const& ownerEntity,

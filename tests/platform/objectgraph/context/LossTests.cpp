@@ -83,6 +83,16 @@ TEST_P(Loss, WhatIsMadeOnARecordThatWasNeverSavedDoesNotMakeItARecord) {
         }
 }
 
+TEST_P(Loss, WhatAnAncestorHasNotSavedStaysWhenAWorkerLinksIt) {
+    auto const main = childOf(root), worker = childOf(main);
+    inserted(*root, "Author", {{"name", "A"}});
+    inserted(*worker, "Book", {{"author", Value(fetched(*worker, "Author").at(0))}});
+    for (auto const& context : {worker, main, root}) {
+        ASSERT_TRUE(saves(*context));
+    }
+    EXPECT_EQ(listed(fetched(*root, "Author"), "name"), "A");
+}
+
 TEST_P(Loss, ALinkBackToARecordThatIsSparedMakesNoRecordOfWhatWasNeverSaved) {
     auto const author = saved("Author", {{"name", "A"}});
     auto const main = childOf(root), worker = childOf(main);
