@@ -153,6 +153,14 @@ void giveWay(ContextState& context, NSManagedObject& object, RecordChange const&
     for (auto const& [property, owner] : left) lookAgainFrom(context, *property, owner);
 }
 
+/// One that was asked when there was no such record.
+void becomeFault(ContextState& context, NSManagedObject& object) {
+    auto& state = GraphAccess::state(object);
+    state.clear(ObjectState::Gone);
+    state.set(ObjectState::Fault);
+    context.feed.note(context, object);
+}
+
 void takeRow(ContextState& context, NSManagedObject& object, RecordChange const& change, Winner winner) {
     auto& state = GraphAccess::state(object);
     if (!change.after || !change.changesRow()) return; // the row that its links were changed on is another change's to bring
@@ -161,7 +169,10 @@ void takeRow(ContextState& context, NSManagedObject& object, RecordChange const&
         return context.values.note(object);
     }
     bool const hasValues = state.has(ObjectState::Changed) && state.extras && !state.extras->values.empty();
-    if (!state.row && !hasValues) return lookAgainAround(context, change); // a fault reads it when it is asked
+    if (!state.row && !hasValues) { // a fault reads it when it is asked
+        if (state.has(ObjectState::Gone)) becomeFault(context, object);
+        return lookAgainAround(context, change);
+    }
     auto row = rowAfter(context, state, change);
     if (winner == Winner::UnsavedUntilSaved && changesBeneath(state, *row)) return;
     auto const before = std::exchange(state.row, std::move(row));

@@ -125,6 +125,19 @@ TEST_P(Loss, AValueSetToWhatItWasGivesWayToWhatOthersStored) {
     EXPECT_EQ(shown(*mine, "title"), Value("B"));
 }
 
+TEST_P(Loss, AFaultThatFoundNoRecordShowsOneThatOthersBringBack) {
+    auto const author = saved("Author", {{"name", "A"}});
+    auto const main = childOf(root);
+    auto const theirs = main->objectWithID(*author->objectID());
+    ASSERT_TRUE(root->executeRequest(*make<NSBatchDeleteRequest>(std::vector{author->objectID()}), error));
+    ASSERT_EQ(shown(*theirs, "name"), Value());
+    change(*author, "B", "name");
+    root->setMergePolicy(NSMergeByPropertyObjectTrumpMergePolicy());
+    ASSERT_TRUE(saves(*root));
+    main->performBlockAndWait([&] { main->processPendingChanges(); });
+    EXPECT_EQ(shown(*theirs, "name"), Value("B"));
+}
+
 TEST_P(Loss, ARefreshShowsThatARecordIsGone) {
     auto const book = saved("Book", {{"title", "A"}}), other = saved("Book", {{"title", "B"}}),
                edited = saved("Book", {{"title", "C"}});
