@@ -315,7 +315,9 @@ void letGoOfMember(ContextState& context, RecordKey ownerKey, NSRelationshipDesc
     if (!members) return;
     members->members.remove(member);
     members->removed.remove(member);
-    if (members->added.remove(member)) noteUnshownLink(*owner, toMany, member, false);
+    if (!members->added.remove(member)) return;
+    noteUnshownLink(*owner, toMany, member, false);
+    context.feed.note(context, *owner); // who deleted the record knew nothing of it
 }
 
 } // namespace

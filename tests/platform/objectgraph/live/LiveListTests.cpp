@@ -230,6 +230,20 @@ TEST_P(LiveListTest, LearnsOfADeletionBySomebodyWhoDidNotKnowOfTheManyUnsavedLin
     EXPECT_TRUE(hers(100)) << "behind those of nobody";
 }
 
+TEST_P(LiveListTest, LearnsThatATagIsGoneThatOnlyUnsavedBooksHad) {
+    auto const tag = inserted(*root, "Tag", {{"name", "t"}});
+    ASSERT_TRUE(saves(*root));
+    auto const worker = library.worker();
+    worker->performBlockAndWait([&] { worker->deleteObject(*worker->objectWithID(*tag->objectID())); });
+    auto const book = inserted(*root, "Book", {{"title", "A"}});
+    root->performBlockAndWait([&] { book->mutableSetValueForKey("tags").addObject(tag); });
+    Watched const list(root, {}, where("ANY tags.name == 't'"));
+    EXPECT_EQ(list.text(), "A");
+    ASSERT_TRUE(saves(*worker));
+    root->performBlockAndWait([] {});
+    EXPECT_EQ(list.text(), "");
+}
+
 TEST_P(LiveListTest, OutlivesItsContext) {
     Ref<LiveList> list;
     {
