@@ -36,6 +36,7 @@ void UndoApplication::revive(UndoStep::Deletion const& deletion, Known& known) {
         reviveGone(*object, key, deletion);
     if (auto* recorder = recorderOf(*object)) recorder->noteInsertion(*object);
     if (known.object != object) known.object = object;
+    known.isRevived = true;
     revived_.push_back(&known);
 }
 

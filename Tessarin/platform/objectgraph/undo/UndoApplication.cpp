@@ -107,18 +107,28 @@ void UndoApplication::restoreValue(UndoStep::ValueChange const& change) {
     if (object->valueForKey(attribute->name()) == change.now) object->setValueForKey(change.before, attribute->name());
 }
 
+/// Those of an object that has just come back may have gone with it and not come back.
+std::vector<RecordKey> UndoApplication::membersThere(NSManagedObject& owner, Relationship const& relationship) {
+    auto const keys = memberKeys(owner, relationship);
+    std::vector<RecordKey> members(keys.begin(), keys.end());
+    if (known(owner.recordKey()).isRevived)
+        std::erase_if(members, [&](RecordKey key) { return !there(*relationship.destinationEntity(), key); });
+    return members;
+}
+
 /// Places are known where nobody else has been at them; otherwise what comes back comes last.
 void UndoApplication::findOrders() {
     for (auto const& change : step_.orders) {
         auto* const owner = there(change.owner);
         if (!owner || isDoomed(owner->recordKey())) continue;
-        auto const members = memberKeys(*owner, *change.relationship);
+        auto const members = membersThere(*owner, *change.relationship);
         if (change.at > members.size() || change.now.size() > members.size() - change.at) continue;
-        auto const replaced = members.subspan(change.at, change.now.size());
-        if (!std::ranges::equal(replaced, change.now)) continue;
-        Order order{owner, change.relationship, {members.begin(), replaced.begin()}};
+        auto const from = members.begin() + static_cast<std::ptrdiff_t>(change.at);
+        auto const to = from + static_cast<std::ptrdiff_t>(change.now.size());
+        if (!std::equal(from, to, change.now.begin())) continue;
+        Order order{owner, change.relationship, {members.begin(), from}};
         order.keys.insert(order.keys.end(), change.before.begin(), change.before.end());
-        order.keys.insert(order.keys.end(), replaced.end(), members.end());
+        order.keys.insert(order.keys.end(), to, members.end());
         orders_.push_back(std::move(order));
     }
 }

@@ -27,6 +27,7 @@ private:
         std::uint32_t linked = 0; // a bit for each to-one of which both ends were seen to be there
         bool isSought = false;    // among those that are read ahead, or there is no record now
         bool isDoomed = false;    // this makes it go
+        bool isRevived = false;   // this has brought it back
     };
     /// Of a member that joined or left.
     struct Ends {
@@ -76,6 +77,7 @@ private:
     bool link(NSManagedObject& object, Relationship const& relationship, NSManagedObject& other);
     void unlink(NSManagedObject& object, Relationship const& relationship, NSManagedObject& other);
 
+    std::vector<RecordKey> membersThere(NSManagedObject& owner, Relationship const& relationship);
     void findOrders();
     void restoreOrder(Order const& order);
 

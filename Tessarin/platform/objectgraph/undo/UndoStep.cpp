@@ -153,7 +153,7 @@ void UndoStep::fold() {
     if (!inserted.empty())
         std::erase_if(members,
                       [&](MemberChange const& each) { return inserted.contains(each.owner.key) || gone.contains(each.member); });
-    std::erase_if(orders, [](OrderChange const& each) { return each.before == each.now; });
+    std::erase_if(orders, [&](OrderChange const& each) { return each.before == each.now || inserted.contains(each.owner.key); });
     folded_ = {values.size(), members.size(), insertions.size(), deletions.size()};
 }
 

@@ -153,7 +153,8 @@ TEST_P(Undo, EveryEditGoesBackAndForthBeforeAndAfterSaves) {
          [](auto& context) {
              auto const a = book(context, "A");
              many(book(context, "B"), "chapters").insertObject(many(a, "chapters").allObjects().front(), 0);
-             many(a, "chapters").addObject(inserted(context, "Chapter", {{"title", "N"}}));
+             many(a, "chapters").insertObject(inserted(context, "Chapter", {{"title", "N"}}), 0);
+             many(a, "chapters").moveObject(1, 2);
              context.deleteObject(*a);
          }},
         {"what leaves many", [](auto& context) { context.deleteObject(*named(context, "Author", "name", "a")); }},
@@ -169,6 +170,16 @@ TEST_P(Undo, EveryEditGoesBackAndForthBeforeAndAfterSaves) {
              b->setValueForKey("X", "title"), b->setValueForKey(named(context, "Author", "name", "b"), "author");
              many(b, "chapters").moveObject(2, 0);
              context.deleteObject(*b);
+         }},
+        {"made, saved, put in order and deleted",
+         [](auto& context) {
+             auto const made = inserted(context, "Book", {{"title", "N"}});
+             for (auto const* name : {"4", "5"})
+                 many(made, "chapters").addObject(inserted(context, "Chapter", {{"title", name}}));
+             Ref<NSError> error;
+             EXPECT_TRUE(context.save(error));
+             many(made, "chapters").moveObject(0, 1);
+             context.deleteObject(*made);
          }},
         {"made and deleted",
          [](auto& context) {
