@@ -1,11 +1,15 @@
-// W19: how soon one process has what another one saved.
+// W19: how soon one process has what another one saved, and what it costs to wait for that.
 #include "benchmarks/store/Children.h"
 #include "benchmarks/store/OurModel.h"
 #include "benchmarks/store/OurRows.h"
 
 #include <algorithm>
 #include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <string>
 #include <thread>
+#include <unistd.h>
 
 namespace Tessarin::benchmarks {
 namespace {
@@ -19,7 +23,29 @@ Ref<Book> firstBook(NSManagedObjectContext& context) {
     return context.allObjects<Book>({.predicate = NSPredicate::predicateWithFormat("year < %d", changedBefore)}).front();
 }
 
+/// How often this process's other threads have gone to sleep so far: each had been woken.
+double sleepsOfOtherThreads() {
+    double count = 0;
+    auto const own = std::to_string(gettid());
+    for (auto const& thread : std::filesystem::directory_iterator("/proc/self/task")) {
+        if (thread.path().filename() == own) continue;
+        std::ifstream status(thread.path() / "status");
+        for (std::string name; status >> name;)
+            if (double value; name == "voluntary_ctxt_switches:" && status >> value) count += value;
+    }
+    return count;
+}
+
 } // namespace
+
+Reading wakeUpsOfAnIdleSecond(std::string const& file) {
+    Stack stack(file, Synchronous::Full, Stack::History::Merged);
+    stack.root->performBlockAndWait([&] { firstBook(*stack.root); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(500)); // what opening it has begun ends
+    auto const before = sleepsOfOtherThreads();
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    return {.value = sleepsOfOtherThreads() - before};
+}
 
 Reading saveForOthers(std::string const& file) {
     Stack stack(file, Synchronous::Full, Stack::History::Kept);

@@ -29,6 +29,8 @@ std::uint64_t sumOfTitles(Library const& library);
 Reading delayOfOthersSaves(Contender& ours, std::string const& file);
 /// What that process does.
 Reading saveForOthers(std::string const& file);
+/// W19b: how often threads of a process wake up within a second while it follows a file that nobody changes.
+Reading wakeUpsOfAnIdleSecond(std::string const& file);
 
 // Several rows each, as far as they are wanted.
 using Wants = FunctionRef<bool(std::string const& id, std::string const& what)>;

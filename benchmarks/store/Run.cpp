@@ -34,6 +34,7 @@ void Run::measureOwnRows() {
     measureFetchesDuringSave(FetchedEntity::Book, "W15b", "the same of the saved entity");
     if (wants("W16", "batched fetch")) measureBatchedFetch();
     if (wants("W19", "another process's save")) measureOthersSaves();
+    if (wants("W19b", "wake-ups of an idle second")) measureIdleSecond();
     measureUnsavedGrowth(options_.folder, wanted_, add_);
     measureWholeTables(options_.folder, options_.isScaled, wanted_, addCosts_);
     measureLookups(options_.folder, options_.isScaled, wanted_, addCosts_);
@@ -165,6 +166,11 @@ void Run::measureOthersSaves() {
     Row row{.group = "store", .row = "W19 another process's save is shown", .unit = "ms", .ours = reading.value, .target = 100};
     addWall(row, reading.wall, 0);
     report_.add(std::move(row));
+}
+
+void Run::measureIdleSecond() {
+    auto const reading = wakeUpsOfAnIdleSecond(session_.fileFor(Start::Copied, *contenders_[0]));
+    report_.add({.group = "store", .row = "W19b wake-ups of an idle second", .unit = "", .ours = reading.value, .target = 0.5});
 }
 
 /// How much the ratio to rawbest grows from the smallest library to the largest.

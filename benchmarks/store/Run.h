@@ -42,6 +42,7 @@ private:
     void measureFetchesDuringSave(FetchedEntity entity, char const* id, char const* what);
     void measureBatchedFetch();
     void measureOthersSaves();
+    void measureIdleSecond();
 
     RunOptions const& options_;
     Session::Contenders const& contenders_;
