@@ -95,6 +95,7 @@ public:
             if (auto error = resolve(conflicts_)) return error;
         }
         for (auto const& conflict : conflicts_) rewrite(chains_.at(conflict.key), conflict.stored, conflict.final);
+        for (auto const& conflict : conflicts_) agreeWithPartners(conflict);
         if (!spared_.empty()) leadBackToSpared();
         if (!rewritten_.empty()) rewriteSets(outcome);
         return nullptr;
@@ -184,6 +185,47 @@ private:
         rewritten_.emplace(first.key, std::move(made));
     }
 
+    /// What was decided of one end of a link of one to one holds for the other: whoever led here, on either side, and is not who
+    /// is led to now, lets go.
+    void agreeWithPartners(RowConflict const& conflict) {
+        if (!conflict.final) return; // links to it are cut
+        auto const& cells = conflict.final->layout().cells();
+        for (std::size_t cell = 0; cell < cells.size(); ++cell) {
+            auto const* relationship = cells[cell].property->asRelationship();
+            auto const* inverse = relationship && relationship->isReciprocal() ? relationship->inverseRelationship() : nullptr;
+            if (cells[cell].type != CellType::Reference || !inverse || inverse->isToMany()) continue;
+            auto const now = conflict.final->reference(cell);
+            for (auto const& row : {conflict.base, conflict.wanted, conflict.stored})
+                if (row && row->reference(cell) != now) lead(row->reference(cell), *inverse, conflict.key, 0, conflict);
+            lead(now, *inverse, 0, conflict.key, conflict);
+        }
+    }
+    /// A partner that leads to `from` leads to `to`.
+    void lead(RecordKey key, NSRelationshipDescription const& relationship, RecordKey from, RecordKey to,
+              RowConflict const& conflict) {
+        if (key == 0) return;
+        auto const chain = chains_.find(key);
+        auto const made = rewritten_.find(key);
+        bool const isChanged = chain != chains_.end();
+        auto const stored = made != rewritten_.end() ? made->second.change.before : stored_(*relationship.entity(), key);
+        auto const row = made != rewritten_.end() ? made->second.change.after
+                         : isChanged              ? chain->second.steps.back()->after
+                                                  : stored;
+        auto const cell = row ? row->layout().cellOf(relationship.index()) : RowLayout::noCell;
+        if (cell == RowLayout::noCell || row->reference(static_cast<std::size_t>(cell)) != from) return;
+        builder_.begin(*row, row->version() + 1);
+        builder_.setReference(static_cast<std::size_t>(cell), to);
+        auto const after = builder_.finish();
+        if (made != rewritten_.end())
+            made->second.change.after = after;
+        else if (isChanged)
+            rewrite(chain->second, stored, after);
+        else
+            rewritten_.emplace(
+                key, Rewritten{chains_.at(conflict.key).sets.front(),
+                               {.kind = Kind::Update, .key = key, .entity = &row->entity(), .before = stored, .after = after}});
+    }
+
     /// Whatever let go of a record only because that was deleted leads to it again, since the deletion was given up: references
     /// here, links of many to many below. What had let go of it in an earlier save meant it.
     void leadBackToSpared() {
@@ -248,6 +290,8 @@ private:
                 if (made.after) made.relationships = decided(change.relationships, set);
                 if (made.before != made.after || !made.relationships.empty()) changes.push_back(std::move(made));
             }
+            for (auto const& [key, made] : rewritten_)
+                if (made.set == set && !chains_.contains(key)) changes.push_back(made.change);
             outcome.sets.push_back(std::make_shared<ChangeSet const>(sets_[set]->sharedSpace(), std::move(changes),
                                                                      sets_[set]->origin(), sets_[set]->undoStep()));
         }
