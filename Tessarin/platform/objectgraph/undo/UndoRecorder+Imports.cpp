@@ -43,8 +43,9 @@ void join(UndoStep& step, UndoStep more) {
     for (auto const& deletion : more.deletions) gone.insert(deletion.record.key);
     append(step.deletions, more.deletions);
     // Nobody else is in a list that comes back with its owner, however it was when that went.
-    for (auto& order : step.orders)
-        if (gone.contains(order.owner.key)) order.now.clear();
+    if (!gone.empty())
+        for (auto& order : step.orders)
+            if (gone.contains(order.owner.key)) order.now.clear();
     if (more.orders.empty()) return;
     using Place = std::pair<RecordKey, NSRelationshipDescription const*>;
     std::map<Place, std::size_t> known;
