@@ -29,7 +29,7 @@ bool isKnownBelow(NSEntityDescription const& entity, std::string_view key) {
 NSPropertyDescription const& PropertyHandle::lookUp(NSEntityDescription const& entity) const {
     auto const* property = entity.propertyNamed(name_);
     if (!property) fatal("the entity " + entity.name() + " has no property \"" + std::string{name_} + "\"");
-    last_.store(property, std::memory_order_release);
+    last_.store(property->mark(), std::memory_order_relaxed);
     return *property;
 }
 

@@ -4,6 +4,7 @@
 #include "Tessarin/platform/objectgraph/model/NSEntityDescription.h"
 #include "Tessarin/platform/objectgraph/model/NSPropertyDescription.h"
 #include <atomic>
+#include <cstdint>
 #include <string_view>
 
 namespace Tessarin {
@@ -22,9 +23,9 @@ public:
     std::string_view name() const noexcept { return name_; }
     /// The property of that name in `entity`. Fatal when there is none.
     NSPropertyDescription const& in(NSEntityDescription const& entity) const {
-        auto const* known = last_.load(std::memory_order_acquire);
-        if (known && entity.propertyAt(known->index()) == known) return *known;
-        return lookUp(entity);
+        auto const known = last_.load(std::memory_order_relaxed);
+        auto const* property = entity.propertyAt(known & NSPropertyDescription::positionInMark);
+        return property && property->mark() == known ? *property : lookUp(entity);
     }
 
 protected:
@@ -34,7 +35,7 @@ private:
     NSPropertyDescription const& lookUp(NSEntityDescription const& entity) const;
 
     std::string_view name_;
-    mutable std::atomic<NSPropertyDescription const*> last_{nullptr}; // the property that was found last: a hint
+    mutable std::atomic<std::uint64_t> last_{0}; // the mark of the property that was found last, whose model may be gone
 };
 
 // What a function takes that works on properties of whatever class.

@@ -4,6 +4,7 @@
 #include "Tessarin/platform/objectgraph/model/StableHashPrivate.h"
 
 #include <algorithm>
+#include <atomic>
 
 namespace Tessarin {
 namespace {
@@ -15,6 +16,12 @@ void normalize(EntityDefinition& entity) {
     if (entity.options.renamingIdentifier.empty()) entity.options.renamingIdentifier = entity.name;
     std::erase_if(entity.uniquenessConstraints, [](auto const& names) { return names.empty(); });
     std::erase_if(entity.indexes, [](auto const& index) { return index.elements.empty(); });
+}
+
+std::uint64_t newMark(std::size_t index) {
+    static std::atomic<std::uint64_t> last{0};
+    auto const number = last.fetch_add(1, std::memory_order_relaxed) + 1;
+    return number * (NSPropertyDescription::positionInMark + 1) + (index & NSPropertyDescription::positionInMark);
 }
 
 } // namespace
@@ -90,6 +97,7 @@ bool ModelAssembler::addProperty(NSEntityDescription& entity, Ref<NSPropertyDesc
     if (property->name().empty()) return fail("a property of " + entity.name() + " has no name");
     property->entity_ = &entity;
     property->index_ = entity.properties_.size();
+    property->mark_ = newMark(property->index_);
     if (!entity.names_.append(property->name()))
         return fail("two properties of " + entity.name() + " are named " + property->name());
     entity.properties_.push_back(property.get());

@@ -1,6 +1,7 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/model/ModelDefinition.h"
 #include "Tessarin/platform/runtime/NSObject.h"
+#include <cstdint>
 
 namespace Tessarin {
 
@@ -17,6 +18,10 @@ public:
     NSEntityDescription const* entity() const noexcept { return entity_; }
     /// Its position in `properties()` of the declaring entity and of every sub-entity.
     std::size_t index() const noexcept { return index_; }
+    /// Stands for this property and never for another, not even for one that a later model has in its memory. The low bits are its
+    /// position, as far as that fits in them. Never 0.
+    std::uint64_t mark() const noexcept { return mark_; }
+    static constexpr std::uint64_t positionInMark = (std::uint64_t{1} << 20) - 1;
 
     bool isOptional() const noexcept { return isOptional_; }
     bool isTransient() const noexcept { return isTransient_; }
@@ -40,6 +45,7 @@ protected:
     NSAttributeDescription const* attribute_ = nullptr;
     NSRelationshipDescription const* relationship_ = nullptr;
     std::size_t index_ = 0;
+    std::uint64_t mark_ = 0;
     bool isOptional_ = true;
     bool isTransient_ = false;
 };

@@ -56,6 +56,20 @@ TEST_F(TypedAccess, SettersTakeWhatPeopleWrite) {
     EXPECT_DEATH(author->NSManagedObject::get(Book::title), "the entity Author has no property \"title\"");
 }
 
+// A later model may have another property where one of theirs was.
+TEST_F(TypedAccess, HandlesRememberNothingOfModelsThatAreGone) {
+    static Attribute<std::string> const handles[] = {Attribute<std::string>{"a"}, Attribute<std::string>{"b"},
+                                                     Attribute<std::string>{"c"}, Attribute<std::string>{"d"}};
+    for (std::size_t round = 0; round < 100; ++round) {
+        ModelBuilder builder;
+        builder.entity("Page");
+        for (std::size_t at = 0; at < 4; ++at)
+            builder.attribute(std::string(handles[(at + round) % 4].name()), NSAttributeType::String);
+        auto const model = builder.build();
+        for (auto const& handle : handles) EXPECT_EQ(handle.in(*model->entityNamed("Page")).name(), handle.name());
+    }
+}
+
 TEST_F(TypedAccess, ASubscriptReadsAsWhatItIsKeptIn) {
     auto& b = *book;
     b["title"] = "Emma", b["year"] = 1815, b["price"] = 2.5;
