@@ -66,9 +66,12 @@ private:
         return list;
     }
 
+    /// `get_number` takes fractions with 19 digits or more for 0, and knows no integer beyond 64 bits.
     template <class Source> static Value readNumber(Source& source) {
+        std::string_view const token = source.raw_json_token();
+        bool const isLongFraction = token.size() >= 19 && token.find_first_of(".eE") != token.npos;
         ondemand::number number;
-        if (source.get_number().get(number)) return Value(double(source.get_double())); // an integer beyond 64 bits
+        if (isLongFraction || source.get_number().get(number)) return Value(double(source.get_double()));
         if (number.is_int64()) return Value(number.get_int64());
         return Value(number.is_uint64() ? static_cast<double>(number.get_uint64()) : number.get_double());
     }
