@@ -1,10 +1,12 @@
 #include "StoreFixture.h"
 #include "Tessarin/platform/objectgraph/persistence/migration/MigrationPlan.h"
 #include "Tessarin/platform/sqlite/Connection.h"
+#include <barrier>
 #include <cmath>
 #include <functional>
 #include <limits>
 #include <map>
+#include <thread>
 
 namespace Tessarin::tests {
 namespace {
@@ -423,6 +425,28 @@ TEST_F(Migration, AProcessWithTheFormerModelCanNoLongerSave) {
     ASSERT_TRUE(open);
     EXPECT_TRUE(before.save({before.update(row, {{"name", "Max"}})}));
     EXPECT_EQ(open->value(open->read("Pet", rex), "name"), Value("Rex"));
+}
+
+TEST_F(Migration, OfSeveralThatOpenAFileAtOnceOneMigratesItAndAllSave) {
+    for (int round = 0; round < 8; ++round) {
+        auto const model = changed([&](ModelDefinition& definition) {
+            definition.entities[PetAt].attributes.push_back({"color" + std::to_string(round), Type::String, {}});
+        });
+        std::barrier start(4);
+        std::vector<std::unique_ptr<OpenStore>> opened(4);
+        std::vector<std::jthread> openers;
+        for (auto& each : opened)
+            openers.emplace_back([&] {
+                start.arrive_and_wait();
+                each = reopened(model);
+            });
+        openers.clear();
+        for (auto const& each : opened) {
+            ASSERT_TRUE(each);
+            auto const error = each->save({each->insertion("House", each->newKey(), {})});
+            EXPECT_FALSE(error) << error->description();
+        }
+    }
 }
 
 } // namespace

@@ -139,6 +139,14 @@ std::vector<std::int64_t> SQLiteOpening::bringToModel(SQLite::Connection& connec
     connection.execute("COMMIT");
     connection.addFullText(); // there may be indexes of words by now that have to go
     SQLite::Transaction transaction(connection);
+    checkFormat(connection);
+    own_ = SQLiteOwnTables::readFrom(connection);
+    if (numbersOfSameModel()) { // another process was faster, and who opened the file after it goes by its generation
+        transaction.commit();
+        connection.execute("BEGIN");
+        own_ = SQLiteOwnTables::readFrom(connection);
+        return bringToModel(connection, progress);
+    }
     auto const stored = storedModelOfText(connection.text("SELECT value FROM tessarin_store WHERE key = 'model'"));
     if (!stored) throw Refused::because("the description of its model is damaged");
     try {
