@@ -75,6 +75,14 @@ protected:
     }
 };
 
+TEST_F(History, AKeptTextThatIsNotUTF8DamagesNothing) {
+    fill();
+    save([&] { book->setValueForKey("caf\xE9", "title"); });
+    auto const start = now();
+    save([&] { root->deleteObject(*book); });
+    EXPECT_EQ(since(start), "[|] Book -5{title: caf\xE9}");
+}
+
 TEST_F(History, TellsWhatHappenedToEachRecordAndWhoDidIt) {
     auto const start = now();
     root->setName("root");

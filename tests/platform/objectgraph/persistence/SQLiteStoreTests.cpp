@@ -98,7 +98,9 @@ TEST(SQLiteStore, MetadataOfEveryKindIsWrittenByASaveWithoutChanges) {
                              {"list", List{1, "two", List{}}},
                              {"$odd", Dictionary{{"$key", 1}}},
                              {"infinite", std::numeric_limits<double>::infinity()},
-                             {"set", ValueSet{1, 2}}};
+                             {"set", ValueSet{1, 2}},
+                             {"not UTF-8", "caf\xE9"},
+                             {"nested", List{Dictionary{{"\xFF", Value::url("\xE9")}, {"$key", 1}}}}};
     auto metadata = open.store->metadata();
     EXPECT_EQ(metadata["NSStoreUUID"], Value(open.store->identifier()));
     for (auto const& [key, value] : written) metadata.set(key, value);

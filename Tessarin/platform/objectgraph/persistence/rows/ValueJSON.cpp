@@ -1,11 +1,13 @@
 #include "Tessarin/platform/objectgraph/persistence/rows/ValueJSONPrivate.h"
 
 #include "Tessarin/platform/foundation/values/Hexadecimal.h"
+#include "Tessarin/platform/foundation/values/UTF8Private.h"
 #include "Tessarin/platform/runtime/NestingPrivate.h"
 #include <algorithm>
 #include <cmath>
 #include <fmt/format.h>
 #include <simdjson.h>
+#include <span>
 
 namespace Tessarin {
 namespace {
@@ -35,7 +37,25 @@ void writeList(std::string& out, auto const& items, std::size_t level) {
     out += ']';
 }
 
+void writeTagged(std::string& out, char const* tag, Value const& content, std::size_t level = 0) {
+    out += fmt::format("{{\"{}\":", tag);
+    write(out, content, level);
+    out += '}';
+}
+
+/// JSON has no other texts than UTF-8, as a value or a key.
+void writeText(std::string& out, std::string_view text) {
+    if (isUTF8(text)) return appendJSONText(out, text);
+    writeTagged(out, "$text", hexadecimalFromBytes(std::as_bytes(std::span(text))));
+}
+
 void writeDictionary(std::string& out, Dictionary const& dictionary, std::size_t level) {
+    auto const isSayable = [](auto const& entry) { return isUTF8(entry.key.view()); };
+    if (!std::ranges::all_of(dictionary, isSayable)) {
+        List pairs;
+        for (auto const& [key, value] : dictionary) pairs.insert(pairs.end(), {Value(key), value});
+        return writeTagged(out, "$pairs", pairs, level);
+    }
     out += '{';
     char const* separator = "";
     for (auto const& [key, value] : dictionary) {
@@ -44,12 +64,6 @@ void writeDictionary(std::string& out, Dictionary const& dictionary, std::size_t
         out += ':';
         write(out, value, level + 1);
     }
-    out += '}';
-}
-
-void writeTagged(std::string& out, char const* tag, Value const& content, std::size_t level = 0) {
-    out += fmt::format("{{\"{}\":", tag);
-    write(out, content, level);
     out += '}';
 }
 
@@ -65,7 +79,7 @@ void write(std::string& out, Value const& value, std::size_t level) {
     case Kind::Double: return writeDouble(out, value.number());
     case Kind::Float: return writeTagged(out, "$float", value.number());
     case Kind::Date: return writeTagged(out, "$date", value.dateSeconds());
-    case Kind::Text: return appendJSONText(out, value.text());
+    case Kind::Text: return writeText(out, value.text());
     case Kind::UUID: return writeTagged(out, "$uuid", value.description());
     case Kind::Data: return writeTagged(out, "$data", hexadecimalFromBytes(value.bytes()));
     case Kind::URL: return writeTagged(out, "$url", value.urlText());
@@ -88,6 +102,17 @@ Value uuidOf(std::string_view text) {
     return Value::uuid(uuid);
 }
 
+Value textOf(std::string_view hexadecimal) {
+    auto const bytes = bytesOf(hexadecimal);
+    return std::string_view{reinterpret_cast<char const*>(bytes.data()), bytes.size()};
+}
+
+Value dictionaryOf(List const& pairs) {
+    Dictionary dictionary;
+    for (std::size_t at = 0; at + 1 < pairs.size(); at += 2) dictionary.set(pairs[at].text(), pairs[at + 1]);
+    return dictionary;
+}
+
 double doubleOf(Value const& content) {
     if (!content.isText()) return content.number();
     auto const text = content.text();
@@ -99,6 +124,8 @@ Value tagged(std::string_view tag, Value const& content) {
     if (tag == "$date") return Value::date(doubleOf(content));
     if (tag == "$float") return static_cast<float>(doubleOf(content));
     if (tag == "$double") return doubleOf(content);
+    if (tag == "$text") return textOf(content.text());
+    if (tag == "$pairs") return dictionaryOf(content.list());
     if (tag == "$data") return Value::data(bytesOf(content.text()));
     if (tag == "$uuid") return uuidOf(content.text());
     if (tag == "$url") return Value::url(content.text());
