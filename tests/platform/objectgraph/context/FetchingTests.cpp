@@ -133,7 +133,8 @@ TEST_P(Fetching, AListInBatchesCountsUnsavedChangesAndOutlivesTheirSave) {
     EXPECT_EQ(worker->executeFetchRequest(*request, error).size(), 50u) << "in the store";
 }
 
-TEST_P(Fetching, AnOffsetBesideTheLargestLimitLosesNothing) {
+TEST_P(Fetching, TheLargestLimitsAndOffsetsMeanWhatTheySay) {
+    for (std::size_t const limit : {0, 9}) EXPECT_EQ(fetched(*worker, "Book", nullptr, {}, limit, SIZE_MAX).size(), 0u) << limit;
     inserted(*worker, "Book", {{"title", "999"}});
     EXPECT_EQ(fetched(*worker, "Book", nullptr, {NSSortDescriptor::sortDescriptorWithKey("title")}, SIZE_MAX, 1).size(), 50u);
 }

@@ -48,6 +48,14 @@ template <class List, class Key> void sortByKey(List& list, Key key) {
     if (!std::ranges::is_sorted(list, {}, key)) std::ranges::sort(list, {}, key);
 }
 
+/// SQLite takes a negative limit for none, and a negative offset for 0.
+std::int64_t limitIn(StoreQuery const& query) {
+    return query.limit == 0 ? -1 : static_cast<std::int64_t>(std::min<std::size_t>(query.limit, INT64_MAX));
+}
+std::int64_t offsetIn(StoreQuery const& query) {
+    return static_cast<std::int64_t>(std::min<std::size_t>(query.offset, INT64_MAX));
+}
+
 } // namespace
 
 SQLiteReader::SQLiteReader(SQLiteSchema const& schema, SQLite::Connection& connection)
@@ -74,8 +82,8 @@ std::string cutTextOf(StoreQuery const& query) {
 }
 
 void bindCut(SQLite::Statement& statement, StoreQuery const& query, int before) {
-    if (query.limit != 1) statement.bind(++before, query.limit == 0 ? -1 : static_cast<std::int64_t>(query.limit));
-    if (query.offset != 0) statement.bind(++before, static_cast<std::int64_t>(query.offset));
+    if (query.limit != 1) statement.bind(++before, limitIn(query));
+    if (query.offset != 0) statement.bind(++before, offsetIn(query));
 }
 
 SQLiteRowDecoder& SQLiteReader::decoderFor(NSEntityDescription const& entity, bool includesSubentities) {
@@ -187,8 +195,8 @@ std::optional<SQLiteReader::Selection> SQLiteReader::selectionOf(StoreQuery cons
                              translation.joins(), selection.condition);
     if (isCut) {
         inner += fmt::format(" ORDER BY {} LIMIT ? OFFSET ?", translation.order().empty() ? "t0.id" : translation.order());
-        selection.arguments.push_back(query.limit == 0 ? -1 : static_cast<std::int64_t>(query.limit));
-        selection.arguments.push_back(static_cast<std::int64_t>(query.offset));
+        selection.arguments.push_back(limitIn(query));
+        selection.arguments.push_back(offsetIn(query));
     }
     selection.condition = " WHERE t0.id IN (" + inner + ")";
     return selection;
