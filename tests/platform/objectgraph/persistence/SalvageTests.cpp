@@ -39,10 +39,11 @@ protected:
         stream.seekp((page - 1) * 4096);
         stream << std::string(4096, '\0');
     }
-    std::vector<std::string> findings(NSURL const& url) const {
-        auto const coordinator = make<NSPersistentStoreCoordinator>(libraryModel().build());
+    std::vector<std::string> findings(NSURL const& url, Ref<NSManagedObjectModel> model = libraryModel().build()) const {
+        auto const coordinator = make<NSPersistentStoreCoordinator>(std::move(model));
         Ref<NSError> error;
-        EXPECT_TRUE(coordinator->addPersistentStoreWithType(NSSQLiteStoreType, {}, url, {}, error));
+        Dictionary const options{{NSInferMappingModelAutomaticallyOption, true}};
+        EXPECT_TRUE(coordinator->addPersistentStoreWithType(NSSQLiteStoreType, {}, url, options, error));
         auto found = coordinator->verify(error);
         EXPECT_FALSE(error);
         return found;
@@ -153,6 +154,14 @@ TEST_F(DamagedFile, VerifySaysWhatDoesNotFit) {
         EXPECT_EQ(found.size(), 1U) << joined(found);
         EXPECT_EQ(folder.read("a.db"), before) << sql;
     }
+}
+
+TEST_F(DamagedFile, VerifyIsContentWithAnOrderThatIsNew) {
+    auto definition = libraryModel().definition();
+    for (auto& entity : definition.entities)
+        for (auto& relationship : entity.relationships)
+            if (relationship.name == "books") relationship.options.ordered = true;
+    EXPECT_EQ(joined(findings(file, NSManagedObjectModel::modelWithDefinition(std::move(definition)))), "");
 }
 
 } // namespace

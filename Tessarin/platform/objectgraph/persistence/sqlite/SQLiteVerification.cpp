@@ -103,9 +103,10 @@ void SQLiteVerification::checkToOne(SQLiteSchema::Table const& table, NSRelation
 
 void SQLiteVerification::checkToMany(SQLiteSchema::Link const& link) {
     auto const& relationship = *link.relationship;
-    if (!link.position.empty())
-        tell(fmt::format("SELECT count(*) FROM {} WHERE {} IS NOT NULL AND typeof({}) <> 'integer'", link.table, link.owner,
-                         link.position),
+    if (!link.position.empty()) // nobody has one where a migration has made the order, and nobody has changed it since
+        tell(fmt::format("SELECT count(*) FROM {0} WHERE {1} IS NOT NULL AND typeof({2}) <> 'integer' AND ({2} IS NOT NULL OR "
+                         "{1} IN (SELECT {1} FROM {0} WHERE {2} IS NOT NULL))",
+                         link.table, link.owner, link.position),
              nameOf(relationship), "members have no place in the order");
     if (!link.isJoinTable || !link.isWrittenHere) return;
     tell(fmt::format("SELECT count(*) FROM {} WHERE {} OR {}", link.table, isMissing(*relationship.entity(), link.owner),
