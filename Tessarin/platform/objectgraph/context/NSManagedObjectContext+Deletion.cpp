@@ -52,6 +52,26 @@ bool isThere(NSManagedObject& object) {
     return !object.isDeleted() && !GraphAccess::state(object).has(ObjectState::Gone);
 }
 
+/// The objects whose hook runs on this thread: who deletes one of them from there asks for what happens anyway.
+class Preparation {
+public:
+    explicit Preparation(NSManagedObject& object) : object_(object), outer_(innermost) { innermost = this; }
+    ~Preparation() { innermost = outer_; }
+    Preparation(Preparation const&) = delete;
+    Preparation& operator=(Preparation const&) = delete;
+    static bool isOf(NSManagedObject const& object) {
+        auto const* each = innermost;
+        while (each && &each->object_ != &object) each = each->outer_;
+        return each != nullptr;
+    }
+
+private:
+    static thread_local Preparation* innermost;
+    NSManagedObject& object_;
+    Preparation* outer_;
+};
+thread_local Preparation* Preparation::innermost = nullptr;
+
 /// Objects that were never saved just leave.
 void forgetInserted(ContextState& context, std::span<Ref<NSManagedObject> const> objects) {
     for (auto const& object : objects) {
@@ -102,8 +122,12 @@ void NSManagedObjectContext::deleteObject(NSManagedObject& first) {
         auto const object = std::move(doomed.back());
         doomed.pop_back();
         auto& state = GraphAccess::state(*object);
-        if (state.has(ObjectState::Deleted) || state.link() != state_->link.get()) continue;
-        object->prepareForDeletion();
+        if (state.has(ObjectState::Deleted) || state.link() != state_->link.get() || Preparation::isOf(*object)) continue;
+        {
+            Preparation const running(*object);
+            object->prepareForDeletion();
+        }
+        if (state.has(ObjectState::Deleted) || state.link() != state_->link.get()) continue; // rolled back, say
         GraphAccess::fire(*object);
         if (auto* recorder = recorderOf(*object)) recorder->noteDeletion(*object);
         markChanged(*object, ObjectState::Deleted);

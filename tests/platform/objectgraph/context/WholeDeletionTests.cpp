@@ -9,6 +9,13 @@ protected:
     void prepareForDeletion() override {}
 };
 struct Heir : Watched {};
+struct Partner : NSManagedObject {
+protected:
+    void prepareForDeletion() override {
+        for (auto const& object : {toOne(self<NSManagedObject>(), "partner"), self<NSManagedObject>()})
+            managedObjectContext()->deleteObject(*object);
+    }
+};
 struct Plain : NSManagedObject {
     void awakeFromFetch() override {}
 };
@@ -71,6 +78,19 @@ TEST(DeletionHooks, OfAClassOrItsBaseAreKnown) {
         auto const model = ModelBuilder().entity("Thing", {.className = name}).build();
         EXPECT_EQ(isEmptiedAtOnce(*contextOver(coordinatorOver(model))), isAtOnce) << name;
     }
+}
+
+TEST(Deletion, ThoseThatDeleteEachOtherAndThemselvesGoOnce) {
+    auto const name = registerClass<Partner, NSManagedObject>().name();
+    auto const model =
+        ModelBuilder().entity("Partner", {.className = name}).toOne("partner", "Partner", {.inverse = "partner"}).build();
+    auto const context = contextOver(coordinatorOver(model));
+    auto const first = inserted(*context, "Partner", {}), second = inserted(*context, "Partner", {{"partner", Value(first)}});
+    ASSERT_TRUE(saves(*context));
+    context->performBlockAndWait([&] { context->deleteObject(*first); });
+    EXPECT_EQ(context->deletedObjects().size(), 2U);
+    EXPECT_TRUE(saves(*context));
+    EXPECT_TRUE(fetched(*context, "Partner").empty());
 }
 
 } // namespace
