@@ -78,8 +78,10 @@ RowChange rowChangeIn(ChangeSets const& sets, NSEntityDescription const& entity,
         auto const* change = set->find(entity, key);
         if (!change) continue;
         if (!result.isThere || change->kind == Kind::Delete) result.kind = change->kind;
-        if (!result.isThere || !result.after) result.before = change->before;
-        result.after = change->after;
+        if (change->after || change->kind == Kind::Delete) { // links alone may have been changed without the row
+            if (!result.after) result.before = change->before;
+            result.after = change->after;
+        }
         result.changesRelationships = result.changesRelationships || !change->relationships.empty();
         result.isThere = true;
     }

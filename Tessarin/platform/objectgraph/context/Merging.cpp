@@ -296,7 +296,8 @@ void dropUnfounded(ContextState& context, ChangeSet const& set) {
     std::optional<RecordReader> reader;
     for (auto const& change : set.changes()) {
         bool const isOfNew = change.kind == Change::Kind::Update && change.before && showsNewRecord(*change.before);
-        if (!isOfNew || context.link->find(change.key)) continue;
+        auto const own = isOfNew ? context.link->find(change.key) : nullptr;
+        if (!isOfNew || (own && own->isInserted())) continue;
         if (!reader) reader.emplace(context);
         if (!isThere(*reader, *change.entity, change.key))
             deletions.push_back(

@@ -69,12 +69,15 @@ TEST_P(Loss, WhatIsMadeOnARecordThatWasNeverSavedDoesNotMakeItARecord) {
                 ASSERT_TRUE(saves(*worker));
             }
             main->performBlockAndWait([&] { isDeleted ? main->deleteObject(*made) : main->rollback(); });
+            Ref<NSManagedObjectID> identity;
+            Ref<NSManagedObject> asked; // which makes no record of it either
+            worker->performBlockAndWait([&] { identity = book->objectID(); });
+            main->performBlockAndWait([&] { asked = main->objectWithID(*identity); });
             ASSERT_TRUE(saves(*worker));
             for (auto const& context : {main, root}) {
                 EXPECT_EQ(fetched(*main, "Book").size(), 0u);
                 ASSERT_TRUE(saves(*context));
             }
-            Ref<NSManagedObjectID> identity;
             worker->performBlockAndWait([&] { identity = book->objectID(); });
             for (auto const& context : {root, main, worker}) {
                 EXPECT_EQ(fetched(*context, "Book").size(), 0u);
