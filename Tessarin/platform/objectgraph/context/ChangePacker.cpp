@@ -59,8 +59,8 @@ Ref<UndoableStep const> ChangePacker::undoableStep() const {
             bool const isTold = relationship->isReciprocal() && !relationship->inverseRelationship()->isToMany(); // by rows
             bool const isAlone = object->isDeleted() && (relationship->isOrdered() || !isTold);
             if (isReordered || isAlone)
-                step->members.push_back(
-                    {relationship, object->recordKey(), before.members(*relationship, object->entity(), object->recordKey()).keys});
+                step->members.push_back({relationship, object->recordKey(),
+                                         before.members(*relationship, object->entity(), object->recordKey()).keys});
         }
     }
     std::ranges::stable_sort(step->members, {}, &UndoableStep::Members::owner);

@@ -92,9 +92,7 @@ bool RecordReader::knowsUnsaved(RecordKey key) const {
                                [&](auto const& entity) { return !entity->superentity() && pending(*entity, key).row; });
 }
 
-RecordKey RecordReader::formerKey(RecordKey key) const {
-    return key > 0 ? coordinator_->promotions().temporaryKey(key) : 0;
-}
+RecordKey RecordReader::formerKey(RecordKey key) const { return key > 0 ? coordinator_->promotions().temporaryKey(key) : 0; }
 
 bool RecordReader::isInserted(NSEntityDescription const& entity, RecordKey key) const {
     auto const former = formerKey(key);

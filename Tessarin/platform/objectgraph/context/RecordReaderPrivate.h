@@ -47,14 +47,14 @@ public:
     enum class Former { Kept, Dropped };
     static Former formerOf(NSManagedObject const& owner) { return owner.isInserted() ? Former::Dropped : Former::Kept; }
     /// The members of a to-many relationship.
-    ReadMembers members(NSRelationshipDescription const& relationship, NSEntityDescription const& ownerEntity,
-                                   RecordKey owner, Former former = Former::Kept) const;
+    ReadMembers members(NSRelationshipDescription const& relationship, NSEntityDescription const& ownerEntity, RecordKey owner,
+                        Former former = Former::Kept) const;
     /// The members that the store knows, of many owners at once.
     void storedMembers(NSRelationshipDescription const& relationship, std::span<RecordKey const> owners,
                        MembersByOwner& members) const;
     /// What the change sets make of an owner's members in the store.
-    ReadMembers withChanges(NSRelationshipDescription const& relationship, NSEntityDescription const& ownerEntity, RecordKey owner,
-                        std::vector<RecordKey> stored, Former former = Former::Kept) const;
+    ReadMembers withChanges(NSRelationshipDescription const& relationship, NSEntityDescription const& ownerEntity,
+                            RecordKey owner, std::vector<RecordKey> stored, Former former = Former::Kept) const;
 
 private:
     /// What the sets make of a record: nothing to say, gone, or this row.
@@ -68,8 +68,8 @@ private:
     bool isUnsaved(std::size_t set) const { return set < isUnsaved_.size() && isUnsaved_[set]; }
     void eachChange(ChangeSet const& set, NSRelationshipDescription const& relationship, NSEntityDescription const& ownerEntity,
                     RecordKey owner, FunctionRef<void(RelationshipChange const&)> each) const;
-    ReadMembers membersByRow(NSRelationshipDescription const& relationship, NSEntityDescription const& ownerEntity, RecordKey owner,
-                         std::vector<RecordKey> stored) const;
+    ReadMembers membersByRow(NSRelationshipDescription const& relationship, NSEntityDescription const& ownerEntity,
+                             RecordKey owner, std::vector<RecordKey> stored) const;
 
     Ref<NSPersistentStoreCoordinator> coordinator_;
     NSPersistentStore* store_;

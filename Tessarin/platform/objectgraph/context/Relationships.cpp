@@ -43,8 +43,7 @@ bool isMemberBeneath(ContextState& context, LinkEnd const& end) {
     if (!toMany.beneath || toMany.beneath->gone != gone || toMany.beneath->unsavedAbove != above) {
         ToManyState::Beneath beneath{{}, gone, above};
         auto const read = RecordReader(context).members(end.relationship, end.owner.entity(), end.owner.recordKey());
-        for (auto const each : read.keys)
-            beneath.members.append(context.link->current(each));
+        for (auto const each : read.keys) beneath.members.append(context.link->current(each));
         toMany.beneath = std::make_shared<ToManyState::Beneath const>(std::move(beneath));
     }
     return toMany.beneath->members.contains(end.member);
