@@ -75,7 +75,7 @@ TEST_P(Loss, WhatIsMadeOnARecordThatWasNeverSavedDoesNotMakeItARecord) {
             main->performBlockAndWait([&] { asked = main->objectWithID(*identity); });
             ASSERT_TRUE(saves(*worker));
             for (auto const& context : {main, root}) {
-                EXPECT_EQ(fetched(*main, "Book").size(), 0u);
+                EXPECT_EQ(fetched(*context, "Book").size(), 0u);
                 ASSERT_TRUE(saves(*context));
             }
             worker->performBlockAndWait([&] { identity = book->objectID(); });

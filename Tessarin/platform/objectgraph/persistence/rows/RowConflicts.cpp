@@ -272,6 +272,9 @@ private:
     }
 
     void rewriteSets(SaveOutcome& outcome) {
+        std::vector<std::vector<RecordKey>> partners(sets_.size()); // that no set changes itself
+        for (auto const& [key, made] : rewritten_)
+            if (!chains_.contains(key)) partners[made.set].push_back(key);
         for (std::size_t set = 0; set < sets_.size(); ++set) {
             std::vector<RecordChange> changes;
             for (auto const& change : sets_[set]->changes()) {
@@ -290,8 +293,7 @@ private:
                 if (made.after) made.relationships = decided(change.relationships, set);
                 if (made.before != made.after || !made.relationships.empty()) changes.push_back(std::move(made));
             }
-            for (auto const& [key, made] : rewritten_)
-                if (made.set == set && !chains_.contains(key)) changes.push_back(made.change);
+            for (auto const key : partners[set]) changes.push_back(rewritten_.at(key).change);
             outcome.sets.push_back(std::make_shared<ChangeSet const>(sets_[set]->sharedSpace(), std::move(changes),
                                                                      sets_[set]->origin(), sets_[set]->undoStep()));
         }
