@@ -86,7 +86,7 @@ Ref<NSError> UniqueValuesLook::decide(std::vector<Clash> const& clashes, NSMerge
     for (auto const& clash : clashes) { // who was behind one that gave way meets the same record, as that has left it
         auto const found = holders.find({clash.constraint, clash.holder->key()});
         if (found == holders.end() || !asked.insert(clash.change->key).second) continue;
-        auto const row = rowNow(*found->second);
+        auto const row = rowNow(found->second);
         if (auto error = row ? resolve({conflictOf({clash.change, clash.constraint, row})}, policy) : nullptr) return error;
     }
     finishLinks();
@@ -108,11 +108,11 @@ Ref<NSError> UniqueValuesLook::resolve(std::vector<Ref<NSMergeConflict>> const& 
 }
 
 /// The row of a record with what is unsaved here; none when it is gone.
-RowRef UniqueValuesLook::rowNow(Row const& row) {
-    auto const object = objectWithKey(context_, row.entity(), row.key());
+RowRef UniqueValuesLook::rowNow(RowRef const& row) {
+    auto const object = objectWithKey(context_, row->entity(), row->key());
     if (object->isDeleted()) return {};
     auto const change = object->hasChanges() ? ChangePacker(context_).packed(*object, false) : std::nullopt;
-    return change && change->after ? change->after : GraphAccess::state(*object).row;
+    return change && change->after ? change->after : row;
 }
 
 Ref<NSMergeConflict> UniqueValuesLook::conflictOf(Clash const& clash) {

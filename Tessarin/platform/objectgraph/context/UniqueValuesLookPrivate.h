@@ -31,7 +31,7 @@ private:
     class Search;
     Ref<NSError> decide(std::vector<Clash> const& clashes, NSMergePolicy& policy);
     Ref<NSError> resolve(std::vector<Ref<NSMergeConflict>> const& conflicts, NSMergePolicy& policy);
-    RowRef rowNow(Row const& row);
+    RowRef rowNow(RowRef const& row);
     Ref<NSMergeConflict> conflictOf(Clash const& clash);
     void apply(NSMergeConflict const& conflict);
     void moveLinks(NSManagedObject& from, NSManagedObject& to);
