@@ -40,6 +40,9 @@ TEST(JSON, ReadsEveryKindAndWritesItBack) {
         {R"({"a":1,"a key of more than fourteen bytes":[{}],"a":2,"":3})",
          Dictionary{{"a", 2}, {"a key of more than fourteen bytes", List{Dictionary{}}}, {"", 3}},
          R"({"a":2,"a key of more than fourteen bytes":[{}],"":3})"},
+        {R"([{"a\\":1},{"a\"b":2},{"a\"b":3},{"\u0061\"b":4}])",
+         List{Dictionary{{"a\\", 1}}, Dictionary{{"a\"b", 2}}, Dictionary{{"a\"b", 3}}, Dictionary{{"a\"b", 4}}},
+         R"([{"a\\":1},{"a\"b":2},{"a\"b":3},{"a\"b":4}])"},
         {" [ ] ", List{}, "[]"},
     };
     for (auto const& row : rows) {

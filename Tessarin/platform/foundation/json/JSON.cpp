@@ -43,21 +43,26 @@ private:
         Dictionary dictionary;
         dictionary.reserve(std::max<std::size_t>(keys.size(), 4));
         bool isAlike = true;
-        for (auto field : object) {
-            std::string_view const key = field.unescaped_key();
+        for (auto each : object) {
+            ondemand::field field = std::move(each);
             auto const at = dictionary.size();
-            isAlike = isAlike && at < keys.size() && keys[at] == key;
-            auto name = isAlike ? keys[at] : sharedKey(key);
-            ondemand::value value = field.value();
-            auto content = read(value, depth + 1);
+            isAlike = isAlike && at < keys.size() && field.key().unsafe_is_equal(keys[at].view());
+            auto name = isAlike ? keys[at] : sharedKey(field.unescaped_key());
+            auto content = read(field.value(), depth + 1);
             isAlike ? dictionary.append(std::move(name), std::move(content))
                     : dictionary.set(std::move(name), std::move(content));
         }
-        if (!isAlike || dictionary.size() != keys.size()) {
-            keys.clear();
-            for (auto const& entry : dictionary) keys.push_back(entry.key);
-        }
+        if (!isAlike || dictionary.size() != keys.size()) remember(dictionary, keys);
         return dictionary;
+    }
+
+    /// Unless one of its keys stands in a document otherwise than it reads: what is remembered is compared with the document.
+    static void remember(Dictionary const& dictionary, std::vector<Text>& keys) {
+        keys.clear();
+        for (auto const& entry : dictionary) {
+            if (entry.key.view().find_first_of("\"\\") != std::string_view::npos) return keys.clear();
+            keys.push_back(entry.key);
+        }
     }
 
     Value readArray(ondemand::array array, std::size_t depth) {

@@ -106,9 +106,9 @@ Dictionary ContextDidChangeNotification::makeUserInfo(NSManagedObjectContext&) c
 
 bool hasChangeObservers() { return changeChannel()->hasObservers(); }
 
-void noteNews(ContextState& context, NSManagedObject& object, ContextNews::Kind kind) {
-    context.feed.note(context, object);
-    if (!hasChangeObservers()) return;
+namespace {
+
+void keepNews(ContextState& context, NSManagedObject& object, ContextNews::Kind kind) {
     auto& news = context.news;
     auto& entry = news.entries[&object];
     if (!entry.object) entry.object = object.self<NSManagedObject>();
@@ -122,6 +122,13 @@ void noteNews(ContextState& context, NSManagedObject& object, ContextNews::Kind 
         GraphAccess::state(*living).news.isScheduled = false;
         living->processPendingChanges();
     });
+}
+
+} // namespace
+
+void noteNews(ContextState& context, NSManagedObject& object, ContextNews::Kind kind) {
+    context.feed.note(context, object);
+    if (hasChangeObservers()) keepNews(context, object, kind);
 }
 
 void postDidRefuse(NSManagedObjectContext& context, ChangeSets sets, Ref<NSError> reason) {

@@ -21,6 +21,7 @@ public:
     }
     /// Adds a key that is known to be new.
     void append(RecordKey key) {
+        if (keys_.empty()) keys_.reserve(3); // in the memory that one takes
         keys_.push_back(key);
         if (isIndexed()) keys_.size() * 2 <= slots_.size() ? note(keys_.size() - 1) : slots_.clear();
     }

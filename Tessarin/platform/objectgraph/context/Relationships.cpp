@@ -103,13 +103,14 @@ void addMember(NSManagedObject& owner, NSRelationshipDescription const& relation
     if (isReadNow) loadedMembers(owner, relationship).members.remove(key);
     record(owner, relationship);
     if (auto* recorder = recorderOf(owner)) recorder->noteMember(owner, relationship, key, true);
-    bool const isBack = toManyOf(owner, relationship).removed.remove(key) && isMemberBeneath(owner, relationship, key, true);
-    auto& state = toManyOf(owner, relationship);
-    if (key < 0) state.holdsTemporaries = true;
-    if (!isBack) state.added.append(key);
+    auto* state = &toManyOf(owner, relationship);
+    bool const isBack = state->removed.remove(key) && isMemberBeneath(owner, relationship, key, true);
+    if (isBack) state = &toManyOf(owner, relationship); // reading may have moved it
+    if (key < 0) state->holdsTemporaries = true;
+    if (!isBack) state->added.append(key);
     noteUnshownLink(owner, relationship, key, true);
-    if (state.isLoaded) state.members.append(key);
-    if (relationship.isOrdered()) state.isReordered = true;
+    if (state->isLoaded) state->members.append(key);
+    if (relationship.isOrdered()) state->isReordered = true;
     markChanged(owner, changeOf(owner));
 }
 
@@ -173,9 +174,9 @@ void requireFits(NSManagedObject& object, NSRelationshipDescription const& relat
 
 } // namespace
 
-void updateKeys(ObjectState& state) {
-    auto& link = *state.link();
-    if (!state.extras || std::exchange(state.extras->keysAsOf, link.keyChanges()) == link.keyChanges()) return;
+void replaceTemporaryKeys(ObjectState& state) {
+    auto const& link = *state.link();
+    state.extras->keysAsOf = link.keyChanges();
     auto const& properties = state.layout->entity().properties();
     for (auto& [property, value] : state.extras->values)
         if (value.kind() == Value::Kind::Integer && value.integer() < 0 && properties[property]->asRelationship())

@@ -1,5 +1,7 @@
 #pragma once
+#include "Tessarin/platform/objectgraph/context/ContextLinkPrivate.h"
 #include "Tessarin/platform/objectgraph/context/ContextStatePrivate.h"
+#include "Tessarin/platform/objectgraph/context/ObjectExtrasPrivate.h"
 #include <span>
 
 namespace Tessarin {
@@ -9,7 +11,10 @@ struct ReadMembers;
 /// The ends of relationships by key, as a context sees them now. On the context's queue.
 
 /// Links that the object keeps by keys that have become permanent since are kept by those from now on.
-void updateKeys(ObjectState& state);
+void replaceTemporaryKeys(ObjectState& state);
+inline void updateKeys(ObjectState& state) {
+    if (state.extras && state.extras->keysAsOf != state.link()->keyChanges()) replaceTemporaryKeys(state);
+}
 /// The destination of a to-one, or 0.
 RecordKey referenceOf(NSManagedObject& object, NSRelationshipDescription const& relationship);
 /// The state of a to-many with its members read.

@@ -16,7 +16,9 @@ void SQLiteLinkWriter::collect(RecordChange const& change) {
         if (!link) continue;
         auto& table = tables_[static_cast<std::size_t>(link - schema_.links().data())];
         if (link->isWrittenHere) {
+            auto const first = static_cast<std::ptrdiff_t>(table.added.size());
             for (auto const member : relationship.added) table.added.push_back({change.key, member});
+            std::ranges::sort(table.added.begin() + first, table.added.end(), {}, &Added::member);
             for (auto const member : relationship.removed) table.removed.emplace_back(change.key, member);
         }
         if (relationship.order && !link->position.empty())
@@ -55,7 +57,7 @@ void SQLiteLinkWriter::writeRemoved(std::size_t at) {
     }
 }
 
-// Sorted, so that they go into the table one behind another. A link that is there already was made by another process.
+// Sorted, so that they go into the table one behind another, as those of new records are already. A link that is there already was made by another process.
 void SQLiteLinkWriter::writeAdded(std::size_t at) {
     auto& [added, removed, ordered, insert, given] = tables_[at];
     if (added.empty()) return;
