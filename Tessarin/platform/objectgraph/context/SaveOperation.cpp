@@ -21,18 +21,6 @@ bool isTransient(NSManagedObject const& object, std::size_t property) {
     return object.entity().properties()[property]->isTransient();
 }
 
-Ref<NSError> combined(std::vector<Ref<NSError>> errors) {
-    if (errors.empty()) return nullptr;
-    if (errors.size() == 1) return errors.front();
-    std::string text = "Several objects cannot be saved:";
-    List details;
-    for (auto const& error : errors) {
-        text += " " + error->localizedDescription();
-        details.push_back(Value(error));
-    }
-    return storeError(StoreErrorCode::SeveralErrors, text, {{"NSDetailedErrors", details}});
-}
-
 } // namespace
 
 Ref<NSError> SaveOperation::run(ChangeSets* handed) {
@@ -67,8 +55,7 @@ Ref<NSError> SaveOperation::whyNothingCanBeSaved(bool isClosed) const {
 }
 
 Ref<NSError> SaveOperation::runSteps(ChangeSets* handed) try {
-    for (std::size_t at = 0; at < context_.changed.size(); ++at)
-        Ref<NSManagedObject>(context_.changed[at])->willSave(); // which may change more
+    if (auto error = announce()) return error;
     if (auto error = validate()) return error;
     do {
         if (auto error = prepare()) return error;
@@ -101,19 +88,6 @@ Ref<NSError> SaveOperation::prepare() {
     if (error = givePermanentKeys(); error) return error;
     own_ = packer_.pack();
     return nullptr;
-}
-
-Ref<NSError> SaveOperation::validate() {
-    static constexpr std::size_t mostErrors = 100; // a failed import would otherwise report every record
-    std::vector<Ref<NSError>> errors;
-    for (std::size_t at = 0; at < context_.changed.size(); ++at) {
-        auto const object = context_.changed[at];
-        auto error = object->isDeleted() ? denialOf(*object) : object->validateForSave();
-        if (!error && !object->isDeleted()) error = sizeProblem(*object);
-        if (error) errors.push_back(std::move(error));
-        if (errors.size() == mostErrors) break;
-    }
-    return combined(std::move(errors));
 }
 
 Ref<NSError> SaveOperation::givePermanentKeys() {

@@ -16,8 +16,10 @@ public:
 private:
     Ref<NSError> runSteps(ChangeSets* handed);
     Ref<NSError> whyNothingCanBeSaved(bool isClosed) const;
-    Ref<NSError> prepare();
+    Ref<NSError> announce();
     Ref<NSError> validate();
+    template <class Ask> Ref<NSError> askObjects(Ask ask);
+    Ref<NSError> prepare();
     bool isStillFree(std::uint64_t arrivals, std::uint64_t& looked);
     Ref<NSError> givePermanentKeys();
     Ref<NSError> promotePublished();

@@ -319,35 +319,35 @@ TEST(MergePolicy, ADeletionIsNotGivenUpBecauseWhatTheRecordLedToWasDeleted) {
 
 TEST(MergePolicy, BothEndsOfALinkOfOneToOneAreDecidedAlike) {
     std::string const names[] = {"none", "a", "b", "c"};
-    for (auto const* store : {"InMemory", "SQLite"})
-        for (auto const type : {Type::MergeByPropertyStoreTrump, Type::MergeByPropertyObjectTrump})
-            for (auto const& before : {names[0], names[1]})
-                for (auto const& there : names)
-                    for (auto const& here : names) {
-                        SCOPED_TRACE(std::string(store) + ": " + before + " there " + there + ", here " + here);
-                        Library const library(store);
-                        auto const worker = library.worker(), other = contextOver(library.coordinator);
-                        for (auto const& each : names) inserted(*library.root, "Icon", {{"name", each}});
-                        inserted(*library.root, "Tag", {});
-                        auto const lead = [](NSManagedObjectContext& context, std::string const& name) {
-                            auto const icon =
-                                fetched(context, "Icon", NSPredicate::predicateWithFormat("name == %@", name)).at(0);
-                            change(*fetched(context, "Tag").at(0), name == "none" ? Value() : Value(icon), "icon");
-                        };
-                        lead(*library.root, before);
-                        ASSERT_TRUE(saves(*library.root));
-                        worker->setMergePolicy(make<NSMergePolicy>(type));
-                        lead(*worker, here), lead(*other, there);
-                        ASSERT_TRUE(saves(*other) && saves(*worker) && saves(*library.root));
-                        auto const wins = type == Type::MergeByPropertyStoreTrump ? there : here;
-                        auto const expected = there == before ? here : here == before ? there : wins;
-                        auto const fresh = contextOver(library.coordinator);
-                        for (auto const& context : {fresh, worker, library.root}) {
-                            auto const tag = fetched(*context, "Tag").at(0);
-                            for (auto const& icon : fetched(*context, "Icon"))
-                                EXPECT_EQ(shown(*icon, "tag").objectAs<NSManagedObject>() == tag,
-                                          shown(*icon, "name") == Value(expected) && expected != "none");
-                        }
-                        EXPECT_EQ(findings(library), "");
+    std::pair<char const*, Type> const ways[] = {{"InMemory", Type::MergeByPropertyStoreTrump},
+                                                 {"SQLite", Type::MergeByPropertyObjectTrump}};
+    for (auto const& [store, type] : ways)
+        for (auto const& before : {names[0], names[1]})
+            for (auto const& there : names)
+                for (auto const& here : names) {
+                    SCOPED_TRACE(std::string(store) + ": " + before + " there " + there + ", here " + here);
+                    Library const library(store);
+                    auto const worker = library.worker(), other = contextOver(library.coordinator);
+                    for (auto const& each : names) inserted(*library.root, "Icon", {{"name", each}});
+                    inserted(*library.root, "Tag", {});
+                    auto const lead = [](NSManagedObjectContext& context, std::string const& name) {
+                        auto const icon = fetched(context, "Icon", NSPredicate::predicateWithFormat("name == %@", name)).at(0);
+                        change(*fetched(context, "Tag").at(0), name == "none" ? Value() : Value(icon), "icon");
+                    };
+                    lead(*library.root, before);
+                    ASSERT_TRUE(saves(*library.root));
+                    worker->setMergePolicy(make<NSMergePolicy>(type));
+                    lead(*worker, here), lead(*other, there);
+                    ASSERT_TRUE(saves(*other) && saves(*worker) && saves(*library.root));
+                    auto const wins = type == Type::MergeByPropertyStoreTrump ? there : here;
+                    auto const expected = there == before ? here : here == before ? there : wins;
+                    auto const fresh = contextOver(library.coordinator);
+                    for (auto const& context : {fresh, worker, library.root}) {
+                        auto const tag = fetched(*context, "Tag").at(0);
+                        for (auto const& icon : fetched(*context, "Icon"))
+                            EXPECT_EQ(shown(*icon, "tag").objectAs<NSManagedObject>() == tag,
+                                      shown(*icon, "name") == Value(expected) && expected != "none");
                     }
+                    EXPECT_EQ(findings(library), "");
+                }
 }

@@ -20,6 +20,7 @@ enum class StoreErrorCode : std::int64_t {
     StoreClosed = 134084, // on purpose
     StoreIncompatibleModel = 134100,
     StoreSave = 134030,
+    SaveWithoutEnd = 134031, // hooks of objects that save or change others for ever
     StoreFetch = 134060,
     StoreDamaged = 134061,
     FetchCancelled = 134062,
