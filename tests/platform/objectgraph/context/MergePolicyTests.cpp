@@ -317,11 +317,34 @@ TEST(MergePolicy, ADeletionIsNotGivenUpBecauseWhatTheRecordLedToWasDeleted) {
     }
 }
 
+/// Decides tags by one type, all else by another.
+class SplitPolicy : public NSMergePolicy {
+public:
+    bool resolveConflicts(std::vector<Ref<NSMergeConflict>> const& conflicts, Ref<NSError>&) override {
+        for (auto const& each : conflicts) each->resolve(each->sourceObject()->entity().name() == "Tag" ? tags_ : mergeType());
+        return true;
+    }
+
+protected:
+    using NSMergePolicy::init;
+    virtual void init(Type tags, Type others) {
+        init(others);
+        tags_ = tags;
+    }
+
+private:
+    Type tags_ = Type::Error;
+};
+
 TEST(MergePolicy, BothEndsOfALinkOfOneToOneAreDecidedAlike) {
     std::string const names[] = {"none", "a", "b", "c"};
-    std::pair<char const*, Type> const ways[] = {{"InMemory", Type::MergeByPropertyStoreTrump},
-                                                 {"SQLite", Type::MergeByPropertyObjectTrump}};
-    for (auto const& [store, type] : ways)
+    constexpr auto theirs = Type::MergeByPropertyStoreTrump, ours = Type::MergeByPropertyObjectTrump;
+    struct {
+        char const* store;
+        Type tags, icons;
+    } const ways[] = {
+        {"InMemory", theirs, theirs}, {"SQLite", ours, ours}, {"InMemory", ours, theirs}, {"InMemory", theirs, ours}};
+    for (auto const& [store, tags, icons] : ways)
         for (auto const& before : {names[0], names[1]})
             for (auto const& there : names)
                 for (auto const& here : names) {
@@ -336,10 +359,10 @@ TEST(MergePolicy, BothEndsOfALinkOfOneToOneAreDecidedAlike) {
                     };
                     lead(*library.root, before);
                     ASSERT_TRUE(saves(*library.root));
-                    worker->setMergePolicy(make<NSMergePolicy>(type));
+                    worker->setMergePolicy(make<SplitPolicy>(tags, icons));
                     lead(*worker, here), lead(*other, there);
                     ASSERT_TRUE(saves(*other) && saves(*worker) && saves(*library.root));
-                    auto const wins = type == Type::MergeByPropertyStoreTrump ? there : here;
+                    auto const wins = tags == theirs ? there : here;
                     auto const expected = there == before ? here : here == before ? there : wins;
                     auto const fresh = contextOver(library.coordinator);
                     for (auto const& context : {fresh, worker, library.root}) {
@@ -350,4 +373,27 @@ TEST(MergePolicy, BothEndsOfALinkOfOneToOneAreDecidedAlike) {
                     }
                     EXPECT_EQ(findings(library), "");
                 }
+}
+
+TEST(MergePolicy, EndsOfALinkOfOneToOneThatAreDecidedFromDifferentSidesAgree) {
+    Library const library("SQLite");
+    auto const worker = library.worker(), other = contextOver(library.coordinator);
+    for (auto const* each : {"a", "c"}) inserted(*library.root, "Icon", {{"name", each}});
+    for (auto const* each : {"T", "U", "V"}) inserted(*library.root, "Tag", {{"name", each}});
+    auto const named = [](NSManagedObjectContext& context, char const* entity, char const* name) {
+        return fetched(context, entity, NSPredicate::predicateWithFormat("name == %@", name)).at(0);
+    };
+    auto const lead = [&](NSManagedObjectContext& context, char const* tag, char const* icon) {
+        change(*named(context, "Tag", tag), icon ? Value(named(context, "Icon", icon)) : Value(), "icon");
+    };
+    lead(*library.root, "T", "c"), lead(*library.root, "U", "a");
+    ASSERT_TRUE(saves(*library.root));
+    worker->setMergePolicy(make<SplitPolicy>(Type::MergeByPropertyObjectTrump, Type::MergeByPropertyStoreTrump));
+    lead(*worker, "T", nullptr), lead(*worker, "V", "a");
+    lead(*other, "T", "a");
+    ASSERT_TRUE(saves(*other) && saves(*worker) && saves(*library.root));
+    EXPECT_EQ(findings(library), "") << "of T it was decided that it has none, of a that T has it";
+    auto const fresh = contextOver(library.coordinator);
+    for (auto const& [entity, format] : {std::pair("Icon", "tag.name == 'T'"), std::pair("Tag", "icon.name == 'a'")})
+        EXPECT_EQ(fetched(*fresh, entity, NSPredicate::predicateWithFormat(format)).size(), 1u) << format;
 }

@@ -7,15 +7,16 @@
 namespace Tessarin {
 
 /// What was decided of one end of a link of one to one holds for the other: whoever led here, on either side, and is not who
-/// is led to now, lets go.
+/// is led to now, lets go. Where both ends were decided, and differently, the one that was asked about first leads.
 void Reconciliation::agreeWithPartners(RowConflict const& conflict) {
     if (!conflict.final) return; // links to it are cut
-    auto const& cells = conflict.final->layout().cells();
+    auto const& made = rewritten_.at(conflict.key).change;
+    auto const& cells = made.after->layout().cells();
     for (std::size_t cell = 0; cell < cells.size(); ++cell) {
         auto const* relationship = cells[cell].property->asRelationship();
         auto const* inverse = relationship && relationship->isReciprocal() ? relationship->inverseRelationship() : nullptr;
         if (cells[cell].type != CellType::Reference || !inverse || inverse->isToMany()) continue;
-        auto const now = conflict.final->reference(cell);
+        auto const now = made.after->reference(cell); // which a partner may have decided by now
         for (auto const& row : {conflict.base, conflict.wanted, conflict.stored})
             if (row && row->reference(cell) != now) lead(row->reference(cell), *inverse, conflict.key, 0, conflict);
         lead(now, *inverse, 0, conflict.key, conflict);
