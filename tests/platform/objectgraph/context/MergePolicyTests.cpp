@@ -286,16 +286,21 @@ TEST(MergePolicy, ARecordWhoseDeletionIsGivenUpKeepsItsLinksAtBothEnds) {
     }
 }
 
-TEST(MergePolicy, ALinkThatWasCutBeforeItsDestinationWasDeletedStaysCutWhenThatIsGivenUp) {
-    for (auto const* kind : {"SQLite", "InMemory"}) {
+TEST(MergePolicy, ALinkThatWasCutElsewhereThanByADeletionThatIsGivenUpStaysCut) {
+    struct {
+        char const* kind;
+        bool isCutByOthers; // or here, before the deletion
+    } const rows[] = {{"SQLite", false}, {"InMemory", false}, {"SQLite", true}, {"InMemory", true}};
+    for (auto const& [kind, isCutByOthers] : rows) {
         Library library(kind);
         auto const author = inserted(*library.root, "Author", {{"name", "W"}});
         auto const book = inserted(*library.root, "Book", {{"title", "A"}, {"author", Value(author)}});
         ASSERT_TRUE(saves(*library.root));
         library.root->performBlockAndWait([&] { library.root->setMergePolicy(NSMergeByPropertyStoreTrumpMergePolicy()); });
         auto const worker = library.worker(), other = contextOver(library.coordinator);
-        worker->performBlockAndWait([&] { worker->objectWithID(*book->objectID())->setValueForKey(Value(), "author"); });
-        ASSERT_TRUE(saves(*worker));
+        auto const& cutting = isCutByOthers ? other : worker;
+        cutting->performBlockAndWait([&] { cutting->objectWithID(*book->objectID())->setValueForKey(Value(), "author"); });
+        ASSERT_TRUE(isCutByOthers || saves(*worker));
         worker->performBlockAndWait([&] { worker->deleteObject(*worker->objectWithID(*author->objectID())); });
         ASSERT_TRUE(saves(*worker));
         other->performBlockAndWait([&] { other->objectWithID(*author->objectID())->setValueForKey("changed", "name"); });
@@ -303,7 +308,8 @@ TEST(MergePolicy, ALinkThatWasCutBeforeItsDestinationWasDeletedStaysCutWhenThatI
         ASSERT_TRUE(saves(*library.root));
         EXPECT_EQ(fetched(*contextOver(library.coordinator), "Author").size(), 1u) << "the deletion is given up";
         auto const fresh = contextOver(library.coordinator);
-        fresh->performBlockAndWait([&] { EXPECT_FALSE(toOne(fresh->objectWithID(*book->objectID()), "author")) << kind; });
+        fresh->performBlockAndWait(
+            [&] { EXPECT_FALSE(toOne(fresh->objectWithID(*book->objectID()), "author")) << kind << isCutByOthers; });
     }
 }
 

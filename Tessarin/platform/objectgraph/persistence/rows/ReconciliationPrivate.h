@@ -29,7 +29,7 @@ private:
     void lead(RecordKey key, NSRelationshipDescription const& relationship, RecordKey from, RecordKey to,
               RowConflict const& conflict);
     void leadBackToSpared();
-    RowRef leadingBack(ChangeChain const& chain, Row const& final);
+    RowRef leadingBack(ChangeChain const& chain, Row const& final, RowRef const& stored);
     std::vector<RelationshipChange> decided(std::vector<RelationshipChange> relationships, std::size_t set) const;
     void rewriteSets(SaveOutcome& outcome);
 

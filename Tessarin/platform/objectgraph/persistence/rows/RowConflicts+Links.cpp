@@ -57,16 +57,17 @@ void Reconciliation::leadBackToSpared() {
     for (auto const& [key, chain] : chains_) {
         auto const found = rewritten_.find(key);
         auto const final = found == rewritten_.end() ? chain.steps.back()->after : found->second.change.after;
-        auto restored = final && chain.base() ? leadingBack(chain, *final) : RowRef();
-        if (!restored) continue;
+        if (!final || !chain.base()) continue;
         auto const stored = found == rewritten_.end() ? stored_(*chain.steps.front()->entity, key) : found->second.change.before;
+        auto restored = leadingBack(chain, *final, stored);
+        if (!restored) continue;
         rewritten_.erase(key);
         rewrite(chain, stored, restored);
     }
 }
 
-/// Null where nothing was let go of.
-RowRef Reconciliation::leadingBack(ChangeChain const& chain, Row const& final) {
+/// Null where nothing was let go of, or others have let go of it as well.
+RowRef Reconciliation::leadingBack(ChangeChain const& chain, Row const& final, RowRef const& stored) {
     auto const& base = *chain.base();
     if (&base.layout() != &final.layout()) return nullptr;
     auto const& cells = base.layout().cells();
@@ -75,6 +76,7 @@ RowRef Reconciliation::leadingBack(ChangeChain const& chain, Row const& final) {
         if (cells[cell].type != CellType::Reference || final.reference(cell) != 0) continue;
         auto const spared = spared_.find(base.reference(cell));
         if (spared == spared_.end() || chain.letGoIn(cell, spared->first) < spared->second) continue;
+        if (stored && stored->reference(cell) != spared->first) continue;
         if (!std::exchange(isFound, true)) builder_.begin(final, final.version());
         builder_.setReference(cell, base.reference(cell));
     }
