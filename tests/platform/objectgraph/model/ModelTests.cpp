@@ -1,9 +1,11 @@
 #include "Tessarin/platform/foundation/values/NSError.h"
 #include "Tessarin/platform/objectgraph/model/ModelBuilder.h"
 #include "Tessarin/platform/objectgraph/model/NSValidationError.h"
+#include "Tessarin/platform/objectgraph/model/StableHashPrivate.h"
 #include "Tessarin/platform/runtime/FunctionRef.h"
 
 #include <algorithm>
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 using namespace Tessarin;
@@ -39,6 +41,16 @@ std::string hashAfter(FunctionRef<void(EntityDefinition&)> change) {
 }
 
 } // namespace
+
+// Files keep hashes: a number is hashed as its eight bytes were in every version, however many of them are zero.
+TEST(StableHash, ANumberIsItsEightBytes) {
+    __extension__ using Wide = unsigned __int128;
+    for (std::uint64_t const number : {0ULL, 1ULL, 255ULL, 256ULL, 0x10000ULL, 0xFF00FF00ULL, 1ULL << 56, ~0ULL}) {
+        auto state = (Wide{0x6c62272e07bb0142} << 64) | 0x62b821756295c58d;
+        for (int byte = 0; byte < 8; ++byte) state = (state ^ ((number >> (8 * byte)) & 255)) * ((Wide{1} << 88) + 0x13B);
+        EXPECT_EQ(StableHash().add(number).hex(), fmt::format("{:032x}", state)) << number;
+    }
+}
 
 TEST(Model, InheritedPropertiesKeepTheirPlaces) {
     auto const model = library().build();

@@ -45,15 +45,17 @@ public:
         separate();
         text_ += flag ? "true" : "false";
     }
-    void add(std::vector<std::string> const& names) {
+    void add(std::vector<NSPropertyDescription const*> const& properties) {
         begin('[');
-        for (auto const& name : names) add(std::string_view{name});
+        for (auto const* property : properties) add(std::string_view{property->name()});
         end(']');
     }
+    void add(NSAttributeDescription const* attribute) { add(attribute->definition()); }
+    void add(NSRelationshipDescription const* relationship) { add(relationship->definition()); }
     void add(AttributeDefinition const& attribute);
     void add(RelationshipDefinition const& relationship);
-    void add(IndexDefinition const& index);
-    void add(EntityDefinition const& entity, std::int64_t number);
+    void add(NSFetchIndexDescription const& index);
+    void add(NSEntityDescription const& entity, std::int64_t number);
 
     std::string take() && { return std::move(text_); }
 
@@ -111,28 +113,30 @@ void Description::add(RelationshipDefinition const& relationship) {
     end('}');
 }
 
-void Description::add(IndexDefinition const& index) {
+void Description::add(NSFetchIndexDescription const& index) {
     begin('{').key("name").add(std::string_view{index.name});
     key("elements").begin('[');
     for (auto const& element : index.elements) {
-        begin('[').add(std::string_view{element.property});
+        begin('[').add(std::string_view{element.property->name()});
         add(element.ascending);
         end(']');
     }
     end(']').end('}');
 }
 
-void Description::add(EntityDefinition const& entity, std::int64_t number) {
-    begin('{').key("name").add(std::string_view{entity.name});
+/// What is declared there: inherited properties come first. Its `definition` would be a copy of all.
+void Description::add(NSEntityDescription const& entity, std::int64_t number) {
+    auto const* parent = entity.superentity();
+    begin('{').key("name").add(std::string_view{entity.name()});
     key("number").add(number);
-    put("parent", entity.options.parent);
-    put("abstract", entity.options.isAbstract);
-    putFormerName(entity.options.renamingIdentifier, entity.name);
-    put("hashModifier", entity.options.versionHashModifier);
-    putAll("attributes", entity.attributes);
-    putAll("relationships", entity.relationships);
-    putAll("unique", entity.uniquenessConstraints);
-    putAll("indexes", entity.indexes);
+    if (parent) put("parent", parent->name());
+    put("abstract", entity.isAbstract());
+    putFormerName(entity.renamingIdentifier(), entity.name());
+    put("hashModifier", entity.versionHashModifier());
+    putAll("attributes", entity.attributes().subspan(parent ? parent->attributes().size() : 0));
+    putAll("relationships", entity.relationships().subspan(parent ? parent->relationships().size() : 0));
+    putAll("unique", entity.uniquenessConstraints());
+    putAll("indexes", entity.indexes());
     end('}');
 }
 
@@ -227,11 +231,10 @@ std::string storedModelText(NSManagedObjectModel const& model, std::vector<std::
     Description description;
     description.begin('{').key("entities").begin('[');
     for (auto const& entity : model.entities()) {
-        auto const definition = entity->definition();
         auto const* parent = entity->superentity();
         counted.push_back({entity->name(), parent ? std::string_view{parent->name()} : std::string_view{},
-                           definition.attributes.size() + definition.relationships.size()});
-        description.add(definition, entityNumbers[entity->index()]);
+                           entity->properties().size() - (parent ? parent->properties().size() : 0)});
+        description.add(*entity, entityNumbers[entity->index()]);
     }
     description.end(']').end('}');
     requireBounded(counted);

@@ -46,11 +46,15 @@ std::string quoted(std::string_view name) {
 
 /// Underscores are appended until the name is free.
 std::string SQLiteSchema::Names::take(std::string name) {
-    auto const isReserved = [](std::string const& lower) {
-        return lower.starts_with("sqlite_") || lower.starts_with("tessarin_");
-    };
-    if (name.empty() || isReserved(lowered(name))) name.insert(0, "_");
-    while (!taken_.insert(lowered(name)).second) name += '_';
+    auto lower = lowered(name);
+    if (name.empty() || lower.starts_with("sqlite_") || lower.starts_with("tessarin_")) {
+        name.insert(0, "_");
+        lower.insert(0, "_");
+    }
+    while (!taken_.insert(lower).second) {
+        name += '_';
+        lower += '_';
+    }
     return name;
 }
 
