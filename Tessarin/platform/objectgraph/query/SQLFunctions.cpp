@@ -120,6 +120,21 @@ std::string collationFor(TextComparison comparison) {
     return {};
 }
 
+namespace {
+
+void addCollation(sqlite3* connection, char const* name, int (*order)(void*, int, void const*, int, void const*)) {
+    sqlite3_create_collation_v2(connection, name, SQLITE_UTF8, connection, order, nullptr);
+}
+
+/// Few connections ever order by one, and each costs as much as a function.
+void addWanted(void*, sqlite3* connection, int, char const* wanted) {
+    if (std::string_view{wanted} == decimalCollation) return addCollation(connection, decimalCollation, compareDecimals);
+    for (auto const& [comparison, name, order] : collations)
+        if (std::string_view{wanted} == name) return addCollation(connection, name, order);
+}
+
+} // namespace
+
 void registerSQLFunctions(SQLite::Connection& connection) {
     auto const add = [&](char const* name, int count, void (*function)(sqlite3_context*, int, sqlite3_value**)) {
         sqlite3_create_function_v2(connection.handle(), name, count, SQLITE_UTF8 | SQLITE_DETERMINISTIC, nullptr, function,
@@ -129,11 +144,7 @@ void registerSQLFunctions(SQLite::Connection& connection) {
     add("tessarin_fold", 2, fold);
     add("tessarin_matches", 3, matches);
     add("tessarin_finds", -1, findsWords);
-    auto const addOrder = [&](char const* name, auto* order) {
-        sqlite3_create_collation_v2(connection.handle(), name, SQLITE_UTF8, connection.handle(), order, nullptr);
-    };
-    for (auto const& [comparison, name, order] : collations) addOrder(name, order);
-    addOrder(decimalCollation, compareDecimals);
+    sqlite3_collation_needed(connection.handle(), nullptr, addWanted);
 }
 
 } // namespace Tessarin

@@ -35,7 +35,7 @@ void SQLiteReader::rows(NSEntityDescription const& rootEntity, std::span<RecordK
         return;
     }
     if (areDense(wanted)) return readRange(decoder, table, wanted, each);
-    auto const query = connection_.use(fmt::format("SELECT {} FROM {} AS t0 WHERE t0.id = ?", decoder.columns(), table));
+    auto const query = connection_.use(fmt::format("SELECT {} FROM {} AS t0 WHERE t0.id = ?", decoder.values(), table));
     for (auto const key : wanted) {
         query->bind(1, key);
         if (query->step())

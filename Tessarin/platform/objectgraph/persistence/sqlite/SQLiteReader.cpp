@@ -125,6 +125,7 @@ std::string SQLiteReader::textOf(StoreQuery const& query, SQLTranslation const& 
     auto sql = fmt::format("SELECT {} FROM {}{} AS t0{}{}",
                            reading.byKeys  ? "t0.id, t0.version"
                            : reading.isFed ? decoder.selection()
+                           : order.empty() ? decoder.values()
                                            : decoder.columns(),
                            isCutFirst ? translation.sourceCutBy(cutTextOf(query)) : translation.source(),
                            schema_.tableOf(*query.entity).name, translation.joins(), condition);

@@ -13,7 +13,10 @@ SQLiteRowDecoder::SQLiteRowDecoder(SQLiteSchema const& schema, NSEntityDescripti
     : space_(schema.space()), asOf_(asOf), hasEntityColumn_(schema.tableOf(entity).hasEntityColumn), names_{"id", "version"} {
     if (hasEntityColumn_) names_.emplace_back("entity");
     addPlans(schema, entity, includesSubentities);
-    for (auto const& name : names_) columns_ += (columns_.empty() ? "t0." : ", t0.") + name;
+    for (auto const& name : names_) {
+        (columns_ += columns_.empty() ? "t0." : ", t0.") += name;
+        (valueTexts_ += valueTexts_.empty() ? "t0." : ", +t0.") += name; // the key is what they may be ordered by
+    }
 }
 
 void SQLiteRowDecoder::addPlans(SQLiteSchema const& schema, NSEntityDescription const& entity, bool includesSubentities) {

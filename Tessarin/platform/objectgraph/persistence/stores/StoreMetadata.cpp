@@ -47,7 +47,7 @@ bool StoreMetadata::hasUnsaved() const {
 
 void StoreMetadata::read(SQLite::Connection& connection) {
     std::vector<std::pair<std::string, std::string>> found;
-    auto const query = connection.use("SELECT key, value FROM tessarin_metadata");
+    auto const query = connection.use("SELECT +key, +value FROM tessarin_metadata");
     while (query->step()) found.emplace_back(query->text(0), query->text(1));
     std::lock_guard const hold(mutex_);
     current_ = saved_ = {};
