@@ -42,6 +42,13 @@ void distrust(sqlite3* handle) {
     sqlite3_limit(handle, SQLITE_LIMIT_SQL_LENGTH, 64 << 20); // the texts in the file's schema, too
 }
 
+/// SQLite's own default, where nobody has set another one for the whole process, is to map nothing. A statement that says so again
+/// costs as much as a short question.
+bool mayMap(sqlite3* handle) {
+    sqlite3_int64 bytes = -1; // asks
+    return sqlite3_file_control(handle, "main", SQLITE_FCNTL_MMAP_SIZE, &bytes) != SQLITE_OK || bytes != 0;
+}
+
 std::string immutableURI(std::string const& path) {
     std::string uri = path.starts_with('/') ? "file://" : "file:";
     for (unsigned char const c : path) {
@@ -68,10 +75,16 @@ Connection::Connection(std::string path, ConnectionOptions const& options) : pat
     setBusySeconds(options.busySeconds);
     if (options.hasFullText) addFullText(); // before anything of the file is looked at: it may have tables that need it
     distrust(opened);
-    execute("PRAGMA cell_size_check = ON; PRAGMA mmap_size = 0"); // a mapped file that somebody cuts short ends the process
+    execute("PRAGMA cell_size_check = ON");
+    if (mayMap(opened)) execute("PRAGMA mmap_size = 0"); // a mapped file that somebody cuts short ends the process
     execute("PRAGMA cache_size = -" + std::to_string(options.cacheKilobytes));
     execute("PRAGMA synchronous = " + std::to_string(static_cast<int>(options.synchronous)));
+}
+
+void Connection::prepareToWrite() {
+    if (isReadyToWrite_) return;
     execute("PRAGMA secure_delete = OFF"); // Debian's SQLite overwrites deleted content with zeros by default
+    isReadyToWrite_ = true;
 }
 
 Connection::~Connection() = default;

@@ -59,6 +59,8 @@ public:
     /// Has tables of FTS5 be used from now on; they may name the tokenizer `tessarin`, see `WordTokenizer.h`. Whether this SQLite
     /// can search in texts at all. Costs as much as a statement, which most connections need not pay.
     bool addFullText() noexcept;
+    /// Sets what only matters to who writes, the first time. Every `Transaction` begins with it.
+    void prepareToWrite();
     /// How many rows the last statement that changes any has changed.
     std::size_t changedRows() const noexcept;
     bool isInTransaction() const noexcept;
@@ -104,6 +106,7 @@ private:
     mutable void const volatile* logStart_ = nullptr; // of its index: it stays where it is
     LogState seenLog_{};
     bool hasFullText_ = false;
+    bool isReadyToWrite_ = false;
 };
 
 } // namespace Tessarin::SQLite

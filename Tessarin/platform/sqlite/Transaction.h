@@ -7,7 +7,10 @@ namespace Tessarin::SQLite {
 class TESSARIN_API Transaction {
 public:
     /// Waits for the lock as long as the connection's options say.
-    explicit Transaction(Connection& connection) : connection_(connection) { connection.use("BEGIN IMMEDIATE")->run(); }
+    explicit Transaction(Connection& connection) : connection_(connection) {
+        connection.prepareToWrite();
+        connection.use("BEGIN IMMEDIATE")->run();
+    }
     ~Transaction();
     Transaction(Transaction const&) = delete;
     Transaction& operator=(Transaction const&) = delete;

@@ -1,4 +1,5 @@
 #include "StoreFixture.h"
+#include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteFileChecksPrivate.h"
 #include "Tessarin/platform/sqlite/Connection.h"
 
 #include <future>
@@ -318,6 +319,35 @@ TEST_F(Opening, AFileWithoutPermissionIsWaitedFor) {
         for (int const end : ends) ::close(end);
     }
     EXPECT_EQ(rescued(), 0U);
+}
+
+// What its pages say must be what SQLite says, wherever the first one stands: in the log alone, in the file, in both, without a log.
+TEST_F(Opening, TheHeaderIsThatOfTheTransactionThatLooks) {
+    run("PRAGMA application_id = 1");
+    SQLite::Connection looking(place), other(place);
+    std::string const grown = "; DROP TABLE IF EXISTS t; CREATE TABLE t AS SELECT randomblob(9000)";
+    std::pair<char const*, std::string> const table[] = {
+        {"no log", "PRAGMA user_version = 3"},
+        {"the log alone", "PRAGMA journal_mode = WAL; PRAGMA application_id = -7; PRAGMA user_version = 2" + grown},
+        {"both",
+         "PRAGMA wal_checkpoint(TRUNCATE); PRAGMA user_version = -2147483648" + grown + "; CREATE TABLE IF NOT EXISTS u (a)"},
+        {"the file", "PRAGMA application_id = 2147483647; PRAGMA wal_checkpoint(TRUNCATE)"},
+    };
+    for (auto const& [name, change] : table)
+        for (bool const isOvertaken : {false, true}) {
+            other.execute(change);
+            bool const hasLog = other.text("PRAGMA journal_mode") == "wal";
+            looking.integer("SELECT count(*) FROM sqlite_schema");
+            if (hasLog) looking.noteCommits();
+            looking.execute("BEGIN");
+            looking.integer("SELECT count(*) FROM sqlite_schema");
+            if (hasLog && isOvertaken) other.execute("PRAGMA user_version = 99; CREATE TABLE later (a); DROP TABLE later");
+            auto const header = headerOf(looking);
+            EXPECT_EQ(header.application, looking.integer("PRAGMA application_id")) << name;
+            EXPECT_EQ(header.format, looking.integer("PRAGMA user_version")) << name;
+            EXPECT_EQ(header.pages, looking.integer("PRAGMA page_count")) << name;
+            looking.execute("COMMIT");
+        }
 }
 
 } // namespace

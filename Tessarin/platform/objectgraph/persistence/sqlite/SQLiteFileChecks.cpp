@@ -3,6 +3,8 @@
 #include "Tessarin/platform/objectgraph/model/NSManagedObjectModel.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteEmptinessPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/sqlite/SQLiteVerdictPrivate.h"
+#include "Tessarin/platform/sqlite/BigEndian.h"
+#include "Tessarin/platform/sqlite/SnapshotPages.h"
 
 #include <sqlite3.h>
 
@@ -65,6 +67,19 @@ SchemaLook lookAtSchema(SQLite::Connection& connection) {
         if (hasNoPages && (type == "table" || type == "view")) look.views.push_back(inSmallLetters(std::string(name)));
     }
     return look;
+}
+
+FileHeader headerOf(SQLite::Connection& connection) {
+    SQLite::SnapshotPages pages(connection, 0);
+    auto const first = pages.see() ? pages.kept(1) : SQLite::SnapshotPages::Page();
+    if (first.empty())
+        return {.application = connection.integer("PRAGMA application_id"),
+                .format = connection.integer("PRAGMA user_version"),
+                .pages = connection.integer("PRAGMA page_count")};
+    auto const at = [&](std::size_t place) { return SQLite::bigEndian<std::uint32_t>(first.data() + place); };
+    return {.application = static_cast<std::int32_t>(at(68)),
+            .format = static_cast<std::int32_t>(at(60)),
+            .pages = static_cast<std::int64_t>(pages.size() / first.size())};
 }
 
 void requireNoViewInPlaceOfATable(SchemaLook const& look, SQLite::Connection& connection, RowSpace& space) {

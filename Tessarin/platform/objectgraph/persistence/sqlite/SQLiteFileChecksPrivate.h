@@ -17,6 +17,16 @@ struct SchemaLook {
     std::vector<std::string> views;   // and virtual tables, in small letters
 };
 TESSARIN_API SchemaLook lookAtSchema(SQLite::Connection& connection);
+
+/// What the file's first page says, as the connection's transaction sees it.
+struct FileHeader {
+    std::int64_t application = 0; // whose file it is
+    std::int64_t format = 0;      // in the application's count
+    std::int64_t pages = 0;
+};
+/// Behind the transaction's first read. Right from the page where that can be, which a look at the log before the transaction began
+/// allows (`noteCommits`); else it takes a statement for each.
+TESSARIN_API FileHeader headerOf(SQLite::Connection& connection);
 /// Throws Refused where a view, or a virtual table, stands in place of one of the library's tables or of the model's. Other views
 /// are somebody's own.
 TESSARIN_API void requireNoViewInPlaceOfATable(SchemaLook const& look, SQLite::Connection& connection, RowSpace& space);

@@ -55,7 +55,7 @@ SchemaLook SQLiteOpening::makeIfEmpty(SQLite::Connection& connection) {
         }
         transaction.commit();
     }
-    connection.execute("BEGIN");
+    connection.use("BEGIN")->run();
     return lookAtSchema(connection);
 }
 
@@ -66,19 +66,19 @@ void SQLiteOpening::create(SQLite::Connection& connection) {
 }
 
 void SQLiteOpening::checkFormat(SQLite::Connection& connection) {
-    if (connection.integer("PRAGMA application_id") != storeApplicationID)
-        throw Refused::because("it is another application's: " + path_);
-    format_ = connection.integer("PRAGMA user_version");
+    auto const header = headerOf(connection);
+    if (header.application != storeApplicationID) throw Refused::because("it is another application's: " + path_);
+    format_ = header.format;
+    isSmall_ = header.pages <= smallFilePages;
     if (format_ > storeFormatVersion)
         throw Postponed(storeError(StoreErrorCode::StoreOpen, "The store was written by a newer version: " + path_));
 }
 
 /// A look whose cost does not grow with the file: a small one is checked wholly, of a large one the ends of every table.
 void SQLiteOpening::checkPages(SQLite::Connection& connection) {
-    bool const isSmall = connection.integer("PRAGMA page_count") <= smallFilePages;
-    if (isSmall) checkAllPages(connection);
+    if (isSmall_) checkAllPages(connection);
     own_ = SQLiteOwnTables::readFrom(connection);
-    if (!isSmall) requireReadableEnds(connection, own_.tables());
+    if (!isSmall_) requireReadableEnds(connection, own_.tables());
 }
 
 /// A file is damaged when three looks say so, each without what the one before left in memory, and when nothing keeps it from
@@ -123,27 +123,27 @@ std::optional<std::vector<std::int64_t>> SQLiteOpening::numbersOfSameModel() con
 std::vector<std::int64_t> SQLiteOpening::bringToModel(SQLite::Connection& connection, SQLiteOpeningProgress& progress) {
     if (auto numbers = numbersOfSameModel()) {
         if (format_ >= storeFormatVersion) return *std::move(numbers);
-        connection.execute("COMMIT");
+        connection.use("COMMIT")->run();
         {
             SQLite::Transaction transaction(connection);
             bringToFormat(connection);
             transaction.commit();
         }
-        connection.execute("BEGIN");
+        connection.use("BEGIN")->run();
         checkFormat(connection);
         own_ = SQLiteOwnTables::readFrom(connection);
         return bringToModel(connection, progress); // another process may have migrated it in between
     }
     if (!options_.infersMapping)
         throw Refused::because("it was written with another model, and inferring a mapping is not asked for");
-    connection.execute("COMMIT");
+    connection.use("COMMIT")->run();
     connection.addFullText(); // there may be indexes of words by now that have to go
     SQLite::Transaction transaction(connection);
     checkFormat(connection);
     own_ = SQLiteOwnTables::readFrom(connection);
     if (numbersOfSameModel()) { // another process was faster, and who opened the file after it goes by its generation
         transaction.commit();
-        connection.execute("BEGIN");
+        connection.use("BEGIN")->run();
         own_ = SQLiteOwnTables::readFrom(connection);
         return bringToModel(connection, progress);
     }
@@ -156,7 +156,7 @@ std::vector<std::int64_t> SQLiteOpening::bringToModel(SQLite::Connection& connec
         transaction.commit();
         isBroughtToModel_ = true;
         progress.end();
-        connection.execute("BEGIN");
+        connection.use("BEGIN")->run();
         own_ = SQLiteOwnTables::readFrom(connection);
         return result;
     } catch (Refused const&) {
@@ -175,7 +175,7 @@ void SQLiteOpening::requireFullText(SQLite::Connection& connection, SchemaLook c
 void SQLiteOpening::bringSearchesUp(SQLite::Connection& connection, SQLiteSchema const& schema, SQLiteOpeningProgress& progress) {
     SQLiteSearchTables tables(connection);
     if (tables.areAsIn(schema, own_.search)) return;
-    connection.execute("COMMIT");
+    connection.use("COMMIT")->run();
     connection.addFullText(); // likewise
     SQLite::Transaction transaction(connection);
     if (!tables.areAsIn(schema)) { // unless another process was faster
@@ -198,7 +198,7 @@ void SQLiteOpening::bringSearchesUp(SQLite::Connection& connection, SQLiteSchema
     transaction.commit();
     isBroughtToModel_ = true;
     progress.end();
-    connection.execute("BEGIN");
+    connection.use("BEGIN")->run();
     own_ = SQLiteOwnTables::readFrom(connection);
 }
 

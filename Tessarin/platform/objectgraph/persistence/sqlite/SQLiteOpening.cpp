@@ -38,6 +38,12 @@ bool hasLog(SQLite::Connection& connection) {
     return code == SQLITE_OK && log && log->pMethods;
 }
 
+/// One read transaction around all that is looked at: each of its own costs four locks.
+void beginToLook(SQLite::Connection& connection) {
+    if (hasLog(connection)) connection.noteCommits(); // its index would be made where there is none
+    connection.use("BEGIN")->run();
+}
+
 } // namespace
 
 SQLiteOpening::SQLiteOpening(NSURL const& file, Ref<RowSpace> space, SQLiteStoreOptions options)
@@ -109,8 +115,7 @@ std::unique_ptr<SQLiteStore::Impl> SQLiteOpening::openForWriting(std::unique_ptr
     options.busySeconds = std::min(options_.busySeconds, 0.2); // who waits longer is told
     connection = std::make_unique<SQLite::Connection>(path_, options);
     if (connection->isReadOnly()) throwReadOnly();
-    // One read transaction around all that is looked at: each of its own costs four locks.
-    connection->execute("BEGIN");
+    beginToLook(*connection);
     auto look = lookAtSchema(*connection);
     requireFullText(*connection, look);
     if (look.isEmpty) {
@@ -126,7 +131,7 @@ std::unique_ptr<SQLiteStore::Impl> SQLiteOpening::openForWriting(std::unique_ptr
         std::make_unique<SQLiteStore::Impl>(file_, space_, std::move(numbers), optionsOfStore(), SQLiteSchema::Searches::Used);
     bringSearchesUp(*connection, impl->schema, progress);
     fill(*impl, *connection);
-    connection->execute("COMMIT");
+    connection->use("COMMIT")->run();
     if (!hasLog(*connection)) connection->execute("PRAGMA journal_mode = WAL"); // another tool changed it
     return impl;
 }
@@ -147,7 +152,7 @@ std::unique_ptr<SQLiteStore::Impl> SQLiteOpening::openForReading(std::unique_ptr
     if (isClosed && hasLog)
         throw Refused::because("its log has to be read, which a place that cannot be written does not allow: " + path_);
     connection = std::make_unique<SQLite::Connection>(path_, options);
-    connection->execute("BEGIN");
+    beginToLook(*connection);
     auto const look = lookAtSchema(*connection);
     checkFormat(*connection);
     requireNoViewInPlaceOfATable(look, *connection, *space_);
@@ -165,7 +170,7 @@ std::unique_ptr<SQLiteStore::Impl> SQLiteOpening::openForReading(std::unique_ptr
                                             isSearchable ? SQLiteSchema::Searches::Used : SQLiteSchema::Searches::Ignored);
     fill(*impl, *connection);
     impl->isReadOnly = true;
-    connection->execute("COMMIT");
+    connection->use("COMMIT")->run();
     return impl;
 }
 

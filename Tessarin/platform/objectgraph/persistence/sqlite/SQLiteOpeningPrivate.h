@@ -55,6 +55,7 @@ private:
     bool isBroughtToModel_ = false; // and that is saved: it cannot be cancelled any more
     SQLiteOwnTables own_; // as its transaction sees them, like what follows
     std::int64_t format_ = 0;
+    bool isSmall_ = false;
 };
 
 } // namespace Tessarin
