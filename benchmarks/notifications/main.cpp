@@ -1,6 +1,8 @@
 // Notifiers beside the signals of other libraries. Ours may be used from any thread; of the peers only Boost.Signals2 may.
 #include "Tessarin/notifications/Notifier.h"
 #include "Tessarin/platform/foundation/bundles/NSBundle.h"
+#include "Tessarin/platform/foundation/notifications/NSNotificationCenter.h"
+#include "Tessarin/platform/foundation/operations/NSOperationQueue.h"
 #include "benchmarks/notifications/Peers.h"
 #include "benchmarks/support/Threads.h"
 
@@ -172,6 +174,31 @@ template <class Watch> void ownRow(Report& report, char const* row, double bar, 
                 .target = bar});
 }
 
+/// How much longer four times as many take that leave one after the other.
+void growthRow(Report& report, char const* row, FunctionRef<void(int)> comeAndLeave) {
+    if (!report.wants("notifications", row)) return;
+    constexpr int some = 10'000;
+    auto const seconds = [&](int count) { return median(runs, [&] { return secondsOf([&] { comeAndLeave(count); }); }); };
+    auto const one = seconds(some);
+    report.add({.group = "notifications", .row = row, .unit = "times", .ours = seconds(4 * some) / one, .target = 4.6});
+}
+
+void leaveAsConnections(int count) {
+    auto const notifier = make<Notifier>("connections");
+    std::vector<Notifier::Connection> connections;
+    for (int at = 0; at < count; ++at) connections.push_back(notifier->connect({.block = [](auto const&) { ++heard; }}));
+    connections.clear();
+    notifier->serializer()->waitUntilAllOperationsAreFinished();
+}
+
+void leaveByName(int count) {
+    auto const& centre = NSNotificationCenter::defaultCenter();
+    auto const target = make<Target>();
+    auto const name = [](int at) { return "name " + std::to_string(at); };
+    for (int at = 0; at < count; ++at) centre->addObserver(target, "poked"_sel, name(at));
+    for (int at = 0; at < count; ++at) centre->removeObserver(*target, name(at));
+}
+
 } // namespace
 } // namespace Tessarin::benchmarks
 
@@ -195,5 +222,7 @@ int main(int argc, char** argv) {
     ownRow(report, "tied block, each", 1.8, [](Notifier& notifier, auto const& target) {
         notifier.watch({.tiedTo = target, .block = [](auto const&) { ++heard; }});
     });
+    growthRow(report, "n connections end: 4 n / n", leaveAsConnections);
+    growthRow(report, "n names are left one by one: 4 n / n", leaveByName);
     return report.finish();
 }

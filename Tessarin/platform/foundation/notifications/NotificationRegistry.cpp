@@ -67,7 +67,8 @@ void NotificationRegistry::addLocked(NSNotificationChannel& channel, OwnRegistra
     if (!channel.add(registration)) return;
     registration.keepSelf();
     auto const* const observer = registration.observer();
-    if (observer != &registration) byObserver_[observer].push_back(registration.self<NotificationRegistration>());
+    if (observer != &registration)
+        byObserver_[observer].emplace(std::pair(&channel, registration.sender()), registration.self<NotificationRegistration>());
 }
 
 void NotificationRegistry::remove(NSObject const& observer, std::optional<std::string_view> name, NSObject const* sender) {
@@ -77,12 +78,30 @@ void NotificationRegistry::remove(NSObject const& observer, std::optional<std::s
         if (token->home_ == number_ && token->isActive() && token->matches(name, sender)) token->channel_->remove(*token, gone);
     auto const found = byObserver_.find(&observer);
     if (found == byObserver_.end()) return;
-    std::erase_if(found->second, [&](auto const& registration) {
-        if (!registration->matches(name, sender)) return false;
-        registration->channel_->remove(*registration, gone);
-        return true;
-    });
+    auto& registrations = found->second;
+    if (name) {
+        if (auto const named = channels_.find(*name); named != channels_.end())
+            removeLocked(*named->second, sender, registrations, gone);
+        if (name->empty()) removeLocked(*everyName_, sender, registrations, gone);
+    } else {
+        std::erase_if(registrations, [&](auto const& entry) {
+            auto const& registration = entry.second;
+            if (!registration->matches(name, sender)) return false;
+            registration->channel_->remove(*registration, gone);
+            return true;
+        });
+    }
     if (found->second.empty()) byObserver_.erase(found);
+}
+
+/// Those of one observer at a channel, from that sender or, when null, from any.
+void NotificationRegistry::removeLocked(NSNotificationChannel const& channel, NSObject const* sender, OfObserver& registrations,
+                                        Registrations& gone) {
+    auto const first = registrations.lower_bound({&channel, sender}); // null is before every sender
+    auto last = first;
+    for (; last != registrations.end() && last->first.first == &channel && (!sender || last->first.second == sender); ++last)
+        last->second->channel_->remove(*last->second, gone);
+    registrations.erase(first, last);
 }
 
 void NotificationRegistry::sweep(NSNotificationChannel& channel) {
@@ -104,7 +123,8 @@ void NotificationRegistry::sweepLocked(NSNotificationChannel& channel, Registrat
         auto const found = byObserver_.find(registration->observer());
         if (found == byObserver_.end()) continue;
         // All of the observer that are dead, under whatever names: so it is looked through once and not for each of them.
-        std::erase_if(found->second, [&](auto const& other) {
+        std::erase_if(found->second, [&](auto const& entry) {
+            auto const& other = entry.second;
             if (!other->isDead()) return false;
             other->channel_->remove(*other, gone);
             return true;

@@ -3,6 +3,7 @@
 #include "Tessarin/platform/foundation/notifications/NotificationRegistrationPrivate.h"
 #include "Tessarin/platform/runtime/TextHashPrivate.h"
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -34,17 +35,22 @@ public:
     void removeAll();
 
 private:
+    /// By channel and sender: one observer may listen to very many, and leave them one by one.
+    using OfObserver = std::multimap<std::pair<NSNotificationChannel const*, NSObject const*>, Ref<NotificationRegistration>>;
+
     // With the mutex held; what leaves is moved to `gone`, to be destroyed without it.
     Ref<NSNotificationChannel> made(std::string_view name, Registrations& gone);
     void addLocked(NSNotificationChannel& channel, OwnRegistration& registration, Registrations& gone);
     void sweepLocked(NSNotificationChannel& channel, Registrations& gone);
     void dropEmptyChannels(Registrations& gone);
+    void removeLocked(NSNotificationChannel const& channel, NSObject const* sender, OfObserver& registrations,
+                      Registrations& gone);
 
     std::uint32_t const number_; // tells registries apart, also from those that are no more
     std::mutex mutex_;
     // All guarded by mutex_; everyName_ is constant after start.
     std::unordered_map<Text, Ref<NSNotificationChannel>, TextHash, std::equal_to<>> channels_;
-    std::unordered_map<NSObject const*, Registrations> byObserver_; // closure observers are their own index
+    std::unordered_map<NSObject const*, OfObserver> byObserver_; // closure observers are their own index
     std::size_t dropAt_ = 64;
     Ref<NSNotificationChannel> everyName_;
 };
