@@ -112,6 +112,31 @@ double newWorker(Stack& stack, std::size_t n) {
     });
 }
 
+double mergeOfOne(Stack& stack, std::size_t n) {
+    fill(stack, n);
+    auto const worker = stack.makeWorker();
+    double seconds = 0;
+    worker->performBlockAndWait([&] {
+        auto const books = worker->allObjects<Book>();
+        ObjectIDsByChange const changes{{NSUpdatedObjectsKey, {books.front()->objectID()}}};
+        seconds = median(101, [&] {
+            return secondsOf([&] { NSManagedObjectContext::mergeChangesFromRemoteContextSave(changes, std::vector{worker}); });
+        });
+    });
+    return seconds;
+}
+
+double saveAboveAChild(Stack& stack, std::size_t n) {
+    fill(stack, n);
+    auto const parent = stack.makeWorker(), child = childOf(parent);
+    std::vector<Ref<Book>> books;
+    parent->performBlockAndWait([&] { books = parent->allObjects<Book>(); });
+    return median(101, [&] {
+        parent->performBlockAndWait([&] { insertBooks(*parent, 1); });
+        return secondsIn(*parent, [&] { saveOrThrow(*parent); });
+    });
+}
+
 struct GrowthRow {
     char const* id;
     char const* what;
@@ -129,6 +154,8 @@ constexpr GrowthRow growthRows[] = {
     {"U6", "n blocks of a context with a child", linear, 1000, blocksWithChild},
     {"U7", "setObjects of n, twice", linear, 4000, setsOfObjects},
     {"U8", "a new worker after n records became permanent", constant, 20'000, newWorker},
+    {"U16", "one record changed elsewhere, n registered", constant, 10'000, mergeOfOne},
+    {"U17", "an insertion is saved above a child, n registered", constant, 10'000, saveAboveAChild},
 };
 
 /// U9: one save in the store without a file that holds n records.
@@ -172,6 +199,33 @@ double takenValues(std::size_t n) {
     return seconds;
 }
 
+/// U15: one save of n new records, each of which has a unique value of the one before, by turns.
+double valuesInARow(std::size_t n) {
+    auto const coordinator = make<NSPersistentStoreCoordinator>(ModelBuilder()
+                                                                    .entity("Badge")
+                                                                    .attribute("number", NSAttributeType::String)
+                                                                    .attribute("code", NSAttributeType::String)
+                                                                    .unique({"number"})
+                                                                    .unique({"code"})
+                                                                    .build());
+    Ref<NSError> error;
+    if (!coordinator->addPersistentStoreWithType(NSInMemoryStoreType, {}, NSURL::fileURLWithPath("/row"), {}, error))
+        throw ErrorException(error);
+    auto const context = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue);
+    context->setPersistentStoreCoordinator(coordinator);
+    context->setMergePolicy(NSMergeByPropertyObjectTrumpMergePolicy());
+    double seconds = 0;
+    context->performBlockAndWait([&] {
+        for (std::size_t at = 0; at < n; ++at) {
+            auto const badge = context->insertNewObject("Badge");
+            badge->setValueForKey(std::to_string(at / 2), "number");
+            badge->setValueForKey(std::to_string((at + 1) / 2), "code");
+        }
+        seconds = secondsOf([&] { saveOrThrow(*context); });
+    });
+    return seconds;
+}
+
 struct DirtyRow {
     char const* id;
     char const* what;
@@ -198,8 +252,10 @@ double secondsOfRequest(NSManagedObjectContext& context, DirtyRow const& row) {
     Ref<NSError> error;
     return median(31, [&] {
         return secondsOf([&] {
-            if (row.sortedBy) context.executeFetchRequest(*request, error);
-            else context.countForFetchRequest(*request, error);
+            if (row.sortedBy)
+                context.executeFetchRequest(*request, error);
+            else
+                context.countForFetchRequest(*request, error);
         });
     });
 }
@@ -237,6 +293,7 @@ void measureUnsavedGrowth(std::string const& folder, Wants wants, AddRatio add) 
             row.n);
     ratio("U9", "a save of one in memory among n", constant, saveInMemory, 250);
     ratio("U14", "n new records with a taken unique value", linear, takenValues, 2000);
+    ratio("U15", "n new records in a row of unique values", linear, valuesInARow, 2000);
 
     auto const wanted = [&](DirtyRow const& row) { return wants(row.id, row.what); };
     if (std::ranges::none_of(dirtyRows, wanted)) return;

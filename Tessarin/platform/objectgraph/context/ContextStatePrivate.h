@@ -5,6 +5,8 @@
 #include "Tessarin/platform/objectgraph/context/ContextNewsPrivate.h"
 #include "Tessarin/platform/objectgraph/context/EntityRulesPrivate.h"
 #include "Tessarin/platform/objectgraph/context/GoneRecordsPrivate.h"
+#include "Tessarin/platform/objectgraph/context/KeySetPrivate.h"
+#include "Tessarin/platform/objectgraph/context/LoadedMembersPrivate.h"
 #include "Tessarin/platform/objectgraph/context/NSManagedObjectContext.h"
 #include "Tessarin/platform/objectgraph/context/ObjectExtrasPrivate.h"
 #include "Tessarin/platform/objectgraph/context/ObjectObserversPrivate.h"
@@ -46,6 +48,9 @@ public:
     bool mustShowAnew = false; // what is shown to children cannot be kept: it has keys that changed, or links that were undone
     std::size_t promotionsSeen = 0;            // of the coordinator's log
     bool knowsForeignTemporaries = false;      // has objects for unsaved records of an ancestor
+    KeySet foreignTemporaries;                 // of objects that were made for those since the last save of them
+    LoadedMembers loadedMembers;
+    std::vector<Ref<NSManagedObject>>* touched = nullptr; // of whoever wants to know whose changes are others now
 
     Cell<Ref<NSMergePolicy>> mergePolicy;
     Cell<std::string> name, transactionAuthor;

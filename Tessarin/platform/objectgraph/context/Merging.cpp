@@ -243,13 +243,14 @@ void forgetLinksOf(ContextState& context, ChangeSet const& corrections) {
     auto const mayHold = [&](NSRelationshipDescription const& relationship) {
         return !corrections.changesOf(*relationship.destinationEntity()->rootEntity()).empty();
     };
-    for (auto const& object : context.link->all()) {
-        auto& state = GraphAccess::state(*object);
-        if (!state.extras || state.key < 0) continue;
-        for (auto const& toMany : state.extras->toMany)
-            if (toMany.isLoaded && mayHold(*object->entity().properties()[toMany.property]->asRelationship()))
-                forgetMembers(state, toMany.property);
-    }
+    context.loadedMembers.take(mayHold, [](NSManagedObject& object, NSRelationshipDescription const& relationship) {
+        auto& state = GraphAccess::state(object);
+        auto const* toMany = state.extras ? state.extras->find(relationship.index()) : nullptr;
+        if (!toMany || !toMany->isLoaded) return true;
+        if (state.key < 0) return false;
+        forgetMembers(state, relationship.index());
+        return true;
+    });
 }
 
 /// Before a set is merged: what it means for the context's objects, made where nobody has asked for them yet. Where the context

@@ -13,13 +13,19 @@ namespace {
 
 constexpr std::size_t longestRun = 256; // objects that are entered together
 
+void noteIfForeign(ContextState& context, RecordKey key) {
+    if (key >= 0) return;
+    context.knowsForeignTemporaries = true;
+    context.foreignTemporaries.add(key);
+}
+
 Ref<NSManagedObject> madeFault(ContextState& context, NSEntityDescription const& entity, RecordKey key,
                                FaultBatchRef const& batch) {
     key = context.link->current(key);
     auto object = context.link->makeObject(entity, key, batch);
     GraphAccess::state(*object).set(ObjectState::Fault);
     context.link->add(*object, key);
-    if (key < 0) context.knowsForeignTemporaries = true;
+    noteIfForeign(context, key);
     return object;
 }
 
@@ -83,7 +89,7 @@ void findOrMake(ContextState& context, std::span<RowRef> rows, FaultBatch& batch
             }
             objects[at] = context.link->makeObject(rows[at]->entity(), key, share.one()); // runs the application's initialiser
             GraphAccess::state(*objects[at]).set(ObjectState::Fault);
-            if (key < 0) context.knowsForeignTemporaries = true;
+            noteIfForeign(context, key);
         }
     }
     if (missing != 0) context.link->addAll(objects);

@@ -134,7 +134,10 @@ void PublishedChanges::receive(Arrival arrival) {
 
 void PublishedChanges::addReader(Ref<NSManagedObjectContext> const& child) {
     std::lock_guard const hold(mutex_);
-    std::erase_if(readers_, [](auto const& each) { return each.expired(); });
+    if (readers_.size() >= sweepReadersAt_) {
+        std::erase_if(readers_, [](auto const& each) { return each.expired(); });
+        sweepReadersAt_ = std::max<std::size_t>(16, readers_.size() * 2);
+    }
     readers_.push_back(child);
 }
 

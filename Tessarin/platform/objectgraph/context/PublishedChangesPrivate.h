@@ -83,7 +83,8 @@ private:
     std::uint64_t state_ = 0;
     std::uint64_t arrivals_ = 0;
     std::vector<Arrival> unapplied_;
-    std::vector<WeakRef<NSManagedObjectContext>> readers_;
+    std::vector<WeakRef<NSManagedObjectContext>> readers_; // and some that have ended
+    std::size_t sweepReadersAt_ = 16;
     Shared unsaved_ = std::make_shared<ChangeSets>();
     std::atomic<std::uint32_t> unsavedChanges_{0};
     std::atomic<std::uint64_t> shown_{0}; // twice the state, and one more while there are sets for readers

@@ -238,7 +238,8 @@ std::optional<bool> leadsUnsaved(ObjectState const& owner, NSRelationshipDescrip
 ToManyState& setLoadedMembers(NSManagedObject& owner, NSRelationshipDescription const& relationship, ReadMembers read) {
     auto& state = GraphAccess::state(owner);
     auto& toMany = toManyOf(owner, relationship);
-    auto const* living = state.link()->contextState();
+    auto* living = state.link()->contextState();
+    if (living && !toMany.isLoaded) living->loadedMembers.note(owner, relationship);
     toMany.goneSeen = living ? living->gone.count() : 0;
     toMany.unsavedSeen = living && read.areUnsaved ? living->unsavedAbove : 0;
     auto const current = [link = state.link()](RecordKey key) { return link->current(key); };

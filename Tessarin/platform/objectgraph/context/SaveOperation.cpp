@@ -128,7 +128,9 @@ Ref<NSError> SaveOperation::promoteFresh(std::span<NSManagedObject* const> fresh
 Ref<NSError> SaveOperation::promotePublished() {
     auto* store = context_.coordinator->store();
     if (!store) return storeError(StoreErrorCode::ContextWithoutStore, "There is no store to save to.");
-    auto objects = context_.link->all();
+    std::vector<Ref<NSManagedObject>> objects(context_.changed.begin(), context_.changed.end());
+    for (auto const key : context_.foreignTemporaries.keys())
+        if (auto object = context_.link->find(key); object && !object->hasChanges()) objects.push_back(std::move(object));
     std::erase_if(objects, [](auto const& object) {
         return object->recordKey() >= 0 || (object->isInserted() && !GraphAccess::state(*object).has(ObjectState::Published));
     });
@@ -140,6 +142,7 @@ Ref<NSError> SaveOperation::promotePublished() {
         context_.link->noteKeyChange();
         promoteObject(context_, *object, permanent);
     }
+    context_.foreignTemporaries.clear();
     return nullptr;
 }
 

@@ -127,6 +127,7 @@ void showUnsaved(ContextState& context) {
 }
 
 void noteUnshown(ContextState& context, NSManagedObject& object) {
+    if (context.touched) context.touched->push_back(object.self<NSManagedObject>());
     auto& state = GraphAccess::state(object);
     if (!context.isShowingUnsaved || state.has(ObjectState::Unshown)) return;
     state.set(ObjectState::Unshown);

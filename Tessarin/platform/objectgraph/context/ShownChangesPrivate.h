@@ -24,7 +24,7 @@ struct Unshown {
 /// Brings what children see of the unsaved changes up to date, at the price of what was noted since the last time. On the
 /// context's queue, like what follows.
 void showUnsaved(ContextState& context);
-/// Notes that the object's unsaved changes are others now.
+/// Notes that the object's unsaved changes are others now, also for who asked for the touched objects.
 void noteUnshown(ContextState& context, NSManagedObject& object);
 /// Notes, before the owner is marked as changed, that a record has joined or left the members of a to-many relationship.
 void noteUnshownLink(NSManagedObject& owner, NSRelationshipDescription const& relationship, RecordKey member, bool isMember);

@@ -3,7 +3,7 @@
 #include "Tessarin/platform/objectgraph/context/MergingPrivate.h"
 #include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
 #include "Tessarin/platform/objectgraph/context/RelationshipsPrivate.h"
-#include "Tessarin/platform/objectgraph/context/UniqueValuesLookPrivate.h"
+#include "Tessarin/platform/objectgraph/context/UniqueValuesSearchPrivate.h"
 #include "Tessarin/platform/objectgraph/persistence/rows/RowBuilderPrivate.h"
 
 #include <algorithm>
@@ -70,29 +70,36 @@ void leadElsewhere(NSManagedObject& object, std::unordered_map<RecordKey, Record
 
 } // namespace
 
-Ref<NSError> UniqueValuesLook::decide(std::vector<Clash> const& clashes, NSMergePolicy& policy) {
-    std::unordered_set<RecordKey> giving,
-        asked; // an object has one conflict at a time, and none with an object that has one itself
+Ref<NSError> UniqueValuesLook::decide(Search const& search, NSMergePolicy& policy) {
+    std::unordered_set<RecordKey> asked; // an object has one conflict at a time, and none with an object that has one itself
     std::map<std::pair<UniqueConstraint const*, RecordKey>, RowRef> holders; // of those who give way first
     std::vector<Ref<NSMergeConflict>> conflicts;
-    for (auto const& clash : clashes) giving.insert(clash.change->key);
+    auto const clashes = search.found();
     for (auto const& clash : clashes) {
-        if (giving.contains(clash.holder->key()) || !asked.insert(clash.change->key).second) continue;
+        if (search.gives(clash.holder->key()) || !asked.insert(clash.change->key).second) continue;
         conflicts.push_back(conflictOf(clash));
         holders[{clash.constraint, clash.change->key}] = clash.holder;
     }
-    if (conflicts.empty()) conflicts.push_back(conflictOf(clashes.front()));
+    if (conflicts.empty()) conflicts.push_back(conflictOf(search.first()));
     if (auto error = resolve(conflicts, policy)) return error;
     for (auto const& clash : clashes) { // who was behind one that gave way meets the same record, as that has left it
         auto const found = holders.find({clash.constraint, clash.holder->key()});
         if (found == holders.end() || !asked.insert(clash.change->key).second) continue;
         auto const row = rowNow(found->second);
-        if (auto error = row ? resolve({conflictOf({clash.change, clash.constraint, row})}, policy) : nullptr) return error;
+        auto const behind = Clash{clash.change, clash.constraint, row};
+        if (auto error = row ? resolve({conflictOf(behind)}, policy) : nullptr) return error;
     }
     finishLinks();
-    if (!gone_.empty())
-        mergeCorrections(context_, std::make_shared<ChangeSet const>(context_.coordinator->space(), std::exchange(gone_, {})));
     return nullptr;
+}
+
+/// One look at all changed objects for all that gave way, and the children are told.
+void UniqueValuesLook::finish() {
+    if (!survivors_.empty())
+        for (auto const& object : context_.changed) leadElsewhere(*object, survivors_);
+    survivors_.clear();
+    if (gone_.empty()) return;
+    mergeCorrections(context_, std::make_shared<ChangeSet const>(context_.coordinator->space(), std::exchange(gone_, {})));
 }
 
 Ref<NSError> UniqueValuesLook::resolve(std::vector<Ref<NSMergeConflict>> const& conflicts, NSMergePolicy& policy) {
@@ -116,18 +123,19 @@ RowRef UniqueValuesLook::rowNow(RowRef const& row) {
 }
 
 Ref<NSMergeConflict> UniqueValuesLook::conflictOf(Clash const& clash) {
-    auto const& [change, constraint, holder] = clash;
+    auto const* const change = clash.change;
+    auto const& holder = clash.holder;
     auto const& space = context_.coordinator->space();
     auto const source = context_.link->find(change->key);
     auto const existing = objectWithKey(context_, holder->entity(), holder->key());
     if (change->kind != RecordChange::Kind::Insert) {
         RowConflict const conflict{change->entity, change->key, change->before, change->after, holder, change->after};
-        return make<NSMergeConflict>(source, space, conflict, *constraint, existing);
+        return make<NSMergeConflict>(source, space, conflict, *clash.constraint, existing);
     }
     auto const& layout = holder->layout();
     RowConflict const conflict{
         &holder->entity(), holder->key(), defaultsOf(layout, holder->key()), inLayout(layout, *change->after), holder, holder};
-    return make<NSMergeConflict>(source, space, conflict, *constraint, existing);
+    return make<NSMergeConflict>(source, space, conflict, *clash.constraint, existing);
 }
 
 void UniqueValuesLook::apply(NSMergeConflict const& decided) {
@@ -165,13 +173,43 @@ void UniqueValuesLook::moveLinks(NSManagedObject& from, NSManagedObject& to) {
         }
     }
     survivors_[from.recordKey()] = to.recordKey();
+    left_.push_back(from.recordKey());
 }
 
-/// One look at all changed objects for all that gave way.
+/// Where nobody may keep up the other end.
+void UniqueValuesLook::noteReferences(NSManagedObject& object) {
+    auto const& extras = GraphAccess::state(object).extras;
+    if (!extras) return;
+    auto const& properties = object.entity().properties();
+    auto const note = [&](RecordKey key) {
+        if (key != 0) (*referrers_)[key].push_back(object.self<NSManagedObject>());
+    };
+    for (auto const& [property, value] : extras->values)
+        if (properties[property]->asRelationship() && value.kind() == Value::Kind::Integer) note(value.integer());
+    for (auto const& toMany : extras->toMany)
+        if (!properties[toMany.property]->asRelationship()->isReciprocal())
+            for (auto const* keys : {&toMany.added, &toMany.members})
+                for (auto const key : keys->keys()) note(key);
+}
+
+/// Who leads to one that gave way leads to who is left, for who is decided next.
 void UniqueValuesLook::finishLinks() {
-    if (survivors_.empty()) return;
-    for (auto const& object : context_.changed) leadElsewhere(*object, survivors_);
-    survivors_.clear();
+    if (left_.empty()) return;
+    if (!referrers_) {
+        referrers_.emplace();
+        for (auto const& object : context_.changed) noteReferences(*object);
+        referring_ = touched_->size();
+    }
+    for (std::unordered_set<NSManagedObject const*> noted; referring_ < touched_->size(); ++referring_)
+        if (auto const& object = (*touched_)[referring_]; noted.insert(object.get()).second) noteReferences(*object);
+    for (auto const key : std::exchange(left_, {})) {
+        auto const found = referrers_->extract(key);
+        if (!found) continue;
+        for (auto const& object : found.mapped()) {
+            leadElsewhere(*object, survivors_);
+            noteReferences(*object);
+        }
+    }
     context_.mustShowAnew = true;
 }
 

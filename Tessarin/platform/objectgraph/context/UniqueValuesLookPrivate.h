@@ -1,7 +1,9 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/context/OverruledChangesPrivate.h"
 #include "Tessarin/platform/objectgraph/context/RecordReaderPrivate.h"
+#include <optional>
 #include <unordered_map>
+#include <vector>
 
 namespace Tessarin {
 
@@ -27,23 +29,32 @@ private:
         RecordChange const* change;
         UniqueConstraint const* constraint;
         RowRef holder;
+        bool isStored = false; // the store told of the holder
     };
     class Search;
-    Ref<NSError> decide(std::vector<Clash> const& clashes, NSMergePolicy& policy);
+    using Objects = std::vector<Ref<NSManagedObject>>;
+    Ref<NSError> settleClashes(Search& search, bool goesOn, Objects const& touched);
+    Ref<NSError> decide(Search const& search, NSMergePolicy& policy);
     Ref<NSError> resolve(std::vector<Ref<NSMergeConflict>> const& conflicts, NSMergePolicy& policy);
     RowRef rowNow(RowRef const& row);
     Ref<NSMergeConflict> conflictOf(Clash const& clash);
     void apply(NSMergeConflict const& conflict);
     void moveLinks(NSManagedObject& from, NSManagedObject& to);
     void forget(NSManagedObject& object);
+    void noteReferences(NSManagedObject& object);
+    void finishLinks();
+    void finish();
 
     NSManagedObjectContext& owner_;
     ContextState& context_;
-    void finishLinks();
-
     DecidedConflicts decided_;
     std::vector<RecordChange> gone_; // new objects that children have seen
     std::unordered_map<RecordKey, RecordKey> survivors_; // of new objects that gave way: links to the one lead to the other
+    std::vector<RecordKey> left_; // those of them whose links have not been looked at
+    // Whose unsaved references lead to a record, where the other end may not say so; once something has given way.
+    std::optional<std::unordered_map<RecordKey, Objects>> referrers_;
+    Objects const* touched_ = nullptr; // since the search began; those up to `referring_` are among the referrers
+    std::size_t referring_ = 0;
 };
 
 } // namespace Tessarin

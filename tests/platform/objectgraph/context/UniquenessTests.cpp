@@ -145,7 +145,9 @@ TEST_P(Uniqueness, ThePolicyDecidesWhatBecomesOfANewObjectWithTheValuesOfAnother
                                : place == std::string("handed up")  ? childOf(main)
                                                                     : worker;
             auto const first = inserted(*where, "Person", {{"name", name}, {"age", 3}, {"town", "Rome"}});
-            if (where != worker) { ASSERT_TRUE(saves(*where)); }
+            if (where != worker) {
+                ASSERT_TRUE(saves(*where));
+            }
             auto const second = inserted(*worker, "Person", {{"name", name}, {"age", 7}, {"nick", "Nan"}});
             auto const dog = inserted(*worker, "Dog", {{"owner", Value(second)}});
             if (policy == Policy::Error) {
@@ -164,7 +166,9 @@ TEST_P(Uniqueness, ThePolicyDecidesWhatBecomesOfANewObjectWithTheValuesOfAnother
             EXPECT_EQ(log.text(), overruled);
             EXPECT_TRUE(second->isDeleted() && !second->managedObjectContext());
             for (auto const& level : {worker, main, root}) {
-                if (level != worker) { ASSERT_TRUE(saves(*level)); }
+                if (level != worker) {
+                    ASSERT_TRUE(saves(*level));
+                }
                 auto const below = childOf(level);
                 auto const found = fetched(*below, "Person", tests::where("name == %@", name));
                 ASSERT_EQ(found.size(), 1u);
@@ -284,6 +288,49 @@ TEST_P(Uniqueness, WhoSavesWhileASiblingIsBetweenItsLookAndItsHandingUpIsSeen) {
     EXPECT_EQ(Kennel::seenBelow(main), "Ann,Eva 0");
     EXPECT_FALSE(eva->managedObjectContext());
     EXPECT_EQ(fetched(*main, "Person", where("name == 'Eva'")).front()->valueForKey("nick"), Value("E"));
+}
+
+TEST(UniquenessOfMany, OfARowInWhichEachIsBehindTheNextLinksLeadToWhoIsLeft) {
+    auto const coordinator = coordinatorOver(ModelBuilder()
+                                                 .entity("Badge")
+                                                 .attribute("number", NSAttributeType::String)
+                                                 .attribute("code", NSAttributeType::String)
+                                                 .unique({"number"})
+                                                 .unique({"code"})
+                                                 .entity("Guest")
+                                                 .toOne("badge", "Badge")
+                                                 .toMany("former", "Badge", {})
+                                                 .build(),
+                                             "InMemory", NSURL::fileURLWithPath("/row"));
+    constexpr int count = 41; // 0 and 1 have the same number, 1 and 2 the same code, 2 and 3 the same number …
+    struct Row {
+        Ref<NSMergePolicy> policy;
+        int (*left)(int at); // whom a guest leads to
+    };
+    for (auto const& [policy, left] : {Row{NSMergeByPropertyStoreTrumpMergePolicy(), [](int at) { return at - at % 2; }},
+                                       Row{NSRollbackMergePolicy(), [](int at) { return at - at % 2; }},
+                                       Row{NSMergeByPropertyObjectTrumpMergePolicy(), [](int) { return 0; }}}) {
+        auto const root = contextOver(coordinator);
+        root->setMergePolicy(policy);
+        root->performBlockAndWait([&, left = left] {
+            Objects badges, guests;
+            for (int at = 0; at < count; ++at) {
+                auto const name = [&](int half) {
+                    return Value(std::to_string(static_cast<int>(policy->mergeType())) + " " + std::to_string(half));
+                };
+                badges.push_back(inserted(*root, "Badge", {{"number", name(at / 2)}, {"code", name((at + 1) / 2)}}));
+                guests.push_back(inserted(*root, "Guest", {{"badge", Value(badges.back())}}));
+                guests.back()->mutableSetValueForKey("former").addObject(badges.back());
+            }
+            ASSERT_TRUE(saves(*root));
+            for (int at = 0; at < count; ++at) {
+                auto const& badge = badges[static_cast<std::size_t>(left(at))];
+                EXPECT_EQ(guests[static_cast<std::size_t>(at)]->valueForKey("badge").objectAs<NSManagedObject>(), badge) << at;
+                EXPECT_EQ(guests[static_cast<std::size_t>(at)]->mutableSetValueForKey("former").allObjects(), Objects{badge})
+                    << at;
+            }
+        });
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Stores, Uniqueness, bothStores, storeName);
