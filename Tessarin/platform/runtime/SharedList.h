@@ -1,7 +1,6 @@
 #pragma once
 #include "Tessarin/platform/runtime/Hold.h"
 #include "Tessarin/platform/runtime/SpinLock.h"
-#include <algorithm>
 #include <atomic>
 #include <cstddef>
 #include <memory>
@@ -135,8 +134,11 @@ private:
     std::size_t placeOf(T const& element) {
         auto const& elements = list_->elements;
         if (!element) return elements.size();
-        if (elements.size() <= searchedThrough)
-            return static_cast<std::size_t>(std::ranges::find(elements, element) - elements.begin());
+        if (elements.size() <= searchedThrough) {
+            std::size_t at = 0;
+            while (at < elements.size() && elements[at] != element) ++at;
+            return at;
+        }
         if (places_.empty()) {
             hasRepeats_ = false;
             for (std::size_t at = 0; at < elements.size(); ++at)
