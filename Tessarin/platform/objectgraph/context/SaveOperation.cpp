@@ -54,23 +54,35 @@ Ref<NSError> SaveOperation::whyNothingCanBeSaved(bool isClosed) const {
     return storeError(StoreErrorCode::StoreReadOnly, "The store was opened for reading: " + store->url().path());
 }
 
-Ref<NSError> SaveOperation::runSteps(ChangeSets* handed) try {
+Ref<NSError> SaveOperation::runSteps(ChangeSets* handed) {
+    try {
+        if (auto error = handOn()) return error;
+    } catch (ErrorException const& failure) { // what had to be read for it could not be
+        return failure.error();
+    }
+    if (handed) *handed = sets_;
+    settle(); // what observers throw from here on does not undo the save
+    return ownRefusal_;
+}
+
+Ref<NSError> SaveOperation::handOn() {
     if (auto error = announce()) return error;
     if (auto error = validate()) return error;
     do {
         if (auto error = prepare()) return error;
         sets_ = context_.published.stage(own_);
-        auto const error = deliver();
+        Ref<NSError> error;
+        try {
+            error = deliver();
+        } catch (...) { // a merge policy's own exception, too: the changes are the objects' again
+            context_.published.unstage(own_);
+            throw;
+        }
         if (!error && !mustLookAgain_) break;
         context_.published.unstage(own_);
         if (error) return error;
     } while (std::exchange(mustLookAgain_, false));
-    if (handed) *handed = sets_;
-    settle();
-    return ownRefusal_;
-} catch (ErrorException const& failure) { // what had to be read for it could not be
-    if (own_ && !sets_.empty() && sets_.back() == own_) context_.published.unstage(own_);
-    return failure.error();
+    return nullptr;
 }
 
 /// Until others arrive nothing is in the way of what is packed then.

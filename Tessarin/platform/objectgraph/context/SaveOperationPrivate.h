@@ -15,6 +15,7 @@ public:
 
 private:
     Ref<NSError> runSteps(ChangeSets* handed);
+    Ref<NSError> handOn();
     Ref<NSError> whyNothingCanBeSaved(bool isClosed) const;
     Ref<NSError> announce();
     Ref<NSError> validate();

@@ -146,6 +146,39 @@ TEST_F(History, BatchesStandInItAsRangesWhereNobodyLooksAtSingleRecords) {
                             "[batch|] Book -4{title: t2} Book -5{title: t3}");
 }
 
+TEST_F(History, NamesWhatOnlySubEntitiesHaveWhereNobodyLooksAtSingleRecords) {
+    auto const library = ModelBuilder()
+                             .entity("Shelf")
+                             .entity("Item")
+                             .entity("Book", {.parent = "Item"})
+                             .attribute("year", NSAttributeType::Integer32)
+                             .toOne("shelf", "Shelf")
+                             .build();
+    auto const place = NSURL::fileURLWithPath(folder.path("library.db"));
+    std::optional<HistoryToken> start;
+    for (bool isFirst : {true, false}) { // the second time nobody has a record in memory
+        coordinator = make<NSPersistentStoreCoordinator>(library);
+        Dictionary const options{{NSStoreHistoryOption, true}};
+        ASSERT_TRUE(coordinator->addPersistentStoreWithType(NSSQLiteStoreType, {}, place, options, error));
+        root = contextOver(coordinator);
+        if (isFirst)
+            save([&] {
+                for (int at = 0; at < 2; ++at)
+                    root->insertNewObject("Book")->setValueForKey(root->insertNewObject("Shelf"), "shelf");
+            });
+        if (isFirst) start = now(), coordinator->closeStore();
+    }
+    auto const update = make<NSBatchUpdateRequest>("Book");
+    update->setPropertiesToUpdate({{"year", 1}});
+    ASSERT_TRUE(root->executeRequest(*update, error)) << error->description();
+    auto const all = make<NSFetchRequest>("Shelf");
+    save([&] { root->deleteObject(*root->executeFetchRequest(*all, error)[0]); });
+    ASSERT_TRUE(root->executeRequest(*make<NSBatchDeleteRequest>(all), error));
+    auto const text = since(start);
+    for (auto const* expected : {"[|] Book ~1..3?(year)", "Shelf -2 Book ~1?(shelf)", "Shelf -4? Book ~1..3?(shelf)"})
+        EXPECT_NE(text.find(expected), std::string::npos) << text << (error ? error->description() : "");
+}
+
 TEST_F(History, WhatWasForgottenOrIsDamagedIsAnErrorOfTheFetchAlone) {
     auto const start = now();
     for (int times = 0; times < 3; ++times) fill();

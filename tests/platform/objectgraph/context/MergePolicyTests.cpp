@@ -217,6 +217,30 @@ TEST(MergePolicy, ASubclassDecidesItself) {
     }
 }
 
+TEST(MergePolicy, WhatItThrowsReachesWhoSavesAndLeavesTheChangesToTheirObjects) {
+    for (auto const& [name, areSiblings, store] : settings) {
+        SCOPED_TRACE(name);
+        Stage stage(areSiblings, store, Type::Error);
+        auto const policy = make<SummingPolicy>("year");
+        policy->meanwhile = [] { throw std::runtime_error("undecided"); };
+        stage.meets->setMergePolicy(policy);
+        stage.theirs->setValueForKey(11, "year");
+        auto const mine = stage.at(*stage.meets);
+        mine->setValueForKey(101, "year");
+        EXPECT_TRUE(saves(*stage.there));
+        stage.meets->performBlockAndWait([&] {
+            Ref<NSError> error;
+            EXPECT_THROW(stage.meets->save(error), std::runtime_error);
+            EXPECT_TRUE(stage.meets->hasChanges());
+            stage.meets->rollback();
+            EXPECT_FALSE(stage.meets->hasChanges());
+            stage.meets->insertNewObject("Tag");
+            EXPECT_TRUE(stage.meets->save(error));
+        });
+        EXPECT_EQ(seen(*stage.meets, *mine->objectID()).find("101"), std::string::npos);
+    }
+}
+
 TEST(MergePolicy, CorrectionsReachLevelsBelowUnderWhatIsUnsavedThere) {
     Stage stage(false, "SQLite", Type::MergeByPropertyStoreTrump);
     auto const other = childOf(stage.main);

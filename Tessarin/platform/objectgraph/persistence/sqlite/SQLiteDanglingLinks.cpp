@@ -149,12 +149,9 @@ void SQLiteDanglingLinks::cutAllTo(NSEntityDescription const& rootEntity) {
     }
 }
 
-void SQLiteDanglingLinks::forReferencesTo(
-    NSEntityDescription const& rootEntity,
-    FunctionRef<void(NSEntityDescription const& referring, NSPropertyDescription const& property)> each) const {
-    auto const& table = tables_[tableOf(rootEntity)];
-    for (std::size_t at = 0; at < table.references.size(); ++at)
-        each(*table.referring[at]->root, *table.references[at]->property);
+void SQLiteDanglingLinks::forReferencesTo(NSEntityDescription const& rootEntity,
+                                          FunctionRef<void(NSPropertyDescription const& property)> each) const {
+    for (auto const* column : tables_[tableOf(rootEntity)].references) each(*column->property);
 }
 
 bool SQLiteDanglingLinks::isMissing(NSEntityDescription const& entity, RecordKey key) const {

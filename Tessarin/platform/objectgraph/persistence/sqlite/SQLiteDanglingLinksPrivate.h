@@ -29,10 +29,9 @@ public:
     };
     /// The records that lost a to-one link.
     std::span<Cut const> changed() const noexcept { return changed_; }
-    /// The columns that lead to records of a table: each with the root entity of where it stands.
-    void
-    forReferencesTo(NSEntityDescription const& rootEntity,
-                    FunctionRef<void(NSEntityDescription const& referring, NSPropertyDescription const& property)> each) const;
+    /// The columns that lead to records of a table.
+    void forReferencesTo(NSEntityDescription const& rootEntity,
+                         FunctionRef<void(NSPropertyDescription const& property)> each) const;
     /// The records that lost a link and were not told otherwise; after the commit of those sets.
     void tell(SQLiteReader& reader, std::span<Ref<ChangeSet const> const> sets, SaveOutcome& outcome) const;
 

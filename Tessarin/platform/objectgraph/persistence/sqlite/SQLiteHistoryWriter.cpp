@@ -83,20 +83,20 @@ void SQLiteHistoryWriter::addRuns(std::span<RecordRun const> runs) {
         if (!packer_.keepsValues(*entity)) packer_.add(Kind::Deleted, *entity, first, last);
 }
 
-void SQLiteHistoryWriter::addTable(Kind kind, NSEntityDescription const& rootEntity, HistoryPacker::Mask const& mask) {
+void SQLiteHistoryWriter::addTable(Kind kind, NSEntityDescription const& entity, HistoryPacker::Mask const& mask) {
     if (!isWanted()) return;
-    auto const& table = schema_.tableOf(rootEntity).name;
+    auto const& table = schema_.tableOf(entity).name;
     auto const last = connection_.integer(fmt::format("SELECT max(id) FROM {}", table));
     if (last > 0)
-        packer_.add(kind, rootEntity, connection_.integer(fmt::format("SELECT min(id) FROM {}", table)), last,
+        packer_.add(kind, entity, connection_.integer(fmt::format("SELECT min(id) FROM {}", table)), last,
                     HistoryChange::Extent::Range, mask);
 }
 
-void SQLiteHistoryWriter::addCut(NSEntityDescription const& rootEntity, RecordKey key, NSPropertyDescription const& property) {
+void SQLiteHistoryWriter::addCut(RecordKey key, NSPropertyDescription const& property) {
     if (!isWanted()) return;
     HistoryPacker::Mask mask;
     HistoryPacker::mark(mask, property.index());
-    packer_.add(Kind::Updated, rootEntity, key, key, HistoryChange::Extent::Range, mask);
+    packer_.add(Kind::Updated, *property.entity(), key, key, HistoryChange::Extent::Range, mask);
 }
 
 void SQLiteHistoryWriter::end() { writeRow(); }

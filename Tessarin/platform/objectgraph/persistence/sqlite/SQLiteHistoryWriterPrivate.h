@@ -24,9 +24,10 @@ public:
     void begin(Ref<ChangeOrigin const> origin);
     void addRecords(HistoryChange::Kind kind, std::span<BatchOutcome::Record> records, HistoryPacker::Mask const& mask = {});
     void addRuns(std::span<RecordRun const> runs);
-    void addTable(HistoryChange::Kind kind, NSEntityDescription const& rootEntity, HistoryPacker::Mask const& mask = {});
+    /// `entity` has the properties in the mask; its root may not have them.
+    void addTable(HistoryChange::Kind kind, NSEntityDescription const& entity, HistoryPacker::Mask const& mask = {});
     /// A record lost a link to one that is gone.
-    void addCut(NSEntityDescription const& rootEntity, RecordKey key, NSPropertyDescription const& property);
+    void addCut(RecordKey key, NSPropertyDescription const& property);
     /// Before the commit.
     void end();
     /// Where it is not wanted: the transaction changes records all the same.

@@ -117,7 +117,7 @@ bool SQLiteWriter::update(BatchTarget const& target, std::span<BatchAssignment c
     if (names)
         history_.addRecords(HistoryChange::Kind::Updated, outcome.records, mask);
     else if (outcome.count > 0)
-        history_.addTable(HistoryChange::Kind::Updated, *entity.rootEntity(), mask);
+        history_.addTable(HistoryChange::Kind::Updated, entity, mask);
     history_.end();
     search_.putIn(entity, searched);
     return true;
@@ -163,10 +163,10 @@ bool SQLiteWriter::remove(std::span<BatchTarget const> targets, BatchOutcome& ou
     }
     for (auto const* entity : emptied) {
         dangling_.cutAllTo(*entity); // at last: what is emptied, too, has no links to be cut
-        dangling_.forReferencesTo(*entity, [&](auto const& referring, auto const& property) {
+        dangling_.forReferencesTo(*entity, [&](auto const& property) {
             HistoryPacker::Mask mask;
             HistoryPacker::mark(mask, property.index());
-            history_.addTable(HistoryChange::Kind::Updated, referring, mask);
+            history_.addTable(HistoryChange::Kind::Updated, *property.entity(), mask);
         });
     }
     endHistory();

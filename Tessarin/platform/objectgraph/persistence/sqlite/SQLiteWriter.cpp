@@ -59,7 +59,7 @@ void SQLiteWriter::write(std::span<Ref<ChangeSet const> const> sets, Conflicts c
 }
 
 void SQLiteWriter::endHistory() {
-    for (auto const& [entity, key, property] : dangling_.changed()) history_.addCut(*entity, key, *property);
+    for (auto const& [entity, key, property] : dangling_.changed()) history_.addCut(key, *property);
     history_.end();
 }
 
