@@ -136,7 +136,8 @@ TEST_F(StorePlace, APathThatCanHoldNoStoreIsAnErrorAtOnce) {
     fs::create_symlink(folder.path("nowhere"), folder.path("link.db"));
     fs::create_symlink(folder.path("nowhere"), folder.path("folder"));
     auto const ofLength = [&](std::size_t length) { return deep + "/" + std::string(length - deep.size() - 1, 'n'); };
-    for (auto const& path : {folder.path("link.db"), folder.path("folder/a.db"), ofLength(505)}) {
+    auto const named = folder.path(std::string(248, 'n')); // room for the name, not for that of its journal
+    for (auto const& path : {folder.path("link.db"), folder.path("folder/a.db"), ofLength(505), named}) {
         Dictionary const patient{{NSStoreWaitingOption, make<StoreWaiting>(nullptr, 60.0)}};
         EXPECT_FALSE(
             SQLiteStore::open(NSURL::fileURLWithPath(path), std::make_shared<RowSpace>(libraryModel().build()), patient, error))

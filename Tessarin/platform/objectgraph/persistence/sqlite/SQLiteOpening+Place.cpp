@@ -50,6 +50,8 @@ void SQLiteOpening::checkPlace() {
 /// Neither SQLite's limit nor a link that leads nowhere will pass by waiting.
 void SQLiteOpening::checkLink() const {
     static constexpr std::size_t longestPath = 504; // of what SQLite opens, in bytes
+    // What SQLite makes beside it has a name, too.
+    static constexpr std::size_t longestName = 255 - std::string_view("-journal").size();
     std::error_code none;
     auto const folder = std::filesystem::path(path_).parent_path();
     for (auto const& path : {std::filesystem::path(path_), folder})
@@ -57,6 +59,7 @@ void SQLiteOpening::checkLink() const {
             throw Misplaced::because("the link leads nowhere", path.native());
     auto const real = std::filesystem::weakly_canonical(std::filesystem::absolute(path_, none), none);
     if (std::max(real.native().size(), path_.size()) > longestPath) throw Misplaced::because("the path is too long", path_);
+    if (real.filename().native().size() > longestName) throw Misplaced::because("the file's name is too long", path_);
 }
 
 /// A new file is nobody else's to read. It is made without being opened: to close it would drop the locks of another connection.
