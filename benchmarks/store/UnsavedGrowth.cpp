@@ -1,5 +1,6 @@
 // What operations cost with the number of unsaved changes around them: n against 4 n, and dirty against clean.
 #include "Tessarin/platform/objectgraph/model/ModelBuilder.h"
+#include "Tessarin/platform/objectgraph/live/LiveList.h"
 #include "benchmarks/store/OurModel.h"
 #include "benchmarks/store/OurRows.h"
 #include "benchmarks/support/Report.h"
@@ -137,6 +138,32 @@ double saveAboveAChild(Stack& stack, std::size_t n) {
     });
 }
 
+double membersByAndBy(Stack& stack, std::size_t n) {
+    auto const worker = stack.makeWorker();
+    return secondsIn(*worker, [&] {
+        auto books = worker->insertObject<Author>()->mutableSetValueForKey("books");
+        for (std::size_t at = 0; at < n; ++at) {
+            books.addObject(insertBooks(*worker, 1).front());
+            saveOrThrow(*worker);
+        }
+    });
+}
+
+double turnAmongLists(Stack& stack, std::size_t n) {
+    auto const worker = stack.makeWorker();
+    std::vector<Ref<LiveList>> lists;
+    Ref<Book> book;
+    worker->performBlockAndWait([&] {
+        for (std::size_t at = 0; at < n; ++at) lists.push_back(make<LiveList>(worker, make<NSFetchRequest>("Tag")));
+        book = insertBooks(*worker, 1).front();
+    });
+    auto const seconds = median(101, [&] {
+        return secondsOf([&] { worker->performBlockAndWait([&] { book->set<std::string_view>(Book::title, "Emma"); }); });
+    });
+    worker->performBlockAndWait([&] { lists.clear(); });
+    return seconds;
+}
+
 struct GrowthRow {
     char const* id;
     char const* what;
@@ -156,6 +183,8 @@ constexpr GrowthRow growthRows[] = {
     {"U8", "a new worker after n records became permanent", constant, 20'000, newWorker},
     {"U16", "one record changed elsewhere, n registered", constant, 10'000, mergeOfOne},
     {"U17", "an insertion is saved above a child, n registered", constant, 10'000, saveAboveAChild},
+    {"U18", "n saves, each adds a member to a list that was read", linear, 2000, membersByAndBy},
+    {"U19", "a change, n live lists of another entity", constant, 1000, turnAmongLists},
 };
 
 /// U9: one save in the store without a file that holds n records.

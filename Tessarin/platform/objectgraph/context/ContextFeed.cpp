@@ -8,8 +8,9 @@
 namespace Tessarin {
 
 void ContextFeed::add(Ref<ContextFollower> const& follower) {
-    std::erase_if(followers_, [](auto const& each) { return each.expired(); });
-    followers_.push_back(follower);
+    if (--untilSweep_ == 0) sweep();
+    followers_[follower->onlyTree()].push_back({++lastNumber_, follower});
+    ++count_;
     mustWake_.store(true, std::memory_order_relaxed);
 }
 
@@ -60,14 +61,44 @@ void ContextFeed::tell(ContextState& context) {
     {
         Telling const telling(isTelling_);
         auto const turn = std::exchange(turn_, {});
-        for (auto const& each : std::vector(followers_)) // who is told may begin to follow
-            if (auto const follower = each.lock()) follower->follow(turn);
-    }
-    if (std::erase_if(followers_, [](auto const& each) { return each.expired(); }) != 0 && followers_.empty()) {
-        mustWake_.store(false, std::memory_order_relaxed);
-        turn_ = {};
+        auto const followers = concerned(turn); // who is told may begin to follow
+        std::size_t ended = 0;
+        for (auto const& each : followers)
+            if (auto const follower = each.follower.lock())
+                follower->follow(turn);
+            else
+                ++ended;
+        if (--untilSweep_ == 0 || (ended != 0 && ended * 2 >= followers.size())) sweep();
     }
     if (!turn_.empty()) isTouched(context); // by whoever was told
+}
+
+/// Those whom something of it may concern, in the order in which they came.
+ContextFeed::Followers ContextFeed::concerned(ContextTurn const& turn) const {
+    Followers result;
+    auto const add = [&](Followers const& followers) { result.insert(result.end(), followers.begin(), followers.end()); };
+    bool const isAll = turn.hasNewKeys || turn.isEverything;
+    std::vector<NSEntityDescription const*> trees;
+    for (auto const& record : turn.records) trees.push_back(record.entity->rootEntity());
+    std::ranges::sort(trees);
+    for (auto const& [tree, followers] : followers_)
+        if (isAll || !tree || std::ranges::binary_search(trees, tree) ||
+            std::ranges::any_of(turn.sets, [&](auto const& arrival) { return !arrival.set->changesOf(*tree).empty(); }))
+            add(followers);
+    std::ranges::sort(result, {}, &Follower::number);
+    return result;
+}
+
+void ContextFeed::sweep() {
+    count_ = 0;
+    for (auto& [tree, followers] : followers_) {
+        std::erase_if(followers, [](Follower const& each) { return each.follower.expired(); });
+        count_ += followers.size();
+    }
+    untilSweep_ = std::max<std::size_t>(64, count_);
+    if (count_ != 0) return;
+    mustWake_.store(false, std::memory_order_relaxed);
+    turn_ = {};
 }
 
 void ContextFeed::wake(NSManagedObjectContext& context) {

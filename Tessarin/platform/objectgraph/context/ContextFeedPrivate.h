@@ -1,6 +1,7 @@
 #pragma once
 #include "Tessarin/platform/objectgraph/persistence/rows/ChangeSetPrivate.h"
 #include <atomic>
+#include <unordered_map>
 #include <vector>
 
 namespace Tessarin {
@@ -40,6 +41,8 @@ class ContextFollower {
 public:
     virtual ~ContextFollower() = default;
     virtual void follow(ContextTurn const& turn) = 0;
+    /// The root of the only tree of entities that concerns it, constant; null: whatever happens does.
+    virtual NSEntityDescription const* onlyTree() const { return nullptr; }
 };
 
 /// Gathers that for a context's followers, which are held weakly; nothing while there are none.
@@ -47,7 +50,7 @@ class ContextFeed {
 public:
     /// It may also be told what happened in this turn before.
     void add(Ref<ContextFollower> const& follower);
-    bool isFollowed() const noexcept { return !followers_.empty(); }
+    bool isFollowed() const noexcept { return count_ != 0; }
 
     void note(ContextState& context, NSManagedObject const& object);
     void note(ContextState& context, Ref<ChangeSet const> const& set, bool isCorrection);
@@ -65,7 +68,18 @@ private:
     void isTouched(ContextState& context);
     void schedule(NSManagedObjectContext& context);
 
-    std::vector<WeakRef<ContextFollower>> followers_;
+    struct Follower {
+        std::uint64_t number; // they are told in the order in which they came
+        WeakRef<ContextFollower> follower;
+    };
+    using Followers = std::vector<Follower>;
+    Followers concerned(ContextTurn const& turn) const;
+    void sweep();
+
+    std::unordered_map<NSEntityDescription const*, Followers> followers_; // by their only tree
+    std::size_t count_ = 0;       // of followers, and of some that have ended
+    std::size_t untilSweep_ = 64; // tellings and comers
+    std::uint64_t lastNumber_ = 0;
     ContextTurn turn_;
     bool isTelling_ = false;
     std::atomic<bool> mustWake_{false}; // has followers; any thread

@@ -15,6 +15,8 @@ public:
     /// `isShown`: who looks at the list sees what is at the end of the path.
     void add(std::string_view keyPath, bool isShown);
 
+    bool empty() const noexcept { return ways_.empty(); }
+
     /// Told a record of the list's entity that may stand elsewhere now, or shows something else.
     using Affected = FunctionRef<void(RecordKey key, bool isShown)>;
     /// What changes of those records mean. False when that cannot be told.

@@ -61,7 +61,8 @@ public:
     ScopedConnection observe(Closure<void(LiveChanges const&)> told);
     /// Brings and tells what is still on its way.
     void finish();
-    /// Why the list could not be fetched, or not be followed since; null when it is right. It is tried again after the next change.
+    /// Why the list could not be fetched, or not be followed since; null when it is right. It is tried again after the next
+    /// change that may concern it.
     Ref<NSError> const& error() const noexcept;
     Ref<NSManagedObjectContext> context() const;
     /// Of a list of members: whose, and by which relationship; else null.

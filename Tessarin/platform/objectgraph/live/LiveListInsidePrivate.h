@@ -19,6 +19,9 @@ public:
     Inside(ContextLinkRef link, LiveQuestion question, LiveDependencies dependencies, bool hasSections);
 
     void follow(ContextTurn const& turn) override;
+    NSEntityDescription const* onlyTree() const override {
+        return dependencies.empty() && !question.owner() ? question.entity().rootEntity() : nullptr;
+    }
     /// Works through what waits; at once, or as far as a portion goes.
     void work(bool isWhole);
     void fetchAll();

@@ -14,7 +14,8 @@ TEST(KeySets, HoldWhatAPlainListDoes) {
         KeySet set;
         std::vector<RecordKey> list;
         for (int step = 0; step < 4'000; ++step) {
-            auto const key = static_cast<RecordKey>(below(most * 2)) - static_cast<RecordKey>(most * 2 + 1); // never 0
+            auto const temporary = static_cast<RecordKey>(below(most * 2)) - static_cast<RecordKey>(most * 2 + 1); // never 0
+            auto const key = below(2) == 0 ? temporary : -temporary;
             auto const found = std::ranges::find(list, key);
             ASSERT_EQ(set.contains(key), found != list.end());
             if (list.size() > 1 && below(40) == 0) {
@@ -23,6 +24,15 @@ TEST(KeySets, HoldWhatAPlainListDoes) {
                 list.erase(list.begin() + static_cast<std::ptrdiff_t>(from));
                 list.insert(list.begin() + static_cast<std::ptrdiff_t>(to), moved);
                 set.move(from, to);
+            } else if (below(30) == 0) { // some become permanent, or leave where that one is there already
+                auto const before = list;
+                auto const now = [&](RecordKey each) {
+                    if (each > 0 || each % 3 != 0) return each;
+                    return std::ranges::find(before, -each) == before.end() ? -each : 0;
+                };
+                for (auto& each : list) each = now(each);
+                std::erase(list, 0);
+                set.translate(now);
             } else if (found == list.end() && list.size() < most) {
                 ASSERT_TRUE(set.add(key));
                 list.push_back(key);
