@@ -127,7 +127,12 @@ Ref<NSManagedObject> NSManagedObjectContext::insertNewObject(std::string_view en
         state.more().values.emplace_back(static_cast<std::uint32_t>(attribute->index()), attribute->defaultValue());
     markChanged(*object, ObjectState::Inserted);
     if (auto* recorder = recorderOf(*object)) recorder->noteInsertion(*object);
-    object->awakeFromInsert();
+    try {
+        object->awakeFromInsert();
+    } catch (...) { // nobody gets it, so nobody should find it in the store
+        deleteObject(*object);
+        throw;
+    }
     return object;
 }
 

@@ -215,6 +215,7 @@ void UniqueValuesLook::finishLinks() {
 
 void UniqueValuesLook::forget(NSManagedObject& object) {
     auto& state = GraphAccess::state(object);
+    context_.feed.note(context_, object); // a list may show it
     if (state.has(ObjectState::Published) || state.key > 0)
         gone_.push_back({.kind = RecordChange::Kind::Delete,
                          .key = state.key,

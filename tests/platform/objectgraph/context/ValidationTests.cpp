@@ -86,7 +86,21 @@ public:
     }
 };
 
+class Unwilling : public NSManagedObject {
+public:
+    void awakeFromInsert() override { throw std::runtime_error("unwilling"); }
+};
+
 } // namespace
+
+TEST(Validation, AnObjectWhoseFirstHookThrowsIsNotInserted) {
+    auto const name = registerClass<Unwilling, NSManagedObject>().name();
+    auto const context = contextOver(coordinatorOver(ModelBuilder().entity("Unwilling", {.className = name}).build()));
+    context->performBlockAndWait([&] {
+        EXPECT_THROW(context->insertNewObject("Unwilling"), std::runtime_error);
+        EXPECT_FALSE(context->hasChanges());
+    });
+}
 
 TEST(Validation, HooksThatSaveOrInsertForEverAreToldAnEnd) {
     auto const model = ModelBuilder()

@@ -257,6 +257,23 @@ TEST_P(LiveListTest, OutlivesItsContext) {
     EXPECT_DEATH((*list)[0], "context is gone");
 }
 
+TEST_P(LiveListTest, LetsGoOfANewObjectThatASaveUnitesWithAnother) {
+    inserted(*root, "Icon", {{"name", "same"}});
+    ASSERT_TRUE(saves(*root));
+    root->setMergePolicy(NSMergeByPropertyStoreTrumpMergePolicy());
+    Ref<LiveList> list;
+    auto const shown = [&] {
+        std::size_t count = 0;
+        root->performBlockAndWait([&] { count = list->size(); });
+        return count;
+    };
+    root->performBlockAndWait([&] { list = make<LiveList>(root, make<NSFetchRequest>("Icon")); });
+    inserted(*root, "Icon", {{"name", "same"}});
+    EXPECT_EQ(shown(), 2u);
+    ASSERT_TRUE(saves(*root));
+    EXPECT_EQ(shown(), 1u);
+}
+
 TEST(LiveList, FollowsASearchButNoRanks) {
     Library library(NSSQLiteStoreType);
     auto const& context = library.root;
