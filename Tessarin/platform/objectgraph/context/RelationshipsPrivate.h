@@ -34,12 +34,6 @@ void letGoOfGone(ContextState& context, NSManagedObject& object);
 /// Somebody else linked an object that is deleted here: those new links go with it.
 void cutNewLinks(ContextState& context, NSManagedObject& deleted, RelationshipChange const& change);
 
-// One end alone, without a look at the other.
-void setReference(NSManagedObject& object, NSRelationshipDescription const& relationship, RecordKey key);
-void addMember(NSManagedObject& owner, NSRelationshipDescription const& relationship, RecordKey key);
-void removeMember(NSManagedObject& owner, NSRelationshipDescription const& relationship, RecordKey key);
-/// The members of an ordered relationship in another order.
-void setOrder(NSManagedObject& owner, NSRelationshipDescription const& relationship, KeySet members);
 /// The destination of a to-one as it was read, or 0.
 RecordKey readReferenceOf(ObjectState const& state, NSRelationshipDescription const& relationship);
 /// Objects go as they stand: whoever they are linked with lets go of them, whatever the delete rules say, and nobody goes with them.

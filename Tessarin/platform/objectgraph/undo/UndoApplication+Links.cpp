@@ -1,7 +1,7 @@
 // Links are taken back and made as wholes, with both ends: first all that the step made go, which frees the ends, then those
 // that it ended come back. An end that somebody else has taken meanwhile stays with that.
 #include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
-#include "Tessarin/platform/objectgraph/context/RelationshipsPrivate.h"
+#include "Tessarin/platform/objectgraph/context/RelationshipEndsPrivate.h"
 #include "Tessarin/platform/objectgraph/undo/UndoApplicationPrivate.h"
 
 #include <algorithm>

@@ -87,11 +87,15 @@ void UndoApplication::reviveGone(NSManagedObject& object, RecordKey key, UndoSte
         for (auto& [property, value] : state.extras->values)
             if (properties[property]->asRelationship()) value = Value(current_(value.integer()));
         for (auto& toMany : state.extras->toMany) {
+            auto const& relationship = *properties[toMany.property]->asRelationship();
             toMany.toPermanent(current_);
             toMany.isLoaded = toMany.isLoaded || toMany.members.size() != 0; // a merge only made it doubtful; `linkAgain` looks
-            if (toMany.isLoaded) toMany.added = toMany.members;
+            if (toMany.isLoaded) {
+                toMany.added = toMany.members;
+                context_.loadedMembers.note(object, relationship);
+            }
             toMany.removed.clear();
-            toMany.isReordered = properties[toMany.property]->asRelationship()->isOrdered();
+            toMany.isReordered = relationship.isOrdered();
         }
     }
     context_.link->add(object, key);

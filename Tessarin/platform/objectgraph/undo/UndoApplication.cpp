@@ -1,7 +1,7 @@
 #include "Tessarin/platform/objectgraph/undo/UndoApplicationPrivate.h"
 
 #include "Tessarin/platform/objectgraph/context/ObjectLookupPrivate.h"
-#include "Tessarin/platform/objectgraph/context/RelationshipsPrivate.h"
+#include "Tessarin/platform/objectgraph/context/RelationshipEndsPrivate.h"
 
 #include <algorithm>
 #include <ranges>
