@@ -6,11 +6,14 @@
 #include "Tessarin/platform/foundation/values/NSError.h"
 #include "Tessarin/platform/runtime/Fatal.h"
 
+#include <typeinfo>
+
 namespace Tessarin {
 
 void NSPredicate::init(bool value) {
     NSObject::init();
     value_ = value;
+    if (type_ == NSPredicateType::Own && typeid(*this) == typeid(detail::Made<NSPredicate>)) type_ = NSPredicateType::Value;
 }
 
 Ref<NSPredicate> NSPredicate::predicateWithValue(bool value) { return make<NSPredicate>(value); }
@@ -48,11 +51,17 @@ std::set<std::string> NSPredicate::keyPaths() const {
 
 void NSPredicate::collectKeyPaths(std::set<std::string>&) const {}
 
-Ref<NSPredicate> NSPredicate::predicateWithSubstitutionVariables(Dictionary const&) const { return make<NSPredicate>(value_); }
+Ref<NSPredicate> NSPredicate::predicateWithSubstitutionVariables(Dictionary const&) const {
+    return const_cast<NSPredicate&>(*this).self<NSPredicate>(); // it has none
+}
 
-std::string NSPredicate::predicateFormat() const { return value_ ? "TRUEPREDICATE" : "FALSEPREDICATE"; }
+std::string NSPredicate::predicateFormat() const {
+    if (type_ == NSPredicateType::Own) return "<" + objectClass().name() + ">";
+    return value_ ? "TRUEPREDICATE" : "FALSEPREDICATE";
+}
 
 bool NSPredicate::isEqual(NSObject const& object) const {
+    if (type_ == NSPredicateType::Own) return this == &object;
     auto const* other = dynamic_cast<NSPredicate const*>(&object);
     return other && type_ == other->type_ && value_ == other->value_;
 }

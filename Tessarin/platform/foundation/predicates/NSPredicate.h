@@ -9,7 +9,8 @@ class NSError;
 class NSComparisonPredicate;
 class NSCompoundPredicate;
 
-enum class NSPredicateType { Value, Comparison, Compound };
+/// `Own`: an application's class that judges by itself.
+enum class NSPredicateType { Value, Comparison, Compound, Own };
 
 /// A condition on an object: parsed from a format, or built in code. Immutable; evaluated on any number of threads at once.
 ///
@@ -22,6 +23,9 @@ enum class NSPredicateType { Value, Comparison, Compound };
 /// number. Keywords may be written in any case; "#" before a word makes it a key.
 ///
 /// An absent value is unequal to every other, neither less nor greater than any, and in no list.
+///
+/// A direct subclass judges objects itself, by `evaluateWithObject`: one by one in memory, and never in SQLite. Two of them are equal
+/// only when they are the same.
 class TESSARIN_API NSPredicate : public NSObject {
 public:
     /// Fatal for a malformed format, and when the arguments do not fit it. Ranges become lists.
@@ -66,7 +70,7 @@ public:
 
 protected:
     NSPredicate() = default;
-    NSPredicateType type_ = NSPredicateType::Value; // both constant after init
+    NSPredicateType type_ = NSPredicateType::Own; // both constant after init
     bool value_ = true;
 
 private:

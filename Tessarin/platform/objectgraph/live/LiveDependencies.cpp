@@ -10,29 +10,43 @@
 
 namespace Tessarin {
 
-/// A change of the links themselves is a change of both their ends, so that the first step of a path needs no watching.
-void LiveDependencies::add(std::string_view keyPath, bool isShown) {
-    std::vector<NSRelationshipDescription const*> links;
-    auto const* entity = entity_;
-    for (auto rest = keyPath; !rest.empty();) {
-        auto const end = std::min(rest.find('.'), rest.size());
-        auto const* property = entity->propertyNamed(rest.substr(0, end));
-        rest.remove_prefix(std::min(end + 1, rest.size()));
-        if (!property) return; // an operator, or a property of the application's own
-        if (!links.empty()) {
-            auto way =
-                std::ranges::find_if(ways_, [&](Way const& each) { return each.links == links && each.isShown == isShown; });
-            if (way == ways_.end()) {
-                bool const leadsBack = std::ranges::all_of(links, [](auto const* link) { return link->isReciprocal(); });
-                way = ways_.insert(ways_.end(), {links, {}, isShown, leadsBack});
-            }
-            if (std::ranges::find(way->read, property) == way->read.end()) way->read.push_back(property);
-        }
+namespace {
+
+/// The property of an entity; or else those that only entities below it have under that name.
+std::vector<NSPropertyDescription const*> propertiesNamed(NSEntityDescription const& entity, std::string_view name) {
+    if (auto const* property = entity.propertyNamed(name)) return {property};
+    std::vector<NSPropertyDescription const*> properties;
+    for (auto const* below : entity.subentities())
+        for (auto const* property : propertiesNamed(*below, name)) properties.push_back(property);
+    return properties;
+}
+
+} // namespace
+
+void LiveDependencies::add(std::string_view keyPath, bool isShown) { add({}, *entity_, keyPath, isShown); }
+
+/// A change of the links themselves is a change of both their ends, so that the first step of a path needs no watching. A step that
+/// names no property is an operator, or a property of the application's own.
+void LiveDependencies::add(Links const& links, NSEntityDescription const& entity, std::string_view keyPath, bool isShown) {
+    auto const end = std::min(keyPath.find('.'), keyPath.size());
+    auto const rest = keyPath.substr(std::min(end + 1, keyPath.size()));
+    for (auto const* property : propertiesNamed(entity, keyPath.substr(0, end))) {
+        if (!links.empty())
+            if (auto& read = wayAlong(links, isShown).read; std::ranges::find(read, property) == read.end())
+                read.push_back(property);
         auto const* relationship = property->asRelationship();
-        if (!relationship) return;
-        links.push_back(relationship);
-        entity = relationship->destinationEntity();
+        if (!relationship || rest.empty()) continue;
+        auto further = links;
+        further.push_back(relationship);
+        add(further, *relationship->destinationEntity(), rest, isShown);
     }
+}
+
+LiveDependencies::Way& LiveDependencies::wayAlong(Links const& links, bool isShown) {
+    auto const way = std::ranges::find_if(ways_, [&](Way const& each) { return each.links == links && each.isShown == isShown; });
+    if (way != ways_.end()) return *way;
+    bool const leadsBack = std::ranges::all_of(links, [](auto const* link) { return link->isReciprocal(); });
+    return ways_.emplace_back(Way{links, {}, isShown, leadsBack});
 }
 
 namespace {

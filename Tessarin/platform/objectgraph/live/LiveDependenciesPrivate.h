@@ -25,12 +25,15 @@ public:
     bool follow(ContextState& context, ChangeSet const& set, bool isCorrection, Affected affected) const;
 
 private:
+    using Links = std::vector<NSRelationshipDescription const*>;
     struct Way {
-        std::vector<NSRelationshipDescription const*> links; // from the list's entity
+        Links links; // from the list's entity
         std::vector<NSPropertyDescription const*> read;      // at the end of them
         bool isShown = false;
         bool leadsBack = false; // by inverses
     };
+    void add(Links const& links, NSEntityDescription const& entity, std::string_view keyPath, bool isShown);
+    Way& wayAlong(Links const& links, bool isShown);
     bool reads(Way const& way, RecordChange const& change) const;
     bool follow(ContextState& context, Way const& way, ChangeSet const& set, bool isCorrection, Affected affected) const;
     std::vector<RecordKey> keysLeadingTo(ContextState& context, Way const& way, List ends) const;

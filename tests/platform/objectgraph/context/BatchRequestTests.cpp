@@ -38,6 +38,12 @@ protected:
             text += book->valueForKey("title").description() + ":" + book->valueForKey("year").description() + " ";
         return text;
     }
+    /// How many books fulfil each.
+    static std::string countsOf(NSManagedObjectContext& context, std::vector<Ref<NSPredicate>> const& predicates) {
+        std::string text;
+        for (auto const& predicate : predicates) text += std::to_string(fetched(context, "Book", predicate).size()) + " ";
+        return text;
+    }
     Ref<NSManagedObject> author, a, b, c;
 };
 INSTANTIATE_TEST_SUITE_P(Stores, BatchRequest, bothStores, storeName);
@@ -178,6 +184,29 @@ TEST_P(BatchRequest, DeletesByIdentityAndByOrderAndLimit) {
     newest->setSortDescriptors({by("year", {.ascending = false})});
     newest->setFetchLimit(1);
     ASSERT_TRUE(context.executeRequest(*make<NSBatchDeleteRequest>(newest), error));
+    EXPECT_EQ(books(), "B:2 ");
+}
+
+/// What no predicate of the library says.
+class OfOddYears : public NSPredicate {
+public:
+    bool evaluateWithObject(Value const& object) const override {
+        return object.objectAs<NSManagedObject>()->valueForKey("year").integer() % 2 == 1;
+    }
+};
+
+TEST_P(BatchRequest, APredicateOfTheApplicationsOwnJudgesEachObject) {
+    Ref<NSPredicate> const odd = make<OfOddYears>();
+    auto const late = NSCompoundPredicate::andPredicateWithSubpredicates({odd, where("year > 1")});
+    auto const even = NSCompoundPredicate::notPredicateWithSubpredicate(odd);
+    for (auto const& other : {contextOver(library.coordinator), root}) EXPECT_EQ(countsOf(*other, {odd, late, even}), "2 1 1 ");
+    auto const unsaved = inserted(context, "Book", {{"year", 5}});
+    EXPECT_EQ(countsOf(context, {odd, late, even}), "3 2 1 ");
+    context.rollback();
+    EXPECT_FALSE(odd->isEqual(*make<OfOddYears>()));
+    EXPECT_EQ(remove("Book", late)->objectIDs().size(), 1u);
+    EXPECT_EQ(books(), "A:1 B:2 ");
+    EXPECT_EQ(remove("Book", odd)->objectIDs().size(), 1u);
     EXPECT_EQ(books(), "B:2 ");
 }
 

@@ -274,6 +274,41 @@ TEST_P(LiveListTest, LetsGoOfANewObjectThatASaveUnitesWithAnother) {
     EXPECT_EQ(shown(), 1u);
 }
 
+TEST(LiveList, FollowsAPathToWhatOnlyASubEntityHas) {
+    auto const model = ModelBuilder()
+                           .entity("Base")
+                           .toOne("boss", "Base", {.inverse = "staff"})
+                           .toMany("staff", "Base", {.inverse = "boss"})
+                           .entity("Mid", {.parent = "Base"})
+                           .attribute("code", NSAttributeType::Integer64)
+                           .build();
+    auto const context = contextOver(coordinatorOver(model)), other = contextOver(context->persistentStoreCoordinator());
+    auto const boss = inserted(*context, "Mid", {{"code", 1}});
+    inserted(*context, "Base", {{"boss", Value(boss)}});
+    ASSERT_TRUE(saves(*context));
+    Ref<LiveList> list;
+    auto const size = [&] {
+        std::size_t count = 0;
+        context->performBlockAndWait([&] { count = list->size(); });
+        return count;
+    };
+    context->performBlockAndWait([&] {
+        auto const request = make<NSFetchRequest>("Base");
+        request->setPredicate(NSPredicate::predicateWithFormat("boss.code == 2"));
+        list = make<LiveList>(context, request);
+    });
+    EXPECT_EQ(size(), 0u);
+    auto const update = make<NSBatchUpdateRequest>("Mid");
+    update->setPropertiesToUpdate({{"code", 2}});
+    update->setResultType(NSBatchRequestResultType::ObjectIDs);
+    Ref<NSError> error;
+    Ref<NSBatchUpdateResult> result;
+    other->performBlockAndWait([&] { result = other->executeRequest(*update, error); });
+    ASSERT_TRUE(result);
+    NSManagedObjectContext::mergeChangesFromRemoteContextSave({{"updated", result->objectIDs()}}, {&context, 1});
+    EXPECT_EQ(size(), 1u);
+}
+
 TEST(LiveList, FollowsASearchButNoRanks) {
     Library library(NSSQLiteStoreType);
     auto const& context = library.root;

@@ -33,8 +33,9 @@ bool isOfRow(NSExpression const& expression, NSEntityDescription const& entity) 
 bool isOfRow(NSPredicate const& predicate, NSEntityDescription const& entity) {
     if (auto const* compound = predicate.asCompound())
         return std::ranges::all_of(compound->subpredicates(), [&](auto const& each) { return isOfRow(*each, entity); });
-    auto const* comparison = predicate.asComparison();
-    return !comparison || (isOfRow(*comparison->leftExpression(), entity) && isOfRow(*comparison->rightExpression(), entity));
+    if (auto const* comparison = predicate.asComparison())
+        return isOfRow(*comparison->leftExpression(), entity) && isOfRow(*comparison->rightExpression(), entity);
+    return predicate.predicateType() == NSPredicateType::Value;
 }
 
 /// The to-one relationship of which a comparison says where it leads; null when it says something else.
