@@ -73,6 +73,7 @@ TEST_F(Opening, OtherApplicationsFilesAndPlacesAreRefused) {
     run("CREATE TABLE theirs (a)");
     EXPECT_FALSE(opens());
     EXPECT_EQ(rescued(), 1U);
+    EXPECT_FALSE(fs::exists(place.string() + "-shm")) << "nothing is left beside their file";
     fs::remove(place);
     run("PRAGMA application_id = 7; CREATE TABLE a (b); DROP TABLE a");
     EXPECT_FALSE(opens());

@@ -69,9 +69,16 @@ SchemaLook lookAtSchema(SQLite::Connection& connection) {
     return look;
 }
 
+bool hasLog(SQLite::Connection& connection) {
+    sqlite3_file* log = nullptr;
+    auto const code = sqlite3_file_control(connection.handle(), "main", SQLITE_FCNTL_JOURNAL_POINTER, &log);
+    return code == SQLITE_OK && log && log->pMethods;
+}
+
 FileHeader headerOf(SQLite::Connection& connection) {
     SQLite::SnapshotPages pages(connection, 0);
-    auto const first = pages.see() ? pages.kept(1) : SQLite::SnapshotPages::Page();
+    // Looking at the log makes its index where there is none, which nobody would close: beside another application's file, too.
+    auto const first = hasLog(connection) && pages.see() ? pages.kept(1) : SQLite::SnapshotPages::Page();
     if (first.empty())
         return {.application = connection.integer("PRAGMA application_id"),
                 .format = connection.integer("PRAGMA user_version"),

@@ -18,6 +18,10 @@ struct SchemaLook {
 };
 TESSARIN_API SchemaLook lookAtSchema(SQLite::Connection& connection);
 
+/// Whether a connection that has read writes to a log, as this library's do, instead of keeping a journal beside the file. Where
+/// there is no log, and nothing to be taken back, SQLite has no second file open.
+bool hasLog(SQLite::Connection& connection);
+
 /// What the file's first page says, as the connection's transaction sees it.
 struct FileHeader {
     std::int64_t application = 0; // whose file it is

@@ -30,14 +30,6 @@ SQLite::ConnectionOptions connectionOptions(SQLiteStoreOptions const& options) {
             .synchronous = static_cast<SQLite::Synchronous>(options.synchronous)};
 }
 
-/// Whether a connection that has read writes to a log, as this library's do, instead of keeping a journal beside the file. Where
-/// there is no log, and nothing to be taken back, SQLite has no second file open.
-bool hasLog(SQLite::Connection& connection) {
-    sqlite3_file* log = nullptr;
-    auto const code = sqlite3_file_control(connection.handle(), "main", SQLITE_FCNTL_JOURNAL_POINTER, &log);
-    return code == SQLITE_OK && log && log->pMethods;
-}
-
 /// One read transaction around all that is looked at: each of its own costs four locks.
 void beginToLook(SQLite::Connection& connection) {
     if (hasLog(connection)) connection.noteCommits(); // its index would be made where there is none
