@@ -1,6 +1,6 @@
 // What operations cost with the number of unsaved changes around them: n against 4 n, and dirty against clean.
-#include "Tessarin/platform/objectgraph/model/ModelBuilder.h"
 #include "Tessarin/platform/objectgraph/live/LiveList.h"
+#include "Tessarin/platform/objectgraph/model/ModelBuilder.h"
 #include "benchmarks/store/OurModel.h"
 #include "benchmarks/store/OurRows.h"
 #include "benchmarks/support/Report.h"
@@ -208,16 +208,22 @@ double saveInMemory(std::size_t n) {
     return seconds;
 }
 
-/// U14: one save of n new records with a unique value that one in the store has.
-double takenValues(std::size_t n) {
-    auto const coordinator = make<NSPersistentStoreCoordinator>(
-        ModelBuilder().entity("Tag").attribute("name", NSAttributeType::String).unique({"name"}).build());
+/// A context over an empty store in memory.
+Ref<NSManagedObjectContext> inMemory(Ref<NSManagedObjectModel> model, Ref<NSMergePolicy> policy) {
+    auto const coordinator = make<NSPersistentStoreCoordinator>(std::move(model));
     Ref<NSError> error;
     if (!coordinator->addPersistentStoreWithType(NSInMemoryStoreType, {}, NSURL::fileURLWithPath("/taken"), {}, error))
         throw ErrorException(error);
-    auto const context = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue);
+    auto context = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue);
     context->setPersistentStoreCoordinator(coordinator);
-    context->setMergePolicy(NSMergeByPropertyStoreTrumpMergePolicy());
+    context->setMergePolicy(std::move(policy));
+    return context;
+}
+
+/// U14: one save of n new records with a unique value that one in the store has.
+double takenValues(std::size_t n) {
+    auto const context = inMemory(ModelBuilder().entity("Tag").attribute("name", NSAttributeType::String).unique({"name"}).build(),
+                                  NSMergeByPropertyStoreTrumpMergePolicy());
     double seconds = 0;
     context->performBlockAndWait([&] {
         for (std::size_t const count : {std::size_t{1}, n}) {
@@ -230,19 +236,14 @@ double takenValues(std::size_t n) {
 
 /// U15: one save of n new records, each of which has a unique value of the one before, by turns.
 double valuesInARow(std::size_t n) {
-    auto const coordinator = make<NSPersistentStoreCoordinator>(ModelBuilder()
-                                                                    .entity("Badge")
-                                                                    .attribute("number", NSAttributeType::String)
-                                                                    .attribute("code", NSAttributeType::String)
-                                                                    .unique({"number"})
-                                                                    .unique({"code"})
-                                                                    .build());
-    Ref<NSError> error;
-    if (!coordinator->addPersistentStoreWithType(NSInMemoryStoreType, {}, NSURL::fileURLWithPath("/row"), {}, error))
-        throw ErrorException(error);
-    auto const context = make<NSManagedObjectContext>(NSManagedObjectContextConcurrencyType::PrivateQueue);
-    context->setPersistentStoreCoordinator(coordinator);
-    context->setMergePolicy(NSMergeByPropertyObjectTrumpMergePolicy());
+    auto const model = ModelBuilder()
+                           .entity("Badge")
+                           .attribute("number", NSAttributeType::String)
+                           .attribute("code", NSAttributeType::String)
+                           .unique({"number"})
+                           .unique({"code"})
+                           .build();
+    auto const context = inMemory(model, NSMergeByPropertyObjectTrumpMergePolicy());
     double seconds = 0;
     context->performBlockAndWait([&] {
         for (std::size_t at = 0; at < n; ++at) {
@@ -281,10 +282,8 @@ double secondsOfRequest(NSManagedObjectContext& context, DirtyRow const& row) {
     Ref<NSError> error;
     return median(31, [&] {
         return secondsOf([&] {
-            if (row.sortedBy)
-                context.executeFetchRequest(*request, error);
-            else
-                context.countForFetchRequest(*request, error);
+            if (row.sortedBy) context.executeFetchRequest(*request, error);
+            else context.countForFetchRequest(*request, error);
         });
     });
 }
